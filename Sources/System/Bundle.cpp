@@ -1,0 +1,58 @@
+#include "System/Bundle.hpp"
+
+#include <filesystem>
+
+#include "System/Files.hpp"
+#include "System/JSON.hpp"
+
+namespace zephyl {
+
+namespace {
+
+constexpr std::string_view executableInPrefix = "/bin/zephyl-tray";
+constexpr std::string_view resourcesInPrefix = "/share/zephyl-tray";
+
+Bundle& mainBundle() {
+  static Bundle bundle{std::nullopt};
+  return bundle;
+}
+
+}  // namespace
+
+const Bundle& Bundle::main() {
+  return mainBundle();
+}
+
+void Bundle::setMain(Bundle bundle) {
+  mainBundle() = std::move(bundle);
+}
+
+std::optional<std::string> Bundle::runningExecutable() {
+  std::error_code failure;
+  std::string path = std::filesystem::read_symlink("/proc/self/exe", failure);
+  // The kernel adds " (deleted)" to the name of a file that is gone.
+  if (failure || !fileExists(path)) return std::nullopt;
+  return path;
+}
+
+std::optional<std::string> Bundle::resourceDirectory() const {
+  if (!executable_ || !executable_->ends_with(executableInPrefix)) return std::nullopt;
+  std::string directory(*executable_, 0, executable_->size() - executableInPrefix.size());
+  directory += resourcesInPrefix;
+  if (!isDirectory(directory)) return std::nullopt;
+  return directory;
+}
+
+std::optional<std::string> Bundle::information(const std::string& key) const {
+  const auto resources = resourceDirectory();
+  if (!resources) return std::nullopt;
+  const auto text = readFile(joinPath(*resources, "Info.json"));
+  if (!text) return std::nullopt;
+  const auto dictionary = json::parse(*text);
+  if (!dictionary || !dictionary->is_object()) return std::nullopt;
+  const auto* value = dictionary->get_object().if_contains(key);
+  if (value == nullptr || !value->is_string() || value->get_string().empty()) return std::nullopt;
+  return std::string(value->get_string());
+}
+
+}  // namespace zephyl

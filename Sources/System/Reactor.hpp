@@ -1,0 +1,43 @@
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <thread>
+
+#include "System/Clock.hpp"
+
+namespace boost::asio {
+class io_context;
+}
+
+namespace zephyl {
+
+/// The one thread that waits on descriptors, children and deadlines (the "io" thread). Lives as
+/// long as the process, so children can be forked on it: the kernel's parent-death signal
+/// follows the thread that forked.
+///
+/// Handlers on it must be short and never wait for another thread.
+class Reactor {
+ public:
+  /// Starts the thread.
+  Reactor();
+  /// Drops what is still waiting and joins the thread; not called from the thread itself.
+  ~Reactor();
+  Reactor(const Reactor&) = delete;
+  Reactor& operator=(const Reactor&) = delete;
+
+  /// Runs `task` on the reactor's thread, later. From any thread.
+  void post(Task task);
+  /// Runs `task` on the reactor's thread and waits for it. Runs it at once when already there.
+  void run(const Task& task);
+  [[nodiscard]] bool isCurrent() const;
+
+  [[nodiscard]] boost::asio::io_context& context();
+
+ private:
+  struct Loop;
+  std::unique_ptr<Loop> loop_;
+  std::thread thread_;
+};
+
+}  // namespace zephyl

@@ -1,0 +1,27 @@
+#pragma once
+
+#include <functional>
+#include <initializer_list>
+#include <memory>
+
+namespace zephyl {
+
+class Reactor;
+
+/// Catches signals sent to the process and reports each on the reactor's thread, for as long as
+/// it lives. The reactor outlives it.
+class SignalWatcher {
+ public:
+  SignalWatcher(Reactor& reactor, std::initializer_list<int> signals,
+                std::function<void(int signal)> onSignal);
+  ~SignalWatcher();
+  SignalWatcher(const SignalWatcher&) = delete;
+  SignalWatcher& operator=(const SignalWatcher&) = delete;
+
+ private:
+  class Watch;
+  std::shared_ptr<Watch> watch_;
+  Reactor& reactor_;
+};
+
+}  // namespace zephyl

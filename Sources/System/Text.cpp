@@ -1,0 +1,194 @@
+#include "System/Text.hpp"
+
+#include <charconv>
+#include <iterator>
+
+#include <fmt/format.h>
+
+namespace zephyl {
+
+namespace {
+
+constexpr std::string_view horizontalSpace = " \t";
+
+unsigned char byteAt(std::string_view text, std::size_t index) {
+  return static_cast<unsigned char>(text[index]);
+}
+
+/// What the first byte of a character of several bytes says: how many they are, and between which
+/// values the second one lies (which rules out surrogates, overlong forms and what lies beyond
+/// U+10FFFF). Further ones lie between 0x80 and 0xBF.
+struct Lead {
+  std::size_t length;
+  unsigned char lowestSecond = 0x80;
+  unsigned char highestSecond = 0xBF;
+};
+
+std::optional<Lead> leadOf(unsigned char byte) {
+  if (byte < 0xC2 || byte > 0xF4) return std::nullopt;
+  if (byte < 0xE0) return Lead{2};
+  switch (byte) {
+    case 0xE0:
+      return Lead{3, 0xA0};
+    case 0xED:
+      return Lead{3, 0x80, 0x9F};
+    case 0xF0:
+      return Lead{4, 0x90};
+    case 0xF4:
+      return Lead{4, 0x80, 0x8F};
+    default:
+      return Lead{byte < 0xF0 ? 3U : 4U};
+  }
+}
+
+/// The length of the UTF-8 character of several bytes that `text` begins with; 0 when it begins
+/// with none.
+std::size_t wideCharacterLength(std::string_view text) {
+  const auto lead = leadOf(byteAt(text, 0));
+  if (!lead || text.size() < lead->length) return 0;
+  const unsigned char second = byteAt(text, 1);
+  if (second < lead->lowestSecond || second > lead->highestSecond) return 0;
+  for (std::size_t index = 2; index < lead->length; ++index) {
+    if ((byteAt(text, index) & 0xC0) != 0x80) return 0;
+  }
+  return lead->length;
+}
+
+/// A beginning of a text: printable characters, or one control character, or one byte that is no
+/// UTF-8.
+struct Piece {
+  enum class Kind { printable, control, invalid };
+  Kind kind;
+  std::size_t length;
+};
+
+Piece firstCharacter(std::string_view text) {
+  const unsigned char byte = byteAt(text, 0);
+  if (byte < 0x80) {
+    const bool control = byte < 0x20 || byte == 0x7F;
+    return {control ? Piece::Kind::control : Piece::Kind::printable, 1};
+  }
+  const std::size_t length = wideCharacterLength(text);
+  if (length == 0) return {Piece::Kind::invalid, 1};
+  const bool control = byte == 0xC2 && byteAt(text, 1) < 0xA0;
+  return {control ? Piece::Kind::control : Piece::Kind::printable, length};
+}
+
+/// Printable characters as many as there are in a row, so that plain text is one piece.
+Piece firstPiece(std::string_view text) {
+  Piece piece = firstCharacter(text);
+  while (piece.kind == Piece::Kind::printable && piece.length < text.size()) {
+    const Piece next = firstCharacter(text.substr(piece.length));
+    if (next.kind != Piece::Kind::printable) break;
+    piece.length += next.length;
+  }
+  return piece;
+}
+
+void appendPicture(std::string_view control, std::string& out) {
+  const unsigned char last = byteAt(control, control.size() - 1);
+  if (control.size() > 1) {
+    fmt::format_to(std::back_inserter(out), "\\u{:04x}", last);
+  } else {
+    const unsigned char picture = last == 0x7F ? 0x21 : last;  // from U+2400 on
+    out.append("\xE2\x90").push_back(static_cast<char>(0x80 + picture));
+  }
+}
+
+}  // namespace
+
+std::string_view trimmed(std::string_view text) {
+  const auto first = text.find_first_not_of(horizontalSpace);
+  if (first == std::string_view::npos) return {};
+  return text.substr(first, text.find_last_not_of(horizontalSpace) - first + 1);
+}
+
+bool isBlank(std::string_view text) {
+  return text.find_first_not_of(horizontalSpace) == std::string_view::npos;
+}
+
+std::string lowerCased(std::string_view text) {
+  std::string lower(text);
+  for (char& letter : lower) {
+    if (letter >= 'A' && letter <= 'Z') letter = static_cast<char>(letter - 'A' + 'a');
+  }
+  return lower;
+}
+
+std::vector<std::string_view> splitNonEmpty(std::string_view text, char separator) {
+  std::vector<std::string_view> pieces;
+  for (;;) {
+    const auto end = text.find(separator);
+    const auto piece = text.substr(0, end);
+    if (!piece.empty()) pieces.push_back(piece);
+    if (end == std::string_view::npos) return pieces;
+    text.remove_prefix(end + 1);
+  }
+}
+
+std::optional<long long> parseDecimal(std::string_view text) {
+  if (text.starts_with('+')) {
+    text.remove_prefix(1);
+    if (text.starts_with('-')) return std::nullopt;
+  }
+  long long number = 0;
+  const char* const end = text.data() + text.size();
+  const auto [stop, failure] = std::from_chars(text.data(), end, number);
+  if (failure != std::errc() || stop != end) return std::nullopt;
+  return number;
+}
+
+bool isValidUTF8(std::string_view text) {
+  while (!text.empty()) {
+    const Piece piece = firstPiece(text);
+    if (piece.kind == Piece::Kind::invalid) return false;
+    text.remove_prefix(piece.length);
+  }
+  return true;
+}
+
+std::string visible(std::string_view text) {
+  std::string out;
+  out.reserve(text.size());
+  while (!text.empty()) {
+    const Piece piece = firstPiece(text);
+    switch (piece.kind) {
+      case Piece::Kind::printable:
+        out.append(text, 0, piece.length);
+        break;
+      case Piece::Kind::control:
+        appendPicture(text.substr(0, piece.length), out);
+        break;
+      case Piece::Kind::invalid:
+        out.append("\uFFFD");
+        break;
+    }
+    text.remove_prefix(piece.length);
+  }
+  return out;
+}
+
+std::string withoutControlCharacters(std::string_view text) {
+  std::string out;
+  out.reserve(text.size());
+  while (!text.empty()) {
+    const Piece piece = firstPiece(text);
+    if (piece.kind == Piece::Kind::printable) out.append(text, 0, piece.length);
+    text.remove_prefix(piece.length);
+  }
+  return out;
+}
+
+std::string shellQuoted(std::string_view text) {
+  std::string quoted = "'";
+  for (const char character : text) {
+    if (character == '\'') {
+      quoted += "'\\''";
+    } else {
+      quoted += character;
+    }
+  }
+  return quoted + "'";
+}
+
+}  // namespace zephyl

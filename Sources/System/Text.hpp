@@ -1,0 +1,38 @@
+#pragma once
+
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace zephyl {
+
+/// `text` without the spaces and tabs at both ends; newlines stay.
+std::string_view trimmed(std::string_view text);
+
+/// Whether nothing is left of `text` when trimmed.
+bool isBlank(std::string_view text);
+
+/// `text` with its ASCII letters in lower case.
+std::string lowerCased(std::string_view text);
+
+/// The pieces between `separator`; empty pieces are dropped.
+std::vector<std::string_view> splitNonEmpty(std::string_view text, char separator);
+
+/// The whole text as a decimal integer: one optional sign, digits, nothing else, within 64 bits.
+std::optional<long long> parseDecimal(std::string_view text);
+
+bool isValidUTF8(std::string_view text);
+
+/// `text` with control characters written as pictures (␀ to ␟, ␡; C1 controls as "\u0085") and
+/// bytes that are no UTF-8 as U+FFFD, for showing what came from outside.
+std::string visible(std::string_view text);
+
+/// `text` without control characters (C0, DEL and C1). Bytes that are no UTF-8 go as well: what is
+/// left beside a removed character could make one.
+std::string withoutControlCharacters(std::string_view text);
+
+/// `text` in single quotes for a POSIX shell.
+std::string shellQuoted(std::string_view text);
+
+}  // namespace zephyl

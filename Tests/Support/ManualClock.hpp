@@ -1,0 +1,48 @@
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <mutex>
+
+#include "System/Clock.hpp"
+
+namespace zephyl::test {
+
+/// A clock that stands still until the test moves it. Timers that fall due fire on the thread
+/// that moves it, in the order of their deadlines.
+class ManualClock final : public Clock {
+ public:
+  [[nodiscard]] Instant now() const override;
+  [[nodiscard]] std::chrono::system_clock::time_point calendarNow() const override;
+  [[nodiscard]] Timer after(Duration delay, Task task) override;
+  [[nodiscard]] Timer every(Duration interval, Task task) override;
+  void afterDetached(Duration delay, Task task) override;
+
+  /// Moves time on by `step`. `settle` runs after each timer, so that what it set in motion (and
+  /// the timers that this sets) happens before time goes on.
+  void advance(
+      Duration step, const Task& settle = [] {});
+
+  /// How many timers are set.
+  [[nodiscard]] std::size_t pendingTimers() const;
+
+ private:
+  struct Alarm {
+    Task task;
+    Duration interval{};  // zero: once
+  };
+  using Key = std::pair<Instant, std::uint64_t>;
+  class Registration;
+
+  std::uint64_t add(Duration delay, Duration interval, Task task);
+  void cancel(std::uint64_t id);
+  Task takeDue(Instant limit);
+
+  mutable std::mutex mutex_;
+  Instant now_{std::chrono::hours(1)};
+  std::uint64_t lastId_ = 0;
+  std::map<Key, Alarm> alarms_;
+};
+
+}  // namespace zephyl::test

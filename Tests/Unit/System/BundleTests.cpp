@@ -1,0 +1,79 @@
+#include "System/Bundle.hpp"
+
+#include <filesystem>
+
+#include <gtest/gtest.h>
+
+#include "Support/TemporaryDirectory.hpp"
+
+namespace zephyl {
+namespace {
+
+class BundleTest : public ::testing::Test {
+ protected:
+  Bundle installed() { return Bundle(prefix_.write("bin/zephyl-tray", "", true)); }
+  void writeInformation(const std::string& text) {
+    prefix_.write("share/zephyl-tray/Info.json", text);
+  }
+
+  test::TemporaryDirectory prefix_;
+};
+
+TEST_F(BundleTest, HasItsResourcesBesideTheDirectoryOfTheExecutable) {
+  const Bundle bundle = installed();
+  EXPECT_EQ(bundle.resourceDirectory(), std::nullopt);
+  std::filesystem::create_directories(prefix_ / "share/zephyl-tray");
+  EXPECT_EQ(bundle.resourceDirectory(), prefix_ / "share/zephyl-tray");
+  EXPECT_EQ(bundle.executable(), prefix_ / "bin/zephyl-tray");
+}
+
+TEST_F(BundleTest, HasNoResourcesWhenTheExecutableLiesElsewhere) {
+  writeInformation("{}");
+  for (const auto* name : {"build/zephyl-tray", "bin/zephyl-tray-dialogs", "bin/x/zephyl-tray"}) {
+    EXPECT_EQ(Bundle(prefix_ / name).resourceDirectory(), std::nullopt) << name;
+  }
+  EXPECT_EQ(Bundle(std::nullopt).resourceDirectory(), std::nullopt);
+}
+
+TEST_F(BundleTest, AFileIsNoResourceDirectory) {
+  prefix_.write("share/zephyl-tray", "");
+  EXPECT_EQ(installed().resourceDirectory(), std::nullopt);
+}
+
+TEST_F(BundleTest, ReadsItsInformationAfreshEachTime) {
+  const Bundle bundle = installed();
+  EXPECT_EQ(bundle.identifier(), std::nullopt);
+  writeInformation(R"({"CFBundleIdentifier": "com.zephyl.tray", "SUFeedURL": "https://feed"})");
+  EXPECT_EQ(bundle.identifier(), "com.zephyl.tray");
+  EXPECT_EQ(bundle.information("SUFeedURL"), "https://feed");
+  writeInformation(R"({"CFBundleIdentifier": "another"})");
+  EXPECT_EQ(bundle.identifier(), "another");
+  EXPECT_EQ(bundle.information("SUFeedURL"), std::nullopt);
+}
+
+TEST_F(BundleTest, InformationIsNoneUnlessItIsATextThatSaysSomething) {
+  writeInformation(R"({"empty": "", "number": 1, "null": null})");
+  for (const auto* key : {"empty", "number", "null", "absent"}) {
+    EXPECT_EQ(installed().information(key), std::nullopt) << key;
+  }
+  for (const auto* text : {"", "{", "[]", R"(["a"])"}) {
+    writeInformation(text);
+    EXPECT_EQ(installed().information("a"), std::nullopt) << text;
+  }
+}
+
+TEST(Bundle, KnowsTheRunningExecutable) {
+  const auto executable = Bundle::runningExecutable();
+  ASSERT_TRUE(executable);
+  EXPECT_TRUE(std::filesystem::equivalent(*executable, "/proc/self/exe"));
+}
+
+TEST(Bundle, TheMainOneIsTheOneThatWasSet) {
+  EXPECT_EQ(Bundle::main().executable(), std::nullopt);
+  Bundle::setMain(Bundle("/p/bin/zephyl-tray"));
+  EXPECT_EQ(Bundle::main().executable(), "/p/bin/zephyl-tray");
+  Bundle::setMain(Bundle(std::nullopt));
+}
+
+}  // namespace
+}  // namespace zephyl

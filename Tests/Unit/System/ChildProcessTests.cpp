@@ -1,0 +1,508 @@
+#include "System/ChildProcess.hpp"
+
+#include <algorithm>
+#include <atomic>
+#include <condition_variable>
+#include <csignal>
+#include <fstream>
+#include <mutex>
+#include <optional>
+#include <thread>
+
+#include <gtest/gtest.h>
+
+#include <fcntl.h>
+#include <sys/prctl.h>
+#include <sys/wait.h>
+
+#include "Support/Eventually.hpp"
+#include "Support/Processes.hpp"
+#include "Support/TemporaryDirectory.hpp"
+#include "System/Guardian.hpp"
+#include "System/Reactor.hpp"
+#include "System/SystemProcessLauncher.hpp"
+
+namespace zephyl {
+namespace {
+
+using namespace std::chrono_literals;
+using test::eventually;
+using test::hasEnded;
+using Lines = std::vector<std::string>;
+using Child = std::shared_ptr<ChildProcess>;
+
+constexpr auto deadline = 20s;
+
+/// What a test gets to see of a child.
+class Witness {
+ public:
+  void attachTo(ProcessOptions& options) {
+    options.onOutput = [this](const OutputLines& batch) {
+      const std::scoped_lock lock(mutex_);
+      lines_.insert(lines_.end(), batch.lines().begin(), batch.lines().end());
+      changed_.notify_all();
+    };
+    options.onExit = [this](ExitStatus status) {
+      const std::scoped_lock lock(mutex_);
+      ++exits_;
+      status_ = status;
+      linesAtExit_ = lines_.size();
+      changed_.notify_all();
+    };
+  }
+
+  /// The lines, once there are so many.
+  Lines waitForLines(std::size_t count) {
+    std::unique_lock lock(mutex_);
+    EXPECT_TRUE(changed_.wait_for(lock, deadline, [&] { return lines_.size() >= count; }));
+    return lines_;
+  }
+
+  ExitStatus waitForExit() {
+    std::unique_lock lock(mutex_);
+    EXPECT_TRUE(changed_.wait_for(lock, deadline, [&] { return status_.has_value(); }));
+    EXPECT_EQ(exits_, 1);
+    EXPECT_EQ(lines_.size(), linesAtExit_);
+    return status_.value_or(ExitStatus{});
+  }
+
+  Lines linesAtEnd() {
+    waitForExit();
+    return waitForLines(0);
+  }
+
+ private:
+  std::mutex mutex_;
+  std::condition_variable changed_;
+  Lines lines_;
+  std::optional<ExitStatus> status_;
+  int exits_ = 0;
+  std::size_t linesAtExit_ = 0;
+};
+
+ProcessOptions program(std::string executable, Lines arguments = {}) {
+  ProcessOptions options;
+  options.executable = std::move(executable);
+  options.arguments = std::move(arguments);
+  options.environment = {{"PATH", "/usr/bin:/bin"}};
+  return options;
+}
+
+ProcessOptions script(const std::string& text) {
+  return program("/bin/sh", {"-c", text});
+}
+
+constexpr ExitStatus exited(int status) {
+  return {ExitStatus::Reason::exited, status};
+}
+
+constexpr ExitStatus signalled(int number) {
+  return {ExitStatus::Reason::signalled, number};
+}
+
+class ChildProcessTest : public ::testing::Test {
+ protected:
+  /// Starts a child that is expected to start.
+  Child launch(ProcessOptions options) {
+    auto child = launcher_.launch(std::move(options));
+    if (!child) throw std::runtime_error(child.error().message);
+    return *child;
+  }
+
+  Child launchWatched(ProcessOptions options) {
+    witness_.attachTo(options);
+    return launch(std::move(options));
+  }
+
+  /// Lets the reactor finish with children that have been reported. Twice, since what a handler
+  /// leaves behind may come after what others post meanwhile.
+  void settle() {
+    reactor_.run([] {});
+    reactor_.run([] {});
+  }
+
+  Guardian guardian_ = *Guardian::start();
+  Witness witness_;
+  Reactor reactor_;
+  SystemProcessLauncher launcher_{reactor_, guardian_};
+};
+
+TEST_F(ChildProcessTest, ReportsTheExitStatus) {
+  const Child child = launchWatched(script("exit 3"));
+  EXPECT_EQ(witness_.waitForExit(), exited(3));
+  EXPECT_TRUE(witness_.waitForExit().isFailure());
+  EXPECT_FALSE(child->isRunning());
+}
+
+TEST_F(ChildProcessTest, ReportsTheSignalThatEndedIt) {
+  launchWatched(script("kill -KILL $$"));
+  EXPECT_EQ(witness_.waitForExit(), signalled(SIGKILL));
+  EXPECT_FALSE(witness_.waitForExit().isFailure());
+}
+
+TEST_F(ChildProcessTest, SaysWhyAProgramCannotBeStarted) {
+  const auto missing = launcher_.launch(program("/nonexistent/program"));
+  ASSERT_FALSE(missing);
+  EXPECT_EQ(missing.error().message, "/nonexistent/program: No such file or directory");
+
+  const test::TemporaryDirectory directory;
+  const std::string text = directory.write("text", "no program");
+  const auto plain = launcher_.launch(program(text));
+  ASSERT_FALSE(plain);
+  EXPECT_EQ(plain.error().message, text + ": Permission denied");
+}
+
+TEST_F(ChildProcessTest, SaysWhyAWorkingDirectoryCannotBeEntered) {
+  ProcessOptions options = script("exit 0");
+  options.workingDirectory = "/nonexistent/directory";
+  const auto child = launcher_.launch(std::move(options));
+  ASSERT_FALSE(child);
+  EXPECT_EQ(child.error().message, "/nonexistent/directory: No such file or directory");
+}
+
+TEST_F(ChildProcessTest, CallsNobodyForAProgramThatWasNotStarted) {
+  std::atomic<bool> called = false;
+  ProcessOptions options = program("/nonexistent/program");
+  options.onExit = [&](ExitStatus) { called = true; };
+  EXPECT_FALSE(launcher_.launch(std::move(options)));
+  settle();
+  EXPECT_FALSE(called);
+}
+
+TEST_F(ChildProcessTest, RunsTheProgramWhenLaunchReturns) {
+  const Child child = launch(program("/bin/sleep", {"1000"}));
+  EXPECT_EQ(test::processState(child->pid())->name, "sleep");
+  EXPECT_TRUE(child->isRunning());
+  child->killGroup();
+  EXPECT_TRUE(child->waitForExit(deadline));
+}
+
+TEST_F(ChildProcessTest, CanBeLaunchedFromTheReactorItself) {
+  reactor_.run([&] { launchWatched(script("echo here")); });
+  EXPECT_EQ(witness_.linesAtEnd(), Lines{"here"});
+}
+
+TEST_F(ChildProcessTest, JoinsOutputThatIsWrittenInPieces) {
+  launchWatched(script(R"(for piece in he ll o; do printf %s $piece; done; echo
+                          printf '\303'; printf '\274\n')"));
+  EXPECT_EQ(witness_.linesAtEnd(), (Lines{"hello", "\xC3\xBC"}));
+}
+
+TEST_F(ChildProcessTest, DeliversStandardErrorInOrderWithStandardOutput) {
+  launchWatched(script("echo one; echo two >&2; echo three"));
+  EXPECT_EQ(witness_.linesAtEnd(), (Lines{"one", "two", "three"}));
+}
+
+TEST_F(ChildProcessTest, FlushesAnUnterminatedLineAtItsEnd) {
+  launchWatched(script("echo line; printf tail"));
+  EXPECT_EQ(witness_.linesAtEnd(), (Lines{"line", "tail"}));
+}
+
+TEST_F(ChildProcessTest, MayCloseItsOutputAndLive) {
+  const Child child = launchWatched(script("echo bye; exec >/dev/null 2>&1; exec sleep 1000"));
+  witness_.waitForLines(1);
+  EXPECT_TRUE(eventually([&] { return test::processState(child->pid())->name == "sleep"; }));
+  EXPECT_TRUE(child->isRunning());
+  child->terminate();
+  EXPECT_EQ(witness_.waitForExit(), signalled(SIGTERM));
+}
+
+TEST_F(ChildProcessTest, GetsExactlyTheGivenEnvironment) {
+  const test::ScopedVariable mine("ZEPHYL_TEST_MINE", "not inherited");
+  ProcessOptions options = program("/usr/bin/env");
+  options.environment = {{"A", "1"}, {"B", "two words"}, {"EMPTY", ""}};
+  launchWatched(std::move(options));
+  EXPECT_EQ(witness_.linesAtEnd(), (Lines{"A=1", "B=two words", "EMPTY="}));
+}
+
+TEST_F(ChildProcessTest, GetsItsArgumentsAsTheyAre) {
+  launchWatched(program("/usr/bin/printf", {"%s\n", "it's", "$HOME", "two words"}));
+  EXPECT_EQ(witness_.linesAtEnd(), (Lines{"it's", "$HOME", "two words"}));
+}
+
+TEST_F(ChildProcessTest, RunsInItsWorkingDirectory) {
+  const test::TemporaryDirectory directory;
+  directory.write("tool", "#!/bin/sh\npwd -P\n", true);
+  ProcessOptions options = program("./tool");
+  options.workingDirectory = directory.path();
+  launchWatched(std::move(options));
+  EXPECT_EQ(witness_.linesAtEnd(), Lines{directory.path()});
+}
+
+TEST_F(ChildProcessTest, ReadsNothingFromStandardInput) {
+  launchWatched(script("readlink /proc/self/fd/0; wc -c"));
+  EXPECT_EQ(witness_.linesAtEnd(), (Lines{"/dev/null", "0"}));
+}
+
+TEST_F(ChildProcessTest, InheritsNoDescriptorNotEvenACarelessOne) {
+  const int careless = ::open("/dev/null", O_RDONLY);
+  ASSERT_GE(::dup2(careless, 100), 0);
+  const Child other = launch(program("/bin/sleep", {"1000"}));
+  launchWatched(program("/bin/ls", {"/proc/self/fd"}));
+  EXPECT_EQ(witness_.linesAtEnd(), (Lines{"0", "1", "2", "3"}));  // 3: the listing's own
+  other->killGroup();
+  EXPECT_TRUE(other->waitForExit(deadline));
+  ::close(careless);
+  ::close(100);
+}
+
+TEST_F(ChildProcessTest, StartsWithTheDefaultSignals) {
+  const auto before = std::signal(SIGPIPE, SIG_IGN);
+  sigset_t blocked;
+  sigemptyset(&blocked);
+  sigaddset(&blocked, SIGUSR1);
+  reactor_.run([&] { ::pthread_sigmask(SIG_BLOCK, &blocked, nullptr); });
+  launchWatched(program("/bin/grep", {"-E", "^Sig(Blk|Ign):", "/proc/self/status"}));
+  EXPECT_EQ(witness_.linesAtEnd(),
+            (Lines{"SigBlk:\t0000000000000000", "SigIgn:\t0000000000000000"}));
+  std::signal(SIGPIPE, before);
+}
+
+TEST_F(ChildProcessTest, LeadsAProcessGroupInTheSessionOfTheTray) {
+  const Child child = launch(program("/bin/sleep", {"1000"}));
+  const auto state = test::processState(child->pid());
+  EXPECT_EQ(state->group, child->pid());
+  EXPECT_EQ(state->session, ::getsid(0));
+  child->killGroup();
+  EXPECT_TRUE(child->waitForExit(deadline));
+}
+
+TEST_F(ChildProcessTest, TakesItsGrandchildrenAlongWhenItEnds) {
+  launchWatched(script("trap '' TERM; sleep 1000 & echo $!"));
+  EXPECT_EQ(witness_.waitForExit(), exited(0));  // although the grandchild held the pipe
+  const pid_t grandchild = std::stoi(witness_.waitForLines(1).at(0));
+  EXPECT_TRUE(eventually([&] { return hasEnded(grandchild); }));
+}
+
+TEST_F(ChildProcessTest, IsTerminatedAloneOrWithItsGroup) {
+  const Child child = launchWatched(script(R"(
+      trap 'echo child' TERM
+      sh -c 'trap "echo grandchild; exit" TERM; echo ready; while :; do sleep 1000 & wait $!; done' &
+      while kill -0 $! 2>/dev/null; do wait $!; done)"));
+  witness_.waitForLines(1);
+  child->terminate();
+  EXPECT_EQ(witness_.waitForLines(2), (Lines{"ready", "child"}));
+  child->terminateGroup();
+  auto lines = witness_.linesAtEnd();
+  std::sort(lines.begin() + 2, lines.end());
+  EXPECT_EQ(lines, (Lines{"ready", "child", "child", "grandchild"}));
+}
+
+TEST_F(ChildProcessTest, IsKilledThoughItRefusesToTerminate) {
+  const Child child = launchWatched(
+      script("trap 'echo refused' TERM; echo ready; while :; do sleep 1000 & wait $!; done"));
+  witness_.waitForLines(1);
+  child->terminate();
+  EXPECT_EQ(witness_.waitForLines(2), (Lines{"ready", "refused"}));
+  EXPECT_TRUE(child->isRunning());
+  EXPECT_FALSE(child->waitForExit(1ms));
+  child->killGroup();
+  EXPECT_TRUE(child->waitForExit(deadline));
+  EXPECT_EQ(witness_.waitForExit(), signalled(SIGKILL));
+}
+
+TEST_F(ChildProcessTest, IsNoLongerRunningWhenItsExitIsReported) {
+  std::mutex mutex;
+  std::unique_lock lock(mutex);  // until the child is known
+  Child child;
+  std::atomic<int> running = -1;
+  ProcessOptions options = script("exit 0");
+  options.onExit = [&](ExitStatus) {
+    const std::scoped_lock known(mutex);
+    running = child->isRunning() ? 1 : 0;
+  };
+  child = launch(std::move(options));
+  lock.unlock();
+  EXPECT_TRUE(eventually([&] { return running >= 0; }));
+  EXPECT_EQ(running, 0);
+}
+
+TEST_F(ChildProcessTest, KeepsItsCallbacksWhenItsHandleIsDropped) {
+  launchWatched(script("echo still; exit 4")).reset();
+  EXPECT_EQ(witness_.waitForExit(), exited(4));
+  EXPECT_EQ(witness_.linesAtEnd(), Lines{"still"});
+}
+
+TEST_F(ChildProcessTest, TakesSignalsAfterItsEndWithoutHarm) {
+  const Child child = launchWatched(script("exit 0"));
+  witness_.waitForExit();
+  child->terminate();
+  child->terminateGroup();
+  child->killGroup();
+  EXPECT_TRUE(child->waitForExit(0ns));
+  EXPECT_EQ(witness_.waitForExit(), exited(0));
+}
+
+/// Makes the kernel give `id` to the next process; true if it did.
+bool forkWithId(pid_t id, pid_t& forked) {
+  std::ofstream("/proc/sys/kernel/ns_last_pid") << id - 1 << std::flush;
+  forked = ::fork();
+  if (forked == 0) {
+    ::prctl(PR_SET_PDEATHSIG, SIGKILL);
+    while (true) ::pause();
+  }
+  if (forked < 0 || ::setpgid(forked, forked) != 0) throw std::runtime_error("no process");
+  return forked == id;
+}
+
+/// Ends a process; the signal that it died of, which is another one if that came first.
+int endBySignal(pid_t pid) {
+  test::signalProcess(pid, SIGUSR2);
+  int status = 0;
+  ::waitpid(pid, &status, 0);
+  return WTERMSIG(status);
+}
+
+TEST_F(ChildProcessTest, NeverSignalsAnotherProcessThatGotTheSameId) {
+  if (::access("/proc/sys/kernel/ns_last_pid", W_OK) != 0) GTEST_SKIP() << "ids cannot be chosen";
+  const Child child = launchWatched(script("exit 0"));
+  witness_.waitForExit();
+  pid_t other = 0;
+  for (int attempt = 0; !forkWithId(child->pid(), other); ++attempt) {
+    endBySignal(other);
+    if (attempt == 100) GTEST_SKIP() << "others took the id";
+  }
+  child->terminate();
+  child->terminateGroup();
+  child->killGroup();
+  EXPECT_EQ(endBySignal(other), SIGUSR2);
+}
+
+TEST_F(ChildProcessTest, OutlivesTheReactorAsAHandle) {
+  ProcessOptions options = script("echo kept; exec sleep 1000");
+  std::optional<OutputLines> kept;
+  options.onOutput = [&](OutputLines batch) { kept = std::move(batch); };
+  Child child;
+  {
+    Reactor brief;
+    SystemProcessLauncher launcher(brief, guardian_);
+    child = *launcher.launch(std::move(options));
+    EXPECT_TRUE(eventually([&] {
+      bool came = false;
+      brief.run([&] { came = kept.has_value(); });
+      return came;
+    }));
+  }
+  kept.reset();
+  child->killGroup();
+  EXPECT_FALSE(child->waitForExit(0ns));  // nobody sees it end
+  guardian_.remove(child->pid());
+  EXPECT_EQ(::waitpid(child->pid(), nullptr, 0), child->pid());
+}
+
+TEST_F(ChildProcessTest, DeliversAFloodWhole) {
+  std::atomic<std::size_t> lines = 0;
+  std::atomic<bool> ended = false;
+  ProcessOptions options = script("head -c 20000000 /dev/zero | tr '\\0' x | fold -w 100");
+  options.onOutput = [&](const OutputLines& batch) { lines += batch.lines().size(); };
+  options.onExit = [&](ExitStatus) { ended = true; };
+  const Child child = launch(std::move(options));
+  EXPECT_TRUE(child->waitForExit(deadline));
+  EXPECT_TRUE(eventually([&] { return ended.load(); }));
+  EXPECT_EQ(lines, 200000U);
+}
+
+/// Holds on to the batches that it gets.
+class Hoarder {
+ public:
+  void attachTo(ProcessOptions& options) {
+    options.onOutput = [this](OutputLines batch) {
+      const std::scoped_lock lock(mutex_);
+      for (const auto& line : batch.lines()) bytes_ += line.size() + sizeof line;
+      batches_.push_back(std::move(batch));
+    };
+  }
+
+  std::size_t bytes() {
+    const std::scoped_lock lock(mutex_);
+    return bytes_;
+  }
+
+  void letGo() {
+    std::vector<OutputLines> batches;
+    const std::scoped_lock lock(mutex_);
+    batches.swap(batches_);
+    bytes_ = 0;
+  }
+
+ private:
+  std::mutex mutex_;
+  std::vector<OutputLines> batches_;
+  std::size_t bytes_ = 0;
+};
+
+TEST_F(ChildProcessTest, IsNotReadFromWhileItsOutputIsHeldUnread) {
+  constexpr std::size_t allowance = 256 * 1024;
+  for (const std::string line : {"y", "a line of an ordinary length, as programs write them"}) {
+    Hoarder hoarder;
+    ProcessOptions options = program("/usr/bin/yes", {line});
+    hoarder.attachTo(options);
+    const Child child = launch(std::move(options));
+    for (int round = 0; round < 3; ++round) {
+      EXPECT_TRUE(eventually([&] { return hoarder.bytes() >= allowance; }));
+      const std::size_t held = hoarder.bytes();
+      for (int turn = 0; turn < 1000; ++turn) reactor_.run([] {});
+      EXPECT_EQ(hoarder.bytes(), held);
+      EXPECT_LT(held, 3 * allowance);
+      hoarder.letGo();
+    }
+    EXPECT_TRUE(eventually([&] { return hoarder.bytes() > 0; }));
+    child->killGroup();
+    EXPECT_TRUE(child->waitForExit(deadline));
+    settle();
+  }
+}
+
+TEST_F(ChildProcessTest, EndsThoughItsOutputIsHeldUnread) {
+  std::atomic<bool> ended = false;
+  Hoarder hoarder;
+  ProcessOptions options =
+      script("head -c 400000 /dev/zero | tr '\\0' '\\n' | sed s/^/x/; echo done");
+  hoarder.attachTo(options);
+  options.onExit = [&](ExitStatus) { ended = true; };
+  const Child child = launch(std::move(options));
+  EXPECT_TRUE(eventually([&] { return hoarder.bytes() >= 256U * 1024; }));
+  child->terminateGroup();
+  EXPECT_TRUE(eventually([&] { return ended.load(); }));
+}
+
+TEST_F(ChildProcessTest, LeavesNothingBehindAThousandTimes) {
+  launchWatched(script("exit 0"));
+  witness_.waitForExit();
+  settle();
+  const auto descriptors = test::openDescriptors();
+  const auto children = test::childrenOf(::getpid());
+  std::atomic<int> ended = 0;
+  for (int i = 0; i < 1000; ++i) {
+    ProcessOptions options = program(i % 10 == 9 ? "/nonexistent/program" : "/bin/true");
+    options.onOutput = [](const OutputLines&) {};
+    options.onExit = [&](ExitStatus status) { ended += status == exited(0) ? 1 : 0; };
+    EXPECT_EQ(launcher_.launch(std::move(options)).has_value(), i % 10 != 9);
+  }
+  EXPECT_TRUE(eventually([&] { return ended == 900; }));
+  settle();
+  EXPECT_EQ(test::openDescriptors(), descriptors);
+  EXPECT_EQ(test::childrenOf(::getpid()), children);
+}
+
+TEST_F(ChildProcessTest, CanBeLaunchedFromManyThreadsAtOnce) {
+  constexpr int threadCount = 8;
+  constexpr int launchesPerThread = 20;
+  std::atomic<int> ended = 0;
+  std::vector<std::thread> threads;
+  for (int thread = 0; thread < threadCount; ++thread) {
+    threads.emplace_back([&] {
+      for (int i = 0; i < launchesPerThread; ++i) {
+        ProcessOptions options = script("echo one; exit 5");
+        options.onOutput = [](const OutputLines& lines) { EXPECT_EQ(lines.lines(), Lines{"one"}); };
+        options.onExit = [&](ExitStatus status) { ended += status == exited(5) ? 1 : 0; };
+        EXPECT_TRUE(launch(std::move(options))->waitForExit(deadline));
+      }
+    });
+  }
+  for (auto& thread : threads) thread.join();
+  EXPECT_TRUE(eventually([&] { return ended == threadCount * launchesPerThread; }));
+}
+
+}  // namespace
+}  // namespace zephyl

@@ -1,0 +1,67 @@
+#include "System/Directories.hpp"
+
+#include <gtest/gtest.h>
+
+#include <pwd.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include "Support/TemporaryDirectory.hpp"
+
+namespace zephyl {
+namespace {
+
+using test::ScopedVariable;
+
+TEST(Directories, FollowTheEnvironment) {
+  const ScopedVariable home("HOME", "/h"), data("XDG_DATA_HOME", "/d"),
+      configuration("XDG_CONFIG_HOME", "/c"), temporary("TMPDIR", "/t");
+  EXPECT_EQ(directories::home(), "/h");
+  EXPECT_EQ(directories::applicationSupport(), "/d");
+  EXPECT_EQ(directories::configuration(), "/c");
+  EXPECT_EQ(directories::temporary(), "/t");
+}
+
+TEST(Directories, LieInTheHomeDirectoryWhenTheEnvironmentIsSilentOrRelative) {
+  const ScopedVariable home("HOME", "/h/");
+  for (const auto* value : {"", "relative/path"}) {
+    const ScopedVariable data("XDG_DATA_HOME", value), configuration("XDG_CONFIG_HOME", value);
+    EXPECT_EQ(directories::applicationSupport(), "/h/.local/share");
+    EXPECT_EQ(directories::configuration(), "/h/.config");
+  }
+}
+
+TEST(Directories, TakeTheHomeDirectoryFromThePasswordDatabaseWhenTheEnvironmentHasNone) {
+  const passwd* entry = ::getpwuid(::geteuid());
+  if (entry == nullptr) GTEST_SKIP() << "the user is in no database";
+  const ScopedVariable unset("HOME");
+  EXPECT_EQ(directories::home(), entry->pw_dir);
+  const ScopedVariable empty("HOME", "");
+  EXPECT_EQ(directories::home(), entry->pw_dir);
+}
+
+TEST(Directories, HaveNoApplicationSupportForAUserWithoutAHome) {
+  if (::geteuid() != 0) GTEST_SKIP() << "needs the right to become another user";
+  constexpr uid_t nobodyKnown = 54321;
+  ASSERT_EQ(::getpwuid(nobodyKnown), nullptr);
+  const pid_t child = ::fork();
+  if (child == 0) {
+    const ScopedVariable home("HOME"), data("XDG_DATA_HOME");
+    const bool none = ::setuid(nobodyKnown) == 0 && !directories::applicationSupport() &&
+                      directories::home() == "/";
+    ::_exit(none ? 0 : 1);
+  }
+  int status = -1;
+  ASSERT_EQ(::waitpid(child, &status, 0), child);
+  EXPECT_EQ(status, 0);
+}
+
+TEST(Directories, FallBackToTmp) {
+  const ScopedVariable unset("TMPDIR");
+  EXPECT_EQ(directories::temporary(), "/tmp");
+  const ScopedVariable empty("TMPDIR", "");
+  EXPECT_EQ(directories::temporary(), "/tmp");
+}
+
+}  // namespace
+}  // namespace zephyl

@@ -1,0 +1,57 @@
+#include "System/LogRing.hpp"
+
+#include <gtest/gtest.h>
+
+namespace zephyl {
+namespace {
+
+TEST(LogRing, KeepsLinesOldestFirst) {
+  LogRing ring;
+  EXPECT_TRUE(ring.empty());
+  ring.append("one");
+  ring.append("two");
+  EXPECT_EQ(ring.lines(), (std::vector<std::string>{"one", "two"}));
+  EXPECT_FALSE(ring.empty());
+}
+
+TEST(LogRing, KeepsTheNewestTwoHundredLines) {
+  LogRing ring;
+  for (int i = 1; i <= 250; ++i) ring.append(std::to_string(i));
+  const auto lines = ring.lines();
+  ASSERT_EQ(lines.size(), 200U);
+  EXPECT_EQ(lines.front(), "51");
+  EXPECT_EQ(lines.back(), "250");
+}
+
+TEST(LogRing, KeepsAtMostItsBytes) {
+  LogRing ring;
+  for (int i = 0; i < 65; ++i) ring.append(std::string(4096, static_cast<char>('0' + i)));
+  const auto lines = ring.lines();
+  ASSERT_EQ(lines.size(), 64U);
+  EXPECT_EQ(lines.front().front(), '1');
+}
+
+TEST(LogRing, MakesAsMuchRoomAsOneLineNeeds) {
+  LogRing ring;
+  for (int i = 0; i < 10; ++i) ring.append(std::to_string(i));
+  ring.append(std::string(LogRing::maxBytes - 1, 'x'));
+  const auto lines = ring.lines();
+  ASSERT_EQ(lines.size(), 2U);
+  EXPECT_EQ(lines.front(), "9");
+}
+
+TEST(LogRing, DoesNotLoseTheOthersToALineThatIsTooLarge) {
+  LogRing ring;
+  ring.append("kept");
+  ring.append(std::string(LogRing::maxBytes + 1, 'x'));
+  EXPECT_EQ(ring.lines(), std::vector<std::string>{"kept"});
+}
+
+TEST(LogRing, TakesEmptyLines) {
+  LogRing ring;
+  for (int i = 0; i < 250; ++i) ring.append("");
+  EXPECT_EQ(ring.lines().size(), 200U);
+}
+
+}  // namespace
+}  // namespace zephyl

@@ -1,0 +1,107 @@
+#include "System/Text.hpp"
+
+#include <climits>
+
+#include <gtest/gtest.h>
+
+using namespace std::string_literals;
+
+namespace zephyl {
+namespace {
+
+TEST(Text, TrimsSpacesAndTabsButNotNewlines) {
+  EXPECT_EQ(trimmed(" \t a b\t "), "a b");
+  EXPECT_EQ(trimmed(" \na\n "), "\na\n");
+  EXPECT_EQ(trimmed(" \t "), "");
+  EXPECT_EQ(trimmed(""), "");
+}
+
+TEST(Text, IsBlankWhenNothingIsLeftOfIt) {
+  EXPECT_TRUE(isBlank(""));
+  EXPECT_TRUE(isBlank(" \t"));
+  EXPECT_FALSE(isBlank(" \n"));
+  EXPECT_FALSE(isBlank(" x "));
+}
+
+TEST(Text, LowersASCIILettersAlone) {
+  EXPECT_EQ(lowerCased("aB-Z@[É"), "ab-z@[É");
+}
+
+TEST(Text, SplitsIntoPiecesThatAreNotEmpty) {
+  using Pieces = std::vector<std::string_view>;
+  EXPECT_EQ(splitNonEmpty("127..0.", '.'), (Pieces{"127", "0"}));
+  EXPECT_EQ(splitNonEmpty("abc", '.'), Pieces{"abc"});
+  EXPECT_EQ(splitNonEmpty("..", '.'), Pieces{});
+  EXPECT_EQ(splitNonEmpty("", '.'), Pieces{});
+}
+
+TEST(Text, ReadsAWholeTextAsADecimalInteger) {
+  EXPECT_EQ(parseDecimal("09000"), 9000);
+  EXPECT_EQ(parseDecimal("+9000"), 9000);
+  EXPECT_EQ(parseDecimal("-5"), -5);
+  EXPECT_EQ(parseDecimal("9223372036854775807"), LLONG_MAX);
+  EXPECT_EQ(parseDecimal("-9223372036854775808"), LLONG_MIN);
+  for (const auto* bad : {"", "+", "-", "+-5", "-+5", "++5", " 5", "5 ", "70000x", "0x10", "5.0",
+                          "9223372036854775808", "-9223372036854775809"}) {
+    EXPECT_EQ(parseDecimal(bad), std::nullopt) << bad;
+  }
+}
+
+TEST(Text, KnowsValidUTF8) {
+  for (const auto& good : {""s, "plain"s, "\0\x01\x7F"s, "é"s, "€"s, "\xC2\x80"s, "\xED\x9F\xBF"s,
+                           "\xEE\x80\x80"s, "\xF0\x90\x80\x80"s, "\xF4\x8F\xBF\xBF"s}) {
+    EXPECT_TRUE(isValidUTF8(good)) << good;
+  }
+}
+
+TEST(Text, KnowsWhatIsNoUTF8) {
+  const auto bad = {
+      "\x80"s,          // a continuation alone
+      "a\xC3"s,         // cut off
+      "\xE2\x82"s,      // cut off
+      "\xF0\x9F\x98"s,  // cut off
+      "\xC3(ab"s,       // not followed by a continuation
+      "\xE2\x82("s,
+      "\xF0\x9F\x98("s,
+      "\xC0\x80"s,  // overlong
+      "\xC1\xBF"s,
+      "\xE0\x9F\xBF"s,
+      "\xF0\x8F\xBF\xBF"s,
+      "\xED\xA0\x80"s,      // a surrogate
+      "\xF4\x90\x80\x80"s,  // beyond U+10FFFF
+      "\xF5\x80\x80\x80"s,
+      "\xFF"s,
+  };
+  for (const auto& text : bad) EXPECT_FALSE(isValidUTF8(text)) << visible(text);
+}
+
+TEST(Text, ShowsControlCharactersAsPictures) {
+  EXPECT_EQ(visible("\0\t\n\x1B[31m\x1F\x7F"s), "␀␉␊␛[31m␟␡");
+  EXPECT_EQ(visible("a\xC2\x80\xC2\x9Bz"), "a\\u0080\\u009bz");
+  EXPECT_EQ(visible("\u00A0é€😀 ~"), "\u00A0é€😀 ~");
+  EXPECT_EQ(visible(""), "");
+}
+
+TEST(Text, ShowsEachByteThatIsNoUTF8AsAReplacementCharacter) {
+  EXPECT_EQ(visible("a\xE2\x82z\xFF"), "a\uFFFD\uFFFDz\uFFFD");
+  EXPECT_EQ(visible("\x9B\xC3"), "\uFFFD\uFFFD");
+}
+
+TEST(Text, LosesControlCharacters) {
+  EXPECT_EQ(withoutControlCharacters("\x1B[1mé\r\n\0\x7F\xC2\x85z"s), "[1méz");
+}
+
+TEST(Text, MakesNoControlCharacterByLosingOne) {
+  const std::string rest = withoutControlCharacters("\xC2\x01\x85");
+  EXPECT_EQ(rest, "");
+  EXPECT_EQ(withoutControlCharacters("a\xFFz"), "az");
+}
+
+TEST(Text, QuotesForAShell) {
+  EXPECT_EQ(shellQuoted("a b$c"), "'a b$c'");
+  EXPECT_EQ(shellQuoted("it's"), "'it'\\''s'");
+  EXPECT_EQ(shellQuoted(""), "''");
+}
+
+}  // namespace
+}  // namespace zephyl

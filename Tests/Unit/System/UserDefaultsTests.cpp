@@ -1,0 +1,161 @@
+#include "System/UserDefaults.hpp"
+
+#include <filesystem>
+#include <thread>
+
+#include <gtest/gtest.h>
+
+#include "Support/LogCapture.hpp"
+#include "Support/TemporaryDirectory.hpp"
+#include "System/Files.hpp"
+
+namespace zephyl {
+namespace {
+
+namespace fs = std::filesystem;
+
+class UserDefaultsTest : public ::testing::Test {
+ protected:
+  void write(const std::string& text) { directory_.write("com.test/defaults.json", text); }
+  std::string contents() { return *readFile(defaults_.path()); }
+  std::size_t filesBesideIt() {
+    const fs::directory_iterator files(directory_ / "com.test");
+    return static_cast<std::size_t>(std::distance(begin(files), end(files))) - 1;
+  }
+  std::string theFileBesideIt() {
+    for (const auto& entry : fs::directory_iterator(directory_ / "com.test")) {
+      if (entry.path() != defaults_.path()) return entry.path();
+    }
+    return {};
+  }
+
+  test::TemporaryDirectory directory_;
+  test::ScopedVariable configuration_{"XDG_CONFIG_HOME", directory_.path()};
+  UserDefaults defaults_{"com.test"};
+};
+
+TEST_F(UserDefaultsTest, AreAFileUnderTheDomainsName) {
+  EXPECT_EQ(defaults_.path(), directory_ / "com.test/defaults.json");
+}
+
+TEST_F(UserDefaultsTest, HoldNothingAsLongAsThereIsNoFile) {
+  EXPECT_EQ(defaults_.integer("a"), std::nullopt);
+  EXPECT_EQ(defaults_.string("a"), std::nullopt);
+}
+
+TEST_F(UserDefaultsTest, TakeOnlyIntegersForIntegers) {
+  write(R"({"positive": 9000, "negative": -5, "zero": 0, "text": "9000", "fraction": 9000.5,
+            "true": true, "false": false, "null": null, "list": [1], "large": 9223372036854775807,
+            "larger": 9223372036854775808, "largest": 1e300})");
+  EXPECT_EQ(defaults_.integer("positive"), 9000);
+  EXPECT_EQ(defaults_.integer("negative"), -5);
+  EXPECT_EQ(defaults_.integer("zero"), 0);
+  EXPECT_EQ(defaults_.integer("large"), INT64_MAX);
+  for (const auto* key :
+       {"text", "fraction", "true", "false", "null", "list", "larger", "largest", "absent"}) {
+    EXPECT_EQ(defaults_.integer(key), std::nullopt) << key;
+  }
+}
+
+TEST_F(UserDefaultsTest, TakeOnlyTextsForTexts) {
+  write(R"({"text": " é ", "empty": "", "number": 1, "null": null})");
+  EXPECT_EQ(defaults_.string("text"), " é ");
+  EXPECT_EQ(defaults_.string("empty"), "");
+  for (const auto* key : {"number", "null", "absent"}) {
+    EXPECT_EQ(defaults_.string(key), std::nullopt) << key;
+  }
+}
+
+TEST_F(UserDefaultsTest, SeeAtOnceWhatAnotherProgramWrites) {
+  write(R"({"a": "1"})");
+  EXPECT_EQ(defaults_.string("a"), "1");
+  write(R"({"a": "2"})");
+  EXPECT_EQ(defaults_.string("a"), "2");
+}
+
+TEST_F(UserDefaultsTest, KeepWhatIsStoredInDirectoriesOfTheirOwner) {
+  const test::ScopedVariable deeper("XDG_CONFIG_HOME", directory_ / "x/y");
+  defaults_.setString("a", "one");
+  EXPECT_EQ(defaults_.string("a"), "one");
+  EXPECT_EQ(fs::status(directory_ / "x/y/com.test").permissions(), fs::perms::owner_all);
+  EXPECT_EQ(fs::status(defaults_.path()).permissions(),
+            fs::perms::owner_read | fs::perms::owner_write);
+}
+
+TEST_F(UserDefaultsTest, KeepTheKeysThatAreNotTheirs) {
+  write(R"({"b": [1, {"c": 18446744073709551615}], "a": 1})");
+  defaults_.setString("a", "é\n");
+  EXPECT_EQ(contents(),
+            "{\n  \"a\": \"é\\n\",\n  \"b\": [\n    1,\n    {\n      \"c\": "
+            "18446744073709551615\n    }\n  ]\n}\n");
+}
+
+TEST_F(UserDefaultsTest, ForgetAKey) {
+  defaults_.setString("a", "1");
+  defaults_.setString("b", "2");
+  defaults_.remove("a");
+  EXPECT_EQ(defaults_.string("a"), std::nullopt);
+  EXPECT_EQ(defaults_.string("b"), "2");
+}
+
+TEST_F(UserDefaultsTest, WriteNothingWhenNothingChanges) {
+  defaults_.remove("a");
+  EXPECT_FALSE(fileExists(defaults_.path()));
+  write(R"({ "a":"1" })");
+  defaults_.setString("a", "1");
+  defaults_.remove("b");
+  EXPECT_EQ(contents(), R"({ "a":"1" })");
+}
+
+TEST_F(UserDefaultsTest, CopyAnUnreadableFileAsideOnceBeforeReplacingIt) {
+  for (const auto* bad : {R"({"a": )", R"(["a"])", "\xFF", ""}) {
+    fs::remove_all(directory_ / "com.test");
+    write(bad);
+    EXPECT_EQ(defaults_.string("a"), std::nullopt);
+    EXPECT_EQ(filesBesideIt(), 0U);
+
+    EXPECT_TRUE(test::logOf([&] {
+                  defaults_.setString("a", "1");
+                }).starts_with("[tray] user defaults are unreadable (" + defaults_.path()));
+    EXPECT_EQ(test::logOf([&] { defaults_.setString("b", "2"); }), "");
+    EXPECT_EQ(defaults_.string("a"), "1");
+    ASSERT_EQ(filesBesideIt(), 1U);
+    EXPECT_EQ(*readFile(theFileBesideIt()), bad);
+  }
+}
+
+TEST_F(UserDefaultsTest, LogAWriteThatFailsAndChangeNothing) {
+  fs::create_directories(defaults_.path());
+  EXPECT_EQ(test::logOf([&] { defaults_.setString("a", "1"); }),
+            "[tray] could not write the user defaults: " + defaults_.path() + ": Is a directory\n");
+  EXPECT_EQ(defaults_.string("a"), std::nullopt);
+  EXPECT_EQ(filesBesideIt(), 0U);
+}
+
+TEST_F(UserDefaultsTest, RefuseATextThatWouldMakeTheFileUnreadable) {
+  defaults_.setString("a", "1");
+  EXPECT_EQ(test::logOf([&] { defaults_.setString("a", "\xC3("); }),
+            "[tray] could not write the user defaults: " + defaults_.path() +
+                ": the new value is not valid UTF-8\n");
+  EXPECT_EQ(defaults_.string("a"), "1");
+}
+
+TEST_F(UserDefaultsTest, LoseNoneOfTheChangesOfSeveralThreads) {
+  std::vector<std::jthread> threads;
+  for (int thread = 0; thread < 4; ++thread) {
+    threads.emplace_back([this, thread] {
+      for (int key = 0; key < 5; ++key) {
+        defaults_.setString(std::to_string(thread) + "." + std::to_string(key), "x");
+      }
+    });
+  }
+  threads.clear();
+  for (int thread = 0; thread < 4; ++thread) {
+    for (int key = 0; key < 5; ++key) {
+      EXPECT_EQ(defaults_.string(std::to_string(thread) + "." + std::to_string(key)), "x");
+    }
+  }
+}
+
+}  // namespace
+}  // namespace zephyl

@@ -1,0 +1,44 @@
+# How every target is compiled: language level, warnings, sanitizers, linking, compiler cache.
+set(CMAKE_CXX_STANDARD 20)
+set(CMAKE_CXX_STANDARD_REQUIRED ON)
+set(CMAKE_CXX_EXTENSIONS OFF)
+set(CMAKE_EXPORT_COMPILE_COMMANDS ON)
+set(CMAKE_POSITION_INDEPENDENT_CODE ON)
+set(CMAKE_RUNTIME_OUTPUT_DIRECTORY "${PROJECT_BINARY_DIR}")
+
+# Optimized, with line numbers for back traces, and with assertions: they cost next to nothing.
+set(CMAKE_CXX_FLAGS_RELWITHDEBINFO "-O2 -g1")
+
+find_program(ZEPHYL_CCACHE ccache)
+if(ZEPHYL_CCACHE)
+  set(CMAKE_CXX_COMPILER_LAUNCHER "${ZEPHYL_CCACHE}")
+endif()
+
+# Designated initializers leave fields to their defaults on purpose.
+add_compile_options(-Wall -Wextra -Wshadow -Wnon-virtual-dtor -Woverloaded-virtual
+                    -Wno-missing-field-initializers)
+if(CMAKE_CXX_COMPILER_ID STREQUAL GNU AND CMAKE_CXX_COMPILER_VERSION VERSION_LESS 13)
+  # False alarms of this compiler's optimizer about the inside of std::string and std::optional.
+  add_compile_options(-Wno-restrict -Wno-maybe-uninitialized)
+endif()
+if(ZEPHYL_WERROR)
+  add_compile_options(-Werror)
+endif()
+
+if(ZEPHYL_FUZZ)
+  add_compile_options(-fsanitize=fuzzer-no-link)
+  if(NOT ZEPHYL_SANITIZE)
+    set(ZEPHYL_SANITIZE address,undefined)
+  endif()
+endif()
+if(ZEPHYL_SANITIZE)
+  add_compile_options(-fsanitize=${ZEPHYL_SANITIZE} -fno-omit-frame-pointer -fno-sanitize-recover=all)
+  add_link_options(-fsanitize=${ZEPHYL_SANITIZE})
+  if(ZEPHYL_SANITIZE MATCHES thread AND CMAKE_CXX_COMPILER_ID STREQUAL GNU)
+    add_compile_options(-Wno-tsan) # Asio uses atomic_thread_fence, which TSan cannot see
+  endif()
+else()
+  # Fewer shared libraries to map: less memory and a faster start of a process that runs all day.
+  add_link_options(-static-libstdc++ -static-libgcc)
+  set(Boost_USE_STATIC_LIBS ON)
+endif()
