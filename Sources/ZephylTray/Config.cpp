@@ -1,0 +1,161 @@
+#include "ZephylTray/Config.hpp"
+
+#include <filesystem>
+
+#include <fmt/format.h>
+
+#include "System/Bundle.hpp"
+#include "System/Directories.hpp"
+#include "System/Environment.hpp"
+#include "System/Files.hpp"
+#include "System/Text.hpp"
+#include "System/UserDefaults.hpp"
+
+namespace zephyl {
+
+namespace {
+
+constexpr std::int64_t defaultTrayPort = 8799;
+constexpr std::int64_t defaultOnboardingPort = 8801;
+constexpr auto defaultDesktopLaunchCommand = "pnpm --filter @zephyl/desktop dev";
+constexpr auto rootMarker = "pnpm-workspace.yaml";
+constexpr int searchedLevels = 12;
+
+std::int64_t port(const char* key, const char* variable, std::int64_t otherwise) {
+  const auto stored = Config::defaults().integer(key);
+  if (stored && *stored > 0) return *stored;
+  const auto text = environmentVariable(variable);
+  const auto number = text ? parseDecimal(*text) : std::nullopt;
+  return number && *number > 0 ? *number : otherwise;
+}
+
+std::optional<std::string> unlessEmpty(std::optional<std::string> text) {
+  if (text && text->empty()) text.reset();
+  return text;
+}
+
+/// A text of the user defaults, else of the environment, that is not empty.
+std::optional<std::string> storedText(const char* key, const char* variable) {
+  auto stored = unlessEmpty(Config::defaults().string(key));
+  return stored ? stored : unlessEmpty(environmentVariable(variable));
+}
+
+std::optional<std::string> workingDirectory() {
+  std::error_code failure;
+  std::string path = std::filesystem::current_path(failure);
+  if (failure) return std::nullopt;
+  return path;
+}
+
+std::optional<std::string> directoryOfExecutable() {
+  const auto& executable = Bundle::main().executable();
+  if (!executable) return std::nullopt;
+  return parentDirectory(*executable);
+}
+
+std::optional<std::string> rootAbove(std::string directory) {
+  for (int level = 0; level < searchedLevels; ++level) {
+    if (fileExists(joinPath(directory, rootMarker))) return directory;
+    std::string parent = parentDirectory(directory);
+    if (parent == directory) break;
+    directory = std::move(parent);
+  }
+  return std::nullopt;
+}
+
+std::optional<std::string> ifExecutable(std::string path) {
+  if (!isExecutableFile(path)) return std::nullopt;
+  return path;
+}
+
+std::optional<std::string> resource(const char* name) {
+  const auto resources = Bundle::main().resourceDirectory();
+  if (!resources) return std::nullopt;
+  return joinPath(*resources, name);
+}
+
+std::optional<std::string> developerBuild(const char* targetDirectory, const char* name) {
+  const std::string target = joinPath(Config::repoRoot(), targetDirectory);
+  for (const auto* kind : {"release", "debug"}) {
+    if (auto binary = ifExecutable(joinPath(joinPath(target, kind), name))) return binary;
+  }
+  return std::nullopt;
+}
+
+}  // namespace
+
+UserDefaults& Config::defaults() {
+  static UserDefaults defaults("com.zephyl.tray");
+  return defaults;
+}
+
+std::int64_t Config::trayPort() {
+  return port("trayPort", "AGENT_TRAY_PORT", defaultTrayPort);
+}
+
+std::int64_t Config::onboardingPort() {
+  return port("onboardingPort", "ZEPHYL_ONBOARD_PORT", defaultOnboardingPort);
+}
+
+std::string Config::apiBaseURL() {
+  return fmt::format("http://127.0.0.1:{}", trayPort());
+}
+
+std::string Config::repoRoot() {
+  if (auto root = storedText("repoRoot", "ZEPHYL_REPO_ROOT")) return *root;
+  const auto current = workingDirectory();
+  if (auto root = detectRepoRoot(directoryOfExecutable(), current)) return *root;
+  return current.value_or(".");
+}
+
+std::optional<std::string> Config::detectRepoRoot(
+    const std::optional<std::string>& executableDirectory,
+    const std::optional<std::string>& currentDirectory) {
+  for (const auto* start : {&executableDirectory, &currentDirectory}) {
+    if (!start->has_value()) continue;
+    if (auto root = rootAbove(**start)) return root;
+  }
+  return std::nullopt;
+}
+
+std::string Config::desktopLaunchCommand() {
+  return storedText("desktopLaunchCommand", "ZEPHYL_DESKTOP_LAUNCH_CMD")
+      .value_or(defaultDesktopLaunchCommand);
+}
+
+std::string Config::legacyTailnetStateDir() {
+  if (auto stored = unlessEmpty(defaults().string("tailnetStateDir"))) return *stored;
+  if (const auto support = directories::applicationSupport()) {
+    return joinPath(*support, "Zephyl/tailnet");
+  }
+  return joinPath(directories::temporary(), "zephyl-tailnet");
+}
+
+std::optional<std::string> Config::bundledRuntimeDir() {
+  auto directory = resource("agent");
+  if (directory && !isExecutableFile(joinPath(*directory, "zephyl-agent"))) directory.reset();
+  return directory;
+}
+
+std::optional<std::string> Config::bundledDesktopApp() {
+  auto app = resource("Zephyl Window.app");
+  if (app && !fileExists(*app)) app.reset();
+  return app;
+}
+
+std::optional<std::string> Config::tailnetBinary(const std::string& name) {
+  if (const auto directory = bundledRuntimeDir()) {
+    if (auto binary = ifExecutable(joinPath(*directory, name))) return binary;
+  }
+  return ifExecutable(joinPath(joinPath(repoRoot(), "packages/tailnet-client"), name));
+}
+
+std::optional<std::string> Config::agentDevBinary() {
+  return developerBuild("target", "zephyl-agent");
+}
+
+std::optional<std::string> Config::desktopDevBinary() {
+  return developerBuild("packages/desktop/src-tauri/target", "zephyl-desktop");
+}
+
+}  // namespace zephyl

@@ -1,0 +1,117 @@
+#include "ZephylTray/SingleOwnerLock.hpp"
+
+#include <csignal>
+#include <filesystem>
+
+#include <gtest/gtest.h>
+
+#include <fcntl.h>
+#include <spawn.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include "Support/TemporaryDirectory.hpp"
+#include "System/Files.hpp"
+
+namespace fs = std::filesystem;
+
+namespace zephyl {
+namespace {
+
+using Taken = SingleOwnerLock::Taken;
+
+class SingleOwnerLockTest : public ::testing::Test {
+ protected:
+  [[nodiscard]] auto acquire() const { return SingleOwnerLock::acquire(path_); }
+  [[nodiscard]] bool isTaken() const { return std::holds_alternative<Taken>(acquire()); }
+  /// Who says to hold the lock; none when nobody does.
+  [[nodiscard]] std::optional<pid_t> knownHolder() const {
+    const auto outcome = acquire();
+    const auto* taken = std::get_if<Taken>(&outcome);
+    return taken != nullptr ? taken->holder : std::nullopt;
+  }
+
+  test::TemporaryDirectory directory_;
+  std::string path_ = directory_ / "base/tray.lock";
+};
+
+TEST_F(SingleOwnerLockTest, IsHeldUntilItGoesAway) {
+  {
+    const auto lock = acquire();
+    ASSERT_TRUE(std::holds_alternative<SingleOwnerLock>(lock));
+    EXPECT_TRUE(isTaken());
+  }
+  EXPECT_FALSE(isTaken());
+}
+
+TEST_F(SingleOwnerLockTest, TellsWhoHoldsIt) {
+  const auto lock = acquire();
+  EXPECT_EQ(knownHolder(), ::getpid());
+}
+
+TEST_F(SingleOwnerLockTest, CannotTellAHolderThatDidNotSayWhoItIs) {
+  const auto lock = acquire();
+  for (const auto* text : {"", "x", "-5", "0", "99999999999999999999"}) {
+    directory_.write("base/tray.lock", text);
+    EXPECT_TRUE(isTaken()) << text;
+    EXPECT_EQ(knownHolder(), std::nullopt) << text;
+  }
+}
+
+TEST_F(SingleOwnerLockTest, MakesItsFileForTheOwnerAlone) {
+  const auto lock = acquire();
+  EXPECT_EQ(fs::status(path_).permissions(), fs::perms::owner_read | fs::perms::owner_write);
+  EXPECT_EQ(fs::status(directory_ / "base").permissions(), fs::perms::owner_all);
+}
+
+TEST_F(SingleOwnerLockTest, ForgetsAnEarlierHolder) {
+  directory_.write("base/tray.lock", "1234567890123\nand more");
+  const auto lock = acquire();
+  ASSERT_TRUE(std::holds_alternative<SingleOwnerLock>(lock));
+  EXPECT_EQ(*readFile(path_), std::to_string(::getpid()) + "\n");
+}
+
+TEST_F(SingleOwnerLockTest, IsFreeOnceItsProcessWasKilled) {
+  int ready[2];
+  ASSERT_EQ(::pipe2(ready, O_CLOEXEC), 0);
+  const FileDescriptor reading(ready[0]);
+  FileDescriptor writing(ready[1]);
+  const pid_t holder = ::fork();
+  if (holder == 0) {
+    const auto lock = acquire();
+    if (::write(writing.get(), "x", 1) == 1) ::pause();
+    ::_exit(1);
+  }
+  writing.reset();
+  char started = 0;
+  EXPECT_EQ(::read(reading.get(), &started, 1), 1);
+  EXPECT_EQ(knownHolder(), holder);
+  ::kill(holder, SIGKILL);
+  ASSERT_EQ(::waitpid(holder, nullptr, 0), holder);
+  EXPECT_FALSE(isTaken());
+}
+
+TEST_F(SingleOwnerLockTest, IsNotInheritedByAProgram) {
+  pid_t program = 0;
+  {
+    const auto lock = acquire();
+    const char* const arguments[] = {"sleep", "100", nullptr};
+    ASSERT_EQ(::posix_spawnp(&program, "sleep", nullptr, nullptr,
+                             const_cast<char* const*>(arguments), nullptr),
+              0);
+  }
+  EXPECT_FALSE(isTaken());
+  ::kill(program, SIGKILL);
+  EXPECT_EQ(::waitpid(program, nullptr, 0), program);
+}
+
+TEST_F(SingleOwnerLockTest, SaysWhyItCannotBeTaken) {
+  directory_.write("base", "");
+  EXPECT_EQ(std::get<Error>(acquire()).message, directory_ / "base: Not a directory");
+  fs::remove(directory_ / "base");
+  fs::create_directories(path_);
+  EXPECT_EQ(std::get<Error>(acquire()).message, path_ + ": Is a directory");
+}
+
+}  // namespace
+}  // namespace zephyl
