@@ -1,0 +1,39 @@
+#include "Desktop/Headless/HeadlessDesktop.hpp"
+
+#include <algorithm>
+
+#include "System/Log.hpp"
+
+namespace zephyl {
+
+namespace {
+constexpr std::size_t shownLogLines = 12;
+}
+
+void HeadlessDesktop::presentLogWindow(const LogWindow& window) {
+  log("{}: {}", window.title, window.message);
+  const auto& lines = window.log;
+  for (std::size_t i = lines.size() - std::min(lines.size(), shownLogLines); i < lines.size();
+       ++i) {
+    log("  | {}", lines[i]);
+  }
+}
+
+void HeadlessDesktop::Item::setDescription(const std::string& description) {
+  current_ = description;
+  if (laterLine_ || current_ == logged_) return;
+  const Duration wait = lastLine_ + logInterval - clock_.now();
+  if (lastLine_ == Instant{} || wait <= Duration::zero()) return logIfChanged();
+  // The item lives as long as the main loop runs tasks, and the timer no longer than the item.
+  laterLine_ = clock_.after(wait, [this] { mainLoop_.async([this] { logIfChanged(); }); });
+}
+
+void HeadlessDesktop::Item::logIfChanged() {
+  laterLine_.cancel();
+  if (current_ == logged_) return;
+  logged_ = current_;
+  lastLine_ = clock_.now();
+  logLine(current_);
+}
+
+}  // namespace zephyl

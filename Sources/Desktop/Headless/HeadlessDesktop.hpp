@@ -1,0 +1,46 @@
+#pragma once
+
+#include "Desktop/Desktop.hpp"
+#include "System/Clock.hpp"
+#include "System/MainLoop.hpp"
+
+namespace zephyl {
+
+/// The desktop of a machine that has none: nothing is shown. The state goes to the log in words,
+/// a line for each change; changes that follow each other faster than `logInterval` share the
+/// line that tells the last of them. A log window becomes its message and the end of its log.
+class HeadlessDesktop final : public Desktop {
+ public:
+  static constexpr Duration logInterval = std::chrono::milliseconds(250);
+
+  /// Both outlive it.
+  HeadlessDesktop(MainLoop& mainLoop, Clock& clock) : item_(mainLoop, clock) {}
+
+  StatusItem& statusItem() override { return item_; }
+  void requestNotificationAuthorization() override {}
+  void presentLogWindow(const LogWindow& window) override;
+
+ private:
+  class Item final : public StatusItem {
+   public:
+    Item(MainLoop& mainLoop, Clock& clock) : mainLoop_(mainLoop), clock_(clock) {}
+
+    void setIcon(StatusIcon) override {}
+    void setTitle(const std::string&) override {}
+    void setDescription(const std::string& description) override;
+
+   private:
+    void logIfChanged();
+
+    MainLoop& mainLoop_;
+    Clock& clock_;
+    std::string current_;
+    std::string logged_;
+    Instant lastLine_{};
+    Timer laterLine_;
+  };
+
+  Item item_;
+};
+
+}  // namespace zephyl

@@ -1,0 +1,98 @@
+#include "ZephylTray/AgentLaunch.hpp"
+
+#include <fmt/format.h>
+
+#include "System/Files.hpp"
+#include "System/JSON.hpp"
+#include "System/Text.hpp"
+#include "ZephylTray/Config.hpp"
+
+namespace zephyl {
+
+namespace {
+
+constexpr auto serversVariable = "ZEPHYL_SERVERS";
+constexpr auto serverURLVariable = "ZEPHYL_SERVER_URL";
+constexpr auto socksVariable = "ZEPHYL_SOCKS5";
+constexpr auto standaloneVariable = "ZEPHYL_STANDALONE";
+constexpr auto modelCacheVariable = "ZEPHYL_MODEL_CACHE_DIR";
+
+void setOrRemove(Environment& environment, const char* name,
+                 const std::optional<std::string>& value) {
+  if (value) {
+    environment[name] = *value;
+  } else {
+    environment.erase(name);
+  }
+}
+
+bool canRunTailnets() {
+  return Config::tailnetBinary("tailscaled") && Config::tailnetBinary("zephyl-tailnet");
+}
+
+std::optional<std::string> socksAddress(const ServerEntry& server) {
+  if (server.tailnetFingerprint.value_or("").empty()) return std::nullopt;
+  return fmt::format("127.0.0.1:{}", server.ports.socks);
+}
+
+void describeServers(const std::vector<ServerEntry>& servers, Environment& environment) {
+  setOrRemove(environment, serversVariable, AgentLaunch::serversJSON(servers));
+  const bool any = !servers.empty();
+  setOrRemove(environment, serverURLVariable, any ? servers.front().serverURL() : std::nullopt);
+  setOrRemove(environment, socksVariable,
+              any && canRunTailnets() ? socksAddress(servers.front()) : std::nullopt);
+}
+
+AgentLaunch packaged(const std::string& runtimeDirectory, Environment environment) {
+  environment[standaloneVariable] = "1";
+  const std::string modelCache = joinPath(runtimeDirectory, "model-cache");
+  setOrRemove(environment, modelCacheVariable,
+              fileExists(modelCache) ? std::optional(modelCache) : std::nullopt);
+  return {joinPath(runtimeDirectory, "zephyl-agent"), runtimeDirectory, std::move(environment)};
+}
+
+AgentLaunch developer(const std::string& binary, Environment environment) {
+  environment.erase(standaloneVariable);
+  environment.erase(modelCacheVariable);
+  return {binary, Config::repoRoot(), std::move(environment)};
+}
+
+json::Object describeServer(const ServerEntry& server, const std::string& url) {
+  json::Object object{{"url", url}, {"label", server.displayName()}};
+  if (const auto socks = socksAddress(server)) object["socks5"] = *socks;
+  if (!server.agentId.empty()) object["agentId"] = server.agentId;
+  return object;
+}
+
+}  // namespace
+
+std::optional<AgentLaunch> AgentLaunch::choose(const std::vector<ServerEntry>& enabledServers,
+                                               Environment inherited) {
+  describeServers(enabledServers, inherited);
+  if (const auto directory = Config::bundledRuntimeDir()) {
+    return packaged(*directory, std::move(inherited));
+  }
+  if (const auto binary = Config::agentDevBinary()) {
+    return developer(*binary, std::move(inherited));
+  }
+  return std::nullopt;
+}
+
+std::string AgentLaunch::shellCommand(std::int64_t port) const {
+  // Listeners only: the tray itself is a client of that port.
+  const auto cleanUp =
+      fmt::format("lsof -ti tcp:{} -sTCP:LISTEN | xargs kill 2>/dev/null; sleep 0.2", port);
+  return fmt::format("cd {} && {{ {}; }}; exec {}", shellQuoted(workingDirectory), cleanUp,
+                     shellQuoted(executable));
+}
+
+std::optional<std::string> AgentLaunch::serversJSON(const std::vector<ServerEntry>& servers) {
+  json::Array array;
+  for (const auto& server : servers) {
+    if (const auto url = server.serverURL()) array.push_back(describeServer(server, *url));
+  }
+  if (array.empty()) return std::nullopt;
+  return json::compact(array);
+}
+
+}  // namespace zephyl

@@ -1,0 +1,73 @@
+#include "System/MainLoop.hpp"
+#include "ZephylTray/AppDelegate.hpp"
+
+namespace zephyl {
+
+void AppDelegate::refresh() {
+  pollOnce([] {});
+}
+
+/// Three requests, one after the other, off the main thread; what they brought is applied whole
+/// on the main thread, and then `done` runs there.
+void AppDelegate::pollOnce(Task done) {
+  const auto finish = [&mainLoop = runtime_.mainLoop, done = std::move(done),
+                       apply = weakly([](AppDelegate& self, std::optional<Poll> poll) {
+                         self.apply(std::move(poll));
+                       })](std::optional<Poll> poll) {
+    mainLoop.async([poll = std::move(poll), apply, done] {
+      apply(poll);
+      done();
+    });
+  };
+  client_.getStatus([client = client_, finish](Result<AgentStatus> status) {
+    if (!status) return finish(std::nullopt);
+    client.getRoots([client, finish, status = *status](Result<std::vector<SharedRoot>> roots) {
+      if (!roots) return finish(std::nullopt);
+      client.getActivity([finish, status, roots = *roots](Result<Activity> activity) {
+        finish(Poll{status, roots, activity ? std::optional(*activity) : std::nullopt});
+      });
+    });
+  });
+}
+
+void AppDelegate::apply(std::optional<Poll> poll) {
+  agentView_.reachable = poll.has_value();
+  if (poll) {
+    agentView_.status = std::move(poll->status);
+    agentView_.roots = std::move(poll->roots);
+    if (poll->activity) agentView_.activity = std::move(poll->activity);
+  } else {
+    agentView_ = {};
+  }
+  updateButtonTitle();
+  updateIcon();
+  updateDescription();
+}
+
+void AppDelegate::startActivityStream() {
+  sseTask_.emplace(
+      runtime_, client_.base() + "/api/events",
+      weakly([](AppDelegate& self, Activity activity) { self.receive(std::move(activity)); }));
+}
+
+void AppDelegate::receive(Activity activity) {
+  agentView_.activity = std::move(activity);
+  updateIcon();
+  updateDescription();
+}
+
+void AppDelegate::updateIcon() {
+  const auto& activity = agentView_.activity;
+  const bool busy = agentView_.reachable && activity && activity->busy;
+  statusItem_->setIcon(busy ? StatusIcon::busy : StatusIcon::idle);
+}
+
+void AppDelegate::updateButtonTitle() {
+  statusItem_->setTitle(agentView_.reachable ? " " + std::to_string(agentView_.roots.size()) : "");
+}
+
+void AppDelegate::updateDescription() {
+  statusItem_->setDescription(describe(agentView_));
+}
+
+}  // namespace zephyl

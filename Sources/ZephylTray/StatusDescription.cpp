@@ -1,0 +1,103 @@
+#include "ZephylTray/StatusDescription.hpp"
+
+#include <algorithm>
+#include <array>
+
+#include <fmt/format.h>
+#include <fmt/ranges.h>
+
+namespace zephyl {
+
+namespace {
+
+std::string folders(std::size_t count) {
+  return count == 1 ? "1 folder" : fmt::format("{} folders", count);
+}
+
+/// Over all folders that are still being embedded.
+std::optional<std::string> indexing(const Activity& activity) {
+  std::int64_t embedded = 0;
+  std::int64_t files = 0;
+  bool underWay = false;
+  for (const auto& index : activity.indexing) {
+    embedded += index.filesEmbedded;
+    files += index.lexicalFiles;
+    underWay = underWay || index.embedding || !index.ready;
+  }
+  if (!underWay) return std::nullopt;
+  return fmt::format("indexing {}/{}", embedded, files);
+}
+
+std::optional<std::string> model(const ModelStatus& status) {
+  switch (status.phase) {
+    case ModelPhase::checking:
+      return "preparing embeddings model";
+    case ModelPhase::downloading:
+      return "downloading embeddings model " + downloadProgress(status);
+    case ModelPhase::failed:
+      return "model download failed";
+    case ModelPhase::absent:
+    case ModelPhase::ready:
+      return std::nullopt;
+  }
+  return std::nullopt;
+}
+
+std::optional<std::string> approvals(std::size_t count) {
+  if (count == 0) return std::nullopt;
+  if (count == 1) return "1 request needs your approval";
+  return fmt::format("{} requests need your approval", count);
+}
+
+/// The servers that the agent talks to.
+std::optional<std::string> connections(const AgentStatus& status) {
+  if (status.connections.value_or(std::vector<AgentConnection>()).empty()) return std::nullopt;
+  return std::string(enumNames(status.state)[static_cast<std::size_t>(status.state)]);
+}
+
+/// Decimal units, as file managers write sizes; the larger the unit, the more decimals.
+std::string fileSize(std::int64_t bytes) {
+  struct Unit {
+    const char* name;
+    int decimals;
+  };
+  static constexpr std::array<Unit, 5> units{
+      {{"KB", 0}, {"MB", 1}, {"GB", 2}, {"TB", 2}, {"PB", 2}}};
+  if (bytes <= 0) return "Zero KB";
+  if (bytes == 1) return "1 byte";
+  if (bytes < 1000) return fmt::format("{} bytes", bytes);
+  double size = static_cast<double>(bytes) / 1000;
+  const auto* unit = units.begin();
+  while (size >= 999.5 && unit + 1 != units.end()) {
+    size /= 1000;
+    ++unit;
+  }
+  return fmt::format("{:.{}f} {}", size, unit->decimals, unit->name);
+}
+
+}  // namespace
+
+std::string describe(const AgentView& view) {
+  if (!view.reachable) return "agent not reachable";
+  std::vector<std::string> parts{"reachable", folders(view.roots.size())};
+  const auto add = [&parts](std::optional<std::string> part) {
+    if (part) parts.push_back(std::move(*part));
+  };
+  if (view.activity) {
+    add(indexing(*view.activity));
+    if (view.activity->model) add(model(*view.activity->model));
+    add(approvals(view.activity->pendingApprovals.size()));
+  }
+  if (view.status) add(connections(*view.status));
+  return fmt::format("{}", fmt::join(parts, ", "));
+}
+
+std::string downloadProgress(const ModelStatus& model) {
+  if (model.totalBytes >= 1) {
+    const auto wide = static_cast<__int128>(model.downloadedBytes) * 100 / model.totalBytes;
+    return fmt::format("{}%", static_cast<std::int64_t>(wide));
+  }
+  return fileSize(model.downloadedBytes);
+}
+
+}  // namespace zephyl

@@ -1,0 +1,92 @@
+#include <csignal>
+#include <cstdlib>
+#include <iostream>
+
+#include "Desktop/Headless/HeadlessDesktop.hpp"
+#include "System/Bundle.hpp"
+#include "System/Environment.hpp"
+#include "System/Files.hpp"
+#include "System/Guardian.hpp"
+#include "System/Log.hpp"
+#include "System/MainLoop.hpp"
+#include "System/Reactor.hpp"
+#include "System/SignalWatcher.hpp"
+#include "System/SystemClock.hpp"
+#include "System/SystemProcessLauncher.hpp"
+#include "System/ThreadPool.hpp"
+#include "ZephylTray/AppDelegate.hpp"
+#include "ZephylTray/CommandLine.hpp"
+#include "ZephylTray/Servers.hpp"
+#include "ZephylTray/SingleOwnerLock.hpp"
+
+namespace zephyl {
+namespace {
+
+/// Runs the tray until it is told to end.
+int runTray(Guardian& guardian, const CommandLine& commandLine) {
+  // The reactor goes before the pool: what it still delivers may end up there.
+  MainLoop mainLoop;
+  ThreadPool pool;
+  Reactor reactor;
+  SystemClock clock(reactor);
+  SystemProcessLauncher launcher(reactor, guardian);
+  const Servers::Store servers(pool, clock);
+  const SignalWatcher signals(reactor, {SIGTERM, SIGINT, SIGHUP}, [&](int) { mainLoop.quit(); });
+
+  if (commandLine.mode == CommandLine::Mode::desktop) {
+    log("this version has no status item yet; running as with --headless");
+  }
+  HeadlessDesktop desktop(mainLoop, clock);
+  const auto delegate =
+      std::make_shared<AppDelegate>(Runtime{mainLoop, reactor, pool, clock, launcher}, desktop);
+  mainLoop.async([&] { delegate->applicationDidFinishLaunching(); });
+  mainLoop.run();
+  delegate->applicationWillTerminate();
+  mainLoop.close();
+  return EXIT_SUCCESS;
+}
+
+/// Says why there will be no second tray for the same base directory.
+int declineToStart(const SingleOwnerLock::Taken& taken) {
+  if (taken.holder) {
+    log("already running as process {}", *taken.holder);
+  } else {
+    log("already running");
+  }
+  return EXIT_FAILURE;
+}
+
+int start(const CommandLine& commandLine) {
+  std::signal(SIGPIPE, SIG_IGN);
+  const auto lock = SingleOwnerLock::acquire(joinPath(Servers::baseDir(), "tray.lock"));
+  if (const auto* taken = std::get_if<SingleOwnerLock::Taken>(&lock)) return declineToStart(*taken);
+  if (const auto* error = std::get_if<Error>(&lock)) {
+    log("could not start: {}", error->message);
+    return EXIT_FAILURE;
+  }
+  auto guardian = Guardian::start();
+  if (!guardian) {
+    log("could not start: {}", guardian.error().message);
+    return EXIT_FAILURE;
+  }
+  return runTray(*guardian, commandLine);
+}
+
+}  // namespace
+}  // namespace zephyl
+
+int main(int argc, char** argv) {
+  using namespace zephyl;
+  Bundle::setMain(Bundle(Bundle::runningExecutable()));
+  removePrivateEnvironmentVariables();
+  const auto commandLine = CommandLine::parse(argc, argv);
+  if (!commandLine) {
+    std::cerr << "zephyl-tray: " << commandLine.error().message << "\nTry 'zephyl-tray --help'.\n";
+    return 2;
+  }
+  if (!commandLine->answer.empty()) {
+    std::cout << commandLine->answer;
+    return EXIT_SUCCESS;
+  }
+  return start(*commandLine);
+}

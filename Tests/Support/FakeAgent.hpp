@@ -1,0 +1,81 @@
+#pragma once
+
+#include <condition_variable>
+#include <map>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "System/FileDescriptor.hpp"
+
+namespace zephyl::test {
+
+/// An agent's HTTP side on a free loopback port, in this process: canned answers, an event stream
+/// that the test writes to, and a memory of what was asked. Asked for something that it has no
+/// answer to it says 404.
+class FakeAgent {
+ public:
+  struct Request {
+    std::string method;
+    std::string path;
+    std::string contentType;
+    std::string body;
+  };
+
+  FakeAgent();
+  ~FakeAgent();
+  FakeAgent(const FakeAgent&) = delete;
+  FakeAgent& operator=(const FakeAgent&) = delete;
+
+  [[nodiscard]] int port() const { return port_; }
+  [[nodiscard]] std::string base() const;
+
+  /// `call` is a method and a path, "GET /api/status".
+  void answer(const std::string& call, int status, const std::string& body);
+  /// From now on this call is read and never answered.
+  void hang(const std::string& call);
+  /// Answers status, roots and activity as a healthy agent does.
+  void answerHealthily(const std::string& roots = "[]");
+
+  [[nodiscard]] std::vector<Request> requests() const;
+  [[nodiscard]] std::size_t requestCount(const std::string& call) const;
+
+  /// Status of the answer to GET /api/events; 200 keeps the stream open.
+  void setStreamStatus(int status);
+  [[nodiscard]] std::size_t openStreams() const;
+  /// Writes raw bytes to every open stream.
+  void writeToStreams(const std::string& bytes);
+  void endStreams();
+
+ private:
+  struct Answer {
+    int status = 404;
+    std::string body = "{}";
+    bool hangs = false;
+  };
+
+  void acceptConnections();
+  void serve(int connection);
+  void serveStream(int connection);
+  void serveAnswer(int connection, const Answer& answer);
+
+  FileDescriptor listener_;
+  int port_ = 0;
+  mutable std::mutex mutex_;
+  std::condition_variable changed_;
+  std::map<std::string, Answer> answers_;
+  std::vector<Request> requests_;
+  std::vector<int> streams_;
+  std::vector<int> connections_;
+  int streamStatus_ = 200;
+  bool closing_ = false;
+  std::vector<std::thread> servers_;
+  std::thread acceptor_;
+};
+
+/// The smallest activity record there is.
+std::string activityJSON(bool busy, const std::string& more = "");
+
+}  // namespace zephyl::test

@@ -1,0 +1,58 @@
+#pragma once
+
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "System/ChildProcess.hpp"
+
+namespace zephyl::test {
+
+/// A child that does what the test says. It dies of signals as a real one does, unless told to
+/// ignore SIGTERM.
+class FakeChild final : public ChildProcess {
+ public:
+  FakeChild(pid_t pid, ProcessOptions options) : pid_(pid), options_(std::move(options)) {}
+
+  [[nodiscard]] pid_t pid() const override { return pid_; }
+  [[nodiscard]] bool isRunning() const override;
+  void terminate() override;
+  void terminateGroup() override { terminate(); }
+  void killGroup() override;
+  [[nodiscard]] bool waitForExit(Duration) override { return !isRunning(); }
+
+  [[nodiscard]] const ProcessOptions& options() const { return options_; }
+  [[nodiscard]] int terminateRequests() const;
+  void ignoreTermination() { ignoresTermination_ = true; }
+  void print(std::vector<std::string> lines);
+  /// Ends by itself.
+  void exit(ExitStatus status);
+
+ private:
+  const pid_t pid_;
+  const ProcessOptions options_;
+  mutable std::mutex mutex_;
+  bool running_ = true;
+  bool ignoresTermination_ = false;
+  int terminateRequests_ = 0;
+};
+
+/// A launcher whose children exist only in the test.
+class FakeLauncher final : public ProcessLauncher {
+ public:
+  [[nodiscard]] Result<std::shared_ptr<ChildProcess>> launch(ProcessOptions options) override;
+
+  /// The next launches fail with this reason; none: they succeed again.
+  void failWith(std::optional<std::string> reason);
+  [[nodiscard]] std::vector<std::shared_ptr<FakeChild>> children() const;
+  [[nodiscard]] std::shared_ptr<FakeChild> newest() const { return children().back(); }
+
+ private:
+  mutable std::mutex mutex_;
+  std::vector<std::shared_ptr<FakeChild>> children_;
+  std::optional<std::string> failure_;
+};
+
+}  // namespace zephyl::test

@@ -1,0 +1,71 @@
+#include "Desktop/Headless/HeadlessDesktop.hpp"
+
+#include <gtest/gtest.h>
+
+#include "Support/ManualClock.hpp"
+
+namespace zephyl {
+namespace {
+
+using namespace std::chrono_literals;
+
+class HeadlessDesktopTest : public ::testing::Test {
+ protected:
+  void show(const std::string& description) { desktop_.statusItem().setDescription(description); }
+  void advance(Duration step) {
+    clock_.advance(step, [this] { mainLoop_.runPending(); });
+  }
+
+  /// What was written to standard error since the last call.
+  static std::string logged() {
+    auto text = ::testing::internal::GetCapturedStderr();
+    ::testing::internal::CaptureStderr();
+    return text;
+  }
+
+  void SetUp() override { ::testing::internal::CaptureStderr(); }
+  void TearDown() override { (void)::testing::internal::GetCapturedStderr(); }
+
+  MainLoop mainLoop_;
+  test::ManualClock clock_;
+  HeadlessDesktop desktop_{mainLoop_, clock_};
+};
+
+TEST_F(HeadlessDesktopTest, LogsOneLineForEachChange) {
+  show("reachable, 1 folder");
+  show("reachable, 1 folder");
+  EXPECT_EQ(logged(), "[tray] reachable, 1 folder\n");
+  advance(1s);
+  show("reachable, 1 folder");
+  EXPECT_EQ(logged(), "");
+  show("reachable, 2 folders");
+  EXPECT_EQ(logged(), "[tray] reachable, 2 folders\n");
+}
+
+TEST_F(HeadlessDesktopTest, ChangesInAHurryShareTheLineOfTheLastOfThem) {
+  for (int i = 0; i <= 100; ++i) show("indexing " + std::to_string(i) + "/100");
+  EXPECT_EQ(logged(), "[tray] indexing 0/100\n");
+  advance(HeadlessDesktop::logInterval);
+  EXPECT_EQ(logged(), "[tray] indexing 100/100\n");
+}
+
+TEST_F(HeadlessDesktopTest, AChangeThatIsTakenBackInAHurryIsNotLogged) {
+  show("a");
+  show("b");
+  show("a");
+  advance(1s);
+  EXPECT_EQ(logged(), "[tray] a\n");
+}
+
+TEST_F(HeadlessDesktopTest, ALogWindowBecomesItsMessageAndTheEndOfItsLog) {
+  std::vector<std::string> log;
+  for (int i = 1; i <= 20; ++i) log.push_back("line " + std::to_string(i));
+  desktop_.presentLogWindow({.title = "Agent Exited Unexpectedly", .message = "Why.", .log = log});
+  const auto text = logged();
+  EXPECT_TRUE(text.starts_with("[tray] Agent Exited Unexpectedly: Why.\n[tray]   | line 9\n"))
+      << text;
+  EXPECT_TRUE(text.ends_with("[tray]   | line 20\n")) << text;
+}
+
+}  // namespace
+}  // namespace zephyl

@@ -1,0 +1,117 @@
+#include "ZephylTray/ActivityStream.hpp"
+
+#include <gtest/gtest.h>
+
+#include "Support/FakeAgent.hpp"
+#include "Support/TestRuntime.hpp"
+
+namespace zephyl {
+namespace {
+
+using namespace std::chrono_literals;
+
+class ActivityStreamTest : public ::testing::Test {
+ protected:
+  void follow() {
+    stream_.emplace(runtime_.runtime(), agent_.base() + "/api/events", [this](Activity activity) {
+      EXPECT_TRUE(runtime_.mainLoop.isCurrent());
+      received_.push_back(std::move(activity));
+    });
+  }
+
+  bool opensAgain() {
+    return runtime_.runUntil([&] { return agent_.openStreams() == 1; });
+  }
+
+  test::FakeAgent agent_;
+  test::TestRuntime runtime_;
+  std::vector<Activity> received_;
+  std::optional<ActivityStream> stream_;
+};
+
+TEST_F(ActivityStreamTest, DeliversTheActivityOfEachDataLine) {
+  follow();
+  ASSERT_TRUE(opensAgain());
+  agent_.writeToStreams("data: " + test::activityJSON(true) + "\n\n");
+  ASSERT_TRUE(runtime_.runUntil([&] { return received_.size() == 1; }));
+  EXPECT_TRUE(received_[0].busy);
+}
+
+TEST_F(ActivityStreamTest, PassesOverOtherLinesAndBrokenPayloads) {
+  follow();
+  ASSERT_TRUE(opensAgain());
+  agent_.writeToStreams(": comment\nevent: x\nid: 4\ndata:" + test::activityJSON(true) +
+                        "\ndata: {\"busy\":\ndata: []\n\ndata: " +
+                        test::activityJSON(false, R"(,"escapeGrants":null)") + "\n");
+  ASSERT_TRUE(runtime_.runUntil([&] { return !received_.empty(); }));
+  EXPECT_EQ(received_, std::vector{Activity{}});
+}
+
+TEST_F(ActivityStreamTest, JoinsACharacterThatArrivesInPieces) {
+  follow();
+  ASSERT_TRUE(opensAgain());
+  const auto line =
+      "data: " +
+      test::activityJSON(
+          true, R"(,"model":{"phase":"failed","downloadedBytes":0,"totalBytes":0,"error":"é"})") +
+      "\n";
+  for (const char byte : line) agent_.writeToStreams(std::string(1, byte));
+  ASSERT_TRUE(runtime_.runUntil([&] { return !received_.empty(); }));
+  EXPECT_EQ(received_[0].model->error, "é");
+}
+
+TEST_F(ActivityStreamTest, OpensAgainTwoSecondsAfterTheEnd) {
+  follow();
+  ASSERT_TRUE(opensAgain());
+  agent_.endStreams();
+  ASSERT_TRUE(runtime_.runUntil([&] { return runtime_.clock.pendingTimers() == 1; }));
+  runtime_.clock.advance(1999ms);
+  EXPECT_EQ(agent_.requestCount("GET /api/events"), 1U);
+  runtime_.clock.advance(1ms);
+  EXPECT_TRUE(opensAgain());
+}
+
+TEST_F(ActivityStreamTest, TreatsEveryAnswerBut200AsAFailedAttempt) {
+  for (const int status : {204, 500, 301}) {
+    agent_.setStreamStatus(status);
+    const auto before = agent_.requestCount("GET /api/events");
+    follow();
+    ASSERT_TRUE(runtime_.runUntil([&] { return runtime_.clock.pendingTimers() == 1; }));
+    runtime_.clock.advance(2s);
+    EXPECT_TRUE(
+        runtime_.runUntil([&] { return agent_.requestCount("GET /api/events") == before + 2; }));
+    stream_.reset();
+    runtime_.clock.advance(10s);
+  }
+}
+
+TEST_F(ActivityStreamTest, DeliversNothingOnceItsHandleIsGone) {
+  follow();
+  ASSERT_TRUE(opensAgain());
+  agent_.writeToStreams("data: " + test::activityJSON(true) + "\n");
+  ASSERT_TRUE(runtime_.mainLoop.waitForTask(10s));
+  stream_.reset();
+  runtime_.mainLoop.runPending();
+  EXPECT_TRUE(received_.empty());
+  EXPECT_TRUE(runtime_.runUntil([&] { return agent_.openStreams() == 0; }));
+}
+
+TEST_F(ActivityStreamTest, GivesABusyMainThreadTheNewestActivityOnly) {
+  follow();
+  ASSERT_TRUE(opensAgain());
+  for (int i = 0; i < 1000; ++i) {
+    agent_.writeToStreams(
+        "data: " +
+        test::activityJSON(false, R"(,"model":{"phase":"ready","downloadedBytes":)" +
+                                      std::to_string(i) + R"(,"totalBytes":0})") +
+        "\n");
+  }
+  agent_.endStreams();
+  ASSERT_TRUE(test::eventually([&] { return runtime_.clock.pendingTimers() == 1; }));
+  runtime_.mainLoop.runPending();
+  ASSERT_EQ(received_.size(), 1U);
+  EXPECT_EQ(received_[0].model->downloadedBytes, 999);
+}
+
+}  // namespace
+}  // namespace zephyl

@@ -1,0 +1,120 @@
+#include "ZephylTray/AgentClient.hpp"
+
+#include <future>
+
+#include <gtest/gtest.h>
+
+#include "Support/FakeAgent.hpp"
+#include "System/Reactor.hpp"
+
+namespace zephyl {
+namespace {
+
+using namespace std::chrono_literals;
+
+class AgentClientTest : public ::testing::Test {
+ protected:
+  /// Calls one operation and waits for what it delivers.
+  template <typename T, typename... Arguments, typename... Given>
+  Result<T> call(void (AgentClient::*operation)(Arguments...) const, const Given&... given) {
+    std::promise<Result<T>> promise;
+    (client_.*operation)(given..., [&](Result<T> result) { promise.set_value(std::move(result)); });
+    return promise.get_future().get();
+  }
+
+  json::Value lastBody() { return *json::parse(agent_.requests().back().body); }
+
+  test::FakeAgent agent_;
+  Reactor reactor_;
+  AgentClient client_{agent_.base(), HTTPSession(reactor_, {.requestTimeout = 4s})};
+};
+
+TEST_F(AgentClientTest, ReadsStatusRootsAndActivity) {
+  agent_.answerHealthily(R"([{"root":"/a","name":"a"}])");
+  EXPECT_EQ(call<AgentStatus>(&AgentClient::getStatus)->state, AgentState::connected);
+  EXPECT_EQ(call<std::vector<SharedRoot>>(&AgentClient::getRoots)->front().root, "/a");
+  EXPECT_FALSE(call<Activity>(&AgentClient::getActivity)->busy);
+}
+
+TEST_F(AgentClientTest, AReadDoesNotLookAtTheStatusCode) {
+  agent_.answer("GET /api/status", 500, R"({"state":"connecting"})");
+  EXPECT_EQ(call<AgentStatus>(&AgentClient::getStatus)->state, AgentState::connecting);
+}
+
+TEST_F(AgentClientTest, AReadThatIsAnsweredWithSomethingElseFailsInDecoding) {
+  agent_.answer("GET /api/status", 404, R"({"error":"no such thing"})");
+  EXPECT_EQ(call<AgentStatus>(&AgentClient::getStatus).error().message, "state: missing");
+}
+
+TEST_F(AgentClientTest, AWriteFailsWithTheAgentsOwnWords) {
+  agent_.answer("POST /api/roots", 500, R"({"error":"disk full"})");
+  const auto result = call<std::vector<SharedRoot>>(&AgentClient::addRoot, "/a", std::nullopt,
+                                                    std::vector<std::string>{});
+  EXPECT_EQ(result.error().message, "disk full");
+}
+
+TEST_F(AgentClientTest, AWriteThatFailsWithoutWordsNamesTheStatus) {
+  const std::vector<std::string> none;
+  agent_.answer("POST /api/roots", 500, "");
+  EXPECT_EQ(call<std::vector<SharedRoot>>(&AgentClient::addRoot, "/a", std::nullopt, none)
+                .error()
+                .message,
+            "request failed (500)");
+  agent_.answer("POST /api/roots", 409, R"({"reason":"x"})");
+  EXPECT_EQ(call<std::vector<SharedRoot>>(&AgentClient::addRoot, "/a", std::nullopt, none)
+                .error()
+                .message,
+            "request failed (409)");
+}
+
+TEST_F(AgentClientTest, AddingARootSendsNameAndServersOnlyWhenThereAreSome) {
+  agent_.answer("POST /api/roots", 200, R"({"roots":[]})");
+  call<std::vector<SharedRoot>>(&AgentClient::addRoot, "/a", std::string(),
+                                std::vector<std::string>{});
+  EXPECT_EQ(lastBody(), (json::Object{{"root", "/a"}}));
+  EXPECT_EQ(agent_.requests().back().contentType, "application/json");
+  call<std::vector<SharedRoot>>(&AgentClient::addRoot, "/a", std::string("A"),
+                                std::vector<std::string>{"s"});
+  EXPECT_EQ(lastBody(), (json::Object{{"root", "/a"}, {"name", "A"}, {"servers", {"s"}}}));
+}
+
+TEST_F(AgentClientTest, SettingServersAlwaysSendsTheList) {
+  agent_.answer("PATCH /api/roots", 200, R"({"roots":[]})");
+  EXPECT_TRUE(call<std::vector<SharedRoot>>(&AgentClient::setRootServers, "/a",
+                                            std::vector<std::string>{}));
+  EXPECT_EQ(lastBody(), (json::Object{{"root", "/a"}, {"servers", json::Array{}}}));
+}
+
+TEST_F(AgentClientTest, RemovingARootNamesIt) {
+  agent_.answer("DELETE /api/roots", 200, R"({"roots":[{"root":"/b","name":"b"}]})");
+  EXPECT_EQ(call<std::vector<SharedRoot>>(&AgentClient::removeRoot, "/a")->front().name, "b");
+  EXPECT_EQ(lastBody(), (json::Object{{"root", "/a"}}));
+}
+
+TEST_F(AgentClientTest, ADecisionCarriesItsConfirmationOnlyWhenGiven) {
+  agent_.answer("POST /api/approvals", 200, "whatever");
+  EXPECT_TRUE(call<void>(&AgentClient::decideApproval, "7", "deny", std::nullopt));
+  EXPECT_EQ(lastBody(), (json::Object{{"id", "7"}, {"decision", "deny"}}));
+  EXPECT_TRUE(call<void>(&AgentClient::decideApproval, "7", "always", std::string("ALWAYS ALLOW")));
+  EXPECT_EQ(lastBody(),
+            (json::Object{{"id", "7"}, {"decision", "always"}, {"confirm", "ALWAYS ALLOW"}}));
+}
+
+TEST_F(AgentClientTest, RevokingAGrantReturnsTheRest) {
+  agent_.answer("DELETE /api/escape-grants", 200, R"({"escapeGrants":[]})");
+  EXPECT_TRUE(
+      call<std::vector<EscapeGrant>>(&AgentClient::revokeEscapeGrant, "shell", "ls")->empty());
+  EXPECT_EQ(lastBody(), (json::Object{{"kind", "shell"}, {"path", "ls"}}));
+}
+
+TEST_F(AgentClientTest, ARefusedConnectionIsAnErrorWithAReason) {
+  const AgentClient nowhere("http://127.0.0.1:1", HTTPSession(reactor_, {}));
+  std::promise<std::string> message;
+  nowhere.getStatus([&](const Result<AgentStatus>& status) {
+    message.set_value(status ? "" : status.error().message);
+  });
+  EXPECT_NE(message.get_future().get().find("refused"), std::string::npos);
+}
+
+}  // namespace
+}  // namespace zephyl

@@ -1,0 +1,210 @@
+#include "ZephylTray/AppDelegate.hpp"
+
+#include <gtest/gtest.h>
+
+#include "Support/FakeAgent.hpp"
+#include "Support/FakeDesktop.hpp"
+#include "Support/TestRuntime.hpp"
+#include "Support/TrayWorld.hpp"
+#include "System/Bundle.hpp"
+
+namespace zephyl {
+namespace {
+
+using namespace std::chrono_literals;
+
+class AppDelegateTest : public ::testing::Test {
+ protected:
+  void launch() {
+    delegate_ = std::make_shared<AppDelegate>(runtime_.runtime(), desktop_);
+    delegate_->applicationDidFinishLaunching();
+  }
+
+  bool reached() {
+    return runtime_.runUntil([&] { return delegate_->agentView().reachable; });
+  }
+
+  /// Moves time on by one poll and waits until `condition` holds.
+  bool pollUntil(const std::function<bool()>& condition) {
+    runtime_.clock.advance(AppDelegate::pollInterval);
+    return runtime_.runUntil(condition);
+  }
+
+  std::size_t polls() { return agent_.requestCount("GET /api/status"); }
+
+  test::TrayWorld world_;
+  test::FakeAgent agent_;
+  test::ScopedVariable port_{"AGENT_TRAY_PORT", std::to_string(agent_.port())};
+  test::TestRuntime runtime_;
+  test::FakeDesktop desktop_;
+  std::shared_ptr<AppDelegate> delegate_;
+};
+
+TEST_F(AppDelegateTest, UsesAnAgentThatAnswersAndLaunchesNone) {
+  world_.addAgent();
+  agent_.answerHealthily(R"([{"root":"/a","name":"a"},{"root":"/b","name":"b"}])");
+  launch();
+  ASSERT_TRUE(reached());
+  ASSERT_TRUE(
+      runtime_.runUntil([&] { return polls() >= 2; }));  // the launch check and the first refresh
+  EXPECT_TRUE(runtime_.launcher.children().empty());
+  EXPECT_EQ(desktop_.item.title, " 2");
+  EXPECT_EQ(desktop_.item.description, "reachable, 2 folders");
+}
+
+TEST_F(AppDelegateTest, LaunchesTheAgentOnceWhenNothingAnswers) {
+  world_.addAgent();
+  launch();
+  ASSERT_TRUE(runtime_.runUntil([&] { return runtime_.launcher.children().size() == 1; }));
+  EXPECT_FALSE(delegate_->agentView().reachable);
+  EXPECT_EQ(desktop_.item.title, "");
+  agent_.answerHealthily();
+  EXPECT_TRUE(pollUntil([&] { return delegate_->agentView().reachable; }));
+  EXPECT_EQ(runtime_.launcher.children().size(), 1U);
+}
+
+TEST_F(AppDelegateTest, CreatesTheItemAndFollowsTheStreamBeforeTheFirstPollIsBack) {
+  agent_.hang("GET /api/status");
+  launch();
+  EXPECT_TRUE(desktop_.hasStatusItem);
+  EXPECT_TRUE(runtime_.runUntil([&] { return agent_.openStreams() == 1; }));
+}
+
+TEST_F(AppDelegateTest, AsksForNotificationsOnlyInsideABundle) {
+  launch();
+  EXPECT_EQ(desktop_.authorizationRequests, 0);
+  world_.directory().write("prefix/share/zephyl-tray/Info.json",
+                           R"({"CFBundleIdentifier":"com.zephyl.tray"})");
+  Bundle::setMain(Bundle(world_.directory().write("prefix/bin/zephyl-tray", "", true)));
+  launch();
+  EXPECT_EQ(desktop_.authorizationRequests, 1);
+  Bundle::setMain(Bundle(std::nullopt));
+}
+
+TEST_F(AppDelegateTest, PollsEveryTwoSeconds) {
+  agent_.answerHealthily();
+  launch();
+  ASSERT_TRUE(runtime_.runUntil([&] { return polls() == 2; }));
+  runtime_.clock.advance(1999ms);
+  runtime_.mainLoop.runPending();
+  EXPECT_EQ(polls(), 2U);
+  runtime_.clock.advance(1ms);
+  EXPECT_TRUE(runtime_.runUntil([&] { return polls() == 3; }));
+}
+
+TEST_F(AppDelegateTest, ASlowPollDoesNotHoldUpTheNext) {
+  agent_.hang("GET /api/status");
+  launch();
+  ASSERT_TRUE(runtime_.runUntil([&] { return polls() == 2; }));
+  agent_.answerHealthily();
+  EXPECT_TRUE(pollUntil([&] { return delegate_->agentView().reachable; }));
+}
+
+TEST_F(AppDelegateTest, AFailureOfTheActivityAloneKeepsTheLastSnapshot) {
+  agent_.answerHealthily();
+  agent_.answer("GET /api/activity", 200, test::activityJSON(true));
+  launch();
+  ASSERT_TRUE(reached());
+  agent_.answerHealthily(R"([{"root":"/a","name":"a"}])");
+  agent_.answer("GET /api/activity", 500, "{}");
+  ASSERT_TRUE(pollUntil([&] { return desktop_.item.title == " 1"; }));
+  EXPECT_TRUE(delegate_->agentView().reachable);
+  EXPECT_TRUE(delegate_->agentView().activity->busy);
+  EXPECT_EQ(desktop_.item.icon, StatusIcon::busy);
+}
+
+TEST_F(AppDelegateTest, AFailureOfTheRootsClearsEverything) {
+  agent_.answerHealthily(R"([{"root":"/a","name":"a"}])");
+  launch();
+  ASSERT_TRUE(reached());
+  agent_.answer("GET /api/roots", 200, "garbage");
+  ASSERT_TRUE(pollUntil([&] { return !delegate_->agentView().reachable; }));
+  EXPECT_FALSE(delegate_->agentView().status);
+  EXPECT_FALSE(delegate_->agentView().activity);
+  EXPECT_TRUE(delegate_->agentView().roots.empty());
+  EXPECT_EQ(desktop_.item.title, "");
+  EXPECT_EQ(desktop_.item.icon, StatusIcon::idle);
+}
+
+TEST_F(AppDelegateTest, AHundredMegabytesOfJSONAreNoAnswer) {
+  agent_.answerHealthily();
+  launch();
+  ASSERT_TRUE(reached());
+  agent_.answer("GET /api/status", 200, R"({"state":")" + std::string(100 << 20, 'x') + "\"}");
+  EXPECT_TRUE(pollUntil([&] { return !delegate_->agentView().reachable; }));
+}
+
+TEST_F(AppDelegateTest, StreamEventsSetActivityAndIcon) {
+  agent_.answerHealthily();
+  launch();
+  ASSERT_TRUE(reached());
+  ASSERT_TRUE(runtime_.runUntil([&] { return agent_.openStreams() == 1 && polls() == 2; }));
+  agent_.writeToStreams("data: " + test::activityJSON(true) + "\n\n");
+  EXPECT_TRUE(runtime_.runUntil([&] { return desktop_.item.icon == StatusIcon::busy; }));
+  agent_.writeToStreams("data: " + test::activityJSON(false) + "\n\n");
+  EXPECT_TRUE(runtime_.runUntil([&] { return desktop_.item.icon == StatusIcon::idle; }));
+}
+
+TEST_F(AppDelegateTest, StartingTheStreamAgainReplacesIt) {
+  agent_.answerHealthily();
+  launch();
+  ASSERT_TRUE(runtime_.runUntil([&] { return agent_.openStreams() == 1; }));
+  delegate_->startActivityStream();
+  ASSERT_TRUE(runtime_.runUntil([&] { return agent_.requestCount("GET /api/events") == 2; }));
+  EXPECT_TRUE(runtime_.runUntil([&] { return agent_.openStreams() == 1; }));
+}
+
+TEST_F(AppDelegateTest, TellsTheUserWhyTheAgentFailed) {
+  world_.addAgent();
+  launch();
+  ASSERT_TRUE(runtime_.runUntil([&] { return runtime_.launcher.children().size() == 1; }));
+  runtime_.launcher.newest()->print({"no space left"});
+  runtime_.launcher.newest()->exit({ExitStatus::Reason::exited, 3});
+  ASSERT_TRUE(runtime_.runUntil([&] { return !desktop_.logWindows.empty(); }));
+  const auto& window = desktop_.logWindows[0];
+  EXPECT_EQ(window.title, "Agent Exited Unexpectedly");
+  EXPECT_EQ(window.message, "The Zephyl agent didn't start cleanly — it exited with code 3.");
+  EXPECT_EQ(window.log, std::vector<std::string>{"no space left"});
+}
+
+TEST_F(AppDelegateTest, TellsTheUserThatThereIsNoAgent) {
+  launch();
+  ASSERT_TRUE(runtime_.runUntil([&] { return !desktop_.logWindows.empty(); }));
+  const auto& window = desktop_.logWindows[0];
+  EXPECT_EQ(window.title, "Agent Failed to Start");
+  EXPECT_TRUE(window.message.starts_with(
+      "The Zephyl agent could not be started: No Rust agent binary found."));
+  EXPECT_EQ(window.log.size(), 1U);
+}
+
+TEST_F(AppDelegateTest, TerminatingEndsTheStreamAndTheAgent) {
+  world_.addAgent();
+  launch();
+  ASSERT_TRUE(runtime_.runUntil(
+      [&] { return runtime_.launcher.children().size() == 1 && agent_.openStreams() == 1; }));
+  delegate_->applicationWillTerminate();
+  EXPECT_FALSE(runtime_.launcher.newest()->isRunning());
+  EXPECT_TRUE(test::eventually([&] { return agent_.openStreams() == 0; }));
+}
+
+TEST_F(AppDelegateTest, TerminatingKillsAnAgentThatDoesNotEnd) {
+  world_.addAgent();
+  launch();
+  ASSERT_TRUE(runtime_.runUntil([&] { return runtime_.launcher.children().size() == 1; }));
+  const auto child = runtime_.launcher.newest();
+  child->ignoreTermination();
+  delegate_->applicationWillTerminate();
+  EXPECT_EQ(child->terminateRequests(), 1);
+  EXPECT_FALSE(child->isRunning());
+}
+
+TEST_F(AppDelegateTest, WhatArrivesAfterItIsGoneDoesNothing) {
+  agent_.answerHealthily();
+  launch();
+  delegate_.reset();
+  runtime_.clock.advance(10s);
+  EXPECT_TRUE(runtime_.runUntil([&] { return agent_.openStreams() == 0; }));
+}
+
+}  // namespace
+}  // namespace zephyl

@@ -1,0 +1,38 @@
+#include "ZephylTray/CommandLine.hpp"
+
+#include <vector>
+
+#include <gtest/gtest.h>
+
+namespace zephyl {
+namespace {
+
+Result<CommandLine> parse(std::vector<const char*> arguments) {
+  arguments.insert(arguments.begin(), "zephyl-tray");
+  return CommandLine::parse(static_cast<int>(arguments.size()), arguments.data());
+}
+
+TEST(CommandLine, IsForADesktopUnlessItSaysOtherwise) {
+  EXPECT_EQ(parse({})->mode, CommandLine::Mode::desktop);
+  EXPECT_EQ(parse({"--desktop"})->mode, CommandLine::Mode::desktop);
+  EXPECT_EQ(parse({"--headless"})->mode, CommandLine::Mode::headless);
+}
+
+TEST(CommandLine, AnswersHelpAndVersion) {
+  EXPECT_TRUE(parse({"--version"})->answer.starts_with("zephyl-tray 0."));
+  const auto help = parse({"--headless", "--help"})->answer;
+  for (const auto* option : {"--desktop", "--headless", "--version", "--help"}) {
+    EXPECT_NE(help.find(option), std::string::npos) << option;
+  }
+}
+
+TEST(CommandLine, RefusesWhatItDoesNotKnow) {
+  EXPECT_EQ(parse({"--headles"}).error().message, "unrecognised option '--headles'");
+  EXPECT_EQ(parse({"folder"}).error().message,
+            "too many positional options have been specified on the command line");
+  EXPECT_EQ(parse({"--desktop", "--headless"}).error().message,
+            "--desktop and --headless exclude each other");
+}
+
+}  // namespace
+}  // namespace zephyl
