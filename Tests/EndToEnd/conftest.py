@@ -1,0 +1,33 @@
+import pytest
+
+from support.scripted_agent import ScriptedAgent
+from support.tray import Tray, World
+
+
+@pytest.fixture
+def world():
+    world = World()
+    yield world
+    world.remove()
+
+
+@pytest.fixture
+def start_tray(world):
+    """Starts a tray in the test's world; at the end of the test nothing of it is left."""
+    trays = []
+
+    def start(*arguments):
+        trays.append(Tray(world, *arguments))
+        return trays[-1]
+
+    yield start
+    for tray in trays:
+        tray.close()
+
+
+@pytest.fixture
+def scripted_agent(world):
+    """An agent that answers before the tray starts, and misbehaves as told."""
+    agent = ScriptedAgent(world.agent_port)
+    yield agent
+    agent.close()

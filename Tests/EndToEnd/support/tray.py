@@ -1,0 +1,176 @@
+"""Runs the real tray in a world of its own: private directories, free ports, nothing of the user's."""
+
+import json
+import os
+import pathlib
+import shutil
+import signal
+import socket
+import subprocess
+import tempfile
+import threading
+import time
+
+REPOSITORY = pathlib.Path(__file__).resolve().parents[3]
+BUILD = pathlib.Path(os.environ.get("ZEPHYL_BUILD_DIR", REPOSITORY / "build"))
+SANDBOX = BUILD / "sandbox"
+
+
+def free_port():
+    with socket.socket() as probe:
+        probe.bind(("127.0.0.1", 0))
+        return probe.getsockname()[1]
+
+
+def eventually(condition, limit=10.0, what="the condition"):
+    """Waits until condition() is true and returns what it returned."""
+    deadline = time.monotonic() + limit
+    while not (value := condition()):
+        assert time.monotonic() < deadline, f"{what} did not come true within {limit} s"
+        time.sleep(0.005)
+    return value
+
+
+def is_alive(pid):
+    """Whether a process exists and is not a zombie."""
+    try:
+        state = pathlib.Path(f"/proc/{pid}/stat").read_text().rsplit(")", 1)[1].split()[0]
+    except (FileNotFoundError, ProcessLookupError):
+        return False
+    return state not in "ZX"
+
+
+def descendants(pid):
+    """The ids of all processes below pid."""
+    found = []
+    try:
+        tasks = list(pathlib.Path(f"/proc/{pid}/task").iterdir())
+    except FileNotFoundError:
+        return found
+    for task in tasks:
+        try:
+            children = (task / "children").read_text().split()
+        except (FileNotFoundError, ProcessLookupError):
+            continue
+        for child in map(int, children):
+            found += [child] + descendants(child)
+    return found
+
+
+def command_name(pid):
+    try:
+        return pathlib.Path(f"/proc/{pid}/comm").read_text().strip()
+    except FileNotFoundError:
+        return ""
+
+
+class World:
+    """A home, a staged installation and ports for one tray."""
+
+    def __init__(self):
+        # Short, because the path of a local socket may have 107 bytes at most.
+        self.root = pathlib.Path(tempfile.mkdtemp(prefix="zt-", dir="/tmp"))
+        self.home = self.root / "home"
+        self.folder = self.root / "project"
+        self.prefix = self.root / "prefix"
+        self.resources = self.prefix / "share" / "zephyl-tray"
+        self.base = self.home / ".local" / "share" / "Zephyl"
+        self.agent_port = free_port()
+        self.control_port = free_port()
+        for directory in (self.home, self.folder, self.prefix / "bin", self.resources / "agent"):
+            directory.mkdir(parents=True)
+        shutil.copy(BUILD / "zephyl-tray", self.prefix / "bin")
+        (self.resources / "Info.json").write_text(
+            json.dumps({"CFBundleIdentifier": "com.zephyl.tray", "CFBundleShortVersionString": "0.1.0"}))
+        self.environment = {
+            "PATH": os.environ["PATH"],
+            "LANG": "C.UTF-8",
+            "HOME": str(self.home),
+            "AGENT_TRAY_PORT": str(self.agent_port),
+            "ZEPHYL_ONBOARD_PORT": str(self.control_port),
+            "ZEPHYL_SANDBOX_FOLDERS": str(self.folder),
+            "ZEPHYL_SANDBOX_MODEL_RATE": "1000000000",
+            "ZEPHYL_SANDBOX_EMBED_RATE": "1000",
+        }
+
+    @property
+    def agent_program(self):
+        return self.resources / "agent" / "zephyl-agent"
+
+    def use_sandbox_agent(self):
+        self.agent_program.symlink_to(SANDBOX / "zephyl-agent")
+
+    def use_agent_script(self, script):
+        self.agent_program.write_text(script)
+        self.agent_program.chmod(0o755)
+
+    def add_files(self, count):
+        for number in range(count):
+            (self.folder / f"file{number}.txt").write_text(f"some words of file {number}\n")
+
+    def remove(self):
+        shutil.rmtree(self.root, ignore_errors=True)
+
+
+class Tray:
+    """A running tray, and what it has logged."""
+
+    def __init__(self, world, *arguments):
+        self.world = world
+        self.lines = []
+        self.process = subprocess.Popen(
+            [world.prefix / "bin" / "zephyl-tray", *(arguments or ("--headless",))],
+            env=world.environment, cwd=world.root, stdin=subprocess.DEVNULL,
+            stderr=subprocess.PIPE, text=True, errors="replace")
+        self.pid = self.process.pid
+        self._reader = threading.Thread(target=self._read)
+        self._reader.start()
+        self._children_seen = set()
+
+    def _read(self):
+        for line in self.process.stderr:
+            self.lines.append(line.rstrip("\n"))
+
+    def log_line(self, text, limit=10.0):
+        """Waits for a log line that contains text."""
+        def find():
+            assert self.process.poll() is None or any(text in line for line in self.lines), self.lines
+            return next((line for line in self.lines if text in line), None)
+        try:
+            return eventually(find, limit)
+        except AssertionError as error:
+            raise AssertionError(f"no line with {text!r} in {self.lines}") from error
+
+    def agent_pid(self):
+        """The process id of the agent, once the shell that frees its port has turned into it."""
+        def find():
+            return next((pid for pid in descendants(self.pid)
+                         if command_name(pid) == "zephyl-agent"), None)
+        return eventually(find, what="an agent process")
+
+    def children(self):
+        self._children_seen.update(descendants(self.pid))
+        return list(self._children_seen)
+
+    def send(self, number):
+        self.process.send_signal(number)
+
+    def wait(self, limit=10.0):
+        status = self.process.wait(limit)
+        self._reader.join(limit)
+        return status
+
+    def stop(self):
+        """Ends the tray as a session's end would, and says how it went."""
+        self.send(signal.SIGTERM)
+        return self.wait()
+
+    def close(self):
+        """Ends whatever the test left behind."""
+        left = self.children()
+        if self.process.poll() is None:
+            self.process.kill()
+            self.process.wait()
+        self._reader.join(10)
+        for pid in left:
+            eventually(lambda pid=pid: not is_alive(pid), what=f"the end of child {pid}")
