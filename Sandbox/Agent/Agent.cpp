@@ -151,8 +151,8 @@ Outcome<void> Agent::unshare(const std::string& path) {
   return {};
 }
 
-Outcome<void> Agent::setServers(const std::string& path, std::vector<std::string> servers) {
-  const auto changed = folders_.setServers(path, std::move(servers));
+Outcome<void> Agent::setServers(const std::string& path, const std::vector<std::string>& servers) {
+  const auto changed = folders_.setServers(path, servers);
   if (!changed) return changed.error();
   log("sharing {} with {}", changed->root, scopeText(*changed));
   journal_.record(

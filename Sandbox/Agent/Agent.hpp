@@ -51,7 +51,7 @@ class Agent {
   Outcome<void> share(const std::string& path, const std::optional<std::string>& name,
                       const std::optional<std::vector<std::string>>& servers);
   Outcome<void> unshare(const std::string& path);
-  Outcome<void> setServers(const std::string& path, std::vector<std::string> servers);
+  Outcome<void> setServers(const std::string& path, const std::vector<std::string>& servers);
 
   /// The root that a request names, or the first shared folder when it names none.
   Outcome<std::string> requestRoot(const std::optional<std::string>& path) const;

@@ -69,9 +69,9 @@ Answer removeRoot(Call& call) {
 Answer setRootServers(Call& call) {
   auto body = ObjectReader::parse(call.body);
   const auto root = body.string("root");
-  auto servers = body.strings("servers");
+  const auto servers = body.strings("servers");
   if (body.problem()) return *body.problem();
-  const auto changed = call.agent.setServers(root, std::move(servers));
+  const auto changed = call.agent.setServers(root, servers);
   if (!changed) return changed.error();
   return answerWith(call.agent.roots());
 }
@@ -225,7 +225,7 @@ ApiAnswer dispatch(Agent& agent, const ApiRequest& request, const std::string& p
   return answer;
 }
 
-void search(Agent& agent, boost::urls::url_view url, const Api::OnAnswer& onAnswer) {
+void search(Agent& agent, const boost::urls::url_view& url, const Api::OnAnswer& onAnswer) {
   const auto params = url.params();
   const auto found = params.find("q");
   if (found == params.end() || !isUtf8((*found).value)) {

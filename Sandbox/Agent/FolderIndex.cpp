@@ -19,8 +19,8 @@ namespace fs = std::filesystem;
 namespace {
 
 constexpr std::size_t mostFiles = 200'000;
-constexpr std::size_t mostBytesRead = 256 * 1024;
-constexpr std::size_t bytesProbed = 8 * 1024;
+constexpr std::size_t mostBytesRead = 262'144;
+constexpr std::size_t bytesProbed = 8'192;
 constexpr std::int64_t chunkBytes = 2048;
 constexpr std::array<std::string_view, 8> filledByTools{
     "node_modules", "build", "target", "dist", "out", "venv", "__pycache__", "CMakeFiles"};

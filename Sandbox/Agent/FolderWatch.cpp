@@ -43,7 +43,7 @@ void FolderWatch::forget(const std::string& directory) {
 
 std::vector<FolderChange> FolderWatch::read() {
   std::vector<FolderChange> changes;
-  alignas(inotify_event) std::array<char, 32 * 1024> buffer{};
+  alignas(inotify_event) std::array<char, 32'768> buffer{};
   for (;;) {
     const auto length = ::read(descriptor_, buffer.data(), buffer.size());
     if (length <= 0) return changes;

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <filesystem>
+#include <iterator>
 
 #include <fmt/format.h>
 
@@ -25,6 +26,14 @@ bool unite(std::vector<std::string>& servers, const std::vector<std::string>& fu
       servers.push_back(server);
   }
   return servers.size() != before;
+}
+
+template <typename Values, typename Function>
+auto mapped(const Values& values, Function function) {
+  std::vector<decltype(function(values.front()))> results;
+  results.reserve(values.size());
+  std::transform(values.begin(), values.end(), std::back_inserter(results), function);
+  return results;
 }
 
 }  // namespace
@@ -86,7 +95,8 @@ Outcome<SharedRoot> Folders::remove(const std::string& path) {
   return removed;
 }
 
-Outcome<SharedRoot> Folders::setServers(const std::string& path, std::vector<std::string> servers) {
+Outcome<SharedRoot> Folders::setServers(const std::string& path,
+                                        const std::vector<std::string>& servers) {
   const auto index = locate(path);
   if (!index) return index.error();
   auto& shared = folders_[*index].shared;
@@ -136,24 +146,19 @@ bool Folders::embeddingOutstanding() const {
 }
 
 std::vector<IndexProgress> Folders::progress(bool modelReady, bool modelFailed) const {
-  std::vector<IndexProgress> list;
-  for (const auto& folder : folders_) list.push_back(folder.progress(modelReady, modelFailed));
-  return list;
+  return mapped(folders_,
+                [=](const Folder& folder) { return folder.progress(modelReady, modelFailed); });
 }
 
 std::vector<SharedRoot> Folders::shared() const {
-  std::vector<SharedRoot> list;
-  for (const auto& folder : folders_) list.push_back(folder.shared);
-  return list;
+  return mapped(folders_, [](const Folder& folder) { return folder.shared; });
 }
 
 std::vector<State::Folder> Folders::remember() const {
-  std::vector<State::Folder> list;
-  for (const auto& folder : folders_) {
-    list.push_back(
-        {.shared = folder.shared, .filesEmbedded = static_cast<std::int64_t>(folder.embedded)});
-  }
-  return list;
+  return mapped(folders_, [](const Folder& folder) {
+    return State::Folder{.shared = folder.shared,
+                         .filesEmbedded = static_cast<std::int64_t>(folder.embedded)};
+  });
 }
 
 Folders::Sums Folders::sums() const {

@@ -38,7 +38,7 @@ class Folders {
   Outcome<Added> add(const std::string& path, const std::optional<std::string>& name,
                      const std::optional<std::vector<std::string>>& servers);
   Outcome<SharedRoot> remove(const std::string& path);
-  Outcome<SharedRoot> setServers(const std::string& path, std::vector<std::string> servers);
+  Outcome<SharedRoot> setServers(const std::string& path, const std::vector<std::string>& servers);
 
   /// The root that a path leads to.
   Outcome<std::string> find(const std::string& path) const;

@@ -28,9 +28,9 @@ using namespace std::chrono_literals;
 namespace {
 
 constexpr std::size_t mostConnections = 256;
-constexpr std::uint32_t mostHeaderBytes = 8 * 1024;
-constexpr std::uint64_t mostBodyBytes = 16 * 1024;
-constexpr std::size_t mostBytesDrained = 1024 * 1024;
+constexpr std::uint32_t mostHeaderBytes = 8'192;
+constexpr std::uint64_t mostBodyBytes = 16'384;
+constexpr std::size_t mostBytesDrained = 1'048'576;
 constexpr auto requestPatience = 60s;
 constexpr auto answerPatience = 10s;
 constexpr auto drainPatience = 1s;

@@ -82,7 +82,8 @@ class ChildProcess {
   virtual void terminateGroup() = 0;
   /// SIGKILL to the child's whole process group.
   virtual void killGroup() = 0;
-  /// Waits until the child has ended, for at most `limit` of real time; whether it has.
+  /// Waits until the child has ended, for at most `limit` of real time; whether it has. Not from
+  /// a callback: they come on the thread that sees it end.
   [[nodiscard]] virtual bool waitForExit(Duration limit) = 0;
 };
 

@@ -15,8 +15,8 @@ namespace zephyl {
 /// of the process groups that the tray is responsible for, and waits for the end of a pipe that
 /// only the tray holds open. When the tray has ended or was killed, it sends the groups that are
 /// left SIGTERM, after a grace of one second SIGKILL, and ends. It leads a session of its own and
-/// lets no signal but SIGKILL disturb it, so that neither Ctrl-C nor the end of a login takes it
-/// first.
+/// blocks every signal that can be blocked, so that neither Ctrl-C nor the end of a login takes
+/// it first.
 ///
 /// The table is memory, not messages: entering a group cannot block, be lost or come too late,
 /// whatever state the guardian is in, and the guardian sleeps as long as the tray lives. Should

@@ -6,6 +6,8 @@
 #include <optional>
 #include <tuple>
 
+#include <fmt/format.h>
+
 #include <fcntl.h>
 #include <linux/close_range.h>
 #include <sys/prctl.h>
@@ -47,7 +49,8 @@ std::vector<std::string> argumentsOf(const ProcessOptions& options) {
 std::vector<std::string> entriesOf(const Environment& environment) {
   std::vector<std::string> entries;
   entries.reserve(environment.size());
-  for (const auto& [name, value] : environment) entries.push_back(name + "=" + value);
+  for (const auto& [name, value] : environment)
+    entries.push_back(fmt::format("{}={}", name, value));
   return entries;
 }
 

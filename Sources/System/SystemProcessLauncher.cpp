@@ -27,11 +27,11 @@ namespace asio = boost::asio;
 using boost::system::error_code;
 
 /// How much of a child's output may be alive in memory before the child is not read from.
-constexpr std::size_t maxOutstandingBytes = 256 * 1024;
+constexpr std::size_t maxOutstandingBytes = 256UL * 1024;
 
 /// How much is read in one turn of the reactor. Small, since a line of one character takes many
 /// times its size: this bounds by how much one turn can overdraw the allowance.
-constexpr std::size_t bytesPerTurn = 16 * 1024;
+constexpr std::size_t bytesPerTurn = 16UL * 1024;
 
 /// What the owner of a child sees. Knows nothing of the reactor, so it may outlive it.
 class SystemChild final : public ChildProcess {
@@ -206,11 +206,11 @@ class ChildWatch : public std::enable_shared_from_this<ChildWatch> {
   /// Reads once; how many bytes. At the end of the output, which may come long before that of the
   /// child, the pipe is closed.
   std::size_t readOutput() {
-    std::array<char, bytesPerTurn> buffer;  // NOLINT(cppcoreguidelines-pro-type-member-init)
+    std::array<char, bytesPerTurn> buffer;
     const ssize_t count = ::read(output_.native_handle(), buffer.data(), buffer.size());
     if (count < 0 && (errno == EAGAIN || errno == EINTR)) return 0;
     if (count <= 0) {
-      output_.close();
+      closeOutput();
       return 0;
     }
     const auto size = static_cast<std::size_t>(count);
@@ -229,7 +229,12 @@ class ChildWatch : public std::enable_shared_from_this<ChildWatch> {
       if (count == 0) break;
       left -= std::min(left, count);
     }
-    output_.close();
+    closeOutput();
+  }
+
+  void closeOutput() {
+    error_code ignored;
+    output_.close(ignored);
   }
 
   void deliver(std::vector<std::string> lines) {

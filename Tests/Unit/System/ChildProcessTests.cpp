@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <atomic>
-#include <condition_variable>
 #include <csignal>
 #include <fstream>
 #include <mutex>
@@ -15,6 +14,7 @@
 #include <sys/prctl.h>
 #include <sys/wait.h>
 
+#include "Support/Children.hpp"
 #include "Support/Eventually.hpp"
 #include "Support/Processes.hpp"
 #include "Support/TemporaryDirectory.hpp"
@@ -27,78 +27,15 @@ namespace {
 
 using namespace std::chrono_literals;
 using test::eventually;
+using test::exited;
 using test::hasEnded;
+using test::program;
+using test::script;
+using test::signalled;
 using Lines = std::vector<std::string>;
 using Child = std::shared_ptr<ChildProcess>;
 
 constexpr auto deadline = 20s;
-
-/// What a test gets to see of a child.
-class Witness {
- public:
-  void attachTo(ProcessOptions& options) {
-    options.onOutput = [this](const OutputLines& batch) {
-      const std::scoped_lock lock(mutex_);
-      lines_.insert(lines_.end(), batch.lines().begin(), batch.lines().end());
-      changed_.notify_all();
-    };
-    options.onExit = [this](ExitStatus status) {
-      const std::scoped_lock lock(mutex_);
-      ++exits_;
-      status_ = status;
-      linesAtExit_ = lines_.size();
-      changed_.notify_all();
-    };
-  }
-
-  /// The lines, once there are so many.
-  Lines waitForLines(std::size_t count) {
-    std::unique_lock lock(mutex_);
-    EXPECT_TRUE(changed_.wait_for(lock, deadline, [&] { return lines_.size() >= count; }));
-    return lines_;
-  }
-
-  ExitStatus waitForExit() {
-    std::unique_lock lock(mutex_);
-    EXPECT_TRUE(changed_.wait_for(lock, deadline, [&] { return status_.has_value(); }));
-    EXPECT_EQ(exits_, 1);
-    EXPECT_EQ(lines_.size(), linesAtExit_);
-    return status_.value_or(ExitStatus{});
-  }
-
-  Lines linesAtEnd() {
-    waitForExit();
-    return waitForLines(0);
-  }
-
- private:
-  std::mutex mutex_;
-  std::condition_variable changed_;
-  Lines lines_;
-  std::optional<ExitStatus> status_;
-  int exits_ = 0;
-  std::size_t linesAtExit_ = 0;
-};
-
-ProcessOptions program(std::string executable, Lines arguments = {}) {
-  ProcessOptions options;
-  options.executable = std::move(executable);
-  options.arguments = std::move(arguments);
-  options.environment = {{"PATH", "/usr/bin:/bin"}};
-  return options;
-}
-
-ProcessOptions script(const std::string& text) {
-  return program("/bin/sh", {"-c", text});
-}
-
-constexpr ExitStatus exited(int status) {
-  return {ExitStatus::Reason::exited, status};
-}
-
-constexpr ExitStatus signalled(int number) {
-  return {ExitStatus::Reason::signalled, number};
-}
 
 class ChildProcessTest : public ::testing::Test {
  protected:
@@ -122,7 +59,7 @@ class ChildProcessTest : public ::testing::Test {
   }
 
   Guardian guardian_ = *Guardian::start();
-  Witness witness_;
+  test::ChildWitness witness_;
   Reactor reactor_;
   SystemProcessLauncher launcher_{reactor_, guardian_};
 };
@@ -402,13 +339,16 @@ TEST_F(ChildProcessTest, DeliversAFloodWhole) {
   EXPECT_EQ(lines, 200000U);
 }
 
+/// The bytes of output that may be held before a child is not read from.
+constexpr std::size_t allowance = 256UL * 1024;
+
 /// Holds on to the batches that it gets.
 class Hoarder {
  public:
   void attachTo(ProcessOptions& options) {
     options.onOutput = [this](OutputLines batch) {
       const std::scoped_lock lock(mutex_);
-      for (const auto& line : batch.lines()) bytes_ += line.size() + sizeof line;
+      for (const auto& line : batch.lines()) bytes_ += line.size() + sizeof(std::string);
       batches_.push_back(std::move(batch));
     };
   }
@@ -432,7 +372,6 @@ class Hoarder {
 };
 
 TEST_F(ChildProcessTest, IsNotReadFromWhileItsOutputIsHeldUnread) {
-  constexpr std::size_t allowance = 256 * 1024;
   for (const std::string line : {"y", "a line of an ordinary length, as programs write them"}) {
     Hoarder hoarder;
     ProcessOptions options = program("/usr/bin/yes", {line});
@@ -461,7 +400,7 @@ TEST_F(ChildProcessTest, EndsThoughItsOutputIsHeldUnread) {
   hoarder.attachTo(options);
   options.onExit = [&](ExitStatus) { ended = true; };
   const Child child = launch(std::move(options));
-  EXPECT_TRUE(eventually([&] { return hoarder.bytes() >= 256U * 1024; }));
+  EXPECT_TRUE(eventually([&] { return hoarder.bytes() >= allowance; }));
   child->terminateGroup();
   EXPECT_TRUE(eventually([&] { return ended.load(); }));
 }
@@ -490,6 +429,7 @@ TEST_F(ChildProcessTest, CanBeLaunchedFromManyThreadsAtOnce) {
   constexpr int launchesPerThread = 20;
   std::atomic<int> ended = 0;
   std::vector<std::thread> threads;
+  threads.reserve(threadCount);
   for (int thread = 0; thread < threadCount; ++thread) {
     threads.emplace_back([&] {
       for (int i = 0; i < launchesPerThread; ++i) {

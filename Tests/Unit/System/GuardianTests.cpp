@@ -15,6 +15,7 @@
 #include <sys/prctl.h>
 #include <sys/wait.h>
 
+#include "Support/Children.hpp"
 #include "Support/Eventually.hpp"
 #include "Support/Processes.hpp"
 #include "System/Reactor.hpp"
@@ -26,6 +27,7 @@ namespace {
 using namespace std::chrono_literals;
 using test::eventually;
 using test::hasEnded;
+using test::script;
 
 constexpr auto deadline = 20s;
 
@@ -228,14 +230,6 @@ class Tray {
   pid_t pid_ = -1;
 };
 
-ProcessOptions script(const std::string& text) {
-  ProcessOptions options;
-  options.executable = "/bin/sh";
-  options.arguments = {"-c", text};
-  options.environment = {{"PATH", "/usr/bin:/bin"}};
-  return options;
-}
-
 void launch(ProcessLauncher& launcher, ProcessOptions options) {
   if (!launcher.launch(std::move(options))) ::_exit(1);
 }
@@ -327,8 +321,8 @@ TEST(TrayThatIsKilled, LeavesNothingAtWhateverMomentOfALaunch) {
 TEST(TrayThatEnds, LeavesNoChildAndNoGuardian) {
   Tray tray([](ProcessLauncher& launcher) {
     launch(launcher, script("sleep 1000 & echo $!; wait"));
-    auto done = script("echo $$");
-    launcher.launch(std::move(done)).value()->waitForExit(deadline);
+    const auto brief = launcher.launch(script("echo $$")).value();
+    if (!brief->waitForExit(deadline)) ::_exit(1);
   });
   tray.readNumber();
   tray.readNumber();
