@@ -265,6 +265,9 @@ void changeMuch() {
 }
 
 TEST_F(ServersTest, LoseNoChangeOfManyThreadsAndMixNothingUp) {
+  const test::ScopedVariable inMemory("TMPDIR", "/dev/shm");  // it is not the disk that is tested
+  const test::TemporaryDirectory directory;
+  const test::ScopedVariable data("XDG_DATA_HOME", directory.path());
   auto shared = entry("shared");
   shared.ordinal = 0;
   Servers::replaceAll({shared});
@@ -286,9 +289,9 @@ TEST_F(ServersTest, LoseNoChangeOfManyThreadsAndMixNothingUp) {
   EXPECT_EQ(distinct([](const auto& server) { return server.ports.socks; }), left);
   EXPECT_EQ(distinct([](const auto& server) { return server.ports.shim; }), left);
   EXPECT_EQ(distinct([](const auto& server) { return server.ports.tunnelHost; }), left);
-  const auto inMemory = Servers::all().entries();
+  const auto before = Servers::all().entries();
   reopen();
-  EXPECT_EQ(Servers::all().entries(), inMemory);
+  EXPECT_EQ(Servers::all().entries(), before);
 }
 
 }  // namespace

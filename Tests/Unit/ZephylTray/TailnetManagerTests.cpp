@@ -1,0 +1,180 @@
+#include "ZephylTray/TailnetManager.hpp"
+
+#include <algorithm>
+#include <filesystem>
+
+#include <gtest/gtest.h>
+
+#include "Support/TestRuntime.hpp"
+#include "Support/TrayWorld.hpp"
+
+namespace zephyl {
+namespace {
+
+using namespace std::chrono_literals;
+
+ServerEntry server(const std::string& id, const std::string& label) {
+  return {.id = id, .label = label, .tailnetFingerprint = "f" + id, .enabled = true};
+}
+
+class TailnetManagerTest : public ::testing::Test {
+ protected:
+  TailnetManagerTest() {
+    world_.addProgram("packages/tailnet-client/tailscaled");
+    client_ = world_.addProgram("packages/tailnet-client/zephyl-tailnet");
+    manager_->onStateChange = [this] { ++stateChanges_; };
+    manager_->onAddressLearned = [this] { ++addressesLearned_; };
+    manager_->onTargetUnresolved = [this](const ServerEntry& from, const std::string& target) {
+      unresolved_.push_back(from.id + " " + target);
+    };
+  }
+
+  std::vector<std::string> ids() {
+    std::vector<std::string> all;
+    for (const auto& instance : manager_->instances()) all.push_back(instance->server().id);
+    return all;
+  }
+
+  std::shared_ptr<test::FakeChild> child(std::size_t index) {
+    return runtime_.launcher.children().at(index);
+  }
+  std::size_t launches() { return runtime_.launcher.children().size(); }
+
+  test::TrayWorld world_;
+  test::TestRuntime runtime_;
+  std::string client_;
+  std::shared_ptr<TailnetManager> manager_ = std::make_shared<TailnetManager>(runtime_.runtime());
+  int stateChanges_ = 0;
+  int addressesLearned_ = 0;
+  std::vector<std::string> unresolved_;
+};
+
+TEST_F(TailnetManagerTest, HasAnInstanceForEveryServerThatIsEnabledAndJoined) {
+  auto disabled = server("b", "B");
+  disabled.enabled = false;
+  auto unjoined = server("c", "C");
+  unjoined.tailnetFingerprint = "";
+  auto neverJoined = server("d", "D");
+  neverJoined.tailnetFingerprint.reset();
+  Servers::replaceAll({unjoined, disabled, neverJoined, server("a", "A")});
+  manager_->syncWithStore();
+  EXPECT_EQ(ids(), std::vector<std::string>{"a"});
+  EXPECT_EQ(manager_->primary()->server().id, "a");
+  EXPECT_EQ(launches(), 1U);
+}
+
+TEST_F(TailnetManagerTest, DisablingStopsAndForgetsAndEnablingTakesTheEntryAsItIsThen) {
+  Servers::replaceAll({server("a", "A")});
+  manager_->syncWithStore();
+  const auto first = manager_->find("a");
+  Servers::update("a", [](ServerEntry& entry) { entry.enabled = false; });
+  manager_->syncWithStore();
+  EXPECT_FALSE(child(0)->isRunning());
+  EXPECT_EQ(manager_->find("a"), nullptr);
+  EXPECT_EQ(manager_->primary(), nullptr);
+  Servers::update("a", [](ServerEntry& entry) {
+    entry.enabled = true;
+    entry.address = "http://new";
+  });
+  manager_->syncWithStore();
+  EXPECT_NE(manager_->find("a"), first);
+  EXPECT_EQ(manager_->find("a")->server().address, "http://new");
+}
+
+TEST_F(TailnetManagerTest, ASyncLeavesAPairThatRunsAloneAndKeepsItsEntry) {
+  Servers::replaceAll({server("a", "A")});
+  manager_->syncWithStore();
+  runtime_.advance(1s);
+  Servers::update("a", [](ServerEntry& entry) { entry.address = "http://new"; });
+  manager_->syncWithStore();
+  EXPECT_EQ(launches(), 2U);
+  EXPECT_EQ(manager_->find("a")->server().address, std::nullopt);
+  EXPECT_TRUE(manager_->anyRunning());
+}
+
+TEST_F(TailnetManagerTest, ASyncRetriesAStalledTailnetAtOnce) {
+  Servers::replaceAll({server("a", "A")});
+  runtime_.launcher.failWith("no memory");
+  manager_->syncWithStore();
+  runtime_.launcher.failWith(std::nullopt);
+  manager_->syncWithStore();
+  EXPECT_EQ(launches(), 1U);
+}
+
+TEST_F(TailnetManagerTest, WithAProgramMissingASyncChangesNothing) {
+  Servers::replaceAll({server("a", "A")});
+  manager_->syncWithStore();
+  std::filesystem::remove(client_);
+  Servers::update("a", [](ServerEntry& entry) { entry.enabled = false; });
+  manager_->syncWithStore();
+  EXPECT_EQ(ids(), std::vector<std::string>{"a"});
+  EXPECT_TRUE(child(0)->isRunning());
+}
+
+TEST_F(TailnetManagerTest, MergesTheLogsUnderHeadingsCapitalLettersFirst) {
+  Servers::replaceAll({server("1", "beta"), server("2", "Alpha"), server("3", "Silent")});
+  manager_->syncWithStore();
+  child(0)->print({"b"});
+  child(1)->print({"a"});
+  runtime_.settle();
+  EXPECT_EQ(manager_->recentLog(), (std::vector<std::string>{"=== Alpha ===", "[tailscaled] a",
+                                                             "=== beta ===", "[tailscaled] b"}));
+}
+
+TEST_F(TailnetManagerTest, OneLogHasNoHeadingAndNoneIsEmpty) {
+  EXPECT_TRUE(manager_->recentLog().empty());
+  Servers::replaceAll({server("1", "beta")});
+  manager_->syncWithStore();
+  child(0)->print({"b"});
+  runtime_.settle();
+  EXPECT_EQ(manager_->recentLog(), std::vector<std::string>{"[tailscaled] b"});
+}
+
+TEST_F(TailnetManagerTest, AddressesLearnedWithinASecondAreOneNotification) {
+  Servers::replaceAll({server("1", "A"), server("2", "B"), server("3", "C")});
+  manager_->syncWithStore();
+  for (int i = 0; i < 3; ++i) {
+    child(static_cast<std::size_t>(i))->print({"target resolved to http://" + std::to_string(i)});
+  }
+  runtime_.advance(999ms);
+  EXPECT_EQ(addressesLearned_, 0);
+  runtime_.advance(1ms);
+  EXPECT_EQ(addressesLearned_, 1);
+  child(0)->print({"target resolved to http://other"});
+  runtime_.advance(1s);
+  EXPECT_EQ(addressesLearned_, 2);
+}
+
+TEST_F(TailnetManagerTest, ReportsWhichServersTargetIsUnresolved) {
+  Servers::replaceAll({server("1", "A")});
+  manager_->syncWithStore();
+  child(0)->print({"TARGET UNRESOLVED: http://lab"});
+  runtime_.settle();
+  EXPECT_EQ(unresolved_, std::vector<std::string>{"1 http://lab"});
+}
+
+TEST_F(TailnetManagerTest, ChangesInARowAreOneNotification) {
+  Servers::replaceAll({server("1", "A"), server("2", "B"), server("3", "C")});
+  manager_->syncWithStore();
+  runtime_.settle();
+  EXPECT_EQ(stateChanges_, 1);
+}
+
+TEST_F(TailnetManagerTest, StoppingAllAsksEveryChildBeforeItWaitsForOne) {
+  Servers::replaceAll({server("1", "A"), server("2", "B")});
+  manager_->syncWithStore();
+  runtime_.advance(1s);
+  const auto stubborn = child(0);
+  stubborn->ignoreTermination();
+  manager_->stopAll();
+  for (const auto& each : runtime_.launcher.children()) {
+    EXPECT_EQ(each->terminateRequests(), 1);
+    EXPECT_FALSE(each->isRunning());
+  }
+  EXPECT_EQ(ids().size(), 2U);
+  runtime_.advance(600s);
+  EXPECT_EQ(launches(), 4U);
+}
+
+}  // namespace
+}  // namespace zephyl

@@ -1,0 +1,426 @@
+#include "ZephylTray/TailnetProcess.hpp"
+
+#include <algorithm>
+#include <filesystem>
+
+#include <gtest/gtest.h>
+
+#include "Support/TestRuntime.hpp"
+#include "Support/TrayWorld.hpp"
+#include "System/Files.hpp"
+
+namespace zephyl {
+namespace {
+
+using namespace std::chrono_literals;
+
+constexpr auto serverId = "0123456789ab-4000-8000-000000000000";
+
+ServerEntry joinedServer() {
+  return {
+      .id = serverId,
+      .label = "Lab",
+      .tailnetFingerprint = std::string(32, 'a'),
+      .agentId = "agent",
+      .ports = {.socks = 1055, .shim = 8800, .tunnelHost = "127.100.0.3", .tunnelFallback = 8085},
+      .enabled = true};
+}
+
+class TailnetProcessTest : public ::testing::Test {
+ protected:
+  TailnetProcessTest() {
+    daemon_ = world_.addProgram("packages/tailnet-client/tailscaled");
+    client_ = world_.addProgram("packages/tailnet-client/zephyl-tailnet");
+    use(joinedServer());
+  }
+
+  void use(const ServerEntry& server) {
+    Servers::replaceAll({server});
+    tailnet_ = std::make_shared<TailnetProcess>(runtime_.runtime(), server);
+    tailnet_->onStateChange = [this] { ++stateChanges_; };
+    tailnet_->onAddressLearned = [this] { ++addressesLearned_; };
+    tailnet_->onTargetUnresolved = [this](std::string target) {
+      targets_.push_back(std::move(target));
+    };
+  }
+
+  void settle() { runtime_.settle(); }
+
+  void advance(Duration step) { runtime_.advance(step); }
+
+  void startBoth() {
+    tailnet_->start();
+    advance(TailnetProcess::clientDelay);
+    ASSERT_TRUE(tailnet_->isRunning());
+  }
+
+  void print(const std::string& line) {
+    client().print({line});
+    settle();
+  }
+
+  test::FakeChild& child(std::size_t index) { return *runtime_.launcher.children().at(index); }
+  test::FakeChild& client() { return *runtime_.launcher.newest(); }
+  std::size_t launches() { return runtime_.launcher.children().size(); }
+  std::string lastLine() { return tailnet_->recentLog().back(); }
+
+  test::TrayWorld world_;
+  test::TestRuntime runtime_;
+  std::string daemon_;
+  std::string client_;
+  std::shared_ptr<TailnetProcess> tailnet_;
+  int stateChanges_ = 0;
+  int addressesLearned_ = 0;
+  std::vector<std::string> targets_;
+};
+
+// Starting
+
+TEST_F(TailnetProcessTest, LaunchesTheDaemonAndASecondLaterTheClient) {
+  tailnet_->start();
+  ASSERT_EQ(launches(), 1U);
+  const auto state = world_.baseDirectory() + "/servers/" + serverId + "/tailnet";
+  const auto socket = world_.directory() / "home/.zephyl/run/01234567.sock";
+  EXPECT_EQ(child(0).options().executable, daemon_);
+  EXPECT_EQ(child(0).options().arguments,
+            (std::vector<std::string>{"--tun=userspace-networking", "--port=0",
+                                      "--socks5-server=127.0.0.1:1055", "--statedir=" + state,
+                                      "--socket=" + socket}));
+  advance(999ms);
+  ASSERT_EQ(launches(), 1U);
+  EXPECT_FALSE(tailnet_->isRunning());
+  advance(1ms);
+  ASSERT_EQ(launches(), 2U);
+  EXPECT_EQ(child(1).options().executable, client_);
+  EXPECT_EQ(child(1).options().arguments,
+            (std::vector<std::string>{"--fingerprint", std::string(32, 'a'), "--socks5",
+                                      "127.0.0.1:1055", "--state-dir", state, "--shim-listen",
+                                      "127.0.0.1:8800", "--tunnel-listen", "127.100.0.3:80",
+                                      "--tunnel-fallback", "127.0.0.1:8085"}));
+  EXPECT_EQ(child(1).options().environment.at("ZEPHYL_TAILSCALED_SOCKET"), socket);
+  EXPECT_FALSE(child(1).options().environment.contains("ZEPHYL_PREAUTH_KEY"));
+  EXPECT_TRUE(tailnet_->isRunning());
+}
+
+TEST_F(TailnetProcessTest, HandsTheAddressOverAsItIsStored) {
+  auto server = joinedServer();
+  server.address = " http://lab:5173 ";
+  use(server);
+  startBoth();
+  const auto& arguments = client().options().arguments;
+  EXPECT_EQ((std::vector(arguments.end() - 2, arguments.end())),
+            (std::vector<std::string>{"--target", " http://lab:5173 "}));
+  EXPECT_EQ(tailnet_->state().unresolvedTarget, std::nullopt);
+}
+
+TEST_F(TailnetProcessTest, ClearsAnUnresolvedTargetOnlyWhenItHandsOneOver) {
+  startBoth();
+  print("TARGET UNRESOLVED: http://lab");
+  tailnet_->restart();
+  advance(2s);
+  EXPECT_EQ(tailnet_->state().unresolvedTarget, "http://lab");
+
+  auto server = joinedServer();
+  server.address = "http://lab";
+  use(server);
+  startBoth();
+  print("TARGET UNRESOLVED: http://lab");
+  tailnet_->restart();
+  advance(2s);
+  EXPECT_EQ(tailnet_->state().unresolvedTarget, std::nullopt);
+}
+
+TEST_F(TailnetProcessTest, MakesItsDirectoriesForItselfAlone) {
+  const auto socket = world_.directory().write("home/.zephyl/run/01234567.sock", "stale");
+  tailnet_->start();
+  EXPECT_FALSE(fileExists(socket));
+  EXPECT_EQ(std::filesystem::status(Servers::tailnetStateDir(serverId)).permissions(),
+            std::filesystem::perms::owner_all);
+}
+
+TEST_F(TailnetProcessTest, WithoutAnInviteItStaysIdleAndSaysSo) {
+  auto server = joinedServer();
+  server.tailnetFingerprint = "";
+  use(server);
+  tailnet_->start();
+  EXPECT_EQ(launches(), 0U);
+  EXPECT_EQ(lastLine(), "[tray] no tailnet invite has been redeemed yet; not starting the tailnet");
+}
+
+TEST_F(TailnetProcessTest, WithoutAProgramItStaysIdleAndSaysNothing) {
+  std::filesystem::remove(client_);
+  tailnet_->start();
+  EXPECT_EQ(launches(), 0U);
+  EXPECT_FALSE(tailnet_->hasLog());
+}
+
+TEST_F(TailnetProcessTest, WarnsOfASocketPathThatIsTooLongAndGoesOn) {
+  const test::ScopedVariable home("HOME", world_.directory() / std::string(120, 'h'));
+  tailnet_->start();
+  EXPECT_EQ(launches(), 1U);
+  const auto socket = Servers::controlSocketPath(serverId);
+  EXPECT_EQ(lastLine(),
+            "[tray] socket path is " + std::to_string(socket.size()) +
+                " bytes; macOS caps it at 104. tailscaled will fail to bind: " + socket);
+}
+
+TEST_F(TailnetProcessTest, StartingAPairThatRunsLeavesItAlone) {
+  startBoth();
+  tailnet_->start();
+  advance(10s);
+  EXPECT_EQ(launches(), 2U);
+}
+
+TEST_F(TailnetProcessTest, ADaemonThatDoesNotStayUpKeepsTheClientFromStarting) {
+  tailnet_->start();
+  child(0).exit({ExitStatus::Reason::exited, 1});
+  settle();
+  EXPECT_EQ(tailnet_->recentLog(),
+            (std::vector<std::string>{"[tray] tailscaled exited with status 1",
+                                      "[tray] retrying the tailnet in 2s (attempt 1/6)"}));
+  advance(1s);
+  EXPECT_EQ(lastLine(), "[tray] tailscaled did not stay up; not starting zephyl-tailnet");
+  EXPECT_EQ(launches(), 1U);
+  advance(1s);
+  EXPECT_EQ(launches(), 2U);
+}
+
+TEST_F(TailnetProcessTest, AFailedLaunchIsRetried) {
+  runtime_.launcher.failWith("no memory");
+  tailnet_->start();
+  EXPECT_EQ(tailnet_->recentLog(),
+            (std::vector<std::string>{"[tray] failed to start tailscaled: no memory",
+                                      "[tray] retrying the tailnet in 2s (attempt 1/6)"}));
+  runtime_.launcher.failWith(std::nullopt);
+  advance(2s);
+  EXPECT_EQ(launches(), 1U);
+  runtime_.launcher.failWith("no memory");
+  advance(1s);
+  EXPECT_EQ(lastLine(), "[tray] retrying the tailnet in 4s (attempt 2/6)");
+  runtime_.launcher.failWith(std::nullopt);
+  advance(5s);
+  EXPECT_FALSE(child(0).isRunning());
+  EXPECT_TRUE(tailnet_->isRunning());
+}
+
+// Failing and retrying
+
+TEST_F(TailnetProcessTest, EndsTheOtherChildAndRetriesWhenOneEnds) {
+  startBoth();
+  client().exit({ExitStatus::Reason::signalled, 11});
+  settle();
+  EXPECT_FALSE(child(0).isRunning());
+  settle();
+  EXPECT_EQ(tailnet_->recentLog(),
+            (std::vector<std::string>{"[tray] zephyl-tailnet terminated",
+                                      "[tray] retrying the tailnet in 2s (attempt 1/6)",
+                                      "[tray] tailscaled terminated"}));
+  EXPECT_EQ(tailnet_->state().failureCount, 1);
+  advance(3s);
+  EXPECT_TRUE(tailnet_->isRunning());
+}
+
+TEST_F(TailnetProcessTest, APairWhoseChildrenEndTogetherFailsOnce) {
+  startBoth();
+  const auto daemon = runtime_.launcher.children()[0];
+  client().exit({ExitStatus::Reason::exited, 1});
+  daemon->exit({ExitStatus::Reason::exited, 1});
+  settle();
+  EXPECT_EQ(tailnet_->state().failureCount, 1);
+}
+
+TEST_F(TailnetProcessTest, RetriesAfterLongerAndLongerPausesAndThenEveryFiveMinutes) {
+  tailnet_->start();
+  for (const auto pause : {2s, 4s, 8s, 16s, 32s, 60s, 300s, 300s}) {
+    client().exit({ExitStatus::Reason::exited, 1});
+    settle();
+    const auto before = launches();
+    advance(pause - 1ms);
+    ASSERT_EQ(launches(), before) << pause.count();
+    advance(1ms);
+    ASSERT_EQ(launches(), before + 1) << pause.count();
+  }
+  EXPECT_EQ(tailnet_->state().stalledReason, "Not connecting — retrying every 5 min");
+  EXPECT_EQ(tailnet_->state().failureCount, 8);
+  const auto log = tailnet_->recentLog();
+  for (const auto* line :
+       {"[tray] retrying the tailnet in 60s (attempt 6/6)",
+        "[tray] still cannot start the tailnet after 7 attempts; trying again in 5m",
+        "[tray] still cannot start the tailnet after 8 attempts; trying again in 5m"}) {
+    EXPECT_NE(std::ranges::find(log, line), log.end()) << line;
+  }
+}
+
+TEST_F(TailnetProcessTest, AStartForgetsEarlierFailuresAndOvertakesTheRetry) {
+  tailnet_->start();
+  for (int i = 0; i < 7; ++i) {
+    client().exit({ExitStatus::Reason::exited, 1});
+    settle();
+    if (i < 6) advance(60s);
+  }
+  ASSERT_TRUE(tailnet_->state().stalledReason);
+  tailnet_->start();
+  EXPECT_EQ(tailnet_->state().failureCount, 0);
+  EXPECT_EQ(tailnet_->state().stalledReason, std::nullopt);
+  const auto before = launches();
+  advance(1s);
+  EXPECT_TRUE(tailnet_->isRunning());
+  advance(600s);
+  EXPECT_EQ(launches(), before + 1);
+}
+
+TEST_F(TailnetProcessTest, ATunnelForgetsEarlierFailures) {
+  tailnet_->start();
+  client().exit({ExitStatus::Reason::exited, 1});
+  advance(3s);
+  EXPECT_EQ(tailnet_->state().failureCount, 1);
+  print("data tunnel on http://127.100.0.3:80");
+  EXPECT_EQ(tailnet_->state().failureCount, 0);
+  EXPECT_EQ(tailnet_->state().boundAddress, "127.100.0.3:80");
+}
+
+// Stopping
+
+TEST_F(TailnetProcessTest, StoppingEndsTheClientThenTheDaemonAndNothingIsRetried) {
+  startBoth();
+  print("data tunnel on http://127.100.0.3:80");
+  print("verified control plane via relay-1");
+  tailnet_->stop();
+  settle();
+  EXPECT_FALSE(child(0).isRunning());
+  EXPECT_FALSE(child(1).isRunning());
+  EXPECT_EQ(tailnet_->state(), TailnetState{});
+  advance(600s);
+  EXPECT_EQ(launches(), 2U);
+}
+
+TEST_F(TailnetProcessTest, ChildrenThatIgnoreTheRequestAreKilled) {
+  startBoth();
+  child(0).ignoreTermination();
+  child(1).ignoreTermination();
+  tailnet_->stop();
+  EXPECT_FALSE(child(0).isRunning());
+  EXPECT_FALSE(child(1).isRunning());
+  const auto log = tailnet_->recentLog();
+  EXPECT_EQ(log.at(0), "[tray] 1001 ignored SIGTERM; killing it");
+  EXPECT_EQ(log.at(1), "[tray] 1000 ignored SIGTERM; killing it");
+}
+
+TEST_F(TailnetProcessTest, StoppingInTheFirstSecondKeepsTheClientFromStarting) {
+  tailnet_->start();
+  tailnet_->stop();
+  advance(10s);
+  EXPECT_EQ(launches(), 1U);
+}
+
+TEST_F(TailnetProcessTest, RestartingTakesEightTenthsOfASecond) {
+  startBoth();
+  tailnet_->restart();
+  advance(799ms);
+  EXPECT_EQ(launches(), 2U);
+  advance(1ms);
+  EXPECT_EQ(launches(), 3U);
+  advance(1s);
+  EXPECT_TRUE(tailnet_->isRunning());
+  advance(600s);
+  EXPECT_EQ(launches(), 4U);
+}
+
+TEST_F(TailnetProcessTest, RestartsInARowStartOnePair) {
+  tailnet_->restart();
+  advance(400ms);
+  tailnet_->restart();
+  advance(10s);
+  EXPECT_EQ(launches(), 2U);
+  EXPECT_TRUE(tailnet_->isRunning());
+}
+
+TEST_F(TailnetProcessTest, DelayedWorkAndChildrenOutliveItHarmlessly) {
+  startBoth();
+  const auto children = runtime_.launcher.children();
+  children[1]->exit({ExitStatus::Reason::exited, 1});
+  tailnet_.reset();
+  children[0]->print({"late"});
+  children[0]->exit({ExitStatus::Reason::exited, 1});
+  runtime_.clock.advance(600s);
+  runtime_.mainLoop.runPending();
+  EXPECT_EQ(launches(), 2U);
+}
+
+// Enrolling
+
+TEST_F(TailnetProcessTest, TheKeyIsHandedOverUntilTheJoinSucceeds) {
+  tailnet_->startRedeeming("hskey-auth-abc");
+  advance(800ms + 1s);
+  EXPECT_EQ(client().options().environment.at("ZEPHYL_PREAUTH_KEY"), "hskey-auth-abc");
+  tailnet_->restart();
+  advance(800ms + 1s);
+  EXPECT_EQ(client().options().environment.at("ZEPHYL_PREAUTH_KEY"), "hskey-auth-abc");
+  print("joined the tailnet");
+  tailnet_->restart();
+  advance(800ms + 1s);
+  EXPECT_FALSE(client().options().environment.contains("ZEPHYL_PREAUTH_KEY"));
+}
+
+TEST_F(TailnetProcessTest, AFailedEnrolmentStopsBothForGood) {
+  tailnet_->startRedeeming("hskey-auth-expired");
+  advance(2s);
+  print("ENROLMENT FAILED: key expired");
+  EXPECT_FALSE(tailnet_->isRunning());
+  EXPECT_EQ(tailnet_->state().lastEnrolError, "key expired");
+  advance(600s);
+  EXPECT_EQ(launches(), 2U);
+  EXPECT_EQ(tailnet_->state().failureCount, 0);
+  tailnet_->startRedeeming("hskey-auth-good");
+  advance(2s);
+  print("joined the tailnet");
+  EXPECT_EQ(tailnet_->state().lastEnrolError, std::nullopt);
+}
+
+// Reading the output
+
+TEST_F(TailnetProcessTest, KeepsTheNewest200LinesUnderTheirTags) {
+  startBoth();
+  for (int i = 1; i <= 250; ++i) client().print({std::to_string(i)});
+  settle();
+  const auto log = tailnet_->recentLog();
+  ASSERT_EQ(log.size(), 200U);
+  EXPECT_EQ(log.front(), "[tailnet] 51");
+  child(0).print({"up"});
+  settle();
+  EXPECT_EQ(lastLine(), "[tailscaled] up");
+}
+
+TEST_F(TailnetProcessTest, LearnsWhatTheServerTellsAboutItself) {
+  startBoth();
+  print("target resolved to http://lab:5173");
+  print("server name: The Lab");
+  print("server accent: #00ff00");
+  const auto server = Servers::all()[0];
+  EXPECT_EQ(server.address, "http://lab:5173");
+  EXPECT_EQ(server.serverName, "The Lab");
+  EXPECT_EQ(server.serverAccent, "#00ff00");
+  EXPECT_EQ(addressesLearned_, 1);
+  print("target resolved to http://lab:5173");
+  EXPECT_EQ(addressesLearned_, 1);
+}
+
+TEST_F(TailnetProcessTest, OneLineWithTwoMarkersHasBothEffects) {
+  startBoth();
+  print("verified control plane via relay-1, server name: Lab");
+  EXPECT_EQ(tailnet_->state().activeRelay, "relay-1, server name: Lab");
+  EXPECT_EQ(Servers::all()[0].serverName, "Lab");
+}
+
+TEST_F(TailnetProcessTest, ReportsATargetThatCannotBeResolved) {
+  startBoth();
+  stateChanges_ = 0;
+  print("TARGET UNRESOLVED: http://lab");
+  EXPECT_EQ(targets_, std::vector<std::string>{"http://lab"});
+  EXPECT_EQ(stateChanges_, 1);
+  print("target resolved to http://lab");
+  EXPECT_EQ(tailnet_->state().unresolvedTarget, std::nullopt);
+}
+
+}  // namespace
+}  // namespace zephyl
