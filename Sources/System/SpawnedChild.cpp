@@ -16,6 +16,7 @@
 #include <unistd.h>
 
 #include "System/Guardian.hpp"
+#include "System/Secret.hpp"
 
 namespace zephyl {
 
@@ -160,6 +161,7 @@ pid_t forkProgram(const ProcessOptions& options, Guardian& guardian, int output,
   const SignalsBlocked blocked;
   const pid_t pid = ::fork();
   if (pid == 0) becomeProgram(program, verdict);
+  for (auto& entry : environment) wipe(entry);  // some may be secrets
   return pid;
 }
 

@@ -17,6 +17,7 @@
 #include "System/Guardian.hpp"
 #include "System/LineReader.hpp"
 #include "System/Reactor.hpp"
+#include "System/Secret.hpp"
 #include "System/SpawnedChild.hpp"
 
 namespace zephyl {
@@ -274,6 +275,7 @@ Result<std::shared_ptr<ChildProcess>> SystemProcessLauncher::launch(ProcessOptio
   reactor_.run([&] { spawned = spawn(options, guardian_); });
   if (!spawned) return spawned.error();
   const Result<void> started = awaitProgram(*spawned, options, guardian_);
+  wipe(options.environment);  // some of it may be secret
   if (!started) return started.error();
 
   auto child = std::make_shared<SystemChild>(spawned->pid);

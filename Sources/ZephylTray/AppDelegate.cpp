@@ -18,16 +18,19 @@ AppDelegate::AppDelegate(const Runtime& runtime, Desktop& desktop)
       desktop_(desktop),
       client_(Config::apiBaseURL(),
               HTTPSession(runtime.reactor, {.requestTimeout = agentRequestTimeout})),
-      agent_(std::make_shared<AgentProcess>(runtime)) {}
+      agent_(std::make_shared<AgentProcess>(runtime)),
+      tailnet_(std::make_shared<TailnetManager>(runtime)) {}
 
 void AppDelegate::applicationDidFinishLaunching() {
   Servers::migrateIfNeeded();
   statusItem_ = &desktop_.statusItem();
   updateIcon();
   wireAgent();
+  wireTailnets();
   startActivityStream();
   if (Bundle::main().identifier()) desktop_.requestNotificationAuthorization();
   launchAgentUnlessOneAnswers();
+  tailnet_->syncWithStore();
   pollTimer_ = runtime_.clock.every(
       pollInterval, [&mainLoop = runtime_.mainLoop, poll = weakly([](AppDelegate& self) {
                                                       self.refresh();
@@ -52,6 +55,11 @@ void AppDelegate::wireAgent() {
   });
 }
 
+void AppDelegate::wireTailnets() {
+  tailnet_->onStateChange = weakly([](AppDelegate& self) { self.refresh(); });
+  tailnet_->onAddressLearned = weakly([](AppDelegate& self) { self.agent_->restart(); });
+}
+
 void AppDelegate::launchAgentUnlessOneAnswers() {
   runtime_.mainLoop.async(weakly([](AppDelegate& self) {
     self.pollOnce(self.weakly([](AppDelegate& polled) {
@@ -63,6 +71,7 @@ void AppDelegate::launchAgentUnlessOneAnswers() {
 void AppDelegate::applicationWillTerminate() {
   sseTask_.reset();
   agent_->stop();
+  tailnet_->stopAll();
   agent_->awaitExit(runtime_.clock.now() + AgentProcess::terminationGrace);
 }
 

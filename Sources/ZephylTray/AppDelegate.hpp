@@ -12,6 +12,7 @@
 #include "ZephylTray/AgentProcess.hpp"
 #include "ZephylTray/Runtime.hpp"
 #include "ZephylTray/StatusDescription.hpp"
+#include "ZephylTray/TailnetManager.hpp"
 
 namespace zephyl {
 
@@ -40,6 +41,11 @@ class AppDelegate : public std::enable_shared_from_this<AppDelegate> {
 
   /// Polls the agent, then brings what is shown up to date.
   void refresh();
+  /// Joins a server with the invite key that the user pasted: registers the server, starts its
+  /// tailnet in enrolment mode and restarts the agent. Returns what to tell the user when the key
+  /// cannot be read, and changes nothing then. Whether the server accepts the key shows later, in
+  /// its tailnet's state.
+  std::optional<std::string> redeem(const std::string& key);
   /// Follows the agent's event stream, afresh when it is being followed already.
   void startActivityStream();
 
@@ -55,6 +61,7 @@ class AppDelegate : public std::enable_shared_from_this<AppDelegate> {
 
   // Start-up and shutdown (AppDelegate.cpp)
   void wireAgent();
+  void wireTailnets();
   void launchAgentUnlessOneAnswers();
 
   // Following the agent (AppDelegatePolling.cpp)
@@ -64,6 +71,7 @@ class AppDelegate : public std::enable_shared_from_this<AppDelegate> {
   void updateIcon();
   void updateButtonTitle();
   void updateDescription();
+  [[nodiscard]] TailnetSummary tailnetSummary() const;
 
   /// Wraps work so that it runs only while the controller exists.
   template <typename Work>
@@ -78,6 +86,7 @@ class AppDelegate : public std::enable_shared_from_this<AppDelegate> {
   StatusItem* statusItem_ = nullptr;
   AgentClient client_;
   std::shared_ptr<AgentProcess> agent_;
+  std::shared_ptr<TailnetManager> tailnet_;
   Timer pollTimer_;
   AgentView agentView_;
   std::optional<ActivityStream> sseTask_;

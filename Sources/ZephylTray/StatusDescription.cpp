@@ -49,10 +49,16 @@ std::optional<std::string> approvals(std::size_t count) {
   return fmt::format("{} requests need your approval", count);
 }
 
-/// The servers that the agent talks to.
-std::optional<std::string> connections(const AgentStatus& status) {
+std::optional<std::string> servers(const TailnetSummary& summary) {
+  if (summary.tailnets == 0) return std::nullopt;
+  return fmt::format("{} of {} {} connected", summary.usable, summary.tailnets,
+                     summary.tailnets == 1 ? "server" : "servers");
+}
+
+/// Whether the agent is at home with a server that it can reach.
+std::optional<std::string> enrolment(const AgentStatus& status) {
   if (status.connections.value_or(std::vector<AgentConnection>()).empty()) return std::nullopt;
-  return std::string(enumNames(status.state)[static_cast<std::size_t>(status.state)]);
+  return "agent " + std::string(enumNames(status.state)[static_cast<std::size_t>(status.state)]);
 }
 
 /// Decimal units, as file managers write sizes; the larger the unit, the more decimals.
@@ -77,18 +83,19 @@ std::string fileSize(std::int64_t bytes) {
 
 }  // namespace
 
-std::string describe(const AgentView& view) {
-  if (!view.reachable) return "agent not reachable";
-  std::vector<std::string> parts{"reachable", folders(view.roots.size())};
+std::string describe(const AgentView& view, const TailnetSummary& tailnets) {
+  std::vector<std::string> parts;
   const auto add = [&parts](std::optional<std::string> part) {
     if (part) parts.push_back(std::move(*part));
   };
+  add(view.reachable ? "reachable, " + folders(view.roots.size()) : "agent not reachable");
   if (view.activity) {
     add(indexing(*view.activity));
     if (view.activity->model) add(model(*view.activity->model));
     add(approvals(view.activity->pendingApprovals.size()));
   }
-  if (view.status) add(connections(*view.status));
+  if (view.status) add(enrolment(*view.status));
+  add(servers(tailnets));
   return fmt::format("{}", fmt::join(parts, ", "));
 }
 

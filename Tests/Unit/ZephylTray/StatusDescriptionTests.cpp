@@ -45,7 +45,14 @@ TEST(StatusDescription, NamesTheConnectionStateWhenThereAreServers) {
   auto view = reachable(1);
   view.status = AgentStatus{.state = AgentState::enrolled,
                             .connections = {{{.serverId = "a", .state = AgentState::enrolled}}}};
-  EXPECT_EQ(describe(view), "reachable, 1 folder, enrolled");
+  EXPECT_EQ(describe(view), "reachable, 1 folder, agent enrolled");
+}
+
+TEST(StatusDescription, CountsTheServersThatAreConnected) {
+  EXPECT_EQ(describe({}, {.tailnets = 2, .usable = 1}),
+            "agent not reachable, 1 of 2 servers connected");
+  EXPECT_EQ(describe(reachable(1), {.tailnets = 1, .usable = 1}),
+            "reachable, 1 folder, 1 of 1 server connected");
 }
 
 TEST(StatusDescription, DownloadProgressNeverRoundsUp) {
