@@ -19,7 +19,8 @@ add_compile_options(-Wall -Wextra -Wshadow -Wnon-virtual-dtor -Woverloaded-virtu
                     -Wno-missing-field-initializers)
 if(CMAKE_CXX_COMPILER_ID STREQUAL GNU AND CMAKE_CXX_COMPILER_VERSION VERSION_LESS 13)
   # False alarms of this compiler's optimizer about the inside of std::string and std::optional.
-  add_compile_options(-Wno-restrict -Wno-maybe-uninitialized)
+  # (The last is for clang-tidy, which reads these options and does not know the others.)
+  add_compile_options(-Wno-restrict -Wno-maybe-uninitialized -Wno-unknown-warning-option)
 endif()
 if(ZEPHYL_WERROR)
   add_compile_options(-Werror)

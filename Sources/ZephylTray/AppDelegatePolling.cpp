@@ -67,7 +67,16 @@ void AppDelegate::updateButtonTitle() {
 }
 
 void AppDelegate::updateDescription() {
-  statusItem_->setDescription(describe(agentView_));
+  statusItem_->setDescription(describe(agentView_, tailnetSummary()));
+}
+
+TailnetSummary AppDelegate::tailnetSummary() const {
+  TailnetSummary summary;
+  for (const auto& tailnet : tailnet_->instances()) {
+    ++summary.tailnets;
+    if (tailnet->isRunning() && tailnet->state().boundAddress) ++summary.usable;
+  }
+  return summary;
 }
 
 }  // namespace zephyl

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <cassert>
 #include <cstdlib>
 #include <mutex>
 
@@ -198,6 +199,7 @@ bool Servers::State::change(Edit edit) {
 
 Servers::Store::Store(ThreadPool& pool, Clock& clock)
     : state_(std::make_unique<State>(pool, clock)) {
+  assert(State::instance.load() == nullptr && "the registry is open already");
   State::instance.store(state_.get(), std::memory_order_release);
 }
 

@@ -24,7 +24,7 @@ struct TailnetSummary {
 
 /// The state in words, such as "reachable, 3 folders, indexing 42/120, 1 of 2 servers connected".
 /// Pure.
-std::string describe(const AgentView& view, const TailnetSummary& tailnets = {});
+std::string describe(const AgentView& view, const TailnetSummary& tailnets);
 
 /// How far a download is: whole percent while the size is known, else the bytes so far as a file
 /// size ("12.3 MB"). Pure.

@@ -100,6 +100,38 @@ class World:
     def use_sandbox_agent(self):
         self.agent_program.symlink_to(SANDBOX / "zephyl-agent")
 
+    def use_sandbox_tailnet(self):
+        for name in ("tailscaled", "zephyl-tailnet"):
+            (self.resources / "agent" / name).symlink_to(SANDBOX / name)
+
+    def use_tailnet_script(self, name, script):
+        program = self.resources / "agent" / name
+        program.write_text(script)
+        program.chmod(0o755)
+
+    def state_directory(self, server_id):
+        return self.base / "servers" / server_id / "tailnet"
+
+    def add_servers(self, count):
+        """Registers joined servers with ports of their own, and returns their ids."""
+        servers = []
+        for number in range(1, count + 1):
+            identifier = f"{number:08x}-0000-4000-8000-000000000000"
+            fingerprint = f"{number:032x}"
+            servers.append({
+                "id": identifier, "label": f"Server {number}", "ordinal": number, "enabled": True,
+                "tailnetFingerprint": fingerprint, "agentId": identifier,
+                "ports": {"socks": free_port(), "shim": free_port(),
+                          "tunnelHost": f"127.100.0.{number}", "tunnelFallback": free_port()}})
+            state = self.state_directory(identifier)
+            state.mkdir(parents=True)
+            (state / "enrolment.json").write_text(json.dumps({"fingerprint": fingerprint}))
+        (self.base / "servers.json").write_text(json.dumps(servers))
+        return [server["id"] for server in servers]
+
+    def registry(self):
+        return json.loads((self.base / "servers.json").read_text())
+
     def use_agent_script(self, script):
         self.agent_program.write_text(script)
         self.agent_program.chmod(0o755)

@@ -5,6 +5,7 @@
 
 #include <gtest/gtest.h>
 
+#include "Support/HomelessUser.hpp"
 #include "Support/TemporaryDirectory.hpp"
 #include "System/Bundle.hpp"
 #include "System/UserDefaults.hpp"
@@ -123,6 +124,14 @@ TEST_F(ConfigTest, FindsTheLegacyTailnetState) {
   EXPECT_EQ(Config::legacyTailnetStateDir(), "/d/Zephyl/tailnet");
   writeDefaults(R"({"tailnetStateDir": "/elsewhere"})");
   EXPECT_EQ(Config::legacyTailnetStateDir(), "/elsewhere");
+}
+
+TEST_F(ConfigTest, FindsTheLegacyTailnetStateOfAUserWithoutAHomeAmongTemporaryFiles) {
+  const ScopedVariable temporary("TMPDIR", "/t/");
+  const auto found =
+      test::holdsWithoutHome([] { return Config::legacyTailnetStateDir() == "/t/zephyl-tailnet"; });
+  if (!found) GTEST_SKIP() << "needs the right to become another user";
+  EXPECT_TRUE(*found);
 }
 
 TEST_F(ConfigTest, TakesTheRootFromTheDefaultsThenFromTheEnvironment) {

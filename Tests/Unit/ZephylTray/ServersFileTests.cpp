@@ -3,6 +3,7 @@
 
 #include "ServersFixture.hpp"
 #include "Support/FileSizeLimit.hpp"
+#include "Support/HomelessUser.hpp"
 #include "Support/LogCapture.hpp"
 
 namespace fs = std::filesystem;
@@ -26,6 +27,13 @@ TEST_F(ServersFileTest, LieInTheApplicationSupportDirectory) {
   EXPECT_EQ(Servers::controlSocketPath("12345678-90ab"),
             (world_.directory() / "home/.zephyl/run/12345678.sock"));
   EXPECT_EQ(Servers::controlSocketPath("123"), (world_.directory() / "home/.zephyl/run/123.sock"));
+}
+
+TEST_F(ServersFileTest, LieAmongTemporaryFilesForAUserWithoutAHome) {
+  const test::ScopedVariable temporary("TMPDIR", "/t");
+  const auto found = test::holdsWithoutHome([] { return Servers::baseDir() == "/t/Zephyl"; });
+  if (!found) GTEST_SKIP() << "needs the right to become another user";
+  EXPECT_TRUE(*found);
 }
 
 TEST_F(ServersFileTest, AreWrittenForPeopleToRead) {

@@ -13,9 +13,9 @@ AgentView reachable(std::size_t folders) {
 }
 
 TEST(StatusDescription, SaysWhetherTheAgentAnswers) {
-  EXPECT_EQ(describe({}), "agent not reachable");
-  EXPECT_EQ(describe(reachable(0)), "reachable, 0 folders");
-  EXPECT_EQ(describe(reachable(1)), "reachable, 1 folder");
+  EXPECT_EQ(describe({}, {}), "agent not reachable");
+  EXPECT_EQ(describe(reachable(0), {}), "reachable, 0 folders");
+  EXPECT_EQ(describe(reachable(1), {}), "reachable, 1 folder");
 }
 
 TEST(StatusDescription, AddsUpTheProgressOfAllFolders) {
@@ -23,21 +23,21 @@ TEST(StatusDescription, AddsUpTheProgressOfAllFolders) {
   view.activity->indexing = {
       {.root = "/a", .ready = true, .filesEmbedded = 20, .lexicalFiles = 20},
       {.root = "/b", .embedding = true, .filesEmbedded = 22, .lexicalFiles = 100}};
-  EXPECT_EQ(describe(view), "reachable, 3 folders, indexing 42/120");
+  EXPECT_EQ(describe(view, {}), "reachable, 3 folders, indexing 42/120");
   view.activity->indexing[1] = {
       .root = "/b", .ready = true, .filesEmbedded = 100, .lexicalFiles = 100};
-  EXPECT_EQ(describe(view), "reachable, 3 folders");
+  EXPECT_EQ(describe(view, {}), "reachable, 3 folders");
 }
 
 TEST(StatusDescription, FollowsTheModelAndTheApprovals) {
   auto view = reachable(1);
   view.activity->model = {ModelPhase::downloading, 420, 1000, std::nullopt};
   view.activity->pendingApprovals.resize(2);
-  EXPECT_EQ(describe(view),
+  EXPECT_EQ(describe(view, {}),
             "reachable, 1 folder, downloading embeddings model 42%, 2 requests need your approval");
   view.activity->model->phase = ModelPhase::failed;
   view.activity->pendingApprovals.resize(1);
-  EXPECT_EQ(describe(view),
+  EXPECT_EQ(describe(view, {}),
             "reachable, 1 folder, model download failed, 1 request needs your approval");
 }
 
@@ -45,7 +45,7 @@ TEST(StatusDescription, NamesTheConnectionStateWhenThereAreServers) {
   auto view = reachable(1);
   view.status = AgentStatus{.state = AgentState::enrolled,
                             .connections = {{{.serverId = "a", .state = AgentState::enrolled}}}};
-  EXPECT_EQ(describe(view), "reachable, 1 folder, agent enrolled");
+  EXPECT_EQ(describe(view, {}), "reachable, 1 folder, agent enrolled");
 }
 
 TEST(StatusDescription, CountsTheServersThatAreConnected) {

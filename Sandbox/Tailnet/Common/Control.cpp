@@ -1,0 +1,46 @@
+#include "Tailnet/Common/Control.hpp"
+
+#include <boost/json.hpp>
+#include <fmt/format.h>
+
+#include <sys/un.h>
+
+namespace zephyl::sandbox::control {
+namespace json = boost::json;
+namespace {
+
+constexpr std::size_t mostPathBytes = sizeof(sockaddr_un::sun_path) - 1;
+
+std::string errorAnswer(std::string_view message) {
+  return json::serialize(json::object{{"error", message}});
+}
+
+}  // namespace
+
+std::string answer(std::string_view request, const Status& status) {
+  boost::system::error_code error;
+  const auto value = json::parse(request, error);
+  if (error || !value.is_object()) return errorAnswer("the request is not a JSON object");
+  const auto* operation = value.get_object().if_contains("op");
+  if (!operation || *operation != "status") return errorAnswer("unknown \"op\"");
+  return json::serialize(json::object{{"running", status.running}, {"node", status.node}});
+}
+
+std::optional<Status> parseStatus(std::string_view line) {
+  boost::system::error_code error;
+  const auto value = json::parse(line, error);
+  if (error || !value.is_object()) return std::nullopt;
+  const auto* running = value.get_object().if_contains("running");
+  const auto* node = value.get_object().if_contains("node");
+  if (!running || !running->is_bool() || !node || !node->is_string()) return std::nullopt;
+  return Status{.running = running->get_bool(), .node = std::string(node->get_string())};
+}
+
+Result<Protocol::endpoint> endpointAt(const std::string& path) {
+  if (path.empty()) return Failure{"the socket path is empty"};
+  if (path.size() <= mostPathBytes) return Protocol::endpoint(path);
+  return Failure{fmt::format("the socket path is {} bytes long, {} is the most: {}", path.size(),
+                             mostPathBytes, path)};
+}
+
+}  // namespace zephyl::sandbox::control

@@ -1,0 +1,116 @@
+"""Every joined server has its tailnet, kept alive by the tray."""
+
+import os
+import pathlib
+import signal
+import time
+
+from support.tray import command_name, descendants, eventually, is_alive
+
+STUBBORN = "#!/bin/sh\ntrap '' TERM\nwhile :; do sleep 0.2; done\n"
+
+
+def programs(tray, name):
+    return [pid for pid in descendants(tray.pid) if command_name(pid) == name]
+
+
+def test_a_joined_server_is_connected_and_tells_about_itself(world, start_tray):
+    world.use_sandbox_agent()
+    world.use_sandbox_tailnet()
+    server, = world.add_servers(1)
+    tray = start_tray()
+    tray.log_line("1 of 1 server connected")
+    entry = eventually(lambda: next((e for e in world.registry() if "serverName" in e
+                                     and "serverAccent" in e and "address" in e), None))
+    assert entry["id"] == server and entry["label"] == "Server 1"
+    tray.log_line("agent enrolled", 15)
+
+
+def test_a_learned_address_restarts_the_agent_once(world, start_tray):
+    world.use_sandbox_agent()
+    world.use_sandbox_tailnet()
+    world.add_servers(3)
+    tray = start_tray()
+    first = tray.agent_pid()
+    eventually(lambda: all("address" in entry for entry in world.registry()))
+    second = eventually(lambda: next((p for p in programs(tray, "zephyl-agent") if p != first), None))
+    eventually(lambda: not is_alive(first))
+    tray.log_line("3 of 3 servers connected")
+    time.sleep(1.5)  # longer than the second in which learned addresses are gathered
+    assert programs(tray, "zephyl-agent") == [second]
+
+
+def test_a_pair_that_loses_one_comes_back(world, start_tray):
+    world.use_agent_script("#!/bin/sh\nexec sleep 1000\n")
+    world.use_sandbox_tailnet()
+    world.add_servers(1)
+    tray = start_tray()
+    tray.log_line("1 of 1 server connected")
+    daemon, = programs(tray, "tailscaled")
+    client, = programs(tray, "zephyl-tailnet")
+    os.kill(daemon, signal.SIGKILL)
+    tray.log_line("[tray] tailscaled terminated")
+    tray.log_line("[tray] retrying the tailnet in 2s (attempt 1/6)")
+    eventually(lambda: not is_alive(client))
+    tray.log_line("0 of 1 server connected")
+    tray.lines.clear()
+    tray.log_line("1 of 1 server connected")
+
+
+def test_fifty_servers_start_and_stop_side_by_side(world, start_tray):
+    world.use_agent_script("#!/bin/sh\nexec sleep 1000\n")
+    world.use_tailnet_script("tailscaled", "#!/bin/sh\nexec sleep 1000\n")
+    world.use_tailnet_script("zephyl-tailnet",
+                             "#!/bin/sh\necho data tunnel on http://127.100.0.1:80\nexec sleep 1000\n")
+    world.add_servers(50)
+    began = time.monotonic()
+    tray = start_tray()
+    tray.log_line("50 of 50 servers connected")
+    assert time.monotonic() - began < 3
+    fields = dict(line.split(":", 1) for line in
+                  pathlib.Path(f"/proc/{tray.pid}/status").read_text().splitlines())
+    assert int(fields["Threads"]) <= 8
+    rollup = pathlib.Path(f"/proc/{tray.pid}/smaps_rollup").read_text().splitlines()
+    proportional = next(int(line.split()[1]) for line in rollup if line.startswith("Pss:"))
+    assert proportional < 8000
+    children = tray.children()
+    assert len(children) >= 101
+    began = time.monotonic()
+    assert tray.stop() == 0
+    assert time.monotonic() - began < 3
+    assert not any(map(is_alive, children))
+
+
+def test_children_that_ignore_sigterm_share_one_grace(world, start_tray):
+    world.use_agent_script("#!/bin/sh\nexec sleep 1000\n")
+    world.use_tailnet_script("tailscaled", STUBBORN)
+    world.use_tailnet_script("zephyl-tailnet", "#!/bin/sh\necho data tunnel on a:80\n" + STUBBORN)
+    world.add_servers(10)
+    tray = start_tray()
+    tray.log_line("10 of 10 servers connected")
+    children = tray.children()
+    began = time.monotonic()
+    assert tray.stop() == 0
+    assert 2.5 < time.monotonic() - began < 4.5
+    for pid in children:
+        eventually(lambda pid=pid: not is_alive(pid), 2, f"the end of {pid}")
+
+
+def test_hostile_output_costs_little_and_reaches_no_screen(world, start_tray):
+    world.use_agent_script("#!/bin/sh\nexec sleep 1000\n")
+    world.use_tailnet_script("tailscaled", "#!/bin/sh\nexec sleep 1000\n")
+    world.use_tailnet_script(
+        "zephyl-tailnet",
+        "#!/bin/sh\n"
+        "head -c 1000000 /dev/zero | tr '\\0' x; echo\n"
+        "printf 'server name: L\\033[31mab\\a\\n'\n"
+        "printf '\\377\\376 server accent: #bad\\n'\n"
+        "printf 'data tun'; sleep 0.2; printf 'nel on http://a:80\\n'\n"
+        "exec sleep 1000\n")
+    world.add_servers(1)
+    tray = start_tray()
+    tray.log_line("1 of 1 server connected")
+    entry, = world.registry()
+    assert entry["serverName"] == "L[31mab"
+    assert "serverAccent" not in entry
+    assert not any("\x1b" in line or "\a" in line for line in tray.lines)
