@@ -103,7 +103,7 @@ void TailnetManager::stopAll() {
 }
 
 TailnetManager::Instance TailnetManager::make(const ServerEntry& entry) {
-  const auto made = std::make_shared<TailnetProcess>(runtime_, entry);
+  auto made = std::make_shared<TailnetProcess>(runtime_, entry);
   const auto weak = weak_from_this();
   made->onStateChange = [weak] {
     if (const auto self = weak.lock()) self->relayStateChange();

@@ -226,11 +226,11 @@ ProcessOptions TailnetProcess::childOptions(const SharedPair& pair, const std::s
                     [shared, tag](TailnetProcess& tailnet) { tailnet.read(*shared, tag); }));
               },
           .onExit =
-              [weak = weak_from_this(), pair, name](ExitStatus status) {
+              [weak = weak_from_this(), pair = std::weak_ptr(pair), name](ExitStatus status) {
                 const auto self = weak.lock();
                 if (!self) return;
                 self->queue_.async(self->weakly([pair, name, status](TailnetProcess& tailnet) {
-                  tailnet.childEnded(pair, name, status);
+                  tailnet.childEnded(pair.lock(), name, status);
                 }));
               }};
 }
@@ -266,7 +266,8 @@ void TailnetProcess::childEnded(const SharedPair& pair, const std::string& name,
   note(status.reason == ExitStatus::Reason::exited
            ? fmt::format("{} exited with status {}", name, status.status)
            : fmt::format("{} terminated", name));
-  if (!pair->ended && !stopRequested_) {
+  // A pair that nobody holds any more has been ended.
+  if (pair && !pair->ended && !stopRequested_) {
     pair->failed = true;
     stopLocked(runtime_.clock.now() + terminationGrace);
     scheduleRetry();

@@ -27,7 +27,8 @@ struct ProcessState {
 
 inline std::optional<ProcessState> processState(pid_t pid) {
   std::ifstream file("/proc/" + std::to_string(pid) + "/stat");
-  const std::string text(std::istreambuf_iterator<char>(file), {});
+  std::string text;
+  std::getline(file, text);
   const std::size_t open = text.find('(');
   const std::size_t close = text.rfind(')');
   if (open == std::string::npos || close == std::string::npos) return std::nullopt;

@@ -20,8 +20,8 @@ namespace {
 using Request = http::request<http::string_body>;
 using Response = http::response<http::string_body>;
 
-constexpr std::uint32_t mostHeaderBytes = 8 * 1024;
-constexpr std::uint64_t mostBodyBytes = 4 * 1024;
+constexpr std::uint32_t mostHeaderBytes = 8'192;
+constexpr std::uint64_t mostBodyBytes = 4'096;
 constexpr auto patience = 30s;
 
 Response respond(const Request& request, http::status status, Content content) {

@@ -52,7 +52,7 @@ template <typename Stream>
 boost::asio::awaitable<void> sayFarewell(Stream& stream) {
   using namespace std::chrono_literals;
   constexpr auto patience = 1s;
-  constexpr std::size_t mostBytes = 64 * 1024;
+  constexpr std::size_t mostBytes = 65'536;
   boost::system::error_code ignored;
   stream.socket().shutdown(boost::asio::socket_base::shutdown_send, ignored);
   stream.expires_after(patience);

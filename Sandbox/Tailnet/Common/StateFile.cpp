@@ -20,7 +20,7 @@ namespace fs = std::filesystem;
 namespace json = boost::json;
 namespace {
 
-constexpr std::size_t mostBytes = 16 * 1024;
+constexpr std::size_t mostBytes = 16'384;
 
 std::optional<json::object> parseObject(std::string_view text) {
   boost::system::error_code error;

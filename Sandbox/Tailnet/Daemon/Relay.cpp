@@ -12,7 +12,7 @@ namespace zephyl::sandbox {
 namespace asio = boost::asio;
 namespace {
 
-constexpr std::size_t bytesAtATime = 16 * 1024;
+constexpr std::size_t bytesAtATime = 16'384;
 
 asio::awaitable<void> pump(boost::beast::tcp_stream& from, boost::beast::tcp_stream& to) {
   std::array<char, bytesAtATime> bytes{};

@@ -222,9 +222,7 @@ TEST_F(ChildProcessTest, IsTerminatedAloneOrWithItsGroup) {
   child->terminate();
   EXPECT_EQ(witness_.waitForLines(2), (Lines{"ready", "child"}));
   child->terminateGroup();
-  auto lines = witness_.linesAtEnd();
-  std::sort(lines.begin() + 2, lines.end());
-  EXPECT_EQ(lines, (Lines{"ready", "child", "child", "grandchild"}));
+  EXPECT_EQ(std::ranges::count(witness_.linesAtEnd(), "grandchild"), 1);
 }
 
 TEST_F(ChildProcessTest, IsKilledThoughItRefusesToTerminate) {

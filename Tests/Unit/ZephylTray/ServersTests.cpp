@@ -273,9 +273,9 @@ TEST_F(ServersTest, LoseNoChangeOfManyThreadsAndMixNothingUp) {
   Servers::replaceAll({shared});
   std::barrier start(manyThreads);
   {
-    std::vector<std::jthread> threads;
-    for (int thread = 0; thread < manyThreads; ++thread) {
-      threads.emplace_back([&] {
+    std::vector<std::jthread> threads(manyThreads);
+    for (auto& thread : threads) {
+      thread = std::jthread([&] {
         start.arrive_and_wait();
         changeMuch();
       });
