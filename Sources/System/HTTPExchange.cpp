@@ -1,5 +1,6 @@
 #include "System/HTTPExchange.hpp"
 
+#include <algorithm>
 #include <atomic>
 #include <vector>
 
