@@ -1,37 +1,58 @@
 #pragma once
 
+#include <functional>
+#include <optional>
 #include <string>
-#include <string_view>
 #include <vector>
+
+#include <sys/types.h>
+
+#include "Desktop/StatusItem.hpp"
+#include "System/Result.hpp"
 
 /// What the components ask of a desktop session. Everything here is a value or a narrow
 /// interface, so that an adapter can be D-Bus, a terminal, nothing at all, or another system's
-/// application framework. All of it is called on the main thread; nothing here waits for a user.
+/// application framework. All of it is called on the main thread, and calls back there; nothing
+/// here waits for a user.
 namespace zephyl {
-
-/// The status item's picture.
-enum class StatusIcon { idle, busy };
-
-/// The one item that the tray shows in the panel.
-class StatusItem {
- public:
-  virtual ~StatusItem() = default;
-  StatusItem() = default;
-  StatusItem(const StatusItem&) = delete;
-  StatusItem& operator=(const StatusItem&) = delete;
-
-  virtual void setIcon(StatusIcon icon) = 0;
-  /// The short text beside the icon; empty for none.
-  virtual void setTitle(const std::string& title) = 0;
-  /// The state in words: for the tool tip, for screen readers, for a log.
-  virtual void setDescription(const std::string& description) = 0;
-};
 
 /// A log to be looked at.
 struct LogWindow {
   std::string title;
   std::string message;  ///< what went wrong; empty when nothing did
   std::vector<std::string> log;
+};
+
+/// A message that appears beside what the user is doing. One with the identifier of an earlier one
+/// replaces it.
+struct Notification {
+  std::string identifier;
+  std::string title;
+  std::string body;
+  std::string actionTitle;  ///< of its button; empty for none
+
+  bool operator==(const Notification&) const = default;
+};
+
+/// A program in the user's session that is known by an identifier, such as "com.zephyl.desktop".
+struct RunningApplication {
+  std::string identifier;
+  pid_t pid = 0;
+
+  bool operator==(const RunningApplication&) const = default;
+};
+
+/// A question for a folder.
+struct FolderRequest {
+  std::string prompt;  ///< title of the button that confirms
+  std::string message;
+};
+
+/// What comes from the desktop unasked. Unset ones are not told.
+struct DesktopEvents {
+  std::function<void()> reopened;  ///< the user has started the running program again
+  /// The user has chosen a notification, or its button.
+  std::function<void(const std::string& identifier)> notificationActivated;
 };
 
 class Desktop {
@@ -41,12 +62,34 @@ class Desktop {
   Desktop(const Desktop&) = delete;
   Desktop& operator=(const Desktop&) = delete;
 
+  virtual void setEvents(DesktopEvents events) = 0;
+
   /// Created on first use; lives as long as the desktop.
   virtual StatusItem& statusItem() = 0;
+
   /// Asks for the right to post notifications; without an answer they simply do not appear.
   virtual void requestNotificationAuthorization() = 0;
+  virtual void postNotification(const Notification& notification) = 0;
+  /// Takes a posted notification away again; nothing when it is gone.
+  virtual void removeNotification(const std::string& identifier) = 0;
+
   /// Replaces the log window that is open, if one is.
   virtual void presentLogWindow(const LogWindow& window) = 0;
+
+  /// Those that run under this identifier now.
+  [[nodiscard]] virtual std::vector<RunningApplication> runningApplications(
+      const std::string& identifier) = 0;
+  /// Brings all windows of a running application to the front.
+  virtual void activate(const RunningApplication& application) = 0;
+  /// Asks a running application to end.
+  virtual void terminate(const RunningApplication& application) = 0;
+
+  /// Opens a web address in the user's browser.
+  virtual void openURL(const std::string& url) = 0;
+  /// Asks the user for a folder. Answers once: its path, nothing when the user cancelled, or why
+  /// nobody could be asked.
+  virtual void chooseFolder(const FolderRequest& request,
+                            std::function<void(Result<std::optional<std::string>>)> done) = 0;
 };
 
 }  // namespace zephyl

@@ -17,23 +17,63 @@ class FakeDesktop final : public Desktop {
     void setDescription(const std::string& newDescription) override {
       description = newDescription;
     }
+    void setMenu(const Menu& newMenu) override {
+      menu = newMenu;
+      ++menusSet;
+    }
+    void setMenuEvents(MenuEvents newEvents) override { events = std::move(newEvents); }
 
     StatusIcon icon = StatusIcon::idle;
     std::string title;
     std::string description;
+    Menu menu;
+    int menusSet = 0;
+    MenuEvents events;
   };
 
+  void setEvents(DesktopEvents newEvents) override { events = std::move(newEvents); }
   StatusItem& statusItem() override {
     hasStatusItem = true;
     return item;
   }
   void requestNotificationAuthorization() override { ++authorizationRequests; }
+  void postNotification(const Notification& notification) override {
+    notifications.push_back(notification);
+  }
+  void removeNotification(const std::string& identifier) override {
+    std::erase_if(notifications, [&](const auto& each) { return each.identifier == identifier; });
+  }
   void presentLogWindow(const LogWindow& window) override { logWindows.push_back(window); }
+  std::vector<RunningApplication> runningApplications(const std::string& identifier) override {
+    auto found = applications;
+    std::erase_if(found, [&](const auto& each) { return each.identifier != identifier; });
+    return found;
+  }
+  void activate(const RunningApplication& application) override {
+    activated.push_back(application);
+  }
+  void terminate(const RunningApplication& application) override {
+    terminated.push_back(application);
+  }
+  void openURL(const std::string& url) override { openedURLs.push_back(url); }
+  void chooseFolder(const FolderRequest& request,
+                    std::function<void(Result<std::optional<std::string>>)> done) override {
+    folderRequests.push_back(request);
+    folderAnswer = std::move(done);
+  }
 
   Item item;
   bool hasStatusItem = false;
   int authorizationRequests = 0;
   std::vector<LogWindow> logWindows;
+  DesktopEvents events;
+  std::vector<Notification> notifications;  ///< those that are on screen
+  std::vector<RunningApplication> applications;
+  std::vector<RunningApplication> activated;
+  std::vector<RunningApplication> terminated;
+  std::vector<std::string> openedURLs;
+  std::vector<FolderRequest> folderRequests;
+  std::function<void(Result<std::optional<std::string>>)> folderAnswer;  ///< of the last request
 };
 
 }  // namespace zephyl::test

@@ -19,6 +19,15 @@ void HeadlessDesktop::presentLogWindow(const LogWindow& window) {
   }
 }
 
+void HeadlessDesktop::openURL(const std::string& url) {
+  log("not opened, there is no desktop: {}", url);
+}
+
+void HeadlessDesktop::chooseFolder(const FolderRequest&,
+                                   std::function<void(Result<std::optional<std::string>>)> done) {
+  done(Error{"There is no desktop to choose a folder on."});
+}
+
 void HeadlessDesktop::Item::setDescription(const std::string& description) {
   current_ = description;
   if (laterLine_ || current_ == logged_) return;

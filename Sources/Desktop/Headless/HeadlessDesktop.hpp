@@ -9,6 +9,7 @@ namespace zephyl {
 /// The desktop of a machine that has none: nothing is shown. The state goes to the log in words,
 /// a line for each change; changes that follow each other faster than `logInterval` share the
 /// line that tells the last of them. A log window becomes its message and the end of its log.
+/// Nobody can be asked, no menu is opened, and no application is known.
 class HeadlessDesktop final : public Desktop {
  public:
   static constexpr Duration logInterval = std::chrono::milliseconds(250);
@@ -16,9 +17,18 @@ class HeadlessDesktop final : public Desktop {
   /// Both outlive it.
   HeadlessDesktop(MainLoop& mainLoop, Clock& clock) : item_(mainLoop, clock) {}
 
+  void setEvents(DesktopEvents) override {}
   StatusItem& statusItem() override { return item_; }
   void requestNotificationAuthorization() override {}
+  void postNotification(const Notification&) override {}
+  void removeNotification(const std::string&) override {}
   void presentLogWindow(const LogWindow& window) override;
+  std::vector<RunningApplication> runningApplications(const std::string&) override { return {}; }
+  void activate(const RunningApplication&) override {}
+  void terminate(const RunningApplication&) override {}
+  void openURL(const std::string& url) override;
+  void chooseFolder(const FolderRequest& request,
+                    std::function<void(Result<std::optional<std::string>>)> done) override;
 
  private:
   class Item final : public StatusItem {
@@ -28,6 +38,8 @@ class HeadlessDesktop final : public Desktop {
     void setIcon(StatusIcon) override {}
     void setTitle(const std::string&) override {}
     void setDescription(const std::string& description) override;
+    void setMenu(const Menu&) override {}
+    void setMenuEvents(MenuEvents) override {}
 
    private:
     void logIfChanged();
