@@ -39,9 +39,10 @@ bool relayIsReachable(const Settings& settings) {
 
 asio::awaitable<Result<void>> join(const Settings& settings, PreauthKey& key) {
   if (!relayIsReachable(settings)) co_return Failure{"relay unreachable"};
-  const auto daemon = co_await awaitDaemon(settings.controlSocket, daemonPatience);
+  const auto executor = co_await asio::this_coro::executor;
+  const auto daemon = co_await awaitDaemon(executor, settings.controlSocket, daemonPatience);
   if (!daemon) co_return daemon.error();
-  const auto proxy = co_await checkProxy(settings.socks5);
+  const auto proxy = co_await checkProxy(executor, settings.socks5);
   if (!proxy) co_return proxy.error();
   log("tailscaled is up as node {}", daemon->node);
 

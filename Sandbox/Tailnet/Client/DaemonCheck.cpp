@@ -25,8 +25,9 @@ constexpr auto retryInterval = 100ms;
 constexpr std::array<std::uint8_t, 3> greeting{5, 1, 0};
 constexpr std::array<std::uint8_t, 2> welcome{5, 0};
 
-asio::awaitable<Result<control::Status>> ask(control::Protocol::endpoint endpoint) {
-  control::Stream stream(co_await asio::this_coro::executor);
+asio::awaitable<Result<control::Status>> ask(asio::any_io_executor executor,
+                                             control::Protocol::endpoint endpoint) {
+  control::Stream stream(executor);
   stream.expires_after(answerPatience);
   if (const auto [error] = co_await stream.async_connect(endpoint, asTuple); error) {
     co_return Failure{error.message()};
@@ -47,13 +48,14 @@ asio::awaitable<Result<control::Status>> ask(control::Protocol::endpoint endpoin
 
 }  // namespace
 
-asio::awaitable<Result<control::Status>> awaitDaemon(std::string socketPath,
+asio::awaitable<Result<control::Status>> awaitDaemon(asio::any_io_executor executor,
+                                                     std::string socketPath,
                                                      std::chrono::milliseconds patience) {
   const auto endpoint = control::endpointAt(socketPath);
   if (!endpoint) co_return endpoint.error();
   const auto deadline = std::chrono::steady_clock::now() + patience;
   for (;;) {
-    auto status = co_await ask(*endpoint);
+    auto status = co_await ask(executor, *endpoint);
     if (status) co_return status;
     if (std::chrono::steady_clock::now() >= deadline) {
       co_return Failure{
@@ -63,11 +65,12 @@ asio::awaitable<Result<control::Status>> awaitDaemon(std::string socketPath,
   }
 }
 
-asio::awaitable<Result<void>> checkProxy(asio::ip::tcp::endpoint endpoint) {
+asio::awaitable<Result<void>> checkProxy(asio::any_io_executor executor,
+                                         asio::ip::tcp::endpoint endpoint) {
   const auto failure = [endpoint](std::string_view reason) {
     return Failure{fmt::format("no SOCKS5 proxy on {}: {}", toText(endpoint), reason)};
   };
-  boost::beast::tcp_stream stream(co_await asio::this_coro::executor);
+  boost::beast::tcp_stream stream(executor);
   stream.expires_after(answerPatience);
   if (const auto [error] = co_await stream.async_connect(endpoint, asTuple); error) {
     co_return failure(error.message());
