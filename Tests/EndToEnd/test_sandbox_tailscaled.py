@@ -100,7 +100,7 @@ def test_a_stale_socket_is_replaced_and_nothing_else_is(tailnet):
     port = free_port()
     second = tailnet.daemon_arguments(socks5_server=f"127.0.0.1:{port}")
     ended = tailnet.run(DAEMON, second)
-    assert ended.returncode == 1 and "another daemon" in ended.stderr
+    assert ended.returncode == 1 and "another program" in ended.stderr
     assert tailnet.status()["running"], "the socket of the first was taken away"
     assert daemon.stop() == 0
 

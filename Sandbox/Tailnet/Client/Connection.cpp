@@ -10,15 +10,15 @@
 #include <boost/asio/detached.hpp>
 #include <fmt/format.h>
 
+#include "Common/Async.hpp"
+#include "Common/Log.hpp"
 #include "Tailnet/Client/DaemonCheck.hpp"
 #include "Tailnet/Client/Enrolment.hpp"
 #include "Tailnet/Client/HttpServer.hpp"
 #include "Tailnet/Client/ServerIdentity.hpp"
 #include "Tailnet/Client/Target.hpp"
 #include "Tailnet/Client/WelcomePage.hpp"
-#include "Tailnet/Common/Async.hpp"
 #include "Tailnet/Common/Endpoint.hpp"
-#include "Tailnet/Common/Log.hpp"
 #include "Tailnet/Common/StateFile.hpp"
 
 namespace zephyl::sandbox {

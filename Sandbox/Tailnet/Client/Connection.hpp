@@ -2,9 +2,9 @@
 
 #include <boost/asio/awaitable.hpp>
 
+#include "Common/Result.hpp"
 #include "Tailnet/Client/PreauthKey.hpp"
 #include "Tailnet/Client/Settings.hpp"
-#include "Tailnet/Common/Result.hpp"
 
 namespace zephyl::sandbox {
 

@@ -10,7 +10,7 @@
 #include <boost/beast/core/tcp_stream.hpp>
 #include <fmt/format.h>
 
-#include "Tailnet/Common/Async.hpp"
+#include "Common/Async.hpp"
 #include "Tailnet/Common/Endpoint.hpp"
 
 namespace zephyl::sandbox {
@@ -26,7 +26,7 @@ constexpr std::array<std::uint8_t, 3> greeting{5, 1, 0};
 constexpr std::array<std::uint8_t, 2> welcome{5, 0};
 
 asio::awaitable<Result<control::Status>> ask(asio::any_io_executor executor,
-                                             control::Protocol::endpoint endpoint) {
+                                             LocalProtocol::endpoint endpoint) {
   control::Stream stream(executor);
   stream.expires_after(answerPatience);
   if (const auto [error] = co_await stream.async_connect(endpoint, asTuple); error) {
@@ -51,7 +51,7 @@ asio::awaitable<Result<control::Status>> ask(asio::any_io_executor executor,
 asio::awaitable<Result<control::Status>> awaitDaemon(asio::any_io_executor executor,
                                                      std::string socketPath,
                                                      std::chrono::milliseconds patience) {
-  const auto endpoint = control::endpointAt(socketPath);
+  const auto endpoint = localEndpoint(socketPath);
   if (!endpoint) co_return endpoint.error();
   const auto deadline = std::chrono::steady_clock::now() + patience;
   for (;;) {

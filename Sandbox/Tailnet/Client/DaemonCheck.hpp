@@ -7,8 +7,8 @@
 #include <boost/asio/awaitable.hpp>
 #include <boost/asio/ip/tcp.hpp>
 
+#include "Common/Result.hpp"
 #include "Tailnet/Common/Control.hpp"
-#include "Tailnet/Common/Result.hpp"
 
 namespace zephyl::sandbox {
 

@@ -2,8 +2,8 @@
 
 #include <string>
 
+#include "Common/Result.hpp"
 #include "Tailnet/Client/PreauthKey.hpp"
-#include "Tailnet/Common/Result.hpp"
 
 namespace zephyl::sandbox {
 

@@ -8,7 +8,7 @@
 #include <boost/beast/core/tcp_stream.hpp>
 #include <boost/beast/http.hpp>
 
-#include "Tailnet/Common/Async.hpp"
+#include "Common/Async.hpp"
 
 namespace zephyl::sandbox {
 namespace asio = boost::asio;

@@ -7,9 +7,9 @@
 
 #include <boost/asio/ip/tcp.hpp>
 
+#include "Common/Result.hpp"
 #include "Tailnet/Common/CommandLine.hpp"
 #include "Tailnet/Common/Ending.hpp"
-#include "Tailnet/Common/Result.hpp"
 
 namespace zephyl::sandbox {
 

@@ -6,8 +6,8 @@
 
 #include <boost/algorithm/string/case_conv.hpp>
 
-#include "Tailnet/Common/Async.hpp"
-#include "Tailnet/Common/Log.hpp"
+#include "Common/Async.hpp"
+#include "Common/Log.hpp"
 
 namespace zephyl::sandbox {
 namespace {

@@ -7,11 +7,11 @@
 #include <boost/asio/co_spawn.hpp>
 #include <boost/asio/io_context.hpp>
 
+#include "Common/Log.hpp"
 #include "Tailnet/Client/Connection.hpp"
 #include "Tailnet/Client/PreauthKey.hpp"
 #include "Tailnet/Client/Settings.hpp"
 #include "Tailnet/Common/Ending.hpp"
-#include "Tailnet/Common/Log.hpp"
 
 namespace zephyl::sandbox {
 namespace {

@@ -6,7 +6,7 @@
 #include <string_view>
 #include <variant>
 
-#include "Tailnet/Common/Result.hpp"
+#include "Common/Result.hpp"
 
 namespace zephyl::sandbox {
 

@@ -1,15 +1,10 @@
 #include "Tailnet/Common/Control.hpp"
 
 #include <boost/json.hpp>
-#include <fmt/format.h>
-
-#include <sys/un.h>
 
 namespace zephyl::sandbox::control {
 namespace json = boost::json;
 namespace {
-
-constexpr std::size_t mostPathBytes = sizeof(sockaddr_un::sun_path) - 1;
 
 std::string errorAnswer(std::string_view message) {
   return json::serialize(json::object{{"error", message}});
@@ -34,13 +29,6 @@ std::optional<Status> parseStatus(std::string_view line) {
   const auto* node = value.get_object().if_contains("node");
   if (!running || !running->is_bool() || !node || !node->is_string()) return std::nullopt;
   return Status{.running = running->get_bool(), .node = std::string(node->get_string())};
-}
-
-Result<Protocol::endpoint> endpointAt(const std::string& path) {
-  if (path.empty()) return Failure{"the socket path is empty"};
-  if (path.size() <= mostPathBytes) return Protocol::endpoint(path);
-  return Failure{fmt::format("the socket path is {} bytes long, {} is the most: {}", path.size(),
-                             mostPathBytes, path)};
 }
 
 }  // namespace zephyl::sandbox::control

@@ -5,10 +5,9 @@
 #include <string>
 #include <string_view>
 
-#include <boost/asio/local/stream_protocol.hpp>
 #include <boost/beast/core/basic_stream.hpp>
 
-#include "Tailnet/Common/Result.hpp"
+#include "Common/LocalSocket.hpp"
 
 /// The protocol of the daemon's control socket, a local stream socket: a JSON object on a line
 /// asks, a JSON object on a line answers, as often as the client likes.
@@ -17,8 +16,7 @@
 ///     anything else       {"error":"..."}
 namespace zephyl::sandbox::control {
 
-using Protocol = boost::asio::local::stream_protocol;
-using Stream = boost::beast::basic_stream<Protocol>;
+using Stream = boost::beast::basic_stream<LocalProtocol>;
 
 /// The end of the line included.
 constexpr std::size_t mostLineBytes = 4096;
@@ -35,8 +33,5 @@ std::string answer(std::string_view request, const Status& status);
 
 /// None when the line is not the answer to a status request.
 std::optional<Status> parseStatus(std::string_view line);
-
-/// A path that does not fit into the system's address of a local socket is a failure.
-Result<Protocol::endpoint> endpointAt(const std::string& path);
 
 }  // namespace zephyl::sandbox::control

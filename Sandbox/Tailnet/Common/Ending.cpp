@@ -5,7 +5,7 @@
 #include <csignal>
 #include <cstdlib>
 
-#include "Tailnet/Common/Log.hpp"
+#include "Common/Log.hpp"
 
 namespace zephyl::sandbox {
 namespace {

@@ -8,7 +8,7 @@
 #include <boost/asio/signal_set.hpp>
 #include <boost/asio/steady_timer.hpp>
 
-#include "Tailnet/Common/Result.hpp"
+#include "Common/Result.hpp"
 
 namespace zephyl::sandbox {
 

@@ -6,7 +6,7 @@
 #include <boost/asio/any_io_executor.hpp>
 #include <boost/asio/ip/tcp.hpp>
 
-#include "Tailnet/Common/Result.hpp"
+#include "Common/Result.hpp"
 
 namespace zephyl::sandbox {
 

@@ -13,7 +13,7 @@
 #include <fcntl.h>
 #include <unistd.h>
 
-#include "Tailnet/Common/Log.hpp"
+#include "Common/Log.hpp"
 
 namespace zephyl::sandbox {
 namespace fs = std::filesystem;

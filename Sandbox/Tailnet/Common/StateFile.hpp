@@ -6,7 +6,7 @@
 
 #include <boost/json/object.hpp>
 
-#include "Tailnet/Common/Result.hpp"
+#include "Common/Result.hpp"
 
 namespace zephyl::sandbox {
 

@@ -2,7 +2,7 @@
 
 #include <string>
 
-#include "Tailnet/Common/Result.hpp"
+#include "Common/Result.hpp"
 
 namespace zephyl::sandbox {
 

@@ -6,7 +6,7 @@
 #include <boost/asio/experimental/awaitable_operators.hpp>
 #include <boost/asio/write.hpp>
 
-#include "Tailnet/Common/Async.hpp"
+#include "Common/Async.hpp"
 
 namespace zephyl::sandbox {
 namespace asio = boost::asio;

@@ -12,7 +12,7 @@
 #include <boost/asio/write.hpp>
 #include <boost/beast/core/tcp_stream.hpp>
 
-#include "Tailnet/Common/Async.hpp"
+#include "Common/Async.hpp"
 #include "Tailnet/Daemon/Relay.hpp"
 #include "Tailnet/Daemon/Socks5.hpp"
 

@@ -12,10 +12,10 @@
 #include <boost/asio/detached.hpp>
 #include <boost/asio/io_context.hpp>
 
-#include "Tailnet/Common/Async.hpp"
+#include "Common/Async.hpp"
+#include "Common/Log.hpp"
 #include "Tailnet/Common/Ending.hpp"
 #include "Tailnet/Common/Endpoint.hpp"
-#include "Tailnet/Common/Log.hpp"
 #include "Tailnet/Daemon/ControlSocket.hpp"
 #include "Tailnet/Daemon/Node.hpp"
 #include "Tailnet/Daemon/Settings.hpp"
@@ -53,7 +53,7 @@ int serve(const Settings& settings) {
   const auto executor = io.get_executor();
   auto proxy = listenOn(executor, settings.socks5);
   if (!proxy) return fail(proxy.error(), 1);
-  auto control = openControlSocket(executor, settings.controlSocket);
+  auto control = listenOnLocal(executor, settings.controlSocket);
   if (!control) return fail(control.error(), 1);
   const auto node = nodeIn(settings.stateDirectory);
   if (!node) return fail(node.error(), 1);
@@ -67,7 +67,7 @@ int serve(const Settings& settings) {
                  asio::detached);
   asio::co_spawn(io,
                  acceptAll(std::move(control->acceptor), mostControlClients,
-                           [status](control::Protocol::socket socket) {
+                           [status](LocalProtocol::socket socket) {
                              return serveControl(std::move(socket), status);
                            }),
                  asio::detached);

@@ -1,4 +1,4 @@
-#include "Tailnet/Common/Log.hpp"
+#include "Common/Log.hpp"
 
 #include <cerrno>
 #include <cstddef>
