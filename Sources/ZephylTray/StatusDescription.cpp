@@ -6,13 +6,11 @@
 #include <fmt/format.h>
 #include <fmt/ranges.h>
 
+#include "System/Text.hpp"
+
 namespace zephyl {
 
 namespace {
-
-std::string folders(std::size_t count) {
-  return count == 1 ? "1 folder" : fmt::format("{} folders", count);
-}
 
 /// Over all folders that are still being embedded.
 std::optional<std::string> indexing(const Activity& activity) {
@@ -28,25 +26,18 @@ std::optional<std::string> indexing(const Activity& activity) {
   return fmt::format("indexing {}/{}", embedded, files);
 }
 
+/// The line of the menu as a part of a sentence.
 std::optional<std::string> model(const ModelStatus& status) {
-  switch (status.phase) {
-    case ModelPhase::checking:
-      return "preparing embeddings model";
-    case ModelPhase::downloading:
-      return "downloading embeddings model " + downloadProgress(status);
-    case ModelPhase::failed:
-      return "model download failed";
-    case ModelPhase::absent:
-    case ModelPhase::ready:
-      return std::nullopt;
-  }
-  return std::nullopt;
+  auto line = modelStatusLine(status);
+  if (!line) return std::nullopt;
+  constexpr std::string_view ellipsis = "…";
+  const auto end = line->text.find(ellipsis);
+  if (end != std::string::npos) line->text.erase(end, ellipsis.size());
+  return lowerCased(line->text.substr(0, 1)) + line->text.substr(1);
 }
 
 std::optional<std::string> approvals(std::size_t count) {
-  if (count == 0) return std::nullopt;
-  if (count == 1) return "1 request needs your approval";
-  return fmt::format("{} requests need your approval", count);
+  return count > 0 ? std::optional(approvalsNeeded(count)) : std::nullopt;
 }
 
 std::optional<std::string> servers(const TailnetSummary& summary) {
@@ -88,7 +79,7 @@ std::string describe(const AgentView& view, const TailnetSummary& tailnets) {
   const auto add = [&parts](std::optional<std::string> part) {
     if (part) parts.push_back(std::move(*part));
   };
-  add(view.reachable ? "reachable, " + folders(view.roots.size()) : "agent not reachable");
+  add(view.reachable ? "reachable, " + folderCount(view.roots.size()) : "agent not reachable");
   if (view.activity) {
     add(indexing(*view.activity));
     if (view.activity->model) add(model(*view.activity->model));
@@ -97,6 +88,30 @@ std::string describe(const AgentView& view, const TailnetSummary& tailnets) {
   if (view.status) add(enrolment(*view.status));
   add(servers(tailnets));
   return fmt::format("{}", fmt::join(parts, ", "));
+}
+
+std::string folderCount(std::size_t count) {
+  return count == 1 ? "1 folder" : fmt::format("{} folders", count);
+}
+
+std::string approvalsNeeded(std::size_t count) {
+  return count == 1 ? "1 request needs your approval"
+                    : fmt::format("{} requests need your approval", count);
+}
+
+std::optional<ModelStatusLine> modelStatusLine(const ModelStatus& model) {
+  switch (model.phase) {
+    case ModelPhase::checking:
+      return {{"Preparing embeddings model…", DotColor::orange}};
+    case ModelPhase::downloading:
+      return {{"Downloading embeddings model… " + downloadProgress(model), DotColor::orange}};
+    case ModelPhase::failed:
+      return {{"Model download failed — lexical only", DotColor::red}};
+    case ModelPhase::absent:
+    case ModelPhase::ready:
+      return std::nullopt;
+  }
+  return std::nullopt;
 }
 
 std::string downloadProgress(const ModelStatus& model) {

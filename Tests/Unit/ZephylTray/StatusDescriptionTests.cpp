@@ -37,8 +37,9 @@ TEST(StatusDescription, FollowsTheModelAndTheApprovals) {
             "reachable, 1 folder, downloading embeddings model 42%, 2 requests need your approval");
   view.activity->model->phase = ModelPhase::failed;
   view.activity->pendingApprovals.resize(1);
-  EXPECT_EQ(describe(view, {}),
-            "reachable, 1 folder, model download failed, 1 request needs your approval");
+  EXPECT_EQ(
+      describe(view, {}),
+      "reachable, 1 folder, model download failed — lexical only, 1 request needs your approval");
 }
 
 TEST(StatusDescription, NamesTheConnectionStateWhenThereAreServers) {

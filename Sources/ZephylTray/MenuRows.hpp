@@ -1,0 +1,34 @@
+#pragma once
+
+#include <string>
+#include <string_view>
+#include <utility>
+
+#include "Desktop/Menu.hpp"
+
+/// The sorts of rows that the tray's menus are made of. Pure.
+namespace zephyl::menuRows {
+
+/// Tells something and cannot be chosen.
+inline MenuEntry information(std::string key, std::string title) {
+  return {.key = std::move(key), .title = std::move(title), .enabled = false};
+}
+
+inline MenuEntry command(std::string key, std::string title, std::string_view action,
+                         std::string object = {}) {
+  return {.key = std::move(key),
+          .title = std::move(title),
+          .action = MenuAction{std::string(action), std::move(object)}};
+}
+
+/// Opens `submenu` and does nothing else.
+inline MenuEntry group(std::string key, std::string title, Menu submenu) {
+  return {.key = std::move(key), .title = std::move(title), .submenu = std::move(submenu)};
+}
+
+/// The line before what `following` names.
+inline MenuEntry separator(std::string_view following) {
+  return {.key = "separator/" + std::string(following), .kind = MenuEntry::Kind::separator};
+}
+
+}  // namespace zephyl::menuRows
