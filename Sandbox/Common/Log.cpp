@@ -6,24 +6,9 @@
 
 #include <unistd.h>
 
+#include "Common/Text.hpp"
+
 namespace zephyl::sandbox {
-namespace {
-
-std::string printable(std::string_view text) {
-  std::string result;
-  result.reserve(text.size() + 1);
-  for (const char character : text) {
-    const auto byte = static_cast<unsigned char>(character);
-    if (byte < 0x20 || byte == 0x7F) {
-      result += fmt::format("\\x{:02x}", byte);
-    } else {
-      result += character;
-    }
-  }
-  return result;
-}
-
-}  // namespace
 
 void logLine(std::string_view text) {
   const auto line = printable(text) + '\n';
