@@ -13,7 +13,6 @@ using Kind = InviteKey::ParseError::Kind;
 
 constexpr std::string_view currentPrefix = "inv_v2_";
 constexpr std::string_view olderPrefix = "inv1_";
-constexpr std::string_view preauthPrefix = "hskey-auth-";
 constexpr std::size_t fingerprintLength = 32;
 
 /// What surrounds a pasted text: also the spaces and line ends of other scripts and of web pages.

@@ -15,6 +15,9 @@ namespace zephyl {
 /// The fingerprint is 32 hexadecimal digits; the key section may hold underscores.
 class InviteKey {
  public:
+  /// What a pre-authorisation key begins with; an older one need not.
+  static constexpr std::string_view preauthPrefix = "hskey-auth-";
+
   struct Parsed {
     std::string fingerprint;  ///< in lower case
     std::string preauthKey;   ///< joins the server's tailnet, once

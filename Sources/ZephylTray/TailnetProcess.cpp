@@ -47,7 +47,7 @@ TailnetProcess::TailnetProcess(const Runtime& runtime, ServerEntry server)
       queue_("com.zephyl.tray.tailnet." + server_.id, runtime.pool, runtime.clock) {}
 
 TailnetProcess::~TailnetProcess() {
-  if (pendingPreauthKey_) wipe(*pendingPreauthKey_);
+  forgetPreauthKey();
 }
 
 void TailnetProcess::start() {
@@ -74,7 +74,7 @@ void TailnetProcess::restart() {
 }
 
 void TailnetProcess::startRedeeming(std::string preauthKey) {
-  queue_.sync([&] { pendingPreauthKey_ = std::move(preauthKey); });
+  queue_.sync([&] { keepPreauthKey(preauthKey); });
   restart();
 }
 
@@ -218,12 +218,13 @@ ProcessOptions TailnetProcess::childOptions(const SharedPair& pair, const std::s
                                             const std::string& tag) {
   return {.environment = currentEnvironment(),
           .onOutput =
-              [weak = weak_from_this(), tag](OutputLines output) {
+              [weak = weak_from_this(), pair = std::weak_ptr(pair), tag](OutputLines output) {
                 const auto self = weak.lock();
                 if (!self) return;
                 const auto shared = std::make_shared<OutputLines>(std::move(output));
-                self->queue_.async(self->weakly(
-                    [shared, tag](TailnetProcess& tailnet) { tailnet.read(*shared, tag); }));
+                self->queue_.async(self->weakly([pair, shared, tag](TailnetProcess& tailnet) {
+                  tailnet.read(pair.lock(), *shared, tag);
+                }));
               },
           .onExit =
               [weak = weak_from_this(), pair = std::weak_ptr(pair), name](ExitStatus status) {

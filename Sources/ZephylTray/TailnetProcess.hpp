@@ -33,19 +33,24 @@ struct TailnetState {
 /// Keeps one server's private network up: `tailscaled`, the overlay daemon, and `zephyl-tailnet`,
 /// which joins the server's network through it and offers the agent a way in.
 ///
-///     Idle       no children. `start`, `restart`, `startRedeeming` or a retry that is due:
-///     Starting,
-///                unless the programs are missing or no invite was redeemed.
-///     Starting   the daemon runs; after `clientDelay` the client is launched: Running.
-///     Running    both run. "data tunnel on" makes it usable and forgets earlier failures.
-///     Failed     a child ended by itself or could not be launched: the other one is ended too, and
-///                a retry is scheduled, after 2, 4, 8, 16, 32, 60 s and then every 5 min (stalled).
-///     Stopped    by `stop`, or because the enrolment failed: no retry, until `start`, `restart` or
-///                `startRedeeming`.
+///     Idle        no children, and nothing is due: at first, after `stop`, after a failed
+///     enrolment,
+///                 and when a start finds a program missing or no invite redeemed.
+///     Restarting  no children; after `restartDelay`: Starting.
+///     Starting    the daemon runs; after `clientDelay` the client is launched: Running.
+///     Running     both run. "data tunnel on" makes it usable and forgets earlier failures.
+///     Failed      a child ended by itself, or could not be launched; the other one is ended too (a
+///                 daemon without a client, by the next start). A retry is due, after 2, 4, 8, 16,
+///                 32, 60 s and then every 5 min (stalled): Starting.
 ///
-/// A pair of children fails once, whichever goes first; the exit of a child that was stopped here,
-/// or belongs to an earlier pair, is logged and changes nothing else. So does a delayed launch or
-/// a retry that was overtaken.
+/// In every state `stop` leads to Idle, `restart` and `startRedeeming` lead to Restarting, and
+/// `start` leads to Starting at once, but leaves a pair alone that is starting or running.
+///
+/// A pair of children fails once, whichever goes first. What a child does that was stopped here, or
+/// belongs to an earlier pair, is logged and changes nothing else: neither its exit nor its lines.
+/// Nor does a delayed launch or a retry that was overtaken.
+///
+/// As long as a pre-authorisation key is kept, it is struck out of whatever the children print.
 ///
 /// The server is a copy taken at construction: later changes of the registry reach the children
 /// through a new instance only. Owned by a `shared_ptr`; delayed work and children hold it weakly.
@@ -120,10 +125,12 @@ class TailnetProcess : public std::enable_shared_from_this<TailnetProcess> {
   void launchClient(const SharedPair& pair, const std::string& program);
   void childEnded(const SharedPair& pair, const std::string& name, ExitStatus status);
   void scheduleRetry();
-  void read(const OutputLines& output, const std::string& tag);
+  void read(const SharedPair& pair, const OutputLines& output, const std::string& tag);
+  [[nodiscard]] std::string withoutPreauthKey(const std::string& line) const;
   void take(TailnetAnnouncement announcement);
   void learnAddress(std::string address);
   void learn(std::function<void(TailnetProcess&)> work);
+  void keepPreauthKey(std::string& preauthKey);
   void forgetPreauthKey();
   void failEnrolment(std::string reason);
 

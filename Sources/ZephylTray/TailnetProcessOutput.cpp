@@ -1,15 +1,54 @@
+#include <string_view>
+#include <utility>
+
 #include "System/Secret.hpp"
+#include "ZephylTray/InviteKey.hpp"
 #include "ZephylTray/Servers.hpp"
 #include "ZephylTray/TailnetMarkers.hpp"
 #include "ZephylTray/TailnetProcess.hpp"
 
 namespace zephyl {
 
-void TailnetProcess::read(const OutputLines& output, const std::string& tag) {
-  for (const auto& line : output.lines()) {
-    appendLog(logLineOf(line, tag));
-    for (auto& announcement : findAnnouncements(line)) take(std::move(announcement));
+namespace {
+
+constexpr std::string_view redaction = "[redacted]";
+
+/// Anything shorter is no secret, and would be found in ordinary words.
+constexpr std::size_t leastSecretLength = 8;
+
+void strikeOut(std::string& line, std::string_view secret) {
+  if (secret.size() < leastSecretLength) return;
+  for (auto at = line.find(secret); at != std::string::npos;
+       at = line.find(secret, at + redaction.size())) {
+    line.replace(at, secret.size(), redaction);
   }
+}
+
+}  // namespace
+
+void TailnetProcess::read(const SharedPair& pair, const OutputLines& output,
+                          const std::string& tag) {
+  for (const auto& received : output.lines()) {
+    const std::string line = withoutPreauthKey(received);
+    appendLog(logLineOf(line, tag));
+    for (auto& announcement : findAnnouncements(line)) {
+      // A pair that nobody holds any more has been ended.
+      if (pair && !pair->ended) take(std::move(announcement));
+    }
+  }
+}
+
+/// Also without the part of the key that all keys begin with.
+std::string TailnetProcess::withoutPreauthKey(const std::string& line) const {
+  std::string rest = line;
+  if (!pendingPreauthKey_) return rest;
+  std::string_view key = *pendingPreauthKey_;
+  strikeOut(rest, key);
+  if (key.starts_with(InviteKey::preauthPrefix)) {
+    key.remove_prefix(InviteKey::preauthPrefix.size());
+    strikeOut(rest, key);
+  }
+  return rest;
 }
 
 void TailnetProcess::take(TailnetAnnouncement announcement) {
@@ -35,7 +74,9 @@ void TailnetProcess::take(TailnetAnnouncement announcement) {
         if (self.onTargetUnresolved) self.onTargetUnresolved(value);
       });
     case TailnetMarker::joined:
-      return forgetPreauthKey();
+      // The key can be used once only.
+      forgetPreauthKey();
+      return publish([this] { state_.lastEnrolError.reset(); });
     case TailnetMarker::enrolmentFailed:
       return failEnrolment(std::move(value));
   }
@@ -57,11 +98,16 @@ void TailnetProcess::learn(std::function<void(TailnetProcess&)> work) {
   });
 }
 
-/// The key can be used once only.
+/// Copied, since what moves from one string to another may stay where it was.
+void TailnetProcess::keepPreauthKey(std::string& preauthKey) {
+  forgetPreauthKey();
+  pendingPreauthKey_ = preauthKey;
+  wipe(preauthKey);
+}
+
 void TailnetProcess::forgetPreauthKey() {
   if (pendingPreauthKey_) wipe(*pendingPreauthKey_);
   pendingPreauthKey_.reset();
-  publish([this] { state_.lastEnrolError.reset(); });
 }
 
 void TailnetProcess::failEnrolment(std::string reason) {

@@ -5,6 +5,7 @@
 
 #include <gtest/gtest.h>
 
+#include "Support/LogCapture.hpp"
 #include "Support/TestRuntime.hpp"
 #include "Support/TrayWorld.hpp"
 #include "System/Files.hpp"
@@ -375,6 +376,47 @@ TEST_F(TailnetProcessTest, AFailedEnrolmentStopsBothForGood) {
   advance(2s);
   print("joined the tailnet");
   EXPECT_EQ(tailnet_->state().lastEnrolError, std::nullopt);
+}
+
+TEST_F(TailnetProcessTest, AKeyThatTheChildrenPrintComesNowhere) {
+  const std::string secret = "kq7v-good-and-secret";
+  tailnet_->startRedeeming("hskey-auth-" + secret);
+  const std::string log = test::logOf([&] {
+    advance(2s);
+    child(0).print({"given hskey-auth-" + secret + "; twice " + secret});
+    print("server name: hskey-auth-" + secret);
+    print("verified control plane via " + secret);
+    print("TARGET UNRESOLVED: http://" + secret);
+    print("ENROLMENT FAILED: " + secret + " expired");
+  });
+  EXPECT_EQ(tailnet_->recentLog().front(), "[tailscaled] given [redacted]; twice [redacted]");
+  EXPECT_EQ(tailnet_->state().lastEnrolError, "[redacted] expired");
+  EXPECT_EQ(Servers::all()[0].serverName, "[redacted]");
+  EXPECT_EQ(targets_, std::vector<std::string>{"http://[redacted]"});
+  auto everything = tailnet_->recentLog();
+  everything.push_back(log);
+  everything.push_back(readFile(Servers::baseDir() + "/servers.json").value());
+  for (const auto& text : everything) EXPECT_EQ(text.find(secret), std::string::npos) << text;
+}
+
+TEST_F(TailnetProcessTest, AKeyOfAFewLettersIsNotStruckOutOfOrdinaryWords) {
+  tailnet_->startRedeeming("tail");
+  advance(2s);
+  print("joined the tailnet");
+  EXPECT_EQ(lastLine(), "[tailnet] joined the tailnet");
+}
+
+TEST_F(TailnetProcessTest, WhatAStoppedPairStillPrintsIsLoggedAndChangesNothing) {
+  startBoth();
+  const auto old = runtime_.launcher.newest();
+  tailnet_->startRedeeming("hskey-auth-abc");
+  old->print(
+      {"data tunnel on http://127.100.0.3:80", "joined the tailnet", "ENROLMENT FAILED: no"});
+  advance(2s);
+  EXPECT_EQ(tailnet_->recentLog().back(), "[tailnet] ENROLMENT FAILED: no");
+  EXPECT_EQ(tailnet_->state(), TailnetState{});
+  EXPECT_TRUE(tailnet_->isRunning());
+  EXPECT_EQ(client().options().environment.at("ZEPHYL_PREAUTH_KEY"), "hskey-auth-abc");
 }
 
 // Reading the output
