@@ -1,0 +1,115 @@
+#include "ZephylTray/DesktopApp.hpp"
+
+#include <utility>
+
+#include <fmt/format.h>
+
+#include "Desktop/Desktop.hpp"
+#include "System/Files.hpp"
+#include "System/Log.hpp"
+#include "System/MainLoop.hpp"
+#include "System/Secret.hpp"
+#include "System/Shell.hpp"
+#include "System/Text.hpp"
+#include "ZephylTray/Config.hpp"
+
+namespace zephyl {
+
+namespace {
+
+/// A packaged app is a program or a directory that holds one.
+std::string executableOf(const std::string& app) {
+  return isDirectory(app) ? joinPath(app, "AppRun") : app;
+}
+
+std::string developerCommand() {
+  return fmt::format("cd {} && {}", shellQuoted(Config::repoRoot()),
+                     Config::desktopLaunchCommand());
+}
+
+}  // namespace
+
+Environment DesktopLaunch::environment() const {
+  Environment environment;
+  environment.emplace("ZEPHYL_ONBOARD_TOKEN", token);
+  environment.emplace("ZEPHYL_ONBOARD_PORT", fmt::to_string(port));
+  if (serverURL) environment.emplace("ZEPHYL_URL", *serverURL);
+  if (needsOnboarding) environment.emplace("ZEPHYL_ONBOARD", "1");
+  return environment;
+}
+
+void DesktopApp::launch(DesktopLaunch context) {
+  if (!activateRunning()) start(context);
+  wipe(context.token);
+}
+
+void DesktopApp::quit() {
+  const pid_t own = devProcess_ ? devProcess_->child->pid() : 0;
+  for (const auto& application : desktop_.runningApplications(identifier)) {
+    // The own child is asked below: to many programs a second request means "at once".
+    if (application.pid != own) desktop_.terminate(application);
+  }
+  if (!devProcess_) return;
+  ending_ = std::exchange(devProcess_, std::nullopt)->child;
+  ending_->terminateGroup();
+}
+
+void DesktopApp::awaitExit(Instant deadline) {
+  const auto child = std::exchange(ending_, nullptr);
+  if (!child || child->waitForExit(deadline - runtime_.clock.now())) return;
+  log("{} ignored SIGTERM; killing it", child->pid());
+  child->killGroup();
+}
+
+bool DesktopApp::isInstalled() {
+  return Config::bundledDesktopApp() || Config::desktopDevBinary() ||
+         isDirectory(Config::repoRoot());
+}
+
+bool DesktopApp::activateRunning() {
+  const auto running = desktop_.runningApplications(identifier);
+  if (!running.empty()) {
+    desktop_.activate(running.front());
+    return true;
+  }
+  if (!devProcess_ || !devProcess_->child->isRunning()) return false;
+  desktop_.activate({.identifier = identifier, .pid = devProcess_->child->pid()});
+  return true;
+}
+
+void DesktopApp::start(const DesktopLaunch& context) {
+  if (const auto app = Config::bundledDesktopApp()) {
+    run("Zephyl Window.app", executableOf(*app), {}, context);
+  } else if (const auto binary = Config::desktopDevBinary()) {
+    run("desktop app", *binary, {}, context);
+  } else {
+    run("desktop app", loginShell(), {"-lc", developerCommand()}, context);
+  }
+}
+
+void DesktopApp::run(const char* what, std::string executable, std::vector<std::string> arguments,
+                     const DesktopLaunch& context) {
+  // Merging keeps what is there, so the launch's own entries win.
+  Environment environment = context.environment();
+  environment.merge(currentEnvironment());
+  const std::uint64_t number = ++launches_;
+  ProcessOptions options{
+      .executable = std::move(executable),
+      .arguments = std::move(arguments),
+      .environment = std::move(environment),
+      .onExit = [weak = weak_from_this(), number, &mainLoop = runtime_.mainLoop](ExitStatus) {
+        mainLoop.async([weak, number] {
+          if (const auto self = weak.lock()) self->childExited(number);
+        });
+      }};
+  auto child = runtime_.launcher.launch(std::move(options));
+  if (!child) return log("failed to launch {}: {}", what, child.error().message);
+  devProcess_.emplace(DevProcess{number, *std::move(child)});
+}
+
+/// A child that was replaced or told to quit is not the current one, and changes nothing.
+void DesktopApp::childExited(std::uint64_t launch) {
+  if (devProcess_ && devProcess_->number == launch) devProcess_.reset();
+}
+
+}  // namespace zephyl
