@@ -21,9 +21,10 @@ struct UpdateView {
   bool canCheck = false;                      ///< a check can begin now
 };
 
-/// All that the menu is made from, as it was at one moment.
+/// All that the menu is made from, as it is at one moment. Refers to the agent's view, which can
+/// be large.
 struct StatusMenuState {
-  AgentView agent;
+  const AgentView& agent;
   bool tailnetProgramsFound = false;  ///< both of them
   ServerList servers{{}};
   std::map<std::string, TailnetView, std::less<>> tailnets;  ///< by server id
