@@ -1,0 +1,40 @@
+#pragma once
+
+#include "Support/ManualClock.hpp"
+#include "System/Guardian.hpp"
+#include "System/MainLoop.hpp"
+#include "System/Reactor.hpp"
+#include "System/SystemProcessLauncher.hpp"
+#include "System/ThreadPool.hpp"
+#include "ZephylTray/Runtime.hpp"
+#include "ZephylTray/Servers.hpp"
+
+namespace zephyl::test {
+
+/// What components run on when their children shall be real and their delays shall not take any
+/// time: time stands still until the test moves it. Made while the process has one thread.
+struct RealChildren {
+  Guardian guardian = Guardian::start().value();
+  MainLoop mainLoop;
+  ThreadPool pool;
+  Reactor reactor;
+  ManualClock clock;
+  SystemProcessLauncher launcher{reactor, guardian};
+  Servers::Store servers{pool, clock};
+
+  [[nodiscard]] Runtime runtime() { return {mainLoop, reactor, pool, clock, launcher}; }
+
+  /// Lets what is on its way between the queues and the main thread arrive; what children do
+  /// takes its own time.
+  void settle() {
+    pool.waitUntilIdle();
+    mainLoop.runPending();
+  }
+
+  void advance(Duration step) {
+    clock.advance(step, [this] { settle(); });
+    settle();
+  }
+};
+
+}  // namespace zephyl::test

@@ -1,0 +1,120 @@
+#include <filesystem>
+#include <fstream>
+#include <memory>
+#include <string>
+
+#include <gtest/gtest.h>
+
+#include <malloc.h>
+#include <unistd.h>
+
+#include "Integration/RealChildren.hpp"
+#include "Support/Eventually.hpp"
+#include "Support/Processes.hpp"
+#include "Support/TrayWorld.hpp"
+#include "ZephylTray/TailnetProcess.hpp"
+
+namespace zephyl {
+namespace {
+
+using namespace std::chrono_literals;
+
+/// After so many, what grows to its bound once (the log's ring, buffers, the heap itself) has.
+constexpr int warmUp = 200;
+constexpr int crashes = 1000;
+
+/// The heap in use may grow by what differs between two logs of 200 lines: a number with a digit
+/// more, a line of another kind. Forty bytes that stay with each start would exceed it.
+constexpr std::size_t heapAllowance = 32UL * 1024;
+
+/// Memory that the kernel counts may grow by what the heap has lost to holes, and by stacks of
+/// threads that were not there before.
+constexpr std::size_t residentAllowance = 1024UL * 1024;
+
+/// What this process holds.
+struct Holdings {
+  std::ptrdiff_t descriptors = test::openDescriptors();
+  std::size_t heap = ::mallinfo2().uordblks;
+  std::size_t resident = residentBytes();
+
+  static std::ptrdiff_t threadCount() {
+    const std::filesystem::directory_iterator threads("/proc/self/task");
+    return std::distance(begin(threads), end(threads));
+  }
+
+  static std::size_t residentBytes() {
+    std::size_t pages = 0;
+    std::ifstream("/proc/self/statm") >> pages >> pages;
+    return pages * static_cast<std::size_t>(::sysconf(_SC_PAGESIZE));
+  }
+};
+
+/// By turns of its process id the daemon ends at once, and the client ends or is killed.
+constexpr auto daemonScript =
+    "#!/bin/sh\n"
+    "echo daemon $$ at your service\n"
+    "[ $(($$ / 8 % 4)) = 0 ] && exit 3\n"
+    "exec sleep 600\n";
+constexpr auto clientScript =
+    "#!/bin/sh\n"
+    "echo client $$ at your service\n"
+    "[ $(($$ / 4 % 2)) = 0 ] && exit 3\n"
+    "kill -KILL $$\n";
+
+class Soak : public ::testing::Test {
+ protected:
+  Soak() {
+    world_.addProgram("packages/tailnet-client/tailscaled", daemonScript);
+    world_.addProgram("packages/tailnet-client/zephyl-tailnet", clientScript);
+    const ServerEntry server{.id = "0123456789ab-4000-8000-000000000000",
+                             .tailnetFingerprint = std::string(32, 'a'),
+                             .ports = {1055, 8800, "127.100.0.3", 8085},
+                             .enabled = true};
+    Servers::replaceAll({server});
+    tailnet_ = std::make_shared<TailnetProcess>(runtime_.runtime(), server);
+  }
+
+  /// Starts a pair again and again until so many have failed, and ends the last.
+  void crash(int times) {
+    tailnet_->start();
+    while (tailnet_->state().failureCount < times) {
+      const auto failures = tailnet_->state().failureCount;
+      runtime_.advance(TailnetProcess::stalledDelay);
+      runtime_.advance(TailnetProcess::clientDelay);
+      ASSERT_TRUE(test::eventually([&] {
+        runtime_.settle();
+        return tailnet_->state().failureCount > failures;
+      }));
+    }
+    tailnet_->stop();
+    runtime_.settle();
+    for (const auto& line : tailnet_->recentLog()) {
+      ASSERT_EQ(line.find("failed to start"), std::string::npos) << line;
+    }
+  }
+
+  test::TrayWorld world_;
+  test::RealChildren runtime_;
+  std::shared_ptr<TailnetProcess> tailnet_;
+};
+
+TEST_F(Soak, AThousandCrashesOfAPairLeaveNothingBehind) {
+  const auto children = test::childrenOf(::getpid());
+  const auto threads = Holdings::threadCount();
+  crash(warmUp);
+  const Holdings before;
+  crash(crashes);
+  EXPECT_TRUE(test::eventually([&] { return Holdings::threadCount() == threads; }));
+  const Holdings after;
+  EXPECT_EQ(after.descriptors, before.descriptors);
+  EXPECT_EQ(test::childrenOf(::getpid()), children);  // zombies included
+  EXPECT_LE(after.heap, before.heap + heapAllowance);
+  EXPECT_LE(after.resident, before.resident + residentAllowance);
+  EXPECT_LE(runtime_.clock.pendingTimers(), 2U);
+  RecordProperty("heap_growth", static_cast<int>(after.heap) - static_cast<int>(before.heap));
+  RecordProperty("resident_growth",
+                 static_cast<int>(after.resident) - static_cast<int>(before.resident));
+}
+
+}  // namespace
+}  // namespace zephyl
