@@ -66,7 +66,7 @@ void MainLoop::close() {
   visited_.notify_all();
 }
 
-bool MainLoop::runAndWait(const Task& work) {
+bool MainLoop::runAndWait(const Task& work, const std::stop_token& stop) {
   assert(!isCurrent() && "sync from the main thread never returns");
   const auto visit = std::make_shared<Visit>();
   const auto perform = [this, visit, &work] {
@@ -83,12 +83,17 @@ bool MainLoop::runAndWait(const Task& work) {
     visited_.notify_all();
   };
 
+  const std::stop_callback wakeUp(stop, [this] {
+    { const std::scoped_lock lock(mutex_); }  // a waiter has seen the request, or waits already
+    visited_.notify_all();
+  });
+  const auto ending = [&] { return closed_ || stop.stop_requested(); };
   std::unique_lock lock(mutex_);
-  if (closed_) return false;
+  if (ending()) return false;
   tasks_.emplace_back(perform);
   wake_.notify_one();
   visited_.wait(lock, [&] {
-    return visit->progress == Progress::done || (closed_ && visit->progress == Progress::pending);
+    return visit->progress == Progress::done || (ending() && visit->progress == Progress::pending);
   });
   if (visit->progress == Progress::done) return true;
   visit->progress = Progress::abandoned;

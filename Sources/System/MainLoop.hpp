@@ -4,6 +4,7 @@
 #include <deque>
 #include <mutex>
 #include <optional>
+#include <stop_token>
 #include <thread>
 #include <type_traits>
 
@@ -28,9 +29,10 @@ class MainLoop {
   void async(Task task);
 
   /// Runs `work` on the main thread, waits for it and returns what it returns. From any thread
-  /// but the main one.
+  /// but the main one. A request to stop, too, ends the wait with "shutting down", unless the work
+  /// has begun.
   template <typename Work>
-  auto sync(Work&& work) -> Result<std::invoke_result_t<Work>>;
+  auto sync(Work&& work, std::stop_token stop = {}) -> Result<std::invoke_result_t<Work>>;
 
   /// Runs tasks until `quit`. Main thread only, as are the next two.
   void run();
@@ -52,8 +54,8 @@ class MainLoop {
     Progress progress = Progress::pending;
   };
 
-  /// False when the loop was closed before the work began.
-  bool runAndWait(const Task& work);
+  /// False when the loop was closed, or a stop requested, before the work began.
+  bool runAndWait(const Task& work, const std::stop_token& stop);
 
   const std::thread::id thread_;
   std::mutex mutex_;
@@ -65,15 +67,15 @@ class MainLoop {
 };
 
 template <typename Work>
-auto MainLoop::sync(Work&& work) -> Result<std::invoke_result_t<Work>> {
+auto MainLoop::sync(Work&& work, std::stop_token stop) -> Result<std::invoke_result_t<Work>> {
   using Value = std::invoke_result_t<Work>;
   const auto shuttingDown = [] { return Error{"shutting down"}; };
   if constexpr (std::is_void_v<Value>) {
-    if (!runAndWait([&] { work(); })) return shuttingDown();
+    if (!runAndWait([&] { work(); }, stop)) return shuttingDown();
     return {};
   } else {
     std::optional<Value> value;
-    if (!runAndWait([&] { value.emplace(work()); })) return shuttingDown();
+    if (!runAndWait([&] { value.emplace(work()); }, stop)) return shuttingDown();
     return std::move(*value);
   }
 }

@@ -1,6 +1,8 @@
 #include "System/Reactor.hpp"
 
+#include <algorithm>
 #include <future>
+#include <utility>
 
 #include <boost/asio/executor_work_guard.hpp>
 #include <boost/asio/io_context.hpp>
@@ -17,9 +19,11 @@ struct Reactor::Loop {
   asio::executor_work_guard<asio::io_context::executor_type> guard = asio::make_work_guard(context);
 };
 
-Reactor::Reactor() : loop_(std::make_unique<Loop>()) {
-  thread_ = std::thread([context = &loop_->context] {
-    pthread_setname_np(pthread_self(), "io");
+Reactor::Reactor(std::string name) : loop_(std::make_unique<Loop>()) {
+  constexpr std::size_t longestName = 15;
+  name.resize(std::min(name.size(), longestName));
+  thread_ = std::thread([context = &loop_->context, name = std::move(name)] {
+    pthread_setname_np(pthread_self(), name.c_str());
     context->run();
   });
 }

@@ -2,6 +2,7 @@
 
 #include <functional>
 #include <memory>
+#include <string>
 #include <thread>
 
 #include "System/Clock.hpp"
@@ -12,15 +13,15 @@ class io_context;
 
 namespace zephyl {
 
-/// The one thread that waits on descriptors, children and deadlines (the "io" thread). Lives as
-/// long as the process, so children can be forked on it: the kernel's parent-death signal
-/// follows the thread that forked.
+/// A thread that waits on descriptors and deadlines. The program's main one, "io", waits for its
+/// children as well; it lives as long as the process, so they can be forked on it: the kernel's
+/// parent-death signal follows the thread that forked.
 ///
 /// Handlers on it must be short and never wait for another thread.
 class Reactor {
  public:
-  /// Starts the thread.
-  Reactor();
+  /// Starts the thread. The system shows up to 15 characters of its name.
+  explicit Reactor(std::string name = "io");
   /// Drops what is still waiting and joins the thread; not called from the thread itself.
   ~Reactor();
   Reactor(const Reactor&) = delete;

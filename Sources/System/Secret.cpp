@@ -1,12 +1,53 @@
 #include "System/Secret.hpp"
 
+#include <algorithm>
 #include <cstring>
+#include <utility>
+#include <vector>
+
+#include <fmt/format.h>
+#include <fmt/ranges.h>
+
+#include <sys/random.h>
 
 namespace zephyl {
 
 void wipe(std::string& secret) {
   ::explicit_bzero(secret.data(), secret.size());
   secret.clear();
+}
+
+void append(std::string& secret, std::string_view more) {
+  const std::size_t size = secret.size() + more.size();
+  if (size > secret.capacity()) {
+    std::string larger;
+    larger.reserve(std::max(size, 2 * secret.capacity()));
+    larger = secret;
+    wipe(secret);
+    secret = std::move(larger);
+  }
+  secret += more;
+}
+
+bool equalSecrets(std::string_view left, std::string_view right) {
+  if (left.size() != right.size()) return false;
+  unsigned difference = 0;
+  for (std::size_t i = 0; i < left.size(); ++i) {
+    difference |= static_cast<unsigned char>(left[i]) ^ static_cast<unsigned char>(right[i]);
+  }
+  return difference == 0;
+}
+
+std::string randomHexadecimal(std::size_t bytes) {
+  std::vector<unsigned char> drawn(bytes);
+  std::size_t filled = 0;
+  while (filled < bytes) {
+    const auto count = ::getrandom(drawn.data() + filled, bytes - filled, 0);
+    if (count > 0) filled += static_cast<std::size_t>(count);
+  }
+  std::string text = fmt::format("{:02x}", fmt::join(drawn, ""));
+  ::explicit_bzero(drawn.data(), drawn.size());
+  return text;
 }
 
 void wipe(Environment& environment) {

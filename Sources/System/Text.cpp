@@ -115,6 +115,14 @@ std::string lowerCased(std::string_view text) {
   return lower;
 }
 
+std::string upperCased(std::string_view text) {
+  std::string upper(text);
+  for (char& letter : upper) {
+    if (letter >= 'a' && letter <= 'z') letter = static_cast<char>(letter - 'a' + 'A');
+  }
+  return upper;
+}
+
 std::vector<std::string_view> splitNonEmpty(std::string_view text, char separator) {
   std::vector<std::string_view> pieces;
   for (;;) {

@@ -13,8 +13,9 @@ std::string_view trimmed(std::string_view text);
 /// Whether nothing is left of `text` when trimmed.
 bool isBlank(std::string_view text);
 
-/// `text` with its ASCII letters in lower case.
+/// `text` with its ASCII letters in lower, or in upper case.
 std::string lowerCased(std::string_view text);
+std::string upperCased(std::string_view text);
 
 /// The pieces between `separator`; empty pieces are dropped.
 std::vector<std::string_view> splitNonEmpty(std::string_view text, char separator);

@@ -25,6 +25,7 @@ TEST(Text, IsBlankWhenNothingIsLeftOfIt) {
 
 TEST(Text, LowersASCIILettersAlone) {
   EXPECT_EQ(lowerCased("aB-Z@[É"), "ab-z@[É");
+  EXPECT_EQ(upperCased("aB-z`{é"), "AB-Z`{é");
 }
 
 TEST(Text, SplitsIntoPiecesThatAreNotEmpty) {

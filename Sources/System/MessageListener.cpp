@@ -1,0 +1,400 @@
+#include "System/MessageListener.hpp"
+
+#include <algorithm>
+#include <array>
+#include <atomic>
+#include <cerrno>
+#include <chrono>
+#include <map>
+#include <mutex>
+#include <optional>
+#include <utility>
+#include <vector>
+
+#include <boost/asio/posix/stream_descriptor.hpp>
+#include <boost/asio/steady_timer.hpp>
+
+#include <netinet/in.h>
+#include <sys/ioctl.h>
+#include <sys/socket.h>
+
+#include "System/FileDescriptor.hpp"
+#include "System/Reactor.hpp"
+#include "System/Secret.hpp"
+
+namespace zephyl {
+
+namespace asio = boost::asio;
+
+namespace {
+
+constexpr std::chrono::milliseconds acceptRetryDelay{100};
+constexpr std::chrono::seconds drainTime{2};
+constexpr std::size_t drainBytes = 1UL << 20;
+
+using Identifier = std::uint64_t;
+using Descriptor = asio::posix::stream_descriptor;
+
+Result<FileDescriptor> listenOnLoopback(std::uint16_t port) {
+  FileDescriptor socket(::socket(AF_INET, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
+  if (!socket) return systemError("socket", errno);
+  const int on = 1;
+  ::setsockopt(socket.get(), SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
+  sockaddr_in address{};
+  address.sin_family = AF_INET;
+  address.sin_port = htons(port);
+  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  const auto where = "127.0.0.1:" + std::to_string(port);
+  if (::bind(socket.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0 ||
+      ::listen(socket.get(), SOMAXCONN) != 0) {
+    return systemError(where, errno);
+  }
+  return socket;
+}
+
+bool isShortage(int error) {
+  return error == EMFILE || error == ENFILE || error == ENOBUFS || error == ENOMEM;
+}
+
+/// Whether the error is of the listening socket itself, not of the connection that was to come.
+bool isFatal(int error) {
+  return error == EBADF || error == EINVAL || error == ENOTSOCK || error == EOPNOTSUPP;
+}
+
+bool hasUnreadBytes(int socket) {
+  int count = 0;
+  return ::ioctl(socket, FIONREAD, &count) == 0 && count > 0;
+}
+
+}  // namespace
+
+struct MessageListener::Peer::Ticket {
+  Ticket(std::weak_ptr<Server> listener, Identifier connection)
+      : server(std::move(listener)), id(connection) {}
+  ~Ticket();
+  Ticket(const Ticket&) = delete;
+  Ticket& operator=(const Ticket&) = delete;
+
+  const std::weak_ptr<Server> server;
+  const Identifier id;
+  std::atomic<bool> answered = false;
+};
+
+/// What the listener's thread works on. Lives on, closed, while somebody still holds a peer.
+class MessageListener::Server : public std::enable_shared_from_this<Server> {
+ public:
+  Server(Options options, Handlers handlers, FileDescriptor socket);
+
+  void start();
+  void cancel();
+  void close();
+  [[nodiscard]] std::uint16_t port() const;
+
+  /// Ways in for peers, from any thread.
+  void deliver(Identifier id, std::string message, Peer::Received received);
+  void drop(Identifier id);
+
+ private:
+  /// Reading until a whole message is there; then waiting for the owner's answer, sending it, and
+  /// perhaps draining.
+  struct Connection {
+    enum class State { reading, waiting, sending, draining, ended };
+
+    Connection(FileDescriptor descriptor, Peer owner)
+        : socket(std::move(descriptor)), peer(std::move(owner)) {}
+    ~Connection() {
+      if (peer) peer->ticket_->answered = true;  // it has nothing to end any more
+      if (waiter) waiter->release();
+      wipe(received);
+    }
+    Connection(const Connection&) = delete;
+    Connection& operator=(const Connection&) = delete;
+
+    FileDescriptor socket;
+    State state = State::reading;
+    std::optional<Peer> peer;  // until the message is whole
+    std::string received;
+    std::string unsent;
+    bool drains = false;  // more is arriving than was taken
+    std::size_t drained = 0;
+    std::optional<Descriptor> waiter;  // made when there is something to wait for
+    std::optional<asio::steady_timer> timer;
+  };
+  using Step = void (Server::*)(Identifier, Connection&);
+
+  void onThread(Task task);
+  void acceptPending();
+  void acceptLater(int error);
+  bool makeRoom();
+  void add(FileDescriptor socket);
+  void receive(Identifier id, Connection& connection);
+  bool hand(Identifier id, Connection& connection, std::string_view piece);
+  void transmit(Identifier id, Connection& connection);
+  void drain(Identifier id, Connection& connection);
+  void waitFor(Identifier id, Connection& connection, Descriptor::wait_type what, Step step);
+  void end(Identifier id, Connection& connection);
+
+  const Options options_;
+  const Handlers handlers_;
+
+  std::mutex mutex_;  // guards both against those who come when they go
+  std::unique_ptr<Reactor> reactor_;
+  bool closed_ = false;
+
+  // On the thread:
+  FileDescriptor socket_;
+  std::optional<Descriptor> acceptor_;
+  std::optional<asio::steady_timer> acceptTimer_;
+  bool acceptsNoMore_ = false;
+  bool waitsForRoom_ = false;
+  Identifier lastId_ = 0;
+  std::map<Identifier, Connection> connections_;  // the oldest first
+  std::optional<Identifier> handled_;             // whose handler is running
+  std::vector<char> scratch_;
+};
+
+MessageListener::Peer::Ticket::~Ticket() {
+  if (answered) return;
+  if (const auto listener = server.lock()) listener->drop(id);
+}
+
+void MessageListener::Peer::send(std::string message, Received received) const {
+  if (ticket_->answered.exchange(true)) return;
+  if (const auto server = ticket_->server.lock()) {
+    server->deliver(ticket_->id, std::move(message), received);
+  }
+}
+
+MessageListener::Server::Server(Options options, Handlers handlers, FileDescriptor socket)
+    : options_(std::move(options)),
+      handlers_(std::move(handlers)),
+      reactor_(std::make_unique<Reactor>(options_.threadName)),
+      socket_(std::move(socket)),
+      scratch_(options_.readSize) {}
+
+void MessageListener::Server::start() {
+  reactor_->run([this] {
+    acceptor_.emplace(reactor_->context(), socket_.get());
+    acceptTimer_.emplace(reactor_->context());
+  });
+  reactor_->post([this] { acceptPending(); });
+}
+
+void MessageListener::Server::cancel() {
+  reactor_->post([this] {
+    if (std::exchange(acceptsNoMore_, true)) return;
+    acceptTimer_->cancel();
+    acceptor_->release();
+    socket_.reset();
+  });
+}
+
+void MessageListener::Server::close() {
+  {
+    const std::scoped_lock lock(mutex_);
+    closed_ = true;
+  }
+  cancel();
+  reactor_->run([this] {
+    connections_.clear();
+    acceptTimer_.reset();
+    acceptor_.reset();
+  });
+  std::unique_lock lock(mutex_);
+  const auto reactor = std::move(reactor_);
+  lock.unlock();
+}
+
+std::uint16_t MessageListener::Server::port() const {
+  sockaddr_in address{};
+  socklen_t size = sizeof address;
+  ::getsockname(socket_.get(), reinterpret_cast<sockaddr*>(&address), &size);
+  return ntohs(address.sin_port);
+}
+
+void MessageListener::Server::deliver(Identifier id, std::string message, Peer::Received received) {
+  onThread([this, id, received, message = std::move(message)]() mutable {
+    const auto found = connections_.find(id);
+    if (found == connections_.end()) return;
+    found->second.unsent = std::move(message);
+    found->second.state = Connection::State::sending;
+    found->second.drains = received == Peer::Received::inPart;
+    transmit(id, found->second);
+  });
+}
+
+void MessageListener::Server::drop(Identifier id) {
+  onThread([this, id] {
+    const auto found = connections_.find(id);
+    if (found != connections_.end()) end(id, found->second);
+  });
+}
+
+/// Runs the task now when this is the thread, else there, later; not at all when it is gone.
+void MessageListener::Server::onThread(Task task) {
+  std::unique_lock lock(mutex_);
+  if (!reactor_) return;
+  if (reactor_->isCurrent()) {
+    lock.unlock();
+    task();
+  } else if (!closed_) {
+    reactor_->post(std::move(task));
+  }
+}
+
+void MessageListener::Server::acceptPending() {
+  while (!acceptsNoMore_) {
+    waitsForRoom_ = !makeRoom();
+    if (waitsForRoom_) return;
+    const int socket = ::accept4(socket_.get(), nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC);
+    if (socket >= 0) {
+      add(FileDescriptor(socket));
+    } else if (errno == EAGAIN || isShortage(errno)) {
+      return acceptLater(errno);
+    } else if (isFatal(errno)) {
+      return handlers_.onFailed(systemError("accept", errno));
+    }
+  }
+}
+
+void MessageListener::Server::acceptLater(int error) {
+  const auto again = [this](const boost::system::error_code& aborted) {
+    if (!aborted) acceptPending();
+  };
+  if (error == EAGAIN) return acceptor_->async_wait(Descriptor::wait_read, again);
+  acceptTimer_->expires_after(acceptRetryDelay);
+  acceptTimer_->async_wait(again);
+}
+
+/// Whether one more connection may come; if need be, the one that has to go for it is known.
+bool MessageListener::Server::makeRoom() {
+  if (connections_.size() < options_.maxConnections) return true;
+  return std::ranges::any_of(connections_, [](const auto& each) {
+    return each.second.state == Connection::State::reading;
+  });
+}
+
+void MessageListener::Server::add(FileDescriptor socket) {
+  if (connections_.size() >= options_.maxConnections) {
+    const auto oldest = std::ranges::find_if(connections_, [](const auto& each) {
+      return each.second.state == Connection::State::reading;
+    });
+    connections_.erase(oldest);
+  }
+  const Identifier id = ++lastId_;
+  Peer peer(std::make_shared<Peer::Ticket>(weak_from_this(), id));
+  const auto added = connections_.try_emplace(id, std::move(socket), std::move(peer)).first;
+  receive(id, added->second);
+}
+
+void MessageListener::Server::receive(Identifier id, Connection& connection) {
+  for (;;) {
+    const auto count = ::recv(connection.socket.get(), scratch_.data(), scratch_.size(), 0);
+    if (count > 0) {
+      const std::string_view piece(scratch_.data(), static_cast<std::size_t>(count));
+      if (!hand(id, connection, piece)) return;
+    } else if (count < 0 && errno == EAGAIN) {
+      return waitFor(id, connection, Descriptor::wait_read, &Server::receive);
+    } else if (count == 0 || errno != EINTR) {
+      return end(id, connection);
+    }
+  }
+}
+
+/// Adds a piece to what was received and shows it to the owner; whether more is to be read.
+bool MessageListener::Server::hand(Identifier id, Connection& connection, std::string_view piece) {
+  append(connection.received, piece);
+  ::explicit_bzero(scratch_.data(), piece.size());
+  handled_ = id;
+  const auto verdict = handlers_.onReceived(*connection.peer, connection.received);
+  handled_.reset();
+  if (connection.state == Connection::State::ended) {
+    end(id, connection);
+    return false;
+  }
+  if (verdict == Verdict::incomplete) return true;
+  wipe(connection.received);
+  if (connection.state == Connection::State::reading) connection.state = Connection::State::waiting;
+  connection.peer.reset();  // the connection ends here when the owner kept none
+  return false;
+}
+
+void MessageListener::Server::transmit(Identifier id, Connection& connection) {
+  while (!connection.unsent.empty()) {
+    const auto count = ::send(connection.socket.get(), connection.unsent.data(),
+                              connection.unsent.size(), MSG_NOSIGNAL);
+    if (count >= 0) {
+      connection.unsent.erase(0, static_cast<std::size_t>(count));
+    } else if (errno == EAGAIN) {
+      return waitFor(id, connection, Descriptor::wait_write, &Server::transmit);
+    } else if (errno != EINTR) {
+      return end(id, connection);
+    }
+  }
+  if (!connection.drains && !hasUnreadBytes(connection.socket.get())) return end(id, connection);
+  ::shutdown(connection.socket.get(), SHUT_WR);
+  connection.state = Connection::State::draining;
+  connection.timer.emplace(reactor_->context(), drainTime);
+  connection.timer->async_wait([this, id](const boost::system::error_code& aborted) {
+    if (!aborted) drop(id);
+  });
+  drain(id, connection);
+}
+
+void MessageListener::Server::drain(Identifier id, Connection& connection) {
+  for (;;) {
+    const auto count = ::recv(connection.socket.get(), scratch_.data(), scratch_.size(), 0);
+    if (count > 0) {
+      connection.drained += static_cast<std::size_t>(count);
+      if (connection.drained > drainBytes) return end(id, connection);
+    } else if (count < 0 && errno == EAGAIN) {
+      return waitFor(id, connection, Descriptor::wait_read, &Server::drain);
+    } else if (count == 0 || errno != EINTR) {
+      return end(id, connection);
+    }
+  }
+}
+
+void MessageListener::Server::waitFor(Identifier id, Connection& connection,
+                                      Descriptor::wait_type what, Step step) {
+  if (!connection.waiter) {
+    connection.waiter.emplace(reactor_->context(), connection.socket.get());
+  }
+  connection.waiter->async_wait(what, [this, id, step](const boost::system::error_code& aborted) {
+    if (aborted) return;
+    const auto found = connections_.find(id);
+    if (found != connections_.end()) (this->*step)(id, found->second);
+  });
+}
+
+void MessageListener::Server::end(Identifier id, Connection& connection) {
+  connection.state = Connection::State::ended;
+  if (handled_ == id) return;  // its handler still looks at what was received
+  connections_.erase(id);
+  if (std::exchange(waitsForRoom_, false)) reactor_->post([this] { acceptPending(); });
+}
+
+Result<std::unique_ptr<MessageListener>> MessageListener::open(Options options, Handlers handlers) {
+  auto socket = listenOnLoopback(options.port);
+  if (!socket) return socket.error();
+  const auto server =
+      std::make_shared<Server>(std::move(options), std::move(handlers), std::move(*socket));
+  server->start();
+  return std::unique_ptr<MessageListener>(new MessageListener(server));
+}
+
+MessageListener::MessageListener(std::shared_ptr<Server> server) : server_(std::move(server)) {}
+
+MessageListener::~MessageListener() {
+  server_->close();
+}
+
+std::uint16_t MessageListener::port() const {
+  return server_->port();
+}
+
+void MessageListener::cancel() {
+  server_->cancel();
+}
+
+}  // namespace zephyl

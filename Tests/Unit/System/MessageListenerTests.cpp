@@ -1,0 +1,218 @@
+#include "System/MessageListener.hpp"
+
+#include <deque>
+#include <mutex>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "Support/Eventually.hpp"
+#include "Support/RawClient.hpp"
+
+namespace zephyl {
+namespace {
+
+using namespace std::chrono_literals;
+using test::RawClient;
+using Peer = MessageListener::Peer;
+using Verdict = MessageListener::Verdict;
+
+constexpr std::size_t fewConnections = 4;
+
+/// A listener whose messages hold a "."; what it does with one is the test's.
+class MessageListenerTest : public ::testing::Test {
+ protected:
+  void open(std::function<void(const Peer&, std::string_view)> onMessage) {
+    auto listener = MessageListener::open(
+        {.threadName = "listener", .maxConnections = fewConnections},
+        {.onReceived =
+             [this, onMessage](const Peer& peer, std::string_view received) {
+               ++calls_;
+               if (received.find('.') == std::string_view::npos) return Verdict::incomplete;
+               onMessage(peer, received);
+               return Verdict::complete;
+             },
+         .onFailed = [](const Error& error) { ADD_FAILURE() << error.message; }});
+    ASSERT_TRUE(listener) << listener.error().message;
+    listener_ = std::move(*listener);
+  }
+  void openEcho() {
+    open([](const Peer& peer, std::string_view received) { peer.send(std::string(received)); });
+  }
+  /// Answers nobody before the test says so.
+  void openSilent() {
+    open([this](const Peer& peer, std::string_view) {
+      const std::scoped_lock lock(mutex_);
+      waiting_.push_back(peer);
+    });
+  }
+  std::size_t waitingCount() {
+    const std::scoped_lock lock(mutex_);
+    return waiting_.size();
+  }
+  RawClient client() { return RawClient(listener_->port()); }
+
+  std::atomic<int> calls_ = 0;
+  std::mutex mutex_;
+  std::deque<Peer> waiting_;
+  std::unique_ptr<MessageListener> listener_;
+};
+
+TEST_F(MessageListenerTest, AnswersAMessageAndCloses) {
+  openEcho();
+  const auto peer = client();
+  peer.send("hello.");
+  EXPECT_EQ(peer.receiveAll(), "hello.");
+}
+
+TEST_F(MessageListenerTest, JoinsAMessageThatComesInPieces) {
+  openEcho();
+  const auto peer = client();
+  for (const char letter : std::string("hello.")) {
+    const int before = calls_;
+    peer.send({&letter, 1});
+    ASSERT_TRUE(test::eventually([&] { return calls_ > before; }));
+  }
+  EXPECT_EQ(peer.receiveAll(), "hello.");
+}
+
+TEST_F(MessageListenerTest, ClosesWithoutAnAnswerWhenTheMessageNeverBecomesWhole) {
+  openEcho();
+  const auto peer = client();
+  peer.send("hello");
+  peer.finishSending();
+  EXPECT_EQ(peer.receiveAll(), "");
+}
+
+TEST_F(MessageListenerTest, AnswersAPeerThatHasFinishedSending) {
+  openEcho();
+  const auto peer = client();
+  peer.send("hello.");
+  peer.finishSending();
+  EXPECT_EQ(peer.receiveAll(), "hello.");
+}
+
+TEST_F(MessageListenerTest, AnswersFromAnotherThreadLater) {
+  openSilent();
+  const auto peer = client();
+  peer.send("hello.");
+  ASSERT_TRUE(test::eventually([this] { return waitingCount() == 1; }));
+  waiting_.front().send("late");
+  EXPECT_EQ(peer.receiveAll(), "late");
+}
+
+TEST_F(MessageListenerTest, ClosesWhenEverybodyHasLetGoOfAPeer) {
+  openSilent();
+  const auto peer = client();
+  peer.send("hello.");
+  ASSERT_TRUE(test::eventually([this] { return waitingCount() == 1; }));
+  waiting_.clear();
+  EXPECT_EQ(peer.receiveAll(), "");
+}
+
+TEST_F(MessageListenerTest, AnswersAPeerOnce) {
+  open([](const Peer& peer, std::string_view) {
+    peer.send("first");
+    peer.send("second");
+  });
+  const auto peer = client();
+  peer.send("hello.");
+  EXPECT_EQ(peer.receiveAll(), "first");
+}
+
+TEST_F(MessageListenerTest, SendsALongAnswerToASlowReader) {
+  const std::string answer(8UL << 20, 'x');
+  open([&](const Peer& peer, std::string_view) { peer.send(answer); });
+  const auto slow = client();
+  slow.send("hello.");
+  const auto quick = client();
+  quick.send("hello.");
+  EXPECT_EQ(quick.receiveAll(), answer);
+  EXPECT_EQ(slow.receiveAll(), answer);
+}
+
+TEST_F(MessageListenerTest, AnswersWhileThePeerStillSendsALot) {
+  open([](const Peer& peer, std::string_view) { peer.send("enough", Peer::Received::inPart); });
+  const auto peer = client();
+  peer.send(".");
+  for (int i = 0; i < 8; ++i) ASSERT_TRUE(peer.send(std::string(64UL << 10, 'x')));
+  peer.finishSending();
+  EXPECT_EQ(peer.receiveAll(), "enough");
+}
+
+TEST_F(MessageListenerTest, IsNotDelayedByASilentPeer) {
+  openEcho();
+  const auto silent = client();
+  silent.send("hel");
+  const auto other = client();
+  other.send("hello.");
+  EXPECT_EQ(other.receiveAll(), "hello.");
+  silent.send("lo.");
+  EXPECT_EQ(silent.receiveAll(), "hello.");
+}
+
+TEST_F(MessageListenerTest, MakesRoomByClosingTheOldestThatHasNotSentAWholeMessage) {
+  openSilent();
+  const auto whole = client();
+  whole.send("whole.");
+  ASSERT_TRUE(test::eventually([this] { return waitingCount() == 1; }));
+  std::vector<RawClient> silent;
+  for (std::size_t i = 1; i < fewConnections; ++i) silent.push_back(client());
+  const auto late = client();
+  late.send("late.");
+  ASSERT_TRUE(test::eventually([this] { return waitingCount() == 2; }));
+  EXPECT_EQ(silent.front().receiveAll(), "");
+  EXPECT_FALSE(silent.back().isReadable(0ms));
+  EXPECT_FALSE(whole.isReadable(0ms));
+}
+
+TEST_F(MessageListenerTest, LetsNewPeersWaitWhileAllHaveSentAWholeMessage) {
+  openSilent();
+  std::vector<RawClient> clients;
+  for (std::size_t i = 0; i < fewConnections; ++i) {
+    clients.push_back(client());
+    clients.back().send("hello.");
+  }
+  ASSERT_TRUE(test::eventually([this] { return waitingCount() == fewConnections; }));
+  const auto late = client();
+  late.send("late.");
+  EXPECT_FALSE(late.isReadable(50ms));
+  EXPECT_EQ(waitingCount(), fewConnections);
+  waiting_.front().send("done");
+  EXPECT_EQ(clients.front().receiveAll(), "done");
+  EXPECT_TRUE(test::eventually([this] { return waitingCount() == fewConnections + 1; }));
+}
+
+TEST_F(MessageListenerTest, AcceptsNoMoreOnceCancelledAndEndsWhatIsUnderWay) {
+  openSilent();
+  const auto peer = client();
+  peer.send("hello.");
+  ASSERT_TRUE(test::eventually([this] { return waitingCount() == 1; }));
+  const int port = listener_->port();
+  listener_->cancel();
+  EXPECT_TRUE(test::eventually([&] { return !RawClient(port).connected(); }));
+  waiting_.front().send("done");
+  EXPECT_EQ(peer.receiveAll(), "done");
+}
+
+TEST_F(MessageListenerTest, APeerOutlivesTheListenerAndThenSaysNothing) {
+  openSilent();
+  const auto peer = client();
+  peer.send("hello.");
+  ASSERT_TRUE(test::eventually([this] { return waitingCount() == 1; }));
+  listener_.reset();
+  EXPECT_EQ(peer.receiveAll(), "");
+  waiting_.front().send("too late");
+  waiting_.clear();
+}
+
+TEST_F(MessageListenerTest, SaysWhyItCannotBeOpened) {
+  openEcho();
+  const auto second = MessageListener::open({.port = listener_->port()}, {});
+  ASSERT_FALSE(second);
+  EXPECT_EQ(second.error().message,
+            "127.0.0.1:" + std::to_string(listener_->port()) + ": Address already in use");
+}
+
+}  // namespace
+}  // namespace zephyl
