@@ -1,5 +1,7 @@
 #include "ZephylTray/AppDelegate.hpp"
 
+#include <cstdlib>
+
 #include <fmt/format.h>
 
 #include "System/Bundle.hpp"
@@ -19,23 +21,28 @@ AppDelegate::AppDelegate(const Runtime& runtime, Desktop& desktop)
       client_(Config::apiBaseURL(),
               HTTPSession(runtime.reactor, {.requestTimeout = agentRequestTimeout})),
       agent_(std::make_shared<AgentProcess>(runtime)),
-      tailnet_(std::make_shared<TailnetManager>(runtime)) {}
+      tailnet_(std::make_shared<TailnetManager>(runtime)),
+      desktopApp_(std::make_shared<DesktopApp>(runtime, desktop)),
+      updater_(std::make_shared<Updater>(runtime, desktop)),
+      control_(runtime.mainLoop) {}
 
 void AppDelegate::applicationDidFinishLaunching() {
   Servers::migrateIfNeeded();
   statusItem_ = &desktop_.statusItem();
   updateIcon();
+  wireMenu();
   wireAgent();
   wireTailnets();
   startActivityStream();
   if (Bundle::main().identifier()) desktop_.requestNotificationAuthorization();
+  wireUpdater();
+  updater_->start();
   launchAgentUnlessOneAnswers();
   tailnet_->syncWithStore();
-  pollTimer_ = runtime_.clock.every(
-      pollInterval, [&mainLoop = runtime_.mainLoop, poll = weakly([](AppDelegate& self) {
-                                                      self.refresh();
-                                                    })] { mainLoop.async(poll); });
+  startPolling();
   refresh();
+  startControlServer();
+  desktopApp_->launch(desktopLaunch());
 }
 
 void AppDelegate::wireAgent() {
@@ -57,7 +64,16 @@ void AppDelegate::wireAgent() {
 
 void AppDelegate::wireTailnets() {
   tailnet_->onStateChange = weakly([](AppDelegate& self) { self.refresh(); });
+  tailnet_->onTargetUnresolved =
+      weakly([](AppDelegate& self, const ServerEntry& server, const std::string&) {
+        self.announceUnresolvedTarget(server);
+      });
   tailnet_->onAddressLearned = weakly([](AppDelegate& self) { self.agent_->restart(); });
+}
+
+void AppDelegate::wireUpdater() {
+  updater_->onStateChange = weakly([](AppDelegate& self) { self.rebuildMenu(); });
+  updater_->isAgentBusy = [busy = agentIsBusy_] { return busy->load(); };
 }
 
 void AppDelegate::launchAgentUnlessOneAnswers() {
@@ -68,11 +84,30 @@ void AppDelegate::launchAgentUnlessOneAnswers() {
   }));
 }
 
+void AppDelegate::startPolling() {
+  const auto poll = weakly([](AppDelegate& self) { self.refresh(); });
+  pollTimer_ = runtime_.clock.every(
+      pollInterval, [&mainLoop = runtime_.mainLoop, poll] { mainLoop.async(poll); });
+}
+
+/// A port that is none cannot be served: the program ends, in order.
+void AppDelegate::startControlServer() {
+  installControlHandlers();
+  installFolderHandlers();
+  if (control_.start(Config::onboardingPort())) return;
+  exitStatus_ = EXIT_FAILURE;
+  runtime_.mainLoop.quit();
+}
+
 void AppDelegate::applicationWillTerminate() {
   sseTask_.reset();
   agent_->stop();
   tailnet_->stopAll();
-  agent_->awaitExit(runtime_.clock.now() + AgentProcess::terminationGrace);
+  control_.cancel();
+  desktopApp_->quit();
+  const Instant deadline = runtime_.clock.now() + AgentProcess::terminationGrace;
+  agent_->awaitExit(deadline);
+  desktopApp_->awaitExit(deadline);
 }
 
 }  // namespace zephyl

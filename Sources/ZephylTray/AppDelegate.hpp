@@ -1,7 +1,10 @@
 #pragma once
 
+#include <atomic>
+#include <functional>
 #include <memory>
 #include <optional>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -10,9 +13,13 @@
 #include "ZephylTray/ActivityStream.hpp"
 #include "ZephylTray/AgentClient.hpp"
 #include "ZephylTray/AgentProcess.hpp"
+#include "ZephylTray/ControlServer.hpp"
+#include "ZephylTray/DesktopApp.hpp"
 #include "ZephylTray/Runtime.hpp"
 #include "ZephylTray/StatusDescription.hpp"
+#include "ZephylTray/StatusMenu.hpp"
 #include "ZephylTray/TailnetManager.hpp"
+#include "ZephylTray/Updater.hpp"
 
 namespace zephyl {
 
@@ -38,6 +45,8 @@ class AppDelegate : public std::enable_shared_from_this<AppDelegate> {
   void applicationDidFinishLaunching();
   /// Stops everything, in order, and waits for the children: a few seconds at most.
   void applicationWillTerminate();
+  /// What the program ends with: a failure when it could not go on.
+  [[nodiscard]] int exitStatus() const { return exitStatus_; }
 
   /// Polls the agent, then brings what is shown up to date.
   void refresh();
@@ -46,6 +55,18 @@ class AppDelegate : public std::enable_shared_from_this<AppDelegate> {
   /// cannot be read, and changes nothing then. Whether the server accepts the key shows later, in
   /// its tailnet's state.
   std::optional<std::string> redeem(const std::string& key);
+  /// Changes of one server; each returns what to tell the user when there is no such server.
+  std::optional<std::string> setServerLabel(const std::string& id, const std::string& label);
+  std::optional<std::string> setServerAccent(const std::string& id, const std::string& accent);
+  std::optional<std::string> setServerEnabled(const std::string& id, bool enabled);
+  std::optional<std::string> removeServer(const std::string& id);
+
+  /// Shows the desktop app at its start page, or at a screen of it such as "servers".
+  void openDesktopWindow();
+  void openInShell(const std::string& screen);
+  /// Whether there is no server yet that could be used.
+  [[nodiscard]] static bool needsOnboarding();
+
   /// Follows the agent's event stream, afresh when it is being followed already.
   void startActivityStream();
 
@@ -62,16 +83,63 @@ class AppDelegate : public std::enable_shared_from_this<AppDelegate> {
   // Start-up and shutdown (AppDelegate.cpp)
   void wireAgent();
   void wireTailnets();
+  void wireUpdater();
   void launchAgentUnlessOneAnswers();
+  void startPolling();
+  void startControlServer();
 
   // Following the agent (AppDelegatePolling.cpp)
   void pollOnce(Task done);
   void apply(std::optional<Poll> poll);
   void receive(Activity activity);
+  void noteBusy();
+
+  // What is shown, and what the user chooses there (AppDelegateMenu.cpp)
+  void wireMenu();
   void updateIcon();
   void updateButtonTitle();
-  void updateDescription();
-  [[nodiscard]] TailnetSummary tailnetSummary() const;
+  /// Brings all that is shown up to date.
+  void rebuildMenu();
+  [[nodiscard]] UpdateView updateView() const;
+  void perform(const MenuAction& action);
+  void chooseOpenDesktopWindow(const std::string& object);
+  void chooseRedeemInvite(const std::string& object);
+  void chooseOpenServerInBrowser(const std::string& id);
+  void chooseConnectServer(const std::string& id);
+  void chooseRenameServer(const std::string& id);
+  void chooseRemoveServer(const std::string& id);
+  void chooseTailnetLogs(const std::string& object);
+  void chooseRestartTailnet(const std::string& object);
+  void chooseRevokeEscapeGrant(const std::string& object);
+  void chooseCheckForUpdates(const std::string& object);
+  void chooseQuit(const std::string& object);
+
+  /// Brings tailnets, agent and menu in step with the registry (AppDelegateServers.cpp).
+  void serversChanged();
+
+  // The desktop app, and where servers' web pages are (AppDelegateDesktop.cpp)
+  [[nodiscard]] DesktopLaunch desktopLaunch() const;
+  void announceUnresolvedTarget(const ServerEntry& server);
+  /// Finds out, once a tailnet is up, whether the internal host name resolves.
+  void lookUpInternalHost();
+  [[nodiscard]] std::optional<std::string> webAddressOf(
+      const std::optional<std::string>& boundAddress) const;
+
+  // What the control API is answered with (AppDelegateControl.cpp)
+  void installControlHandlers();
+  void installFolderHandlers();
+  [[nodiscard]] json::Object controlStatus() const;
+  [[nodiscard]] std::vector<json::Object> controlServers() const;
+  [[nodiscard]] json::Object diagnostics() const;
+
+  // Folders, as the desktop app shares them (AppDelegateFolders.cpp)
+  using Failure = ControlServer::Failure;
+  using Completion = ControlServer::Completion;
+  void shellAddRoot(const std::string& id, const Completion& done);
+  void shellSetRootShared(const std::string& id, const std::string& root, bool shared,
+                          const Completion& done);
+  /// Wraps the end of a change of the shared folders: shows them afresh, then reports.
+  AgentClient::Completion<std::vector<SharedRoot>> foldersChanged(const Completion& done);
 
   /// Wraps work so that it runs only while the controller exists.
   template <typename Work>
@@ -90,6 +158,17 @@ class AppDelegate : public std::enable_shared_from_this<AppDelegate> {
   Timer pollTimer_;
   AgentView agentView_;
   std::optional<ActivityStream> sseTask_;
+  // Shared with the updater, which asks from any thread.
+  std::shared_ptr<std::atomic<bool>> agentIsBusy_ = std::make_shared<std::atomic<bool>>(false);
+  bool menuIsOpen_ = false;
+  std::set<std::string> unresolvedAnnounced_;
+  bool internalHostLookedUp_ = false;
+  bool zephylInternalResolves_ = false;
+  int exitStatus_ = 0;
+  std::shared_ptr<DesktopApp> desktopApp_;
+  std::shared_ptr<Updater> updater_;
+  // Last, so that it goes first: its thread asks all of the above.
+  ControlServer control_;
 };
 
 }  // namespace zephyl

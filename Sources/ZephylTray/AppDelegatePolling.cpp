@@ -4,7 +4,7 @@
 namespace zephyl {
 
 void AppDelegate::refresh() {
-  pollOnce([] {});
+  pollOnce(weakly([](AppDelegate& self) { self.rebuildMenu(); }));
 }
 
 /// Three requests, one after the other, off the main thread; what they brought is applied whole
@@ -39,9 +39,9 @@ void AppDelegate::apply(std::optional<Poll> poll) {
   } else {
     agentView_ = {};
   }
+  noteBusy();
   updateButtonTitle();
   updateIcon();
-  updateDescription();
 }
 
 void AppDelegate::startActivityStream() {
@@ -52,31 +52,14 @@ void AppDelegate::startActivityStream() {
 
 void AppDelegate::receive(Activity activity) {
   agentView_.activity = std::move(activity);
+  noteBusy();
+  updater_->agentDidUpdateActivity(*agentIsBusy_);
   updateIcon();
-  updateDescription();
+  rebuildMenu();
 }
 
-void AppDelegate::updateIcon() {
-  const auto& activity = agentView_.activity;
-  const bool busy = agentView_.reachable && activity && activity->busy;
-  statusItem_->setIcon(busy ? StatusIcon::busy : StatusIcon::idle);
-}
-
-void AppDelegate::updateButtonTitle() {
-  statusItem_->setTitle(agentView_.reachable ? " " + std::to_string(agentView_.roots.size()) : "");
-}
-
-void AppDelegate::updateDescription() {
-  statusItem_->setDescription(describe(agentView_, tailnetSummary()));
-}
-
-TailnetSummary AppDelegate::tailnetSummary() const {
-  TailnetSummary summary;
-  for (const auto& tailnet : tailnet_->instances()) {
-    ++summary.tailnets;
-    if (tailnet->isRunning() && tailnet->state().boundAddress) ++summary.usable;
-  }
-  return summary;
+void AppDelegate::noteBusy() {
+  *agentIsBusy_ = agentView_.activity && agentView_.activity->busy;
 }
 
 }  // namespace zephyl

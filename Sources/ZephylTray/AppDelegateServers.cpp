@@ -1,4 +1,7 @@
+#include <algorithm>
+
 #include "System/Secret.hpp"
+#include "System/Text.hpp"
 #include "System/UserDefaults.hpp"
 #include "ZephylTray/AppDelegate.hpp"
 #include "ZephylTray/Config.hpp"
@@ -6,6 +9,17 @@
 #include "ZephylTray/Servers.hpp"
 
 namespace zephyl {
+
+namespace {
+
+constexpr auto serverGone = "That server is gone.";
+
+bool isRegistered(const std::string& id) {
+  const auto servers = Servers::all();
+  return std::ranges::find(servers, id, &ServerEntry::id) != servers.end();
+}
+
+}  // namespace
 
 std::optional<std::string> AppDelegate::redeem(const std::string& key) {
   auto parsed = InviteKey::parse(key);
@@ -18,8 +32,54 @@ std::optional<std::string> AppDelegate::redeem(const std::string& key) {
   tailnet_->instance(entry)->startRedeeming(parsed->preauthKey);
   wipe(parsed->preauthKey);
   agent_->restart();
-  refresh();
+  rebuildMenu();
   return std::nullopt;
+}
+
+std::optional<std::string> AppDelegate::setServerLabel(const std::string& id,
+                                                       const std::string& label) {
+  if (!isRegistered(id)) return serverGone;
+  Servers::update(id, [&](ServerEntry& entry) { entry.label = trimmed(label); });
+  rebuildMenu();
+  return std::nullopt;
+}
+
+/// An empty accent gives the choice back to the server.
+std::optional<std::string> AppDelegate::setServerAccent(const std::string& id,
+                                                        const std::string& accent) {
+  if (!isRegistered(id)) return serverGone;
+  Servers::update(id, [&](ServerEntry& entry) {
+    entry.accent = trimmed(accent);
+    if (entry.accent->empty()) entry.accent.reset();
+  });
+  rebuildMenu();
+  return std::nullopt;
+}
+
+std::optional<std::string> AppDelegate::setServerEnabled(const std::string& id, bool enabled) {
+  if (!isRegistered(id)) return serverGone;
+  Servers::update(id, [&](ServerEntry& entry) { entry.enabled = enabled; });
+  serversChanged();
+  return std::nullopt;
+}
+
+std::optional<std::string> AppDelegate::removeServer(const std::string& id) {
+  if (!isRegistered(id)) return serverGone;
+  if (const auto tailnet = tailnet_->forget(id)) tailnet->stop();
+  Servers::remove(id);
+  const auto left = Servers::all();
+  const bool anyJoined = std::ranges::any_of(left, [](const ServerEntry& entry) {
+    return !entry.tailnetFingerprint.value_or("").empty();
+  });
+  if (!anyJoined) Config::defaults().remove("tailnetFingerprint");
+  serversChanged();
+  return std::nullopt;
+}
+
+void AppDelegate::serversChanged() {
+  tailnet_->syncWithStore();
+  agent_->restart();
+  rebuildMenu();
 }
 
 }  // namespace zephyl

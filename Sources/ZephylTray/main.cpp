@@ -43,7 +43,7 @@ int runTray(Guardian& guardian, const CommandLine& commandLine) {
   mainLoop.run();
   delegate->applicationWillTerminate();
   mainLoop.close();
-  return EXIT_SUCCESS;
+  return delegate->exitStatus();
 }
 
 /// Says why there will be no second tray for the same base directory.

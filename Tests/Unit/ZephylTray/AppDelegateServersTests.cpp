@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include "Support/FakeDesktop.hpp"
+#include "Support/RawClient.hpp"
 #include "Support/TestRuntime.hpp"
 #include "Support/TrayWorld.hpp"
 #include "System/UserDefaults.hpp"
@@ -21,6 +22,7 @@ class RedeemTest : public ::testing::Test {
     world_.addProgram("packages/tailnet-client/tailscaled");
     world_.addProgram("packages/tailnet-client/zephyl-tailnet");
     world_.addAgent();
+    desktop_.applications = {{.identifier = DesktopApp::identifier, .pid = 1}};
     delegate_ = std::make_shared<AppDelegate>(runtime_.runtime(), desktop_);
     delegate_->applicationDidFinishLaunching();
     runtime_.runUntil([&] { return launched("/bin/") == 1; });  // the agent
@@ -35,6 +37,13 @@ class RedeemTest : public ::testing::Test {
         }));
   }
 
+  std::size_t running(const std::string& name) {
+    return static_cast<std::size_t>(
+        std::ranges::count_if(runtime_.launcher.children(), [&](const auto& child) {
+          return child->isRunning() && child->options().executable.ends_with(name);
+        }));
+  }
+
   const ProcessOptions& newestClient() {
     for (auto child : runtime_.launcher.children() | std::views::reverse) {
       if (child->options().executable.ends_with("zephyl-tailnet")) return child->options();
@@ -45,6 +54,7 @@ class RedeemTest : public ::testing::Test {
   const std::string fingerprint_ = std::string(32, 'a');
   test::TrayWorld world_;
   test::ScopedVariable port_{"AGENT_TRAY_PORT", "1"};
+  test::ScopedVariable controlPort_{"ZEPHYL_ONBOARD_PORT", std::to_string(test::freePort())};
   test::TestRuntime runtime_;
   test::FakeDesktop desktop_;
   std::shared_ptr<AppDelegate> delegate_;
@@ -87,6 +97,61 @@ TEST_F(RedeemTest, AKeyThatCannotBeReadChangesNothing) {
   EXPECT_TRUE(Servers::all().empty());
   EXPECT_EQ(Config::defaults().string("tailnetFingerprint"), std::nullopt);
   EXPECT_EQ(launched("/bin/"), 1U);
+}
+
+TEST_F(RedeemTest, ASettingOfAServerThatIsGoneSaysSo) {
+  EXPECT_EQ(delegate_->setServerLabel("none", "x"), "That server is gone.");
+  EXPECT_EQ(delegate_->setServerAccent("none", "x"), "That server is gone.");
+  EXPECT_EQ(delegate_->setServerEnabled("none", true), "That server is gone.");
+  EXPECT_EQ(delegate_->removeServer("none"), "That server is gone.");
+}
+
+TEST_F(RedeemTest, LabelAndAccentAreStoredTrimmed) {
+  const auto id = Servers::add("", "http://lab", std::nullopt).id;
+  EXPECT_EQ(delegate_->setServerLabel(id, " \tLab "), std::nullopt);
+  EXPECT_EQ(delegate_->setServerAccent(id, " #123456 "), std::nullopt);
+  EXPECT_EQ(Servers::all()[0].label, "Lab");
+  EXPECT_EQ(Servers::all()[0].accent, "#123456");
+  EXPECT_EQ(delegate_->setServerAccent(id, "  "), std::nullopt);
+  EXPECT_EQ(Servers::all()[0].accent, std::nullopt);
+}
+
+TEST_F(RedeemTest, DisablingAServerEndsItsTailnetAndRestartsTheAgent) {
+  delegate_->redeem("inv_v2_" + fingerprint_ + "_one");
+  runtime_.advance(2s);
+  const auto id = Servers::all()[0].id;
+  const auto launches = launched("/bin/");
+  EXPECT_EQ(delegate_->setServerEnabled(id, false), std::nullopt);
+  runtime_.advance(2s);
+  EXPECT_FALSE(Servers::all()[0].enabled);
+  EXPECT_EQ(running("zephyl-tailnet"), 0U);
+  EXPECT_EQ(launched("/bin/"), launches + 1);
+  EXPECT_EQ(delegate_->setServerEnabled(id, true), std::nullopt);
+  runtime_.advance(2s);
+  EXPECT_EQ(running("zephyl-tailnet"), 1U);
+}
+
+TEST_F(RedeemTest, RemovingTheLastJoinedServerForgetsTheEnrolment) {
+  delegate_->redeem("inv_v2_" + fingerprint_ + "_one");
+  delegate_->redeem("inv_v2_" + std::string(32, 'b') + "_two");
+  runtime_.advance(2s);
+  EXPECT_EQ(delegate_->removeServer(Servers::all()[0].id), std::nullopt);
+  EXPECT_TRUE(Config::defaults().string("tailnetFingerprint"));
+  EXPECT_EQ(running("zephyl-tailnet"), 1U);
+  EXPECT_EQ(delegate_->removeServer(Servers::all()[0].id), std::nullopt);
+  EXPECT_FALSE(Config::defaults().string("tailnetFingerprint"));
+  EXPECT_EQ(running("zephyl-tailnet"), 0U);
+  EXPECT_TRUE(Servers::all().empty());
+}
+
+TEST_F(RedeemTest, OnboardingIsNeededUntilAServerCanBeUsed) {
+  EXPECT_TRUE(AppDelegate::needsOnboarding());
+  const auto id = Servers::add("", "http://lab", std::nullopt).id;
+  EXPECT_FALSE(AppDelegate::needsOnboarding());
+  Servers::update(id, [](ServerEntry& entry) { entry.enabled = false; });
+  EXPECT_TRUE(AppDelegate::needsOnboarding());
+  delegate_->redeem("inv_v2_" + fingerprint_ + "_one");
+  EXPECT_FALSE(AppDelegate::needsOnboarding());
 }
 
 }  // namespace

@@ -4,6 +4,7 @@
 
 #include "Support/FakeAgent.hpp"
 #include "Support/FakeDesktop.hpp"
+#include "Support/RawClient.hpp"
 #include "Support/TestRuntime.hpp"
 #include "Support/TrayWorld.hpp"
 #include "System/Bundle.hpp"
@@ -15,7 +16,9 @@ using namespace std::chrono_literals;
 
 class AppDelegateTest : public ::testing::Test {
  protected:
+  /// Starts the controller beside a desktop app that runs already.
   void launch() {
+    desktop_.applications = {{.identifier = DesktopApp::identifier, .pid = 1}};
     delegate_ = std::make_shared<AppDelegate>(runtime_.runtime(), desktop_);
     delegate_->applicationDidFinishLaunching();
   }
@@ -35,6 +38,7 @@ class AppDelegateTest : public ::testing::Test {
   test::TrayWorld world_;
   test::FakeAgent agent_;
   test::ScopedVariable port_{"AGENT_TRAY_PORT", std::to_string(agent_.port())};
+  test::ScopedVariable controlPort_{"ZEPHYL_ONBOARD_PORT", std::to_string(test::freePort())};
   test::TestRuntime runtime_;
   test::FakeDesktop desktop_;
   std::shared_ptr<AppDelegate> delegate_;
@@ -139,10 +143,15 @@ TEST_F(AppDelegateTest, StreamEventsSetActivityAndIcon) {
   launch();
   ASSERT_TRUE(reached());
   ASSERT_TRUE(runtime_.runUntil([&] { return agent_.openStreams() == 1 && polls() == 2; }));
-  agent_.writeToStreams("data: " + test::activityJSON(true) + "\n\n");
-  EXPECT_TRUE(runtime_.runUntil([&] { return desktop_.item.icon == StatusIcon::busy; }));
-  agent_.writeToStreams("data: " + test::activityJSON(false) + "\n\n");
-  EXPECT_TRUE(runtime_.runUntil([&] { return desktop_.item.icon == StatusIcon::idle; }));
+  // Again and again, since the end of a poll may come in between.
+  const auto tellUntil = [&](bool busy, StatusIcon icon) {
+    return runtime_.runUntil([&] {
+      agent_.writeToStreams("data: " + test::activityJSON(busy) + "\n\n");
+      return desktop_.item.icon == icon;
+    });
+  };
+  EXPECT_TRUE(tellUntil(true, StatusIcon::busy));
+  EXPECT_TRUE(tellUntil(false, StatusIcon::idle));
 }
 
 TEST_F(AppDelegateTest, StartingTheStreamAgainReplacesIt) {

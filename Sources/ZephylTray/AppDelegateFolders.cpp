@@ -1,0 +1,50 @@
+#include <algorithm>
+
+#include "System/MainLoop.hpp"
+#include "ZephylTray/AppDelegate.hpp"
+#include "ZephylTray/FolderScope.hpp"
+#include "ZephylTray/Servers.hpp"
+
+namespace zephyl {
+
+void AppDelegate::shellAddRoot(const std::string& id, const Completion& done) {
+  const auto servers = Servers::all();
+  if (std::ranges::find(servers, id, &ServerEntry::id) == servers.end()) {
+    return done("That is not a Zephyl this machine knows about.");
+  }
+  desktop_.chooseFolder(
+      {.prompt = "Share", .message = "Choose a project folder to share with this Zephyl."},
+      weakly([id, done](AppDelegate& self, const Result<std::optional<std::string>>& folder) {
+        if (!folder) return done(folder.error().message);
+        if (!*folder) return done(std::nullopt);
+        self.client_.addRoot(**folder, std::nullopt, {id}, self.foldersChanged(done));
+      }));
+}
+
+void AppDelegate::shellSetRootShared(const std::string& id, const std::string& root, bool shared,
+                                     const Completion& done) {
+  client_.getRoots([client = client_, id, root, shared, done,
+                    changed = foldersChanged(done)](Result<std::vector<SharedRoot>> roots) {
+    if (!roots) return done(roots.error().message);
+    const auto found = std::ranges::find(*roots, root, &SharedRoot::root);
+    if (found == roots->end()) return done("That folder is not shared from this machine.");
+    const auto servers = scope(*found, Servers::all(), id, shared);
+    if (servers.empty()) {
+      client.removeRoot(root, changed);
+    } else {
+      client.setRootServers(root, servers, changed);
+    }
+  });
+}
+
+AgentClient::Completion<std::vector<SharedRoot>> AppDelegate::foldersChanged(
+    const Completion& done) {
+  const auto refreshed = weakly([](AppDelegate& self) { self.refresh(); });
+  return [&mainLoop = runtime_.mainLoop, refreshed,
+          done](const Result<std::vector<SharedRoot>>& roots) {
+    mainLoop.async(refreshed);
+    done(roots ? std::nullopt : Failure(roots.error().message));
+  };
+}
+
+}  // namespace zephyl

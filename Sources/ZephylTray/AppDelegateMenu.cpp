@@ -1,0 +1,142 @@
+#include <map>
+
+#include "System/JSON.hpp"
+#include "System/Log.hpp"
+#include "System/MainLoop.hpp"
+#include "System/URL.hpp"
+#include "ZephylTray/AppDelegate.hpp"
+#include "ZephylTray/Config.hpp"
+#include "ZephylTray/MenuActions.hpp"
+#include "ZephylTray/StatusMenu.hpp"
+
+namespace zephyl {
+
+void AppDelegate::wireMenu() {
+  statusItem_->setMenuEvents({
+      .needsUpdate = weakly([](AppDelegate& self) { self.rebuildMenu(); }),
+      .willOpen = weakly([](AppDelegate& self) { self.menuIsOpen_ = true; }),
+      .didClose = weakly([](AppDelegate& self) { self.menuIsOpen_ = false; }),
+      .chosen = weakly([](AppDelegate& self, const MenuAction& action) { self.perform(action); }),
+  });
+}
+
+void AppDelegate::updateIcon() {
+  statusItem_->setIcon(statusIcon(agentView_));
+}
+
+void AppDelegate::updateButtonTitle() {
+  statusItem_->setTitle(statusTitle(agentView_));
+}
+
+/// The menu stays as it is while the user looks at it; the words beside the icon do not.
+void AppDelegate::rebuildMenu() {
+  lookUpInternalHost();
+  StatusMenuState state{.agent = agentView_,
+                        .tailnetProgramsFound = Config::tailnetBinary("tailscaled") &&
+                                                Config::tailnetBinary("zephyl-tailnet"),
+                        .servers = Servers::all(),
+                        .updates = updateView()};
+  TailnetSummary summary;
+  for (const auto& tailnet : tailnet_->instances()) {
+    TailnetView view{
+        .running = tailnet->isRunning(), .state = tailnet->state(), .hasLog = tailnet->hasLog()};
+    ++summary.tailnets;
+    if (view.running && view.state.boundAddress) ++summary.usable;
+    state.tailnets.emplace(tailnet->server().id, std::move(view));
+  }
+  statusItem_->setDescription(describe(agentView_, summary));
+  if (menuIsOpen_) return;
+  updateButtonTitle();
+  statusItem_->setMenu(statusMenu(state));
+}
+
+UpdateView AppDelegate::updateView() const {
+  if (!Updater::isAvailable()) return {};
+  return {.available = true,
+          .currentVersion = Updater::currentVersion(),
+          .installPostponed = updater_->hasPostponedInstall(),
+          .pendingVersion = updater_->pendingVersion(),
+          .canCheck = updater_->canCheckForUpdates()};
+}
+
+void AppDelegate::perform(const MenuAction& action) {
+  using Action = void (AppDelegate::*)(const std::string& object);
+  static const std::map<std::string_view, Action> actions = {
+      {menuActions::openDesktopWindow, &AppDelegate::chooseOpenDesktopWindow},
+      {menuActions::redeemInvite, &AppDelegate::chooseRedeemInvite},
+      {menuActions::openServerInBrowser, &AppDelegate::chooseOpenServerInBrowser},
+      {menuActions::connectServer, &AppDelegate::chooseConnectServer},
+      {menuActions::renameServer, &AppDelegate::chooseRenameServer},
+      {menuActions::removeServer, &AppDelegate::chooseRemoveServer},
+      {menuActions::showTailnetLogs, &AppDelegate::chooseTailnetLogs},
+      {menuActions::restartTailnet, &AppDelegate::chooseRestartTailnet},
+      {menuActions::revokeEscapeGrant, &AppDelegate::chooseRevokeEscapeGrant},
+      {menuActions::checkForUpdates, &AppDelegate::chooseCheckForUpdates},
+      {menuActions::quit, &AppDelegate::chooseQuit},
+  };
+  const auto found = actions.find(action.name);
+  if (found != actions.end()) (this->*found->second)(action.object);
+}
+
+void AppDelegate::chooseOpenDesktopWindow(const std::string&) {
+  openDesktopWindow();
+}
+
+void AppDelegate::chooseRedeemInvite(const std::string&) {
+  openInShell("join");
+}
+
+void AppDelegate::chooseOpenServerInBrowser(const std::string& id) {
+  const auto tailnet = tailnet_->find(id);
+  if (!tailnet) return;
+  const auto address = webAddressOf(tailnet->state().boundAddress);
+  if (address && URL::parse(*address)) desktop_.openURL(*address);
+}
+
+/// What comes of it shows in the menu.
+void AppDelegate::chooseConnectServer(const std::string& id) {
+  setServerEnabled(id, true);
+}
+
+void AppDelegate::chooseRenameServer(const std::string& id) {
+  openInShell("servers/" + id + "/rename");
+}
+
+void AppDelegate::chooseRemoveServer(const std::string& id) {
+  openInShell("servers/" + id + "/remove");
+}
+
+void AppDelegate::chooseTailnetLogs(const std::string&) {
+  desktop_.presentLogWindow({.title = "Tailnet Logs", .message = "", .log = tailnet_->recentLog()});
+}
+
+void AppDelegate::chooseRestartTailnet(const std::string&) {
+  for (const auto& tailnet : tailnet_->instances()) tailnet->restart();
+}
+
+/// Without asking: what it takes away can be granted again.
+void AppDelegate::chooseRevokeEscapeGrant(const std::string& object) {
+  const auto grant = json::decodeText<EscapeGrant>(object);
+  if (!grant) return;
+  const auto report = weakly([](AppDelegate& self, const std::optional<Error>& error) {
+    if (error) log("could not revoke a permanent exception: {}", error->message);
+    self.refresh();
+  });
+  client_.revokeEscapeGrant(
+      grant->kind, grant->path,
+      [&mainLoop = runtime_.mainLoop, report](const Result<std::vector<EscapeGrant>>& grants) {
+        mainLoop.async([report, error = grants ? std::nullopt : std::optional(grants.error())] {
+          report(error);
+        });
+      });
+}
+
+void AppDelegate::chooseCheckForUpdates(const std::string&) {
+  updater_->checkForUpdates();
+}
+
+void AppDelegate::chooseQuit(const std::string&) {
+  runtime_.mainLoop.quit();
+}
+
+}  // namespace zephyl

@@ -1,0 +1,112 @@
+#include "ZephylTray/ControlServer.hpp"
+
+#include <limits>
+#include <utility>
+
+#include <fmt/format.h>
+
+#include "System/Log.hpp"
+#include "System/Secret.hpp"
+#include "System/Text.hpp"
+#include "ZephylTray/HTTPRequest.hpp"
+
+namespace zephyl {
+
+namespace {
+constexpr std::size_t tokenBytes = 16;
+constexpr auto tokenHeader = "x-zephyl-onboard-token";
+}  // namespace
+
+ControlServer::ControlServer(MainLoop& mainLoop)
+    : mainLoop_(mainLoop), token_(randomHexadecimal(tokenBytes)) {}
+
+ControlServer::~ControlServer() {
+  stopping_.request_stop();
+  listener_.reset();
+}
+
+bool ControlServer::start(std::int64_t port) {
+  if (listener_) return true;
+  if (port < 0 || port > std::numeric_limits<std::uint16_t>::max()) {
+    log("the onboarding port {} is not between 0 and 65535", port);
+    return false;
+  }
+  auto listener = MessageListener::open(
+      {.port = static_cast<std::uint16_t>(port),
+       .threadName = "control",
+       .readSize = maxReadBytes,
+       .maxConnections = maxConnections},
+      {.onReceived = [this](const Peer& peer,
+                            std::string_view received) { return receive(peer, received); },
+       .onFailed =
+           [](const Error& error) { log("onboarding listener failed: {}", error.message); }});
+  if (listener) {
+    listener_ = std::move(*listener);
+  } else {
+    log("could not start the onboarding listener: {}", listener.error().message);
+  }
+  return true;
+}
+
+void ControlServer::cancel() {
+  stopping_.request_stop();
+  if (listener_) listener_->cancel();
+}
+
+void ControlServer::setPendingRoute(std::string route) {
+  const std::scoped_lock lock(routeLock_);
+  pendingRoute_ = std::move(route);
+}
+
+MessageListener::Verdict ControlServer::receive(const Peer& peer, std::string_view received) {
+  using Verdict = MessageListener::Verdict;
+  if (received.size() > maxRequestBytes) {
+    respond(peer, "413 Payload Too Large", {{"error", "request too large"}});
+    return Verdict::complete;
+  }
+  auto request = HTTPRequest::parse(received);
+  if (!request) return Verdict::incomplete;
+  if (isAuthorized(*request)) {
+    dispatch(peer, *request);
+  } else {
+    respond(peer, "403 Forbidden", {{"error", "bad or missing onboarding token"}});
+  }
+  wipe(request->body);
+  return Verdict::complete;
+}
+
+bool ControlServer::isAuthorized(const HTTPRequest& request) const {
+  const auto presented = request.header(tokenHeader);
+  return presented && equalSecrets(*presented, token_);
+}
+
+void ControlServer::respond(const Peer& peer, std::string_view status, const json::Object& json) {
+  std::string body = json::compact(json);
+  if (!isValidUTF8(body)) body = "{}";
+  peer.send(fmt::format("HTTP/1.1 {}\r\n"
+                        "Content-Type: application/json\r\n"
+                        "Content-Length: {}\r\n"
+                        "Connection: close\r\n\r\n{}",
+                        status, body.size(), body),
+            status.starts_with("413") ? Peer::Received::inPart : Peer::Received::whole);
+}
+
+void ControlServer::reply(const Peer& peer, const Failure& result) {
+  if (result) {
+    respond(peer, "400 Bad Request", {{"error", *result}});
+  } else {
+    respond(peer, "200 OK", {{"ok", true}});
+  }
+}
+
+ControlServer::Completion ControlServer::asyncReply(const Peer& peer) {
+  return [pending = std::make_shared<PendingReply>(peer)](const Failure& result) {
+    reply(pending->peer, result);
+  };
+}
+
+ControlServer::PendingReply::~PendingReply() {
+  reply(peer, shuttingDown);  // counts only when nothing has been answered
+}
+
+}  // namespace zephyl

@@ -1,0 +1,21 @@
+#include "ZephylTray/FolderScope.hpp"
+
+#include <algorithm>
+
+namespace zephyl {
+
+std::vector<std::string> scope(const SharedRoot& root, const ServerList& servers,
+                               const std::string& setting, bool to) {
+  std::vector<std::string> known;
+  for (const auto& server : servers) known.push_back(server.id);
+
+  const bool sharedWithAll = !root.servers || root.servers->empty();
+  auto scope = sharedWithAll ? known : *root.servers;
+  std::erase_if(scope, [&](const std::string& id) {
+    return id == setting || std::ranges::find(known, id) == known.end();
+  });
+  if (to) scope.push_back(setting);
+  return scope;
+}
+
+}  // namespace zephyl

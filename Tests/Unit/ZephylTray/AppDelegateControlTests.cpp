@@ -1,0 +1,212 @@
+#include <algorithm>
+
+#include <gtest/gtest.h>
+
+#include "Support/FakeAgent.hpp"
+#include "Support/FakeDesktop.hpp"
+#include "Support/RawClient.hpp"
+#include "Support/TestRuntime.hpp"
+#include "Support/TrayWorld.hpp"
+#include "System/JSON.hpp"
+#include "System/UserDefaults.hpp"
+#include "ZephylTray/AppDelegate.hpp"
+#include "ZephylTray/Config.hpp"
+
+namespace zephyl {
+namespace {
+
+using namespace std::chrono_literals;
+
+/// A controller with an agent that answers, asked over its control API as the desktop app does.
+class ControlTest : public ::testing::Test {
+ protected:
+  ControlTest() {
+    world_.addProgram("packages/tailnet-client/tailscaled");
+    world_.addProgram("packages/tailnet-client/zephyl-tailnet");
+    world_.addProgram("packages/desktop/src-tauri/target/release/zephyl-desktop");
+    agent_.answerHealthily(
+        R"([{"root":"/a","name":"a","servers":["gone"]},{"root":"/b","name":"b"}])");
+    delegate_ = std::make_shared<AppDelegate>(runtime_.runtime(), desktop_);
+    delegate_->applicationDidFinishLaunching();
+    runtime_.runUntil([&] { return delegate_->agentView().reachable; });
+  }
+  ~ControlTest() override { delegate_->applicationWillTerminate(); }
+
+  std::shared_ptr<test::FakeChild> child(const std::string& name) {
+    const auto children = runtime_.launcher.children();
+    const auto found = std::ranges::find_if(children, [&](const auto& each) {
+      return each->isRunning() && each->options().executable.ends_with(name);
+    });
+    return found == children.end() ? nullptr : *found;
+  }
+
+  void send(const test::RawClient& client, const std::string& line, const std::string& body) {
+    const auto token = child("zephyl-desktop")->options().environment.at("ZEPHYL_ONBOARD_TOKEN");
+    client.send(line + " HTTP/1.1\r\nX-Zephyl-Onboard-Token: " + token +
+                "\r\nContent-Length: " + std::to_string(body.size()) + "\r\n\r\n" + body);
+  }
+  json::Value receive(const test::RawClient& client) {
+    EXPECT_TRUE(runtime_.runUntil([&] { return client.isReadable(1ms); }));
+    const auto answer = client.receiveAll();
+    status_ = answer.substr(9, 3);
+    return *json::parse(answer.substr(answer.find("\r\n\r\n") + 4));
+  }
+  json::Value ask(const std::string& line, const std::string& body = "") {
+    const test::RawClient client(port_);
+    send(client, line, body);
+    return receive(client);
+  }
+
+  const json::Value ok_ = json::Object{{"ok", true}};
+  static json::Value error(const std::string& message) { return json::Object{{"error", message}}; }
+
+  /// A joined server whose tailnet is up.
+  std::string joinServer() {
+    EXPECT_EQ(ask("POST /invite", R"({"key":"inv_v2_)" + std::string(32, 'a') + R"(_one"})"), ok_);
+    runtime_.advance(2s);
+    child("zephyl-tailnet")->print({"data tunnel on http://100.64.0.7:80"});
+    runtime_.settle();
+    return Servers::all()[0].id;
+  }
+
+  const int port_ = test::freePort();
+  test::TrayWorld world_;
+  test::FakeAgent agent_;
+  test::ScopedVariable agentPort_{"AGENT_TRAY_PORT", std::to_string(agent_.port())};
+  test::ScopedVariable controlPort_{"ZEPHYL_ONBOARD_PORT", std::to_string(port_)};
+  test::TestRuntime runtime_;
+  test::FakeDesktop desktop_;
+  std::shared_ptr<AppDelegate> delegate_;
+  std::string status_;  // of the last answer
+};
+
+TEST_F(ControlTest, TheDesktopAppIsToldHowToReachTheTray) {
+  const auto& environment = child("zephyl-desktop")->options().environment;
+  EXPECT_EQ(environment.at("ZEPHYL_ONBOARD_PORT"), std::to_string(port_));
+  EXPECT_EQ(environment.at("ZEPHYL_ONBOARD"), "1");
+  EXPECT_FALSE(environment.contains("ZEPHYL_URL"));
+}
+
+TEST_F(ControlTest, StatusBeforeAnyServer) {
+  EXPECT_EQ(ask("GET /status"),
+            (json::Object{{"available", true}, {"enrolled", false}, {"running", false}}));
+}
+
+TEST_F(ControlTest, StatusAndServersOfATailnetThatIsUp) {
+  const auto id = joinServer();
+  const auto status = ask("GET /status").as_object();
+  EXPECT_EQ(status.at("enrolled"), true);
+  EXPECT_EQ(status.at("running"), true);
+  EXPECT_EQ(status.at("url"), "http://100.64.0.7:80");
+  const auto server = ask("GET /servers").at("servers").at(0).as_object();
+  EXPECT_EQ(server.at("id").as_string(), id);
+  EXPECT_EQ(server.at("name"), "Zephyl 1");
+  EXPECT_EQ(server.at("usesTailnet"), true);
+  EXPECT_EQ(server.at("running"), true);
+  EXPECT_EQ(server.at("enrolled"), false);
+  EXPECT_EQ(server.at("webUrl"), "http://100.64.0.7:80");
+  EXPECT_FALSE(server.contains("agentError"));
+}
+
+TEST_F(ControlTest, TheInternalNameStandsForTheAddressOnceItIsKnownToResolve) {
+  joinServer();
+  runtime_.clock.advance(AppDelegate::pollInterval);
+  ASSERT_TRUE(runtime_.runUntil([&] { return child("getent") != nullptr; }));
+  EXPECT_EQ(child("getent")->options().arguments.back(), "zephyl.internal");
+  child("getent")->exit({});
+  runtime_.settle();
+  EXPECT_EQ(ask("GET /status").at("url"), "http://zephyl.internal");
+}
+
+TEST_F(ControlTest, RootsAreTheAgentsRecords) {
+  EXPECT_EQ(ask("GET /roots"),
+            *json::parse(R"({"roots":[{"root":"/a","name":"a","servers":["gone"]},)"
+                         R"({"root":"/b","name":"b"}]})"));
+}
+
+TEST_F(ControlTest, RootsThatTheAgentDoesNotTellAreABadGateway) {
+  agent_.answer("GET /api/roots", 200, "{}");
+  EXPECT_EQ(ask("GET /roots"), error("roots: missing"));
+  EXPECT_EQ(status_, "502");
+}
+
+TEST_F(ControlTest, AFolderIsChosenAndSharedWithOneServer) {
+  const auto id = joinServer();
+  agent_.answer("POST /api/roots", 200, R"({"roots":[]})");
+  const test::RawClient client(port_);
+  send(client, "POST /servers/" + id + "/roots", "");
+  ASSERT_TRUE(runtime_.runUntil([&] { return !desktop_.folderRequests.empty(); }));
+  EXPECT_EQ(desktop_.folderRequests[0].prompt, "Share");
+  EXPECT_EQ(desktop_.folderRequests[0].message,
+            "Choose a project folder to share with this Zephyl.");
+  desktop_.folderAnswer("/home/me/project");
+  EXPECT_EQ(receive(client), ok_);
+  const auto requests = agent_.requests();
+  const auto added = std::ranges::find(requests, "POST", &test::FakeAgent::Request::method);
+  ASSERT_NE(added, requests.end());
+  EXPECT_EQ(*json::parse(added->body),
+            (json::Object{{"root", "/home/me/project"}, {"servers", json::Array{id}}}));
+}
+
+TEST_F(ControlTest, ACancelledChoiceIsASuccess) {
+  const auto id = joinServer();
+  const test::RawClient client(port_);
+  send(client, "POST /servers/" + id + "/roots", "");
+  ASSERT_TRUE(runtime_.runUntil([&] { return !desktop_.folderRequests.empty(); }));
+  desktop_.folderAnswer(std::nullopt);
+  EXPECT_EQ(receive(client), ok_);
+  EXPECT_EQ(agent_.requestCount("POST /api/roots"), 0U);
+}
+
+TEST_F(ControlTest, AnUnknownServerIsGivenNoFolder) {
+  EXPECT_EQ(ask("POST /servers/none/roots"),
+            error("That is not a Zephyl this machine knows about."));
+  EXPECT_TRUE(desktop_.folderRequests.empty());
+}
+
+TEST_F(ControlTest, AFolderThatNobodySharesAnyMoreIsRemoved) {
+  const auto id = joinServer();
+  agent_.answer("DELETE /api/roots", 200, R"({"roots":[]})");
+  EXPECT_EQ(ask("POST /servers/" + id + "/roots/scope", R"({"root":"/a","shared":false})"), ok_);
+  EXPECT_EQ(agent_.requestCount("DELETE /api/roots"), 1U);
+}
+
+TEST_F(ControlTest, AFolderThatIsNotSharedHasNoScope) {
+  const auto id = joinServer();
+  EXPECT_EQ(ask("POST /servers/" + id + "/roots/scope", R"({"root":"/c","shared":true})"),
+            error("That folder is not shared from this machine."));
+}
+
+TEST_F(ControlTest, DiagnosticsTellEverySectionAndNoSecret) {
+  joinServer();
+  child("zephyl-tailnet")->print(std::vector<std::string>(50, "a line"));
+  runtime_.settle();
+  const auto text = json::compact(ask("GET /diagnostics"));
+  const auto document = json::parse(text)->as_object();
+  EXPECT_EQ(document.at("tray").at("platform"), "linux");
+  EXPECT_EQ(document.at("tray").at("trayPort"), agent_.port());
+  EXPECT_EQ(document.at("tray").at("standalone"), false);
+  EXPECT_EQ(document.at("agent").at("reachable"), true);
+  EXPECT_EQ(document.at("agent").at("managed"), false);
+  EXPECT_EQ(document.at("activity").at("busy"), false);
+  EXPECT_EQ(document.at("model").at("phase"), "absent");
+  EXPECT_TRUE(document.at("indexing").is_array());
+  const auto server = document.at("servers").at(0).as_object();
+  EXPECT_EQ(server.at("tailnetRunning"), true);
+  EXPECT_EQ(server.at("boundAddress"), "100.64.0.7:80");
+  EXPECT_TRUE(server.at("connection").is_null());
+  EXPECT_EQ(server.at("log").as_array().size(), 40U);
+  EXPECT_EQ(text.find("hskey"), std::string::npos);
+  EXPECT_EQ(text.find("_one"), std::string::npos);
+  const auto token = child("zephyl-desktop")->options().environment.at("ZEPHYL_ONBOARD_TOKEN");
+  EXPECT_EQ(text.find(token), std::string::npos);
+}
+
+TEST_F(ControlTest, AScreenOfTheDesktopAppIsHandedOutOnce) {
+  delegate_->openInShell("servers");
+  EXPECT_EQ(ask("GET /status").at("request"), "servers");
+  EXPECT_FALSE(ask("GET /status").as_object().contains("request"));
+}
+
+}  // namespace
+}  // namespace zephyl

@@ -1,0 +1,42 @@
+#include "ZephylTray/FolderScope.hpp"
+
+#include <gtest/gtest.h>
+
+namespace zephyl {
+namespace {
+
+using Ids = std::vector<std::string>;
+
+const ServerList& servers() {
+  static const ServerList list({{.id = "a"}, {.id = "b"}, {.id = "c"}});
+  return list;
+}
+
+Ids scoped(std::optional<Ids> current, const std::string& id, bool shared) {
+  return scope({.root = "/r", .name = "r", .servers = std::move(current)}, servers(), id, shared);
+}
+
+TEST(FolderScope, AddsAServerOnce) {
+  EXPECT_EQ(scoped(Ids{"a"}, "b", true), (Ids{"a", "b"}));
+  EXPECT_EQ(scoped(Ids{"a", "b"}, "b", true), (Ids{"a", "b"}));
+}
+
+TEST(FolderScope, TakesAServerOut) {
+  EXPECT_EQ(scoped(Ids{"a", "b"}, "a", false), Ids{"b"});
+  EXPECT_EQ(scoped(Ids{"a"}, "b", false), Ids{"a"});
+  EXPECT_EQ(scoped(Ids{"a"}, "a", false), Ids{});
+}
+
+TEST(FolderScope, DropsServersThatAreGone) {
+  EXPECT_EQ(scoped(Ids{"gone", "a"}, "b", true), (Ids{"a", "b"}));
+  EXPECT_EQ(scoped(Ids{"gone"}, "a", false), Ids{});
+}
+
+TEST(FolderScope, CountsAFolderWithoutAListAsSharedWithAll) {
+  EXPECT_EQ(scoped(std::nullopt, "b", false), (Ids{"a", "c"}));
+  EXPECT_EQ(scoped(Ids{}, "b", false), (Ids{"a", "c"}));
+  EXPECT_EQ(scoped(std::nullopt, "b", true), (Ids{"a", "c", "b"}));
+}
+
+}  // namespace
+}  // namespace zephyl

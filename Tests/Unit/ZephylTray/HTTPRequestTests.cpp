@@ -1,0 +1,92 @@
+#include "ZephylTray/HTTPRequest.hpp"
+
+#include <gtest/gtest.h>
+
+namespace zephyl {
+namespace {
+
+TEST(HTTPRequest, TakesMethodPathHeadersAndBody) {
+  const auto request = HTTPRequest::parse(
+      "POST /invite HTTP/1.1\r\nHost: 127.0.0.1\r\nContent-Length: 4\r\n\r\nbody");
+  ASSERT_TRUE(request);
+  EXPECT_EQ(request->method, "POST");
+  EXPECT_EQ(request->path, "/invite");
+  EXPECT_EQ(request->header("host"), "127.0.0.1");
+  EXPECT_EQ(request->header("Host"), std::nullopt);
+  EXPECT_EQ(request->body, "body");
+}
+
+TEST(HTTPRequest, IsNotThereBeforeTheBlankLine) {
+  const std::string whole = "GET /status HTTP/1.1\r\nA: b\r\n\r\n";
+  for (std::size_t size = 0; size < whole.size(); ++size) {
+    EXPECT_FALSE(HTTPRequest::parse(whole.substr(0, size))) << size;
+  }
+  EXPECT_TRUE(HTTPRequest::parse(whole));
+}
+
+TEST(HTTPRequest, IsNotThereBeforeTheWholeBody) {
+  const std::string head = "POST / HTTP/1.1\r\nContent-Length: 3\r\n\r\n";
+  EXPECT_FALSE(HTTPRequest::parse(head));
+  EXPECT_FALSE(HTTPRequest::parse(head + "ab"));
+  EXPECT_EQ(HTTPRequest::parse(head + "abc")->body, "abc");
+}
+
+TEST(HTTPRequest, CutsWhatFollowsTheBody) {
+  EXPECT_EQ(HTTPRequest::parse("A /b\r\nContent-Length: 2\r\n\r\nabcd")->body, "ab");
+  EXPECT_EQ(HTTPRequest::parse("A /b\r\n\r\nGET /status HTTP/1.1\r\n\r\n")->body, "");
+}
+
+TEST(HTTPRequest, NeedsAMethodAndATarget) {
+  EXPECT_FALSE(HTTPRequest::parse("\r\n\r\n"));
+  EXPECT_FALSE(HTTPRequest::parse("GET\r\n\r\n"));
+  EXPECT_FALSE(HTTPRequest::parse("   GET  \r\nA: b\r\n\r\n"));
+  EXPECT_EQ(HTTPRequest::parse("  get   /status\r\n\r\n")->path, "/status");
+}
+
+TEST(HTTPRequest, PutsTheMethodInUpperCaseAndDropsTheQuery) {
+  const auto request = HTTPRequest::parse("get /status?a=b?c HTTP/1.1\r\n\r\n");
+  EXPECT_EQ(request->method, "GET");
+  EXPECT_EQ(request->path, "/status");
+}
+
+TEST(HTTPRequest, IsNeverThereWithAHeadThatIsNotUTF8) {
+  EXPECT_FALSE(HTTPRequest::parse("GET /\xff HTTP/1.1\r\n\r\n"));
+  EXPECT_FALSE(HTTPRequest::parse("GET / HTTP/1.1\r\nA: \xc3(\r\n\r\n"));
+  EXPECT_TRUE(HTTPRequest::parse("GET /\xc3\xa9 HTTP/1.1\r\n\r\n\xff"));
+}
+
+TEST(HTTPRequest, TrimsHeadersAndTakesTheLastOfARepeatedOne) {
+  const auto request =
+      HTTPRequest::parse("GET / HTTP/1.1\r\n \tX-A\t : \t one:two \t\r\nnonsense\r\nx-a:3\r\n\r\n");
+  EXPECT_EQ(request->headers, (std::map<std::string, std::string>{{"x-a", "3"}}));
+  EXPECT_EQ(HTTPRequest::parse("GET / HTTP/1.1\r\nX-A : a:b\t\r\n\r\n")->header("x-a"), "a:b");
+}
+
+struct LengthCase {
+  const char* value;
+  std::size_t bodyBytes;
+};
+
+class HTTPRequestLength : public ::testing::TestWithParam<LengthCase> {};
+
+TEST_P(HTTPRequestLength, IsReadLeniently) {
+  const auto request = HTTPRequest::parse(std::string("A /b\r\nContent-Length: ") +
+                                          GetParam().value + "\r\n\r\nabcdef");
+  ASSERT_TRUE(request);
+  EXPECT_EQ(request->body.size(), GetParam().bodyBytes);
+}
+
+INSTANTIATE_TEST_SUITE_P(AllForms, HTTPRequestLength,
+                         ::testing::Values(LengthCase{"3", 3}, LengthCase{"+3", 3},
+                                           LengthCase{"-3", 0}, LengthCase{"", 0},
+                                           LengthCase{"3x", 0}, LengthCase{"0x3", 0},
+                                           LengthCase{"+-3", 0}, LengthCase{"3, 3", 0},
+                                           LengthCase{"003", 3},
+                                           LengthCase{"99999999999999999999", 0}));
+
+TEST(HTTPRequest, IsNotThereWhileItsLengthIsMoreThanEverComes) {
+  EXPECT_FALSE(HTTPRequest::parse("A /b\r\nContent-Length: 9223372036854775807\r\n\r\nabc"));
+}
+
+}  // namespace
+}  // namespace zephyl
