@@ -6,8 +6,6 @@
 #include <optional>
 #include <tuple>
 
-#include <fmt/format.h>
-
 #include <fcntl.h>
 #include <linux/close_range.h>
 #include <sys/prctl.h>
@@ -50,8 +48,12 @@ std::vector<std::string> argumentsOf(const ProcessOptions& options) {
 std::vector<std::string> entriesOf(const Environment& environment) {
   std::vector<std::string> entries;
   entries.reserve(environment.size());
-  for (const auto& [name, value] : environment)
-    entries.push_back(fmt::format("{}={}", name, value));
+  for (const auto& [name, value] : environment) {
+    // In its place from the beginning: a value may be a secret, and is to leave no copy.
+    std::string& entry = entries.emplace_back();
+    entry.reserve(name.size() + 1 + value.size());
+    entry.append(name).append("=").append(value);
+  }
   return entries;
 }
 

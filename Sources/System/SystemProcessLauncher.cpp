@@ -273,8 +273,8 @@ class ChildWatch : public std::enable_shared_from_this<ChildWatch> {
 Result<std::shared_ptr<ChildProcess>> SystemProcessLauncher::launch(ProcessOptions options) {
   Result<SpawnedChild> spawned;
   reactor_.run([&] { spawned = spawn(options, guardian_); });
-  if (!spawned) return spawned.error();
-  const Result<void> started = awaitProgram(*spawned, options, guardian_);
+  const Result<void> started =
+      spawned ? awaitProgram(*spawned, options, guardian_) : Result<void>(spawned.error());
   wipe(options.environment);  // some of it may be secret
   if (!started) return started.error();
 
