@@ -60,7 +60,7 @@ def descendants(pid):
 def command_name(pid):
     try:
         return pathlib.Path(f"/proc/{pid}/comm").read_text().strip()
-    except FileNotFoundError:
+    except (FileNotFoundError, ProcessLookupError):
         return ""
 
 

@@ -1,0 +1,520 @@
+"""The routes of the control API and what they do to a running tray."""
+
+import json
+import pathlib
+import re
+
+import pytest
+
+from support.control_api import shared_api, start_api, window  # noqa: F401
+from support.tray import SANDBOX, command_name, descendants, eventually, is_alive
+
+IDLE = "#!/bin/sh\nexec sleep 1000\n"
+FINGERPRINT = "0123456789abcdef0123456789abcdef"
+GONE = "That server is gone."
+NO_ENDPOINT = (404, {"error": "no such endpoint"})
+
+ROUTES = {
+    "GET /status", "POST /invite", "GET /servers", "GET /diagnostics", "POST /agent/restart",
+    "POST /servers/:id/label", "POST /servers/:id/accent", "POST /servers/:id/enabled",
+    "DELETE /servers/:id", "GET /roots", "POST /servers/:id/roots", "POST /servers/:id/roots/scope",
+}
+EXPECTED_BODY = {
+    "/invite": 'expected a JSON body with a "key" field',
+    "/servers/x/label": 'expected a "label" field',
+    "/servers/x/accent": 'expected an "accent" field',
+    "/servers/x/enabled": 'expected a boolean "enabled" field',
+    "/servers/x/roots/scope": 'expected a "root" string and a boolean "shared"',
+}
+
+
+def programs(tray, name):
+    return [pid for pid in descendants(tray.pid) if command_name(pid) == name]
+
+
+def use_quick_agent(world):
+    """The sandbox's agent, which looks for its servers more often than it would."""
+    world.use_agent_script(f"#!/bin/sh\nexec {SANDBOX}/zephyl-agent --connect-interval 0.05\n")
+
+
+def key(fingerprint=FINGERPRINT, section="good-and-secret"):
+    return f"inv_v2_{fingerprint}_{section}"
+
+
+# Routes
+
+
+def test_every_route_is_there(shared_api):
+    for route in ROUTES - {"POST /agent/restart"}:
+        method, path = route.replace(":id", "x").split()
+        assert shared_api.ask(method, path) != NO_ENDPOINT, route
+
+
+def test_there_is_no_other_route(shared_api):
+    paths = {route.split()[1] for route in ROUTES} | {
+        "/", "/servers/:id/roots/scope/more", "/agent", "/roots/scope", "/servers/:id/nothing", "/Status",
+        "/status/x", "/servers/:id/label/x", "/invite/x"}
+    for path in paths:
+        for method in ("GET", "POST", "PUT", "PATCH", "DELETE", "OPTIONS"):
+            if f"{method} {path}" not in ROUTES:
+                assert shared_api.ask(method, path.replace(":id", "x"), "{}") == NO_ENDPOINT, (method, path)
+
+
+@pytest.mark.parametrize("path", [
+    "/servers/abc/label", "/servers/abc/label/", "//servers/abc/label", "/servers///abc//label//",
+    "/servers/abc/label?x=/y", "/servers/%61bc/label", "/servers/:id/label"])
+def test_slashes_and_queries_do_not_matter_to_a_route(shared_api, path):
+    assert shared_api.refusal("POST", path, {"label": "x"}) == GONE
+
+
+def test_an_id_is_never_optional(shared_api):
+    assert shared_api.ask("POST", "/servers//label", {"label": "x"}) == NO_ENDPOINT
+    assert shared_api.ask("DELETE", "/servers/") == NO_ENDPOINT
+
+
+@pytest.mark.parametrize("path", EXPECTED_BODY)
+@pytest.mark.parametrize("body", [None, "", "{", "[]", "7", "null", '"key"', "{}", b"\xff", "[" * 60_000,
+                                  '["key", "label", "accent", "enabled", "root", "shared"]'])
+def test_a_body_that_is_no_object_with_the_field_is_refused(shared_api, path, body):
+    assert shared_api.refusal("POST", path, body) == EXPECTED_BODY[path]
+
+
+@pytest.mark.parametrize("path, body", [
+    ("/invite", {"key": 7}), ("/invite", {"key": None}), ("/invite", {"Key": "x"}), ("/invite", {"key": ["x"]}),
+    ("/servers/x/label", {"label": True}), ("/servers/x/label", {"accent": "x"}),
+    ("/servers/x/accent", {"accent": {}}), ("/servers/x/accent", {"accent": 1.5}),
+    ("/servers/x/enabled", {"enabled": "true"}), ("/servers/x/enabled", {"enabled": 1}),
+    ("/servers/x/enabled", {"enabled": None}),
+    ("/servers/x/roots/scope", {"root": "/x"}), ("/servers/x/roots/scope", {"shared": True}),
+    ("/servers/x/roots/scope", {"root": "/x", "shared": "yes"}),
+    ("/servers/x/roots/scope", {"root": 1, "shared": True})])
+def test_a_field_of_another_type_is_refused(shared_api, path, body):
+    assert shared_api.refusal("POST", path, body) == EXPECTED_BODY[path]
+
+
+def test_further_fields_and_needless_bodies_are_ignored(shared_api):
+    assert shared_api.refusal("POST", "/servers/x/label", {"label": "", "more": [1]}) == GONE
+    assert shared_api.ask("GET", "/servers", "{nonsense") == (200, {"servers": []})
+    assert shared_api.refusal("DELETE", "/servers/x", "[]") == GONE
+
+
+@pytest.mark.parametrize("method, path, body", [
+    ("POST", "/servers/x/label", {"label": "a"}), ("POST", "/servers/x/accent", {"accent": "a"}),
+    ("POST", "/servers/x/enabled", {"enabled": True}), ("DELETE", "/servers/x", None)])
+def test_a_server_that_is_not_known_is_gone(shared_api, method, path, body):
+    assert shared_api.refusal(method, path, body) == GONE
+
+
+# The window is told
+
+
+def test_a_window_without_a_server_is_told_to_onboard(shared_api, window, world, start_api):
+    world.use_agent_script(IDLE)
+    start_api()
+    told = {name: value for name, value in window.environment().items() if name.startswith("ZEPHYL_ONBOARD")}
+    assert told == {"ZEPHYL_ONBOARD": "1", "ZEPHYL_ONBOARD_TOKEN": window.token,
+                    "ZEPHYL_ONBOARD_PORT": str(world.control_port)}
+    assert "ZEPHYL_URL" not in window.environment()
+
+
+def test_a_window_with_a_server_is_not(window, world, start_api):
+    world.use_agent_script(IDLE)
+    world.add_servers(1)
+    start_api()
+    assert "ZEPHYL_ONBOARD" not in window.environment()
+
+
+# Status and servers
+
+
+def test_a_fresh_tray_has_nothing_to_tell(world, start_api):
+    world.use_agent_script(IDLE)
+    api = start_api()
+    assert api.get("/status") == {"available": False, "enrolled": False, "running": False}
+    assert api.get("/servers") == {"servers": []}
+
+
+def test_one_tailnet_program_is_not_enough(world, start_api):
+    world.use_agent_script(IDLE)
+    world.use_tailnet_script("tailscaled", IDLE)
+    api = start_api()
+    assert api.get("/status")["available"] is False
+    world.use_tailnet_script("zephyl-tailnet", IDLE)
+    assert api.get("/status")["available"] is True
+
+
+def test_a_connected_server_is_told_in_full(world, start_api):
+    use_quick_agent(world)
+    world.use_sandbox_tailnet()
+    identifier, = world.add_servers(1)
+    api = start_api()
+    server = eventually(lambda: api.server()["enrolled"] and api.server(), what="a connected server")
+    entry = eventually(lambda: world.registry()[0] if "serverName" in world.registry()[0] else None)
+    address = server["boundAddress"]
+    assert re.fullmatch(r"127\.100\.0\.1:80|127\.0\.0\.1:\d+", address)
+    assert server == {
+        "id": identifier, "name": "Server 1", "label": "Server 1", "nameResolved": True,
+        "accent": entry["serverAccent"], "localAccent": "", "enabled": True, "usesTailnet": True,
+        "running": True, "enrolled": True, "serverName": entry["serverName"],
+        "serverAccent": entry["serverAccent"], "boundAddress": address, "webUrl": f"http://{address}",
+        "relay": "relay-1.zephyl.example"}
+    assert api.get("/status") == {"available": True, "enrolled": False, "running": True,
+                                  "url": f"http://{address}", "relay": "relay-1.zephyl.example"}
+
+
+@pytest.mark.parametrize("state, enrolled", [
+    ("disconnected", False), ("connecting", False), ("connected", True), ("enrolled", True)])
+def test_a_server_is_enrolled_while_the_agent_is_connected_to_it(world, scripted_agent, start_api, state, enrolled):
+    first, second = world.add_servers(2)
+    connection = {"serverId": first, "state": state, "lastError": "so it is"}
+    scripted_agent.answers["/api/status"] = json.dumps({"state": state, "connections": [connection]}).encode()
+    api = start_api()
+    eventually(lambda: api.server(first).get("agentError") == "so it is", what="what the agent says")
+    assert api.server(first)["enrolled"] is enrolled
+    assert api.server(second)["enrolled"] is False and "agentError" not in api.server(second)
+
+
+def test_a_screen_that_the_tray_asks_for_is_handed_out_once(world, start_api):
+    world.use_agent_script(IDLE)
+    world.use_sandbox_tailnet()
+    world.add_servers(1)
+    servers = world.registry()
+    servers[0]["address"] = "http://unresolved.example"
+    (world.base / "servers.json").write_text(json.dumps(servers))
+    api = start_api()
+    answers = []
+    eventually(lambda: answers.append(api.get("/status")) or "request" in answers[-1], what="a request")
+    assert answers[-1]["request"] == "servers"
+    assert api.server()["addressUnresolved"] == "http://unresolved.example"
+    for _ in range(5):
+        assert "request" not in api.get("/status")
+
+
+# Joining
+
+
+def test_an_invite_key_joins_a_server(world, start_api):
+    use_quick_agent(world)
+    world.use_sandbox_tailnet()
+    api = start_api()
+    agent = api.tray.agent_pid()
+    api.do("POST", "/invite", {"key": f"  {key(FINGERPRINT.upper())}\n"})
+    assert api.get("/status")["enrolled"] is True
+    server = api.server()
+    assert (server["label"], server["enabled"], server["usesTailnet"]) == ("", True, True)
+    eventually(lambda: api.server()["enrolled"], 20, "a connected server")
+    entry, = world.registry()
+    assert entry["tailnetFingerprint"] == FINGERPRINT
+    assert api.server()["name"] == entry["serverName"] and api.server()["nameResolved"] is True
+    assert not is_alive(agent), "the agent was not restarted"
+    # A second key for the same server is no second server.
+    api.do("POST", f"/servers/{server['id']}/label", {"label": "Mine"})
+    clients = programs(api.tray, "zephyl-tailnet")
+    api.do("POST", "/invite", {"key": key(section="another-good-one")})
+    assert (api.server()["id"], api.server()["label"]) == (server["id"], "Mine")
+    eventually(lambda: not any(map(is_alive, clients)), what="a new connection")
+
+
+@pytest.mark.parametrize("bad", [
+    ("", "That doesn't look like a Zephyl invite key."),
+    ("   ", "That doesn't look like a Zephyl invite key."),
+    ("inv_v2_xyz_secret", "The invite key's fingerprint is invalid. Ask for a fresh invite."),
+    (f"inv_v2_{FINGERPRINT}_", "The invite key is missing its key section. Ask for a fresh invite."),
+    ("inv7_secret", "This invite key (inv7) is newer than this copy of Zephyl. Update Zephyl and try again."),
+])
+def test_a_key_that_is_none_changes_nothing(shared_api, bad):
+    text, message = bad
+    agents = programs(shared_api.tray, "sleep")
+    assert shared_api.refusal("POST", "/invite", {"key": text}) == message
+    assert shared_api.get("/servers") == {"servers": []}
+    assert shared_api.get("/status")["enrolled"] is False
+    assert programs(shared_api.tray, "sleep") == agents
+
+
+def test_a_key_that_the_server_refuses_shows_in_its_state(world, start_api):
+    world.use_agent_script(IDLE)
+    world.use_sandbox_tailnet()
+    api = start_api()
+    api.do("POST", "/invite", {"key": key(section="expired")})
+    server = eventually(lambda: api.server() if "enrolError" in api.server() else None)
+    assert server["enrolError"] == "key expired"
+    assert (server["running"], server["enrolled"]) == (False, False)
+    assert "expired" not in " ".join(api.tray.lines).replace("key expired", "")
+
+
+def test_an_invite_key_is_written_nowhere(world, start_api):
+    world.use_sandbox_agent()
+    world.use_sandbox_tailnet()
+    api = start_api()
+    api.do("POST", "/invite", {"key": key(section="kq7vx-mostsecret")})
+    eventually(lambda: api.server().get("boundAddress"), what="a tailnet that is up")
+    secret = b"kq7vx-mostsecret"
+    assert not any("mostsecret" in line for line in api.tray.lines)
+    assert secret.decode() not in json.dumps([api.get("/diagnostics"), api.get("/servers")])
+    assert not [path for path in world.root.rglob("*") if path.is_file() and secret in path.read_bytes()]
+    for pid in [api.tray.pid, *descendants(api.tray.pid)]:
+        for name in ("cmdline", "environ"):
+            assert secret not in pathlib.Path(f"/proc/{pid}/{name}").read_bytes()
+
+
+# Servers
+
+
+def test_label_and_accent_are_trimmed_and_kept(world, start_api):
+    world.use_agent_script(IDLE)
+    identifier, other = world.add_servers(2)
+    api = start_api()
+    api.do("POST", f"/servers/{identifier}/label", {"label": " \t Büro & Zuhause \t"})
+    api.do("POST", f"/servers/{identifier}/accent", {"accent": "\t#123abc "})
+    server = api.server(identifier)
+    assert (server["name"], server["label"]) == ("Büro & Zuhause", "Büro & Zuhause")
+    assert (server["accent"], server["localAccent"]) == ("#123abc", "#123abc")
+    assert world.registry()[0]["label"] == "Büro & Zuhause"
+    assert world.registry()[0]["accent"] == "#123abc"
+    assert api.server(other)["name"] == "Server 2"
+
+
+def test_an_empty_label_and_accent_give_the_choice_back(world, start_api):
+    world.use_agent_script(IDLE)
+    world.add_servers(1)
+    servers = world.registry()
+    servers[0] |= {"accent": "#111111", "serverAccent": "#222222", "serverName": "Its own name"}
+    (world.base / "servers.json").write_text(json.dumps(servers))
+    api = start_api()
+    identifier = api.server()["id"]
+    for blank in ("", " \t "):
+        api.do("POST", f"/servers/{identifier}/label", {"label": blank})
+        api.do("POST", f"/servers/{identifier}/accent", {"accent": blank})
+        server = api.server()
+        assert (server["name"], server["label"]) == ("Its own name", "")
+        assert (server["accent"], server["localAccent"]) == ("#222222", "")
+
+
+def test_a_disabled_server_is_left_alone_until_it_is_enabled(world, start_api):
+    world.use_sandbox_agent()
+    world.use_sandbox_tailnet()
+    identifier, _ = world.add_servers(2)
+    api = start_api()
+    agent = api.tray.agent_pid()
+    eventually(lambda: api.server(identifier)["running"] and len(programs(api.tray, "tailscaled")) == 2)
+    api.do("POST", f"/servers/{identifier}/enabled", {"enabled": False})
+    assert api.server(identifier)["enabled"] is False
+    assert world.registry()[0]["enabled"] is False
+    eventually(lambda: not api.server(identifier)["running"] and len(programs(api.tray, "tailscaled")) == 1)
+    eventually(lambda: not is_alive(agent), what="a restart of the agent")
+    api.do("POST", f"/servers/{identifier}/enabled", {"enabled": True})
+    eventually(lambda: api.server(identifier)["running"], what="its tailnet")
+
+
+def test_a_removed_server_leaves_nothing_running(world, start_api):
+    world.use_sandbox_agent()
+    world.use_sandbox_tailnet()
+    api = start_api()
+    for number in (1, 2):
+        api.do("POST", "/invite", {"key": key(str(number) * 32)})
+    first, second = (server["id"] for server in api.get("/servers")["servers"])
+    eventually(lambda: len(programs(api.tray, "zephyl-tailnet")) == 2, what="two tailnets")
+    api.do("DELETE", f"/servers/{first}")
+    assert [server["id"] for server in api.get("/servers")["servers"]] == [second]
+    assert api.refusal("DELETE", f"/servers/{first}") == GONE
+    eventually(lambda: len(programs(api.tray, "zephyl-tailnet")) == 1, what="one tailnet")
+    assert api.get("/status")["enrolled"] is True, "one that was joined is left"
+    agent = api.tray.agent_pid()
+    api.do("DELETE", f"/servers/{second}")
+    assert world.registry() == []
+    status = api.get("/status")
+    assert status["enrolled"] is False and "url" not in status
+    eventually(lambda: api.get("/status")["running"] is False, what="no tailnet")
+    eventually(lambda: not is_alive(agent), what="a restart of the agent")
+    assert not (world.home / ".config/com.zephyl.tray/defaults.json").read_text().count(FINGERPRINT[:4] * 8)
+
+
+def test_a_server_without_a_fingerprint_does_not_count_as_joined(world, start_api):
+    world.use_agent_script(IDLE)
+    by_address, = world.add_servers(1)
+    servers = world.registry()
+    servers[0] |= {"address": "http://127.0.0.1:9"}
+    del servers[0]["tailnetFingerprint"]
+    (world.base / "servers.json").write_text(json.dumps(servers))
+    api = start_api()
+    assert api.server()["usesTailnet"] is False
+    api.do("POST", "/invite", {"key": key()})
+    joined = next(server["id"] for server in api.get("/servers")["servers"] if server["usesTailnet"])
+    assert api.get("/status")["enrolled"] is True
+    api.do("DELETE", f"/servers/{joined}")
+    assert api.get("/status")["enrolled"] is False
+    assert api.server()["id"] == by_address
+
+
+# Folders
+
+
+def test_the_agents_folders_are_passed_on(world, start_api):
+    world.use_sandbox_agent()
+    api = start_api()
+    roots = eventually(lambda: api.ask("GET", "/roots")[0] == 200 and api.get("/roots"), what="an agent")
+    assert roots == {"roots": [{"root": str(world.folder), "name": "project"}]}
+
+
+def test_an_agent_that_is_not_there_is_a_bad_gateway(shared_api):
+    status, answer = shared_api.ask("GET", "/roots")
+    assert status == 502 and list(answer) == ["error"] and answer["error"]
+    scope = {"root": "/x", "shared": True}
+    assert shared_api.refusal("POST", "/servers/x/roots/scope", scope) == answer["error"]
+
+
+def test_an_agent_that_answers_nonsense_is_a_bad_gateway(world, scripted_agent, start_api):
+    api = start_api()
+    for nonsense in (b"[]", b"\x00\xff", b'{"roots": 7}', b'{"roots": [{"root": 7}]}'):
+        scripted_agent.answers["/api/roots"] = nonsense
+        status, answer = api.ask("GET", "/roots")
+        assert status == 502 and list(answer) == ["error"] and answer["error"]
+
+
+def test_an_agent_that_refuses_a_change_is_told(world, scripted_agent, start_api):
+    identifier, = world.add_servers(1)
+    scripted_agent.answers["/api/roots"] = b'{"roots": [{"root": "/x", "name": "x", "servers": []}]}'
+    api = start_api()
+    # The scripted agent knows no method but GET.
+    refusal = api.refusal("POST", f"/servers/{identifier}/roots/scope", {"root": "/x", "shared": True})
+    assert refusal == "request failed (501)"
+
+
+def test_an_agent_that_does_not_answer_holds_up_nobody_else(world, scripted_agent, start_api):
+    api = start_api()
+    scripted_agent.answers["/api/roots"] = scripted_agent.hang
+    with api.connect() as waiting:
+        waiting.sendall(api.head("GET /roots HTTP/1.1"))
+        eventually(lambda: scripted_agent.count("/api/roots") >= 2)
+        for _ in range(10):
+            api.get("/status")
+        scripted_agent.closing.set()
+        assert waiting.recv(4096).startswith(b"HTTP/1.1 502 Bad Gateway\r\n")
+
+
+def test_sharing_a_folder_needs_a_known_server_and_somebody_to_choose_it(world, start_api):
+    world.use_agent_script(IDLE)
+    identifier, = world.add_servers(1)
+    api = start_api()
+    assert api.refusal("POST", "/servers/x/roots") == "That is not a Zephyl this machine knows about."
+    assert api.refusal("POST", f"/servers/{identifier}/roots") == "There is no desktop to choose a folder on."
+
+
+def test_a_folder_is_shared_with_exactly_the_servers_that_were_set(world, start_api):
+    world.use_sandbox_agent()
+    first, second = world.add_servers(2)
+    api = start_api()
+    folder = str(world.folder)
+    eventually(lambda: api.ask("GET", "/roots")[0] == 200, what="an agent")
+
+    def share(server, shared):
+        api.do("POST", f"/servers/{server}/roots/scope", {"root": folder, "shared": shared})
+        return [root.get("servers") for root in api.get("/roots")["roots"]]
+
+    # Shared with all at first, which is the servers there are.
+    assert share(first, False) == [[second]]
+    assert share(first, True) == [[second, first]]
+    assert share(first, True) == [[second, first]]
+    assert share(second, False) == [[first]]
+    assert share(second, False) == [[first]]
+    assert share(first, False) == [], "a folder shared with nobody is not shared"
+    gone = api.refusal("POST", f"/servers/{first}/roots/scope", {"root": folder, "shared": True})
+    assert gone == "That folder is not shared from this machine."
+
+
+def test_servers_that_are_gone_fall_out_of_a_folders_list(world, start_api):
+    world.use_sandbox_agent()
+    first, second, third = world.add_servers(3)
+    api = start_api()
+    folder = str(world.folder)
+    eventually(lambda: api.ask("GET", "/roots")[0] == 200, what="an agent")
+    api.do("POST", f"/servers/{first}/roots/scope", {"root": folder, "shared": False})
+    api.do("DELETE", f"/servers/{second}")
+    eventually(lambda: api.ask("GET", "/roots")[0] == 200, what="an agent again")
+    api.do("POST", f"/servers/{first}/roots/scope", {"root": folder, "shared": True})
+    assert api.get("/roots")["roots"][0]["servers"] == [third, first]
+
+
+def test_a_folder_is_named_exactly(world, start_api):
+    world.use_sandbox_agent()
+    identifier, = world.add_servers(1)
+    api = start_api()
+    eventually(lambda: api.ask("GET", "/roots")[0] == 200, what="an agent")
+    for path in (f"{world.folder}/", str(world.folder.parent), "project", ""):
+        refusal = api.refusal("POST", f"/servers/{identifier}/roots/scope", {"root": path, "shared": True})
+        assert refusal == "That folder is not shared from this machine."
+
+
+# The agent and diagnostics
+
+
+def test_the_agent_is_restarted(world, start_api):
+    world.use_sandbox_agent()
+    api = start_api()
+    first = api.tray.agent_pid()
+    eventually(lambda: api.ask("GET", "/roots")[0] == 200, what="an agent")
+    api.do("POST", "/agent/restart")
+    eventually(lambda: not is_alive(first), what="the end of the first agent")
+    assert api.tray.agent_pid() != first
+    eventually(lambda: api.ask("GET", "/roots")[0] == 200, what="an agent again")
+
+
+def test_diagnostics_tell_what_a_bug_report_needs(world, start_api):
+    use_quick_agent(world)
+    world.use_sandbox_tailnet()
+    world.add_files(3)
+    identifier, = world.add_servers(1)
+    api = start_api()
+
+    def settled():
+        found = api.get("/diagnostics")
+        indexed = found["indexing"] and found["indexing"][0]["ready"]
+        return found if indexed and found["agent"]["machineId"] and found["servers"][0]["connection"] else None
+
+    found = eventually(settled, 20, "an indexed folder and a connected agent")
+    assert list(found) == ["tray", "agent", "servers", "activity", "indexing", "model"]
+    assert found["tray"] == {"version": "0.1.0", "platform": "linux", "trayPort": world.agent_port,
+                             "repoRoot": str(world.root), "standalone": True}
+    machine = found["agent"].pop("machineId")
+    assert found["agent"].pop("state") in ("connecting", "connected", "enrolled", "disconnected") and machine
+    assert found["agent"] == {"reachable": True, "running": True, "managed": True}
+    server, = found["servers"]
+    assert server.pop("log")[0]
+    assert server.pop("connection")["serverId"] == identifier
+    assert {name: type(value) for name, value in server.items()} == {
+        "id": str, "name": str, "enabled": bool, "usesTailnet": bool, "tailnetRunning": bool,
+        "boundAddress": str, "relay": str}
+    assert set(found["activity"]) == {"busy", "inFlight", "counters", "recent"}
+    for event in found["activity"]["recent"]:
+        assert set(event) == {"tool", "path", "detail", "at"}
+    index, = found["indexing"]
+    assert set(index) == {"root", "ready", "embedding", "filesEmbedded", "chunksEmbedded", "lexicalFiles",
+                          "ragEnabled", "indexBytes"}
+    assert (index["root"], index["lexicalFiles"]) == (str(world.folder), 3)
+    assert set(found["model"]) == {"phase", "downloadedBytes", "totalBytes", "error"}
+    assert found["model"]["phase"] in ("checking", "absent", "downloading", "ready", "failed")
+
+
+def test_diagnostics_are_whole_without_an_agent(shared_api):
+    found = shared_api.get("/diagnostics")
+    assert found["servers"] == [] and found["indexing"] == []
+    assert found["agent"] | {"running": True} == {"reachable": False, "running": True, "managed": True,
+                                                  "state": None, "machineId": None}
+    assert found["activity"] == {"busy": False, "inFlight": 0, "counters": {}, "recent": []}
+
+
+def test_diagnostics_show_the_newest_40_lines_of_a_tailnet(world, start_api):
+    world.use_agent_script(IDLE)
+    world.use_tailnet_script("tailscaled", IDLE)
+    world.use_tailnet_script("zephyl-tailnet", "#!/bin/sh\nseq -f 'line %g' 100\nprintf 'a\\033[31mb\\n'\n"
+                                               "exec sleep 1000\n")
+    world.add_servers(1)
+    api = start_api()
+
+    def last_line():
+        log = api.get("/diagnostics")["servers"][0].get("log") or [""]
+        return log if "[31mb" in log[-1] else None
+
+    log = eventually(last_line, what="the last line")
+    assert len(log) == 40 and log[-2].endswith("line 100")
+    assert "\x1b" not in log[-1]
