@@ -83,8 +83,8 @@ class Source {
   const std::optional<Failure>& complaint() const { return complaint_; }
 
  private:
-  void complain(std::string message) {
-    if (!complaint_) complaint_ = Failure{std::move(message)};
+  void complain(const std::string& message) {
+    if (!complaint_) complaint_ = Failure{message};
   }
 
   const Arguments& arguments_;

@@ -1,13 +1,11 @@
 #include "Tailnet/Daemon/Node.hpp"
 
-#include <boost/json.hpp>
 #include <boost/uuid/random_generator.hpp>
 #include <boost/uuid/uuid_io.hpp>
 
 #include "Tailnet/Common/StateFile.hpp"
 
 namespace zephyl::sandbox {
-namespace json = boost::json;
 
 Result<std::string> nodeIn(const std::string& stateDirectory) {
   if (const auto made = makePrivateDirectory(stateDirectory); !made) return made.error();
