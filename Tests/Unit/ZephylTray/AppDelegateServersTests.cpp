@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include "Support/FakeDesktop.hpp"
+#include "Support/FakeDialogs.hpp"
 #include "Support/RawClient.hpp"
 #include "Support/TestRuntime.hpp"
 #include "Support/TrayWorld.hpp"
@@ -23,7 +24,7 @@ class RedeemTest : public ::testing::Test {
     world_.addProgram("packages/tailnet-client/zephyl-tailnet");
     world_.addAgent();
     desktop_.applications = {{.identifier = DesktopApp::identifier, .pid = 1}};
-    delegate_ = std::make_shared<AppDelegate>(runtime_.runtime(), desktop_);
+    delegate_ = std::make_shared<AppDelegate>(runtime_.runtime(), desktop_, dialogs_);
     delegate_->applicationDidFinishLaunching();
     runtime_.runUntil([&] { return launched("/bin/") == 1; });  // the agent
   }
@@ -57,6 +58,7 @@ class RedeemTest : public ::testing::Test {
   test::ScopedVariable controlPort_{"ZEPHYL_ONBOARD_PORT", std::to_string(test::freePort())};
   test::TestRuntime runtime_;
   test::FakeDesktop desktop_;
+  test::FakeDialogs dialogs_;
   std::shared_ptr<AppDelegate> delegate_;
 };
 
@@ -78,7 +80,7 @@ TEST_F(RedeemTest, ASecondKeyForAKnownServerReplacesItsTailnetAndKeepsItsEntry) 
     entry.enabled = false;
   });
   runtime_.advance(2s);
-  delegate_->redeem("inv1_" + fingerprint_ + "_two");
+  delegate_->redeem("\tinv1_" + std::string(32, 'A') + "_two ");
   runtime_.advance(2s);
   ASSERT_EQ(Servers::all().size(), 1U);
   const auto entry = Servers::all()[0];
@@ -88,6 +90,7 @@ TEST_F(RedeemTest, ASecondKeyForAKnownServerReplacesItsTailnetAndKeepsItsEntry) 
   EXPECT_EQ(newestClient().environment.at("ZEPHYL_PREAUTH_KEY"), "two");
   EXPECT_EQ(newestClient().arguments.back(), "http://lab");
   EXPECT_EQ(launched("tailscaled"), 2U);
+  EXPECT_EQ(launched("/bin/"), 3U) << "the agent is restarted each time";
 }
 
 TEST_F(RedeemTest, AKeyThatCannotBeReadChangesNothing) {
