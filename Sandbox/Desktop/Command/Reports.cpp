@@ -5,6 +5,7 @@
 #include <string_view>
 
 #include <boost/json.hpp>
+#include <fmt/format.h>
 
 #include "Common/Text.hpp"
 #include "Desktop/Command/Fields.hpp"
@@ -72,6 +73,7 @@ std::string scalarText(const json::value& value) {
   if (value.is_null()) return "none";
   if (value.is_bool()) return std::string(yesOrNo(value.get_bool()));
   if (value.is_string()) return printable(std::string(value.get_string()));
+  if (value.is_double()) return fmt::format("{:.15g}", value.get_double());
   return json::serialize(value);
 }
 
