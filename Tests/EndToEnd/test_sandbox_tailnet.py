@@ -13,6 +13,7 @@ import time
 
 import pytest
 
+from support.memory import is_sanitized, private_memory
 from support.tailnet import CLIENT, DAEMON, FINGERPRINT, KEY, Tailnet, echo, get, serving, socks_open
 from support.tray import eventually
 
@@ -115,23 +116,6 @@ def test_an_enrolment_that_fails_says_why_and_is_not_remembered(tailnet, key, re
     assert client.lines[-1] == f"ENROLMENT FAILED: {reason}"
     assert not any("joined the tailnet" in line for line in client.lines)
     assert not (tailnet.state / "enrolment.json").exists()
-
-
-def is_sanitized(pid):
-    """Whether a sanitizer watches the process: it keeps a copy of the first environment."""
-    return "san.so" in pathlib.Path(f"/proc/{pid}/maps").read_text()
-
-
-def private_memory(pid):
-    """The writable private memory of a process, as far as it is of a size that is really used."""
-    with open(f"/proc/{pid}/mem", "rb", 0) as memory:
-        for line in pathlib.Path(f"/proc/{pid}/maps").read_text().splitlines():
-            span, rights = line.split()[:2]
-            start, end = (int(part, 16) for part in span.split("-"))
-            if rights == "rw-p" and end - start < 32_000_000:
-                with contextlib.suppress(OSError):
-                    memory.seek(start)
-                    yield memory.read(end - start)
 
 
 def test_a_key_that_was_used_is_gone_from_environment_and_memory(tailnet):
