@@ -1,0 +1,89 @@
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "Desktop/Freedesktop/BusConnection.hpp"
+#include "System/Clock.hpp"
+
+namespace zephyl {
+
+/// The session bus and the thread, "bus", that talks to it. Where there is no bus, or it is lost,
+/// it is looked for again every `retryInterval`; nothing of that ends the process.
+///
+/// The thread sleeps until the bus, a task or a deadline of the library wakes it. Handlers on it
+/// must be short and never wait for another thread.
+class Bus {
+ public:
+  static constexpr Duration retryInterval = std::chrono::seconds(10);
+
+  /// Something that lives on the bus thread. Its slots are gone when `disconnected` returns.
+  class Client {
+   public:
+    virtual ~Client() = default;
+    Client() = default;
+    Client(const Client&) = delete;
+    Client& operator=(const Client&) = delete;
+
+    virtual void connected(BusConnection& connection) = 0;
+    virtual void disconnected() = 0;
+  };
+
+  /// The clock outlives the bus.
+  explicit Bus(Clock& clock);
+  ~Bus();
+  Bus(const Bus&) = delete;
+  Bus& operator=(const Bus&) = delete;
+
+  /// Before `start`, in the order in which they learn of a connection. They outlive `stop`.
+  void add(Client& client) { clients_.push_back(&client); }
+  /// Called on the bus thread: when the bus has answered, when it is lost, and once when the first
+  /// attempt found none. Before `start`.
+  void onChange(std::function<void(bool connected)> changed) { changed_ = std::move(changed); }
+
+  void start();
+  /// Disconnects and joins the thread. Tasks that are still waiting do not run.
+  void stop();
+
+  /// Runs `task` on the bus thread, connected or not. From any thread.
+  void post(Task task);
+  /// Like `post`, `delay` from now. A cancelled one may still run when it was due already.
+  [[nodiscard]] Timer after(Duration delay, Task task);
+
+  using Handle = std::unique_ptr<sd_bus, BusRelease>;
+  /// Begins a connection to the session bus, for who wants one of its own; none when there is no
+  /// bus.
+  static Handle open();
+
+ private:
+  class Mailbox;
+
+  void run();
+  void connect();
+  /// The bus has answered.
+  void arrive();
+  void lose();
+  /// Handles what the bus has sent.
+  void process();
+  void wait();
+  void tell(bool connected);
+
+  Clock& clock_;
+  const std::shared_ptr<Mailbox> mailbox_;
+  std::vector<Client*> clients_;
+  std::function<void(bool)> changed_;
+  std::thread thread_;
+
+  // The bus thread's own
+  bool stopping_ = false;
+  Handle bus_;
+  std::optional<BusConnection> connection_;  // once the bus has answered
+  std::optional<bool> told_;
+  Timer retry_;
+};
+
+}  // namespace zephyl

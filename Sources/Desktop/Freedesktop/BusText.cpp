@@ -1,0 +1,62 @@
+#include "Desktop/Freedesktop/BusText.hpp"
+
+#include <algorithm>
+
+#include "System/Text.hpp"
+
+namespace zephyl {
+
+namespace {
+
+std::string replaced(std::string_view text, std::string_view ampersand, std::string_view less,
+                     std::string_view greater) {
+  std::string result;
+  for (const char c : shownText(text)) {
+    if (c == '&') {
+      result += ampersand;
+    } else if (c == '<') {
+      result += less;
+    } else if (c == '>') {
+      result += greater;
+    } else {
+      result += c;
+    }
+  }
+  return result;
+}
+
+}  // namespace
+
+std::string shownText(std::string_view text) {
+  std::string shown;
+  while (true) {
+    const auto end = text.find('\n');
+    shown += visible(text.substr(0, end));
+    if (end == std::string_view::npos) return shown;
+    shown += '\n';
+    text.remove_prefix(end + 1);
+  }
+}
+
+std::string escapedMarkup(std::string_view text) {
+  return replaced(text, "&amp;", "&lt;", "&gt;");
+}
+
+std::string withoutMarkup(std::string_view text) {
+  return replaced(text, "+", "‹", "›");
+}
+
+std::string applicationPath(std::string_view identifier) {
+  auto path = "/" + std::string(identifier);
+  std::replace(path.begin(), path.end(), '.', '/');
+  std::replace(path.begin(), path.end(), '-', '_');
+  return path;
+}
+
+std::string portalRequestPath(std::string_view uniqueName, std::string_view token) {
+  std::string sender(uniqueName.substr(uniqueName.starts_with(':') ? 1 : 0));
+  std::replace(sender.begin(), sender.end(), '.', '_');
+  return "/org/freedesktop/portal/desktop/request/" + sender + "/" + std::string(token);
+}
+
+}  // namespace zephyl

@@ -1,0 +1,98 @@
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "Desktop/Freedesktop/Bus.hpp"
+#include "Desktop/Freedesktop/MenuLayout.hpp"
+#include "Desktop/Freedesktop/MenuProperties.hpp"
+#include "Desktop/Freedesktop/MenuSession.hpp"
+#include "Desktop/Freedesktop/SignalPacer.hpp"
+
+namespace zephyl {
+
+/// The status item's menu, published as com.canonical.dbusmenu. Everything that a host asks is
+/// answered at once from what is published; AboutToShow says that nothing needs an update.
+///
+/// A menu that is set is published as the difference from the one before: rows that show something
+/// else are told by their properties, rows that came, went or moved by one LayoutUpdated, and a
+/// menu that looks the same is not told at all. While the menu is open what is published stays as
+/// it is, so that nothing changes under the pointer and a click means what was seen.
+///
+/// Bus thread only, with its listener.
+class DBusMenu final : public Bus::Client {
+ public:
+  static constexpr const char* path = "/org/ayatana/NotificationItem/zephyl_tray/Menu";
+  static constexpr Duration layoutInterval = std::chrono::milliseconds(250);
+
+  struct Listener {
+    /// `opening` is for `updateAnswered`.
+    std::function<void(MenuSession::Event event, unsigned opening)> session;
+    std::function<void(const MenuAction& action)> chosen;
+  };
+
+  /// All outlive it. `iconThemePath` may be empty.
+  DBusMenu(Bus& bus, Clock& clock, SignalPacer& pacer, std::string iconThemePath,
+           Listener listener);
+
+  void connected(BusConnection& connection) override;
+  void disconnected() override;
+
+  void setMenu(std::shared_ptr<const Menu> menu);
+  /// The listener has set the menu that `needsUpdate` of this opening asked for, if it differs.
+  void updateAnswered(unsigned opening);
+
+ private:
+  using Names = std::vector<std::string>;
+
+  static const sd_bus_vtable* table();
+  int getLayout(sd_bus_message& call);
+  int getGroupProperties(sd_bus_message& call);
+  int getProperty(sd_bus_message& call);
+  int event(sd_bus_message& call);
+  int eventGroup(sd_bus_message& call);
+  int aboutToShow(sd_bus_message& call);
+  int aboutToShowGroup(sd_bus_message& call);
+  int property(const std::string& name, BusWriter& writer);
+
+  /// False when there is no such row.
+  bool handle(sd_bus_message& call, std::int32_t id, const std::string& event);
+  void click(const MenuRow& row);
+  void tell(const MenuSession::Events& events);
+  void watchHost(sd_bus_message& call);
+  void expireLater();
+
+  std::size_t publish();
+  void sendChanges(const MenuLayout::Difference& difference);
+  [[nodiscard]] DotStyle styleFor(sd_bus_message& call);
+
+  Bus& bus_;
+  Clock& clock_;
+  SignalPacer& pacer_;
+  const std::string iconThemePath_;
+  const Listener listener_;
+  const std::size_t source_;
+
+  MenuLayout layout_;
+  std::uint32_t revision_ = 1;
+  std::shared_ptr<const Menu> wanted_;  // set, and not published yet
+  bool holding_ = false;                // what is published must stay as it is
+
+  MenuSession session_;
+  unsigned opening_ = 0;
+  std::string host_;  // who has opened the menu
+  std::vector<BusSlot> hostWatch_;
+  Timer silence_;
+
+  std::string gnomeShell_;  // its unique name, while it runs
+  DotStyle lastReader_ = DotStyle::icon;
+  bool wasRead_ = false;  // who has read nothing need not be told what changes
+
+  BusConnection* connection_ = nullptr;
+  BusSlot object_;
+  std::vector<BusSlot> gnomeWatch_;
+};
+
+}  // namespace zephyl

@@ -1,0 +1,204 @@
+#include "Desktop/Freedesktop/FreedesktopDesktop.hpp"
+
+#include <utility>
+
+#include "System/Bundle.hpp"
+#include "System/Environment.hpp"
+#include "System/Log.hpp"
+
+namespace zephyl {
+
+namespace {
+
+/// The application's icon, where hosts can find it without being told where.
+std::string notificationIcon(const std::optional<IconLocation>& icons) {
+  return icons && icons->themePath.empty() ? applicationId : "";
+}
+
+}  // namespace
+
+FreedesktopDesktop::FreedesktopDesktop(const Services& services)
+    : FreedesktopDesktop(services, locateIcons(Bundle::main().executable())) {}
+
+FreedesktopDesktop::FreedesktopDesktop(const Services& services,
+                                       const std::optional<IconLocation>& icons)
+    : services_(services),
+      headless_(services.mainLoop, services.clock),
+      item_(*this),
+      bus_(services.clock),
+      pacer_(services.clock,
+             [this](Duration delay, Task task) { return bus_.after(delay, std::move(task)); }),
+      menu_(bus_, services.clock, pacer_, icons ? icons->themePath : "", menuListener()),
+      statusNotifier_(pacer_, icons, itemListener()),
+      notifications_(notificationIcon(icons), notificationListener()),
+      applications_(bus_),
+      instance_(instanceListener()) {
+  // The menu before the item: it stands ready when the item registers.
+  for (Bus::Client* client : std::initializer_list<Bus::Client*>{
+           &menu_, &statusNotifier_, &instance_, &notifications_, &folderPortal_, &applications_}) {
+    bus_.add(*client);
+  }
+  bus_.onChange([this](bool connected) {
+    services_.mainLoop.async([this, connected] { busChanged(connected); });
+  });
+  bus_.start();
+}
+
+FreedesktopDesktop::~FreedesktopDesktop() {
+  bus_.stop();
+}
+
+DBusMenu::Listener FreedesktopDesktop::menuListener() {
+  return {.session =
+              [this](MenuSession::Event event, unsigned opening) {
+                services_.mainLoop.async([this, event, opening] { item_.tell(event, opening); });
+              },
+          .chosen =
+              [this](const MenuAction& action) {
+                services_.mainLoop.async([this, action] { item_.choose(action); });
+              }};
+}
+
+StatusNotifierItem::Listener FreedesktopDesktop::itemListener() {
+  return {.activated = onMain(&FreedesktopDesktop::reopened),
+          .tokenProvided = onMain(&FreedesktopDesktop::keepToken)};
+}
+
+Notifications::Listener FreedesktopDesktop::notificationListener() {
+  return {.activated = onMain(&FreedesktopDesktop::notificationActivated),
+          .tokenProvided = onMain(&FreedesktopDesktop::keepToken)};
+}
+
+SingleInstance::Listener FreedesktopDesktop::instanceListener() {
+  return {.reopened = onMain(&FreedesktopDesktop::reopened),
+          .tokenProvided = onMain(&FreedesktopDesktop::keepToken)};
+}
+
+void FreedesktopDesktop::reopened() {
+  if (events_.reopened) events_.reopened();
+}
+
+void FreedesktopDesktop::notificationActivated(const std::string& identifier) {
+  if (events_.notificationActivated) events_.notificationActivated(identifier);
+}
+
+void FreedesktopDesktop::busChanged(bool connected) {
+  if (!connected) {
+    log("no session bus answers: running without a status item, and looking for one every {} s",
+        std::chrono::duration_cast<std::chrono::seconds>(Bus::retryInterval).count());
+  } else if (withoutBus_) {
+    log("connected to the session bus");
+  }
+  withoutBus_ = !connected;
+  item_.showInLog();
+}
+
+void FreedesktopDesktop::postNotification(const Notification& notification) {
+  bus_.post([this, notification] { notifications_.post(notification); });
+}
+
+void FreedesktopDesktop::removeNotification(const std::string& identifier) {
+  bus_.post([this, identifier] { notifications_.remove(identifier); });
+}
+
+void FreedesktopDesktop::activate(const RunningApplication& application) {
+  applications_.activate(application.identifier, takeToken());
+}
+
+void FreedesktopDesktop::openURL(const std::string& url) {
+  if (!url.starts_with("http://") && !url.starts_with("https://")) {
+    return log("not opened, it is no web address: {}", url);
+  }
+  launch("xdg-open", url);
+}
+
+void FreedesktopDesktop::openFile(const std::string& path, Editor editor) {
+  switch (editor) {
+    case Editor::cursor:
+      return launch("cursor", path);
+    case Editor::vsCode:
+      return launch("code", path);
+    case Editor::textEdit:
+      return launch("xdg-open", path);
+  }
+}
+
+void FreedesktopDesktop::launch(const std::string& program, const std::string& argument) {
+  ProcessOptions options{.executable = "/usr/bin/env",  // which looks for it in PATH
+                         .arguments = {program, argument},
+                         .environment = currentEnvironment(),
+                         .lifetime = ProcessOptions::Lifetime::independent};
+  if (auto token = takeToken(); !token.empty()) {
+    options.environment["DESKTOP_STARTUP_ID"] = token;
+    options.environment["XDG_ACTIVATION_TOKEN"] = std::move(token);
+  }
+  options.onExit = [program, argument](ExitStatus status) {
+    if (status.isFailure()) log("{} {} ended with status {}", program, argument, status.status);
+  };
+  if (const auto child = services_.launcher.launch(std::move(options)); !child) {
+    log("{} could not be started: {}", program, child.error().message);
+  }
+}
+
+void FreedesktopDesktop::chooseFolder(
+    const FolderRequest& request, std::function<void(Result<std::optional<std::string>>)> done) {
+  bus_.post([this, request, done = std::move(done)] {
+    folderPortal_.choose(request, [this, done](Result<std::optional<std::string>> answer) {
+      services_.mainLoop.async([done, answer = std::move(answer)] { done(answer); });
+    });
+  });
+}
+
+void FreedesktopDesktop::Item::setIcon(StatusIcon icon) {
+  if (std::exchange(icon_, icon) == icon) return;
+  desktop_.bus_.post([&shown = desktop_.statusNotifier_, icon] { shown.setIcon(icon); });
+}
+
+void FreedesktopDesktop::Item::setTitle(const std::string& title) {
+  if (title == title_) return;
+  title_ = title;
+  desktop_.bus_.post([&shown = desktop_.statusNotifier_, title] { shown.setLabel(title); });
+}
+
+void FreedesktopDesktop::Item::setDescription(const std::string& description) {
+  if (description == description_) return;
+  description_ = description;
+  showInLog();
+  desktop_.bus_.post(
+      [&shown = desktop_.statusNotifier_, description] { shown.setDescription(description); });
+}
+
+void FreedesktopDesktop::Item::setMenu(const Menu& menu) {
+  if (menu_ && menu == *menu_) return;
+  menu_ = std::make_shared<const Menu>(menu);
+  desktop_.bus_.post([&desktop = desktop_, newMenu = menu_] {
+    desktop.menu_.setMenu(newMenu);
+    desktop.statusNotifier_.show();
+  });
+}
+
+void FreedesktopDesktop::Item::tell(MenuSession::Event event, unsigned opening) {
+  switch (event) {
+    case MenuSession::Event::needsUpdate:
+      if (events_.needsUpdate) events_.needsUpdate();
+      return desktop_.bus_.post(
+          [&menu = desktop_.menu_, opening] { menu.updateAnswered(opening); });
+    case MenuSession::Event::willOpen:
+      if (events_.willOpen) events_.willOpen();
+      return;
+    case MenuSession::Event::didClose:
+      if (events_.didClose) events_.didClose();
+      return;
+  }
+}
+
+void FreedesktopDesktop::Item::choose(const MenuAction& action) {
+  if (events_.chosen) events_.chosen(action);
+}
+
+void FreedesktopDesktop::Item::showInLog() {
+  if (!desktop_.withoutBus_ || description_.empty()) return;
+  desktop_.headless_.statusItem().setDescription(description_);
+}
+
+}  // namespace zephyl

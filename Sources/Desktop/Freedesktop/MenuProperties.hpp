@@ -1,0 +1,48 @@
+#pragma once
+
+#include <string>
+#include <string_view>
+#include <variant>
+#include <vector>
+
+#include "Desktop/Freedesktop/MenuLayout.hpp"
+
+namespace zephyl {
+
+/// How a host shows the dot of a row that has a submenu: GNOME draws no icons there, so that it
+/// gets a coloured circle in the label.
+enum class DotStyle { icon, character };
+
+/// The bytes of an image.
+struct ImageBytes {
+  std::string_view bytes;
+
+  bool operator==(const ImageBytes&) const = default;
+};
+/// A letter that is pressed with Control.
+struct Shortcut {
+  std::string letter;
+
+  bool operator==(const Shortcut&) const = default;
+};
+
+/// A property of a row, as com.canonical.dbusmenu names it.
+struct MenuProperty {
+  std::string_view name;
+  std::variant<std::string, bool, ImageBytes, Shortcut> value;
+
+  bool operator==(const MenuProperty&) const = default;
+};
+
+/// All properties of a row that differ from their defaults, and label and enabled in any case.
+/// No entry: those of the root. Pure.
+std::vector<MenuProperty> propertiesOf(const MenuEntry* entry, DotStyle style);
+
+/// Those of `now` that are not the same in `before`, both of one row. Pure.
+std::vector<MenuProperty> changedProperties(const MenuEntry& before, const MenuEntry& now,
+                                            DotStyle style);
+
+/// A PNG image, 16 pixels square: a disc in the status colour. Lives as long as the program.
+std::string_view dotImage(DotColor color);
+
+}  // namespace zephyl

@@ -1,0 +1,174 @@
+#include "Desktop/Freedesktop/Notifications.hpp"
+
+#include <algorithm>
+#include <string_view>
+#include <utility>
+
+#include "Desktop/Freedesktop/BusText.hpp"
+#include "Desktop/Freedesktop/StatusIcons.hpp"
+
+namespace zephyl {
+
+namespace {
+
+constexpr const char* serverName = "org.freedesktop.Notifications";
+constexpr BusAddress server{serverName, "/org/freedesktop/Notifications", serverName};
+constexpr const char* actionKey = "show";
+
+std::set<std::string> readCapabilities(sd_bus_message& reply) {
+  std::set<std::string> capabilities;
+  if (isError(reply) || sd_bus_message_enter_container(&reply, 'a', "s") <= 0) return capabilities;
+  const char* name = nullptr;
+  while (sd_bus_message_read_basic(&reply, 's', &name) > 0) capabilities.insert(name);
+  return capabilities;
+}
+
+}  // namespace
+
+void Notifications::connected(BusConnection& connection) {
+  connection_ = &connection;
+  // What another server has shown is gone, and it may be able to do other things.
+  serverWatch_ = connection.watchOwner(serverName, [this](const std::string& owner) {
+    if (owner != owner_) forget();
+    owner_ = owner;
+  });
+  signals_ = connection.subscribe(
+      std::string("type='signal',sender='") + serverName + "',interface='" + serverName + "'",
+      [this](sd_bus_message& signal) { receive(signal); });
+}
+
+void Notifications::disconnected() {
+  connection_ = nullptr;
+  serverWatch_.clear();
+  signals_.reset();
+  owner_.clear();
+  forget();
+}
+
+void Notifications::forget() {
+  posted_.clear();
+  capabilities_.reset();
+  query_.reset();
+  waiting_.clear();
+}
+
+void Notifications::post(const Notification& notification) {
+  if (connection_ == nullptr) return;
+  if (!capabilities_) return postOnceCapabilitiesAreKnown(notification);
+  Posted& posted = posted_[notification.identifier];
+  posted.removed = false;
+  if (posted.call) {
+    posted.next = notification;
+  } else {
+    send(posted, notification);
+  }
+}
+
+void Notifications::postOnceCapabilitiesAreKnown(const Notification& notification) {
+  std::erase_if(waiting_,
+                [&](const auto& each) { return each.identifier == notification.identifier; });
+  waiting_.push_back(notification);
+  if (query_) return;
+  const auto call = connection_->newCall(server, "GetCapabilities");
+  query_ = connection_->call(call, [this](sd_bus_message& reply) {
+    capabilities_ = readCapabilities(reply);
+    const auto waiting = std::exchange(waiting_, {});
+    for (const auto& each : waiting) post(each);
+    query_.reset();
+  });
+}
+
+void Notifications::send(Posted& posted, const Notification& notification) {
+  const auto call = connection_->newCall(server, "Notify");
+  BusWriter writer(call.get());
+  write(writer, posted.id, notification);
+  if (writer.status() < 0) return;
+  posted.call =
+      connection_->call(call, [this, identifier = notification.identifier](sd_bus_message& reply) {
+        answered(identifier, reply);
+      });
+}
+
+void Notifications::write(BusWriter& writer, std::uint32_t replaces,
+                          const Notification& notification) const {
+  const auto body =
+      serverCan("body-markup") ? escapedMarkup(notification.body) : shownText(notification.body);
+  writer.append("susss", "Zephyl", replaces, iconName_.c_str(),
+                shownText(notification.title).c_str(), body.c_str());
+  writer.open('a', "s");
+  if (serverCan("actions")) {
+    writer.append("ss", "default", "Show");
+    if (!notification.actionTitle.empty()) {
+      writer.append("ss", actionKey, shownText(notification.actionTitle).c_str());
+    }
+  }
+  constexpr int serversChoice = -1;
+  writer.close()
+      .open('a', "{sv}")
+      .append("{sv}", "desktop-entry", "s", applicationId)
+      .append("{sv}", "sound-name", "s", "message-new-instant")
+      .close()
+      .append("i", serversChoice);
+}
+
+void Notifications::answered(const std::string& identifier, sd_bus_message& reply) {
+  const auto found = posted_.find(identifier);
+  if (found == posted_.end()) return;
+  Posted& posted = found->second;
+  posted.call.reset();
+  const bool shown = !isError(reply) && sd_bus_message_read(&reply, "u", &posted.id) > 0;
+  if (posted.removed || !shown) {
+    if (shown) close(posted.id);
+    posted_.erase(found);
+  } else if (const auto next = std::exchange(posted.next, std::nullopt)) {
+    send(posted, *next);
+  }
+}
+
+void Notifications::remove(const std::string& identifier) {
+  std::erase_if(waiting_, [&](const auto& each) { return each.identifier == identifier; });
+  const auto found = posted_.find(identifier);
+  if (found == posted_.end()) return;
+  if (found->second.call) {
+    found->second.removed = true;
+    found->second.next.reset();
+    return;
+  }
+  close(found->second.id);
+  posted_.erase(found);
+}
+
+void Notifications::close(std::uint32_t id) const {
+  const auto call = connection_->newCall(server, "CloseNotification");
+  BusWriter(call.get()).append("u", id);
+  sd_bus_message_set_expect_reply(call.get(), 0);
+  connection_->send(call);
+}
+
+std::optional<std::string> Notifications::identifierOf(std::uint32_t id) const {
+  for (const auto& [identifier, posted] : posted_) {
+    if (posted.id == id && id != 0) return identifier;
+  }
+  return std::nullopt;
+}
+
+void Notifications::receive(sd_bus_message& signal) {
+  std::uint32_t id = 0;
+  if (sd_bus_message_read(&signal, "u", &id) <= 0) return;
+  const auto identifier = identifierOf(id);
+  if (!identifier) return;
+  const std::string_view member = sd_bus_message_get_member(&signal);
+  if (member == "ActionInvoked") {
+    listener_.activated(*identifier);
+  } else if (member == "ActivationToken") {
+    listener_.tokenProvided(readString(signal));
+  } else if (member == "NotificationClosed" && !posted_.at(*identifier).call) {
+    posted_.erase(*identifier);
+  }
+}
+
+bool Notifications::serverCan(const char* capability) const {
+  return capabilities_ && capabilities_->contains(capability);
+}
+
+}  // namespace zephyl

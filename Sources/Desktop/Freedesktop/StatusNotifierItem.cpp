@@ -1,0 +1,216 @@
+#include "Desktop/Freedesktop/StatusNotifierItem.hpp"
+
+#include <string_view>
+#include <utility>
+
+#include "Desktop/Freedesktop/BusText.hpp"
+#include "Desktop/Freedesktop/DBusMenu.hpp"
+#include "System/Log.hpp"
+
+namespace zephyl {
+
+namespace {
+
+constexpr const char* interfaceName = "org.kde.StatusNotifierItem";
+constexpr const char* watcherName = "org.kde.StatusNotifierWatcher";
+constexpr BusAddress watcher{watcherName, "/StatusNotifierWatcher", watcherName};
+constexpr int pixmapSides[] = {22, 24, 32, 48};
+
+}  // namespace
+
+StatusNotifierItem::StatusNotifierItem(SignalPacer& pacer, std::optional<IconLocation> icons,
+                                       Listener listener)
+    : pacer_(pacer),
+      icons_(std::move(icons)),
+      listener_(std::move(listener)),
+      iconSource_(pacer.add({.send = [this] { return sendSignal("NewIcon"); }})),
+      labelSource_(
+          pacer.add({.send =
+                         [this] {
+                           const auto label = shownText(appearance_.label);
+                           return sendSignal("XAyatanaNewLabel", {label.c_str(), label.c_str()});
+                         }})),
+      wordsSource_(pacer.add({.most = 2, .send = [this] {
+                                return sendSignal("NewToolTip") + sendSignal("NewTitle");
+                              }})) {}
+
+const sd_bus_vtable* StatusNotifierItem::table() {
+  constexpr auto property = answerProperty<&StatusNotifierItem::property, StatusNotifierItem>;
+  constexpr auto activate = answerCall<&StatusNotifierItem::activate, StatusNotifierItem>;
+  constexpr auto ignore = answerCall<&StatusNotifierItem::ignore, StatusNotifierItem>;
+  constexpr auto token = answerCall<&StatusNotifierItem::provideToken, StatusNotifierItem>;
+  static const sd_bus_vtable table[] = {
+      SD_BUS_VTABLE_START(0),
+      // Where a host can see it, it waits for the double click that would call it.
+      SD_BUS_METHOD("Activate", "ii", "", activate, SD_BUS_VTABLE_HIDDEN),
+      SD_BUS_METHOD("ContextMenu", "ii", "", activate, 0),
+      SD_BUS_METHOD("SecondaryActivate", "ii", "", activate, 0),
+      SD_BUS_METHOD("Scroll", "is", "", ignore, 0),
+      SD_BUS_METHOD("ProvideXdgActivationToken", "s", "", token, 0),
+      SD_BUS_PROPERTY("Category", "s", property, 0, 0),
+      SD_BUS_PROPERTY("Id", "s", property, 0, 0),
+      SD_BUS_PROPERTY("Title", "s", property, 0, 0),
+      SD_BUS_PROPERTY("Status", "s", property, 0, 0),
+      SD_BUS_PROPERTY("WindowId", "i", property, 0, 0),
+      SD_BUS_PROPERTY("IconThemePath", "s", property, 0, 0),
+      SD_BUS_PROPERTY("IconName", "s", property, 0, 0),
+      SD_BUS_PROPERTY("IconPixmap", "a(iiay)", property, 0, 0),
+      SD_BUS_PROPERTY("IconAccessibleDesc", "s", property, 0, 0),
+      SD_BUS_PROPERTY("OverlayIconName", "s", property, 0, 0),
+      SD_BUS_PROPERTY("AttentionIconName", "s", property, 0, 0),
+      SD_BUS_PROPERTY("AttentionAccessibleDesc", "s", property, 0, 0),
+      SD_BUS_PROPERTY("ToolTip", "(sa(iiay)ss)", property, 0, 0),
+      SD_BUS_PROPERTY("ItemIsMenu", "b", property, 0, 0),
+      SD_BUS_PROPERTY("Menu", "o", property, 0, 0),
+      SD_BUS_PROPERTY("XAyatanaLabel", "s", property, 0, 0),
+      SD_BUS_PROPERTY("XAyatanaLabelGuide", "s", property, 0, 0),
+      SD_BUS_PROPERTY("XAyatanaOrderingIndex", "u", property, 0, 0),
+      SD_BUS_SIGNAL("NewTitle", "", 0),
+      SD_BUS_SIGNAL("NewIcon", "", 0),
+      SD_BUS_SIGNAL("NewAttentionIcon", "", 0),
+      SD_BUS_SIGNAL("NewOverlayIcon", "", 0),
+      SD_BUS_SIGNAL("NewToolTip", "", 0),
+      SD_BUS_SIGNAL("NewStatus", "s", 0),
+      SD_BUS_SIGNAL("NewIconThemePath", "s", 0),
+      SD_BUS_SIGNAL("NewMenu", "", 0),
+      SD_BUS_SIGNAL("XAyatanaNewLabel", "ss", 0),
+      SD_BUS_VTABLE_END,
+  };
+  return table;
+}
+
+void StatusNotifierItem::connected(BusConnection& connection) {
+  connection_ = &connection;
+  object_ = connection.addObject(path, interfaceName, table(), this);
+  if (shown_) watchForWatcher();
+}
+
+void StatusNotifierItem::disconnected() {
+  connection_ = nullptr;
+  object_.reset();
+  watcherWatch_.clear();
+  hostWatch_.reset();
+  registration_.reset();
+  wasRead_ = false;
+}
+
+void StatusNotifierItem::show() {
+  if (std::exchange(shown_, true) || connection_ == nullptr) return;
+  watchForWatcher();
+}
+
+void StatusNotifierItem::watchForWatcher() {
+  watcherWatch_ = connection_->watchOwner(watcherName, [this](const std::string& owner) {
+    if (!owner.empty()) {
+      registerItem();
+    } else if (!std::exchange(toldThatItWaits_, true)) {
+      log("no panel shows status items yet; the item appears when one does");
+    }
+  });
+  hostWatch_ =
+      connection_->subscribe(std::string("type='signal',sender='") + watcherName + "',interface='" +
+                                 watcherName + "',member='StatusNotifierHostRegistered'",
+                             [this](sd_bus_message&) { registerItem(); });
+}
+
+void StatusNotifierItem::registerItem() {
+  const auto call = connection_->newCall(watcher, "RegisterStatusNotifierItem");
+  sd_bus_message_set_auto_start(call.get(), 0);
+  BusWriter(call.get()).append("s", path);
+  registration_ = connection_->call(call, [](sd_bus_message& reply) {
+    if (isError(reply)) log("the status item could not be registered: {}", errorText(reply));
+  });
+}
+
+void StatusNotifierItem::setIcon(StatusIcon icon) {
+  if (std::exchange(appearance_.icon, icon) != icon) pacer_.request(iconSource_);
+}
+
+void StatusNotifierItem::setLabel(std::string label) {
+  if (label == appearance_.label) return;
+  appearance_.label = std::move(label);
+  pacer_.request(labelSource_);
+}
+
+void StatusNotifierItem::setDescription(std::string description) {
+  if (description == appearance_.description) return;
+  appearance_.description = std::move(description);
+  pacer_.request(wordsSource_);
+}
+
+std::size_t StatusNotifierItem::sendSignal(const char* name,
+                                           std::initializer_list<const char*> texts) const {
+  if (connection_ == nullptr || !wasRead_) return 0;
+  const auto signal = connection_->newSignal(path, interfaceName, name);
+  BusWriter writer(signal.get());
+  for (const char* text : texts) writer.append("s", text);
+  connection_->send(signal);
+  return 1;
+}
+
+std::string StatusNotifierItem::title() const {
+  if (appearance_.description.empty()) return "Zephyl";
+  return "Zephyl: " + appearance_.description;
+}
+
+int StatusNotifierItem::property(const std::string& name, BusWriter& writer) {
+  wasRead_ = true;
+  if (name == "IconPixmap") {
+    writePixmaps(writer);
+  } else if (name == "ToolTip") {
+    writeToolTip(writer);
+  } else if (name == "ItemIsMenu") {
+    writer.append("b", 1);
+  } else if (name == "Menu") {
+    writer.append("o", DBusMenu::path);
+  } else if (name == "WindowId") {
+    writer.append("i", 0);
+  } else if (name == "XAyatanaOrderingIndex") {
+    writer.append("u", 0U);
+  } else {
+    writer.append("s", text(name).c_str());
+  }
+  return writer.status();
+}
+
+std::string StatusNotifierItem::text(std::string_view name) const {
+  if (name == "Category") return "ApplicationStatus";
+  if (name == "Id") return "zephyl-tray";
+  if (name == "Status") return "Active";
+  if (name == "Title") return withoutMarkup(title());
+  if (name == "IconAccessibleDesc") return shownText(title());
+  if (name == "IconName" && icons_) return iconName(appearance_.icon);
+  if (name == "IconThemePath" && icons_) return icons_->themePath;
+  if (name.starts_with("XAyatanaLabel")) return shownText(appearance_.label);
+  return "";
+}
+
+void StatusNotifierItem::writeToolTip(BusWriter& writer) const {
+  writer.append("(sa(iiay)ss)", "", 0, "Zephyl", escapedMarkup(appearance_.description).c_str());
+}
+
+void StatusNotifierItem::writePixmaps(BusWriter& writer) const {
+  writer.open('a', "(iiay)");
+  for (const int side : pixmapSides) {
+    const auto pixels = drawIcon(appearance_.icon, side);
+    writer.open('r', "iiay").append("ii", side, side);
+    writer.bytes(pixels.data(), pixels.size()).close();
+  }
+  writer.close();
+}
+
+int StatusNotifierItem::activate(sd_bus_message& call) {
+  listener_.activated();
+  return sd_bus_reply_method_return(&call, "");
+}
+
+int StatusNotifierItem::ignore(sd_bus_message& call) {
+  return sd_bus_reply_method_return(&call, "");
+}
+
+int StatusNotifierItem::provideToken(sd_bus_message& call) {
+  listener_.tokenProvided(readString(call));
+  return sd_bus_reply_method_return(&call, "");
+}
+
+}  // namespace zephyl

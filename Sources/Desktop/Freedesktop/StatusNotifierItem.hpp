@@ -1,0 +1,85 @@
+#pragma once
+
+#include <functional>
+#include <initializer_list>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "Desktop/Freedesktop/Bus.hpp"
+#include "Desktop/Freedesktop/SignalPacer.hpp"
+#include "Desktop/Freedesktop/StatusIcons.hpp"
+
+namespace zephyl {
+
+/// The status item, exported as org.kde.StatusNotifierItem. It registers with the watcher, by
+/// path, once it is shown and whenever a watcher or a host appears; without one it waits.
+///
+/// Bus thread only, with its listener.
+class StatusNotifierItem final : public Bus::Client {
+ public:
+  static constexpr const char* path = "/org/ayatana/NotificationItem/zephyl_tray";
+
+  struct Listener {
+    /// The user has asked for the program itself rather than for its menu.
+    std::function<void()> activated;
+    /// A token with which the next window may come to the front.
+    std::function<void(const std::string& token)> tokenProvided;
+  };
+
+  /// What the item shows. A value.
+  struct Appearance {
+    StatusIcon icon = StatusIcon::idle;
+    std::string label;        ///< the text beside the icon
+    std::string description;  ///< the state in words
+  };
+
+  /// The pacer outlives it. No location: the icons are not in the theme.
+  StatusNotifierItem(SignalPacer& pacer, std::optional<IconLocation> icons, Listener listener);
+
+  void connected(BusConnection& connection) override;
+  void disconnected() override;
+
+  /// Lets it appear; before this it does not register.
+  void show();
+  void setIcon(StatusIcon icon);
+  void setLabel(std::string label);
+  void setDescription(std::string description);
+
+ private:
+  static const sd_bus_vtable* table();
+  int property(const std::string& name, BusWriter& writer);
+  [[nodiscard]] std::string text(std::string_view property) const;
+  int activate(sd_bus_message& call);
+  int ignore(sd_bus_message& call);
+  int provideToken(sd_bus_message& call);
+
+  void watchForWatcher();
+  void registerItem();
+  /// How many were sent.
+  std::size_t sendSignal(const char* name, std::initializer_list<const char*> texts = {}) const;
+  [[nodiscard]] std::string title() const;
+  void writeToolTip(BusWriter& writer) const;
+  void writePixmaps(BusWriter& writer) const;
+
+  SignalPacer& pacer_;
+  const std::optional<IconLocation> icons_;
+  const Listener listener_;
+  const std::size_t iconSource_;
+  const std::size_t labelSource_;
+  const std::size_t wordsSource_;
+
+  Appearance appearance_;
+  bool shown_ = false;
+  bool toldThatItWaits_ = false;
+  bool wasRead_ = false;  // who has read nothing need not be told what changes
+
+  BusConnection* connection_ = nullptr;
+  BusSlot object_;
+  std::vector<BusSlot> watcherWatch_;
+  BusSlot hostWatch_;
+  BusSlot registration_;
+};
+
+}  // namespace zephyl

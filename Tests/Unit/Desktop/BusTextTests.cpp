@@ -1,0 +1,47 @@
+#include "Desktop/Freedesktop/BusText.hpp"
+
+#include <gtest/gtest.h>
+
+#include "Desktop/Freedesktop/FolderPortal.hpp"
+
+namespace zephyl {
+namespace {
+
+TEST(BusText, MarkupIsEscapedAndLinesStay) {
+  EXPECT_EQ(escapedMarkup("<b>a & b</b>\nc"), "&lt;b&gt;a &amp; b&lt;/b&gt;\nc");
+}
+
+TEST(BusText, TextThatMayBeMarkupHasNone) {
+  EXPECT_EQ(withoutMarkup("a & <b>"), "a + ‹b›");
+}
+
+TEST(BusText, WhatIsNoTextIsMadeVisible) {
+  EXPECT_EQ(shownText("a\x1b[1m\xff\n\nb"), "a␛[1m\xEF\xBF\xBD\n\nb");
+  EXPECT_EQ(shownText(""), "");
+}
+
+TEST(BusText, AnApplicationExportsItselfUnderItsIdentifier) {
+  EXPECT_EQ(applicationPath("com.zephyl.desktop"), "/com/zephyl/desktop");
+  EXPECT_EQ(applicationPath("org.my-app.X"), "/org/my_app/X");
+}
+
+TEST(BusText, APortalAnswersUnderTheNameOfTheConnection) {
+  EXPECT_EQ(portalRequestPath(":1.42", "zephyl_tray_1"),
+            "/org/freedesktop/portal/desktop/request/1_42/zephyl_tray_1");
+}
+
+TEST(FileURI, IsDecoded) {
+  EXPECT_EQ(pathOfFileURI("file:///home/ana/my%20folder%C3%A9"), "/home/ana/my folder\xC3\xA9");
+  EXPECT_EQ(pathOfFileURI("file://machine/srv"), "/srv");
+  EXPECT_EQ(pathOfFileURI("file:///"), "/");
+}
+
+TEST(FileURI, OfAnythingElseHasNoPath) {
+  for (const char* other : {"http://example.org/", "/home", "file:", "file://", "file:///a%2",
+                            "file:///a%zz", "file:///a%", "file:///a%00b", "file:///a%-1"}) {
+    EXPECT_EQ(pathOfFileURI(other), std::nullopt) << other;
+  }
+}
+
+}  // namespace
+}  // namespace zephyl

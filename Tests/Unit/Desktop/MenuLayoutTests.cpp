@@ -1,0 +1,127 @@
+#include "Desktop/Freedesktop/MenuLayout.hpp"
+
+#include <gtest/gtest.h>
+
+namespace zephyl {
+namespace {
+
+MenuEntry row(std::string key, std::string title, std::vector<MenuEntry> submenu = {}) {
+  return {.key = std::move(key),
+          .title = std::move(title),
+          .action = MenuAction{"act", {}},
+          .submenu = std::move(submenu)};
+}
+
+class MenuLayoutTest : public ::testing::Test {
+ protected:
+  MenuLayout::Difference set(Menu menu) {
+    return layout_.update(std::make_shared<const Menu>(std::move(menu)));
+  }
+  std::vector<std::int32_t> topIds() const {
+    std::vector<std::int32_t> ids;
+    for (const auto& each : layout_.root().children) ids.push_back(each.id);
+    return ids;
+  }
+
+  MenuLayout layout_;
+};
+
+TEST_F(MenuLayoutTest, AnEmptyMenuGetsADisabledRow) {
+  ASSERT_EQ(layout_.root().children.size(), 1U);
+  EXPECT_FALSE(layout_.root().children.front().entry->enabled);
+  set({row("a", "A")});
+  set({});
+  ASSERT_EQ(layout_.root().children.size(), 1U);
+  EXPECT_EQ(layout_.root().children.front().entry->title, "Zephyl");
+}
+
+TEST_F(MenuLayoutTest, TheSameMenuIsNoDifference) {
+  const Menu menu{row("a", "A", {row("b", "B")}), row("c", "C")};
+  EXPECT_TRUE(set(menu).structure);
+  const auto difference = set(menu);
+  EXPECT_FALSE(difference.structure);
+  EXPECT_TRUE(difference.changes.empty());
+}
+
+TEST_F(MenuLayoutTest, ARowThatSaysSomethingElseKeepsItsIdAndIsAChange) {
+  set({row("a", "A"), row("b", "B")});
+  const auto before = topIds();
+  const auto difference = set({row("a", "A"), row("b", "other")});
+  EXPECT_EQ(topIds(), before);
+  EXPECT_FALSE(difference.structure);
+  ASSERT_EQ(difference.changes.size(), 1U);
+  EXPECT_EQ(difference.changes.front().row->id, before[1]);
+  EXPECT_EQ(difference.changes.front().before->title, "B");
+  EXPECT_EQ(difference.changes.front().row->entry->title, "other");
+}
+
+TEST_F(MenuLayoutTest, ARowInBetweenLeavesTheOthersTheirIds) {
+  set({row("a", "A"), row("b", "B")});
+  const auto before = topIds();
+  EXPECT_TRUE(set({row("a", "A"), row("new", "N"), row("b", "B")}).structure);
+  const auto after = topIds();
+  EXPECT_EQ(after[0], before[0]);
+  EXPECT_EQ(after[2], before[1]);
+  EXPECT_GT(after[1], before[1]);
+}
+
+TEST_F(MenuLayoutTest, RowsThatSwapPlacesKeepTheirIdsAndAreADifferentStructure) {
+  set({row("a", "A"), row("b", "B"), row("c", "C")});
+  const auto before = topIds();
+  EXPECT_TRUE(set({row("a", "A"), row("c", "C"), row("b", "B")}).structure);
+  EXPECT_EQ(topIds(), (std::vector{before[0], before[2], before[1]}));
+}
+
+TEST_F(MenuLayoutTest, ARowThatWentAndCameBackHasANewId) {
+  set({row("a", "A"), row("b", "B")});
+  const auto before = topIds();
+  set({row("a", "A")});
+  EXPECT_EQ(layout_.find(before[1]), nullptr);
+  set({row("a", "A"), row("b", "B")});
+  EXPECT_EQ(topIds()[0], before[0]);
+  EXPECT_GT(topIds()[1], before[1]);
+}
+
+TEST_F(MenuLayoutTest, AnotherShapeOrAnotherActionIsAnotherRow) {
+  const auto plain = row("a", "A");
+  auto separator = plain;
+  separator.kind = MenuEntry::Kind::separator;
+  auto dotted = plain;
+  dotted.dot = DotColor::red;
+  auto acting = plain;
+  acting.action = MenuAction{"act", "on something else"};
+  auto withKey = plain;
+  withKey.keyEquivalent = "o";
+  for (const auto& other : {separator, dotted, acting, withKey, row("a", "A", {row("x", "X")})}) {
+    set({plain});
+    const auto before = topIds();
+    EXPECT_TRUE(set({other}).structure);
+    EXPECT_NE(topIds(), before);
+  }
+}
+
+TEST_F(MenuLayoutTest, RowsUnderAnotherParentAreOtherRows) {
+  set({row("a", "A", {row("x", "X")})});
+  const auto child = layout_.root().children.front().children.front().id;
+  set({row("b", "B", {row("x", "X")})});
+  EXPECT_EQ(layout_.find(child), nullptr);
+}
+
+TEST_F(MenuLayoutTest, TwoRowsWithOneKeyAreTwoRows) {
+  set({row("a", "A"), row("a", "B")});
+  set({row("a", "A"), row("a", "B"), row("a", "C")});
+  const auto ids = topIds();
+  EXPECT_NE(ids[0], ids[1]);
+  EXPECT_NE(ids[1], ids[2]);
+  EXPECT_NE(ids[0], ids[2]);
+}
+
+TEST_F(MenuLayoutTest, ListsAllIdsTheRootFirst) {
+  set({row("a", "A", {row("b", "B")})});
+  const auto ids = layout_.ids();
+  EXPECT_EQ(ids.size(), 3U);
+  EXPECT_EQ(ids.front(), MenuLayout::rootId);
+}
+
+}  // namespace
+}  // namespace zephyl

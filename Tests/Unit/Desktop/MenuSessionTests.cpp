@@ -1,0 +1,80 @@
+#include "Desktop/Freedesktop/MenuSession.hpp"
+
+#include <gtest/gtest.h>
+
+namespace zephyl {
+namespace {
+
+using namespace std::chrono_literals;
+using enum MenuSession::Event;
+using Events = MenuSession::Events;
+
+class MenuSessionTest : public ::testing::Test {
+ protected:
+  void wait(Duration step) { now_ += step; }
+
+  Instant now_{1h};
+  MenuSession session_;
+};
+
+TEST_F(MenuSessionTest, TheRootIsUpdatedBeforeItOpens) {
+  EXPECT_EQ(session_.aboutToShowRoot(now_), (Events{needsUpdate, willOpen}));
+  EXPECT_TRUE(session_.isOpen());
+  EXPECT_EQ(session_.opened(true, now_), Events{});
+  EXPECT_EQ(session_.closedRoot(), Events{didClose});
+  EXPECT_FALSE(session_.isOpen());
+}
+
+TEST_F(MenuSessionTest, AHostThatSaysOpenedFirstGetsNoUpdateUnderThePointer) {
+  EXPECT_EQ(session_.opened(true, now_), Events{willOpen});
+  wait(900ms);
+  EXPECT_EQ(session_.aboutToShowRoot(now_), Events{});
+}
+
+TEST_F(MenuSessionTest, AnOpenedSubmenuOpensTheMenu) {
+  EXPECT_EQ(session_.opened(false, now_), Events{willOpen});
+  EXPECT_EQ(session_.opened(false, now_), Events{});
+  EXPECT_EQ(session_.closedRoot(), Events{didClose});
+}
+
+TEST_F(MenuSessionTest, AClickCloses) {
+  (void)session_.aboutToShowRoot(now_);
+  EXPECT_EQ(session_.clicked(), Events{didClose});
+  EXPECT_EQ(session_.closedRoot(), Events{});
+  EXPECT_EQ(session_.clicked(), Events{});
+}
+
+TEST_F(MenuSessionTest, AHostThatLeavesCloses) {
+  (void)session_.opened(true, now_);
+  EXPECT_EQ(session_.hostGone(), Events{didClose});
+  EXPECT_EQ(session_.hostGone(), Events{});
+}
+
+TEST_F(MenuSessionTest, IsClosedAfterAHalfMinuteOfSilence) {
+  (void)session_.aboutToShowRoot(now_);
+  EXPECT_EQ(session_.deadline(), now_ + 30s);
+  wait(20s);
+  session_.called(now_);
+  wait(10s);
+  EXPECT_EQ(session_.expire(now_), Events{});
+  EXPECT_EQ(session_.deadline(), now_ + 20s);
+  wait(20s);
+  EXPECT_EQ(session_.expire(now_), Events{didClose});
+  EXPECT_EQ(session_.deadline(), std::nullopt);
+  EXPECT_EQ(session_.expire(now_), Events{});
+}
+
+TEST_F(MenuSessionTest, AMenuWhoseEndNobodyToldIsClosedAndUpdatedWhenItOpensAgain) {
+  (void)session_.aboutToShowRoot(now_);
+  wait(1001ms);
+  EXPECT_EQ(session_.aboutToShowRoot(now_), (Events{didClose, needsUpdate, willOpen}));
+}
+
+TEST_F(MenuSessionTest, OpensAgainAtOnceAfterItWasClosed) {
+  (void)session_.aboutToShowRoot(now_);
+  (void)session_.closedRoot();
+  EXPECT_EQ(session_.aboutToShowRoot(now_), (Events{needsUpdate, willOpen}));
+}
+
+}  // namespace
+}  // namespace zephyl
