@@ -6,41 +6,10 @@ import time
 import pytest
 from gi.repository import GLib
 
+from support.desktop_fixtures import bus, demo, start_demo, watcher  # noqa: F401
 from support.session_bus import Item, SessionBus, Watcher, outline, rows
-from support.status_item_demo import GREEN, GREY, OUTLINE, RED, SAMPLE, Demo
+from support.status_item_demo import GREY, OUTLINE, SAMPLE
 from support.tray import eventually
-
-
-@pytest.fixture
-def bus():
-    bus = SessionBus().start()
-    yield bus
-    bus.close()
-
-
-@pytest.fixture
-def watcher(bus):
-    return Watcher(bus.peer())
-
-
-@pytest.fixture
-def start_demo(bus):
-    demos = []
-
-    def start(menu=SAMPLE, **environment):
-        demos.append(Demo(bus.address, environment))
-        if menu is not None:
-            demos[-1].set_menu(menu)
-        return demos[-1]
-
-    yield start
-    for demo in demos:
-        demo.close()
-
-
-@pytest.fixture
-def demo(watcher, start_demo):
-    return start_demo()
 
 
 @pytest.fixture

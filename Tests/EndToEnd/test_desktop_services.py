@@ -1,0 +1,240 @@
+"""Notifications, folder portal, applications and the one instance, on a bus of their own."""
+
+import pathlib
+import signal
+import subprocess
+import sys
+
+import pytest
+from gi.repository import GLib
+
+from support.desktop_fixtures import bus, demo, start_demo, watcher  # noqa: F401
+from support.desktop_services import APPLICATION, FolderChooser, NotificationServer
+from support.tray import BUILD, eventually
+
+NAME = "com.zephyl.tray"
+
+
+# Notifications
+
+def post(demo, identifier="a", **what):
+    demo.do("notify", identifier=identifier,
+            **{"title": "Zephyl: approval needed", "body": "Ana wants <x> & y", **what})
+
+
+def test_a_notification_is_posted_and_replaced_and_taken_away(bus, demo):
+    server = NotificationServer(bus.peer())
+    post(demo, action="Review…")
+    eventually(lambda: len(server.posted) == 1)
+    assert server.posted[0]["title"] == "Zephyl: approval needed"
+    assert server.posted[0]["body"] == "Ana wants &lt;x&gt; &amp; y"
+    assert server.posted[0]["actions"][0::2] == ["default", "show"]
+    assert server.posted[0]["actions"][3] == "Review…"
+    assert server.posted[0]["hints"] == {"desktop-entry": NAME, "sound-name": "message-new-instant"}
+    post(demo, body="again")
+    eventually(lambda: len(server.posted) == 2)
+    assert server.posted[1]["replaces"] == server.posted[0]["id"]
+    demo.do("unnotify", identifier="a")
+    eventually(lambda: server.closed == [server.posted[0]["id"]])
+    post(demo)
+    eventually(lambda: len(server.posted) == 3)
+    assert server.posted[2]["replaces"] == 0
+    assert server.asked == 1
+
+
+def test_posts_in_a_hurry_become_one_notification(bus, demo):
+    server = NotificationServer(bus.peer())
+    for number in range(10):
+        post(demo, body=str(number))
+    eventually(lambda: server.posted and server.posted[-1]["body"] == "9")
+    assert len({each["id"] for each in server.posted}) == 1
+
+
+def test_a_notification_that_is_answered_elsewhere_at_once_does_not_stay(bus, demo):
+    server = NotificationServer(bus.peer())
+    post(demo, "known")
+    eventually(lambda: len(server.posted) == 1)
+    post(demo, "brief", title="brief")
+    demo.do("unnotify", identifier="brief")
+    post(demo, "last", title="last")
+    eventually(lambda: server.posted[-1]["title"] == "last")
+    brief = [each["id"] for each in server.posted if each["title"] == "brief"]
+    eventually(lambda: server.closed == brief)
+
+
+def test_choosing_a_notification_or_its_button_is_told(bus, demo):
+    server = NotificationServer(bus.peer())
+    post(demo, action="Review…")
+    eventually(lambda: server.posted)
+    number = server.posted[0]["id"]
+    server.say("ActionInvoked", "(us)", 4711, "default")
+    server.say("ActionInvoked", "(us)", number, "show")
+    assert demo.event("notification")["identifier"] == "a"
+    server.say("NotificationClosed", "(uu)", number, 2)
+    server.say("ActionInvoked", "(us)", number, "default")
+    post(demo)
+    eventually(lambda: len(server.posted) == 2)
+    assert server.posted[1]["replaces"] == 0
+    assert demo.names().count("notification") == 1
+
+
+def test_a_server_without_markup_and_buttons_gets_plain_text(bus, demo):
+    server = NotificationServer(bus.peer(), ("body",))
+    post(demo, action="Review…")
+    eventually(lambda: server.posted)
+    assert server.posted[0]["body"] == "Ana wants <x> & y"
+    assert server.posted[0]["actions"] == []
+
+
+def test_without_a_server_nothing_happens(bus, demo):
+    post(demo)
+    demo.do("running", identifier="org.zephyl.nobody")
+    demo.event("running")
+    server = NotificationServer(bus.peer())
+    post(demo, "b")
+    eventually(lambda: server.posted)
+
+
+# Folder portal
+
+def ask(demo):
+    demo.do("folder", prompt="Share", message="Choose a folder to share")
+    return demo.event("folder")
+
+
+def test_a_folder_is_chosen_before_the_question_was_even_taken(bus, demo):
+    chooser = FolderChooser(bus.peer(), (0, "file:///home/ana/my%20folder"))
+    assert ask(demo) == {"event": "folder", "path": "/home/ana/my folder"}
+    question, = chooser.questions
+    assert question["directory"] is True
+    assert question["accept_label"] == "Share"
+    assert question["title"] == "Choose a folder to share"
+
+
+@pytest.mark.parametrize("code", [1, 2])
+def test_a_cancelled_question_has_no_answer(bus, demo, code):
+    FolderChooser(bus.peer(), (code,))
+    assert ask(demo) == {"event": "folder"}
+
+
+def test_a_portal_with_handles_of_its_own_is_heard(bus, demo):
+    chooser = FolderChooser(bus.peer(), handle="/org/freedesktop/portal/desktop/request/old/1")
+    demo.do("folder", prompt="Share", message="?")
+    eventually(lambda: chooser.questions)
+    eventually(lambda: chooser.respond(0, "file:///srv") or "folder" in demo.names())
+    assert demo.event("folder")["path"] == "/srv"
+
+
+def test_who_cannot_be_asked_is_said(bus, demo):
+    assert "There is no folder chooser" in ask(demo)["error"]
+    FolderChooser(bus.peer(), version=2)
+    demo.do("folder", prompt="Share", message="?")
+    assert "cannot choose folders" in demo.event("folder", 2)["error"]
+
+
+def test_a_portal_that_leaves_is_an_error(bus, demo):
+    peer = bus.peer()
+    chooser = FolderChooser(peer)
+    demo.do("folder", prompt="Share", message="?")
+    eventually(lambda: chooser.questions)
+    peer.close()
+    assert "gone away" in demo.event("folder")["error"]
+
+
+# Applications
+
+@pytest.fixture
+def application(bus):
+    process = subprocess.Popen(
+        [sys.executable, "-c", APPLICATION, bus.address, "com.zephyl.desktop"],
+        cwd=pathlib.Path(__file__).parent, stdout=subprocess.PIPE, text=True)
+    assert process.stdout.readline() == "ready\n"
+    yield process
+    process.kill()
+    process.wait()
+
+
+def running(demo, count=1):
+    demo.do("running", identifier="com.zephyl.desktop")
+    return demo.event("running", count)["pid"]
+
+
+def test_an_application_that_owns_its_name_is_running(demo, application):
+    assert running(demo) == application.pid
+    demo.do("activate", identifier="com.zephyl.desktop")
+    assert application.stdout.readline() == "activated {}\n"
+    demo.do("terminate", identifier="com.zephyl.desktop")
+    assert application.wait(10) == -signal.SIGTERM
+    asked = iter(range(2, 1000))
+    eventually(lambda: running(demo, next(asked)) == 0)
+
+
+def test_nothing_is_running_under_a_name_that_nobody_owns(demo):
+    assert running(demo) == 0
+    demo.do("running", identifier="not a name")
+    assert demo.event("running", 2)["pid"] == 0
+
+
+def test_an_activation_carries_the_token_that_came_with_the_click(watcher, demo, application):
+    watcher.item().do("ProvideXdgActivationToken", "(s)", "token-1")
+    running(demo)
+    demo.do("activate", identifier="com.zephyl.desktop")
+    line = application.stdout.readline()
+    assert "'activation-token': 'token-1'" in line and "'desktop-startup-id': 'token-1'" in line
+
+
+def test_a_web_address_is_opened_and_nothing_else(start_demo, tmp_path):
+    program = tmp_path / "xdg-open"
+    program.write_text(f"#!/bin/sh\necho \"$@\" >> {tmp_path}/opened\nexit 3\n")
+    program.chmod(0o755)
+    demo = start_demo(PATH=f"{tmp_path}:/usr/bin:/bin")
+    demo.do("open", url="--help")
+    demo.do("open", url="file:///etc/passwd")
+    demo.do("open", url="http://127.100.0.1:5173")
+    demo.log_line("ended with status 3")
+    assert (tmp_path / "opened").read_text() == "http://127.100.0.1:5173\n"
+
+
+# One instance
+
+def ask_holder(bus, pid):
+    return subprocess.run([BUILD / "status-item-demo", "--ask", str(pid)], timeout=20,
+                          env={"DBUS_SESSION_BUS_ADDRESS": bus.address}).returncode
+
+
+def owned(peer):
+    return NAME in peer.call("org.freedesktop.DBus", "/org/freedesktop/DBus",
+                             "org.freedesktop.DBus", "ListNames")[0]
+
+
+def test_a_second_start_reaches_the_holder_and_nobody_else(bus, demo):
+    peer = bus.peer()
+    eventually(lambda: owned(peer))
+    assert ask_holder(bus, demo.pid) == 0
+    demo.event("reopened")
+    assert ask_holder(bus, demo.pid + 1) == 1
+    bus.kill()
+    assert ask_holder(bus, demo.pid) == 1
+    assert demo.names().count("reopened") == 1
+
+
+def test_another_owner_of_the_name_is_left_in_peace(bus, start_demo):
+    peer = bus.peer()
+    peer.own(NAME)
+    demo = start_demo()
+    demo.log_line("another process has the bus name")
+    assert ask_holder(bus, demo.pid) == 1
+    peer.release(NAME)
+    eventually(lambda: ask_holder(bus, demo.pid) == 0)
+
+
+def test_every_way_to_start_an_application_re_opens_it(bus, demo):
+    peer = bus.peer()
+    eventually(lambda: owned(peer))
+    arguments = {"Activate": ("(a{sv})", {"activation-token": GLib.Variant("s", "t")}),
+                 "Open": ("(asa{sv})", ["file:///x"], {}),
+                 "ActivateAction": ("(sava{sv})", "new", [GLib.Variant("i", 1)], {})}
+    for count, (method, (signature, *values)) in enumerate(arguments.items(), 1):
+        peer.call(NAME, "/com/zephyl/tray", "org.freedesktop.Application", method, signature,
+                  *values)
+        demo.event("reopened", count)
