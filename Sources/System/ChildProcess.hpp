@@ -3,12 +3,14 @@
 #include <functional>
 #include <memory>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include <sys/types.h>
 
 #include "System/Clock.hpp"
 #include "System/Environment.hpp"
+#include "System/LineReader.hpp"
 #include "System/Result.hpp"
 
 namespace zephyl {
@@ -55,9 +57,16 @@ struct ProcessOptions {
   enum class Lifetime { tied, independent };
   Lifetime lifetime = Lifetime::tied;
 
+  /// Whether `ChildProcess::write` reaches the child's standard input, which is /dev/null
+  /// otherwise.
+  bool hasInput = false;
+  /// A longer line of output is cut, and its rest dropped.
+  std::size_t maxLineBytes = LineReader::maxLineBytes;
   /// Called with output as it comes, standard output and error together. Unset: the child's
   /// output goes where the tray's own goes.
   std::function<void(OutputLines)> onOutput;
+  /// Called with what comes on standard error, where that is to be told from standard output.
+  std::function<void(OutputLines)> onErrorOutput;
   /// Called once, after the last output, when the child has ended and been reaped.
   std::function<void(ExitStatus)> onExit;
 };
@@ -85,6 +94,12 @@ class ChildProcess {
   /// Waits until the child has ended, for at most `limit` of real time; whether it has. Not from
   /// a callback: they come on the thread that sees it end.
   [[nodiscard]] virtual bool waitForExit(Duration limit) = 0;
+
+  /// Sends a line, without its end, to a child that has input. Returns at once: what the child
+  /// has not read yet waits in memory, and what it never reads is dropped when it ends.
+  virtual void write(std::string_view line) = 0;
+  /// Ends the child's input behind what was written so far.
+  virtual void closeInput() = 0;
 };
 
 /// Starts children. The one seam between the supervisors and the system: tests put a launcher of

@@ -7,12 +7,14 @@
 namespace zephyl {
 
 /// Joins what arrives in pieces into whole lines, at a bounded cost: a line is cut at
-/// `maxLineBytes` (at the boundary of a character) and its rest dropped; a line that is not valid
+/// a limit (at the boundary of a character) and its rest dropped; a line that is not valid
 /// UTF-8 is dropped whole; empty lines are dropped. A line ends with LF; a CR before it is part
 /// of the end.
 class LineReader {
  public:
-  static constexpr std::size_t maxLineBytes = 4096;
+  static constexpr std::size_t maxLineBytes = 4096;  ///< unless another limit is given
+
+  explicit LineReader(std::size_t limit = maxLineBytes) : limit_(limit) {}
 
   /// The lines completed by `bytes`.
   std::vector<std::string> append(std::string_view bytes);
@@ -25,6 +27,11 @@ class LineReader {
   std::string_view join(std::string_view piece);
   void keep(std::string_view piece);
 
+  void add(std::vector<std::string>& lines, std::string_view line) const;
+  /// Cuts `line` at the limit, before the character that would straddle it.
+  [[nodiscard]] std::string_view cut(std::string_view line) const;
+
+  std::size_t limit_;
   std::string partial_;  // the beginning of a line: enough of it to see where to cut
 };
 

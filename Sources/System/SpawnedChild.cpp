@@ -26,6 +26,13 @@ struct Failure {
   bool ofDirectory = false;
 };
 
+/// What becomes the child's standard descriptors; -1: the tray's own.
+struct StandardDescriptors {
+  int input = -1;  // -1: /dev/null
+  int output = -1;
+  int errors = -1;
+};
+
 /// Everything the child needs, made before the fork: from there to exec it may call nothing that
 /// allocates or locks, since another thread may have been inside it.
 struct Program {
@@ -36,7 +43,7 @@ struct Program {
   bool tied;
   pid_t parent;
   Guardian& guardian;
-  int output;  // -1: the tray's own
+  StandardDescriptors standard;
 };
 
 std::vector<std::string> argumentsOf(const ProcessOptions& options) {
@@ -107,12 +114,11 @@ bool tie(const Program& program) {
   return true;
 }
 
-bool arrangeDescriptors(int output) {
-  const int null = ::open("/dev/null", O_RDONLY);
-  if (null < 0 || ::dup2(null, STDIN_FILENO) < 0) return false;
-  if (output >= 0) {
-    if (::dup2(output, STDOUT_FILENO) < 0 || ::dup2(output, STDERR_FILENO) < 0) return false;
-  }
+bool arrangeDescriptors(const StandardDescriptors& standard) {
+  const int input = standard.input >= 0 ? standard.input : ::open("/dev/null", O_RDONLY);
+  if (input < 0 || ::dup2(input, STDIN_FILENO) < 0) return false;
+  if (standard.output >= 0 && ::dup2(standard.output, STDOUT_FILENO) < 0) return false;
+  if (standard.errors >= 0 && ::dup2(standard.errors, STDERR_FILENO) < 0) return false;
   // All are close-on-exec already; this is for those of a library that is not as careful.
   ::close_range(STDERR_FILENO + 1, ~0U, CLOSE_RANGE_CLOEXEC);
   return true;
@@ -121,7 +127,7 @@ bool arrangeDescriptors(int output) {
 Failure runProgram(const Program& program) {
   resetSignals();
   if (program.tied ? !tie(program) : ::setsid() < 0) return {errno};
-  if (!arrangeDescriptors(program.output)) return {errno};
+  if (!arrangeDescriptors(program.standard)) return {errno};
   if (program.directory != nullptr && ::chdir(program.directory) != 0) return {errno, true};
   ::execve(program.executable, program.arguments, program.environment);
   return {errno};
@@ -144,7 +150,12 @@ std::optional<Pipe> makePipe() {
   return Pipe{FileDescriptor(ends[0]), FileDescriptor(ends[1])};
 }
 
-pid_t forkProgram(const ProcessOptions& options, Guardian& guardian, int output, int verdict) {
+std::optional<Pipe> makePipeIf(bool wanted) {
+  return wanted ? makePipe() : Pipe{};
+}
+
+pid_t forkProgram(const ProcessOptions& options, Guardian& guardian,
+                  const StandardDescriptors& standard, int verdict) {
   auto arguments = argumentsOf(options);
   auto environment = entriesOf(options.environment);
   const auto argumentPointers = pointersTo(arguments);
@@ -158,7 +169,7 @@ pid_t forkProgram(const ProcessOptions& options, Guardian& guardian, int output,
       .tied = options.lifetime == ProcessOptions::Lifetime::tied,
       .parent = ::getpid(),
       .guardian = guardian,
-      .output = output,
+      .standard = standard,
   };
   const SignalsBlocked blocked;
   const pid_t pid = ::fork();
@@ -194,10 +205,14 @@ void discard(pid_t pid, Guardian& guardian) {
 
 Result<SpawnedChild> spawn(const ProcessOptions& options, Guardian& guardian) {
   auto verdict = makePipe();
-  auto output = options.onOutput ? makePipe() : Pipe{};
-  if (!verdict || !output) return systemError(options.executable, errno);
-  const pid_t pid =
-      forkProgram(options, guardian, output->writingEnd.get(), verdict->writingEnd.get());
+  auto input = makePipeIf(options.hasInput);
+  auto output = makePipeIf(options.onOutput != nullptr);
+  auto errors = makePipeIf(options.onErrorOutput != nullptr);
+  if (!verdict || !input || !output || !errors) return systemError(options.executable, errno);
+  const FileDescriptor& errorEnd = errors->writingEnd ? errors->writingEnd : output->writingEnd;
+  const pid_t pid = forkProgram(options, guardian,
+                                {input->readingEnd.get(), output->writingEnd.get(), errorEnd.get()},
+                                verdict->writingEnd.get());
   if (pid < 0) return systemError(options.executable, errno);
   FileDescriptor process(static_cast<int>(::syscall(SYS_pidfd_open, pid, 0)));
   if (!process) {
@@ -205,7 +220,11 @@ Result<SpawnedChild> spawn(const ProcessOptions& options, Guardian& guardian) {
     discard(pid, guardian);
     return systemError(options.executable, number);
   }
-  return SpawnedChild{pid, std::move(process), std::move(output->readingEnd),
+  return SpawnedChild{pid,
+                      std::move(process),
+                      std::move(input->writingEnd),
+                      std::move(output->readingEnd),
+                      std::move(errors->readingEnd),
                       std::move(verdict->readingEnd)};
 }
 

@@ -15,7 +15,9 @@ class Guardian;
 struct SpawnedChild {
   pid_t pid = -1;
   FileDescriptor process;  ///< a pidfd: readable once the child has ended
+  FileDescriptor input;    ///< the writing end of its input, where that is asked for
   FileDescriptor output;   ///< the reading end of its output, where that is asked for
+  FileDescriptor errors;   ///< the same of standard error, where that has a pipe of its own
   FileDescriptor verdict;  ///< tells why the program could not be started; ends when it was
 };
 

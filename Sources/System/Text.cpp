@@ -1,6 +1,9 @@
 #include "System/Text.hpp"
 
+#include <algorithm>
+#include <array>
 #include <charconv>
+#include <cstdint>
 #include <iterator>
 
 #include <fmt/format.h>
@@ -54,10 +57,46 @@ std::size_t wideCharacterLength(std::string_view text) {
   return lead->length;
 }
 
-/// A beginning of a text: printable characters, or one control character, or one byte that is no
-/// UTF-8.
+struct CharacterRange {
+  char32_t first;
+  char32_t last;
+};
+
+/// Characters that show nothing themselves, or change how others are shown: those that Unicode
+/// lets be ignored, what directs or breaks lines, notes between lines, and what is no character.
+/// Not among them is U+FE0F, which stands in every other emoji.
+constexpr std::array hiddenCharacters{
+    CharacterRange{0xAD, 0xAD},       CharacterRange{0x34F, 0x34F},
+    CharacterRange{0x61C, 0x61C},     CharacterRange{0x115F, 0x1160},
+    CharacterRange{0x17B4, 0x17B5},   CharacterRange{0x180B, 0x180F},
+    CharacterRange{0x200B, 0x200F},   CharacterRange{0x2028, 0x202E},
+    CharacterRange{0x2060, 0x206F},   CharacterRange{0x3164, 0x3164},
+    CharacterRange{0xFDD0, 0xFDEF},   CharacterRange{0xFE00, 0xFE0E},
+    CharacterRange{0xFEFF, 0xFEFF},   CharacterRange{0xFFA0, 0xFFA0},
+    CharacterRange{0xFFF0, 0xFFFC},   CharacterRange{0xFFFE, 0xFFFF},
+    CharacterRange{0x1BCA0, 0x1BCA3}, CharacterRange{0x1D173, 0x1D17A},
+    CharacterRange{0xE0000, 0xE0FFF},
+};
+
+bool isHidden(char32_t character) {
+  const auto* const range =
+      std::ranges::lower_bound(hiddenCharacters, character, {}, &CharacterRange::last);
+  return range != hiddenCharacters.end() && range->first <= character;
+}
+
+/// The UTF-8 character of several bytes that is all of `text`.
+char32_t wideCharacter(std::string_view text) {
+  char32_t character = byteAt(text, 0) & (0xFFU >> (text.size() + 1));
+  for (std::size_t index = 1; index < text.size(); ++index) {
+    character = (character << 6U) | (byteAt(text, index) & 0x3FU);
+  }
+  return character;
+}
+
+/// A beginning of a text: printable characters, or one control character, or another that cannot
+/// be seen, or one byte that is no UTF-8.
 struct Piece {
-  enum class Kind { printable, control, invalid };
+  enum class Kind { printable, control, hidden, invalid };
   Kind kind;
   std::size_t length;
 };
@@ -70,8 +109,9 @@ Piece firstCharacter(std::string_view text) {
   }
   const std::size_t length = wideCharacterLength(text);
   if (length == 0) return {Piece::Kind::invalid, 1};
-  const bool control = byte == 0xC2 && byteAt(text, 1) < 0xA0;
-  return {control ? Piece::Kind::control : Piece::Kind::printable, length};
+  const char32_t character = wideCharacter(text.substr(0, length));
+  if (character < 0xA0) return {Piece::Kind::control, length};
+  return {isHidden(character) ? Piece::Kind::hidden : Piece::Kind::printable, length};
 }
 
 /// Printable characters as many as there are in a row, so that plain text is one piece.
@@ -85,13 +125,15 @@ Piece firstPiece(std::string_view text) {
   return piece;
 }
 
-void appendPicture(std::string_view control, std::string& out) {
-  const unsigned char last = byteAt(control, control.size() - 1);
-  if (control.size() > 1) {
-    fmt::format_to(std::back_inserter(out), "\\u{:04x}", last);
-  } else {
-    const unsigned char picture = last == 0x7F ? 0x21 : last;  // from U+2400 on
+void appendPicture(std::string_view character, std::string& out) {
+  if (character.size() == 1) {
+    const unsigned char byte = byteAt(character, 0);
+    const unsigned char picture = byte == 0x7F ? 0x21 : byte;  // from U+2400 on
     out.append("\xE2\x90").push_back(static_cast<char>(0x80 + picture));
+  } else if (character.size() < 4) {
+    fmt::format_to(std::back_inserter(out), "\\u{:04x}", std::uint32_t{wideCharacter(character)});
+  } else {
+    fmt::format_to(std::back_inserter(out), "\\U{:08x}", std::uint32_t{wideCharacter(character)});
   }
 }
 
@@ -165,6 +207,7 @@ std::string visible(std::string_view text) {
         out.append(text, 0, piece.length);
         break;
       case Piece::Kind::control:
+      case Piece::Kind::hidden:
         appendPicture(text.substr(0, piece.length), out);
         break;
       case Piece::Kind::invalid:
@@ -181,7 +224,8 @@ std::string withoutControlCharacters(std::string_view text) {
   out.reserve(text.size());
   while (!text.empty()) {
     const Piece piece = firstPiece(text);
-    if (piece.kind == Piece::Kind::printable) out.append(text, 0, piece.length);
+    const bool kept = piece.kind == Piece::Kind::printable || piece.kind == Piece::Kind::hidden;
+    if (kept) out.append(text, 0, piece.length);
     text.remove_prefix(piece.length);
   }
   return out;

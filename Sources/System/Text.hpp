@@ -25,8 +25,9 @@ std::optional<long long> parseDecimal(std::string_view text);
 
 bool isValidUTF8(std::string_view text);
 
-/// `text` with control characters written as pictures (␀ to ␟, ␡; C1 controls as "\u0085") and
-/// bytes that are no UTF-8 as U+FFFD, for showing what came from outside.
+/// `text` with control characters written as pictures (␀ to ␟, ␡; C1 controls as "\u0085"), others
+/// that cannot be seen or turn the direction of writing as "\u202e" or "\U000e0041", and bytes that
+/// are no UTF-8 as U+FFFD, for showing what came from outside.
 std::string visible(std::string_view text);
 
 /// `text` without control characters (C0, DEL and C1). Bytes that are no UTF-8 go as well: what is

@@ -31,6 +31,30 @@ void FakeChild::print(std::vector<std::string> lines) {
   options_.onOutput(OutputLines(std::move(lines), nullptr));
 }
 
+void FakeChild::printError(std::vector<std::string> lines) {
+  options_.onErrorOutput(OutputLines(std::move(lines), nullptr));
+}
+
+void FakeChild::write(std::string_view line) {
+  const std::scoped_lock lock(mutex_);
+  if (options_.hasInput && !inputEnded_) input_.emplace_back(line);
+}
+
+void FakeChild::closeInput() {
+  const std::scoped_lock lock(mutex_);
+  inputEnded_ = true;
+}
+
+std::vector<std::string> FakeChild::input() const {
+  const std::scoped_lock lock(mutex_);
+  return input_;
+}
+
+bool FakeChild::inputEnded() const {
+  const std::scoped_lock lock(mutex_);
+  return inputEnded_;
+}
+
 void FakeChild::exit(ExitStatus status) {
   {
     const std::scoped_lock lock(mutex_);

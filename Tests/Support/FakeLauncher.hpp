@@ -22,11 +22,17 @@ class FakeChild final : public ChildProcess {
   void terminateGroup() override { terminate(); }
   void killGroup() override;
   [[nodiscard]] bool waitForExit(Duration) override { return !isRunning(); }
+  void write(std::string_view line) override;
+  void closeInput() override;
 
   [[nodiscard]] const ProcessOptions& options() const { return options_; }
   [[nodiscard]] int terminateRequests() const;
   void ignoreTermination() { ignoresTermination_ = true; }
   void print(std::vector<std::string> lines);
+  void printError(std::vector<std::string> lines);
+  /// The lines of its input, and whether that has ended.
+  [[nodiscard]] std::vector<std::string> input() const;
+  [[nodiscard]] bool inputEnded() const;
   /// Ends by itself.
   void exit(ExitStatus status);
 
@@ -37,6 +43,8 @@ class FakeChild final : public ChildProcess {
   bool running_ = true;
   bool ignoresTermination_ = false;
   int terminateRequests_ = 0;
+  std::vector<std::string> input_;
+  bool inputEnded_ = false;
 };
 
 /// A launcher whose children exist only in the test.

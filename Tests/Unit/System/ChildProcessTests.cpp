@@ -58,6 +58,8 @@ class ChildProcessTest : public ::testing::Test {
     reactor_.run([] {});
   }
 
+  ChildProcessTest() { std::signal(SIGPIPE, SIG_IGN); }
+
   Guardian guardian_ = *Guardian::start();
   test::ChildWitness witness_;
   Reactor reactor_;
@@ -171,6 +173,70 @@ TEST_F(ChildProcessTest, ReadsNothingFromStandardInput) {
   EXPECT_EQ(witness_.linesAtEnd(), (Lines{"/dev/null", "0"}));
 }
 
+TEST_F(ChildProcessTest, ReadsWhatIsWrittenToIt) {
+  ProcessOptions options = script("cat; echo end");
+  options.hasInput = true;
+  const Child child = launchWatched(std::move(options));
+  child->write("one");
+  child->write("two");
+  witness_.waitForLines(2);
+  child->write("three");
+  child->closeInput();
+  child->write("nothing follows the end");
+  EXPECT_EQ(witness_.linesAtEnd(), (Lines{"one", "two", "three", "end"}));
+}
+
+TEST_F(ChildProcessTest, GetsALineThatFillsThePipeManyTimesOver) {
+  ProcessOptions options = script("wc -c");
+  options.hasInput = true;
+  const Child child = launchWatched(std::move(options));
+  child->write(std::string(3'000'000, 'x'));
+  child->closeInput();
+  EXPECT_EQ(witness_.linesAtEnd(), Lines{"3000001"});
+}
+
+TEST_F(ChildProcessTest, HoldsNobodyUpByNotReading) {
+  ProcessOptions options = program("/bin/sleep", {"1000"});
+  options.hasInput = true;
+  const Child child = launchWatched(std::move(options));
+  for (int i = 0; i < 100; ++i) child->write(std::string(100'000, 'x'));
+  reactor_.run([] {});
+  child->killGroup();
+  EXPECT_EQ(witness_.waitForExit(), signalled(SIGKILL));
+  child->write("to nobody");
+}
+
+TEST_F(ChildProcessTest, MayCloseItsInputAndLive) {
+  ProcessOptions options = script("exec </dev/null; echo closed; exec sleep 1000");
+  options.hasInput = true;
+  const Child child = launchWatched(std::move(options));
+  witness_.waitForLines(1);
+  child->write("to nobody");
+  settle();
+  child->write("to nobody");
+  settle();
+  EXPECT_TRUE(child->isRunning());
+  child->killGroup();
+  EXPECT_EQ(witness_.waitForExit(), signalled(SIGKILL));
+}
+
+TEST_F(ChildProcessTest, TellsItsErrorsApartWhereThatIsWanted) {
+  test::ChildWitness errors;
+  ProcessOptions options = script("echo one; echo two >&2; echo three; printf four >&2");
+  errors.attachTo(options);
+  options.onErrorOutput = std::move(options.onOutput);
+  launchWatched(std::move(options));
+  EXPECT_EQ(witness_.linesAtEnd(), (Lines{"one", "three"}));
+  EXPECT_EQ(errors.waitForLines(2), (Lines{"two", "four"}));
+}
+
+TEST_F(ChildProcessTest, HasItsLinesCutWhereItIsTold) {
+  ProcessOptions options = script("head -c 10000 /dev/zero | tr '\\0' x; echo");
+  options.maxLineBytes = 9000;
+  launchWatched(std::move(options));
+  EXPECT_EQ(witness_.linesAtEnd(), Lines{std::string(9000, 'x')});
+}
+
 TEST_F(ChildProcessTest, InheritsNoDescriptorNotEvenACarelessOne) {
   const int careless = ::open("/dev/null", O_RDONLY);
   ASSERT_GE(::dup2(careless, 100), 0);
@@ -184,7 +250,6 @@ TEST_F(ChildProcessTest, InheritsNoDescriptorNotEvenACarelessOne) {
 }
 
 TEST_F(ChildProcessTest, StartsWithTheDefaultSignals) {
-  const auto before = std::signal(SIGPIPE, SIG_IGN);
   sigset_t blocked;
   sigemptyset(&blocked);
   sigaddset(&blocked, SIGUSR1);
@@ -192,7 +257,6 @@ TEST_F(ChildProcessTest, StartsWithTheDefaultSignals) {
   launchWatched(program("/bin/grep", {"-E", "^Sig(Blk|Ign):", "/proc/self/status"}));
   EXPECT_EQ(witness_.linesAtEnd(),
             (Lines{"SigBlk:\t0000000000000000", "SigIgn:\t0000000000000000"}));
-  std::signal(SIGPIPE, before);
 }
 
 TEST_F(ChildProcessTest, LeadsAProcessGroupInTheSessionOfTheTray) {

@@ -83,6 +83,21 @@ TEST(Text, ShowsControlCharactersAsPictures) {
   EXPECT_EQ(visible(""), "");
 }
 
+TEST(Text, ShowsCharactersThatHideOrTurnOthers) {
+  EXPECT_EQ(visible("photo\u202Egnp.exe"), "photo\\u202egnp.exe");
+  EXPECT_EQ(visible("\u2066a\u2069\u200F\u061Cb"), "\\u2066a\\u2069\\u200f\\u061cb");
+  EXPECT_EQ(visible("pass\u200Bwd\u00AD\uFEFF\u3164"), "pass\\u200bwd\\u00ad\\ufeff\\u3164");
+  EXPECT_EQ(visible("a\u2028b\u2029c"), "a\\u2028b\\u2029c");
+  EXPECT_EQ(visible("\U000E0041\U000E0FFF"), "\\U000e0041\\U000e0fff");
+  EXPECT_EQ(visible("\uFDD0\uFFFC\uFFFE"), "\\ufdd0\\ufffc\\ufffe");
+}
+
+TEST(Text, LeavesNeighboursOfHiddenCharactersAlone) {
+  const auto text =
+      "\u00A0\u00AE\u2010\u2027\u202F\u2070\u3163\uFDCF\uFDF0\uFE0F\uFE10\uFFFD\U0001F600\U000E1000"s;
+  EXPECT_EQ(visible(text), text);
+}
+
 TEST(Text, ShowsEachByteThatIsNoUTF8AsAReplacementCharacter) {
   EXPECT_EQ(visible("a\xE2\x82z\xFF"), "a\uFFFD\uFFFDz\uFFFD");
   EXPECT_EQ(visible("\x9B\xC3"), "\uFFFD\uFFFD");
@@ -90,6 +105,10 @@ TEST(Text, ShowsEachByteThatIsNoUTF8AsAReplacementCharacter) {
 
 TEST(Text, LosesControlCharacters) {
   EXPECT_EQ(withoutControlCharacters("\x1B[1mé\r\n\0\x7F\xC2\x85z"s), "[1méz");
+}
+
+TEST(Text, LosesNoOtherCharacters) {
+  EXPECT_EQ(withoutControlCharacters("a\u200Db\u202E"), "a\u200Db\u202E");
 }
 
 TEST(Text, MakesNoControlCharacterByLosingOne) {
