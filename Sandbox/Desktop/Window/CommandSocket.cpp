@@ -60,11 +60,6 @@ asio::awaitable<void> serveWatch(Stream& stream, Routes& routes) {
   }
 }
 
-asio::awaitable<std::string> answerTo(Request request, TrayClient& tray) {
-  const auto answer = co_await tray.ask(std::move(request));
-  co_return answer ? toLine(*answer) : toLine(answer.error());
-}
-
 }  // namespace
 
 asio::awaitable<void> serveCommand(LocalProtocol::socket socket, TrayClient& tray, Routes& routes) {
@@ -73,7 +68,8 @@ asio::awaitable<void> serveCommand(LocalProtocol::socket socket, TrayClient& tra
   if (!command) {
     co_await send(stream, toLine(command.error()));
   } else if (auto* request = std::get_if<Request>(&*command)) {
-    auto line = co_await answerTo(std::move(*request), tray);
+    const auto answer = co_await tray.ask(std::move(*request));
+    auto line = answer ? toLine(*answer) : toLine(answer.error());
     co_await send(stream, std::move(line));
   } else {
     co_await serveWatch(stream, routes);

@@ -26,9 +26,7 @@ void Routes::remember(const std::string& route) {
 }
 
 Routes::Watcher::Watcher(Routes& routes, const asio::any_io_executor& executor)
-    : routes_(routes),
-      arrival_(executor, asio::steady_timer::time_point::max()),
-      routesToTake_(std::exchange(routes.unseen_, {})) {
+    : routes_(routes), arrival_(executor), routesToTake_(std::exchange(routes.unseen_, {})) {
   routes_.watchers_.insert(this);
 }
 
@@ -38,7 +36,9 @@ Routes::Watcher::~Watcher() {
 }
 
 asio::awaitable<void> Routes::Watcher::wait() {
-  if (routesToTake_.empty()) co_await arrival_.async_wait(asTuple);
+  using Time = asio::steady_timer::time_point;
+  arrival_.expires_at(routesToTake_.empty() ? Time::max() : Time::min());
+  co_await arrival_.async_wait(asTuple);
 }
 
 std::optional<std::string> Routes::Watcher::take() {

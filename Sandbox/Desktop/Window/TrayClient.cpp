@@ -63,7 +63,7 @@ std::optional<std::string> requestedRoute(const std::string& body) {
 }  // namespace
 
 asio::awaitable<Result<Answer>> TrayClient::ask(Request request) {
-  beast::tcp_stream stream(co_await asio::this_coro::executor);
+  beast::tcp_stream stream(executor_);
   if (const auto error = co_await send(stream, request, access_)) co_return noAnswer(error);
   stream.expires_never();
   beast::flat_buffer buffer;

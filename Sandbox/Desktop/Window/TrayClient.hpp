@@ -1,5 +1,8 @@
 #pragma once
 
+#include <utility>
+
+#include <boost/asio/any_io_executor.hpp>
 #include <boost/asio/awaitable.hpp>
 
 #include "Common/Result.hpp"
@@ -13,13 +16,15 @@ namespace zephyl::sandbox::desktop {
 /// route, it is remembered. Several may be under way at a time, on one thread.
 class TrayClient {
  public:
-  TrayClient(TrayAccess access, Routes& routes) : access_(std::move(access)), routes_(routes) {}
+  TrayClient(boost::asio::any_io_executor executor, TrayAccess access, Routes& routes)
+      : executor_(std::move(executor)), access_(std::move(access)), routes_(routes) {}
 
   /// Any status is an answer; a failure says why there is none. Sharing a folder waits for the user
   /// who chooses it, so that there is no limit to an answer's time.
   boost::asio::awaitable<Result<Answer>> ask(Request request);
 
  private:
+  boost::asio::any_io_executor executor_;
   TrayAccess access_;
   Routes& routes_;
 };

@@ -60,7 +60,6 @@ Result<LocalListener> listen(const asio::any_io_executor& executor, const std::s
 Result<void> runWindow(TrayAccess access) {
   const auto parent = ::getppid();
   Routes routes;
-  TrayClient tray(std::move(access), routes);
   asio::io_context io(1);
   asio::signal_set signals(io, SIGTERM, SIGINT, SIGHUP);
   signals.async_wait([&io](boost::system::error_code error, int) {
@@ -71,6 +70,7 @@ Result<void> runWindow(TrayAccess access) {
   if (!path) return path.error();
   auto listener = listen(io.get_executor(), *path);
   if (!listener) return listener.error();
+  TrayClient tray(io.get_executor(), std::move(access), routes);
   asio::co_spawn(io,
                  acceptAll(std::move(listener->acceptor), mostClients,
                            [&](LocalProtocol::socket socket) {
