@@ -21,6 +21,7 @@ CONFIGURATION = """<!DOCTYPE busconfig PUBLIC "-//freedesktop//DTD D-Bus Bus Con
   <type>session</type>
   <listen>unix:path={socket}</listen>
   <auth>EXTERNAL</auth>
+  {services}
   <policy context="default">
     <allow send_destination="*" eavesdrop="true"/>
     <allow eavesdrop="true"/>
@@ -31,9 +32,11 @@ CONFIGURATION = """<!DOCTYPE busconfig PUBLIC "-//freedesktop//DTD D-Bus Bus Con
 
 
 class SessionBus:
-    """A bus that can be killed and started again under the same address."""
+    """A bus that can be killed and started again under the same address. It starts no services
+    of the machine's, unless asked to, and then in the given environment."""
 
-    def __init__(self):
+    def __init__(self, services_environment=None):
+        self.services_environment = services_environment
         self.root = pathlib.Path(tempfile.mkdtemp(prefix="zb-", dir="/tmp"))
         self.socket = self.root / "bus"
         self.address = f"unix:path={self.socket}"
@@ -45,10 +48,12 @@ class SessionBus:
 
     def start(self):
         configuration = self.root / "bus.conf"
-        configuration.write_text(CONFIGURATION.format(socket=self.socket))
+        services = "" if self.services_environment is None else "<standard_session_servicedirs/>"
+        configuration.write_text(CONFIGURATION.format(socket=self.socket, services=services))
         self.socket.unlink(missing_ok=True)
         self.process = subprocess.Popen(
-            ["dbus-daemon", f"--config-file={configuration}", "--nofork"], stdin=subprocess.DEVNULL)
+            ["dbus-daemon", f"--config-file={configuration}", "--nofork"],
+            stdin=subprocess.DEVNULL, env=self.services_environment)
         eventually(self.socket.exists, what="the bus")
         return self
 

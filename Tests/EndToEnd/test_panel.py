@@ -1,0 +1,79 @@
+"""The status item on a real panel. Its screenshots stay in $ZEPHYL_SCREENSHOTS, when that is set."""
+
+import os
+import pathlib
+
+import pytest
+
+from support.panel import BAR, HEIGHT, WIDTH, Desktop
+from support.status_item_demo import SAMPLE, Demo
+from support.tray import eventually
+
+
+@pytest.fixture(params=[True, False], ids=["dark", "light"])
+def desktop(request):
+    desktop = Desktop(dark=request.param)
+    desktop.name = "dark" if request.param else "light"
+    yield desktop
+    desktop.close()
+
+
+@pytest.fixture
+def start_demo(desktop):
+    demos = []
+
+    def start():
+        demos.append(Demo(desktop.bus.address, desktop.environment))
+        demos[-1].set_menu(SAMPLE)
+        return demos[-1]
+
+    yield start
+    for demo in demos:
+        demo.close()
+
+
+def keep(desktop, name):
+    directory = os.environ.get("ZEPHYL_SCREENSHOTS")
+    if directory:
+        desktop.save_screenshot(pathlib.Path(directory) / f"{name}-{desktop.name}.png")
+
+
+def start_panel(desktop):
+    """Returns what the bar shows once it has come to rest."""
+    screen = desktop.picture(BAR)
+    desktop.start_panel()
+    return desktop.until_it_differs(screen, BAR)[0]
+
+
+def test_the_item_appears_opens_its_menu_acts_and_comes_back(desktop, start_demo):
+    empty = start_panel(desktop)
+    demo = start_demo()
+    idle, icon = desktop.until_it_differs(empty, BAR)
+    keep(desktop, "idle")
+    demo.do("icon", icon="busy")
+    busy, changed = desktop.until_it_differs(idle, BAR)
+    assert icon[0] - 2 <= changed[0] and changed[2] <= icon[2] + 2
+
+    closed = desktop.picture()
+    middle = (icon[0] + icon[2]) // 2, (icon[1] + icon[3]) // 2
+    desktop.click(*middle)
+    opened, menu = desktop.until_it_differs(closed)
+    assert menu[0] <= middle[0] <= menu[2] and menu[3] > BAR
+    assert demo.names() == ["needsUpdate", "willOpen"]
+    desktop.press("Down", "Down", "Right")
+    desktop.until_it_differs(opened)
+    keep(desktop, "menu")
+    desktop.press("Return")
+    assert demo.event("chosen") == {"event": "chosen", "action": "renameServer", "object": "a"}
+    assert demo.names() == ["needsUpdate", "willOpen", "didClose", "chosen"]
+
+    desktop.point(WIDTH // 2, HEIGHT - 1)
+    desktop.kill_panel()
+    start_panel(desktop)
+    eventually(lambda: desktop.picture(BAR).difference(busy) is None, 15, "the item's return")
+    desktop.click(*middle)
+    demo.event("willOpen", 2)
+    row_height = 25
+    desktop.until_it_differs(closed)
+    desktop.click(middle[0], BAR + row_height // 2)
+    assert demo.event("chosen", 2)["action"] == "openDesktopWindow"
