@@ -7,6 +7,7 @@
 
 #include <sys/types.h>
 
+#include "Desktop/FolderRequest.hpp"
 #include "Desktop/StatusItem.hpp"
 #include "System/Result.hpp"
 
@@ -15,13 +16,6 @@
 /// application framework. All of it is called on the main thread, and calls back there; nothing
 /// here waits for a user.
 namespace zephyl {
-
-/// A log to be looked at.
-struct LogWindow {
-  std::string title;
-  std::string message;  ///< what went wrong; empty when nothing did
-  std::vector<std::string> log;
-};
 
 /// A message that appears beside what the user is doing. One with the identifier of an earlier one
 /// replaces it.
@@ -42,11 +36,8 @@ struct RunningApplication {
   bool operator==(const RunningApplication&) const = default;
 };
 
-/// A question for a folder.
-struct FolderRequest {
-  std::string prompt;  ///< title of the button that confirms
-  std::string message;
-};
+/// The programs that a text file can be opened in. The desktop knows what they are called.
+enum class Editor { cursor, vsCode, textEdit };
 
 /// What comes from the desktop unasked. Unset ones are not told.
 struct DesktopEvents {
@@ -73,9 +64,6 @@ class Desktop {
   /// Takes a posted notification away again; nothing when it is gone.
   virtual void removeNotification(const std::string& identifier) = 0;
 
-  /// Replaces the log window that is open, if one is.
-  virtual void presentLogWindow(const LogWindow& window) = 0;
-
   /// Those that run under this identifier now.
   [[nodiscard]] virtual std::vector<RunningApplication> runningApplications(
       const std::string& identifier) = 0;
@@ -86,6 +74,8 @@ class Desktop {
 
   /// Opens a web address in the user's browser.
   virtual void openURL(const std::string& url) = 0;
+  /// Opens a file in an editor, where that is installed.
+  virtual void openFile(const std::string& path, Editor editor) = 0;
   /// Asks the user for a folder. Answers once: its path, nothing when the user cancelled, or why
   /// nobody could be asked.
   virtual void chooseFolder(const FolderRequest& request,

@@ -271,11 +271,14 @@ Result<void> writeFileAtomically(const std::string& path, std::string_view bytes
                                  Durability durability) {
   const auto target = followLinks(path);
   if (!target) return target.error();
-  std::string temporary =
-      joinPath(parentDirectory(*target), "." + lastComponent(*target) + ".XXXXXX");
+  return replaceFile(*target, bytes, durability);
+}
+
+Result<void> replaceFile(const std::string& path, std::string_view bytes, Durability durability) {
+  std::string temporary = joinPath(parentDirectory(path), "." + lastComponent(path) + ".XXXXXX");
   FileDescriptor descriptor(::mkostemp(temporary.data(), O_CLOEXEC));
-  if (!descriptor) return systemError(*target, errno);
-  NewFile file(std::move(descriptor), std::move(temporary), *target);
+  if (!descriptor) return systemError(path, errno);
+  NewFile file(std::move(descriptor), std::move(temporary), path);
   if (auto written = file.write(bytes); !written) return written;
   return file.finish(durability);
 }

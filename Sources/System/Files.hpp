@@ -46,6 +46,10 @@ enum class Durability { flushed, unflushed };
 Result<void> writeFileAtomically(const std::string& path, std::string_view bytes,
                                  Durability durability);
 
+/// The same, but a symbolic link at `path` is what gets replaced: for directories where others may
+/// have put one.
+Result<void> replaceFile(const std::string& path, std::string_view bytes, Durability durability);
+
 /// Copies a file that could not be understood to "<path>.unreadable-<fileTimestamp>", so that the
 /// next save cannot destroy what it held; a number is added when that name is taken. The copy has
 /// mode 0600 and is flushed. Where copying fails, be it that the file cannot be read or that the

@@ -15,9 +15,10 @@ namespace {
 constexpr std::chrono::seconds agentRequestTimeout{4};
 }
 
-AppDelegate::AppDelegate(const Runtime& runtime, Desktop& desktop)
+AppDelegate::AppDelegate(const Runtime& runtime, Desktop& desktop, Dialogs& dialogs)
     : runtime_(runtime),
       desktop_(desktop),
+      dialogs_(dialogs),
       client_(Config::apiBaseURL(),
               HTTPSession(runtime.reactor, {.requestTimeout = agentRequestTimeout})),
       agent_(std::make_shared<AgentProcess>(runtime)),
@@ -31,6 +32,7 @@ void AppDelegate::applicationDidFinishLaunching() {
   statusItem_ = &desktop_.statusItem();
   updateIcon();
   wireMenu();
+  wireDesktop();
   wireAgent();
   wireTailnets();
   startActivityStream();
@@ -49,17 +51,29 @@ void AppDelegate::wireAgent() {
   agent_->onStateChange = weakly([](AppDelegate& self) { self.refresh(); });
   agent_->onNonZeroExit =
       weakly([](AppDelegate& self, int status, const std::vector<std::string>& recentLog) {
-        self.desktop_.presentLogWindow(
-            {.title = "Agent Exited Unexpectedly",
-             .message = fmt::format(
-                 "The Zephyl agent didn't start cleanly — it exited with code {}.", status),
-             .log = recentLog});
+        self.presentLogWindow(
+            "Agent Exited Unexpectedly",
+            fmt::format("The Zephyl agent didn't start cleanly — it exited with code {}.", status),
+            recentLog);
       });
   agent_->onLaunchFailure = weakly([](AppDelegate& self, const std::string& message) {
-    self.desktop_.presentLogWindow({.title = "Agent Failed to Start",
-                                    .message = "The Zephyl agent could not be started: " + message,
-                                    .log = self.agent_->recentLog()});
+    self.presentLogWindow("Agent Failed to Start",
+                          "The Zephyl agent could not be started: " + message,
+                          self.agent_->recentLog());
   });
+}
+
+/// What the user does with the desktop, apart from the menu.
+void AppDelegate::wireDesktop() {
+  desktop_.setEvents({
+      .reopened = weakly([](AppDelegate& self) { self.applicationShouldHandleReopen(); }),
+      .notificationActivated =
+          weakly([](AppDelegate& self, const std::string& id) { self.reviewNotified(id); }),
+  });
+}
+
+void AppDelegate::applicationShouldHandleReopen() {
+  openInShell(needsOnboarding() ? "join" : "servers");
 }
 
 void AppDelegate::wireTailnets() {

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "Desktop/Desktop.hpp"
+#include "Desktop/Dialogs.hpp"
 #include "System/Clock.hpp"
 #include "ZephylTray/ActivityStream.hpp"
 #include "ZephylTray/AgentClient.hpp"
@@ -38,13 +39,15 @@ class AppDelegate : public std::enable_shared_from_this<AppDelegate> {
  public:
   static constexpr Duration pollInterval = std::chrono::seconds(2);
 
-  /// What `runtime` refers to, and `desktop`, outlive it.
-  AppDelegate(const Runtime& runtime, Desktop& desktop);
+  /// What `runtime` refers to, `desktop` and `dialogs` outlive it.
+  AppDelegate(const Runtime& runtime, Desktop& desktop, Dialogs& dialogs);
 
   /// Starts everything, in order. Returns at once; what takes time goes on in tasks.
   void applicationDidFinishLaunching();
   /// Stops everything, in order, and waits for the children: a few seconds at most.
   void applicationWillTerminate();
+  /// The user has started the running program again: shows where to go on.
+  void applicationShouldHandleReopen();
   /// What the program ends with: a failure when it could not go on.
   [[nodiscard]] int exitStatus() const { return exitStatus_; }
 
@@ -81,6 +84,7 @@ class AppDelegate : public std::enable_shared_from_this<AppDelegate> {
   };
 
   // Start-up and shutdown (AppDelegate.cpp)
+  void wireDesktop();
   void wireAgent();
   void wireTailnets();
   void wireUpdater();
@@ -112,7 +116,31 @@ class AppDelegate : public std::enable_shared_from_this<AppDelegate> {
   void chooseRestartTailnet(const std::string& object);
   void chooseRevokeEscapeGrant(const std::string& object);
   void chooseCheckForUpdates(const std::string& object);
+  void chooseReviewPendingApprovals(const std::string& object);
   void chooseQuit(const std::string& object);
+  void promptForInviteKey();
+
+  // Requests that reach outside a shared folder (AppDelegateApprovals.cpp)
+  using ApprovalAnswer = std::function<void(AppDelegate&, const AlertAnswer&)>;
+  void processPendingApprovals(const std::vector<PendingApproval>& pending);
+  void withdrawPromptUnlessPending(const std::vector<PendingApproval>& pending);
+  void notify(const PendingApproval& approval);
+  void presentApproval(const PendingApproval& approval);
+  void confirmAlwaysAllow(const PendingApproval& approval);
+  void askAboutApproval(const Alert& alert, ApprovalAnswer answered);
+  void decideApproval(const std::string& id, const std::string& decision);
+  void reviewPendingApprovals();
+  void reviewNotified(const std::string& id);
+  void reviewApproval(const PendingApproval& approval);
+  void revokeEscapeGrant(const EscapeGrant& grant);
+  void showError(const std::string& description);
+
+  // Log windows (AppDelegateLogs.cpp)
+  void presentLogWindow(const std::string& title, const std::string& message,
+                        const std::vector<std::string>& log);
+  void handle(LogWindowEvent event);
+  void openLogIn(Editor editor);
+  [[nodiscard]] std::optional<std::string> writeLogToTempFile() const;
 
   /// Brings tailnets, agent and menu in step with the registry (AppDelegateServers.cpp).
   void serversChanged();
@@ -135,7 +163,9 @@ class AppDelegate : public std::enable_shared_from_this<AppDelegate> {
   // Folders, as the desktop app shares them (AppDelegateFolders.cpp)
   using Failure = ControlServer::Failure;
   using Completion = ControlServer::Completion;
+  using FolderAnswer = std::function<void(const Result<std::optional<std::string>>&)>;
   void shellAddRoot(const std::string& id, const Completion& done);
+  void pickFolder(const std::string& prompt, const std::string& message, FolderAnswer done);
   void shellSetRootShared(const std::string& id, const std::string& root, bool shared,
                           const Completion& done);
   /// Wraps the end of a change of the shared folders: shows them afresh, then reports.
@@ -151,6 +181,7 @@ class AppDelegate : public std::enable_shared_from_this<AppDelegate> {
 
   Runtime runtime_;
   Desktop& desktop_;
+  Dialogs& dialogs_;
   StatusItem* statusItem_ = nullptr;
   AgentClient client_;
   std::shared_ptr<AgentProcess> agent_;
@@ -161,6 +192,15 @@ class AppDelegate : public std::enable_shared_from_this<AppDelegate> {
   // Shared with the updater, which asks from any thread.
   std::shared_ptr<std::atomic<bool>> agentIsBusy_ = std::make_shared<std::atomic<bool>>(false);
   bool menuIsOpen_ = false;
+  std::set<std::string> seenApprovalIds_;
+  bool presentingApproval_ = false;  // a request is being decided: prompt, confirmation, sending
+  std::string promptedApprovalId_;
+  Dialogs::Handle approvalDialog_;
+  Dialogs::Handle errorDialog_;
+  Dialogs::Handle inviteDialog_;
+  Dialogs::Handle folderDialog_;
+  Dialogs::Handle logWindow_;
+  std::string currentLogText_;  // the whole of the log shown last
   std::set<std::string> unresolvedAnnounced_;
   bool internalHostLookedUp_ = false;
   bool zephylInternalResolves_ = false;

@@ -12,12 +12,28 @@ void AppDelegate::shellAddRoot(const std::string& id, const Completion& done) {
   if (std::ranges::find(servers, id, &ServerEntry::id) == servers.end()) {
     return done("That is not a Zephyl this machine knows about.");
   }
-  desktop_.chooseFolder(
-      {.prompt = "Share", .message = "Choose a project folder to share with this Zephyl."},
+  pickFolder(
+      "Share", "Choose a project folder to share with this Zephyl.",
       weakly([id, done](AppDelegate& self, const Result<std::optional<std::string>>& folder) {
         if (!folder) return done(folder.error().message);
         if (!*folder) return done(std::nullopt);
         self.client_.addRoot(**folder, std::nullopt, {id}, self.foldersChanged(done));
+      }));
+}
+
+/// With the desktop's own picker, or ours where it has none.
+void AppDelegate::pickFolder(const std::string& prompt, const std::string& message,
+                             FolderAnswer done) {
+  const FolderRequest request{.prompt = prompt, .message = message};
+  desktop_.chooseFolder(
+      request, weakly([request, done = std::move(done)](
+                          AppDelegate& self, const Result<std::optional<std::string>>& folder) {
+        if (folder) return done(folder);
+        self.folderDialog_ = self.dialogs_.chooseFolder(
+            request, self.weakly([done](AppDelegate& asked, const auto& chosen) {
+              asked.folderDialog_.reset();
+              done(chosen);
+            }));
       }));
 }
 

@@ -1,9 +1,10 @@
 #include <map>
 
 #include "System/JSON.hpp"
-#include "System/Log.hpp"
 #include "System/MainLoop.hpp"
+#include "System/Secret.hpp"
 #include "System/URL.hpp"
+#include "ZephylTray/Alerts.hpp"
 #include "ZephylTray/AppDelegate.hpp"
 #include "ZephylTray/Config.hpp"
 #include "ZephylTray/MenuActions.hpp"
@@ -62,6 +63,7 @@ UpdateView AppDelegate::updateView() const {
 void AppDelegate::perform(const MenuAction& action) {
   using Action = void (AppDelegate::*)(const std::string& object);
   static const std::map<std::string_view, Action> actions = {
+      {menuActions::reviewPendingApprovals, &AppDelegate::chooseReviewPendingApprovals},
       {menuActions::openDesktopWindow, &AppDelegate::chooseOpenDesktopWindow},
       {menuActions::redeemInvite, &AppDelegate::chooseRedeemInvite},
       {menuActions::openServerInBrowser, &AppDelegate::chooseOpenServerInBrowser},
@@ -83,7 +85,23 @@ void AppDelegate::chooseOpenDesktopWindow(const std::string&) {
 }
 
 void AppDelegate::chooseRedeemInvite(const std::string&) {
-  openInShell("join");
+  if (DesktopApp::isInstalled()) return openInShell("join");
+  promptForInviteKey();
+}
+
+void AppDelegate::promptForInviteKey() {
+  inviteDialog_ = dialogs_.presentAlert(
+      alerts::inviteKey(), weakly([](AppDelegate& self, std::optional<AlertAnswer> answer) {
+        using Button = alerts::InviteKeyButton;
+        self.inviteDialog_.reset();
+        if (!answer || static_cast<Button>(answer->button) != Button::join) return;
+        const auto failure = self.redeem(answer->text);
+        wipe(answer->text);
+        if (!failure) return;
+        self.inviteDialog_ = self.dialogs_.presentAlert(
+            alerts::inviteKeyFailed(*failure),
+            self.weakly([](AppDelegate& told, const auto&) { told.inviteDialog_.reset(); }));
+      }));
 }
 
 void AppDelegate::chooseOpenServerInBrowser(const std::string& id) {
@@ -107,28 +125,19 @@ void AppDelegate::chooseRemoveServer(const std::string& id) {
 }
 
 void AppDelegate::chooseTailnetLogs(const std::string&) {
-  desktop_.presentLogWindow({.title = "Tailnet Logs", .message = "", .log = tailnet_->recentLog()});
+  presentLogWindow("Tailnet Logs", "", tailnet_->recentLog());
 }
 
 void AppDelegate::chooseRestartTailnet(const std::string&) {
   for (const auto& tailnet : tailnet_->instances()) tailnet->restart();
 }
 
-/// Without asking: what it takes away can be granted again.
 void AppDelegate::chooseRevokeEscapeGrant(const std::string& object) {
-  const auto grant = json::decodeText<EscapeGrant>(object);
-  if (!grant) return;
-  const auto report = weakly([](AppDelegate& self, const std::optional<Error>& error) {
-    if (error) log("could not revoke a permanent exception: {}", error->message);
-    self.refresh();
-  });
-  client_.revokeEscapeGrant(
-      grant->kind, grant->path,
-      [&mainLoop = runtime_.mainLoop, report](const Result<std::vector<EscapeGrant>>& grants) {
-        mainLoop.async([report, error = grants ? std::nullopt : std::optional(grants.error())] {
-          report(error);
-        });
-      });
+  if (const auto grant = json::decodeText<EscapeGrant>(object)) revokeEscapeGrant(*grant);
+}
+
+void AppDelegate::chooseReviewPendingApprovals(const std::string&) {
+  reviewPendingApprovals();
 }
 
 void AppDelegate::chooseCheckForUpdates(const std::string&) {

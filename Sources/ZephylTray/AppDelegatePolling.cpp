@@ -53,6 +53,7 @@ void AppDelegate::startActivityStream() {
 void AppDelegate::receive(Activity activity) {
   agentView_.activity = std::move(activity);
   noteBusy();
+  processPendingApprovals(std::vector(agentView_.activity->pendingApprovals));
   updater_->agentDidUpdateActivity(*agentIsBusy_);
   updateIcon();
   rebuildMenu();

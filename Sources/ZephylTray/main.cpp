@@ -3,6 +3,7 @@
 #include <iostream>
 
 #include "Desktop/Headless/HeadlessDesktop.hpp"
+#include "Desktop/Headless/HeadlessDialogs.hpp"
 #include "System/Bundle.hpp"
 #include "System/Environment.hpp"
 #include "System/Files.hpp"
@@ -37,8 +38,9 @@ int runTray(Guardian& guardian, const CommandLine& commandLine) {
     log("this version has no status item yet; running as with --headless");
   }
   HeadlessDesktop desktop(mainLoop, clock);
-  const auto delegate =
-      std::make_shared<AppDelegate>(Runtime{mainLoop, reactor, pool, clock, launcher}, desktop);
+  HeadlessDialogs dialogs(mainLoop);
+  const auto delegate = std::make_shared<AppDelegate>(
+      Runtime{mainLoop, reactor, pool, clock, launcher}, desktop, dialogs);
   mainLoop.async([&] { delegate->applicationDidFinishLaunching(); });
   mainLoop.run();
   delegate->applicationWillTerminate();

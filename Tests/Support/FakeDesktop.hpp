@@ -1,6 +1,7 @@
 #pragma once
 
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "Desktop/Desktop.hpp"
@@ -13,7 +14,10 @@ class FakeDesktop final : public Desktop {
   class Item final : public StatusItem {
    public:
     void setIcon(StatusIcon newIcon) override { icon = newIcon; }
-    void setTitle(const std::string& newTitle) override { title = newTitle; }
+    void setTitle(const std::string& newTitle) override {
+      title = newTitle;
+      ++titlesSet;
+    }
     void setDescription(const std::string& newDescription) override {
       description = newDescription;
     }
@@ -28,6 +32,7 @@ class FakeDesktop final : public Desktop {
     std::string description;
     Menu menu;
     int menusSet = 0;
+    int titlesSet = 0;
     MenuEvents events;
   };
 
@@ -43,7 +48,6 @@ class FakeDesktop final : public Desktop {
   void removeNotification(const std::string& identifier) override {
     std::erase_if(notifications, [&](const auto& each) { return each.identifier == identifier; });
   }
-  void presentLogWindow(const LogWindow& window) override { logWindows.push_back(window); }
   std::vector<RunningApplication> runningApplications(const std::string& identifier) override {
     auto found = applications;
     std::erase_if(found, [&](const auto& each) { return each.identifier != identifier; });
@@ -56,6 +60,9 @@ class FakeDesktop final : public Desktop {
     terminated.push_back(application);
   }
   void openURL(const std::string& url) override { openedURLs.push_back(url); }
+  void openFile(const std::string& path, Editor editor) override {
+    openedFiles.emplace_back(path, editor);
+  }
   void chooseFolder(const FolderRequest& request,
                     std::function<void(Result<std::optional<std::string>>)> done) override {
     folderRequests.push_back(request);
@@ -65,13 +72,13 @@ class FakeDesktop final : public Desktop {
   Item item;
   bool hasStatusItem = false;
   int authorizationRequests = 0;
-  std::vector<LogWindow> logWindows;
   DesktopEvents events;
   std::vector<Notification> notifications;  ///< those that are on screen
   std::vector<RunningApplication> applications;
   std::vector<RunningApplication> activated;
   std::vector<RunningApplication> terminated;
   std::vector<std::string> openedURLs;
+  std::vector<std::pair<std::string, Editor>> openedFiles;
   std::vector<FolderRequest> folderRequests;
   std::function<void(Result<std::optional<std::string>>)> folderAnswer;  ///< of the last request
 };

@@ -1,26 +1,15 @@
 #include "Desktop/Headless/HeadlessDesktop.hpp"
 
-#include <algorithm>
-
 #include "System/Log.hpp"
 
 namespace zephyl {
 
-namespace {
-constexpr std::size_t shownLogLines = 12;
-}
-
-void HeadlessDesktop::presentLogWindow(const LogWindow& window) {
-  log("{}: {}", window.title, window.message);
-  const auto& lines = window.log;
-  for (std::size_t i = lines.size() - std::min(lines.size(), shownLogLines); i < lines.size();
-       ++i) {
-    log("  | {}", lines[i]);
-  }
-}
-
 void HeadlessDesktop::openURL(const std::string& url) {
   log("not opened, there is no desktop: {}", url);
+}
+
+void HeadlessDesktop::openFile(const std::string& path, Editor) {
+  log("not opened, there is no desktop: {}", path);
 }
 
 void HeadlessDesktop::chooseFolder(const FolderRequest&,

@@ -8,8 +8,8 @@ namespace zephyl {
 
 /// The desktop of a machine that has none: nothing is shown. The state goes to the log in words,
 /// a line for each change; changes that follow each other faster than `logInterval` share the
-/// line that tells the last of them. A log window becomes its message and the end of its log.
-/// Nobody can be asked, no menu is opened, and no application is known.
+/// line that tells the last of them. Nobody can be asked, no menu is opened, and no application is
+/// known.
 class HeadlessDesktop final : public Desktop {
  public:
   static constexpr Duration logInterval = std::chrono::milliseconds(250);
@@ -22,11 +22,11 @@ class HeadlessDesktop final : public Desktop {
   void requestNotificationAuthorization() override {}
   void postNotification(const Notification&) override {}
   void removeNotification(const std::string&) override {}
-  void presentLogWindow(const LogWindow& window) override;
   std::vector<RunningApplication> runningApplications(const std::string&) override { return {}; }
   void activate(const RunningApplication&) override {}
   void terminate(const RunningApplication&) override {}
   void openURL(const std::string& url) override;
+  void openFile(const std::string& path, Editor editor) override;
   void chooseFolder(const FolderRequest& request,
                     std::function<void(Result<std::optional<std::string>>)> done) override;
 

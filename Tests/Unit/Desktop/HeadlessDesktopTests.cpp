@@ -57,15 +57,5 @@ TEST_F(HeadlessDesktopTest, AChangeThatIsTakenBackInAHurryIsNotLogged) {
   EXPECT_EQ(logged(), "[tray] a\n");
 }
 
-TEST_F(HeadlessDesktopTest, ALogWindowBecomesItsMessageAndTheEndOfItsLog) {
-  std::vector<std::string> log;
-  for (int i = 1; i <= 20; ++i) log.push_back("line " + std::to_string(i));
-  desktop_.presentLogWindow({.title = "Agent Exited Unexpectedly", .message = "Why.", .log = log});
-  const auto text = logged();
-  EXPECT_TRUE(text.starts_with("[tray] Agent Exited Unexpectedly: Why.\n[tray]   | line 9\n"))
-      << text;
-  EXPECT_TRUE(text.ends_with("[tray]   | line 20\n")) << text;
-}
-
 }  // namespace
 }  // namespace zephyl

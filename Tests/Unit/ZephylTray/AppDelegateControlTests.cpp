@@ -4,6 +4,7 @@
 
 #include "Support/FakeAgent.hpp"
 #include "Support/FakeDesktop.hpp"
+#include "Support/FakeDialogs.hpp"
 #include "Support/RawClient.hpp"
 #include "Support/TestRuntime.hpp"
 #include "Support/TrayWorld.hpp"
@@ -26,7 +27,7 @@ class ControlTest : public ::testing::Test {
     world_.addProgram("packages/desktop/src-tauri/target/release/zephyl-desktop");
     agent_.answerHealthily(
         R"([{"root":"/a","name":"a","servers":["gone"]},{"root":"/b","name":"b"}])");
-    delegate_ = std::make_shared<AppDelegate>(runtime_.runtime(), desktop_);
+    delegate_ = std::make_shared<AppDelegate>(runtime_.runtime(), desktop_, dialogs_);
     delegate_->applicationDidFinishLaunching();
     runtime_.runUntil([&] { return delegate_->agentView().reachable; });
   }
@@ -76,6 +77,7 @@ class ControlTest : public ::testing::Test {
   test::ScopedVariable controlPort_{"ZEPHYL_ONBOARD_PORT", std::to_string(port_)};
   test::TestRuntime runtime_;
   test::FakeDesktop desktop_;
+  test::FakeDialogs dialogs_;
   std::shared_ptr<AppDelegate> delegate_;
   std::string status_;  // of the last answer
 };
@@ -156,6 +158,17 @@ TEST_F(ControlTest, ACancelledChoiceIsASuccess) {
   desktop_.folderAnswer(std::nullopt);
   EXPECT_EQ(receive(client), ok_);
   EXPECT_EQ(agent_.requestCount("POST /api/roots"), 0U);
+}
+
+TEST_F(ControlTest, WithoutAPickerOfTheDesktopOurOwnAsks) {
+  const auto id = joinServer();
+  const test::RawClient client(port_);
+  send(client, "POST /servers/" + id + "/roots", "");
+  ASSERT_TRUE(runtime_.runUntil([&] { return !desktop_.folderRequests.empty(); }));
+  desktop_.folderAnswer(Error{"no portal"});
+  ASSERT_EQ(dialogs_.folderRequests, desktop_.folderRequests);
+  dialogs_.folderAnswer(Error{"no screen"});
+  EXPECT_EQ(receive(client), error("no screen"));
 }
 
 TEST_F(ControlTest, AnUnknownServerIsGivenNoFolder) {

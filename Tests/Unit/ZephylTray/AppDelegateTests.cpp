@@ -4,6 +4,7 @@
 
 #include "Support/FakeAgent.hpp"
 #include "Support/FakeDesktop.hpp"
+#include "Support/FakeDialogs.hpp"
 #include "Support/RawClient.hpp"
 #include "Support/TestRuntime.hpp"
 #include "Support/TrayWorld.hpp"
@@ -19,7 +20,7 @@ class AppDelegateTest : public ::testing::Test {
   /// Starts the controller beside a desktop app that runs already.
   void launch() {
     desktop_.applications = {{.identifier = DesktopApp::identifier, .pid = 1}};
-    delegate_ = std::make_shared<AppDelegate>(runtime_.runtime(), desktop_);
+    delegate_ = std::make_shared<AppDelegate>(runtime_.runtime(), desktop_, dialogs_);
     delegate_->applicationDidFinishLaunching();
   }
 
@@ -41,6 +42,7 @@ class AppDelegateTest : public ::testing::Test {
   test::ScopedVariable controlPort_{"ZEPHYL_ONBOARD_PORT", std::to_string(test::freePort())};
   test::TestRuntime runtime_;
   test::FakeDesktop desktop_;
+  test::FakeDialogs dialogs_;
   std::shared_ptr<AppDelegate> delegate_;
 };
 
@@ -169,21 +171,21 @@ TEST_F(AppDelegateTest, TellsTheUserWhyTheAgentFailed) {
   ASSERT_TRUE(runtime_.runUntil([&] { return runtime_.launcher.children().size() == 1; }));
   runtime_.launcher.newest()->print({"no space left"});
   runtime_.launcher.newest()->exit({ExitStatus::Reason::exited, 3});
-  ASSERT_TRUE(runtime_.runUntil([&] { return !desktop_.logWindows.empty(); }));
-  const auto& window = desktop_.logWindows[0];
+  ASSERT_TRUE(runtime_.runUntil([&] { return !dialogs_.logWindows().empty(); }));
+  const auto window = dialogs_.logWindows()[0];
   EXPECT_EQ(window.title, "Agent Exited Unexpectedly");
   EXPECT_EQ(window.message, "The Zephyl agent didn't start cleanly — it exited with code 3.");
-  EXPECT_EQ(window.log, std::vector<std::string>{"no space left"});
+  EXPECT_EQ(window.fullText, "no space left");
 }
 
 TEST_F(AppDelegateTest, TellsTheUserThatThereIsNoAgent) {
   launch();
-  ASSERT_TRUE(runtime_.runUntil([&] { return !desktop_.logWindows.empty(); }));
-  const auto& window = desktop_.logWindows[0];
+  ASSERT_TRUE(runtime_.runUntil([&] { return !dialogs_.logWindows().empty(); }));
+  const auto window = dialogs_.logWindows()[0];
   EXPECT_EQ(window.title, "Agent Failed to Start");
   EXPECT_TRUE(window.message.starts_with(
       "The Zephyl agent could not be started: No Rust agent binary found."));
-  EXPECT_EQ(window.log.size(), 1U);
+  EXPECT_TRUE(window.fullText.starts_with("[tray] No Rust agent"));
 }
 
 TEST_F(AppDelegateTest, TerminatingEndsTheStreamAndTheAgent) {

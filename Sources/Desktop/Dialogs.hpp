@@ -1,0 +1,90 @@
+#pragma once
+
+#include <cstddef>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "Desktop/FolderRequest.hpp"
+#include "System/Result.hpp"
+
+namespace zephyl {
+
+/// A message that asks for an answer. All texts are plain: shown as they are, without markup.
+struct Alert {
+  enum class Style { warning, critical };
+
+  Style style = Style::warning;
+  std::string messageText;
+  std::string informativeText;
+  std::vector<std::string> buttons;  ///< at least one; the first is the default
+  std::size_t safeButton = 0;        ///< what Escape, closing, or the dialog's death chooses
+
+  struct TextField {
+    std::string placeholder;
+    int width = 0;  ///< in points
+
+    bool operator==(const TextField&) const = default;
+  };
+  std::optional<TextField> textField;  ///< has the focus at first
+
+  bool operator==(const Alert&) const = default;
+};
+
+struct AlertAnswer {
+  std::size_t button = 0;  ///< its place in `Alert::buttons`
+  std::string text;        ///< of the text field
+
+  bool operator==(const AlertAnswer&) const = default;
+};
+
+/// A log to be looked at.
+struct LogWindow {
+  std::string title;
+  std::string message;    ///< what went wrong; empty when nothing did
+  std::string shownText;  ///< what is on screen
+  std::string fullText;   ///< what is copied
+
+  bool operator==(const LogWindow&) const = default;
+};
+
+/// What the user does with a log window.
+enum class LogWindowEvent { openInCursor, openInVSCode, openInTextEdit, closed };
+
+/// A dialog on screen, or on its way there. Destroying it closes the dialog, which is not answered
+/// any more then.
+class Dialog {
+ public:
+  virtual ~Dialog() = default;
+  Dialog() = default;
+  Dialog(const Dialog&) = delete;
+  Dialog& operator=(const Dialog&) = delete;
+};
+
+/// Windows that ask the user or show something. Presenting returns at once; answers come later, on
+/// the main thread, on which everything is called, too. Several dialogs may be open side by side.
+class Dialogs {
+ public:
+  using Handle = std::unique_ptr<Dialog>;
+
+  virtual ~Dialogs() = default;
+  Dialogs() = default;
+  Dialogs(const Dialogs&) = delete;
+  Dialogs& operator=(const Dialogs&) = delete;
+
+  /// Answers once: none when the alert could not be shown, so that nobody has seen it.
+  [[nodiscard]] virtual Handle presentAlert(
+      const Alert& alert, std::function<void(std::optional<AlertAnswer>)> done) = 0;
+  /// Answers once: a folder's path, nothing when the user cancelled, or why nobody could be asked.
+  [[nodiscard]] virtual Handle chooseFolder(
+      const FolderRequest& request,
+      std::function<void(Result<std::optional<std::string>>)> done) = 0;
+  /// Tells what the user does until the window is closed. A window that cannot be shown goes to
+  /// the log instead, and is closed.
+  [[nodiscard]] virtual Handle presentLogWindow(const LogWindow& window,
+                                                std::function<void(LogWindowEvent)> tell) = 0;
+};
+
+}  // namespace zephyl

@@ -1,0 +1,29 @@
+#pragma once
+
+#include "Desktop/Dialogs.hpp"
+
+namespace zephyl {
+
+class MainLoop;
+
+/// The dialogs of a machine that has no screen: none can be shown, nobody can be asked. A log
+/// window becomes its message and the end of its log in the diagnostic log.
+class HeadlessDialogs final : public Dialogs {
+ public:
+  explicit HeadlessDialogs(MainLoop& mainLoop) : mainLoop_(mainLoop) {}
+
+  Handle presentAlert(const Alert& alert,
+                      std::function<void(std::optional<AlertAnswer>)> done) override;
+  Handle chooseFolder(const FolderRequest& request,
+                      std::function<void(Result<std::optional<std::string>>)> done) override;
+  Handle presentLogWindow(const LogWindow& window,
+                          std::function<void(LogWindowEvent)> tell) override;
+
+ private:
+  MainLoop& mainLoop_;
+};
+
+/// Writes a log window that cannot be shown to the diagnostic log.
+void logInsteadOfWindow(const LogWindow& window);
+
+}  // namespace zephyl

@@ -1,0 +1,158 @@
+#include <algorithm>
+
+#include "System/Bundle.hpp"
+#include "System/JSON.hpp"
+#include "System/Log.hpp"
+#include "System/MainLoop.hpp"
+#include "System/Text.hpp"
+#include "ZephylTray/Alerts.hpp"
+#include "ZephylTray/AppDelegate.hpp"
+#include "ZephylTray/ApprovalTexts.hpp"
+
+namespace zephyl {
+
+namespace {
+
+bool isPending(const std::vector<PendingApproval>& pending, const std::string& id) {
+  return std::ranges::find(pending, id, &PendingApproval::id) != pending.end();
+}
+
+}  // namespace
+
+void AppDelegate::processPendingApprovals(const std::vector<PendingApproval>& pending) {
+  std::erase_if(seenApprovalIds_, [&](const std::string& id) {
+    if (isPending(pending, id)) return false;
+    desktop_.removeNotification(id);
+    return true;
+  });
+  withdrawPromptUnlessPending(pending);
+  if (presentingApproval_) return;
+  const auto unseen = std::ranges::find_if(
+      pending, [this](const auto& approval) { return !seenApprovalIds_.contains(approval.id); });
+  if (unseen == pending.end()) return;
+  seenApprovalIds_.insert(unseen->id);
+  notify(*unseen);
+  presentApproval(*unseen);
+}
+
+/// A request that was answered elsewhere, or given up, is not asked about any longer.
+void AppDelegate::withdrawPromptUnlessPending(const std::vector<PendingApproval>& pending) {
+  if (!approvalDialog_ || isPending(pending, promptedApprovalId_)) return;
+  approvalDialog_.reset();
+  presentingApproval_ = false;
+}
+
+void AppDelegate::notify(const PendingApproval& approval) {
+  if (!Bundle::main().identifier()) return;
+  desktop_.postNotification({.identifier = approval.id,
+                             .title = "Zephyl: approval needed",
+                             .body = approvalNotificationText(approval),
+                             .actionTitle = "Review…"});
+}
+
+void AppDelegate::presentApproval(const PendingApproval& approval) {
+  using Button = alerts::ApprovalButton;
+  presentingApproval_ = true;
+  promptedApprovalId_ = approval.id;
+  askAboutApproval(alerts::approval(approval),
+                   [approval](AppDelegate& self, const AlertAnswer& answer) {
+                     switch (static_cast<Button>(answer.button)) {
+                       case Button::allowOnce:
+                         return self.decideApproval(approval.id, "approve");
+                       case Button::alwaysAllow:
+                         return self.confirmAlwaysAllow(approval);
+                       default:
+                         return self.decideApproval(approval.id, "deny");
+                     }
+                   });
+}
+
+void AppDelegate::confirmAlwaysAllow(const PendingApproval& approval) {
+  using Button = alerts::ConfirmationButton;
+  askAboutApproval(alerts::alwaysAllowConfirmation(approval),
+                   [id = approval.id](AppDelegate& self, const AlertAnswer& answer) {
+                     if (static_cast<Button>(answer.button) != Button::create) {
+                       return self.decideApproval(id, "deny");
+                     }
+                     if (trimmed(answer.text) == alwaysAllowPhrase)
+                       return self.decideApproval(id, "always");
+                     self.approvalDialog_ = self.dialogs_.presentAlert(
+                         alerts::phraseDidNotMatch(),
+                         self.weakly([id](AppDelegate& told, const auto&) {
+                           told.approvalDialog_.reset();
+                           told.decideApproval(id, "deny");
+                         }));
+                   });
+}
+
+/// Shows one of the alerts about the request that is being decided. Should it not come on screen,
+/// nobody has refused anything: the request waits for the menu.
+void AppDelegate::askAboutApproval(const Alert& alert, ApprovalAnswer answered) {
+  approvalDialog_ = dialogs_.presentAlert(
+      alert, weakly([answered = std::move(answered)](AppDelegate& self,
+                                                     const std::optional<AlertAnswer>& answer) {
+        self.approvalDialog_.reset();
+        if (answer) return answered(self, *answer);
+        log("a request needs your approval and cannot be shown; it waits in the menu");
+        self.presentingApproval_ = false;
+      }));
+}
+
+void AppDelegate::decideApproval(const std::string& id, const std::string& decision) {
+  const auto confirm =
+      decision == "always" ? std::optional<std::string>(alwaysAllowPhrase) : std::nullopt;
+  const auto decided = weakly([id](AppDelegate& self, const Result<void>& result) {
+    if (result) self.desktop_.removeNotification(id);
+    if (!result) self.showError(result.error().message);
+    self.presentingApproval_ = false;
+    if (const auto& activity = self.agentView_.activity) {
+      self.processPendingApprovals(std::vector(activity->pendingApprovals));
+    }
+  });
+  client_.decideApproval(id, decision, confirm,
+                         [&mainLoop = runtime_.mainLoop, decided](const Result<void>& result) {
+                           mainLoop.async([decided, result] { decided(result); });
+                         });
+}
+
+void AppDelegate::reviewPendingApprovals() {
+  if (presentingApproval_ || !agentView_.activity) return;
+  const auto& pending = agentView_.activity->pendingApprovals;
+  if (!pending.empty()) reviewApproval(PendingApproval(pending.front()));
+}
+
+void AppDelegate::reviewNotified(const std::string& id) {
+  if (presentingApproval_ || !agentView_.activity) return;
+  const auto& pending = agentView_.activity->pendingApprovals;
+  const auto found = std::ranges::find(pending, id, &PendingApproval::id);
+  if (found != pending.end()) reviewApproval(PendingApproval(*found));
+}
+
+void AppDelegate::reviewApproval(const PendingApproval& approval) {
+  seenApprovalIds_.insert(approval.id);
+  presentApproval(approval);
+}
+
+/// Without asking: what it takes away can be granted again.
+void AppDelegate::revokeEscapeGrant(const EscapeGrant& grant) {
+  const auto revoked =
+      weakly([](AppDelegate& self, const Result<std::vector<EscapeGrant>>& result) {
+        if (!result) return self.showError(result.error().message);
+        self.refresh();
+      });
+  client_.revokeEscapeGrant(
+      grant.kind, grant.path,
+      [&mainLoop = runtime_.mainLoop, revoked](const Result<std::vector<EscapeGrant>>& result) {
+        mainLoop.async([revoked, result] { revoked(result); });
+      });
+}
+
+/// A newer error takes the place of an older one that is still on screen.
+void AppDelegate::showError(const std::string& description) {
+  log("could not be done: {}", description);
+  errorDialog_ = dialogs_.presentAlert(
+      alerts::error(description),
+      weakly([](AppDelegate& self, const auto&) { self.errorDialog_.reset(); }));
+}
+
+}  // namespace zephyl

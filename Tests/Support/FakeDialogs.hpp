@@ -1,0 +1,105 @@
+#pragma once
+
+#include <algorithm>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "Desktop/Dialogs.hpp"
+
+namespace zephyl::test {
+
+/// Dialogs that a test looks at and answers in the user's place.
+class FakeDialogs final : public Dialogs {
+ public:
+  struct OpenAlert {
+    Alert alert;
+    std::function<void(std::optional<AlertAnswer>)> answer;
+  };
+  struct OpenLogWindow {
+    LogWindow window;
+    std::function<void(LogWindowEvent)> tell;
+  };
+
+  Handle presentAlert(const Alert& alert,
+                      std::function<void(std::optional<AlertAnswer>)> done) override {
+    return open(alerts_, {alert, std::move(done)});
+  }
+  Handle chooseFolder(const FolderRequest& request,
+                      std::function<void(Result<std::optional<std::string>>)> done) override {
+    folderRequests.push_back(request);
+    folderAnswer = std::move(done);
+    return std::make_unique<Window<OpenAlert>>();
+  }
+  Handle presentLogWindow(const LogWindow& window,
+                          std::function<void(LogWindowEvent)> tell) override {
+    return open(logWindows_, {window, std::move(tell)});
+  }
+
+  /// What is on screen, the oldest first.
+  [[nodiscard]] std::vector<Alert> alerts() const {
+    std::vector<Alert> all;
+    for (const auto& each : alerts_) all.push_back(each->alert);
+    return all;
+  }
+  [[nodiscard]] std::vector<LogWindow> logWindows() const {
+    std::vector<LogWindow> all;
+    for (const auto& each : logWindows_) all.push_back(each->window);
+    return all;
+  }
+
+  /// Answers the newest alert with a button; it goes.
+  void press(const std::string& button, const std::string& text = "") {
+    const auto& buttons = alerts_.back()->alert.buttons;
+    const auto found = std::ranges::find(buttons, button);
+    const auto place = static_cast<std::size_t>(found - buttons.begin());
+    answer(AlertAnswer{.button = place, .text = text});
+  }
+  /// The newest alert could not be shown.
+  void failToShow() { answer(std::nullopt); }
+  void tellLogWindow(LogWindowEvent event) {
+    const auto tell = logWindows_.back()->tell;
+    tell(event);
+  }
+
+  std::vector<FolderRequest> folderRequests;
+  std::function<void(Result<std::optional<std::string>>)> folderAnswer;
+
+ private:
+  template <typename T>
+  using List = std::vector<std::shared_ptr<T>>;
+
+  /// On screen as long as the handle lives.
+  template <typename T>
+  class Window final : public Dialog {
+   public:
+    Window() = default;
+    Window(List<T>& list, std::shared_ptr<T> shown) : list_(&list), shown_(std::move(shown)) {}
+    ~Window() override {
+      if (list_ != nullptr) std::erase(*list_, shown_);
+    }
+
+   private:
+    List<T>* list_ = nullptr;
+    std::shared_ptr<T> shown_;
+  };
+
+  template <typename T>
+  Handle open(List<T>& list, T shown) {
+    list.push_back(std::make_shared<T>(std::move(shown)));
+    return std::make_unique<Window<T>>(list, list.back());
+  }
+  void answer(std::optional<AlertAnswer> given) {
+    const auto newest = alerts_.back();
+    alerts_.pop_back();
+    newest->answer(std::move(given));
+  }
+
+  List<OpenAlert> alerts_;
+  List<OpenLogWindow> logWindows_;
+};
+
+}  // namespace zephyl::test

@@ -1,0 +1,154 @@
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+
+#include <gtest/gtest.h>
+
+#include "Support/FakeDesktop.hpp"
+#include "Support/FakeDialogs.hpp"
+#include "Support/RawClient.hpp"
+#include "Support/TestRuntime.hpp"
+#include "Support/TrayWorld.hpp"
+#include "ZephylTray/AppDelegate.hpp"
+#include "ZephylTray/MenuActions.hpp"
+
+namespace zephyl {
+namespace {
+
+using namespace std::chrono_literals;
+
+/// A controller, and a user who chooses from its menu and its log windows.
+class MenuTest : public ::testing::Test {
+ protected:
+  MenuTest() {
+    world_.addProgram("packages/tailnet-client/tailscaled");
+    world_.addProgram("packages/tailnet-client/zephyl-tailnet");
+    desktop_.applications = {{.identifier = DesktopApp::identifier, .pid = 1}};
+    delegate_ = std::make_shared<AppDelegate>(runtime_.runtime(), desktop_, dialogs_);
+    delegate_->applicationDidFinishLaunching();
+    runtime_.runUntil([&] { return !dialogs_.logWindows().empty(); });  // there is no agent
+  }
+  ~MenuTest() override { delegate_->applicationWillTerminate(); }
+
+  void choose(std::string_view action, const std::string& object = "") {
+    desktop_.item.events.chosen({std::string(action), object});
+  }
+  /// A joined server whose tailnet is up.
+  std::string joinServer(const std::string& address = "100.64.0.7:8080") {
+    delegate_->redeem("inv_v2_" + std::string(32, 'a') + "_one");
+    runtime_.advance(2s);
+    runtime_.launcher.newest()->print({"data tunnel on http://" + address});
+    runtime_.settle();
+    return Servers::all()[0].id;
+  }
+  [[nodiscard]] std::size_t activations() const { return desktop_.activated.size(); }
+
+  test::TrayWorld world_;
+  test::ScopedVariable agentPort_{"AGENT_TRAY_PORT", "1"};
+  test::ScopedVariable controlPort_{"ZEPHYL_ONBOARD_PORT", std::to_string(test::freePort())};
+  test::ScopedVariable temporary_{"TMPDIR", world_.directory().path()};
+  test::TestRuntime runtime_;
+  test::FakeDesktop desktop_;
+  test::FakeDialogs dialogs_;
+  std::shared_ptr<AppDelegate> delegate_;
+};
+
+TEST_F(MenuTest, IsNotRebuiltWhileItIsOpen) {
+  desktop_.item.events.willOpen();
+  const int before = desktop_.item.menusSet;
+  delegate_->setServerLabel(Servers::add("", "http://lab", std::nullopt).id, "Lab");
+  EXPECT_EQ(desktop_.item.menusSet, before);
+  desktop_.item.events.didClose();
+  desktop_.item.events.needsUpdate();
+  EXPECT_EQ(desktop_.item.menusSet, before + 1);
+}
+
+TEST_F(MenuTest, OpensTheDesktopAppAtItsScreens) {
+  const auto id = joinServer();
+  for (const auto action : {menuActions::openDesktopWindow, menuActions::redeemInvite,
+                            menuActions::renameServer, menuActions::removeServer}) {
+    const auto before = activations();
+    choose(action, id);
+    EXPECT_EQ(activations(), before + 1) << action;
+  }
+  desktop_.events.reopened();
+  EXPECT_EQ(Servers::all().size(), 1U);
+}
+
+TEST_F(MenuTest, OpensAServersWebPage) {
+  const auto id = joinServer();
+  choose(menuActions::openServerInBrowser, id);
+  choose(menuActions::openServerInBrowser, "none");
+  EXPECT_EQ(desktop_.openedURLs, std::vector<std::string>{"http://100.64.0.7:8080"});
+}
+
+TEST_F(MenuTest, ConnectsAServerThatWasDisabled) {
+  const auto id = joinServer();
+  delegate_->setServerEnabled(id, false);
+  choose(menuActions::connectServer, id);
+  EXPECT_TRUE(Servers::all()[0].enabled);
+}
+
+TEST_F(MenuTest, AsksForAnInviteKeyAndSaysWhyItDidNotWork) {
+  std::filesystem::remove_all(world_.source());
+  choose(menuActions::redeemInvite);
+  ASSERT_EQ(dialogs_.alerts().size(), 1U);
+  EXPECT_EQ(dialogs_.alerts()[0].messageText, "Join the Zephyl Tailnet");
+  dialogs_.press("Join", "inv_v2_nonsense");
+  ASSERT_EQ(dialogs_.alerts().size(), 1U);
+  EXPECT_EQ(dialogs_.alerts()[0].messageText, "That invite key didn't work");
+  EXPECT_EQ(dialogs_.alerts()[0].informativeText, "That doesn't look like a Zephyl invite key.");
+  dialogs_.press("OK");
+  EXPECT_TRUE(dialogs_.alerts().empty());
+}
+
+TEST_F(MenuTest, JoinsWithAGoodKeyAndWithNoneWhenCancelled) {
+  std::filesystem::remove_all(world_.source());
+  choose(menuActions::redeemInvite);
+  dialogs_.press("Cancel", "inv_v2_" + std::string(32, 'a') + "_one");
+  EXPECT_TRUE(Servers::all().empty());
+  choose(menuActions::redeemInvite);
+  dialogs_.press("Join", "inv_v2_" + std::string(32, 'a') + "_one");
+  EXPECT_EQ(Servers::all().size(), 1U);
+  EXPECT_TRUE(dialogs_.alerts().empty());
+}
+
+TEST_F(MenuTest, ALogWindowTakesThePlaceOfTheOneThatIsOpen) {
+  joinServer();
+  choose(menuActions::showTailnetLogs);
+  ASSERT_EQ(dialogs_.logWindows().size(), 1U);
+  EXPECT_EQ(dialogs_.logWindows()[0].title, "Tailnet Logs");
+  EXPECT_EQ(dialogs_.logWindows()[0].message, "");
+  dialogs_.tellLogWindow(LogWindowEvent::closed);
+  EXPECT_TRUE(dialogs_.logWindows().empty());
+}
+
+TEST_F(MenuTest, WritesTheWholeLogToAPrivateFileAndOpensIt) {
+  dialogs_.tellLogWindow(LogWindowEvent::openInVSCode);
+  ASSERT_EQ(desktop_.openedFiles.size(), 1U);
+  const auto& [path, editor] = desktop_.openedFiles[0];
+  EXPECT_EQ(editor, Editor::vsCode);
+  EXPECT_TRUE(path.starts_with(world_.directory() / "zephyl-agent-log-")) << path;
+  std::stringstream text;
+  text << std::ifstream(path).rdbuf();
+  EXPECT_EQ(text.str(), dialogs_.logWindows()[0].fullText);
+  EXPECT_EQ(std::filesystem::status(path).permissions(),
+            std::filesystem::perms::owner_read | std::filesystem::perms::owner_write);
+}
+
+TEST_F(MenuTest, NeverWritesALogThroughALinkThatSomebodyPlaced) {
+  dialogs_.tellLogWindow(LogWindowEvent::openInCursor);
+  const auto path = desktop_.openedFiles.at(0).first;
+  const auto victim = world_.directory().write("victim", "precious");
+  std::filesystem::remove(path);
+  std::filesystem::create_symlink(victim, path);
+  dialogs_.tellLogWindow(LogWindowEvent::openInTextEdit);
+  EXPECT_EQ(desktop_.openedFiles.at(1).first, path);
+  EXPECT_FALSE(std::filesystem::is_symlink(path));
+  std::stringstream text;
+  text << std::ifstream(victim).rdbuf();
+  EXPECT_EQ(text.str(), "precious");
+}
+
+}  // namespace
+}  // namespace zephyl
