@@ -455,7 +455,7 @@ def test_the_agent_is_restarted(world, start_api):
     eventually(lambda: api.ask("GET", "/roots")[0] == 200, what="an agent")
     api.do("POST", "/agent/restart")
     eventually(lambda: not is_alive(first), what="the end of the first agent")
-    assert api.tray.agent_pid() != first
+    eventually(lambda: api.tray.agent_pid() != first, what="another agent")
     eventually(lambda: api.ask("GET", "/roots")[0] == 200, what="an agent again")
 
 

@@ -140,7 +140,18 @@ def test_a_head_that_is_no_utf8_is_never_answered(api):
         assert status_of(receive_all(sock)) == 413
 
 
-@pytest.mark.parametrize("line", ["", "GET", "  GET  "])
+@pytest.mark.parametrize("bad", [b"\xff", b"\xc0\x80", b"\xed\xa0\x80", b"\xf4\x90\x80\x80", b"\xe2\x82"])
+def test_no_form_of_invalid_utf8_is_taken_in_a_head(api, bad):
+    raw = api.head("GET /servers HTTP/1.1", "X-Name: \0").replace(b"\0", bad)
+    assert api.exchange(raw, half_close=True) == b""
+
+
+def test_header_lines_that_are_none_are_skipped(api):
+    raw = api.head("GET /servers HTTP/1.1", "no colon", ": no name", "X: a:b:c", "X-\u00e9: \u20ac\0")
+    assert answered(api.exchange(raw)) == {"servers": []}
+
+
+@pytest.mark.parametrize("line", ["", "GET", "  GET  ", "GET\t/servers"])
 def test_a_request_line_of_fewer_than_two_words_is_never_answered(api, line):
     assert api.exchange(api.head(line), half_close=True) == b""
 
