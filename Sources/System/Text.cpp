@@ -219,6 +219,17 @@ std::string visible(std::string_view text) {
   return out;
 }
 
+std::string visibleLines(std::string_view text) {
+  std::string out;
+  for (;;) {
+    const auto end = text.find('\n');
+    out += visible(text.substr(0, end));
+    if (end == std::string_view::npos) return out;
+    out += '\n';
+    text.remove_prefix(end + 1);
+  }
+}
+
 std::string withoutControlCharacters(std::string_view text) {
   std::string out;
   out.reserve(text.size());

@@ -29,6 +29,8 @@ bool isValidUTF8(std::string_view text);
 /// that cannot be seen or turn the direction of writing as "\u202e" or "\U000e0041", and bytes that
 /// are no UTF-8 as U+FFFD, for showing what came from outside.
 std::string visible(std::string_view text);
+/// The same for a text of several lines: newlines stay.
+std::string visibleLines(std::string_view text);
 
 /// `text` without control characters (C0, DEL and C1). Bytes that are no UTF-8 go as well: what is
 /// left beside a removed character could make one.

@@ -92,6 +92,12 @@ TEST(Text, ShowsCharactersThatHideOrTurnOthers) {
   EXPECT_EQ(visible("\uFDD0\uFFFC\uFFFE"), "\\ufdd0\\ufffc\\ufffe");
 }
 
+TEST(Text, LeavesNewlinesInATextOfSeveralLines) {
+  EXPECT_EQ(visibleLines("a\tb\n\n\xFF\u202E\n"), "a␉b\n\n\uFFFD\\u202e\n");
+  EXPECT_EQ(visibleLines("plain"), "plain");
+  EXPECT_EQ(visibleLines(""), "");
+}
+
 TEST(Text, LeavesNeighboursOfHiddenCharactersAlone) {
   const auto text =
       "\u00A0\u00AE\u2010\u2027\u202F\u2070\u3163\uFDCF\uFDF0\uFE0F\uFE10\uFFFD\U0001F600\U000E1000"s;

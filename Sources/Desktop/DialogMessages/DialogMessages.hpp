@@ -1,0 +1,145 @@
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+/// What the tray and zephyl-tray-dialogs say to each other, one JSON object a line.
+///
+/// The tray writes one `DialogRequest`, then `DialogOrder`s. The program answers with
+/// `DialogReport`s: `shown` once its window is on screen; an answer, after which the window is
+/// gone, or for a log window any number of events with `closed` as the last; and `hidden` when the
+/// window has left the screen. A pong may come at any time. An end of the input closes the window
+/// without an answer, as `close` does.
+namespace zephyl {
+
+/// Of an `Alert`; see there.
+struct AlertRequest {
+  enum class Style { warning, critical };
+  struct TextField {
+    std::string placeholder;
+    std::int64_t width = 0;
+
+    template <typename Self, typename Fields>
+    static void describe(Self& self, Fields& fields) {
+      fields("placeholder", self.placeholder);
+      fields("width", self.width);
+    }
+  };
+
+  Style style = Style::warning;
+  std::string messageText;
+  std::string informativeText;
+  std::vector<std::string> buttons;
+  std::int64_t safeButton = 0;
+  std::optional<TextField> textField;
+
+  template <typename Self, typename Fields>
+  static void describe(Self& self, Fields& fields) {
+    fields("style", self.style);
+    fields("messageText", self.messageText);
+    fields("informativeText", self.informativeText);
+    fields("buttons", self.buttons);
+    fields("safeButton", self.safeButton);
+    fields("textField", self.textField);
+  }
+};
+
+constexpr std::array<std::string_view, 2> enumNames(AlertRequest::Style) {
+  return {"warning", "critical"};
+}
+
+/// Of a `FolderRequest`.
+struct FolderPickerRequest {
+  std::string prompt;
+  std::string message;
+
+  template <typename Self, typename Fields>
+  static void describe(Self& self, Fields& fields) {
+    fields("prompt", self.prompt);
+    fields("message", self.message);
+  }
+};
+
+/// Of a `LogWindow`.
+struct LogWindowRequest {
+  std::string title;
+  std::string message;
+  std::string shownText;
+  std::string fullText;
+
+  template <typename Self, typename Fields>
+  static void describe(Self& self, Fields& fields) {
+    fields("title", self.title);
+    fields("message", self.message);
+    fields("shownText", self.shownText);
+    fields("fullText", self.fullText);
+  }
+};
+
+/// What to show: exactly one of these.
+struct DialogRequest {
+  std::optional<AlertRequest> alert;
+  std::optional<FolderPickerRequest> folderPicker;
+  std::optional<LogWindowRequest> logWindow;
+
+  template <typename Self, typename Fields>
+  static void describe(Self& self, Fields& fields) {
+    fields("alert", self.alert);
+    fields("folderPicker", self.folderPicker);
+    fields("logWindow", self.logWindow);
+  }
+};
+
+/// What the tray says to a dialog that is open: exactly one of these.
+struct DialogOrder {
+  std::optional<std::int64_t> ping;  ///< to be answered at once with a pong of the same number
+  std::optional<bool> close;         ///< without an answer
+
+  template <typename Self, typename Fields>
+  static void describe(Self& self, Fields& fields) {
+    fields("ping", self.ping);
+    fields("close", self.close);
+  }
+};
+
+/// What the program says: exactly one of these.
+struct DialogReport {
+  struct Answer {
+    std::int64_t button = 0;  ///< its place among the buttons
+    std::string text;         ///< of the text field
+
+    template <typename Self, typename Fields>
+    static void describe(Self& self, Fields& fields) {
+      fields("button", self.button);
+      fields("text", self.text);
+    }
+  };
+  enum class LogEvent { openInCursor, openInVSCode, openInTextEdit, closed };
+
+  std::optional<bool> shown;
+  std::optional<std::int64_t> pong;
+  std::optional<Answer> answer;       ///< of an alert
+  std::optional<std::string> folder;  ///< the chosen one's path; empty when the user cancelled
+  std::optional<LogEvent> logEvent;
+  std::optional<bool> hidden;
+
+  template <typename Self, typename Fields>
+  static void describe(Self& self, Fields& fields) {
+    fields("shown", self.shown);
+    fields("pong", self.pong);
+    fields("answer", self.answer);
+    fields("folder", self.folder);
+    fields("logEvent", self.logEvent);
+    fields("hidden", self.hidden);
+  }
+};
+
+constexpr std::array<std::string_view, 4> enumNames(DialogReport::LogEvent) {
+  return {"openInCursor", "openInVSCode", "openInTextEdit", "closed"};
+}
+
+}  // namespace zephyl

@@ -1,0 +1,137 @@
+#include "Desktop/DialogsClient/DialogHelper.hpp"
+
+#include <filesystem>
+#include <utility>
+
+#include <unistd.h>
+
+#include "Desktop/DialogsClient/DialogRun.hpp"
+#include "Desktop/Headless/HeadlessDialogs.hpp"
+#include "System/Bundle.hpp"
+#include "System/Text.hpp"
+
+namespace zephyl {
+
+namespace {
+
+using Step = DialogRun::Step;
+
+/// Takes its window along when it goes.
+class RunHandle final : public Dialog {
+ public:
+  explicit RunHandle(std::shared_ptr<DialogRun> run) : run_(std::move(run)) {}
+  ~RunHandle() override { run_->close(); }
+  RunHandle(const RunHandle&) = delete;
+  RunHandle& operator=(const RunHandle&) = delete;
+
+ private:
+  const std::shared_ptr<DialogRun> run_;
+};
+
+/// JSON carries nothing but UTF-8.
+std::string carried(const std::string& text) {
+  return isValidUTF8(text) ? text : visibleLines(text);
+}
+
+AlertRequest requestFor(const Alert& alert) {
+  AlertRequest request{
+      .style = alert.style == Alert::Style::critical ? AlertRequest::Style::critical
+                                                     : AlertRequest::Style::warning,
+      .messageText = carried(alert.messageText),
+      .informativeText = carried(alert.informativeText),
+      .safeButton = static_cast<std::int64_t>(alert.safeButton),
+  };
+  for (const auto& button : alert.buttons) request.buttons.push_back(carried(button));
+  if (alert.textField) {
+    request.textField = {carried(alert.textField->placeholder), alert.textField->width};
+  }
+  return request;
+}
+
+LogWindowEvent eventOf(DialogReport::LogEvent event) {
+  switch (event) {
+    case DialogReport::LogEvent::openInCursor:
+      return LogWindowEvent::openInCursor;
+    case DialogReport::LogEvent::openInVSCode:
+      return LogWindowEvent::openInVSCode;
+    case DialogReport::LogEvent::openInTextEdit:
+      return LogWindowEvent::openInTextEdit;
+    case DialogReport::LogEvent::closed:
+      break;
+  }
+  return LogWindowEvent::closed;
+}
+
+}  // namespace
+
+Dialogs::Handle DialogHelper::presentAlert(const Alert& alert,
+                                           std::function<void(std::optional<AlertAnswer>)> done) {
+  DialogRun::Owner owner;
+  owner.interpret = [done, count = alert.buttons.size()](DialogReport& report) {
+    std::optional<Step> step;
+    if (!report.answer) return step;
+    const auto button = static_cast<std::size_t>(report.answer->button);
+    if (button >= count) return step;
+    return step = Step{true, [done, answer = AlertAnswer{button, std::move(report.answer->text)}] {
+                         done(answer);
+                       }};
+  };
+  owner.failed = [done, safe = alert.safeButton](bool wasShown) {
+    done(wasShown ? std::optional(AlertAnswer{.button = safe}) : std::nullopt);
+  };
+  auto run = std::make_shared<DialogRun>(mainLoop_, clock_, launcher_, std::move(owner));
+  return start(std::move(run), {.alert = requestFor(alert)});
+}
+
+Dialogs::Handle DialogHelper::chooseFolder(
+    const FolderRequest& request, std::function<void(Result<std::optional<std::string>>)> done) {
+  DialogRun::Owner owner;
+  owner.interpret = [done](DialogReport& report) {
+    std::optional<Step> step;
+    if (!report.folder) return step;
+    return step = Step{true, [done, folder = std::move(*report.folder)] {
+                         done(folder.empty() ? std::nullopt : std::optional(folder));
+                       }};
+  };
+  owner.failed = [done](bool wasShown) {
+    if (wasShown) return done(std::optional<std::string>());
+    done(Error{"The folder picker could not be shown."});
+  };
+  auto run = std::make_shared<DialogRun>(mainLoop_, clock_, launcher_, std::move(owner));
+  return start(std::move(run), {.folderPicker = FolderPickerRequest{carried(request.prompt),
+                                                                    carried(request.message)}});
+}
+
+Dialogs::Handle DialogHelper::presentLogWindow(const LogWindow& window,
+                                               std::function<void(LogWindowEvent)> tell) {
+  DialogRun::Owner owner;
+  owner.interpret = [tell](DialogReport& report) {
+    std::optional<Step> step;
+    if (!report.logEvent) return step;
+    const auto event = eventOf(*report.logEvent);
+    return step = Step{event == LogWindowEvent::closed, [tell, event] { tell(event); }};
+  };
+  owner.failed = [tell, window](bool wasShown) {
+    if (!wasShown) logInsteadOfWindow(window);
+    tell(LogWindowEvent::closed);
+  };
+  auto run = std::make_shared<DialogRun>(mainLoop_, clock_, launcher_, std::move(owner));
+  return start(std::move(run), {.logWindow = LogWindowRequest{
+                                    carried(window.title), carried(window.message),
+                                    carried(window.shownText), carried(window.fullText)}});
+}
+
+Dialogs::Handle DialogHelper::start(std::shared_ptr<DialogRun> run, const DialogRequest& request) {
+  run->start(program_, request);
+  return std::make_unique<RunHandle>(std::move(run));
+}
+
+std::string dialogsProgram(const Bundle& bundle) {
+  constexpr auto name = "zephyl-tray-dialogs";
+  const auto directory = std::filesystem::path(bundle.executable().value_or("")).parent_path();
+  const auto beside = directory / name;
+  if (::access(beside.c_str(), X_OK) == 0) return beside;
+  return directory.parent_path() / "libexec/zephyl-tray" / name;
+}
+
+}  // namespace zephyl

@@ -1,0 +1,101 @@
+#include "Dialogs/AlertWindow.hpp"
+
+#include <QGuiApplication>
+#include <QScreen>
+#include <QStyle>
+#include <algorithm>
+
+namespace zephyl {
+
+namespace {
+
+constexpr int margin = 20;
+constexpr int spacing = 12;
+constexpr int gapBesideIcon = 16;
+constexpr int iconSize = 48;
+constexpr int textWidth = 460;
+
+/// What is typed is an answer of a line; a paste without end is not.
+constexpr int maxTypedCharacters = 4096;
+
+QFont messageFont(QFont font) {
+  font.setBold(true);
+  font.setPointSizeF(font.pointSizeF() * 1.1);
+  return font;
+}
+
+/// The screen bounds what a text may take, whatever it says.
+WrappedText::Room roomFor(double shareOfHeight) {
+  const QSize screen = QGuiApplication::primaryScreen()->availableSize();
+  return {std::min(textWidth, screen.width() / 2),
+          static_cast<int>(screen.height() * shareOfHeight)};
+}
+
+}  // namespace
+
+AlertWindow::AlertWindow(Conversation& conversation, const AlertRequest& request)
+    : DialogWindow(conversation),
+      safeButton_(request.safeButton),
+      message_(plainText(request.messageText), messageFont(font()), roomFor(0.2)),
+      information_(plainText(request.informativeText), font(), roomFor(0.4)) {
+  setWindowTitle(QStringLiteral("Zephyl"));
+  setAccessibleName(plainText(request.messageText));
+  setAccessibleDescription(plainText(request.informativeText));
+  const bool critical = request.style == AlertRequest::Style::critical;
+  const auto icon = style()->standardIcon(critical ? QStyle::SP_MessageBoxCritical
+                                                   : QStyle::SP_MessageBoxWarning);
+  icon_.setPixmap(icon.pixmap(QSize(iconSize, iconSize), devicePixelRatio()));
+  icon_.setAccessibleName(critical ? QStringLiteral("Critical") : QStringLiteral("Warning"));
+  message_.setAccessibleName(QStringLiteral("Message"));
+  information_.setAccessibleName(QStringLiteral("Details"));
+
+  layout_.setContentsMargins(margin, margin, margin, margin);
+  layout_.setHorizontalSpacing(gapBesideIcon);
+  layout_.setVerticalSpacing(spacing);
+  layout_.setColumnStretch(1, 1);
+  layout_.setRowStretch(1, 1);
+  layout_.addWidget(&icon_, 0, 0, 2, 1, Qt::AlignTop);
+  layout_.addWidget(&message_, 0, 1);
+  if (!request.informativeText.empty()) layout_.addWidget(&information_, 1, 1);
+  addButtons(request.buttons);
+  if (request.textField) addTextField(*request.textField);
+}
+
+DialogReport AlertWindow::answerOf(std::int64_t button) const {
+  return {.answer = DialogReport::Answer{button, textField_.text().toStdString()}};
+}
+
+void AlertWindow::addTextField(const AlertRequest::TextField& field) {
+  textField_.setPlaceholderText(plainText(field.placeholder));
+  textField_.setAccessibleName(plainText(field.placeholder));
+  textField_.setMaxLength(maxTypedCharacters);
+  textField_.setMinimumWidth(static_cast<int>(std::clamp<std::int64_t>(field.width, 0, textWidth)));
+  layout_.addWidget(&textField_, 2, 1, Qt::AlignLeft);
+  setTabOrder(&information_, &textField_);
+  textField_.setFocus();
+}
+
+void AlertWindow::addButtons(const std::vector<std::string>& titles) {
+  for (const auto& title : titles) {
+    const auto place = static_cast<std::int64_t>(buttons_.size());
+    auto& button = buttons_.emplace_back(buttonText(title));
+    connect(&button, &QPushButton::clicked, this, [this, place] { answer(answerOf(place)); });
+  }
+  buttonRow_.setSpacing(spacing / 2);
+  buttonRow_.addStretch();
+  for (auto* const button : buttonsInOrder()) buttonRow_.addWidget(button);
+  layout_.addLayout(&buttonRow_, 3, 0, 1, 2);
+  buttons_.front().setDefault(true);
+  buttons_.front().setFocus();
+}
+
+std::vector<QPushButton*> AlertWindow::buttonsInOrder() {
+  std::vector<QPushButton*> order;
+  for (auto& button : buttons_) order.push_back(&button);
+  const int desktop = style()->styleHint(QStyle::SH_DialogButtonLayout, nullptr, this);
+  const bool defaultIsLast = desktop == 1 /* Mac */ || desktop == 3 /* GNOME */;
+  if (defaultIsLast) std::ranges::reverse(order);
+  return order;
+}
+
+}  // namespace zephyl

@@ -1,0 +1,16 @@
+#pragma once
+
+#include <QColor>
+#include <QPalette>
+
+/// How the windows look where the toolkit does not take it from the desktop by itself.
+namespace zephyl {
+
+/// Dark where the desktop's settings say that it prefers that.
+void followColorScheme();
+
+/// For what went wrong, and for what matters less; both can be read on the palette's background.
+QColor alarmingColor(const QPalette& palette);
+QColor secondaryColor(const QPalette& palette);
+
+}  // namespace zephyl

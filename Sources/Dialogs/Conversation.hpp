@@ -1,0 +1,36 @@
+#pragma once
+
+#include <QSocketNotifier>
+#include <functional>
+#include <optional>
+#include <string>
+
+#include "Desktop/DialogMessages/DialogMessages.hpp"
+#include "System/Result.hpp"
+
+namespace zephyl {
+
+/// What is said between this program and the tray, on standard input and output. Main thread.
+class Conversation {
+ public:
+  Conversation();
+
+  /// Waits for what is to be shown. Fails when the input ends before, or is not understood.
+  Result<DialogRequest> readRequest();
+  /// From now on pings are answered; `close` is called when the tray wants the window gone.
+  void follow(std::function<void()> close);
+  void report(const DialogReport& report);
+
+ private:
+  /// False at the end of the input.
+  bool read();
+  std::optional<std::string> takeLine();
+  void obey(const std::string& line);
+  void readOrders();
+
+  std::string received_;  // and not yet taken
+  std::function<void()> close_;
+  QSocketNotifier notifier_;
+};
+
+}  // namespace zephyl

@@ -1,0 +1,46 @@
+#include "Dialogs/FolderWindow.hpp"
+
+#include <QDir>
+
+#include "Dialogs/PlainText.hpp"
+
+namespace zephyl {
+
+namespace {
+
+constexpr int margin = 12;
+constexpr QSize initialSize{680, 460};
+
+}  // namespace
+
+FolderWindow::FolderWindow(Conversation& conversation, const FolderPickerRequest& request)
+    : DialogWindow(conversation) {
+  setWindowTitle(buttonText(request.prompt));
+  setAccessibleDescription(plainText(request.message));
+  message_.setTextFormat(Qt::PlainText);
+  message_.setWordWrap(true);
+  message_.setText(plainText(request.message));
+  message_.setTextInteractionFlags(Qt::TextSelectableByMouse);
+  message_.setContentsMargins(margin, margin, margin, 0);
+
+  // Not the desktop's own: what that shows could not be watched, and is asked for elsewhere.
+  picker_.setOption(QFileDialog::DontUseNativeDialog);
+  picker_.setOption(QFileDialog::ShowDirsOnly);
+  picker_.setFileMode(QFileDialog::Directory);
+  picker_.setDirectory(QDir::homePath());
+  picker_.setLabelText(QFileDialog::Accept, buttonText(request.prompt));
+  picker_.setWindowFlags(Qt::Widget);
+  picker_.setSizeGripEnabled(false);
+  connect(&picker_, &QFileDialog::finished, this, [this](int result) {
+    if (result != QDialog::Accepted) return reject();
+    answer({.folder = picker_.selectedFiles().value(0).toStdString()});
+  });
+
+  layout_.setContentsMargins(0, 0, 0, 0);
+  layout_.setSpacing(0);
+  layout_.addWidget(&message_);
+  layout_.addWidget(&picker_, 1);
+  resize(initialSize);
+}
+
+}  // namespace zephyl

@@ -1,0 +1,24 @@
+#pragma once
+
+#include <QFileDialog>
+#include <QLabel>
+#include <QVBoxLayout>
+
+#include "Dialogs/DialogWindow.hpp"
+
+namespace zephyl {
+
+/// Asks for a folder.
+class FolderWindow final : public DialogWindow {
+ public:
+  FolderWindow(Conversation& conversation, const FolderPickerRequest& request);
+
+ private:
+  [[nodiscard]] DialogReport safeAnswer() const override { return {.folder = ""}; }
+
+  QVBoxLayout layout_{this};
+  QLabel message_;
+  QFileDialog picker_;
+};
+
+}  // namespace zephyl
