@@ -2,6 +2,7 @@
 #include <cstdlib>
 #include <iostream>
 
+#include "Desktop/Freedesktop/FreedesktopDesktop.hpp"
 #include "Desktop/Headless/HeadlessDesktop.hpp"
 #include "Desktop/Headless/HeadlessDialogs.hpp"
 #include "System/Bundle.hpp"
@@ -23,6 +24,12 @@
 namespace zephyl {
 namespace {
 
+std::unique_ptr<Desktop> makeDesktop(CommandLine::Mode mode,
+                                     const FreedesktopDesktop::Services& services) {
+  if (mode == CommandLine::Mode::desktop) return std::make_unique<FreedesktopDesktop>(services);
+  return std::make_unique<HeadlessDesktop>(services.mainLoop, services.clock);
+}
+
 /// Runs the tray until it is told to end.
 int runTray(Guardian& guardian, const CommandLine& commandLine) {
   // The reactor goes before the pool: what it still delivers may end up there.
@@ -34,13 +41,10 @@ int runTray(Guardian& guardian, const CommandLine& commandLine) {
   const Servers::Store servers(pool, clock);
   const SignalWatcher signals(reactor, {SIGTERM, SIGINT, SIGHUP}, [&](int) { mainLoop.quit(); });
 
-  if (commandLine.mode == CommandLine::Mode::desktop) {
-    log("this version has no status item yet; running as with --headless");
-  }
-  HeadlessDesktop desktop(mainLoop, clock);
+  const auto desktop = makeDesktop(commandLine.mode, {mainLoop, clock, launcher});
   HeadlessDialogs dialogs(mainLoop);
   const auto delegate = std::make_shared<AppDelegate>(
-      Runtime{mainLoop, reactor, pool, clock, launcher}, desktop, dialogs);
+      Runtime{mainLoop, reactor, pool, clock, launcher}, *desktop, dialogs);
   mainLoop.async([&] { delegate->applicationDidFinishLaunching(); });
   mainLoop.run();
   delegate->applicationWillTerminate();
@@ -48,8 +52,12 @@ int runTray(Guardian& guardian, const CommandLine& commandLine) {
   return delegate->exitStatus();
 }
 
-/// Says why there will be no second tray for the same base directory.
-int declineToStart(const SingleOwnerLock::Taken& taken) {
+/// There is no second tray for the same base directory: the one that runs is asked to show itself.
+int handOver(const SingleOwnerLock::Taken& taken, const std::string& activationToken) {
+  if (taken.holder && SingleInstance::askToReopen(*taken.holder, activationToken)) {
+    log("already running as process {}; asked it to show itself", *taken.holder);
+    return EXIT_SUCCESS;
+  }
   if (taken.holder) {
     log("already running as process {}", *taken.holder);
   } else {
@@ -58,10 +66,12 @@ int declineToStart(const SingleOwnerLock::Taken& taken) {
   return EXIT_FAILURE;
 }
 
-int start(const CommandLine& commandLine) {
+int start(const CommandLine& commandLine, const std::string& activationToken) {
   std::signal(SIGPIPE, SIG_IGN);
   const auto lock = SingleOwnerLock::acquire(joinPath(Servers::baseDir(), "tray.lock"));
-  if (const auto* taken = std::get_if<SingleOwnerLock::Taken>(&lock)) return declineToStart(*taken);
+  if (const auto* taken = std::get_if<SingleOwnerLock::Taken>(&lock)) {
+    return handOver(*taken, activationToken);
+  }
   if (const auto* error = std::get_if<Error>(&lock)) {
     log("could not start: {}", error->message);
     return EXIT_FAILURE;
@@ -80,6 +90,8 @@ int start(const CommandLine& commandLine) {
 int main(int argc, char** argv) {
   using namespace zephyl;
   Bundle::setMain(Bundle(Bundle::runningExecutable()));
+  // Whoever started this program lets its first window come to the front; nobody else's.
+  const std::string activationToken = environmentVariable("XDG_ACTIVATION_TOKEN").value_or("");
   removePrivateEnvironmentVariables();
   const auto commandLine = CommandLine::parse(argc, argv);
   if (!commandLine) {
@@ -90,5 +102,5 @@ int main(int argc, char** argv) {
     std::cout << commandLine->answer;
     return EXIT_SUCCESS;
   }
-  return start(*commandLine);
+  return start(*commandLine, activationToken);
 }
