@@ -169,6 +169,11 @@ def test_an_application_that_owns_its_name_is_running(demo, application):
     eventually(lambda: running(demo, next(asked)) == 0)
 
 
+def test_the_first_question_waits_for_the_bus(application, start_demo):
+    for _ in range(5):
+        assert running(start_demo()) == application.pid
+
+
 def test_nothing_is_running_under_a_name_that_nobody_owns(demo):
     assert running(demo) == 0
     demo.do("running", identifier="not a name")

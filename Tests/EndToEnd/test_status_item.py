@@ -8,7 +8,7 @@ from gi.repository import GLib
 
 from support.desktop_fixtures import bus, demo, start_demo, watcher  # noqa: F401
 from support.session_bus import Item, SessionBus, Watcher, outline, rows
-from support.status_item_demo import GREY, OUTLINE, SAMPLE
+from support.status_item_demo import GREY, ORANGE, OUTLINE, SAMPLE
 from support.tray import eventually
 
 
@@ -115,6 +115,24 @@ def test_gnome_reads_ids_and_then_properties_in_batches(bus, watcher, start_demo
         if properties.get("children-display") == "submenu":
             assert item.about_to_show(identifier) is False
             item.event(identifier, "opened")
+
+
+def test_gnome_is_told_of_a_dot_in_the_label(watcher, start_demo):
+    watcher.peer.own("org.gnome.Shell")
+    demo = start_demo()
+    item = watcher.item()
+    item.layout()
+    menu = copy.deepcopy(SAMPLE)
+    menu[2]["dot"] = ORANGE
+    demo.set_menu(menu)
+    signal, = eventually(lambda: item.menu_signals())
+    assert signal.values[0][0][1] == {"label": "🟠 Lab__1", "accessible-desc": "Lab_1, in progress"}
+
+
+def test_a_window_manager_under_the_name_of_gnomes_shell_changes_nothing(bus, item):
+    bus.peer().own("org.gnome.Shell")
+    assert outline(item.layout()) == OUTLINE
+    assert "icon-data" in item.group([item.find("Lab__1")]).popitem()[1]
 
 
 def test_plasma_reads_level_by_level(item):

@@ -24,6 +24,7 @@ BusMessage newActivation(const BusConnection& connection, const char* service,
 
 void Applications::connected(BusConnection& connection) {
   connection_ = &connection;
+  settled_ = true;
   std::vector<std::string> identifiers;
   {
     const std::scoped_lock lock(mutex_);
@@ -34,6 +35,7 @@ void Applications::connected(BusConnection& connection) {
 
 void Applications::disconnected() {
   connection_ = nullptr;
+  settled_ = true;
   watches_.clear();
   const std::scoped_lock lock(mutex_);
   for (auto& [identifier, known] : known_) known = {.answered = true};
@@ -54,6 +56,7 @@ std::vector<RunningApplication> Applications::running(const std::string& identif
 }
 
 void Applications::watch(const std::string& identifier) {
+  if (!settled_) return;
   if (connection_ == nullptr) return learn(identifier, 0);
   watches_[identifier].owner = connection_->watchOwner(
       identifier,

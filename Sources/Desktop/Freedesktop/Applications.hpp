@@ -62,6 +62,7 @@ class Applications final : public Bus::Client {
 
   // The bus thread's own
   BusConnection* connection_ = nullptr;
+  bool settled_ = false;  // whether there is a bus is known; before that, questions wait for it
   std::map<std::string, Watch> watches_;
 };
 

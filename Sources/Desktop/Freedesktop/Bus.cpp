@@ -161,7 +161,7 @@ void Bus::arrive() {
 }
 
 void Bus::lose() {
-  if (connection_) {
+  if (connection_ || !told_) {
     for (auto* client : clients_) client->disconnected();
   }
   connection_.reset();

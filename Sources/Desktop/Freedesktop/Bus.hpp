@@ -21,7 +21,8 @@ class Bus {
  public:
   static constexpr Duration retryInterval = std::chrono::seconds(10);
 
-  /// Something that lives on the bus thread. Its slots are gone when `disconnected` returns.
+  /// Something that lives on the bus thread. It is told of every connection and of its loss, and
+  /// of a first attempt that found no bus. Its slots are gone when `disconnected` returns.
   class Client {
    public:
     virtual ~Client() = default;

@@ -3,6 +3,7 @@
 import os
 import pathlib
 import shutil
+import socket
 import subprocess
 import tempfile
 import threading
@@ -54,8 +55,12 @@ class SessionBus:
         self.process = subprocess.Popen(
             ["dbus-daemon", f"--config-file={configuration}", "--nofork"],
             stdin=subprocess.DEVNULL, env=self.services_environment)
-        eventually(self.socket.exists, what="the bus")
+        eventually(self._listens, what="the bus")
         return self
+
+    def _listens(self):
+        with socket.socket(socket.AF_UNIX) as probe:
+            return probe.connect_ex(str(self.socket)) == 0
 
     def kill(self):
         self.process.kill()

@@ -1,0 +1,81 @@
+#!/usr/bin/env python3
+"""What the status item costs by itself: the time from exec to its registration, of 20 starts, and
+memory, threads, processor time and context switches of one that idles beside a host that has read
+it.
+
+    Tests/Bench/status_item_cost.py [SECONDS]
+
+Without arguments of its own it runs build/status-item-demo, which is the desktop adapter with the
+reactor, the guardian and nothing else of the tray.
+"""
+
+import json
+import os
+import pathlib
+import statistics
+import subprocess
+import sys
+import time
+
+sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[1] / "EndToEnd"))
+
+from idle_cost import context_switches, cpu_seconds, memory, status_field  # noqa: E402
+from support.session_bus import SessionBus, Watcher  # noqa: E402
+from support.status_item_demo import SAMPLE  # noqa: E402
+from support.tray import BUILD, descendants  # noqa: E402
+
+
+class TimingWatcher(Watcher):
+    """Remembers when each item registered."""
+
+    times = []
+
+    def _register(self, sender, service):
+        self.times.append(time.monotonic())
+        super()._register(sender, service)
+
+
+def start(bus):
+    """A status item whose menu waits on its standard input before it runs."""
+    reader, writer = os.pipe()
+    os.write(writer, json.dumps({"do": "menu", "menu": SAMPLE}).encode() + b"\n")
+    begin = time.monotonic()
+    process = subprocess.Popen([BUILD / "status-item-demo"], stdin=reader,
+                               env={**os.environ, "DBUS_SESSION_BUS_ADDRESS": bus.address})
+    os.close(reader)
+    return process, writer, begin
+
+
+def main():
+    seconds = float(sys.argv[1]) if len(sys.argv) > 1 else 20
+    bus = SessionBus().start()
+    watcher = TimingWatcher(bus.peer())
+    took = []
+    for number in range(1, 21):
+        process, writer, begin = start(bus)
+        item = watcher.item(number)
+        took.append((watcher.times[-1] - begin) * 1000)
+        if number < 20:
+            os.close(writer)
+            process.wait()
+    print(f"exec to registered: {min(took):.1f} ms at best, {statistics.median(took):.1f} ms in the "
+          f"middle, {max(took):.1f} ms at worst, of {len(took)}")
+    item.properties()
+    item.layout()
+    time.sleep(1)
+    before = cpu_seconds(process.pid), context_switches(process.pid)
+    time.sleep(seconds)
+    used = cpu_seconds(process.pid) - before[0]
+    switches = context_switches(process.pid) - before[1]
+    pss, private = memory(process.pid)
+    print(f"{pss} kB proportional, {private} kB private, {status_field(process.pid, 'Threads')} threads")
+    for child in descendants(process.pid):
+        print(f"guardian: {memory(child)[0]} kB proportional")
+    print(f"{used * 1000:.3f} ms of processor time and {switches} context switches in {seconds:.0f} s")
+    os.close(writer)
+    process.wait()
+    bus.close()
+
+
+if __name__ == "__main__":
+    main()
