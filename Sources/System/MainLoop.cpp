@@ -91,7 +91,9 @@ bool MainLoop::runAndWait(const Task& work, const std::stop_token& stop) {
   std::unique_lock lock(mutex_);
   if (ending()) return false;
   tasks_.emplace_back(perform);
-  wake_.notify_one();
+  lock.unlock();
+  wake_.notify_one();  // without the lock, for which the main thread would have to wait again
+  lock.lock();
   visited_.wait(lock, [&] {
     return visit->progress == Progress::done || (ending() && visit->progress == Progress::pending);
   });
