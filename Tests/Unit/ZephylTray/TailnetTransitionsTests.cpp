@@ -70,12 +70,12 @@ std::string nameOf(const Row& row) {
   return name;
 }
 
-void PrintTo(State state, std::ostream* out) {
-  *out << nameOf(state);
+std::ostream& operator<<(std::ostream& out, State state) {
+  return out << nameOf(state);
 }
 
-void PrintTo(const Row& row, std::ostream* out) {
-  *out << nameOf(row);
+std::ostream& operator<<(std::ostream& out, const Row& row) {
+  return out << nameOf(row);
 }
 
 using enum State;
