@@ -33,6 +33,9 @@ int millisecondsUntil(std::uint64_t deadline) {
   return static_cast<int>(std::min((deadline - nowMicroseconds + 999) / 1'000, longest));
 }
 
+constexpr int gatheringMilliseconds =
+    std::chrono::duration_cast<std::chrono::milliseconds>(Bus::gatheringTime).count();
+
 /// A path as addresses of buses spell it.
 std::string escapedForAddress(const std::string& path) {
   std::string escaped;
@@ -71,9 +74,28 @@ class Bus::Mailbox {
     eventfd_write(wake_.get(), 1);
   }
 
+  void postSoon(Task task) {
+    {
+      const std::scoped_lock lock(mutex_);
+      tasks_.push_back(std::move(task));
+      if (std::exchange(gathering_, true)) return;  // the thread looks again by itself
+    }
+    eventfd_write(wake_.get(), 1);
+  }
+
   std::vector<Task> take() {
     const std::scoped_lock lock(mutex_);
     return std::exchange(tasks_, {});
+  }
+
+  [[nodiscard]] bool isGathering() {
+    const std::scoped_lock lock(mutex_);
+    return gathering_;
+  }
+  /// The time to gather is over; when something came meanwhile, more may follow.
+  void endGathering() {
+    const std::scoped_lock lock(mutex_);
+    gathering_ = !tasks_.empty();
   }
 
   [[nodiscard]] int descriptor() const { return wake_.get(); }
@@ -86,6 +108,7 @@ class Bus::Mailbox {
   FileDescriptor wake_{eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)};
   std::mutex mutex_;
   std::vector<Task> tasks_;
+  bool gathering_ = false;
 };
 
 Bus::Bus(Clock& clock) : clock_(clock), mailbox_(std::make_shared<Mailbox>()) {}
@@ -109,6 +132,10 @@ void Bus::stop() {
 
 void Bus::post(Task task) {
   mailbox_->post(std::move(task));
+}
+
+void Bus::postSoon(Task task) {
+  mailbox_->postSoon(std::move(task));
 }
 
 Timer Bus::after(Duration delay, Task task) {
@@ -184,7 +211,11 @@ void Bus::wait() {
     if (events < 0 || sd_bus_get_timeout(bus_.get(), &deadline) < 0) return lose();
     descriptors[1] = {sd_bus_get_fd(bus_.get()), static_cast<short>(events), 0};
   }
-  poll(descriptors, std::size(descriptors), millisecondsUntil(deadline));
+  int limit = millisecondsUntil(deadline);
+  const bool gathering = mailbox_->isGathering();
+  if (gathering && (limit < 0 || limit > gatheringMilliseconds)) limit = gatheringMilliseconds;
+  const int ready = poll(descriptors, std::size(descriptors), limit);
+  if (gathering && ready == 0) mailbox_->endGathering();
   if (descriptors[0].revents != 0) mailbox_->clear();
 }
 

@@ -21,6 +21,8 @@ class Bus {
  public:
   static constexpr Duration retryInterval = std::chrono::seconds(10);
 
+  static constexpr Duration gatheringTime = std::chrono::milliseconds(20);
+
   /// Something that lives on the bus thread. It is told of every connection and of its loss, and
   /// of a first attempt that found no bus. Its slots are gone when `disconnected` returns.
   class Client {
@@ -52,6 +54,9 @@ class Bus {
 
   /// Runs `task` on the bus thread, connected or not. From any thread.
   void post(Task task);
+  /// Like `post`, for what may come a thousand times a second: the first wakes the thread, those
+  /// that follow wait for `gatheringTime` and go together. The order among all tasks is kept.
+  void postSoon(Task task);
   /// Like `post`, `delay` from now. A cancelled one may still run when it was due already.
   [[nodiscard]] Timer after(Duration delay, Task task);
 

@@ -22,7 +22,7 @@ int deliver(sd_bus_message* message, void* handler, sd_bus_error*) {
 
 /// The slot takes the handler over.
 BusSlot adopt(sd_bus_slot* slot, std::unique_ptr<BusConnection::Handler> handler) {
-  handler.release();
+  (void)handler.release();
   sd_bus_slot_set_destroy_callback(slot, [](void* held) {
     std::default_delete<BusConnection::Handler>()(static_cast<BusConnection::Handler*>(held));
   });

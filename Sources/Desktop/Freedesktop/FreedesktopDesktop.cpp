@@ -151,27 +151,27 @@ void FreedesktopDesktop::chooseFolder(
 
 void FreedesktopDesktop::Item::setIcon(StatusIcon icon) {
   if (std::exchange(icon_, icon) == icon) return;
-  desktop_.bus_.post([&shown = desktop_.statusNotifier_, icon] { shown.setIcon(icon); });
+  desktop_.bus_.postSoon([&shown = desktop_.statusNotifier_, icon] { shown.setIcon(icon); });
 }
 
 void FreedesktopDesktop::Item::setTitle(const std::string& title) {
   if (title == title_) return;
   title_ = title;
-  desktop_.bus_.post([&shown = desktop_.statusNotifier_, title] { shown.setLabel(title); });
+  desktop_.bus_.postSoon([&shown = desktop_.statusNotifier_, title] { shown.setLabel(title); });
 }
 
 void FreedesktopDesktop::Item::setDescription(const std::string& description) {
   if (description == description_) return;
   description_ = description;
   showInLog();
-  desktop_.bus_.post(
+  desktop_.bus_.postSoon(
       [&shown = desktop_.statusNotifier_, description] { shown.setDescription(description); });
 }
 
 void FreedesktopDesktop::Item::setMenu(const Menu& menu) {
   if (menu_ && menu == *menu_) return;
   menu_ = std::make_shared<const Menu>(menu);
-  desktop_.bus_.post([&desktop = desktop_, newMenu = menu_] {
+  desktop_.bus_.postSoon([&desktop = desktop_, newMenu = menu_] {
     desktop.menu_.setMenu(newMenu);
     desktop.statusNotifier_.show();
   });

@@ -86,10 +86,10 @@ double person(double x, double y) {
 }
 
 double gear(double x, double y) {
-  constexpr int teeth = 6;
+  constexpr int bars = 3;  // each makes two teeth
   double shape = disc(x, y, badgeX, badgeY, 2.9);
-  for (int tooth = 0; tooth < teeth / 2; ++tooth) {  // a bar makes two
-    const double angle = std::numbers::pi * tooth / (teeth / 2);
+  for (int bar = 0; bar < bars; ++bar) {
+    const double angle = std::numbers::pi * bar / bars;
     const double along = (x - badgeX) * std::cos(angle) + (y - badgeY) * std::sin(angle);
     const double across = (y - badgeY) * std::cos(angle) - (x - badgeX) * std::sin(angle);
     shape = std::max(shape, std::min(4.0 - std::abs(along), 0.95 - std::abs(across)));
