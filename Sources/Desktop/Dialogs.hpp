@@ -14,7 +14,7 @@ namespace zephyl {
 
 /// A message that asks for an answer. All texts are plain: shown as they are, without markup.
 struct Alert {
-  enum class Style { warning, critical };
+  enum class Style { warning, critical, question };
 
   Style style = Style::warning;
   std::string messageText;

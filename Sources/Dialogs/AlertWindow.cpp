@@ -5,6 +5,8 @@
 #include <QStyle>
 #include <algorithm>
 
+#include "Dialogs/Symbol.hpp"
+
 namespace zephyl {
 
 namespace {
@@ -41,11 +43,8 @@ AlertWindow::AlertWindow(Conversation& conversation, const AlertRequest& request
   setWindowTitle(QStringLiteral("Zephyl"));
   setAccessibleName(plainText(request.messageText));
   setAccessibleDescription(plainText(request.informativeText));
-  const bool critical = request.style == AlertRequest::Style::critical;
-  const auto icon = style()->standardIcon(critical ? QStyle::SP_MessageBoxCritical
-                                                   : QStyle::SP_MessageBoxWarning);
-  icon_.setPixmap(icon.pixmap(QSize(iconSize, iconSize), devicePixelRatio()));
-  icon_.setAccessibleName(critical ? QStringLiteral("Critical") : QStringLiteral("Warning"));
+  icon_.setPixmap(symbolOf(request.style, iconSize, devicePixelRatio()));
+  icon_.setAccessibleName(nameOfSymbol(request.style));
   message_.setAccessibleName(QStringLiteral("Message"));
   information_.setAccessibleName(QStringLiteral("Details"));
 

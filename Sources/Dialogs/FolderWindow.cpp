@@ -31,6 +31,9 @@ FolderWindow::FolderWindow(Conversation& conversation, const FolderPickerRequest
   picker_.setLabelText(QFileDialog::Accept, buttonText(request.prompt));
   picker_.setWindowFlags(Qt::Widget);
   picker_.setSizeGripEnabled(false);
+  for (const char* const needless : {"fileTypeLabel", "fileTypeCombo"}) {
+    if (auto* const widget = picker_.findChild<QWidget*>(needless)) widget->hide();
+  }
   connect(&picker_, &QFileDialog::finished, this, [this](int result) {
     if (result != QDialog::Accepted) return reject();
     answer({.folder = picker_.selectedFiles().value(0).toStdString()});

@@ -51,7 +51,8 @@ LogViewer::LogViewer(Conversation& conversation, const LogWindowRequest& request
   if (!request.message.empty()) addMessage(request.message);
   addLog(request.shownText);
   addButtons();
-  resize(initialSize.expandedTo(sizeHint()));
+  const int missing = logHeight - log_.sizeHint().height();
+  resize(initialSize.expandedTo(sizeHint() + QSize(0, missing)));
 }
 
 DialogReport LogViewer::safeAnswer() const {

@@ -1,5 +1,7 @@
 #include "Dialogs/PlainText.hpp"
 
+#include <QFontMetrics>
+#include <QGuiApplication>
 #include <QTextDocument>
 #include <algorithm>
 #include <cmath>
@@ -16,10 +18,31 @@ constexpr int scrollingMargin = 6;
 /// A longer text is surely too high, and takes long to measure.
 constexpr int maxMeasuredCharacters = 20'000;
 
+/// The pictures of control characters; in a font without them all look the same.
+constexpr QChar firstPicture{0x2400};
+constexpr QChar lastPicture{0x2421};
+constexpr QChar escapePicture{0x241B};
+
+bool canShowPictures() {
+  return QFontMetrics(QGuiApplication::font()).inFont(escapePicture);
+}
+
+void spellPictures(QString& text) {
+  const auto isPicture = [](QChar c) { return c >= firstPicture && c <= lastPicture; };
+  for (auto at = text.size() - 1; at >= 0; --at) {
+    if (!isPicture(text[at])) continue;
+    const int picture = text[at].unicode() - firstPicture.unicode();
+    const int control = picture == 0x21 ? 0x7F : picture;
+    text.replace(at, 1, QStringLiteral("\\x%1").arg(control, 2, 16, QLatin1Char('0')));
+  }
+}
+
 }  // namespace
 
 QString plainText(const std::string& text) {
-  return QString::fromStdString(visibleLines(text));
+  QString shown = QString::fromStdString(visibleLines(text));
+  if (!canShowPictures()) spellPictures(shown);
+  return shown;
 }
 
 QString buttonText(const std::string& text) {

@@ -18,7 +18,7 @@ namespace zephyl {
 
 /// Of an `Alert`; see there.
 struct AlertRequest {
-  enum class Style { warning, critical };
+  enum class Style { warning, critical, question };
   struct TextField {
     std::string placeholder;
     std::int64_t width = 0;
@@ -48,8 +48,8 @@ struct AlertRequest {
   }
 };
 
-constexpr std::array<std::string_view, 2> enumNames(AlertRequest::Style) {
-  return {"warning", "critical"};
+constexpr std::array<std::string_view, 3> enumNames(AlertRequest::Style) {
+  return {"warning", "critical", "question"};
 }
 
 /// Of a `FolderRequest`.

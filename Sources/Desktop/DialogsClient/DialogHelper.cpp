@@ -33,10 +33,21 @@ std::string carried(const std::string& text) {
   return isValidUTF8(text) ? text : visibleLines(text);
 }
 
+AlertRequest::Style styleOf(Alert::Style style) {
+  switch (style) {
+    case Alert::Style::critical:
+      return AlertRequest::Style::critical;
+    case Alert::Style::question:
+      return AlertRequest::Style::question;
+    case Alert::Style::warning:
+      break;
+  }
+  return AlertRequest::Style::warning;
+}
+
 AlertRequest requestFor(const Alert& alert) {
   AlertRequest request{
-      .style = alert.style == Alert::Style::critical ? AlertRequest::Style::critical
-                                                     : AlertRequest::Style::warning,
+      .style = styleOf(alert.style),
       .messageText = carried(alert.messageText),
       .informativeText = carried(alert.informativeText),
       .safeButton = static_cast<std::int64_t>(alert.safeButton),
