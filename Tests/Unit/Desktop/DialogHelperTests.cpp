@@ -1,0 +1,414 @@
+#include "Desktop/DialogsClient/DialogHelper.hpp"
+
+#include <csignal>
+#include <optional>
+
+#include <gtest/gtest.h>
+
+#include "Desktop/DialogsClient/DialogRun.hpp"
+#include "Support/FakeLauncher.hpp"
+#include "Support/LogCapture.hpp"
+#include "Support/ManualClock.hpp"
+#include "System/JSON.hpp"
+#include "System/MainLoop.hpp"
+
+namespace zephyl {
+namespace {
+
+using namespace std::chrono_literals;
+using test::FakeChild;
+using Answer = std::optional<AlertAnswer>;
+using Folder = Result<std::optional<std::string>>;
+using Lines = std::vector<std::string>;
+
+const Alert alert{.style = Alert::Style::critical,
+                  .messageText = "Allow?",
+                  .informativeText = "Ana wants\nto read",
+                  .buttons = {"Deny", "Allow once", "Always allow…"}};
+
+const LogWindow logWindow{.title = "Agent Exited",
+                          .message = "with code 3",
+                          .shownText = "one\n…\ntwo",
+                          .fullText = "one\nand\ntwo"};
+
+constexpr auto shown = R"({"shown":true})";
+constexpr auto closed = R"({"logEvent":"closed"})";
+
+class DialogHelperTest : public ::testing::Test {
+ protected:
+  Dialogs::Handle presentAlert(const Alert& which = alert) {
+    return dialogs_.presentAlert(which, [this](Answer answer) { answers_.push_back(answer); });
+  }
+  Dialogs::Handle chooseFolder() {
+    return dialogs_.chooseFolder({"Share", "Choose a folder"},
+                                 [this](const Folder& folder) { folders_.push_back(folder); });
+  }
+  Dialogs::Handle presentLogWindow(const LogWindow& which = logWindow) {
+    return dialogs_.presentLogWindow(which,
+                                     [this](LogWindowEvent event) { events_.push_back(event); });
+  }
+
+  FakeChild& program() { return *launcher_.newest(); }
+  void say(const std::string& line) {
+    program().print({line});
+    mainLoop_.runPending();
+  }
+  void end(ExitStatus status = {}) {
+    program().exit(status);
+    mainLoop_.runPending();
+  }
+  void advance(Duration step) {
+    clock_.advance(step, [this] { mainLoop_.runPending(); });
+  }
+  /// Time passes, and every ping is answered meanwhile.
+  void advanceAnswering(Duration step) {
+    clock_.advance(step, [this] {
+      mainLoop_.runPending();
+      const auto order = json::decodeText<DialogOrder>(program().input().back());
+      if (order && order->ping) say(json::compact(json::encode(DialogReport{.pong = order->ping})));
+    });
+  }
+
+  test::ManualClock clock_;
+  MainLoop mainLoop_;
+  test::FakeLauncher launcher_;
+  DialogHelper dialogs_{mainLoop_, clock_, launcher_, "/opt/zephyl-tray-dialogs"};
+  std::vector<Answer> answers_;
+  std::vector<Folder> folders_;
+  std::vector<LogWindowEvent> events_;
+};
+
+TEST_F(DialogHelperTest, WritesWhatIsToBeShownAsOneLine) {
+  Alert withField = alert;
+  withField.textField = Alert::TextField{"ALWAYS ALLOW", 300};
+  withField.safeButton = 1;
+  const auto handle = presentAlert(withField);
+  EXPECT_EQ(program().options().executable, "/opt/zephyl-tray-dialogs");
+  EXPECT_EQ(program().input(),
+            Lines{R"({"alert":{"style":"critical","messageText":"Allow?",)"
+                  R"("informativeText":"Ana wants\nto read",)"
+                  R"("buttons":["Deny","Allow once","Always allow…"],"safeButton":1,)"
+                  R"("textField":{"placeholder":"ALWAYS ALLOW","width":300}}})"});
+  EXPECT_FALSE(program().inputEnded());
+}
+
+TEST_F(DialogHelperTest, AnswersWithTheButtonThatWasPressed) {
+  const auto handle = presentAlert();
+  say(shown);
+  EXPECT_TRUE(answers_.empty());
+  say(R"({"answer":{"button":1,"text":"typed"}})");
+  EXPECT_EQ(answers_, (std::vector<Answer>{AlertAnswer{1, "typed"}}));
+  EXPECT_TRUE(program().inputEnded());
+  end();
+  advance(1h);
+  EXPECT_EQ(answers_.size(), 1U);
+}
+
+TEST_F(DialogHelperTest, TakesNoSecondAnswer) {
+  const auto handle = presentAlert();
+  say(shown);
+  program().print({R"({"answer":{"button":0,"text":""}})", R"({"answer":{"button":1,"text":""}})"});
+  mainLoop_.runPending();
+  EXPECT_EQ(answers_, (std::vector<Answer>{AlertAnswer{0, ""}}));
+}
+
+TEST_F(DialogHelperTest, AnAlertThatCannotBeStartedIsNotAnswered) {
+  launcher_.failWith("/opt/zephyl-tray-dialogs: No such file or directory");
+  Dialogs::Handle handle;
+  const auto log = test::logOf([&] {
+    handle = presentAlert();
+    EXPECT_TRUE(answers_.empty());  // not before it returns
+    mainLoop_.runPending();
+  });
+  EXPECT_EQ(answers_, std::vector<Answer>{std::nullopt});
+  EXPECT_EQ(log,
+            "[tray] zephyl-tray-dialogs could not show its window: "
+            "/opt/zephyl-tray-dialogs: No such file or directory\n");
+}
+
+TEST_F(DialogHelperTest, AnAlertWhoseProgramEndsBeforeItIsShownIsNotAnswered) {
+  const auto handle = presentAlert();
+  const auto log = test::logOf([&] { end({ExitStatus::Reason::exited, 1}); });
+  EXPECT_EQ(answers_, std::vector<Answer>{std::nullopt});
+  EXPECT_EQ(log, "[tray] zephyl-tray-dialogs could not show its window: it ended with status 1\n");
+}
+
+TEST_F(DialogHelperTest, AnAlertThatIsNotShownWithinFiveSecondsIsNotAnswered) {
+  const auto handle = presentAlert();
+  advance(4999ms);
+  EXPECT_TRUE(answers_.empty());
+  EXPECT_TRUE(program().isRunning());
+  advance(1ms);
+  EXPECT_EQ(answers_, std::vector<Answer>{std::nullopt});
+  EXPECT_FALSE(program().isRunning());
+  say(shown);  // too late
+  say(R"({"answer":{"button":1,"text":""}})");
+  EXPECT_EQ(answers_.size(), 1U);
+}
+
+TEST_F(DialogHelperTest, AnAnswerBeforeTheWindowIsShownIsNone) {
+  const auto handle = presentAlert();
+  say(R"({"answer":{"button":1,"text":""}})");
+  EXPECT_EQ(answers_, std::vector<Answer>{std::nullopt});
+  EXPECT_FALSE(program().isRunning());
+}
+
+TEST_F(DialogHelperTest, GarbageBeforeTheWindowIsShownIsNoAnswer) {
+  const auto handle = presentAlert();
+  say("Segmentation fault");
+  EXPECT_EQ(answers_, std::vector<Answer>{std::nullopt});
+  EXPECT_FALSE(program().isRunning());
+}
+
+TEST_F(DialogHelperTest, TheDeathOfAWindowThatWasShownIsTheSafeAnswer) {
+  Alert invite = alert;
+  invite.safeButton = 2;
+  const auto handle = presentAlert(invite);
+  say(shown);
+  const auto log = test::logOf([&] { end({ExitStatus::Reason::signalled, SIGSEGV}); });
+  EXPECT_EQ(answers_, (std::vector<Answer>{AlertAnswer{2, ""}}));
+  EXPECT_EQ(log, "[tray] zephyl-tray-dialogs lost its window: it ended by signal 11\n");
+}
+
+TEST_F(DialogHelperTest, GarbageFromAWindowThatWasShownIsTheSafeAnswer) {
+  for (const std::string garbage :
+       {"approve", "{}", R"({"answer":{"button":3,"text":""}})",
+        R"({"answer":{"button":-1,"text":""}})", R"({"answer":{"button":1}})",
+        R"({"logEvent":"closed"})", R"({"folder":"/"})", R"({"shown":true})"}) {
+    answers_.clear();
+    const auto handle = presentAlert();
+    say(shown);
+    EXPECT_TRUE(answers_.empty());
+    say(garbage);
+    EXPECT_EQ(answers_, (std::vector<Answer>{AlertAnswer{0, ""}})) << garbage;
+    EXPECT_FALSE(program().isRunning()) << garbage;
+  }
+}
+
+TEST_F(DialogHelperTest, AWindowThatAnswersPingsStays) {
+  const auto handle = presentAlert();
+  say(shown);
+  advanceAnswering(1h);
+  EXPECT_TRUE(answers_.empty());
+  EXPECT_TRUE(program().isRunning());
+  EXPECT_GE(program().input().size(), 1000U);
+  say(R"({"answer":{"button":1,"text":""}})");
+  EXPECT_EQ(answers_, (std::vector<Answer>{AlertAnswer{1, ""}}));
+}
+
+TEST_F(DialogHelperTest, TwoMissedPingsAreTheSafeAnswer) {
+  const auto handle = presentAlert();
+  say(shown);
+  advanceAnswering(1min);
+  const auto before = program().input().size();
+  advance(3 * DialogRun::pingInterval - 1ms);
+  EXPECT_TRUE(answers_.empty());
+  EXPECT_EQ(program().input().size(), before + 2);
+  const auto log = test::logOf([&] { advance(1ms); });
+  EXPECT_EQ(answers_, (std::vector<Answer>{AlertAnswer{0, ""}}));
+  EXPECT_FALSE(program().isRunning());
+  EXPECT_EQ(log, "[tray] zephyl-tray-dialogs lost its window: it does not answer any more\n");
+}
+
+TEST_F(DialogHelperTest, OneMissedPingIsForgiven) {
+  const auto handle = presentAlert();
+  say(shown);
+  for (int round = 0; round < 5; ++round) {
+    advance(2 * DialogRun::pingInterval);
+    const auto order = json::decodeText<DialogOrder>(program().input().back());
+    say(R"({"pong":)" + std::to_string(order->ping.value_or(-1)) + "}");
+  }
+  EXPECT_TRUE(answers_.empty());
+}
+
+TEST_F(DialogHelperTest, AMainThreadThatWasHeldUpMissesNoPing) {
+  const auto handle = presentAlert();
+  say(shown);
+  clock_.advance(1min);  // and nothing runs on the main thread
+  mainLoop_.runPending();
+  EXPECT_TRUE(answers_.empty());
+  advanceAnswering(1min);
+  EXPECT_TRUE(answers_.empty());
+}
+
+TEST_F(DialogHelperTest, IsNotAskedForPongsBeforeItIsShownNorAfterItsAnswer) {
+  const auto handle = presentAlert();
+  advance(4s);
+  EXPECT_EQ(program().input().size(), 1U);
+  say(shown);
+  say(R"({"answer":{"button":0,"text":""}})");
+  advance(1min);
+  EXPECT_EQ(program().input().size(), 1U);
+}
+
+TEST_F(DialogHelperTest, AnAlertThatTheTrayClosesIsNotAnswered) {
+  for (const bool wasShown : {false, true}) {
+    auto handle = presentAlert();
+    if (wasShown) say(shown);
+    handle.reset();
+    EXPECT_TRUE(program().inputEnded());
+    say(R"({"answer":{"button":1,"text":""}})");
+    end();
+    advance(1min);
+  }
+  EXPECT_TRUE(answers_.empty());
+}
+
+TEST_F(DialogHelperTest, AnAnswerOnItsWayWhenTheTrayClosesTheAlertIsDropped) {
+  auto handle = presentAlert();
+  say(shown);
+  program().print({R"({"answer":{"button":1,"text":""}})"});
+  handle.reset();
+  mainLoop_.runPending();
+  EXPECT_TRUE(answers_.empty());
+}
+
+TEST_F(DialogHelperTest, TheDialogMayBeDestroyedByItsOwnAnswer) {
+  Dialogs::Handle handle;
+  int answers = 0;
+  handle = dialogs_.presentAlert(alert, [&](const Answer&) {
+    ++answers;
+    handle.reset();
+  });
+  say(shown);
+  say(R"({"answer":{"button":1,"text":""}})");
+  handle = dialogs_.presentAlert(alert, [&](const Answer&) {
+    ++answers;
+    handle.reset();
+  });
+  end();
+  EXPECT_EQ(answers, 2);
+}
+
+TEST_F(DialogHelperTest, AWindowThatShouldBeGoneAndStaysIsKilled) {
+  auto handle = presentAlert();
+  say(shown);
+  handle.reset();
+  advance(DialogRun::farewellLimit - 1ms);
+  EXPECT_TRUE(program().isRunning());
+  advance(1ms);
+  EXPECT_FALSE(program().isRunning());
+}
+
+TEST_F(DialogHelperTest, AProgramThatHasHiddenItsWindowMayStayWithWhatWasCopied) {
+  auto handle = presentLogWindow();
+  say(shown);
+  program().print({closed, R"({"hidden":true})"});
+  mainLoop_.runPending();
+  handle.reset();
+  advance(1h);
+  EXPECT_TRUE(program().isRunning());
+  EXPECT_EQ(events_, std::vector{LogWindowEvent::closed});
+}
+
+TEST_F(DialogHelperTest, ItsStandardErrorGoesToTheLogUpToALimit) {
+  const auto handle = presentAlert();
+  const auto log = test::logOf([&] {
+    for (int line = 0; line < 1000; ++line) program().printError({"trouble\x1b[1m"});
+    mainLoop_.runPending();
+  });
+  const std::string first = "[tray] zephyl-tray-dialogs: trouble␛[1m\n";
+  EXPECT_EQ(log.substr(0, first.size()), first);
+  EXPECT_EQ(log.size(), first.size() * DialogRun::maxErrorLines);
+  EXPECT_TRUE(program().isRunning());
+}
+
+TEST_F(DialogHelperTest, TellsTheFolderThatWasChosen) {
+  const auto handle = chooseFolder();
+  EXPECT_EQ(program().input(),
+            Lines{R"({"folderPicker":{"prompt":"Share","message":"Choose a folder"}})"});
+  say(shown);
+  say(R"({"folder":"/home/ana/project"})");
+  ASSERT_EQ(folders_.size(), 1U);
+  EXPECT_EQ(folders_[0].value(), "/home/ana/project");
+}
+
+TEST_F(DialogHelperTest, ACancelledOrLostFolderPickerChoosesNothing) {
+  const auto cancelled = chooseFolder();
+  say(shown);
+  say(R"({"folder":""})");
+  const auto lost = chooseFolder();
+  say(shown);
+  end({ExitStatus::Reason::signalled, SIGKILL});
+  ASSERT_EQ(folders_.size(), 2U);
+  for (const auto& folder : folders_) EXPECT_EQ(folder.value(), std::nullopt);
+}
+
+TEST_F(DialogHelperTest, AFolderPickerThatCannotBeShownSaysSo) {
+  const auto handle = chooseFolder();
+  advance(DialogRun::shownLimit);
+  ASSERT_EQ(folders_.size(), 1U);
+  EXPECT_EQ(folders_[0].error().message, "The folder picker could not be shown.");
+}
+
+TEST_F(DialogHelperTest, TellsWhatIsDoneWithALogWindowUntilItIsClosed) {
+  const auto handle = presentLogWindow();
+  EXPECT_EQ(program().input(), Lines{R"({"logWindow":{"title":"Agent Exited",)"
+                                     R"("message":"with code 3","shownText":"one\n…\ntwo",)"
+                                     R"("fullText":"one\nand\ntwo"}})"});
+  say(shown);
+  for (const std::string event : {"openInCursor", "openInVSCode", "openInTextEdit", "closed"}) {
+    say(R"({"logEvent":")" + event + R"("})");
+  }
+  using enum LogWindowEvent;
+  EXPECT_EQ(events_, (std::vector{openInCursor, openInVSCode, openInTextEdit, closed}));
+  EXPECT_TRUE(program().inputEnded());
+}
+
+TEST_F(DialogHelperTest, ALogWindowThatCannotBeShownGoesToTheLog) {
+  LogWindow window{.title = "Tailnet Logs", .message = "lost", .shownText = "", .fullText = "0"};
+  for (int line = 1; line < 20; ++line) window.fullText += "\n" + std::to_string(line);
+  const auto handle = presentLogWindow(window);
+  const auto log = test::logOf([&] { end({ExitStatus::Reason::exited, 1}); });
+  EXPECT_NE(log.find("[tray] Tailnet Logs: lost\n[tray]   | 8\n[tray]   | 9\n"), std::string::npos);
+  EXPECT_TRUE(log.ends_with("[tray]   | 19\n"));
+  EXPECT_EQ(events_, std::vector{LogWindowEvent::closed});
+}
+
+TEST_F(DialogHelperTest, ALogWindowThatWasShownAndLostIsClosed) {
+  const auto handle = presentLogWindow();
+  say(shown);
+  const auto log = test::logOf([&] { end({ExitStatus::Reason::signalled, SIGSEGV}); });
+  EXPECT_EQ(log, "[tray] zephyl-tray-dialogs lost its window: it ended by signal 11\n");
+  EXPECT_EQ(events_, std::vector{LogWindowEvent::closed});
+}
+
+TEST_F(DialogHelperTest, ALogWindowMayBeReplacedFromItsOwnEvent) {
+  Dialogs::Handle handle;
+  handle = dialogs_.presentLogWindow(logWindow, [&](LogWindowEvent) { handle.reset(); });
+  say(shown);
+  say(R"({"logEvent":"openInCursor"})");
+  EXPECT_TRUE(program().inputEnded());
+}
+
+TEST_F(DialogHelperTest, SeveralDialogsAreOpenSideBySide) {
+  const auto first = presentAlert();
+  const auto second = presentLogWindow();
+  say(shown);
+  ASSERT_EQ(launcher_.children().size(), 2U);
+  launcher_.children()[0]->print({shown, R"({"answer":{"button":2,"text":""}})"});
+  say(closed);
+  EXPECT_EQ(answers_, (std::vector<Answer>{AlertAnswer{2, ""}}));
+  EXPECT_EQ(events_, std::vector{LogWindowEvent::closed});
+}
+
+TEST_F(DialogHelperTest, ATextThatIsNoUTF8IsShownAllTheSame) {
+  Alert broken = alert;
+  broken.informativeText = "a\xFF\nb";
+  const auto handle = presentAlert(broken);
+  const auto request = json::decodeText<DialogRequest>(program().input().at(0));
+  ASSERT_TRUE(request) << request.error().message;
+  EXPECT_EQ(request->alert->informativeText, "a\uFFFD\nb");
+}
+
+TEST_F(DialogHelperTest, LeavesNoTimerBehind) {
+  { const auto handle = presentAlert(); }
+  const auto handle = presentAlert();
+  say(shown);
+  say(R"({"answer":{"button":1,"text":""}})");
+  advance(DialogRun::farewellLimit);
+  EXPECT_EQ(clock_.pendingTimers(), 0U);
+}
+
+}  // namespace
+}  // namespace zephyl
