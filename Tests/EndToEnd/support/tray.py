@@ -80,6 +80,7 @@ class World:
         for directory in (self.home, self.folder, self.prefix / "bin", self.resources / "agent"):
             directory.mkdir(parents=True)
         shutil.copy(BUILD / "zephyl-tray", self.prefix / "bin")
+        shutil.copytree(REPOSITORY / "Packaging/icons/hicolor", self.prefix / "share/icons/hicolor")
         (self.resources / "Info.json").write_text(
             json.dumps({"CFBundleIdentifier": "com.zephyl.tray", "CFBundleShortVersionString": "0.1.0"}))
         self.environment = {
