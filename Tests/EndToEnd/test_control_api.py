@@ -429,7 +429,9 @@ def test_servers_that_are_gone_fall_out_of_a_folders_list(world, start_api):
     folder = str(world.folder)
     eventually(lambda: api.ask("GET", "/roots")[0] == 200, what="an agent")
     api.do("POST", f"/servers/{first}/roots/scope", {"root": folder, "shared": False})
+    agent = api.tray.agent_pid()
     api.do("DELETE", f"/servers/{second}")
+    eventually(lambda: not is_alive(agent), what="the end of the first agent")
     eventually(lambda: api.ask("GET", "/roots")[0] == 200, what="an agent again")
     api.do("POST", f"/servers/{first}/roots/scope", {"root": folder, "shared": True})
     assert api.get("/roots")["roots"][0]["servers"] == [third, first]
