@@ -31,6 +31,8 @@ def test_has_everything_that_hosts_read(item):
     assert properties["IconName"] == "com.zephyl.tray-idle-symbolic"
     assert properties["IconThemePath"].endswith("/icons")
     assert properties["Menu"].startswith(item.path)
+    for unused in ("Overlay", "Attention"):
+        assert (properties[f"{unused}IconName"], properties[f"{unused}IconPixmap"]) == ("", [])
     for width, height, pixels in properties["IconPixmap"]:
         assert 16 <= width == height <= 64
         assert len(pixels) == 4 * width * height

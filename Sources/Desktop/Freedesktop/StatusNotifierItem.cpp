@@ -57,7 +57,10 @@ const sd_bus_vtable* StatusNotifierItem::table() {
       SD_BUS_PROPERTY("IconPixmap", "a(iiay)", property, 0, 0),
       SD_BUS_PROPERTY("IconAccessibleDesc", "s", property, 0, 0),
       SD_BUS_PROPERTY("OverlayIconName", "s", property, 0, 0),
+      SD_BUS_PROPERTY("OverlayIconPixmap", "a(iiay)", property, 0, 0),
       SD_BUS_PROPERTY("AttentionIconName", "s", property, 0, 0),
+      SD_BUS_PROPERTY("AttentionIconPixmap", "a(iiay)", property, 0, 0),
+      SD_BUS_PROPERTY("AttentionMovieName", "s", property, 0, 0),
       SD_BUS_PROPERTY("AttentionAccessibleDesc", "s", property, 0, 0),
       SD_BUS_PROPERTY("ToolTip", "(sa(iiay)ss)", property, 0, 0),
       SD_BUS_PROPERTY("ItemIsMenu", "b", property, 0, 0),
@@ -157,6 +160,8 @@ int StatusNotifierItem::property(const std::string& name, BusWriter& writer) {
   wasRead_ = true;
   if (name == "IconPixmap") {
     writePixmaps(writer);
+  } else if (name.ends_with("Pixmap")) {
+    writer.append("a(iiay)", 0);
   } else if (name == "ToolTip") {
     writeToolTip(writer);
   } else if (name == "ItemIsMenu") {
