@@ -32,6 +32,7 @@ void AppDelegate::applicationDidFinishLaunching() {
   statusItem_ = &desktop_.statusItem();
   updateIcon();
   wireMenu();
+  rebuildMenu();
   wireDesktop();
   wireAgent();
   wireTailnets();

@@ -53,7 +53,9 @@ void listRoots(const AgentClient& client, const ControlServer::RootsCompletion& 
 }
 
 void addConnection(ControlServerRecord& record, const AgentConnection& connection) {
-  record.enrolled = connection.state == AgentState::connected;
+  // The agent calls a connection enrolled once its folders are known to the server.
+  record.enrolled =
+      connection.state == AgentState::connected || connection.state == AgentState::enrolled;
   record.agentError = unlessEmpty(connection.lastError);
 }
 

@@ -15,6 +15,7 @@ namespace zephyl {
 namespace {
 constexpr std::size_t tokenBytes = 16;
 constexpr auto tokenHeader = "x-zephyl-onboard-token";
+constexpr auto badRequest = "400 Bad Request";
 }  // namespace
 
 ControlServer::ControlServer(MainLoop& mainLoop)
@@ -61,7 +62,7 @@ void ControlServer::setPendingRoute(std::string route) {
 MessageListener::Verdict ControlServer::receive(const Peer& peer, std::string_view received) {
   using Verdict = MessageListener::Verdict;
   if (received.size() > maxRequestBytes) {
-    respond(peer, "413 Payload Too Large", {{"error", "request too large"}});
+    fail(peer, "413 Payload Too Large", "request too large");
     return Verdict::complete;
   }
   auto request = HTTPRequest::parse(received);
@@ -69,7 +70,7 @@ MessageListener::Verdict ControlServer::receive(const Peer& peer, std::string_vi
   if (isAuthorized(*request)) {
     dispatch(peer, *request);
   } else {
-    respond(peer, "403 Forbidden", {{"error", "bad or missing onboarding token"}});
+    fail(peer, "403 Forbidden", "bad or missing onboarding token");
   }
   wipe(request->body);
   return Verdict::complete;
@@ -91,22 +92,23 @@ void ControlServer::respond(const Peer& peer, std::string_view status, const jso
             status.starts_with("413") ? Peer::Received::inPart : Peer::Received::whole);
 }
 
+void ControlServer::fail(const Peer& peer, std::string_view status, std::string_view message) {
+  respond(peer, status, {{"error", message}});
+}
+
 void ControlServer::reply(const Peer& peer, const Failure& result) {
-  if (result) {
-    respond(peer, "400 Bad Request", {{"error", *result}});
-  } else {
-    respond(peer, "200 OK", {{"ok", true}});
-  }
+  if (result) return fail(peer, badRequest, *result);
+  respond(peer, "200 OK", {{"ok", true}});
 }
 
 ControlServer::Completion ControlServer::asyncReply(const Peer& peer) {
-  return [pending = std::make_shared<PendingReply>(peer)](const Failure& result) {
+  return [pending = std::make_shared<PendingReply>(peer, badRequest)](const Failure& result) {
     reply(pending->peer, result);
   };
 }
 
 ControlServer::PendingReply::~PendingReply() {
-  reply(peer, shuttingDown);  // counts only when nothing has been answered
+  fail(peer, failureStatus, shuttingDown);  // counts only when nothing has been answered
 }
 
 }  // namespace zephyl

@@ -92,12 +92,14 @@ class ControlServer {
   };
   /// A peer that is answered later: with `shuttingDown` should everybody let go of it before.
   struct PendingReply {
-    explicit PendingReply(Peer waiting) : peer(std::move(waiting)) {}
+    PendingReply(Peer waiting, std::string_view status)
+        : peer(std::move(waiting)), failureStatus(status) {}
     ~PendingReply();
     PendingReply(const PendingReply&) = delete;
     PendingReply& operator=(const PendingReply&) = delete;
 
-    Peer peer;
+    const Peer peer;
+    const std::string_view failureStatus;
   };
   using RouteHandler = void (ControlServer::*)(const Call&);
 
@@ -105,6 +107,7 @@ class ControlServer {
   MessageListener::Verdict receive(const Peer& peer, std::string_view received);
   [[nodiscard]] bool isAuthorized(const HTTPRequest& request) const;
   static void respond(const Peer& peer, std::string_view status, const json::Object& json);
+  static void fail(const Peer& peer, std::string_view status, std::string_view message);
   static void reply(const Peer& peer, const Failure& result);
   static Completion asyncReply(const Peer& peer);
 

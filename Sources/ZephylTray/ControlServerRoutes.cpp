@@ -40,6 +40,8 @@ std::optional<std::string> takeSecret(json::Object& fields, std::string_view key
   return secret;
 }
 
+constexpr auto notFound = "404 Not Found";
+constexpr auto badGateway = "502 Bad Gateway";
 constexpr auto noEndpoint = "no such endpoint";
 
 }  // namespace
@@ -61,7 +63,7 @@ void ControlServer::dispatch(const Peer& peer, const HTTPRequest& request) {
   };
   const Route route = Route::of(request.method, request.path);
   const auto found = routes.find(route.path);
-  if (found == routes.end()) return respond(peer, "404 Not Found", {{"error", noEndpoint}});
+  if (found == routes.end()) return fail(peer, notFound, noEndpoint);
   (this->*found->second)({peer, route.id, request.body});
 }
 
@@ -92,12 +94,12 @@ void ControlServer::getServers(const Call& call) {
 }
 
 void ControlServer::getDiagnostics(const Call& call) {
-  if (!diagnosticsProvider) return respond(call.peer, "404 Not Found", {{"error", noEndpoint}});
+  if (!diagnosticsProvider) return fail(call.peer, notFound, noEndpoint);
   respondFromMain(call, diagnosticsProvider);
 }
 
 void ControlServer::postAgentRestart(const Call& call) {
-  if (!onRestartAgent) return respond(call.peer, "404 Not Found", {{"error", noEndpoint}});
+  if (!onRestartAgent) return fail(call.peer, notFound, noEndpoint);
   replyFromMain(call, [this] {
     onRestartAgent();
     return Failure();
@@ -128,11 +130,11 @@ void ControlServer::deleteServer(const Call& call) {
 }
 
 void ControlServer::getRoots(const Call& call) {
-  if (!rootsProvider) return respond(call.peer, "404 Not Found", {{"error", noEndpoint}});
-  rootsProvider([pending = std::make_shared<PendingReply>(call.peer)](
+  if (!rootsProvider) return fail(call.peer, notFound, noEndpoint);
+  rootsProvider([pending = std::make_shared<PendingReply>(call.peer, badGateway)](
                     Result<std::vector<json::Object>> roots) {
     const Peer& peer = pending->peer;
-    if (!roots) return respond(peer, "502 Bad Gateway", {{"error", roots.error().message}});
+    if (!roots) return fail(peer, badGateway, roots.error().message);
     json::Array list;
     for (auto& root : *roots) list.emplace_back(std::move(root));
     respond(peer, "200 OK", {{"roots", std::move(list)}});
@@ -140,12 +142,12 @@ void ControlServer::getRoots(const Call& call) {
 }
 
 void ControlServer::postRoot(const Call& call) {
-  if (!onAddRoot) return respond(call.peer, "404 Not Found", {{"error", noEndpoint}});
+  if (!onAddRoot) return fail(call.peer, notFound, noEndpoint);
   onAddRoot(call.id, asyncReply(call.peer));
 }
 
 void ControlServer::postRootScope(const Call& call) {
-  if (!onSetRootShared) return respond(call.peer, "404 Not Found", {{"error", noEndpoint}});
+  if (!onSetRootShared) return fail(call.peer, notFound, noEndpoint);
   const auto fields = fieldsOf(call.body);
   const auto root = text(fields, "root");
   const auto shared = flag(fields, "shared");

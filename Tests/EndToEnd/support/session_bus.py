@@ -171,6 +171,7 @@ class Watcher:
     def __init__(self, peer):
         self.peer = peer
         self.items = []
+        self.times = []  # of the registrations
         peer.export("/StatusNotifierWatcher", WATCHER_DESCRIPTION,
                     {"RegisterStatusNotifierItem": self._register,
                      "RegisterStatusNotifierHost": lambda sender, name: None},
@@ -180,6 +181,7 @@ class Watcher:
         peer.own(WATCHER)
 
     def _register(self, sender, service):
+        self.times.append(time.monotonic())
         self.items.append((sender, service))
 
     def item(self, count=1, limit=10.0):

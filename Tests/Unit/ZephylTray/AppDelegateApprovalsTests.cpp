@@ -34,8 +34,8 @@ class ApprovalsTest : public ::testing::Test {
     delegate_ = std::make_shared<AppDelegate>(runtime_.runtime(), desktop_, dialogs_);
     delegate_->applicationDidFinishLaunching();
     runtime_.runUntil([&] { return agent_.openStreams() == 1; });
-    // The first two polls are over, each of which sets the title, as does the menu.
-    runtime_.runUntil([&] { return desktop_.item.titlesSet == 3; });
+    // The first two polls are over. Each sets the title, and so does each of the first two menus.
+    runtime_.runUntil([&] { return desktop_.item.titlesSet == 4; });
   }
   ~ApprovalsTest() override {
     delegate_->applicationWillTerminate();
