@@ -6,6 +6,7 @@ import pathlib
 import pytest
 
 from support.panel import BAR, HEIGHT, WIDTH, Desktop
+from support.session_bus import Item
 from support.status_item_demo import SAMPLE, Demo
 from support.tray import eventually
 
@@ -77,3 +78,33 @@ def test_the_item_appears_opens_its_menu_acts_and_comes_back(desktop, start_demo
     desktop.until_it_differs(closed)
     desktop.click(middle[0], BAR + row_height // 2)
     assert demo.event("chosen", 2)["action"] == "openDesktopWindow"
+
+
+def test_the_tray_works_on_the_panel_until_it_is_told_to_quit(desktop, world, start_tray):
+    world.use_sandbox_agent()
+    world.use_sandbox_tailnet()
+    world.add_servers(2)
+    for name in ("DISPLAY", "DBUS_SESSION_BUS_ADDRESS", "XDG_RUNTIME_DIR"):
+        world.environment[name] = desktop.environment[name]
+    world.environment["ZEPHYL_SANDBOX_EMBED_RATE"] = "20"
+    empty = start_panel(desktop)
+    tray = start_tray("--desktop")
+    item = Item(desktop.bus.peer(), "com.zephyl.tray", "/org/ayatana/NotificationItem/zephyl_tray")
+    idle, icon = desktop.until_it_differs(empty, BAR)
+    settled = "Zephyl: reachable, 1 folder, agent enrolled, 2 of 2 servers connected"
+    eventually(lambda: item.get("Title") == settled, 20, "two servers")
+    world.add_files(100)
+    eventually(lambda: "busy" in item.get("IconName"), 20, "a busy agent")
+    desktop.until_it_differs(idle, BAR)
+    eventually(lambda: item.get("Title") == settled, 20, "an idle agent")
+    eventually(lambda: desktop.picture(BAR).difference(idle) is None, 20, "the idle icon")
+
+    closed = desktop.picture()
+    desktop.click((icon[0] + icon[2]) // 2, BAR // 2)
+    desktop.point(WIDTH // 2, HEIGHT - 1)
+    opened = desktop.until_it_differs(closed)[0]
+    desktop.press("Down", "Down", "Right")
+    desktop.until_it_differs(opened)
+    keep(desktop, "tray")
+    desktop.press("Left", "Up", "Up", "Return")
+    assert tray.wait() == 0
