@@ -1,0 +1,161 @@
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+/// What the tray and zephyl-tray-updater say to each other, one JSON object a line.
+///
+/// The tray writes one `UpdateCommand`. The program answers with `UpdateReport`s, of which all but
+/// `progress` end it. An end of the input cancels a check or a download, without an answer; an
+/// installation that has begun is finished whatever becomes of the tray.
+namespace zephyl {
+
+/// An update that the signed feed offers this installation.
+struct UpdateOffer {
+  std::string version;         ///< as versions are compared
+  std::string displayVersion;  ///< as people read it
+  std::string url;
+  std::int64_t length = 0;  ///< of the archive, in bytes
+  std::string sha256;       ///< of the archive, 64 hexadecimal digits
+  std::string signature;    ///< of the archive, base64
+  bool critical = false;
+  std::string releaseNotes;  ///< plain text
+
+  template <typename Self, typename Fields>
+  static void describe(Self& self, Fields& fields) {
+    fields("version", self.version);
+    fields("displayVersion", self.displayVersion);
+    fields("url", self.url);
+    fields("length", self.length);
+    fields("sha256", self.sha256);
+    fields("signature", self.signature);
+    fields("critical", self.critical);
+    fields("releaseNotes", self.releaseNotes);
+  }
+};
+
+/// In all commands `prefix` is the installation: the directory that holds bin and share.
+/// `stallSeconds`: how long a server may send nothing.
+struct CheckCommand {
+  std::string prefix;
+  std::vector<std::string> channels;  ///< besides the one that everybody gets
+  std::vector<std::string> skip;      ///< versions that are not wanted
+  std::int64_t rolloutGroup = 0;      ///< this installation's place in a phased roll-out
+  bool userInitiated = false;         ///< then a phased roll-out is not waited for
+  std::optional<std::int64_t> stallSeconds;
+
+  template <typename Self, typename Fields>
+  static void describe(Self& self, Fields& fields) {
+    fields("prefix", self.prefix);
+    fields("channels", self.channels);
+    fields("skip", self.skip);
+    fields("rolloutGroup", self.rolloutGroup);
+    fields("userInitiated", self.userInitiated);
+    fields("stallSeconds", self.stallSeconds);
+  }
+};
+
+/// Downloads what was offered, verifies it and lays it out beside the installation.
+struct DownloadCommand {
+  std::string prefix;
+  UpdateOffer offer;
+  std::optional<std::int64_t> stallSeconds;
+
+  template <typename Self, typename Fields>
+  static void describe(Self& self, Fields& fields) {
+    fields("prefix", self.prefix);
+    fields("offer", self.offer);
+    fields("stallSeconds", self.stallSeconds);
+  }
+};
+
+/// Puts what was laid out in the installation's place.
+struct InstallCommand {
+  std::string prefix;
+  std::string version;
+
+  template <typename Self, typename Fields>
+  static void describe(Self& self, Fields& fields) {
+    fields("prefix", self.prefix);
+    fields("version", self.version);
+  }
+};
+
+/// Watches a process that is about to become the new version. When it ends, or `limitSeconds` have
+/// passed, before that has reported itself up, puts the previous version back and becomes it.
+struct WatchCommand {
+  std::string prefix;
+  std::int64_t process = 0;
+  std::vector<std::string> arguments;  ///< of the tray, without its name
+  std::int64_t limitSeconds = 0;
+
+  template <typename Self, typename Fields>
+  static void describe(Self& self, Fields& fields) {
+    fields("prefix", self.prefix);
+    fields("process", self.process);
+    fields("arguments", self.arguments);
+    fields("limitSeconds", self.limitSeconds);
+  }
+};
+
+/// What to do: exactly one of these.
+struct UpdateCommand {
+  std::optional<CheckCommand> check;
+  std::optional<DownloadCommand> download;
+  std::optional<InstallCommand> install;
+  std::optional<WatchCommand> watch;
+
+  template <typename Self, typename Fields>
+  static void describe(Self& self, Fields& fields) {
+    fields("check", self.check);
+    fields("download", self.download);
+    fields("install", self.install);
+    fields("watch", self.watch);
+  }
+};
+
+/// What the program says: exactly one of these.
+struct UpdateReport {
+  struct Found {
+    UpdateOffer offer;
+    /// Why it cannot be installed here, and how to update instead.
+    std::optional<std::string> obstacle;
+
+    template <typename Self, typename Fields>
+    static void describe(Self& self, Fields& fields) {
+      fields("offer", self.offer);
+      fields("obstacle", self.obstacle);
+    }
+  };
+  struct Progress {
+    std::int64_t received = 0;  ///< bytes
+    std::int64_t total = 0;
+
+    template <typename Self, typename Fields>
+    static void describe(Self& self, Fields& fields) {
+      fields("received", self.received);
+      fields("total", self.total);
+    }
+  };
+
+  std::optional<Found> found;
+  std::optional<std::string> upToDate;  ///< the installed version
+  std::optional<Progress> progress;
+  std::optional<std::string> ready;      ///< the version that is laid out
+  std::optional<std::string> installed;  ///< the version that now stands at the prefix
+  std::optional<std::string> failed;     ///< why nothing came of it
+
+  template <typename Self, typename Fields>
+  static void describe(Self& self, Fields& fields) {
+    fields("found", self.found);
+    fields("upToDate", self.upToDate);
+    fields("progress", self.progress);
+    fields("ready", self.ready);
+    fields("installed", self.installed);
+    fields("failed", self.failed);
+  }
+};
+
+}  // namespace zephyl

@@ -1,0 +1,237 @@
+#include "Updates/Commands.hpp"
+
+#include <cerrno>
+#include <thread>
+
+#include <gnu/libc-version.h>
+#include <sys/mman.h>
+#include <sys/utsname.h>
+#include <unistd.h>
+
+#include "System/Files.hpp"
+#include "System/Log.hpp"
+#include "Updates/Appcast.hpp"
+#include "Updates/Archive.hpp"
+#include "Updates/Download.hpp"
+#include "Updates/Installation.hpp"
+#include "Updates/Selection.hpp"
+#include "Updates/Signature.hpp"
+#include "Updates/Trial.hpp"
+
+namespace zephyl {
+
+namespace {
+
+using namespace std::chrono_literals;
+
+constexpr std::int64_t maxFeedBytes = std::int64_t{2} << 20;
+constexpr auto feedLimit = 60s;
+constexpr auto archiveLimit = 2h;
+constexpr auto defaultStall = 30s;
+constexpr auto progressInterval = 100ms;
+constexpr auto lookInterval = 100ms;
+constexpr int maxLooks = 50;
+
+std::chrono::seconds stallLimit(std::optional<std::int64_t> seconds) {
+  return seconds && *seconds > 0 ? std::chrono::seconds(*seconds) : defaultStall;
+}
+
+UpdateReport failure(const Error& error) {
+  return {.failed = error.message};
+}
+
+Result<std::string> fetchFeed(const InstalledBundle& bundle, std::chrono::seconds stall,
+                              const Conversation& conversation) {
+  std::string feed;
+  const TransferOwner owner{.take = [&](std::string_view bytes) -> Result<void> {
+                              feed += bytes;
+                              return {};
+                            },
+                            .isCancelled = conversation.isOver};
+  const TransferLimits limits{.bytes = maxFeedBytes, .total = feedLimit, .stall = stall};
+  if (auto fetched = fetch(bundle.feedURL, limits, owner); !fetched) return fetched.error();
+  return feed;
+}
+
+Asker askerFor(const CheckCommand& command, const InstalledBundle& bundle) {
+  utsname system{};
+  ::uname(&system);
+  return {.installedVersion = bundle.version,
+          .architecture = static_cast<const char*>(system.machine),
+          .systemVersion = ::gnu_get_libc_version(),
+          .channels = command.channels,
+          .skip = command.skip,
+          .rolloutGroup = command.rolloutGroup,
+          .userInitiated = command.userInitiated,
+          .now = std::chrono::floor<std::chrono::seconds>(std::chrono::system_clock::now())};
+}
+
+/// The update that there is. Nothing of the feed is looked at before its signature is.
+Result<std::optional<UpdateOffer>> findUpdate(const CheckCommand& command,
+                                              const InstalledBundle& bundle,
+                                              const Conversation& conversation) {
+  if (bundle.feedURL.empty()) return Error{"This installation names no feed."};
+  const auto keys = TrustedKeys::parse(bundle.keys);
+  if (!keys) return keys.error();
+  const auto feed = fetchFeed(bundle, stallLimit(command.stallSeconds), conversation);
+  if (!feed) return feed.error();
+  const auto verified = verifiedFeed(*feed, *keys);
+  if (!verified) return verified.error();
+  const auto items = parseAppcast(*verified);
+  if (!items) return items.error();
+  return chooseUpdate(*items, askerFor(command, bundle));
+}
+
+/// The bytes of a file, as long as this lives.
+class MappedFile {
+ public:
+  MappedFile(const FileDescriptor& file, std::size_t size) : size_(size) {
+    address_ = ::mmap(nullptr, size, PROT_READ, MAP_PRIVATE, file.get(), 0);
+  }
+  ~MappedFile() {
+    if (isValid()) ::munmap(address_, size_);
+  }
+  MappedFile(const MappedFile&) = delete;
+  MappedFile& operator=(const MappedFile&) = delete;
+
+  [[nodiscard]] bool isValid() const { return address_ != MAP_FAILED; }
+  [[nodiscard]] std::string_view bytes() const {
+    return {static_cast<const char*>(address_), size_};
+  }
+
+ private:
+  void* address_;
+  const std::size_t size_;
+};
+
+/// Writes what comes to a file, and tells how far it is.
+class ArchiveDownload {
+ public:
+  ArchiveDownload(const UpdateOffer& offer, FileDescriptor& file, const Conversation& conversation)
+      : offer_(offer), file_(file), conversation_(conversation) {}
+
+  Result<void> run(std::chrono::seconds stall) {
+    const TransferOwner owner{.take = [this](std::string_view bytes) { return take(bytes); },
+                              .isCancelled = conversation_.isOver};
+    const TransferLimits limits{.bytes = offer_.length, .total = archiveLimit, .stall = stall};
+    if (auto fetched = fetch(offer_.url, limits, owner); !fetched) return fetched;
+    if (received_ != offer_.length) return Error{"The update is shorter than it should be."};
+    tell();
+    return {};
+  }
+
+ private:
+  Result<void> take(std::string_view bytes) {
+    received_ += static_cast<std::int64_t>(bytes.size());
+    while (!bytes.empty()) {
+      const auto count = ::write(file_.get(), bytes.data(), bytes.size());
+      if (count < 0 && errno == EINTR) continue;
+      if (count < 0) return systemError("The update cannot be stored", errno);
+      bytes.remove_prefix(static_cast<std::size_t>(count));
+    }
+    const auto now = std::chrono::steady_clock::now();
+    if (now - told_ >= progressInterval) {
+      told_ = now;
+      tell();
+    }
+    return {};
+  }
+
+  void tell() {
+    conversation_.report(
+        {.progress = UpdateReport::Progress{.received = received_, .total = offer_.length}});
+  }
+
+  const UpdateOffer& offer_;
+  FileDescriptor& file_;
+  const Conversation& conversation_;
+  std::int64_t received_ = 0;
+  std::chrono::steady_clock::time_point told_;
+};
+
+Result<void> checkBytes(std::string_view archive, const UpdateOffer& offer,
+                        const TrustedKeys& keys) {
+  const auto signature = decodeBase64(offer.signature);
+  if (!signature || !keys.verify(archive, *signature)) {
+    return Error{"The update's signature is not good."};
+  }
+  if (sha256Of(archive) != offer.sha256) return Error{"The update is not what the feed says."};
+  return {};
+}
+
+Result<void> downloadAndStage(const DownloadCommand& command, const Conversation& conversation) {
+  const auto& offer = command.offer;
+  const auto bundle = InstalledBundle::read(command.prefix);
+  if (!bundle) return bundle.error();
+  const auto keys = TrustedKeys::parse(bundle->keys);
+  if (!keys) return keys.error();
+  if (auto sound = checkOffer(offer, bundle->version); !sound) return sound;
+  if (const auto obstacle = Installation::obstacle(command.prefix)) return Error{*obstacle};
+  auto installation = Installation::open(command.prefix);
+  if (!installation) return installation.error();
+  auto file = installation->makeUnnamedFile();
+  if (!file) return file.error();
+
+  auto downloaded =
+      ArchiveDownload(offer, *file, conversation).run(stallLimit(command.stallSeconds));
+  if (!downloaded) return downloaded;
+  const MappedFile archive(*file, static_cast<std::size_t>(offer.length));
+  if (!archive.isValid()) return systemError("The update cannot be read", errno);
+  if (auto good = checkBytes(archive.bytes(), offer, *keys); !good) return good;
+  return installation->stage(archive.bytes(), offer.version);
+}
+
+/// What the new version has started may still be at it, and ends with it.
+Result<Installation> openWhenFree(const std::string& prefix) {
+  auto installation = Installation::open(prefix);
+  for (int look = 0; !installation && look < maxLooks; ++look) {
+    std::this_thread::sleep_for(lookInterval);
+    installation = Installation::open(prefix);
+  }
+  return installation;
+}
+
+}  // namespace
+
+UpdateReport perform(const CheckCommand& command, const Conversation& conversation) {
+  const auto bundle = InstalledBundle::read(command.prefix);
+  if (!bundle) return failure(bundle.error());
+  auto offer = findUpdate(command, *bundle, conversation);
+  if (!offer) return failure(offer.error());
+  if (!*offer) return {.upToDate = bundle->displayVersion};
+  return {.found = UpdateReport::Found{.offer = std::move(**offer),
+                                       .obstacle = Installation::obstacle(command.prefix)}};
+}
+
+UpdateReport perform(const DownloadCommand& command, const Conversation& conversation) {
+  if (auto staged = downloadAndStage(command, conversation); !staged) {
+    return failure(staged.error());
+  }
+  return {.ready = command.offer.version};
+}
+
+UpdateReport perform(const InstallCommand& command, const Conversation&) {
+  if (const auto obstacle = Installation::obstacle(command.prefix)) return {.failed = *obstacle};
+  auto installation = Installation::open(command.prefix);
+  if (!installation) return failure(installation.error());
+  if (auto swapped = installation->swap(command.version); !swapped) {
+    return failure(swapped.error());
+  }
+  return {.installed = command.version};
+}
+
+UpdateReport perform(const WatchCommand& command, const Conversation&) {
+  const WatchedProcess process(static_cast<pid_t>(command.process));
+  if (comesUp(command.prefix, process, std::chrono::seconds(command.limitSeconds))) return {};
+  log("the new version did not come up; returning to the previous one");
+  process.end();
+  {
+    auto installation = openWhenFree(command.prefix);
+    const auto returned =
+        installation ? installation->returnToPrevious() : Result<void>(installation.error());
+    if (!returned) return failure(returned.error());
+  }
+  return failure(becomeProgram(joinPath(command.prefix, "bin/zephyl-tray"), command.arguments));
+}
+
+}  // namespace zephyl

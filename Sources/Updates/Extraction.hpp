@@ -1,0 +1,16 @@
+#pragma once
+
+#include <string>
+
+#include "System/FileDescriptor.hpp"
+#include "System/Result.hpp"
+#include "Updates/Archive.hpp"
+
+namespace zephyl {
+
+/// Unpacks all that `reader` holds into the directory `into`, which is empty. Nothing is ever
+/// written through a link, and nothing is overwritten: an entry that is there already is an error.
+/// Directories and executable files get mode 0755, other files 0644.
+Result<void> unpack(ArchiveReader& reader, const FileDescriptor& into);
+
+}  // namespace zephyl

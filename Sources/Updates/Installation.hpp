@@ -1,0 +1,64 @@
+#pragma once
+
+#include <functional>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "System/FileDescriptor.hpp"
+#include "System/Result.hpp"
+#include "UpdateMessages/UpdateFiles.hpp"
+
+namespace zephyl {
+
+/// What Info.json of an installation says that matters here.
+struct InstalledBundle {
+  std::string identifier;
+  std::string version;         ///< "CFBundleVersion", else the following
+  std::string displayVersion;  ///< "CFBundleShortVersionString"
+  std::string feedURL;
+  std::vector<std::string> keys;  ///< "SUPublicEDKey", a text or a list of texts
+  std::string updateCommand;      ///< set by a package: how its users update
+
+  /// Of the installation, or of what is laid out to become one, at `prefix`.
+  static Result<InstalledBundle> read(const std::string& prefix);
+};
+
+/// An installation and what is beside it (see UpdateFiles). The new version is laid out beside the
+/// old one and takes its place in one step of the file system, an exchange of two names, so that
+/// at no moment, a power cut's included, less than one whole version stands at the prefix. One
+/// object at a time works on an installation; a second finds the lock taken.
+class Installation {
+ public:
+  /// Why the installation at `prefix` cannot be replaced, and how to update it instead; none when
+  /// it can be: it is the user's, nobody else's files are in it, and no package manager owns it.
+  static std::optional<std::string> obstacle(const std::string& prefix);
+
+  /// Opens it for changes. Whatever an earlier one left unfinished is finished or taken back.
+  static Result<Installation> open(const std::string& prefix);
+
+  /// A new file without a name, for what is downloaded: it is gone with its descriptor.
+  [[nodiscard]] Result<FileDescriptor> makeUnnamedFile() const;
+  /// Lays out what `archive` holds, the verified bytes, as version `version`. It must say so
+  /// itself, and be newer than what is installed.
+  Result<void> stage(std::string_view archive, const std::string& version);
+  /// Puts what was laid out in place, on trial, and keeps the version before it.
+  Result<void> swap(const std::string& version);
+  /// Puts the previous version back in place of one that is on trial, which is noted as failed.
+  Result<void> returnToPrevious();
+
+  [[nodiscard]] const UpdateFiles& files() const { return files_; }
+
+ private:
+  Installation(UpdateFiles files, FileDescriptor lock)
+      : files_(std::move(files)), lock_(std::move(lock)) {}
+
+  void recover();
+  [[nodiscard]] Result<void> checkStaged(const std::string& at, const std::string& version) const;
+
+  UpdateFiles files_;
+  FileDescriptor lock_;
+};
+
+}  // namespace zephyl

@@ -1,0 +1,91 @@
+#include "Updates/Selection.hpp"
+
+#include <algorithm>
+
+#include "System/Text.hpp"
+#include "Updates/Address.hpp"
+#include "Updates/Archive.hpp"
+#include "Updates/Signature.hpp"
+#include "Updates/Version.hpp"
+
+namespace zephyl {
+
+namespace {
+
+constexpr std::size_t sha256Digits = 64;
+
+bool contains(const std::vector<std::string>& list, const std::string& value) {
+  return std::ranges::find(list, value) != list.end();
+}
+
+const AppcastItem::Enclosure* enclosureFor(const AppcastItem& item, const Asker& asker) {
+  const auto found =
+      std::ranges::find(item.enclosures, asker.architecture, &AppcastItem::Enclosure::architecture);
+  return found == item.enclosures.end() ? nullptr : &*found;
+}
+
+bool hasReached(const AppcastItem& item, const Asker& asker) {
+  if (!item.phasedRolloutInterval || !item.published) return true;
+  if (item.critical || asker.userInitiated) return true;
+  const auto group = std::clamp<std::int64_t>(asker.rolloutGroup, 0, rolloutGroups - 1);
+  // Divided rather than multiplied: the interval is any number.
+  return (asker.now - *item.published) / *item.phasedRolloutInterval >= group &&
+         asker.now >= *item.published;
+}
+
+bool isFor(const AppcastItem& item, const Asker& asker) {
+  return isVersion(item.version) && compareVersions(item.version, asker.installedVersion) > 0 &&
+         enclosureFor(item, asker) != nullptr &&
+         compareVersions(item.minimumSystemVersion, asker.systemVersion) <= 0 &&
+         (item.channel.empty() || contains(asker.channels, item.channel)) &&
+         !contains(asker.skip, item.version) && hasReached(item, asker);
+}
+
+UpdateOffer offerOf(const AppcastItem& item, const AppcastItem::Enclosure& enclosure) {
+  const bool named = isVersion(item.shortVersionString);
+  return {
+      .version = item.version,
+      .displayVersion = named ? item.shortVersionString : item.version,
+      .url = enclosure.url,
+      .length = enclosure.length,
+      .sha256 = enclosure.sha256,
+      .signature = enclosure.signature,
+      .critical = item.critical,
+      .releaseNotes = visibleLines(item.description),
+  };
+}
+
+}  // namespace
+
+Result<std::optional<UpdateOffer>> chooseUpdate(const std::vector<AppcastItem>& items,
+                                                const Asker& asker) {
+  const AppcastItem* best = nullptr;
+  for (const auto& item : items) {
+    if (!isFor(item, asker)) continue;
+    if (best == nullptr || compareVersions(item.version, best->version) > 0) best = &item;
+  }
+  if (best == nullptr) return std::optional<UpdateOffer>();
+  auto offer = offerOf(*best, *enclosureFor(*best, asker));
+  if (auto sound = checkOffer(offer, asker.installedVersion); !sound) return sound.error();
+  return std::optional(std::move(offer));
+}
+
+Result<void> checkOffer(const UpdateOffer& offer, const std::string& installedVersion) {
+  if (!isVersion(offer.version) || compareVersions(offer.version, installedVersion) <= 0) {
+    return Error{"Version ", visible(offer.version), " is not newer than ", installedVersion,
+                 ", which is installed."};
+  }
+  if (offer.length <= 0) return Error{"The feed does not say how long the update is."};
+  if (offer.length > maxArchiveBytes) return Error{"The update is too large."};
+  if (offer.signature.empty()) return Error{"The update is not signed."};
+  const auto signature = decodeBase64(offer.signature);
+  if (!signature || signature->size() != TrustedKeys::signatureSize) {
+    return Error{"The update's signature is not one."};
+  }
+  const bool isHash = offer.sha256.size() == sha256Digits &&
+                      offer.sha256.find_first_not_of("0123456789abcdef") == std::string::npos;
+  if (!isHash) return Error{"The feed does not say what the update's bytes are."};
+  return checkAddress(offer.url);
+}
+
+}  // namespace zephyl
