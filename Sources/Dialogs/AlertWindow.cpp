@@ -29,7 +29,7 @@ QFont messageFont(QFont font) {
 /// The screen bounds what a text may take, whatever it says.
 WrappedText::Room roomFor(double shareOfHeight) {
   const QSize screen = QGuiApplication::primaryScreen()->availableSize();
-  return {std::min(textWidth, screen.width() / 2),
+  return {std::min(textWidth, screen.width() * 2 / 3),
           static_cast<int>(screen.height() * shareOfHeight)};
 }
 
@@ -58,6 +58,7 @@ AlertWindow::AlertWindow(Conversation& conversation, const AlertRequest& request
   if (!request.informativeText.empty()) layout_.addWidget(&information_, 1, 1);
   addButtons(request.buttons);
   if (request.textField) addTextField(*request.textField);
+  resize(sizeHint());  // the toolkit's own choice would be cut on a small screen
 }
 
 DialogReport AlertWindow::answerOf(std::int64_t button) const {

@@ -31,6 +31,8 @@ FolderWindow::FolderWindow(Conversation& conversation, const FolderPickerRequest
   picker_.setLabelText(QFileDialog::Accept, buttonText(request.prompt));
   picker_.setWindowFlags(Qt::Widget);
   picker_.setSizeGripEnabled(false);
+  picker_.setAccessibleName(plainText(request.prompt));
+  nameParts();
   for (const char* const needless : {"fileTypeLabel", "fileTypeCombo"}) {
     if (auto* const widget = picker_.findChild<QWidget*>(needless)) widget->hide();
   }
@@ -44,6 +46,17 @@ FolderWindow::FolderWindow(Conversation& conversation, const FolderPickerRequest
   layout_.addWidget(&message_);
   layout_.addWidget(&picker_, 1);
   resize(initialSize);
+}
+
+void FolderWindow::nameParts() {
+  const std::pair<const char*, QString> names[] = {{"lookInCombo", QStringLiteral("Look in")},
+                                                   {"sidebar", QStringLiteral("Places")},
+                                                   {"listView", QStringLiteral("Folders")},
+                                                   {"treeView", QStringLiteral("Folders")},
+                                                   {"fileNameEdit", QStringLiteral("Folder")}};
+  for (const auto& [part, name] : names) {
+    if (auto* const widget = picker_.findChild<QWidget*>(part)) widget->setAccessibleName(name);
+  }
 }
 
 }  // namespace zephyl

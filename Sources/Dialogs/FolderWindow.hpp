@@ -15,6 +15,8 @@ class FolderWindow final : public DialogWindow {
 
  private:
   [[nodiscard]] DialogReport safeAnswer() const override { return {.folder = ""}; }
+  /// For who cannot see what they are; the toolkit leaves them without a name.
+  void nameParts();
 
   QVBoxLayout layout_{this};
   QLabel message_;

@@ -2,6 +2,7 @@
 
 #include <QFontMetrics>
 #include <QGuiApplication>
+#include <QMimeData>
 #include <QTextDocument>
 #include <algorithm>
 #include <cmath>
@@ -22,6 +23,28 @@ constexpr int maxMeasuredCharacters = 20'000;
 constexpr QChar firstPicture{0x2400};
 constexpr QChar lastPicture{0x2421};
 constexpr QChar escapePicture{0x241B};
+
+/// How long a word may be before it is divided. The toolkit needs seconds to break one of a
+/// hundred thousand characters into lines, and no time for many that are this long.
+constexpr int maxWordCharacters = 512;
+
+/// A place to break a line that shows nothing. No text from outside has any left.
+constexpr QChar breakHere{0x200B};
+
+QString withLongWordsDivided(const QString& text) {
+  QString divided;
+  divided.reserve(text.size() + text.size() / maxWordCharacters);
+  int length = 0;
+  for (const QChar character : text) {
+    length = character.isSpace() ? 0 : length + 1;
+    if (length > maxWordCharacters && !character.isLowSurrogate() && !character.isMark()) {
+      divided += breakHere;
+      length = 1;
+    }
+    divided += character;
+  }
+  return divided;
+}
 
 bool canShowPictures() {
   return QFontMetrics(QGuiApplication::font()).inFont(escapePicture);
@@ -57,7 +80,7 @@ WrappedText::WrappedText(const QString& text, const QFont& font, Room room) {
   setTabChangesFocus(true);
   setWordWrapMode(QTextOption::WrapAtWordBoundaryOrAnywhere);
   setHorizontalScrollBarPolicy(Qt::ScrollBarAlwaysOff);
-  setPlainText(text);
+  setPlainText(withLongWordsDivided(text));
 
   const int needed =
       text.size() > maxMeasuredCharacters ? room.maxHeight + 1 : heightAt(room.width);
@@ -67,7 +90,6 @@ WrappedText::WrappedText(const QString& text, const QFont& font, Room room) {
     return;
   }
   setFrameShape(QFrame::NoFrame);
-  setVerticalScrollBarPolicy(Qt::ScrollBarAlwaysOff);
   viewport()->setAutoFillBackground(false);
   document()->setDocumentMargin(0);
   hint_ = {room.width, needed};
@@ -75,6 +97,14 @@ WrappedText::WrappedText(const QString& text, const QFont& font, Room room) {
 
 QSize WrappedText::minimumSizeHint() const {
   return {hint_.width() / 2, std::min(hint_.height(), 4 * fontMetrics().lineSpacing())};
+}
+
+QMimeData* WrappedText::createMimeDataFromSelection() const {
+  auto copied = std::make_unique<QMimeData>();
+  // Paragraphs are separated in the toolkit's own way there.
+  copied->setText(textCursor().selectedText().remove(breakHere).replace(
+      QChar(QChar::ParagraphSeparator), '\n'));
+  return copied.release();
 }
 
 int WrappedText::heightAt(int width) const {

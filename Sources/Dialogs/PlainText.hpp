@@ -26,6 +26,10 @@ class WrappedText final : public QTextEdit {
   [[nodiscard]] QSize sizeHint() const override { return hint_; }
   [[nodiscard]] QSize minimumSizeHint() const override;
 
+ protected:
+  /// What is copied is plain, too.
+  [[nodiscard]] QMimeData* createMimeDataFromSelection() const override;
+
  private:
   /// How high the text is when it is so wide.
   [[nodiscard]] int heightAt(int width) const;

@@ -1,0 +1,187 @@
+"""The real dialogs program on a screen of a test's own."""
+
+import json
+import os
+import pathlib
+import shutil
+import subprocess
+import tempfile
+import threading
+import time
+
+from gi.repository import GLib
+
+from support.accessibility import Accessibility
+from support.desktop_services import PORTAL, PORTAL_PATH
+from support.panel import Picture
+from support.session_bus import SessionBus
+from support.tray import BUILD, eventually
+
+PROGRAM = BUILD / "zephyl-tray-dialogs"
+WIDTH, HEIGHT = 1600, 1000
+
+SETTINGS = """<node><interface name="org.freedesktop.portal.Settings">
+  <method name="Read"><arg type="s" direction="in"/><arg type="s" direction="in"/>
+    <arg type="v" direction="out"/></method>
+</interface></node>"""
+
+
+class Screen:
+    """A screen with a window manager, a session bus and accessibility."""
+
+    def __init__(self):
+        self.root = pathlib.Path(tempfile.mkdtemp(prefix="zd-", dir="/tmp"))
+        self.home = self.root / "home"
+        self.home.mkdir()
+        (self.root / "run").mkdir(mode=0o700)
+        self.environment = {
+            "PATH": os.environ["PATH"], "LANG": "C.UTF-8", "HOME": str(self.home),
+            "XDG_RUNTIME_DIR": str(self.root / "run"), "QT_LINUX_ACCESSIBILITY_ALWAYS_ON": "1"}
+        reader, writer = os.pipe()
+        self._server = subprocess.Popen(
+            ["Xvfb", "-displayfd", str(writer), "-screen", "0", f"{WIDTH}x{HEIGHT}x24",
+             "-nolisten", "tcp", "-noreset"], pass_fds=[writer], stdin=subprocess.DEVNULL,
+            stderr=subprocess.DEVNULL)
+        os.close(writer)
+        with os.fdopen(reader) as number:
+            self.environment["DISPLAY"] = f":{number.readline().strip()}"
+        self.bus = SessionBus(self.environment).start()
+        self.environment["DBUS_SESSION_BUS_ADDRESS"] = self.bus.address
+        self._manager = subprocess.Popen(
+            ["openbox"], env=self.environment, stdin=subprocess.DEVNULL,
+            stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+        eventually(lambda: self._property("_NET_SUPPORTING_WM_CHECK"), what="a window manager")
+        self.accessibility = Accessibility(self.bus)
+
+    def _property(self, name):
+        answer = self.run("xprop", "-root", name)
+        return "window id" in answer and answer
+
+    def run(self, *command, **options):
+        return subprocess.run(command, env=self.environment, check=True, capture_output=True,
+                              timeout=10, **options).stdout.decode()
+
+    def press(self, *keys):
+        self.run("xdotool", "key", *keys)
+
+    def type(self, text):
+        self.run("xdotool", "type", "--delay", "1", text)
+
+    def click(self, accessible):
+        left, upper, width, height = accessible.box()
+        self.run("xdotool", "mousemove", str(left + width // 2), str(upper + height // 2),
+                 "click", "1")
+
+    def windows_of(self, pid):
+        """How many windows of a process can be seen, menus included."""
+        found = subprocess.run(["xdotool", "search", "--onlyvisible", "--all", "--pid", str(pid),
+                                "--name", ""],
+                               env=self.environment, capture_output=True, text=True, timeout=10)
+        return len(found.stdout.split())
+
+    def clipboard(self):
+        """The text on it; none when nobody offers one."""
+        found = subprocess.run(["xclip", "-o", "-selection", "clipboard", "-t", "UTF8_STRING"],
+                               env=self.environment, capture_output=True, timeout=10)
+        return found.stdout.decode() if found.returncode == 0 else None
+
+    def copy(self, text):
+        # It stays behind to hand the text out, so it must not hold the pipes.
+        subprocess.run(["xclip", "-i", "-selection", "clipboard"], env=self.environment,
+                       input=text.encode(), stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL,
+                       check=True)
+
+    def picture(self):
+        return Picture(subprocess.run(["import", "-window", "root", "-depth", "8", "ppm:-"],
+                                      env=self.environment, check=True, capture_output=True).stdout)
+
+    def prefer_dark(self):
+        """The desktop's settings say so, as long as the returned connection is open."""
+        peer = self.bus.peer()
+        dark = GLib.Variant("(v)", (GLib.Variant("v", GLib.Variant("u", 1)),))
+        peer.export(PORTAL_PATH, SETTINGS, {"Read": lambda sender, space, key: dark})
+        peer.own(PORTAL)
+        return peer
+
+    def close(self):
+        self.accessibility.close()
+        for process in (self._manager, self._server):
+            process.terminate()
+            process.wait()
+        self.bus.close()
+        shutil.rmtree(self.root, ignore_errors=True)
+
+
+class Window:
+    """A run of the program, and what it has reported."""
+
+    def __init__(self, screen, request, **environment):
+        self.screen = screen
+        self.reports = []
+        self.times = []
+        self._started = time.monotonic()
+        self.process = subprocess.Popen(
+            [PROGRAM], env={**screen.environment, **environment}, stdin=subprocess.PIPE,
+            stdout=subprocess.PIPE, stderr=subprocess.PIPE)
+        self.errors = b""
+        self._readers = [threading.Thread(target=self._read),
+                         threading.Thread(target=self._read_errors)]
+        for reader in self._readers:
+            reader.start()
+        self.say(request)
+
+    def _read(self):
+        for line in self.process.stdout:
+            self.times.append(time.monotonic() - self._started)
+            self.reports.append(json.loads(line))
+
+    def _read_errors(self):
+        self.errors = self.process.stderr.read()
+
+    def say(self, order):
+        line = order if isinstance(order, str) else json.dumps(order)
+        self.process.stdin.write(line.encode() + b"\n")
+        self.process.stdin.flush()
+
+    def report(self, key, limit=10.0):
+        """Waits for a report of this kind."""
+        def find():
+            found = [report for report in self.reports if key in report]
+            assert found or self.process.poll() is None or self._readers[0].is_alive(), \
+                (self.reports, self.errors)
+            return found
+        return eventually(find, limit, f"a report of {key}")[0][key]
+
+    def shown(self):
+        """Waits until the window is on screen and has the focus."""
+        assert self.report("shown") is True
+        eventually(self.is_active, what="the focus")
+        return self
+
+    def is_active(self):
+        active = subprocess.run(["xdotool", "getwindowfocus", "getwindowpid"],
+                                env=self.screen.environment, capture_output=True, text=True)
+        return active.stdout.strip() == str(self.process.pid)
+
+    def answer(self):
+        """The answer of an alert, after which its window goes."""
+        answer = self.report("answer")
+        assert self.ends() == 0
+        return answer
+
+    def ends(self, limit=10.0):
+        status = self.process.wait(limit)
+        for reader in self._readers:
+            reader.join(limit)
+        return status
+
+    def accessible(self):
+        return self.screen.accessibility.window_of(self.process.pid)
+
+    def close(self):
+        if self.process.poll() is None:
+            self.process.kill()
+        self.process.stdin.close()
+        self.ends()
+        self.process.stdout.close()
+        self.process.stderr.close()

@@ -1,0 +1,404 @@
+"""The windows, on a screen of their own: answered by keyboard and as a screen reader would."""
+
+import subprocess
+
+import pytest
+
+from support.dialogs import HEIGHT, PROGRAM, WIDTH, Screen, Window
+from support.tray import eventually, is_alive
+
+APPROVAL = {
+    "style": "critical", "messageText": "Allow access outside the shared folder?",
+    "informativeText": "Ana — in “Release prep”\nasked the agent to run: shell\n\n"
+                       "Command:\ncat /home/ana/.ssh/id_ed25519\n\n"
+                       "Why this is being flagged:\n  • It reads a credential\n\n"
+                       "Shared folder: /home/ana/project",
+    "buttons": ["Deny", "Allow once", "Always allow…"], "safeButton": 0}
+CONFIRMATION = {
+    "style": "critical", "messageText": "⚠️ Create a permanent exception?",
+    "informativeText": "This permanently allows:\n\n/etc/passwd\n\nType ALWAYS ALLOW below to confirm:",
+    "buttons": ["Cancel", "Create permanent exception"], "safeButton": 0,
+    "textField": {"placeholder": "ALWAYS ALLOW", "width": 300}}
+INVITE = {
+    "style": "question", "messageText": "Join the Zephyl Tailnet",
+    "informativeText": "Paste the invite key you were sent. It looks like:\n\n"
+                       "  inv_v2_<fingerprint>_<key>\n\n"
+                       "The key can only be used once and expires after 24 hours.",
+    "buttons": ["Join", "Cancel"], "safeButton": 1,
+    "textField": {"placeholder": "inv_v2_…", "width": 380}}
+ERROR = {
+    "style": "warning", "messageText": "Couldn't update shared folders",
+    "informativeText": "The agent answered with status 500.", "buttons": ["OK"], "safeButton": 0}
+
+
+@pytest.fixture(scope="module")
+def screen():
+    screen = Screen()
+    yield screen
+    screen.close()
+
+
+@pytest.fixture
+def show(screen):
+    """Shows windows; at the end of the test none is left."""
+    windows = []
+
+    def start(environment=None, **request):
+        windows.append(Window(screen, request, **(environment or {})))
+        return windows[-1].shown()
+
+    yield start
+    for window in windows:
+        window.close()
+
+
+def excerpt(lines):
+    """What of a log is on screen."""
+    if len(lines) > 18:
+        lines = lines[:6] + ["", "… TRUNCATED LINES …", ""] + lines[-12:]
+    return "\n".join(lines) or "(no output yet)"
+
+
+def log_window(count, message=""):
+    lines = [f"line {number}" for number in range(1, count + 1)]
+    return {"title": "Agent Exited Unexpectedly" if message else "Tailnet Logs", "message": message,
+            "shownText": excerpt(lines), "fullText": "\n".join(lines)}
+
+
+# Alerts
+
+def test_an_approval_is_denied_by_return(screen, show):
+    window = show(alert=APPROVAL)
+    screen.press("Return")
+    assert window.answer() == {"button": 0, "text": ""}
+    assert window.reports[-1] == {"hidden": True}
+
+
+@pytest.mark.parametrize("keys", ["Escape", "alt+F4"])
+def test_an_approval_is_denied_by_leaving_it(screen, show, keys):
+    window = show(alert=APPROVAL)
+    screen.press("Tab")  # the focus is on another button
+    screen.press(keys)
+    assert window.answer()["button"] == 0
+
+
+@pytest.mark.parametrize("button", [0, 1, 2])
+def test_an_approval_is_answered_by_keyboard(screen, show, button):
+    window = show(alert=APPROVAL)
+    screen.press(*["Tab"] * button, "space")
+    assert window.answer()["button"] == button
+
+
+@pytest.mark.parametrize("button", [0, 1, 2])
+def test_an_approval_is_answered_by_a_screen_reader(show, button):
+    window = show(alert=APPROVAL)
+    window.accessible().find("push button", APPROVAL["buttons"][button]).press()
+    assert window.answer()["button"] == button
+
+
+def test_a_screen_reader_hears_what_is_asked_and_where_the_focus_is(show):
+    top = show(alert=APPROVAL).accessible()
+    assert top.role == "dialog"
+    assert top.name == APPROVAL["messageText"]
+    assert top.description == APPROVAL["informativeText"]
+    assert [each.text for each in top.all() if each.role == "text"] == [
+        APPROVAL["messageText"], APPROVAL["informativeText"]]
+    buttons = [each for each in top.all() if each.role == "push button"]
+    assert [each.name for each in buttons] == APPROVAL["buttons"]
+    assert buttons[0].has("focused")
+
+
+@pytest.mark.parametrize("request_", [
+    {"alert": APPROVAL}, {"alert": CONFIRMATION}, {"alert": INVITE}, {"alert": ERROR},
+    {"logWindow": log_window(30, "It exited.")}], ids=["approval", "confirmation", "invite", "error", "log"])
+def test_everything_that_takes_the_focus_has_a_name(show, request_):
+    top = show(**request_).accessible()
+    focusable = [each for each in top.all() if each.has("focusable")]
+    assert len(focusable) >= 3
+    assert all(each.name for each in focusable), [(each.role, each.name) for each in focusable]
+
+
+def test_tab_goes_from_the_text_over_the_field_to_the_buttons(screen, show):
+    top = show(alert=CONFIRMATION).accessible()
+
+    def focused():
+        return next((each.name for each in top.all() if each.has("focused") and each is not top), None)
+
+    order = [eventually(focused)]
+    for _ in range(4):
+        before = order[-1]
+        screen.press("Tab")
+        order.append(eventually(lambda: focused() not in (None, before) and focused()))
+    assert order == ["ALWAYS ALLOW", "Cancel", "Create permanent exception", "Message", "Details"]
+
+
+def test_what_a_request_says_is_text_and_nothing_else(show):
+    hostile = ("<b>Ana</b> <a href='http://example.org'>link</a> &amp; &lt; **bold** \u202egnp.exe\n"
+               "\x1b[31mred\x07\t\x00 pass\u200bwd \u2028 \U000e0041 \ufdd0 end")
+    top = show(alert={**APPROVAL, "messageText": "<i>Allow?</i>", "informativeText": hostile,
+                      "buttons": ["De&ny", "<b>Allow</b>"]}).accessible()
+    message, details = [each.text for each in top.all() if each.role == "text"]
+    assert message == "<i>Allow?</i>"
+    first, second = details.split("\n")
+    assert first == ("<b>Ana</b> <a href='http://example.org'>link</a> &amp; &lt; **bold** "
+                     "\\u202egnp.exe")
+    escaped = second
+    for number, picture in {0x1b: "␛", 7: "␇", 9: "␉", 0: "␀"}.items():
+        escaped = escaped.replace(picture, f"\\x{number:02x}")
+    assert escaped == ("\\x1b[31mred\\x07\\x09\\x00 pass\\u200bwd \\u2028 \\U000e0041 \\ufdd0 end")
+    assert [each.name for each in top.all() if each.role == "push button"] == ["De&ny", "<b>Allow</b>"]
+    assert not [each for each in top.all() if each.role == "link"]
+
+
+@pytest.mark.parametrize("target", ["/deep" * 2000, "x" * 30000, "word " * 5000, "\n" * 500,
+                                    "a" * 1_000_000], ids=["path", "word", "words", "lines", "huge"])
+def test_a_long_request_scrolls_and_stays_on_the_screen(screen, show, target):
+    window = show(alert={**APPROVAL, "messageText": "Allow? " * 200, "informativeText": target})
+    top = window.accessible()
+    for each in [top, *(each for each in top.all() if each.role == "push button")]:
+        left, upper, width, height = each.box()
+        assert left >= 0 and upper >= 0 and left + width <= WIDTH and upper + height <= HEIGHT
+    assert top.box()[2] < WIDTH / 2
+    assert window.times[0] < 3
+    screen.press("Return")
+    assert window.answer()["button"] == 0
+
+
+def test_a_long_word_is_copied_as_it_is(screen, show):
+    word = "é" * 5000
+    show(alert={**APPROVAL, "informativeText": word})
+    screen.press("shift+Tab", "ctrl+a", "ctrl+c")
+    eventually(lambda: screen.clipboard() == word, what="the copied text")
+
+
+def test_text_can_be_selected_and_copied(screen, show):
+    window = show(alert=APPROVAL)
+    screen.press("shift+Tab", "ctrl+a", "ctrl+c")
+    eventually(lambda: screen.clipboard() == APPROVAL["informativeText"], what="the copied text")
+    screen.press("Escape")
+    window.report("hidden")
+    assert screen.clipboard() == APPROVAL["informativeText"]
+
+
+@pytest.mark.parametrize("typed", ["ALWAYS ALLOW", "  ALWAYS ALLOW ", "always allow", ""])
+def test_the_confirmation_hands_over_what_was_typed(screen, show, typed):
+    window = show(alert=CONFIRMATION)
+    screen.type(typed)
+    screen.press("Tab", "Tab", "space")
+    assert window.answer() == {"button": 1, "text": typed}
+
+
+def test_return_in_the_confirmation_cancels_whatever_was_typed(screen, show):
+    window = show(alert=CONFIRMATION)
+    screen.type("ALWAYS ALLOW")
+    screen.press("Return")
+    assert window.answer()["button"] == 0
+
+
+def test_an_error_is_acknowledged_by_return_and_by_escape(screen, show):
+    for key in ("Return", "Escape"):
+        window = show(alert=ERROR)
+        screen.press(key)
+        assert window.answer()["button"] == 0
+
+
+def test_an_invite_key_is_pasted_and_joined_by_return(screen, show):
+    key = "inv_v2_00112233445566778899aabbccddeeff_secret"
+    window = show(alert=INVITE)
+    screen.copy(key + "\n")
+    screen.press("ctrl+v", "Return")
+    answer = window.answer()
+    assert answer["button"] == 0
+    assert answer["text"].strip() == key
+
+
+def test_an_invite_is_cancelled_by_escape(screen, show):
+    window = show(alert=INVITE)
+    screen.type("inv")
+    screen.press("Escape")
+    assert window.answer()["button"] == 1
+
+
+# Log windows
+
+@pytest.mark.parametrize("count", [0, 18, 19, 200])
+def test_a_log_is_shown_copied_and_closed(screen, show, count):
+    request = log_window(count, "The Zephyl agent didn't start cleanly — it exited with code 3.")
+    window = show(logWindow=request)
+    top = window.accessible()
+    assert top.name == "Agent Exited Unexpectedly"
+    assert top.find("text", "Message").text == request["message"]
+    assert top.find("text", "Log").text == request["shownText"]
+    assert [each.name for each in top.all() if each.role == "label"] == ["Log:"]
+    top.find("push button", "Copy Full Log").press()
+    eventually(lambda: screen.clipboard() == request["fullText"], what="the copied log")
+    screen.press("Return")
+    assert window.report("logEvent") == "closed"
+    window.report("hidden")
+    assert screen.clipboard() == request["fullText"]
+
+
+def test_a_log_window_has_its_size_and_can_be_resized(show):
+    top = show(logWindow=log_window(200, "It exited.")).accessible()
+    assert top.box()[2:] == (560, 380)
+    left, upper, width, height = top.find("text", "Log").box()
+    assert abs(width - 524) <= 20 and height >= 240  # within its frame and beside the scroll bar
+
+
+def test_a_log_window_without_a_message_shows_none(show):
+    top = show(logWindow=log_window(5)).accessible()
+    assert [each.name for each in top.all() if each.role == "text" and each.has("showing")] == ["Log"]
+
+
+def test_an_editor_is_chosen_from_the_menu_and_the_window_stays(screen, show):
+    window = show(logWindow=log_window(5))
+    button = window.accessible().find("button menu", "Write to File & Open…")
+    for place, event in enumerate(["openInCursor", "openInVSCode", "openInTextEdit"]):
+        screen.click(button)
+        eventually(lambda: screen.windows_of(window.process.pid) == 2, what="the menu")
+        window.say({"ping": place})
+        eventually(lambda: {"pong": place} in window.reports, what="a pong while the menu is open")
+        screen.press(*["Down"] * (place + 1), "Return")
+        eventually(lambda: {"logEvent": event} in window.reports, what=event)
+    assert {"hidden": True} not in window.reports
+    screen.press("Escape")
+    assert window.ends() == 0
+    assert [report["logEvent"] for report in window.reports if "logEvent" in report] == [
+        "openInCursor", "openInVSCode", "openInTextEdit", "closed"]
+
+
+def test_what_was_copied_stays_until_something_else_is_copied(screen, show):
+    window = show(logWindow=log_window(3))
+    window.accessible().find("push button", "Copy Full Log").press()
+    eventually(lambda: screen.clipboard() == "line 1\nline 2\nline 3")
+    window.say({"close": True})
+    window.process.stdin.close()
+    window.report("hidden")
+    assert screen.clipboard() == "line 1\nline 2\nline 3"
+    assert is_alive(window.process.pid)
+    screen.copy("something else")
+    assert window.ends() == 0
+
+
+def test_a_log_window_that_was_not_copied_from_ends_at_once(screen, show):
+    window = show(logWindow=log_window(3))
+    screen.press("Escape")
+    assert window.ends() == 0
+    assert window.reports == [{"shown": True}, {"logEvent": "closed"}, {"hidden": True}]
+
+
+# The folder picker
+
+def test_a_folder_is_chosen_by_its_path(screen, show):
+    folder = screen.home / "my project ü"
+    folder.mkdir()
+    window = show(folderPicker={"prompt": "Share", "message": "Choose a project folder."})
+    top = window.accessible()
+    assert top.description == "Choose a project folder."
+    assert top.find("push button", "Share")
+    screen.copy(str(folder))
+    screen.press("ctrl+v", "Return")
+    assert window.report("folder") == str(folder)
+    assert window.ends() == 0
+
+
+def test_a_folder_picker_is_cancelled_by_escape(screen, show):
+    window = show(folderPicker={"prompt": "Share", "message": "Choose a project folder."})
+    screen.press("Escape")
+    assert window.report("folder") == ""
+    assert window.ends() == 0
+
+
+# The program
+
+def test_a_ping_is_answered(show):
+    window = show(alert=ERROR)
+    for number in (1, 2, 3):
+        window.say({"ping": number})
+        eventually(lambda: {"pong": number} in window.reports)
+
+
+@pytest.mark.parametrize("way", ["close", "end of input"])
+@pytest.mark.parametrize("request_", [{"alert": APPROVAL}, {"logWindow": log_window(3)},
+                                      {"folderPicker": {"prompt": "Share", "message": ""}}],
+                         ids=["alert", "log", "folder"])
+def test_the_tray_closes_a_window_without_an_answer(show, request_, way):
+    window = show(**request_)
+    if way == "close":
+        window.say({"close": True})
+    else:
+        window.process.stdin.close()
+    assert window.ends() == 0
+    assert window.reports == [{"shown": True}, {"hidden": True}]
+
+
+@pytest.mark.parametrize("line", [
+    "", "garbage", "{}", '{"alert": {"buttons": []}}',
+    '{"alert": {"style": "warning", "messageText": "", "informativeText": "", "buttons": [],'
+    ' "safeButton": 0}}',
+    '{"alert": {"style": "warning", "messageText": "", "informativeText": "", "buttons": ["OK"],'
+    ' "safeButton": 1}}'])
+def test_a_request_that_makes_no_sense_is_refused(screen, line):
+    result = subprocess.run([PROGRAM], env=screen.environment, input=line + "\n", text=True,
+                            capture_output=True, timeout=10)
+    assert result.returncode == 2
+    assert result.stdout == ""
+    assert result.stderr
+
+
+@pytest.mark.parametrize("environment", [{"DISPLAY": ""}, {"DISPLAY": ":nothing"}],
+                         ids=["no display", "a wrong display"])
+def test_without_a_screen_it_says_so_and_ends(screen, environment):
+    result = subprocess.run([PROGRAM], env={**screen.environment, **environment}, input="",
+                            text=True, capture_output=True, timeout=10)
+    assert result.returncode == 1
+    assert result.stdout == ""
+    assert "display" in result.stderr
+
+
+def test_it_is_on_screen_soon(show):
+    times = [show(alert=APPROVAL).times[0] for _ in range(5)]
+    assert sorted(times)[2] < 0.3, times
+
+
+# How it looks
+
+def test_it_is_dark_where_the_desktop_is(screen, show):
+    def brightness():
+        window = show(alert=ERROR)
+        left, upper, width, height = window.accessible().box()
+        picture = screen.picture()
+        at = 3 * ((upper + height - 4) * picture.width + left + 4)
+        window.say({"close": True})
+        window.ends()
+        return sum(picture.pixels[at:at + 3]) / 3
+
+    light = brightness()
+    peer = screen.prefer_dark()
+    try:
+        dark = brightness()
+    finally:
+        peer.close()
+    assert light > 200 and dark < 80
+
+
+def test_it_grows_with_the_scale_of_the_screen(show):
+    boxes = []
+    for scale in ("1", "2"):
+        window = show({"QT_SCALE_FACTOR": scale}, alert=ERROR)
+        boxes.append(window.screen.run("xdotool", "getwindowfocus", "getwindowgeometry", "--shell"))
+    widths = [int(box.split("WIDTH=")[1].split()[0]) for box in boxes]
+    assert abs(widths[1] - 2 * widths[0]) <= 2
+
+
+def test_a_message_about_a_failure_is_red(screen, show):
+    def red_pixels(message):
+        window = show(logWindow=log_window(3, message))
+        pixels = screen.picture().pixels
+        window.say({"close": True})
+        window.ends()
+        return sum(pixels[i] > 150 and pixels[i + 1] < 80 and pixels[i + 2] < 90
+                   for i in range(0, len(pixels), 3))
+
+    assert red_pixels("") == 0
+    assert red_pixels("The agent exited with code 3.") > 200
