@@ -2,6 +2,7 @@
 
 #include <atomic>
 #include <functional>
+#include <map>
 #include <memory>
 #include <optional>
 #include <set>
@@ -102,9 +103,12 @@ class AppDelegate : public std::enable_shared_from_this<AppDelegate> {
   void wireMenu();
   void updateIcon();
   void updateButtonTitle();
+  void updateDescription();
   /// Brings all that is shown up to date.
   void rebuildMenu();
   [[nodiscard]] UpdateView updateView() const;
+  [[nodiscard]] std::map<std::string, TailnetView, std::less<>> tailnetViews() const;
+  [[nodiscard]] static bool tailnetProgramsExist();
   void perform(const MenuAction& action);
   void chooseOpenDesktopWindow(const std::string& object);
   void chooseRedeemInvite(const std::string& object);

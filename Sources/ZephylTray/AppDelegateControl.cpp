@@ -11,10 +11,6 @@ namespace zephyl {
 
 namespace {
 
-bool tailnetProgramsExist() {
-  return Config::tailnetBinary("tailscaled") && Config::tailnetBinary("zephyl-tailnet");
-}
-
 /// The text, unless it says nothing.
 std::optional<std::string> unlessEmpty(const std::optional<std::string>& text) {
   return text.value_or("").empty() ? std::nullopt : text;
@@ -91,6 +87,10 @@ void AppDelegate::installFolderHandlers() {
       self.shellSetRootShared(id, root, shared, done);
     }));
   };
+}
+
+bool AppDelegate::tailnetProgramsExist() {
+  return Config::tailnetBinary("tailscaled") && Config::tailnetBinary("zephyl-tailnet");
 }
 
 json::Object AppDelegate::controlStatus() const {

@@ -6,7 +6,6 @@
 #include "System/URL.hpp"
 #include "ZephylTray/Alerts.hpp"
 #include "ZephylTray/AppDelegate.hpp"
-#include "ZephylTray/Config.hpp"
 #include "ZephylTray/MenuActions.hpp"
 #include "ZephylTray/StatusMenu.hpp"
 
@@ -29,26 +28,36 @@ void AppDelegate::updateButtonTitle() {
   statusItem_->setTitle(statusTitle(agentView_));
 }
 
+void AppDelegate::updateDescription() {
+  TailnetSummary summary;
+  for (const auto& tailnet : tailnet_->instances()) {
+    ++summary.tailnets;
+    if (tailnet->isRunning() && tailnet->state().boundAddress) ++summary.usable;
+  }
+  statusItem_->setDescription(describe(agentView_, summary));
+}
+
 /// The menu stays as it is while the user looks at it; the words beside the icon do not.
 void AppDelegate::rebuildMenu() {
   lookUpInternalHost();
-  StatusMenuState state{.agent = agentView_,
-                        .tailnetProgramsFound = Config::tailnetBinary("tailscaled") &&
-                                                Config::tailnetBinary("zephyl-tailnet"),
-                        .servers = Servers::all(),
-                        .updates = updateView()};
-  TailnetSummary summary;
-  for (const auto& tailnet : tailnet_->instances()) {
-    TailnetView view{
-        .running = tailnet->isRunning(), .state = tailnet->state(), .hasLog = tailnet->hasLog()};
-    ++summary.tailnets;
-    if (view.running && view.state.boundAddress) ++summary.usable;
-    state.tailnets.emplace(tailnet->server().id, std::move(view));
-  }
-  statusItem_->setDescription(describe(agentView_, summary));
+  updateDescription();
   if (menuIsOpen_) return;
   updateButtonTitle();
-  statusItem_->setMenu(statusMenu(state));
+  statusItem_->setMenu(statusMenu({.agent = agentView_,
+                                   .tailnetProgramsFound = tailnetProgramsExist(),
+                                   .servers = Servers::all(),
+                                   .tailnets = tailnetViews(),
+                                   .updates = updateView()}));
+}
+
+std::map<std::string, TailnetView, std::less<>> AppDelegate::tailnetViews() const {
+  std::map<std::string, TailnetView, std::less<>> views;
+  for (const auto& tailnet : tailnet_->instances()) {
+    views.emplace(tailnet->server().id, TailnetView{.running = tailnet->isRunning(),
+                                                    .state = tailnet->state(),
+                                                    .hasLog = tailnet->hasLog()});
+  }
+  return views;
 }
 
 UpdateView AppDelegate::updateView() const {

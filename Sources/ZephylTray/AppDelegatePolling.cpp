@@ -3,6 +3,17 @@
 
 namespace zephyl {
 
+namespace {
+
+/// Whether two activities make different menus; how far the index is stands elsewhere, and an
+/// agent that works may tell of it a thousand times a second.
+bool menuDiffers(const Activity& before, const Activity& now) {
+  return before.model != now.model || before.pendingApprovals != now.pendingApprovals ||
+         before.escapeGrants != now.escapeGrants;
+}
+
+}  // namespace
+
 void AppDelegate::refresh() {
   pollOnce(weakly([](AppDelegate& self) { self.rebuildMenu(); }));
 }
@@ -51,12 +62,17 @@ void AppDelegate::startActivityStream() {
 }
 
 void AppDelegate::receive(Activity activity) {
+  const bool menuChanges = !agentView_.activity || menuDiffers(*agentView_.activity, activity);
   agentView_.activity = std::move(activity);
   noteBusy();
   processPendingApprovals(std::vector(agentView_.activity->pendingApprovals));
   updater_->agentDidUpdateActivity(*agentIsBusy_);
   updateIcon();
-  rebuildMenu();
+  if (menuChanges) {
+    rebuildMenu();
+  } else {
+    updateDescription();
+  }
 }
 
 void AppDelegate::noteBusy() {

@@ -16,6 +16,7 @@ options::options_description description() {
   options::options_description all("Options");
   auto add = all.add_options();
   add("desktop", "show a status item in the desktop's panel (the default)");
+  add("terminal", "show the menu in this terminal");
   add("headless", "show nothing; tell the state on standard error");
   add("version", "print the version and exit");
   add("help", "print this help and exit");
@@ -24,7 +25,7 @@ options::options_description description() {
 
 std::string help() {
   std::ostringstream text;
-  text << "Usage: zephyl-tray [--desktop | --headless]\n\n"
+  text << "Usage: zephyl-tray [--desktop | --terminal | --headless]\n\n"
           "Keeps this workstation connected to its Zephyl servers: starts and watches the agent\n"
           "that shares project folders, and shows what it does.\n\n"
        << description();
@@ -52,10 +53,14 @@ Result<CommandLine> CommandLine::parse(int argc, const char* const* argv) {
     if (values.contains("help")) return CommandLine{.answer = help()};
     if (values.contains("version"))
       return CommandLine{.answer = "zephyl-tray " ZEPHYL_VERSION "\n"};
-    if (values.contains("desktop") && values.contains("headless")) {
-      return Error{"--desktop and --headless exclude each other"};
+    const bool terminal = values.contains("terminal");
+    const bool headless = values.contains("headless");
+    if (values.count("desktop") + values.count("terminal") + values.count("headless") > 1) {
+      return Error{"--desktop, --terminal and --headless exclude each other"};
     }
-    return CommandLine{.mode = values.contains("headless") ? Mode::headless : Mode::desktop};
+    return CommandLine{.mode = terminal   ? Mode::terminal
+                               : headless ? Mode::headless
+                                          : Mode::desktop};
   } catch (const options::error& error) {
     return Error{error.what()};
   }

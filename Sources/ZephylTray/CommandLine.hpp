@@ -8,7 +8,7 @@ namespace zephyl {
 
 /// What the program was called with.
 struct CommandLine {
-  enum class Mode { desktop, headless };
+  enum class Mode { desktop, terminal, headless };
 
   Mode mode = Mode::desktop;
   /// Not empty: print this and end (`--help`, `--version`).

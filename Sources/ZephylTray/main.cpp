@@ -1,10 +1,9 @@
 #include <csignal>
 #include <cstdlib>
 #include <iostream>
+#include <optional>
 
-#include "Desktop/Freedesktop/FreedesktopDesktop.hpp"
-#include "Desktop/Headless/HeadlessDesktop.hpp"
-#include "Desktop/Headless/HeadlessDialogs.hpp"
+#include "Desktop/Freedesktop/SingleInstance.hpp"
 #include "System/Bundle.hpp"
 #include "System/Environment.hpp"
 #include "System/Files.hpp"
@@ -18,17 +17,12 @@
 #include "System/ThreadPool.hpp"
 #include "ZephylTray/AppDelegate.hpp"
 #include "ZephylTray/CommandLine.hpp"
+#include "ZephylTray/DesktopChoice.hpp"
 #include "ZephylTray/Servers.hpp"
 #include "ZephylTray/SingleOwnerLock.hpp"
 
 namespace zephyl {
 namespace {
-
-std::unique_ptr<Desktop> makeDesktop(CommandLine::Mode mode,
-                                     const FreedesktopDesktop::Services& services) {
-  if (mode == CommandLine::Mode::desktop) return std::make_unique<FreedesktopDesktop>(services);
-  return std::make_unique<HeadlessDesktop>(services.mainLoop, services.clock);
-}
 
 /// Runs the tray until it is told to end.
 int runTray(Guardian& guardian, const CommandLine& commandLine) {
@@ -39,12 +33,14 @@ int runTray(Guardian& guardian, const CommandLine& commandLine) {
   SystemClock clock(reactor);
   SystemProcessLauncher launcher(reactor, guardian);
   const Servers::Store servers(pool, clock);
-  const SignalWatcher signals(reactor, {SIGTERM, SIGINT, SIGHUP}, [&](int) { mainLoop.quit(); });
+  const Runtime runtime{mainLoop, reactor, pool, clock, launcher};
+  const auto quit = [&](int) { mainLoop.quit(); };
+  const SignalWatcher signals(reactor, {SIGTERM, SIGINT}, quit);
+  const auto chosen = DesktopChoice::make(commandLine.mode, runtime);
+  std::optional<SignalWatcher> hangUp;
+  if (chosen.endsAtHangUp) hangUp.emplace(reactor, std::initializer_list<int>{SIGHUP}, quit);
 
-  const auto desktop = makeDesktop(commandLine.mode, {mainLoop, clock, launcher});
-  HeadlessDialogs dialogs(mainLoop);
-  const auto delegate = std::make_shared<AppDelegate>(
-      Runtime{mainLoop, reactor, pool, clock, launcher}, *desktop, dialogs);
+  const auto delegate = std::make_shared<AppDelegate>(runtime, *chosen.desktop, *chosen.dialogs);
   mainLoop.async([&] { delegate->applicationDidFinishLaunching(); });
   mainLoop.run();
   delegate->applicationWillTerminate();

@@ -20,6 +20,7 @@ class FakeDesktop final : public Desktop {
     }
     void setDescription(const std::string& newDescription) override {
       description = newDescription;
+      ++descriptionsSet;
     }
     void setMenu(const Menu& newMenu) override {
       menu = newMenu;
@@ -33,6 +34,7 @@ class FakeDesktop final : public Desktop {
     Menu menu;
     int menusSet = 0;
     int titlesSet = 0;
+    int descriptionsSet = 0;
     MenuEvents events;
   };
 

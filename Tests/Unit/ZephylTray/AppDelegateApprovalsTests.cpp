@@ -46,10 +46,10 @@ class ApprovalsTest : public ::testing::Test {
   void pend(const std::vector<std::string>& ids) {
     std::string list;
     for (const auto& id : ids) list += (list.empty() ? "" : ",") + request(id);
-    const int before = desktop_.item.menusSet;
+    const int before = desktop_.item.descriptionsSet;
     agent_.writeToStreams(
         "data: " + test::activityJSON(false, R"(,"pendingApprovals":[)" + list + "]") + "\n\n");
-    ASSERT_TRUE(runtime_.runUntil([&] { return desktop_.item.menusSet > before; }));
+    ASSERT_TRUE(runtime_.runUntil([&] { return desktop_.item.descriptionsSet > before; }));
   }
   /// The targets that the prompts on screen ask about.
   std::vector<std::string> prompts() {
