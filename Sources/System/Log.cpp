@@ -1,6 +1,8 @@
 #include "System/Log.hpp"
 
 #include <cerrno>
+#include <mutex>
+#include <utility>
 
 #include <unistd.h>
 
@@ -8,9 +10,34 @@
 
 namespace zephyl {
 
-void logLine(std::string_view text) {
-  const std::string line = "[tray] " + visible(text) + "\n";
-  std::string_view rest = line;
+namespace {
+
+/// Where lines go besides, or instead.
+struct Redirection {
+  std::mutex mutex;
+  std::function<void(const std::string&)> take;
+  bool instead = false;
+
+  /// Whether the line is dealt with.
+  bool handle(const std::string& line) {
+    const std::scoped_lock lock(mutex);
+    if (take) take(line);
+    return take && instead;
+  }
+
+  void set(std::function<void(const std::string&)> newTake, bool isInstead) {
+    const std::scoped_lock lock(mutex);
+    take = std::move(newTake);
+    instead = isInstead;
+  }
+};
+
+Redirection& redirection() {
+  static Redirection theOne;
+  return theOne;
+}
+
+void writeToStandardError(std::string_view rest) {
   while (!rest.empty()) {
     const ssize_t written = ::write(STDERR_FILENO, rest.data(), rest.size());
     if (written > 0) {
@@ -19,6 +46,23 @@ void logLine(std::string_view text) {
       return;
     }
   }
+}
+
+}  // namespace
+
+LogSink::LogSink(std::function<void(const std::string&)> take, bool instead) {
+  redirection().set(std::move(take), instead);
+}
+
+LogSink::~LogSink() {
+  redirection().set(nullptr, false);
+}
+
+void logLine(std::string_view text) {
+  std::string line = "[tray] " + visible(text);
+  if (redirection().handle(line)) return;
+  line += '\n';
+  writeToStandardError(line);
 }
 
 }  // namespace zephyl

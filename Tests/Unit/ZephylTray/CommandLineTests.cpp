@@ -15,13 +15,14 @@ Result<CommandLine> parse(std::vector<const char*> arguments) {
 TEST(CommandLine, IsForADesktopUnlessItSaysOtherwise) {
   EXPECT_EQ(parse({})->mode, CommandLine::Mode::desktop);
   EXPECT_EQ(parse({"--desktop"})->mode, CommandLine::Mode::desktop);
+  EXPECT_EQ(parse({"--terminal"})->mode, CommandLine::Mode::terminal);
   EXPECT_EQ(parse({"--headless"})->mode, CommandLine::Mode::headless);
 }
 
 TEST(CommandLine, AnswersHelpAndVersion) {
   EXPECT_TRUE(parse({"--version"})->answer.starts_with("zephyl-tray 0."));
   const auto help = parse({"--headless", "--help"})->answer;
-  for (const auto* option : {"--desktop", "--headless", "--version", "--help"}) {
+  for (const auto* option : {"--desktop", "--terminal", "--headless", "--version", "--help"}) {
     EXPECT_NE(help.find(option), std::string::npos) << option;
   }
 }
@@ -30,8 +31,10 @@ TEST(CommandLine, RefusesWhatItDoesNotKnow) {
   EXPECT_EQ(parse({"--headles"}).error().message, "unrecognised option '--headles'");
   EXPECT_EQ(parse({"folder"}).error().message,
             "too many positional options have been specified on the command line");
-  EXPECT_EQ(parse({"--desktop", "--headless"}).error().message,
-            "--desktop and --headless exclude each other");
+  for (const auto* other : {"--desktop", "--terminal"}) {
+    EXPECT_EQ(parse({other, "--headless"}).error().message,
+              "--desktop, --terminal and --headless exclude each other");
+  }
 }
 
 }  // namespace

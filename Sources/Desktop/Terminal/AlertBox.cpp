@@ -1,0 +1,135 @@
+#include "Desktop/Terminal/AlertBox.hpp"
+
+#include <algorithm>
+#include <utility>
+
+#include "Desktop/Terminal/DisplayText.hpp"
+#include "System/Text.hpp"
+
+namespace zephyl {
+
+namespace {
+
+constexpr int widest = 72;
+constexpr int betweenButtons = 2;
+
+std::string buttonLabel(const std::string& title, bool chosen, const Look& look) {
+  return (chosen ? "[" + std::string(look.symbols().chosen) : "[ ") + title + " ]";
+}
+
+Alert asShown(Alert alert, const Look& look) {
+  const auto show = [&](std::string& text) { text = displayText::shown(visibleLines(text), look); };
+  show(alert.messageText);
+  show(alert.informativeText);
+  for (auto& button : alert.buttons) show(button);
+  return alert;
+}
+
+std::vector<std::string> linesOf(const Alert& alert) {
+  std::vector<std::string> lines{alert.informativeText};
+  return alert.informativeText.empty() ? std::vector<std::string>{} : lines;
+}
+
+}  // namespace
+
+AlertBox::AlertBox(Alert alert, const Look& look)
+    : alert_(asShown(std::move(alert), look)),
+      field_(alert_.textField ? alert_.textField->placeholder : ""),
+      focus_(alert_.textField ? alert_.buttons.size() : 0) {
+  text_.setLines(linesOf(alert_));
+}
+
+std::optional<AlertAnswer> AlertBox::handle(const Key& key, bool mayAnswer) {
+  using Kind = Key::Kind;
+  if (key.kind == Kind::escape) {
+    return mayAnswer ? std::optional(answer(alert_.safeButton)) : std::nullopt;
+  }
+  if (key.kind == Kind::enter || (key.is(" ") && !fieldHasFocus())) {
+    return mayAnswer ? std::optional(answer(fieldHasFocus() ? 0 : focus_)) : std::nullopt;
+  }
+  if (key.kind == Kind::press) return handlePress(key, mayAnswer);
+  if (fieldHasFocus() && field_.handle(key)) return std::nullopt;
+  if (key.kind == Kind::tab || key.kind == Kind::right) {
+    moveFocus(true);
+  } else if (key.kind == Kind::backTab || key.kind == Kind::left) {
+    moveFocus(false);
+  } else {
+    text_.handle(key);
+  }
+  return std::nullopt;
+}
+
+std::optional<AlertAnswer> AlertBox::handlePress(const Key& key, bool mayAnswer) {
+  for (std::size_t index = 0; index < buttonAreas_.size(); ++index) {
+    if (mayAnswer && buttonAreas_[index].contains(key.row, key.column)) return answer(index);
+  }
+  return std::nullopt;
+}
+
+void AlertBox::moveFocus(bool forwards) {
+  focus_ = (focus_ + (forwards ? 1 : stops() - 1)) % stops();
+}
+
+/// In one row where they fit, below each other otherwise; relative to the box's inside.
+std::vector<Area> AlertBox::placeButtons(int columns) const {
+  std::vector<Area> places;
+  int column = 0;
+  for (const auto& title : alert_.buttons) {
+    const int width = displayText::width(buttonLabel(title, false, {}));
+    places.push_back({0, column, 1, width});
+    column += width + betweenButtons;
+  }
+  if (column - betweenButtons <= columns) return places;
+  for (std::size_t index = 0; index < places.size(); ++index) {
+    places[index].row = static_cast<int>(index);
+    places[index].column = 0;
+  }
+  return places;
+}
+
+void AlertBox::draw(Canvas& canvas) {
+  const auto size = canvas.size();
+  const int columns = std::min(size.columns - (size.columns > 30 ? 4 : 0), widest);
+  const int inner = columns - 4;
+  const auto message = displayText::wrapped(alert_.messageText, inner);
+  const auto buttons = placeButtons(inner);
+  const int buttonRows = buttons.empty() ? 0 : buttons.back().row + 1;
+  const int fixed = static_cast<int>(message.size()) + buttonRows + (alert_.textField ? 2 : 0) + 4;
+  const int textRows = std::min(text_.rowsAt(inner - 1), std::max(size.rows - fixed, 1));
+  const int rows = std::min(fixed + textRows, size.rows);
+  const Area box{(size.rows - rows) / 2, (size.columns - columns) / 2, rows, columns};
+  const bool critical = alert_.style == Alert::Style::critical;
+  canvas.hideCursor();
+  canvas.frame(box, {.colour = critical ? CellStyle::Colour::red : CellStyle::Colour::normal,
+                     .bold = critical});
+  const Area inside{box.row + 1, box.column + 2, rows - 2, inner};
+  int row = inside.row;
+  for (const auto& line : message) canvas.put(row++, inside.column, line, {.bold = true});
+  text_.draw(canvas, {row + 1, inside.column, textRows, inner});
+  row += 1 + textRows;
+  if (alert_.textField) drawField(canvas, inside, row);
+  drawButtons(canvas, {inside.row + inside.rows - buttonRows, inside.column, buttonRows, inner},
+              buttons);
+}
+
+void AlertBox::drawField(Canvas& canvas, const Area& inside, int row) const {
+  const int right = inside.column + inside.columns - 1;
+  canvas.put(row + 1, inside.column, canvas.symbols().chosen, {.bold = fieldHasFocus()});
+  canvas.rule(row + 2, inside.column, inside.columns, {.dim = true});
+  field_.draw(canvas, {row + 1, inside.column + 2, 1, right - inside.column - 2}, fieldHasFocus());
+}
+
+void AlertBox::drawButtons(Canvas& canvas, const Area& inside, const std::vector<Area>& places) {
+  buttonAreas_ = places;
+  for (std::size_t index = 0; index < places.size(); ++index) {
+    auto& area = buttonAreas_[index];
+    area.row += inside.row;
+    area.column += inside.column;
+    // With the focus in the text field, the first button is what Enter means.
+    const bool chosen = focus_ == index || (fieldHasFocus() && index == 0);
+    canvas.put(area.row, area.column, buttonLabel(alert_.buttons[index], chosen, canvas.look()),
+               {.bold = chosen, .reverse = focus_ == index});
+  }
+}
+
+}  // namespace zephyl

@@ -1,0 +1,50 @@
+#pragma once
+
+#include <cstddef>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "Desktop/Dialogs.hpp"
+#include "Desktop/Terminal/Canvas.hpp"
+#include "Desktop/Terminal/Key.hpp"
+#include "Desktop/Terminal/ScrollingText.hpp"
+#include "Desktop/Terminal/TextField.hpp"
+
+namespace zephyl {
+
+/// An alert as a box in the middle of the screen. The first button is chosen at first; while the
+/// text field has the focus, Enter means the first button as well. Escape means the safe one.
+/// Pure.
+class AlertBox {
+ public:
+  AlertBox(Alert alert, const Look& look);
+
+  /// What the text field holds at first.
+  void setText(const std::string& text) { field_.setText(text); }
+
+  /// The user's answer, once there is one. Unless `mayAnswer`, keys that would give one do
+  /// nothing: the user may have meant what was on screen before.
+  std::optional<AlertAnswer> handle(const Key& key, bool mayAnswer = true);
+  void draw(Canvas& canvas);
+
+ private:
+  [[nodiscard]] bool fieldHasFocus() const { return focus_ == alert_.buttons.size(); }
+  [[nodiscard]] std::size_t stops() const {
+    return alert_.buttons.size() + (alert_.textField ? 1 : 0);
+  }
+  [[nodiscard]] AlertAnswer answer(std::size_t button) const { return {button, field_.text()}; }
+  [[nodiscard]] std::optional<AlertAnswer> handlePress(const Key& key, bool mayAnswer);
+  void moveFocus(bool forwards);
+  [[nodiscard]] std::vector<Area> placeButtons(int columns) const;
+  void drawButtons(Canvas& canvas, const Area& inside, const std::vector<Area>& places);
+  void drawField(Canvas& canvas, const Area& inside, int row) const;
+
+  Alert alert_;
+  TextField field_;
+  ScrollingText text_;
+  std::size_t focus_ = 0;          // a button's place, or one more for the text field
+  std::vector<Area> buttonAreas_;  // on screen
+};
+
+}  // namespace zephyl

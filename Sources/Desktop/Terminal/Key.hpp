@@ -1,0 +1,44 @@
+#pragma once
+
+#include <string>
+#include <string_view>
+
+namespace zephyl {
+
+/// What a user did at the terminal.
+struct Key {
+  enum class Kind {
+    character,  ///< `text` holds it
+    paste,      ///< `text` holds all of it
+    control,    ///< with the letter in `text`, in lower case
+    enter,
+    escape,
+    tab,
+    backTab,
+    backspace,
+    remove,  ///< what is right of the cursor
+    up,
+    down,
+    left,
+    right,
+    home,
+    end,
+    pageUp,
+    pageDown,
+    press,  ///< of the mouse's first button, at `row` and `column`
+    wheelUp,
+    wheelDown,
+  };
+
+  Kind kind = Kind::character;
+  std::string text;
+  int row = 0;  ///< from 0
+  int column = 0;
+
+  [[nodiscard]] bool is(std::string_view character) const {
+    return kind == Kind::character && text == character;
+  }
+  bool operator==(const Key&) const = default;
+};
+
+}  // namespace zephyl

@@ -1,0 +1,38 @@
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "Desktop/Terminal/Canvas.hpp"
+#include "Desktop/Terminal/Key.hpp"
+#include "Desktop/Terminal/ScrollingText.hpp"
+
+namespace zephyl {
+
+/// A log on the whole screen. Pure.
+class LogBox {
+ public:
+  enum class Outcome { none, copy, write, toggle, close };
+
+  LogBox(std::string title, std::string message, const Look& look);
+
+  /// From outside: control characters are made visible.
+  void setText(const std::vector<std::string>& lines);
+  void toEnd() { text_.toEnd(); }
+  /// Offers to show the whole log, or again a part of it; empty for neither.
+  void setToggle(std::string title) { toggle_ = std::move(title); }
+
+  Outcome handle(const Key& key, bool mayClose = true);
+  void draw(Canvas& canvas, const Area& area);
+
+ private:
+  [[nodiscard]] std::string hints(int columns) const;
+
+  const Look look_;
+  const std::string title_;
+  const std::string message_;
+  std::string toggle_;
+  ScrollingText text_;
+};
+
+}  // namespace zephyl

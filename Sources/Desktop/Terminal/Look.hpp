@@ -1,0 +1,39 @@
+#pragma once
+
+#include <string_view>
+
+namespace zephyl {
+
+/// The characters that views draw with.
+struct Symbols {
+  std::string_view dot;
+  std::string_view closedMenu;
+  std::string_view openMenu;
+  std::string_view chosen;  ///< before the row or the button that Enter is about
+  std::string_view horizontal;
+  std::string_view vertical;
+  std::string_view topLeft;
+  std::string_view topRight;
+  std::string_view bottomLeft;
+  std::string_view bottomRight;
+  std::string_view ellipsis;
+  std::string_view moreAbove;
+  std::string_view moreBelow;
+};
+
+/// What a terminal can show.
+struct Look {
+  bool unicode = true;
+  bool colours = true;
+
+  [[nodiscard]] const Symbols& symbols() const {
+    static constexpr Symbols rich{"●", "▸", "▾", "›", "─", "│", "┌", "┐", "└", "┘", "…", "↑", "↓"};
+    static constexpr Symbols plain{"*", ">", "v", ">",   "-", "|", "+",
+                                   "+", "+", "+", "...", "^", "v"};
+    return unicode ? rich : plain;
+  }
+
+  bool operator==(const Look&) const = default;
+};
+
+}  // namespace zephyl

@@ -1,0 +1,312 @@
+#include "Desktop/Terminal/TerminalScreen.hpp"
+
+#include <algorithm>
+#include <utility>
+
+#include <fmt/format.h>
+#include <fmt/ranges.h>
+
+#include "Desktop/Terminal/DisplayText.hpp"
+#include "System/Secret.hpp"
+#include "System/Text.hpp"
+
+namespace zephyl {
+
+namespace {
+
+/// As a terminal of this look can show it.
+Menu shownMenu(Menu menu, const Look& look) {
+  for (auto& entry : menu) {
+    entry.title = displayText::shown(visible(entry.title), look);
+    entry.submenu = shownMenu(std::move(entry.submenu), look);
+  }
+  return menu;
+}
+
+constexpr std::string_view helpText =
+    "↑ ↓  j k          move\n"
+    "Enter  Space      choose, open or close a submenu\n"
+    "→ ←               open, close a submenu\n"
+    "Home End  g G     first, last\n"
+    "PgUp PgDn         a page up, down\n"
+    "Ctrl and a letter what stands at the right of an entry\n"
+    "n                 what the notification offers\n"
+    "l                 the log: what the tray and its programs say\n"
+    "Ctrl-L            draw the screen again\n"
+    "Ctrl-C            end the tray\n"
+    "\n"
+    "In a box: Tab and ← → go from button to button, Enter chooses the one that is marked, Escape "
+    "takes the safe way out. In a log: c copies all of it to the clipboard of your terminal, w "
+    "writes it to a file.\n"
+    "\n"
+    "The mouse works too, where the terminal has one. To select text as usual, hold Shift. When "
+    "the "
+    "terminal is closed the tray runs on without it.";
+
+}  // namespace
+
+TerminalScreen::TerminalScreen(const Services& services, TerminalType type, Look look)
+    : services_(services),
+      type_(std::move(type)),
+      look_(look),
+      painter_(type_),
+      decoder_(type_.keys(), look.unicode) {}
+
+void TerminalScreen::setIcon(StatusIcon icon) {
+  if (std::exchange(icon_, icon) != icon) changed();
+}
+
+void TerminalScreen::setTitle(const std::string& title) {
+  if (title == title_) return;
+  title_ = title;
+  changed();
+}
+
+void TerminalScreen::setDescription(const std::string& description) {
+  if (description == description_) return;
+  description_ = description;
+  changed();
+}
+
+void TerminalScreen::setMenu(const Menu& menu) {
+  menu_.setMenu(shownMenu(menu, look_));
+  changed();
+}
+
+void TerminalScreen::post(const Notification& notification) {
+  notices_.post(notification, services_.clock.now());
+  changed();
+}
+
+void TerminalScreen::removeNotification(const std::string& identifier) {
+  notices_.remove(identifier);
+  changed();
+}
+
+void TerminalScreen::say(const std::string& text) {
+  post({.identifier = "zephyl-tray", .body = text});
+}
+
+void TerminalScreen::appendLog(std::string line) {
+  log_.append(std::move(line));
+  if (logBox_) {
+    showLogLines();
+  } else {
+    ++unseenLines_;
+  }
+  changed();
+}
+
+std::vector<std::string> TerminalScreen::unseenLog() const {
+  auto lines = log_.lines();
+  const auto seen = lines.size() - std::min(lines.size(), unseenLines_);
+  lines.erase(lines.begin(), lines.begin() + static_cast<std::ptrdiff_t>(seen));
+  return lines;
+}
+
+void TerminalScreen::copy(const std::string& text) {
+  if (auto bytes = type_.copy(text)) {
+    unsent_ += *bytes;
+    say("Copied, if your terminal allows it.");
+  } else {
+    say("This terminal has no clipboard; w writes the log to a file.");
+  }
+}
+
+BoxStack::Number TerminalScreen::presentAlert(const Alert& alert, const std::string& text,
+                                              BoxStack::AlertDone done) {
+  const auto number = boxes_.addAlert(alert, look_, text, std::move(done));
+  if (alert.style == Alert::Style::critical) unsent_ += type_.bell();
+  changed();
+  return number;
+}
+
+BoxStack::Number TerminalScreen::presentLog(const LogWindow& window, BoxStack::LogTold tell) {
+  const auto number = boxes_.addLog(window, look_, std::move(tell));
+  if (!window.message.empty()) unsent_ += type_.bell();
+  changed();
+  return number;
+}
+
+void TerminalScreen::close(BoxStack::Number dialog) {
+  boxes_.close(dialog);
+  changed();
+}
+
+void TerminalScreen::end() {
+  ended_ = true;
+  keyTimer_.cancel();
+  fadingTimer_.cancel();
+  logBox_.reset();
+  boxes_.failAll();
+}
+
+void TerminalScreen::changed() {
+  if (std::exchange(drawingIsDue_, true) || ended_) return;
+  services_.mainLoop.async([weak = weak_from_this()] {
+    if (const auto self = weak.lock()) self->draw();
+  });
+}
+
+void TerminalScreen::resized() {
+  painter_.forget();
+  changed();
+}
+
+void TerminalScreen::topMayHaveChanged() {
+  if (std::exchange(top_, boxes_.top()) != boxes_.top()) topSince_ = services_.clock.now();
+}
+
+void TerminalScreen::draw() {
+  if (ended_ || services_.output.isBusy()) return;
+  drawingIsDue_ = false;
+  topMayHaveChanged();
+  notices_.expire(services_.clock.now());
+  Canvas canvas(services_.output.size(), look_);
+  drawMenuScreen(canvas);
+  if (logBox_) {
+    canvas.clear(canvas.area());
+    logBox_->draw(canvas, canvas.area());
+  }
+  boxes_.draw(canvas);
+  std::string bytes = std::exchange(unsent_, {});
+  append(bytes, painter_.paint(canvas));
+  if (!bytes.empty()) services_.output.write(bytes);
+  wipe(bytes);
+  scheduleFading();
+}
+
+void TerminalScreen::scheduleFading() {
+  const Instant now = services_.clock.now();
+  const auto next = notices_.nextChange(now);
+  if (!next) return fadingTimer_.cancel();
+  fadingTimer_ =
+      services_.clock.after(*next - now, [&mainLoop = services_.mainLoop, weak = weak_from_this()] {
+        mainLoop.async([weak] {
+          if (const auto self = weak.lock()) self->changed();
+        });
+      });
+}
+
+void TerminalScreen::drawStatus(Canvas& canvas, int rows) const {
+  const auto [height, columns] = canvas.size();
+  canvas.clear({0, 0, 1, columns}, {.reverse = true});
+  const int column = canvas.put(0, 1, "Zephyl", {.bold = true, .reverse = true});
+  const auto* const icon = icon_ == StatusIcon::busy ? "busy" : "idle";
+  canvas.put(0, column, fmt::format("{}  {}", visible(title_), icon), {.reverse = true});
+  if (rows < 2) return;
+  const auto text = displayText::shown(visible(description_), look_);
+  canvas.put(1, 1, displayText::cut(text, columns - 2, look_));
+}
+
+void TerminalScreen::drawMenuScreen(Canvas& canvas) {
+  const auto [height, columns] = canvas.size();
+  const bool roomy = height >= 10;
+  const int top = roomy ? 3 : 1;
+  drawStatus(canvas, roomy ? 2 : 1);
+  menu_.draw(canvas, {top, 0, std::max(height - top - (roomy ? 3 : 1), 1), columns});
+  const Instant now = services_.clock.now();
+  if (roomy) notices_.draw(canvas, {height - 2, 1, 1, columns - 2}, now);
+  if (!roomy && notices_.shown() != nullptr) {
+    return notices_.draw(canvas, {height - 1, 1, 1, columns - 2}, now);
+  }
+  canvas.put(height - 1, 1, displayText::cut(hints(columns - 2), columns - 2, look_),
+             {.dim = true});
+}
+
+std::string TerminalScreen::hints(int columns) const {
+  const std::string news = unseenLines_ > 0 ? fmt::format(" ({} new)", unseenLines_) : "";
+  auto all = displayText::shown(
+      fmt::format("↑↓ move  Enter choose  l log{}  ? help  Ctrl-C quit", news), look_);
+  if (displayText::width(all) <= columns) return all;
+  return fmt::format("? help  l log{}", news);
+}
+
+void TerminalScreen::receive(std::string bytes) {
+  keyTimer_.cancel();
+  for (auto& key : decoder_.decode(bytes)) {
+    handle(key);
+    wipe(key.text);
+  }
+  wipe(bytes);
+  if (decoder_.isWaiting()) waitForRestOfKey();
+}
+
+void TerminalScreen::waitForRestOfKey() {
+  keyTimer_ =
+      services_.clock.after(keyDelay, [&mainLoop = services_.mainLoop, weak = weak_from_this()] {
+        mainLoop.async([weak] {
+          const auto self = weak.lock();
+          if (!self || !self->keyTimer_) return;  // the rest has come
+          self->keyTimer_.cancel();
+          for (const auto& key : self->decoder_.flush()) self->handle(key);
+        });
+      });
+}
+
+void TerminalScreen::handle(const Key& key) {
+  if (ended_) return;
+  changed();
+  if (key.kind == Key::Kind::control && key.text == "l") return painter_.forget();
+  topMayHaveChanged();
+  if (top_ && (boxes_.hasAlert() || !logBox_)) {
+    const bool mayAnswer = services_.clock.now() >= topSince_ + answerDelay;
+    return boxes_.handle(key, mayAnswer, [this](const std::string& text) { copy(text); });
+  }
+  if (logBox_) return handleInLog(key);
+  handleInMenu(key);
+}
+
+void TerminalScreen::handleInMenu(const Key& key) {
+  if (key.is("?")) return openHelp();
+  if (key.is("l")) return openLog();
+  if (key.is("n")) return activateNotification();
+  run(menu_.handle(key));
+}
+
+void TerminalScreen::run(const MenuView::Outcome& outcome) {
+  if (outcome.opened && events.menu.needsUpdate) events.menu.needsUpdate();
+  if (outcome.chosen && events.menu.chosen) events.menu.chosen(*outcome.chosen);
+}
+
+void TerminalScreen::handleInLog(const Key& key) {
+  switch (logBox_->handle(key)) {
+    case LogBox::Outcome::copy:
+      return copy(fmt::to_string(fmt::join(log_.lines(), "\n")));
+    case LogBox::Outcome::write:
+      if (events.writeLog) events.writeLog(fmt::to_string(fmt::join(log_.lines(), "\n")) + "\n");
+      return;
+    case LogBox::Outcome::close:
+      return logBox_.reset();
+    default:
+      return;
+  }
+}
+
+void TerminalScreen::openLog() {
+  logBox_.emplace("Log", "", look_);
+  logBox_->toEnd();
+  showLogLines();
+}
+
+void TerminalScreen::showLogLines() {
+  unseenLines_ = 0;
+  logBox_->setText(log_.lines());
+}
+
+void TerminalScreen::openHelp() {
+  presentAlert({.messageText = "Keys",
+                .informativeText = displayText::shown(helpText, look_),
+                .buttons = {"Close"}},
+               "", [](const auto&) {});
+}
+
+void TerminalScreen::activateNotification() {
+  const auto* const shown = notices_.shown();
+  if (shown == nullptr || shown->actionTitle.empty()) return;
+  const std::string identifier = shown->identifier;
+  notices_.remove(identifier);
+  if (events.notificationActivated) events.notificationActivated(identifier);
+}
+
+}  // namespace zephyl

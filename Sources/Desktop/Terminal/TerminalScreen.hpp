@@ -1,0 +1,140 @@
+#pragma once
+
+#include <cstddef>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "Desktop/Desktop.hpp"
+#include "Desktop/Dialogs.hpp"
+#include "Desktop/Terminal/BoxStack.hpp"
+#include "Desktop/Terminal/Canvas.hpp"
+#include "Desktop/Terminal/KeyDecoder.hpp"
+#include "Desktop/Terminal/MenuView.hpp"
+#include "Desktop/Terminal/NoticeLine.hpp"
+#include "Desktop/Terminal/Painter.hpp"
+#include "System/Clock.hpp"
+#include "System/LogRing.hpp"
+#include "System/MainLoop.hpp"
+
+namespace zephyl {
+
+/// Where a screen is drawn.
+class TerminalOutput {
+ public:
+  virtual ~TerminalOutput() = default;
+  TerminalOutput() = default;
+  TerminalOutput(const TerminalOutput&) = delete;
+  TerminalOutput& operator=(const TerminalOutput&) = delete;
+
+  [[nodiscard]] virtual ScreenSize size() const = 0;
+  /// Whether earlier bytes are still on their way; whoever waits for them calls `drained`.
+  [[nodiscard]] virtual bool isBusy() const = 0;
+  virtual void write(const std::string& bytes) = 0;
+};
+
+/// All that is on the screen: the status line, the menu, a line for notifications, a line of
+/// hints, and over them the log, the dialogs, one at a time. Decides which of them a key goes to.
+///
+/// Draws once for all that changes in one turn of the main loop, and only what changed; while the
+/// terminal does not keep up, nothing. Nothing happens while nothing changes.
+///
+/// Main thread. Owned by a `shared_ptr`; what is on its way holds it weakly.
+class TerminalScreen : public std::enable_shared_from_this<TerminalScreen> {
+ public:
+  /// How long an answer is not taken after a dialog appeared: it was meant for something else.
+  static constexpr Duration answerDelay = std::chrono::milliseconds(400);
+  /// How long the rest of a key's bytes may take.
+  static constexpr Duration keyDelay = std::chrono::milliseconds(50);
+
+  struct Services {
+    MainLoop& mainLoop;
+    Clock& clock;
+    TerminalOutput& output;
+  };
+
+  /// What the user does, and what is asked in return. Unset ones are not told.
+  struct Events {
+    MenuEvents menu;
+    std::function<void(const std::string& identifier)> notificationActivated;
+    std::function<void(const std::string& log)> writeLog;  ///< the tray's own log
+  };
+
+  /// The services outlive it.
+  TerminalScreen(const Services& services, TerminalType type, Look look);
+
+  Events events;
+
+  void setIcon(StatusIcon icon);
+  void setTitle(const std::string& title);
+  void setDescription(const std::string& description);
+  void setMenu(const Menu& menu);
+  void post(const Notification& notification);
+  void removeNotification(const std::string& identifier);
+  /// Says something in the line for notifications.
+  void say(const std::string& text);
+  void appendLog(std::string line);
+  /// Puts a text on the clipboard, if the terminal can.
+  void copy(const std::string& text);
+
+  BoxStack::Number presentAlert(const Alert& alert, const std::string& text,
+                                BoxStack::AlertDone done);
+  BoxStack::Number presentLog(const LogWindow& window, BoxStack::LogTold tell);
+  void close(BoxStack::Number dialog);
+  /// There is nobody at the screen any more: every dialog is told so, and nothing is drawn again.
+  void end();
+
+  // What comes from the terminal.
+  void receive(std::string bytes);
+  void resized();
+  void drained() { draw(); }
+
+  /// The newest lines of the log that were never on screen.
+  [[nodiscard]] std::vector<std::string> unseenLog() const;
+
+ private:
+  void changed();
+  void draw();
+  void drawMenuScreen(Canvas& canvas);
+  void drawStatus(Canvas& canvas, int rows) const;
+  [[nodiscard]] std::string hints(int columns) const;
+  void scheduleFading();
+  void topMayHaveChanged();
+
+  void handle(const Key& key);
+  void handleInMenu(const Key& key);
+  void handleInLog(const Key& key);
+  void run(const MenuView::Outcome& outcome);
+  void openLog();
+  void showLogLines();
+  void openHelp();
+  void activateNotification();
+  void waitForRestOfKey();
+
+  Services services_;
+  const TerminalType type_;
+  const Look look_;
+  Painter painter_;
+  KeyDecoder decoder_;
+  Timer keyTimer_;
+  Timer fadingTimer_;
+
+  StatusIcon icon_ = StatusIcon::idle;
+  std::string title_;
+  std::string description_;
+  MenuView menu_;
+  NoticeLine notices_;
+  BoxStack boxes_;
+  std::optional<BoxStack::Number> top_;
+  Instant topSince_{};
+  LogRing log_;
+  std::size_t unseenLines_ = 0;
+  std::optional<LogBox> logBox_;
+  std::string unsent_;  // goes with the next drawing
+  bool drawingIsDue_ = false;
+  bool ended_ = false;
+};
+
+}  // namespace zephyl
