@@ -15,7 +15,8 @@ namespace {
 constexpr std::chrono::seconds agentRequestTimeout{4};
 }
 
-AppDelegate::AppDelegate(const Runtime& runtime, Desktop& desktop, Dialogs& dialogs)
+AppDelegate::AppDelegate(const Runtime& runtime, Desktop& desktop, Dialogs& dialogs,
+                         UpdaterFactory updates)
     : runtime_(runtime),
       desktop_(desktop),
       dialogs_(dialogs),
@@ -24,7 +25,7 @@ AppDelegate::AppDelegate(const Runtime& runtime, Desktop& desktop, Dialogs& dial
       agent_(std::make_shared<AgentProcess>(runtime)),
       tailnet_(std::make_shared<TailnetManager>(runtime)),
       desktopApp_(std::make_shared<DesktopApp>(runtime, desktop)),
-      updater_(std::make_shared<Updater>(runtime, desktop)),
+      updater_(std::make_shared<Updater>(runtime, desktop, std::move(updates))),
       control_(runtime.mainLoop) {}
 
 void AppDelegate::applicationDidFinishLaunching() {

@@ -40,8 +40,10 @@ class AppDelegate : public std::enable_shared_from_this<AppDelegate> {
  public:
   static constexpr Duration pollInterval = std::chrono::seconds(2);
 
-  /// What `runtime` refers to, `desktop` and `dialogs` outlive it.
-  AppDelegate(const Runtime& runtime, Desktop& desktop, Dialogs& dialogs);
+  /// What `runtime` refers to, `desktop` and `dialogs` outlive it. `updates` makes the framework
+  /// that keeps this program up to date; without one it is not.
+  AppDelegate(const Runtime& runtime, Desktop& desktop, Dialogs& dialogs,
+              UpdaterFactory updates = nullptr);
 
   /// Starts everything, in order. Returns at once; what takes time goes on in tasks.
   void applicationDidFinishLaunching();

@@ -1,7 +1,11 @@
+#include <atomic>
 #include <csignal>
 #include <cstdlib>
 #include <iostream>
 #include <optional>
+#include <random>
+
+#include <unistd.h>
 
 #include "Desktop/Freedesktop/SingleInstance.hpp"
 #include "System/Bundle.hpp"
@@ -20,12 +24,26 @@
 #include "ZephylTray/DesktopChoice.hpp"
 #include "ZephylTray/Servers.hpp"
 #include "ZephylTray/SingleOwnerLock.hpp"
+#include "ZephylTray/UpdaterHelper.hpp"
 
 namespace zephyl {
 namespace {
 
+double randomFraction() {
+  static std::random_device source;
+  return std::generate_canonical<double, 32>(source);
+}
+
+/// What becomes of this process when the tray has ended: it exits, or goes on as the program that
+/// an update has put at its path.
+struct Ending {
+  int status = EXIT_SUCCESS;
+  bool relaunch = false;
+};
+
 /// Runs the tray until it is told to end.
-int runTray(Guardian& guardian, const CommandLine& commandLine) {
+Ending runTray(Guardian& guardian, const CommandLine& commandLine,
+               std::vector<std::string> arguments) {
   // The reactor goes before the pool: what it still delivers may end up there.
   MainLoop mainLoop;
   ThreadPool pool;
@@ -34,18 +52,34 @@ int runTray(Guardian& guardian, const CommandLine& commandLine) {
   SystemProcessLauncher launcher(reactor, guardian);
   const Servers::Store servers(pool, clock);
   const Runtime runtime{mainLoop, reactor, pool, clock, launcher};
-  const auto quit = [&](int) { mainLoop.quit(); };
+  std::atomic<bool> relaunch = false;
+  const auto quit = [&](int) {
+    relaunch = false;  // whoever ends the tray means its end
+    mainLoop.quit();
+  };
+  UpdateSetup updates{.program = updaterProgram(Bundle::main()),
+                      .prefix = installationPrefix(Bundle::main()),
+                      .arguments = std::move(arguments),
+                      .relaunch =
+                          [&] {
+                            relaunch = true;
+                            mainLoop.quit();
+                          },
+                      .random = randomFraction};
   const SignalWatcher signals(reactor, {SIGTERM, SIGINT}, quit);
   const auto chosen = DesktopChoice::make(commandLine.mode, runtime);
   std::optional<SignalWatcher> hangUp;
   if (chosen.endsAtHangUp) hangUp.emplace(reactor, std::initializer_list<int>{SIGHUP}, quit);
 
-  const auto delegate = std::make_shared<AppDelegate>(runtime, *chosen.desktop, *chosen.dialogs);
+  const auto delegate = std::make_shared<AppDelegate>(
+      runtime, *chosen.desktop, *chosen.dialogs,
+      UpdaterHelper::factory(runtime, *chosen.dialogs, std::move(updates)));
   mainLoop.async([&] { delegate->applicationDidFinishLaunching(); });
   mainLoop.run();
   delegate->applicationWillTerminate();
   mainLoop.close();
-  return delegate->exitStatus();
+  const int status = delegate->exitStatus();
+  return {.status = status, .relaunch = relaunch && status == EXIT_SUCCESS};
 }
 
 /// There is no second tray for the same base directory: the one that runs is asked to show itself.
@@ -62,22 +96,31 @@ int handOver(const SingleOwnerLock::Taken& taken, const std::string& activationT
   return EXIT_FAILURE;
 }
 
-int start(const CommandLine& commandLine, const std::string& activationToken) {
+Ending start(const CommandLine& commandLine, const std::string& activationToken,
+             std::vector<std::string> arguments) {
   std::signal(SIGPIPE, SIG_IGN);
   const auto lock = SingleOwnerLock::acquire(joinPath(Servers::baseDir(), "tray.lock"));
   if (const auto* taken = std::get_if<SingleOwnerLock::Taken>(&lock)) {
-    return handOver(*taken, activationToken);
+    return {handOver(*taken, activationToken)};
   }
   if (const auto* error = std::get_if<Error>(&lock)) {
     log("could not start: {}", error->message);
-    return EXIT_FAILURE;
+    return {EXIT_FAILURE};
   }
   auto guardian = Guardian::start();
   if (!guardian) {
     log("could not start: {}", guardian.error().message);
-    return EXIT_FAILURE;
+    return {EXIT_FAILURE};
   }
-  return runTray(*guardian, commandLine);
+  return runTray(*guardian, commandLine, std::move(arguments));
+}
+
+/// Returns only when there is nothing to go on as.
+int becomeUpdated(char** arguments) {
+  const std::string executable = Bundle::main().executable().value_or("");
+  ::execv(executable.c_str(), arguments);
+  log("could not restart: {}", systemError(executable, errno).message);
+  return EXIT_FAILURE;
 }
 
 }  // namespace
@@ -98,5 +141,6 @@ int main(int argc, char** argv) {
     std::cout << commandLine->answer;
     return EXIT_SUCCESS;
   }
-  return start(*commandLine, activationToken);
+  const Ending ending = start(*commandLine, activationToken, {argv + 1, argv + argc});
+  return ending.relaunch ? becomeUpdated(argv) : ending.status;
 }

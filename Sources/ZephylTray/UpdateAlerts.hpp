@@ -1,0 +1,30 @@
+#pragma once
+
+#include <optional>
+#include <string>
+
+#include "Desktop/Dialogs.hpp"
+#include "UpdateMessages/UpdateMessages.hpp"
+
+/// The alerts about updates, as values; what their buttons mean stands beside them. Pure.
+namespace zephyl::alerts {
+
+/// A critical update cannot be skipped.
+Alert updateFound(const UpdateOffer& offer, const std::string& currentVersion);
+enum class UpdateButton : std::size_t { install, later, skip };
+
+/// There is one, but not to be installed by this program.
+Alert updateFoundElsewhere(const UpdateOffer& offer, const std::string& currentVersion,
+                           const std::string& obstacle);
+
+/// Its one button cancels.
+Alert updateDownloading(const UpdateOffer& offer);
+
+Alert upToDate(const std::string& currentVersion);
+
+Alert updateFailed(const std::string& message);
+
+/// The tray has gone back to the version before.
+Alert updateTakenBack(const std::string& failedVersion, const std::string& currentVersion);
+
+}  // namespace zephyl::alerts

@@ -1,0 +1,91 @@
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "Desktop/Dialogs.hpp"
+#include "UpdateMessages/UpdateMessages.hpp"
+#include "ZephylTray/Runtime.hpp"
+#include "ZephylTray/UpdateFramework.hpp"
+#include "ZephylTray/UpdaterRun.hpp"
+
+namespace zephyl {
+
+/// What updates need to know of the program that is to be updated.
+struct UpdateSetup {
+  std::string program;                 ///< the path of zephyl-tray-updater
+  std::string prefix;                  ///< of the installation: the directory above bin
+  std::vector<std::string> arguments;  ///< the tray's own, for the next version
+  /// Ends the tray in order, and becomes the program that then stands in its place.
+  std::function<void()> relaunch;
+  std::function<double()> random;  ///< in [0, 1)
+};
+
+/// One check for updates and all that follows from it. The steps, each a run of the updater
+/// program: check; if the user agrees (or wants no questions) download, which verifies; if the
+/// delegate does not postpone it, install; then the relaunch, which another run watches.
+///
+/// A check that the user asked for shows what comes of it; a scheduled one leaves that to the
+/// delegate, shows no window, and tells of failures in the log alone. What can fail changes nothing
+/// of the installation. Main thread.
+class UpdateSession : public std::enable_shared_from_this<UpdateSession> {
+ public:
+  enum class Trigger { user, schedule };
+  enum class Outcome { done, failed };
+
+  /// What `runtime` refers to, `dialogs` and `setup` outlive it. `ended` is called once, later,
+  /// unless the tray is relaunched.
+  UpdateSession(const Runtime& runtime, Dialogs& dialogs, const UpdateSetup& setup,
+                std::weak_ptr<UpdateDelegate> delegate, std::function<void(Outcome)> ended);
+
+  void start(Trigger trigger);
+
+ private:
+  [[nodiscard]] CheckCommand checkCommand() const;
+  void run(const UpdateCommand& command, void (UpdateSession::*take)(UpdateReport));
+
+  void takeChecked(UpdateReport report);
+  void find(UpdateReport::Found found);
+  void remind();
+  void show();
+  void explainObstacle();
+  void choose(const std::optional<AlertAnswer>& answer);
+  void download();
+  void takeDownloaded(UpdateReport report);
+  void relaunchWhenAllowed();
+  void install();
+  void takeInstalled(UpdateReport report);
+  void watchRelaunch();
+
+  /// Shows an alert that only informs, to a user who asked; then it is over.
+  void conclude(const Alert& alert, Outcome outcome);
+  void fail(const std::string& reason);
+  void end(Outcome outcome);
+
+  [[nodiscard]] bool isUserInitiated() const { return trigger_ == Trigger::user; }
+  [[nodiscard]] UpdateItem item() const;
+  void tell(const std::function<void(UpdateDelegate&)>& what) const;
+  template <typename Work>
+  auto weakly(Work work) {
+    return [weak = weak_from_this(), work = std::move(work)](auto&&... values) {
+      if (const auto self = weak.lock()) work(*self, std::forward<decltype(values)>(values)...);
+    };
+  }
+
+  const Runtime runtime_;
+  Dialogs& dialogs_;
+  const UpdateSetup& setup_;
+  const std::weak_ptr<UpdateDelegate> delegate_;
+  std::function<void(Outcome)> ended_;
+  Trigger trigger_ = Trigger::schedule;
+  UpdateOffer offer_;
+  std::optional<std::string> obstacle_;
+  std::shared_ptr<UpdaterRun> run_;
+  Dialogs::Handle dialog_;
+  bool installing_ = false;
+};
+
+}  // namespace zephyl

@@ -1,0 +1,160 @@
+#include "ZephylTray/UpdaterHelper.hpp"
+
+#include <algorithm>
+#include <utility>
+
+#include "System/Bundle.hpp"
+#include "System/Files.hpp"
+#include "System/Log.hpp"
+#include "System/MainLoop.hpp"
+#include "UpdateMessages/UpdateFiles.hpp"
+#include "ZephylTray/UpdateAlerts.hpp"
+#include "ZephylTray/UpdateSchedule.hpp"
+#include "ZephylTray/Updater.hpp"
+
+namespace zephyl {
+
+class UpdaterHelper::Registration final : public Observation {
+ public:
+  Registration(std::shared_ptr<Observers> observers, std::function<void(bool)> changed)
+      : observers_(std::move(observers)),
+        changed_(std::make_shared<std::function<void(bool)>>(std::move(changed))) {
+    observers_->push_back(changed_);
+  }
+  ~Registration() override { std::erase(*observers_, changed_); }
+  Registration(const Registration&) = delete;
+  Registration& operator=(const Registration&) = delete;
+
+ private:
+  const std::shared_ptr<Observers> observers_;
+  const std::shared_ptr<std::function<void(bool)>> changed_;
+};
+
+UpdaterFactory UpdaterHelper::factory(const Runtime& runtime, Dialogs& dialogs, UpdateSetup setup) {
+  return [runtime, &dialogs, setup = std::move(setup)](
+             std::weak_ptr<UpdateDelegate> delegate) -> std::unique_ptr<UpdaterController> {
+    if (!isExecutableFile(setup.program)) {
+      log("no updates: {} is missing", setup.program);
+      return nullptr;
+    }
+    return std::make_unique<UpdaterHelper>(runtime, dialogs, setup, std::move(delegate));
+  };
+}
+
+UpdaterHelper::UpdaterHelper(const Runtime& runtime, Dialogs& dialogs, UpdateSetup setup,
+                             std::weak_ptr<UpdateDelegate> delegate)
+    : runtime_(runtime),
+      dialogs_(dialogs),
+      setup_(std::move(setup)),
+      delegate_(std::move(delegate)),
+      self_(std::make_shared<UpdaterHelper*>(this)) {
+  reportUpIfOnTrial();
+  tellOfFailedVersion();
+  planNextCheck();
+}
+
+UpdaterHelper::~UpdaterHelper() = default;
+
+std::unique_ptr<UpdaterController::Observation> UpdaterHelper::observeCanCheckForUpdates(
+    std::function<void(bool)> changed) {
+  return std::make_unique<Registration>(observers_, std::move(changed));
+}
+
+void UpdaterHelper::startSession(UpdateSession::Trigger trigger) {
+  if (session_) return;
+  const std::weak_ptr<UpdaterHelper*> weak = self_;
+  session_ = std::make_shared<UpdateSession>(runtime_, dialogs_, setup_, delegate_,
+                                             [weak, trigger](UpdateSession::Outcome outcome) {
+                                               if (const auto self = weak.lock())
+                                                 (*self)->endSession(trigger, outcome);
+                                             });
+  session_->start(trigger);
+  tellObservers();
+}
+
+void UpdaterHelper::endSession(UpdateSession::Trigger trigger, UpdateSession::Outcome outcome) {
+  session_.reset();
+  tellObservers();
+  const bool failed = outcome == UpdateSession::Outcome::failed;
+  if (!failed) updateSettings::setLastCheck(now());
+  if (failed && trigger == UpdateSession::Trigger::schedule) {
+    return plan(untilRetry(updateSettings::checkInterval(), setup_.random()));
+  }
+  planNextCheck();
+}
+
+void UpdaterHelper::tellObservers() {
+  for (const auto& observer : Observers(*observers_)) (*observer)(canCheckForUpdates());
+}
+
+void UpdaterHelper::planNextCheck() {
+  plan(untilNextCheck(updateSettings::lastCheck(), now(), updateSettings::checkInterval(),
+                      setup_.random()));
+}
+
+void UpdaterHelper::plan(std::chrono::milliseconds delay) {
+  due_ = runtime_.clock.calendarNow() + delay;
+  scheduleTimer_ = runtime_.clock.after(std::min<Duration>(delay, lookInterval),
+                                        onMainThread(&UpdaterHelper::lookAtSchedule));
+}
+
+void UpdaterHelper::lookAtSchedule() {
+  if (session_) return;  // its end plans the next
+  const auto left =
+      std::chrono::ceil<std::chrono::milliseconds>(due_ - runtime_.clock.calendarNow());
+  if (left > std::chrono::milliseconds::zero()) return plan(left);
+  startSession(UpdateSession::Trigger::schedule);
+}
+
+std::chrono::sys_seconds UpdaterHelper::now() const {
+  return std::chrono::floor<std::chrono::seconds>(runtime_.clock.calendarNow());
+}
+
+void UpdaterHelper::reportUpIfOnTrial() {
+  if (!readNote(UpdateFiles::of(setup_.prefix).trial)) return;
+  trialTimer_ = runtime_.clock.after(
+      settleTime, [&loop = runtime_.mainLoop, note = UpdateFiles::of(setup_.prefix).trial] {
+        loop.async([note] {
+          const auto removed = removePath(note);
+          if (removed) log("version {} is up", Updater::currentVersion());
+          if (!removed) log("could not report up: {}", removed.error().message);
+        });
+      });
+}
+
+void UpdaterHelper::tellOfFailedVersion() {
+  const std::string path = UpdateFiles::of(setup_.prefix).failed;
+  auto note = readNote(path);
+  if (!note || note->told) return;
+  log("version {} did not come up; this is version {} again", note->displayVersion,
+      Updater::currentVersion());
+  note->told = true;
+  if (const auto written = writeNote(path, *note); !written) log("{}", written.error().message);
+  failureDialog_ = dialogs_.presentAlert(
+      alerts::updateTakenBack(note->displayVersion, Updater::currentVersion()),
+      [](const std::optional<AlertAnswer>&) {});
+}
+
+Task UpdaterHelper::onMainThread(void (UpdaterHelper::*work)()) {
+  return [&loop = runtime_.mainLoop, weak = std::weak_ptr(self_), work] {
+    loop.async([weak, work] {
+      if (const auto self = weak.lock()) ((*self)->*work)();
+    });
+  };
+}
+
+std::string updaterProgram(const Bundle& bundle) {
+  const std::string directory = parentDirectory(bundle.executable().value_or(""));
+  const std::string beside = joinPath(directory, "zephyl-tray-updater");
+  if (isExecutableFile(beside)) return beside;
+  return joinPath(parentDirectory(directory), "libexec/zephyl-tray/zephyl-tray-updater");
+}
+
+std::string installationPrefix(const Bundle& bundle) {
+  constexpr std::string_view inPrefix = "/bin/zephyl-tray";
+  const std::string executable = bundle.executable().value_or("");
+  if (!executable.ends_with(inPrefix)) return {};
+  return executable.substr(0, executable.size() - inPrefix.size());
+}
+
+}  // namespace zephyl
