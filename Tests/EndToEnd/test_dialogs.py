@@ -1,10 +1,11 @@
 """The windows, on a screen of their own: answered by keyboard and as a screen reader would."""
 
+import pathlib
 import subprocess
 
 import pytest
 
-from support.dialogs import HEIGHT, PROGRAM, WIDTH, Screen, Window
+from support.dialogs import HEIGHT, PROGRAM, WIDTH, Screen, WaylandScreen, Window
 from support.tray import eventually, is_alive
 
 APPROVAL = {
@@ -402,3 +403,21 @@ def test_a_message_about_a_failure_is_red(screen, show):
 
     assert red_pixels("") == 0
     assert red_pixels("The agent exited with code 3.") > 200
+
+
+def test_on_wayland_it_is_a_wayland_program():
+    symbol = []
+    for scale in (1, 2):
+        screen = WaylandScreen(scale)
+        window = Window(screen, {"alert": APPROVAL})
+        try:
+            window.report("shown")
+            libraries = pathlib.Path(f"/proc/{window.process.pid}/maps").read_text()
+            assert "libqwayland" in libraries and "libqxcb.so" not in libraries
+            symbol.append(eventually(screen.dark_red_pixels, what="the symbol on the screen"))
+            window.say({"close": True})
+            assert window.ends() == 0
+        finally:
+            window.close()
+            screen.close()
+    assert 3 < symbol[1] / symbol[0] < 5, symbol  # twice as wide and as high

@@ -112,6 +112,39 @@ class Screen:
         shutil.rmtree(self.root, ignore_errors=True)
 
 
+class WaylandScreen:
+    """A Wayland screen that nobody sees; X11 is not there."""
+
+    def __init__(self, scale):
+        self.root = pathlib.Path(tempfile.mkdtemp(prefix="zw-", dir="/tmp"))
+        self.root.chmod(0o700)
+        self.environment = {
+            "PATH": os.environ["PATH"], "LANG": "C.UTF-8", "HOME": str(self.root),
+            "XDG_RUNTIME_DIR": str(self.root), "WAYLAND_DISPLAY": "wayland-test",
+            "DBUS_SESSION_BUS_ADDRESS": "unix:path=/nonexistent/bus"}
+        self._server = subprocess.Popen(
+            ["weston", "--backend=headless-backend.so", "--socket=wayland-test", "--use-pixman",
+             f"--width={WIDTH}", f"--height={HEIGHT}", f"--scale={scale}", "--no-config", "--debug"],
+            env={**self.environment, "WAYLAND_DISPLAY": ""}, stdin=subprocess.DEVNULL,
+            stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+        eventually((self.root / "wayland-test").exists, what="the screen")
+
+    def dark_red_pixels(self):
+        """How much of the screen has the colour of what went wrong."""
+        subprocess.run(["weston-screenshooter"], env=self.environment, cwd=self.root, check=True,
+                       capture_output=True, timeout=10)
+        shot = next(self.root.glob("*.png"))
+        pixels = subprocess.run(["convert", str(shot), "-depth", "8", "rgb:-"], check=True,
+                                capture_output=True).stdout
+        shot.unlink()
+        return sum(pixels[i:i + 3] == b"\xd6\x2f\x2f" for i in range(0, len(pixels), 3))
+
+    def close(self):
+        self._server.terminate()
+        self._server.wait()
+        shutil.rmtree(self.root, ignore_errors=True)
+
+
 class Window:
     """A run of the program, and what it has reported."""
 
