@@ -2,11 +2,13 @@
 
 #include <optional>
 
+#include "Desktop/DialogsClient/DialogHelper.hpp"
 #include "Desktop/Freedesktop/FreedesktopDesktop.hpp"
 #include "Desktop/Headless/HeadlessDesktop.hpp"
 #include "Desktop/Headless/HeadlessDialogs.hpp"
 #include "Desktop/Terminal/TerminalDesktop.hpp"
 #include "Desktop/Terminal/TerminalDialogs.hpp"
+#include "System/Bundle.hpp"
 #include "System/Log.hpp"
 
 namespace zephyl {
@@ -16,7 +18,8 @@ namespace {
 DesktopChoice onDesktop(const Runtime& runtime) {
   return {.desktop = std::make_unique<FreedesktopDesktop>(
               FreedesktopDesktop::Services{runtime.mainLoop, runtime.clock, runtime.launcher}),
-          .dialogs = std::make_unique<HeadlessDialogs>(runtime.mainLoop)};
+          .dialogs = std::make_unique<DialogHelper>(
+              runtime.mainLoop, runtime.clock, runtime.launcher, dialogsProgram(Bundle::main()))};
 }
 
 DesktopChoice withoutDesktop(const Runtime& runtime) {
