@@ -62,10 +62,10 @@ AlertWindow::AlertWindow(Conversation& conversation, const AlertRequest& request
 }
 
 DialogReport AlertWindow::answerOf(std::int64_t button) const {
-  return {.answer = DialogReport::Answer{button, textField_.text().toStdString()}};
+  return {.answer = AlertReply{button, textField_.text().toStdString()}};
 }
 
-void AlertWindow::addTextField(const AlertRequest::TextField& field) {
+void AlertWindow::addTextField(const AlertTextField& field) {
   textField_.setPlaceholderText(plainText(field.placeholder));
   textField_.setAccessibleName(plainText(field.placeholder));
   textField_.setMaxLength(maxTypedCharacters);
@@ -91,6 +91,7 @@ void AlertWindow::addButtons(const std::vector<std::string>& titles) {
 
 std::vector<QPushButton*> AlertWindow::buttonsInOrder() {
   std::vector<QPushButton*> order;
+  order.reserve(buttons_.size());
   for (auto& button : buttons_) order.push_back(&button);
   const int desktop = style()->styleHint(QStyle::SH_DialogButtonLayout, nullptr, this);
   const bool defaultIsLast = desktop == 1 /* Mac */ || desktop == 3 /* GNOME */;

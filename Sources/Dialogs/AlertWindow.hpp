@@ -22,7 +22,7 @@ class AlertWindow final : public DialogWindow {
   [[nodiscard]] DialogReport safeAnswer() const override { return answerOf(safeButton_); }
   [[nodiscard]] DialogReport answerOf(std::int64_t button) const;
 
-  void addTextField(const AlertRequest::TextField& field);
+  void addTextField(const AlertTextField& field);
   void addButtons(const std::vector<std::string>& titles);
   /// From left to right, as this desktop has them.
   std::vector<QPushButton*> buttonsInOrder();

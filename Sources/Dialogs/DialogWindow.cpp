@@ -4,24 +4,16 @@
 #include <QApplication>
 #include <QClipboard>
 #include <QEvent>
-#include <QTimer>
 #include <QWindow>
 
 namespace zephyl {
 
-namespace {
-
-/// Copied text goes when the program ends.
-void quitWhenNobodyCanPaste() {
-  const auto* const clipboard = QGuiApplication::clipboard();
-  if (!clipboard->ownsClipboard()) return QCoreApplication::quit();
-  QObject::connect(clipboard, &QClipboard::dataChanged, clipboard, [clipboard] {
-    if (!clipboard->ownsClipboard()) QCoreApplication::quit();
-  });
-  QTimer::singleShot(DialogWindow::copiedTextLimit, &QCoreApplication::quit);
+DialogWindow::DialogWindow(Conversation& conversation) : conversation_(conversation) {
+  painted_.setSingleShot(true);
+  connect(&painted_, &QTimer::timeout, this, [this] { report({.shown = true}); });
+  ending_.setSingleShot(true);
+  connect(&ending_, &QTimer::timeout, this, &QCoreApplication::quit);
 }
-
-}  // namespace
 
 void DialogWindow::present() {
   (void)winId();  // so that it has a window to watch
@@ -36,8 +28,7 @@ void DialogWindow::present() {
 bool DialogWindow::eventFilter(QObject* watched, QEvent* event) {
   if (event->type() == QEvent::Expose && !shown_ && windowHandle()->isExposed()) {
     shown_ = true;
-    // After it has been painted, which follows.
-    QTimer::singleShot(0, this, [this] { report({.shown = true}); });
+    painted_.start(0);  // what is exposed is painted first
   }
   return QDialog::eventFilter(watched, event);
 }
@@ -52,8 +43,12 @@ void DialogWindow::dismiss() {
   dismissed_ = true;
   hide();
   report({.hidden = true});
-  // Queued, since a program that has not begun to run cannot be made to quit.
-  QTimer::singleShot(0, &quitWhenNobodyCanPaste);
+  const auto* const clipboard = QGuiApplication::clipboard();
+  if (!clipboard->ownsClipboard()) return ending_.start(0);
+  ending_.start(copiedTextLimit);
+  connect(clipboard, &QClipboard::dataChanged, this, [clipboard] {
+    if (!clipboard->ownsClipboard()) QCoreApplication::quit();
+  });
 }
 
 }  // namespace zephyl

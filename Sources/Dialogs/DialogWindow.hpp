@@ -1,6 +1,8 @@
 #pragma once
 
 #include <QDialog>
+#include <QTimer>
+#include <chrono>
 
 #include "Dialogs/Conversation.hpp"
 
@@ -14,7 +16,7 @@ class DialogWindow : public QDialog {
   static constexpr std::chrono::minutes copiedTextLimit{30};
 
   /// The conversation outlives it.
-  explicit DialogWindow(Conversation& conversation) : conversation_(conversation) {}
+  explicit DialogWindow(Conversation& conversation);
 
   /// Brings it to the screen, in front of other windows where the desktop lets it.
   void present();
@@ -35,6 +37,8 @@ class DialogWindow : public QDialog {
   Conversation& conversation_;
   bool shown_ = false;
   bool dismissed_ = false;
+  QTimer painted_;
+  QTimer ending_;
 };
 
 }  // namespace zephyl

@@ -16,26 +16,28 @@
 /// without an answer, as `close` does.
 namespace zephyl {
 
+/// Of an `Alert::TextField`.
+struct AlertTextField {
+  std::string placeholder;
+  std::int64_t width = 0;
+
+  template <typename Self, typename Fields>
+  static void describe(Self& self, Fields& fields) {
+    fields("placeholder", self.placeholder);
+    fields("width", self.width);
+  }
+};
+
 /// Of an `Alert`; see there.
 struct AlertRequest {
   enum class Style { warning, critical, question };
-  struct TextField {
-    std::string placeholder;
-    std::int64_t width = 0;
-
-    template <typename Self, typename Fields>
-    static void describe(Self& self, Fields& fields) {
-      fields("placeholder", self.placeholder);
-      fields("width", self.width);
-    }
-  };
 
   Style style = Style::warning;
   std::string messageText;
   std::string informativeText;
   std::vector<std::string> buttons;
   std::int64_t safeButton = 0;
-  std::optional<TextField> textField;
+  std::optional<AlertTextField> textField;
 
   template <typename Self, typename Fields>
   static void describe(Self& self, Fields& fields) {
@@ -106,23 +108,25 @@ struct DialogOrder {
   }
 };
 
+/// How the user answers an alert.
+struct AlertReply {
+  std::int64_t button = 0;  ///< its place among the buttons
+  std::string text;         ///< of the text field
+
+  template <typename Self, typename Fields>
+  static void describe(Self& self, Fields& fields) {
+    fields("button", self.button);
+    fields("text", self.text);
+  }
+};
+
 /// What the program says: exactly one of these.
 struct DialogReport {
-  struct Answer {
-    std::int64_t button = 0;  ///< its place among the buttons
-    std::string text;         ///< of the text field
-
-    template <typename Self, typename Fields>
-    static void describe(Self& self, Fields& fields) {
-      fields("button", self.button);
-      fields("text", self.text);
-    }
-  };
   enum class LogEvent { openInCursor, openInVSCode, openInTextEdit, closed };
 
   std::optional<bool> shown;
   std::optional<std::int64_t> pong;
-  std::optional<Answer> answer;       ///< of an alert
+  std::optional<AlertReply> answer;   ///< of an alert
   std::optional<std::string> folder;  ///< the chosen one's path; empty when the user cancelled
   std::optional<LogEvent> logEvent;
   std::optional<bool> hidden;
