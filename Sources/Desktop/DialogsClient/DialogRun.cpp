@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <utility>
 
+#include <malloc.h>
+
 #include "System/JSON.hpp"
 #include "System/Log.hpp"
 #include "System/MainLoop.hpp"
@@ -17,6 +19,11 @@ constexpr std::size_t maxReportBytes = 64UL * 1024;
 std::string describe(ExitStatus status) {
   const bool exited = status.reason == ExitStatus::Reason::exited;
   return fmt::format("it ended {} {}", exited ? "with status" : "by signal", status.status);
+}
+
+/// A log is a large text, of which copies were made and given back; the allocator would keep them.
+void returnFreeMemory() {
+  ::malloc_trim(0);
 }
 
 }  // namespace
@@ -98,6 +105,7 @@ void DialogRun::take(DialogReport& report) {
 
 void DialogRun::becomeShown() {
   state_ = State::shown;
+  returnFreeMemory();
   after(pingInterval, &DialogRun::ping);
 }
 
@@ -142,6 +150,7 @@ void DialogRun::finish() {
   clock_.afterDetached(farewellLimit, [self = shared_from_this()] {
     self->mainLoop_.async([self] {
       if (!self->hidden_) self->child_->killGroup();
+      returnFreeMemory();
     });
   });
 }
