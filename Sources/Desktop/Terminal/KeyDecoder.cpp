@@ -1,5 +1,6 @@
 #include "Desktop/Terminal/KeyDecoder.hpp"
 
+#include <algorithm>
 #include <array>
 #include <charconv>
 #include <iterator>
@@ -86,10 +87,16 @@ std::optional<Key> keyOf(std::optional<Kind> kind) {
   return Key{.kind = *kind};
 }
 
+/// The length of the UTF-8 character that begins with this byte; 0 for none.
 std::size_t characterLength(unsigned char lead) {
   if (lead < 0x80) return 1;
+  if (lead < 0xC2 || lead > 0xF4) return 0;
   if (lead < 0xE0) return 2;
   return lead < 0xF0 ? 3 : 4;
+}
+
+bool continues(char byte) {
+  return (static_cast<unsigned char>(byte) & 0xC0U) == 0x80U;
 }
 
 std::optional<Key> controlKey(char byte) {
@@ -200,9 +207,14 @@ KeyDecoder::Step KeyDecoder::nextControlSequence(std::string_view bytes) {
 
 KeyDecoder::Step KeyDecoder::nextText(std::string_view bytes, bool complete) const {
   const std::size_t length = characterLength(static_cast<unsigned char>(bytes.front()));
-  if (length > bytes.size()) return complete ? Step{bytes.size(), std::nullopt} : Step{};
-  const auto text = bytes.substr(0, length);
-  if (!isValidUTF8(text) || (length > 1 && !unicode_)) return {1, std::nullopt};
+  std::size_t present = 1;
+  while (present < std::min(length, bytes.size()) && continues(bytes[present])) ++present;
+  const bool mayGoOn = present == bytes.size() && !complete;
+  if (present < length && mayGoOn) return {};
+  const auto text = bytes.substr(0, present);
+  if (present != length || !isValidUTF8(text) || (length > 1 && !unicode_)) {
+    return {present, std::nullopt};
+  }
   return {length, Key{.kind = Kind::character, .text = std::string(text)}};
 }
 

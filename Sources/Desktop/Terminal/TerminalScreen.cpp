@@ -24,24 +24,19 @@ Menu shownMenu(Menu menu, const Look& look) {
 }
 
 constexpr std::string_view helpText =
-    "↑ ↓  j k          move\n"
-    "Enter  Space      choose, open or close a submenu\n"
-    "→ ←               open, close a submenu\n"
-    "Home End  g G     first, last\n"
-    "PgUp PgDn         a page up, down\n"
-    "Ctrl and a letter what stands at the right of an entry\n"
-    "n                 what the notification offers\n"
-    "l                 the log: what the tray and its programs say\n"
-    "Ctrl-L            draw the screen again\n"
-    "Ctrl-C            end the tray\n"
+    "↑ ↓ Home End PgUp PgDn   move\n"
+    "Enter                    choose; open or close a submenu\n"
+    "→ ←                      open, close a submenu\n"
+    "Ctrl-O, Ctrl-Q           what stands beside an entry\n"
+    "n                        what a notification offers\n"
+    "l                        the log: all that is said here\n"
+    "Ctrl-L                   draw the screen again\n"
+    "Ctrl-C                   end the tray\n"
     "\n"
-    "In a box: Tab and ← → go from button to button, Enter chooses the one that is marked, Escape "
-    "takes the safe way out. In a log: c copies all of it to the clipboard of your terminal, w "
-    "writes it to a file.\n"
+    "In a box, Tab goes from button to button and Enter chooses the marked one; Escape is the safe "
+    "way out. In a log, c copies and w writes to a file.\n"
     "\n"
-    "The mouse works too, where the terminal has one. To select text as usual, hold Shift. When "
-    "the "
-    "terminal is closed the tray runs on without it.";
+    "To select text with the mouse, hold Shift. Closing the terminal does not end the tray.";
 
 }  // namespace
 
@@ -169,6 +164,7 @@ void TerminalScreen::draw() {
     logBox_->draw(canvas, canvas.area());
   }
   boxes_.draw(canvas);
+  if ((logBox_ || boxes_.hasLog()) && !boxes_.hasAlert()) drawNoticeOverLog(canvas);
   std::string bytes = std::exchange(unsent_, {});
   append(bytes, painter_.paint(canvas));
   if (!bytes.empty()) services_.output.write(bytes);
@@ -195,14 +191,17 @@ void TerminalScreen::drawStatus(Canvas& canvas, int rows) const {
   const auto* const icon = icon_ == StatusIcon::busy ? "busy" : "idle";
   canvas.put(0, column, fmt::format("{}  {}", visible(title_), icon), {.reverse = true});
   if (rows < 2) return;
-  const auto text = displayText::shown(visible(description_), look_);
-  canvas.put(1, 1, displayText::cut(text, columns - 2, look_));
+  auto lines = displayText::wrapped(displayText::shown(visible(description_), look_), columns - 2);
+  if (lines.size() > 2) lines[1] = displayText::cut(lines[1] + " " + lines[2], columns - 2, look_);
+  for (int i = 0; i < std::min<int>(2, static_cast<int>(lines.size())); ++i) {
+    canvas.put(1 + i, 1, lines[static_cast<std::size_t>(i)]);
+  }
 }
 
 void TerminalScreen::drawMenuScreen(Canvas& canvas) {
   const auto [height, columns] = canvas.size();
-  const bool roomy = height >= 10;
-  const int top = roomy ? 3 : 1;
+  const bool roomy = height >= 12;
+  const int top = roomy ? 4 : 1;
   drawStatus(canvas, roomy ? 2 : 1);
   menu_.draw(canvas, {top, 0, std::max(height - top - (roomy ? 3 : 1), 1), columns});
   const Instant now = services_.clock.now();
@@ -212,6 +211,13 @@ void TerminalScreen::drawMenuScreen(Canvas& canvas) {
   }
   canvas.put(height - 1, 1, displayText::cut(hints(columns - 2), columns - 2, look_),
              {.dim = true});
+}
+
+void TerminalScreen::drawNoticeOverLog(Canvas& canvas) const {
+  const auto [height, columns] = canvas.size();
+  if (notices_.shown() == nullptr || height < 4) return;
+  canvas.clear({height - 2, 0, 1, columns});
+  notices_.draw(canvas, {height - 2, 1, 1, columns - 2}, services_.clock.now());
 }
 
 std::string TerminalScreen::hints(int columns) const {

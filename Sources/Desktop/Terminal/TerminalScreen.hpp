@@ -99,6 +99,7 @@ class TerminalScreen : public std::enable_shared_from_this<TerminalScreen> {
   void draw();
   void drawMenuScreen(Canvas& canvas);
   void drawStatus(Canvas& canvas, int rows) const;
+  void drawNoticeOverLog(Canvas& canvas) const;
   [[nodiscard]] std::string hints(int columns) const;
   void scheduleFading();
   void topMayHaveChanged();

@@ -109,7 +109,8 @@ void TerminalType::read() {
   bell_ = capability("bel");
   enter_ = capability("smcup") + capability("smkx");
   leave_ = capability("rmkx") + capability("rmcup");
-  isExtended_ = !capability("kmous").empty();
+  // Linux's console has a mouse's name in its entry, but no second screen.
+  isExtended_ = !capability("kmous").empty() && !capability("smcup").empty();
   colours_ = foreground_.empty() ? 0 : ::tigetnum("colors");
   for (const auto& [name, kind] : keyCapabilities) {
     if (auto sequence = capability(name); !sequence.empty()) {

@@ -1,0 +1,175 @@
+#include "Desktop/Terminal/AlertBox.hpp"
+
+#include <gtest/gtest.h>
+
+#include "CanvasText.hpp"
+
+namespace zephyl {
+namespace {
+
+using Kind = Key::Kind;
+
+Alert approval() {
+  return {.style = Alert::Style::critical,
+          .messageText = "Allow access?",
+          .informativeText = "Command:\ncat /etc/passwd",
+          .buttons = {"Deny", "Allow once", "Always…"}};
+}
+
+Alert question() {
+  return {.messageText = "Join",
+          .informativeText = "Paste the key.",
+          .buttons = {"Join", "Cancel"},
+          .safeButton = 1,
+          .textField = Alert::TextField{.placeholder = "inv_v2_…"}};
+}
+
+std::string drawn(AlertBox& box, int rows = 12, int columns = 50, Look look = {}) {
+  Canvas canvas({rows, columns}, look);
+  box.draw(canvas);
+  return test::canvasText(canvas);
+}
+
+std::optional<AlertAnswer> press(AlertBox& box, Kind kind) {
+  return box.handle({.kind = kind});
+}
+
+void type(AlertBox& box, const std::string& text) {
+  for (const char letter : text) EXPECT_FALSE(box.handle({.text = std::string(1, letter)}));
+}
+
+TEST(AlertBox, ShowsWhatIsAskedWithTheFirstButtonChosen) {
+  AlertBox box(approval(), {});
+  EXPECT_EQ(drawn(box),
+            "\n\n"
+            "  ┌────────────────────────────────────────────┐\n"
+            "  │ Allow access?                              │\n"
+            "  │                                            │\n"
+            "  │ Command:                                   │\n"
+            "  │ cat /etc/passwd                            │\n"
+            "  │                                            │\n"
+            "  │ [›Deny ]  [ Allow once ]  [ Always… ]      │\n"
+            "  └────────────────────────────────────────────┘");
+}
+
+TEST(AlertBox, EnterChoosesTheMarkedButtonAndEscapeTheSafeOne) {
+  AlertBox box(approval(), {});
+  EXPECT_EQ(press(box, Kind::enter), (AlertAnswer{.button = 0}));
+  press(box, Kind::tab);
+  EXPECT_EQ(press(box, Kind::enter), (AlertAnswer{.button = 1}));
+  press(box, Kind::right);
+  EXPECT_EQ(box.handle({.text = " "}), (AlertAnswer{.button = 2}));
+  EXPECT_EQ(press(box, Kind::escape), (AlertAnswer{.button = 0}));
+  press(box, Kind::tab);
+  press(box, Kind::backTab);
+  press(box, Kind::left);
+  EXPECT_EQ(press(box, Kind::enter), (AlertAnswer{.button = 1}));
+}
+
+TEST(AlertBox, TakesNoAnswerWhileItMayNot) {
+  AlertBox box(approval(), {});
+  drawn(box);
+  for (const auto kind : {Kind::enter, Kind::escape}) {
+    EXPECT_FALSE(box.handle({.kind = kind}, false));
+  }
+  EXPECT_FALSE(box.handle({.text = " "}, false));
+  EXPECT_FALSE(box.handle({.kind = Kind::press, .row = 8, .column = 6}, false));
+  EXPECT_TRUE(box.handle({.kind = Kind::press, .row = 8, .column = 6}, true));
+}
+
+TEST(AlertBox, TheTextFieldHasTheFocusAtFirst) {
+  AlertBox box(question(), {});
+  EXPECT_NE(drawn(box).find("› inv_v2_…"), std::string::npos);
+  type(box, "key 1");
+  EXPECT_NE(drawn(box).find("› key 1"), std::string::npos);
+  EXPECT_EQ(press(box, Kind::enter), (AlertAnswer{.button = 0, .text = "key 1"}));
+  EXPECT_EQ(press(box, Kind::escape), (AlertAnswer{.button = 1, .text = "key 1"}));
+  press(box, Kind::tab);
+  press(box, Kind::tab);
+  EXPECT_EQ(press(box, Kind::enter), (AlertAnswer{.button = 1, .text = "key 1"}));
+}
+
+TEST(AlertBox, TheMouseChoosesAButton) {
+  AlertBox box(approval(), {});
+  drawn(box);
+  EXPECT_EQ(box.handle({.kind = Kind::press, .row = 8, .column = 18}), (AlertAnswer{.button = 1}));
+  EXPECT_FALSE(box.handle({.kind = Kind::press, .row = 5, .column = 18}));
+}
+
+TEST(AlertBox, ATextThatIsTooLongScrollsAndTheButtonsStay) {
+  Alert alert = approval();
+  alert.informativeText = "";
+  for (int i = 0; i < 30; ++i) alert.informativeText += "line " + std::to_string(i) + "\n";
+  AlertBox box(alert, {});
+  auto text = drawn(box);
+  EXPECT_NE(text.find("line 0"), std::string::npos);
+  EXPECT_NE(text.find("↓"), std::string::npos);
+  EXPECT_NE(text.find("[›Deny ]"), std::string::npos);
+  press(box, Kind::end);
+  text = drawn(box);
+  EXPECT_NE(text.find("line 29"), std::string::npos);
+  EXPECT_NE(text.find("[›Deny ]"), std::string::npos);
+}
+
+TEST(AlertBox, StacksItsButtonsWhereTheyDoNotFitSideBySide) {
+  AlertBox box(approval(), {});
+  const auto text = drawn(box, 14, 26);
+  EXPECT_NE(text.find("[›Deny ]"), std::string::npos);
+  EXPECT_NE(text.find("\n│ [ Allow once ]"), std::string::npos);
+  EXPECT_NE(text.find("\n│ [ Always… ]"), std::string::npos);
+}
+
+TEST(AlertBox, MakesHiddenCharactersVisible) {
+  Alert alert = approval();
+  alert.informativeText = "cat \x1b[2J\u202e/etc";
+  AlertBox box(alert, {});
+  EXPECT_NE(drawn(box).find("cat ␛[2J\\u202e/etc"), std::string::npos);
+}
+
+TEST(AlertBox, DrawsOnAnyScreen) {
+  for (int rows = 0; rows < 12; ++rows) {
+    for (int columns = 0; columns < 40; columns += 3) {
+      AlertBox box(question(), {});
+      drawn(box, rows, columns);
+      EXPECT_EQ(press(box, Kind::escape), (AlertAnswer{.button = 1}));
+    }
+  }
+}
+
+TEST(TextField, IsEditedAsInAShell) {
+  TextField field("");
+  field.setText("one two");
+  field.handle({.kind = Kind::control, .text = "w"});
+  EXPECT_EQ(field.text(), "one ");
+  field.handle({.kind = Kind::control, .text = "a"});
+  field.handle({.text = "é"});
+  EXPECT_EQ(field.text(), "éone ");
+  field.handle({.kind = Kind::backspace});
+  field.handle({.kind = Kind::remove});
+  EXPECT_EQ(field.text(), "ne ");
+  field.handle({.kind = Kind::end});
+  field.handle({.kind = Kind::left});
+  field.handle({.kind = Kind::control, .text = "k"});
+  EXPECT_EQ(field.text(), "ne");
+  field.handle({.kind = Kind::control, .text = "u"});
+  EXPECT_EQ(field.text(), "");
+  EXPECT_FALSE(field.handle({.kind = Kind::up}));
+}
+
+TEST(TextField, TakesNoControlCharactersFromWhatIsPasted) {
+  TextField field("");
+  field.handle({.kind = Kind::paste, .text = "inv_v2_\r\nabc\x1b"});
+  EXPECT_EQ(field.text(), "inv_v2_abc");
+}
+
+TEST(TextField, ShowsThePartAroundTheCursor) {
+  TextField field("");
+  field.setText("0123456789");
+  Canvas canvas({2, 20}, {});
+  field.draw(canvas, {0, 2, 1, 5}, true);
+  EXPECT_EQ(test::rowText(canvas, 0), "  6789");
+  EXPECT_EQ(canvas.cursor(), (CursorPosition{0, 6}));
+}
+
+}  // namespace
+}  // namespace zephyl

@@ -1,0 +1,25 @@
+#pragma once
+
+#include <string>
+
+#include "Desktop/Terminal/Canvas.hpp"
+
+namespace zephyl::test {
+
+/// What stands in a row, without the spaces at its end.
+inline std::string rowText(const Canvas& canvas, int row) {
+  std::string text;
+  for (int column = 0; column < canvas.size().columns; ++column) {
+    text += canvas.at(row, column).text();
+  }
+  return text.substr(0, text.find_last_not_of(' ') + 1);
+}
+
+/// All rows, without empty ones at the end.
+inline std::string canvasText(const Canvas& canvas) {
+  std::string text;
+  for (int row = 0; row < canvas.size().rows; ++row) text += rowText(canvas, row) + "\n";
+  return text.substr(0, text.find_last_not_of('\n') + 1);
+}
+
+}  // namespace zephyl::test

@@ -1,0 +1,295 @@
+#include "Desktop/Terminal/TerminalScreen.hpp"
+
+#include <gtest/gtest.h>
+
+#include "CanvasText.hpp"
+#include "Desktop/Terminal/TerminalDialogs.hpp"
+#include "Support/ManualClock.hpp"
+#include "Support/TemporaryDirectory.hpp"
+
+namespace zephyl {
+namespace {
+
+using namespace std::chrono_literals;
+
+/// Shows plain text as it is written, without styles: enough to know what was sent.
+class FakeOutput final : public TerminalOutput {
+ public:
+  [[nodiscard]] ScreenSize size() const override { return screenSize; }
+  [[nodiscard]] bool isBusy() const override { return busy; }
+  void write(const std::string& bytes) override {
+    written += bytes;
+    ++writes;
+  }
+
+  /// What was written since the last call.
+  std::string take() { return std::exchange(written, {}); }
+
+  ScreenSize screenSize{24, 80};
+  bool busy = false;
+  std::string written;
+  int writes = 0;
+};
+
+class TerminalScreenTest : public ::testing::Test {
+ protected:
+  TerminalScreenTest() {
+    screen_->setMenu(
+        {{.key = "open", .title = "Open Zephyl", .action = MenuAction{.name = "open"}},
+         {.key = "quit", .title = "Quit Zephyl", .action = MenuAction{.name = "quit"}}});
+    screen_->events.menu.chosen = [this](const MenuAction& action) {
+      chosen_.push_back(action.name);
+    };
+    mainLoop_.runPending();
+  }
+
+  void press(const std::string& bytes) {
+    screen_->receive(bytes);
+    mainLoop_.runPending();
+  }
+  void advance(Duration step) {
+    clock_.advance(step, [this] { mainLoop_.runPending(); });
+  }
+  /// What is drawn for what has happened since.
+  std::string drawn() {
+    mainLoop_.runPending();
+    return output_.take();
+  }
+  /// The whole screen.
+  std::string screen() {
+    mainLoop_.runPending();
+    output_.take();
+    screen_->resized();
+    return drawn();
+  }
+  bool shows(const std::string& text) { return screen().find(text) != std::string::npos; }
+
+  Dialogs::Handle present(const Alert& alert) {
+    auto dialog = dialogs_.presentAlert(alert, [this](const std::optional<AlertAnswer>& answer) {
+      answers_.push_back(answer ? static_cast<int>(answer->button) : -1);
+    });
+    mainLoop_.runPending();
+    return dialog;
+  }
+
+  MainLoop mainLoop_;
+  test::ManualClock clock_;
+  FakeOutput output_;
+  std::shared_ptr<TerminalScreen> screen_ =
+      std::make_shared<TerminalScreen>(TerminalScreen::Services{mainLoop_, clock_, output_},
+                                       *TerminalType::load("vt100", true), Look{});
+  TerminalDialogs dialogs_{mainLoop_, screen_};
+  std::vector<std::string> chosen_;
+  std::vector<int> answers_;
+};
+
+const Alert approval{.style = Alert::Style::critical,
+                     .messageText = "Allow access?",
+                     .buttons = {"Deny", "Allow once"}};
+
+TEST_F(TerminalScreenTest, DrawsOnceForAllThatChangesInOneTurn) {
+  drawn();
+  const int before = output_.writes;
+  screen_->setTitle(" 3");
+  screen_->setDescription("reachable, 3 folders");
+  screen_->setIcon(StatusIcon::busy);
+  const auto text = drawn();
+  EXPECT_EQ(output_.writes, before + 1);
+  EXPECT_NE(text.find("reachable, 3 folders"), std::string::npos);
+  EXPECT_NE(text.find("busy"), std::string::npos);
+  EXPECT_EQ(text.find("Open Zephyl"), std::string::npos) << "it has not changed";
+}
+
+TEST_F(TerminalScreenTest, DrawsNothingAndWaitsForNothingWhileNothingChanges) {
+  screen_->setDescription("reachable");
+  drawn();
+  screen_->setDescription("reachable");
+  screen_->setMenu({{.key = "open", .title = "Open Zephyl", .action = MenuAction{.name = "open"}},
+                    {.key = "quit", .title = "Quit Zephyl", .action = MenuAction{.name = "quit"}}});
+  EXPECT_EQ(drawn(), "");
+  EXPECT_EQ(clock_.pendingTimers(), 0U);
+}
+
+TEST_F(TerminalScreenTest, DoesNotDrawForATerminalThatDoesNotKeepUp) {
+  drawn();
+  output_.busy = true;
+  screen_->setDescription("one");
+  screen_->setDescription("two");
+  EXPECT_EQ(drawn(), "");
+  output_.busy = false;
+  screen_->drained();
+  EXPECT_NE(drawn().find("two"), std::string::npos);
+}
+
+TEST_F(TerminalScreenTest, KeysGoToTheMenu) {
+  press("\x1bOB\r");
+  EXPECT_EQ(chosen_, std::vector<std::string>{"quit"});
+}
+
+TEST_F(TerminalScreenTest, ADialogTakesTheKeysAndAnswersOnce) {
+  const auto dialog = present(approval);
+  EXPECT_TRUE(shows("Allow access?"));
+  advance(TerminalScreen::answerDelay);
+  press("\t\r\r");
+  EXPECT_EQ(answers_, std::vector<int>{1});
+  EXPECT_EQ(chosen_, std::vector<std::string>{"open"}) << "the second one is the menu's again";
+}
+
+TEST_F(TerminalScreenTest, WhatIsPressedWhenADialogAppearsIsNoAnswer) {
+  const auto dialog = present(approval);
+  press("\r \x1b[A");
+  EXPECT_EQ(answers_, std::vector<int>{});
+  EXPECT_EQ(chosen_, std::vector<std::string>{});
+  advance(TerminalScreen::answerDelay);
+  press("\r");
+  EXPECT_EQ(answers_, std::vector<int>{0});
+}
+
+TEST_F(TerminalScreenTest, EscapeIsTakenAMomentLater) {
+  const auto dialog = present(approval);
+  advance(TerminalScreen::answerDelay);
+  press("\x1b");
+  EXPECT_EQ(answers_, std::vector<int>{});
+  advance(TerminalScreen::keyDelay);
+  EXPECT_EQ(answers_, std::vector<int>{0});
+  EXPECT_EQ(clock_.pendingTimers(), 0U);
+}
+
+TEST_F(TerminalScreenTest, AlertsAreAskedOneAfterTheOther) {
+  const auto first = present(approval);
+  const auto second = present({.messageText = "Second", .buttons = {"OK"}});
+  EXPECT_FALSE(shows("Second"));
+  advance(TerminalScreen::answerDelay);
+  press("\r");
+  EXPECT_TRUE(shows("Second"));
+  press("\r");
+  EXPECT_EQ(answers_, std::vector<int>{0}) << "it has only just appeared";
+  advance(TerminalScreen::answerDelay);
+  press("\r");
+  EXPECT_EQ(answers_, (std::vector<int>{0, 0}));
+}
+
+TEST_F(TerminalScreenTest, ADialogThatIsTakenAwayIsNotAnswered) {
+  auto dialog = present(approval);
+  dialog.reset();
+  EXPECT_FALSE(shows("Allow access?"));
+  advance(1s);
+  press("\r");
+  EXPECT_EQ(answers_, std::vector<int>{});
+  EXPECT_EQ(chosen_, std::vector<std::string>{"open"});
+}
+
+TEST_F(TerminalScreenTest, AtTheEndEveryDialogIsToldThatNobodySawIt) {
+  const auto first = present(approval);
+  const auto second = present(approval);
+  int closed = 0;
+  const auto log = dialogs_.presentLogWindow(
+      {.title = "Log"}, [&](LogWindowEvent event) { closed += event == LogWindowEvent::closed; });
+  screen_->end();
+  EXPECT_EQ(answers_, (std::vector<int>{-1, -1}));
+  EXPECT_EQ(closed, 1);
+  output_.take();
+  screen_->setDescription("later");
+  EXPECT_EQ(drawn(), "");
+}
+
+TEST_F(TerminalScreenTest, WithoutAScreenDialogsAreThoseOfAMachineWithoutOne) {
+  screen_.reset();
+  const auto dialog = present(approval);
+  EXPECT_EQ(answers_, std::vector<int>{-1});
+}
+
+TEST_F(TerminalScreenTest, ANotificationFadesAndGoes) {
+  screen_->post({.identifier = "1", .title = "Zephyl: approval needed", .body = "Ana wants it."});
+  EXPECT_TRUE(shows("Zephyl: approval needed: Ana wants it."));
+  advance(NoticeLine::brightFor + NoticeLine::dimFor - 1ms);
+  EXPECT_TRUE(shows("Ana wants it."));
+  advance(1ms);
+  EXPECT_FALSE(shows("Ana wants it."));
+  EXPECT_EQ(clock_.pendingTimers(), 0U);
+}
+
+TEST_F(TerminalScreenTest, ANotificationIsTakenAwayAndChosen) {
+  std::string activated;
+  screen_->events.notificationActivated = [&](const std::string& id) { activated = id; };
+  screen_->post({.identifier = "1", .title = "First"});
+  screen_->post({.identifier = "2", .title = "Second", .actionTitle = "Review…"});
+  EXPECT_TRUE(shows("Second  [n] Review…"));
+  press("n");
+  EXPECT_EQ(activated, "2");
+  EXPECT_TRUE(shows("First"));
+  press("n");
+  EXPECT_EQ(activated, "2") << "there is nothing to choose in the first";
+  screen_->removeNotification("1");
+  EXPECT_FALSE(shows("First"));
+}
+
+TEST_F(TerminalScreenTest, TheLogIsAKeyAwayAndSaysThatThereIsSomethingNew) {
+  screen_->appendLog("[tray] one");
+  screen_->appendLog("two \x1b[2J");
+  EXPECT_TRUE(shows("l log (2 new)"));
+  EXPECT_EQ(screen_->unseenLog().size(), 2U);
+  press("l");
+  EXPECT_TRUE(shows("two ␛[2J"));
+  screen_->appendLog("three");
+  EXPECT_NE(drawn().find("three"), std::string::npos);
+  EXPECT_EQ(screen_->unseenLog(), std::vector<std::string>{});
+  std::string written;
+  screen_->events.writeLog = [&](const std::string& text) { written = text; };
+  press("w");
+  EXPECT_EQ(written, "[tray] one\ntwo \x1b[2J\nthree\n");
+  press("q");
+  EXPECT_TRUE(shows("Open Zephyl"));
+}
+
+TEST_F(TerminalScreenTest, ALogWindowShowsTheExcerptAndOnRequestAllOfIt) {
+  std::vector<LogWindowEvent> events;
+  const auto dialog =
+      dialogs_.presentLogWindow({.title = "Tailnet Logs",
+                                 .message = "It failed.",
+                                 .shownText = "excerpt",
+                                 .fullText = "whole"},
+                                [&](LogWindowEvent event) { events.push_back(event); });
+  EXPECT_TRUE(shows("excerpt"));
+  EXPECT_TRUE(shows("It failed."));
+  press("f");
+  EXPECT_TRUE(shows("whole"));
+  press("wq");
+  EXPECT_EQ(events, std::vector<LogWindowEvent>{LogWindowEvent::openInTextEdit})
+      << "it has only just appeared";
+  advance(TerminalScreen::answerDelay);
+  press("q");
+  EXPECT_EQ(events.back(), LogWindowEvent::closed);
+  EXPECT_TRUE(shows("Open Zephyl"));
+}
+
+TEST_F(TerminalScreenTest, AFolderIsAskedForUntilThereIsOne) {
+  const test::TemporaryDirectory directory;
+  std::optional<std::string> folder;
+  const auto dialog = dialogs_.chooseFolder(
+      {.prompt = "Share", .message = "Choose a folder"},
+      [&](const Result<std::optional<std::string>>& answer) { folder = *answer; });
+  EXPECT_TRUE(shows("Choose a folder"));
+  advance(TerminalScreen::answerDelay);
+  press("\x15" + directory.path() + "/none\r");
+  EXPECT_TRUE(shows("none is not a folder."));
+  advance(TerminalScreen::answerDelay);
+  press("\x15" + directory.path() + "/\r");
+  EXPECT_EQ(folder, directory.path());
+}
+
+TEST_F(TerminalScreenTest, TheMenuIsOnTheSmallestScreen) {
+  for (int rows = 0; rows < 26; ++rows) {
+    for (int columns = 0; columns < 90; columns += 7) {
+      output_.screenSize = {rows, columns};
+      screen_->resized();
+      const auto text = drawn();
+      if (rows >= 4 && columns >= 14) {
+        EXPECT_NE(text.find("Open Zephyl"), std::string::npos);
+      }
+    }
+  }
+}
+
+}  // namespace
+}  // namespace zephyl
