@@ -1,0 +1,229 @@
+"""Requests that reach outside a shared folder: from the agent to a window, and the answer back.
+Real tray, real windows, the sandbox's agent, and keys pressed by nobody's hand."""
+
+import json
+import os
+import shutil
+import signal
+import subprocess
+import urllib.request
+
+import pytest
+
+from support.control_api import Window
+from support.dialogs import PROGRAM, Screen
+from support.session_bus import Watcher, outline
+from support.tray import command_name, descendants, eventually
+
+PROMPT = "zephyl-tray-dialogs"
+
+
+@pytest.fixture(scope="module")
+def screen():
+    screen = Screen()
+    yield screen
+    screen.close()
+
+
+@pytest.fixture
+def world(world, screen):
+    """With the agent, the windows and a desktop."""
+    libexec = world.prefix / "libexec" / "zephyl-tray"
+    libexec.mkdir(parents=True)
+    shutil.copy(PROGRAM, libexec)
+    world.dialogs = libexec / PROGRAM.name
+    Window(world)
+    wanted = ("DISPLAY", "DBUS_SESSION_BUS_ADDRESS", "QT_LINUX_ACCESSIBILITY_ALWAYS_ON")
+    world.environment.update({name: screen.environment[name] for name in wanted})
+    return world
+
+
+class Agent:
+    """The sandbox's agent, asked to raise requests."""
+
+    def __init__(self, port):
+        self.base = f"http://127.0.0.1:{port}"
+
+    def call(self, method, path, body=None):
+        request = urllib.request.Request(self.base + path, method=method,
+                                         data=json.dumps(body).encode() if body else None)
+        with urllib.request.urlopen(request, timeout=10) as answer:
+            return json.loads(answer.read())
+
+    def raise_request(self, target):
+        return self.call("POST", "/sandbox/requests", {"kind": "shell", "target": target})["id"]
+
+    def state(self, identifier):
+        return self.call("GET", f"/sandbox/requests/{identifier}")["state"]
+
+    def grants(self):
+        return [grant["path"] for grant in self.call("GET", "/api/activity")["escapeGrants"]]
+
+
+@pytest.fixture
+def watcher(screen):
+    watcher = Watcher(screen.bus.peer())
+    yield watcher
+    watcher.peer.release("org.kde.StatusNotifierWatcher")
+
+
+@pytest.fixture
+def tray(world, start_tray):
+    world.use_sandbox_agent()
+    tray = start_tray("--desktop")
+    eventually(lambda: "zephyl-agent" in map(command_name, descendants(tray.pid)))
+    eventually(lambda: reachable(world), what="an agent that answers")
+    return tray
+
+
+def reachable(world):
+    try:
+        return Agent(world.agent_port).call("GET", "/api/status")
+    except OSError:
+        return None
+
+
+@pytest.fixture
+def agent(world, tray):
+    return Agent(world.agent_port)
+
+
+def windows(tray):
+    # The kernel keeps fifteen characters of a name.
+    return [pid for pid in descendants(tray.pid) if PROMPT.startswith(command_name(pid) or "?")]
+
+
+class Prompt:
+    """The window that is on screen."""
+
+    def __init__(self, screen, tray, other_than=()):
+        self.screen = screen
+        self.pid = eventually(lambda: next(
+            (pid for pid in windows(tray) if pid not in other_than), None), what="a window")
+        eventually(self._has_focus, what="the focus")
+        looks = []
+        eventually(lambda: self._at_rest(looks), what="a window that is drawn")
+
+    def _at_rest(self, looks):
+        looks.append(self.screen.picture().pixels)
+        return len(looks) > 3 and len(set(looks[-4:])) == 1
+
+    def _has_focus(self):
+        active = subprocess.run(["xdotool", "getwindowfocus", "getwindowpid"],
+                                env=self.screen.environment, capture_output=True, text=True)
+        return active.stdout.strip() == str(self.pid)
+
+    def press(self, *keys):
+        self.screen.press(*keys)
+
+
+@pytest.mark.parametrize("keys, state", [
+    (["Return"], "denied"), (["Escape"], "denied"), (["Tab", "space"], "approved")])
+def test_a_request_is_answered_by_keyboard(screen, tray, agent, keys, state):
+    identifier = agent.raise_request("cat /etc/passwd")
+    Prompt(screen, tray).press(*keys)
+    eventually(lambda: agent.state(identifier) == state, what=f"being {state}")
+    eventually(lambda: not windows(tray), what="the window's end")
+
+
+@pytest.mark.parametrize("typed", ["ALWAYS ALLOW", "  ALWAYS ALLOW "])
+def test_the_phrase_makes_an_exception_that_the_menu_revokes(screen, watcher, world, start_tray,
+                                                              typed):
+    world.use_sandbox_agent()
+    tray = start_tray("--desktop")
+    item = watcher.item()
+    eventually(lambda: reachable(world))
+    agent = Agent(world.agent_port)
+    agent.raise_request("cat /etc/passwd")
+    prompt = Prompt(screen, tray)
+    prompt.press("Tab", "Tab", "space")
+    confirmation = Prompt(screen, tray, [prompt.pid])
+    screen.type(typed)
+    confirmation.press("Tab", "Tab", "space")
+    eventually(lambda: agent.grants() == ["cat /etc/passwd"], what="an exception")
+    eventually(lambda: "⚠️ Permanent exceptions (1)" in outline(item.layout()))
+    item.event(item.find("Revoke"), "clicked")
+    eventually(lambda: agent.grants() == [], what="no exception")
+
+
+def test_another_phrase_denies_and_says_so(screen, tray, agent):
+    identifier = agent.raise_request("cat /etc/passwd")
+    prompt = Prompt(screen, tray)
+    prompt.press("Tab", "Tab", "space")
+    confirmation = Prompt(screen, tray, [prompt.pid])
+    screen.type("always allow")
+    confirmation.press("Tab", "Tab", "space")
+    refusal = Prompt(screen, tray, [prompt.pid, confirmation.pid])
+    assert agent.state(identifier) == "pending"
+    refusal.press("Return")
+    eventually(lambda: agent.state(identifier) == "denied")
+    assert agent.grants() == []
+
+
+def test_two_requests_are_asked_about_one_after_the_other(screen, tray, agent):
+    first, second = agent.raise_request("cat /etc/one"), agent.raise_request("cat /etc/two")
+    prompt = Prompt(screen, tray)
+    assert len(windows(tray)) == 1
+    prompt.press("Return")
+    other = Prompt(screen, tray, [prompt.pid])
+    assert (agent.state(first), agent.state(second)) == ("denied", "pending")
+    other.press("Tab", "space")
+    eventually(lambda: agent.state(second) == "approved")
+
+
+def test_a_request_that_vanishes_takes_its_window_along(screen, tray, agent):
+    identifier = agent.raise_request("cat /etc/passwd")
+    prompt = Prompt(screen, tray)
+    agent.call("DELETE", f"/sandbox/requests/{identifier}")
+    eventually(lambda: not windows(tray), what="the window's end")
+    again = agent.raise_request("cat /etc/passwd")
+    Prompt(screen, tray, [prompt.pid]).press("Return")
+    eventually(lambda: agent.state(again) == "denied")
+
+
+# A program that fails
+
+def test_a_window_that_dies_once_it_was_shown_denies(screen, tray, agent):
+    identifier = agent.raise_request("cat /etc/passwd")
+    os.kill(Prompt(screen, tray).pid, signal.SIGKILL)
+    eventually(lambda: agent.state(identifier) == "denied")
+
+
+@pytest.mark.parametrize("broken", [None, "exit 1", "echo nonsense; exec sleep 100", "exec sleep 100"],
+                         ids=["missing", "crashing", "garbled", "silent"])
+def test_what_nobody_saw_is_not_denied_and_waits_for_the_menu(screen, watcher, world, start_tray,
+                                                               broken):
+    world.use_sandbox_agent()
+    whole = world.root / "whole"
+    world.dialogs.rename(whole)
+    if broken:
+        world.dialogs.write_text(f"#!/bin/sh\n{broken}\n")
+        world.dialogs.chmod(0o755)
+    tray = start_tray("--desktop")
+    item = watcher.item()
+    eventually(lambda: reachable(world))
+    agent = Agent(world.agent_port)
+    identifier = agent.raise_request("cat /etc/passwd")
+    tray.log_line("cannot be shown; it waits in the menu", 15)
+    assert agent.state(identifier) == "pending"
+    world.dialogs.unlink(missing_ok=True)
+    whole.rename(world.dialogs)
+    eventually(lambda: "⚠️ 1 request needs your approval…" in outline(item.layout()))
+    item.event(item.find("⚠️ 1 request needs your approval…"), "clicked")
+    Prompt(screen, tray).press("Return")
+    eventually(lambda: agent.state(identifier) == "denied")
+
+
+# Other windows
+
+@pytest.mark.parametrize("script, title", [
+    ("#!/bin/sh\nseq 200\nexit 3\n", "Agent Exited Unexpectedly")])
+def test_an_agent_that_fails_leaves_a_window_with_its_log(screen, world, start_tray, script, title):
+    world.use_agent_script(script)
+    tray = start_tray("--desktop")
+    prompt = Prompt(screen, tray)
+    named = subprocess.run(["xdotool", "getwindowfocus", "getwindowname"], env=screen.environment,
+                           capture_output=True, text=True).stdout.strip()
+    assert named == title
+    prompt.press("Return")
+    eventually(lambda: not windows(tray), what="the window's end")
