@@ -26,12 +26,14 @@ struct Transfer {
   const TransferOwner& owner;
   CURL* handle = nullptr;
   std::int64_t received = 0;
+  std::chrono::steady_clock::time_point lastBytes = std::chrono::steady_clock::now();
   std::optional<Error> failure;
 
   std::size_t take(std::string_view bytes) {
     long status = 0;
     curl_easy_getinfo(handle, CURLINFO_RESPONSE_CODE, &status);
     if (status != statusOK) return bytes.size();  // what an error page says is of no interest
+    lastBytes = std::chrono::steady_clock::now();
     received += static_cast<std::int64_t>(bytes.size());
     if (received > limits.bytes) {
       failure = Error{"The server sends more than it should."};
@@ -43,6 +45,14 @@ struct Transfer {
     }
     return bytes.size();
   }
+
+  /// The library's own limit on low speed looks at an average, and is seconds late.
+  bool goesOn() {
+    if (owner.isCancelled()) return false;
+    if (std::chrono::steady_clock::now() - lastBytes < limits.stall) return true;
+    failure = Error{"The server took too long."};
+    return false;
+  }
 };
 
 std::size_t onBytes(const char* bytes, std::size_t, std::size_t count, void* transfer) {
@@ -50,7 +60,7 @@ std::size_t onBytes(const char* bytes, std::size_t, std::size_t count, void* tra
 }
 
 int onProgress(void* transfer, curl_off_t, curl_off_t, curl_off_t, curl_off_t) {
-  return static_cast<Transfer*>(transfer)->owner.isCancelled() ? 1 : 0;
+  return static_cast<Transfer*>(transfer)->goesOn() ? 0 : 1;
 }
 
 // curl_easy_setopt takes any number of arguments of any type.
@@ -66,9 +76,6 @@ void prepare(CURL* handle, const std::string& url, Transfer& transfer) {
   curl_easy_setopt(handle, CURLOPT_NOSIGNAL, 1L);
   curl_easy_setopt(handle, CURLOPT_CONNECTTIMEOUT, connectSeconds);
   curl_easy_setopt(handle, CURLOPT_TIMEOUT, static_cast<long>(transfer.limits.total.count()));
-  curl_easy_setopt(handle, CURLOPT_LOW_SPEED_LIMIT, 1L);
-  curl_easy_setopt(handle, CURLOPT_LOW_SPEED_TIME,
-                   static_cast<long>(transfer.limits.stall.count()));
   curl_easy_setopt(handle, CURLOPT_WRITEFUNCTION, &onBytes);
   curl_easy_setopt(handle, CURLOPT_WRITEDATA, &transfer);
   curl_easy_setopt(handle, CURLOPT_NOPROGRESS, 0L);

@@ -21,7 +21,7 @@ struct TransferLimits {
 struct TransferOwner {
   /// Takes bytes as they come; an error ends the transfer with it.
   std::function<Result<void>(std::string_view)> take;
-  /// Asked many times a second; true ends the transfer.
+  /// Asked at least once a second; true ends the transfer.
   std::function<bool()> isCancelled;
 };
 

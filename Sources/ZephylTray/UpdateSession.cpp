@@ -56,6 +56,10 @@ void UpdateSession::run(const UpdateCommand& command, void (UpdateSession::*take
 }
 
 void UpdateSession::takeChecked(UpdateReport report) {
+  if (report.found || report.upToDate) {
+    updateSettings::setLastCheck(
+        std::chrono::floor<std::chrono::seconds>(runtime_.clock.calendarNow()));
+  }
   if (report.found) return find(std::move(*report.found));
   if (!report.upToDate) return fail(report.failed.value_or(""));
   tell([](UpdateDelegate& delegate) { delegate.didNotFindUpdate(); });

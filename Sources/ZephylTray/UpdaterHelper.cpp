@@ -76,7 +76,6 @@ void UpdaterHelper::endSession(UpdateSession::Trigger trigger, UpdateSession::Ou
   session_.reset();
   tellObservers();
   const bool failed = outcome == UpdateSession::Outcome::failed;
-  if (!failed) updateSettings::setLastCheck(now());
   if (failed && trigger == UpdateSession::Trigger::schedule) {
     return plan(untilRetry(updateSettings::checkInterval(), setup_.random()));
   }

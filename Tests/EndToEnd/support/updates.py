@@ -1,0 +1,217 @@
+"""Releases as their maker makes them, with the tool of the packaging and keys of its own, a server
+on loopback that hands them out (or misbehaves), and the updater program run by hand."""
+
+import io
+import json
+import pathlib
+import shutil
+import subprocess
+import tarfile
+import threading
+from http.server import BaseHTTPRequestHandler, ThreadingHTTPServer
+
+from support.tray import BUILD, REPOSITORY, SANDBOX
+
+SIGN = REPOSITORY / "Packaging" / "sign-update"
+FEED = "/appcast.xml"
+ARCHIVE = "/zephyl.tar.gz"
+
+
+def sign(*arguments):
+    return subprocess.run([SIGN, *map(str, arguments)], check=True, capture_output=True,
+                          text=True).stdout
+
+
+class FeedServer:
+    """Answers with bytes, or has a function do so."""
+
+    def __init__(self):
+        self.answers = {}
+        self.requests = []
+        server = self
+
+        class Handler(BaseHTTPRequestHandler):
+            protocol_version = "HTTP/1.1"
+
+            def do_GET(self):
+                server.requests.append(self.path)
+                answer = server.answers.get(self.path)
+                try:
+                    if callable(answer):
+                        answer(self)
+                    else:
+                        self.reply(200 if answer is not None else 404, answer or b"")
+                except (BrokenPipeError, ConnectionResetError):
+                    pass
+                self.close_connection = True
+
+            def reply(self, status, body=b"", **headers):
+                self.send_response(status)
+                for name, value in headers.items():
+                    self.send_header(name, value)
+                self.send_header("Content-Length", str(len(body)))
+                self.end_headers()
+                self.wfile.write(body)
+
+            def log_message(self, *_):
+                pass
+
+        self._server = ThreadingHTTPServer(("127.0.0.1", 0), Handler)
+        self._server.daemon_threads = True
+        self._server.block_on_close = False
+        self.url = f"http://127.0.0.1:{self._server.server_port}"
+        self.ending = threading.Event()
+        self._thread = threading.Thread(target=self._server.serve_forever, args=(0.01,))
+        self._thread.start()
+
+    def close(self):
+        self.ending.set()
+        self._server.shutdown()
+        self._thread.join()
+        self._server.server_close()
+
+
+def rewrite_information(prefix, **values):
+    path = prefix / "share" / "zephyl-tray" / "Info.json"
+    information = json.loads(path.read_text())
+    information.update(values)
+    path.write_text(json.dumps({key: value for key, value in information.items()
+                                if value is not None}))
+
+
+class Publisher:
+    """Whoever makes releases: a key, a server, and a feed of what was made."""
+
+    def __init__(self, world):
+        self.world = world
+        self.server = FeedServer()
+        self.directory = world.root / "releases"
+        self.directory.mkdir()
+        self.key = self.directory / "key.pem"
+        self.public_key = sign("new-key", self.key).strip()
+        self.feed_url = self.server.url + FEED
+
+    def other_key(self, name="other.pem"):
+        return self.directory / name, sign("new-key", self.directory / name).strip()
+
+    def install(self, version="1.0"):
+        """Makes the world's prefix an installation that updates itself from here."""
+        prefix = self.world.prefix
+        helpers = prefix / "libexec" / "zephyl-tray"
+        helpers.mkdir(parents=True, exist_ok=True)
+        shutil.copy(BUILD / "zephyl-tray-updater", helpers)
+        rewrite_information(prefix, CFBundleShortVersionString=version, SUFeedURL=self.feed_url,
+                            SUPublicEDKey=self.public_key)
+
+    def copy(self, version, name=None, program=None):
+        """An installation like the world's, of another version; `program` instead of the tray."""
+        target = self.directory / (name or f"prefix-{version}")
+        shutil.copytree(self.world.prefix, target, symlinks=True)
+        rewrite_information(target, CFBundleShortVersionString=version)
+        agent = target / "share" / "zephyl-tray" / "agent"
+        for link in agent.iterdir():
+            if link.is_symlink():
+                link.unlink()
+                link.write_text(f'#!/bin/sh\nexec {SANDBOX}/{link.name} "$@"\n')
+                link.chmod(0o755)
+        if program is not None:
+            tray = target / "bin" / "zephyl-tray"
+            tray.write_text(program)
+            tray.chmod(0o755)
+        return target
+
+    def pack(self, prefix, name="zephyl.tar.gz"):
+        archive = self.directory / name
+        sign("pack", prefix, archive)
+        return archive
+
+    def publish(self, archive, key=None, feed_keys=None, change=None, contents=None):
+        """Puts an archive on the server and an item for it in the feed. `change` alters the feed
+        before it is signed, `contents` what the server hands out."""
+        key = key or self.key
+        item = sign("item", key, archive, self.server.url + ARCHIVE)
+        self.publish_items(change(item) if change else item, feed_keys or [key])
+        self.server.answers[ARCHIVE] = contents if contents is not None else archive.read_bytes()
+
+    def publish_items(self, items, keys=None):
+        feed = self.directory / "appcast.xml"
+        feed.write_text('<?xml version="1.0" encoding="utf-8"?>\n'
+                        f'<rss version="2.0"><channel>\n{items}</channel></rss>\n')
+        sign("feed", feed, *(keys or [self.key]))
+        self.server.answers[FEED] = feed.read_bytes()
+
+    def close(self):
+        self.server.close()
+
+
+def write_archive(path, entries):
+    """An archive of any entries, also such as no packer makes: (name, contents or a TarInfo)."""
+    with tarfile.open(path, "w:gz", format=tarfile.USTAR_FORMAT, compresslevel=1) as archive:
+        for name, contents in entries:
+            if isinstance(contents, tarfile.TarInfo):
+                contents.name = name
+                archive.addfile(contents)
+                continue
+            entry = tarfile.TarInfo(name)
+            entry.size = len(contents)
+            entry.mode = 0o755
+            archive.addfile(entry, io.BytesIO(contents))
+    return path
+
+
+class Updater:
+    """zephyl-tray-updater, run by hand."""
+
+    def __init__(self, world):
+        self.world = world
+        self.program = BUILD / "zephyl-tray-updater"
+        self.prefix = world.prefix
+
+    def start(self, command):
+        (name, values), = command.items()
+        process = subprocess.Popen([self.program], stdin=subprocess.PIPE, stdout=subprocess.PIPE,
+                                   stderr=subprocess.PIPE, env=self.world.environment)
+        line = json.dumps({name: {"prefix": str(self.prefix), **values}})
+        process.stdin.write(line.encode() + b"\n")
+        process.stdin.flush()
+        return process
+
+    def run(self, name, **values):
+        """The reports on a command; the input stays open until the end, as the tray's does."""
+        process = self.start({name: values})
+        try:
+            output = process.stdout.read()
+            process.wait(20)
+        finally:
+            process.kill()
+            process.wait()
+            for end in (process.stdin, process.stdout, process.stderr):
+                end.close()
+        return [json.loads(line) for line in output.splitlines()]
+
+    def check(self, **values):
+        values = {"channels": [], "skip": [], "rolloutGroup": 0, "userInitiated": True, **values}
+        report, = self.run("check", **values)
+        return report
+
+    def download(self, offer, **values):
+        return self.run("download", offer=offer, **values)[-1]
+
+    def install(self, version):
+        report, = self.run("install", version=version)
+        return report
+
+    @property
+    def directory(self):
+        return self.prefix.parent / f".{self.prefix.name}.updates"
+
+
+def snapshot(directory):
+    """All that is below a directory: paths, kinds, modes and contents."""
+    found = {}
+    for path in sorted(pathlib.Path(directory).rglob("*")):
+        kind = "link" if path.is_symlink() else "directory" if path.is_dir() else "file"
+        contents = (str(path.readlink()) if kind == "link" else
+                    path.read_bytes() if kind == "file" else b"")
+        found[str(path.relative_to(directory))] = (kind, path.lstat().st_mode, contents)
+    return found

@@ -1,0 +1,502 @@
+"""zephyl-tray-updater by hand: what it finds, and all that it refuses, with nothing changed."""
+
+import base64
+import hashlib
+import json
+import os
+import re
+import signal
+import subprocess
+import tarfile
+import time
+
+import pytest
+
+from support.tray import BUILD, eventually
+from support.updates import (ARCHIVE, FEED, Publisher, Updater, rewrite_information, sign,
+                             snapshot, write_archive)
+
+OLD = '#!/bin/sh\necho "zephyl-tray old"\n'
+NEW = '#!/bin/sh\necho "zephyl-tray new"\n'
+
+
+@pytest.fixture
+def publisher(world):
+    publisher = Publisher(world)
+    # What runs is of no interest here, and a script is packed faster than the tray.
+    tray = world.prefix / "bin" / "zephyl-tray"
+    tray.write_text(OLD)
+    publisher.install("1.0")
+    (world.prefix / "libexec" / "zephyl-tray" / "zephyl-tray-updater").write_text("")
+    yield publisher
+    publisher.close()
+
+
+@pytest.fixture
+def updater(world, publisher):
+    return Updater(world)
+
+
+@pytest.fixture
+def archive(publisher):
+    return publisher.pack(publisher.copy("2.0", program=NEW))
+
+
+def offer_of(updater):
+    return updater.check()["found"]["offer"]
+
+
+# What is found
+
+def test_a_newer_version_is_found_downloaded_and_installed(world, publisher, updater, archive):
+    publisher.publish(archive, change=lambda item: item.replace(
+        "<description></description>", "<description>Faster &amp; &lt;calmer&gt;</description>"))
+    found = updater.check()["found"]
+    offer = found["offer"]
+    assert "obstacle" not in found
+    assert (offer["version"], offer["displayVersion"]) == ("2.0", "2.0")
+    assert offer["releaseNotes"] == "Faster & <calmer>"
+    before = snapshot(world.prefix)
+    reports = updater.run("download", offer=offer)
+    assert reports[-1] == {"ready": "2.0"}
+    size = archive.stat().st_size
+    assert reports[-2] == {"progress": {"received": size, "total": size}}
+    assert snapshot(world.prefix) == before, "a download changes nothing of the installation"
+    assert updater.install("2.0") == {"installed": "2.0"}
+    assert (world.prefix / "bin" / "zephyl-tray").read_text() == NEW
+    assert snapshot(updater.directory / "previous") == before
+    assert updater.directory.stat().st_mode & 0o777 == 0o700
+    assert sorted(path.name for path in updater.directory.iterdir()) == [
+        "lock", "previous", "trial.json"]
+
+
+@pytest.mark.parametrize("version", ["1.0", "0.9", "1.0b3"])
+def test_the_same_or_a_lower_version_is_no_update(publisher, updater, version):
+    publisher.publish(publisher.pack(publisher.copy(version, program=NEW)))
+    assert updater.check() == {"upToDate": "1.0"}
+
+
+def test_each_of_two_keys_is_trusted_so_that_one_can_be_retired(world, publisher, updater, archive):
+    key, public = publisher.other_key()
+    for keys in (f"{publisher.public_key} {public}", [publisher.public_key, public]):
+        rewrite_information(world.prefix, SUPublicEDKey=keys)
+        for signer in (publisher.key, key):
+            publisher.publish(archive, key=signer)
+            assert updater.download(offer_of(updater)) == {"ready": "2.0"}
+    # A feed that both have signed is read by installations that know only one of them.
+    rewrite_information(world.prefix, SUPublicEDKey=public)
+    publisher.publish(archive, key=key, feed_keys=[publisher.key, key])
+    assert "found" in updater.check()
+
+
+def test_what_is_not_meant_for_this_installation_is_left_out(publisher, updater, archive):
+    item = sign("item", publisher.key, archive, publisher.server.url + ARCHIVE)
+    others = {
+        "another architecture": re.sub(r'architecture="\w+"', 'architecture="vax"', item),
+        "a newer system": item.replace(
+            "<title>", "<minimumSystemVersion>99.0</minimumSystemVersion><title>"),
+        "a channel": item.replace("<title>", "<channel>beta</channel><title>"),
+    }
+    for name, other in others.items():
+        publisher.publish_items(other)
+        assert updater.check() == {"upToDate": "1.0"}, name
+    publisher.publish_items(others["a channel"])
+    assert "found" in updater.check(channels=["beta"])
+    publisher.publish_items(item.replace(
+        "<title>", "<phasedRolloutInterval>3600</phasedRolloutInterval><title>"))
+    assert "found" in updater.check(rolloutGroup=0, userInitiated=False)
+    assert "found" in updater.check(rolloutGroup=3, userInitiated=True)
+    assert updater.check(rolloutGroup=3, userInitiated=False) == {"upToDate": "1.0"}
+    assert updater.check(skip=["2.0"]) == {"upToDate": "1.0"}
+
+
+# What is refused
+
+def refused_check(updater, reason, **values):
+    before = snapshot(updater.prefix.parent)
+    report = updater.check(**values)
+    assert reason in report.get("failed", ""), report
+    assert snapshot(updater.prefix.parent) == before
+
+
+def test_a_feed_without_a_good_signature_is_refused_unread(publisher, updater, archive):
+    publisher.publish(archive)
+    good = publisher.server.answers[FEED]
+    key, _ = publisher.other_key()
+    publisher.publish(archive, feed_keys=[key])
+    strange = publisher.server.answers[FEED]
+    for feed, reason in {
+            good.replace(b"2.0</version>", b"3.0</version>"): "signature is not good",
+            good.replace(b"signature: ", b"signature: A"): "signature is not good",
+            good[:good.rindex(b"<!--")]: "not signed",
+            good + b"<item/>\n": "not signed",
+            strange: "signature is not good",
+            b"": "not signed",
+            b"\x00\xff" * 1000: "not signed"}.items():
+        publisher.server.answers[FEED] = feed
+        refused_check(updater, reason)
+    publisher.server.answers[FEED] = good
+    assert "found" in updater.check()
+
+
+def test_a_feed_that_is_no_feed_is_refused(publisher, updater):
+    publisher.publish_items("</channel>")
+    refused_check(updater, "cannot be read")
+
+
+def test_a_feed_of_a_gigabyte_is_given_up(publisher, updater):
+    sent = []
+
+    def flood(handler):
+        handler.send_response(200)
+        handler.send_header("Content-Length", str(1 << 30))
+        handler.end_headers()
+        for _ in range(1 << 14):
+            handler.wfile.write(bytes(1 << 16))
+            sent.append(1 << 16)
+
+    publisher.server.answers[FEED] = flood
+    began = time.monotonic()
+    refused_check(updater, "more than it should")
+    assert time.monotonic() - began < 5
+    eventually(lambda: sum(sent) < 100e6)
+
+
+def test_a_server_that_stalls_is_given_up(publisher, updater, archive):
+    def stall(handler):
+        handler.send_response(200)
+        handler.send_header("Content-Length", "1000")
+        handler.end_headers()
+        handler.wfile.write(b"<rss>")
+        publisher.server.ending.wait(20)
+
+    publisher.server.answers[FEED] = stall
+    began = time.monotonic()
+    refused_check(updater, "took too long", stallSeconds=1)
+    assert time.monotonic() - began < 4
+
+
+@pytest.mark.parametrize("address", ["http://192.0.2.1/feed", "http://localhost.example/feed",
+                                     "ftp://127.0.0.1/feed", "file:///etc/passwd", "feed"])
+def test_only_https_and_loopback_are_asked(world, updater, address):
+    rewrite_information(world.prefix, SUFeedURL=address)
+    began = time.monotonic()
+    report = updater.check()
+    assert "https" in report["failed"] or "not an address" in report["failed"]
+    assert time.monotonic() - began < 2
+
+
+@pytest.mark.parametrize("address, reason", [("http://192.0.2.1/feed", "https alone"),
+                                             ("ftp://127.0.0.1/feed", "https alone"),
+                                             ("file:///etc/passwd", "not an address")])
+def test_a_redirect_leads_nowhere_else(publisher, updater, address, reason):
+    publisher.server.answers[FEED] = lambda handler: handler.reply(302, Location=address)
+    refused_check(updater, reason)
+
+
+def test_redirects_come_to_an_end(publisher, updater):
+    publisher.server.answers[FEED] = lambda handler: handler.reply(302, Location=FEED)
+    refused_check(updater, "without end")
+    assert len(publisher.server.requests) == 6
+
+
+def test_without_a_feed_or_a_key_nothing_is_contacted(world, publisher, updater, archive):
+    publisher.publish(archive)
+    for missing in ("SUPublicEDKey", "SUFeedURL"):
+        publisher.install()
+        rewrite_information(world.prefix, **{missing: None})
+        assert "names no feed" in updater.check()["failed"] or "key" in updater.check()["failed"]
+    assert publisher.server.requests == []
+
+
+def refused_download(updater, offer, reason, **values):
+    before = snapshot(updater.prefix)
+    report = updater.download(offer, **values)
+    assert reason in report.get("failed", ""), report
+    assert snapshot(updater.prefix) == before
+    left = [path.name for path in updater.directory.iterdir()] if updater.directory.exists() else []
+    assert left in ([], ["lock"]), left
+
+
+def flipped(contents, place):
+    return contents[:place] + bytes([contents[place] ^ 1]) + contents[place + 1:]
+
+
+def test_other_bytes_than_were_signed_are_refused(publisher, updater, archive):
+    publisher.publish(archive)
+    offer = offer_of(updater)
+    contents = archive.read_bytes()
+    key, _ = publisher.other_key()
+    attacks = {
+        "a changed byte": (flipped(contents, len(contents) // 2), "signature is not good"),
+        "longer": (contents + b"x", "more than it should"),
+        "much longer": (contents * 50, "more than it should"),
+        "shorter": (contents[:-1], "shorter"),
+        "nothing": (b"", "shorter"),
+        "cut off": (lambda handler: (handler.send_response(200),
+                                     handler.send_header("Content-Length", str(len(contents))),
+                                     handler.end_headers(),
+                                     handler.wfile.write(contents[:100])), "cannot be reached"),
+        "missing": (lambda handler: handler.reply(404), "status 404"),
+        "elsewhere": (lambda handler: handler.reply(302, Location="http://192.0.2.1/"),
+                      "https alone"),
+    }
+    for name, (answer, reason) in attacks.items():
+        publisher.server.answers[ARCHIVE] = answer
+        refused_download(updater, offer, reason)
+    publisher.server.answers[ARCHIVE] = contents
+    assert updater.download(offer) == {"ready": "2.0"}
+
+
+def test_an_item_that_is_not_enough_to_trust_is_refused(publisher, updater, archive):
+    key, _ = publisher.other_key()
+    publisher.publish(archive)
+    good = offer_of(updater)
+
+    publisher.publish(archive, key=key, feed_keys=[publisher.key])
+    refused_download(updater, offer_of(updater), "signature is not good")
+
+    for change, reason in [
+            (lambda item: re.sub(r'edSignature="[^"]*"', "", item), "not signed"),
+            (lambda item: re.sub(r'edSignature="[^"]*"', 'edSignature="QUJD"', item), "not one"),
+            (lambda item: re.sub(r'sha256="[^"]*"', "", item), "bytes"),
+            (lambda item: re.sub(r'length="[^"]*"', "", item), "how long"),
+            (lambda item: re.sub(r'length="[^"]*"', 'length="99999999999"', item), "too large"),
+            (lambda item: re.sub(r'url="http:[^"]*"', 'url="http://192.0.2.1/x"', item), "https")]:
+        publisher.publish(archive, change=change)
+        refused_check(updater, reason)
+
+    wrong_hash = {**good, "sha256": "0" * 64}
+    publisher.publish(archive)
+    refused_download(updater, wrong_hash, "not what the feed says")
+
+
+def test_a_lower_version_is_refused_whoever_asks(publisher, updater):
+    archive = publisher.pack(publisher.copy("0.9", program=NEW))
+    publisher.publish(archive)
+    item = publisher.server.answers[FEED].decode()
+    offer = {"version": "0.9", "displayVersion": "0.9", "url": publisher.server.url + ARCHIVE,
+             "length": archive.stat().st_size, "critical": False, "releaseNotes": "",
+             "sha256": re.search('sha256="(.*?)"', item)[1],
+             "signature": re.search('edSignature="(.*?)"', item)[1]}
+    refused_download(updater, offer, "not newer")
+    # Nor when the item claims that it is a higher one, nor the same with other bytes.
+    refused_download(updater, {**offer, "version": "2.0"}, "says it is version 0.9, not 2.0")
+    refused_download(updater, {**offer, "version": "1.0"}, "not newer")
+
+
+def link(target, kind=tarfile.SYMTYPE):
+    entry = tarfile.TarInfo()
+    entry.type = kind
+    entry.linkname = target
+    return entry
+
+
+def special(kind):
+    entry = tarfile.TarInfo()
+    entry.type = kind
+    entry.mode = 0o666
+    return entry
+
+
+TRICKS = {
+    "a parent directory": [("../zephyl-tray", b"x")],
+    "a parent directory within": [("bin/../../zephyl-tray", b"x")],
+    "an absolute path": [("/tmp/zephyl-tray-trick", b"x")],
+    "an absolute link": [("bin/zephyl-tray-link", link("/etc"))],
+    "a link that leads out": [("bin/zephyl-tray-link", link("../../etc"))],
+    "a link that leads out later": [("share/zephyl-tray/a", link("b/../../../../etc"))],
+    "a file through a link": [("share/zephyl-tray/here", link("../..")),
+                              ("share/zephyl-tray/here/zephyl-tray-file", b"x")],
+    "a file in place of a link": [("bin/zephyl-tray-link", link("zephyl-tray")),
+                                  ("bin/zephyl-tray-link", b"x")],
+    "a hard link": [("bin/zephyl-tray-link", link("bin/zephyl-tray", tarfile.LNKTYPE))],
+    "a device": [("bin/zephyl-tray-device", special(tarfile.CHRTYPE))],
+    "a pipe": [("bin/zephyl-tray-pipe", special(tarfile.FIFOTYPE))],
+    "a file of somebody else": [("bin/ls", b"x")],
+    "a control character": [("bin/zephyl-tray-\x1b[2J", b"x")],
+}
+
+
+@pytest.mark.parametrize("trick", TRICKS)
+def test_an_archive_cannot_reach_out(world, publisher, updater, trick):
+    """Signed with the right key, because a signature is no reason to unpack carelessly."""
+    information = (world.prefix / "share" / "zephyl-tray" / "Info.json").read_bytes()
+    entries = [("bin/zephyl-tray", NEW.encode()),
+               ("share/zephyl-tray/Info.json", information.replace(b"1.0", b"2.0"))]
+    archive = write_archive(publisher.directory / "trick.tar.gz", TRICKS[trick] + entries)
+    item = sign("item", publisher.key, archive, publisher.server.url + ARCHIVE)
+    publisher.publish_items(item)
+    publisher.server.answers[ARCHIVE] = archive.read_bytes()
+    outside = snapshot(world.root / "home"), os.path.exists("/tmp/zephyl-tray-trick")
+    refused_download(updater, offer_of(updater), "")
+    assert (snapshot(world.root / "home"), os.path.exists("/tmp/zephyl-tray-trick")) == outside
+
+
+def test_an_archive_without_tricks_is_taken(world, publisher, updater):
+    """So that the test above does not refuse everything."""
+    information = (world.prefix / "share" / "zephyl-tray" / "Info.json").read_bytes()
+    archive = write_archive(publisher.directory / "plain.tar.gz", [
+        ("./bin/zephyl-tray", NEW.encode()),
+        ("share/zephyl-tray/a/b", link("../../../bin/zephyl-tray")),
+        ("share/zephyl-tray/Info.json", information.replace(b"1.0", b"2.0"))])
+    publisher.publish(archive)
+    assert updater.download(offer_of(updater)) == {"ready": "2.0"}
+    assert (updater.directory / "staged/share/zephyl-tray/a/b").read_text() == NEW
+
+
+@pytest.mark.parametrize("contents", [b"\x1f", b"nothing", b"\x1f\x8b" + bytes(100)])
+def test_what_is_no_archive_is_refused(publisher, updater, archive, contents):
+    publisher.publish(archive)
+    fake = publisher.directory / "fake"
+    fake.write_bytes(contents)
+    signature = subprocess.run(["openssl", "pkeyutl", "-sign", "-inkey", publisher.key, "-rawin",
+                                "-in", fake], check=True, capture_output=True).stdout
+    publisher.server.answers[ARCHIVE] = contents
+    refused_download(updater, {**offer_of(updater), "length": len(contents),
+                               "sha256": hashlib.sha256(contents).hexdigest(),
+                               "signature": base64.b64encode(signature).decode()}, "damaged")
+
+
+# Installing
+
+def test_an_installation_that_is_not_the_users_is_only_told_about(world, publisher, updater,
+                                                                 archive):
+    publisher.publish(archive)
+    rewrite_information(world.prefix, ZephylUpdateCommand="apt upgrade zephyl-tray")
+    found = updater.check()["found"]
+    assert "Run: apt upgrade zephyl-tray" in found["obstacle"]
+    refused_download(updater, found["offer"], "package manager")
+    rewrite_information(world.prefix, ZephylUpdateCommand=None)
+    (world.prefix / "bin" / "ls").write_text("somebody else's")
+    found = updater.check()["found"]
+    assert "shares its folder with other files (bin/ls)" in found["obstacle"]
+    refused_download(updater, found["offer"], "shares its folder")
+
+
+def test_a_new_version_that_cannot_be_run_is_not_installed(world, publisher, updater):
+    publisher.publish(publisher.pack(publisher.copy("2.0", program="#!/bin/sh\nexit 1\n")))
+    assert updater.download(offer_of(updater)) == {"ready": "2.0"}
+    before = snapshot(world.prefix)
+    assert "does not work on this machine" in updater.install("2.0")["failed"]
+    assert snapshot(world.prefix) == before
+
+
+def test_only_one_at_a_time_works_on_an_installation(world, publisher, updater, archive):
+    publisher.publish(archive)
+    offer = offer_of(updater)
+    reached = []
+    publisher.server.answers[ARCHIVE] = lambda handler: (
+        reached.append(1), publisher.server.ending.wait(20))
+    first = updater.start({"download": {"offer": offer}})
+    try:
+        eventually(lambda: reached)
+        refused = updater.download(offer)
+        assert "under way already" in refused["failed"]
+        first.stdin.close()  # as when the user cancels, or the tray dies
+        first.wait(5)
+        assert b"Cancelled" in first.stdout.read()
+    finally:
+        first.kill()
+        first.wait()
+
+
+def version_at(prefix):
+    """Which version stands there, as its dictionary and its program say, which must agree."""
+    information = json.loads((prefix / "share" / "zephyl-tray" / "Info.json").read_text())
+    run = subprocess.run([prefix / "bin" / "zephyl-tray", "--version"], capture_output=True,
+                         text=True, check=True)
+    assert {"1.0": "zephyl-tray old\n", "2.0": "zephyl-tray new\n"}[
+        information["CFBundleShortVersionString"]] == run.stdout
+    return information["CFBundleShortVersionString"]
+
+
+def kill_after(updater, command, delay):
+    process = updater.start(command)
+    time.sleep(delay)  # when it is killed is the very thing that is tried out
+    process.kill()
+    process.wait()
+    for end in (process.stdin, process.stdout, process.stderr):
+        end.close()
+
+
+def test_a_kill_at_any_moment_leaves_a_version_that_starts(world, publisher, updater, archive):
+    publisher.publish(archive)
+    offer = offer_of(updater)
+    steps = 12
+    seen = set()
+    for name, command in {"download": {"download": {"offer": offer}},
+                          "install": {"install": {"version": "2.0"}}}.items():
+        began = time.monotonic()
+        if name == "install":
+            assert updater.download(offer) == {"ready": "2.0"}
+        duration = 0.06
+        for step in range(steps):
+            kill_after(updater, command, duration * step / steps)
+            seen.add(version_at(world.prefix))
+            if version_at(world.prefix) == "2.0":
+                break
+            if name == "install" and not (updater.directory / "staged").exists():
+                assert updater.download(offer) == {"ready": "2.0"}
+        assert time.monotonic() - began < 20
+    if version_at(world.prefix) == "1.0":
+        assert updater.download(offer) == {"ready": "2.0"}
+        assert updater.install("2.0") == {"installed": "2.0"}
+    assert version_at(world.prefix) == "2.0"
+    # And the way back, from wherever it was left.
+    watch = {"watch": {"process": 1 << 22, "arguments": ["--version"], "limitSeconds": 1}}
+    for step in range(steps):
+        kill_after(updater, watch, 0.03 * step / steps)
+        assert version_at(world.prefix) in ("1.0", "2.0")
+    updater.run("watch", process=1 << 22, arguments=["--version"], limitSeconds=1)
+    assert version_at(world.prefix) == "1.0"
+
+
+# The trial
+
+def installed(publisher, updater, archive):
+    publisher.publish(archive)
+    assert updater.download(offer_of(updater)) == {"ready": "2.0"}
+    assert updater.install("2.0") == {"installed": "2.0"}
+
+
+def test_a_version_that_reports_itself_up_stays(world, publisher, updater, archive):
+    installed(publisher, updater, archive)
+    running = subprocess.Popen(["sleep", "1000"])
+    try:
+        watch = updater.start({"watch": {"process": running.pid, "arguments": [],
+                                         "limitSeconds": 20}})
+        (updater.directory / "trial.json").unlink()
+        assert watch.wait(5) == 0
+        assert running.poll() is None and version_at(world.prefix) == "2.0"
+    finally:
+        running.kill()
+        running.wait()
+
+
+def test_a_version_that_hangs_is_ended_and_the_previous_one_runs_again(world, publisher, updater,
+                                                                      archive):
+    before = snapshot(world.prefix)
+    installed(publisher, updater, archive)
+    hanging = subprocess.Popen(["sleep", "1000"])
+    try:
+        watch = updater.start({"watch": {"process": hanging.pid, "arguments": ["--version"],
+                                         "limitSeconds": 1}})
+        assert hanging.wait(10) == -signal.SIGTERM
+        assert watch.wait(10) == 0
+        assert watch.stdout.read() == b"zephyl-tray old\n", "the previous version did not run"
+    finally:
+        hanging.kill()
+        hanging.wait()
+    assert snapshot(world.prefix) == before
+    note = json.loads((updater.directory / "failed.json").read_text())
+    assert note["version"] == "2.0" and not (updater.directory / "trial.json").exists()
+
+
+def test_the_lean_process_has_none_of_its_libraries():
+    def libraries(program):
+        return subprocess.run(["ldd", BUILD / program], capture_output=True, text=True,
+                              check=True).stdout
+    for name in ("libcurl", "libcrypto", "libssl", "libpugixml", "libz.so"):
+        assert name not in libraries("zephyl-tray")
+    assert "libcurl" in libraries("zephyl-tray-updater")
