@@ -14,7 +14,7 @@ namespace {
 
 using namespace std::chrono_literals;
 
-constexpr auto retryInterval = 5s;
+constexpr auto resolveInterval = 5s;
 
 }  // namespace
 
@@ -44,7 +44,7 @@ void Target::resolve() {
 
 boost::asio::awaitable<void> Target::keepResolving() {
   while (!resolved_) {
-    co_await pause(retryInterval);
+    co_await pause(resolveInterval);
     if (canResolve()) resolve();
   }
 }

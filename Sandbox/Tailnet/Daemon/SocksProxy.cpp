@@ -23,7 +23,7 @@ using asio::ip::tcp;
 using namespace std::chrono_literals;
 namespace {
 
-constexpr auto patience = 10s;
+constexpr auto handshakePatience = 10s;
 
 /// What a client asked for. Without a destination its kind of address was not understood.
 struct Request {
@@ -115,7 +115,7 @@ asio::awaitable<socks5::Reply> connect(const Request& request, beast::tcp_stream
     onRefusal(socks5::describe(*request.destination));
     co_return Reply::notAllowed;
   }
-  server.expires_after(patience);
+  server.expires_after(handshakePatience);
   const auto [error, endpoint] = co_await server.async_connect(endpoints, asTuple);
   co_return socks5::replyTo(error);
 }
@@ -124,7 +124,7 @@ asio::awaitable<socks5::Reply> connect(const Request& request, beast::tcp_stream
 
 asio::awaitable<void> serveSocks(tcp::socket socket, std::shared_ptr<const OnRefusal> onRefusal) {
   beast::tcp_stream client(std::move(socket));
-  client.expires_after(patience);
+  client.expires_after(handshakePatience);
   if (!co_await agreeOnMethod(client)) {
     co_await sayFarewell(client);
     co_return;
