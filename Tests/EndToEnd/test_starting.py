@@ -18,11 +18,12 @@ def test_it_tells_its_version_and_its_options(world):
     assert (answer.returncode, answer.stdout.split()[0], answer.stderr) == (0, "zephyl-tray", "")
     answer = run(world, "--help")
     assert answer.returncode == 0
-    for option in ("--desktop", "--headless", "--version", "--help"):
+    for option in ("--desktop", "--terminal", "--headless", "--version", "--help"):
         assert option in answer.stdout
 
 
-@pytest.mark.parametrize("arguments", [["--nonsense"], ["folder"], ["--desktop", "--headless"]])
+@pytest.mark.parametrize("arguments", [["--nonsense"], ["folder"], ["--desktop", "--headless"],
+                                       ["--terminal", "--headless"]])
 def test_a_wrong_command_line_is_refused_with_a_reason(world, arguments):
     answer = run(world, *arguments)
     assert answer.returncode == 2

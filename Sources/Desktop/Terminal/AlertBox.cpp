@@ -100,7 +100,10 @@ void AlertBox::draw(Canvas& canvas) {
   const Area box{(size.rows - rows) / 2, (size.columns - columns) / 2, rows, columns};
   const bool critical = alert_.style == Alert::Style::critical;
   canvas.hideCursor();
-  canvas.clear({box.row, box.column - 1, box.rows, box.columns + 2});
+  // Where only scraps would be left of what is behind, nothing is.
+  constexpr int scrap = 12;
+  const int margin = box.column < scrap ? box.column : 2;
+  canvas.clear({box.row, box.column - margin, box.rows, box.columns + 2 * margin + 1});
   canvas.frame(box, {.colour = critical ? CellStyle::Colour::red : CellStyle::Colour::normal,
                      .bold = critical});
   const Area inside{box.row + 1, box.column + 2, rows - 2, inner};

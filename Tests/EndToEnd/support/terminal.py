@@ -1,0 +1,156 @@
+"""A terminal of a test's own (tmux, on a socket of its own), to type into and to look at."""
+
+import re
+import shlex
+import subprocess
+import time
+
+from support.tray import command_name, descendants, eventually, is_alive
+
+
+class Terminal:
+    """Runs one program, then waits; `screen` is what a user would see."""
+
+    def __init__(self, world, *command, rows=24, columns=80, term="tmux-256color", **environment):
+        self._socket = world.root / "tmux"
+        self._seen = set()
+        variables = {**world.environment, "TERM": term, **environment}
+        assignments = [f"{name}={value}" for name, value in variables.items()]
+        program = shlex.join(["env", "-i", *assignments, *map(str, command)])
+        self._tmux("-f", "/dev/null", "new-session", "-d", "-x", str(columns), "-y", str(rows),
+                   "-c", str(world.root), f"{program}; echo \"[ended: $?]\"; exec sleep 1000")
+        self._tmux("set", "-s", "escape-time", "0", ";", "set", "-s", "set-clipboard", "on",
+                   ";", "set", "-g", "status", "off")
+        self.shell = int(self._tmux("display-message", "-p", "#{pane_pid}"))
+
+    def _tmux(self, *arguments):
+        answer = subprocess.run(["tmux", "-S", self._socket, *arguments], capture_output=True,
+                                text=True, timeout=10, env={"PATH": "/usr/bin:/bin", "LANG": "C.UTF-8"})
+        assert answer.returncode == 0, answer.stderr
+        return answer.stdout
+
+    @property
+    def pid(self):
+        """Of the program named zephyl-tray."""
+        def find():
+            self._seen.update(descendants(self.shell))
+            return next((pid for pid in self._seen
+                         if command_name(pid) == "zephyl-tray" and is_alive(pid)), None)
+        return eventually(find, what="a tray in the terminal")
+
+    def screen(self, attributes=False):
+        return self._tmux("capture-pane", "-p", *(["-e"] if attributes else []))
+
+    def press(self, *keys):
+        """By tmux's names: Up, Enter, Escape, C-l, and characters."""
+        self._tmux("send-keys", *keys)
+
+    def type(self, text):
+        self._tmux("send-keys", "-l", text)
+
+    def paste(self, text):
+        self._tmux("set-buffer", text)
+        self._tmux("paste-buffer", "-p")
+
+    def resize(self, columns, rows):
+        self._tmux("resize-window", "-x", str(columns), "-y", str(rows))
+
+    def click(self, text):
+        """Presses the mouse's first button on a text, as the terminal reports it."""
+        lines = self.see(text).split("\n")
+        row = next(index for index, line in enumerate(lines) if text in line)
+        self.type(f"\x1b[<0;{lines[row].index(text) + 1};{row + 1}M")
+
+    def clipboard(self):
+        return self._tmux("show-buffer")
+
+    def see(self, *texts, limit=10.0):
+        """Waits until all the texts are on the screen, and returns it."""
+        found = ""
+
+        def is_there():
+            nonlocal found
+            found = self.screen()
+            return all(text in found for text in texts)
+        try:
+            eventually(is_there, limit)
+        except AssertionError as error:
+            raise AssertionError(f"no {texts!r} in\n{found}") from error
+        return found
+
+    def miss(self, text, limit=10.0):
+        """Waits until a text is not on the screen any more."""
+        try:
+            eventually(lambda: text not in self.screen(), limit)
+        except AssertionError as error:
+            raise AssertionError(f"still {text!r} in\n{self.screen()}") from error
+
+    def choose(self, text):
+        """Goes to the row of the menu that begins with a text, and presses Enter there."""
+        self.go_to(text)
+        self.press("Enter")
+
+    def go_to(self, text):
+        self.see(text)
+        self.press("Home")
+        for _ in range(60):
+            if self._chosen().startswith(text):
+                return
+            before = self._chosen()
+            self.press("Down")
+            eventually(lambda before=before: self._chosen() != before, what=f"a row after {before!r}")
+        raise AssertionError(f"{text!r} cannot be chosen in\n{self.screen()}")
+
+    def _chosen(self):
+        """The row that Enter is about, without mark and dot."""
+        rows = [line for line in self.screen().split("\n") if line.startswith("›")]
+        return rows[0].lstrip("›").strip().removeprefix("● ") if rows else ""
+
+    def answer(self, button):
+        """Goes to a button of the box that is open, and presses Enter there."""
+        time.sleep(0.5)  # a box takes no answer in its first moment
+        for _ in range(10):
+            if self._marked_button() == button:
+                break
+            before = self._focus()
+            self.press("Tab")
+            eventually(lambda before=before: self._focus() != before, what="another button")
+        assert self._marked_button() == button
+        self.press("Enter")
+
+    def _focus(self):
+        """A text field has the cursor; the button that Enter means is marked."""
+        return self._tmux("display-message", "-p", "#{cursor_flag}"), self._marked_button()
+
+    def _marked_button(self):
+        found = re.search(r"\[›(.+?) \]", self.screen())
+        return found.group(1) if found else ""
+
+    def start_recording(self, path):
+        """Everything that is written to the terminal from now on goes to a file as well."""
+        self._tmux("pipe-pane", "-o", f"cat >> {shlex.quote(str(path))}")
+
+    def has_second_screen(self):
+        return self._tmux("display-message", "-p", "#{alternate_on}").strip() == "1"
+
+    def settings(self):
+        """What stty says of the terminal."""
+        device = self._tmux("display-message", "-p", "#{pane_tty}").strip()
+        return subprocess.run(["stty", "-a", "-F", device], capture_output=True, text=True,
+                              check=True, timeout=10).stdout.split()
+
+    def hang_up(self):
+        """Closes the terminal, as when a connection breaks."""
+        self._seen.update(descendants(self.shell))
+        self._tmux("kill-server")
+
+    def close(self):
+        """Ends the terminal and what ran in it."""
+        self._seen.update(descendants(self.shell))
+        subprocess.run(["tmux", "-S", self._socket, "kill-server"], capture_output=True, timeout=10,
+                       check=False)
+        trays = [pid for pid in self._seen if command_name(pid) == "zephyl-tray"]
+        for pid in trays:
+            subprocess.run(["kill", "-TERM", str(pid)], capture_output=True, check=False)
+        for pid in self._seen:
+            eventually(lambda pid=pid: not is_alive(pid), 15, what=f"the end of process {pid}")
