@@ -1,0 +1,268 @@
+#include "Updates/Installation.hpp"
+
+#include <set>
+
+#include <gtest/gtest.h>
+
+#include <fcntl.h>
+#include <sys/ptrace.h>
+#include <sys/stat.h>
+#include <sys/syscall.h>
+#include <sys/user.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include "Support/TemporaryDirectory.hpp"
+#include "System/Files.hpp"
+#include "Unit/Updates/TestArchive.hpp"
+
+namespace zephyl {
+namespace {
+
+using test::TestArchive;
+
+std::string information(const std::string& version) {
+  return R"({"CFBundleIdentifier": "com.zephyl.tray", "CFBundleShortVersionString": ")" + version +
+         R"(", "SUFeedURL": "https://a.example/", "SUPublicEDKey": "key"})";
+}
+
+std::string programOf(const std::string& version) {
+  return "#!/bin/sh\n# " + version + "\nexit 0\n";
+}
+
+std::string archiveOf(const std::string& version) {
+  return TestArchive()
+      .add("bin/zephyl-tray", programOf(version))
+      .add("share/zephyl-tray/Info.json", information(version))
+      .compressed();
+}
+
+class InstallationTest : public ::testing::Test {
+ protected:
+  InstallationTest() { install("1.0"); }
+
+  void install(const std::string& version) {
+    ASSERT_TRUE(removePath(directory_ / "opt"));
+    directory_.write("opt/zephyl/bin/zephyl-tray", programOf(version), true);
+    directory_.write("opt/zephyl/share/zephyl-tray/Info.json", information(version));
+  }
+
+  /// The version that stands at the prefix, whose two files must agree.
+  [[nodiscard]] std::string version() const {
+    const auto bundle = InstalledBundle::read(prefix_);
+    const auto program = readFile(prefix_ + "/bin/zephyl-tray");
+    if (!bundle || !program) return "nothing";
+    return *program == programOf(bundle->version) ? bundle->version : "a mixture";
+  }
+
+  Result<void> stage(const std::string& archive, const std::string& version) const {
+    auto installation = Installation::open(prefix_);
+    if (!installation) return installation.error();
+    return installation->stage(archive, version);
+  }
+  Result<void> swap(const std::string& version) const {
+    auto installation = Installation::open(prefix_);
+    if (!installation) return installation.error();
+    return installation->swap(version);
+  }
+  Result<void> goBack() const {
+    auto installation = Installation::open(prefix_);
+    if (!installation) return installation.error();
+    return installation->returnToPrevious();
+  }
+
+  const test::TemporaryDirectory directory_;
+  const std::string prefix_ = directory_ / "opt/zephyl";
+  const UpdateFiles files_ = UpdateFiles::of(prefix_);
+};
+
+TEST_F(InstallationTest, TakesTheNewVersionAndKeepsTheOldOne) {
+  ASSERT_TRUE(stage(archiveOf("2.0"), "2.0"));
+  EXPECT_EQ(version(), "1.0");
+  ASSERT_TRUE(swap("2.0"));
+  EXPECT_EQ(version(), "2.0");
+  EXPECT_EQ(InstalledBundle::read(files_.previous)->version, "1.0");
+  EXPECT_EQ(readNote(files_.trial)->version, "2.0");
+  EXPECT_FALSE(fileExists(files_.staged));
+}
+
+TEST_F(InstallationTest, ReturnsToThePreviousVersion) {
+  ASSERT_TRUE(stage(archiveOf("2.0"), "2.0"));
+  ASSERT_TRUE(swap("2.0"));
+  ASSERT_TRUE(goBack());
+  EXPECT_EQ(version(), "1.0");
+  EXPECT_EQ(readNote(files_.failed)->version, "2.0");
+  EXPECT_FALSE(fileExists(files_.trial));
+  EXPECT_FALSE(fileExists(files_.previous));
+  EXPECT_EQ(goBack().error().message, "No version is on trial.");
+  EXPECT_EQ(version(), "1.0");
+}
+
+TEST_F(InstallationTest, RefusesWhatIsNotTheUpdateThatWasPromised) {
+  const auto refusal = [&](const std::string& archive) {
+    const auto staged = stage(archive, "2.0");
+    return staged ? "" : staged.error().message;
+  };
+  EXPECT_EQ(refusal(archiveOf("2.1")), "The update says it is version 2.1, not 2.0.");
+  EXPECT_EQ(refusal(TestArchive().add("bin/zephyl-tray", "x").compressed()),
+            "The update does not say which version it is.");
+  EXPECT_EQ(
+      refusal(TestArchive().add("share/zephyl-tray/Info.json", information("2.0")).compressed()),
+      "The update holds no program.");
+  EXPECT_EQ(refusal(TestArchive()
+                        .add("bin/zephyl-tray", "", '2', "../share/zephyl-tray/Info.json")
+                        .add("share/zephyl-tray/Info.json", information("2.0"))
+                        .compressed()),
+            "The update holds no program.");
+  std::string other = information("2.0");
+  other.replace(other.find("com.zephyl"), 10, "com.others");
+  EXPECT_EQ(refusal(TestArchive()
+                        .add("bin/zephyl-tray", "x")
+                        .add("share/zephyl-tray/Info.json", other)
+                        .compressed()),
+            "The update is another program.");
+  std::string keyless = information("2.0");
+  keyless.replace(keyless.find("\"key\""), 5, "\"\"");
+  EXPECT_EQ(refusal(TestArchive()
+                        .add("bin/zephyl-tray", "x")
+                        .add("share/zephyl-tray/Info.json", keyless)
+                        .compressed()),
+            "The update could never be updated again: it names no feed or no key.");
+  EXPECT_EQ(stage(archiveOf("1.0"), "1.0").error().message,
+            "Version 1.0 is not newer than 1.0, which is installed.");
+  EXPECT_EQ(version(), "1.0");
+  EXPECT_FALSE(fileExists(files_.partial));
+  EXPECT_FALSE(fileExists(files_.staged));
+}
+
+TEST_F(InstallationTest, SwapsOnlyForANewerVersionThatStarts) {
+  EXPECT_TRUE(swap("2.0").has_error());
+  ASSERT_TRUE(stage(archiveOf("2.0"), "2.0"));
+  EXPECT_TRUE(swap("3.0").has_error());
+  // What was laid out before another way of updating came first.
+  install("2.5");
+  ASSERT_TRUE(createDirectories(files_.directory));
+  EXPECT_TRUE(swap("2.0").has_error());
+  EXPECT_EQ(version(), "2.5");
+  ASSERT_TRUE(stage(TestArchive()
+                        .add("bin/zephyl-tray", "#!/bin/sh\nexit 1\n")
+                        .add("share/zephyl-tray/Info.json", information("3.0"))
+                        .compressed(),
+                    "3.0"));
+  EXPECT_EQ(swap("3.0").error().message, "The new version does not work on this machine.");
+  EXPECT_EQ(version(), "2.5");
+}
+
+TEST_F(InstallationTest, UsesNoDirectoryThatAnotherHasPutThere) {
+  ASSERT_TRUE(createDirectories(directory_ / "elsewhere"));
+  ASSERT_EQ(::symlink((directory_ / "elsewhere").c_str(), files_.directory.c_str()), 0);
+  EXPECT_TRUE(Installation::open(prefix_).has_error());
+}
+
+TEST_F(InstallationTest, IsTheUsersOwnOrHasAnObstacle) {
+  EXPECT_EQ(Installation::obstacle(prefix_), std::nullopt);
+  directory_.write("opt/zephyl/share/zephyl-tray/anything", "");
+  EXPECT_EQ(Installation::obstacle(prefix_), std::nullopt);
+  const auto reasonAt = [](const std::string& prefix) {
+    return Installation::obstacle(prefix).value_or("");
+  };
+  EXPECT_NE(reasonAt("/usr").find("belongs to your package manager"), std::string::npos);
+  directory_.write("opt/zephyl/share/applications/other.desktop", "");
+  EXPECT_NE(reasonAt(prefix_).find("shares its folder with other files "
+                                   "(share/applications/other.desktop)"),
+            std::string::npos);
+}
+
+// A kill at every step
+
+/// System calls that change what there is. A kill before one that only flushes is the same as a
+/// kill before the next of these.
+bool changesAnything(unsigned long long number) {
+  static const std::set<unsigned long long> changing = {SYS_write,    SYS_mkdir,     SYS_mkdirat,
+                                                        SYS_rename,   SYS_renameat2, SYS_unlink,
+                                                        SYS_unlinkat, SYS_rmdir,     SYS_symlinkat};
+  return changing.contains(number);
+}
+
+/// Runs `work` in a process of its own that is killed before its `step`th change; whether it was.
+template <typename Work>
+bool runAndKillAt(int step, Work work) {
+  const pid_t child = ::fork();
+  if (child == 0) {
+    ::ptrace(PTRACE_TRACEME, 0, nullptr, nullptr);
+    ::raise(SIGSTOP);
+    work();
+    ::_exit(0);
+  }
+  int status = 0;
+  ::waitpid(child, &status, 0);
+  ::ptrace(PTRACE_SETOPTIONS, child, nullptr, PTRACE_O_TRACESYSGOOD | PTRACE_O_EXITKILL);
+  bool entering = true;
+  for (;;) {
+    ::ptrace(PTRACE_SYSCALL, child, nullptr, nullptr);
+    ::waitpid(child, &status, 0);
+    if (WIFEXITED(status) || WIFSIGNALED(status)) return false;
+    if (!WIFSTOPPED(status) || WSTOPSIG(status) != (SIGTRAP | 0x80)) continue;
+    if (std::exchange(entering, !entering)) {
+      user_regs_struct registers{};
+      ::ptrace(PTRACE_GETREGS, child, nullptr, &registers);
+      if (changesAnything(registers.orig_rax) && step-- == 0) {
+        ::kill(child, SIGKILL);
+        ::waitpid(child, &status, 0);
+        return true;
+      }
+    }
+  }
+}
+
+TEST_F(InstallationTest, SurvivesAKillAtEveryStepOfAnUpdate) {
+  const std::string archive = archiveOf("2.0");
+  int kills = 0;
+  bool stillOld = true;
+  for (bool killed = true; killed; ++kills) {
+    install("1.0");
+    ASSERT_TRUE(removePath(files_.directory));
+    killed = runAndKillAt(kills, [&] {
+      if (stage(archive, "2.0")) static_cast<void>(swap("2.0"));
+    });
+    const std::string standing = version();
+    ASSERT_TRUE(standing == "1.0" || standing == "2.0") << standing << " after step " << kills;
+    stillOld = standing == "1.0";
+    // From wherever it was left, an update goes on, and so does the way back.
+    if (stillOld) {
+      ASSERT_TRUE(stage(archive, "2.0")) << "after step " << kills;
+      ASSERT_TRUE(swap("2.0")) << "after step " << kills;
+    }
+    ASSERT_EQ(version(), "2.0");
+    const auto returned = goBack();
+    ASSERT_TRUE(returned) << returned.error().message << " after step " << kills;
+    ASSERT_EQ(version(), "1.0") << "after step " << kills;
+  }
+  EXPECT_FALSE(stillOld) << "the last run was not killed";
+  EXPECT_GT(kills, 15);
+}
+
+TEST_F(InstallationTest, SurvivesAKillAtEveryStepOfTheWayBack) {
+  const std::string archive = archiveOf("2.0");
+  int kills = 0;
+  for (bool killed = true; killed; ++kills) {
+    install("1.0");
+    ASSERT_TRUE(removePath(files_.directory));
+    ASSERT_TRUE(stage(archive, "2.0"));
+    ASSERT_TRUE(swap("2.0"));
+    killed = runAndKillAt(kills, [&] { static_cast<void>(goBack()); });
+    const std::string standing = version();
+    ASSERT_TRUE(standing == "1.0" || standing == "2.0") << standing << " after step " << kills;
+    if (standing == "2.0") {
+      ASSERT_TRUE(goBack()) << "after step " << kills;
+    }
+    ASSERT_EQ(version(), "1.0") << "after step " << kills;
+    ASSERT_TRUE(stage(archive, "2.0")) << "after step " << kills;
+    ASSERT_TRUE(swap("2.0")) << "after step " << kills;
+    ASSERT_EQ(version(), "2.0") << "after step " << kills;
+  }
+  EXPECT_GT(kills, 8);
+}
+
+}  // namespace
+}  // namespace zephyl

@@ -1,0 +1,119 @@
+#include "Updates/Selection.hpp"
+
+#include <gtest/gtest.h>
+
+namespace zephyl {
+namespace {
+
+using namespace std::chrono_literals;
+
+const std::string signature = std::string(86, 'A') + "==";  // 64 bytes
+
+class SelectionTest : public ::testing::Test {
+ protected:
+  static AppcastItem item(const std::string& version) {
+    return {.version = version,
+            .shortVersionString = version + ".0",
+            .enclosures = {{.url = "https://a.example/" + version,
+                            .architecture = "x86_64",
+                            .sha256 = std::string(64, 'a'),
+                            .signature = signature,
+                            .length = 10}}};
+  }
+  /// The version that is chosen; empty: none.
+  [[nodiscard]] std::string chosen(const std::vector<AppcastItem>& items) const {
+    const auto offer = chooseUpdate(items, asker_);
+    EXPECT_TRUE(offer) << offer.error().message;
+    return offer && *offer ? (*offer)->version : "";
+  }
+  [[nodiscard]] std::string refusal(const AppcastItem& bad) const {
+    const auto offer = chooseUpdate({bad}, asker_);
+    return offer ? "" : offer.error().message;
+  }
+
+  Asker asker_{.installedVersion = "5",
+               .architecture = "x86_64",
+               .systemVersion = "2.36",
+               .rolloutGroup = 3,
+               .now = std::chrono::sys_seconds(1'000'000s)};
+};
+
+TEST_F(SelectionTest, TakesTheHighestNewerVersion) {
+  EXPECT_EQ(chosen({}), "");
+  EXPECT_EQ(chosen({item("4"), item("5"), item("5.0")}), "");
+  EXPECT_EQ(chosen({item("6"), item("7"), item("6.5")}), "7");
+  const auto offer = chooseUpdate({item("6")}, asker_);
+  EXPECT_EQ((*offer)->displayVersion, "6.0");
+  EXPECT_EQ((*offer)->url, "https://a.example/6");
+}
+
+TEST_F(SelectionTest, LeavesOutWhatIsNotMeantForThisSystem) {
+  auto other = item("6");
+  other.enclosures[0].architecture = "aarch64";
+  auto newer = item("7");
+  newer.minimumSystemVersion = "2.37";
+  auto nameless = item("8");
+  nameless.version = "../8";
+  auto fitting = item("5.5");
+  fitting.minimumSystemVersion = "2.36";
+  EXPECT_EQ(chosen({other, newer, nameless, fitting}), "5.5");
+}
+
+TEST_F(SelectionTest, OffersAChannelToThoseWhoAskForIt) {
+  auto beta = item("6");
+  beta.channel = "beta";
+  EXPECT_EQ(chosen({beta}), "");
+  asker_.channels = {"alpha", "beta"};
+  EXPECT_EQ(chosen({beta}), "6");
+}
+
+TEST_F(SelectionTest, OffersNoVersionThatIsNotWanted) {
+  asker_.skip = {"7"};
+  EXPECT_EQ(chosen({item("6"), item("7")}), "6");
+}
+
+TEST_F(SelectionTest, ReachesOneGroupAfterTheOtherInAPhasedRollOut) {
+  auto phased = item("6");
+  phased.phasedRolloutInterval = 100s;
+  phased.published = asker_.now - 299s;
+  EXPECT_EQ(chosen({phased}), "");
+  phased.published = asker_.now - 300s;
+  EXPECT_EQ(chosen({phased}), "6");
+  phased.published = asker_.now + 1s;
+  asker_.rolloutGroup = 0;
+  EXPECT_EQ(chosen({phased}), "");
+  asker_.userInitiated = true;
+  EXPECT_EQ(chosen({phased}), "6");
+  asker_.userInitiated = false;
+  phased.critical = true;
+  EXPECT_EQ(chosen({phased}), "6");
+}
+
+TEST_F(SelectionTest, RefusesTheChosenOneWhenItCannotBeTrusted) {
+  auto bad = item("6");
+  bad.enclosures[0].signature.clear();
+  EXPECT_EQ(refusal(bad), "The update is not signed.");
+  bad.enclosures[0].signature = "QUJD";
+  EXPECT_EQ(refusal(bad), "The update's signature is not one.");
+  bad = item("6");
+  bad.enclosures[0].sha256 = "abc";
+  EXPECT_EQ(refusal(bad), "The feed does not say what the update's bytes are.");
+  bad = item("6");
+  bad.enclosures[0].length = 0;
+  EXPECT_EQ(refusal(bad), "The feed does not say how long the update is.");
+  bad.enclosures[0].length = std::int64_t{1} << 40;
+  EXPECT_EQ(refusal(bad), "The update is too large.");
+  bad = item("6");
+  bad.enclosures[0].url = "http://a.example/6";
+  EXPECT_EQ(refusal(bad), "Updates are fetched over https alone, not from http://a.example/6.");
+}
+
+TEST_F(SelectionTest, ShowsWhatIsHiddenInReleaseNotes) {
+  auto noted = item("6");
+  noted.description = "one\ntwo\x1b[2J";
+  const auto offer = chooseUpdate({noted}, asker_);
+  EXPECT_EQ((*offer)->releaseNotes, "one\ntwo␛[2J");
+}
+
+}  // namespace
+}  // namespace zephyl
