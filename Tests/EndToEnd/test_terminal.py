@@ -11,6 +11,7 @@ import urllib.request
 
 import pytest
 
+from support.memory import copies_in_memory
 from support.terminal import Terminal
 from support.tray import SANDBOX, command_name, descendants, eventually, is_alive
 
@@ -271,10 +272,13 @@ def test_an_invite_key_is_asked_for_where_there_is_no_window(world, open_termina
     terminal.answer("OK")
     terminal.choose("Join the Zephyl tailnet…")
     terminal.see("› inv_v2_…")
-    terminal.paste("inv_v2_0123456789abcdef0123456789abcdef_anything\n")
-    terminal.see("_anything")
+    secret = "pasted-into-a-terminal"
+    terminal.paste(f"inv_v2_0123456789abcdef0123456789abcdef_{secret}\n")
+    terminal.see(secret)
+    assert copies_in_memory(terminal.pid, secret) > 0, "the search finds nothing at all"
     terminal.answer("Join")
     terminal.see("1 of 1 server connected", limit=20)
+    eventually(lambda: copies_in_memory(terminal.pid, secret) == 0, what="a key that is forgotten")
 
 
 def test_a_folder_is_chosen_by_its_path(sandbox, open_terminal):

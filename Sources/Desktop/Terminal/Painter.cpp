@@ -2,6 +2,8 @@
 
 #include <algorithm>
 
+#include "System/Secret.hpp"
+
 namespace zephyl {
 
 std::string Painter::paint(const Canvas& canvas) {
@@ -17,10 +19,10 @@ std::string Painter::paint(const Canvas& canvas) {
     shown_ = Canvas(canvas.size(), canvas.look());
   }
   for (int row = 0; row < canvas.size().rows; ++row) paintRow(canvas, row, bytes);
-  if (style_ && *style_ != CellStyle{}) bytes += type_.style({});
+  if (style_ && *style_ != CellStyle{}) append(bytes, type_.style({}));
   if (const auto cursor = canvas.cursor()) {
     moveTo(*cursor, bytes);
-    bytes += type_.showCursor();
+    append(bytes, type_.showCursor());
   }
   shown_ = canvas;
   return bytes;
@@ -51,10 +53,10 @@ void Painter::paintCell(const Canvas& canvas, CursorPosition place, std::string&
   if (cell.width == 0) return;  // its first half shows it
   moveTo(place, bytes);
   if (style_ != cell.style) {
-    bytes += type_.style(cell.style);
+    append(bytes, type_.style(cell.style));
     style_ = cell.style;
   }
-  bytes += cell.text();
+  append(bytes, cell.text());
   position_ = CursorPosition{place.row, place.column + 1};
   // Terminals do not agree on the width of all characters, nor on where the cursor is at the end
   // of a row.
@@ -64,7 +66,7 @@ void Painter::paintCell(const Canvas& canvas, CursorPosition place, std::string&
 
 void Painter::moveTo(CursorPosition place, std::string& bytes) {
   if (position_ == place) return;
-  bytes += type_.moveTo(place.row, place.column);
+  append(bytes, type_.moveTo(place.row, place.column));
   position_ = place;
 }
 

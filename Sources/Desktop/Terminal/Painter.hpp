@@ -9,7 +9,8 @@
 namespace zephyl {
 
 /// Says what to write to a terminal so that it shows a canvas, given what it shows already. Pure
-/// but for remembering that.
+/// but for remembering that. What is shown may be a secret that the user types: what it returns is
+/// the only copy.
 class Painter {
  public:
   explicit Painter(const TerminalType& type) : type_(type) {}

@@ -166,7 +166,9 @@ void TerminalScreen::draw() {
   boxes_.draw(canvas);
   if ((logBox_ || boxes_.hasLog()) && !boxes_.hasAlert()) drawNoticeOverLog(canvas);
   std::string bytes = std::exchange(unsent_, {});
-  append(bytes, painter_.paint(canvas));
+  std::string painted = painter_.paint(canvas);
+  append(bytes, painted);
+  wipe(painted);
   if (!bytes.empty()) services_.output.write(bytes);
   wipe(bytes);
   scheduleFading();
