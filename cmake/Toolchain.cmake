@@ -26,6 +26,10 @@ if(ZEPHYL_WERROR)
   add_compile_options(-Werror)
 endif()
 
+# All functions are found at the start: who looks them up later leaves the processor's registers,
+# and with them pieces of secrets, on the stack.
+add_link_options(-Wl,-z,now)
+
 if(ZEPHYL_FUZZ)
   add_compile_options(-fsanitize=fuzzer-no-link)
   if(NOT ZEPHYL_SANITIZE)

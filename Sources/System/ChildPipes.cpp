@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <cstring>
 #include <utility>
 
 #include <boost/asio/post.hpp>
@@ -138,6 +139,7 @@ std::size_t OutputPipe::read() {
   }
   const auto size = static_cast<std::size_t>(count);
   deliver(lines_.append({buffer.data(), size}));
+  ::explicit_bzero(buffer.data(), size);  // some of it may be secret
   return size;
 }
 

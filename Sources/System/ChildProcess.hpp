@@ -12,6 +12,7 @@
 #include "System/Environment.hpp"
 #include "System/LineReader.hpp"
 #include "System/Result.hpp"
+#include "System/Secret.hpp"
 
 namespace zephyl {
 
@@ -38,6 +39,10 @@ class OutputLines {
   OutputLines& operator=(const OutputLines&) = delete;
 
   [[nodiscard]] const std::vector<std::string>& lines() const { return lines_; }
+  /// Overwrites the lines, which may have held a secret.
+  void wipe() {
+    for (auto& line : lines_) zephyl::wipe(line);
+  }
 
  private:
   std::vector<std::string> lines_;

@@ -1,14 +1,40 @@
 #include "System/JSON.hpp"
 
 #include <algorithm>
+#include <array>
 #include <cmath>
+#include <cstring>
+#include <new>
 
-#include <boost/json/parse.hpp>
+#include <boost/json/memory_resource.hpp>
+#include <boost/json/parser.hpp>
 #include <boost/json/serialize.hpp>
 
 namespace zephyl::json {
 
 namespace {
+
+constexpr std::size_t parserBufferBytes = 4096;
+
+/// Overwrites what it takes back: what was parsed may have held a secret.
+class WipingMemory final : public boost::json::memory_resource {
+  void* do_allocate(std::size_t size, std::size_t) override {  // NOLINT(*-naming)
+    return ::operator new(size);
+  }
+  void do_deallocate(void* memory, std::size_t size, std::size_t) override {  // NOLINT(*-naming)
+    ::explicit_bzero(memory, size);
+    ::operator delete(memory);
+  }
+  bool do_is_equal(const memory_resource& other) const noexcept override {  // NOLINT(*-naming)
+    return this == &other;
+  }
+};
+
+/// Values outlive whoever parsed them, and may be freed at the very end.
+boost::json::storage_ptr wipingMemory() {
+  static WipingMemory memory;
+  return &memory;
+}
 
 void writePretty(const Value& value, std::size_t indent, std::string& out);
 
@@ -62,9 +88,17 @@ void writePretty(const Value& value, std::size_t indent, std::string& out) {
 Result<Value> parse(std::string_view text) {
   boost::json::parse_options options;
   options.max_depth = maxDepth;
+  std::array<unsigned char, parserBufferBytes> buffer;
   boost::system::error_code code;
-  Value value = boost::json::parse(text, code, {}, options);
-  if (code) return Error{"not valid JSON: ", code.message()};
+  const auto parsed = [&]() -> Result<Value> {
+    boost::json::parser parser(wipingMemory(), options, buffer.data(), buffer.size());
+    parser.reset(wipingMemory());
+    parser.write(text, code);
+    if (code) return Error{"not valid JSON: ", code.message()};
+    return parser.release();
+  };
+  Result<Value> value = parsed();
+  ::explicit_bzero(buffer.data(), buffer.size());
   return value;
 }
 

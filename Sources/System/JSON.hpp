@@ -46,6 +46,7 @@ using Object = boost::json::object;
 /// Deeper nesting is refused.
 inline constexpr std::size_t maxDepth = 512;
 
+/// What it allocates is overwritten when it is freed.
 Result<Value> parse(std::string_view text);
 
 /// One line without spaces.

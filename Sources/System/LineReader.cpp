@@ -1,5 +1,6 @@
 #include "System/LineReader.hpp"
 
+#include "System/Secret.hpp"
 #include "System/Text.hpp"
 
 namespace zephyl {
@@ -20,7 +21,7 @@ std::vector<std::string> LineReader::append(std::string_view bytes) {
   std::vector<std::string> lines;
   for (auto end = bytes.find('\n'); end != std::string_view::npos; end = bytes.find('\n')) {
     add(lines, withoutCarriageReturn(join(bytes.substr(0, end))));
-    partial_.clear();
+    wipe(partial_);
     bytes.remove_prefix(end + 1);
   }
   keep(bytes);
@@ -30,7 +31,7 @@ std::vector<std::string> LineReader::append(std::string_view bytes) {
 std::vector<std::string> LineReader::finish() {
   std::vector<std::string> lines;
   add(lines, partial_);
-  partial_.clear();
+  wipe(partial_);
   return lines;
 }
 
@@ -42,7 +43,7 @@ std::string_view LineReader::join(std::string_view piece) {
 
 void LineReader::keep(std::string_view piece) {
   // A line is known to be too long, whether or not a CR ends it, with two bytes beyond the limit.
-  partial_.append(piece.substr(0, limit_ + 2 - partial_.size()));
+  zephyl::append(partial_, piece.substr(0, limit_ + 2 - partial_.size()));
 }
 
 void LineReader::add(std::vector<std::string>& lines, std::string_view line) const {

@@ -9,7 +9,7 @@ namespace zephyl {
 /// Joins what arrives in pieces into whole lines, at a bounded cost: a line is cut at
 /// a limit (at the boundary of a character) and its rest dropped; a line that is not valid
 /// UTF-8 is dropped whole; empty lines are dropped. A line ends with LF; a CR before it is part
-/// of the end.
+/// of the end. It leaves no copy of what it has given out.
 class LineReader {
  public:
   static constexpr std::size_t maxLineBytes = 4096;  ///< unless another limit is given

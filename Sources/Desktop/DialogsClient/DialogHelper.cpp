@@ -15,6 +15,7 @@ namespace zephyl {
 namespace {
 
 using Step = DialogRun::Step;
+using MaybeStep = std::optional<Step>;
 
 /// Takes its window along when it goes.
 class RunHandle final : public Dialog {
@@ -78,14 +79,12 @@ LogWindowEvent eventOf(DialogReport::LogEvent event) {
 Dialogs::Handle DialogHelper::presentAlert(const Alert& alert,
                                            std::function<void(std::optional<AlertAnswer>)> done) {
   DialogRun::Owner owner;
-  owner.interpret = [done, count = alert.buttons.size()](DialogReport& report) {
-    std::optional<Step> step;
-    if (!report.answer) return step;
+  owner.interpret = [done, count = alert.buttons.size()](DialogReport& report) -> MaybeStep {
+    if (!report.answer) return std::nullopt;
     const auto button = static_cast<std::size_t>(report.answer->button);
-    if (button >= count) return step;
-    return step = Step{true, [done, answer = AlertAnswer{button, std::move(report.answer->text)}] {
-                         done(answer);
-                       }};
+    if (button >= count) return std::nullopt;
+    AlertAnswer answer{button, std::move(report.answer->text)};
+    return Step{true, [done, answer = std::move(answer)]() mutable { done(std::move(answer)); }};
   };
   owner.failed = [done, safe = alert.safeButton](bool wasShown) {
     done(wasShown ? std::optional(AlertAnswer{.button = safe}) : std::nullopt);
@@ -97,12 +96,11 @@ Dialogs::Handle DialogHelper::presentAlert(const Alert& alert,
 Dialogs::Handle DialogHelper::chooseFolder(
     const FolderRequest& request, std::function<void(Result<std::optional<std::string>>)> done) {
   DialogRun::Owner owner;
-  owner.interpret = [done](DialogReport& report) {
-    std::optional<Step> step;
-    if (!report.folder) return step;
-    return step = Step{true, [done, folder = std::move(*report.folder)] {
-                         done(folder.empty() ? std::nullopt : std::optional(folder));
-                       }};
+  owner.interpret = [done](DialogReport& report) -> MaybeStep {
+    if (!report.folder) return std::nullopt;
+    return Step{true, [done, folder = std::move(*report.folder)] {
+                  done(folder.empty() ? std::nullopt : std::optional(folder));
+                }};
   };
   owner.failed = [done](bool wasShown) {
     if (wasShown) return done(std::optional<std::string>());
@@ -116,11 +114,10 @@ Dialogs::Handle DialogHelper::chooseFolder(
 Dialogs::Handle DialogHelper::presentLogWindow(const LogWindow& window,
                                                std::function<void(LogWindowEvent)> tell) {
   DialogRun::Owner owner;
-  owner.interpret = [tell](DialogReport& report) {
-    std::optional<Step> step;
-    if (!report.logEvent) return step;
+  owner.interpret = [tell](DialogReport& report) -> MaybeStep {
+    if (!report.logEvent) return std::nullopt;
     const auto event = eventOf(*report.logEvent);
-    return step = Step{event == LogWindowEvent::closed, [tell, event] { tell(event); }};
+    return Step{event == LogWindowEvent::closed, [tell, event] { tell(event); }};
   };
   owner.failed = [tell, window](bool wasShown) {
     if (!wasShown) logInsteadOfWindow(window);

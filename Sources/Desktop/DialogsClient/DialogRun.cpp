@@ -51,8 +51,12 @@ ProcessOptions DialogRun::options(const std::string& program) {
   options.maxLineBytes = maxReportBytes;
   options.onOutput = [&loop = mainLoop_, weak = weak_from_this()](OutputLines lines) {
     auto held = std::make_shared<OutputLines>(std::move(lines));  // not read from meanwhile
-    later(loop, weak, [held](DialogRun& run) {
-      for (const auto& line : held->lines()) run.takeLine(line);
+    loop.async([weak, held] {
+      const auto run = weak.lock();
+      for (const auto& line : held->lines()) {
+        if (run) run->takeLine(line);
+      }
+      held->wipe();  // somebody may have typed a secret
     });
   };
   options.onErrorOutput = [left = maxErrorLines](const OutputLines& lines) mutable {
