@@ -1,0 +1,32 @@
+#include <cstdint>
+#include <cstdlib>
+
+#include "System/Text.hpp"
+#include "Updates/Appcast.hpp"
+#include "Updates/Selection.hpp"
+#include "Updates/Signature.hpp"
+#include "Updates/Version.hpp"
+
+/// Any bytes as a feed: nothing crashes, none is taken for signed, and what is offered is newer
+/// than what is installed and comes from where it may.
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  using namespace zephyl;
+  const std::string_view feed(reinterpret_cast<const char*>(data), size);
+  static const auto keys = TrustedKeys::parse({"11qYAYKxCrfVS/7TyWQHOg7hcvPapiMlrwIaaPcHURo="});
+  if (verifiedFeed(feed, *keys)) std::abort();
+
+  const auto items = parseAppcast(feed);
+  if (!items) return 0;
+  const Asker asker{.installedVersion = "1.0",
+                    .architecture = "x86_64",
+                    .systemVersion = "2.36",
+                    .channels = {"beta"},
+                    .userInitiated = true};
+  const auto offer = chooseUpdate(*items, asker);
+  if (!offer || !*offer) return 0;
+  const bool sound = compareVersions((*offer)->version, "1.0") > 0 && (*offer)->length > 0 &&
+                     lowerCased((*offer)->url).starts_with("http");
+  if (!sound || !isValidUTF8((*offer)->releaseNotes)) std::abort();
+  return 0;
+}
