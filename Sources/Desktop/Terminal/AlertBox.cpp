@@ -87,40 +87,55 @@ std::vector<Area> AlertBox::placeButtons(int columns) const {
   return places;
 }
 
-void AlertBox::draw(Canvas& canvas) {
-  const auto size = canvas.size();
+AlertBox::Layout AlertBox::layOut(ScreenSize size) {
   const int columns = std::min(size.columns - (size.columns > 30 ? 4 : 0), widest);
   const int inner = columns - 4;
-  const auto message = displayText::wrapped(alert_.messageText, inner);
-  const auto buttons = placeButtons(inner);
-  const int buttonRows = buttons.empty() ? 0 : buttons.back().row + 1;
-  const int fixed = static_cast<int>(message.size()) + buttonRows + (alert_.textField ? 2 : 0) + 4;
-  const int textRows = std::min(text_.rowsAt(inner - 1), std::max(size.rows - fixed, 1));
-  const int rows = std::min(fixed + textRows, size.rows);
-  const Area box{(size.rows - rows) / 2, (size.columns - columns) / 2, rows, columns};
-  const bool critical = alert_.style == Alert::Style::critical;
-  canvas.hideCursor();
+  Layout layout{.message = displayText::wrapped(alert_.messageText, inner),
+                .buttons = placeButtons(inner)};
+  layout.buttonRows = layout.buttons.empty() ? 0 : layout.buttons.back().row + 1;
+  const int lines = text_.rowsAt(inner - 1);
+  const int needed =
+      2 + static_cast<int>(layout.message.size()) + layout.buttonRows + (alert_.textField ? 2 : 0);
+  // Where it is narrow, the text matters more than the room around it.
+  layout.gap = needed + std::min(lines, 3) + 2 <= size.rows ? 1 : 0;
+  layout.textRows = std::min(lines, std::max(size.rows - needed - 2 * layout.gap, 1));
+  const int rows = std::min(needed + layout.textRows + 2 * layout.gap, size.rows);
+  layout.box = {(size.rows - rows) / 2, (size.columns - columns) / 2, rows, columns};
+  return layout;
+}
+
+void AlertBox::draw(Canvas& canvas) {
+  const auto layout = layOut(canvas.size());
+  drawFrame(canvas, layout.box);
+  const Area inside{layout.box.row + 1, layout.box.column + 2, layout.box.rows - 2,
+                    layout.box.columns - 4};
+  int row = inside.row;
+  for (const auto& line : layout.message) canvas.put(row++, inside.column, line, {.bold = true});
+  text_.draw(canvas, {row + layout.gap, inside.column, layout.textRows, inside.columns});
+  row += layout.textRows + 2 * layout.gap;
+  if (alert_.textField) drawField(canvas, inside, row);
+  drawButtons(canvas,
+              {inside.row + inside.rows - layout.buttonRows, inside.column, layout.buttonRows,
+               inside.columns},
+              layout.buttons);
+}
+
+void AlertBox::drawFrame(Canvas& canvas, const Area& box) const {
   // Where only scraps would be left of what is behind, nothing is.
   constexpr int scrap = 12;
   const int margin = box.column < scrap ? box.column : 2;
+  const bool critical = alert_.style == Alert::Style::critical;
+  canvas.hideCursor();
   canvas.clear({box.row, box.column - margin, box.rows, box.columns + 2 * margin + 1});
   canvas.frame(box, {.colour = critical ? CellStyle::Colour::red : CellStyle::Colour::normal,
                      .bold = critical});
-  const Area inside{box.row + 1, box.column + 2, rows - 2, inner};
-  int row = inside.row;
-  for (const auto& line : message) canvas.put(row++, inside.column, line, {.bold = true});
-  text_.draw(canvas, {row + 1, inside.column, textRows, inner});
-  row += 1 + textRows;
-  if (alert_.textField) drawField(canvas, inside, row);
-  drawButtons(canvas, {inside.row + inside.rows - buttonRows, inside.column, buttonRows, inner},
-              buttons);
 }
 
 void AlertBox::drawField(Canvas& canvas, const Area& inside, int row) const {
   const int right = inside.column + inside.columns - 1;
-  canvas.put(row + 1, inside.column, canvas.symbols().chosen, {.bold = fieldHasFocus()});
-  canvas.rule(row + 2, inside.column, inside.columns, {.dim = true});
-  field_.draw(canvas, {row + 1, inside.column + 2, 1, right - inside.column - 2}, fieldHasFocus());
+  canvas.put(row, inside.column, canvas.symbols().chosen, {.bold = fieldHasFocus()});
+  canvas.rule(row + 1, inside.column, inside.columns, {.dim = true});
+  field_.draw(canvas, {row, inside.column + 2, 1, right - inside.column - 2}, fieldHasFocus());
 }
 
 void AlertBox::drawButtons(Canvas& canvas, const Area& inside, const std::vector<Area>& places) {

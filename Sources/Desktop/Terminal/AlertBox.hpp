@@ -29,6 +29,15 @@ class AlertBox {
   void draw(Canvas& canvas);
 
  private:
+  struct Layout {
+    std::vector<std::string> message;
+    std::vector<Area> buttons;  // relative to their own place
+    int buttonRows = 0;
+    int gap = 0;  // rows around the text
+    int textRows = 0;
+    Area box;
+  };
+
   [[nodiscard]] bool fieldHasFocus() const { return focus_ == alert_.buttons.size(); }
   [[nodiscard]] std::size_t stops() const {
     return alert_.buttons.size() + (alert_.textField ? 1 : 0);
@@ -37,6 +46,8 @@ class AlertBox {
   [[nodiscard]] std::optional<AlertAnswer> handlePress(const Key& key, bool mayAnswer);
   void moveFocus(bool forwards);
   [[nodiscard]] std::vector<Area> placeButtons(int columns) const;
+  [[nodiscard]] Layout layOut(ScreenSize size);
+  void drawFrame(Canvas& canvas, const Area& box) const;
   void drawButtons(Canvas& canvas, const Area& inside, const std::vector<Area>& places);
   void drawField(Canvas& canvas, const Area& inside, int row) const;
 

@@ -19,7 +19,7 @@ constexpr std::string_view endOfPaste = "\x1b[201~";
 /// Longer ones are no keys.
 constexpr std::size_t longestSequence = 32;
 /// What is pasted beyond this is dropped.
-constexpr std::size_t largestPaste = 64 * 1024;
+constexpr std::size_t largestPaste = 64UL * 1024;
 
 std::optional<Kind> kindOfFinal(char final) {
   switch (final) {
@@ -183,8 +183,8 @@ KeyDecoder::Step KeyDecoder::nextEscaped(std::string_view bytes, bool complete) 
     return complete ? Step{1, Key{.kind = Kind::escape}} : Step{};
   }
   if (bytes[1] == '[' || bytes[1] == 'O') {
-    const auto step = bytes[1] == '[' || bytes.size() < 3 ? nextControlSequence(bytes)
-                                                          : Step{3, keyOf(kindOfFinal(bytes[2]))};
+    auto step = bytes[1] == '[' || bytes.size() < 3 ? nextControlSequence(bytes)
+                                                    : Step{3, keyOf(kindOfFinal(bytes[2]))};
     if (step.bytes == 0 && complete) return {bytes.size(), std::nullopt};
     return step;
   }

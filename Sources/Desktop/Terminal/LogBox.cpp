@@ -7,7 +7,7 @@
 
 namespace zephyl {
 
-LogBox::LogBox(std::string title, std::string message, const Look& look)
+LogBox::LogBox(std::string_view title, std::string_view message, const Look& look)
     : look_(look),
       title_(displayText::shown(visible(title), look)),
       message_(displayText::shown(visibleLines(message), look)) {}

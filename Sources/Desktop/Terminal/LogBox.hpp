@@ -1,6 +1,7 @@
 #pragma once
 
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "Desktop/Terminal/Canvas.hpp"
@@ -14,7 +15,7 @@ class LogBox {
  public:
   enum class Outcome { none, copy, write, toggle, close };
 
-  LogBox(std::string title, std::string message, const Look& look);
+  LogBox(std::string_view title, std::string_view message, const Look& look);
 
   /// From outside: control characters are made visible.
   void setText(const std::vector<std::string>& lines);

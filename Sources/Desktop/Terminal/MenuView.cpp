@@ -239,13 +239,14 @@ void MenuView::draw(Canvas& canvas, const Area& area) {
   scrollTo(all, area.rows);
   rowOfLine_.clear();
   for (int row = 0; row < area.rows; ++row) {
-    const auto index = static_cast<std::size_t>(scroll_ + row);
-    if (index >= all.size()) break;
-    rowOfLine_.push_back(all[index].row);
-    drawLine(canvas, area, area.row + row, all[index]);
+    const int index = scroll_ + row;
+    if (index >= std::ssize(all)) break;
+    const Line& line = all[static_cast<std::size_t>(index)];
+    rowOfLine_.push_back(line.row);
+    drawLine(canvas, area, area.row + row, line);
   }
   const int right = area.column + area.columns - 1;
-  const bool more = static_cast<std::size_t>(scroll_ + area.rows) < all.size();
+  const bool more = scroll_ + area.rows < std::ssize(all);
   if (scroll_ > 0) canvas.put(area.row, right, canvas.symbols().moreAbove, {.bold = true});
   if (more) {
     canvas.put(area.row + area.rows - 1, right, canvas.symbols().moreBelow, {.bold = true});

@@ -62,9 +62,10 @@ void ScrollingText::draw(Canvas& canvas, const Area& area) {
   height_ = std::max(area.rows, 1);
   top_ = follows_ ? furthest() : std::clamp(top_, 0, furthest());
   for (int row = 0; row < area.rows; ++row) {
-    const auto index = static_cast<std::size_t>(top_ + row);
-    if (index >= wrapped_.size()) break;
-    canvas.putWithin(area.row + row, area.column, area.columns - 1, wrapped_[index]);
+    const int index = top_ + row;
+    if (index >= std::ssize(wrapped_)) break;
+    canvas.putWithin(area.row + row, area.column, area.columns - 1,
+                     wrapped_[static_cast<std::size_t>(index)]);
   }
   const int right = area.column + area.columns - 1;
   if (top_ > 0) canvas.put(area.row, right, canvas.symbols().moreAbove, {.bold = true});

@@ -24,9 +24,9 @@ Menu shownMenu(Menu menu, const Look& look) {
 }
 
 constexpr std::string_view helpText =
-    "↑ ↓ Home End PgUp PgDn   move\n"
+    "Arrows, PgUp, Home …     move\n"
     "Enter                    choose; open or close a submenu\n"
-    "→ ←                      open, close a submenu\n"
+    "Right, Left              open, close a submenu\n"
     "Ctrl-O, Ctrl-Q           what stands beside an entry\n"
     "n                        what a notification offers\n"
     "l                        the log: all that is said here\n"

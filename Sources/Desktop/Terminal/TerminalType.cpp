@@ -31,7 +31,7 @@ std::string withoutPadding(std::string_view text) {
 
 std::string capability(const char* name) {
   const char* const value = ::tigetstr(name);
-  // NOLINTNEXTLINE(performance-no-int-to-ptr, cppcoreguidelines-pro-type-cstyle-cast): its manual
+  // NOLINTNEXTLINE(performance-no-int-to-ptr): so its manual says
   if (value == nullptr || value == reinterpret_cast<const char*>(std::intptr_t{-1})) return {};
   return withoutPadding(value);
 }

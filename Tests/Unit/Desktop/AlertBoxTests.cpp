@@ -119,6 +119,17 @@ TEST(AlertBox, StacksItsButtonsWhereTheyDoNotFitSideBySide) {
   EXPECT_NE(text.find("\n│ [ Always… ]"), std::string::npos);
 }
 
+TEST(AlertBox, GivesUpTheRoomAroundTheTextBeforeTheText) {
+  AlertBox box(approval(), {});
+  EXPECT_EQ(drawn(box, 6, 50),
+            "  ┌────────────────────────────────────────────┐\n"
+            "  │ Allow access?                              │\n"
+            "  │ Command:                                   │\n"
+            "  │ cat /etc/passwd                            │\n"
+            "  │ [›Deny ]  [ Allow once ]  [ Always… ]      │\n"
+            "  └────────────────────────────────────────────┘");
+}
+
 TEST(AlertBox, MakesHiddenCharactersVisible) {
   Alert alert = approval();
   alert.informativeText = "cat \x1b[2J\u202e/etc";
