@@ -1,0 +1,363 @@
+#include "ZephylTray/UpdaterHelper.hpp"
+
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include "Support/FakeDialogs.hpp"
+#include "Support/TestRuntime.hpp"
+#include "Support/TrayWorld.hpp"
+#include "System/Bundle.hpp"
+#include "System/Files.hpp"
+#include "System/JSON.hpp"
+#include "UpdateMessages/UpdateFiles.hpp"
+#include "ZephylTray/UpdateSchedule.hpp"
+
+namespace zephyl {
+namespace {
+
+using namespace std::chrono_literals;
+
+/// Remembers what it is told, and answers as the test says.
+class Delegate final : public UpdateDelegate {
+ public:
+  void didFindValidUpdate(const UpdateItem& item) override {
+    told.push_back("found " + item.displayVersionString);
+  }
+  void didNotFindUpdate() override { told.emplace_back("none"); }
+  bool shouldPostponeRelaunch(const UpdateItem& item, Task go) override {
+    told.push_back("ready " + item.versionString);
+    proceed = std::move(go);
+    return busy;
+  }
+  bool supportsGentleScheduledUpdateReminders() override { return true; }
+  bool shouldHandleShowingScheduledUpdate(const UpdateItem&, bool inImmediateFocus) override {
+    EXPECT_FALSE(inImmediateFocus);
+    return inImmediateFocus;
+  }
+  void willHandleShowingUpdate(bool handled, const UpdateItem&, const UpdateState& state) override {
+    told.emplace_back(handled ? "shown" : "reminded");
+    if (state.userInitiated) told.back() += " to the user who asked";
+  }
+  void didReceiveUserAttention(const UpdateItem&) override { told.emplace_back("attention"); }
+  void willFinishUpdateSession() override { told.emplace_back("finished"); }
+
+  std::vector<std::string> take() { return std::exchange(told, {}); }
+
+  bool busy = false;
+  Task proceed;
+  std::vector<std::string> told;
+};
+
+using Told = std::vector<std::string>;
+
+class UpdaterHelperTest : public ::testing::Test {
+ protected:
+  UpdaterHelperTest() {
+    Bundle::setMain(Bundle(world_.directory().write("zephyl/bin/zephyl-tray", "", true)));
+    world_.directory().write("zephyl/share/zephyl-tray/Info.json",
+                             R"({"CFBundleShortVersionString": "1.0"})");
+  }
+  ~UpdaterHelperTest() override { Bundle::setMain(Bundle(std::nullopt)); }
+  UpdaterHelperTest(const UpdaterHelperTest&) = delete;
+  UpdaterHelperTest& operator=(const UpdaterHelperTest&) = delete;
+
+  void start() {
+    controller_ = UpdaterHelper::factory(
+        runtime_.runtime(), dialogs_,
+        {.program = world_.directory().write("zephyl/libexec/updater", "", true),
+         .prefix = prefix_,
+         .arguments = {"--headless"},
+         .relaunch = [this] { ++relaunches_; },
+         .random = [] { return 0.5; }})(delegate_);
+    ASSERT_NE(controller_, nullptr);
+  }
+  /// The user asks; nothing is due by itself.
+  void startAndCheck() {
+    updateSettings::setLastCheck(
+        std::chrono::floor<std::chrono::seconds>(runtime_.clock.calendarNow()));
+    start();
+    controller_->checkForUpdates();
+  }
+  /// The command that the newest run of the program was given.
+  [[nodiscard]] UpdateCommand command() const {
+    const auto child = runtime_.launcher.newest();
+    return json::decodeText<UpdateCommand>(child->input().at(0)).value();
+  }
+  [[nodiscard]] std::size_t runs() const { return runtime_.launcher.children().size(); }
+
+  void report(const UpdateReport& report) {
+    runtime_.launcher.newest()->print({json::compact(json::encode(report))});
+    if (!report.progress) runtime_.launcher.newest()->exit({});
+    runtime_.settle();
+  }
+  void find(const std::optional<std::string>& obstacle = std::nullopt) {
+    report({.found = UpdateReport::Found{.offer = offer_, .obstacle = obstacle}});
+  }
+  [[nodiscard]] std::string shown() const {
+    return dialogs_.alerts().empty() ? "" : dialogs_.alerts().back().messageText;
+  }
+  void press(const std::string& button) {
+    dialogs_.press(button);
+    runtime_.settle();
+  }
+
+  const UpdateOffer offer_{.version = "200",
+                           .displayVersion = "2.0",
+                           .url = "https://a.example/2",
+                           .length = 1'000'000,
+                           .releaseNotes = "Calmer."};
+  test::TrayWorld world_;
+  const std::string prefix_ = world_.directory() / "zephyl";
+  const UpdateFiles files_ = UpdateFiles::of(prefix_);
+  test::TestRuntime runtime_;
+  test::FakeDialogs dialogs_;
+  const std::shared_ptr<Delegate> delegate_ = std::make_shared<Delegate>();
+  int relaunches_ = 0;
+  std::unique_ptr<UpdaterController> controller_;
+};
+
+TEST_F(UpdaterHelperTest, ShowsAUserWhoAsksWhatThereIsAndInstallsIt) {
+  startAndCheck();
+  EXPECT_FALSE(controller_->canCheckForUpdates());
+  ASSERT_TRUE(command().check);
+  EXPECT_TRUE(command().check->userInitiated);
+  EXPECT_EQ(command().check->prefix, prefix_);
+  find();
+  EXPECT_EQ(delegate_->take(), (Told{"found 2.0", "shown to the user who asked"}));
+  const Alert found = dialogs_.alerts().back();
+  EXPECT_NE(found.informativeText.find("you have 1.0"), std::string::npos);
+  EXPECT_NE(found.informativeText.find("Calmer."), std::string::npos);
+  press("Install Update");
+  EXPECT_EQ(delegate_->take(), Told{"attention"});
+  ASSERT_TRUE(command().download);
+  EXPECT_EQ(command().download->offer.url, offer_.url);
+  EXPECT_EQ(shown(), "Downloading Zephyl 2.0…");
+  report({.progress = UpdateReport::Progress{.received = 10, .total = 1'000'000}});
+  report({.ready = "200"});
+  EXPECT_TRUE(dialogs_.alerts().empty());
+  EXPECT_EQ(delegate_->take(), Told{"ready 200"});
+  ASSERT_TRUE(command().install);
+  EXPECT_EQ(command().install->version, "200");
+  EXPECT_EQ(relaunches_, 0);
+  report({.installed = "200"});
+  EXPECT_EQ(relaunches_, 1);
+  ASSERT_TRUE(command().watch);
+  EXPECT_EQ(command().watch->process, ::getpid());
+  EXPECT_EQ(command().watch->arguments, std::vector<std::string>{"--headless"});
+}
+
+TEST_F(UpdaterHelperTest, WaitsWithTheInstallationUntilItIsAllowed) {
+  delegate_->busy = true;
+  startAndCheck();
+  find();
+  press("Install Update");
+  report({.ready = "200"});
+  EXPECT_EQ(runs(), 2U);
+  runtime_.advance(1000h);
+  EXPECT_EQ(runs(), 2U);
+  EXPECT_FALSE(controller_->canCheckForUpdates());
+  delegate_->proceed();
+  delegate_->proceed();
+  EXPECT_EQ(runs(), 3U);
+  EXPECT_TRUE(command().install);
+}
+
+TEST_F(UpdaterHelperTest, OutlivesTheTrayAndIsCancelledByTheEndOfItsInput) {
+  startAndCheck();
+  const auto check = runtime_.launcher.newest();
+  EXPECT_EQ(check->options().lifetime, ProcessOptions::Lifetime::independent);
+  EXPECT_FALSE(check->inputEnded());
+  controller_.reset();
+  EXPECT_TRUE(check->inputEnded());
+}
+
+TEST_F(UpdaterHelperTest, CancelsTheDownload) {
+  startAndCheck();
+  find();
+  press("Install Update");
+  const auto download = runtime_.launcher.newest();
+  press("Cancel");
+  EXPECT_TRUE(download->inputEnded());
+  EXPECT_TRUE(controller_->canCheckForUpdates());
+  EXPECT_EQ(runs(), 2U);
+}
+
+TEST_F(UpdaterHelperTest, LeavesAnUpdateForLaterOrSkipsIt) {
+  startAndCheck();
+  find();
+  delegate_->take();
+  press("Remind Me Later");
+  EXPECT_EQ(delegate_->take(), (Told{"attention", "finished"}));
+  EXPECT_TRUE(controller_->canCheckForUpdates());
+  EXPECT_EQ(updateSettings::skippedVersion(), std::nullopt);
+  controller_->checkForUpdates();
+  find();
+  press("Skip This Version");
+  EXPECT_EQ(updateSettings::skippedVersion(), "200");
+  runtime_.advance(25h);
+  EXPECT_EQ(command().check->skip, std::vector<std::string>{"200"});
+  report({.upToDate = "1.0"});
+  controller_->checkForUpdates();
+  EXPECT_TRUE(command().check->skip.empty()) << "who asks gets to see it all the same";
+}
+
+TEST_F(UpdaterHelperTest, TellsAUserThatNothingWasFoundOrWentWrong) {
+  startAndCheck();
+  report({.upToDate = "1.0"});
+  EXPECT_EQ(delegate_->take(), Told{"none"});
+  EXPECT_EQ(shown(), "You’re up to date!");
+  press("OK");
+  EXPECT_TRUE(controller_->canCheckForUpdates());
+  controller_->checkForUpdates();
+  report({.failed = "The feed's signature is not good."});
+  EXPECT_EQ(shown(), "Update Error!");
+  EXPECT_NE(dialogs_.alerts().back().informativeText.find("signature"), std::string::npos);
+  press("OK");
+  controller_->checkForUpdates();
+  find();
+  press("Install Update");
+  report({.failed = "The update is shorter than it should be."});
+  EXPECT_EQ(shown(), "Update Error!");
+  press("OK");
+  EXPECT_TRUE(controller_->canCheckForUpdates());
+}
+
+TEST_F(UpdaterHelperTest, TakesNonsenseAndAnEarlyEndForFailures) {
+  startAndCheck();
+  runtime_.launcher.newest()->exit({ExitStatus::Reason::signalled, 9});
+  runtime_.settle();
+  EXPECT_EQ(shown(), "Update Error!");
+  press("OK");
+  controller_->checkForUpdates();
+  runtime_.launcher.newest()->print({"nonsense"});
+  runtime_.settle();
+  EXPECT_EQ(shown(), "Update Error!");
+  press("OK");
+  runtime_.launcher.failWith("updater: No such file or directory");
+  controller_->checkForUpdates();
+  runtime_.settle();
+  EXPECT_NE(dialogs_.alerts().back().informativeText.find("No such file"), std::string::npos);
+}
+
+TEST_F(UpdaterHelperTest, OnlyTellsOfWhatItCannotInstall) {
+  startAndCheck();
+  find("Run: apt upgrade");
+  EXPECT_EQ(dialogs_.alerts().back().buttons, std::vector<std::string>{"OK"});
+  EXPECT_NE(dialogs_.alerts().back().informativeText.find("Run: apt upgrade"), std::string::npos);
+  press("OK");
+  EXPECT_EQ(runs(), 1U);
+}
+
+TEST_F(UpdaterHelperTest, ChecksOnceADayAndOnlyReminds) {
+  start();
+  EXPECT_EQ(runs(), 0U);
+  runtime_.advance(1min);
+  ASSERT_EQ(runs(), 1U);
+  EXPECT_FALSE(command().check->userInitiated);
+  find();
+  EXPECT_EQ(delegate_->take(), (Told{"found 2.0", "reminded", "finished"}));
+  EXPECT_TRUE(dialogs_.alerts().empty());
+  EXPECT_EQ(runs(), 1U) << "nothing is downloaded unasked";
+  runtime_.advance(24h);
+  EXPECT_EQ(runs(), 1U);
+  runtime_.advance(30min);
+  EXPECT_EQ(runs(), 2U);
+}
+
+TEST_F(UpdaterHelperTest, TriesAgainSoonerAfterAFailureThatItTellsTheLogAlone) {
+  start();
+  runtime_.advance(1min);
+  report({.failed = "The server cannot be reached."});
+  EXPECT_TRUE(dialogs_.alerts().empty());
+  EXPECT_EQ(delegate_->take(), Told{"finished"});
+  EXPECT_EQ(updateSettings::lastCheck(), std::nullopt);
+  runtime_.advance(89min);
+  EXPECT_EQ(runs(), 1U);
+  runtime_.advance(1min);
+  EXPECT_EQ(runs(), 2U);
+}
+
+TEST_F(UpdaterHelperTest, InstallsByItselfWhereThatIsWanted) {
+  world_.directory().write("config/com.zephyl.tray/defaults.json",
+                           R"({"SUAutomaticallyUpdate": 1})");
+  start();
+  runtime_.advance(1min);
+  find();
+  EXPECT_EQ(delegate_->take(), (Told{"found 2.0", "reminded"}));
+  ASSERT_TRUE(command().download);
+  EXPECT_TRUE(dialogs_.alerts().empty());
+  report({.ready = "200"});
+  ASSERT_TRUE(command().install);
+  report({.failed = "The new version does not work on this machine."});
+  EXPECT_TRUE(dialogs_.alerts().empty());
+  EXPECT_TRUE(controller_->canCheckForUpdates());
+  EXPECT_EQ(relaunches_, 0);
+}
+
+TEST_F(UpdaterHelperTest, GoesOnOfferingWhatNobodyHasSeen) {
+  startAndCheck();
+  find();
+  delegate_->take();
+  dialogs_.failToShow();
+  runtime_.settle();
+  EXPECT_EQ(delegate_->take(), Told{"finished"});
+  EXPECT_TRUE(controller_->canCheckForUpdates());
+}
+
+TEST_F(UpdaterHelperTest, TellsItsObserversWhenChecksArePossible) {
+  startAndCheck();
+  std::vector<bool> values;
+  auto observation =
+      controller_->observeCanCheckForUpdates([&](bool can) { values.push_back(can); });
+  report({.upToDate = "1.0"});
+  press("OK");
+  EXPECT_EQ(values, std::vector<bool>{true});
+  controller_->checkForUpdates();
+  EXPECT_EQ(values, (std::vector<bool>{true, false}));
+  observation.reset();
+  report({.upToDate = "1.0"});
+  press("OK");
+  EXPECT_EQ(values.size(), 2U);
+}
+
+TEST_F(UpdaterHelperTest, ReportsANewVersionUpOnceItHasRunForAWhile) {
+  ASSERT_TRUE(createDirectories(files_.directory));
+  ASSERT_TRUE(writeNote(files_.trial, {.version = "1.0", .displayVersion = "1.0"}));
+  start();
+  runtime_.advance(999ms);
+  EXPECT_TRUE(fileExists(files_.trial));
+  runtime_.advance(1ms);
+  EXPECT_FALSE(fileExists(files_.trial));
+}
+
+TEST_F(UpdaterHelperTest, TellsOnceOfAVersionThatWasTakenBackAndTriesItNoMore) {
+  ASSERT_TRUE(createDirectories(files_.directory));
+  ASSERT_TRUE(writeNote(files_.failed, {.version = "200", .displayVersion = "2.0"}));
+  start();
+  EXPECT_EQ(shown(), "Zephyl 2.0 could not be started");
+  press("OK");
+  controller_.reset();
+  start();
+  EXPECT_TRUE(dialogs_.alerts().empty());
+  runtime_.advance(1min);
+  EXPECT_EQ(command().check->skip, std::vector<std::string>{"200"});
+}
+
+TEST_F(UpdaterHelperTest, DoesNotExistWithoutItsProgram) {
+  const auto factory = UpdaterHelper::factory(runtime_.runtime(), dialogs_,
+                                              {.program = "/nonexistent", .prefix = prefix_});
+  EXPECT_EQ(factory(delegate_), nullptr);
+}
+
+TEST(UpdaterHelperPaths, AreFoundFromTheExecutable) {
+  const test::TemporaryDirectory directory;
+  const Bundle bundle(directory.write("bin/zephyl-tray", "", true));
+  EXPECT_EQ(installationPrefix(bundle), directory.path());
+  EXPECT_EQ(updaterProgram(bundle), directory / "libexec/zephyl-tray/zephyl-tray-updater");
+  const auto beside = directory.write("bin/zephyl-tray-updater", "", true);
+  EXPECT_EQ(updaterProgram(bundle), beside);
+  EXPECT_EQ(installationPrefix(Bundle(directory / "build/zephyl-tray")), "");
+}
+
+}  // namespace
+}  // namespace zephyl
