@@ -40,7 +40,8 @@ Alert error(const std::string& description) {
 }
 
 Alert inviteKey() {
-  return {.messageText = "Join the Zephyl Tailnet",
+  return {.style = Alert::Style::question,
+          .messageText = "Join the Zephyl Tailnet",
           .informativeText =
               "Paste the invite key you were sent. It looks like:\n\n"
               "  inv_v2_<fingerprint>_<key>\n\n"
