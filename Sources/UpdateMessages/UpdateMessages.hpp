@@ -19,7 +19,7 @@ struct UpdateOffer {
   std::string url;
   std::int64_t length = 0;  ///< of the archive, in bytes
   std::string sha256;       ///< of the archive, 64 hexadecimal digits
-  std::string signature;    ///< of the archive, base64
+  std::string signature;    ///< of the archive, base64; there may be several, between spaces
   bool critical = false;
   std::string releaseNotes;  ///< plain text
 
@@ -116,29 +116,32 @@ struct UpdateCommand {
   }
 };
 
+struct FoundUpdate {
+  UpdateOffer offer;
+  /// Why it cannot be installed here, and how to update instead.
+  std::optional<std::string> obstacle;
+
+  template <typename Self, typename Fields>
+  static void describe(Self& self, Fields& fields) {
+    fields("offer", self.offer);
+    fields("obstacle", self.obstacle);
+  }
+};
+struct UpdateProgress {
+  std::int64_t received = 0;  ///< bytes
+  std::int64_t total = 0;
+
+  template <typename Self, typename Fields>
+  static void describe(Self& self, Fields& fields) {
+    fields("received", self.received);
+    fields("total", self.total);
+  }
+};
+
 /// What the program says: exactly one of these.
 struct UpdateReport {
-  struct Found {
-    UpdateOffer offer;
-    /// Why it cannot be installed here, and how to update instead.
-    std::optional<std::string> obstacle;
-
-    template <typename Self, typename Fields>
-    static void describe(Self& self, Fields& fields) {
-      fields("offer", self.offer);
-      fields("obstacle", self.obstacle);
-    }
-  };
-  struct Progress {
-    std::int64_t received = 0;  ///< bytes
-    std::int64_t total = 0;
-
-    template <typename Self, typename Fields>
-    static void describe(Self& self, Fields& fields) {
-      fields("received", self.received);
-      fields("total", self.total);
-    }
-  };
+  using Found = FoundUpdate;
+  using Progress = UpdateProgress;
 
   std::optional<Found> found;
   std::optional<std::string> upToDate;  ///< the installed version

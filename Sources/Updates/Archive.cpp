@@ -151,7 +151,7 @@ Result<std::optional<ArchiveEntry>> ArchiveReader::next() {
 Result<std::size_t> ArchiveReader::read(std::span<char> into) {
   const auto wanted = std::min<std::int64_t>(left_, static_cast<std::int64_t>(into.size()));
   if (wanted == 0) return std::size_t{0};
-  const auto count = source_.read(into.first(static_cast<std::size_t>(wanted)));
+  auto count = source_.read(into.first(static_cast<std::size_t>(wanted)));
   if (!count) return count;
   if (*count == 0) return Error{"The archive stops in the middle."};
   left_ -= static_cast<std::int64_t>(*count);

@@ -151,8 +151,7 @@ class ArchiveDownload {
 
 Result<void> checkBytes(std::string_view archive, const UpdateOffer& offer,
                         const TrustedKeys& keys) {
-  const auto signature = decodeBase64(offer.signature);
-  if (!signature || !keys.verify(archive, *signature)) {
+  if (!keys.verifyAny(archive, offer.signature)) {
     return Error{"The update's signature is not good."};
   }
   if (sha256Of(archive) != offer.sha256) return Error{"The update is not what the feed says."};

@@ -1,6 +1,7 @@
 #include "Updates/Installation.hpp"
 
 #include <cerrno>
+#include <compare>
 #include <cstdio>
 #include <cstdlib>
 
@@ -164,7 +165,7 @@ Result<void> Installation::checkStaged(const std::string& at, const std::string&
   }
   const auto installed = InstalledBundle::read(files_.prefix);
   if (!installed) return installed.error();
-  if (compareVersions(version, installed->version) <= 0) {
+  if (std::is_lteq(compareVersions(version, installed->version))) {
     return Error{"Version ", visible(version), " is not newer than ", installed->version,
                  ", which is installed."};
   }

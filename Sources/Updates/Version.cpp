@@ -63,7 +63,7 @@ std::weak_ordering compareVersions(std::string_view left, std::string_view right
     const auto rightPiece = takePiece(right);
     if (leftPiece.empty() && rightPiece.empty()) return std::weak_ordering::equivalent;
     const auto order = comparePieces(leftPiece, rightPiece);
-    if (order != 0) return order;
+    if (std::is_neq(order)) return order;
   }
 }
 

@@ -18,6 +18,7 @@
 #include <unistd.h>
 
 #include "System/JSON.hpp"
+#include "System/Log.hpp"
 #include "Updates/Commands.hpp"
 
 namespace zephyl {
@@ -82,7 +83,9 @@ int run() {
   }
   curl_global_init(CURL_GLOBAL_DEFAULT);
   const UpdateReport report = perform(*command);
-  print(report);
+  // What watches has the tray's own output, where reports would be noise.
+  if (!command->watch) print(report);
+  if (command->watch && report.failed) log("{}", *report.failed);
   curl_global_cleanup();
   return report.failed ? EXIT_FAILURE : EXIT_SUCCESS;
 }

@@ -48,27 +48,27 @@ CheckCommand UpdateSession::checkCommand() const {
   return command;
 }
 
-void UpdateSession::run(const UpdateCommand& command, void (UpdateSession::*take)(UpdateReport)) {
-  run_ = UpdaterRun::start(runtime_.mainLoop, runtime_.launcher, setup_.program, command,
-                           weakly([take](UpdateSession& self, UpdateReport report) {
-                             (self.*take)(std::move(report));
-                           }));
+void UpdateSession::run(const UpdateCommand& command,
+                        void (UpdateSession::*take)(const UpdateReport&)) {
+  run_ = UpdaterRun::start(
+      runtime_.mainLoop, runtime_.launcher, setup_.program, command,
+      weakly([take](UpdateSession& self, const UpdateReport& report) { (self.*take)(report); }));
 }
 
-void UpdateSession::takeChecked(UpdateReport report) {
+void UpdateSession::takeChecked(const UpdateReport& report) {
   if (report.found || report.upToDate) {
     updateSettings::setLastCheck(
         std::chrono::floor<std::chrono::seconds>(runtime_.clock.calendarNow()));
   }
-  if (report.found) return find(std::move(*report.found));
+  if (report.found) return find(*report.found);
   if (!report.upToDate) return fail(report.failed.value_or(""));
   tell([](UpdateDelegate& delegate) { delegate.didNotFindUpdate(); });
   conclude(alerts::upToDate(Updater::currentVersion()), Outcome::done);
 }
 
-void UpdateSession::find(UpdateReport::Found found) {
-  offer_ = std::move(found.offer);
-  obstacle_ = std::move(found.obstacle);
+void UpdateSession::find(const FoundUpdate& found) {
+  offer_ = found.offer;
+  obstacle_ = found.obstacle;
   log("version {} is available", offer_.displayVersion);
   tell([&](UpdateDelegate& delegate) { delegate.didFindValidUpdate(item()); });
   if (isUserInitiated()) return show();
@@ -138,7 +138,7 @@ void UpdateSession::download() {
       }));
 }
 
-void UpdateSession::takeDownloaded(UpdateReport report) {
+void UpdateSession::takeDownloaded(const UpdateReport& report) {
   if (report.progress) return;
   dialog_.reset();
   if (!report.ready) return fail(report.failed.value_or(""));
@@ -160,7 +160,7 @@ void UpdateSession::install() {
       &UpdateSession::takeInstalled);
 }
 
-void UpdateSession::takeInstalled(UpdateReport report) {
+void UpdateSession::takeInstalled(const UpdateReport& report) {
   if (!report.installed) return fail(report.failed.value_or(""));
   log("restarting as version {}", offer_.displayVersion);
   watchRelaunch();

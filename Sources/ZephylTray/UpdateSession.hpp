@@ -45,19 +45,19 @@ class UpdateSession : public std::enable_shared_from_this<UpdateSession> {
 
  private:
   [[nodiscard]] CheckCommand checkCommand() const;
-  void run(const UpdateCommand& command, void (UpdateSession::*take)(UpdateReport));
+  void run(const UpdateCommand& command, void (UpdateSession::*take)(const UpdateReport&));
 
-  void takeChecked(UpdateReport report);
-  void find(UpdateReport::Found found);
+  void takeChecked(const UpdateReport& report);
+  void find(const FoundUpdate& found);
   void remind();
   void show();
   void explainObstacle();
   void choose(const std::optional<AlertAnswer>& answer);
   void download();
-  void takeDownloaded(UpdateReport report);
+  void takeDownloaded(const UpdateReport& report);
   void relaunchWhenAllowed();
   void install();
-  void takeInstalled(UpdateReport report);
+  void takeInstalled(const UpdateReport& report);
   void watchRelaunch();
 
   /// Shows an alert that only informs, to a user who asked; then it is over.

@@ -144,7 +144,7 @@ Task UpdaterHelper::onMainThread(void (UpdaterHelper::*work)()) {
 
 std::string updaterProgram(const Bundle& bundle) {
   const std::string directory = parentDirectory(bundle.executable().value_or(""));
-  const std::string beside = joinPath(directory, "zephyl-tray-updater");
+  std::string beside = joinPath(directory, "zephyl-tray-updater");
   if (isExecutableFile(beside)) return beside;
   return joinPath(parentDirectory(directory), "libexec/zephyl-tray/zephyl-tray-updater");
 }

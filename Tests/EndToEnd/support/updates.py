@@ -125,13 +125,12 @@ class Publisher:
         sign("pack", prefix, archive)
         return archive
 
-    def publish(self, archive, key=None, feed_keys=None, change=None, contents=None):
+    def publish(self, archive, keys=None, feed_keys=None, change=None):
         """Puts an archive on the server and an item for it in the feed. `change` alters the feed
-        before it is signed, `contents` what the server hands out."""
-        key = key or self.key
-        item = sign("item", key, archive, self.server.url + ARCHIVE)
-        self.publish_items(change(item) if change else item, feed_keys or [key])
-        self.server.answers[ARCHIVE] = contents if contents is not None else archive.read_bytes()
+        before it is signed."""
+        item = sign("item", archive, self.server.url + ARCHIVE, *(keys or [self.key]))
+        self.publish_items(change(item) if change else item, feed_keys or keys)
+        self.server.answers[ARCHIVE] = archive.read_bytes()
 
     def publish_items(self, items, keys=None):
         feed = self.directory / "appcast.xml"
