@@ -119,13 +119,9 @@ TerminalScreen::Events TerminalDesktop::screenEvents() {
 }
 
 void TerminalDesktop::takeLines() {
-  for (auto& line : lines_->take()) {
-    if (screen_) {
-      screen_->appendLog(std::move(line));
-    } else {
-      std::fprintf(stderr, "%s\n", visible(line).c_str());
-    }
-  }
+  auto lines = lines_->take();
+  if (screen_) return screen_->appendLog(std::move(lines));
+  for (const auto& line : lines) std::fprintf(stderr, "%s\n", visible(line).c_str());
 }
 
 void TerminalDesktop::resume() {

@@ -4,6 +4,7 @@
 #include <array>
 #include <cerrno>
 #include <csignal>
+#include <cstring>
 #include <tuple>
 #include <utility>
 
@@ -112,7 +113,7 @@ class TerminalDevice::Watch : public std::enable_shared_from_this<Watch> {
     const ssize_t count = ::read(descriptor_.native_handle(), buffer.data(), buffer.size());
     if (count > 0) {
       listener_.input({buffer.data(), static_cast<std::size_t>(count)});
-      buffer.fill(0);  // it may have been a secret
+      ::explicit_bzero(buffer.data(), buffer.size());  // it may have been a secret
       return true;
     }
     if (count < 0 && (errno == EAGAIN || errno == EINTR)) return true;

@@ -82,14 +82,11 @@ void TerminalScreen::say(const std::string& text) {
   post({.identifier = "zephyl-tray", .body = text});
 }
 
-void TerminalScreen::appendLog(std::string line) {
-  log_.append(std::move(line));
-  if (logBox_) {
-    showLogLines();
-  } else {
-    ++unseenLines_;
-  }
-  changed();
+void TerminalScreen::appendLog(std::vector<std::string> lines) {
+  unseenLines_ += lines.size();
+  for (auto& line : lines) log_.append(std::move(line));
+  if (logBox_) showLogLines();
+  if (!logTimer_ && !ended_) changedAfter(logInterval, logTimer_);
 }
 
 std::vector<std::string> TerminalScreen::unseenLog() const {
@@ -132,6 +129,7 @@ void TerminalScreen::end() {
   ended_ = true;
   keyTimer_.cancel();
   fadingTimer_.cancel();
+  logTimer_.cancel();
   logBox_.reset();
   boxes_.failAll();
 }
@@ -155,6 +153,7 @@ void TerminalScreen::topMayHaveChanged() {
 void TerminalScreen::draw() {
   if (ended_ || services_.output.isBusy()) return;
   drawingIsDue_ = false;
+  logTimer_.cancel();
   topMayHaveChanged();
   notices_.expire(services_.clock.now());
   Canvas canvas(services_.output.size(), look_);
@@ -178,12 +177,15 @@ void TerminalScreen::scheduleFading() {
   const Instant now = services_.clock.now();
   const auto next = notices_.nextChange(now);
   if (!next) return fadingTimer_.cancel();
-  fadingTimer_ =
-      services_.clock.after(*next - now, [&mainLoop = services_.mainLoop, weak = weak_from_this()] {
-        mainLoop.async([weak] {
-          if (const auto self = weak.lock()) self->changed();
-        });
-      });
+  changedAfter(*next - now, fadingTimer_);
+}
+
+void TerminalScreen::changedAfter(Duration delay, Timer& timer) {
+  timer = services_.clock.after(delay, [&mainLoop = services_.mainLoop, weak = weak_from_this()] {
+    mainLoop.async([weak] {
+      if (const auto self = weak.lock()) self->changed();
+    });
+  });
 }
 
 void TerminalScreen::drawStatus(Canvas& canvas, int rows) const {
@@ -257,7 +259,7 @@ void TerminalScreen::handle(const Key& key) {
   changed();
   if (key.kind == Key::Kind::control && key.text == "l") return painter_.forget();
   topMayHaveChanged();
-  if (top_ && (boxes_.hasAlert() || !logBox_)) {
+  if (top_) {
     const bool mayAnswer = services_.clock.now() >= topSince_ + answerDelay;
     return boxes_.handle(key, mayAnswer, [this](const std::string& text) { copy(text); });
   }

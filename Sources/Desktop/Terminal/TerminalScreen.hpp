@@ -46,6 +46,8 @@ class TerminalScreen : public std::enable_shared_from_this<TerminalScreen> {
  public:
   /// How long an answer is not taken after a dialog appeared: it was meant for something else.
   static constexpr Duration answerDelay = std::chrono::milliseconds(400);
+  /// How often new lines of the log are drawn.
+  static constexpr Duration logInterval = std::chrono::milliseconds(50);
   /// How long the rest of a key's bytes may take.
   static constexpr Duration keyDelay = std::chrono::milliseconds(50);
 
@@ -75,7 +77,8 @@ class TerminalScreen : public std::enable_shared_from_this<TerminalScreen> {
   void removeNotification(const std::string& identifier);
   /// Says something in the line for notifications.
   void say(const std::string& text);
-  void appendLog(std::string line);
+  /// Drawn a moment later, together with what follows.
+  void appendLog(std::vector<std::string> lines);
   /// Puts a text on the clipboard, if the terminal can.
   void copy(const std::string& text);
 
@@ -96,6 +99,7 @@ class TerminalScreen : public std::enable_shared_from_this<TerminalScreen> {
 
  private:
   void changed();
+  void changedAfter(Duration delay, Timer& timer);
   void draw();
   void drawMenuScreen(Canvas& canvas);
   void drawStatus(Canvas& canvas, int rows) const;
@@ -121,6 +125,7 @@ class TerminalScreen : public std::enable_shared_from_this<TerminalScreen> {
   KeyDecoder decoder_;
   Timer keyTimer_;
   Timer fadingTimer_;
+  Timer logTimer_;
 
   StatusIcon icon_ = StatusIcon::idle;
   std::string title_;

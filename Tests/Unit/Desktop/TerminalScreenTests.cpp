@@ -225,19 +225,26 @@ TEST_F(TerminalScreenTest, ANotificationIsTakenAwayAndChosen) {
 }
 
 TEST_F(TerminalScreenTest, TheLogIsAKeyAwayAndSaysThatThereIsSomethingNew) {
-  screen_->appendLog("[tray] one");
-  screen_->appendLog("two \x1b[2J");
+  screen_->appendLog({"[tray] one", "two \x1b[2J"});
   EXPECT_TRUE(shows("l log (2 new)"));
   EXPECT_EQ(screen_->unseenLog().size(), 2U);
   press("l");
   EXPECT_TRUE(shows("two ␛[2J"));
-  screen_->appendLog("three");
-  EXPECT_NE(drawn().find("three"), std::string::npos);
+  drawn();
+  screen_->appendLog({"three"});
+  screen_->appendLog({"four"});
+  EXPECT_EQ(drawn(), "");
+  const int before = output_.writes;
+  advance(TerminalScreen::logInterval);
+  const auto both = drawn();
+  EXPECT_EQ(output_.writes, before + 1);
+  EXPECT_NE(both.find("three"), std::string::npos);
+  EXPECT_NE(both.find("four"), std::string::npos);
   EXPECT_EQ(screen_->unseenLog(), std::vector<std::string>{});
   std::string written;
   screen_->events.writeLog = [&](const std::string& text) { written = text; };
   press("w");
-  EXPECT_EQ(written, "[tray] one\ntwo \x1b[2J\nthree\n");
+  EXPECT_EQ(written, "[tray] one\ntwo \x1b[2J\nthree\nfour\n");
   press("q");
   EXPECT_TRUE(shows("Open Zephyl"));
 }
@@ -260,6 +267,20 @@ TEST_F(TerminalScreenTest, ALogWindowShowsTheExcerptAndOnRequestAllOfIt) {
   advance(TerminalScreen::answerDelay);
   press("q");
   EXPECT_EQ(events.back(), LogWindowEvent::closed);
+  EXPECT_TRUE(shows("Open Zephyl"));
+}
+
+TEST_F(TerminalScreenTest, WhatIsOnTopHasTheKeys) {
+  press("l");
+  std::vector<LogWindowEvent> events;
+  const auto dialog = dialogs_.presentLogWindow(
+      {.title = "Agent Exited"}, [&](LogWindowEvent event) { events.push_back(event); });
+  EXPECT_TRUE(shows("Agent Exited"));
+  advance(TerminalScreen::answerDelay);
+  press("q");
+  EXPECT_EQ(events, std::vector<LogWindowEvent>{LogWindowEvent::closed});
+  EXPECT_FALSE(shows("Open Zephyl")) << "the log is still there";
+  press("q");
   EXPECT_TRUE(shows("Open Zephyl"));
 }
 
