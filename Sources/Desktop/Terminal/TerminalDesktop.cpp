@@ -1,13 +1,10 @@
 #include "Desktop/Terminal/TerminalDesktop.hpp"
 
-#include <clocale>
 #include <csignal>
 #include <cstdio>
 #include <utility>
 
 #include <fmt/format.h>
-
-#include <langinfo.h>
 
 #include "System/Directories.hpp"
 #include "System/Environment.hpp"
@@ -18,11 +15,15 @@ namespace zephyl {
 
 namespace {
 
-/// What the user's locale and environment say about the terminal.
-Look lookOf(const TerminalType& type) {
-  std::setlocale(LC_CTYPE, "");
-  return {.unicode = std::string_view(::nl_langinfo(CODESET)) == "UTF-8",
-          .colours = type.hasColours()};
+/// By the locale's name: a terminal's encoding does not depend on what is installed on the machine
+/// that it shows.
+bool hasUnicode() {
+  for (const char* const variable : {"LC_ALL", "LC_CTYPE", "LANG"}) {
+    const auto locale = lowerCased(environmentVariable(variable).value_or(""));
+    if (locale.empty()) continue;
+    return locale.find("utf-8") != std::string::npos || locale.find("utf8") != std::string::npos;
+  }
+  return false;
 }
 
 bool wantsColours() {
@@ -46,7 +47,7 @@ Result<std::unique_ptr<TerminalDesktop>> TerminalDesktop::open(const Services& s
 Result<void> TerminalDesktop::start() {
   auto type = TerminalType::load(environmentVariable("TERM").value_or(""), wantsColours());
   if (!type) return type.error();
-  const Look look = lookOf(*type);
+  const Look look{.unicode = hasUnicode(), .colours = type->hasColours()};
   auto device = TerminalDevice::open(services_.reactor, *type, deviceListener());
   if (!device) return device.error();
   device_ = *std::move(device);

@@ -43,6 +43,7 @@ TEST(Log, ASinkIsGivenEveryLineOfEveryThread) {
   Lines lines;
   const LogSink sink([&](const std::string& line) { lines.push_back(line); }, true);
   std::vector<std::thread> threads;
+  threads.reserve(4);
   for (int number = 0; number < 4; ++number) {
     threads.emplace_back([] {
       for (int line = 0; line < 250; ++line) logLine("a line");
