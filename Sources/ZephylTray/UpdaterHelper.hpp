@@ -19,9 +19,10 @@ class Bundle;
 /// the network, the feed or an archive in zephyl-tray-updater, a program of its own that runs
 /// only while it is needed.
 ///
-/// Looks for updates when `UpdateSettings` says so. A version on trial (see UpdateFiles) that has
-/// run for `settleTime` reports itself up here; without that the watching updater returns to the
-/// previous version. When that has happened, the user is told, once. Main thread.
+/// Looks for updates when the settings (UpdateSchedule.hpp) say so. A version on trial (see
+/// UpdateFiles) that has run for `settleTime` reports itself up here; without that the watching
+/// updater returns to the previous version. When that has happened, the user is told, once. Main
+/// thread.
 class UpdaterHelper final : public UpdaterController {
  public:
   static constexpr Duration settleTime = std::chrono::seconds(1);

@@ -5,6 +5,7 @@ import os
 import pathlib
 import signal
 import threading
+import time
 import urllib.request
 
 import pytest
@@ -15,6 +16,25 @@ from support.tray import command_name, descendants, eventually, is_alive
 from support.updates import ARCHIVE, FEED, Publisher
 
 CRASHES = '#!/bin/sh\n[ "$1" = --version ] && exec echo zephyl-tray 2.0\nexit 3\n'
+
+# Shows nothing, writes down what it was to show, and installs what it is offered.
+DIALOGS = """#!/usr/bin/python3
+import json, sys
+alert = json.loads(sys.stdin.readline())["alert"]
+with open("{log}", "a") as log:
+    log.write(json.dumps(alert) + "\\n")
+print(json.dumps({{"shown": True}}), flush=True)
+if "Install Update" in alert["buttons"]:
+    button = alert["buttons"].index("Install Update")
+    print(json.dumps({{"answer": {{"button": button, "text": ""}}}}), flush=True)
+    print(json.dumps({{"hidden": True}}), flush=True)
+    sys.exit()
+for line in sys.stdin:
+    order = json.loads(line)
+    if "close" in order:
+        break
+    print(json.dumps({{"pong": order["ping"]}}), flush=True)
+"""
 
 
 @pytest.fixture
@@ -118,6 +138,30 @@ def test_it_waits_for_the_agent_and_goes_on_as_the_new_version(world, start_tray
     assert json.loads(settings_path(world).read_text())["mark"] == "kept"
     eventually(lambda: not any("zephyl-tray-updater" in " ".join(command_line(pid))
                                for pid in descendants(tray.pid)), what="the updater's end")
+    assert tray.stop() == 0
+
+
+def test_a_user_who_asks_sees_what_there_is_and_installs_it(world, start_tray, publisher, bus):
+    watcher = Watcher(bus.peer())
+    shown = world.root / "shown"
+    dialogs = world.prefix / "libexec" / "zephyl-tray" / "zephyl-tray-dialogs"
+    dialogs.write_text(DIALOGS.format(log=shown))
+    dialogs.chmod(0o755)
+    set_up(world, SULastCheckTime=str(int(time.time())))
+    publisher.publish(publisher.pack(publisher.copy("2.0")), change=lambda item: item.replace(
+        "<description></description>", "<description>Calmer.</description>"))
+    tray = start_tray("--desktop")
+    until_menu(watcher, "Check for Updates…")
+    assert publisher.server.requests == []
+    item = watcher.item()
+    item.event(item.find("Check for Updates…"), "clicked")
+    tray.log_line("version 2.0 is up")
+    until_menu(watcher, "Version 2.0")
+    found, *rest = [json.loads(line) for line in shown.read_text().splitlines()]
+    assert found["messageText"] == "A new version of Zephyl is available!"
+    assert "you have 1.0" in found["informativeText"] and "Calmer." in found["informativeText"]
+    assert [each["messageText"] for each in rest if "Zephyl 2.0" in each["messageText"]] == [
+        "Downloading Zephyl 2.0…"]
     assert tray.stop() == 0
 
 

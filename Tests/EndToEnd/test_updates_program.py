@@ -2,10 +2,8 @@
 
 import base64
 import hashlib
-import json
 import os
 import re
-import signal
 import subprocess
 import tarfile
 import time
@@ -13,38 +11,10 @@ import time
 import pytest
 
 from support.tray import BUILD, eventually
-from support.updates import (ARCHIVE, FEED, Publisher, Updater, rewrite_information, sign,
-                             snapshot, write_archive)
-
-OLD = '#!/bin/sh\necho "zephyl-tray old"\n'
-NEW = '#!/bin/sh\necho "zephyl-tray new"\n'
-
-
-@pytest.fixture
-def publisher(world):
-    publisher = Publisher(world)
-    # What runs is of no interest here, and a script is packed faster than the tray.
-    tray = world.prefix / "bin" / "zephyl-tray"
-    tray.write_text(OLD)
-    publisher.install("1.0")
-    (world.prefix / "libexec" / "zephyl-tray" / "zephyl-tray-updater").write_text("")
-    yield publisher
-    publisher.close()
-
-
-@pytest.fixture
-def updater(world, publisher):
-    return Updater(world)
-
-
-@pytest.fixture
-def archive(publisher):
-    return publisher.pack(publisher.copy("2.0", program=NEW))
-
-
-def offer_of(updater):
-    return updater.check()["found"]["offer"]
-
+from support.update_fixtures import (NEW, archive, offer_of, publisher,  # noqa: F401 (fixtures)
+                                     refused_download, updater)
+from support.updates import (ARCHIVE, FEED, rewrite_information, sign, snapshot,
+                             write_archive)
 
 # What is found
 
@@ -187,9 +157,8 @@ def test_only_https_and_loopback_are_asked(world, updater, address):
     assert time.monotonic() - began < 2
 
 
-@pytest.mark.parametrize("address, reason", [("http://192.0.2.1/feed", "https alone"),
-                                             ("ftp://127.0.0.1/feed", "https alone"),
-                                             ("file:///etc/passwd", "not an address")])
+@pytest.mark.parametrize("address, reason", [
+    ("http://192.0.2.1/feed", "https alone"), ("file:///etc/passwd", "not an address")])
 def test_a_redirect_leads_nowhere_else(publisher, updater, address, reason):
     publisher.server.answers[FEED] = lambda handler: handler.reply(302, Location=address)
     refused_check(updater, reason)
@@ -210,15 +179,6 @@ def test_without_a_feed_or_a_key_nothing_is_contacted(world, publisher, updater,
     assert publisher.server.requests == []
 
 
-def refused_download(updater, offer, reason, **values):
-    before = snapshot(updater.prefix)
-    report = updater.download(offer, **values)
-    assert reason in report.get("failed", ""), report
-    assert snapshot(updater.prefix) == before
-    left = [path.name for path in updater.directory.iterdir()] if updater.directory.exists() else []
-    assert left in ([], ["lock"]), left
-
-
 def flipped(contents, place):
     return contents[:place] + bytes([contents[place] ^ 1]) + contents[place + 1:]
 
@@ -227,7 +187,6 @@ def test_other_bytes_than_were_signed_are_refused(publisher, updater, archive):
     publisher.publish(archive)
     offer = offer_of(updater)
     contents = archive.read_bytes()
-    key, _ = publisher.other_key()
     attacks = {
         "a changed byte": (flipped(contents, len(contents) // 2), "signature is not good"),
         "longer": (contents + b"x", "more than it should"),
@@ -356,141 +315,6 @@ def test_what_is_no_archive_is_refused(publisher, updater, archive, contents):
     refused_download(updater, {**offer_of(updater), "length": len(contents),
                                "sha256": hashlib.sha256(contents).hexdigest(),
                                "signature": base64.b64encode(signature).decode()}, "damaged")
-
-
-# Installing
-
-def test_an_installation_that_is_not_the_users_is_only_told_about(world, publisher, updater,
-                                                                 archive):
-    publisher.publish(archive)
-    rewrite_information(world.prefix, ZephylUpdateCommand="apt upgrade zephyl-tray")
-    found = updater.check()["found"]
-    assert "Run: apt upgrade zephyl-tray" in found["obstacle"]
-    refused_download(updater, found["offer"], "package manager")
-    rewrite_information(world.prefix, ZephylUpdateCommand=None)
-    (world.prefix / "bin" / "ls").write_text("somebody else's")
-    found = updater.check()["found"]
-    assert "shares its folder with other files (bin/ls)" in found["obstacle"]
-    refused_download(updater, found["offer"], "shares its folder")
-
-
-def test_a_new_version_that_cannot_be_run_is_not_installed(world, publisher, updater):
-    publisher.publish(publisher.pack(publisher.copy("2.0", program="#!/bin/sh\nexit 1\n")))
-    assert updater.download(offer_of(updater)) == {"ready": "2.0"}
-    before = snapshot(world.prefix)
-    assert "does not work on this machine" in updater.install("2.0")["failed"]
-    assert snapshot(world.prefix) == before
-
-
-def test_only_one_at_a_time_works_on_an_installation(world, publisher, updater, archive):
-    publisher.publish(archive)
-    offer = offer_of(updater)
-    reached = []
-    publisher.server.answers[ARCHIVE] = lambda handler: (
-        reached.append(1), publisher.server.ending.wait(20))
-    first = updater.start({"download": {"offer": offer}})
-    try:
-        eventually(lambda: reached)
-        refused = updater.download(offer)
-        assert "under way already" in refused["failed"]
-        first.stdin.close()  # as when the user cancels, or the tray dies
-        first.wait(5)
-        assert b"Cancelled" in first.stdout.read()
-    finally:
-        first.kill()
-        first.wait()
-
-
-def version_at(prefix):
-    """Which version stands there, as its dictionary and its program say, which must agree."""
-    information = json.loads((prefix / "share" / "zephyl-tray" / "Info.json").read_text())
-    run = subprocess.run([prefix / "bin" / "zephyl-tray", "--version"], capture_output=True,
-                         text=True, check=True)
-    assert {"1.0": "zephyl-tray old\n", "2.0": "zephyl-tray new\n"}[
-        information["CFBundleShortVersionString"]] == run.stdout
-    return information["CFBundleShortVersionString"]
-
-
-def kill_after(updater, command, delay):
-    process = updater.start(command)
-    time.sleep(delay)  # when it is killed is the very thing that is tried out
-    process.kill()
-    process.wait()
-    for end in (process.stdin, process.stdout, process.stderr):
-        end.close()
-
-
-def test_a_kill_at_any_moment_leaves_a_version_that_starts(world, publisher, updater, archive):
-    publisher.publish(archive)
-    offer = offer_of(updater)
-    steps = 12
-    seen = set()
-    for name, command in {"download": {"download": {"offer": offer}},
-                          "install": {"install": {"version": "2.0"}}}.items():
-        began = time.monotonic()
-        if name == "install":
-            assert updater.download(offer) == {"ready": "2.0"}
-        duration = 0.06
-        for step in range(steps):
-            kill_after(updater, command, duration * step / steps)
-            seen.add(version_at(world.prefix))
-            if version_at(world.prefix) == "2.0":
-                break
-            if name == "install" and not (updater.directory / "staged").exists():
-                assert updater.download(offer) == {"ready": "2.0"}
-        assert time.monotonic() - began < 20
-    if version_at(world.prefix) == "1.0":
-        assert updater.download(offer) == {"ready": "2.0"}
-        assert updater.install("2.0") == {"installed": "2.0"}
-    assert version_at(world.prefix) == "2.0"
-    # And the way back, from wherever it was left.
-    watch = {"watch": {"process": 1 << 22, "arguments": ["--version"], "limitSeconds": 1}}
-    for step in range(steps):
-        kill_after(updater, watch, 0.03 * step / steps)
-        assert version_at(world.prefix) in ("1.0", "2.0")
-    updater.run("watch", process=1 << 22, arguments=["--version"], limitSeconds=1)
-    assert version_at(world.prefix) == "1.0"
-
-
-# The trial
-
-def installed(publisher, updater, archive):
-    publisher.publish(archive)
-    assert updater.download(offer_of(updater)) == {"ready": "2.0"}
-    assert updater.install("2.0") == {"installed": "2.0"}
-
-
-def test_a_version_that_reports_itself_up_stays(world, publisher, updater, archive):
-    installed(publisher, updater, archive)
-    running = subprocess.Popen(["sleep", "1000"])
-    try:
-        watch = updater.start({"watch": {"process": running.pid, "arguments": [],
-                                         "limitSeconds": 20}})
-        (updater.directory / "trial.json").unlink()
-        assert watch.wait(5) == 0
-        assert running.poll() is None and version_at(world.prefix) == "2.0"
-    finally:
-        running.kill()
-        running.wait()
-
-
-def test_a_version_that_hangs_is_ended_and_the_previous_one_runs_again(world, publisher, updater,
-                                                                      archive):
-    before = snapshot(world.prefix)
-    installed(publisher, updater, archive)
-    hanging = subprocess.Popen(["sleep", "1000"])
-    try:
-        watch = updater.start({"watch": {"process": hanging.pid, "arguments": ["--version"],
-                                         "limitSeconds": 1}})
-        assert hanging.wait(10) == -signal.SIGTERM
-        assert watch.wait(10) == 0
-        assert watch.stdout.read() == b"zephyl-tray old\n", "the previous version did not run"
-    finally:
-        hanging.kill()
-        hanging.wait()
-    assert snapshot(world.prefix) == before
-    note = json.loads((updater.directory / "failed.json").read_text())
-    assert note["version"] == "2.0" and not (updater.directory / "trial.json").exists()
 
 
 def test_the_lean_process_has_none_of_its_libraries():

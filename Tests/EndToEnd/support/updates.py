@@ -165,11 +165,13 @@ class Updater:
         self.world = world
         self.program = BUILD / "zephyl-tray-updater"
         self.prefix = world.prefix
+        self.user = None  # another than the one who runs the tests
 
     def start(self, command):
         (name, values), = command.items()
         process = subprocess.Popen([self.program], stdin=subprocess.PIPE, stdout=subprocess.PIPE,
-                                   stderr=subprocess.PIPE, env=self.world.environment)
+                                   stderr=subprocess.PIPE, env=self.world.environment,
+                                   user=self.user)
         line = json.dumps({name: {"prefix": str(self.prefix), **values}})
         process.stdin.write(line.encode() + b"\n")
         process.stdin.flush()

@@ -1,0 +1,154 @@
+"""zephyl-tray-updater by hand: an installation is replaced whole, or not at all, or taken back."""
+
+import json
+import os
+import signal
+import subprocess
+import time
+
+from support.tray import eventually
+from support.update_fixtures import (archive, offer_of, publisher,  # noqa: F401 (fixtures)
+                                     refused_download, updater)
+from support.updates import ARCHIVE, rewrite_information, snapshot
+
+
+def test_an_installation_that_is_not_the_users_is_only_told_about(world, publisher, updater,
+                                                                 archive):
+    publisher.publish(archive)
+    rewrite_information(world.prefix, ZephylUpdateCommand="apt upgrade zephyl-tray")
+    found = updater.check()["found"]
+    assert "Run: apt upgrade zephyl-tray" in found["obstacle"]
+    refused_download(updater, found["offer"], "package manager")
+    rewrite_information(world.prefix, ZephylUpdateCommand=None)
+    (world.prefix / "bin" / "ls").write_text("somebody else's")
+    found = updater.check()["found"]
+    assert "shares its folder with other files (bin/ls)" in found["obstacle"]
+    refused_download(updater, found["offer"], "shares its folder")
+
+
+def test_an_installation_that_the_user_may_not_write_is_only_told_about(world, publisher, updater,
+                                                                       archive):
+    publisher.publish(archive)
+    world.root.chmod(0o755)
+    world.prefix.chmod(0o555)
+    updater.user = 65534 if os.geteuid() == 0 else None  # root may write everything
+    found = updater.check()["found"]
+    assert "You may not change the installation" in found["obstacle"]
+    refused_download(updater, found["offer"], "may not change")
+    world.prefix.chmod(0o755)
+
+
+def test_a_new_version_that_cannot_be_run_is_not_installed(world, publisher, updater):
+    publisher.publish(publisher.pack(publisher.copy("2.0", program="#!/bin/sh\nexit 1\n")))
+    assert updater.download(offer_of(updater)) == {"ready": "2.0"}
+    before = snapshot(world.prefix)
+    assert "does not work on this machine" in updater.install("2.0")["failed"]
+    assert snapshot(world.prefix) == before
+
+
+def test_only_one_at_a_time_works_on_an_installation(world, publisher, updater, archive):
+    publisher.publish(archive)
+    offer = offer_of(updater)
+    reached = []
+    publisher.server.answers[ARCHIVE] = lambda handler: (
+        reached.append(1), publisher.server.ending.wait(20))
+    first = updater.start({"download": {"offer": offer}})
+    try:
+        eventually(lambda: reached)
+        refused = updater.download(offer)
+        assert "under way already" in refused["failed"]
+        first.stdin.close()  # as when the user cancels, or the tray dies
+        first.wait(5)
+        assert b"Cancelled" in first.stdout.read()
+    finally:
+        first.kill()
+        first.wait()
+
+
+def version_at(prefix):
+    """Which version stands there, as its dictionary and its program say, which must agree."""
+    information = json.loads((prefix / "share" / "zephyl-tray" / "Info.json").read_text())
+    run = subprocess.run([prefix / "bin" / "zephyl-tray", "--version"], capture_output=True,
+                         text=True, check=True)
+    assert {"1.0": "zephyl-tray old\n", "2.0": "zephyl-tray new\n"}[
+        information["CFBundleShortVersionString"]] == run.stdout
+    return information["CFBundleShortVersionString"]
+
+
+def kill_after(updater, command, delay):
+    with updater.start(command) as process:
+        time.sleep(delay)  # when it is killed is the very thing that is tried out
+        process.kill()
+
+
+def test_a_kill_at_any_moment_leaves_a_version_that_starts(world, publisher, updater, archive):
+    publisher.publish(archive)
+    offer = offer_of(updater)
+    steps = 12
+    seen = set()
+    for name, command in {"download": {"download": {"offer": offer}},
+                          "install": {"install": {"version": "2.0"}}}.items():
+        began = time.monotonic()
+        if name == "install":
+            assert updater.download(offer) == {"ready": "2.0"}
+        duration = 0.06
+        for step in range(steps):
+            kill_after(updater, command, duration * step / steps)
+            seen.add(version_at(world.prefix))
+            if version_at(world.prefix) == "2.0":
+                break
+            if name == "install" and not (updater.directory / "staged").exists():
+                assert updater.download(offer) == {"ready": "2.0"}
+        assert time.monotonic() - began < 20
+    if version_at(world.prefix) == "1.0":
+        assert updater.download(offer) == {"ready": "2.0"}
+        assert updater.install("2.0") == {"installed": "2.0"}
+    assert version_at(world.prefix) == "2.0"
+    # And the way back, from wherever it was left.
+    watch = {"watch": {"process": 1 << 22, "arguments": ["--version"], "limitSeconds": 1}}
+    for step in range(steps):
+        kill_after(updater, watch, 0.03 * step / steps)
+        assert version_at(world.prefix) in ("1.0", "2.0")
+    updater.run("watch", process=1 << 22, arguments=["--version"], limitSeconds=1)
+    assert version_at(world.prefix) == "1.0"
+
+
+# The trial
+
+def installed(publisher, updater, archive):
+    publisher.publish(archive)
+    assert updater.download(offer_of(updater)) == {"ready": "2.0"}
+    assert updater.install("2.0") == {"installed": "2.0"}
+
+
+def test_a_version_that_reports_itself_up_stays(world, publisher, updater, archive):
+    installed(publisher, updater, archive)
+    running = subprocess.Popen(["sleep", "1000"])
+    try:
+        watch = updater.start({"watch": {"process": running.pid, "arguments": [],
+                                         "limitSeconds": 20}})
+        (updater.directory / "trial.json").unlink()
+        assert watch.wait(5) == 0
+        assert running.poll() is None and version_at(world.prefix) == "2.0"
+    finally:
+        running.kill()
+        running.wait()
+
+
+def test_a_version_that_hangs_is_ended_and_the_previous_one_runs_again(world, publisher, updater,
+                                                                      archive):
+    before = snapshot(world.prefix)
+    installed(publisher, updater, archive)
+    hanging = subprocess.Popen(["sleep", "1000"])
+    try:
+        watch = updater.start({"watch": {"process": hanging.pid, "arguments": ["--version"],
+                                         "limitSeconds": 1}})
+        assert hanging.wait(10) == -signal.SIGTERM
+        assert watch.wait(10) == 0
+        assert watch.stdout.read() == b"zephyl-tray old\n", "the previous version did not run"
+    finally:
+        hanging.kill()
+        hanging.wait()
+    assert snapshot(world.prefix) == before
+    note = json.loads((updater.directory / "failed.json").read_text())
+    assert note["version"] == "2.0" and not (updater.directory / "trial.json").exists()
