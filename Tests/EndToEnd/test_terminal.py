@@ -236,6 +236,30 @@ def test_nothing_is_written_while_nothing_happens(with_agent, open_terminal):
     assert record.stat().st_size == before
 
 
+def test_a_terminal_that_does_not_keep_up_holds_nothing_up(world, open_terminal):
+    world.use_agent_script("#!/bin/sh\nexec sleep 1000\n")
+    app = world.resources / "Zephyl Window.app"
+    app.write_text("#!/bin/sh\nn=0\nwhile :; do n=$((n+1)); seq $((n*17)) $((n*17+30)); sleep 0.05; done\n")
+    app.chmod(0o755)
+    terminal = open_terminal()
+    terminal.see("Open Zephyl", "new)")
+    terminal.press("l")
+    terminal.see("Esc close")
+    tray = terminal.pid
+    terminal.stop_reading()
+    time.sleep(2)  # far more is to be drawn than fits on the way
+    terminal.read_on()
+    before = terminal.see("Esc close")
+    eventually(lambda: terminal.screen() != before, what="a log that moves on")
+    terminal.stop_reading()
+    time.sleep(2)
+    os.kill(tray, signal.SIGTERM)
+    eventually(lambda: not is_alive(tray), 5, what="the end of the tray")
+    terminal.read_on()
+    terminal.see("[ended: 0]")
+    assert "icanon" in terminal.settings()
+
+
 def test_it_fits_the_terminal_whatever_its_size(with_agent, open_terminal):
     terminal = open_terminal()
     terminal.see("reachable, 1 folder", "idle")

@@ -1,7 +1,10 @@
 """A terminal of a test's own (tmux, on a socket of its own), to type into and to look at."""
 
+import contextlib
+import os
 import re
 import shlex
+import signal
 import subprocess
 import time
 
@@ -22,6 +25,7 @@ class Terminal:
         self._tmux("set", "-s", "escape-time", "0", ";", "set", "-s", "set-clipboard", "on",
                    ";", "set", "-g", "status", "off")
         self.shell = int(self._tmux("display-message", "-p", "#{pane_pid}"))
+        self._server = int(self._tmux("display-message", "-p", "#{pid}"))
 
     def _tmux(self, *arguments):
         answer = subprocess.run(["tmux", "-S", self._socket, *arguments], capture_output=True,
@@ -139,6 +143,13 @@ class Terminal:
         return subprocess.run(["stty", "-a", "-F", device], capture_output=True, text=True,
                               check=True, timeout=10).stdout.split()
 
+    def stop_reading(self):
+        """The terminal takes nothing any more, until it is to read on."""
+        os.kill(self._server, signal.SIGSTOP)
+
+    def read_on(self):
+        os.kill(self._server, signal.SIGCONT)
+
     def hang_up(self):
         """Closes the terminal, as when a connection breaks."""
         self._seen.update(descendants(self.shell))
@@ -147,6 +158,8 @@ class Terminal:
     def close(self):
         """Ends the terminal and what ran in it."""
         self._seen.update(descendants(self.shell))
+        with contextlib.suppress(ProcessLookupError):
+            self.read_on()
         subprocess.run(["tmux", "-S", self._socket, "kill-server"], capture_output=True, timeout=10,
                        check=False)
         trays = [pid for pid in self._seen if command_name(pid) == "zephyl-tray"]
