@@ -28,6 +28,7 @@ namespace asio = boost::asio;
 
 namespace {
 
+constexpr int acceptsPerTurn = 8;
 constexpr std::chrono::milliseconds acceptRetryDelay{100};
 constexpr std::chrono::seconds drainTime{2};
 constexpr std::size_t drainBytes = 1UL << 20;
@@ -242,8 +243,10 @@ void MessageListener::Server::onThread(Task task) {
   }
 }
 
+/// A few at a time, so that those who come do not keep those waiting who are there already.
 void MessageListener::Server::acceptPending() {
-  while (!acceptsNoMore_) {
+  for (int turn = 0; !acceptsNoMore_; ++turn) {
+    if (turn == acceptsPerTurn) return reactor_->post([this] { acceptPending(); });
     waitsForRoom_ = !makeRoom();
     if (waitsForRoom_) return;
     const int socket = ::accept4(socket_.get(), nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC);

@@ -1,7 +1,9 @@
 #include "System/MessageListener.hpp"
 
+#include <atomic>
 #include <deque>
 #include <mutex>
+#include <thread>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -149,6 +151,30 @@ TEST_F(MessageListenerTest, IsNotDelayedByASilentPeer) {
   EXPECT_EQ(other.receiveAll(), "hello.");
   silent.send("lo.");
   EXPECT_EQ(silent.receiveAll(), "hello.");
+}
+
+TEST_F(MessageListenerTest, NewPeersDoNotKeepWaitingThoseWhoAreThere) {
+  openEcho();
+  std::atomic<bool> stopping = false;
+  std::vector<std::jthread> crowd;
+  for (int i = 0; i < 2; ++i) {
+    crowd.emplace_back([&] {
+      while (!stopping) {
+        const auto peer = client();
+        peer.send("quick.");
+        static_cast<void>(peer.receiveAll());
+      }
+    });
+  }
+  for (int i = 0; i < 20; ++i) {
+    const auto patient = client();
+    const int before = calls_;
+    ASSERT_TRUE(test::eventually([&] { return calls_ > before + 20; }));
+    patient.send("patient.");
+    EXPECT_TRUE(patient.isReadable(500ms));
+    EXPECT_EQ(patient.receiveAll(), "patient.");
+  }
+  stopping = true;
 }
 
 TEST_F(MessageListenerTest, MakesRoomByClosingTheOldestThatHasNotSentAWholeMessage) {
