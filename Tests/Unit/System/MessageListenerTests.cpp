@@ -155,11 +155,10 @@ TEST_F(MessageListenerTest, IsNotDelayedByASilentPeer) {
 
 TEST_F(MessageListenerTest, NewPeersDoNotKeepWaitingThoseWhoAreThere) {
   openEcho();
-  std::atomic<bool> stopping = false;
   std::vector<std::jthread> crowd;
   for (int i = 0; i < 2; ++i) {
-    crowd.emplace_back([&] {
-      while (!stopping) {
+    crowd.emplace_back([this](const std::stop_token& stop) {
+      while (!stop.stop_requested()) {
         const auto peer = client();
         peer.send("quick.");
         static_cast<void>(peer.receiveAll());
@@ -174,7 +173,6 @@ TEST_F(MessageListenerTest, NewPeersDoNotKeepWaitingThoseWhoAreThere) {
     EXPECT_TRUE(patient.isReadable(500ms));
     EXPECT_EQ(patient.receiveAll(), "patient.");
   }
-  stopping = true;
 }
 
 TEST_F(MessageListenerTest, MakesRoomByClosingTheOldestThatHasNotSentAWholeMessage) {
