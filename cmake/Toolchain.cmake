@@ -8,6 +8,8 @@ set(CMAKE_RUNTIME_OUTPUT_DIRECTORY "${PROJECT_BINARY_DIR}")
 
 # Optimized, with line numbers for back traces, and with assertions: they cost next to nothing.
 set(CMAKE_CXX_FLAGS_RELWITHDEBINFO "-O2 -g1")
+# For the sanitizers, which need no more than line numbers either.
+set(CMAKE_CXX_FLAGS_DEBUG "-g1")
 
 find_program(ZEPHYL_CCACHE ccache)
 if(ZEPHYL_CCACHE)
