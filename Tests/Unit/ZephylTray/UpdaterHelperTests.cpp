@@ -1,6 +1,7 @@
 #include "ZephylTray/UpdaterHelper.hpp"
 
 #include <gtest/gtest.h>
+
 #include <unistd.h>
 
 #include "Support/FakeDialogs.hpp"
