@@ -46,6 +46,7 @@ class Notifications final : public Bus::Client {
     bool removed = false;
   };
 
+  void serverChanged(const std::string& owner);
   void forget();
   void postOnceCapabilitiesAreKnown(const Notification& notification);
   void send(Posted& posted, const Notification& notification);

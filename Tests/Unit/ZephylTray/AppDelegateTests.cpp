@@ -55,7 +55,8 @@ TEST_F(AppDelegateTest, UsesAnAgentThatAnswersAndLaunchesNone) {
       runtime_.runUntil([&] { return polls() >= 2; }));  // the launch check and the first refresh
   EXPECT_TRUE(runtime_.launcher.children().empty());
   EXPECT_EQ(desktop_.item.title, " 2");
-  EXPECT_EQ(desktop_.item.description, "reachable, 2 folders");
+  EXPECT_TRUE(
+      runtime_.runUntil([&] { return desktop_.item.description == "reachable, 2 folders"; }));
 }
 
 TEST_F(AppDelegateTest, LaunchesTheAgentOnceWhenNothingAnswers) {
