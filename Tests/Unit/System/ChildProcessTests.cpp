@@ -14,13 +14,10 @@
 #include <sys/prctl.h>
 #include <sys/wait.h>
 
-#include "Support/Children.hpp"
+#include "ChildProcessTest.hpp"
 #include "Support/Eventually.hpp"
 #include "Support/Processes.hpp"
 #include "Support/TemporaryDirectory.hpp"
-#include "System/Guardian.hpp"
-#include "System/Reactor.hpp"
-#include "System/SystemProcessLauncher.hpp"
 
 namespace zephyl {
 namespace {
@@ -33,38 +30,6 @@ using test::program;
 using test::script;
 using test::signalled;
 using Lines = std::vector<std::string>;
-using Child = std::shared_ptr<ChildProcess>;
-
-constexpr auto deadline = 20s;
-
-class ChildProcessTest : public ::testing::Test {
- protected:
-  /// Starts a child that is expected to start.
-  Child launch(ProcessOptions options) {
-    auto child = launcher_.launch(std::move(options));
-    if (!child) throw std::runtime_error(child.error().message);
-    return *child;
-  }
-
-  Child launchWatched(ProcessOptions options) {
-    witness_.attachTo(options);
-    return launch(std::move(options));
-  }
-
-  /// Lets the reactor finish with children that have been reported. Twice, since what a handler
-  /// leaves behind may come after what others post meanwhile.
-  void settle() {
-    reactor_.run([] {});
-    reactor_.run([] {});
-  }
-
-  ChildProcessTest() { std::signal(SIGPIPE, SIG_IGN); }
-
-  Guardian guardian_ = *Guardian::start();
-  test::ChildWitness witness_;
-  Reactor reactor_;
-  SystemProcessLauncher launcher_{reactor_, guardian_};
-};
 
 TEST_F(ChildProcessTest, ReportsTheExitStatus) {
   const Child child = launchWatched(script("exit 3"));
@@ -389,84 +354,6 @@ TEST_F(ChildProcessTest, OutlivesTheReactorAsAHandle) {
   EXPECT_FALSE(child->waitForExit(0ns));  // nobody sees it end
   guardian_.remove(child->pid());
   EXPECT_EQ(::waitpid(child->pid(), nullptr, 0), child->pid());
-}
-
-TEST_F(ChildProcessTest, DeliversAFloodWhole) {
-  std::atomic<std::size_t> lines = 0;
-  std::atomic<bool> ended = false;
-  ProcessOptions options = script("head -c 20000000 /dev/zero | tr '\\0' x | fold -w 100");
-  options.onOutput = [&](const OutputLines& batch) { lines += batch.lines().size(); };
-  options.onExit = [&](ExitStatus) { ended = true; };
-  const Child child = launch(std::move(options));
-  EXPECT_TRUE(child->waitForExit(deadline));
-  EXPECT_TRUE(eventually([&] { return ended.load(); }));
-  EXPECT_EQ(lines, 200000U);
-}
-
-/// The bytes of output that may be held before a child is not read from.
-constexpr std::size_t allowance = 256UL * 1024;
-
-/// Holds on to the batches that it gets.
-class Hoarder {
- public:
-  void attachTo(ProcessOptions& options) {
-    options.onOutput = [this](OutputLines batch) {
-      const std::scoped_lock lock(mutex_);
-      for (const auto& line : batch.lines()) bytes_ += line.size() + sizeof(std::string);
-      batches_.push_back(std::move(batch));
-    };
-  }
-
-  std::size_t bytes() {
-    const std::scoped_lock lock(mutex_);
-    return bytes_;
-  }
-
-  void letGo() {
-    std::vector<OutputLines> batches;
-    const std::scoped_lock lock(mutex_);
-    batches.swap(batches_);
-    bytes_ = 0;
-  }
-
- private:
-  std::mutex mutex_;
-  std::vector<OutputLines> batches_;
-  std::size_t bytes_ = 0;
-};
-
-TEST_F(ChildProcessTest, IsNotReadFromWhileItsOutputIsHeldUnread) {
-  for (const std::string line : {"y", "a line of an ordinary length, as programs write them"}) {
-    Hoarder hoarder;
-    ProcessOptions options = program("/usr/bin/yes", {line});
-    hoarder.attachTo(options);
-    const Child child = launch(std::move(options));
-    for (int round = 0; round < 3; ++round) {
-      EXPECT_TRUE(eventually([&] { return hoarder.bytes() >= allowance; }));
-      const std::size_t held = hoarder.bytes();
-      for (int turn = 0; turn < 1000; ++turn) reactor_.run([] {});
-      EXPECT_EQ(hoarder.bytes(), held);
-      EXPECT_LT(held, 3 * allowance);
-      hoarder.letGo();
-    }
-    EXPECT_TRUE(eventually([&] { return hoarder.bytes() > 0; }));
-    child->killGroup();
-    EXPECT_TRUE(child->waitForExit(deadline));
-    settle();
-  }
-}
-
-TEST_F(ChildProcessTest, EndsThoughItsOutputIsHeldUnread) {
-  std::atomic<bool> ended = false;
-  Hoarder hoarder;
-  ProcessOptions options =
-      script("head -c 400000 /dev/zero | tr '\\0' '\\n' | sed s/^/x/; echo done");
-  hoarder.attachTo(options);
-  options.onExit = [&](ExitStatus) { ended = true; };
-  const Child child = launch(std::move(options));
-  EXPECT_TRUE(eventually([&] { return hoarder.bytes() >= allowance; }));
-  child->terminateGroup();
-  EXPECT_TRUE(eventually([&] { return ended.load(); }));
 }
 
 TEST_F(ChildProcessTest, LeavesNothingBehindAThousandTimes) {

@@ -1,0 +1,52 @@
+#pragma once
+
+#include <chrono>
+#include <csignal>
+#include <memory>
+#include <stdexcept>
+
+#include <gtest/gtest.h>
+
+#include "Support/Children.hpp"
+#include "System/ChildProcess.hpp"
+#include "System/Guardian.hpp"
+#include "System/Reactor.hpp"
+#include "System/SystemProcessLauncher.hpp"
+
+namespace zephyl {
+
+using Child = std::shared_ptr<ChildProcess>;
+
+constexpr auto deadline = std::chrono::seconds(20);
+
+/// Real children of a real launcher.
+class ChildProcessTest : public ::testing::Test {
+ protected:
+  /// Starts a child that is expected to start.
+  Child launch(ProcessOptions options) {
+    auto child = launcher_.launch(std::move(options));
+    if (!child) throw std::runtime_error(child.error().message);
+    return *child;
+  }
+
+  Child launchWatched(ProcessOptions options) {
+    witness_.attachTo(options);
+    return launch(std::move(options));
+  }
+
+  /// Lets the reactor finish with children that have been reported. Twice, since what a handler
+  /// leaves behind may come after what others post meanwhile.
+  void settle() {
+    reactor_.run([] {});
+    reactor_.run([] {});
+  }
+
+  ChildProcessTest() { std::signal(SIGPIPE, SIG_IGN); }
+
+  Guardian guardian_ = *Guardian::start();
+  test::ChildWitness witness_;
+  Reactor reactor_;
+  SystemProcessLauncher launcher_{reactor_, guardian_};
+};
+
+}  // namespace zephyl
