@@ -1,14 +1,13 @@
 """A pre-authorisation key is used once, and is then nowhere to be found."""
 
 import json
-import pathlib
 
 import pytest
 
 from support.control_api import start_api, window  # noqa: F401 (fixtures)
 from support.memory import copies_in_memory
 from support.tailnet import FINGERPRINT
-from support.tray import descendants, eventually
+from support.tray import command_line, descendants, eventually
 
 SECTION = "kq7vgood2secret3of4the5lab6server7and8nobody9else"
 
@@ -22,7 +21,7 @@ def written(world, tray, api):
     yield "the diagnostics", json.dumps(api.get("/diagnostics"))
     yield "the servers", json.dumps(api.get("/servers"))
     for pid in [tray.pid, *descendants(tray.pid)]:
-        yield f"the command line of {pid}", pathlib.Path(f"/proc/{pid}/cmdline").read_text()
+        yield f"the command line of {pid}", command_line(pid)
     for file in world.root.rglob("*"):
         if file.is_file() and not file.is_symlink() and world.prefix / "bin" not in file.parents:
             yield str(file), file.read_text(errors="replace")

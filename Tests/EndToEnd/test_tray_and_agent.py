@@ -11,7 +11,7 @@ import time
 
 import pytest
 
-from support.tray import SANDBOX, descendants, eventually, is_alive
+from support.tray import SANDBOX, command_line, descendants, eventually, is_alive
 
 
 def test_it_launches_an_agent_shares_a_folder_and_tells_its_progress(world, start_tray):
@@ -66,9 +66,9 @@ def test_no_child_survives_a_killed_tray(world, start_tray):
 def test_an_agent_that_ignores_sigterm_is_killed_after_three_seconds(world, start_tray):
     world.use_agent_script("#!/bin/sh\ntrap '' TERM\nwhile :; do sleep 0.1; done\n")
     tray = start_tray()
-    agent = eventually(lambda: [p for p in descendants(tray.pid)
-                                if b"zephyl-agent" in open(f"/proc/{p}/cmdline", "rb").read()
-                                and b"lsof" not in open(f"/proc/{p}/cmdline", "rb").read()])[0]
+    agent = eventually(lambda: [pid for pid in descendants(tray.pid)
+                                if "zephyl-agent" in command_line(pid)
+                                and "lsof" not in command_line(pid)])[0]
     began = time.monotonic()
     assert tray.stop() == 0
     assert 2.5 < time.monotonic() - began < 5

@@ -64,6 +64,14 @@ def command_name(pid):
         return ""
 
 
+def command_line(pid):
+    """The program and its arguments in one text; empty when the process has gone."""
+    try:
+        return pathlib.Path(f"/proc/{pid}/cmdline").read_bytes().replace(b"\0", b" ").decode()
+    except (FileNotFoundError, ProcessLookupError):
+        return ""
+
+
 class World:
     """A home, a staged installation and ports for one tray."""
 
