@@ -200,6 +200,7 @@ def test_a_fresh_tray_asks_an_agent_that_answers_within_50_ms(world, start_tray,
         began = time.monotonic()
         tray = start_tray()
         eventually(lambda: scripted_agent.count("/api/activity") >= 1)
+        eventually(lambda: scripted_agent.count("/api/status"))
         delays.append(next(t for t, path in scripted_agent.requests if path == "/api/status") - began)
         tray.stop()
     assert sorted(delays)[2] < 0.05, delays
