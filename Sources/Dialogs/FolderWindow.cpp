@@ -8,8 +8,8 @@ namespace zephyl {
 
 namespace {
 
-constexpr int margin = 12;
-constexpr QSize initialSize{680, 460};
+constexpr int messageMargin = 12;
+constexpr QSize pickerSize{680, 460};
 
 }  // namespace
 
@@ -21,7 +21,7 @@ FolderWindow::FolderWindow(Conversation& conversation, const FolderPickerRequest
   message_.setWordWrap(true);
   message_.setText(plainText(request.message));
   message_.setTextInteractionFlags(Qt::TextSelectableByMouse);
-  message_.setContentsMargins(margin, margin, margin, 0);
+  message_.setContentsMargins(messageMargin, messageMargin, messageMargin, 0);
 
   // Not the desktop's own: what that shows could not be watched, and is asked for elsewhere.
   picker_.setOption(QFileDialog::DontUseNativeDialog);
@@ -45,7 +45,7 @@ FolderWindow::FolderWindow(Conversation& conversation, const FolderPickerRequest
   layout_.setSpacing(0);
   layout_.addWidget(&message_);
   layout_.addWidget(&picker_, 1);
-  resize(initialSize);
+  resize(pickerSize);
 }
 
 void FolderWindow::nameParts() {

@@ -13,9 +13,9 @@ namespace {
 
 using Event = DialogReport::LogEvent;
 
-constexpr QSize initialSize{560, 380};
+constexpr QSize logWindowSize{560, 380};
 constexpr int inset = 18;
-constexpr int spacing = 10;
+constexpr int partSpacing = 10;
 constexpr int buttonSpacing = 8;
 constexpr int contentWidth = 524;
 constexpr int logHeight = 260;
@@ -47,12 +47,12 @@ LogViewer::LogViewer(Conversation& conversation, const LogWindowRequest& request
   setWindowTitle(plainText(request.title));
   setWindowFlag(Qt::WindowMinMaxButtonsHint);
   layout_.setContentsMargins(inset, inset, inset, inset);
-  layout_.setSpacing(spacing);
+  layout_.setSpacing(partSpacing);
   if (!request.message.empty()) addMessage(request.message);
   addLog(request.shownText);
   addButtons();
   const int missing = logHeight - log_.sizeHint().height();
-  resize(initialSize.expandedTo(sizeHint() + QSize(0, missing)));
+  resize(logWindowSize.expandedTo(sizeHint() + QSize(0, missing)));
 }
 
 DialogReport LogViewer::safeAnswer() const {

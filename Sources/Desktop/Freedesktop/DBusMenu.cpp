@@ -8,7 +8,7 @@ namespace zephyl {
 
 namespace {
 
-constexpr const char* interfaceName = "com.canonical.dbusmenu";
+constexpr const char* menuInterface = "com.canonical.dbusmenu";
 constexpr std::uint32_t protocolVersion = 3;
 
 using Names = std::vector<std::string>;
@@ -132,7 +132,7 @@ const sd_bus_vtable* DBusMenu::table() {
 
 void DBusMenu::connected(BusConnection& connection) {
   connection_ = &connection;
-  object_ = connection.addObject(path, interfaceName, table(), this);
+  object_ = connection.addObject(path, menuInterface, table(), this);
   gnomeWatch_ = connection.watchOwner("org.gnome.Shell",
                                       [this](const std::string& owner) { gnomeShell_ = owner; });
 }
@@ -330,7 +330,7 @@ std::size_t DBusMenu::publish() {
     ++sent;
   }
   if (difference.structure) {
-    const auto signal = connection_->newSignal(path, interfaceName, "LayoutUpdated");
+    const auto signal = connection_->newSignal(path, menuInterface, "LayoutUpdated");
     BusWriter(signal.get()).append("ui", revision_, MenuLayout::rootId);
     connection_->send(signal);
     ++sent;
@@ -339,7 +339,7 @@ std::size_t DBusMenu::publish() {
 }
 
 void DBusMenu::sendChanges(const MenuLayout::Difference& difference) {
-  const auto signal = connection_->newSignal(path, interfaceName, "ItemsPropertiesUpdated");
+  const auto signal = connection_->newSignal(path, menuInterface, "ItemsPropertiesUpdated");
   BusWriter writer(signal.get());
   writer.open('a', "(ia{sv})");
   for (const auto& change : difference.changes) {

@@ -11,7 +11,7 @@ namespace zephyl {
 
 namespace {
 
-constexpr const char* interfaceName = "org.freedesktop.Application";
+constexpr const char* applicationInterface = "org.freedesktop.Application";
 constexpr std::uint32_t inQueue = 2;
 constexpr std::uint64_t askingLimit = std::chrono::microseconds(std::chrono::seconds(3)).count();
 
@@ -59,7 +59,7 @@ const sd_bus_vtable* SingleInstance::table() {
 
 void SingleInstance::connected(BusConnection& connection) {
   object_ =
-      connection.addObject(applicationPath(applicationId).c_str(), interfaceName, table(), this);
+      connection.addObject(applicationPath(applicationId).c_str(), applicationInterface, table(), this);
   // With a callback of our own: without one a refusal closes the connection.
   const auto answered = [](sd_bus_message* reply, void*, sd_bus_error*) {
     std::uint32_t outcome = 0;

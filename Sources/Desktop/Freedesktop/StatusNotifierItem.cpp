@@ -11,7 +11,7 @@ namespace zephyl {
 
 namespace {
 
-constexpr const char* interfaceName = "org.kde.StatusNotifierItem";
+constexpr const char* itemInterface = "org.kde.StatusNotifierItem";
 constexpr const char* watcherName = "org.kde.StatusNotifierWatcher";
 constexpr BusAddress watcher{watcherName, "/StatusNotifierWatcher", watcherName};
 constexpr int pixmapSides[] = {22, 24, 32, 48};
@@ -84,7 +84,7 @@ const sd_bus_vtable* StatusNotifierItem::table() {
 
 void StatusNotifierItem::connected(BusConnection& connection) {
   connection_ = &connection;
-  object_ = connection.addObject(path, interfaceName, table(), this);
+  object_ = connection.addObject(path, itemInterface, table(), this);
   if (shown_) watchForWatcher();
 }
 
@@ -144,7 +144,7 @@ void StatusNotifierItem::setDescription(std::string description) {
 std::size_t StatusNotifierItem::sendSignal(const char* name,
                                            std::initializer_list<const char*> texts) const {
   if (connection_ == nullptr || !wasRead_) return 0;
-  const auto signal = connection_->newSignal(path, interfaceName, name);
+  const auto signal = connection_->newSignal(path, itemInterface, name);
   BusWriter writer(signal.get());
   for (const char* text : texts) writer.append("s", text);
   connection_->send(signal);

@@ -83,9 +83,9 @@ class TerminalScreenTest : public ::testing::Test {
   std::vector<int> answers_;
 };
 
-const Alert approval{.style = Alert::Style::critical,
-                     .messageText = "Allow access?",
-                     .buttons = {"Deny", "Allow once"}};
+const Alert accessRequest{.style = Alert::Style::critical,
+                          .messageText = "Allow access?",
+                          .buttons = {"Deny", "Allow once"}};
 
 TEST_F(TerminalScreenTest, DrawsOnceForAllThatChangesInOneTurn) {
   drawn();
@@ -127,7 +127,7 @@ TEST_F(TerminalScreenTest, KeysGoToTheMenu) {
 }
 
 TEST_F(TerminalScreenTest, ADialogTakesTheKeysAndAnswersOnce) {
-  const auto dialog = present(approval);
+  const auto dialog = present(accessRequest);
   EXPECT_TRUE(shows("Allow access?"));
   advance(TerminalScreen::answerDelay);
   press("\t\r\r");
@@ -136,7 +136,7 @@ TEST_F(TerminalScreenTest, ADialogTakesTheKeysAndAnswersOnce) {
 }
 
 TEST_F(TerminalScreenTest, WhatIsPressedWhenADialogAppearsIsNoAnswer) {
-  const auto dialog = present(approval);
+  const auto dialog = present(accessRequest);
   press("\r \x1b[A");
   EXPECT_EQ(answers_, std::vector<int>{});
   EXPECT_EQ(chosen_, std::vector<std::string>{});
@@ -146,7 +146,7 @@ TEST_F(TerminalScreenTest, WhatIsPressedWhenADialogAppearsIsNoAnswer) {
 }
 
 TEST_F(TerminalScreenTest, EscapeIsTakenAMomentLater) {
-  const auto dialog = present(approval);
+  const auto dialog = present(accessRequest);
   advance(TerminalScreen::answerDelay);
   press("\x1b");
   EXPECT_EQ(answers_, std::vector<int>{});
@@ -156,7 +156,7 @@ TEST_F(TerminalScreenTest, EscapeIsTakenAMomentLater) {
 }
 
 TEST_F(TerminalScreenTest, AlertsAreAskedOneAfterTheOther) {
-  const auto first = present(approval);
+  const auto first = present(accessRequest);
   const auto second = present({.messageText = "Second", .buttons = {"OK"}});
   EXPECT_FALSE(shows("Second"));
   advance(TerminalScreen::answerDelay);
@@ -170,7 +170,7 @@ TEST_F(TerminalScreenTest, AlertsAreAskedOneAfterTheOther) {
 }
 
 TEST_F(TerminalScreenTest, ADialogThatIsTakenAwayIsNotAnswered) {
-  auto dialog = present(approval);
+  auto dialog = present(accessRequest);
   dialog.reset();
   EXPECT_FALSE(shows("Allow access?"));
   advance(1s);
@@ -180,8 +180,8 @@ TEST_F(TerminalScreenTest, ADialogThatIsTakenAwayIsNotAnswered) {
 }
 
 TEST_F(TerminalScreenTest, AtTheEndEveryDialogIsToldThatNobodySawIt) {
-  const auto first = present(approval);
-  const auto second = present(approval);
+  const auto first = present(accessRequest);
+  const auto second = present(accessRequest);
   int closed = 0;
   const auto log = dialogs_.presentLogWindow(
       {.title = "Log"}, [&](LogWindowEvent event) { closed += event == LogWindowEvent::closed; });
@@ -195,7 +195,7 @@ TEST_F(TerminalScreenTest, AtTheEndEveryDialogIsToldThatNobodySawIt) {
 
 TEST_F(TerminalScreenTest, WithoutAScreenDialogsAreThoseOfAMachineWithoutOne) {
   screen_.reset();
-  const auto dialog = present(approval);
+  const auto dialog = present(accessRequest);
   EXPECT_EQ(answers_, std::vector<int>{-1});
 }
 

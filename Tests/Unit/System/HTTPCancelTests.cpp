@@ -19,7 +19,7 @@ namespace {
 using namespace std::chrono_literals;
 using test::AnswerRecorder;
 using test::eventually;
-using test::Peer;
+using test::ScriptedPeer;
 using test::ScriptedServer;
 using test::StreamRecorder;
 
@@ -29,19 +29,19 @@ ClientRequest endless(const ScriptedServer& server) {
   return {.url = server.url(), .timeout = 0s};
 }
 
-void answer(const Peer& peer) {
+void answer(const ScriptedPeer& peer) {
   (void)peer.receiveRequest();
   peer.send("HTTP/1.1 200 OK\r\nContent-Length: 2\r\n\r\nok");
 }
 
-void tick(const Peer& peer) {
+void tick(const ScriptedPeer& peer) {
   (void)peer.receiveRequest();
   peer.send(endlessHead);
   for (int i = 0; i < 20; ++i) peer.send("tick\ntick\n");
   peer.waitUntilLeft();
 }
 
-void stall(const Peer& peer) {
+void stall(const ScriptedPeer& peer) {
   (void)peer.receiveRequest();
   peer.waitUntilLeft();
 }
@@ -59,7 +59,7 @@ class HTTPCancelTest : public testing::Test {
 
 TEST_F(HTTPCancelTest, ClosesTheConnectionWithoutACallback) {
   std::atomic<bool> left = false;
-  const ScriptedServer server([&](const Peer& peer) {
+  const ScriptedServer server([&](const ScriptedPeer& peer) {
     stall(peer);
     left = true;
   });
@@ -118,7 +118,7 @@ TEST_F(HTTPCancelTest, IsFineAfterTheEnd) {
 }
 
 TEST_F(HTTPCancelTest, FromWithinACallbackEndsTheLines) {
-  const ScriptedServer server([](const Peer& peer) {
+  const ScriptedServer server([](const ScriptedPeer& peer) {
     (void)peer.receiveRequest();
     peer.send(endlessHead + std::string("one\ntwo\nthree\n"));
   });
@@ -162,7 +162,7 @@ TEST_F(HTTPCancelTest, FromWithinTheStatusCallbackEndsEverything) {
 }
 
 TEST_F(HTTPCancelTest, FromWithinTheUnterminatedLineKeepsTheEndBack) {
-  const ScriptedServer server([](const Peer& peer) {
+  const ScriptedServer server([](const ScriptedPeer& peer) {
     (void)peer.receiveRequest();
     peer.send(endlessHead + std::string("last"));
   });
@@ -188,7 +188,7 @@ TEST_F(HTTPCancelTest, HoldsForAnAnswerThatIsAlreadyThere) {
   const auto turn = go.get_future().share();
   std::atomic<int> asked = 0;
   const ScriptedServer server(
-      [&](const Peer& peer) {
+      [&](const ScriptedPeer& peer) {
         (void)peer.receiveRequest();
         ++asked;
         turn.wait();

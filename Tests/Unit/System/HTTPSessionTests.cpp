@@ -13,6 +13,7 @@
 #include "HTTPRecorders.hpp"
 #include "ScriptedServer.hpp"
 #include "Support/Eventually.hpp"
+#include "Support/Processes.hpp"
 #include "System/Reactor.hpp"
 
 namespace zephyl {
@@ -21,14 +22,14 @@ namespace {
 using namespace std::chrono_literals;
 using test::AnswerRecorder;
 using test::eventually;
-using test::Peer;
+using test::ScriptedPeer;
 using test::ScriptedServer;
 
 constexpr auto brief = 100ms;
 
 /// A script that answers every request with `text`.
 ScriptedServer::Script answering(std::string text) {
-  return [text = std::move(text)](const Peer& peer) {
+  return [text = std::move(text)](const ScriptedPeer& peer) {
     (void)peer.receiveRequest();
     peer.send(text);
   };
@@ -69,7 +70,7 @@ class HTTPSessionTest : public testing::Test {
 
 TEST_F(HTTPSessionTest, SendsTheRequestAndDeliversTheAnswer) {
   std::string received;
-  const ScriptedServer server([&](const Peer& peer) {
+  const ScriptedServer server([&](const ScriptedPeer& peer) {
     received = peer.receiveRequest();
     peer.send("HTTP/1.1 201 Created\r\nContent-Length: 5\r\n\r\nhello");
   });
@@ -102,7 +103,7 @@ TEST_F(HTTPSessionTest, ReadsABodyThatEndsWithTheConnection) {
 }
 
 TEST_F(HTTPSessionTest, DoesNotWaitForABodyWhereThereIsNone) {
-  const ScriptedServer server([](const Peer& peer) {
+  const ScriptedServer server([](const ScriptedPeer& peer) {
     (void)peer.receiveRequest();
     peer.send("HTTP/1.1 204 No Content\r\nContent-Length: 10\r\n\r\n");
     peer.waitUntilLeft();
@@ -111,7 +112,7 @@ TEST_F(HTTPSessionTest, DoesNotWaitForABodyWhereThereIsNone) {
 }
 
 TEST_F(HTTPSessionTest, DoesNotWaitForTheConnectionToEndWhenTheBodyIsWhole) {
-  const ScriptedServer server([](const Peer& peer) {
+  const ScriptedServer server([](const ScriptedPeer& peer) {
     (void)peer.receiveRequest();
     peer.send("HTTP/1.1 200 OK\r\nContent-Length: 2\r\n\r\nok");
     peer.waitUntilLeft();
@@ -132,7 +133,7 @@ TEST_F(HTTPSessionTest, ReadsAnAnswerThatComesByteByByte) {
                            "HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n"
                            "3;x=y\r\nh\xc3\xa9\r\n3\r\nllo\r\n0\r\n\r\n",
                            "HTTP/1.0 200 OK\r\n\r\nh\xc3\xa9llo"}) {
-    const ScriptedServer server([&](const Peer& peer) {
+    const ScriptedServer server([&](const ScriptedPeer& peer) {
       (void)peer.receiveRequest();
       peer.sendInSingleBytes(text);
     });
@@ -142,7 +143,7 @@ TEST_F(HTTPSessionTest, ReadsAnAnswerThatComesByteByByte) {
 
 TEST_F(HTTPSessionTest, SendsALargeBodyWhole) {
   std::size_t received = 0;
-  const ScriptedServer server([&](const Peer& peer) {
+  const ScriptedServer server([&](const ScriptedPeer& peer) {
     received = peer.receiveRequest().size();
     peer.send("HTTP/1.1 200 OK\r\nContent-Length: 0\r\n\r\n");
   });
@@ -152,7 +153,7 @@ TEST_F(HTTPSessionTest, SendsALargeBodyWhole) {
 }
 
 TEST_F(HTTPSessionTest, ReadsAnAnswerThatComesBeforeTheRequestIsRead) {
-  const ScriptedServer server([](const Peer& peer) {
+  const ScriptedServer server([](const ScriptedPeer& peer) {
     peer.send("HTTP/1.1 413 Too Large\r\nContent-Length: 3\r\n\r\nbig");
     peer.waitUntilLeft();
   });
@@ -222,7 +223,7 @@ TEST_F(HTTPSessionTest, ReportsAMalformedBody) {
 }
 
 TEST_F(HTTPSessionTest, ReportsAReset) {
-  const ScriptedServer server([](const Peer& peer) {
+  const ScriptedServer server([](const ScriptedPeer& peer) {
     (void)peer.receiveRequest();
     peer.resetOnClose();
   });
@@ -232,7 +233,7 @@ TEST_F(HTTPSessionTest, ReportsAReset) {
 
 TEST_F(HTTPSessionTest, ReportsAServerThatFallsSilent) {
   for (const auto* text : {"", "HTTP/1.1 200 OK\r\n", "HTTP/1.1 200 OK\r\n\r\nhel"}) {
-    const ScriptedServer server([&](const Peer& peer) {
+    const ScriptedServer server([&](const ScriptedPeer& peer) {
       (void)peer.receiveRequest();
       peer.send(text);
       peer.waitUntilLeft();
@@ -243,7 +244,7 @@ TEST_F(HTTPSessionTest, ReportsAServerThatFallsSilent) {
 }
 
 TEST_F(HTTPSessionTest, IsPatientWithASlowAnswerWhosePiecesCome) {
-  const ScriptedServer server([](const Peer& peer) {
+  const ScriptedServer server([](const ScriptedPeer& peer) {
     (void)peer.receiveRequest();
     peer.send("HTTP/1.1 200 OK\r\n\r\n");
     for (int i = 0; i < 12 && !peer.isLeftWithin(100ms); ++i) peer.send(".");
@@ -253,7 +254,7 @@ TEST_F(HTTPSessionTest, IsPatientWithASlowAnswerWhosePiecesCome) {
 
 TEST_F(HTTPSessionTest, ReportsAnAnswerThatTakesTooLongAsAWhole) {
   std::atomic<int> sent = 0;
-  const ScriptedServer server([&](const Peer& peer) {
+  const ScriptedServer server([&](const ScriptedPeer& peer) {
     (void)peer.receiveRequest();
     peer.send("HTTP/1.1 200 OK\r\n\r\n");
     while (!peer.isLeftWithin(5ms)) sent += peer.send(".") ? 1 : 0;
@@ -283,7 +284,7 @@ TEST_F(HTTPSessionTest, RefusesAnAnswerBeyondTheLimit) {
 }
 
 TEST_F(HTTPSessionTest, RefusesALengthBeyondTheLimitBeforeTheBodyComes) {
-  const ScriptedServer server([](const Peer& peer) {
+  const ScriptedServer server([](const ScriptedPeer& peer) {
     (void)peer.receiveRequest();
     peer.send("HTTP/1.1 200 OK\r\nContent-Length: 6\r\n\r\n");
     peer.waitUntilLeft();
@@ -296,7 +297,7 @@ TEST_F(HTTPSessionTest, StopsReadingAHugeAnswerAtTheLimit) {
   constexpr std::size_t hundredMegabytes = 100'000'000;
   for (const std::string chunkHead : {"", "100000\r\n"}) {
     std::atomic<std::size_t> sent = 0;
-    const ScriptedServer server([&](const Peer& peer) {
+    const ScriptedServer server([&](const ScriptedPeer& peer) {
       (void)peer.receiveRequest();
       peer.send("HTTP/1.1 200 OK\r\n");
       peer.send(chunkHead.empty() ? "\r\n" : "Transfer-Encoding: chunked\r\n\r\n");
@@ -315,7 +316,7 @@ TEST_F(HTTPSessionTest, BoundsWhatComesBeforeTheBody) {
   const std::string field = "Name: " + std::string(1000, 'x') + "\r\n";
   for (const std::string& endless :
        {std::string("x"), field, std::string("HTTP/1.1 100 Continue\r\n\r\n")}) {
-    const ScriptedServer server([&](const Peer& peer) {
+    const ScriptedServer server([&](const ScriptedPeer& peer) {
       (void)peer.receiveRequest();
       if (!endless.starts_with("HTTP")) peer.send("HTTP/1.1 200 OK\r\nName: x\r\n");
       if (endless == "x") peer.send("Name: ");
@@ -326,7 +327,7 @@ TEST_F(HTTPSessionTest, BoundsWhatComesBeforeTheBody) {
 }
 
 TEST_F(HTTPSessionTest, BoundsTheHeadOfAChunk) {
-  const ScriptedServer server([&](const Peer& peer) {
+  const ScriptedServer server([&](const ScriptedPeer& peer) {
     (void)peer.receiveRequest();
     peer.send("HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n5;name=");
     while (peer.send("xxxxxxxxxxxxxxxx")) continue;
@@ -338,7 +339,7 @@ TEST_F(HTTPSessionTest, RunsManyExchangesAtOnce) {
   constexpr int count = 64;
   std::atomic<int> waiting = 0;
   const ScriptedServer server(
-      [&](const Peer& peer) {
+      [&](const ScriptedPeer& peer) {
         const auto request = peer.receiveRequest();
         ++waiting;  // nobody is answered before everybody has asked
         eventually([&] { return waiting == count; });
@@ -360,7 +361,7 @@ TEST_F(HTTPSessionTest, RunsManyExchangesAtOnce) {
 TEST_F(HTTPSessionTest, LeavesNoDescriptorAndNoMemoryBehind) {
   std::atomic<int> served = 0;
   const ScriptedServer server(
-      [&](const Peer& peer) {
+      [&](const ScriptedPeer& peer) {
         (void)peer.receiveRequest();
         if (++served % 2 == 0) peer.send("HTTP/1.1 200 OK\r\nContent-Length: 2\r\n\r\nok");
       },
@@ -377,7 +378,7 @@ TEST_F(HTTPSessionTest, LeavesNoDescriptorAndNoMemoryBehind) {
 }
 
 TEST_F(HTTPSessionTest, KeepsItsSocketsFromChildren) {
-  const ScriptedServer server([](const Peer& peer) { peer.waitUntilLeft(); });
+  const ScriptedServer server([](const ScriptedPeer& peer) { peer.waitUntilLeft(); });
   const AnswerRecorder recorder;
   auto task = HTTPSession(reactor_, {}).send({.url = server.url()}, recorder.done());
   ASSERT_TRUE(eventually([&] { return !server.clientDescriptors().empty(); }));

@@ -18,7 +18,7 @@ namespace zephyl {
 namespace {
 
 using namespace std::chrono_literals;
-using test::Peer;
+using test::ScriptedPeer;
 using test::ScriptedServer;
 using test::StreamRecorder;
 using testing::ElementsAre;
@@ -58,7 +58,7 @@ class HTTPStreamTest : public testing::Test {
   StreamRecorder::Record recordOf(const std::string& answer,
                                   HTTPSession::Configuration limits = {}) {
     return record(
-        [&](const Peer& peer) {
+        [&](const ScriptedPeer& peer) {
           (void)peer.receiveRequest();
           peer.send(answer);
         },
@@ -86,7 +86,7 @@ TEST_F(HTTPStreamTest, ReadsAStreamThatComesByteByByte) {
   for (const auto& text :
        {endlessHead + std::string("näher\r\nzwei\n\nrest"),
         chunkedHead + chunk("näher\r\nzw") + chunk("ei\n\nrest") + "0\r\n\r\n"}) {
-    const auto record = this->record([&](const Peer& peer) {
+    const auto record = this->record([&](const ScriptedPeer& peer) {
       (void)peer.receiveRequest();
       peer.sendInSingleBytes(text);
     });
@@ -96,7 +96,7 @@ TEST_F(HTTPStreamTest, ReadsAStreamThatComesByteByByte) {
 }
 
 TEST_F(HTTPStreamTest, DeliversALineAsSoonAsItIsThere) {
-  const ScriptedServer server([](const Peer& peer) {
+  const ScriptedServer server([](const ScriptedPeer& peer) {
     (void)peer.receiveRequest();
     peer.send(endlessHead + std::string("first\nsec"));
     peer.waitUntilLeft();
@@ -108,7 +108,7 @@ TEST_F(HTTPStreamTest, DeliversALineAsSoonAsItIsThere) {
 }
 
 TEST_F(HTTPStreamTest, EndsWhenTheStatusIsNotWanted) {
-  const ScriptedServer server([](const Peer& peer) {
+  const ScriptedServer server([](const ScriptedPeer& peer) {
     (void)peer.receiveRequest();
     peer.send("HTTP/1.1 500 Oops\r\nContent-Length: 100\r\n\r\nerror\n");
     peer.waitUntilLeft();
@@ -144,7 +144,7 @@ TEST_F(HTTPStreamTest, ReportsAServerThatRefuses) {
 }
 
 TEST_F(HTTPStreamTest, ReportsAServerThatFallsSilent) {
-  const ScriptedServer server([](const Peer& peer) {
+  const ScriptedServer server([](const ScriptedPeer& peer) {
     (void)peer.receiveRequest();
     peer.send(chunkedHead + chunk("one\n"));
     peer.waitUntilLeft();
@@ -157,7 +157,7 @@ TEST_F(HTTPStreamTest, ReportsAServerThatFallsSilent) {
 }
 
 TEST_F(HTTPStreamTest, EndsAtItsTotalTimeOutWhenItHasOne) {
-  const ScriptedServer server([](const Peer& peer) {
+  const ScriptedServer server([](const ScriptedPeer& peer) {
     (void)peer.receiveRequest();
     peer.send(endlessHead);
     while (!peer.isLeftWithin(5ms)) peer.send("tick\n");
@@ -174,7 +174,7 @@ TEST_F(HTTPStreamTest, EndsAtItsTotalTimeOutWhenItHasOne) {
 TEST_F(HTTPStreamTest, KeepsUpWithManyLines) {
   constexpr std::size_t count = 100'000;
   const auto start = std::chrono::steady_clock::now();
-  const auto record = this->record([](const Peer& peer) {
+  const auto record = this->record([](const ScriptedPeer& peer) {
     (void)peer.receiveRequest();
     peer.send(chunkedHead);
     for (std::size_t i = 0; i < count; i += 100) {
@@ -202,7 +202,7 @@ TEST_F(HTTPStreamTest, StaysSmallWhateverComes) {
   const auto before = residentBytes();
   std::size_t largest = 0;
   std::size_t lines = 0;
-  const ScriptedServer server([](const Peer& peer) {
+  const ScriptedServer server([](const ScriptedPeer& peer) {
     (void)peer.receiveRequest();
     peer.send(endlessHead);
     const std::string half(1UL << 18, 'x');
@@ -227,13 +227,13 @@ TEST_F(HTTPStreamTest, StaysSmallWhateverComes) {
 }
 
 TEST_F(HTTPStreamTest, LeavesRoomForOthersWhileItIsBusy) {
-  const ScriptedServer busy([](const Peer& peer) {
+  const ScriptedServer busy([](const ScriptedPeer& peer) {
     (void)peer.receiveRequest();
     peer.send(endlessHead);
     const std::string lines = std::string(1UL << 16, '\n');
     while (peer.send(lines)) continue;
   });
-  const ScriptedServer other([](const Peer& peer) {
+  const ScriptedServer other([](const ScriptedPeer& peer) {
     (void)peer.receiveRequest();
     peer.send("HTTP/1.1 200 OK\r\nContent-Length: 2\r\n\r\nok");
   });

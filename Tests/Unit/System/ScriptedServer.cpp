@@ -93,7 +93,7 @@ std::size_t announcedLength(std::string_view head) {
 
 }  // namespace
 
-std::string Peer::receiveRequest() const {
+std::string ScriptedPeer::receiveRequest() const {
   std::string text;
   std::array<char, 16384> piece{};
   while (true) {
@@ -105,7 +105,7 @@ std::string Peer::receiveRequest() const {
   }
 }
 
-bool Peer::send(std::string_view bytes) const {
+bool ScriptedPeer::send(std::string_view bytes) const {
   while (!bytes.empty()) {
     const auto size = ::send(descriptor_, bytes.data(), bytes.size(), MSG_NOSIGNAL);
     if (size <= 0) return false;
@@ -114,7 +114,7 @@ bool Peer::send(std::string_view bytes) const {
   return true;
 }
 
-void Peer::sendInSingleBytes(std::string_view bytes) const {
+void ScriptedPeer::sendInSingleBytes(std::string_view bytes) const {
   const int on = 1;
   ::setsockopt(descriptor_, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
   for (const char byte : bytes) {
@@ -123,16 +123,16 @@ void Peer::sendInSingleBytes(std::string_view bytes) const {
   }
 }
 
-bool Peer::isLeftWithin(std::chrono::milliseconds limit) const {
+bool ScriptedPeer::isLeftWithin(std::chrono::milliseconds limit) const {
   pollfd waited{.fd = descriptor_, .events = POLLRDHUP, .revents = 0};
   return ::poll(&waited, 1, static_cast<int>(limit.count())) > 0;
 }
 
-void Peer::waitUntilLeft() const {
+void ScriptedPeer::waitUntilLeft() const {
   require(isLeftWithin(std::chrono::seconds(30)), "the client stays");
 }
 
-void Peer::resetOnClose() const {
+void ScriptedPeer::resetOnClose() const {
   const linger abort{.l_onoff = 1, .l_linger = 0};
   ::setsockopt(descriptor_, SOL_SOCKET, SO_LINGER, &abort, sizeof abort);
 }
@@ -165,7 +165,7 @@ void ScriptedServer::serve() {
       if (closing_ || !connection) return;
       open_.insert(connection.get());
     }
-    script_(Peer(connection.get()));
+    script_(ScriptedPeer(connection.get()));
     const std::lock_guard lock(mutex_);
     open_.erase(connection.get());
   }
@@ -202,12 +202,6 @@ std::size_t unreadBytes(int descriptor) {
   int size = 0;
   ::ioctl(descriptor, FIONREAD, &size);
   return static_cast<std::size_t>(size);
-}
-
-std::size_t openDescriptors() {
-  namespace fs = std::filesystem;
-  return static_cast<std::size_t>(
-      std::distance(fs::directory_iterator("/proc/self/fd"), fs::directory_iterator()));
 }
 
 }  // namespace zephyl::test

@@ -14,9 +14,9 @@
 namespace zephyl::test {
 
 /// The server's end of one connection.
-class Peer {
+class ScriptedPeer {
  public:
-  explicit Peer(int descriptor) : descriptor_(descriptor) {}
+  explicit ScriptedPeer(int descriptor) : descriptor_(descriptor) {}
 
   /// The next request, head and body; what there was of it when the client went away.
   [[nodiscard]] std::string receiveRequest() const;
@@ -38,7 +38,7 @@ class Peer {
 /// threads of its own. One thread serves one connection at a time.
 class ScriptedServer {
  public:
-  using Script = std::function<void(const Peer&)>;
+  using Script = std::function<void(const ScriptedPeer&)>;
 
   explicit ScriptedServer(Script script, int threads = 1, int family = 2 /* AF_INET */);
   /// Breaks off what is going on.
@@ -91,8 +91,5 @@ class StallingPort {
 
 /// What has arrived on a socket and was not read.
 std::size_t unreadBytes(int descriptor);
-
-/// How many descriptors this process has open.
-std::size_t openDescriptors();
 
 }  // namespace zephyl::test

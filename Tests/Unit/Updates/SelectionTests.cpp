@@ -7,7 +7,7 @@ namespace {
 
 using namespace std::chrono_literals;
 
-const std::string signature = std::string(86, 'A') + "==";  // 64 bytes
+const std::string anySignature = std::string(86, 'A') + "==";  // 64 bytes
 
 class SelectionTest : public ::testing::Test {
  protected:
@@ -17,7 +17,7 @@ class SelectionTest : public ::testing::Test {
             .enclosures = {{.url = "https://a.example/" + version,
                             .architecture = "x86_64",
                             .sha256 = std::string(64, 'a'),
-                            .signature = signature,
+                            .signature = anySignature,
                             .length = 10}}};
   }
   /// The version that is chosen; empty: none.
