@@ -12,7 +12,7 @@ constexpr auto resolverProgram = "/usr/bin/getent";
 }
 
 void lookUpHost(ProcessLauncher& launcher, const std::string& host,
-                std::function<void(bool resolves)> done) {
+                const std::function<void(bool resolves)>& done) {
   const auto child = launcher.launch({
       .executable = resolverProgram,
       .arguments = {"ahosts", host},

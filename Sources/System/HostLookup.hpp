@@ -11,6 +11,6 @@ class ProcessLauncher;
 /// cannot be interrupted, so a child asks it: it blocks nobody, and ends with the program. `done`
 /// is called once, on the reactor's thread; false also when nobody could be asked.
 void lookUpHost(ProcessLauncher& launcher, const std::string& host,
-                std::function<void(bool resolves)> done);
+                const std::function<void(bool resolves)>& done);
 
 }  // namespace zephyl

@@ -71,7 +71,7 @@ void ControlServer::getStatus(const Call& call) {
   auto status = mainLoop_.sync(
       [this] { return statusProvider ? statusProvider() : json::Object(); }, stopping_.get_token());
   if (!status) return reply(call.peer, shuttingDown);
-  if (auto route = takePendingRoute()) (*status)["request"] = std::move(*route);
+  if (auto route = takePendingRoute()) (*status)["request"] = *route;
   respond(call.peer, "200 OK", *status);
 }
 
