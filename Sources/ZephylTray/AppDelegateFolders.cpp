@@ -8,10 +8,7 @@
 namespace zephyl {
 
 void AppDelegate::shellAddRoot(const std::string& id, const Completion& done) {
-  const auto servers = Servers::all();
-  if (std::ranges::find(servers, id, &ServerEntry::id) == servers.end()) {
-    return done("That is not a Zephyl this machine knows about.");
-  }
+  if (!Servers::contains(id)) return done("That is not a Zephyl this machine knows about.");
   pickFolder(
       "Share", "Choose a project folder to share with this Zephyl.",
       weakly([id, done](AppDelegate& self, const Result<std::optional<std::string>>& folder) {

@@ -14,11 +14,6 @@ namespace {
 
 constexpr auto serverGone = "That server is gone.";
 
-bool isRegistered(const std::string& id) {
-  const auto servers = Servers::all();
-  return std::ranges::find(servers, id, &ServerEntry::id) != servers.end();
-}
-
 }  // namespace
 
 std::optional<std::string> AppDelegate::redeem(const std::string& key) {
@@ -38,7 +33,7 @@ std::optional<std::string> AppDelegate::redeem(const std::string& key) {
 
 std::optional<std::string> AppDelegate::setServerLabel(const std::string& id,
                                                        const std::string& label) {
-  if (!isRegistered(id)) return serverGone;
+  if (!Servers::contains(id)) return serverGone;
   Servers::update(id, [&](ServerEntry& entry) { entry.label = trimmed(label); });
   rebuildMenu();
   return std::nullopt;
@@ -47,7 +42,7 @@ std::optional<std::string> AppDelegate::setServerLabel(const std::string& id,
 /// An empty accent gives the choice back to the server.
 std::optional<std::string> AppDelegate::setServerAccent(const std::string& id,
                                                         const std::string& accent) {
-  if (!isRegistered(id)) return serverGone;
+  if (!Servers::contains(id)) return serverGone;
   Servers::update(id, [&](ServerEntry& entry) {
     entry.accent = trimmed(accent);
     if (entry.accent->empty()) entry.accent.reset();
@@ -57,14 +52,14 @@ std::optional<std::string> AppDelegate::setServerAccent(const std::string& id,
 }
 
 std::optional<std::string> AppDelegate::setServerEnabled(const std::string& id, bool enabled) {
-  if (!isRegistered(id)) return serverGone;
+  if (!Servers::contains(id)) return serverGone;
   Servers::update(id, [&](ServerEntry& entry) { entry.enabled = enabled; });
   serversChanged();
   return std::nullopt;
 }
 
 std::optional<std::string> AppDelegate::removeServer(const std::string& id) {
-  if (!isRegistered(id)) return serverGone;
+  if (!Servers::contains(id)) return serverGone;
   if (const auto tailnet = tailnet_->forget(id)) tailnet->stop();
   Servers::remove(id);
   const auto left = Servers::all();

@@ -110,6 +110,9 @@ struct Servers::State {
   /// was saved.
   template <typename Edit>
   bool change(Edit edit);
+  /// The same for the entry with this id. None: nothing is saved.
+  template <typename Edit>
+  bool changeEntry(const std::string& id, Edit edit);
 
   SerialQueue queue;
   std::mutex cacheMutex;
@@ -197,6 +200,16 @@ bool Servers::State::change(Edit edit) {
   });
 }
 
+template <typename Edit>
+bool Servers::State::changeEntry(const std::string& id, Edit edit) {
+  return change([&](Entries& entries) {
+    const auto entry = std::ranges::find(entries, id, &ServerEntry::id);
+    if (entry == entries.end()) return false;
+    edit(*entry);
+    return true;
+  });
+}
+
 Servers::Store::Store(ThreadPool& pool, Clock& clock)
     : state_(std::make_unique<State>(pool, clock)) {
   assert(State::instance.load() == nullptr && "the registry is open already");
@@ -224,6 +237,11 @@ ServerList Servers::all() {
   State& state = State::open();
   if (auto list = state.cached()) return *std::move(list);
   return state.queue.sync([&] { return state.current(); });
+}
+
+bool Servers::contains(const std::string& id) {
+  const ServerList list = all();
+  return std::ranges::find(list, id, &ServerEntry::id) != list.end();
 }
 
 std::vector<ServerEntry> Servers::enabled() {
@@ -266,12 +284,7 @@ ServerEntry Servers::add(const std::string& label, const std::optional<std::stri
 }
 
 void Servers::update(const std::string& id, const std::function<void(ServerEntry&)>& mutation) {
-  State::open().change([&](Entries& entries) {
-    const auto entry = std::ranges::find(entries, id, &ServerEntry::id);
-    if (entry == entries.end()) return false;
-    mutation(*entry);
-    return true;
-  });
+  State::open().changeEntry(id, mutation);
 }
 
 void Servers::remove(const std::string& id) {
@@ -294,12 +307,9 @@ bool Servers::record(const std::string& id, std::string_view value,
   const std::string_view text = trimmed(value);
   if (text.empty()) return false;
   bool changed = false;
-  const bool saved = State::open().change([&](Entries& entries) {
-    const auto entry = std::ranges::find(entries, id, &ServerEntry::id);
-    if (entry == entries.end()) return false;
-    changed = (*entry).*field != text;
-    if (changed) (*entry).*field = std::string(text);
-    return true;
+  const bool saved = State::open().changeEntry(id, [&](ServerEntry& entry) {
+    changed = entry.*field != text;
+    if (changed) entry.*field = std::string(text);
   });
   return changed && saved;
 }

@@ -71,6 +71,8 @@ class Servers {
   static std::string controlSocketPath(const std::string& id);
 
   static ServerList all();
+  /// Whether there is a server with this id.
+  static bool contains(const std::string& id);
   /// Those whose tailnets are to run, in the registry's order.
   static std::vector<ServerEntry> enabled();
   /// The first server of a tailnet; case and spaces around the fingerprint do not matter. A blank

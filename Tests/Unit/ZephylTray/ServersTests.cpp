@@ -53,6 +53,13 @@ TEST_F(ServersTest, EnabledOnesKeepTheirOrder) {
   EXPECT_EQ(Servers::enabled(), (std::vector<ServerEntry>{entries[0], entries[2]}));
 }
 
+TEST_F(ServersTest, AreKnownByTheirIds) {
+  Servers::replaceAll({entry("a"), entry("b")});
+  EXPECT_TRUE(Servers::contains("b"));
+  EXPECT_FALSE(Servers::contains("B"));
+  EXPECT_FALSE(Servers::contains(""));
+}
+
 TEST_F(ServersTest, AreMatchedByTheirFingerprintHoweverItIsWritten) {
   std::vector<ServerEntry> entries = {entry("a"), entry("b"), entry("c"), entry("d")};
   entries[1].tailnetFingerprint = "ABC";
