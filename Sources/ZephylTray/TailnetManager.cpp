@@ -21,10 +21,8 @@ std::vector<ServerEntry> wantedServers() {
   return wanted;
 }
 
-void stopSideBySide(const std::vector<TailnetManager::Instance>& instances, const Clock& clock) {
-  const Instant deadline = clock.now() + TailnetProcess::terminationGrace;
+void requestStops(const std::vector<TailnetManager::Instance>& instances) {
   for (const auto& instance : instances) instance->requestStop();
-  for (const auto& instance : instances) instance->finishStop(deadline);
 }
 
 }  // namespace
@@ -44,7 +42,8 @@ void TailnetManager::syncWithStore() {
       return true;
     });
   }
-  stopSideBySide(removed, runtime_.clock);
+  requestStops(removed);
+  for (const auto& instance : removed) instance->stop();
   for (const auto& entry : wanted) instance(entry)->start();
 }
 
@@ -99,7 +98,10 @@ std::vector<std::string> TailnetManager::recentLog() const {
 }
 
 void TailnetManager::stopAll() {
-  stopSideBySide(instances(), runtime_.clock);
+  const auto all = instances();
+  const Instant deadline = runtime_.clock.now() + TailnetProcess::terminationGrace;
+  requestStops(all);
+  for (const auto& instance : all) instance->finishStop(deadline);
 }
 
 TailnetManager::Instance TailnetManager::make(const ServerEntry& entry) {

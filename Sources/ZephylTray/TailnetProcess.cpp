@@ -61,21 +61,19 @@ void TailnetProcess::start() {
 
 void TailnetProcess::stop() {
   requestStop();
-  finishStop(runtime_.clock.now() + terminationGrace);
+  queue_.sync([this] { stopLocked(); });
+  reportStateChange();
 }
 
 void TailnetProcess::restart() {
-  queue_.sync([this] {
-    stopRequested_ = false;
-    clearFailures();
-    stopLocked(runtime_.clock.now() + terminationGrace);
-    startLater();
-  });
+  queue_.sync([this] { restartLocked(); });
 }
 
 void TailnetProcess::startRedeeming(std::string preauthKey) {
-  queue_.sync([&] { keepPreauthKey(preauthKey); });
-  restart();
+  queue_.sync([&] {
+    keepPreauthKey(preauthKey);
+    restartLocked();
+  });
 }
 
 void TailnetProcess::requestStop() {
@@ -93,7 +91,7 @@ void TailnetProcess::finishStop(Instant deadline) {
 
 bool TailnetProcess::isRunning() const {
   const std::scoped_lock lock(published_);
-  return pair_ && pair_->daemon && pair_->daemon->isRunning() && pair_->client &&
+  return pair_ && pair_->tailscaled && pair_->tailscaled->isRunning() && pair_->client &&
          pair_->client->isRunning();
 }
 
@@ -114,26 +112,29 @@ bool TailnetProcess::hasLog() const {
 
 void TailnetProcess::startLocked() {
   if (stopRequested_) return;
-  const auto daemon = Config::tailnetBinary(daemonName);
+  const auto tailscaled = Config::tailnetBinary(daemonName);
   const auto client = Config::tailnetBinary(clientName);
-  if (!daemon || !client) return;
+  if (!tailscaled || !client) return;
   if (server_.tailnetFingerprint.value_or("").empty()) {
     note("no tailnet invite has been redeemed yet; not starting the tailnet");
     return;
   }
   if (pair_ && !pair_->ended) return;
-  stopLocked(runtime_.clock.now() + terminationGrace);
+  stopLocked();
   prepareDirectories();
   if (hasTarget()) publish([this] { state_.unresolvedTarget.reset(); });
   const auto pair = std::make_shared<Pair>();
-  if (!launchDaemon(pair, {*daemon, *client})) return;
+  if (!launchDaemon(pair, {*tailscaled, *client})) return;
   ++attempts_;
   queue_.after(clientDelay, weakly([pair, program = *client](TailnetProcess& self) {
                  self.launchClient(pair, program);
                }));
 }
 
-void TailnetProcess::startLater() {
+void TailnetProcess::restartLocked() {
+  stopRequested_ = false;
+  clearFailures();
+  stopLocked();
   queue_.after(restartDelay, weakly([attempt = ++attempts_](TailnetProcess& self) {
                  if (self.attempts_ != attempt) return;
                  self.startLocked();
@@ -159,19 +160,19 @@ void TailnetProcess::prepareDirectories() {
 
 bool TailnetProcess::launchDaemon(const SharedPair& pair, const Programs& programs) {
   auto options = childOptions(pair, daemonName, daemonTag);
-  options.executable = programs.daemon;
+  options.executable = programs.tailscaled;
   options.arguments = {"--tun=userspace-networking", "--port=0",
                        "--socks5-server=" + loopback(server_.ports.socks),
                        "--statedir=" + Servers::tailnetStateDir(server_.id),
                        "--socket=" + Servers::controlSocketPath(server_.id)};
-  auto daemon = runtime_.launcher.launch(std::move(options));
-  if (!daemon) {
-    note(fmt::format("failed to start {}: {}", daemonName, daemon.error().message));
+  auto tailscaled = runtime_.launcher.launch(std::move(options));
+  if (!tailscaled) {
+    note(fmt::format("failed to start {}: {}", daemonName, tailscaled.error().message));
     scheduleRetry();
     return false;
   }
   publish([&] {
-    pair->daemon = *daemon;
+    pair->tailscaled = *tailscaled;
     pair_ = pair;
   });
   return true;
@@ -179,7 +180,7 @@ bool TailnetProcess::launchDaemon(const SharedPair& pair, const Programs& progra
 
 void TailnetProcess::launchClient(const SharedPair& pair, const std::string& program) {
   if (stopRequested_ || (pair->ended && !pair->failed)) return;
-  if (!pair->daemon->isRunning()) {
+  if (!pair->tailscaled->isRunning()) {
     note(fmt::format("{} did not stay up; not starting {}", daemonName, clientName));
     return;
   }
@@ -216,24 +217,29 @@ bool TailnetProcess::hasTarget() const {
 
 ProcessOptions TailnetProcess::childOptions(const SharedPair& pair, const std::string& name,
                                             const std::string& tag) {
-  return {.environment = currentEnvironment(),
-          .onOutput =
-              [weak = weak_from_this(), pair = std::weak_ptr(pair), tag](OutputLines output) {
-                const auto self = weak.lock();
-                if (!self) return;
-                const auto shared = std::make_shared<OutputLines>(std::move(output));
-                self->queue_.async(self->weakly([pair, shared, tag](TailnetProcess& tailnet) {
-                  tailnet.read(pair.lock(), *shared, tag);
-                }));
-              },
-          .onExit =
-              [weak = weak_from_this(), pair = std::weak_ptr(pair), name](ExitStatus status) {
-                const auto self = weak.lock();
-                if (!self) return;
-                self->queue_.async(self->weakly([pair, name, status](TailnetProcess& tailnet) {
-                  tailnet.childEnded(pair.lock(), name, status);
-                }));
-              }};
+  ProcessOptions options{.environment = currentEnvironment()};
+  attachLogging(options, pair, tag);
+  options.onExit = [weak = weak_from_this(), pair = std::weak_ptr(pair), name](ExitStatus status) {
+    const auto self = weak.lock();
+    if (!self) return;
+    self->queue_.async(self->weakly([pair, name, status](TailnetProcess& tailnet) {
+      tailnet.handleChildExit(pair.lock(), name, status);
+    }));
+  };
+  return options;
+}
+
+void TailnetProcess::attachLogging(ProcessOptions& options, const SharedPair& pair,
+                                   const std::string& tag) {
+  options.onOutput = [weak = weak_from_this(), pair = std::weak_ptr(pair),
+                      tag](OutputLines output) {
+    const auto self = weak.lock();
+    if (!self) return;
+    const auto shared = std::make_shared<OutputLines>(std::move(output));
+    self->queue_.async(self->weakly([pair, shared, tag](TailnetProcess& tailnet) {
+      tailnet.appendLog(pair.lock(), *shared, tag);
+    }));
+  };
 }
 
 void TailnetProcess::askToEnd() {
@@ -241,14 +247,14 @@ void TailnetProcess::askToEnd() {
   pair_->ended = true;
   if (std::exchange(pair_->askedToEnd, true)) return;
   if (pair_->client) pair_->client->terminate();
-  if (pair_->daemon) pair_->daemon->terminate();
+  if (pair_->tailscaled) pair_->tailscaled->terminate();
 }
 
-void TailnetProcess::stopLocked(Instant deadline) {
+void TailnetProcess::stopLocked(std::optional<Instant> deadline) {
   if (!pair_) return;
   askToEnd();
   endChild(pair_->client, deadline);
-  endChild(pair_->daemon, deadline);
+  endChild(pair_->tailscaled, deadline);
   publish([this] {
     pair_.reset();
     state_.boundAddress.reset();
@@ -256,21 +262,23 @@ void TailnetProcess::stopLocked(Instant deadline) {
   });
 }
 
-void TailnetProcess::endChild(const std::shared_ptr<ChildProcess>& child, Instant deadline) {
-  if (!child || child->waitForExit(deadline - runtime_.clock.now())) return;
+void TailnetProcess::endChild(const std::shared_ptr<ChildProcess>& child,
+                              std::optional<Instant> deadline) {
+  const Duration limit = deadline ? *deadline - runtime_.clock.now() : terminationGrace;
+  if (!child || child->waitForExit(limit)) return;
   note(fmt::format("{} ignored SIGTERM; killing it", child->pid()));
   child->killGroup();
 }
 
-void TailnetProcess::childEnded(const SharedPair& pair, const std::string& name,
-                                ExitStatus status) {
+void TailnetProcess::handleChildExit(const SharedPair& pair, const std::string& name,
+                                     ExitStatus status) {
   note(status.reason == ExitStatus::Reason::exited
            ? fmt::format("{} exited with status {}", name, status.status)
            : fmt::format("{} terminated", name));
   // A pair that nobody holds any more has been ended.
   if (pair && !pair->ended && !stopRequested_) {
     pair->failed = true;
-    stopLocked(runtime_.clock.now() + terminationGrace);
+    stopLocked();
     scheduleRetry();
   }
   reportStateChange();
@@ -306,13 +314,13 @@ void TailnetProcess::clearFailures() {
   });
 }
 
-void TailnetProcess::appendLog(std::string line) {
+void TailnetProcess::keepLine(std::string line) {
   publish([&] { recentLog_.append(std::move(line)); });
 }
 
 void TailnetProcess::note(const std::string& text) {
   logLine(text);
-  appendLog("[tray] " + text);
+  keepLine("[tray] " + text);
 }
 
 void TailnetProcess::onMain(std::function<void(TailnetProcess&)> work) {

@@ -6,6 +6,7 @@
 #include <mutex>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "System/ChildProcess.hpp"
@@ -56,9 +57,10 @@ struct TailnetState {
 /// through a new instance only. Owned by a `shared_ptr`; delayed work and children hold it weakly.
 /// All state is touched on the queue "com.zephyl.tray.tailnet.<server id>"; what is read from
 /// outside is published by it and never waits for it. The operations wait for the queue, and a
-/// stop for the children: up to `terminationGrace`. Callbacks come on the main thread.
+/// stop for the children: up to `terminationGrace` for each. Callbacks come on the main thread.
 class TailnetProcess : public std::enable_shared_from_this<TailnetProcess> {
  public:
+  static constexpr std::size_t maxLogLines = LogRing::maxLines;
   static constexpr std::int64_t maxFailures = 6;
   static constexpr Duration clientDelay = std::chrono::seconds(1);
   static constexpr Duration restartDelay = std::chrono::milliseconds(800);
@@ -86,8 +88,8 @@ class TailnetProcess : public std::enable_shared_from_this<TailnetProcess> {
   /// Like `restart`; the client enrols with `preauthKey`, which is kept until the join succeeds.
   void startRedeeming(std::string preauthKey);
 
-  /// The two halves of `stop`, to stop many side by side: asks the pair to end; then waits until
-  /// `deadline` and kills what is left.
+  /// The two halves of `stop`, to stop many side by side: asks the pair to end; then waits, until
+  /// `deadline` instead of `terminationGrace` for each child, and kills what is left.
   void requestStop();
   void finishStop(Instant deadline);
 
@@ -101,7 +103,7 @@ class TailnetProcess : public std::enable_shared_from_this<TailnetProcess> {
  private:
   /// Two children that were started together.
   struct Pair {
-    std::shared_ptr<ChildProcess> daemon;
+    std::shared_ptr<ChildProcess> tailscaled;
     std::shared_ptr<ChildProcess> client;
     bool ended = false;  // stopped here, or failed
     bool failed = false;
@@ -109,24 +111,25 @@ class TailnetProcess : public std::enable_shared_from_this<TailnetProcess> {
   };
   using SharedPair = std::shared_ptr<Pair>;
   struct Programs {
-    std::string daemon;
+    std::string tailscaled;
     std::string client;
   };
 
   // On the queue:
   void startLocked();
-  void stopLocked(Instant deadline);
+  void stopLocked(std::optional<Instant> deadline = std::nullopt);
   void askToEnd();
-  void endChild(const std::shared_ptr<ChildProcess>& child, Instant deadline);
+  void endChild(const std::shared_ptr<ChildProcess>& child, std::optional<Instant> deadline);
   void clearFailures();
-  void startLater();
+  void restartLocked();
   void prepareDirectories();
   bool launchDaemon(const SharedPair& pair, const Programs& programs);
   void launchClient(const SharedPair& pair, const std::string& program);
-  void childEnded(const SharedPair& pair, const std::string& name, ExitStatus status);
+  void handleChildExit(const SharedPair& pair, const std::string& name, ExitStatus status);
   void scheduleRetry();
-  void read(const SharedPair& pair, const OutputLines& output, const std::string& tag);
+  void appendLog(const SharedPair& pair, const OutputLines& output, const std::string& tag);
   [[nodiscard]] std::string withoutPreauthKey(const std::string& line) const;
+  void scrape(std::string_view line);
   void take(TailnetAnnouncement announcement);
   void learnAddress(std::string address);
   void learn(std::function<void(TailnetProcess&)> work);
@@ -136,9 +139,10 @@ class TailnetProcess : public std::enable_shared_from_this<TailnetProcess> {
 
   [[nodiscard]] ProcessOptions childOptions(const SharedPair& pair, const std::string& name,
                                             const std::string& tag);
+  void attachLogging(ProcessOptions& options, const SharedPair& pair, const std::string& tag);
   [[nodiscard]] std::vector<std::string> clientArguments() const;
   [[nodiscard]] bool hasTarget() const;
-  void appendLog(std::string line);
+  void keepLine(std::string line);
   void note(const std::string& text);
   /// Changes what can be read from outside.
   template <typename Change>

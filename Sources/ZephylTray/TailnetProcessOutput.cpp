@@ -26,15 +26,13 @@ void strikeOut(std::string& line, std::string_view secret) {
 
 }  // namespace
 
-void TailnetProcess::read(const SharedPair& pair, const OutputLines& output,
-                          const std::string& tag) {
+void TailnetProcess::appendLog(const SharedPair& pair, const OutputLines& output,
+                               const std::string& tag) {
   for (const auto& received : output.lines()) {
     const std::string line = withoutPreauthKey(received);
-    appendLog(logLineOf(line, tag));
-    for (auto& announcement : findAnnouncements(line)) {
-      // A pair that nobody holds any more has been ended.
-      if (pair && !pair->ended) take(std::move(announcement));
-    }
+    keepLine(logLineOf(line, tag));
+    // A pair that nobody holds any more has been ended.
+    if (pair && !pair->ended) scrape(line);
   }
 }
 
@@ -49,6 +47,10 @@ std::string TailnetProcess::withoutPreauthKey(const std::string& line) const {
     strikeOut(rest, key);
   }
   return rest;
+}
+
+void TailnetProcess::scrape(std::string_view line) {
+  for (auto& announcement : findAnnouncements(line)) take(std::move(announcement));
 }
 
 void TailnetProcess::take(TailnetAnnouncement announcement) {
@@ -114,7 +116,7 @@ void TailnetProcess::failEnrolment(std::string reason) {
   publish([&] { state_.lastEnrolError = std::move(reason); });
   stopRequested_ = true;
   ++attempts_;
-  stopLocked(runtime_.clock.now() + terminationGrace);
+  stopLocked();
   reportStateChange();
 }
 

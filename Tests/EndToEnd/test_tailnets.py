@@ -5,6 +5,7 @@ import pathlib
 import signal
 import time
 
+from support.control_api import start_api, window  # noqa: F401 (fixtures)
 from support.tray import command_name, descendants, eventually, is_alive
 
 STUBBORN = "#!/bin/sh\ntrap '' TERM\nwhile :; do sleep 0.2; done\n"
@@ -94,6 +95,34 @@ def test_children_that_ignore_sigterm_share_one_grace(world, start_tray):
     assert 2.5 < time.monotonic() - began < 4.5
     for pid in children:
         eventually(lambda pid=pid: not is_alive(pid), 2, f"the end of {pid}")
+
+
+def test_each_child_of_a_server_has_a_grace_of_its_own(world, start_api):
+    world.use_agent_script("#!/bin/sh\nexec sleep 1000\n")
+    world.use_tailnet_script("tailscaled", "#!/bin/sh\ntrap 'sleep 3.5; exit 0' TERM\n"
+                                           "while :; do sleep 0.05; done\n")
+    world.use_tailnet_script("zephyl-tailnet", "#!/bin/sh\necho data tunnel on a:80\n" + STUBBORN)
+    server, = world.add_servers(1)
+    api = start_api()
+    api.tray.log_line("1 of 1 server connected")
+    client, = programs(api.tray, "zephyl-tailnet")
+    began = time.monotonic()
+    api.do("POST", f"/servers/{server}/enabled", {"enabled": False})
+    assert 3.5 <= time.monotonic() - began < 5.5
+    killed = [line for line in api.tray.lines if "ignored SIGTERM" in line]
+    assert killed == [f"[tray] {client} ignored SIGTERM; killing it"]
+
+
+def test_what_a_client_prints_at_its_end_counts(world, start_tray):
+    world.use_agent_script("#!/bin/sh\nexec sleep 1000\n")
+    world.use_tailnet_script("tailscaled", "#!/bin/sh\nexec sleep 1000\n")
+    world.use_tailnet_script("zephyl-tailnet",
+                             "#!/bin/sh\nprintf 'server name: Lab\nENROLMENT FAILED: key expired'\n")
+    world.add_servers(1)
+    tray = start_tray()
+    tray.log_line("tailscaled terminated")
+    assert not any("retrying" in line for line in tray.lines)
+    eventually(lambda: world.registry()[0].get("serverName") == "Lab")
 
 
 def test_hostile_output_costs_little_and_reaches_no_screen(world, start_tray):

@@ -63,6 +63,22 @@ TEST_F(TailnetManagerTest, HasAnInstanceForEveryServerThatIsEnabledAndJoined) {
   EXPECT_EQ(launches(), 1U);
 }
 
+TEST_F(TailnetManagerTest, StartsServersInTheRegistrysOrderAndTheFirstIsPrimary) {
+  Servers::replaceAll({server("b", "B"), server("c", "C"), server("a", "A")});
+  EXPECT_EQ(manager_->primary(), nullptr);
+  manager_->syncWithStore();
+  ASSERT_EQ(launches(), 3U);
+  for (const auto& [index, id] : {std::pair{0U, "b"}, {1U, "c"}, {2U, "a"}}) {
+    const auto& arguments = child(index)->options().arguments;
+    EXPECT_NE(std::ranges::find(arguments, "--statedir=" + Servers::tailnetStateDir(id)),
+              arguments.end())
+        << id;
+  }
+  EXPECT_EQ(manager_->primary()->server().id, "b");
+  manager_->forget("b");
+  EXPECT_EQ(manager_->primary(), nullptr) << "another one never takes its place";
+}
+
 TEST_F(TailnetManagerTest, DisablingStopsAndForgetsAndEnablingTakesTheEntryAsItIsThen) {
   Servers::replaceAll({server("a", "A")});
   manager_->syncWithStore();
@@ -99,6 +115,16 @@ TEST_F(TailnetManagerTest, ASyncRetriesAStalledTailnetAtOnce) {
   runtime_.launcher.failWith(std::nullopt);
   manager_->syncWithStore();
   EXPECT_EQ(launches(), 1U);
+}
+
+TEST_F(TailnetManagerTest, ASyncRetriesAFailedEnrolment) {
+  Servers::replaceAll({server("a", "A")});
+  manager_->syncWithStore();
+  child(0)->print({"ENROLMENT FAILED: key expired"});
+  runtime_.settle();
+  ASSERT_FALSE(child(0)->isRunning());
+  manager_->syncWithStore();
+  EXPECT_EQ(launches(), 2U);
 }
 
 TEST_F(TailnetManagerTest, WithAProgramMissingASyncChangesNothing) {

@@ -8,6 +8,7 @@
 #include "Support/LogCapture.hpp"
 #include "Support/TestRuntime.hpp"
 #include "Support/TrayWorld.hpp"
+#include "System/Environment.hpp"
 #include "System/Files.hpp"
 
 namespace zephyl {
@@ -137,6 +138,26 @@ TEST_F(TailnetProcessTest, MakesItsDirectoriesForItselfAlone) {
   EXPECT_FALSE(fileExists(socket));
   EXPECT_EQ(std::filesystem::status(Servers::tailnetStateDir(serverId)).permissions(),
             std::filesystem::perms::owner_all);
+}
+
+TEST_F(TailnetProcessTest, GoesOnWhereItsDirectoriesCannotBeMade) {
+  world_.directory().write("data/Zephyl/servers", "in the way");
+  world_.directory().write("home/.zephyl", "in the way");
+  startBoth();
+  const auto state = world_.baseDirectory() + "/servers";
+  const auto sockets = world_.directory() / "home/.zephyl";
+  EXPECT_EQ(tailnet_->recentLog(),
+            (std::vector<std::string>{
+                "[tray] could not create tailnet state dir: " + state + ": Not a directory",
+                "[tray] could not create socket dir: " + sockets + ": Not a directory"}));
+}
+
+TEST_F(TailnetProcessTest, TheDaemonGetsTheTraysOwnEnvironmentAndTheClientTheSocketAsWell) {
+  startBoth();
+  EXPECT_EQ(child(0).options().environment, currentEnvironment());
+  auto more = currentEnvironment();
+  more["ZEPHYL_TAILSCALED_SOCKET"] = Servers::controlSocketPath(serverId);
+  EXPECT_EQ(client().options().environment, more);
 }
 
 TEST_F(TailnetProcessTest, WithoutAnInviteItStaysIdleAndSaysSo) {
@@ -299,6 +320,10 @@ TEST_F(TailnetProcessTest, StoppingEndsTheClientThenTheDaemonAndNothingIsRetried
   EXPECT_FALSE(child(0).isRunning());
   EXPECT_FALSE(child(1).isRunning());
   EXPECT_EQ(tailnet_->state(), TailnetState{});
+  const auto log = tailnet_->recentLog();
+  EXPECT_EQ((std::vector(log.end() - 2, log.end())),
+            (std::vector<std::string>{"[tray] zephyl-tailnet terminated",
+                                      "[tray] tailscaled terminated"}));
   advance(600s);
   EXPECT_EQ(launches(), 2U);
 }
@@ -434,7 +459,7 @@ TEST_F(TailnetProcessTest, KeepsTheNewest200LinesUnderTheirTags) {
   for (int i = 1; i <= 250; ++i) client().print({std::to_string(i)});
   settle();
   const auto log = tailnet_->recentLog();
-  ASSERT_EQ(log.size(), 200U);
+  ASSERT_EQ(log.size(), TailnetProcess::maxLogLines);
   EXPECT_EQ(log.front(), "[tailnet] 51");
   child(0).print({"up"});
   settle();
@@ -460,6 +485,25 @@ TEST_F(TailnetProcessTest, OneLineWithTwoMarkersHasBothEffects) {
   print("verified control plane via relay-1, server name: Lab");
   EXPECT_EQ(tailnet_->state().activeRelay, "relay-1, server name: Lab");
   EXPECT_EQ(Servers::all()[0].serverName, "Lab");
+}
+
+TEST_F(TailnetProcessTest, ALineIsReadBeyondWhereTheLogCutsIt) {
+  startBoth();
+  print("found Zephyl at relay-1, server name: Lab");
+  EXPECT_EQ(lastLine(), "[tailnet] found Zephyl");
+  EXPECT_EQ(Servers::all()[0].serverName, "Lab");
+}
+
+TEST_F(TailnetProcessTest, ToldOfAnAddressOnlyOnceItIsStoredAndOfTheStateAfterThat) {
+  startBoth();
+  std::vector<std::string> calls;
+  tailnet_->onAddressLearned = [&] { calls.push_back(*Servers::all()[0].address); };
+  tailnet_->onTargetUnresolved = [&](const std::string& target) { calls.push_back(target); };
+  tailnet_->onStateChange = [&] { calls.emplace_back("state"); };
+  print("target resolved to http://lab");
+  print("TARGET UNRESOLVED: http://other");
+  print("verified control plane via relay-1");
+  EXPECT_EQ(calls, (std::vector<std::string>{"http://lab", "state", "http://other", "state"}));
 }
 
 TEST_F(TailnetProcessTest, ReportsATargetThatCannotBeResolved) {
