@@ -5,8 +5,8 @@
 
 #include <fmt/format.h>
 
-#include "Agent/Log.hpp"
 #include "Agent/Text.hpp"
+#include "Common/Log.hpp"
 
 namespace zephyl::sandbox {
 namespace asio = boost::asio;

@@ -201,7 +201,7 @@ std::pair<std::string, std::string> templateOf(const std::string& path) {
 /// Answered before the table is looked at: the one by the server, the other over time.
 constexpr std::array<std::string_view, 2> furtherReads{"/api/events", "/sandbox/search"};
 
-ApiAnswer toAnswer(const Failure& failure) {
+ApiAnswer toAnswer(const Rejection& failure) {
   return answerWith({{"error", toUtf8(failure.message)}}, failure.status);
 }
 
@@ -220,7 +220,7 @@ ApiAnswer dispatch(Agent& agent, const ApiRequest& request, const std::string& p
     allow += (allow.empty() ? "" : ", ") + std::string(route.method);
   }
   if (allow.empty()) return toAnswer(notFound("no such endpoint"));
-  auto answer = toAnswer(Failure(405, "that method is not for this endpoint"));
+  auto answer = toAnswer(Rejection(405, "that method is not for this endpoint"));
   answer.allow = allow;
   return answer;
 }

@@ -15,7 +15,7 @@ bool alike(const PendingApproval& a, const PendingApproval& b) {
   return a.kind == b.kind && a.target == b.target && a.root == b.root;
 }
 
-Failure notHeld(std::string_view id) {
+Rejection notHeld(std::string_view id) {
   return notFound(fmt::format("no request \"{}\" waits for approval", id));
 }
 

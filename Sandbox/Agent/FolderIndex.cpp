@@ -12,7 +12,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include "Agent/Log.hpp"
+#include "Common/Log.hpp"
 
 namespace zephyl::sandbox {
 namespace fs = std::filesystem;

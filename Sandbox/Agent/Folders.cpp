@@ -7,6 +7,7 @@
 #include <fmt/format.h>
 
 #include "Agent/Text.hpp"
+#include "Common/Text.hpp"
 
 namespace zephyl::sandbox {
 namespace fs = std::filesystem;

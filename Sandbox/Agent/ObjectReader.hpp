@@ -37,14 +37,14 @@ class ObjectReader {
   /// Notes a problem that the caller found; the first one stays.
   void reject(std::string message);
 
-  const std::optional<Failure>& problem() const { return problem_; }
+  const std::optional<Rejection>& problem() const { return problem_; }
 
  private:
   const boost::json::value* find(std::string_view key) const;
   const boost::json::value* findPresent(std::string_view key) const;
 
   boost::json::object object_;
-  std::optional<Failure> problem_;
+  std::optional<Rejection> problem_;
 };
 
 }  // namespace zephyl::sandbox

@@ -139,7 +139,7 @@ class Source {
   }
 
   const options::variables_map& values() const { return values_; }
-  const std::optional<Failure>& complaint() const { return complaint_; }
+  const std::optional<Rejection>& complaint() const { return complaint_; }
 
  private:
   double checked(const char* name, double value) {
@@ -150,7 +150,7 @@ class Source {
   }
 
   options::variables_map values_;
-  std::optional<Failure> complaint_;
+  std::optional<Rejection> complaint_;
 };
 
 void readExit(Source& source, Settings& settings) {

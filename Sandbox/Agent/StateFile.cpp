@@ -1,7 +1,5 @@
 #include "Agent/StateFile.hpp"
 
-#include <cerrno>
-#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
@@ -9,12 +7,9 @@
 #include <boost/uuid/random_generator.hpp>
 #include <boost/uuid/uuid_io.hpp>
 
-#include <fcntl.h>
-#include <sys/stat.h>
-#include <unistd.h>
-
-#include "Agent/Log.hpp"
 #include "Agent/ObjectReader.hpp"
+#include "Common/Log.hpp"
+#include "Common/PrivateFile.hpp"
 
 namespace zephyl::sandbox {
 namespace fs = std::filesystem;
@@ -73,31 +68,11 @@ Outcome<State> decode(std::string_view text) {
   return state;
 }
 
-bool writeAll(int descriptor, std::string_view text) {
-  while (!text.empty()) {
-    const auto written = ::write(descriptor, text.data(), text.size());
-    if (written < 0 && errno != EINTR) return false;
-    if (written > 0) text.remove_prefix(static_cast<std::size_t>(written));
-  }
-  return true;
-}
-
-bool writePrivateFile(const std::string& path, std::string_view text) {
-  ::unlink(path.c_str());
-  const int descriptor = ::open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
-  if (descriptor < 0) return false;
-  const bool written = writeAll(descriptor, text) && ::fsync(descriptor) == 0;
-  return ::close(descriptor) == 0 && written;
-}
-
 }  // namespace
 
 Outcome<StateFile> StateFile::open(const std::string& directory) {
-  std::error_code error;
-  if (fs::create_directories(directory, error)) {
-    fs::permissions(directory, fs::perms::owner_all, error);
-  }
-  if (error) return internalError(fmt::format("{}: {}", directory, error.message()));
+  const auto made = makePrivateDirectory(directory);
+  if (!made) return internalError(made.error().message);
   return StateFile(directory + "/state.json");
 }
 
@@ -107,21 +82,14 @@ std::optional<State> StateFile::load() const {
   const std::string text(std::istreambuf_iterator<char>(file), {});
   auto state = decode(text);
   if (state) return *state;
-  const auto aside = path_ + ".unreadable";
-  log("{} cannot be understood ({}); set aside as {}", path_, state.error().message, aside);
-  std::error_code error;
-  fs::rename(path_, aside, error);
+  log("{} cannot be understood ({}); set aside as {}", path_, state.error().message,
+      setAside(path_));
   return freshState();
 }
 
 void StateFile::save(const State& state) const {
-  const auto fresh = path_ + ".new";
-  if (writePrivateFile(fresh, json::serialize(encode(state)) + '\n') &&
-      ::rename(fresh.c_str(), path_.c_str()) == 0) {
-    return;
-  }
-  log("cannot save {}: {}", path_, std::strerror(errno));
-  ::unlink(fresh.c_str());
+  const auto saved = replacePrivateFile(path_, json::serialize(encode(state)) + '\n');
+  if (!saved) log("{}", saved.error().message);
 }
 
 State freshState() {

@@ -37,7 +37,7 @@ class StateFile {
   /// "state.json.unreadable" with a line in the log, and gives a fresh state.
   std::optional<State> load() const;
 
-  /// Failure is logged: the agent goes on with what it holds in memory.
+  /// Rejection is logged: the agent goes on with what it holds in memory.
   void save(const State& state) const;
 
  private:

@@ -59,20 +59,6 @@ std::string toUtf8(std::string_view text) {
   return result;
 }
 
-std::string printable(std::string_view text) {
-  std::string result;
-  result.reserve(text.size());
-  for (const char character : text) {
-    const auto byte = static_cast<unsigned char>(character);
-    if (byte < 0x20 || byte == 0x7F) {
-      result += fmt::format("\\x{:02x}", byte);
-    } else {
-      result += character;
-    }
-  }
-  return result;
-}
-
 std::string counted(long long count, std::string_view noun) {
   return fmt::format("{} {}{}", count, noun, count == 1 ? "" : "s");
 }

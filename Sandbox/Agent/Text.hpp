@@ -11,9 +11,6 @@ bool isUtf8(std::string_view text);
 /// bytes, JSON may not.
 std::string toUtf8(std::string_view text);
 
-/// The text on one line and harmless to a terminal: control characters become "\xNN".
-std::string printable(std::string_view text);
-
 /// "1 file", "2 files".
 std::string counted(long long count, std::string_view noun);
 

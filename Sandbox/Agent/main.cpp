@@ -10,10 +10,10 @@
 #include <boost/asio/steady_timer.hpp>
 
 #include "Agent/Agent.hpp"
-#include "Agent/Log.hpp"
 #include "Agent/Server.hpp"
 #include "Agent/Settings.hpp"
 #include "Agent/StateFile.hpp"
+#include "Common/Log.hpp"
 
 namespace zephyl::sandbox {
 namespace {
@@ -25,7 +25,7 @@ using namespace std::chrono_literals;
 constexpr auto farewell = 300ms;
 constexpr int usageStatus = 2;
 
-int fail(const Failure& failure, int status) {
+int fail(const Rejection& failure, int status) {
   fmt::print(stderr, "zephyl-agent: {}\n", failure.message);
   return status;
 }

@@ -2,6 +2,7 @@
 
 #include <cerrno>
 #include <cstddef>
+#include <mutex>
 #include <string>
 
 #include <unistd.h>
@@ -11,7 +12,9 @@
 namespace zephyl::sandbox {
 
 void logLine(std::string_view text) {
+  static std::mutex mutex;
   const auto line = printable(text) + '\n';
+  const std::lock_guard lock(mutex);
   std::string_view rest = line;
   while (!rest.empty()) {
     const auto written = ::write(STDOUT_FILENO, rest.data(), rest.size());

@@ -12,6 +12,7 @@
 
 #include "Common/Async.hpp"
 #include "Common/Log.hpp"
+#include "Common/PrivateFile.hpp"
 #include "Tailnet/Client/DaemonCheck.hpp"
 #include "Tailnet/Client/Enrolment.hpp"
 #include "Tailnet/Client/HttpServer.hpp"

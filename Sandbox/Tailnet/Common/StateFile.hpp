@@ -10,10 +10,6 @@
 
 namespace zephyl::sandbox {
 
-/// Makes the directory, and those above it, where they are missing; a new one is for the user alone
-/// (0700).
-Result<void> makePrivateDirectory(const std::string& directory);
-
 /// One JSON object in a state directory: private to the user (0600) and replaced atomically, so
 /// that a reader sees the old or the new one, never half of one.
 class StateFile {

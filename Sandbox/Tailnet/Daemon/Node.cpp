@@ -3,6 +3,7 @@
 #include <boost/uuid/random_generator.hpp>
 #include <boost/uuid/uuid_io.hpp>
 
+#include "Common/PrivateFile.hpp"
 #include "Tailnet/Common/StateFile.hpp"
 
 namespace zephyl::sandbox {

@@ -1,3 +1,0 @@
-// The parts of Asio and Beast that need to be compiled only once.
-#include <boost/asio/impl/src.hpp>
-#include <boost/beast/src.hpp>
