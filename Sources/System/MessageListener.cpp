@@ -14,6 +14,7 @@
 #include <boost/asio/posix/stream_descriptor.hpp>
 #include <boost/asio/steady_timer.hpp>
 
+#include <linux/sockios.h>
 #include <netinet/in.h>
 #include <sys/ioctl.h>
 #include <sys/socket.h>
@@ -67,6 +68,17 @@ bool hasUnreadBytes(int socket) {
   return ::ioctl(socket, FIONREAD, &count) == 0 && count > 0;
 }
 
+/// Bytes that the system has been given to send and that the peer has not taken.
+std::size_t untakenBytes(int socket) {
+  int count = 0;
+  return ::ioctl(socket, SIOCOUTQ, &count) == 0 ? static_cast<std::size_t>(count) : 0;
+}
+
+/// What a thread is called after "com.example.purpose".
+std::string threadName(const std::string& label) {
+  return label.substr(label.rfind('.') + 1);
+}
+
 }  // namespace
 
 struct MessageListener::Peer::Ticket {
@@ -116,7 +128,8 @@ class MessageListener::Server : public std::enable_shared_from_this<Server> {
     std::optional<Peer> peer;  // until the message is whole
     std::string received;
     std::string unsent;
-    bool drains = false;  // more is arriving than was taken
+    std::size_t untaken = 0;  // of the answer, when it was last looked at
+    bool drains = false;      // more is arriving than was taken
     std::size_t drained = 0;
     std::optional<Descriptor> waiter;  // made when there is something to wait for
     std::optional<asio::steady_timer> timer;
@@ -131,6 +144,7 @@ class MessageListener::Server : public std::enable_shared_from_this<Server> {
   void receive(Identifier id, Connection& connection);
   bool hand(Identifier id, Connection& connection, std::string_view piece);
   void transmit(Identifier id, Connection& connection);
+  void watchSending(Identifier id, Connection& connection);
   void drain(Identifier id, Connection& connection);
   void waitFor(Identifier id, Connection& connection, Descriptor::wait_type what, Step step);
   void end(Identifier id, Connection& connection);
@@ -169,7 +183,7 @@ void MessageListener::Peer::send(std::string message, Received received) const {
 MessageListener::Server::Server(Options options, Handlers handlers, FileDescriptor socket)
     : options_(std::move(options)),
       handlers_(std::move(handlers)),
-      reactor_(std::make_unique<Reactor>(options_.threadName)),
+      reactor_(std::make_unique<Reactor>(threadName(options_.label))),
       socket_(std::move(socket)),
       scratch_(options_.readSize) {}
 
@@ -329,6 +343,7 @@ void MessageListener::Server::transmit(Identifier id, Connection& connection) {
     if (count >= 0) {
       connection.unsent.erase(0, static_cast<std::size_t>(count));
     } else if (errno == EAGAIN) {
+      if (!connection.timer) watchSending(id, connection);
       return waitFor(id, connection, Descriptor::wait_write, &Server::transmit);
     } else if (errno != EINTR) {
       return end(id, connection);
@@ -342,6 +357,22 @@ void MessageListener::Server::transmit(Identifier id, Connection& connection) {
     if (!aborted) drop(id);
   });
   drain(id, connection);
+}
+
+/// Looks again and again whether the peer takes of its answer, and ends the connection when not. A
+/// slow peer may take some long before there is room for more.
+void MessageListener::Server::watchSending(Identifier id, Connection& connection) {
+  connection.untaken = connection.unsent.size() + untakenBytes(connection.socket.get());
+  connection.timer.emplace(reactor_->context(), options_.sendTimeout);
+  connection.timer->async_wait([this, id](const boost::system::error_code& aborted) {
+    const auto found = aborted ? connections_.end() : connections_.find(id);
+    if (found == connections_.end()) return;
+    Connection& slow = found->second;
+    if (slow.state != Connection::State::sending) return;
+    const auto untaken = slow.unsent.size() + untakenBytes(slow.socket.get());
+    if (untaken == slow.untaken) return end(id, slow);
+    watchSending(id, slow);
+  });
 }
 
 void MessageListener::Server::drain(Identifier id, Connection& connection) {

@@ -1,11 +1,13 @@
 #pragma once
 
+#include <chrono>
 #include <cstdint>
 #include <functional>
 #include <memory>
 #include <string>
 #include <string_view>
 
+#include "System/Clock.hpp"
 #include "System/Result.hpp"
 
 namespace zephyl {
@@ -17,7 +19,8 @@ namespace zephyl {
 /// and everybody waits with them. A silent or slow peer delays nobody. There is a limit to
 /// connections; where it is reached the oldest that has not sent a whole message makes room, and
 /// when there is none such, new ones wait to be accepted. Running out of descriptors or memory is
-/// survived: accepting goes on a little later.
+/// survived: accepting goes on a little later. A peer that takes nothing of its answer is given up
+/// after `sendTimeout`, at the latest after twice that, so that it does not keep its place.
 ///
 /// What was received may be secret and is overwritten when it has served.
 class MessageListener {
@@ -51,10 +54,11 @@ class MessageListener {
   };
 
   struct Options {
-    std::uint16_t port = 0;  ///< 0: any
-    std::string threadName;
+    std::uint16_t port = 0;        ///< 0: any
+    std::string label;             ///< such as "com.example.purpose": its end names the thread
     std::size_t readSize = 16384;  ///< most bytes taken in one piece
     std::size_t maxConnections = 256;
+    Duration sendTimeout = std::chrono::seconds(30);
   };
   struct Handlers {
     /// `received` is everything that the peer has sent so far. Called again with more until it

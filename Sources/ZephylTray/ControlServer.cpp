@@ -34,7 +34,7 @@ bool ControlServer::start(std::int64_t port) {
   }
   auto listener = MessageListener::open(
       {.port = static_cast<std::uint16_t>(port),
-       .threadName = "control",
+       .label = "com.zephyl.tray.control",
        .readSize = maxReadBytes,
        .maxConnections = maxConnections},
       {.onReceived = [this](const Peer& peer,

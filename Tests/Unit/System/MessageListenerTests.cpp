@@ -2,11 +2,16 @@
 
 #include <atomic>
 #include <deque>
+#include <filesystem>
 #include <mutex>
+#include <string>
 #include <thread>
 #include <vector>
 
 #include <gtest/gtest.h>
+
+#include <netinet/in.h>
+#include <sys/socket.h>
 
 #include "Support/Eventually.hpp"
 #include "Support/RawClient.hpp"
@@ -21,20 +26,43 @@ using Verdict = MessageListener::Verdict;
 
 constexpr std::size_t fewConnections = 4;
 
+/// Makes the system refuse to accept on the socket of this process that listens on `port`.
+void breakListeningSocket(int port) {
+  for (const auto& entry : std::filesystem::directory_iterator("/proc/self/fd")) {
+    const int socket = std::stoi(entry.path().filename());
+    int listens = 0;
+    socklen_t size = sizeof listens;
+    if (::getsockopt(socket, SOL_SOCKET, SO_ACCEPTCONN, &listens, &size) != 0 || listens == 0) {
+      continue;
+    }
+    sockaddr_in address{};
+    size = sizeof address;
+    ::getsockname(socket, reinterpret_cast<sockaddr*>(&address), &size);
+    if (ntohs(address.sin_port) == port) ::shutdown(socket, SHUT_RDWR);
+  }
+}
+
 /// A listener whose messages hold a "."; what it does with one is the test's.
 class MessageListenerTest : public ::testing::Test {
  protected:
   void open(std::function<void(const Peer&, std::string_view)> onMessage) {
-    auto listener = MessageListener::open(
-        {.threadName = "listener", .maxConnections = fewConnections},
-        {.onReceived =
-             [this, onMessage](const Peer& peer, std::string_view received) {
-               ++calls_;
-               if (received.find('.') == std::string_view::npos) return Verdict::incomplete;
-               onMessage(peer, received);
-               return Verdict::complete;
-             },
-         .onFailed = [](const Error& error) { ADD_FAILURE() << error.message; }});
+    auto listener =
+        MessageListener::open({.label = "com.example.listener",
+                               .maxConnections = fewConnections,
+                               .sendTimeout = sendTimeout_},
+                              {.onReceived =
+                                   [this, onMessage](const Peer& peer, std::string_view received) {
+                                     ++calls_;
+                                     if (received.find('.') == std::string_view::npos)
+                                       return Verdict::incomplete;
+                                     onMessage(peer, received);
+                                     return Verdict::complete;
+                                   },
+                               .onFailed =
+                                   [this](const Error& error) {
+                                     const std::scoped_lock lock(mutex_);
+                                     failures_.push_back(error.message);
+                                   }});
     ASSERT_TRUE(listener) << listener.error().message;
     listener_ = std::move(*listener);
   }
@@ -52,10 +80,19 @@ class MessageListenerTest : public ::testing::Test {
     const std::scoped_lock lock(mutex_);
     return waiting_.size();
   }
+  std::vector<std::string> failures() {
+    const std::scoped_lock lock(mutex_);
+    return failures_;
+  }
   RawClient client() { return RawClient(listener_->port()); }
 
+  void TearDown() override { EXPECT_EQ(failures(), expectedFailures_); }
+
+  Duration sendTimeout_ = 30s;
+  std::vector<std::string> expectedFailures_;
   std::atomic<int> calls_ = 0;
   std::mutex mutex_;
+  std::vector<std::string> failures_;
   std::deque<Peer> waiting_;
   std::unique_ptr<MessageListener> listener_;
 };
@@ -131,6 +168,33 @@ TEST_F(MessageListenerTest, SendsALongAnswerToASlowReader) {
   quick.send("hello.");
   EXPECT_EQ(quick.receiveAll(), answer);
   EXPECT_EQ(slow.receiveAll(), answer);
+}
+
+TEST_F(MessageListenerTest, GivesUpPeersThatTakeNothingOfTheirAnswer) {
+  sendTimeout_ = 20ms;
+  const std::string answer(32UL << 20, 'x');
+  open([&](const Peer& peer, std::string_view received) {
+    if (received == "all.") return peer.send(answer);
+    const std::scoped_lock lock(mutex_);
+    waiting_.push_back(peer);
+  });
+  std::vector<RawClient> idle;
+  std::vector<RawClient> others;
+  for (std::size_t i = 0; i < fewConnections; ++i) {
+    idle.push_back(client());
+    idle.back().send("all.");
+  }
+  for (std::size_t i = 0; i < fewConnections; ++i) {
+    others.push_back(client());
+    others.back().send("hello.");
+  }
+  ASSERT_TRUE(test::eventually([this] { return waitingCount() == fewConnections; }))
+      << "the idle keep their places";
+  for (const auto& peer : idle) {
+    const auto taken = peer.receiveAll();
+    EXPECT_LT(taken.size(), answer.size());
+    EXPECT_FALSE(taken.ends_with("(silence)"));
+  }
 }
 
 TEST_F(MessageListenerTest, AnswersWhileThePeerStillSendsALot) {
@@ -228,6 +292,18 @@ TEST_F(MessageListenerTest, APeerOutlivesTheListenerAndThenSaysNothing) {
   EXPECT_EQ(peer.receiveAll(), "");
   waiting_.front().send("too late");
   waiting_.clear();
+}
+
+TEST_F(MessageListenerTest, SaysOnceWhenItHasFailedForGood) {
+  openSilent();
+  const auto peer = client();
+  peer.send("hello.");
+  ASSERT_TRUE(test::eventually([this] { return waitingCount() == 1; }));
+  breakListeningSocket(listener_->port());
+  ASSERT_TRUE(test::eventually([this] { return !failures().empty(); }));
+  expectedFailures_ = {"accept: Invalid argument"};
+  waiting_.front().send("done");
+  EXPECT_EQ(peer.receiveAll(), "done") << "what is under way goes on";
 }
 
 TEST_F(MessageListenerTest, SaysWhyItCannotBeOpened) {
