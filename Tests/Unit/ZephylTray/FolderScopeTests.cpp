@@ -18,7 +18,7 @@ Ids scoped(std::optional<Ids> current, const std::string& id, bool shared) {
 
 TEST(FolderScope, AddsAServerOnce) {
   EXPECT_EQ(scoped(Ids{"a"}, "b", true), (Ids{"a", "b"}));
-  EXPECT_EQ(scoped(Ids{"a", "b"}, "b", true), (Ids{"a", "b"}));
+  EXPECT_EQ(scoped(Ids{"b", "a"}, "b", true), (Ids{"b", "a"}));
 }
 
 TEST(FolderScope, TakesAServerOut) {
@@ -32,10 +32,15 @@ TEST(FolderScope, DropsServersThatAreGone) {
   EXPECT_EQ(scoped(Ids{"gone"}, "a", false), Ids{});
 }
 
+TEST(FolderScope, TakesTheServerAsItIsNamed) {
+  EXPECT_EQ(scoped(Ids{"a"}, "unknown", true), (Ids{"a", "unknown"}));
+  EXPECT_EQ(scoped(Ids{"a"}, "unknown", false), Ids{"a"});
+}
+
 TEST(FolderScope, CountsAFolderWithoutAListAsSharedWithAll) {
   EXPECT_EQ(scoped(std::nullopt, "b", false), (Ids{"a", "c"}));
   EXPECT_EQ(scoped(Ids{}, "b", false), (Ids{"a", "c"}));
-  EXPECT_EQ(scoped(std::nullopt, "b", true), (Ids{"a", "c", "b"}));
+  EXPECT_EQ(scoped(std::nullopt, "b", true), (Ids{"a", "b", "c"}));
 }
 
 }  // namespace
