@@ -86,8 +86,16 @@ TEST_F(ControlServerTest, AnswersWithoutHandlersAsIfNothingWereThere) {
   start();
   EXPECT_EQ(ask("GET /status", "").body, json::Object());
   EXPECT_EQ(ask("GET /servers", "").body, (json::Object{{"servers", json::Array()}}));
-  EXPECT_EQ(ask("POST /invite", R"({"key":""})").body, (json::Object{{"ok", true}}));
-  EXPECT_EQ(ask("DELETE /servers/a", "").body, (json::Object{{"ok", true}}));
+  const std::vector<std::pair<std::string, std::string>> changes = {
+      {"POST /invite", R"({"key":""})"},
+      {"POST /servers/a/label", R"({"label":""})"},
+      {"POST /servers/a/accent", R"({"accent":""})"},
+      {"POST /servers/a/enabled", R"({"enabled":true})"},
+      {"DELETE /servers/a", ""},
+  };
+  for (const auto& [line, body] : changes) {
+    EXPECT_EQ(ask(line, body).body, (json::Object{{"ok", true}})) << line;
+  }
   for (const char* line :
        {"GET /diagnostics", "POST /agent/restart", "GET /roots", "POST /servers/a/roots",
         "POST /servers/a/roots/scope", "GET /nothing", "GET /servers/a", "PUT /status"}) {
@@ -108,6 +116,55 @@ TEST_F(ControlServerTest, PassesIdAndFieldsToTheHandlerOnTheMainThread) {
   EXPECT_EQ(ask("POST //servers/abc/label/", R"({"label":"x","more":1})").status, 200);
   EXPECT_EQ(ask("POST /servers/abc/label", R"({"label":""})").status, 200);
   EXPECT_EQ(told, (std::vector<std::string>{"abc=x", "abc="}));
+}
+
+TEST_F(ControlServerTest, LooksForTheHandlerOfAScopeBeforeTheBody) {
+  start();
+  EXPECT_EQ(ask("POST /servers/a/roots/scope", "nonsense").status, 404);
+  server_->onSetRootShared = [](const auto&, const auto&, bool, const auto& done) { done({}); };
+  EXPECT_EQ(ask("POST /servers/a/roots/scope", "nonsense").status, 400);
+}
+
+TEST_F(ControlServerTest, AnswersAnEmptyObjectWhenWhatItHasToSayIsNoText) {
+  server_->statusProvider = [] { return json::Object{{"url", "\xff"}}; };
+  server_->onRemove = [](const auto&) { return "\xc3("; };
+  start();
+  const auto status = ask("GET /status", "");
+  EXPECT_EQ(status.status, 200);
+  EXPECT_EQ(status.body, json::Object());
+  const auto removal = ask("DELETE /servers/a", "");
+  EXPECT_EQ(removal.status, 400);
+  EXPECT_EQ(removal.body, json::Object());
+}
+
+TEST_F(ControlServerTest, HandlesOneRequestAtATimeInTheOrderInWhichTheyBecameWhole) {
+  std::vector<std::string> handled;
+  server_->statusProvider = [&] {
+    handled.emplace_back("status");
+    return json::Object();
+  };
+  server_->rootsProvider = [&](const auto& done) {
+    EXPECT_FALSE(mainLoop_.isCurrent());
+    handled.emplace_back("roots");
+    done(std::vector<json::Object>());
+  };
+  start();
+  const RawClient early(port_);
+  const RawClient first(port_);
+  const RawClient second(port_);
+  const std::string late = request("GET /roots");
+  early.send(late.substr(0, late.size() - 1));
+  first.send(request("GET /status"));
+  ASSERT_TRUE(mainLoop_.waitForTask(10s));
+  second.send(request("GET /roots"));
+  EXPECT_FALSE(second.isReadable(20ms));
+  EXPECT_TRUE(handled.empty()) << "the main thread has not come to the first one";
+  mainLoop_.runPending();
+  EXPECT_EQ(Answer::of(first.receiveAll()).status, 200);
+  EXPECT_EQ(Answer::of(second.receiveAll()).status, 200);
+  EXPECT_EQ(handled, (std::vector<std::string>{"status", "roots"}));
+  early.send(late.substr(late.size() - 1));
+  EXPECT_EQ(Answer::of(early.receiveAll()).status, 200);
 }
 
 TEST_F(ControlServerTest, RefusesABodyThatLacksAField) {
