@@ -44,19 +44,6 @@ std::optional<Lead> leadOf(unsigned char byte) {
   }
 }
 
-/// The length of the UTF-8 character of several bytes that `text` begins with; 0 when it begins
-/// with none.
-std::size_t wideCharacterLength(std::string_view text) {
-  const auto lead = leadOf(byteAt(text, 0));
-  if (!lead || text.size() < lead->length) return 0;
-  const unsigned char second = byteAt(text, 1);
-  if (second < lead->lowestSecond || second > lead->highestSecond) return 0;
-  for (std::size_t index = 2; index < lead->length; ++index) {
-    if ((byteAt(text, index) & 0xC0) != 0x80) return 0;
-  }
-  return lead->length;
-}
-
 struct CharacterRange {
   char32_t first;
   char32_t last;
@@ -84,15 +71,6 @@ bool isHidden(char32_t character) {
   return range != hiddenCharacters.end() && range->first <= character;
 }
 
-/// The UTF-8 character of several bytes that is all of `text`.
-char32_t wideCharacter(std::string_view text) {
-  char32_t character = byteAt(text, 0) & (0xFFU >> (text.size() + 1));
-  for (std::size_t index = 1; index < text.size(); ++index) {
-    character = (character << 6U) | (byteAt(text, index) & 0x3FU);
-  }
-  return character;
-}
-
 /// A beginning of a text: printable characters, or one control character, or another that cannot
 /// be seen, or one byte that is no UTF-8.
 struct Piece {
@@ -101,39 +79,37 @@ struct Piece {
   std::size_t length;
 };
 
-Piece firstCharacter(std::string_view text) {
-  const unsigned char byte = byteAt(text, 0);
-  if (byte < 0x80) {
-    const bool control = byte < 0x20 || byte == 0x7F;
-    return {control ? Piece::Kind::control : Piece::Kind::printable, 1};
-  }
-  const std::size_t length = wideCharacterLength(text);
-  if (length == 0) return {Piece::Kind::invalid, 1};
-  const char32_t character = wideCharacter(text.substr(0, length));
-  if (character < 0xA0) return {Piece::Kind::control, length};
-  return {isHidden(character) ? Piece::Kind::hidden : Piece::Kind::printable, length};
+Piece pieceOf(Character character) {
+  using Kind = Piece::Kind;
+  if (!character.isValid()) return {Kind::invalid, 1};
+  const auto code = character.code;
+  const bool control = code < 0x20 || (code >= 0x7F && code < 0xA0);
+  return {control          ? Kind::control
+          : isHidden(code) ? Kind::hidden
+                           : Kind::printable,
+          character.length};
 }
 
 /// Printable characters as many as there are in a row, so that plain text is one piece.
 Piece firstPiece(std::string_view text) {
-  Piece piece = firstCharacter(text);
+  Piece piece = pieceOf(firstCharacter(text));
   while (piece.kind == Piece::Kind::printable && piece.length < text.size()) {
-    const Piece next = firstCharacter(text.substr(piece.length));
+    const Piece next = pieceOf(firstCharacter(text.substr(piece.length)));
     if (next.kind != Piece::Kind::printable) break;
     piece.length += next.length;
   }
   return piece;
 }
 
-void appendPicture(std::string_view character, std::string& out) {
-  if (character.size() == 1) {
-    const unsigned char byte = byteAt(character, 0);
-    const unsigned char picture = byte == 0x7F ? 0x21 : byte;  // from U+2400 on
+void appendPicture(Character character, std::string& out) {
+  const std::uint32_t code = character.code;
+  if (character.length == 1) {
+    const std::uint32_t picture = code == 0x7F ? 0x21 : code;  // from U+2400 on
     out.append("\xE2\x90").push_back(static_cast<char>(0x80 + picture));
-  } else if (character.size() < 4) {
-    fmt::format_to(std::back_inserter(out), "\\u{:04x}", std::uint32_t{wideCharacter(character)});
+  } else if (character.length < 4) {
+    fmt::format_to(std::back_inserter(out), "\\u{:04x}", code);
   } else {
-    fmt::format_to(std::back_inserter(out), "\\U{:08x}", std::uint32_t{wideCharacter(character)});
+    fmt::format_to(std::back_inserter(out), "\\U{:08x}", code);
   }
 }
 
@@ -188,6 +164,22 @@ std::optional<long long> parseDecimal(std::string_view text) {
   return number;
 }
 
+Character firstCharacter(std::string_view text) {
+  constexpr Character invalid{0xFFFD, 1};
+  const unsigned char first = byteAt(text, 0);
+  if (first < 0x80) return {first, 1};
+  const auto lead = leadOf(first);
+  if (!lead || text.size() < lead->length) return invalid;
+  const unsigned char second = byteAt(text, 1);
+  if (second < lead->lowestSecond || second > lead->highestSecond) return invalid;
+  char32_t code = first & (0xFFU >> (lead->length + 1));
+  for (std::size_t index = 1; index < lead->length; ++index) {
+    if ((byteAt(text, index) & 0xC0) != 0x80) return invalid;
+    code = (code << 6U) | (byteAt(text, index) & 0x3FU);
+  }
+  return {code, lead->length};
+}
+
 bool isValidUTF8(std::string_view text) {
   while (!text.empty()) {
     const Piece piece = firstPiece(text);
@@ -208,7 +200,7 @@ std::string visible(std::string_view text) {
         break;
       case Piece::Kind::control:
       case Piece::Kind::hidden:
-        appendPicture(text.substr(0, piece.length), out);
+        appendPicture(firstCharacter(text), out);
         break;
       case Piece::Kind::invalid:
         out.append("\uFFFD");

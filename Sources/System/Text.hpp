@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -22,6 +23,18 @@ std::vector<std::string_view> splitNonEmpty(std::string_view text, char separato
 
 /// The whole text as a decimal integer: one optional sign, digits, nothing else, within 64 bits.
 std::optional<long long> parseDecimal(std::string_view text);
+
+/// A character of a text in UTF-8. Of what is no UTF-8, each byte stands for one, with U+FFFD for
+/// its code.
+struct Character {
+  char32_t code;
+  std::size_t length;  ///< in bytes
+
+  [[nodiscard]] bool isValid() const { return code != 0xFFFD || length > 1; }
+};
+
+/// The character that `text`, which is not empty, begins with.
+Character firstCharacter(std::string_view text);
 
 bool isValidUTF8(std::string_view text);
 

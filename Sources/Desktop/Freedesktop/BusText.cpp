@@ -11,7 +11,7 @@ namespace {
 std::string replaced(std::string_view text, std::string_view ampersand, std::string_view less,
                      std::string_view greater) {
   std::string result;
-  for (const char c : shownText(text)) {
+  for (const char c : visibleLines(text)) {
     if (c == '&') {
       result += ampersand;
     } else if (c == '<') {
@@ -26,17 +26,6 @@ std::string replaced(std::string_view text, std::string_view ampersand, std::str
 }
 
 }  // namespace
-
-std::string shownText(std::string_view text) {
-  std::string shown;
-  while (true) {
-    const auto end = text.find('\n');
-    shown += visible(text.substr(0, end));
-    if (end == std::string_view::npos) return shown;
-    shown += '\n';
-    text.remove_prefix(end + 1);
-  }
-}
 
 std::string escapedMarkup(std::string_view text) {
   return replaced(text, "&amp;", "&lt;", "&gt;");

@@ -6,11 +6,9 @@
 /// Spellings that D-Bus services ask for. Pure.
 namespace zephyl {
 
-/// Text fit to be shown, lines kept: valid UTF-8, other control characters made visible.
-std::string shownText(std::string_view text);
-/// Shown text with `&`, `<` and `>` escaped, for where markup is understood.
+/// Visible lines with `&`, `<` and `>` escaped, for where markup is understood.
 std::string escapedMarkup(std::string_view text);
-/// Shown text with look-alikes for `&`, `<` and `>`, for where nobody knows whether markup is
+/// Visible lines with look-alikes for `&`, `<` and `>`, for where nobody knows whether markup is
 /// understood.
 std::string withoutMarkup(std::string_view text);
 

@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "Desktop/Freedesktop/BusText.hpp"
+#include "System/Text.hpp"
 
 namespace zephyl {
 
@@ -32,10 +33,10 @@ std::optional<std::string> firstURI(sd_bus_message& signal) {
 }
 
 void writeQuestion(BusWriter& writer, const FolderRequest& request, const std::string& token) {
-  writer.append("ss", "", shownText(request.message).c_str())
+  writer.append("ss", "", visibleLines(request.message).c_str())
       .open('a', "{sv}")
       .append("{sv}", "handle_token", "s", token.c_str())
-      .append("{sv}", "accept_label", "s", shownText(request.prompt).c_str())
+      .append("{sv}", "accept_label", "s", visibleLines(request.prompt).c_str())
       .append("{sv}", "directory", "b", 1)
       .close();
 }

@@ -6,6 +6,7 @@
 
 #include "Desktop/Freedesktop/BusText.hpp"
 #include "Desktop/Freedesktop/StatusIcons.hpp"
+#include "System/Text.hpp"
 
 namespace zephyl {
 
@@ -98,14 +99,14 @@ void Notifications::send(Posted& posted, const Notification& notification) {
 void Notifications::write(BusWriter& writer, std::uint32_t replaces,
                           const Notification& notification) const {
   const auto body =
-      serverCan("body-markup") ? escapedMarkup(notification.body) : shownText(notification.body);
+      serverCan("body-markup") ? escapedMarkup(notification.body) : visibleLines(notification.body);
   writer.append("susss", "Zephyl", replaces, iconName_.c_str(),
-                shownText(notification.title).c_str(), body.c_str());
+                visibleLines(notification.title).c_str(), body.c_str());
   writer.open('a', "s");
   if (serverCan("actions")) {
     writer.append("ss", "default", "Show");
     if (!notification.actionTitle.empty()) {
-      writer.append("ss", actionKey, shownText(notification.actionTitle).c_str());
+      writer.append("ss", actionKey, visibleLines(notification.actionTitle).c_str());
     }
   }
   constexpr int serversChoice = -1;

@@ -58,8 +58,8 @@ const sd_bus_vtable* SingleInstance::table() {
 }
 
 void SingleInstance::connected(BusConnection& connection) {
-  object_ =
-      connection.addObject(applicationPath(applicationId).c_str(), applicationInterface, table(), this);
+  object_ = connection.addObject(applicationPath(applicationId).c_str(), applicationInterface,
+                                 table(), this);
   // With a callback of our own: without one a refusal closes the connection.
   const auto answered = [](sd_bus_message* reply, void*, sd_bus_error*) {
     std::uint32_t outcome = 0;

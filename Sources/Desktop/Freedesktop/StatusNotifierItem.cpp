@@ -6,6 +6,7 @@
 #include "Desktop/Freedesktop/BusText.hpp"
 #include "Desktop/Freedesktop/DBusMenu.hpp"
 #include "System/Log.hpp"
+#include "System/Text.hpp"
 
 namespace zephyl {
 
@@ -27,7 +28,7 @@ StatusNotifierItem::StatusNotifierItem(SignalPacer& pacer, std::optional<IconLoc
       labelSource_(
           pacer.add({.send =
                          [this] {
-                           const auto label = shownText(appearance_.label);
+                           const auto label = visibleLines(appearance_.label);
                            return sendSignal("XAyatanaNewLabel", {label.c_str(), label.c_str()});
                          }})),
       wordsSource_(pacer.add({.most = 2, .send = [this] {
@@ -183,10 +184,10 @@ std::string StatusNotifierItem::text(std::string_view name) const {
   if (name == "Id") return "zephyl-tray";
   if (name == "Status") return "Active";
   if (name == "Title") return withoutMarkup(title());
-  if (name == "IconAccessibleDesc") return shownText(title());
+  if (name == "IconAccessibleDesc") return visibleLines(title());
   if (name == "IconName" && icons_) return iconName(appearance_.icon);
   if (name == "IconThemePath" && icons_) return icons_->themePath;
-  if (name.starts_with("XAyatanaLabel")) return shownText(appearance_.label);
+  if (name.starts_with("XAyatanaLabel")) return visibleLines(appearance_.label);
   return "";
 }
 

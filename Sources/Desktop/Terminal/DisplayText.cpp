@@ -2,8 +2,9 @@
 
 #include <algorithm>
 #include <array>
-#include <cstdint>
 #include <utility>
+
+#include "System/Text.hpp"
 
 namespace zephyl::displayText {
 
@@ -68,30 +69,6 @@ bool isIn(const auto& ranges, char32_t character) {
   return range != ranges.end() && range->first <= character;
 }
 
-struct Character {
-  char32_t code = 0;
-  std::size_t bytes = 1;
-};
-
-std::size_t lengthAfter(unsigned char lead) {
-  if (lead < 0xC2) return 1;
-  if (lead < 0xE0) return 2;
-  return lead < 0xF0 ? 3 : 4;
-}
-
-Character firstCharacter(std::string_view text) {
-  const auto lead = static_cast<unsigned char>(text[0]);
-  const std::size_t length = lengthAfter(lead);
-  if (length == 1 || lead > 0xF4 || text.size() < length) return {lead, 1};
-  char32_t code = lead & (0xFFU >> (length + 1));
-  for (std::size_t index = 1; index < length; ++index) {
-    const auto byte = static_cast<unsigned char>(text[index]);
-    if ((byte & 0xC0U) != 0x80U) return {lead, 1};
-    code = (code << 6U) | (byte & 0x3FU);
-  }
-  return {code, length};
-}
-
 std::string_view replacementOf(char32_t character) {
   const auto* const found = std::ranges::find(replacements, character, &Replacement::character);
   return found == replacements.end() ? "?" : found->text;
@@ -154,11 +131,11 @@ std::vector<Glyph> glyphs(std::string_view text) {
     const auto character = firstCharacter(text);
     if (isIn(combining, character.code) && !all.empty()) {
       auto& base = all.back().bytes;
-      base = {base.data(), base.size() + character.bytes};
+      base = {base.data(), base.size() + character.length};
     } else {
-      all.push_back({text.substr(0, character.bytes), isIn(wide, character.code) ? 2 : 1});
+      all.push_back({text.substr(0, character.length), isIn(wide, character.code) ? 2 : 1});
     }
-    text.remove_prefix(character.bytes);
+    text.remove_prefix(character.length);
   }
   return all;
 }
@@ -175,8 +152,8 @@ std::string shown(std::string_view text, const Look& look) {
   result.reserve(text.size());
   while (!text.empty()) {
     const auto character = firstCharacter(text);
-    const auto bytes = text.substr(0, character.bytes);
-    text.remove_prefix(character.bytes);
+    const auto bytes = text.substr(0, character.length);
+    text.remove_prefix(character.length);
     if (character.code == pictureMark) continue;
     if (look.unicode || character.code < 0x80) {
       result += bytes;

@@ -16,8 +16,8 @@ TEST(BusText, TextThatMayBeMarkupHasNone) {
 }
 
 TEST(BusText, WhatIsNoTextIsMadeVisible) {
-  EXPECT_EQ(shownText("a\x1b[1m\xff\n\nb"), "a␛[1m\xEF\xBF\xBD\n\nb");
-  EXPECT_EQ(shownText(""), "");
+  EXPECT_EQ(escapedMarkup("a\x1b[1m\xff\n\nb"), "a␛[1m\xEF\xBF\xBD\n\nb");
+  EXPECT_EQ(withoutMarkup("a\x1b[1m\xff"), "a␛[1m\xEF\xBF\xBD");
 }
 
 TEST(BusText, AnApplicationExportsItselfUnderItsIdentifier) {

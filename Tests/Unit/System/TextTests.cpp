@@ -1,6 +1,8 @@
 #include "System/Text.hpp"
 
 #include <climits>
+#include <cstdint>
+#include <tuple>
 
 #include <gtest/gtest.h>
 
@@ -74,6 +76,20 @@ TEST(Text, KnowsWhatIsNoUTF8) {
       "\xFF"s,
   };
   for (const auto& text : bad) EXPECT_FALSE(isValidUTF8(text)) << visible(text);
+}
+
+TEST(Text, ReadsCharactersOneByOne) {
+  const auto first = [](std::string_view text) {
+    const auto character = firstCharacter(text);
+    return std::tuple(static_cast<std::uint32_t>(character.code), character.length,
+                      character.isValid());
+  };
+  EXPECT_EQ(first("ab"), std::tuple(0x61, 1, true));
+  EXPECT_EQ(first("é"), std::tuple(0xE9, 2, true));
+  EXPECT_EQ(first("€ "), std::tuple(0x20AC, 3, true));
+  EXPECT_EQ(first("😀"), std::tuple(0x1F600, 4, true));
+  EXPECT_EQ(first("\uFFFD"), std::tuple(0xFFFD, 3, true));
+  EXPECT_EQ(first("\xED\xA0\x80"), std::tuple(0xFFFD, 1, false));
 }
 
 TEST(Text, ShowsControlCharactersAsPictures) {
