@@ -5,16 +5,15 @@
 namespace zephyl {
 
 MenuSession::Events MenuSession::aboutToShowRoot(Instant now) {
-  if (open_ && rootShown_ && now - *rootShown_ <= sameOpening) return {};
+  if (open_ && rootOpened_ && now - *rootOpened_ <= sameOpening) return {};
   // Still open: then nobody has said that it was closed.
   auto events = close();
   events.push_back(Event::needsUpdate);
-  rootShown_ = now;
   return open(std::move(events), now);
 }
 
 MenuSession::Events MenuSession::opened(bool root, Instant now) {
-  if (root) rootShown_ = now;
+  if (root) rootOpened_ = now;
   return open({}, now);
 }
 
@@ -39,7 +38,7 @@ MenuSession::Events MenuSession::open(Events before, Instant now) {
 }
 
 MenuSession::Events MenuSession::close() {
-  rootShown_.reset();
+  rootOpened_.reset();
   if (!std::exchange(open_, false)) return {};
   return {Event::didClose};
 }

@@ -18,7 +18,7 @@ class MenuSession {
 
   /// A menu to which nobody has called for so long is taken for closed.
   static constexpr Duration silenceLimit = std::chrono::seconds(30);
-  /// A host announces the root once more within this time; it is still the same opening.
+  /// A host that announces the root within this time after it said "opened" means that opening.
   static constexpr Duration sameOpening = std::chrono::seconds(1);
 
   /// AboutToShow, or AboutToShowGroup, named the root.
@@ -45,7 +45,7 @@ class MenuSession {
 
   bool open_ = false;
   Instant lastCall_{};
-  std::optional<Instant> rootShown_;  // since it was last closed
+  std::optional<Instant> rootOpened_;  // and not closed since
 };
 
 }  // namespace zephyl

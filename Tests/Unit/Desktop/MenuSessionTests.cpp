@@ -65,9 +65,20 @@ TEST_F(MenuSessionTest, IsClosedAfterAHalfMinuteOfSilence) {
 }
 
 TEST_F(MenuSessionTest, AMenuWhoseEndNobodyToldIsClosedAndUpdatedWhenItOpensAgain) {
-  (void)session_.aboutToShowRoot(now_);
+  (void)session_.opened(true, now_);
   wait(1001ms);
   EXPECT_EQ(session_.aboutToShowRoot(now_), (Events{didClose, needsUpdate, willOpen}));
+}
+
+TEST_F(MenuSessionTest, AHostThatAnnouncesTheRootAgainAtOnceGetsWhatIsNew) {
+  (void)session_.aboutToShowRoot(now_);
+  EXPECT_EQ(session_.aboutToShowRoot(now_), (Events{didClose, needsUpdate, willOpen}));
+}
+
+TEST_F(MenuSessionTest, AnOpenedMenuStaysAsItIsWhenItsHostAnnouncesItOnceMore) {
+  (void)session_.aboutToShowRoot(now_);
+  (void)session_.opened(true, now_);
+  EXPECT_EQ(session_.aboutToShowRoot(now_), Events{});
 }
 
 TEST_F(MenuSessionTest, OpensAgainAtOnceAfterItWasClosed) {
