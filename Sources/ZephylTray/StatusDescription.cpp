@@ -52,24 +52,37 @@ std::optional<std::string> enrolment(const AgentStatus& status) {
   return "agent " + std::string(enumNames(status.state)[static_cast<std::size_t>(status.state)]);
 }
 
+/// With as many decimals as say something, at most.
+std::string rounded(double size, int decimals) {
+  auto text = fmt::format("{:.{}f}", size, decimals);
+  if (decimals == 0) return text;
+  text.erase(text.find_last_not_of('0') + 1);
+  if (text.ends_with('.')) text.pop_back();
+  return text;
+}
+
 /// Decimal units, as file managers write sizes; the larger the unit, the more decimals.
 std::string fileSize(std::int64_t bytes) {
   struct Unit {
     const char* name;
     int decimals;
+    double end;  ///< from here on it would read 1000
   };
-  static constexpr std::array<Unit, 5> units{
-      {{"KB", 0}, {"MB", 1}, {"GB", 2}, {"TB", 2}, {"PB", 2}}};
+  static constexpr std::array<Unit, 5> units{{{"KB", 0, 999.5},
+                                              {"MB", 1, 999.95},
+                                              {"GB", 2, 999.995},
+                                              {"TB", 2, 999.995},
+                                              {"PB", 2, 999.995}}};
   if (bytes <= 0) return "Zero KB";
   if (bytes == 1) return "1 byte";
   if (bytes < 1000) return fmt::format("{} bytes", bytes);
   double size = static_cast<double>(bytes) / 1000;
   const auto* unit = units.begin();
-  while (size >= 999.5 && unit + 1 != units.end()) {
+  while (size >= unit->end && unit + 1 != units.end()) {
     size /= 1000;
     ++unit;
   }
-  return fmt::format("{:.{}f} {}", size, unit->decimals, unit->name);
+  return rounded(size, unit->decimals) + " " + unit->name;
 }
 
 }  // namespace

@@ -76,5 +76,19 @@ TEST(StatusDescription, DownloadProgressIsASizeWhileTheTotalIsUnknown) {
   EXPECT_EQ(soFar(-5), "Zero KB");
 }
 
+TEST(StatusDescription, ASizeHasNoDecimalsThatSayNothing) {
+  const auto soFar = [](std::int64_t bytes) {
+    return downloadProgress({ModelPhase::downloading, bytes, 0, {}});
+  };
+  EXPECT_EQ(soFar(100'000), "100 KB");
+  EXPECT_EQ(soFar(999'499), "999 KB");
+  EXPECT_EQ(soFar(999'500), "1 MB");
+  EXPECT_EQ(soFar(12'000'000), "12 MB");
+  EXPECT_EQ(soFar(999'600'000), "999.6 MB");
+  EXPECT_EQ(soFar(999'960'000), "1 GB");
+  EXPECT_EQ(soFar(1'500'000'000), "1.5 GB");
+  EXPECT_EQ(soFar(2'010'000'000), "2.01 GB");
+}
+
 }  // namespace
 }  // namespace zephyl
