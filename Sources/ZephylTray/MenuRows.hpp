@@ -26,6 +26,12 @@ inline MenuEntry group(std::string key, std::string title, Menu submenu) {
   return {.key = std::move(key), .title = std::move(title), .submenu = std::move(submenu)};
 }
 
+/// A dot line: the row with a dot in the colour of its state.
+inline MenuEntry attributed(MenuEntry entry, DotColor dot) {
+  entry.dot = dot;
+  return entry;
+}
+
 /// The line before what `following` names.
 inline MenuEntry separator(std::string_view following) {
   return {.key = "separator/" + std::string(following), .kind = MenuEntry::Kind::separator};

@@ -9,7 +9,9 @@ namespace zephyl {
 
 namespace {
 
+using menuRows::attributed;
 using menuRows::command;
+using menuRows::group;
 using menuRows::information;
 using menuRows::separator;
 
@@ -74,7 +76,7 @@ void addActions(const ServerView& view, Menu& menu) {
   menu.push_back(command("restart", "Restart Tailnet", menuActions::restartTailnet));
 }
 
-Menu submenu(const ServerView& view) {
+Menu serverSubmenu(const ServerView& view) {
   Menu menu;
   menu.reserve(10);
   menu.push_back(information("state", stateText(view)));
@@ -91,10 +93,8 @@ Menu submenu(const ServerView& view) {
 }  // namespace
 
 MenuEntry serverMenu(std::string key, const ServerView& view) {
-  MenuEntry entry =
-      menuRows::group(std::move(key), visible(view.server.displayName()), submenu(view));
-  entry.dot = colour(view);
-  return entry;
+  return attributed(group(std::move(key), visible(view.server.displayName()), serverSubmenu(view)),
+                    colour(view));
 }
 
 }  // namespace zephyl

@@ -14,6 +14,7 @@ namespace zephyl {
 
 namespace {
 
+using menuRows::attributed;
 using menuRows::command;
 using menuRows::group;
 using menuRows::information;
@@ -71,7 +72,7 @@ void addServers(const StatusMenuState& state, Menu& menu) {
   }
 }
 
-void addTailnets(const StatusMenuState& state, Menu& menu) {
+void addTailnetSection(const StatusMenuState& state, Menu& menu) {
   if (!state.tailnetProgramsFound) return;
   if (state.servers.empty()) {
     menu.push_back(command("join", "Join the Zephyl tailnet…", menuActions::redeemInvite));
@@ -85,8 +86,7 @@ void addModel(const AgentView& agent, Menu& menu) {
   if (activity == nullptr || !activity->model) return;
   const auto line = modelStatusLine(*activity->model);
   if (!line) return;
-  menu.push_back(information("model", line->text));
-  menu.back().dot = line->colour;
+  menu.push_back(attributed(information("model", line->text), line->colour));
 }
 
 Menu grantSubmenu(const EscapeGrant& grant) {
@@ -133,7 +133,7 @@ void addExceptions(const AgentView& agent, Menu& menu) {
                        std::move(rows)));
 }
 
-void addUpdates(const UpdateView& updates, Menu& menu) {
+void addUpdateControls(const UpdateView& updates, Menu& menu) {
   if (!updates.available) return;
   menu.push_back(separator("updates"));
   menu.push_back(information("version", "Version " + visible(updates.currentVersion)));
@@ -156,10 +156,10 @@ Menu statusMenu(const StatusMenuState& state) {
   addApprovals(state.agent, menu);
   menu.push_back(withShortcut(command("open", "Open Zephyl", menuActions::openDesktopWindow), "o"));
   menu.push_back(separator("servers"));
-  addTailnets(state, menu);
+  addTailnetSection(state, menu);
   addModel(state.agent, menu);
   addExceptions(state.agent, menu);
-  addUpdates(state.updates, menu);
+  addUpdateControls(state.updates, menu);
   menu.push_back(separator("quit"));
   menu.push_back(withShortcut(command("quit", "Quit Zephyl", menuActions::quit), "q"));
   return menu;
