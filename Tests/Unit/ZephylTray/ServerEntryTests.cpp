@@ -30,6 +30,8 @@ TEST(ServerEntry, ReachesTheAgentsEndpointOverAWebSocket) {
   EXPECT_EQ(serverURL("http://srv"), "ws://srv/agent");
   EXPECT_EQ(serverURL("  https://srv:443 "), "wss://srv:443/agent");
   EXPECT_EQ(serverURL("ftp://srv"), "ws://srv/agent");
+  EXPECT_EQ(serverURL("HTTPS://srv"), "ws://srv/agent");
+  EXPECT_EQ(serverURL("https://srv:"), "wss://srv/agent");
   EXPECT_EQ(serverURL("https://user@srv/path?query#fragment"), "wss://srv/agent");
   EXPECT_EQ(serverURL("http://[::1]:5173"), "ws://[::1]:5173/agent");
 }

@@ -6,6 +6,7 @@
 
 #include <arpa/inet.h>
 #include <netinet/in.h>
+#include <sys/resource.h>
 #include <sys/socket.h>
 
 #include "System/FileDescriptor.hpp"
@@ -37,6 +38,22 @@ class Listener {
   FileDescriptor socket_{::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)};
   bool listening_ = false;
   std::int64_t port_ = 0;
+};
+
+/// As long as it lives, this process can open nothing more.
+class NoMoreDescriptors {
+ public:
+  NoMoreDescriptors() {
+    ::getrlimit(RLIMIT_NOFILE, &before_);
+    const rlimit none{0, before_.rlim_max};
+    ::setrlimit(RLIMIT_NOFILE, &none);
+  }
+  ~NoMoreDescriptors() { ::setrlimit(RLIMIT_NOFILE, &before_); }
+  NoMoreDescriptors(const NoMoreDescriptors&) = delete;
+  NoMoreDescriptors& operator=(const NoMoreDescriptors&) = delete;
+
+ private:
+  rlimit before_{};
 };
 
 bool areFree(std::initializer_list<std::int64_t> ports) {
@@ -107,6 +124,16 @@ TEST(ServerPorts, AreNeverReservedOnesNorThoseOfAnotherProgram) {
   EXPECT_GT(ports.socks, other.port());
   EXPECT_GT(ports.shim, other.port());
   EXPECT_GT(ports.tunnelFallback, other.port());
+}
+
+TEST(ServerPorts, AreTakenForFreeWhereNothingCanBeProbed) {
+  const Listener other;
+  const auto reserved = everythingBelow(other.port());
+  const NoMoreDescriptors limit;
+  const auto ports = ServerPorts::allocate({}, reserved);
+  EXPECT_EQ(ports.socks, other.port());
+  EXPECT_EQ(ports.shim, other.port() + 1);
+  EXPECT_EQ(ports.tunnelFallback, other.port());
 }
 
 TEST(ServerPorts, TheShimIsNeverTheProxyOfTheSameServer) {
