@@ -1,0 +1,182 @@
+"""The desktop window app: how it is found, what it is told, and that it runs once."""
+
+import pathlib
+import signal
+import subprocess
+import sys
+
+import pytest
+
+from support.control_api import ControlApi, Window
+from support.desktop_services import APPLICATION
+from support.session_bus import SessionBus, Watcher
+from support.tray import command_line, descendants, eventually, is_alive
+
+IDLE = "#!/bin/sh\nexec sleep 1000\n"
+BUILDS = "packages/desktop/src-tauri/target"
+
+# Tells where it runs, its arguments and its environment, and stays.
+WINDOW = """#!/bin/sh
+{{ pwd; echo $#; }} >'{told}.place'
+umask 077
+env -0 >'{told}.new'
+mv '{told}.new' '{told}'
+exec sleep 4321
+"""
+
+
+@pytest.fixture(name="told")
+def fixture_told(world):
+    return world.root / "window-environment"
+
+
+@pytest.fixture
+def add_window(world, told):
+    """Adds a window under a path of the source tree."""
+    def add(path):
+        program = pathlib.Path(world.environment["ZEPHYL_REPO_ROOT"]) / path
+        program.parent.mkdir(parents=True, exist_ok=True)
+        program.write_text(WINDOW.format(told=told))
+        program.chmod(0o755)
+        return program
+    return add
+
+
+@pytest.fixture(autouse=True)
+def source_tree(world):
+    """A source tree with a name that a shell would stumble over, and an agent that does nothing."""
+    root = world.root / "it's $HOME \"here\""
+    root.mkdir()
+    world.environment["ZEPHYL_REPO_ROOT"] = str(root)
+    world.use_agent_script(IDLE)
+    return root
+
+
+@pytest.fixture
+def bus(world):
+    bus = SessionBus().start()
+    world.environment["DBUS_SESSION_BUS_ADDRESS"] = bus.address
+    yield bus
+    bus.close()
+
+
+@pytest.fixture
+def item(bus, start_tray):
+    """The status item of a tray that the test starts."""
+    watcher = Watcher(bus.peer())
+
+    def start():
+        tray = start_tray("--desktop")
+        return tray, watcher.item()
+    return start
+
+
+def windows(tray):
+    return [pid for pid in descendants(tray.pid) if command_line(pid).startswith("sleep 4321")]
+
+
+def environment(told):
+    text = eventually(lambda: told.exists() and told.read_bytes(), what="a window")
+    return dict(entry.split("=", 1) for entry in text.decode().split("\0") if entry)
+
+
+def place(told):
+    return pathlib.Path(f"{told}.place").read_text().splitlines()
+
+
+def choose(item, label):
+    item.event(item.find(label), "clicked")
+
+
+# What is started
+
+
+def test_a_developers_build_is_started_without_arguments(world, start_tray, add_window, told):
+    release, debug = add_window(f"{BUILDS}/release/zephyl-desktop"), add_window(f"{BUILDS}/debug/zephyl-desktop")
+    debug.write_text(IDLE)
+    world.environment |= {"ZEPHYL_URL": "http://old", "SOMETHING_ELSE": "kept"}
+    tray = start_tray()
+    found = environment(told)
+    assert place(told)[1] == "0"
+    assert (found["ZEPHYL_ONBOARD_PORT"], found["ZEPHYL_ONBOARD"]) == (str(world.control_port), "1")
+    assert found["SOMETHING_ELSE"] == "kept"
+    assert found["HOME"] == world.environment["HOME"]
+    assert ControlApi(world.control_port, found["ZEPHYL_ONBOARD_TOKEN"]).get("/servers") == {"servers": []}
+    assert len(windows(tray)) == 1 and release.exists()
+
+
+def test_a_packaged_app_comes_first(world, start_tray, add_window, told):
+    add_window(f"{BUILDS}/release/zephyl-desktop").write_text(f"#!/bin/sh\ntouch '{told}.wrong'\n")
+    window = Window(world)
+    start_tray()
+    assert window.environment()["ZEPHYL_ONBOARD_TOKEN"]
+    assert not pathlib.Path(f"{told}.wrong").exists()
+
+
+def test_a_packaged_directory_holds_its_program(world, start_tray, told):
+    app = world.resources / "Zephyl Window.app"
+    app.mkdir()
+    (app / "AppRun").write_text(WINDOW.format(told=told))
+    (app / "AppRun").chmod(0o755)
+    start_tray()
+    assert environment(told)["ZEPHYL_ONBOARD_PORT"] == str(world.control_port)
+
+
+def test_without_either_a_command_runs_in_the_source_tree(world, start_tray, add_window, told, source_tree):
+    add_window("window")
+    world.environment["ZEPHYL_DESKTOP_LAUNCH_CMD"] = "exec ./window one 'and two'"
+    start_tray()
+    assert environment(told)["ZEPHYL_ONBOARD_TOKEN"]
+    assert place(told) == [str(source_tree), "2"]
+
+
+def test_an_app_that_cannot_be_started_costs_a_line(world, start_tray, add_window, told):
+    add_window(f"{BUILDS}/release/zephyl-desktop")
+    app = world.resources / "Zephyl Window.app"
+    app.write_text("no program")
+    tray = start_tray()
+    tray.log_line(f"[tray] failed to launch Zephyl Window.app: {app}: Permission denied")
+    assert tray.stop() == 0
+    assert not told.exists(), "nothing else is tried"
+
+
+# One copy
+
+
+def test_a_window_is_started_once_and_again_when_it_has_ended(item, world, add_window, told):
+    world.use_sandbox_tailnet()
+    add_window(f"{BUILDS}/release/zephyl-desktop")
+    tray, status_item = item()
+    api = ControlApi(world.control_port, environment(told)["ZEPHYL_ONBOARD_TOKEN"])
+    first, = eventually(lambda: windows(tray))
+    choose(status_item, "Open Zephyl")
+    choose(status_item, "Join the Zephyl tailnet…")
+    eventually(lambda: api.get("/status").get("request") == "join")
+    assert windows(tray) == [first]
+    told.unlink()
+    subprocess.run(["kill", str(first)], check=True)
+    eventually(lambda: not is_alive(first))
+    eventually(lambda: choose(status_item, "Open Zephyl") or windows(tray), what="another window")
+    second, = windows(tray)
+    assert second != first
+    assert environment(told)["ZEPHYL_ONBOARD_TOKEN"] == api.token, "the token is that of the run"
+    assert tray.stop() == 0
+    assert not is_alive(second)
+
+
+def test_a_window_that_runs_already_is_brought_to_the_front(item, bus, world, add_window, told):
+    add_window(f"{BUILDS}/release/zephyl-desktop")
+    running = subprocess.Popen([sys.executable, "-c", APPLICATION, bus.address, "com.zephyl.desktop"],
+                               cwd=pathlib.Path(__file__).parent, stdout=subprocess.PIPE, text=True)
+    try:
+        assert running.stdout.readline() == "ready\n"
+        tray, status_item = item()
+        assert running.stdout.readline() == "activated {}\n"
+        choose(status_item, "Open Zephyl")
+        assert running.stdout.readline() == "activated {}\n"
+        assert not told.exists() and windows(tray) == []
+        assert tray.stop() == 0
+        assert running.wait(10) == -signal.SIGTERM, "it ends with the tray"
+    finally:
+        running.kill()
+        running.wait()
