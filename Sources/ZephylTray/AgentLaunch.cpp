@@ -1,5 +1,7 @@
 #include "ZephylTray/AgentLaunch.hpp"
 
+#include <filesystem>
+
 #include <fmt/format.h>
 
 #include "System/Files.hpp"
@@ -11,6 +13,7 @@ namespace zephyl {
 
 namespace {
 
+constexpr auto portVariable = "AGENT_TRAY_PORT";
 constexpr auto serversVariable = "ZEPHYL_SERVERS";
 constexpr auto serverURLVariable = "ZEPHYL_SERVER_URL";
 constexpr auto socksVariable = "ZEPHYL_SOCKS5";
@@ -43,6 +46,13 @@ void describeServers(const std::vector<ServerEntry>& servers, Environment& envir
               any && canRunTailnets() ? socksAddress(servers.front()) : std::nullopt);
 }
 
+/// The agent reads its port from the environment, as the tray does, but not the tray's settings.
+void describePort(Environment& environment) {
+  if (const auto stored = Config::storedTrayPort()) {
+    environment[portVariable] = fmt::to_string(*stored);
+  }
+}
+
 AgentLaunch packaged(const std::string& runtimeDirectory, Environment environment) {
   environment[standaloneVariable] = "1";
   const std::string modelCache = joinPath(runtimeDirectory, "model-cache");
@@ -51,10 +61,17 @@ AgentLaunch packaged(const std::string& runtimeDirectory, Environment environmen
   return {joinPath(runtimeDirectory, "zephyl-agent"), runtimeDirectory, std::move(environment)};
 }
 
+/// The shell changes its directory before it looks for the program.
+std::string absolutePath(const std::string& path) {
+  std::error_code failure;
+  std::string absolute = std::filesystem::absolute(path, failure);
+  return failure ? path : absolute;
+}
+
 AgentLaunch developer(const std::string& binary, Environment environment) {
   environment.erase(standaloneVariable);
   environment.erase(modelCacheVariable);
-  return {binary, Config::repoRoot(), std::move(environment)};
+  return {absolutePath(binary), Config::repoRoot(), std::move(environment)};
 }
 
 json::Object describeServer(const ServerEntry& server, const std::string& url) {
@@ -68,6 +85,7 @@ json::Object describeServer(const ServerEntry& server, const std::string& url) {
 
 std::optional<AgentLaunch> AgentLaunch::choose(const std::vector<ServerEntry>& enabledServers,
                                                Environment inherited) {
+  describePort(inherited);
   describeServers(enabledServers, inherited);
   if (const auto directory = Config::bundledRuntimeDir()) {
     return packaged(*directory, std::move(inherited));

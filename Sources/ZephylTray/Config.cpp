@@ -17,13 +17,19 @@ namespace {
 
 constexpr std::int64_t defaultTrayPort = 8799;
 constexpr std::int64_t defaultOnboardingPort = 8801;
+constexpr auto trayPortKey = "trayPort";
 constexpr auto defaultDesktopLaunchCommand = "pnpm --filter @zephyl/desktop dev";
 constexpr auto rootMarker = "pnpm-workspace.yaml";
 constexpr int searchedLevels = 12;
 
+std::optional<std::int64_t> storedPort(const char* key) {
+  auto stored = Config::defaults().integer(key);
+  if (stored && *stored <= 0) stored.reset();
+  return stored;
+}
+
 std::int64_t port(const char* key, const char* variable, std::int64_t otherwise) {
-  const auto stored = Config::defaults().integer(key);
-  if (stored && *stored > 0) return *stored;
+  if (const auto stored = storedPort(key)) return *stored;
   const auto text = environmentVariable(variable);
   const auto number = text ? parseDecimal(*text) : std::nullopt;
   return number && *number > 0 ? *number : otherwise;
@@ -90,7 +96,11 @@ UserDefaults& Config::defaults() {
 }
 
 std::int64_t Config::trayPort() {
-  return port("trayPort", "AGENT_TRAY_PORT", defaultTrayPort);
+  return port(trayPortKey, "AGENT_TRAY_PORT", defaultTrayPort);
+}
+
+std::optional<std::int64_t> Config::storedTrayPort() {
+  return storedPort(trayPortKey);
 }
 
 std::int64_t Config::onboardingPort() {

@@ -20,6 +20,8 @@ class Config {
   /// Where the agent listens: "trayPort", `AGENT_TRAY_PORT`, 8799. Greater than 0, but nothing
   /// keeps it below 65536.
   static std::int64_t trayPort();
+  /// The part of it that is in the user defaults, and not in the environment.
+  static std::optional<std::int64_t> storedTrayPort();
   /// Where the control server listens: "onboardingPort", `ZEPHYL_ONBOARD_PORT`, 8801; likewise.
   static std::int64_t onboardingPort();
   /// "http://127.0.0.1:<trayPort>".

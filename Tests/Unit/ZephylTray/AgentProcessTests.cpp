@@ -1,9 +1,12 @@
 #include "ZephylTray/AgentProcess.hpp"
 
+#include <filesystem>
+
 #include <gtest/gtest.h>
 
 #include "Support/TestRuntime.hpp"
 #include "Support/TrayWorld.hpp"
+#include "System/Bundle.hpp"
 #include "ZephylTray/AgentLaunch.hpp"
 #include "ZephylTray/Servers.hpp"
 
@@ -68,6 +71,18 @@ TEST_F(AgentProcessTest, QuotesASingleQuoteForTheShell) {
   const auto command = child().options().arguments.at(1);
   EXPECT_TRUE(command.starts_with("cd '" + (world_.directory() / "it") + R"('\''s' && )"))
       << command;
+}
+
+TEST_F(AgentProcessTest, FindsAnAgentBelowARootThatIsRelative) {
+  const auto agent = world_.addAgent();
+  const auto before = std::filesystem::current_path();
+  std::filesystem::current_path(world_.directory().path());
+  const test::ScopedVariable repoRoot("ZEPHYL_REPO_ROOT", "source");
+  agent_->start();
+  std::filesystem::current_path(before);
+  const auto command = child().options().arguments.at(1);
+  EXPECT_TRUE(command.starts_with("cd 'source' && ")) << command;
+  EXPECT_TRUE(command.ends_with("; exec '" + agent + "'")) << command;
 }
 
 TEST_F(AgentProcessTest, StartingARunningAgentOnlyReportsAStateChange) {
@@ -283,6 +298,65 @@ TEST_F(AgentProcessTest, TheAgentIsToldOfTheEnabledServers) {
       environment.at("ZEPHYL_SERVERS"),
       R"([{"url":"wss://srv:8443/agent","label":"Lab","socks5":"127.0.0.1:1055","agentId":"agent-1"},)"
       R"({"url":"ws://b/agent","label":"Lab","agentId":"agent-1"}])");
+}
+
+TEST_F(AgentProcessTest, TheFirstServerAloneGivesTheAddressOfTheOldKind) {
+  world_.addAgent();
+  const test::ScopedVariable url("ZEPHYL_SERVER_URL", "ws://x");
+  Servers::replaceAll({server(std::nullopt, "abc"), server("http://b", "")});
+  agent_->start();
+  const auto& environment = child().options().environment;
+  EXPECT_FALSE(environment.contains("ZEPHYL_SERVER_URL"));
+  EXPECT_EQ(environment.at("ZEPHYL_SERVERS"),
+            R"([{"url":"ws://b/agent","label":"Lab","agentId":"agent-1"}])");
+}
+
+TEST_F(AgentProcessTest, APortOfTheSettingsReachesTheAgent) {
+  world_.addAgent();
+  agent_->start();
+  EXPECT_EQ(child().options().environment.at("AGENT_TRAY_PORT"), "9123");
+  child().exit({});
+  settle();
+  world_.directory().write("config/com.zephyl.tray/defaults.json", R"({"trayPort": 9124})");
+  agent_->start();
+  EXPECT_EQ(child().options().environment.at("AGENT_TRAY_PORT"), "9124");
+  EXPECT_NE(child().options().arguments.at(1).find("tcp:9124 "), std::string::npos);
+}
+
+/// Installed as a package, with an agent of its own.
+class PackagedAgentTest : public AgentProcessTest {
+ protected:
+  PackagedAgentTest() {
+    world_.addAgent();
+    world_.directory().write("prefix/share/zephyl-tray/agent/zephyl-agent", "", true);
+    Bundle::setMain(Bundle(world_.directory() / "prefix/bin/zephyl-tray"));
+  }
+  ~PackagedAgentTest() override { Bundle::setMain(Bundle(std::nullopt)); }
+  PackagedAgentTest(const PackagedAgentTest&) = delete;
+  PackagedAgentTest& operator=(const PackagedAgentTest&) = delete;
+
+  const std::string runtimeDirectory_ = world_.directory() / "prefix/share/zephyl-tray/agent";
+  test::ScopedVariable standalone_{"ZEPHYL_STANDALONE", "0"};
+  test::ScopedVariable cache_{"ZEPHYL_MODEL_CACHE_DIR", "/x"};
+};
+
+TEST_F(PackagedAgentTest, ComesBeforeADevelopersBuildAndRunsWhereItLies) {
+  agent_->start();
+  const auto command = child().options().arguments.at(1);
+  EXPECT_TRUE(command.starts_with("cd '" + runtimeDirectory_ + "' && ")) << command;
+  EXPECT_TRUE(command.ends_with("; exec '" + runtimeDirectory_ + "/zephyl-agent'")) << command;
+  EXPECT_EQ(child().options().environment.at("ZEPHYL_STANDALONE"), "1");
+}
+
+TEST_F(PackagedAgentTest, IsToldOfTheModelCacheOnlyWhenItHasOne) {
+  agent_->start();
+  EXPECT_FALSE(child().options().environment.contains("ZEPHYL_MODEL_CACHE_DIR"));
+  child().exit({});
+  settle();
+  world_.directory().write("prefix/share/zephyl-tray/agent/model-cache", "");
+  agent_->start();
+  EXPECT_EQ(child().options().environment.at("ZEPHYL_MODEL_CACHE_DIR"),
+            runtimeDirectory_ + "/model-cache");
 }
 
 TEST_F(AgentProcessTest, WithoutTheTailnetProgramsThereIsNoProxy) {
