@@ -1,5 +1,9 @@
 #include "ZephylTray/AgentRecords.hpp"
 
+#include <cstdint>
+#include <set>
+
+#include <fmt/format.h>
 #include <gtest/gtest.h>
 
 #include "System/JSON.hpp"
@@ -69,6 +73,69 @@ TEST(AgentRecords, IndexProgressNeedsItsFileCountButNotItsSize) {
                 R"({"root":"/a","ready":true,"embedding":false,"filesEmbedded":1,
                     "chunksEmbedded":2,"ragEnabled":true})"),
             "lexicalFiles: missing");
+}
+
+/// Of the keys of `whole` just these may be missing or null, and none may be of another type.
+template <typename T>
+void expectOptional(const std::set<std::string>& optionalKeys, std::string_view whole) {
+  const auto record = json::parse(whole)->as_object();
+  EXPECT_TRUE(json::decode<T>(record)) << whole;
+  for (const auto& [key, value] : record) {
+    const bool optional = optionalKeys.contains(std::string(key));
+    auto changed = record;
+    changed.erase(key);
+    EXPECT_EQ(json::decode<T>(changed).has_value(), optional) << key << " is missing";
+    changed[key] = nullptr;
+    EXPECT_EQ(json::decode<T>(changed).has_value(), optional) << key << " is null";
+    changed[key] = json::Array{json::Array()};
+    EXPECT_FALSE(json::decode<T>(changed)) << key << " is a list of lists";
+  }
+}
+
+TEST(AgentRecords, EveryKeyIsRequiredAndOfItsTypeButForThoseThatAreOptional) {
+  expectOptional<AgentStatus>({"machineId", "connections"},
+                              R"({"state":"connected","machineId":"m","connections":[]})");
+  expectOptional<AgentConnection>(
+      {"machineId", "lastError"},
+      R"({"serverId":"s","state":"connected","machineId":"m","lastError":"e"})");
+  expectOptional<SharedRoot>({"servers"}, R"({"root":"/a","name":"a","servers":["s"]})");
+  expectOptional<Activity>(
+      {"model", "pendingApprovals", "escapeGrants"},
+      R"({"busy":true,"inFlight":1,"counters":{"a":1},"recent":[],"indexing":[],
+          "model":{"phase":"ready","downloadedBytes":1,"totalBytes":1},
+          "pendingApprovals":[],"escapeGrants":[]})");
+  expectOptional<ActivityEvent>({"path", "detail"},
+                                R"({"tool":"t","path":"p","detail":"d","ok":true,"at":1})");
+  expectOptional<IndexProgress>({"indexBytes"},
+                                R"({"root":"/a","ready":true,"embedding":true,"filesEmbedded":1,
+          "chunksEmbedded":1,"lexicalFiles":1,"ragEnabled":true,"indexBytes":1})");
+  expectOptional<ModelStatus>(
+      {"error"}, R"({"phase":"failed","downloadedBytes":1,"totalBytes":1,"error":"e"})");
+  expectOptional<PendingApproval>({"userName", "chatTitle"},
+                                  R"({"id":"1","kind":"k","tool":"t","target":"x","root":"/a",
+          "reasons":[],"userName":"u","chatTitle":"c","createdAt":1})");
+  expectOptional<EscapeReason>({}, R"({"code":"c","detail":"d"})");
+  expectOptional<EscapeGrant>(
+      {"grantedBy"}, R"({"path":"/p","root":"/a","kind":"k","grantedAt":1,"grantedBy":"u"})");
+}
+
+TEST(AgentRecords, APhaseThatIsNotOneOfTheFiveFails) {
+  for (const auto* phase : {"absent", "checking", "downloading", "ready", "failed"}) {
+    const auto text = fmt::format(R"({{"phase":"{}","downloadedBytes":0,"totalBytes":0}})", phase);
+    EXPECT_EQ(failureOf<ModelStatus>(text), "decoded");
+  }
+  EXPECT_EQ(failureOf<ModelStatus>(R"({"phase":"","downloadedBytes":0,"totalBytes":0})"),
+            "phase: not one of the known values");
+}
+
+TEST(AgentRecords, AnIntegerHas64BitsAndNoFraction) {
+  const auto withBytes = [](const std::string& number) {
+    return R"({"phase":"ready","downloadedBytes":0,"totalBytes":)" + number + "}";
+  };
+  EXPECT_EQ(json::decodeText<ModelStatus>(withBytes("9223372036854775807"))->totalBytes, INT64_MAX);
+  for (const auto* number : {"9223372036854775808", "0.5", "true", "\"1\""}) {
+    EXPECT_EQ(failureOf<ModelStatus>(withBytes(number)), "totalBytes: not an integer of 64 bits");
+  }
 }
 
 TEST(AgentRecords, DecodeEveryFieldOfAWholeActivityAndIgnoreTheRest) {
