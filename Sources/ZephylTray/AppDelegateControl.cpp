@@ -39,7 +39,7 @@ void addTailnet(ControlServerRecord& record, const TailnetProcess& tailnet) {
   record.tailnetStalled = unlessEmpty(state.stalledReason);
 }
 
-void listRoots(const AgentClient& client, const ControlServer::RootsCompletion& done) {
+void shellListRoots(const AgentClient& client, const ControlServer::RootsCompletion& done) {
   client.getRoots([done](Result<std::vector<SharedRoot>> roots) {
     if (!roots) return done(roots.error());
     std::vector<json::Object> objects;
@@ -77,7 +77,7 @@ void AppDelegate::installControlHandlers() {
 
 /// These are called on the control thread, which must never be the last to hold the controller.
 void AppDelegate::installFolderHandlers() {
-  control_.rootsProvider = [client = client_](const auto& done) { listRoots(client, done); };
+  control_.rootsProvider = [client = client_](const auto& done) { shellListRoots(client, done); };
   control_.onAddRoot = [this](const auto& id, const auto& done) {
     runtime_.mainLoop.async(weakly([id, done](AppDelegate& self) { self.shellAddRoot(id, done); }));
   };
@@ -102,7 +102,7 @@ json::Object AppDelegate::controlStatus() const {
   if (const auto primary = tailnet_->primary()) {
     const auto state = primary->state();
     status.url = webAddressOf(state.boundAddress);
-    status.relay = state.activeRelay;
+    status.relay = unlessEmpty(state.activeRelay);
   }
   return json::encode(status).as_object();
 }

@@ -54,7 +54,7 @@ void AppDelegate::lookUpInternalHost() {
 
 std::optional<std::string> AppDelegate::webAddressOf(
     const std::optional<std::string>& boundAddress) const {
-  if (!boundAddress) return std::nullopt;
+  if (boundAddress.value_or("").empty()) return std::nullopt;
   return webAddress(*boundAddress, zephylInternalResolves_);
 }
 

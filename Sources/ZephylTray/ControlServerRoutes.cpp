@@ -61,10 +61,10 @@ void ControlServer::dispatch(const Peer& peer, const HTTPRequest& request) {
       {"POST /servers/:id/roots", &ControlServer::postRoot},
       {"POST /servers/:id/roots/scope", &ControlServer::postRootScope},
   };
-  const Route route = Route::of(request.method, request.path);
-  const auto found = routes.find(route.path);
+  const auto [path, id] = route(request.method, request.path);
+  const auto found = routes.find(path);
   if (found == routes.end()) return fail(peer, notFound, noEndpoint);
-  (this->*found->second)({peer, route.id, request.body});
+  (this->*found->second)({peer, id, request.body});
 }
 
 void ControlServer::getStatus(const Call& call) {

@@ -79,16 +79,16 @@ bool DesktopApp::activateRunning() {
 
 void DesktopApp::start(const DesktopLaunch& context) {
   if (const auto app = Config::bundledDesktopApp()) {
-    run("Zephyl Window.app", executableOf(*app), {}, context);
+    runDevProcess("Zephyl Window.app", executableOf(*app), {}, context);
   } else if (const auto binary = Config::desktopDevBinary()) {
-    run("desktop app", *binary, {}, context);
+    runDevProcess("desktop app", *binary, {}, context);
   } else {
-    run("desktop app", loginShell(), {"-lc", developerCommand()}, context);
+    runDevProcess("desktop app", loginShell(), {"-lc", developerCommand()}, context);
   }
 }
 
-void DesktopApp::run(const char* what, std::string executable, std::vector<std::string> arguments,
-                     const DesktopLaunch& context) {
+void DesktopApp::runDevProcess(const char* what, std::string executable,
+                               std::vector<std::string> arguments, const DesktopLaunch& context) {
   // Merging keeps what is there, so the launch's own entries win.
   Environment environment = context.environment();
   environment.merge(currentEnvironment());

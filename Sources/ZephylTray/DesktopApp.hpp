@@ -61,8 +61,8 @@ class DesktopApp : public std::enable_shared_from_this<DesktopApp> {
 
   [[nodiscard]] bool activateRunning();
   void start(const DesktopLaunch& context);
-  void run(const char* what, std::string executable, std::vector<std::string> arguments,
-           const DesktopLaunch& context);
+  void runDevProcess(const char* what, std::string executable, std::vector<std::string> arguments,
+                     const DesktopLaunch& context);
   void childExited(std::uint64_t launch);
 
   const Runtime runtime_;

@@ -115,7 +115,7 @@ json::Object Diagnostics::toJSON() const {
   const auto activity = view.activity.value_or(Activity{});
   return {
       {"tray",
-       {{"version", tray.version},
+       {{"version", visible(tray.version)},
         {"platform", platform},
         {"trayPort", tray.trayPort},
         {"repoRoot", visible(tray.repoRoot)},

@@ -7,15 +7,15 @@
 
 namespace zephyl {
 
-Route Route::of(std::string_view method, std::string_view path) {
+Route route(std::string_view method, std::string_view path) {
   auto pieces = splitNonEmpty(path, '/');
-  Route route;
+  Route found;
   if (pieces.size() >= 2 && pieces[0] == "servers") {
-    route.id = pieces[1];
+    found.id = pieces[1];
     pieces[1] = ":id";
   }
-  route.path = fmt::format("{} /{}", method, fmt::join(pieces, "/"));
-  return route;
+  found.path = fmt::format("{} /{}", method, fmt::join(pieces, "/"));
+  return found;
 }
 
 }  // namespace zephyl

@@ -46,6 +46,13 @@ TEST(Diagnostics, TellOfTheTrayAndOfItsAgent) {
     "managed": true, "state": "enrolled", "machineId": "m-1"})"));
 }
 
+TEST(Diagnostics, AreTextWhateverTheEnvironmentHolds) {
+  Diagnostics diagnostics;
+  diagnostics.tray = {.version = "1\xff", .repoRoot = "/\xc3("};
+  EXPECT_EQ(document(diagnostics).at("tray").at("version"), "1\uFFFD");
+  EXPECT_EQ(document(diagnostics).at("tray").at("repoRoot"), "/\uFFFD(");
+}
+
 TEST(Diagnostics, TellOfAServerWithoutATailnet) {
   EXPECT_EQ(onlyServer(withOneServer()), json::parse(R"({"id": "a", "name": "Office",
     "enabled": true, "usesTailnet": false, "tailnetRunning": false, "connection": null})")

@@ -14,8 +14,8 @@ struct RouteCase {
 class RouteTemplate : public ::testing::TestWithParam<RouteCase> {};
 
 TEST_P(RouteTemplate, FollowsFromMethodAndPath) {
-  const auto& [method, path, route] = GetParam();
-  EXPECT_EQ(Route::of(method, path), route) << method << " " << path;
+  const auto& [method, path, expected] = GetParam();
+  EXPECT_EQ(route(method, path), expected) << method << " " << path;
 }
 
 INSTANTIATE_TEST_SUITE_P(
