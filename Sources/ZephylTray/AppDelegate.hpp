@@ -70,6 +70,8 @@ class AppDelegate : public std::enable_shared_from_this<AppDelegate> {
   /// Shows the desktop app at its start page, or at a screen of it such as "servers".
   void openDesktopWindow();
   void openInShell(const std::string& screen);
+  /// Shows the web page of the server that comes first.
+  void openInBrowser();
   /// Whether there is no server yet that could be used.
   [[nodiscard]] static bool needsOnboarding();
 
@@ -125,6 +127,7 @@ class AppDelegate : public std::enable_shared_from_this<AppDelegate> {
   void chooseReviewPendingApprovals(const std::string& object);
   void chooseQuit(const std::string& object);
   void promptForInviteKey();
+  void openWebPage(const std::shared_ptr<TailnetProcess>& tailnet);
 
   // Requests that reach outside a shared folder (AppDelegateApprovals.cpp)
   using ApprovalAnswer = std::function<void(AppDelegate&, const AlertAnswer&)>;
@@ -132,14 +135,17 @@ class AppDelegate : public std::enable_shared_from_this<AppDelegate> {
   void withdrawPromptUnlessPending(const std::vector<PendingApproval>& pending);
   void notify(const PendingApproval& approval);
   void presentApproval(const PendingApproval& approval);
-  void confirmAlwaysAllow(const PendingApproval& approval);
+  void promptAlwaysAllowConfirmation(const PendingApproval& approval);
   void askAboutApproval(const Alert& alert, ApprovalAnswer answered);
   void decideApproval(const std::string& id, const std::string& decision);
+  /// A request has been dealt with: the next one, if there is one.
+  void goOnWithApprovals();
   void reviewPendingApprovals();
   void reviewNotified(const std::string& id);
   void reviewApproval(const PendingApproval& approval);
   void revokeEscapeGrant(const EscapeGrant& grant);
-  void showError(const std::string& description);
+  /// `acknowledged` runs when the error is off the screen, however it went.
+  void showError(const std::string& description, Task acknowledged = {});
 
   // Log windows (AppDelegateLogs.cpp)
   void presentLogWindow(const std::string& title, const std::string& message,
@@ -203,6 +209,7 @@ class AppDelegate : public std::enable_shared_from_this<AppDelegate> {
   std::string promptedApprovalId_;
   Dialogs::Handle approvalDialog_;
   Dialogs::Handle errorDialog_;
+  Task errorAcknowledged_;
   Dialogs::Handle inviteDialog_;
   Dialogs::Handle folderDialog_;
   Dialogs::Handle logWindow_;

@@ -60,14 +60,14 @@ void AppDelegate::presentApproval(const PendingApproval& approval) {
                        case Button::allowOnce:
                          return self.decideApproval(approval.id, "approve");
                        case Button::alwaysAllow:
-                         return self.confirmAlwaysAllow(approval);
+                         return self.promptAlwaysAllowConfirmation(approval);
                        default:
                          return self.decideApproval(approval.id, "deny");
                      }
                    });
 }
 
-void AppDelegate::confirmAlwaysAllow(const PendingApproval& approval) {
+void AppDelegate::promptAlwaysAllowConfirmation(const PendingApproval& approval) {
   using Button = alerts::ConfirmationButton;
   askAboutApproval(alerts::alwaysAllowConfirmation(approval),
                    [id = approval.id](AppDelegate& self, const AlertAnswer& answer) {
@@ -102,17 +102,23 @@ void AppDelegate::decideApproval(const std::string& id, const std::string& decis
   const auto confirm =
       decision == "always" ? std::optional<std::string>(alwaysAllowPhrase) : std::nullopt;
   const auto decided = weakly([id](AppDelegate& self, const Result<void>& result) {
-    if (result) self.desktop_.removeNotification(id);
-    if (!result) self.showError(result.error().message);
-    self.presentingApproval_ = false;
-    if (const auto& activity = self.agentView_.activity) {
-      self.processPendingApprovals(std::vector(activity->pendingApprovals));
+    if (!result) {
+      return self.showError(result.error().message,
+                            self.weakly([](AppDelegate& told) { told.goOnWithApprovals(); }));
     }
+    self.desktop_.removeNotification(id);
+    self.goOnWithApprovals();
   });
   client_.decideApproval(id, decision, confirm,
                          [&mainLoop = runtime_.mainLoop, decided](const Result<void>& result) {
                            mainLoop.async([decided, result] { decided(result); });
                          });
+}
+
+void AppDelegate::goOnWithApprovals() {
+  presentingApproval_ = false;
+  if (!agentView_.activity) return;
+  processPendingApprovals(std::vector(agentView_.activity->pendingApprovals));
 }
 
 void AppDelegate::reviewPendingApprovals() {
@@ -148,11 +154,16 @@ void AppDelegate::revokeEscapeGrant(const EscapeGrant& grant) {
 }
 
 /// A newer error takes the place of an older one that is still on screen.
-void AppDelegate::showError(const std::string& description) {
+void AppDelegate::showError(const std::string& description, Task acknowledged) {
   log("could not be done: {}", description);
-  errorDialog_ = dialogs_.presentAlert(
-      alerts::error(description),
-      weakly([](AppDelegate& self, const auto&) { self.errorDialog_.reset(); }));
+  const auto earlier = std::exchange(errorAcknowledged_, std::move(acknowledged));
+  errorDialog_ =
+      dialogs_.presentAlert(alerts::error(description), weakly([](AppDelegate& self, const auto&) {
+                              self.errorDialog_.reset();
+                              const auto then = std::exchange(self.errorAcknowledged_, {});
+                              if (then) then();
+                            }));
+  if (earlier) earlier();
 }
 
 }  // namespace zephyl

@@ -114,7 +114,14 @@ void AppDelegate::promptForInviteKey() {
 }
 
 void AppDelegate::chooseOpenServerInBrowser(const std::string& id) {
-  const auto tailnet = tailnet_->find(id);
+  openWebPage(tailnet_->find(id));
+}
+
+void AppDelegate::openInBrowser() {
+  openWebPage(tailnet_->primary());
+}
+
+void AppDelegate::openWebPage(const std::shared_ptr<TailnetProcess>& tailnet) {
   if (!tailnet) return;
   const auto address = webAddressOf(tailnet->state().boundAddress);
   if (address && URL::parse(*address)) desktop_.openURL(*address);

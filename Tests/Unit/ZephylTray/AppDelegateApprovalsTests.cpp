@@ -210,6 +210,32 @@ TEST_F(ApprovalsTest, ADecisionThatTheAgentRefusesIsSaidAndNotAskedAgain) {
   EXPECT_EQ(prompts(), Strings{});
 }
 
+TEST_F(ApprovalsTest, TheNextRequestIsAskedAboutWhenTheErrorOfTheFirstWasSeen) {
+  agent_.answer("POST /api/approvals", 409, R"({"error":"too late"})");
+  pend({"a", "b"});
+  dialogs_.press("Deny");
+  ASSERT_TRUE(runtime_.runUntil([&] { return !dialogs_.alerts().empty(); }));
+  pend({"a", "b"});
+  EXPECT_EQ(prompts(), Strings{"Couldn't update shared folders"});
+  dialogs_.press("OK");
+  EXPECT_EQ(prompts(), Strings{"b"});
+}
+
+TEST_F(ApprovalsTest, AnErrorThatANewerOneReplacesHoldsNothingUp) {
+  agent_.answer("POST /api/approvals", 409, R"({"error":"too late"})");
+  agent_.answer("DELETE /api/escape-grants", 500, R"({"error":"no"})");
+  pend({"a", "b"});
+  dialogs_.press("Deny");
+  ASSERT_TRUE(runtime_.runUntil([&] { return !dialogs_.alerts().empty(); }));
+  const EscapeGrant grant{.path = "/etc/a", .root = "/r", .kind = "path", .grantedAt = 1};
+  desktop_.item.events.chosen(
+      {std::string(menuActions::revokeEscapeGrant), json::compact(json::encode(grant))});
+  EXPECT_TRUE(runtime_.runUntil([&] {
+    return prompts() == Strings{"Couldn't update shared folders", "b"};
+  }));
+  EXPECT_EQ(dialogs_.alerts()[0].informativeText, "no");
+}
+
 TEST_F(ApprovalsTest, RevokingAnExceptionIsSentAtOnce) {
   agent_.answer("DELETE /api/escape-grants", 200, R"({"escapeGrants":[]})");
   const EscapeGrant grant{.path = "/etc/a", .root = "/r", .kind = "path", .grantedAt = 1};

@@ -82,6 +82,14 @@ TEST_F(MenuTest, OpensAServersWebPage) {
   EXPECT_EQ(desktop_.openedURLs, std::vector<std::string>{"http://100.64.0.7:8080"});
 }
 
+TEST_F(MenuTest, OpensTheWebPageOfTheFirstServer) {
+  delegate_->openInBrowser();
+  EXPECT_TRUE(desktop_.openedURLs.empty());
+  joinServer("100.64.0.7:80");
+  delegate_->openInBrowser();
+  EXPECT_EQ(desktop_.openedURLs, std::vector<std::string>{"http://100.64.0.7:80"});
+}
+
 TEST_F(MenuTest, ConnectsAServerThatWasDisabled) {
   const auto id = joinServer();
   delegate_->setServerEnabled(id, false);
