@@ -33,6 +33,7 @@ constexpr int acceptsPerTurn = 8;
 constexpr std::chrono::milliseconds acceptRetryDelay{100};
 constexpr std::chrono::seconds drainTime{2};
 constexpr std::size_t drainBytes = 1UL << 20;
+constexpr int looksPerSendTimeout = 6;
 
 using Identifier = std::uint64_t;
 using Descriptor = asio::posix::stream_descriptor;
@@ -129,7 +130,8 @@ class MessageListener::Server : public std::enable_shared_from_this<Server> {
     std::string received;
     std::string unsent;
     std::size_t untaken = 0;  // of the answer, when it was last looked at
-    bool drains = false;      // more is arriving than was taken
+    int looksInVain = 0;
+    bool drains = false;  // more is arriving than was taken
     std::size_t drained = 0;
     std::optional<Descriptor> waiter;  // made when there is something to wait for
     std::optional<asio::steady_timer> timer;
@@ -363,14 +365,15 @@ void MessageListener::Server::transmit(Identifier id, Connection& connection) {
 /// slow peer may take some long before there is room for more.
 void MessageListener::Server::watchSending(Identifier id, Connection& connection) {
   connection.untaken = connection.unsent.size() + untakenBytes(connection.socket.get());
-  connection.timer.emplace(reactor_->context(), options_.sendTimeout);
+  connection.timer.emplace(reactor_->context(), options_.sendTimeout / looksPerSendTimeout);
   connection.timer->async_wait([this, id](const boost::system::error_code& aborted) {
     const auto found = aborted ? connections_.end() : connections_.find(id);
     if (found == connections_.end()) return;
     Connection& slow = found->second;
     if (slow.state != Connection::State::sending) return;
     const auto untaken = slow.unsent.size() + untakenBytes(slow.socket.get());
-    if (untaken == slow.untaken) return end(id, slow);
+    slow.looksInVain = untaken == slow.untaken ? slow.looksInVain + 1 : 0;
+    if (slow.looksInVain == looksPerSendTimeout) return end(id, slow);
     watchSending(id, slow);
   });
 }

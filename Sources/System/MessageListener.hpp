@@ -19,8 +19,8 @@ namespace zephyl {
 /// and everybody waits with them. A silent or slow peer delays nobody. There is a limit to
 /// connections; where it is reached the oldest that has not sent a whole message makes room, and
 /// when there is none such, new ones wait to be accepted. Running out of descriptors or memory is
-/// survived: accepting goes on a little later. A peer that takes nothing of its answer is given up
-/// after `sendTimeout`, at the latest after twice that, so that it does not keep its place.
+/// survived: accepting goes on a little later. A peer that takes nothing of its answer for
+/// `sendTimeout` is given up, so that it does not keep its place.
 ///
 /// What was received may be secret and is overwritten when it has served.
 class MessageListener {
