@@ -12,6 +12,7 @@ namespace {
 
 constexpr int widest = 72;
 constexpr int betweenButtons = 2;
+constexpr int brackets = 4;  ///< around a button's title
 
 std::string buttonLabel(const std::string& title, bool chosen, const Look& look) {
   return (chosen ? "[" + std::string(look.symbols().chosen) : "[ ") + title + " ]";
@@ -140,13 +141,17 @@ void AlertBox::drawField(Canvas& canvas, const Area& inside, int row) const {
 
 void AlertBox::drawButtons(Canvas& canvas, const Area& inside, const std::vector<Area>& places) {
   buttonAreas_ = places;
+  canvas.clear(inside);  // where it is low, something else stands here
   for (std::size_t index = 0; index < places.size(); ++index) {
     auto& area = buttonAreas_[index];
     area.row += inside.row;
     area.column += inside.column;
+    area.columns = std::min(area.columns, inside.columns);
     // With the focus in the text field, the first button is what Enter means.
     const bool chosen = focus_ == index || (fieldHasFocus() && index == 0);
-    canvas.put(area.row, area.column, buttonLabel(alert_.buttons[index], chosen, canvas.look()),
+    const auto title =
+        displayText::cut(alert_.buttons[index], area.columns - brackets, canvas.look());
+    canvas.put(area.row, area.column, buttonLabel(title, chosen, canvas.look()),
                {.bold = chosen, .reverse = focus_ == index});
   }
 }

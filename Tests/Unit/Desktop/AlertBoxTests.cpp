@@ -52,6 +52,22 @@ TEST(AlertBox, ShowsWhatIsAskedWithTheFirstButtonChosen) {
             "  └────────────────────────────────────────────┘");
 }
 
+TEST(AlertBox, StaysInItsFrameOnTheSmallestScreen) {
+  AlertBox box({.messageText = "Create it?",
+                .informativeText = "This permanently allows:\n\n/etc",
+                .buttons = {"Cancel", "Create permanent exception"},
+                .textField = Alert::TextField{.placeholder = "ALWAYS ALLOW"}},
+               {});
+  EXPECT_EQ(drawn(box, 7, 30),
+            "┌────────────────────────────┐\n"
+            "│ Create it?                 │\n"
+            "│ This permanently allows: ↓ │\n"
+            "│ › ALWAYS ALLOW             │\n"
+            "│ [›Cancel ]                 │\n"
+            "│ [ Create permanent exce… ] │\n"
+            "└────────────────────────────");
+}
+
 TEST(AlertBox, EnterChoosesTheMarkedButtonAndEscapeTheSafeOne) {
   AlertBox box(approval(), {});
   EXPECT_EQ(press(box, Kind::enter), (AlertAnswer{.button = 0}));
