@@ -78,6 +78,10 @@ void AppDelegate::applicationShouldHandleReopen() {
   openInShell(needsOnboarding() ? "join" : "servers");
 }
 
+void AppDelegate::quit() {
+  runtime_.mainLoop.quit();
+}
+
 void AppDelegate::wireTailnets() {
   tailnet_->onStateChange = weakly([](AppDelegate& self) { self.refresh(); });
   tailnet_->onTargetUnresolved =
@@ -112,7 +116,7 @@ void AppDelegate::startControlServer() {
   installFolderHandlers();
   if (control_.start(Config::onboardingPort())) return;
   exitStatus_ = EXIT_FAILURE;
-  runtime_.mainLoop.quit();
+  quit();
 }
 
 void AppDelegate::applicationWillTerminate() {

@@ -51,8 +51,15 @@ class AppDelegate : public std::enable_shared_from_this<AppDelegate> {
   void applicationWillTerminate();
   /// The user has started the running program again: shows where to go on.
   void applicationShouldHandleReopen();
+  /// Ends the program, in order.
+  void quit();
   /// What the program ends with: a failure when it could not go on.
   [[nodiscard]] int exitStatus() const { return exitStatus_; }
+
+  /// What the user does with the menu, which stays as it is while it is open.
+  void menuNeedsUpdate();
+  void menuWillOpen();
+  void menuDidClose();
 
   /// Polls the agent, then brings what is shown up to date.
   void refresh();
@@ -107,6 +114,7 @@ class AppDelegate : public std::enable_shared_from_this<AppDelegate> {
   void wireMenu();
   void updateIcon();
   void updateButtonTitle();
+  /// Tells the state in words, as soon as it is known.
   void updateDescription();
   /// Brings all that is shown up to date.
   void rebuildMenu();
@@ -200,6 +208,7 @@ class AppDelegate : public std::enable_shared_from_this<AppDelegate> {
   std::shared_ptr<TailnetManager> tailnet_;
   Timer pollTimer_;
   AgentView agentView_;
+  bool polled_ = false;  // once: until then the state is not known
   std::optional<ActivityStream> sseTask_;
   // Shared with the updater, which asks from any thread.
   std::shared_ptr<std::atomic<bool>> agentIsBusy_ = std::make_shared<std::atomic<bool>>(false);

@@ -13,11 +13,23 @@ namespace zephyl {
 
 void AppDelegate::wireMenu() {
   statusItem_->setMenuEvents({
-      .needsUpdate = weakly([](AppDelegate& self) { self.rebuildMenu(); }),
-      .willOpen = weakly([](AppDelegate& self) { self.menuIsOpen_ = true; }),
-      .didClose = weakly([](AppDelegate& self) { self.menuIsOpen_ = false; }),
+      .needsUpdate = weakly([](AppDelegate& self) { self.menuNeedsUpdate(); }),
+      .willOpen = weakly([](AppDelegate& self) { self.menuWillOpen(); }),
+      .didClose = weakly([](AppDelegate& self) { self.menuDidClose(); }),
       .chosen = weakly([](AppDelegate& self, const MenuAction& action) { self.perform(action); }),
   });
+}
+
+void AppDelegate::menuNeedsUpdate() {
+  rebuildMenu();
+}
+
+void AppDelegate::menuWillOpen() {
+  menuIsOpen_ = true;
+}
+
+void AppDelegate::menuDidClose() {
+  menuIsOpen_ = false;
 }
 
 void AppDelegate::updateIcon() {
@@ -29,6 +41,7 @@ void AppDelegate::updateButtonTitle() {
 }
 
 void AppDelegate::updateDescription() {
+  if (!polled_) return;
   TailnetSummary summary;
   for (const auto& tailnet : tailnet_->instances()) {
     ++summary.tailnets;
@@ -161,7 +174,7 @@ void AppDelegate::chooseCheckForUpdates(const std::string&) {
 }
 
 void AppDelegate::chooseQuit(const std::string&) {
-  runtime_.mainLoop.quit();
+  quit();
 }
 
 }  // namespace zephyl

@@ -42,6 +42,7 @@ void AppDelegate::pollOnce(Task done) {
 }
 
 void AppDelegate::apply(std::optional<Poll> poll) {
+  polled_ = true;
   agentView_.reachable = poll.has_value();
   if (poll) {
     agentView_.status = std::move(poll->status);

@@ -11,7 +11,7 @@ import time
 
 import pytest
 
-from support.tray import SANDBOX, command_line, descendants, eventually, is_alive
+from support.tray import SANDBOX, command_line, descendants, eventually, free_port, is_alive
 
 
 def test_it_launches_an_agent_shares_a_folder_and_tells_its_progress(world, start_tray):
@@ -35,6 +35,20 @@ def test_a_file_added_to_the_folder_shows_in_the_state(world, start_tray):
     tray.log_line("/12")
     (world.folder / "new.txt").write_text("more words\n")
     tray.log_line("/13")
+
+
+def test_a_port_of_the_settings_is_the_agents_too(world, start_tray):
+    settings = world.home / ".config" / "com.zephyl.tray"
+    settings.mkdir(parents=True)
+    (settings / "defaults.json").write_text(json.dumps({"trayPort": free_port()}))
+    world.use_sandbox_agent()
+    start_tray().log_line("[tray] reachable, 1 folder")
+
+
+def test_an_agent_that_answers_is_never_said_to_be_unreachable(world, start_tray, scripted_agent):
+    tray = start_tray()
+    tray.log_line("[tray] reachable, 0 folders")
+    assert not any("not reachable" in line for line in tray.lines), tray.lines
 
 
 @pytest.mark.parametrize("number", [signal.SIGTERM, signal.SIGINT])

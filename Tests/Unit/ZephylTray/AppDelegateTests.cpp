@@ -77,6 +77,62 @@ TEST_F(AppDelegateTest, CreatesTheItemAndFollowsTheStreamBeforeTheFirstPollIsBac
   EXPECT_TRUE(runtime_.runUntil([&] { return agent_.openStreams() == 1; }));
 }
 
+TEST_F(AppDelegateTest, HasAMenuAtOnceAndWordsOnceTheStateIsKnown) {
+  agent_.hang("GET /api/status");
+  launch();
+  EXPECT_FALSE(desktop_.item.menu.empty());
+  ASSERT_TRUE(runtime_.runUntil([&] { return agent_.openStreams() == 1 && polls() == 2; }));
+  agent_.writeToStreams("data: " + test::activityJSON(true) + "\n\n");
+  ASSERT_TRUE(runtime_.runUntil([&] { return delegate_->agentView().activity.has_value(); }));
+  EXPECT_EQ(desktop_.item.descriptionsSet, 0) << desktop_.item.description;
+  agent_.answerHealthily();
+  EXPECT_TRUE(pollUntil([&] { return desktop_.item.description == "reachable, 0 folders"; }));
+}
+
+TEST_F(AppDelegateTest, SaysSoWhenNothingAnswersTheFirstPoll) {
+  world_.addAgent();
+  launch();
+  EXPECT_TRUE(
+      runtime_.runUntil([&] { return desktop_.item.description == "agent not reachable"; }));
+}
+
+TEST_F(AppDelegateTest, StartsTailnetsOnlyWhenBothOfTheirProgramsExist) {
+  world_.addAgent();
+  world_.addProgram("packages/tailnet-client/tailscaled");
+  Servers::add("", std::nullopt, std::string(32, 'a'));
+  launch();
+  ASSERT_TRUE(runtime_.runUntil([&] { return runtime_.launcher.children().size() == 1; }));
+  EXPECT_TRUE(runtime_.runUntil([&] { return agent_.openStreams() == 1; }));
+  EXPECT_EQ(runtime_.launcher.newest()->options().arguments.at(0), "-c") << "the agent's shell";
+
+  const auto daemon = world_.source() + "/packages/tailnet-client/tailscaled";
+  world_.addProgram("packages/tailnet-client/zephyl-tailnet");
+  launch();
+  const auto started = runtime_.launcher.children();
+  ASSERT_EQ(started.size(), 2U);
+  EXPECT_EQ(started.back()->options().executable, daemon);
+}
+
+TEST_F(AppDelegateTest, LeavesAnOpenMenuAloneWhateverPollAndStreamBring) {
+  agent_.answerHealthily();
+  launch();
+  ASSERT_TRUE(reached());
+  ASSERT_TRUE(runtime_.runUntil([&] { return agent_.openStreams() == 1 && polls() == 2; }));
+  runtime_.settle();
+  desktop_.item.events.willOpen();
+  const int before = desktop_.item.menusSet;
+  const auto telling = test::activityJSON(
+      true, R"(,"model":{"phase":"checking","downloadedBytes":0,"totalBytes":0})");
+  agent_.answer("GET /api/activity", 200, telling);
+  agent_.writeToStreams("data: " + telling + "\n\n");
+  ASSERT_TRUE(pollUntil([&] {
+    return desktop_.item.description == "reachable, 0 folders, preparing embeddings model";
+  }));
+  EXPECT_EQ(desktop_.item.menusSet, before);
+  desktop_.item.events.didClose();
+  EXPECT_TRUE(pollUntil([&] { return desktop_.item.menusSet > before; }));
+}
+
 TEST_F(AppDelegateTest, AsksForNotificationsOnlyInsideABundle) {
   launch();
   EXPECT_EQ(desktop_.authorizationRequests, 0);
