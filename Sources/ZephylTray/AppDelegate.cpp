@@ -45,8 +45,7 @@ void AppDelegate::applicationDidFinishLaunching() {
   tailnet_->syncWithStore();
   startPolling();
   refresh();
-  startControlServer();
-  desktopApp_->launch(desktopLaunch());
+  if (startControlServer()) desktopApp_->launch(desktopLaunch());
 }
 
 void AppDelegate::wireAgent() {
@@ -111,12 +110,13 @@ void AppDelegate::startPolling() {
 }
 
 /// A port that is none cannot be served: the program ends, in order.
-void AppDelegate::startControlServer() {
+bool AppDelegate::startControlServer() {
   installControlHandlers();
   installFolderHandlers();
-  if (control_.start(Config::onboardingPort())) return;
+  if (control_.start(Config::onboardingPort())) return true;
   exitStatus_ = EXIT_FAILURE;
   quit();
+  return false;
 }
 
 void AppDelegate::applicationWillTerminate() {

@@ -2,6 +2,7 @@
 
 #include <atomic>
 #include <functional>
+#include <list>
 #include <map>
 #include <memory>
 #include <optional>
@@ -102,7 +103,7 @@ class AppDelegate : public std::enable_shared_from_this<AppDelegate> {
   void wireUpdater();
   void launchAgentUnlessOneAnswers();
   void startPolling();
-  void startControlServer();
+  bool startControlServer();
 
   // Following the agent (AppDelegatePolling.cpp)
   void pollOnce(Task done);
@@ -220,7 +221,7 @@ class AppDelegate : public std::enable_shared_from_this<AppDelegate> {
   Dialogs::Handle errorDialog_;
   Task errorAcknowledged_;
   Dialogs::Handle inviteDialog_;
-  Dialogs::Handle folderDialog_;
+  std::list<Dialogs::Handle> folderDialogs_;
   Dialogs::Handle logWindow_;
   std::string currentLogText_;  // the whole of the log shown last
   std::set<std::string> unresolvedAnnounced_;

@@ -18,7 +18,8 @@ void AppDelegate::shellAddRoot(const std::string& id, const Completion& done) {
       }));
 }
 
-/// With the desktop's own picker, or ours where it has none.
+/// With the desktop's own picker, or ours where it has none. Several may be open, each with a
+/// client that waits for its answer.
 void AppDelegate::pickFolder(const std::string& prompt, const std::string& message,
                              FolderAnswer done) {
   const FolderRequest request{.prompt = prompt, .message = message};
@@ -26,9 +27,11 @@ void AppDelegate::pickFolder(const std::string& prompt, const std::string& messa
       request, weakly([request, done = std::move(done)](
                           AppDelegate& self, const Result<std::optional<std::string>>& folder) {
         if (folder) return done(folder);
-        self.folderDialog_ = self.dialogs_.chooseFolder(
-            request, self.weakly([done](AppDelegate& asked, const auto& chosen) {
-              asked.folderDialog_.reset();
+        auto& open = self.folderDialogs_;
+        const auto place = open.emplace(open.end());
+        *place = self.dialogs_.chooseFolder(
+            request, self.weakly([place, done](AppDelegate& asked, const auto& chosen) {
+              asked.folderDialogs_.erase(place);
               done(chosen);
             }));
       }));

@@ -31,8 +31,7 @@ class FakeDialogs final : public Dialogs {
   Handle chooseFolder(const FolderRequest& request,
                       std::function<void(Result<std::optional<std::string>>)> done) override {
     folderRequests.push_back(request);
-    folderAnswer = std::move(done);
-    return std::make_unique<Window<OpenAlert>>();
+    return open(folderAnswers_, std::move(done));
   }
   Handle presentLogWindow(const LogWindow& window,
                           std::function<void(LogWindowEvent)> tell) override {
@@ -66,9 +65,15 @@ class FakeDialogs final : public Dialogs {
   }
 
   std::vector<FolderRequest> folderRequests;
-  std::function<void(Result<std::optional<std::string>>)> folderAnswer;
+  /// Answers the oldest question for a folder that is on screen.
+  void folderAnswer(const Result<std::optional<std::string>>& answer) {
+    const auto oldest = folderAnswers_.at(0);
+    (*oldest)(answer);
+  }
+  [[nodiscard]] std::size_t openFolderQuestions() const { return folderAnswers_.size(); }
 
  private:
+  using FolderAnswer = std::function<void(Result<std::optional<std::string>>)>;
   template <typename T>
   using List = std::vector<std::shared_ptr<T>>;
 
@@ -100,6 +105,7 @@ class FakeDialogs final : public Dialogs {
 
   List<OpenAlert> alerts_;
   List<OpenLogWindow> logWindows_;
+  List<FolderAnswer> folderAnswers_;
 };
 
 }  // namespace zephyl::test

@@ -1,4 +1,5 @@
 #include <algorithm>
+#include <cstdlib>
 
 #include <gtest/gtest.h>
 
@@ -120,6 +121,44 @@ TEST_F(ControlTest, TheInternalNameStandsForTheAddressOnceItIsKnownToResolve) {
   EXPECT_EQ(ask("GET /status").at("url"), "http://zephyl.internal");
 }
 
+TEST_F(ControlTest, AWindowThatIsStartedLaterIsToldOfTheServer) {
+  joinServer();
+  child("zephyl-desktop")->exit({});
+  runtime_.settle();
+  delegate_->openDesktopWindow();
+  const auto& environment = child("zephyl-desktop")->options().environment;
+  EXPECT_EQ(environment.at("ZEPHYL_URL"), "http://100.64.0.7:80");
+  EXPECT_FALSE(environment.contains("ZEPHYL_ONBOARD"));
+}
+
+TEST_F(ControlTest, AnAddressThatIsEmptyIsNone) {
+  joinServer();
+  child("zephyl-tailnet")->print({"data tunnel on http://", "verified control plane via "});
+  runtime_.settle();
+  const auto status = ask("GET /status").as_object();
+  EXPECT_FALSE(status.contains("url"));
+  EXPECT_FALSE(status.contains("relay"));
+  const auto server = ask("GET /servers").at("servers").at(0).as_object();
+  for (const char* key : {"boundAddress", "webUrl", "relay"}) {
+    EXPECT_FALSE(server.contains(key)) << key;
+  }
+}
+
+TEST_F(ControlTest, ATailnetThatFailsAgainAndAgainSaysSo) {
+  joinServer();
+  for (int failures = 0; failures <= TailnetProcess::maxFailures; ++failures) {
+    runtime_.advance(61s);
+    ASSERT_NE(child("zephyl-tailnet"), nullptr);
+    child("zephyl-tailnet")->exit({ExitStatus::Reason::exited, 1});
+    runtime_.settle();
+  }
+  const auto server = ask("GET /servers").at("servers").at(0).as_object();
+  EXPECT_EQ(server.at("running"), false);
+  EXPECT_FALSE(server.at("tailnetStalled").as_string().empty());
+  EXPECT_EQ(ask("GET /diagnostics").at("servers").at(0).at("tailnetStalled"),
+            server.at("tailnetStalled"));
+}
+
 TEST_F(ControlTest, RootsAreTheAgentsRecords) {
   EXPECT_EQ(ask("GET /roots"),
             *json::parse(R"({"roots":[{"root":"/a","name":"a","servers":["gone"]},)"
@@ -171,6 +210,25 @@ TEST_F(ControlTest, WithoutAPickerOfTheDesktopOurOwnAsks) {
   EXPECT_EQ(receive(client), error("no screen"));
 }
 
+TEST_F(ControlTest, EachOfSeveralQuestionsForAFolderIsAnswered) {
+  const auto id = joinServer();
+  const test::RawClient first(port_);
+  const test::RawClient second(port_);
+  std::size_t asked = 0;
+  for (const auto* client : {&first, &second}) {
+    send(*client, "POST /servers/" + id + "/roots", "");
+    ++asked;
+    ASSERT_TRUE(runtime_.runUntil([&] { return desktop_.folderRequests.size() == asked; }));
+    desktop_.folderAnswer(Error{"no portal"});
+  }
+  ASSERT_EQ(dialogs_.openFolderQuestions(), 2U);
+  dialogs_.folderAnswer(std::nullopt);
+  EXPECT_EQ(receive(first), ok_);
+  dialogs_.folderAnswer(Error{"gone"});
+  EXPECT_EQ(receive(second), error("gone"));
+  EXPECT_EQ(dialogs_.openFolderQuestions(), 0U);
+}
+
 TEST_F(ControlTest, AnUnknownServerIsGivenNoFolder) {
   EXPECT_EQ(ask("POST /servers/none/roots"),
             error("That is not a Zephyl this machine knows about."));
@@ -219,6 +277,45 @@ TEST_F(ControlTest, AScreenOfTheDesktopAppIsHandedOutOnce) {
   delegate_->openInShell("servers");
   EXPECT_EQ(ask("GET /status").at("request"), "servers");
   EXPECT_FALSE(ask("GET /status").as_object().contains("request"));
+}
+
+TEST_F(ControlTest, StartingTheTrayAgainShowsWhereToGoOn) {
+  delegate_->applicationShouldHandleReopen();
+  EXPECT_EQ(ask("GET /status").at("request"), "join");
+  joinServer();
+  delegate_->applicationShouldHandleReopen();
+  EXPECT_EQ(ask("GET /status").at("request"), "servers");
+}
+
+TEST_F(ControlTest, ATargetThatIsNotFoundIsAnnouncedOncePerServer) {
+  const auto announced = [&] {
+    for (const auto* target : {"TARGET UNRESOLVED: http://a", "TARGET UNRESOLVED: http://b"}) {
+      child("zephyl-tailnet")->print({target});
+      runtime_.settle();
+    }
+    return ask("GET /status").as_object().contains("request");
+  };
+  joinServer();
+  EXPECT_TRUE(announced());
+  EXPECT_FALSE(announced());
+}
+
+TEST(ControlPort, ThatIsNoneEndsTheTrayBeforeItStartsAWindow) {
+  const test::TrayWorld world;
+  world.addProgram("packages/desktop/src-tauri/target/release/zephyl-desktop");
+  const test::ScopedVariable port("ZEPHYL_ONBOARD_PORT", "65536");
+  test::TestRuntime runtime;
+  test::FakeDesktop desktop;
+  test::FakeDialogs dialogs;
+  const auto delegate = std::make_shared<AppDelegate>(runtime.runtime(), desktop, dialogs);
+  EXPECT_EQ(delegate->exitStatus(), EXIT_SUCCESS);
+  delegate->applicationDidFinishLaunching();
+  runtime.mainLoop.run();  // returns because the tray has quit
+  EXPECT_EQ(delegate->exitStatus(), EXIT_FAILURE);
+  for (const auto& child : runtime.launcher.children()) {
+    EXPECT_FALSE(child->options().executable.ends_with("zephyl-desktop"));
+  }
+  delegate->applicationWillTerminate();
 }
 
 }  // namespace
