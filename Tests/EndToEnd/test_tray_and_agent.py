@@ -11,6 +11,7 @@ import time
 
 import pytest
 
+from support.control_api import start_api, window  # noqa: F401
 from support.tray import SANDBOX, command_line, descendants, eventually, free_port, is_alive
 
 
@@ -152,6 +153,31 @@ def test_a_stale_listener_is_killed_and_clients_of_the_port_live(world, start_tr
             process.kill()
             process.wait()
             process.stdout.close()
+
+
+def test_a_restart_replaces_an_agent_that_the_tray_did_not_launch(world, start_api):
+    world.use_sandbox_agent()
+    foreign = subprocess.Popen([SANDBOX / "zephyl-agent"], env=world.environment,
+                               stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+    try:
+        eventually(lambda: port_answers(world.agent_port))
+        api = start_api()
+        api.tray.log_line("reachable, 1 folder")
+        api.do("POST", "/agent/restart")
+        foreign.wait(10)
+        api.tray.agent_pid()
+        eventually(lambda: api.ask("GET", "/roots")[0] == 200, what="the tray's own agent")
+    finally:
+        foreign.kill()
+        foreign.wait()
+
+
+def test_an_agent_that_ends_by_a_signal_is_no_failure(world, start_tray):
+    world.use_agent_script("#!/bin/sh\nkill -SEGV $$\n")
+    tray = start_tray()
+    tray.log_line("[tray] agent ended by signal 11")
+    assert tray.stop() == 0
+    assert not any("Agent Exited" in line for line in tray.lines), tray.lines
 
 
 def test_an_exit_with_a_status_is_told_with_the_end_of_the_log(world, start_tray):

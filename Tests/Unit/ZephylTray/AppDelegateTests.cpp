@@ -28,10 +28,18 @@ class AppDelegateTest : public ::testing::Test {
     return runtime_.runUntil([&] { return delegate_->agentView().reachable; });
   }
 
-  /// Moves time on by one poll and waits until `condition` holds.
+  /// Moves time on, poll by poll, until `condition` holds. One may not do: an earlier poll that is
+  /// still under way can end after it.
   bool pollUntil(const std::function<bool()>& condition) {
-    runtime_.clock.advance(AppDelegate::pollInterval);
-    return runtime_.runUntil(condition);
+    for (int poll = 0; poll < 20; ++poll) {
+      runtime_.clock.advance(AppDelegate::pollInterval);
+      const auto holds = [&] {
+        runtime_.mainLoop.runPending();
+        return condition();
+      };
+      if (test::eventually(holds, 500ms)) return true;
+    }
+    return false;
   }
 
   std::size_t polls() { return agent_.requestCount("GET /api/status"); }
