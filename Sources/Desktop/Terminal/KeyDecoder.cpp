@@ -12,8 +12,6 @@ namespace zephyl {
 
 namespace {
 
-using Kind = Key::Kind;
-
 constexpr char escapeByte = '\x1b';
 constexpr std::string_view endOfPaste = "\x1b[201~";
 /// Longer ones are no keys.
@@ -21,38 +19,38 @@ constexpr std::size_t longestSequence = 32;
 /// What is pasted beyond this is dropped.
 constexpr std::size_t largestPaste = 64UL * 1024;
 
-std::optional<Kind> kindOfFinal(char final) {
+std::optional<Key::Kind> kindOfFinal(char final) {
   switch (final) {
     case 'A':
-      return Kind::up;
+      return Key::Kind::up;
     case 'B':
-      return Kind::down;
+      return Key::Kind::down;
     case 'C':
-      return Kind::right;
+      return Key::Kind::right;
     case 'D':
-      return Kind::left;
+      return Key::Kind::left;
     case 'H':
-      return Kind::home;
+      return Key::Kind::home;
     case 'F':
-      return Kind::end;
+      return Key::Kind::end;
     case 'Z':
-      return Kind::backTab;
+      return Key::Kind::backTab;
     case 'M':
-      return Kind::enter;
+      return Key::Kind::enter;
     default:
       return std::nullopt;
   }
 }
 
-std::optional<Kind> kindOfNumber(std::string_view parameters) {
-  static constexpr std::array<std::pair<std::string_view, Kind>, 7> numbers{
-      {{"1", Kind::home},
-       {"7", Kind::home},
-       {"3", Kind::remove},
-       {"4", Kind::end},
-       {"8", Kind::end},
-       {"5", Kind::pageUp},
-       {"6", Kind::pageDown}}};
+std::optional<Key::Kind> kindOfNumber(std::string_view parameters) {
+  static constexpr std::array<std::pair<std::string_view, Key::Kind>, 7> numbers{
+      {{"1", Key::Kind::home},
+       {"7", Key::Kind::home},
+       {"3", Key::Kind::remove},
+       {"4", Key::Kind::end},
+       {"8", Key::Kind::end},
+       {"5", Key::Kind::pageUp},
+       {"6", Key::Kind::pageDown}}};
   const auto number = parameters.substr(0, parameters.find(';'));
   for (const auto& [text, kind] : numbers) {
     if (number == text) return kind;
@@ -72,17 +70,17 @@ std::optional<Key> mouseKey(std::string_view parameters, char final) {
   const auto [button, column, row] = values;
   switch (button) {
     case 0:
-      return Key{.kind = Kind::press, .row = row - 1, .column = column - 1};
+      return Key{.kind = Key::Kind::press, .row = row - 1, .column = column - 1};
     case 64:
-      return Key{.kind = Kind::wheelUp, .row = row - 1, .column = column - 1};
+      return Key{.kind = Key::Kind::wheelUp, .row = row - 1, .column = column - 1};
     case 65:
-      return Key{.kind = Kind::wheelDown, .row = row - 1, .column = column - 1};
+      return Key{.kind = Key::Kind::wheelDown, .row = row - 1, .column = column - 1};
     default:
       return std::nullopt;
   }
 }
 
-std::optional<Key> keyOf(std::optional<Kind> kind) {
+std::optional<Key> keyOf(std::optional<Key::Kind> kind) {
   if (!kind) return std::nullopt;
   return Key{.kind = *kind};
 }
@@ -103,17 +101,18 @@ std::optional<Key> controlKey(char byte) {
   switch (byte) {
     case '\r':
     case '\n':
-      return Key{.kind = Kind::enter};
+      return Key{.kind = Key::Kind::enter};
     case '\t':
-      return Key{.kind = Kind::tab};
+      return Key{.kind = Key::Kind::tab};
     case '\b':
     case '\x7f':
-      return Key{.kind = Kind::backspace};
+      return Key{.kind = Key::Kind::backspace};
     case '\0':
       return std::nullopt;
     default:
       if (byte > '\x1a') return std::nullopt;
-      return Key{.kind = Kind::control, .text = std::string(1, static_cast<char>(byte + 'a' - 1))};
+      return Key{.kind = Key::Kind::control,
+                 .text = std::string(1, static_cast<char>(byte + 'a' - 1))};
   }
 }
 
@@ -159,7 +158,7 @@ std::optional<Key> KeyDecoder::takePaste() {
     }
     return std::nullopt;
   }
-  Key key{.kind = Kind::paste};
+  Key key{.kind = Key::Kind::paste};
   append(key.text, std::string_view(pending_).substr(0, end));
   pasting_ = false;
   std::string rest = pending_.substr(end + endOfPaste.size());
@@ -180,7 +179,7 @@ KeyDecoder::Step KeyDecoder::next(std::string_view bytes, bool complete) {
 
 KeyDecoder::Step KeyDecoder::nextEscaped(std::string_view bytes, bool complete) {
   if (bytes.size() == 1) {
-    return complete ? Step{1, Key{.kind = Kind::escape}} : Step{};
+    return complete ? Step{1, Key{.kind = Key::Kind::escape}} : Step{};
   }
   if (bytes[1] == '[' || bytes[1] == 'O') {
     auto step = bytes[1] == '[' || bytes.size() < 3 ? nextControlSequence(bytes)
@@ -188,7 +187,7 @@ KeyDecoder::Step KeyDecoder::nextEscaped(std::string_view bytes, bool complete) 
     if (step.bytes == 0 && complete) return {bytes.size(), std::nullopt};
     return step;
   }
-  if (bytes[1] == escapeByte) return {1, Key{.kind = Kind::escape}};
+  if (bytes[1] == escapeByte) return {1, Key{.kind = Key::Kind::escape}};
   return {2, std::nullopt};  // a key together with Alt
 }
 
@@ -215,7 +214,7 @@ KeyDecoder::Step KeyDecoder::nextText(std::string_view bytes, bool complete) con
   if (present != length || !isValidUTF8(text) || (length > 1 && !unicode_)) {
     return {present, std::nullopt};
   }
-  return {length, Key{.kind = Kind::character, .text = std::string(text)}};
+  return {length, Key{.kind = Key::Kind::character, .text = std::string(text)}};
 }
 
 }  // namespace zephyl
