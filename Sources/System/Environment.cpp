@@ -38,6 +38,12 @@ std::optional<std::string> environmentVariable(const char* name) {
   return value;
 }
 
+void setActivationToken(Environment& environment, const std::string& token) {
+  if (token.empty()) return;
+  environment["XDG_ACTIVATION_TOKEN"] = token;
+  environment["DESKTOP_STARTUP_ID"] = token;
+}
+
 void removePrivateEnvironmentVariables() {
   for (const auto& [name, value] : currentEnvironment()) {
     if (isPrivate(name)) ::unsetenv(name.c_str());

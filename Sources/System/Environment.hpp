@@ -15,6 +15,9 @@ Environment currentEnvironment();
 /// The value of a variable of the process's own environment; none when unset.
 std::optional<std::string> environmentVariable(const char* name);
 
+/// Hands on a token that lets a child's first window come to the front; an empty one is none.
+void setActivationToken(Environment& environment, const std::string& token);
+
 /// Takes what was meant for this process alone out of its environment, so that no child inherits
 /// it: `NOTIFY_SOCKET`, `WATCHDOG_*` and activation tokens. Called once, before any thread starts.
 void removePrivateEnvironmentVariables();

@@ -1,6 +1,7 @@
 #include "ZephylTray/DesktopChoice.hpp"
 
 #include <optional>
+#include <utility>
 
 #include "Desktop/DialogsClient/DialogHelper.hpp"
 #include "Desktop/Freedesktop/FreedesktopDesktop.hpp"
@@ -16,10 +17,12 @@ namespace zephyl {
 namespace {
 
 DesktopChoice onDesktop(const Runtime& runtime) {
-  return {.desktop = std::make_unique<FreedesktopDesktop>(
-              FreedesktopDesktop::Services{runtime.mainLoop, runtime.clock, runtime.launcher}),
-          .dialogs = std::make_unique<DialogHelper>(
-              runtime.mainLoop, runtime.clock, runtime.launcher, dialogsProgram(Bundle::main()))};
+  auto desktop = std::make_unique<FreedesktopDesktop>(
+      FreedesktopDesktop::Services{runtime.mainLoop, runtime.clock, runtime.launcher});
+  auto dialogs = std::make_unique<DialogHelper>(
+      runtime.mainLoop, runtime.clock, runtime.launcher, dialogsProgram(Bundle::main()),
+      [&desktop = *desktop] { return desktop.takeActivationToken(); });
+  return {.desktop = std::move(desktop), .dialogs = std::move(dialogs)};
 }
 
 DesktopChoice withoutDesktop(const Runtime& runtime) {

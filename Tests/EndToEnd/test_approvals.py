@@ -3,6 +3,7 @@ Real tray, real windows, the sandbox's agent, and keys pressed by nobody's hand.
 
 import json
 import os
+import pathlib
 import shutil
 import signal
 import subprocess
@@ -11,6 +12,7 @@ import urllib.request
 import pytest
 
 from support.control_api import Window
+from support.desktop_services import NOTIFICATIONS, NotificationServer
 from support.dialogs import PROGRAM, Screen
 from support.session_bus import Watcher, outline
 from support.tray import command_name, descendants, eventually
@@ -212,6 +214,33 @@ def test_what_nobody_saw_is_not_denied_and_waits_for_the_menu(screen, watcher, w
     item.event(item.find("⚠️ 1 request needs your approval…"), "clicked")
     Prompt(screen, tray).press("Return")
     eventually(lambda: agent.state(identifier) == "denied")
+
+
+def test_a_notification_leads_to_its_request_and_goes_with_it(screen, world, start_tray):
+    server = NotificationServer(screen.bus.peer())
+    world.use_sandbox_agent()
+    whole = world.root / "whole"
+    world.dialogs.rename(whole)
+    tray = start_tray("--desktop")
+    eventually(lambda: reachable(world))
+    agent = Agent(world.agent_port)
+    identifier = agent.raise_request("cat /etc/passwd")
+    tray.log_line("cannot be shown; it waits in the menu", 15)
+    whole.rename(world.dialogs)
+    posted, = server.posted
+    assert posted["title"] == "Zephyl: approval needed"
+    assert posted["body"].endswith(" wants run_command to reach outside the shared folder.")
+    assert posted["actions"] == ["default", "Show", "show", "Review…"]
+    assert posted["hints"]["desktop-entry"] == "com.zephyl.tray"
+    server.say("ActivationToken", "(us)", posted["id"], "token-9")
+    server.say("ActionInvoked", "(us)", posted["id"], "show")
+    prompt = Prompt(screen, tray)
+    environment = pathlib.Path(f"/proc/{prompt.pid}/environ").read_bytes().split(b"\0")
+    assert b"XDG_ACTIVATION_TOKEN=token-9" in environment
+    prompt.press("Return")
+    eventually(lambda: agent.state(identifier) == "denied")
+    eventually(lambda: server.closed == [posted["id"]])
+    server.peer.release(NOTIFICATIONS)
 
 
 # Other windows

@@ -130,7 +130,7 @@ Dialogs::Handle DialogHelper::presentLogWindow(const LogWindow& window,
 }
 
 Dialogs::Handle DialogHelper::start(std::shared_ptr<DialogRun> run, const DialogRequest& request) {
-  run->start(program_, request);
+  run->start(program_, request, takeActivationToken_ ? takeActivationToken_() : "");
   return std::make_unique<RunHandle>(std::move(run));
 }
 

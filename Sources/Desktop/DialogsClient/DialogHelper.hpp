@@ -1,6 +1,8 @@
 #pragma once
 
+#include <functional>
 #include <string>
+#include <utility>
 
 #include "Desktop/Dialogs.hpp"
 #include "System/ChildProcess.hpp"
@@ -21,9 +23,17 @@ struct DialogRequest;
 /// with its safe button. A folder question is answered with the reason, or as cancelled.
 class DialogHelper final : public Dialogs {
  public:
+  /// Takes the token with which the next window may come to the front; empty when there is none.
+  using TakeToken = std::function<std::string()>;
+
   /// The first three outlive it.
-  DialogHelper(MainLoop& mainLoop, Clock& clock, ProcessLauncher& launcher, std::string program)
-      : mainLoop_(mainLoop), clock_(clock), launcher_(launcher), program_(std::move(program)) {}
+  DialogHelper(MainLoop& mainLoop, Clock& clock, ProcessLauncher& launcher, std::string program,
+               TakeToken takeActivationToken = {})
+      : mainLoop_(mainLoop),
+        clock_(clock),
+        launcher_(launcher),
+        program_(std::move(program)),
+        takeActivationToken_(std::move(takeActivationToken)) {}
 
   Handle presentAlert(const Alert& alert,
                       std::function<void(std::optional<AlertAnswer>)> done) override;
@@ -39,6 +49,7 @@ class DialogHelper final : public Dialogs {
   Clock& clock_;
   ProcessLauncher& launcher_;
   const std::string program_;
+  const TakeToken takeActivationToken_;
 };
 
 /// Where zephyl-tray-dialogs is: beside the tray's executable, or in <prefix>/libexec/zephyl-tray.

@@ -5,6 +5,7 @@
 
 #include <malloc.h>
 
+#include "System/Environment.hpp"
 #include "System/JSON.hpp"
 #include "System/Log.hpp"
 #include "System/MainLoop.hpp"
@@ -31,8 +32,9 @@ void returnFreeMemory() {
 DialogRun::DialogRun(MainLoop& mainLoop, Clock& clock, ProcessLauncher& launcher, Owner owner)
     : mainLoop_(mainLoop), clock_(clock), launcher_(launcher), owner_(std::move(owner)) {}
 
-void DialogRun::start(const std::string& program, const DialogRequest& request) {
-  auto child = launcher_.launch(options(program));
+void DialogRun::start(const std::string& program, const DialogRequest& request,
+                      const std::string& activationToken) {
+  auto child = launcher_.launch(options(program, activationToken));
   if (!child) {
     later(mainLoop_, weak_from_this(),
           [reason = child.error().message](DialogRun& run) { run.fail(reason); });
@@ -43,10 +45,11 @@ void DialogRun::start(const std::string& program, const DialogRequest& request) 
   after(shownLimit, &DialogRun::missShown);
 }
 
-ProcessOptions DialogRun::options(const std::string& program) {
+ProcessOptions DialogRun::options(const std::string& program, const std::string& activationToken) {
   ProcessOptions options;
   options.executable = program;
   options.environment = currentEnvironment();
+  setActivationToken(options.environment, activationToken);
   options.hasInput = true;
   options.maxLineBytes = maxReportBytes;
   options.onOutput = [&loop = mainLoop_, weak = weak_from_this()](OutputLines lines) {

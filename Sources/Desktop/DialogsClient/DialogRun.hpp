@@ -43,15 +43,17 @@ class DialogRun : public std::enable_shared_from_this<DialogRun> {
   /// All three outlive it.
   DialogRun(MainLoop& mainLoop, Clock& clock, ProcessLauncher& launcher, Owner owner);
 
-  /// Starts the program. A failure, too, is told later.
-  void start(const std::string& program, const DialogRequest& request);
+  /// Starts the program, with a token that lets its window come to the front (empty for none). A
+  /// failure, too, is told later.
+  void start(const std::string& program, const DialogRequest& request,
+             const std::string& activationToken);
   /// Takes the window away; the owner hears nothing more.
   void close();
 
  private:
   enum class State { starting, shown, over };
 
-  ProcessOptions options(const std::string& program);
+  ProcessOptions options(const std::string& program, const std::string& activationToken);
   /// On any thread: has `work` done on the main one, unless this is gone by then.
   static void later(MainLoop& mainLoop, const std::weak_ptr<DialogRun>& run,
                     std::function<void(DialogRun&)> work);

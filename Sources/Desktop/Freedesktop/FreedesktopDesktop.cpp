@@ -102,7 +102,7 @@ void FreedesktopDesktop::removeNotification(const std::string& identifier) {
 }
 
 void FreedesktopDesktop::activate(const RunningApplication& application) {
-  applications_.activate(application.identifier, takeToken());
+  applications_.activate(application.identifier, takeActivationToken());
 }
 
 void FreedesktopDesktop::openURL(const std::string& url) {
@@ -128,10 +128,7 @@ void FreedesktopDesktop::launch(const std::string& program, const std::string& a
                          .arguments = {program, argument},
                          .environment = currentEnvironment(),
                          .lifetime = ProcessOptions::Lifetime::independent};
-  if (auto token = takeToken(); !token.empty()) {
-    options.environment["DESKTOP_STARTUP_ID"] = token;
-    options.environment["XDG_ACTIVATION_TOKEN"] = std::move(token);
-  }
+  setActivationToken(options.environment, takeActivationToken());
   options.onExit = [program, argument](ExitStatus status) {
     if (status.isFailure()) log("{} {} ended with status {}", program, argument, status.status);
   };

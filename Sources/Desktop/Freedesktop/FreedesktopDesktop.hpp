@@ -60,6 +60,10 @@ class FreedesktopDesktop final : public Desktop {
   void chooseFolder(const FolderRequest& request,
                     std::function<void(Result<std::optional<std::string>>)> done) override;
 
+  /// What lets the next window come to the front, for whoever shows it; empty when there is
+  /// nothing.
+  std::string takeActivationToken() { return std::exchange(activationToken_, {}); }
+
  private:
   /// What is shown, on the main thread: passes on what differs.
   class Item final : public StatusItem {
@@ -107,7 +111,6 @@ class FreedesktopDesktop final : public Desktop {
   void busChanged(bool connected);
   /// Starts a program that outlives the tray.
   void launch(const std::string& program, const std::string& argument);
-  std::string takeToken() { return std::exchange(activationToken_, {}); }
 
   Services services_;
   HeadlessDesktop headless_;

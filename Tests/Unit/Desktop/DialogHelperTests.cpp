@@ -2,6 +2,7 @@
 
 #include <csignal>
 #include <optional>
+#include <utility>
 
 #include <gtest/gtest.h>
 
@@ -77,6 +78,17 @@ class DialogHelperTest : public ::testing::Test {
   std::vector<Folder> folders_;
   std::vector<LogWindowEvent> events_;
 };
+
+TEST_F(DialogHelperTest, HandsOnTheTokenThatLetsItsWindowComeToTheFront) {
+  std::string token = "token-1";
+  DialogHelper dialogs(mainLoop_, clock_, launcher_, "dialogs",
+                       [&] { return std::exchange(token, ""); });
+  const auto first = dialogs.presentAlert(alert, [](const Answer&) {});
+  EXPECT_EQ(program().options().environment.at("XDG_ACTIVATION_TOKEN"), "token-1");
+  EXPECT_EQ(program().options().environment.at("DESKTOP_STARTUP_ID"), "token-1");
+  const auto second = dialogs.presentAlert(alert, [](const Answer&) {});
+  EXPECT_FALSE(program().options().environment.contains("XDG_ACTIVATION_TOKEN"));
+}
 
 TEST_F(DialogHelperTest, WritesWhatIsToBeShownAsOneLine) {
   Alert withField = alert;
