@@ -17,6 +17,22 @@ Bundle& mainBundle() {
   return bundle;
 }
 
+std::vector<std::string> nonEmpty(std::vector<std::string> texts) {
+  std::erase(texts, "");
+  return texts;
+}
+
+/// What the information dictionary says; null when it says nothing.
+json::Value valueIn(const std::optional<std::string>& resources, const std::string& key) {
+  if (!resources) return nullptr;
+  const auto text = readFile(joinPath(*resources, "Info.json"));
+  if (!text) return nullptr;
+  const auto dictionary = json::parse(*text);
+  if (!dictionary || !dictionary->is_object()) return nullptr;
+  const auto* value = dictionary->get_object().if_contains(key);
+  return value != nullptr ? *value : json::Value(nullptr);
+}
+
 }  // namespace
 
 const Bundle& Bundle::main() {
@@ -44,15 +60,16 @@ std::optional<std::string> Bundle::resourceDirectory() const {
 }
 
 std::optional<std::string> Bundle::information(const std::string& key) const {
-  const auto resources = resourceDirectory();
-  if (!resources) return std::nullopt;
-  const auto text = readFile(joinPath(*resources, "Info.json"));
-  if (!text) return std::nullopt;
-  const auto dictionary = json::parse(*text);
-  if (!dictionary || !dictionary->is_object()) return std::nullopt;
-  const auto* value = dictionary->get_object().if_contains(key);
-  if (value == nullptr || !value->is_string() || value->get_string().empty()) return std::nullopt;
-  return std::string(value->get_string());
+  const auto value = valueIn(resourceDirectory(), key);
+  if (!value.is_string() || value.get_string().empty()) return std::nullopt;
+  return std::string(value.get_string());
+}
+
+std::vector<std::string> Bundle::informationList(const std::string& key) const {
+  const auto value = valueIn(resourceDirectory(), key);
+  if (value.is_string()) return nonEmpty({std::string(value.get_string())});
+  auto list = json::decode<std::vector<std::string>>(value);
+  return list ? nonEmpty(std::move(*list)) : std::vector<std::string>();
 }
 
 }  // namespace zephyl

@@ -3,6 +3,7 @@
 #include <optional>
 #include <string>
 #include <utility>
+#include <vector>
 
 namespace zephyl {
 
@@ -31,6 +32,9 @@ class Bundle {
   /// A string of the information dictionary, e.g. "CFBundleIdentifier"; none when it is absent,
   /// empty or not a string.
   [[nodiscard]] std::optional<std::string> information(const std::string& key) const;
+  /// What the information dictionary says in one string or in an array of strings, e.g.
+  /// "SUPublicEDKey"; empty ones do not count, and an array that holds anything else says nothing.
+  [[nodiscard]] std::vector<std::string> informationList(const std::string& key) const;
   [[nodiscard]] std::optional<std::string> identifier() const {
     return information("CFBundleIdentifier");
   }

@@ -19,7 +19,7 @@ std::string notificationIdentifier(const UpdateItem& item) {
 
 bool Updater::isAvailable() {
   const Bundle& bundle = Bundle::main();
-  return bundle.information("SUFeedURL") && bundle.information("SUPublicEDKey");
+  return bundle.information("SUFeedURL") && !bundle.informationList("SUPublicEDKey").empty();
 }
 
 std::string Updater::currentVersion() {

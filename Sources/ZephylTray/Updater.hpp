@@ -37,7 +37,7 @@ class Updater final : public UpdateDelegate, public std::enable_shared_from_this
   /// callable from any. Unset: never.
   std::function<bool()> isAgentBusy;
 
-  /// Whether the bundle names a feed and a key to check it with.
+  /// Whether the bundle names a feed and a key to check it with, or several in a list.
   [[nodiscard]] static bool isAvailable();
   /// The bundle's version, `ZEPHYL_TRAY_VERSION`, or "unknown".
   [[nodiscard]] static std::string currentVersion();

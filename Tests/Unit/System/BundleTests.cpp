@@ -62,6 +62,19 @@ TEST_F(BundleTest, InformationIsNoneUnlessItIsATextThatSaysSomething) {
   }
 }
 
+TEST_F(BundleTest, AListIsATextOrAnArrayOfTextsThatSaySomething) {
+  using Texts = std::vector<std::string>;
+  writeInformation(R"({"one": "a b", "several": ["a", "", "b c"], "none": [], "nothing": ["", ""],
+                       "mixed": ["a", 1], "empty": "", "number": 1, "null": null})");
+  EXPECT_EQ(installed().informationList("one"), Texts{"a b"});
+  EXPECT_EQ(installed().informationList("several"), (Texts{"a", "b c"}));
+  for (const auto* key : {"none", "nothing", "mixed", "empty", "number", "null", "absent"}) {
+    EXPECT_EQ(installed().informationList(key), Texts()) << key;
+  }
+  EXPECT_EQ(installed().information("several"), std::nullopt);
+  EXPECT_EQ(Bundle(std::nullopt).informationList("one"), Texts());
+}
+
 TEST(Bundle, KnowsTheRunningExecutable) {
   const auto executable = Bundle::runningExecutable();
   ASSERT_TRUE(executable);

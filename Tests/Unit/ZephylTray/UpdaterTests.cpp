@@ -85,9 +85,17 @@ TEST_F(UpdaterBundleTest, IsAvailableOnlyWithAFeedAndAKey) {
         R"({"SUPublicEDKey": "key"})", R"({"SUFeedURL": "https://a", "SUPublicEDKey": ""})",
         R"({"SUFeedURL": "", "SUPublicEDKey": "key"})",
         R"({"SUFeedURL": true, "SUPublicEDKey": "key"})",
-        R"({"SUFeedURL": "https://a", "SUPublicEDKey": 7})"}) {
+        R"({"SUFeedURL": "https://a", "SUPublicEDKey": 7})",
+        R"({"SUFeedURL": "https://a", "SUPublicEDKey": []})",
+        R"({"SUFeedURL": "https://a", "SUPublicEDKey": [""]})",
+        R"({"SUFeedURL": "https://a", "SUPublicEDKey": ["key", 7]})",
+        R"({"SUFeedURL": ["https://a"], "SUPublicEDKey": "key"})"}) {
     writeInformation(information);
     EXPECT_FALSE(Updater::isAvailable()) << information;
+  }
+  for (const auto* keys : {R"("key")", R"("key another")", R"(["key"])", R"(["key", "another"])"}) {
+    writeInformation(std::string(R"({"SUFeedURL": "https://a", "SUPublicEDKey": )") + keys + "}");
+    EXPECT_TRUE(Updater::isAvailable()) << keys;
   }
   makeAvailable();
   EXPECT_TRUE(Updater::isAvailable());
