@@ -12,9 +12,17 @@
 
 namespace zephyl {
 
+/// How far something is that takes its time.
+struct Progress {
+  std::optional<double> fraction;  ///< from 0 to 1; none as long as nobody knows
+  std::string text;                ///< the same in words, a line
+
+  bool operator==(const Progress&) const = default;
+};
+
 /// A message that asks for an answer. All texts are plain: shown as they are, without markup.
 struct Alert {
-  enum class Style { warning, critical, question };
+  enum class Style { warning, critical, question, information };
 
   Style style = Style::warning;
   std::string messageText;
@@ -29,6 +37,7 @@ struct Alert {
     bool operator==(const TextField&) const = default;
   };
   std::optional<TextField> textField;  ///< has the focus at first
+  std::optional<Progress> progress;    ///< a bar below the texts, which the dialog's handle moves
 
   bool operator==(const Alert&) const = default;
 };
@@ -61,7 +70,13 @@ class Dialog {
   Dialog() = default;
   Dialog(const Dialog&) = delete;
   Dialog& operator=(const Dialog&) = delete;
+
+  /// Moves the bar of an alert that has one; nothing for any other dialog, and for one that is not
+  /// on screen any more. Each call is drawn, so there should be few in a second.
+  virtual void showProgress(const Progress& progress);
 };
+
+inline void Dialog::showProgress(const Progress&) {}
 
 /// Windows that ask the user or show something. Presenting returns at once; answers come later, on
 /// the main thread, on which everything is called, too. Several dialogs may be open side by side.

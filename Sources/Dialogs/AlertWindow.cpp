@@ -16,6 +16,7 @@ constexpr int spacing = 12;
 constexpr int gapBesideIcon = 16;
 constexpr int iconSize = 48;
 constexpr int textWidth = 460;
+constexpr int progressSteps = 1000;
 
 /// What is typed is an answer of a line; a paste without end is not.
 constexpr int maxTypedCharacters = 4096;
@@ -58,6 +59,7 @@ AlertWindow::AlertWindow(Conversation& conversation, const AlertRequest& request
   if (!request.informativeText.empty()) layout_.addWidget(&information_, 1, 1);
   addButtons(request.buttons);
   if (request.textField) addTextField(*request.textField);
+  if (request.progress) addProgress(*request.progress);
   resize(sizeHint());  // the toolkit's own choice would be cut on a small screen
 }
 
@@ -75,6 +77,24 @@ void AlertWindow::addTextField(const AlertTextField& field) {
   textField_.setFocus();
 }
 
+void AlertWindow::addProgress(const ProgressValue& progress) {
+  progress_.setAccessibleName(QStringLiteral("Progress"));
+  progress_.setTextVisible(false);
+  progress_.setMinimumWidth(std::min(textWidth, roomFor(1).width));
+  progressText_.setTextFormat(Qt::PlainText);
+  layout_.addWidget(&progress_, 3, 1);
+  layout_.addWidget(&progressText_, 4, 1);
+  showProgress(progress);
+}
+
+void AlertWindow::showProgress(const ProgressValue& progress) {
+  const double fraction = std::clamp(progress.fraction.value_or(0), 0.0, 1.0);
+  progress_.setRange(0, progress.fraction ? progressSteps : 0);
+  progress_.setValue(static_cast<int>(fraction * progressSteps));
+  progress_.setAccessibleDescription(plainText(progress.text));
+  progressText_.setText(plainText(progress.text));
+}
+
 void AlertWindow::addButtons(const std::vector<std::string>& titles) {
   for (const auto& title : titles) {
     const auto place = static_cast<std::int64_t>(buttons_.size());
@@ -84,7 +104,7 @@ void AlertWindow::addButtons(const std::vector<std::string>& titles) {
   buttonRow_.setSpacing(spacing / 2);
   buttonRow_.addStretch();
   for (auto* const button : buttonsInOrder()) buttonRow_.addWidget(button);
-  layout_.addLayout(&buttonRow_, 3, 0, 1, 2);
+  layout_.addLayout(&buttonRow_, 5, 0, 1, 2);
   buttons_.front().setDefault(true);
   buttons_.front().setFocus();
 }

@@ -4,6 +4,7 @@
 #include <QHBoxLayout>
 #include <QLabel>
 #include <QLineEdit>
+#include <QProgressBar>
 #include <QPushButton>
 #include <deque>
 
@@ -18,11 +19,14 @@ class AlertWindow final : public DialogWindow {
  public:
   AlertWindow(Conversation& conversation, const AlertRequest& request);
 
+  void showProgress(const ProgressValue& progress) override;
+
  private:
   [[nodiscard]] DialogReport safeAnswer() const override { return answerOf(safeButton_); }
   [[nodiscard]] DialogReport answerOf(std::int64_t button) const;
 
   void addTextField(const AlertTextField& field);
+  void addProgress(const ProgressValue& progress);
   void addButtons(const std::vector<std::string>& titles);
   /// From left to right, as this desktop has them.
   std::vector<QPushButton*> buttonsInOrder();
@@ -34,6 +38,8 @@ class AlertWindow final : public DialogWindow {
   WrappedText message_;
   WrappedText information_;
   QLineEdit textField_;
+  QProgressBar progress_;
+  QLabel progressText_;
   std::deque<QPushButton> buttons_;  // as they were asked for
 };
 

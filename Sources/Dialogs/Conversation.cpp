@@ -39,8 +39,8 @@ Result<DialogRequest> Conversation::readRequest() {
   return understood(*line);
 }
 
-void Conversation::follow(std::function<void()> close) {
-  close_ = std::move(close);
+void Conversation::follow(WindowOrders orders) {
+  orders_ = std::move(orders);
   QObject::connect(&notifier_, &QSocketNotifier::activated, &notifier_, [this] { readOrders(); });
   notifier_.setEnabled(true);
   while (const auto line = takeLine()) obey(*line);
@@ -79,7 +79,8 @@ void Conversation::obey(const std::string& line) {
   const auto order = json::decodeText<DialogOrder>(line);
   if (!order) return;
   if (order->ping) report({.pong = order->ping});
-  if (order->close) close_();
+  if (order->progress) orders_.progress(*order->progress);
+  if (order->close) orders_.close();
 }
 
 void Conversation::readOrders() {
@@ -87,7 +88,7 @@ void Conversation::readOrders() {
   while (const auto line = takeLine()) obey(*line);
   if (open) return;
   notifier_.setEnabled(false);
-  close_();
+  orders_.close();
 }
 
 }  // namespace zephyl

@@ -10,6 +10,12 @@
 
 namespace zephyl {
 
+/// What the tray wants of the window.
+struct WindowOrders {
+  std::function<void()> close;
+  std::function<void(const ProgressValue&)> progress;
+};
+
 /// What is said between this program and the tray, on standard input and output. Main thread.
 class Conversation {
  public:
@@ -17,8 +23,8 @@ class Conversation {
 
   /// Waits for what is to be shown. Fails when the input ends before, or is not understood.
   Result<DialogRequest> readRequest();
-  /// From now on pings are answered; `close` is called when the tray wants the window gone.
-  void follow(std::function<void()> close);
+  /// From now on pings are answered, and what is said about the window is handed on.
+  void follow(WindowOrders orders);
   void report(const DialogReport& report);
 
  private:
@@ -29,7 +35,7 @@ class Conversation {
   void readOrders();
 
   std::string received_;  // and not yet taken
-  std::function<void()> close_;
+  WindowOrders orders_;
   QSocketNotifier notifier_;
 };
 

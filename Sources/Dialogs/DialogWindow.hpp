@@ -22,6 +22,8 @@ class DialogWindow : public QDialog {
   void present();
   /// Takes it off the screen, without an answer.
   void dismiss();
+  /// Moves its bar, where it has one.
+  virtual void showProgress(const ProgressValue&) {}
 
  protected:
   void report(const DialogReport& report) { conversation_.report(report); }

@@ -15,6 +15,7 @@ QColor colorOf(Style style) {
     case Style::critical:
       return {0xd6, 0x2f, 0x2f};
     case Style::question:
+    case Style::information:
       return {0x2f, 0x6f, 0xd0};
     case Style::warning:
       break;
@@ -22,12 +23,22 @@ QColor colorOf(Style style) {
   return {0xe8, 0x89, 0x0c};
 }
 
-/// On a square with sides of 1: a disc for a question, else a triangle whose corners are rounded
+/// Nothing has gone wrong.
+bool isCalm(Style style) {
+  return style == Style::question || style == Style::information;
+}
+
+QString markOf(Style style) {
+  if (style == Style::question) return QStringLiteral("?");
+  return style == Style::information ? QStringLiteral("i") : QStringLiteral("!");
+}
+
+/// On a square with sides of 1: a disc for a calm style, else a triangle whose corners are rounded
 /// by the pen that draws it.
 void drawShape(QPainter& painter, Style style) {
   const QColor color = colorOf(style);
   painter.setBrush(color);
-  if (style == Style::question) {
+  if (isCalm(style)) {
     painter.setPen(Qt::NoPen);
     painter.drawEllipse(QRectF(0.04, 0.04, 0.92, 0.92));
     return;
@@ -37,15 +48,14 @@ void drawShape(QPainter& painter, Style style) {
 }
 
 void drawMark(QPainter& painter, Style style) {
-  const bool question = style == Style::question;
   QFont font = QGuiApplication::font();
   font.setBold(true);
   font.setPixelSize(100);  // and scaled: a font has no sizes below 1
   QPainterPath mark;
-  mark.addText(0, 0, font, question ? QStringLiteral("?") : QStringLiteral("!"));
+  mark.addText(0, 0, font, markOf(style));
   const QRectF bounds = mark.boundingRect();
-  painter.translate(0.5, question ? 0.5 : 0.58);
-  const double height = question ? 0.56 : 0.5;
+  painter.translate(0.5, isCalm(style) ? 0.5 : 0.58);
+  const double height = isCalm(style) ? 0.56 : 0.5;
   painter.scale(height / bounds.height(), height / bounds.height());
   painter.translate(-bounds.center());
   painter.setPen(Qt::NoPen);
@@ -74,6 +84,8 @@ QString nameOfSymbol(Style style) {
       return QStringLiteral("Critical");
     case Style::question:
       return QStringLiteral("Question");
+    case Style::information:
+      return QStringLiteral("Information");
     case Style::warning:
       break;
   }

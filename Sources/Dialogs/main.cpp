@@ -57,7 +57,9 @@ int run(int& argumentCount, char** arguments) {
   }
   const auto window = windowFor(*request, conversation);
   window->present();
-  conversation.follow([&] { window->dismiss(); });
+  conversation.follow(
+      {.close = [&] { window->dismiss(); },
+       .progress = [&](const ProgressValue& progress) { window->showProgress(progress); }});
   return QApplication::exec();
 }
 

@@ -1,5 +1,9 @@
 #include "ZephylTray/UpdateAlerts.hpp"
 
+#include <algorithm>
+#include <cstdint>
+#include <string>
+
 #include <fmt/format.h>
 
 namespace zephyl::alerts {
@@ -15,16 +19,30 @@ std::string notesOf(const UpdateOffer& offer) {
   return offer.releaseNotes.empty() ? "" : "\n\nRelease notes:\n\n" + offer.releaseNotes;
 }
 
-std::string sizeOf(const UpdateOffer& offer) {
-  constexpr std::int64_t tenth = 100'000;  // of a megabyte
-  const std::int64_t tenths = (offer.length + tenth - 1) / tenth;
-  return fmt::format("{}.{} MB", tenths / 10, tenths % 10);
+constexpr std::int64_t kilobyte = 1000;
+constexpr std::int64_t megabyte = 1000 * kilobyte;
+
+/// A number without its unit: kilobytes, or megabytes with one decimal.
+std::string amount(std::int64_t bytes, bool inKilobytes) {
+  if (inKilobytes) return std::to_string(bytes / kilobyte);
+  return fmt::format("{}.{}", bytes / megabyte, bytes % megabyte / (megabyte / 10));
+}
+
+/// "3.1 of 12.4 MB", or without a total "3.1 MB".
+std::string amountInWords(std::int64_t received, std::int64_t total) {
+  const bool inKilobytes = std::max(received, total) < megabyte;
+  const auto* const unit = inKilobytes ? "kB" : "MB";
+  if (total <= 0) return fmt::format("{} {}", amount(received, inKilobytes), unit);
+  // Something is never nothing.
+  const std::int64_t all = total + (inKilobytes ? kilobyte : megabyte / 10) - 1;
+  return fmt::format("{} of {} {}", amount(received, inKilobytes), amount(all, inKilobytes), unit);
 }
 
 }  // namespace
 
 Alert updateFound(const UpdateOffer& offer, const std::string& currentVersion) {
-  Alert alert{.messageText = "A new version of Zephyl is available!",
+  Alert alert{.style = Alert::Style::information,
+              .messageText = "A new version of Zephyl is available!",
               .informativeText = availability(offer, currentVersion) +
                                  " Would you like to install it now?" + notesOf(offer),
               .buttons = {"Install Update", "Remind Me Later"},
@@ -36,22 +54,35 @@ Alert updateFound(const UpdateOffer& offer, const std::string& currentVersion) {
 Alert updateFoundElsewhere(const UpdateOffer& offer, const std::string& currentVersion,
                            const std::string& obstacle) {
   return {
+      .style = Alert::Style::information,
       .messageText = "A new version of Zephyl is available!",
       .informativeText = availability(offer, currentVersion) + "\n\n" + obstacle + notesOf(offer),
       .buttons = {"OK"}};
 }
 
 Alert updateDownloading(const UpdateOffer& offer) {
-  return {.messageText = fmt::format("Downloading Zephyl {}…", offer.displayVersion),
+  return {.style = Alert::Style::information,
+          .messageText = fmt::format("Downloading Zephyl {}…", offer.displayVersion),
           .informativeText =
-              fmt::format("{}. It is verified, and installed when the agent is idle. Zephyl then "
-                          "restarts by itself.",
-                          sizeOf(offer)),
-          .buttons = {"Cancel"}};
+              "The update is verified, and installed when the agent is idle. "
+              "Zephyl then restarts by itself.",
+          .buttons = {"Cancel"},
+          .progress = downloadProgress({.received = 0, .total = offer.length})};
+}
+
+Progress downloadProgress(const UpdateProgress& progress) {
+  const auto received = std::max<std::int64_t>(progress.received, 0);
+  if (progress.total > 0 && received >= progress.total) return {.text = "Verifying…"};
+  Progress shown{.text = amountInWords(received, progress.total)};
+  if (progress.total > 0) {
+    shown.fraction = static_cast<double>(received) / static_cast<double>(progress.total);
+  }
+  return shown;
 }
 
 Alert upToDate(const std::string& currentVersion) {
-  return {.messageText = "You’re up to date!",
+  return {.style = Alert::Style::information,
+          .messageText = "You’re up to date!",
           .informativeText =
               fmt::format("Zephyl {} is currently the newest version available.", currentVersion),
           .buttons = {"OK"}};

@@ -17,8 +17,10 @@ enum class UpdateButton : std::size_t { install, later, skip };
 Alert updateFoundElsewhere(const UpdateOffer& offer, const std::string& currentVersion,
                            const std::string& obstacle);
 
-/// Its one button cancels.
+/// Its one button cancels. It has a bar.
 Alert updateDownloading(const UpdateOffer& offer);
+/// How far it is, "3.1 of 12.4 MB" in words; what has come whole is being verified.
+Progress downloadProgress(const UpdateProgress& progress);
 
 Alert upToDate(const std::string& currentVersion);
 

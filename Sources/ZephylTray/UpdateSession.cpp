@@ -127,19 +127,41 @@ void UpdateSession::download() {
   log("downloading version {}", offer_.displayVersion);
   run({.download = DownloadCommand{.prefix = setup_.prefix, .offer = offer_}},
       &UpdateSession::takeDownloaded);
-  if (!isUserInitiated()) return;
+  if (isUserInitiated()) showDownload();
+}
+
+void UpdateSession::showDownload() {
   dialog_ = dialogs_.presentAlert(
       alerts::updateDownloading(offer_),
       weakly([](UpdateSession& self, const std::optional<AlertAnswer>& answer) {
         self.dialog_.reset();
-        if (!answer) return;  // it could not be shown, which is no wish to cancel
-        self.run_.reset();
-        self.end(Outcome::done);
+        if (answer) self.cancelDownload();  // not being shown is no wish to cancel
       }));
 }
 
+void UpdateSession::cancelDownload() {
+  log("the download of version {} was cancelled", offer_.displayVersion);
+  run_.reset();
+  end(Outcome::done);
+}
+
+void UpdateSession::showProgress(const UpdateProgress& progress) {
+  progress_ = progress;
+  const bool isWhole = progress.total > 0 && progress.received >= progress.total;
+  if (isWhole || !progressPause_) drawProgress();
+}
+
+void UpdateSession::drawProgress() {
+  if (!dialog_ || !progress_) return progressPause_.cancel();
+  dialog_->showProgress(alerts::downloadProgress(*std::exchange(progress_, std::nullopt)));
+  progressPause_ = runtime_.clock.after(
+      progressInterval, [&loop = runtime_.mainLoop, draw = weakly([](UpdateSession& self) {
+                                                      self.drawProgress();
+                                                    })] { loop.async(draw); });
+}
+
 void UpdateSession::takeDownloaded(const UpdateReport& report) {
-  if (report.progress) return;
+  if (report.progress) return showProgress(*report.progress);
   dialog_.reset();
   if (!report.ready) return fail(report.failed.value_or(""));
   log("version {} is verified and ready to install", offer_.displayVersion);

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "Desktop/Dialogs.hpp"
+#include "System/Clock.hpp"
 #include "UpdateMessages/UpdateMessages.hpp"
 #include "ZephylTray/Runtime.hpp"
 #include "ZephylTray/UpdateFramework.hpp"
@@ -43,6 +44,9 @@ class UpdateSession : public std::enable_shared_from_this<UpdateSession> {
 
   void start(Trigger trigger);
 
+  /// Progress comes more often than anybody reads it; it is drawn this often at most.
+  static constexpr Duration progressInterval = std::chrono::milliseconds(250);
+
  private:
   [[nodiscard]] CheckCommand checkCommand() const;
   void run(const UpdateCommand& command, void (UpdateSession::*take)(const UpdateReport&));
@@ -54,7 +58,11 @@ class UpdateSession : public std::enable_shared_from_this<UpdateSession> {
   void explainObstacle();
   void choose(const std::optional<AlertAnswer>& answer);
   void download();
+  void showDownload();
+  void cancelDownload();
   void takeDownloaded(const UpdateReport& report);
+  void showProgress(const UpdateProgress& progress);
+  void drawProgress();
   void relaunchWhenAllowed();
   void install();
   void takeInstalled(const UpdateReport& report);
@@ -85,6 +93,8 @@ class UpdateSession : public std::enable_shared_from_this<UpdateSession> {
   std::optional<std::string> obstacle_;
   std::shared_ptr<UpdaterRun> run_;
   Dialogs::Handle dialog_;
+  std::optional<UpdateProgress> progress_;  // to be drawn
+  Timer progressPause_;                     // until it may be
   bool installing_ = false;
 };
 

@@ -50,7 +50,7 @@ UpdaterHelper::UpdaterHelper(const Runtime& runtime, Dialogs& dialogs, UpdateSet
       self_(std::make_shared<UpdaterHelper*>(this)) {
   reportUpIfOnTrial();
   tellOfFailedVersion();
-  planNextCheck();
+  planFirstCheck();
 }
 
 UpdaterHelper::~UpdaterHelper() = default;
@@ -84,6 +84,12 @@ void UpdaterHelper::endSession(UpdateSession::Trigger trigger, UpdateSession::Ou
 
 void UpdaterHelper::tellObservers() {
   for (const auto& observer : Observers(*observers_)) (*observer)(canCheckForUpdates());
+}
+
+/// An update that lay ready when the tray ended last is not left lying for a day.
+void UpdaterHelper::planFirstCheck() {
+  if (!isDirectory(UpdateFiles::of(setup_.prefix).staged)) return planNextCheck();
+  plan(untilNextCheck(std::nullopt, now(), updateSettings::checkInterval(), setup_.random()));
 }
 
 void UpdaterHelper::planNextCheck() {

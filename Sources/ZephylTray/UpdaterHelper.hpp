@@ -52,6 +52,7 @@ class UpdaterHelper final : public UpdaterController {
   void tellObservers();
 
   void plan(std::chrono::milliseconds delay);
+  void planFirstCheck();
   void planNextCheck();
   void lookAtSchedule();
   [[nodiscard]] std::chrono::sys_seconds now() const;

@@ -220,6 +220,69 @@ def test_an_invite_is_cancelled_by_escape(screen, show):
     assert window.answer()["button"] == 1
 
 
+# Progress
+
+DOWNLOAD = {
+    "style": "information", "messageText": "Downloading Zephyl 2.0…",
+    "informativeText": "The update is verified, and installed when the agent is idle.",
+    "buttons": ["Cancel"], "safeButton": 0,
+    "progress": {"fraction": 0, "text": "0.0 of 12.4 MB"}}
+
+
+def words_below(window):
+    return [each.name for each in window.accessible().all() if each.role == "label"]
+
+
+def test_a_bar_shows_how_far_a_download_is(screen, show):
+    window = show(alert=DOWNLOAD)
+    bar = window.accessible().find("progress bar", "Progress")
+    assert bar.description == "0.0 of 12.4 MB"
+    assert words_below(window) == ["0.0 of 12.4 MB"]
+
+    def blue():
+        left, upper, width, height = bar.box()
+        picture = screen.picture()
+        row = picture.pixels[3 * ((upper + height // 2) * picture.width + left):][:3 * width]
+        return sum(row[i + 2] > row[i] + 60 for i in range(0, len(row), 3)) / width
+
+    assert blue() < 0.05
+    for fraction, text in ((0.25, "3.1 of 12.4 MB"), (0.75, "9.3 of 12.4 MB")):
+        window.say({"progress": {"fraction": fraction, "text": text}})
+        eventually(lambda text=text: words_below(window) == [text], what=text)
+        eventually(lambda fraction=fraction: abs(blue() - fraction) < 0.05, what="the bar")
+        assert bar.description == text
+    window.say({"progress": {"text": "Verifying…"}})
+    eventually(lambda: words_below(window) == ["Verifying…"])
+    screen.press("Return")
+    assert window.answer()["button"] == 0
+
+
+def test_escape_cancels_what_takes_its_time(screen, show):
+    window = show(alert=DOWNLOAD)
+    screen.press("Escape")
+    assert window.answer()["button"] == 0
+
+
+@pytest.mark.parametrize("request_", [{"alert": ERROR}, {"logWindow": log_window(3)}],
+                         ids=["alert", "log"])
+def test_a_window_without_a_bar_has_no_use_for_progress(show, request_):
+    window = show(**request_)
+    window.say({"progress": {"fraction": 0.5, "text": "half"}})
+    window.say({"something": "that came later"})
+    window.say({"ping": 1})
+    eventually(lambda: {"pong": 1} in window.reports)
+    assert not [each for each in window.accessible().all() if each.role == "progress bar"]
+
+
+def test_any_number_is_a_fraction(show):
+    window = show(alert=DOWNLOAD)
+    for fraction in (-1, 2, 1e300, 0.5):
+        window.say({"progress": {"fraction": fraction, "text": "<b>" + str(fraction)}})
+    eventually(lambda: words_below(window) == ["<b>0.5"])
+    window.say({"close": True})
+    assert window.ends() == 0
+
+
 # Log windows
 
 @pytest.mark.parametrize("count", [0, 18, 19, 200])

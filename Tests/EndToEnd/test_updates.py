@@ -33,7 +33,8 @@ for line in sys.stdin:
     order = json.loads(line)
     if "close" in order:
         break
-    print(json.dumps({{"pong": order["ping"]}}), flush=True)
+    if "ping" in order:
+        print(json.dumps({{"pong": order["ping"]}}), flush=True)
 """
 
 

@@ -5,6 +5,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <type_traits>
 #include <utility>
 #include <vector>
 
@@ -85,6 +86,14 @@ class FakeDialogs final : public Dialogs {
     Window(List<T>& list, std::shared_ptr<T> shown) : list_(&list), shown_(std::move(shown)) {}
     ~Window() override {
       if (list_ != nullptr) std::erase(*list_, shown_);
+    }
+    Window(const Window&) = delete;
+    Window& operator=(const Window&) = delete;
+
+    void showProgress(const Progress& progress) override {
+      if constexpr (std::is_same_v<T, OpenAlert>) {
+        if (shown_) shown_->alert.progress = progress;
+      }
     }
 
    private:

@@ -9,11 +9,13 @@
 
 /// What the tray and zephyl-tray-dialogs say to each other, one JSON object a line.
 ///
-/// The tray writes one `DialogRequest`, then `DialogOrder`s. The program answers with
-/// `DialogReport`s: `shown` once its window is on screen; an answer, after which the window is
-/// gone, or for a log window any number of events with `closed` as the last; and `hidden` when the
-/// window has left the screen. A pong may come at any time. An end of the input closes the window
-/// without an answer, as `close` does.
+/// The tray writes one `DialogRequest`, then any number of `DialogOrder`s, which come in order and
+/// may come before the window is on screen; one that the program does not know, or that its window
+/// has no use for, is passed over. Orders that a program which has died did not read are lost. The
+/// program answers with `DialogReport`s: `shown` once its window is on screen; an answer, after
+/// which the window is gone, or for a log window any number of events with `closed` as the last;
+/// and `hidden` when the window has left the screen. A pong may come at any time. An end of the
+/// input closes the window without an answer, as `close` does.
 namespace zephyl {
 
 /// Of an `Alert::TextField`.
@@ -28,9 +30,21 @@ struct AlertTextField {
   }
 };
 
+/// Of a `Progress`.
+struct ProgressValue {
+  std::optional<double> fraction;  ///< from 0 to 1; none as long as nobody knows
+  std::string text;
+
+  template <typename Self, typename Fields>
+  static void describe(Self& self, Fields& fields) {
+    fields("fraction", self.fraction);
+    fields("text", self.text);
+  }
+};
+
 /// Of an `Alert`; see there.
 struct AlertRequest {
-  enum class Style { warning, critical, question };
+  enum class Style { warning, critical, question, information };
 
   Style style = Style::warning;
   std::string messageText;
@@ -38,6 +52,7 @@ struct AlertRequest {
   std::vector<std::string> buttons;
   std::int64_t safeButton = 0;
   std::optional<AlertTextField> textField;
+  std::optional<ProgressValue> progress;
 
   template <typename Self, typename Fields>
   static void describe(Self& self, Fields& fields) {
@@ -47,11 +62,12 @@ struct AlertRequest {
     fields("buttons", self.buttons);
     fields("safeButton", self.safeButton);
     fields("textField", self.textField);
+    fields("progress", self.progress);
   }
 };
 
-constexpr std::array<std::string_view, 3> enumNames(AlertRequest::Style) {
-  return {"warning", "critical", "question"};
+constexpr std::array<std::string_view, 4> enumNames(AlertRequest::Style) {
+  return {"warning", "critical", "question", "information"};
 }
 
 /// Of a `FolderRequest`.
@@ -98,13 +114,15 @@ struct DialogRequest {
 
 /// What the tray says to a dialog that is open: exactly one of these.
 struct DialogOrder {
-  std::optional<std::int64_t> ping;  ///< to be answered at once with a pong of the same number
-  std::optional<bool> close;         ///< without an answer
+  std::optional<std::int64_t> ping;       ///< to be answered at once with a pong of the same number
+  std::optional<bool> close;              ///< without an answer
+  std::optional<ProgressValue> progress;  ///< how far it is now, for an alert with a bar
 
   template <typename Self, typename Fields>
   static void describe(Self& self, Fields& fields) {
     fields("ping", self.ping);
     fields("close", self.close);
+    fields("progress", self.progress);
   }
 };
 

@@ -17,6 +17,15 @@ namespace {
 using Step = DialogRun::Step;
 using MaybeStep = std::optional<Step>;
 
+/// JSON carries nothing but UTF-8.
+std::string carried(const std::string& text) {
+  return isValidUTF8(text) ? text : visibleLines(text);
+}
+
+ProgressValue valueOf(const Progress& progress) {
+  return {progress.fraction, carried(progress.text)};
+}
+
 /// Takes its window along when it goes.
 class RunHandle final : public Dialog {
  public:
@@ -25,14 +34,13 @@ class RunHandle final : public Dialog {
   RunHandle(const RunHandle&) = delete;
   RunHandle& operator=(const RunHandle&) = delete;
 
+  void showProgress(const Progress& progress) override {
+    run_->order({.progress = valueOf(progress)});
+  }
+
  private:
   const std::shared_ptr<DialogRun> run_;
 };
-
-/// JSON carries nothing but UTF-8.
-std::string carried(const std::string& text) {
-  return isValidUTF8(text) ? text : visibleLines(text);
-}
 
 AlertRequest::Style styleOf(Alert::Style style) {
   switch (style) {
@@ -40,6 +48,8 @@ AlertRequest::Style styleOf(Alert::Style style) {
       return AlertRequest::Style::critical;
     case Alert::Style::question:
       return AlertRequest::Style::question;
+    case Alert::Style::information:
+      return AlertRequest::Style::information;
     case Alert::Style::warning:
       break;
   }
@@ -57,6 +67,7 @@ AlertRequest requestFor(const Alert& alert) {
   if (alert.textField) {
     request.textField = {carried(alert.textField->placeholder), alert.textField->width};
   }
+  if (alert.progress) request.progress = valueOf(*alert.progress);
   return request;
 }
 

@@ -134,6 +134,10 @@ void DialogRun::end(ExitStatus status) {
   if (state_ != State::over) fail(describe(status));
 }
 
+void DialogRun::order(const DialogOrder& order) {
+  if (state_ != State::over && child_) child_->write(json::compact(json::encode(order)));
+}
+
 void DialogRun::close() {
   if (state_ != State::over) finish();
 }

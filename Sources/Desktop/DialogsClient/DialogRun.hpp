@@ -47,6 +47,8 @@ class DialogRun : public std::enable_shared_from_this<DialogRun> {
   /// failure, too, is told later.
   void start(const std::string& program, const DialogRequest& request,
              const std::string& activationToken);
+  /// Says something to the program. Nothing once its window is gone.
+  void order(const DialogOrder& order);
   /// Takes the window away; the owner hears nothing more.
   void close();
 

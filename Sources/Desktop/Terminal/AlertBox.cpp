@@ -13,6 +13,8 @@ namespace {
 constexpr int widest = 72;
 constexpr int betweenButtons = 2;
 constexpr int brackets = 4;  ///< around a button's title
+constexpr int shortestBar = 8;
+constexpr int longestBar = 40;
 
 std::string buttonLabel(const std::string& title, bool chosen, const Look& look) {
   return (chosen ? "[" + std::string(look.symbols().chosen) : "[ ") + title + " ]";
@@ -23,6 +25,7 @@ Alert asShown(Alert alert, const Look& look) {
   show(alert.messageText);
   show(alert.informativeText);
   for (auto& button : alert.buttons) show(button);
+  if (alert.progress) show(alert.progress->text);
   return alert;
 }
 
@@ -34,10 +37,16 @@ std::vector<std::string> linesOf(const Alert& alert) {
 }  // namespace
 
 AlertBox::AlertBox(Alert alert, const Look& look)
-    : alert_(asShown(std::move(alert), look)),
+    : look_(look),
+      alert_(asShown(std::move(alert), look)),
       field_(alert_.textField ? alert_.textField->placeholder : ""),
       focus_(alert_.textField ? alert_.buttons.size() : 0) {
   text_.setLines(linesOf(alert_));
+}
+
+void AlertBox::showProgress(const Progress& progress) {
+  if (!alert_.progress) return;
+  alert_.progress = {progress.fraction, displayText::shown(visible(progress.text), look_)};
 }
 
 std::optional<AlertAnswer> AlertBox::handle(const Key& key, bool mayAnswer) {
@@ -95,8 +104,8 @@ AlertBox::Layout AlertBox::layOut(ScreenSize size) {
                 .buttons = placeButtons(inner)};
   layout.buttonRows = layout.buttons.empty() ? 0 : layout.buttons.back().row + 1;
   const int lines = text_.rowsAt(inner - 1);
-  const int needed =
-      2 + static_cast<int>(layout.message.size()) + layout.buttonRows + (alert_.textField ? 2 : 0);
+  const int needed = 2 + static_cast<int>(layout.message.size()) + layout.buttonRows +
+                     (alert_.textField ? 2 : 0) + (alert_.progress ? 2 : 0);
   // Where it is narrow, the text matters more than the room around it.
   layout.gap = needed + std::min(lines, 3) + 2 <= size.rows ? 1 : 0;
   layout.textRows = std::min(lines, std::max(size.rows - needed - 2 * layout.gap, 1));
@@ -114,7 +123,11 @@ void AlertBox::draw(Canvas& canvas) {
   for (const auto& line : layout.message) canvas.put(row++, inside.column, line, {.bold = true});
   text_.draw(canvas, {row + layout.gap, inside.column, layout.textRows, inside.columns});
   row += layout.textRows + 2 * layout.gap;
-  if (alert_.textField) drawField(canvas, inside, row);
+  if (alert_.textField) {
+    drawField(canvas, inside, row);
+    row += 2;
+  }
+  if (alert_.progress) drawProgress(canvas, {row, inside.column, 1, inside.columns});
   drawButtons(canvas,
               {inside.row + inside.rows - layout.buttonRows, inside.column, layout.buttonRows,
                inside.columns},
@@ -137,6 +150,21 @@ void AlertBox::drawField(Canvas& canvas, const Area& inside, int row) const {
   canvas.put(row, inside.column, canvas.symbols().chosen, {.bold = fieldHasFocus()});
   canvas.rule(row + 1, inside.column, inside.columns, {.dim = true});
   field_.draw(canvas, {row, inside.column + 2, 1, right - inside.column - 2}, fieldHasFocus());
+}
+
+/// The bar where there is room for one and anything to be measured, and beside it the words.
+void AlertBox::drawProgress(Canvas& canvas, const Area& row) const {
+  const auto& progress = *alert_.progress;
+  const int room = row.columns - displayText::width(progress.text) - 1;
+  const int length = progress.fraction && room >= shortestBar ? std::min(room, longestBar) : 0;
+  const double fraction = std::clamp(progress.fraction.value_or(0), 0.0, 1.0);
+  const int filled = static_cast<int>(fraction * length);
+  for (int place = 0; place < length; ++place) {
+    const auto& symbols = canvas.symbols();
+    canvas.put(row.row, row.column + place, place < filled ? symbols.filled : symbols.empty);
+  }
+  const int words = length > 0 ? length + 1 : 0;
+  canvas.putWithin(row.row, row.column + words, row.columns - words, progress.text);
 }
 
 void AlertBox::drawButtons(Canvas& canvas, const Area& inside, const std::vector<Area>& places) {

@@ -22,6 +22,8 @@ class AlertBox {
 
   /// What the text field holds at first.
   void setText(const std::string& text) { field_.setText(text); }
+  /// Moves the bar of an alert that has one.
+  void showProgress(const Progress& progress);
 
   /// The user's answer, once there is one. Unless `mayAnswer`, keys that would give one do
   /// nothing: the user may have meant what was on screen before.
@@ -50,7 +52,9 @@ class AlertBox {
   void drawFrame(Canvas& canvas, const Area& box) const;
   void drawButtons(Canvas& canvas, const Area& inside, const std::vector<Area>& places);
   void drawField(Canvas& canvas, const Area& inside, int row) const;
+  void drawProgress(Canvas& canvas, const Area& row) const;
 
+  const Look look_;
   Alert alert_;
   TextField field_;
   ScrollingText text_;

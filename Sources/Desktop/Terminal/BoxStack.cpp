@@ -25,6 +25,13 @@ void BoxStack::showLog(OpenLog& log) {
   log.box.setToggle(whole ? "" : log.showsAll ? "shorten" : "full log");
 }
 
+bool BoxStack::showProgress(Number number, const Progress& progress) {
+  for (auto& each : alerts_) {
+    if (each.number == number) each.box.showProgress(progress);
+  }
+  return hasAlert() && alerts_.front().number == number;
+}
+
 void BoxStack::close(Number number) {
   alerts_.remove_if([&](const OpenAlert& each) { return each.number == number; });
   logs_.remove_if([&](const OpenLog& each) { return each.number == number; });

@@ -23,6 +23,8 @@ class BoxStack {
 
   Number addAlert(const Alert& alert, const Look& look, const std::string& text, AlertDone done);
   Number addLog(const LogWindow& window, const Look& look, LogTold tell);
+  /// Whether it has a bar that is on screen now, which has moved.
+  bool showProgress(Number number, const Progress& progress);
   /// Without an answer. Nothing when it is gone already.
   void close(Number number);
   /// Answers everything as not shown.

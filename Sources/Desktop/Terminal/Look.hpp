@@ -19,6 +19,8 @@ struct Symbols {
   std::string_view ellipsis;
   std::string_view moreAbove;
   std::string_view moreBelow;
+  std::string_view filled;  ///< of a bar
+  std::string_view empty;
 };
 
 /// What a terminal can show.
@@ -27,9 +29,10 @@ struct Look {
   bool colours = true;
 
   [[nodiscard]] const Symbols& symbols() const {
-    static constexpr Symbols rich{"●", "▸", "▾", "›", "─", "│", "┌", "┐", "└", "┘", "…", "↑", "↓"};
-    static constexpr Symbols plain{"*", ">", "v", ">",   "-", "|", "+",
-                                   "+", "+", "+", "...", "^", "v"};
+    static constexpr Symbols rich{"●", "▸", "▾", "›", "─", "│", "┌", "┐",
+                                  "└", "┘", "…", "↑", "↓", "█", "░"};
+    static constexpr Symbols plain{"*", ">", "v",   ">", "-", "|", "+", "+",
+                                   "+", "+", "...", "^", "v", "#", "."};
     return unicode ? rich : plain;
   }
 

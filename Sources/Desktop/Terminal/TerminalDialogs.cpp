@@ -18,6 +18,12 @@ class OpenDialog final : public Dialog {
   ~OpenDialog() override {
     if (const auto screen = screen_.lock()) screen->close(number_);
   }
+  OpenDialog(const OpenDialog&) = delete;
+  OpenDialog& operator=(const OpenDialog&) = delete;
+
+  void showProgress(const Progress& progress) override {
+    if (const auto screen = screen_.lock()) screen->showProgress(number_, progress);
+  }
 
  private:
   const std::weak_ptr<TerminalScreen> screen_;

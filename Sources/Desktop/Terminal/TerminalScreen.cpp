@@ -120,6 +120,10 @@ BoxStack::Number TerminalScreen::presentLog(const LogWindow& window, BoxStack::L
   return number;
 }
 
+void TerminalScreen::showProgress(BoxStack::Number dialog, const Progress& progress) {
+  if (boxes_.showProgress(dialog, progress)) changed();
+}
+
 void TerminalScreen::close(BoxStack::Number dialog) {
   boxes_.close(dialog);
   changed();

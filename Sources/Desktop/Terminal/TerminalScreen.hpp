@@ -85,6 +85,7 @@ class TerminalScreen : public std::enable_shared_from_this<TerminalScreen> {
   BoxStack::Number presentAlert(const Alert& alert, const std::string& text,
                                 BoxStack::AlertDone done);
   BoxStack::Number presentLog(const LogWindow& window, BoxStack::LogTold tell);
+  void showProgress(BoxStack::Number dialog, const Progress& progress);
   void close(BoxStack::Number dialog);
   /// There is nobody at the screen any more: every dialog is told so, and nothing is drawn again.
   void end();

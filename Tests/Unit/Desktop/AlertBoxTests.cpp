@@ -68,6 +68,48 @@ TEST(AlertBox, StaysInItsFrameOnTheSmallestScreen) {
             "└────────────────────────────");
 }
 
+Alert download() {
+  return {.messageText = "Downloading…",
+          .informativeText = "It is verified.",
+          .buttons = {"Cancel"},
+          .progress = Progress{.fraction = 0.25, .text = "3.1 of 12.4 MB"}};
+}
+
+TEST(AlertBox, ShowsHowFarItIs) {
+  AlertBox box(download(), {});
+  EXPECT_EQ(drawn(box),
+            "\n"
+            "  ┌────────────────────────────────────────────┐\n"
+            "  │ Downloading…                               │\n"
+            "  │                                            │\n"
+            "  │ It is verified.                            │\n"
+            "  │                                            │\n"
+            "  │ ██████░░░░░░░░░░░░░░░░░░░░░ 3.1 of 12.4 MB │\n"
+            "  │                                            │\n"
+            "  │ [›Cancel ]                                 │\n"
+            "  └────────────────────────────────────────────┘");
+  box.showProgress({.fraction = 7, .text = "12.4 of 12.4 MB"});
+  EXPECT_NE(drawn(box).find("│ ██████████████████████████ 12.4 of 12.4 MB │"), std::string::npos);
+  box.showProgress({.text = "Verifying…\x1b"});
+  EXPECT_NE(drawn(box).find("│ Verifying…␛ "), std::string::npos);
+  EXPECT_EQ(drawn(box).find("░"), std::string::npos) << "what is not measured has no bar";
+}
+
+TEST(AlertBox, ShowsHowFarItIsInPlainCharactersAndWithoutABarWhereItIsNarrow) {
+  AlertBox box(download(), {.unicode = false});
+  EXPECT_NE(drawn(box, 12, 50, {.unicode = false}).find("| ######..................... 3.1 of"),
+            std::string::npos)
+      << drawn(box, 12, 50, {.unicode = false});
+  EXPECT_NE(drawn(box, 12, 24, {.unicode = false}).find("| 3.1 of 12.4 MB"), std::string::npos);
+}
+
+TEST(AlertBox, HasNoBarUnlessItWasAskedFor) {
+  AlertBox box(approval(), {});
+  const auto before = drawn(box);
+  box.showProgress({.fraction = 0.5, .text = "half"});
+  EXPECT_EQ(drawn(box), before);
+}
+
 TEST(AlertBox, EnterChoosesTheMarkedButtonAndEscapeTheSafeOne) {
   AlertBox box(approval(), {});
   EXPECT_EQ(press(box, Kind::enter), (AlertAnswer{.button = 0}));

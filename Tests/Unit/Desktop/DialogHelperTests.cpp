@@ -104,6 +104,33 @@ TEST_F(DialogHelperTest, WritesWhatIsToBeShownAsOneLine) {
   EXPECT_FALSE(program().inputEnded());
 }
 
+TEST_F(DialogHelperTest, SaysHowFarItIsInOrderAndNothingToAProgramThatIsGone) {
+  Alert withBar{.messageText = "Downloading", .buttons = {"Cancel"}};
+  withBar.progress = Progress{.fraction = 0, .text = "0 of 9 MB"};
+  auto handle = presentAlert(withBar);
+  EXPECT_NE(program().input().at(0).find(R"("progress":{"fraction":0E0,"text":"0 of 9 MB"})"),
+            std::string::npos)
+      << program().input().at(0);
+  handle->showProgress({.fraction = 0.5, .text = "4.5 of 9 MB"});  // before it is on screen
+  say(shown);
+  handle->showProgress({.text = "Verifying…"});
+  EXPECT_EQ(program().input().at(1), R"({"progress":{"fraction":5E-1,"text":"4.5 of 9 MB"}})");
+  EXPECT_EQ(program().input().at(2), R"({"progress":{"text":"Verifying…"}})");
+  end({ExitStatus::Reason::signalled, SIGSEGV});
+  EXPECT_EQ(answers_, (std::vector<Answer>{AlertAnswer{.button = 0}})) << "its death cancels";
+  handle->showProgress({.text = "on and on"});
+  EXPECT_EQ(program().input().size(), 3U);
+}
+
+TEST_F(DialogHelperTest, MovesNoBarOfAProgramThatCouldNotBeStarted) {
+  launcher_.failWith("/opt/zephyl-tray-dialogs: No such file or directory");
+  const auto handle = presentAlert();
+  handle->showProgress({.text = "somewhere"});
+  mainLoop_.runPending();
+  handle->showProgress({.text = "somewhere else"});
+  EXPECT_EQ(answers_, std::vector<Answer>{std::nullopt});
+}
+
 TEST_F(DialogHelperTest, AnswersWithTheButtonThatWasPressed) {
   const auto handle = presentAlert();
   say(shown);

@@ -110,6 +110,21 @@ TEST_F(TerminalScreenTest, DrawsNothingAndWaitsForNothingWhileNothingChanges) {
   EXPECT_EQ(clock_.pendingTimers(), 0U);
 }
 
+TEST_F(TerminalScreenTest, DrawsABarThatMovesAndNoneThatCannotBeSeen) {
+  const auto download = present({.messageText = "Downloading",
+                                 .buttons = {"Cancel"},
+                                 .progress = Progress{.fraction = 0, .text = "0.0 of 4.0 MB"}});
+  EXPECT_TRUE(shows("0.0 of 4.0 MB"));
+  download->showProgress({.fraction = 0.5, .text = "2.0 of 4.0 MB"});
+  EXPECT_TRUE(shows("2.0 of 4.0 MB"));
+  advance(1s);
+  press("\r");
+  EXPECT_EQ(answers_, std::vector<int>{0});
+  drawn();
+  download->showProgress({.fraction = 0.75, .text = "3.0 of 4.0 MB"});
+  EXPECT_EQ(drawn(), "");
+}
+
 TEST_F(TerminalScreenTest, DoesNotDrawForATerminalThatDoesNotKeepUp) {
   drawn();
   output_.busy = true;

@@ -5,12 +5,14 @@
 #include <unistd.h>
 
 #include "Support/FakeDialogs.hpp"
+#include "Support/LogCapture.hpp"
 #include "Support/TestRuntime.hpp"
 #include "Support/TrayWorld.hpp"
 #include "System/Bundle.hpp"
 #include "System/Files.hpp"
 #include "System/JSON.hpp"
 #include "UpdateMessages/UpdateFiles.hpp"
+#include "ZephylTray/UpdateAlerts.hpp"
 #include "ZephylTray/UpdateSchedule.hpp"
 
 namespace zephyl {
@@ -183,6 +185,62 @@ TEST_F(UpdaterHelperTest, CancelsTheDownload) {
   EXPECT_EQ(runs(), 2U);
 }
 
+TEST_F(UpdaterHelperTest, ShowsHowFarADownloadIsAFewTimesASecond) {
+  startAndCheck();
+  find();
+  press("Install Update");
+  const auto words = [&] { return dialogs_.alerts().back().progress.value().text; };
+  const auto receive = [&](std::int64_t bytes) {
+    report({.progress = UpdateReport::Progress{.received = bytes, .total = 12'400'000}});
+  };
+  EXPECT_EQ(words(), "0.0 of 1.0 MB");
+  receive(3'100'000);
+  EXPECT_EQ(words(), "3.1 of 12.4 MB");
+  EXPECT_EQ(dialogs_.alerts().back().progress->fraction, 0.25);
+  runtime_.advance(249ms);
+  receive(6'200'000);
+  EXPECT_EQ(words(), "3.1 of 12.4 MB");
+  runtime_.advance(1ms);
+  EXPECT_EQ(words(), "6.2 of 12.4 MB") << "what came last is drawn, also when nothing follows";
+  runtime_.advance(10s);
+  receive(9'300'000);
+  EXPECT_EQ(words(), "9.3 of 12.4 MB");
+  receive(12'400'000);
+  EXPECT_EQ(words(), "Verifying…") << "the last is never left out";
+  EXPECT_EQ(dialogs_.alerts().back().progress->fraction, std::nullopt);
+}
+
+TEST_F(UpdaterHelperTest, DownloadsOnWhenNothingCanBeShownAndLogsTheBeginningAndTheEndAlone) {
+  startAndCheck();
+  find();
+  const auto logged = test::logOf([&] {
+    press("Install Update");
+    dialogs_.failToShow();
+    for (int percent = 0; percent <= 100; ++percent) {
+      runtime_.advance(1s);
+      report({.progress = UpdateReport::Progress{.received = percent, .total = 100}});
+    }
+    report({.ready = "200"});
+  });
+  EXPECT_EQ(logged,
+            "[tray] downloading version 2.0\n"
+            "[tray] version 2.0 is verified and ready to install\n"
+            "[tray] installing version 2.0\n");
+}
+
+TEST_F(UpdaterHelperTest, TakesUpSoonWhatLayReadyAtTheLastEnd) {
+  ASSERT_TRUE(createDirectories(files_.staged));
+  updateSettings::setLastCheck(
+      std::chrono::floor<std::chrono::seconds>(runtime_.clock.calendarNow()));
+  start();
+  runtime_.advance(1min);
+  ASSERT_EQ(runs(), 1U);
+  EXPECT_FALSE(command().check->userInitiated);
+  report({.upToDate = "1.0"});
+  runtime_.advance(23h);
+  EXPECT_EQ(runs(), 1U) << "then once a day again";
+}
+
 TEST_F(UpdaterHelperTest, LeavesAnUpdateForLaterOrSkipsIt) {
   startAndCheck();
   find();
@@ -286,7 +344,8 @@ TEST_F(UpdaterHelperTest, InstallsByItselfWhereThatIsWanted) {
   find();
   EXPECT_EQ(delegate_->take(), (Told{"found 2.0", "reminded"}));
   ASSERT_TRUE(command().download);
-  EXPECT_TRUE(dialogs_.alerts().empty());
+  report({.progress = UpdateReport::Progress{.received = 10, .total = 100}});
+  EXPECT_TRUE(dialogs_.alerts().empty()) << "nobody has asked for a window";
   report({.ready = "200"});
   ASSERT_TRUE(command().install);
   report({.failed = "The new version does not work on this machine."});
@@ -348,6 +407,20 @@ TEST_F(UpdaterHelperTest, DoesNotExistWithoutItsProgram) {
   const auto factory = UpdaterHelper::factory(runtime_.runtime(), dialogs_,
                                               {.program = "/nonexistent", .prefix = prefix_});
   EXPECT_EQ(factory(delegate_), nullptr);
+}
+
+TEST(DownloadProgress, IsToldInWordsThatFitItsSize) {
+  const auto words = [](std::int64_t received, std::int64_t total) {
+    return alerts::downloadProgress({.received = received, .total = total}).text;
+  };
+  EXPECT_EQ(words(0, 12'345'678), "0.0 of 12.4 MB");
+  EXPECT_EQ(words(12'345'677, 12'345'678), "12.3 of 12.4 MB");
+  EXPECT_EQ(words(999'999, 1'000'000), "0.9 of 1.0 MB");
+  EXPECT_EQ(words(4'999, 812'345), "4 of 813 kB");
+  EXPECT_EQ(words(1, 2), "0 of 1 kB");
+  EXPECT_EQ(words(3'100'000, 0), "3.1 MB");
+  EXPECT_EQ(alerts::downloadProgress({.received = 5, .total = 0}).fraction, std::nullopt);
+  EXPECT_EQ(words(5, 5), "Verifying…");
 }
 
 TEST(UpdaterHelperPaths, AreFoundFromTheExecutable) {
