@@ -21,6 +21,10 @@ UpdateFiles UpdateFiles::of(const std::string& prefix) {
   };
 }
 
+std::string UpdateFiles::archive(const std::string& sha256) const {
+  return joinPath(directory, "archive-" + sha256);
+}
+
 std::optional<UpdateNote> readNote(const std::string& path) {
   const auto text = readFile(path);
   if (!text) return std::nullopt;

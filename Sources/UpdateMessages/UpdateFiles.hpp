@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <optional>
 #include <string>
 
@@ -9,6 +10,7 @@
 /// /opt/zephyl all of it is in /opt/.zephyl.updates, a directory of mode 0700:
 ///
 ///     lock           held by a zephyl-tray-updater that changes anything
+///     archive-HASH   what was downloaded and verified and not installed yet; HASH is its SHA-256
 ///     partial/       what is being unpacked
 ///     staged/        the new version, verified, whole and on disk; after the swap, for a moment,
 ///                    the old one
@@ -24,12 +26,14 @@ struct UpdateNote {
   std::string version;         ///< the new version
   std::string displayVersion;  ///< the same, as people read it
   bool told = false;           ///< of a failed one: whether the user has been told
+  std::int64_t starts = 0;     ///< of one on trial: how often it was started
 
   template <typename Self, typename Fields>
   static void describe(Self& self, Fields& fields) {
     fields("version", self.version);
     fields("displayVersion", self.displayVersion);
     fields.orDefault("told", self.told);
+    fields.orDefault("starts", self.starts);
   }
 };
 
@@ -44,6 +48,7 @@ struct UpdateFiles {
   std::string failed;
 
   static UpdateFiles of(const std::string& prefix);
+  [[nodiscard]] std::string archive(const std::string& sha256) const;
 };
 
 /// None when there is no such note, or none that makes sense.

@@ -57,7 +57,8 @@ struct CheckCommand {
   }
 };
 
-/// Downloads what was offered, verifies it and lays it out beside the installation.
+/// Downloads what was offered, unless it was kept by an earlier download, verifies it and lays it
+/// out beside the installation.
 struct DownloadCommand {
   std::string prefix;
   UpdateOffer offer;
@@ -100,12 +101,24 @@ struct WatchCommand {
   }
 };
 
+/// Puts the previous version back in place of one that is on trial. It is not answered: the exit
+/// status tells.
+struct TakeBackCommand {
+  std::string prefix;
+
+  template <typename Self, typename Fields>
+  static void describe(Self& self, Fields& fields) {
+    fields("prefix", self.prefix);
+  }
+};
+
 /// What to do: exactly one of these.
 struct UpdateCommand {
   std::optional<CheckCommand> check;
   std::optional<DownloadCommand> download;
   std::optional<InstallCommand> install;
   std::optional<WatchCommand> watch;
+  std::optional<TakeBackCommand> takeBack;
 
   template <typename Self, typename Fields>
   static void describe(Self& self, Fields& fields) {
@@ -113,6 +126,7 @@ struct UpdateCommand {
     fields("download", self.download);
     fields("install", self.install);
     fields("watch", self.watch);
+    fields("takeBack", self.takeBack);
   }
 };
 

@@ -14,6 +14,7 @@
 #include "Updates/Archive.hpp"
 #include "Updates/Download.hpp"
 #include "Updates/Installation.hpp"
+#include "Updates/KeptArchives.hpp"
 #include "Updates/Selection.hpp"
 #include "Updates/Signature.hpp"
 #include "Updates/Trial.hpp"
@@ -112,7 +113,7 @@ class ArchiveDownload {
 
   Result<void> run(std::chrono::seconds stall) {
     const TransferOwner owner{.take = [this](std::string_view bytes) { return take(bytes); },
-                              .isCancelled = conversation_.isOver};
+                              .isCancelled = [this] { return isCancelled(); }};
     const TransferLimits limits{.bytes = offer_.length, .total = archiveLimit, .stall = stall};
     if (auto fetched = fetch(offer_.url, limits, owner); !fetched) return fetched;
     if (received_ != offer_.length) return Error{"The update is shorter than it should be."};
@@ -129,15 +130,26 @@ class ArchiveDownload {
       if (count < 0) return systemError("The update cannot be stored", errno);
       bytes.remove_prefix(static_cast<std::size_t>(count));
     }
-    const auto now = std::chrono::steady_clock::now();
-    if (now - told_ >= progressInterval) {
-      told_ = now;
-      tell();
-    }
+    tellSometimes();
     return {};
   }
 
+  /// Asked now and then, also when nothing comes: then what came last has perhaps not been told.
+  bool isCancelled() {
+    if (received_ > told_) tellSometimes();
+    return conversation_.isOver();
+  }
+
+  void tellSometimes() {
+    const auto now = std::chrono::steady_clock::now();
+    if (now - toldAt_ >= progressInterval) {
+      toldAt_ = now;
+      tell();
+    }
+  }
+
   void tell() {
+    told_ = received_;
     conversation_.report(
         {.progress = UpdateReport::Progress{.received = received_, .total = offer_.length}});
   }
@@ -146,7 +158,8 @@ class ArchiveDownload {
   FileDescriptor& file_;
   const Conversation& conversation_;
   std::int64_t received_ = 0;
-  std::chrono::steady_clock::time_point told_;
+  std::int64_t told_ = 0;
+  std::chrono::steady_clock::time_point toldAt_;
 };
 
 Result<void> checkBytes(std::string_view archive, const UpdateOffer& offer,
@@ -156,6 +169,27 @@ Result<void> checkBytes(std::string_view archive, const UpdateOffer& offer,
   }
   if (sha256Of(archive) != offer.sha256) return Error{"The update is not what the feed says."};
   return {};
+}
+
+/// The bytes of `file` are checked and laid out, all of it through the one descriptor.
+Result<void> checkAndStage(const FileDescriptor& file, const UpdateOffer& offer,
+                           const TrustedKeys& keys, Installation& installation) {
+  const MappedFile archive(file, static_cast<std::size_t>(offer.length));
+  if (!archive.isValid()) return systemError("The update cannot be read", errno);
+  if (auto good = checkBytes(archive.bytes(), offer, keys); !good) return good;
+  return installation.stage(archive.bytes(), offer.version);
+}
+
+/// Lays out what an earlier download has kept; whether it was there and good.
+bool stageKept(const UpdateOffer& offer, const TrustedKeys& keys, Installation& installation,
+               const Conversation& conversation) {
+  const auto file = installation.makeUnnamedFile();
+  if (!file) return false;
+  const KeptArchives kept(installation.files());
+  if (!kept.copyTo(*file, offer.sha256, offer.length)) return false;
+  conversation.report(
+      {.progress = UpdateReport::Progress{.received = offer.length, .total = offer.length}});
+  return checkAndStage(*file, offer, keys, installation).has_value();
 }
 
 Result<void> downloadAndStage(const DownloadCommand& command, const Conversation& conversation) {
@@ -168,16 +202,18 @@ Result<void> downloadAndStage(const DownloadCommand& command, const Conversation
   if (const auto obstacle = Installation::obstacle(command.prefix)) return Error{*obstacle};
   auto installation = Installation::open(command.prefix);
   if (!installation) return installation.error();
+  if (stageKept(offer, *keys, *installation, conversation)) return {};
+
+  const KeptArchives kept(installation->files());
+  kept.removeAll();
   auto file = installation->makeUnnamedFile();
   if (!file) return file.error();
-
   auto downloaded =
       ArchiveDownload(offer, *file, conversation).run(stallLimit(command.stallSeconds));
   if (!downloaded) return downloaded;
-  const MappedFile archive(*file, static_cast<std::size_t>(offer.length));
-  if (!archive.isValid()) return systemError("The update cannot be read", errno);
-  if (auto good = checkBytes(archive.bytes(), offer, *keys); !good) return good;
-  return installation->stage(archive.bytes(), offer.version);
+  if (auto staged = checkAndStage(*file, offer, *keys, *installation); !staged) return staged;
+  kept.keep(*file, offer.sha256);
+  return {};
 }
 
 /// What the new version has started may still be at it, and ends with it.
@@ -190,6 +226,20 @@ Result<Installation> openWhenFree(const std::string& prefix) {
   return installation;
 }
 
+Result<void> takeBack(const std::string& prefix) {
+  auto installation = openWhenFree(prefix);
+  if (!installation) return installation.error();
+  return installation->returnToPrevious();
+}
+
+/// What was kept and is of no use any more goes.
+void tidy(const std::string& prefix, const std::string& offered) {
+  const KeptArchives kept(UpdateFiles::of(prefix));
+  if (!kept.hasUnwanted(offered)) return;
+  const auto installation = Installation::open(prefix);
+  if (installation && !fileExists(installation->files().trial)) kept.removeUnwanted(offered);
+}
+
 }  // namespace
 
 UpdateReport perform(const CheckCommand& command, const Conversation& conversation) {
@@ -197,6 +247,7 @@ UpdateReport perform(const CheckCommand& command, const Conversation& conversati
   if (!bundle) return failure(bundle.error());
   auto offer = findUpdate(command, *bundle, conversation);
   if (!offer) return failure(offer.error());
+  tidy(command.prefix, *offer ? (*offer)->sha256 : "");
   if (!*offer) return {.upToDate = bundle->displayVersion};
   return {.found = UpdateReport::Found{.offer = std::move(**offer),
                                        .obstacle = Installation::obstacle(command.prefix)}};
@@ -216,6 +267,7 @@ UpdateReport perform(const InstallCommand& command, const Conversation&) {
   if (auto swapped = installation->swap(command.version); !swapped) {
     return failure(swapped.error());
   }
+  KeptArchives(installation->files()).removeAll();
   return {.installed = command.version};
 }
 
@@ -224,13 +276,13 @@ UpdateReport perform(const WatchCommand& command, const Conversation&) {
   if (comesUp(command.prefix, process, std::chrono::seconds(command.limitSeconds))) return {};
   log("the new version did not come up; returning to the previous one");
   process.end();
-  {
-    auto installation = openWhenFree(command.prefix);
-    const auto returned =
-        installation ? installation->returnToPrevious() : Result<void>(installation.error());
-    if (!returned) return failure(returned.error());
-  }
+  if (const auto returned = takeBack(command.prefix); !returned) return failure(returned.error());
   return failure(becomeProgram(joinPath(command.prefix, "bin/zephyl-tray"), command.arguments));
+}
+
+UpdateReport perform(const TakeBackCommand& command, const Conversation&) {
+  if (const auto returned = takeBack(command.prefix); !returned) return failure(returned.error());
+  return {};
 }
 
 }  // namespace zephyl

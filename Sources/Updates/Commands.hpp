@@ -19,5 +19,6 @@ UpdateReport perform(const InstallCommand& command, const Conversation& conversa
 /// Returns when the new version has come up, or nothing can be done; otherwise this process
 /// becomes the previous version.
 UpdateReport perform(const WatchCommand& command, const Conversation& conversation);
+UpdateReport perform(const TakeBackCommand& command, const Conversation& conversation);
 
 }  // namespace zephyl

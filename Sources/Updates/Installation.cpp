@@ -140,9 +140,16 @@ void Installation::recover() {
   if (!installed || installed->version != trial->version) {
     // Before the exchange, or behind the return.
     static_cast<void>(removePath(files_.trial));
-  } else if (fileExists(files_.staged) && !fileExists(files_.previous)) {
+  } else if (fileExists(files_.staged) && !fileExists(files_.previous) &&
+             stagedIsOlder(*installed)) {
     static_cast<void>(renameTo(files_.staged, files_.previous));
   }
+}
+
+/// Whether what is laid out is the version before, which an exchange has left there.
+bool Installation::stagedIsOlder(const InstalledBundle& installed) const {
+  const auto staged = InstalledBundle::read(files_.staged);
+  return staged && std::is_lt(compareVersions(staged->version, installed.version));
 }
 
 Result<FileDescriptor> Installation::makeUnnamedFile() const {
@@ -221,6 +228,9 @@ Result<void> Installation::swap(const std::string& version) {
 Result<void> Installation::returnToPrevious() {
   auto note = readNote(files_.trial);
   if (!note) return Error{"No version is on trial."};
+  if (!isExecutableFile(joinPath(files_.previous, executableInPrefix))) {
+    return Error{"There is no previous version to return to."};
+  }
   if (auto written = writeNote(files_.failed, *note); !written) return written;
   if (auto swapped = exchangeDirectories(files_.previous, files_.prefix); !swapped) return swapped;
   if (auto flushed = flushBoth(files_); !flushed) return flushed;

@@ -55,6 +55,7 @@ class Installation {
       : files_(std::move(files)), lock_(std::move(lock)) {}
 
   void recover();
+  [[nodiscard]] bool stagedIsOlder(const InstalledBundle& installed) const;
   [[nodiscard]] Result<void> checkStaged(const std::string& at, const std::string& version) const;
 
   UpdateFiles files_;

@@ -67,6 +67,7 @@ UpdateReport perform(const UpdateCommand& command) {
   giveUpRights();
   if (command.check) return perform(*command.check, conversation);
   if (command.download) return perform(*command.download, conversation);
+  if (command.takeBack) return perform(*command.takeBack, conversation);
   return perform(*command.install, conversation);
 }
 
@@ -76,16 +77,18 @@ int run() {
   const int named = !command
                         ? 0
                         : int{command->check.has_value()} + int{command->download.has_value()} +
-                              int{command->install.has_value()} + int{command->watch.has_value()};
+                              int{command->install.has_value()} + int{command->watch.has_value()} +
+                              int{command->takeBack.has_value()};
   if (named != 1) {
     std::cerr << "zephyl-tray-updater: no command on standard input\n";
     return 2;
   }
   curl_global_init(CURL_GLOBAL_DEFAULT);
   const UpdateReport report = perform(*command);
-  // What watches has the tray's own output, where reports would be noise.
-  if (!command->watch) print(report);
-  if (command->watch && report.failed) log("{}", *report.failed);
+  // What watches or takes back has the tray's own output, where reports would be noise.
+  const bool isAnswered = !command->watch && !command->takeBack;
+  if (isAnswered) print(report);
+  if (!isAnswered && report.failed) log("{}", *report.failed);
   curl_global_cleanup();
   return report.failed ? EXIT_FAILURE : EXIT_SUCCESS;
 }

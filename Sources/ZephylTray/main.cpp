@@ -24,6 +24,7 @@
 #include "ZephylTray/DesktopChoice.hpp"
 #include "ZephylTray/Servers.hpp"
 #include "ZephylTray/SingleOwnerLock.hpp"
+#include "ZephylTray/TrialStart.hpp"
 #include "ZephylTray/UpdaterHelper.hpp"
 
 namespace zephyl {
@@ -107,6 +108,7 @@ Ending start(const CommandLine& commandLine, const std::string& activationToken,
     log("could not start: {}", error->message);
     return {EXIT_FAILURE};
   }
+  if (returnsToPreviousVersion(Bundle::main())) return {.relaunch = true};
   auto guardian = Guardian::start();
   if (!guardian) {
     log("could not start: {}", guardian.error().message);

@@ -153,6 +153,22 @@ TEST_F(InstallationTest, SwapsOnlyForANewerVersionThatStarts) {
   EXPECT_EQ(version(), "2.5");
 }
 
+TEST_F(InstallationTest, TakesWhatIsLaidOutForThePreviousVersionOnlyWhenItIsOlder) {
+  ASSERT_TRUE(stage(archiveOf("2.0"), "2.0"));
+  ASSERT_TRUE(swap("2.0"));
+  ASSERT_TRUE(removePath(files_.previous));
+  ASSERT_TRUE(stage(archiveOf("3.0"), "3.0"));
+  EXPECT_EQ(goBack().error().message, "There is no previous version to return to.");
+  EXPECT_EQ(version(), "2.0");
+  EXPECT_FALSE(fileExists(files_.failed)) << "nothing was taken back";
+  // As an exchange leaves it that was cut off behind the exchange itself.
+  ASSERT_TRUE(removePath(files_.staged));
+  directory_.write("opt/.zephyl.updates/staged/bin/zephyl-tray", programOf("1.0"), true);
+  directory_.write("opt/.zephyl.updates/staged/share/zephyl-tray/Info.json", information("1.0"));
+  ASSERT_TRUE(goBack());
+  EXPECT_EQ(version(), "1.0");
+}
+
 TEST_F(InstallationTest, UsesNoDirectoryThatAnotherHasPutThere) {
   ASSERT_TRUE(createDirectories(directory_ / "elsewhere"));
   ASSERT_EQ(::symlink((directory_ / "elsewhere").c_str(), files_.directory.c_str()), 0);
