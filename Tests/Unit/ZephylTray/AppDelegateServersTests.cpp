@@ -11,6 +11,7 @@
 #include "System/UserDefaults.hpp"
 #include "ZephylTray/AppDelegate.hpp"
 #include "ZephylTray/Config.hpp"
+#include "ZephylTray/MenuActions.hpp"
 
 namespace zephyl {
 namespace {
@@ -132,6 +133,18 @@ TEST_F(RedeemTest, DisablingAServerEndsItsTailnetAndRestartsTheAgent) {
   EXPECT_EQ(delegate_->setServerEnabled(id, true), std::nullopt);
   runtime_.advance(2s);
   EXPECT_EQ(running("zephyl-tailnet"), 1U);
+}
+
+TEST_F(RedeemTest, RestartingATailnetRestartsThatOfEveryServer) {
+  delegate_->redeem("inv_v2_" + fingerprint_ + "_one");
+  delegate_->redeem("inv_v2_" + std::string(32, 'b') + "_two");
+  runtime_.advance(2s);
+  ASSERT_EQ(running("tailscaled"), 2U);
+  const auto before = launched("tailscaled");
+  desktop_.item.events.chosen({std::string(menuActions::restartTailnet), ""});
+  runtime_.advance(10s);
+  EXPECT_EQ(launched("tailscaled"), before + 2);
+  EXPECT_EQ(running("tailscaled"), 2U);
 }
 
 TEST_F(RedeemTest, RemovingTheLastJoinedServerForgetsTheEnrolment) {

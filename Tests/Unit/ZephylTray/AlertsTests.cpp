@@ -1,0 +1,77 @@
+#include "ZephylTray/Alerts.hpp"
+
+#include <gtest/gtest.h>
+
+namespace zephyl {
+namespace {
+
+using Buttons = std::vector<std::string>;
+
+PendingApproval request() {
+  return {.id = "a",
+          .kind = "path",
+          .tool = "read_file",
+          .target = "/etc/passwd",
+          .root = "/home/ana/project",
+          .reasons = {{.code = "outside", .detail = "It is outside the folder"}},
+          .userName = "Ana",
+          .createdAt = 1};
+}
+
+TEST(Alerts, AnApprovalIsDeniedUnlessTheUserSaysOtherwise) {
+  EXPECT_EQ(alerts::approval(request()),
+            (Alert{.style = Alert::Style::critical,
+                   .messageText = "Allow access outside the shared folder?",
+                   .informativeText = "Ana\nasked the agent to run: read_file"
+                                      "\n\nPath:\n/etc/passwd"
+                                      "\n\nWhy this is being flagged:\n  • It is outside the folder"
+                                      "\n\nShared folder: /home/ana/project",
+                   .buttons = {"Deny", "Allow once", "Always allow…"},
+                   .safeButton = 0}));
+}
+
+TEST(Alerts, APermanentExceptionAsksForThePhrase) {
+  const auto alert = alerts::alwaysAllowConfirmation(request());
+  EXPECT_EQ(alert.style, Alert::Style::critical);
+  EXPECT_EQ(alert.messageText, "⚠️ Create a permanent exception?");
+  EXPECT_EQ(alert.buttons, (Buttons{"Cancel", "Create permanent exception"}));
+  EXPECT_EQ(alert.safeButton, 0U);
+  EXPECT_EQ(alert.textField, (Alert::TextField{.placeholder = "ALWAYS ALLOW", .width = 300}));
+}
+
+TEST(Alerts, AnotherPhraseIsAWarning) {
+  EXPECT_EQ(alerts::phraseDidNotMatch(),
+            (Alert{.style = Alert::Style::warning,
+                   .messageText = "Confirmation phrase didn't match",
+                   .informativeText = "No permanent exception was created; the request was denied.",
+                   .buttons = {"OK"}}));
+}
+
+TEST(Alerts, AnErrorSaysWhatItIs) {
+  EXPECT_EQ(alerts::error("too late"), (Alert{.style = Alert::Style::warning,
+                                              .messageText = "Couldn't update shared folders",
+                                              .informativeText = "too late",
+                                              .buttons = {"OK"}}));
+}
+
+TEST(Alerts, AnInviteKeyIsJoinedByDefaultAndLeftByEscape) {
+  const auto alert = alerts::inviteKey();
+  EXPECT_EQ(alert.messageText, "Join the Zephyl Tailnet");
+  EXPECT_EQ(alert.informativeText,
+            "Paste the invite key you were sent. It looks like:\n\n  inv_v2_<fingerprint>_<key>\n\n"
+            "The key can only be used once and expires after 24 hours.");
+  EXPECT_EQ(alert.buttons, (Buttons{"Join", "Cancel"}));
+  EXPECT_EQ(alert.safeButton, 1U);
+  EXPECT_EQ(alert.textField, (Alert::TextField{.placeholder = "inv_v2_…", .width = 380}));
+}
+
+TEST(Alerts, AnInviteKeyThatFailsSaysWhy) {
+  EXPECT_EQ(alerts::inviteKeyFailed("It has expired."),
+            (Alert{.style = Alert::Style::warning,
+                   .messageText = "That invite key didn't work",
+                   .informativeText = "It has expired.",
+                   .buttons = {"OK"}}));
+}
+
+}  // namespace
+}  // namespace zephyl
