@@ -20,7 +20,7 @@ inline int freePort() {
   address.sin_family = AF_INET;
   address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
   socklen_t size = sizeof address;
-  ::bind(probe.get(), reinterpret_cast<const sockaddr*>(&address), size);
+  static_cast<void>(::bind(probe.get(), reinterpret_cast<const sockaddr*>(&address), size));
   ::getsockname(probe.get(), reinterpret_cast<sockaddr*>(&address), &size);
   return ntohs(address.sin_port);
 }

@@ -45,7 +45,7 @@ void breakListeningSocket(int port) {
 /// A listener whose messages hold a "."; what it does with one is the test's.
 class MessageListenerTest : public ::testing::Test {
  protected:
-  void open(std::function<void(const Peer&, std::string_view)> onMessage) {
+  void open(const std::function<void(const Peer&, std::string_view)>& onMessage) {
     auto listener =
         MessageListener::open({.label = "com.example.listener",
                                .maxConnections = fewConnections,
@@ -219,8 +219,10 @@ TEST_F(MessageListenerTest, IsNotDelayedByASilentPeer) {
 
 TEST_F(MessageListenerTest, NewPeersDoNotKeepWaitingThoseWhoAreThere) {
   openEcho();
+  constexpr std::size_t crowdSize = 2;
   std::vector<std::jthread> crowd;
-  for (int i = 0; i < 2; ++i) {
+  crowd.reserve(crowdSize);
+  for (std::size_t i = 0; i < crowdSize; ++i) {
     crowd.emplace_back([this](const std::stop_token& stop) {
       while (!stop.stop_requested()) {
         const auto peer = client();
