@@ -49,7 +49,7 @@ LogViewer::LogViewer(Conversation& conversation, const LogWindowRequest& request
   layout_.setContentsMargins(inset, inset, inset, inset);
   layout_.setSpacing(partSpacing);
   if (!request.message.empty()) addMessage(request.message);
-  addLog(request.shownText);
+  makeLogScrollView(request.shownText);
   addButtons();
   const int missing = logHeight - log_.sizeHint().height();
   resize(logWindowSize.expandedTo(sizeHint() + QSize(0, missing)));
@@ -69,7 +69,7 @@ void LogViewer::addMessage(const std::string& text) {
   QApplication::beep();
 }
 
-void LogViewer::addLog(const std::string& text) {
+void LogViewer::makeLogScrollView(const std::string& text) {
   label_.setFont(bold(font(), smallFont));
   QPalette secondary = label_.palette();
   secondary.setColor(QPalette::WindowText, secondaryColor(secondary));
@@ -92,8 +92,7 @@ void LogViewer::addLog(const std::string& text) {
 }
 
 void LogViewer::addButtons() {
-  connect(&copy_, &QPushButton::clicked, this,
-          [this] { QGuiApplication::clipboard()->setText(fullText_); });
+  connect(&copy_, &QPushButton::clicked, this, &LogViewer::copyLogToClipboard);
   addEditor(QStringLiteral("Open in Cursor"), Event::openInCursor);
   addEditor(QStringLiteral("Open in VS Code"), Event::openInVSCode);
   addEditor(QStringLiteral("Open in TextEdit (Notepad)"), Event::openInTextEdit);
@@ -108,6 +107,10 @@ void LogViewer::addButtons() {
   layout_.addLayout(&buttonRow_);
   close_.setDefault(true);
   close_.setFocus();
+}
+
+void LogViewer::copyLogToClipboard() {
+  QGuiApplication::clipboard()->setText(fullText_);
 }
 
 void LogViewer::addEditor(const QString& title, Event event) {

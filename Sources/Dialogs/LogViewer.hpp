@@ -21,8 +21,9 @@ class LogViewer final : public DialogWindow {
   [[nodiscard]] DialogReport safeAnswer() const override;
 
   void addMessage(const std::string& text);
-  void addLog(const std::string& text);
+  void makeLogScrollView(const std::string& text);
   void addButtons();
+  void copyLogToClipboard();
   void addEditor(const QString& title, DialogReport::LogEvent event);
 
   const QString fullText_;
