@@ -54,7 +54,7 @@ Menu readMenu(const json::value& rows) {
 
 class Demo {
  public:
-  Demo(MainLoop& mainLoop, FreedesktopDesktop& desktop) : mainLoop_(mainLoop), desktop_(desktop) {
+  explicit Demo(FreedesktopDesktop& desktop) : desktop_(desktop) {
     desktop_.setEvents({.reopened =
                             [] {
                               say({{"event", "reopened"}});
@@ -143,7 +143,6 @@ class Demo {
     if (what == "terminate" && !running.empty()) desktop_.terminate(running.front());
   }
 
-  MainLoop& mainLoop_;
   FreedesktopDesktop& desktop_;
   std::optional<Menu> onUpdate_;
 };
@@ -154,7 +153,7 @@ int run(Guardian& guardian) {
   SystemClock clock(reactor);
   SystemProcessLauncher launcher(reactor, guardian);
   FreedesktopDesktop desktop({mainLoop, clock, launcher});
-  Demo demo(mainLoop, desktop);
+  Demo demo(desktop);
   std::thread input([&] {
     std::string line;
     while (std::getline(std::cin, line)) {

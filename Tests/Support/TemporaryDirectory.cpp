@@ -26,7 +26,7 @@ std::string TemporaryDirectory::operator/(std::string_view name) const {
 
 std::string TemporaryDirectory::write(std::string_view name, std::string_view contents,
                                       bool executable) const {
-  const std::string path = *this / name;
+  std::string path = *this / name;
   fs::create_directories(fs::path(path).parent_path());
   std::ofstream(path, std::ios::binary) << contents;
   if (executable) fs::permissions(path, fs::perms::owner_exec, fs::perm_options::add);

@@ -38,7 +38,8 @@ constexpr auto closed = R"({"logEvent":"closed"})";
 class DialogHelperTest : public ::testing::Test {
  protected:
   Dialogs::Handle presentAlert(const Alert& which = alert) {
-    return dialogs_.presentAlert(which, [this](Answer answer) { answers_.push_back(answer); });
+    return dialogs_.presentAlert(which,
+                                 [this](const Answer& answer) { answers_.push_back(answer); });
   }
   Dialogs::Handle chooseFolder() {
     return dialogs_.chooseFolder({"Share", "Choose a folder"},

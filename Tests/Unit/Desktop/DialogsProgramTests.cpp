@@ -70,7 +70,8 @@ class DialogsProgramTest : public ::testing::Test {
 
   void presentAlert() {
     const Alert alert{.messageText = "Allow?", .buttons = {"Deny", "Allow"}, .safeButton = 0};
-    handle_ = dialogs_.presentAlert(alert, [this](Answer answer) { answers_.push_back(answer); });
+    handle_ =
+        dialogs_.presentAlert(alert, [this](const Answer& answer) { answers_.push_back(answer); });
   }
   bool runUntil(const std::function<bool()>& condition) {
     return eventually([&] {

@@ -89,6 +89,7 @@ TEST(MainLoop, NobodyHangsWhenItClosesUnderManyCallers) {
     MainLoop loop;
     std::atomic<int> answered = 0;
     std::vector<std::thread> callers;
+    callers.reserve(4);
     for (int i = 0; i < 4; ++i) {
       callers.emplace_back([&] {
         (void)loop.sync([] { return 1; });

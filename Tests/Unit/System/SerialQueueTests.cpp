@@ -59,6 +59,7 @@ TEST_F(SerialQueueTest, SyncReturnsMoveOnlyValues) {
 TEST_F(SerialQueueTest, RunsOneTaskAtATimeWhoeverCalls) {
   int unguarded = 0;
   std::vector<std::thread> callers;
+  callers.reserve(8);
   for (int caller = 0; caller < 8; ++caller) {
     callers.emplace_back([&] {
       for (int i = 0; i < 500; ++i) {

@@ -47,7 +47,7 @@ class RedeemTest : public ::testing::Test {
   }
 
   const ProcessOptions& newestClient() {
-    for (auto child : runtime_.launcher.children() | std::views::reverse) {
+    for (const auto& child : runtime_.launcher.children() | std::views::reverse) {
       if (child->options().executable.ends_with("zephyl-tailnet")) return child->options();
     }
     throw std::logic_error("no client was launched");

@@ -105,6 +105,7 @@ TEST(ServerMigration, EmptiesLabelsThatWereOnlyGenerated) {
   };
   EXPECT_TRUE(reclaimNaming(entries));
   std::vector<std::string> labels;
+  labels.reserve(entries.size());
   for (const auto& entry : entries) labels.push_back(entry.label);
   EXPECT_EQ(labels, (std::vector<std::string>{"", "", "", "srv", "", "zephyl", "srv"}));
 }
