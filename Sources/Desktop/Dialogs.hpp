@@ -73,10 +73,8 @@ class Dialog {
 
   /// Moves the bar of an alert that has one; nothing for any other dialog, and for one that is not
   /// on screen any more. Each call is drawn, so there should be few in a second.
-  virtual void showProgress(const Progress& progress);
+  virtual void showProgress(const Progress& /*progress*/) {}
 };
-
-inline void Dialog::showProgress(const Progress&) {}
 
 /// Windows that ask the user or show something. Presenting returns at once; answers come later, on
 /// the main thread, on which everything is called, too. Several dialogs may be open side by side.

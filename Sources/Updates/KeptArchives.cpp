@@ -27,9 +27,9 @@ std::vector<fs::path> archivesIn(const std::string& directory) {
   return found;
 }
 
-bool isOld(const fs::path& archive) {
+bool isOld(const fs::path& path) {
   struct stat status {};
-  if (::lstat(archive.c_str(), &status) != 0) return true;
+  if (::lstat(path.c_str(), &status) != 0) return true;
   const auto written = std::chrono::system_clock::from_time_t(status.st_mtime);
   return std::chrono::system_clock::now() - written > KeptArchives::keptFor;
 }
@@ -39,6 +39,7 @@ std::vector<fs::path> unwantedIn(const UpdateFiles& files, const std::string& of
   std::erase_if(found, [&](const fs::path& archive) {
     return !isOld(archive) && (offered.empty() || archive == files.archive(offered));
   });
+  if (isDirectory(files.staged) && isOld(files.staged)) found.emplace_back(files.staged);
   return found;
 }
 

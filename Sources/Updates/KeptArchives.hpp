@@ -29,7 +29,7 @@ class KeptArchives {
   void removeAll() const;
 
   /// Whether there are some that are older than `keptFor`, or not what is offered now, the one of
-  /// the hash `offered`; an empty one tells nothing about what is.
+  /// the hash `offered`; an empty one tells nothing about what is. What is laid out gets no older.
   [[nodiscard]] bool hasUnwanted(const std::string& offered) const;
   /// Removes those, and with the last one what was laid out of it.
   void removeUnwanted(const std::string& offered) const;

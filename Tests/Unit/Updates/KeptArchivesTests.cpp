@@ -34,11 +34,11 @@ class KeptArchivesTest : public ::testing::Test {
     bytes.resize(static_cast<std::size_t>(::pread(file.get(), bytes.data(), bytes.size(), 0)));
     return bytes;
   }
-  void age(const std::string& hash, std::chrono::hours by) const {
+  static void age(const std::string& path, std::chrono::hours by) {
     const auto then = std::chrono::system_clock::now() - by;
     timespec times[2] = {};
     times[0].tv_sec = times[1].tv_sec = std::chrono::system_clock::to_time_t(then);
-    ASSERT_EQ(::utimensat(AT_FDCWD, files_.archive(hash).c_str(), times, 0), 0);
+    ASSERT_EQ(::utimensat(AT_FDCWD, path.c_str(), times, 0), 0);
   }
 
   const test::TemporaryDirectory directory_;
@@ -86,13 +86,23 @@ TEST_F(KeptArchivesTest, GoWhenAnotherIsOfferedAndWithThemWhatWasLaidOut) {
 TEST_F(KeptArchivesTest, GoAfterFourWeeks) {
   using namespace std::chrono_literals;
   keep("bytes", "aa");
-  age("aa", 27 * 24h);
+  age(files_.archive("aa"), 27 * 24h);
   EXPECT_FALSE(kept_.hasUnwanted("aa"));
-  age("aa", 28 * 24h + 1h);
+  age(files_.archive("aa"), 28 * 24h + 1h);
   EXPECT_TRUE(kept_.hasUnwanted("aa"));
   EXPECT_TRUE(kept_.hasUnwanted(""));
   kept_.removeUnwanted("aa");
   EXPECT_EQ(copyOf("aa", 5), "none");
+}
+
+TEST_F(KeptArchivesTest, LeaveWhatWasLaidOutNoLongerThanThat) {
+  using namespace std::chrono_literals;
+  ASSERT_TRUE(createDirectories(files_.staged));
+  EXPECT_FALSE(kept_.hasUnwanted(""));
+  age(files_.staged, 28 * 24h + 1h);
+  EXPECT_TRUE(kept_.hasUnwanted(""));
+  kept_.removeUnwanted("");
+  EXPECT_FALSE(fileExists(files_.staged));
 }
 
 }  // namespace
