@@ -16,13 +16,13 @@ using test::script;
 TEST_F(ChildProcessTest, DeliversAFloodWhole) {
   std::atomic<std::size_t> lines = 0;
   std::atomic<bool> ended = false;
-  ProcessOptions options = script("head -c 20000000 /dev/zero | tr '\\0' x | fold -w 100");
+  ProcessOptions options = script("head -c 5000000 /dev/zero | tr '\\0' x | fold -w 100");
   options.onOutput = [&](const OutputLines& batch) { lines += batch.lines().size(); };
   options.onExit = [&](ExitStatus) { ended = true; };
   const Child child = launch(std::move(options));
   EXPECT_TRUE(child->waitForExit(deadline));
   EXPECT_TRUE(eventually([&] { return ended.load(); }));
-  EXPECT_EQ(lines, 200000U);
+  EXPECT_EQ(lines, 50000U);
 }
 
 /// The bytes of output that may be held before a child is not read from.
