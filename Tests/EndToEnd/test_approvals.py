@@ -227,7 +227,7 @@ def test_a_notification_leads_to_its_request_and_goes_with_it(screen, world, sta
     identifier = agent.raise_request("cat /etc/passwd")
     tray.log_line("cannot be shown; it waits in the menu", 15)
     whole.rename(world.dialogs)
-    posted, = server.posted
+    posted, = eventually(lambda: server.posted)
     assert posted["title"] == "Zephyl: approval needed"
     assert posted["body"].endswith(" wants run_command to reach outside the shared folder.")
     assert posted["actions"] == ["default", "Show", "show", "Review…"]
