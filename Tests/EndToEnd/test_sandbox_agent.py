@@ -205,7 +205,7 @@ def test_a_folder_that_goes_away_is_found_again(start, folder):
 
 def test_it_answers_at_once_while_it_indexes_a_large_folder(start, tmp_path):
     root = tmp_path / "large"
-    content = " ".join(f"word{number}" for number in range(400))
+    content = " ".join(f"word{number}" for number in range(2000))
     for directory in range(40):
         (root / str(directory)).mkdir(parents=True)
         for number in range(100):
