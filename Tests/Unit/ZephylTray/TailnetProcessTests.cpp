@@ -1,87 +1,22 @@
-#include "ZephylTray/TailnetProcess.hpp"
-
 #include <algorithm>
 #include <filesystem>
 
-#include <gtest/gtest.h>
-
 #include "Support/LogCapture.hpp"
-#include "Support/TestRuntime.hpp"
-#include "Support/TrayWorld.hpp"
 #include "System/Environment.hpp"
 #include "System/Files.hpp"
+#include "TailnetProcessTest.hpp"
 
 namespace zephyl {
 namespace {
 
 using namespace std::chrono_literals;
 
-constexpr auto serverId = "0123456789ab-4000-8000-000000000000";
-
-ServerEntry joinedServer() {
-  return {
-      .id = serverId,
-      .label = "Lab",
-      .tailnetFingerprint = std::string(32, 'a'),
-      .agentId = "agent",
-      .ports = {.socks = 1055, .shim = 8800, .tunnelHost = "127.100.0.3", .tunnelFallback = 8085},
-      .enabled = true};
-}
-
-class TailnetProcessTest : public ::testing::Test {
- protected:
-  TailnetProcessTest() {
-    daemon_ = world_.addProgram("packages/tailnet-client/tailscaled");
-    client_ = world_.addProgram("packages/tailnet-client/zephyl-tailnet");
-    use(joinedServer());
-  }
-
-  void use(const ServerEntry& server) {
-    Servers::replaceAll({server});
-    tailnet_ = std::make_shared<TailnetProcess>(runtime_.runtime(), server);
-    tailnet_->onStateChange = [this] { ++stateChanges_; };
-    tailnet_->onAddressLearned = [this] { ++addressesLearned_; };
-    tailnet_->onTargetUnresolved = [this](std::string target) {
-      targets_.push_back(std::move(target));
-    };
-  }
-
-  void settle() { runtime_.settle(); }
-
-  void advance(Duration step) { runtime_.advance(step); }
-
-  void startBoth() {
-    tailnet_->start();
-    advance(TailnetProcess::clientDelay);
-    ASSERT_TRUE(tailnet_->isRunning());
-  }
-
-  void print(const std::string& line) {
-    client().print({line});
-    settle();
-  }
-
-  test::FakeChild& child(std::size_t index) { return *runtime_.launcher.children().at(index); }
-  test::FakeChild& client() { return *runtime_.launcher.newest(); }
-  std::size_t launches() { return runtime_.launcher.children().size(); }
-  std::string lastLine() { return tailnet_->recentLog().back(); }
-
-  test::TrayWorld world_;
-  test::TestRuntime runtime_;
-  std::string daemon_;
-  std::string client_;
-  std::shared_ptr<TailnetProcess> tailnet_;
-  int stateChanges_ = 0;
-  int addressesLearned_ = 0;
-  std::vector<std::string> targets_;
-};
-
 // Starting
 
 TEST_F(TailnetProcessTest, LaunchesTheDaemonAndASecondLaterTheClient) {
   tailnet_->start();
   ASSERT_EQ(launches(), 1U);
-  const auto state = world_.baseDirectory() + "/servers/" + serverId + "/tailnet";
+  const auto state = world_.baseDirectory() + "/servers/" + joinedServerId + "/tailnet";
   const auto socket = world_.directory() / "home/.zephyl/run/01234567.sock";
   EXPECT_EQ(child(0).options().executable, daemon_);
   EXPECT_EQ(child(0).options().arguments,
@@ -136,7 +71,7 @@ TEST_F(TailnetProcessTest, MakesItsDirectoriesForItselfAlone) {
   const auto socket = world_.directory().write("home/.zephyl/run/01234567.sock", "stale");
   tailnet_->start();
   EXPECT_FALSE(fileExists(socket));
-  EXPECT_EQ(std::filesystem::status(Servers::tailnetStateDir(serverId)).permissions(),
+  EXPECT_EQ(std::filesystem::status(Servers::tailnetStateDir(joinedServerId)).permissions(),
             std::filesystem::perms::owner_all);
 }
 
@@ -156,7 +91,7 @@ TEST_F(TailnetProcessTest, TheDaemonGetsTheTraysOwnEnvironmentAndTheClientTheSoc
   startBoth();
   EXPECT_EQ(child(0).options().environment, currentEnvironment());
   auto more = currentEnvironment();
-  more["ZEPHYL_TAILSCALED_SOCKET"] = Servers::controlSocketPath(serverId);
+  more["ZEPHYL_TAILSCALED_SOCKET"] = Servers::controlSocketPath(joinedServerId);
   EXPECT_EQ(client().options().environment, more);
 }
 
@@ -191,7 +126,7 @@ TEST_F(TailnetProcessTest, WarnsOfASocketPathThatIsTooLongAndGoesOn) {
   EXPECT_EQ(
       lastLine(),
       "[tray] socket path is 104 bytes; macOS caps it at 104. tailscaled will fail to bind: " +
-          Servers::controlSocketPath(serverId));
+          Servers::controlSocketPath(joinedServerId));
 }
 
 TEST_F(TailnetProcessTest, StartingAPairThatRunsLeavesItAlone) {
@@ -379,141 +314,6 @@ TEST_F(TailnetProcessTest, DelayedWorkAndChildrenOutliveItHarmlessly) {
   runtime_.clock.advance(600s);
   runtime_.mainLoop.runPending();
   EXPECT_EQ(launches(), 2U);
-}
-
-// Enrolling
-
-TEST_F(TailnetProcessTest, TheKeyIsHandedOverUntilTheJoinSucceeds) {
-  tailnet_->startRedeeming("hskey-auth-abc");
-  advance(800ms + 1s);
-  EXPECT_EQ(client().options().environment.at("ZEPHYL_PREAUTH_KEY"), "hskey-auth-abc");
-  tailnet_->restart();
-  advance(800ms + 1s);
-  EXPECT_EQ(client().options().environment.at("ZEPHYL_PREAUTH_KEY"), "hskey-auth-abc");
-  print("joined the tailnet");
-  tailnet_->restart();
-  advance(800ms + 1s);
-  EXPECT_FALSE(client().options().environment.contains("ZEPHYL_PREAUTH_KEY"));
-}
-
-TEST_F(TailnetProcessTest, AFailedEnrolmentStopsBothForGood) {
-  tailnet_->startRedeeming("hskey-auth-expired");
-  advance(2s);
-  print("ENROLMENT FAILED: key expired");
-  EXPECT_FALSE(tailnet_->isRunning());
-  EXPECT_EQ(tailnet_->state().lastEnrolError, "key expired");
-  advance(600s);
-  EXPECT_EQ(launches(), 2U);
-  EXPECT_EQ(tailnet_->state().failureCount, 0);
-  tailnet_->startRedeeming("hskey-auth-good");
-  advance(2s);
-  print("joined the tailnet");
-  EXPECT_EQ(tailnet_->state().lastEnrolError, std::nullopt);
-}
-
-TEST_F(TailnetProcessTest, AKeyThatTheChildrenPrintComesNowhere) {
-  const std::string secret = "kq7v-good-and-secret";
-  tailnet_->startRedeeming("hskey-auth-" + secret);
-  const std::string log = test::logOf([&] {
-    advance(2s);
-    child(0).print({"given hskey-auth-" + secret + "; twice " + secret});
-    print("server name: hskey-auth-" + secret);
-    print("verified control plane via " + secret);
-    print("TARGET UNRESOLVED: http://" + secret);
-    print("ENROLMENT FAILED: " + secret + " expired");
-  });
-  EXPECT_EQ(tailnet_->recentLog().front(), "[tailscaled] given [redacted]; twice [redacted]");
-  EXPECT_EQ(tailnet_->state().lastEnrolError, "[redacted] expired");
-  EXPECT_EQ(Servers::all()[0].serverName, "[redacted]");
-  EXPECT_EQ(targets_, std::vector<std::string>{"http://[redacted]"});
-  auto everything = tailnet_->recentLog();
-  everything.push_back(log);
-  everything.push_back(readFile(Servers::baseDir() + "/servers.json").value());
-  for (const auto& text : everything) EXPECT_EQ(text.find(secret), std::string::npos) << text;
-}
-
-TEST_F(TailnetProcessTest, AKeyOfAFewLettersIsNotStruckOutOfOrdinaryWords) {
-  tailnet_->startRedeeming("tail");
-  advance(2s);
-  print("joined the tailnet");
-  EXPECT_EQ(lastLine(), "[tailnet] joined the tailnet");
-}
-
-TEST_F(TailnetProcessTest, WhatAStoppedPairStillPrintsIsLoggedAndChangesNothing) {
-  startBoth();
-  const auto old = runtime_.launcher.newest();
-  tailnet_->startRedeeming("hskey-auth-abc");
-  old->print(
-      {"data tunnel on http://127.100.0.3:80", "joined the tailnet", "ENROLMENT FAILED: no"});
-  advance(2s);
-  EXPECT_EQ(tailnet_->recentLog().back(), "[tailnet] ENROLMENT FAILED: no");
-  EXPECT_EQ(tailnet_->state(), TailnetState{});
-  EXPECT_TRUE(tailnet_->isRunning());
-  EXPECT_EQ(client().options().environment.at("ZEPHYL_PREAUTH_KEY"), "hskey-auth-abc");
-}
-
-// Reading the output
-
-TEST_F(TailnetProcessTest, KeepsTheNewest200LinesUnderTheirTags) {
-  startBoth();
-  for (int i = 1; i <= 250; ++i) client().print({std::to_string(i)});
-  settle();
-  const auto log = tailnet_->recentLog();
-  ASSERT_EQ(log.size(), TailnetProcess::maxLogLines);
-  EXPECT_EQ(log.front(), "[tailnet] 51");
-  child(0).print({"up"});
-  settle();
-  EXPECT_EQ(lastLine(), "[tailscaled] up");
-}
-
-TEST_F(TailnetProcessTest, LearnsWhatTheServerTellsAboutItself) {
-  startBoth();
-  print("target resolved to http://lab:5173");
-  print("server name: The Lab");
-  print("server accent: #00ff00");
-  const auto server = Servers::all()[0];
-  EXPECT_EQ(server.address, "http://lab:5173");
-  EXPECT_EQ(server.serverName, "The Lab");
-  EXPECT_EQ(server.serverAccent, "#00ff00");
-  EXPECT_EQ(addressesLearned_, 1);
-  print("target resolved to http://lab:5173");
-  EXPECT_EQ(addressesLearned_, 1);
-}
-
-TEST_F(TailnetProcessTest, OneLineWithTwoMarkersHasBothEffects) {
-  startBoth();
-  print("verified control plane via relay-1, server name: Lab");
-  EXPECT_EQ(tailnet_->state().activeRelay, "relay-1, server name: Lab");
-  EXPECT_EQ(Servers::all()[0].serverName, "Lab");
-}
-
-TEST_F(TailnetProcessTest, ALineIsReadBeyondWhereTheLogCutsIt) {
-  startBoth();
-  print("found Zephyl at relay-1, server name: Lab");
-  EXPECT_EQ(lastLine(), "[tailnet] found Zephyl");
-  EXPECT_EQ(Servers::all()[0].serverName, "Lab");
-}
-
-TEST_F(TailnetProcessTest, ToldOfAnAddressOnlyOnceItIsStoredAndOfTheStateAfterThat) {
-  startBoth();
-  std::vector<std::string> calls;
-  tailnet_->onAddressLearned = [&] { calls.push_back(*Servers::all()[0].address); };
-  tailnet_->onTargetUnresolved = [&](const std::string& target) { calls.push_back(target); };
-  tailnet_->onStateChange = [&] { calls.emplace_back("state"); };
-  print("target resolved to http://lab");
-  print("TARGET UNRESOLVED: http://other");
-  print("verified control plane via relay-1");
-  EXPECT_EQ(calls, (std::vector<std::string>{"http://lab", "state", "http://other", "state"}));
-}
-
-TEST_F(TailnetProcessTest, ReportsATargetThatCannotBeResolved) {
-  startBoth();
-  stateChanges_ = 0;
-  print("TARGET UNRESOLVED: http://lab");
-  EXPECT_EQ(targets_, std::vector<std::string>{"http://lab"});
-  EXPECT_EQ(stateChanges_, 1);
-  print("target resolved to http://lab");
-  EXPECT_EQ(tailnet_->state().unresolvedTarget, std::nullopt);
 }
 
 }  // namespace
