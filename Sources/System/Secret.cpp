@@ -1,6 +1,7 @@
 #include "System/Secret.hpp"
 
 #include <algorithm>
+#include <array>
 #include <cstring>
 #include <utility>
 #include <vector>
@@ -12,8 +13,29 @@
 
 namespace zephyl {
 
-void wipe(std::string& secret) {
+namespace {
+
+/// What copied a secret leaves pieces of it in the processor's wide registers, which are saved on
+/// the stack when a signal comes or a library looks up a function. Another copy takes their place.
+void overwriteRegisters() {
+  static constexpr std::array<char, 1024> zeros{};
+  std::array<char, zeros.size()> copy;
+  std::size_t size = zeros.size();
+  __asm__ volatile("" : "+r"(size));  // not known to the compiler, which would fill it with zeros
+  ::memcpy(copy.data(), zeros.data(), size);
+  __asm__ volatile("" : : "r"(copy.data()) : "memory");  // it has to be made
+}
+
+}  // namespace
+
+void wipe(std::span<char> secret) {
   ::explicit_bzero(secret.data(), secret.size());
+  overwriteRegisters();
+}
+
+void wipe(std::string& secret) {
+  secret.resize(secret.capacity());  // it may have been longer
+  wipe(std::span(secret));
   secret.clear();
 }
 

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <span>
 #include <string>
 #include <string_view>
 
@@ -9,6 +10,7 @@ namespace zephyl {
 
 /// Overwrites a secret that is not needed any more, so that it does not stay in memory.
 void wipe(std::string& secret);
+void wipe(std::span<char> secret);
 
 /// Appends to a secret; where it has to move to a larger place, the old one is overwritten.
 void append(std::string& secret, std::string_view more);

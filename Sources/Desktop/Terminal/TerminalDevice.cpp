@@ -113,7 +113,7 @@ class TerminalDevice::Watch : public std::enable_shared_from_this<Watch> {
     const ssize_t count = ::read(descriptor_.native_handle(), buffer.data(), buffer.size());
     if (count > 0) {
       listener_.input({buffer.data(), static_cast<std::size_t>(count)});
-      ::explicit_bzero(buffer.data(), buffer.size());  // it may have been a secret
+      wipe(buffer);  // it may have been a secret
       return true;
     }
     if (count < 0 && (errno == EAGAIN || errno == EINTR)) return true;
