@@ -1,6 +1,7 @@
 import pytest
 
 from support.scripted_agent import ScriptedAgent
+from support.session_bus import SessionBus
 from support.tray import Tray, World
 
 
@@ -23,6 +24,15 @@ def start_tray(world):
     yield start
     for tray in trays:
         tray.close()
+
+
+@pytest.fixture
+def bus(world):
+    """A session bus of the test's own, which trays in its world find."""
+    bus = SessionBus().start()
+    world.environment["DBUS_SESSION_BUS_ADDRESS"] = bus.address
+    yield bus
+    bus.close()
 
 
 @pytest.fixture

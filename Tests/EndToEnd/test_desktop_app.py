@@ -9,7 +9,7 @@ import pytest
 
 from support.control_api import ControlApi, Window
 from support.desktop_services import APPLICATION
-from support.session_bus import SessionBus, Watcher
+from support.session_bus import Watcher
 from support.tray import command_line, descendants, eventually, is_alive
 
 IDLE = "#!/bin/sh\nexec sleep 1000\n"
@@ -50,14 +50,6 @@ def source_tree(world):
     world.environment["ZEPHYL_REPO_ROOT"] = str(root)
     world.use_agent_script(IDLE)
     return root
-
-
-@pytest.fixture
-def bus(world):
-    bus = SessionBus().start()
-    world.environment["DBUS_SESSION_BUS_ADDRESS"] = bus.address
-    yield bus
-    bus.close()
 
 
 @pytest.fixture

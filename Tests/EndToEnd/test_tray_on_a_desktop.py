@@ -9,18 +9,10 @@ import pytest
 
 from support.control_api import ControlApi, Window
 from support.scripted_agent import HEALTHY_ACTIVITY
-from support.session_bus import SessionBus, Watcher, outline
+from support.session_bus import Watcher, outline
 from support.tray import World, eventually
 
 NAME = "com.zephyl.tray"
-
-
-@pytest.fixture
-def bus(world):
-    bus = SessionBus().start()
-    world.environment["DBUS_SESSION_BUS_ADDRESS"] = bus.address
-    yield bus
-    bus.close()
 
 
 @pytest.fixture

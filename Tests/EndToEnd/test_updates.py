@@ -11,7 +11,7 @@ import urllib.request
 import pytest
 
 from support.desktop_services import NotificationServer
-from support.session_bus import SessionBus, Watcher, outline
+from support.session_bus import Watcher, outline
 from support.tray import command_name, descendants, eventually, is_alive
 from support.updates import ARCHIVE, FEED, Publisher
 
@@ -47,14 +47,6 @@ def publisher(world):
     for pid in trays_of(world):
         os.kill(pid, signal.SIGTERM)
         eventually(lambda pid=pid: not is_alive(pid), 15)
-
-
-@pytest.fixture
-def bus(world):
-    bus = SessionBus().start()
-    world.environment["DBUS_SESSION_BUS_ADDRESS"] = bus.address
-    yield bus
-    bus.close()
 
 
 def settings_path(world):

@@ -6,7 +6,7 @@ import time
 
 import pytest
 
-from support.session_bus import SessionBus, Watcher
+from support.session_bus import Watcher
 from support.terminal import Terminal
 from support.tray import command_line, descendants, eventually
 from support.updates import ARCHIVE, Publisher
@@ -89,14 +89,6 @@ def publisher(world):
     set_up(world, SULastCheckTime=str(int(time.time())))
     yield publisher
     publisher.close()
-
-
-@pytest.fixture
-def bus(world):
-    bus = SessionBus().start()
-    world.environment["DBUS_SESSION_BUS_ADDRESS"] = bus.address
-    yield bus
-    bus.close()
 
 
 def set_up(world, **values):
