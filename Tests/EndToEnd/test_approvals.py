@@ -4,7 +4,6 @@ Real tray, real windows, the sandbox's agent, and keys pressed by nobody's hand.
 import json
 import os
 import pathlib
-import shutil
 import signal
 import subprocess
 import urllib.request
@@ -30,10 +29,8 @@ def screen():
 @pytest.fixture
 def world(world, screen):
     """With the agent, the windows and a desktop."""
-    libexec = world.prefix / "libexec" / "zephyl-tray"
-    libexec.mkdir(parents=True)
-    shutil.copy(PROGRAM, libexec)
-    world.dialogs = libexec / PROGRAM.name
+    world.install("desktop")
+    world.dialogs = world.prefix / "libexec" / "zephyl-tray" / PROGRAM.name
     Window(world)
     wanted = ("DISPLAY", "DBUS_SESSION_BUS_ADDRESS", "QT_LINUX_ACCESSIBILITY_ALWAYS_ON")
     world.environment.update({name: screen.environment[name] for name in wanted})

@@ -1,5 +1,7 @@
 """Runs the real tray in a world of its own: private directories, free ports, nothing of the user's."""
 
+import atexit
+import functools
 import json
 import os
 import pathlib
@@ -72,6 +74,17 @@ def command_line(pid):
         return ""
 
 
+@functools.cache
+def installed(component):
+    """Installs a component of the build, once for all worlds, and returns the prefix."""
+    prefix = pathlib.Path(tempfile.mkdtemp(prefix="zi-", dir="/tmp"))
+    prefix.chmod(0o755)  # for tests that run a program as another user
+    atexit.register(shutil.rmtree, prefix, ignore_errors=True)
+    subprocess.run(["cmake", "--install", BUILD, "--prefix", prefix, "--component", component],
+                   check=True, stdout=subprocess.DEVNULL)
+    return prefix
+
+
 class World:
     """A home, a staged installation and ports for one tray."""
 
@@ -85,12 +98,9 @@ class World:
         self.base = self.home / ".local" / "share" / "Zephyl"
         self.agent_port = free_port()
         self.control_port = free_port()
-        for directory in (self.home, self.folder, self.prefix / "bin", self.resources / "agent"):
+        self.install("tray")
+        for directory in (self.home, self.folder, self.resources / "agent"):
             directory.mkdir(parents=True)
-        shutil.copy(BUILD / "zephyl-tray", self.prefix / "bin")
-        shutil.copytree(REPOSITORY / "Packaging/icons/hicolor", self.prefix / "share/icons/hicolor")
-        (self.resources / "Info.json").write_text(
-            json.dumps({"CFBundleIdentifier": "com.zephyl.tray", "CFBundleShortVersionString": "0.1.0"}))
         self.environment = {
             "PATH": os.environ["PATH"],
             "LANG": "C.UTF-8",
@@ -101,6 +111,10 @@ class World:
             "ZEPHYL_SANDBOX_MODEL_RATE": "1000000000",
             "ZEPHYL_SANDBOX_EMBED_RATE": "1000",
         }
+
+    def install(self, component):
+        """Adds a component of the build to the installation: "tray", "desktop" or "updater"."""
+        shutil.copytree(installed(component), self.prefix, symlinks=True, dirs_exist_ok=True)
 
     @property
     def agent_program(self):

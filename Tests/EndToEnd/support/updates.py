@@ -10,7 +10,7 @@ import tarfile
 import threading
 from http.server import BaseHTTPRequestHandler, ThreadingHTTPServer
 
-from support.tray import BUILD, REPOSITORY, SANDBOX
+from support.tray import REPOSITORY, SANDBOX, installed
 
 SIGN = REPOSITORY / "Packaging" / "sign-update"
 FEED = "/appcast.xml"
@@ -97,9 +97,7 @@ class Publisher:
     def install(self, version="1.0"):
         """Makes the world's prefix an installation that updates itself from here."""
         prefix = self.world.prefix
-        helpers = prefix / "libexec" / "zephyl-tray"
-        helpers.mkdir(parents=True, exist_ok=True)
-        shutil.copy(BUILD / "zephyl-tray-updater", helpers)
+        self.world.install("updater")
         rewrite_information(prefix, CFBundleShortVersionString=version, SUFeedURL=self.feed_url,
                             SUPublicEDKey=self.public_key)
 
@@ -163,7 +161,7 @@ class Updater:
 
     def __init__(self, world):
         self.world = world
-        self.program = BUILD / "zephyl-tray-updater"
+        self.program = installed("updater") / "libexec/zephyl-tray/zephyl-tray-updater"
         self.prefix = world.prefix
         self.user = None  # another than the one who runs the tests
 

@@ -1,0 +1,1 @@
+// Exists to give the precompiled header an object to be compiled with.
