@@ -46,7 +46,7 @@ TEST(ServerConnections, AStatusMayListNone) {
 
 TEST(ServerConnections, AFolderThatNamesNoServerReachesEveryOne) {
   EXPECT_TRUE(reaches({.servers = std::nullopt}, "a"));
-  EXPECT_TRUE(reaches({.servers = {{}}}, "a"));
+  EXPECT_TRUE(reaches({.servers = std::vector<std::string>{}}, "a"));
   EXPECT_TRUE(reaches({.servers = {{"b", "a"}}}, "a"));
   EXPECT_FALSE(reaches({.servers = {{"b", "A", ""}}}, "a"));
 }
@@ -56,7 +56,7 @@ TEST(ServerConnections, FoldersAreCountedForEachServer) {
                                       {.servers = {{"b", "b", "gone"}}},
                                       {.servers = {{"gone"}}},
                                       {.servers = std::nullopt},
-                                      {.servers = {{}}}};
+                                      {.servers = std::vector<std::string>{}}};
   const ServerList servers({{.id = "b"}, {.id = "a"}, {.id = "c"}, {.id = "b"}});
   EXPECT_EQ(sharedFolderCounts(roots, servers), (std::vector<std::size_t>{4, 3, 2, 4}));
   EXPECT_EQ(sharedFolderCounts({}, servers), (std::vector<std::size_t>{0, 0, 0, 0}));
