@@ -43,8 +43,8 @@ ApiAnswer refusal(int status, std::string_view message) {
 
 /// The answer to a request that could not be read; none when the client went away or was too slow.
 std::optional<ApiAnswer> refusalOf(error_code error) {
-  const auto& parsing = make_error_code(http::error::bad_method).category();
-  if (error.category() != parsing || error == http::error::end_of_stream ||
+  const error_code parsing = http::error::bad_method;
+  if (error.category() != parsing.category() || error == http::error::end_of_stream ||
       error == http::error::partial_message) {
     return std::nullopt;
   }

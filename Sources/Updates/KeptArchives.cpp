@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstdio>
 #include <filesystem>
+#include <tuple>
 #include <vector>
 
 #include <fcntl.h>
@@ -52,8 +53,9 @@ void removeEach(const std::vector<fs::path>& paths) {
 void KeptArchives::keep(const FileDescriptor& file, const std::string& sha256) const {
   removeAll();
   const std::string nameless = "/proc/self/fd/" + std::to_string(file.get());
-  static_cast<void>(::linkat(AT_FDCWD, nameless.c_str(), AT_FDCWD, files_.archive(sha256).c_str(),
-                             AT_SYMLINK_FOLLOW));
+  // An archive that cannot be kept is downloaded again.
+  std::ignore = ::linkat(AT_FDCWD, nameless.c_str(), AT_FDCWD, files_.archive(sha256).c_str(),
+                         AT_SYMLINK_FOLLOW);
 }
 
 bool KeptArchives::copyTo(const FileDescriptor& file, const std::string& sha256,

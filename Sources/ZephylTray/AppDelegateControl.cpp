@@ -12,7 +12,7 @@ namespace zephyl {
 namespace {
 
 /// The text, unless it says nothing.
-std::optional<std::string> unlessEmpty(const std::optional<std::string>& text) {
+std::optional<std::string> nonEmpty(const std::optional<std::string>& text) {
   return text.value_or("").empty() ? std::nullopt : text;
 }
 
@@ -24,19 +24,19 @@ void addEntry(ControlServerRecord& record, const ServerEntry& entry) {
   record.accent = entry.displayAccent();
   record.localAccent = entry.accent.value_or("");
   record.enabled = entry.enabled;
-  record.usesTailnet = unlessEmpty(entry.tailnetFingerprint).has_value();
-  record.serverName = unlessEmpty(entry.serverName);
-  record.serverAccent = unlessEmpty(entry.serverAccent);
+  record.usesTailnet = nonEmpty(entry.tailnetFingerprint).has_value();
+  record.serverName = nonEmpty(entry.serverName);
+  record.serverAccent = nonEmpty(entry.serverAccent);
 }
 
 void addTailnet(ControlServerRecord& record, const TailnetProcess& tailnet) {
   const auto state = tailnet.state();
   record.running = tailnet.isRunning();
-  record.boundAddress = unlessEmpty(state.boundAddress);
-  record.relay = unlessEmpty(state.activeRelay);
-  record.addressUnresolved = unlessEmpty(state.unresolvedTarget);
-  record.enrolError = unlessEmpty(state.lastEnrolError);
-  record.tailnetStalled = unlessEmpty(state.stalledReason);
+  record.boundAddress = nonEmpty(state.boundAddress);
+  record.relay = nonEmpty(state.activeRelay);
+  record.addressUnresolved = nonEmpty(state.unresolvedTarget);
+  record.enrolError = nonEmpty(state.lastEnrolError);
+  record.tailnetStalled = nonEmpty(state.stalledReason);
 }
 
 void shellListRoots(const AgentClient& client, const ControlServer::RootsCompletion& done) {
@@ -52,7 +52,7 @@ void addConnection(ControlServerRecord& record, const AgentConnection& connectio
   // The agent calls a connection enrolled once its folders are known to the server.
   record.enrolled =
       connection.state == AgentState::connected || connection.state == AgentState::enrolled;
-  record.agentError = unlessEmpty(connection.lastError);
+  record.agentError = nonEmpty(connection.lastError);
 }
 
 }  // namespace
@@ -96,13 +96,13 @@ bool AppDelegate::tailnetProgramsExist() {
 json::Object AppDelegate::controlStatus() const {
   ControlStatus status{
       .available = tailnetProgramsExist(),
-      .enrolled = unlessEmpty(Config::defaults().string("tailnetFingerprint")).has_value(),
+      .enrolled = nonEmpty(Config::defaults().string("tailnetFingerprint")).has_value(),
       .running = tailnet_->anyRunning(),
   };
   if (const auto primary = tailnet_->primary()) {
     const auto state = primary->state();
     status.url = webAddressOf(state.boundAddress);
-    status.relay = unlessEmpty(state.activeRelay);
+    status.relay = nonEmpty(state.activeRelay);
   }
   return json::encode(status).as_object();
 }

@@ -54,8 +54,8 @@ Response answer(const Request& request, const Site& site) {
 }
 
 bool isMalformed(beast::error_code error) {
-  const auto& parsing = make_error_code(http::error::bad_method).category();
-  return error.category() == parsing && error != http::error::end_of_stream &&
+  const beast::error_code parsing = http::error::bad_method;
+  return error.category() == parsing.category() && error != http::error::end_of_stream &&
          error != http::error::partial_message;
 }
 

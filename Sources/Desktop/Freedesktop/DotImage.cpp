@@ -15,7 +15,7 @@ namespace zephyl {
 namespace {
 
 constexpr int side = 16;
-constexpr double radius = 4.75;
+constexpr double dotRadius = 4.75;
 constexpr unsigned levels = 16;
 
 void appendNumber(std::string& bytes, std::uint32_t number) {
@@ -58,7 +58,7 @@ std::string stored(const std::string& data) {
 
 /// How much of a pixel the disc covers, as a level.
 unsigned coverage(int x, int y) {
-  const double fromEdge = radius - std::hypot(x - (side - 1) / 2.0, y - (side - 1) / 2.0) + 0.5;
+  const double fromEdge = dotRadius - std::hypot(x - (side - 1) / 2.0, y - (side - 1) / 2.0) + 0.5;
   return static_cast<unsigned>(std::lround(std::clamp(fromEdge, 0.0, 1.0) * (levels - 1)));
 }
 

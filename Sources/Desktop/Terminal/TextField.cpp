@@ -8,7 +8,7 @@ namespace zephyl {
 
 namespace {
 
-bool continues(char byte) {
+bool isContinuation(char byte) {
   return (static_cast<unsigned char>(byte) & 0xC0U) == 0x80U;
 }
 
@@ -92,14 +92,14 @@ void TextField::erase(std::size_t from, std::size_t to) {
 std::size_t TextField::before(std::size_t place) const {
   if (place == 0) return 0;
   --place;
-  while (place > 0 && continues(text_[place])) --place;
+  while (place > 0 && isContinuation(text_[place])) --place;
   return place;
 }
 
 std::size_t TextField::after(std::size_t place) const {
   if (place == text_.size()) return place;
   ++place;
-  while (place < text_.size() && continues(text_[place])) ++place;
+  while (place < text_.size() && isContinuation(text_[place])) ++place;
   return place;
 }
 
