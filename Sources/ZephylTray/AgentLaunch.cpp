@@ -68,10 +68,10 @@ std::string absolutePath(const std::string& path) {
   return failure ? path : absolute;
 }
 
-AgentLaunch developer(const std::string& binary, Environment environment) {
+AgentLaunch developer(const std::string& binary, std::string root, Environment environment) {
   environment.erase(standaloneVariable);
   environment.erase(modelCacheVariable);
-  return {absolutePath(binary), Config::repoRoot(), std::move(environment)};
+  return {absolutePath(binary), std::move(root), std::move(environment)};
 }
 
 json::Object describeServer(const ServerEntry& server, const std::string& url) {
@@ -90,10 +90,10 @@ std::optional<AgentLaunch> AgentLaunch::choose(const std::vector<ServerEntry>& e
   if (const auto directory = Config::bundledRuntimeDir()) {
     return packaged(*directory, std::move(inherited));
   }
-  if (const auto binary = Config::agentDevBinary()) {
-    return developer(*binary, std::move(inherited));
-  }
-  return std::nullopt;
+  const auto binary = Config::agentDevBinary();
+  auto root = Config::programRoot();
+  if (!binary || !root) return std::nullopt;
+  return developer(*binary, *std::move(root), std::move(inherited));
 }
 
 std::string AgentLaunch::shellCommand(std::int64_t port) const {

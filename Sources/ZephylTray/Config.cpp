@@ -1,13 +1,19 @@
 #include "ZephylTray/Config.hpp"
 
 #include <filesystem>
+#include <mutex>
+#include <set>
 
 #include <fmt/format.h>
+
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include "System/Bundle.hpp"
 #include "System/Directories.hpp"
 #include "System/Environment.hpp"
 #include "System/Files.hpp"
+#include "System/Log.hpp"
 #include "System/Text.hpp"
 #include "System/UserDefaults.hpp"
 
@@ -46,6 +52,10 @@ std::optional<std::string> storedText(const char* key, const char* variable) {
   return stored ? stored : unlessEmpty(environmentVariable(variable));
 }
 
+std::optional<std::string> configuredRoot() {
+  return storedText("repoRoot", "ZEPHYL_REPO_ROOT");
+}
+
 std::optional<std::string> workingDirectory() {
   std::error_code failure;
   std::string path = std::filesystem::current_path(failure);
@@ -80,8 +90,30 @@ std::optional<std::string> resource(const char* name) {
   return joinPath(*resources, name);
 }
 
+/// Whether what is at `path` belongs to the user or root, and nobody else can write it. Access
+/// control lists that let others write show in the mode of the group.
+bool isOursAlone(const std::string& path) {
+  struct stat status {};
+  if (::stat(path.c_str(), &status) != 0) return false;
+  const bool ours = status.st_uid == ::geteuid() || status.st_uid == 0;
+  return ours && (status.st_mode & (S_IWGRP | S_IWOTH)) == 0;
+}
+
+/// Logs, once for each directory, that its programs are not used.
+void reportRefused(const std::string& root) {
+  static std::mutex mutex;
+  static std::set<std::string> reported;
+  const std::scoped_lock lock(mutex);
+  if (!reported.insert(root).second) return;
+  log("programs in {} are not used, because other users can write to it or to its {}; to use them, "
+      "set ZEPHYL_REPO_ROOT to that directory",
+      root, rootMarker);
+}
+
 std::optional<std::string> developerBuild(const char* targetDirectory, const char* name) {
-  const std::string target = joinPath(Config::repoRoot(), targetDirectory);
+  const auto root = Config::programRoot();
+  if (!root) return std::nullopt;
+  const std::string target = joinPath(*root, targetDirectory);
   for (const auto* kind : {"release", "debug"}) {
     if (auto binary = ifExecutable(joinPath(joinPath(target, kind), name))) return binary;
   }
@@ -112,7 +144,7 @@ std::string Config::apiBaseURL() {
 }
 
 std::string Config::repoRoot() {
-  if (auto root = storedText("repoRoot", "ZEPHYL_REPO_ROOT")) return *root;
+  if (auto root = configuredRoot()) return *root;
   const auto current = workingDirectory();
   if (auto root = detectRepoRoot(directoryOfExecutable(), current)) return *root;
   return current.value_or(".");
@@ -125,6 +157,16 @@ std::optional<std::string> Config::detectRepoRoot(
     if (!start->has_value()) continue;
     if (auto root = rootAbove(**start)) return root;
   }
+  return std::nullopt;
+}
+
+std::optional<std::string> Config::programRoot() {
+  if (auto root = configuredRoot()) return root;
+  const bool packaged = Bundle::main().identifier().has_value();
+  auto root = detectRepoRoot(directoryOfExecutable(), packaged ? std::nullopt : workingDirectory());
+  if (!root) return std::nullopt;
+  if (isOursAlone(*root) && isOursAlone(joinPath(*root, rootMarker))) return root;
+  reportRefused(*root);
   return std::nullopt;
 }
 
@@ -157,7 +199,9 @@ std::optional<std::string> Config::tailnetBinary(const std::string& name) {
   if (const auto directory = bundledRuntimeDir()) {
     if (auto binary = ifExecutable(joinPath(*directory, name))) return binary;
   }
-  return ifExecutable(joinPath(joinPath(repoRoot(), "packages/tailnet-client"), name));
+  const auto root = programRoot();
+  if (!root) return std::nullopt;
+  return ifExecutable(joinPath(joinPath(*root, "packages/tailnet-client"), name));
 }
 
 std::optional<std::string> Config::agentDevBinary() {

@@ -10,8 +10,8 @@ class UserDefaults;
 
 /// The settings. Each is worked out afresh on every read, from the user defaults, the environment
 /// and the file system, so that a change counts at the next read; a source that is unusable falls
-/// through to the next one, so no read fails. Nothing is kept but the handle of the user defaults.
-/// Callable from any thread.
+/// through to the next one, so no read fails. Nothing is kept but the handle of the user defaults
+/// and the directories that were reported as refused. Callable from any thread.
 class Config {
  public:
   /// The user defaults "com.zephyl.tray": one handle for the process, made on first use.
@@ -28,8 +28,13 @@ class Config {
   static std::string apiBaseURL();
 
   /// The source tree of a developer: "repoRoot", `ZEPHYL_REPO_ROOT`, the detected root, the
-  /// working directory.
+  /// working directory. For display; programs are taken from `programRoot`.
   static std::string repoRoot();
+  /// The source tree from which programs are taken and in which commands run: "repoRoot",
+  /// `ZEPHYL_REPO_ROOT`, or the detected root if both it and its marker belong to the user or root
+  /// and nobody else can write them. A packaged program, which is one with a bundle identifier,
+  /// detects a root above its own executable only. nullopt when there is no such tree.
+  static std::optional<std::string> programRoot();
   /// The nearest directory that holds a pnpm-workspace.yaml, among each of the two directories
   /// and eleven levels above it; the tree of the executable comes first.
   static std::optional<std::string> detectRepoRoot(

@@ -22,9 +22,8 @@ std::string executableOf(const std::string& app) {
   return isDirectory(app) ? joinPath(app, "AppRun") : app;
 }
 
-std::string developerCommand() {
-  return fmt::format("cd {} && {}", shellQuoted(Config::repoRoot()),
-                     Config::desktopLaunchCommand());
+std::string developerCommand(const std::string& root) {
+  return fmt::format("cd {} && {}", shellQuoted(root), Config::desktopLaunchCommand());
 }
 
 }  // namespace
@@ -62,8 +61,9 @@ void DesktopApp::awaitExit(Instant deadline) {
 }
 
 bool DesktopApp::isInstalled() {
-  return Config::bundledDesktopApp() || Config::desktopDevBinary() ||
-         isDirectory(Config::repoRoot());
+  if (Config::bundledDesktopApp() || Config::desktopDevBinary()) return true;
+  const auto root = Config::programRoot();
+  return root && isDirectory(*root);
 }
 
 bool DesktopApp::activateRunning() {
@@ -82,8 +82,10 @@ void DesktopApp::start(const DesktopLaunch& context) {
     runDevProcess("Zephyl Window.app", executableOf(*app), {}, context);
   } else if (const auto binary = Config::desktopDevBinary()) {
     runDevProcess("desktop app", *binary, {}, context);
+  } else if (const auto root = Config::programRoot()) {
+    runDevProcess("desktop app", loginShell(), {"-lc", developerCommand(*root)}, context);
   } else {
-    runDevProcess("desktop app", loginShell(), {"-lc", developerCommand()}, context);
+    log("the desktop app is not installed; install it, or use the tray's menu and a browser");
   }
 }
 

@@ -26,7 +26,8 @@ struct DesktopLaunch {
 };
 
 /// Starts the desktop window app, a program of its own, or brings it to the front. The packaged
-/// app comes first, then a developer's build, then the developer's command in a login shell.
+/// app comes first, then a developer's build, then the developer's command in a login shell; the
+/// build and the command belong to `Config::programRoot`.
 ///
 /// A copy counts as running when the desktop knows one under the identifier, or when a child
 /// started here is alive; one that runs is never started again, so it keeps the token and the

@@ -96,6 +96,8 @@ class World:
         self.prefix = self.root / "prefix"
         self.resources = self.prefix / "share" / "zephyl-tray"
         self.base = self.home / ".local" / "share" / "Zephyl"
+        self.working_directory = self.root  # in which the tray starts
+        self.launcher = []                  # a command that starts the tray, with its arguments
         self.agent_port = free_port()
         self.control_port = free_port()
         self.install("tray")
@@ -174,8 +176,9 @@ class Tray:
         self.world = world
         self.lines = []
         self.process = subprocess.Popen(
-            [world.prefix / "bin" / "zephyl-tray", *(arguments or ("--headless",))],
-            env=world.environment, cwd=world.root, stdin=subprocess.DEVNULL,
+            [*world.launcher, world.prefix / "bin" / "zephyl-tray",
+             *(arguments or ("--headless",))],
+            env=world.environment, cwd=world.working_directory, stdin=subprocess.DEVNULL,
             stderr=subprocess.PIPE, text=True, errors="replace")
         self.pid = self.process.pid
         self._reader = threading.Thread(target=self._read)

@@ -110,6 +110,18 @@ TEST_F(MenuTest, AsksForAnInviteKeyAndSaysWhyItDidNotWork) {
   EXPECT_TRUE(dialogs_.alerts().empty());
 }
 
+TEST_F(MenuTest, AsksForAnInviteKeyItselfWhereTheWorkingDirectoryIsNoSourceTree) {
+  const auto activated = activations();
+  const auto before = std::filesystem::current_path();
+  std::filesystem::current_path(world_.directory().path());
+  const test::ScopedVariable root("ZEPHYL_REPO_ROOT", "");
+  choose(menuActions::redeemInvite);
+  std::filesystem::current_path(before);
+  ASSERT_EQ(dialogs_.alerts().size(), 1U);
+  EXPECT_EQ(dialogs_.alerts()[0].messageText, "Join the Zephyl Tailnet");
+  EXPECT_EQ(activations(), activated);
+}
+
 TEST_F(MenuTest, JoinsWithAGoodKeyAndWithNoneWhenCancelled) {
   std::filesystem::remove_all(world_.source());
   choose(menuActions::redeemInvite);

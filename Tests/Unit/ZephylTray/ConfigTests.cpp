@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 
 #include "Support/HomelessUser.hpp"
+#include "Support/LogCapture.hpp"
 #include "Support/TemporaryDirectory.hpp"
 #include "System/Bundle.hpp"
 #include "System/UserDefaults.hpp"
@@ -208,6 +209,7 @@ TEST_F(ConfigTest, TakesAPlainFileForThePackagedDesktopAppToo) {
 }
 
 TEST_F(ConfigTest, PrefersThePackagedTailnetProgramsToThoseOfTheSourceTree) {
+  directory_.write("work/pnpm-workspace.yaml", "");
   EXPECT_EQ(Config::tailnetBinary("tailscaled"), std::nullopt);
   const auto developed = addProgram("work/packages/tailnet-client/tailscaled");
   EXPECT_EQ(Config::tailnetBinary("tailscaled"), developed);
@@ -222,6 +224,7 @@ TEST_F(ConfigTest, PrefersThePackagedTailnetProgramsToThoseOfTheSourceTree) {
 }
 
 TEST_F(ConfigTest, PrefersReleaseBuildsToDebugBuildsUnlessTheyCannotRun) {
+  directory_.write("work/pnpm-workspace.yaml", "");
   EXPECT_EQ(Config::agentDevBinary(), std::nullopt);
   EXPECT_EQ(Config::desktopDevBinary(), std::nullopt);
   const std::string desktopTarget = "work/packages/desktop/src-tauri/target/";
@@ -242,6 +245,83 @@ TEST_F(ConfigTest, JoinsPathsWithOneSeparatorWhateverTheRootEndsWith) {
   const auto agent = addProgram("work/target/debug/zephyl-agent");
   const ScopedVariable root("ZEPHYL_REPO_ROOT", directory_ / "work//");
   EXPECT_EQ(Config::agentDevBinary(), agent);
+}
+
+// Where programs are taken from
+
+TEST_F(ConfigTest, TakesNoProgramsFromAWorkingDirectoryWithoutAMarker) {
+  addProgram("work/target/debug/zephyl-agent");
+  addProgram("work/packages/desktop/src-tauri/target/debug/zephyl-desktop");
+  addProgram("work/packages/tailnet-client/tailscaled");
+  EXPECT_EQ(Config::repoRoot(), directory_ / "work");
+  EXPECT_EQ(Config::programRoot(), std::nullopt);
+  EXPECT_EQ(Config::agentDevBinary(), std::nullopt);
+  EXPECT_EQ(Config::desktopDevBinary(), std::nullopt);
+  EXPECT_EQ(Config::tailnetBinary("tailscaled"), std::nullopt);
+  const ScopedVariable root("ZEPHYL_REPO_ROOT", directory_ / "work");
+  EXPECT_NE(Config::agentDevBinary(), std::nullopt) << "configured";
+}
+
+TEST_F(ConfigTest, TakesProgramsFromADetectedRootOnlyIfNobodyElseCanWriteIt) {
+  const auto marker = directory_.write("work/pnpm-workspace.yaml", "");
+  const auto agent = addProgram("work/target/debug/zephyl-agent");
+  EXPECT_EQ(Config::agentDevBinary(), agent);
+  for (const auto& open : {directory_ / "work", marker}) {
+    const auto before = fs::status(open).permissions();
+    for (const auto others : {fs::perms::group_write, fs::perms::others_write}) {
+      fs::permissions(open, others, fs::perm_options::add);
+      EXPECT_EQ(Config::repoRoot(), directory_ / "work");
+      EXPECT_EQ(Config::programRoot(), std::nullopt) << open;
+      EXPECT_EQ(Config::agentDevBinary(), std::nullopt) << open;
+      fs::permissions(open, before);
+    }
+  }
+  EXPECT_EQ(Config::agentDevBinary(), agent);
+}
+
+TEST_F(ConfigTest, TakesProgramsFromAConfiguredRootWhoeverCanWriteIt) {
+  const auto agent = addProgram("work/target/debug/zephyl-agent");
+  fs::permissions(directory_ / "work", fs::perms::all);
+  const ScopedVariable root("ZEPHYL_REPO_ROOT", directory_ / "work");
+  EXPECT_EQ(Config::agentDevBinary(), agent);
+}
+
+TEST_F(ConfigTest, TakesNoProgramsFromADetectedRootOfAnotherUser) {
+  if (::geteuid() != 0) GTEST_SKIP() << "needs root, to give files to another user";
+  const auto marker = directory_.write("work/pnpm-workspace.yaml", "");
+  const auto agent = addProgram("work/target/debug/zephyl-agent");
+  constexpr uid_t another = 54399;
+  for (const auto& foreign : {directory_ / "work", marker}) {
+    ASSERT_EQ(::chown(foreign.c_str(), another, another), 0);
+    EXPECT_EQ(Config::agentDevBinary(), std::nullopt) << foreign;
+    ASSERT_EQ(::chown(foreign.c_str(), 0, 0), 0);
+  }
+  EXPECT_EQ(Config::agentDevBinary(), agent);
+}
+
+TEST_F(ConfigTest, APackagedProgramDetectsARootAboveItsExecutableOnly) {
+  directory_.write("prefix/share/zephyl-tray/Info.json",
+                   R"({"CFBundleIdentifier": "com.zephyl.tray"})");
+  directory_.write("work/pnpm-workspace.yaml", "");
+  addProgram("work/target/debug/zephyl-agent");
+  EXPECT_EQ(Config::repoRoot(), directory_ / "work");
+  EXPECT_EQ(Config::agentDevBinary(), std::nullopt);
+  directory_.write("pnpm-workspace.yaml", "");
+  const auto agent = addProgram("target/debug/zephyl-agent");
+  EXPECT_EQ(Config::agentDevBinary(), agent);
+}
+
+TEST_F(ConfigTest, ReportsARefusedRootOnce) {
+  directory_.write("work/pnpm-workspace.yaml", "");
+  fs::permissions(directory_ / "work", fs::perms::others_write, fs::perm_options::add);
+  const auto lines = test::logOf([] {
+    (void)Config::programRoot();
+    (void)Config::agentDevBinary();
+  });
+  EXPECT_EQ(lines,
+            "[tray] programs in " + (directory_ / "work") +
+                " are not used, because other users can write to it or to its "
+                "pnpm-workspace.yaml; to use them, set ZEPHYL_REPO_ROOT to that directory\n");
 }
 
 TEST_F(ConfigTest, HasOneHandleOfTheDefaultsForAllThreads) {

@@ -320,6 +320,18 @@ TEST_F(DesktopAppTest, IsInstalledAsAPackageABuildOrASourceTree) {
   EXPECT_TRUE(DesktopApp::isInstalled());
 }
 
+TEST_F(DesktopAppTest, WithoutASourceTreeItIsNotInstalledAndNoCommandRuns) {
+  const auto before = std::filesystem::current_path();
+  std::filesystem::current_path(world_.directory().path());
+  const test::ScopedVariable root("ZEPHYL_REPO_ROOT", "");
+  EXPECT_FALSE(DesktopApp::isInstalled());
+  EXPECT_EQ(test::logOf([&] { app_->launch(plainLaunch()); }),
+            "[tray] the desktop app is not installed; install it, or use the tray's menu and a "
+            "browser\n");
+  std::filesystem::current_path(before);
+  EXPECT_EQ(launches(), 0U);
+}
+
 // Real children
 
 /// A base of its own, since a guardian starts before there are threads, and goes after them.
