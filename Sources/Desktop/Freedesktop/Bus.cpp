@@ -36,6 +36,28 @@ int millisecondsUntil(std::uint64_t deadline) {
 constexpr int gatheringMilliseconds =
     std::chrono::duration_cast<std::chrono::milliseconds>(Bus::gatheringTime).count();
 
+/// How often the thread looks for tasks while nothing can wake it.
+constexpr int lookingMilliseconds = 100;
+
+int sooner(int limit, int other) {
+  return limit < 0 ? other : std::min(limit, other);
+}
+
+/// What `poll` has to wait for so that the library can go on.
+struct BusInterest {
+  pollfd descriptor{-1, 0, 0};
+  int limit = -1;  ///< in milliseconds; -1 for none
+};
+
+/// nullopt when the connection is lost.
+std::optional<BusInterest> interestOf(sd_bus& bus) {
+  std::uint64_t deadline = UINT64_MAX;
+  const int events = sd_bus_get_events(&bus);
+  if (events < 0 || sd_bus_get_timeout(&bus, &deadline) < 0) return std::nullopt;
+  return BusInterest{.descriptor = {sd_bus_get_fd(&bus), static_cast<short>(events), 0},
+                     .limit = millisecondsUntil(deadline)};
+}
+
 /// A path as addresses of buses spell it.
 std::string escapedForAddress(const std::string& path) {
   std::string escaped;
@@ -67,20 +89,15 @@ std::optional<std::string> address() {
 class Bus::Mailbox {
  public:
   void post(Task task) {
-    {
-      const std::scoped_lock lock(mutex_);
-      tasks_.push_back(std::move(task));
-    }
-    eventfd_write(wake_.get(), 1);
+    const std::scoped_lock lock(mutex_);
+    tasks_.push_back(std::move(task));
+    wake();
   }
 
   void postSoon(Task task) {
-    {
-      const std::scoped_lock lock(mutex_);
-      tasks_.push_back(std::move(task));
-      if (std::exchange(gathering_, true)) return;  // the thread looks again by itself
-    }
-    eventfd_write(wake_.get(), 1);
+    const std::scoped_lock lock(mutex_);
+    tasks_.push_back(std::move(task));
+    if (!std::exchange(gathering_, true)) wake();  // else the thread looks again by itself
   }
 
   std::vector<Task> take() {
@@ -98,15 +115,28 @@ class Bus::Mailbox {
     gathering_ = !tasks_.empty();
   }
 
-  [[nodiscard]] int descriptor() const { return wake_.get(); }
-  void clear() const {
+  /// Readable when something was posted; -1 while the system is short of descriptors.
+  [[nodiscard]] int descriptor() {
+    const std::scoped_lock lock(mutex_);
+    if (!wake_) {
+      wake_.reset(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK));
+      if (!tasks_.empty()) wake();
+    }
+    return wake_.get();
+  }
+  void clear() {
+    const std::scoped_lock lock(mutex_);
     eventfd_t count = 0;
     eventfd_read(wake_.get(), &count);
   }
 
  private:
-  FileDescriptor wake_{eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)};
+  void wake() const {
+    if (wake_) eventfd_write(wake_.get(), 1);
+  }
+
   std::mutex mutex_;
+  FileDescriptor wake_;
   std::vector<Task> tasks_;
   bool gathering_ = false;
 };
@@ -154,6 +184,23 @@ Bus::Handle Bus::open() {
   return begun ? std::move(bus) : nullptr;
 }
 
+Bus::Handle Bus::openAndWait() {
+  using std::chrono::steady_clock;
+  auto bus = open();
+  const auto deadline = steady_clock::now() + handshakeLimit;
+  while (bus && sd_bus_is_ready(bus.get()) == 0) {
+    const int handled = sd_bus_process(bus.get(), nullptr);
+    if (handled < 0) return nullptr;
+    if (handled > 0) continue;
+    auto interest = interestOf(*bus);
+    const auto left =
+        std::chrono::ceil<std::chrono::milliseconds>(deadline - steady_clock::now()).count();
+    if (!interest || left <= 0) return nullptr;
+    poll(&interest->descriptor, 1, sooner(interest->limit, static_cast<int>(left)));
+  }
+  return bus;
+}
+
 void Bus::run() {
   connect();
   while (true) {
@@ -169,11 +216,15 @@ void Bus::run() {
 void Bus::connect() {
   if (bus_ || stopping_) return;
   bus_ = open();
-  if (!bus_) lose();
+  if (!bus_) return lose();
+  handshake_ = after(handshakeLimit, [this] {
+    if (bus_ && !connection_) lose();
+  });
 }
 
 void Bus::process() {
-  while (bus_) {
+  // What is left makes the next `wait` return at once.
+  for (int message = 0; bus_ && message < messagesPerTurn; ++message) {
     const int handled = sd_bus_process(bus_.get(), nullptr);
     if (handled < 0) return lose();
     if (!connection_ && sd_bus_is_ready(bus_.get()) > 0) arrive();
@@ -182,6 +233,7 @@ void Bus::process() {
 }
 
 void Bus::arrive() {
+  handshake_.cancel();
   connection_.emplace(*bus_);
   for (auto* client : clients_) client->connected(*connection_);
   tell(true);
@@ -204,16 +256,17 @@ void Bus::tell(bool connected) {
 }
 
 void Bus::wait() {
-  pollfd descriptors[] = {{mailbox_->descriptor(), POLLIN, 0}, {-1, 0, 0}};
-  std::uint64_t deadline = UINT64_MAX;
+  BusInterest interest;
   if (bus_) {
-    const int events = sd_bus_get_events(bus_.get());
-    if (events < 0 || sd_bus_get_timeout(bus_.get(), &deadline) < 0) return lose();
-    descriptors[1] = {sd_bus_get_fd(bus_.get()), static_cast<short>(events), 0};
+    const auto wanted = interestOf(*bus_);
+    if (!wanted) return lose();
+    interest = *wanted;
   }
-  int limit = millisecondsUntil(deadline);
+  pollfd descriptors[] = {{mailbox_->descriptor(), POLLIN, 0}, interest.descriptor};
+  int limit = interest.limit;
+  if (descriptors[0].fd < 0) limit = sooner(limit, lookingMilliseconds);
   const bool gathering = mailbox_->isGathering();
-  if (gathering && (limit < 0 || limit > gatheringMilliseconds)) limit = gatheringMilliseconds;
+  if (gathering) limit = sooner(limit, gatheringMilliseconds);
   const int ready = poll(descriptors, std::size(descriptors), limit);
   if (gathering && ready == 0) mailbox_->endGathering();
   if (descriptors[0].revents != 0) mailbox_->clear();

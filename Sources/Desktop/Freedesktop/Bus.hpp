@@ -23,6 +23,13 @@ class Bus {
 
   static constexpr Duration gatheringTime = std::chrono::milliseconds(20);
 
+  /// A bus that accepts the connection has to complete the handshake within this time; otherwise it
+  /// counts as absent.
+  static constexpr Duration handshakeLimit = std::chrono::seconds(3);
+
+  /// Messages that are handled before tasks, timers and `stop` get their turn.
+  static constexpr int messagesPerTurn = 64;
+
   /// Something that lives on the bus thread. It is told of every connection and of its loss, and
   /// of a first attempt that found no bus. Its slots are gone when `disconnected` returns.
   class Client {
@@ -61,19 +68,22 @@ class Bus {
   [[nodiscard]] Timer after(Duration delay, Task task);
 
   using Handle = std::unique_ptr<sd_bus, BusRelease>;
-  /// Begins a connection to the session bus, for who wants one of its own; none when there is no
-  /// bus.
-  static Handle open();
+  /// Connects to the session bus apart from this class, and waits for the handshake, for
+  /// `handshakeLimit` of real time at most. Null when no bus answers.
+  static Handle openAndWait();
 
  private:
   class Mailbox;
+
+  /// Begins a connection; null when there is no bus.
+  static Handle open();
 
   void run();
   void connect();
   /// The bus has answered.
   void arrive();
   void lose();
-  /// Handles what the bus has sent.
+  /// Handles what the bus has sent, `messagesPerTurn` messages at most.
   void process();
   void wait();
   void tell(bool connected);
@@ -90,6 +100,7 @@ class Bus {
   std::optional<BusConnection> connection_;  // once the bus has answered
   std::optional<bool> told_;
   Timer retry_;
+  Timer handshake_;  // runs out when the bus does not answer
 };
 
 }  // namespace zephyl

@@ -102,7 +102,7 @@ int SingleInstance::reopen(sd_bus_message& call) {
 }
 
 bool SingleInstance::askToReopen(pid_t holder, const std::string& activationToken) {
-  const auto bus = Bus::open();
+  const auto bus = Bus::openAndWait();
   if (!bus) return false;
   sd_bus_set_method_call_timeout(bus.get(), askingLimit);
   const auto owner = ownerIfItIs(holder, *bus);
