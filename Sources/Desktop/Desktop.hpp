@@ -1,7 +1,6 @@
 #pragma once
 
 #include <functional>
-#include <optional>
 #include <string>
 #include <vector>
 
@@ -9,7 +8,6 @@
 
 #include "Desktop/FolderRequest.hpp"
 #include "Desktop/StatusItem.hpp"
-#include "System/Result.hpp"
 
 /// What the components ask of a desktop session. Everything here is a value or a narrow
 /// interface, so that an adapter can be D-Bus, a terminal, nothing at all, or another system's
@@ -76,10 +74,9 @@ class Desktop {
   virtual void openURL(const std::string& url) = 0;
   /// Opens a file in an editor, where that is installed.
   virtual void openFile(const std::string& path, Editor editor) = 0;
-  /// Asks the user for a folder. Answers once: its path, nothing when the user cancelled, or why
-  /// nobody could be asked.
+  /// Asks the user for a folder. Calls `done` once.
   virtual void chooseFolder(const FolderRequest& request,
-                            std::function<void(Result<std::optional<std::string>>)> done) = 0;
+                            std::function<void(FolderChoice)> done) = 0;
 };
 
 }  // namespace zephyl

@@ -1,6 +1,10 @@
 #pragma once
 
+#include <optional>
 #include <string>
+#include <utility>
+
+#include "System/Result.hpp"
 
 namespace zephyl {
 
@@ -10,6 +14,21 @@ struct FolderRequest {
   std::string message;
 
   bool operator==(const FolderRequest&) const = default;
+};
+
+/// How a desktop's own folder chooser ended.
+struct FolderChoice {
+  /// The path of the folder, nullopt when the user cancelled, or an error.
+  using Answer = Result<std::optional<std::string>>;
+
+  Answer answer;
+  /// Whether the user has answered. If not, `answer` is the reason, and the user may be asked in
+  /// another way. An answer that cannot be used is an error all the same.
+  bool answered = true;
+
+  static FolderChoice unanswered(Error reason) {
+    return {.answer = std::move(reason), .answered = false};
+  }
 };
 
 }  // namespace zephyl

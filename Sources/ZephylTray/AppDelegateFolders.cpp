@@ -18,15 +18,15 @@ void AppDelegate::shellAddRoot(const std::string& id, const Completion& done) {
       }));
 }
 
-/// With the desktop's own picker, or ours where it has none. Several may be open, each with a
-/// client that waits for its answer.
+/// Asks with the desktop's own picker, and with the dialogs' where the user could not answer that
+/// one. Several may be open, each with a client that waits for its answer.
 void AppDelegate::pickFolder(const std::string& prompt, const std::string& message,
                              FolderAnswer done) {
   const FolderRequest request{.prompt = prompt, .message = message};
   desktop_.chooseFolder(
-      request, weakly([request, done = std::move(done)](
-                          AppDelegate& self, const Result<std::optional<std::string>>& folder) {
-        if (folder) return done(folder);
+      request,
+      weakly([request, done = std::move(done)](AppDelegate& self, const FolderChoice& choice) {
+        if (choice.answered) return done(choice.answer);
         auto& open = self.folderDialogs_;
         const auto place = open.emplace(open.end());
         *place = self.dialogs_.chooseFolder(

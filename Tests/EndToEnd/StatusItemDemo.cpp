@@ -1,6 +1,7 @@
 // A status item without a tray behind it: shows what it is told on standard input, a JSON object
 // on each line, and says on standard output, in the same form, what the user does.
 #include <csignal>
+#include <filesystem>
 #include <iostream>
 #include <thread>
 
@@ -90,9 +91,7 @@ class Demo {
     if (what == "unnotify") desktop_.removeNotification(text(command, "identifier"));
     if (what == "open") desktop_.openURL(text(command, "url"));
     if (what == "folder") chooseFolder(command);
-    if (what == "block") {
-      std::this_thread::sleep_for(std::chrono::milliseconds(command.at("ms").as_int64()));
-    }
+    if (what == "block") block(command);
     performOnApplications(what, text(command, "identifier"));
   }
 
@@ -113,6 +112,17 @@ class Demo {
     onUpdate_.reset();
   }
 
+  /// Keeps the main thread busy: for a time, or until a file exists.
+  static void block(const json::object& command) {
+    const auto file = text(command, "until");
+    if (file.empty()) {
+      std::this_thread::sleep_for(std::chrono::milliseconds(command.at("ms").as_int64()));
+    }
+    while (!file.empty() && !std::filesystem::exists(file)) {
+      std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+  }
+
   void notify(const json::object& command) {
     desktop_.postNotification({.identifier = text(command, "identifier"),
                                .title = text(command, "title"),
@@ -123,9 +133,10 @@ class Demo {
   void chooseFolder(const json::object& command) {
     const FolderRequest request{.prompt = text(command, "prompt"),
                                 .message = text(command, "message")};
-    desktop_.chooseFolder(request, [](const Result<std::optional<std::string>>& answer) {
+    desktop_.chooseFolder(request, [](const FolderChoice& choice) {
       json::object line{{"event", "folder"}};
-      if (!answer) {
+      if (!choice.answered) line["unanswered"] = true;
+      if (const auto& answer = choice.answer; !answer) {
         line["error"] = answer.error().message;
       } else if (*answer) {
         line["path"] = **answer;

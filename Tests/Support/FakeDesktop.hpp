@@ -65,8 +65,7 @@ class FakeDesktop final : public Desktop {
   void openFile(const std::string& path, Editor editor) override {
     openedFiles.emplace_back(path, editor);
   }
-  void chooseFolder(const FolderRequest& request,
-                    std::function<void(Result<std::optional<std::string>>)> done) override {
+  void chooseFolder(const FolderRequest& request, std::function<void(FolderChoice)> done) override {
     folderRequests.push_back(request);
     folderAnswer = std::move(done);
   }
@@ -82,7 +81,7 @@ class FakeDesktop final : public Desktop {
   std::vector<std::string> openedURLs;
   std::vector<std::pair<std::string, Editor>> openedFiles;
   std::vector<FolderRequest> folderRequests;
-  std::function<void(Result<std::optional<std::string>>)> folderAnswer;  ///< of the last request
+  std::function<void(FolderChoice)> folderAnswer;  ///< of the last request
 };
 
 }  // namespace zephyl::test

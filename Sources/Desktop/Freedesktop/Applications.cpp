@@ -3,9 +3,26 @@
 #include <csignal>
 #include <utility>
 
+#include <sys/syscall.h>
+#include <unistd.h>
+
 #include "Desktop/Freedesktop/BusText.hpp"
 
 namespace zephyl {
+
+namespace {
+
+/// A pidfd; closed when there is no such process.
+FileDescriptor openProcess(pid_t pid) {
+  if (pid <= 0) return {};
+  return FileDescriptor(static_cast<int>(::syscall(SYS_pidfd_open, pid, 0)));
+}
+
+void sendSignal(const FileDescriptor& process, int signal) {
+  ::syscall(SYS_pidfd_send_signal, process.get(), signal, nullptr, 0);
+}
+
+}  // namespace
 
 BusMessage newActivation(const BusConnection& connection, const char* service,
                          const std::string& identifier, const std::string& token) {
@@ -38,7 +55,7 @@ void Applications::disconnected() {
   settled_ = true;
   watches_.clear();
   const std::scoped_lock lock(mutex_);
-  for (auto& [identifier, known] : known_) known = {.answered = true};
+  for (auto& [identifier, known] : known_) known = {.answered = true, .process = nullptr};
   answered_.notify_all();
 }
 
@@ -57,30 +74,44 @@ std::vector<RunningApplication> Applications::running(const std::string& identif
 
 void Applications::watch(const std::string& identifier) {
   if (!settled_) return;
-  if (connection_ == nullptr) return learn(identifier, 0);
-  watches_[identifier].owner = connection_->watchOwner(
-      identifier,
-      [this, identifier](const std::string& owner) { ownerChanged(identifier, owner); });
+  if (connection_ == nullptr) return learn(identifier, {});
+  Watch& watch = watches_.try_emplace(identifier, identifier).first->second;
+  watch.name.watch(*connection_, [this, &watch](const std::string&) { ownerChanged(watch); });
 }
 
-void Applications::ownerChanged(const std::string& identifier, const std::string& owner) {
-  Watch& watch = watches_[identifier];
-  watch.process.reset();
-  if (owner.empty()) return learn(identifier, 0);
-  const auto query = connection_->newCall(
-      {"org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus"},
-      "GetConnectionUnixProcessID");
-  BusWriter(query.get()).append("s", owner.c_str());
-  watch.process = connection_->call(query, [this, identifier](sd_bus_message& reply) {
-    std::uint32_t pid = 0;
-    if (!isError(reply)) sd_bus_message_read(&reply, "u", &pid);
-    learn(identifier, static_cast<pid_t>(pid));
+void Applications::ownerChanged(Watch& watch) {
+  watch.question.reset();
+  if (watch.name.owner().empty()) return learn(watch.name.name(), {});
+  askForProcess(watch, [this, &watch](pid_t pid) { processLearned(watch, pid); });
+}
+
+/// Opens the process and asks once more: an owner that is still connected has not ended, so the
+/// pidfd, which is older than the second answer, is its process and not a successor of that id.
+void Applications::processLearned(Watch& watch, pid_t pid) {
+  const auto process = std::make_shared<const FileDescriptor>(openProcess(pid));
+  if (!*process) return learn(watch.name.name(), {.pid = pid, .process = nullptr});
+  askForProcess(watch, [this, &watch, pid, process](pid_t again) {
+    const bool confirmed = again == pid;
+    learn(watch.name.name(), confirmed ? Known{.pid = pid, .process = process} : Known{});
   });
 }
 
-void Applications::learn(const std::string& identifier, pid_t pid) {
+void Applications::askForProcess(Watch& watch, std::function<void(pid_t)> answer) const {
+  const auto query = connection_->newCall(
+      {BusConnection::busName, "/org/freedesktop/DBus", BusConnection::busName},
+      "GetConnectionUnixProcessID");
+  BusWriter(query.get()).append("s", watch.name.owner().c_str());
+  watch.question = connection_->call(query, [answer = std::move(answer)](sd_bus_message& reply) {
+    std::uint32_t pid = 0;
+    if (!isError(reply)) sd_bus_message_read(&reply, "u", &pid);
+    answer(static_cast<pid_t>(pid));
+  });
+}
+
+void Applications::learn(const std::string& identifier, Known known) {
+  known.answered = true;
   const std::scoped_lock lock(mutex_);
-  known_[identifier] = {.answered = true, .pid = pid};
+  known_[identifier] = std::move(known);
   answered_.notify_all();
 }
 
@@ -101,7 +132,7 @@ void Applications::terminate(const RunningApplication& application) {
   const std::scoped_lock lock(mutex_);
   const auto known = known_.find(application.identifier);
   if (known == known_.end() || known->second.pid != application.pid) return;
-  if (application.pid > 0) kill(application.pid, SIGTERM);
+  if (const auto& process = known->second.process) sendSignal(*process, SIGTERM);
 }
 
 }  // namespace zephyl

@@ -1,13 +1,17 @@
 #pragma once
 
 #include <condition_variable>
+#include <functional>
 #include <map>
+#include <memory>
 #include <mutex>
 #include <string>
 #include <vector>
 
 #include "Desktop/Desktop.hpp"
 #include "Desktop/Freedesktop/Bus.hpp"
+#include "Desktop/Freedesktop/WatchedName.hpp"
+#include "System/FileDescriptor.hpp"
 
 namespace zephyl {
 
@@ -16,7 +20,12 @@ namespace zephyl {
 BusMessage newActivation(const BusConnection& connection, const char* service,
                          const std::string& identifier, const std::string& token);
 
-/// The applications of the session that own a bus name: running is who has an owner.
+/// The applications of the session that own a bus name: an identifier whose name has an owner is
+/// running.
+///
+/// The owner's process is known by its id and by a pidfd, which cannot come to mean another process
+/// once the application has ended. The bus confirms the id after the pidfd was opened. An owner
+/// whose process cannot be opened is running, but is never sent a signal.
 ///
 /// The first question about an identifier waits for the bus, for `firstAnswerLimit` of real time
 /// at most; from then on its name is watched and the answer is at hand. Called from the main
@@ -35,24 +44,31 @@ class Applications final : public Bus::Client {
   std::vector<RunningApplication> running(const std::string& identifier);
   /// Brings it to the front, with a token that allows it (empty for none).
   void activate(const std::string& identifier, const std::string& token);
-  /// Sends SIGTERM, unless the application has ended meanwhile.
+  /// Sends SIGTERM to the process that `running` named, unless it has ended or the name has
+  /// another owner meanwhile.
   void terminate(const RunningApplication& application);
 
  private:
   /// What is known of an identifier. Guarded by the mutex.
   struct Known {
     bool answered = false;
-    pid_t pid = 0;  // 0: not running
+    pid_t pid = 0;                                  // 0: not running
+    std::shared_ptr<const FileDescriptor> process;  // a pidfd; null when there is none
   };
   /// What watches it, on the bus thread.
   struct Watch {
-    std::vector<BusSlot> owner;
-    BusSlot process;
+    explicit Watch(const std::string& identifier) : name(identifier) {}
+
+    WatchedName name;
+    BusSlot question;
   };
 
   void watch(const std::string& identifier);
-  void ownerChanged(const std::string& identifier, const std::string& owner);
-  void learn(const std::string& identifier, pid_t pid);
+  void ownerChanged(Watch& watch);
+  void processLearned(Watch& watch, pid_t pid);
+  /// Asks the bus for the process id of the name's owner; 0 when it is not known.
+  void askForProcess(Watch& watch, std::function<void(pid_t)> answer) const;
+  void learn(const std::string& identifier, Known known);
   void sendActivation(const std::string& identifier, const std::string& token) const;
 
   Bus& bus_;
@@ -63,7 +79,7 @@ class Applications final : public Bus::Client {
   // The bus thread's own
   BusConnection* connection_ = nullptr;
   bool settled_ = false;  // whether there is a bus is known; before that, questions wait for it
-  std::map<std::string, Watch> watches_;
+  std::map<std::string, Watch> watches_;  // by identifier
 };
 
 }  // namespace zephyl

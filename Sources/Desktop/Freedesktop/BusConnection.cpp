@@ -7,6 +7,7 @@ namespace zephyl {
 namespace {
 
 std::uint64_t microseconds(Duration duration) {
+  if (duration == BusConnection::noLimit) return UINT64_MAX;
   return static_cast<std::uint64_t>(
       std::chrono::duration_cast<std::chrono::microseconds>(duration).count());
 }
@@ -85,6 +86,7 @@ std::vector<BusSlot> BusConnection::watchOwner(const std::string& name,
                 "interface='org.freedesktop.DBus',member='NameOwnerChanged',arg0='" +
                     name + "'",
                 [changed](sd_bus_message& signal) {
+                  if (senderOf(signal) != busName) return;
                   readString(signal);
                   readString(signal);
                   changed(readString(signal));
@@ -109,6 +111,11 @@ std::string errorText(sd_bus_message& reply) {
   const sd_bus_error* error = sd_bus_message_get_error(&reply);
   if (error == nullptr || error->name == nullptr) return "no error";
   return std::string(error->name) + ": " + (error->message != nullptr ? error->message : "");
+}
+
+std::string_view senderOf(sd_bus_message& message) {
+  const char* sender = sd_bus_message_get_sender(&message);
+  return sender != nullptr ? sender : "";
 }
 
 std::string readString(sd_bus_message& message) {

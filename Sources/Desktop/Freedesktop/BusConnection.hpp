@@ -4,6 +4,7 @@
 #include <functional>
 #include <memory>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include <systemd/sd-bus.h>
@@ -70,6 +71,10 @@ class BusConnection {
   /// Called with the unique name of a name's owner, at first and on every change; empty for none.
   using OwnerHandler = std::function<void(const std::string& owner)>;
   static constexpr Duration replyLimit = std::chrono::seconds(10);
+  /// The limit of a call whose reply is waited for as long as the connection lasts.
+  static constexpr Duration noLimit = Duration::max();
+  /// The bus itself: the name under which it sends.
+  static constexpr const char* busName = "org.freedesktop.DBus";
 
   explicit BusConnection(sd_bus& bus) : bus_(bus) {}
   BusConnection(const BusConnection&) = delete;
@@ -89,8 +94,11 @@ class BusConnection {
   /// Sends a signal, or a call whose reply nobody waits for.
   void send(const BusMessage& message) const;
 
+  /// Calls `onSignal` for every signal that matches, whoever sent it: a signal that is addressed to
+  /// this connection arrives whatever sender the rule names. For signals of a service use
+  /// `WatchedName::subscribe`.
   [[nodiscard]] BusSlot subscribe(const std::string& matchRule, Handler onSignal) const;
-  /// The slots that watch a name; both are needed.
+  /// Follows the owner of a name, as the bus itself reports it. Both slots are needed.
   [[nodiscard]] std::vector<BusSlot> watchOwner(const std::string& name,
                                                 const OwnerHandler& changed) const;
   /// `self` outlives the slot.
@@ -106,6 +114,9 @@ class BusConnection {
 }
 /// "<name>: <message>" of an error reply.
 std::string errorText(sd_bus_message& reply);
+/// The unique name of the connection that sent a message, or `BusConnection::busName`; empty when
+/// the message carries none.
+std::string_view senderOf(sd_bus_message& message);
 /// The next string of a message; empty when there is none.
 std::string readString(sd_bus_message& message);
 

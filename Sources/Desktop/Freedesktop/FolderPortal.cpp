@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "Desktop/Freedesktop/BusText.hpp"
+#include "System/Secret.hpp"
 #include "System/Text.hpp"
 
 namespace zephyl {
@@ -16,6 +17,7 @@ constexpr BusAddress properties{portalName, portalPath, "org.freedesktop.DBus.Pr
 constexpr BusAddress fileChooser{portalName, portalPath, "org.freedesktop.portal.FileChooser"};
 constexpr std::uint32_t versionWithDirectories = 3;
 constexpr std::uint32_t success = 0;
+constexpr std::size_t tokenBytes = 16;
 
 /// The first of the chosen files in a response's results.
 std::optional<std::string> firstURI(sd_bus_message& signal) {
@@ -67,37 +69,42 @@ std::optional<std::string> pathOfFileURI(std::string_view uri) {
 
 void FolderPortal::connected(BusConnection& connection) {
   connection_ = &connection;
-  portalWatch_ = connection.watchOwner(portalName, [this](const std::string& owner) {
-    const auto before = std::exchange(owner_, owner);
-    if (!before.empty() && owner != before) finishAll("The folder chooser has gone away.");
+  portal_.watch(connection, [this, before = std::string()](const std::string& owner) mutable {
+    const auto previous = std::exchange(before, owner);
+    if (!previous.empty() && owner != previous) failAll("The folder chooser has gone away.");
   });
 }
 
 void FolderPortal::disconnected() {
   connection_ = nullptr;
-  portalWatch_.clear();
-  owner_.clear();
-  finishAll("The session bus has gone away.");
+  portal_.forget();
+  failAll("The session bus has gone away.");
 }
 
 void FolderPortal::choose(const FolderRequest& request, Done done) {
-  if (connection_ == nullptr)
-    return done(Error{"There is no session bus to choose a folder through."});
-  const auto token = "zephyl_tray_" + std::to_string(++lastQuestion_);
+  const auto token = "zephyl_tray_" + randomHexadecimal(tokenBytes);
   Question& question = questions_[token];
   question.request = request;
   question.done = std::move(done);
+  if (connection_ == nullptr) {
+    return fail(token, Error{"There is no session bus to choose a folder through."});
+  }
   const auto call = connection_->newCall(properties, "Get");
   BusWriter(call.get()).append("ss", fileChooser.interface, "version");
-  question.call = connection_->call(call, [this, token](sd_bus_message& reply) {
-    std::uint32_t version = 0;
-    if (isError(reply))
-      return finish(token, Error{"There is no folder chooser: ", errorText(reply)});
-    if (sd_bus_message_read(&reply, "v", "u", &version) > 0 && version >= versionWithDirectories) {
-      return ask(token);
-    }
-    finish(token, Error{"The desktop's file chooser cannot choose folders."});
-  });
+  question.call = connection_->call(
+      call,
+      [this, token](sd_bus_message& reply) {
+        std::uint32_t version = 0;
+        if (isError(reply)) {
+          return fail(token, Error{"There is no folder chooser: ", errorText(reply)});
+        }
+        const bool read =
+            portal_.sent(reply) && sd_bus_message_read(&reply, "v", "u", &version) > 0;
+        if (read && version >= versionWithDirectories) return ask(token);
+        fail(token, Error{"The desktop's file chooser cannot choose folders."});
+      },
+      startLimit);
+  if (!question.call) fail(token, Error{"The folder chooser could not be called."});
 }
 
 void FolderPortal::ask(const std::string& token) {
@@ -107,46 +114,85 @@ void FolderPortal::ask(const std::string& token) {
   const auto call = connection_->newCall(fileChooser, "OpenFile");
   BusWriter writer(call.get());
   writeQuestion(writer, question.request, token);
-  question.call =
-      connection_->call(call, [this, token](sd_bus_message& reply) { taken(token, reply); });
+  if (writer.status() >= 0) {
+    question.call = connection_->call(
+        call, [this, token](sd_bus_message& reply) { accepted(token, reply); },
+        BusConnection::noLimit);
+  } else {
+    question.call.reset();
+  }
+  if (!question.call) return fail(token, Error{"The folder chooser could not be called."});
+  question.limit = bus_.after(startLimit, [this, token] { giveUp(token); });
 }
 
-void FolderPortal::taken(const std::string& token, sd_bus_message& reply) {
+void FolderPortal::accepted(const std::string& token, sd_bus_message& reply) {
   const auto found = questions_.find(token);
   if (found == questions_.end()) return;
-  if (isError(reply)) {
-    return finish(token, Error{"The folder chooser could not be shown: ", errorText(reply)});
-  }
-  found->second.call.reset();
+  Question& question = found->second;
   const char* handle = nullptr;
-  if (sd_bus_message_read_basic(&reply, 'o', &handle) <= 0) return;
+  const bool valid =
+      !isError(reply) && portal_.sent(reply) && sd_bus_message_read_basic(&reply, 'o', &handle) > 0;
+  if (!question.done) {  // given up meanwhile
+    if (valid) close(handle);
+    questions_.erase(found);
+    return;
+  }
+  if (!valid) {
+    const auto reason = isError(reply) ? errorText(reply) : "its reply is not valid";
+    return fail(token, Error{"The folder chooser could not be shown: ", reason});
+  }
+  question.call.reset();
+  question.limit.cancel();
   if (portalRequestPath(connection_->uniqueName(), token) != handle) awaitResponse(token, handle);
 }
 
+void FolderPortal::giveUp(const std::string& token) {
+  const auto found = questions_.find(token);
+  if (found == questions_.end() || !found->second.call || !found->second.done) return;
+  found->second.response.reset();
+  const auto done = std::exchange(found->second.done, nullptr);
+  done(FolderChoice::unanswered(Error{"The folder chooser does not answer."}));
+}
+
+void FolderPortal::close(const std::string& handle) const {
+  const auto call = connection_->newCall(
+      {portal_.owner().c_str(), handle.c_str(), "org.freedesktop.portal.Request"}, "Close");
+  if (!call) return;
+  sd_bus_message_set_expect_reply(call.get(), 0);
+  connection_->send(call);
+}
+
 void FolderPortal::awaitResponse(const std::string& token, const std::string& path) {
-  questions_.at(token).response = connection_->subscribe(
-      "type='signal',interface='org.freedesktop.portal.Request',member='Response',path='" + path +
-          "'",
+  questions_.at(token).response = portal_.subscribe(
+      *connection_,
+      "interface='org.freedesktop.portal.Request',member='Response',path='" + path + "'",
       [this, token](sd_bus_message& signal) { responded(token, signal); });
 }
 
 void FolderPortal::responded(const std::string& token, sd_bus_message& signal) {
   std::uint32_t response = 0;
   if (sd_bus_message_read(&signal, "u", &response) <= 0) return;
-  if (response != success) return finish(token, std::optional<std::string>());
+  if (response != success) return finish(token, {.answer = std::optional<std::string>()});
   const auto uri = firstURI(signal);
   auto path = uri ? pathOfFileURI(*uri) : std::nullopt;
-  if (!path) return finish(token, Error{"The folder chooser named no folder on this machine."});
-  finish(token, std::move(path));
+  if (!path) {
+    return finish(
+        token,
+        {.answer = Error{
+             "The folder chooser named no folder on this machine. Choose one on a local disk."}});
+  }
+  finish(token, {.answer = std::move(path)});
 }
 
-void FolderPortal::finish(const std::string& token, Result<std::optional<std::string>> answer) {
+void FolderPortal::finish(const std::string& token, FolderChoice choice) {
   auto question = questions_.extract(token);
-  if (!question.empty()) question.mapped().done(std::move(answer));
+  if (!question.empty() && question.mapped().done) question.mapped().done(std::move(choice));
 }
 
-void FolderPortal::finishAll(const char* reason) {
-  for (auto& [token, question] : std::exchange(questions_, {})) question.done(Error{reason});
+void FolderPortal::failAll(const char* reason) {
+  for (auto& [token, question] : std::exchange(questions_, {})) {
+    if (question.done) question.done(FolderChoice::unanswered(Error{reason}));
+  }
 }
 
 }  // namespace zephyl

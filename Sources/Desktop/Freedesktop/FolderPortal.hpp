@@ -5,24 +5,32 @@
 #include <optional>
 #include <string>
 #include <string_view>
-#include <vector>
 
 #include "Desktop/FolderRequest.hpp"
 #include "Desktop/Freedesktop/Bus.hpp"
-#include "System/Result.hpp"
+#include "Desktop/Freedesktop/WatchedName.hpp"
 
 namespace zephyl {
 
-/// The path of a "file" URI, decoded; none when it is something else. Pure.
+/// The path of a "file" URI, decoded; nullopt for anything else. Pure.
 std::optional<std::string> pathOfFileURI(std::string_view uri);
 
-/// Asks for a folder through org.freedesktop.portal.FileChooser. Each question is answered once:
-/// a path, nothing when the user cancelled, or why nobody could be asked.
+/// Asks for a folder through org.freedesktop.portal.FileChooser. Each question is answered once.
+///
+/// The choice of a folder is the consent to share it, so only the owner of the portal's name may
+/// answer, and the handle of a request cannot be guessed.
 ///
 /// Bus thread only, with the answers.
 class FolderPortal final : public Bus::Client {
  public:
-  using Done = std::function<void(Result<std::optional<std::string>>)>;
+  using Done = std::function<void(FolderChoice)>;
+
+  /// A portal may have to be started first. One that has not accepted a question by then is given
+  /// up; should it accept the question later, it is asked to close its window again.
+  static constexpr Duration startLimit = std::chrono::seconds(25);
+
+  /// The bus outlives it.
+  explicit FolderPortal(Bus& bus) : bus_(bus) {}
 
   void connected(BusConnection& connection) override;
   void disconnected() override;
@@ -32,24 +40,30 @@ class FolderPortal final : public Bus::Client {
  private:
   struct Question {
     FolderRequest request;
-    Done done;
-    BusSlot call;      ///< while the portal has not taken the question
+    Done done;         ///< empty once the question was answered
+    BusSlot call;      ///< while the portal has not accepted the question
     BusSlot response;  ///< while the user has not answered
+    Timer limit;       ///< while the portal has not accepted the question
   };
 
   void ask(const std::string& token);
-  void taken(const std::string& token, sd_bus_message& reply);
+  void accepted(const std::string& token, sd_bus_message& reply);
+  /// The portal has not accepted the question in time.
+  void giveUp(const std::string& token);
   void awaitResponse(const std::string& token, const std::string& path);
   void responded(const std::string& token, sd_bus_message& signal);
-  void finish(const std::string& token, Result<std::optional<std::string>> answer);
-  void finishAll(const char* reason);
+  void close(const std::string& handle) const;
+  void finish(const std::string& token, FolderChoice choice);
+  void fail(const std::string& token, Error reason) {
+    finish(token, FolderChoice::unanswered(std::move(reason)));
+  }
+  void failAll(const char* reason);
 
-  unsigned lastQuestion_ = 0;
+  Bus& bus_;
   std::map<std::string, Question> questions_;  // by their tokens
 
   BusConnection* connection_ = nullptr;
-  std::vector<BusSlot> portalWatch_;
-  std::string owner_;
+  WatchedName portal_{"org.freedesktop.portal.Desktop"};
 };
 
 }  // namespace zephyl

@@ -25,12 +25,14 @@ FreedesktopDesktop::FreedesktopDesktop(const Services& services,
     : services_(services),
       headless_(services.mainLoop, services.clock),
       item_(*this),
+      backlog_(services.mainLoop),
       bus_(services.clock),
       pacer_(services.clock,
              [this](Duration delay, Task task) { return bus_.after(delay, std::move(task)); }),
       menu_(bus_, services.clock, pacer_, icons ? icons->themePath : "", menuListener()),
       statusNotifier_(pacer_, icons, itemListener()),
       notifications_(notificationIcon(icons), notificationListener()),
+      folderPortal_(bus_),
       applications_(bus_),
       instance_(instanceListener()) {
   // The menu before the item: it stands ready when the item registers.
@@ -51,11 +53,11 @@ FreedesktopDesktop::~FreedesktopDesktop() {
 DBusMenu::Listener FreedesktopDesktop::menuListener() {
   return {.session =
               [this](MenuSession::Event event, unsigned opening) {
-                services_.mainLoop.async([this, event, opening] { item_.tell(event, opening); });
+                backlog_.post([this, event, opening] { item_.tell(event, opening); });
               },
           .chosen =
               [this](const MenuAction& action) {
-                services_.mainLoop.async([this, action] { item_.choose(action); });
+                backlog_.offer([this, action] { item_.choose(action); });
               }};
 }
 
@@ -137,11 +139,11 @@ void FreedesktopDesktop::launch(const std::string& program, const std::string& a
   }
 }
 
-void FreedesktopDesktop::chooseFolder(
-    const FolderRequest& request, std::function<void(Result<std::optional<std::string>>)> done) {
+void FreedesktopDesktop::chooseFolder(const FolderRequest& request,
+                                      std::function<void(FolderChoice)> done) {
   bus_.post([this, request, done = std::move(done)] {
-    folderPortal_.choose(request, [this, done](Result<std::optional<std::string>> answer) {
-      services_.mainLoop.async([done, answer = std::move(answer)] { done(answer); });
+    folderPortal_.choose(request, [this, done](FolderChoice choice) {
+      services_.mainLoop.async([done, choice = std::move(choice)] { done(choice); });
     });
   });
 }

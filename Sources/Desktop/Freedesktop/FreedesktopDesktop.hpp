@@ -8,6 +8,7 @@
 
 #include "Desktop/Desktop.hpp"
 #include "Desktop/Freedesktop/Applications.hpp"
+#include "Desktop/Freedesktop/Backlog.hpp"
 #include "Desktop/Freedesktop/Bus.hpp"
 #include "Desktop/Freedesktop/DBusMenu.hpp"
 #include "Desktop/Freedesktop/FolderPortal.hpp"
@@ -57,8 +58,7 @@ class FreedesktopDesktop final : public Desktop {
   }
   void openURL(const std::string& url) override;
   void openFile(const std::string& path, Editor editor) override;
-  void chooseFolder(const FolderRequest& request,
-                    std::function<void(Result<std::optional<std::string>>)> done) override;
+  void chooseFolder(const FolderRequest& request, std::function<void(FolderChoice)> done) override;
 
   /// What lets the next window come to the front, for whoever shows it; empty when there is
   /// nothing.
@@ -92,11 +92,11 @@ class FreedesktopDesktop final : public Desktop {
 
   FreedesktopDesktop(const Services& services, const std::optional<IconLocation>& icons);
 
-  /// Lets the bus thread call a member function on the main thread.
+  /// Lets the bus thread call a member function on the main thread, unless that is too far behind.
   template <typename... Values>
   auto onMain(void (FreedesktopDesktop::*member)(Values...)) {
     return [this, member](const auto&... values) {
-      services_.mainLoop.async([this, member, values...] { (this->*member)(values...); });
+      backlog_.offer([this, member, values...] { (this->*member)(values...); });
     };
   }
 
@@ -119,6 +119,7 @@ class FreedesktopDesktop final : public Desktop {
   bool withoutBus_ = false;      // and that was said
   std::string activationToken_;  // the newest that nobody has used
 
+  Backlog backlog_;
   Bus bus_;
   SignalPacer pacer_;  // and what follows: the bus thread's
   DBusMenu menu_;

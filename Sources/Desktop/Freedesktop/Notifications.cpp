@@ -28,17 +28,15 @@ std::set<std::string> readCapabilities(sd_bus_message& reply) {
 
 void Notifications::connected(BusConnection& connection) {
   connection_ = &connection;
-  serverWatch_ =
-      connection.watchOwner(serverName, [this](const std::string& owner) { serverChanged(owner); });
-  signals_ = connection.subscribe(
-      std::string("type='signal',sender='") + serverName + "',interface='" + serverName + "'",
-      [this](sd_bus_message& signal) { receive(signal); });
+  server_.watch(connection, [this](const std::string& owner) { serverChanged(owner); });
+  signals_ = server_.subscribe(connection, std::string("interface='") + serverName + "'",
+                               [this](sd_bus_message& signal) { receive(signal); });
 }
 
 /// What another server has shown is gone, and it may be able to do other things. What waits is for
 /// the new one, which our own question may have started.
 void Notifications::serverChanged(const std::string& owner) {
-  if (std::exchange(owner_, owner) == owner) return;
+  if (std::exchange(shownBy_, owner) == owner) return;
   const auto waiting = std::exchange(waiting_, {});
   forget();
   for (const auto& each : waiting) post(each);
@@ -46,9 +44,9 @@ void Notifications::serverChanged(const std::string& owner) {
 
 void Notifications::disconnected() {
   connection_ = nullptr;
-  serverWatch_.clear();
+  server_.forget();
   signals_.reset();
-  owner_.clear();
+  shownBy_.clear();
   forget();
 }
 

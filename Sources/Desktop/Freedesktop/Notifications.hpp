@@ -10,6 +10,7 @@
 
 #include "Desktop/Desktop.hpp"
 #include "Desktop/Freedesktop/Bus.hpp"
+#include "Desktop/Freedesktop/WatchedName.hpp"
 
 namespace zephyl {
 
@@ -64,10 +65,9 @@ class Notifications final : public Bus::Client {
   std::optional<std::set<std::string>> capabilities_;  // once the server has told
   std::vector<Notification> waiting_;                  // for the capabilities
 
-  std::string owner_;  // of the server's name
-
   BusConnection* connection_ = nullptr;
-  std::vector<BusSlot> serverWatch_;
+  WatchedName server_{"org.freedesktop.Notifications"};
+  std::string shownBy_;  // the unique name of the server that knows what was posted
   BusSlot signals_;
   BusSlot query_;
 };

@@ -38,14 +38,15 @@ StatusNotifierItem::StatusNotifierItem(SignalPacer& pacer, std::optional<IconLoc
 const sd_bus_vtable* StatusNotifierItem::table() {
   constexpr auto property = answerProperty<&StatusNotifierItem::property, StatusNotifierItem>;
   constexpr auto activate = answerCall<&StatusNotifierItem::activate, StatusNotifierItem>;
+  constexpr auto openWindow = answerCall<&StatusNotifierItem::openWindow, StatusNotifierItem>;
   constexpr auto ignore = answerCall<&StatusNotifierItem::ignore, StatusNotifierItem>;
   constexpr auto token = answerCall<&StatusNotifierItem::provideToken, StatusNotifierItem>;
   static const sd_bus_vtable table[] = {
       SD_BUS_VTABLE_START(0),
       // Where a host can see it, it waits for the double click that would call it.
       SD_BUS_METHOD("Activate", "ii", "", activate, SD_BUS_VTABLE_HIDDEN),
-      SD_BUS_METHOD("ContextMenu", "ii", "", activate, 0),
-      SD_BUS_METHOD("SecondaryActivate", "ii", "", activate, 0),
+      SD_BUS_METHOD("ContextMenu", "ii", "", openWindow, 0),
+      SD_BUS_METHOD("SecondaryActivate", "ii", "", openWindow, 0),
       SD_BUS_METHOD("Scroll", "is", "", ignore, 0),
       SD_BUS_METHOD("ProvideXdgActivationToken", "s", "", token, 0),
       SD_BUS_PROPERTY("Category", "s", property, 0, 0),
@@ -86,13 +87,15 @@ const sd_bus_vtable* StatusNotifierItem::table() {
 void StatusNotifierItem::connected(BusConnection& connection) {
   connection_ = &connection;
   object_ = connection.addObject(path, itemInterface, table(), this);
+  plasmaShell_.watch(connection);
   if (shown_) watchForWatcher();
 }
 
 void StatusNotifierItem::disconnected() {
   connection_ = nullptr;
   object_.reset();
-  watcherWatch_.clear();
+  watcher_.forget();
+  plasmaShell_.forget();
   hostWatch_.reset();
   registration_.reset();
   wasRead_ = false;
@@ -104,17 +107,17 @@ void StatusNotifierItem::show() {
 }
 
 void StatusNotifierItem::watchForWatcher() {
-  watcherWatch_ = connection_->watchOwner(watcherName, [this](const std::string& owner) {
+  watcher_.watch(*connection_, [this](const std::string& owner) {
     if (!owner.empty()) {
       registerItem();
     } else if (!std::exchange(toldThatItWaits_, true)) {
       log("no panel shows status items yet; the item appears when one does");
     }
   });
-  hostWatch_ =
-      connection_->subscribe(std::string("type='signal',sender='") + watcherName + "',interface='" +
-                                 watcherName + "',member='StatusNotifierHostRegistered'",
-                             [this](sd_bus_message&) { registerItem(); });
+  hostWatch_ = watcher_.subscribe(
+      *connection_,
+      std::string("interface='") + watcherName + "',member='StatusNotifierHostRegistered'",
+      [this](sd_bus_message&) { registerItem(); });
 }
 
 void StatusNotifierItem::registerItem() {
@@ -205,7 +208,15 @@ void StatusNotifierItem::writePixmaps(BusWriter& writer) const {
   writer.close();
 }
 
+/// Plasma opens the menu itself, but only when this call fails.
 int StatusNotifierItem::activate(sd_bus_message& call) {
+  if (plasmaShell_.sent(call)) {
+    return sd_bus_reply_method_errorf(&call, SD_BUS_ERROR_NOT_SUPPORTED, "the item is a menu");
+  }
+  return openWindow(call);
+}
+
+int StatusNotifierItem::openWindow(sd_bus_message& call) {
   listener_.activated();
   return sd_bus_reply_method_return(&call, "");
 }

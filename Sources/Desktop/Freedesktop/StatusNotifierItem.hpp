@@ -10,6 +10,7 @@
 #include "Desktop/Freedesktop/Bus.hpp"
 #include "Desktop/Freedesktop/SignalPacer.hpp"
 #include "Desktop/Freedesktop/StatusIcons.hpp"
+#include "Desktop/Freedesktop/WatchedName.hpp"
 
 namespace zephyl {
 
@@ -52,6 +53,7 @@ class StatusNotifierItem final : public Bus::Client {
   int property(const std::string& name, BusWriter& writer);
   [[nodiscard]] std::string text(std::string_view property) const;
   int activate(sd_bus_message& call);
+  int openWindow(sd_bus_message& call);
   int ignore(sd_bus_message& call);
   int provideToken(sd_bus_message& call);
 
@@ -77,7 +79,8 @@ class StatusNotifierItem final : public Bus::Client {
 
   BusConnection* connection_ = nullptr;
   BusSlot object_;
-  std::vector<BusSlot> watcherWatch_;
+  WatchedName watcher_{"org.kde.StatusNotifierWatcher"};
+  WatchedName plasmaShell_{"org.kde.plasmashell"};
   BusSlot hostWatch_;
   BusSlot registration_;
 };

@@ -12,9 +12,8 @@ void HeadlessDesktop::openFile(const std::string& path, Editor) {
   log("not opened, there is no desktop: {}", path);
 }
 
-void HeadlessDesktop::chooseFolder(const FolderRequest&,
-                                   std::function<void(Result<std::optional<std::string>>)> done) {
-  done(Error{"There is no desktop to choose a folder on."});
+void HeadlessDesktop::chooseFolder(const FolderRequest&, std::function<void(FolderChoice)> done) {
+  done(FolderChoice::unanswered(Error{"There is no desktop to choose a folder on."}));
 }
 
 void HeadlessDesktop::Item::setDescription(const std::string& description) {

@@ -27,8 +27,7 @@ class HeadlessDesktop final : public Desktop {
   void terminate(const RunningApplication&) override {}
   void openURL(const std::string& url) override;
   void openFile(const std::string& path, Editor editor) override;
-  void chooseFolder(const FolderRequest& request,
-                    std::function<void(Result<std::optional<std::string>>)> done) override;
+  void chooseFolder(const FolderRequest& request, std::function<void(FolderChoice)> done) override;
 
  private:
   class Item final : public StatusItem {

@@ -3,6 +3,7 @@
 import os
 import pathlib
 import shutil
+import signal
 import socket
 import subprocess
 import tempfile
@@ -61,6 +62,13 @@ class SessionBus:
     def _listens(self):
         with socket.socket(socket.AF_UNIX) as probe:
             return probe.connect_ex(str(self.socket)) == 0
+
+    def suspend(self):
+        """From now on the bus accepts connections, and answers nothing."""
+        self.process.send_signal(signal.SIGSTOP)
+
+    def resume(self):
+        self.process.send_signal(signal.SIGCONT)
 
     def kill(self):
         self.process.kill()
@@ -142,8 +150,18 @@ class Peer:
 
         self.connection.register_object(path, interface, called, read, None)
 
-    def emit(self, path, interface, member, values=None):
-        self.connection.emit_signal(None, path, interface, member, values)
+    def emit(self, path, interface, member, values=None, to=None):
+        """Sends a signal to everybody, or to the connection of one unique name."""
+        self.connection.emit_signal(to, path, interface, member, values)
+        self.connection.flush_sync(None)
+
+    def send_calls(self, count, service, path, interface, method, signature="()", *arguments):
+        """Calls a method again and again, without waiting for replies."""
+        for _ in range(count):
+            message = Gio.DBusMessage.new_method_call(service, path, interface, method)
+            message.set_flags(Gio.DBusMessageFlags.NO_REPLY_EXPECTED)
+            message.set_body(GLib.Variant(signature, arguments))
+            self.connection.send_message(message, Gio.DBusSendMessageFlags.NONE)
         self.connection.flush_sync(None)
 
     def close(self):

@@ -180,7 +180,7 @@ TEST_F(ControlTest, AFolderIsChosenAndSharedWithOneServer) {
   EXPECT_EQ(desktop_.folderRequests[0].prompt, "Share");
   EXPECT_EQ(desktop_.folderRequests[0].message,
             "Choose a project folder to share with this Zephyl.");
-  desktop_.folderAnswer("/home/me/project");
+  desktop_.folderAnswer({.answer = "/home/me/project"});
   EXPECT_EQ(receive(client), ok_);
   const auto requests = agent_.requests();
   const auto added = std::ranges::find(requests, "POST", &test::FakeAgent::Request::method);
@@ -194,7 +194,7 @@ TEST_F(ControlTest, ACancelledChoiceIsASuccess) {
   const test::RawClient client(port_);
   send(client, "POST /servers/" + id + "/roots", "");
   ASSERT_TRUE(runtime_.runUntil([&] { return !desktop_.folderRequests.empty(); }));
-  desktop_.folderAnswer(std::nullopt);
+  desktop_.folderAnswer({.answer = std::nullopt});
   EXPECT_EQ(receive(client), ok_);
   EXPECT_EQ(agent_.requestCount("POST /api/roots"), 0U);
 }
@@ -204,10 +204,21 @@ TEST_F(ControlTest, WithoutAPickerOfTheDesktopOurOwnAsks) {
   const test::RawClient client(port_);
   send(client, "POST /servers/" + id + "/roots", "");
   ASSERT_TRUE(runtime_.runUntil([&] { return !desktop_.folderRequests.empty(); }));
-  desktop_.folderAnswer(Error{"no portal"});
+  desktop_.folderAnswer(FolderChoice::unanswered(Error{"no portal"}));
   ASSERT_EQ(dialogs_.folderRequests, desktop_.folderRequests);
   dialogs_.folderAnswer(Error{"no screen"});
   EXPECT_EQ(receive(client), error("no screen"));
+}
+
+TEST_F(ControlTest, AnAnswerThatCannotBeUsedIsAnErrorAndNoReasonToAskAgain) {
+  const auto id = joinServer();
+  const test::RawClient client(port_);
+  send(client, "POST /servers/" + id + "/roots", "");
+  ASSERT_TRUE(runtime_.runUntil([&] { return !desktop_.folderRequests.empty(); }));
+  desktop_.folderAnswer({.answer = Error{"not on this machine"}});
+  EXPECT_EQ(receive(client), error("not on this machine"));
+  EXPECT_TRUE(dialogs_.folderRequests.empty());
+  EXPECT_EQ(agent_.requestCount("POST /api/roots"), 0U);
 }
 
 TEST_F(ControlTest, EachOfSeveralQuestionsForAFolderIsAnswered) {
@@ -219,7 +230,7 @@ TEST_F(ControlTest, EachOfSeveralQuestionsForAFolderIsAnswered) {
     send(*client, "POST /servers/" + id + "/roots", "");
     ++asked;
     ASSERT_TRUE(runtime_.runUntil([&] { return desktop_.folderRequests.size() == asked; }));
-    desktop_.folderAnswer(Error{"no portal"});
+    desktop_.folderAnswer(FolderChoice::unanswered(Error{"no portal"}));
   }
   ASSERT_EQ(dialogs_.openFolderQuestions(), 2U);
   dialogs_.folderAnswer(std::nullopt);

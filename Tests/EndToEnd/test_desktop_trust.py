@@ -1,0 +1,221 @@
+"""What connections of the session bus cannot do unless they own the name that counts."""
+
+import re
+import subprocess
+import sys
+
+import pytest
+from gi.repository import GLib
+
+from support.desktop_fixtures import bus, demo, start_demo, watcher  # noqa: F401
+from support.desktop_services import NOTIFICATIONS, FolderChooser, NotificationServer
+from support.session_bus import WATCHER, Item, SessionBus, Watcher
+from support.tray import BUILD, eventually
+
+TRAY = "com.zephyl.tray"
+BUS = "org.freedesktop.DBus"
+BUS_PATH = "/org/freedesktop/DBus"
+ITEM_PATH = "/org/ayatana/NotificationItem/zephyl_tray"
+
+
+@pytest.fixture
+def stranger(bus):
+    return bus.peer()
+
+
+@pytest.fixture(params=["broadcast", "addressed"])
+def forge(request, stranger, demo):
+    """Sends a signal in another's name; returns when the tray has handled it."""
+    def send(path, interface, member, signature, *values):
+        tray = unique_name(stranger)
+        stranger.emit(path, interface, member, GLib.Variant(signature, values),
+                      None if request.param == "broadcast" else tray)
+        # Messages of one sender are handled in their order.
+        stranger.call(tray, ITEM_PATH, "org.freedesktop.DBus.Peer", "Ping")
+    return send
+
+
+def unique_name(peer):
+    def owner():
+        try:
+            return peer.call(BUS, BUS_PATH, BUS, "GetNameOwner", "(s)", TRAY)[0]
+        except GLib.Error:
+            return None
+    return eventually(owner, what="an owner of the tray's name")
+
+
+# The folder chooser
+
+def respond(forge, chooser, *uris):
+    forge(chooser.request, "org.freedesktop.portal.Request", "Response", "(ua{sv})", 0,
+          {"uris": GLib.Variant("as", uris)})
+
+
+def ask(demo):
+    demo.do("folder", prompt="Share", message="Choose a folder to share")
+
+
+def test_a_folder_is_chosen_by_the_portal_alone(bus, demo, forge):
+    chooser = FolderChooser(bus.peer())
+    ask(demo)
+    eventually(lambda: chooser.questions)
+    respond(forge, chooser, "file:///")
+    assert "folder" not in demo.names()
+    chooser.respond(0, "file:///srv")
+    assert demo.event("folder")["path"] == "/srv"
+
+
+def test_a_folder_is_chosen_by_the_portal_alone_also_under_a_handle_of_its_own(bus, demo, forge):
+    chooser = FolderChooser(bus.peer(), handle="/org/freedesktop/portal/desktop/request/old/1")
+    ask(demo)
+    eventually(lambda: chooser.questions)
+    respond(forge, chooser, "file:///")
+    assert "folder" not in demo.names()
+    eventually(lambda: chooser.respond(0, "file:///srv") or "folder" in demo.names())
+    assert demo.event("folder")["path"] == "/srv"
+
+
+def test_the_handle_of_a_question_cannot_be_guessed(bus, demo):
+    chooser = FolderChooser(bus.peer(), (1,))
+    for count in range(1, 4):
+        ask(demo)
+        demo.event("folder", count)
+    tokens = {question["handle_token"] for question in chooser.questions}
+    assert len(tokens) == 3
+    assert all(re.fullmatch(r"zephyl_tray_[0-9a-f]{32}", token) for token in tokens)
+
+
+def test_a_portal_that_went_answers_no_more(bus, demo):
+    old = bus.peer()
+    chooser = FolderChooser(old)
+    ask(demo)
+    eventually(lambda: chooser.questions)
+    old.release("org.freedesktop.portal.Desktop")
+    assert demo.event("folder")["unanswered"]
+    successor = FolderChooser(bus.peer())
+    ask(demo)
+    eventually(lambda: successor.questions)
+    old.emit(successor.request, "org.freedesktop.portal.Request", "Response",
+             GLib.Variant("(ua{sv})", (0, {"uris": GLib.Variant("as", ["file:///"])})))
+    old.call(unique_name(old), ITEM_PATH, "org.freedesktop.DBus.Peer", "Ping")
+    successor.respond(0, "file:///srv")
+    assert demo.event("folder", 2)["path"] == "/srv"
+
+
+@pytest.mark.parametrize("uri", ["mtp://phone/Photos", "smb://host/share", "trash:///"])
+def test_a_folder_elsewhere_is_an_answer_that_cannot_be_used(bus, demo, uri):
+    FolderChooser(bus.peer(), (0, uri))
+    ask(demo)
+    answer = demo.event("folder")
+    assert "named no folder on this machine" in answer["error"]
+    assert "unanswered" not in answer, "the user is not asked again"
+
+
+# Applications
+
+@pytest.fixture
+def victim(bus):
+    """A program that has to do with nothing."""
+    program = ("import sys; from support.session_bus import Peer, GLib\n"
+               "print(Peer(sys.argv[1]).name, flush=True)\nGLib.MainLoop().run()\n")
+    process = subprocess.Popen([sys.executable, "-c", program, bus.address],
+                               stdout=subprocess.PIPE, text=True)
+    process.name = process.stdout.readline().strip()
+    yield process
+    process.kill()
+    process.wait()
+
+
+def test_only_the_bus_says_who_owns_a_name(demo, forge, victim):
+    demo.do("running", identifier="com.zephyl.desktop")
+    assert demo.event("running")["pid"] == 0
+    forge(BUS_PATH, BUS, "NameOwnerChanged", "(sss)", "com.zephyl.desktop", "", victim.name)
+    for count in (2, 3):
+        demo.do("terminate", identifier="com.zephyl.desktop")
+        demo.do("running", identifier="com.zephyl.desktop")
+        assert demo.event("running", count)["pid"] == 0
+    assert victim.poll() is None
+
+
+# Notifications
+
+def test_only_the_server_says_what_became_of_a_notification(bus, demo, forge):
+    server = NotificationServer(bus.peer())
+    demo.do("notify", identifier="a", title="Zephyl: approval needed", body="?", action="Review…")
+    eventually(lambda: server.posted)
+    number = server.posted[0]["id"]
+    forge(server.PATH, NOTIFICATIONS, "ActionInvoked", "(us)", number, "show")
+    forge(server.PATH, NOTIFICATIONS, "ActivationToken", "(us)", number, "stolen")
+    forge(server.PATH, NOTIFICATIONS, "NotificationClosed", "(uu)", number, 2)
+    assert "notification" not in demo.names()
+    server.say("ActionInvoked", "(us)", number, "show")
+    assert demo.event("notification")["identifier"] == "a"
+
+
+# The panel
+
+def test_only_the_watcher_says_that_a_host_has_come(watcher, demo, forge):
+    watcher.item()
+    forge("/StatusNotifierWatcher", WATCHER, "StatusNotifierHostRegistered", "()")
+    watcher.announce_host()
+    watcher.item(2)
+    assert len(watcher.items) == 2
+
+
+def test_plasmas_shell_is_told_to_open_the_menu_itself_and_nobody_else(bus, watcher, demo):
+    item = watcher.item()
+    shell = bus.peer()
+    shell.own("org.kde.plasmashell")
+    asked = Item(shell, item.service, item.path)
+    with pytest.raises(GLib.Error, match="the item is a menu"):
+        asked.do("Activate", "(ii)", 0, 0)
+    asked.do("SecondaryActivate", "(ii)", 0, 0)
+    demo.event("reopened")
+    item.do("Activate", "(ii)", 0, 0)
+    demo.event("reopened", 2)
+
+
+# Floods, and a bus that does not answer
+
+def test_calls_that_come_faster_than_they_are_handled_do_not_pile_up(
+        watcher, demo, stranger, tmp_path):
+    item = watcher.item()
+    quit_row, menu_path = item.find("Quit Zephyl"), item.menu_path
+    demo.do("block", until=str(tmp_path / "go-on"))
+    stranger.send_calls(1000, item.service, item.path, Item.ITEM, "Activate", "(ii)", 0, 0)
+    stranger.send_calls(1000, item.service, menu_path, Item.MENU, "Event", "(isvu)", quit_row,
+                        "clicked", GLib.Variant("i", 0), 0)
+    # Messages of one sender are handled in their order, and answered while the main thread waits.
+    stranger.call(item.service, item.path, "org.freedesktop.DBus.Peer", "Ping", limit=30_000)
+    demo.log_line("requests of the desktop are waiting; further ones are dropped")
+    assert demo.names() == []
+    (tmp_path / "go-on").touch()
+    item.do("SecondaryActivate", "(ii)", 0, 0)
+    demo.do("running", identifier="org.zephyl.nobody")
+    demo.event("running")
+    assert 0 < len(demo.names()) - 1 <= 64 + 1
+    known = demo.names().count("reopened")
+    item.do("Activate", "(ii)", 0, 0)
+    demo.event("reopened", known + 1)
+
+
+def test_it_ends_while_it_is_called_without_a_pause(watcher, demo, stranger):
+    item = watcher.item()
+    stranger.send_calls(50_000, item.service, item.path, Item.ITEM, "Scroll", "(is)", 1, "vertical")
+    assert demo.close() == 0
+
+
+def test_a_bus_that_does_not_answer_is_no_bus(start_demo):
+    silent = SessionBus().start()
+    try:
+        silent.suspend()
+        demo = start_demo(DBUS_SESSION_BUS_ADDRESS=silent.address)
+        demo.log_line("no session bus answers")
+        asked = subprocess.run([BUILD / "status-item-demo", "--ask", str(demo.pid)], timeout=10,
+                               env={"DBUS_SESSION_BUS_ADDRESS": silent.address})
+        assert asked.returncode == 1
+        silent.resume()
+        Watcher(silent.peer()).item(limit=15)
+        assert len([line for line in demo.lines if "no session bus answers" in line]) == 1
+    finally:
+        silent.close()
