@@ -1,6 +1,7 @@
 #include "Desktop/Freedesktop/DBusMenu.hpp"
 
 #include <algorithm>
+#include <map>
 #include <optional>
 #include <utility>
 
@@ -62,6 +63,18 @@ void writeProperties(BusWriter& writer, const std::vector<MenuProperty>& propert
     writer.open('e', "sv").append("s", property.name.data());
     std::visit(ValueWriter{writer}, property.value);
     writer.close();
+  }
+  writer.close();
+}
+
+/// Writes the names of properties that rows do not have any more, by the ids of the rows.
+void writeRemoved(BusWriter& writer,
+                  const std::map<std::int32_t, std::vector<std::string_view>>& removed) {
+  writer.open('a', "(ias)");
+  for (const auto& [id, names] : removed) {
+    writer.open('r', "ias").append("i", id).open('a', "s");
+    for (const auto name : names) writer.append("s", name.data());
+    writer.close().close();
   }
   writer.close();
 }
@@ -133,15 +146,14 @@ const sd_bus_vtable* DBusMenu::table() {
 void DBusMenu::connected(BusConnection& connection) {
   connection_ = &connection;
   object_ = connection.addObject(path, menuInterface, table(), this);
-  gnomeWatch_ = connection.watchOwner("org.gnome.Shell",
-                                      [this](const std::string& owner) { gnomeShell_ = owner; });
+  gnomeShell_.watch(connection);
 }
 
 void DBusMenu::disconnected() {
   connection_ = nullptr;
   object_.reset();
-  gnomeWatch_.clear();
-  gnomeShell_.clear();
+  gnomeShell_.forget();
+  levelReaders_.clear();
   wasRead_ = false;
   tell(session_.hostGone());
 }
@@ -160,19 +172,24 @@ int DBusMenu::getLayout(sd_bus_message& call) {
   std::int32_t depth = 0;
   if (const int read = sd_bus_message_read(&call, "ii", &parent, &depth); read < 0) return read;
   const auto names = readNames(call);
+  update();
   const MenuRow* row = layout_.find(parent);
   if (row == nullptr) return refuse(call, "no such item");
+  const auto unread = levelReaders_.unread(std::string(senderOf(call)), *row, depth);
   const auto style = styleFor(call);
-  return reply(call, [&](BusWriter& writer) {
+  const int sent = reply(call, [&](BusWriter& writer) {
     writer.append("u", revision_);
     LayoutWriter{writer, names, style}.write(*row, depth);
   });
+  for (const std::int32_t menu : unread) sendLayoutUpdated(menu);
+  return sent;
 }
 
 int DBusMenu::getGroupProperties(sd_bus_message& call) {
   session_.called(clock_.now());
   auto ids = readIds(call);
   const auto names = readNames(call);
+  update();
   if (ids.empty()) ids = layout_.ids();
   const auto style = styleFor(call);
   return reply(call, [&](BusWriter& writer) {
@@ -193,6 +210,7 @@ int DBusMenu::getProperty(sd_bus_message& call) {
   std::int32_t id = 0;
   if (const int read = sd_bus_message_read(&call, "i", &id); read < 0) return read;
   const auto name = readString(call);
+  update();
   const MenuRow* row = layout_.find(id);
   if (row == nullptr) return refuse(call, "no such item");
   const auto properties = propertiesOf(row->entry, styleFor(call));
@@ -232,10 +250,7 @@ int DBusMenu::aboutToShow(sd_bus_message& call) {
   session_.called(clock_.now());
   std::int32_t id = 0;
   if (const int read = sd_bus_message_read(&call, "i", &id); read < 0) return read;
-  if (id == MenuLayout::rootId) {
-    tell(session_.aboutToShowRoot(clock_.now()));
-    watchHost(call);
-  }
+  if (id == MenuLayout::rootId) announced(call);
   return sd_bus_reply_method_return(&call, "b", 0);
 }
 
@@ -243,8 +258,7 @@ int DBusMenu::aboutToShowGroup(sd_bus_message& call) {
   session_.called(clock_.now());
   std::vector<std::int32_t> unknown = readIds(call);
   if (std::find(unknown.begin(), unknown.end(), MenuLayout::rootId) != unknown.end()) {
-    tell(session_.aboutToShowRoot(clock_.now()));
-    watchHost(call);
+    announced(call);
   }
   std::erase_if(unknown, [this](std::int32_t id) { return layout_.find(id) != nullptr; });
   return reply(call, [&](BusWriter& writer) {
@@ -256,15 +270,21 @@ int DBusMenu::aboutToShowGroup(sd_bus_message& call) {
 bool DBusMenu::handle(sd_bus_message& call, std::int32_t id, const std::string& event) {
   const bool root = id == MenuLayout::rootId;
   const MenuRow* row = layout_.find(id);
-  if (event == "opened") {
-    tell(session_.opened(root, clock_.now()));
-    watchHost(call);
-  } else if (event == "closed" && root) {
-    tell(session_.closedRoot());
+  if (event == "closed" && root) {
+    tell(session_.closedRoot(senderOf(call)));
+  } else if (listener_.isBusy()) {
+    return false;
+  } else if (event == "opened") {
+    tell(session_.opened(senderOf(call), root, clock_.now()));
   } else if (event == "clicked" && row != nullptr) {
     click(*row);
   }
   return row != nullptr;
+}
+
+void DBusMenu::announced(sd_bus_message& call) {
+  if (listener_.isBusy()) return;
+  tell(session_.aboutToShowRoot(senderOf(call), clock_.now()));
 }
 
 void DBusMenu::click(const MenuRow& row) {
@@ -283,29 +303,29 @@ void DBusMenu::tell(const MenuSession::Events& events) {
     listener_.session(event, opening_);
     if (event == Event::didClose && wanted_) pacer_.request(source_);
   }
-  if (!events.empty() && !session_.isOpen()) {
-    host_.clear();
-    hostWatch_.clear();
-    silence_.cancel();
-  } else if (!events.empty()) {
-    expireLater();
-  }
+  watchHost();
+  expireLater();
 }
 
 void DBusMenu::updateAnswered(unsigned opening) {
-  if (opening == opening_ && session_.isOpen()) holding_ = true;
+  if (opening != opening_ || !session_.isOpen()) return;
+  // The user is looking at the menu: the signals do not wait for their turn.
+  pacer_.sendNow(source_);
+  holding_ = true;
 }
 
-void DBusMenu::watchHost(sd_bus_message& call) {
-  const char* sender = sd_bus_message_get_sender(&call);
-  if (connection_ == nullptr || sender == nullptr || host_ == sender) return;
-  host_ = sender;
-  hostWatch_ = connection_->watchOwner(host_, [this](const std::string& owner) {
+void DBusMenu::watchHost() {
+  if (session_.host() == watchedHost_) return;
+  watchedHost_ = session_.host();
+  hostWatch_.clear();
+  if (connection_ == nullptr || watchedHost_.empty()) return;
+  hostWatch_ = connection_->watchOwner(watchedHost_, [this](const std::string& owner) {
     if (owner.empty()) tell(session_.hostGone());
   });
 }
 
 void DBusMenu::expireLater() {
+  silence_.cancel();
   const auto deadline = session_.deadline();
   if (!deadline) return;
   silence_ = bus_.after(*deadline - clock_.now(), [this] {
@@ -319,43 +339,71 @@ void DBusMenu::setMenu(std::shared_ptr<const Menu> menu) {
   if (!holding_) pacer_.request(source_);
 }
 
-std::size_t DBusMenu::publish() {
-  if (!wanted_ || holding_) return 0;
+void DBusMenu::update() {
+  if (!wanted_ || holding_) return;
   const auto difference = layout_.update(std::exchange(wanted_, nullptr));
-  if (difference.structure) ++revision_;
-  if (connection_ == nullptr || !wasRead_) return 0;
+  if (!difference.menus.empty()) {
+    ++revision_;
+    levelReaders_.retain(layout_);
+  }
+  changes_.add(difference);
+}
+
+std::size_t DBusMenu::publish() {
+  update();
   std::size_t sent = 0;
-  if (!difference.changes.empty()) {
-    sendChanges(difference);
-    ++sent;
+  if (connection_ != nullptr && wasRead_) {
+    if (sendProperties()) ++sent;
+    for (const std::int32_t menu : changes_.menus()) {
+      if (layout_.find(menu) != nullptr) sendLayoutUpdated(menu);
+    }
+    if (!changes_.menus().empty()) ++sent;
   }
-  if (difference.structure) {
-    const auto signal = connection_->newSignal(path, menuInterface, "LayoutUpdated");
-    BusWriter(signal.get()).append("ui", revision_, MenuLayout::rootId);
-    connection_->send(signal);
-    ++sent;
-  }
+  changes_.clear();
   return sent;
 }
 
-void DBusMenu::sendChanges(const MenuLayout::Difference& difference) {
+bool DBusMenu::sendProperties() {
   const auto signal = connection_->newSignal(path, menuInterface, "ItemsPropertiesUpdated");
   BusWriter writer(signal.get());
+  std::map<std::int32_t, std::vector<std::string_view>> removed;
+  bool any = false;
   writer.open('a', "(ia{sv})");
-  for (const auto& change : difference.changes) {
-    writer.open('r', "ia{sv}").append("i", change.row->id);
-    writeProperties(writer, changedProperties(*change.before, *change.row->entry, lastReader_), {});
+  for (const auto& [id, before] : changes_.before()) {
+    const MenuRow* row = layout_.find(id);
+    if (row == nullptr) continue;
+    if (auto names = removedProperties(*before, *row->entry, lastReader_); !names.empty()) {
+      removed.emplace(id, std::move(names));
+    }
+    const auto changed = changedProperties(*before, *row->entry, lastReader_);
+    if (changed.empty()) continue;
+    any = true;
+    writer.open('r', "ia{sv}").append("i", id);
+    writeProperties(writer, changed, {});
     writer.close();
   }
-  writer.close().append("a(ias)", 0);
-  if (writer.status() >= 0) connection_->send(signal);
+  writer.close();
+  writeRemoved(writer, removed);
+  any = any || !removed.empty();
+  if (any && writer.status() >= 0) connection_->send(signal);
+  return any;
+}
+
+void DBusMenu::sendLayoutUpdated(std::int32_t menu) {
+  const auto signal = connection_->newSignal(path, menuInterface, "LayoutUpdated");
+  BusWriter(signal.get()).append("ui", revision_, menu);
+  connection_->send(signal);
 }
 
 DotStyle DBusMenu::styleFor(sd_bus_message& call) {
   wasRead_ = true;
-  const char* sender = sd_bus_message_get_sender(&call);
-  const bool gnome = sender != nullptr && gnomeShell_ == sender;
-  lastReader_ = gnome ? DotStyle::character : DotStyle::icon;
+  if (gnomeShell_.sent(call)) {
+    lastReader_ = DotStyle::character;
+  } else if (levelReaders_.contains(senderOf(call))) {
+    lastReader_ = DotStyle::characterWhenDisabled;
+  } else {
+    lastReader_ = DotStyle::icon;
+  }
   return lastReader_;
 }
 

@@ -6,20 +6,26 @@
 #include <vector>
 
 #include "Desktop/Freedesktop/Bus.hpp"
+#include "Desktop/Freedesktop/LevelReaders.hpp"
+#include "Desktop/Freedesktop/MenuChanges.hpp"
 #include "Desktop/Freedesktop/MenuLayout.hpp"
 #include "Desktop/Freedesktop/MenuProperties.hpp"
 #include "Desktop/Freedesktop/MenuSession.hpp"
 #include "Desktop/Freedesktop/SignalPacer.hpp"
+#include "Desktop/Freedesktop/WatchedName.hpp"
 
 namespace zephyl {
 
 /// The status item's menu, published as com.canonical.dbusmenu. Everything that a host asks is
 /// answered at once from what is published; AboutToShow says that nothing needs an update.
 ///
-/// A menu that is set is published as the difference from the one before: rows that show something
-/// else are told by their properties, rows that came, went or moved by one LayoutUpdated, and a
-/// menu that looks the same is not told at all. While the menu is open what is published stays as
-/// it is, so that nothing changes under the pointer and a click means what was seen.
+/// A menu that is set is published before anything of it is read, at the latest when the signals
+/// about it are due. The signals tell the difference from what the hosts were notified of last: the
+/// properties of rows that show something else, and a LayoutUpdated for each menu whose own rows
+/// came, went or moved, since some hosts read a submenu again only when it is named. For the limits
+/// of the pacer the LayoutUpdated signals of one publication count as one. While the menu is open
+/// what is published stays as it is, so that nothing changes under the pointer and a click means
+/// what was seen.
 ///
 /// Bus thread only, with its listener.
 class DBusMenu final : public Bus::Client {
@@ -31,6 +37,8 @@ class DBusMenu final : public Bus::Client {
     /// `opening` is for `updateAnswered`.
     std::function<void(MenuSession::Event event, unsigned opening)> session;
     std::function<void(const MenuAction& action)> chosen;
+    /// Whether the listener cannot keep up. What hosts do meanwhile is dropped.
+    std::function<bool()> isBusy;
   };
 
   /// All outlive it. `iconThemePath` may be empty.
@@ -60,12 +68,19 @@ class DBusMenu final : public Bus::Client {
   /// False when there is no such row.
   bool handle(sd_bus_message& call, std::int32_t id, const std::string& event);
   void click(const MenuRow& row);
+  /// A host announces that it shows the root.
+  void announced(sd_bus_message& call);
   void tell(const MenuSession::Events& events);
-  void watchHost(sd_bus_message& call);
+  void watchHost();
   void expireLater();
 
+  /// Publishes the menu that was set, unless what is published must stay as it is.
+  void update();
+  /// Updates, and sends signals about what has changed.
   std::size_t publish();
-  void sendChanges(const MenuLayout::Difference& difference);
+  bool sendProperties();
+  void sendLayoutUpdated(std::int32_t menu);
+  /// How the host that reads is shown dots; remembers that somebody has read.
   [[nodiscard]] DotStyle styleFor(sd_bus_message& call);
 
   Bus& bus_;
@@ -76,23 +91,24 @@ class DBusMenu final : public Bus::Client {
   const std::size_t source_;
 
   MenuLayout layout_;
+  MenuChanges changes_;  // in the layout, which no signal has told
   std::uint32_t revision_ = 1;
   std::shared_ptr<const Menu> wanted_;  // set, and not published yet
   bool holding_ = false;                // what is published must stay as it is
 
   MenuSession session_;
   unsigned opening_ = 0;
-  std::string host_;  // who has opened the menu
+  std::string watchedHost_;
   std::vector<BusSlot> hostWatch_;
   Timer silence_;
 
-  std::string gnomeShell_;  // its unique name, while it runs
+  LevelReaders levelReaders_;
   DotStyle lastReader_ = DotStyle::icon;
-  bool wasRead_ = false;  // who has read nothing need not be told what changes
+  bool wasRead_ = false;  // without a reader nobody needs signals
 
   BusConnection* connection_ = nullptr;
   BusSlot object_;
-  std::vector<BusSlot> gnomeWatch_;
+  WatchedName gnomeShell_{"org.gnome.Shell"};
 };
 
 }  // namespace zephyl

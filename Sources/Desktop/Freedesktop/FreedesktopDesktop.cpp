@@ -58,7 +58,8 @@ DBusMenu::Listener FreedesktopDesktop::menuListener() {
           .chosen =
               [this](const MenuAction& action) {
                 backlog_.offer([this, action] { item_.choose(action); });
-              }};
+              },
+          .isBusy = [this] { return backlog_.isFull(); }};
 }
 
 StatusNotifierItem::Listener FreedesktopDesktop::itemListener() {

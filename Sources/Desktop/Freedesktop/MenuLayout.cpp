@@ -57,7 +57,9 @@ MenuLayout::Difference MenuLayout::update(std::shared_ptr<const Menu> menu) {
   if (menu->empty()) menu = placeholder();
   Difference difference;
   MenuRow root;
-  root.children = matched(*menu, root_.children, difference);
+  bool changed = false;
+  root.children = matched(*menu, root_.children, difference, changed);
+  if (changed) difference.menus.push_back(rootId);
   root_ = std::move(root);
   difference.old = std::exchange(menu_, std::move(menu));
   rows_.clear();
@@ -66,24 +68,38 @@ MenuLayout::Difference MenuLayout::update(std::shared_ptr<const Menu> menu) {
 }
 
 std::vector<MenuRow> MenuLayout::matched(const std::vector<MenuEntry>& entries,
-                                         const std::vector<MenuRow>& before,
-                                         Difference& difference) {
-  static const std::vector<MenuRow> none;
+                                         const std::vector<MenuRow>& before, Difference& difference,
+                                         bool& changed) {
   EarlierRows earlier(before);
   std::vector<MenuRow> rows(entries.size());
   for (std::size_t i = 0; i < entries.size(); ++i) {
     const MenuRow* known = earlier.take(entries[i]);
     rows[i].entry = &entries[i];
-    rows[i].id = known != nullptr ? known->id : ++lastId_;
-    rows[i].children =
-        matched(entries[i].submenu, known != nullptr ? known->children : none, difference);
     if (known == nullptr) {
-      difference.structure = true;
-    } else if (!looksTheSame(*known->entry, entries[i])) {
+      changed = true;
+      rows[i].id = ++lastId_;
+      rows[i].children = added(entries[i].submenu);
+      continue;
+    }
+    rows[i].id = known->id;
+    bool submenuChanged = false;
+    rows[i].children = matched(entries[i].submenu, known->children, difference, submenuChanged);
+    if (submenuChanged) difference.menus.push_back(known->id);
+    if (!looksTheSame(*known->entry, entries[i])) {
       difference.changes.push_back({&rows[i], known->entry});
     }
   }
-  if (rows.size() != before.size() || !earlier.inOrder()) difference.structure = true;
+  if (rows.size() != before.size() || !earlier.inOrder()) changed = true;
+  return rows;
+}
+
+std::vector<MenuRow> MenuLayout::added(const std::vector<MenuEntry>& entries) {
+  std::vector<MenuRow> rows;
+  rows.reserve(entries.size());
+  for (const auto& entry : entries) {
+    const std::int32_t id = ++lastId_;
+    rows.push_back({.id = id, .entry = &entry, .children = added(entry.submenu)});
+  }
   return rows;
 }
 

@@ -31,8 +31,10 @@ class MenuLayout {
       const MenuRow* row;
       const MenuEntry* before;
     };
-    std::vector<Change> changes;      ///< rows that stayed, but show something else
-    bool structure = false;           ///< rows came, went or moved
+    std::vector<Change> changes;  ///< rows that stayed, but show something else
+    /// The menus, by the ids of their parents, whose own rows came, went or moved. A new submenu is
+    /// not among them: whoever reads it reads it for the first time.
+    std::vector<std::int32_t> menus;
     std::shared_ptr<const Menu> old;  ///< keeps `before` alive
   };
 
@@ -51,8 +53,13 @@ class MenuLayout {
   [[nodiscard]] std::vector<std::int32_t> ids() const;
 
  private:
+  /// The rows for `entries`; those of `before` keep their ids. Returns whether rows came, went or
+  /// moved in `changed`.
   std::vector<MenuRow> matched(const std::vector<MenuEntry>& entries,
-                               const std::vector<MenuRow>& before, Difference& difference);
+                               const std::vector<MenuRow>& before, Difference& difference,
+                               bool& changed);
+  /// All rows for `entries` are new.
+  std::vector<MenuRow> added(const std::vector<MenuEntry>& entries);
   void index(const MenuRow& row);
 
   std::shared_ptr<const Menu> menu_;

@@ -38,6 +38,12 @@ std::string_view stateInWords(DotColor color) {
   return "off";
 }
 
+bool hasDotInLabel(const MenuEntry& entry, DotStyle style) {
+  if (!entry.dot) return false;
+  return style == DotStyle::character ||
+         (style == DotStyle::characterWhenDisabled && !entry.enabled);
+}
+
 std::string label(const MenuEntry& entry, bool dotInLabel) {
   std::string text;
   if (dotInLabel) text = dotCharacter(*entry.dot);
@@ -53,7 +59,7 @@ std::string label(const MenuEntry& entry, bool dotInLabel) {
 std::vector<MenuProperty> propertiesOf(const MenuEntry* entry, DotStyle style) {
   if (entry == nullptr) return {{"children-display", "submenu"}};
   if (entry->kind == MenuEntry::Kind::separator) return {{"type", "separator"}};
-  const bool dotInLabel = entry->dot && style == DotStyle::character && !entry->submenu.empty();
+  const bool dotInLabel = hasDotInLabel(*entry, style);
   std::vector<MenuProperty> properties{{"label", label(*entry, dotInLabel)},
                                        {"enabled", entry->enabled}};
   if (!entry->submenu.empty()) properties.push_back({"children-display", "submenu"});
@@ -66,6 +72,17 @@ std::vector<MenuProperty> propertiesOf(const MenuEntry* entry, DotStyle style) {
         {"accessible-desc", visible(entry->title).append(", ").append(stateInWords(*entry->dot))});
   }
   return properties;
+}
+
+std::vector<std::string_view> removedProperties(const MenuEntry& before, const MenuEntry& now,
+                                                DotStyle style) {
+  const auto left = propertiesOf(&now, style);
+  std::vector<std::string_view> names;
+  for (const auto& property : propertiesOf(&before, style)) {
+    const auto has = [&](const auto& each) { return each.name == property.name; };
+    if (std::none_of(left.begin(), left.end(), has)) names.push_back(property.name);
+  }
+  return names;
 }
 
 std::vector<MenuProperty> changedProperties(const MenuEntry& before, const MenuEntry& now,

@@ -9,9 +9,14 @@
 
 namespace zephyl {
 
-/// How a host shows the dot of a row that has a submenu: GNOME draws no icons there, so that it
-/// gets a coloured circle in the label.
-enum class DotStyle { icon, character };
+/// How a host is shown dots: as icons, or as coloured circles before the label.
+enum class DotStyle {
+  icon,
+  /// For GNOME, which draws no icon on a row with a submenu, and any other icon behind the label.
+  character,
+  /// For Qt, which greys the icon of a disabled row, so that its colour is lost.
+  characterWhenDisabled,
+};
 
 /// The bytes of an image.
 struct ImageBytes {
@@ -41,6 +46,10 @@ std::vector<MenuProperty> propertiesOf(const MenuEntry* entry, DotStyle style);
 /// Those of `now` that are not the same in `before`, both of one row. Pure.
 std::vector<MenuProperty> changedProperties(const MenuEntry& before, const MenuEntry& now,
                                             DotStyle style);
+
+/// The names of the properties of `before` that `now` does not have, both of one row. Pure.
+std::vector<std::string_view> removedProperties(const MenuEntry& before, const MenuEntry& now,
+                                                DotStyle style);
 
 /// A PNG image, 16 pixels square: a disc in the status colour. Lives as long as the program.
 std::string_view dotImage(DotColor color);

@@ -16,6 +16,17 @@ void SignalPacer::request(std::size_t source) {
   sendWhatMay();
 }
 
+void SignalPacer::sendNow(std::size_t source) {
+  send(sources_[source], clock_.now());
+}
+
+void SignalPacer::send(Waiting& waiting, Instant now) {
+  const std::size_t count = waiting.source.send();
+  if (count > 0) waiting.earliest = now + waiting.source.interval;
+  sent_.insert(sent_.end(), count, now);
+  while (sent_.size() > perWindow) sent_.pop_front();
+}
+
 Instant SignalPacer::roomFor(std::size_t most) const {
   if (sent_.size() + most <= perWindow) return {};
   return sent_[sent_.size() + most - perWindow - 1] + window;
@@ -37,10 +48,7 @@ void SignalPacer::sendWhatMay() {
       continue;
     }
     waiting.requested = false;
-    const std::size_t count = waiting.source.send();
-    if (count > 0) waiting.earliest = now + waiting.source.interval;
-    sent_.insert(sent_.end(), count, now);
-    while (sent_.size() > perWindow) sent_.pop_front();
+    send(waiting, now);
   }
   queue_ = std::move(later);
   timer_.cancel();

@@ -21,7 +21,7 @@ class SignalPacer {
 
   /// Something that sends signals.
   struct Source {
-    std::size_t most = 1;  ///< signals that it sends at a time, at most
+    std::size_t most = 1;  ///< signals that it sends at a time, at most, as `send` counts them
     Duration interval{};   ///< least time between two times
     /// Sends what there is to say now; returns how many signals that were.
     std::function<std::size_t()> send;
@@ -37,6 +37,8 @@ class SignalPacer {
   std::size_t add(Source source);
   /// The source has something to say: it sends now, or when its turn comes.
   void request(std::size_t source);
+  /// The source sends now, whatever the limits; what it sends counts. For what a user waits for.
+  void sendNow(std::size_t source);
 
  private:
   struct Waiting {
@@ -46,6 +48,7 @@ class SignalPacer {
   };
 
   void sendWhatMay();
+  void send(Waiting& waiting, Instant now);
   /// When `most` more signals may leave.
   [[nodiscard]] Instant roomFor(std::size_t most) const;
 

@@ -12,6 +12,8 @@ MenuEntry row(std::string key, std::string title, std::vector<MenuEntry> submenu
           .submenu = std::move(submenu)};
 }
 
+using Menus = std::vector<std::int32_t>;
+
 class MenuLayoutTest : public ::testing::Test {
  protected:
   MenuLayout::Difference set(Menu menu) {
@@ -37,9 +39,9 @@ TEST_F(MenuLayoutTest, AnEmptyMenuGetsADisabledRow) {
 
 TEST_F(MenuLayoutTest, TheSameMenuIsNoDifference) {
   const Menu menu{row("a", "A", {row("b", "B")}), row("c", "C")};
-  EXPECT_TRUE(set(menu).structure);
+  EXPECT_EQ(set(menu).menus, Menus{MenuLayout::rootId});
   const auto difference = set(menu);
-  EXPECT_FALSE(difference.structure);
+  EXPECT_EQ(difference.menus, Menus{});
   EXPECT_TRUE(difference.changes.empty());
 }
 
@@ -48,7 +50,7 @@ TEST_F(MenuLayoutTest, ARowThatSaysSomethingElseKeepsItsIdAndIsAChange) {
   const auto before = topIds();
   const auto difference = set({row("a", "A"), row("b", "other")});
   EXPECT_EQ(topIds(), before);
-  EXPECT_FALSE(difference.structure);
+  EXPECT_EQ(difference.menus, Menus{});
   ASSERT_EQ(difference.changes.size(), 1U);
   EXPECT_EQ(difference.changes.front().row->id, before[1]);
   EXPECT_EQ(difference.changes.front().before->title, "B");
@@ -58,7 +60,7 @@ TEST_F(MenuLayoutTest, ARowThatSaysSomethingElseKeepsItsIdAndIsAChange) {
 TEST_F(MenuLayoutTest, ARowInBetweenLeavesTheOthersTheirIds) {
   set({row("a", "A"), row("b", "B")});
   const auto before = topIds();
-  EXPECT_TRUE(set({row("a", "A"), row("new", "N"), row("b", "B")}).structure);
+  EXPECT_EQ(set({row("a", "A"), row("new", "N"), row("b", "B")}).menus, Menus{MenuLayout::rootId});
   const auto after = topIds();
   EXPECT_EQ(after[0], before[0]);
   EXPECT_EQ(after[2], before[1]);
@@ -68,8 +70,23 @@ TEST_F(MenuLayoutTest, ARowInBetweenLeavesTheOthersTheirIds) {
 TEST_F(MenuLayoutTest, RowsThatSwapPlacesKeepTheirIdsAndAreADifferentStructure) {
   set({row("a", "A"), row("b", "B"), row("c", "C")});
   const auto before = topIds();
-  EXPECT_TRUE(set({row("a", "A"), row("c", "C"), row("b", "B")}).structure);
+  EXPECT_EQ(set({row("a", "A"), row("c", "C"), row("b", "B")}).menus, Menus{MenuLayout::rootId});
   EXPECT_EQ(topIds(), (std::vector{before[0], before[2], before[1]}));
+}
+
+TEST_F(MenuLayoutTest, AMenuIsNamedWhenItsOwnRowsChangeAndForNoOtherReason) {
+  const auto menu = [](Menu inner, const char* title = "A") {
+    return Menu{row("a", title, {row("b", "B", std::move(inner)), row("c", "C")})};
+  };
+  set(menu({row("x", "X"), row("y", "Y")}));
+  const auto outer = topIds()[0];
+  const auto inner = layout_.find(outer)->children[0].id;
+  EXPECT_EQ(set(menu({row("x", "X")})).menus, Menus{inner}) << "a row went";
+  EXPECT_EQ(set(menu({row("x", "X"), row("y", "Y")})).menus, Menus{inner}) << "a row came";
+  EXPECT_EQ(set(menu({row("y", "Y"), row("x", "X")})).menus, Menus{inner}) << "rows moved";
+  EXPECT_EQ(set(menu({row("y", "other"), row("x", "X")}, "other")).menus, Menus{});
+  EXPECT_EQ(set(menu({})).menus, Menus{outer}) << "a submenu went, so that its row is another one";
+  EXPECT_EQ(set(menu({row("x", "X")})).menus, Menus{outer}) << "a new submenu is not named";
 }
 
 TEST_F(MenuLayoutTest, ARowThatWentAndCameBackHasANewId) {
@@ -95,7 +112,7 @@ TEST_F(MenuLayoutTest, AnotherShapeOrAnotherActionIsAnotherRow) {
   for (const auto& other : {separator, dotted, acting, withKey, row("a", "A", {row("x", "X")})}) {
     set({plain});
     const auto before = topIds();
-    EXPECT_TRUE(set({other}).structure);
+    EXPECT_EQ(set({other}).menus, Menus{MenuLayout::rootId});
     EXPECT_NE(topIds(), before);
   }
 }

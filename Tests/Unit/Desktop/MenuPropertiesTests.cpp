@@ -38,7 +38,7 @@ TEST(MenuProperties, ADotIsAnImageAndWordsForWhoCannotSeeIt) {
                         {"accessible-desc", "Lab, connected"}}));
 }
 
-TEST(MenuProperties, ADotIsACharacterWhereRowsWithASubmenuShowNoImages) {
+TEST(MenuProperties, ADotIsACharacterWhereImagesAreMissingOrOnTheWrongSide) {
   EXPECT_EQ(propertiesOf(&server, DotStyle::character),
             (Properties{{"label", "🟢 Lab"},
                         {"enabled", true},
@@ -46,7 +46,21 @@ TEST(MenuProperties, ADotIsACharacterWhereRowsWithASubmenuShowNoImages) {
                         {"accessible-desc", "Lab, connected"}}));
   auto line = server;
   line.submenu.clear();
-  EXPECT_EQ(propertiesOf(&line, DotStyle::character), propertiesOf(&line, DotStyle::icon));
+  EXPECT_EQ(
+      propertiesOf(&line, DotStyle::character),
+      (Properties{{"label", "🟢 Lab"}, {"enabled", true}, {"accessible-desc", "Lab, connected"}}));
+}
+
+TEST(MenuProperties, ADotIsACharacterOnADisabledRowWhereImagesAreGreyed) {
+  auto line = server;
+  EXPECT_EQ(propertiesOf(&line, DotStyle::characterWhenDisabled),
+            propertiesOf(&line, DotStyle::icon));
+  line.enabled = false;
+  EXPECT_EQ(propertiesOf(&line, DotStyle::characterWhenDisabled),
+            propertiesOf(&line, DotStyle::character));
+  EXPECT_EQ(removedProperties(server, line, DotStyle::characterWhenDisabled),
+            std::vector<std::string_view>{"icon-data"});
+  EXPECT_TRUE(removedProperties(line, server, DotStyle::characterWhenDisabled).empty());
 }
 
 TEST(MenuProperties, AKeyEquivalentIsAShortcut) {

@@ -45,6 +45,18 @@ TEST_F(SignalPacerTest, AQuietSourceSendsAtOnce) {
   EXPECT_EQ(clock_.pendingTimers(), 0U);
 }
 
+TEST_F(SignalPacerTest, WhatAUserWaitsForIsSentAtOnceAndCounts) {
+  const auto a = source('a');
+  const auto b = source('b');
+  for (int i = 0; i < 4; ++i) pacer_.request(a);
+  pacer_.sendNow(b);
+  EXPECT_EQ(sent_, "aaaab");
+  pacer_.request(a);
+  EXPECT_EQ(sent_, "aaaab");
+  clock_.advance(1s);
+  EXPECT_EQ(sent_, "aaaaba");
+}
+
 TEST_F(SignalPacerTest, AFloodIsCutToFourInASecond) {
   const auto a = source('a');
   const auto b = source('b', 2);

@@ -1,0 +1,143 @@
+"""Hosts that read a menu level by level show what the menu is, also when its submenus change."""
+
+import copy
+
+import pytest
+
+from support.desktop_fixtures import bus, demo, start_demo, watcher  # noqa: F401
+from support.level_host import LevelHost
+from support.session_bus import Item, outline
+from support.status_item_demo import GREEN, GREY, OUTLINE, SAMPLE
+from support.tray import eventually
+
+ROW = {"key": "new", "title": "New row", "action": "new"}
+
+
+@pytest.fixture
+def item(demo, watcher):
+    return watcher.item()
+
+
+@pytest.fixture
+def host(bus, item):
+    """It has read the root, and what it was then told to read."""
+    host = LevelHost(bus.peer(), item)
+    host.read()
+    return host
+
+
+def in_colour(labels):
+    """The labels as such a host gets them: a disabled row has its dot in the label."""
+    return [in_colour(each) if isinstance(each, list) else each.replace("Preparing", "🟠 Preparing")
+            for each in labels]
+
+
+def shows(host, labels):
+    def looks():
+        host.follow()
+        return host.outline() == in_colour(labels)
+    return eventually(looks, what=f"{labels} instead of {host.outline()}")
+
+
+def menu_with(change):
+    menu = copy.deepcopy(SAMPLE)
+    change(menu)
+    return menu
+
+
+def settle(demo):
+    """Waits until the demo has done what it was told, on its main thread and on that of the bus: a
+    question about an application that was not asked about before goes through both."""
+    asked = demo.names().count("running")
+    demo.do("running", identifier=f"org.zephyl.nobody{asked}")
+    demo.event("running", asked + 1)
+
+
+def test_submenus_are_read_before_they_open(host):
+    assert host.outline() == in_colour([each if isinstance(each, str) else [] for each in OUTLINE])
+    shows(host, OUTLINE)
+    assert len(host.reads) == len(set(host.reads)) == 4, "each once, also the inner one"
+
+
+def test_a_second_host_reads_them_as_well(bus, item, host):
+    shows(host, OUTLINE)
+    second = LevelHost(bus.peer(), item)
+    second.read()
+    shows(second, OUTLINE)
+
+
+def test_a_submenu_that_changes_is_read_again_and_no_other(demo, host):
+    shows(host, OUTLINE)
+    host.reads.clear()
+    menu = menu_with(lambda menu: menu[2]["submenu"].insert(1, ROW))
+    demo.set_menu(menu)
+    expected = copy.deepcopy(OUTLINE)
+    expected[3].insert(1, "New row")
+    shows(host, expected)
+    assert host.reads == [host.find("Lab__1")]
+
+
+def test_an_inner_submenu_that_changes_is_read_again(demo, host):
+    shows(host, OUTLINE)
+    host.reads.clear()
+    demo.set_menu(menu_with(lambda menu: menu[3]["submenu"][1]["submenu"].append(ROW)))
+    expected = copy.deepcopy(OUTLINE)
+    expected[5][2].append("New row")
+    shows(host, expected)
+    assert host.reads == [host.find("More")]
+
+
+def test_a_new_submenu_is_read_once_its_row_is_known(demo, host):
+    shows(host, OUTLINE)
+    host.reads.clear()
+    new = {"key": "c", "title": "Third", "dot": GREEN, "submenu": [ROW]}
+    demo.set_menu(menu_with(lambda menu: menu.insert(4, new)))
+    shows(host, [*OUTLINE[:6], "Third", ["New row"], *OUTLINE[6:]])
+    assert host.reads == [0, host.find("Third")]
+
+
+def test_many_changes_at_once_reach_every_submenu(demo, item, host):
+    servers = [{"key": f"s{number}", "title": f"Server {number}", "dot": GREY, "submenu": [ROW]}
+               for number in range(20)]
+    demo.set_menu(servers)
+    for server in servers:
+        server["submenu"] = [{"key": "state", "title": "Connected", "enabled": False}, ROW]
+    demo.set_menu(servers)
+    expected = [each for number in range(20)
+                for each in (f"Server {number}", ["Connected", "New row"])]
+    shows(host, expected)
+
+
+def test_what_is_read_while_signals_wait_is_the_new_menu(bus, demo, item):
+    """Signals wait for their turn, contents do not."""
+    reader = Item(bus.peer(), item.service, item.path)
+    reader.layout()
+    for number in range(200):
+        demo.do("description", text=f"indexing {number}")
+        demo.do("icon", icon="busy" if number % 2 else "idle")
+        demo.do("title", text=f" {number}")
+    demo.set_menu(menu_with(lambda menu: menu.insert(0, ROW)))
+    settle(demo)
+    assert outline(reader.layout())[0] == "New row"
+
+
+def test_an_opening_menu_is_the_rebuilt_one_however_busy_its_signals_are(bus, demo, item):
+    """And the host is notified at once, before the menu holds still."""
+    peer = bus.peer()
+    reader = Item(peer, item.service, item.path)
+    reader.layout()
+    for number in range(200):
+        demo.do("description", text=f"indexing {number}")
+        demo.do("icon", icon="busy" if number % 2 else "idle")
+        demo.set_menu(menu_with(lambda menu: menu.append({"key": f"x{number}", "title": "x"})))
+    demo.do("menuOnUpdate", menu=menu_with(lambda menu: menu.insert(0, ROW)))
+    settle(demo)
+    peer.signals.clear()
+    reader.about_to_show(0)
+    demo.event("willOpen")
+    settle(demo)
+    eventually(lambda: peer.heard("LayoutUpdated"), what="a signal before it reads")
+    assert outline(reader.layout())[0] == "New row"
+    demo.set_menu(SAMPLE)
+    settle(demo)
+    assert outline(reader.layout())[0] == "New row", "what an open menu shows stays"
