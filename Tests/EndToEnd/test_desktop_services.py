@@ -29,7 +29,7 @@ def test_a_notification_is_posted_and_replaced_and_taken_away(bus, demo):
     assert server.posted[0]["title"] == "Zephyl: approval needed"
     assert server.posted[0]["body"] == "Ana wants &lt;x&gt; &amp; y"
     assert server.posted[0]["actions"][0::2] == ["default", "show"]
-    assert server.posted[0]["actions"][3] == "Review…"
+    assert server.posted[0]["actions"][1::2] == ["Review…", "Review…"], "both do the same"
     assert server.posted[0]["hints"] == {"desktop-entry": NAME, "sound-name": "message-new-instant"}
     post(demo, body="again")
     eventually(lambda: len(server.posted) == 2)

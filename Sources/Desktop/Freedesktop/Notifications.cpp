@@ -102,10 +102,10 @@ void Notifications::write(BusWriter& writer, std::uint32_t replaces,
                 visibleLines(notification.title).c_str(), body.c_str());
   writer.open('a', "s");
   if (serverCan("actions")) {
-    writer.append("ss", "default", "Show");
-    if (!notification.actionTitle.empty()) {
-      writer.append("ss", actionKey, visibleLines(notification.actionTitle).c_str());
-    }
+    // Some servers show the default action as a button too. Both do the same and are called so.
+    const auto title = visibleLines(notification.actionTitle);
+    writer.append("ss", "default", title.empty() ? "Show" : title.c_str());
+    if (!title.empty()) writer.append("ss", actionKey, title.c_str());
   }
   constexpr int serversChoice = -1;
   writer.close()
