@@ -146,15 +146,13 @@ const sd_bus_vtable* DBusMenu::table() {
 void DBusMenu::connected(BusConnection& connection) {
   connection_ = &connection;
   object_ = connection.addObject(path, menuInterface, table(), this);
-  gnomeShell_.watch(connection);
+  readers_.connected(connection);
 }
 
 void DBusMenu::disconnected() {
   connection_ = nullptr;
   object_.reset();
-  gnomeShell_.forget();
-  levelReaders_.clear();
-  wasRead_ = false;
+  readers_.disconnected();
   tell(session_.hostGone());
 }
 
@@ -173,12 +171,12 @@ int DBusMenu::getLayout(sd_bus_message& call) {
   if (const int read = sd_bus_message_read(&call, "ii", &parent, &depth); read < 0) return read;
   const auto names = readNames(call);
   update();
-  const MenuRow* row = layout_.find(parent);
+  const MenuRow* row = published_.layout().find(parent);
   if (row == nullptr) return refuse(call, "no such item");
-  const auto unread = levelReaders_.unread(std::string(senderOf(call)), *row, depth);
-  const auto style = styleFor(call);
+  const auto unread = readers_.unread(call, *row, depth);
+  const auto style = readers_.styleFor(call);
   const int sent = reply(call, [&](BusWriter& writer) {
-    writer.append("u", revision_);
+    writer.append("u", published_.revision());
     LayoutWriter{writer, names, style}.write(*row, depth);
   });
   for (const std::int32_t menu : unread) sendLayoutUpdated(menu);
@@ -190,12 +188,12 @@ int DBusMenu::getGroupProperties(sd_bus_message& call) {
   auto ids = readIds(call);
   const auto names = readNames(call);
   update();
-  if (ids.empty()) ids = layout_.ids();
-  const auto style = styleFor(call);
+  if (ids.empty()) ids = published_.layout().ids();
+  const auto style = readers_.styleFor(call);
   return reply(call, [&](BusWriter& writer) {
     writer.open('a', "(ia{sv})");
     for (const std::int32_t id : ids) {
-      const MenuRow* row = layout_.find(id);
+      const MenuRow* row = published_.layout().find(id);
       if (row == nullptr) continue;
       writer.open('r', "ia{sv}").append("i", id);
       writeProperties(writer, propertiesOf(row->entry, style), names);
@@ -211,9 +209,9 @@ int DBusMenu::getProperty(sd_bus_message& call) {
   if (const int read = sd_bus_message_read(&call, "i", &id); read < 0) return read;
   const auto name = readString(call);
   update();
-  const MenuRow* row = layout_.find(id);
+  const MenuRow* row = published_.layout().find(id);
   if (row == nullptr) return refuse(call, "no such item");
-  const auto properties = propertiesOf(row->entry, styleFor(call));
+  const auto properties = propertiesOf(row->entry, readers_.styleFor(call));
   const auto found = std::find_if(properties.begin(), properties.end(),
                                   [&](const auto& each) { return each.name == name; });
   if (found == properties.end()) return refuse(call, "no such property");
@@ -260,7 +258,8 @@ int DBusMenu::aboutToShowGroup(sd_bus_message& call) {
   if (std::find(unknown.begin(), unknown.end(), MenuLayout::rootId) != unknown.end()) {
     announced(call);
   }
-  std::erase_if(unknown, [this](std::int32_t id) { return layout_.find(id) != nullptr; });
+  std::erase_if(unknown,
+                [this](std::int32_t id) { return published_.layout().find(id) != nullptr; });
   return reply(call, [&](BusWriter& writer) {
     writeIds(writer, {});
     writeIds(writer, unknown);
@@ -269,7 +268,7 @@ int DBusMenu::aboutToShowGroup(sd_bus_message& call) {
 
 bool DBusMenu::handle(sd_bus_message& call, std::int32_t id, const std::string& event) {
   const bool root = id == MenuLayout::rootId;
-  const MenuRow* row = layout_.find(id);
+  const MenuRow* row = published_.layout().find(id);
   if (event == "closed" && root) {
     tell(session_.closedRoot(senderOf(call)));
   } else if (listener_.isBusy()) {
@@ -299,9 +298,9 @@ void DBusMenu::tell(const MenuSession::Events& events) {
   for (const auto event : events) {
     if (event == Event::needsUpdate) ++opening_;
     // What `needsUpdate` brings may still be published; `updateAnswered` ends that.
-    holding_ = event == Event::willOpen && events.front() == Event::willOpen;
+    published_.setHeld(event == Event::willOpen && events.front() == Event::willOpen);
     listener_.session(event, opening_);
-    if (event == Event::didClose && wanted_) pacer_.request(source_);
+    if (event == Event::didClose && published_.isOutdated()) pacer_.request(source_);
   }
   watchHost();
   expireLater();
@@ -311,15 +310,14 @@ void DBusMenu::updateAnswered(unsigned opening) {
   if (opening != opening_ || !session_.isOpen()) return;
   // The user is looking at the menu: the signals do not wait for their turn.
   pacer_.sendNow(source_);
-  holding_ = true;
+  published_.setHeld(true);
 }
 
 void DBusMenu::watchHost() {
-  if (session_.host() == watchedHost_) return;
-  watchedHost_ = session_.host();
-  hostWatch_.clear();
-  if (connection_ == nullptr || watchedHost_.empty()) return;
-  hostWatch_ = connection_->watchOwner(watchedHost_, [this](const std::string& owner) {
+  if (session_.host() == host_.name) return;
+  host_ = {.name = session_.host(), .slots = {}};
+  if (connection_ == nullptr || host_.name.empty()) return;
+  host_.slots = connection_->watchOwner(host_.name, [this](const std::string& owner) {
     if (owner.empty()) tell(session_.hostGone());
   });
 }
@@ -328,54 +326,47 @@ void DBusMenu::expireLater() {
   silence_.cancel();
   const auto deadline = session_.deadline();
   if (!deadline) return;
-  silence_ = bus_.after(*deadline - clock_.now(), [this] {
-    tell(session_.expire(clock_.now()));
-    expireLater();
-  });
+  silence_ = bus_.after(*deadline - clock_.now(), [this] { tell(session_.expire(clock_.now())); });
 }
 
 void DBusMenu::setMenu(std::shared_ptr<const Menu> menu) {
-  wanted_ = std::move(menu);
-  if (!holding_) pacer_.request(source_);
+  published_.set(std::move(menu));
+  if (!published_.isHeld()) pacer_.request(source_);
 }
 
 void DBusMenu::update() {
-  if (!wanted_ || holding_) return;
-  const auto difference = layout_.update(std::exchange(wanted_, nullptr));
-  if (!difference.menus.empty()) {
-    ++revision_;
-    levelReaders_.retain(layout_);
-  }
-  changes_.add(difference);
+  if (published_.update()) readers_.retain(published_.layout());
 }
 
 std::size_t DBusMenu::publish() {
   update();
   std::size_t sent = 0;
-  if (connection_ != nullptr && wasRead_) {
+  auto& changes = published_.changes();
+  if (connection_ != nullptr && readers_.any()) {
     if (sendProperties()) ++sent;
-    for (const std::int32_t menu : changes_.menus()) {
-      if (layout_.find(menu) != nullptr) sendLayoutUpdated(menu);
+    for (const std::int32_t menu : changes.menus()) {
+      if (published_.layout().find(menu) != nullptr) sendLayoutUpdated(menu);
     }
-    if (!changes_.menus().empty()) ++sent;
+    if (!changes.menus().empty()) ++sent;
   }
-  changes_.clear();
+  changes.clear();
   return sent;
 }
 
 bool DBusMenu::sendProperties() {
   const auto signal = connection_->newSignal(path, menuInterface, "ItemsPropertiesUpdated");
   BusWriter writer(signal.get());
+  const auto style = readers_.lastStyle();
   std::map<std::int32_t, std::vector<std::string_view>> removed;
   bool any = false;
   writer.open('a', "(ia{sv})");
-  for (const auto& [id, before] : changes_.before()) {
-    const MenuRow* row = layout_.find(id);
+  for (const auto& [id, before] : published_.changes().before()) {
+    const MenuRow* row = published_.layout().find(id);
     if (row == nullptr) continue;
-    if (auto names = removedProperties(*before, *row->entry, lastReader_); !names.empty()) {
+    if (auto names = removedProperties(*before, *row->entry, style); !names.empty()) {
       removed.emplace(id, std::move(names));
     }
-    const auto changed = changedProperties(*before, *row->entry, lastReader_);
+    const auto changed = changedProperties(*before, *row->entry, style);
     if (changed.empty()) continue;
     any = true;
     writer.open('r', "ia{sv}").append("i", id);
@@ -391,20 +382,8 @@ bool DBusMenu::sendProperties() {
 
 void DBusMenu::sendLayoutUpdated(std::int32_t menu) {
   const auto signal = connection_->newSignal(path, menuInterface, "LayoutUpdated");
-  BusWriter(signal.get()).append("ui", revision_, menu);
+  BusWriter(signal.get()).append("ui", published_.revision(), menu);
   connection_->send(signal);
-}
-
-DotStyle DBusMenu::styleFor(sd_bus_message& call) {
-  wasRead_ = true;
-  if (gnomeShell_.sent(call)) {
-    lastReader_ = DotStyle::character;
-  } else if (levelReaders_.contains(senderOf(call))) {
-    lastReader_ = DotStyle::characterWhenDisabled;
-  } else {
-    lastReader_ = DotStyle::icon;
-  }
-  return lastReader_;
 }
 
 }  // namespace zephyl

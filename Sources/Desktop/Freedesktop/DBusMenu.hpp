@@ -6,13 +6,10 @@
 #include <vector>
 
 #include "Desktop/Freedesktop/Bus.hpp"
-#include "Desktop/Freedesktop/LevelReaders.hpp"
-#include "Desktop/Freedesktop/MenuChanges.hpp"
-#include "Desktop/Freedesktop/MenuLayout.hpp"
-#include "Desktop/Freedesktop/MenuProperties.hpp"
+#include "Desktop/Freedesktop/MenuReaders.hpp"
 #include "Desktop/Freedesktop/MenuSession.hpp"
+#include "Desktop/Freedesktop/PublishedMenu.hpp"
 #include "Desktop/Freedesktop/SignalPacer.hpp"
-#include "Desktop/Freedesktop/WatchedName.hpp"
 
 namespace zephyl {
 
@@ -54,6 +51,11 @@ class DBusMenu final : public Bus::Client {
 
  private:
   using Names = std::vector<std::string>;
+  /// Notices that a host leaves the bus.
+  struct HostWatch {
+    std::string name;
+    std::vector<BusSlot> slots;
+  };
 
   static const sd_bus_vtable* table();
   int getLayout(sd_bus_message& call);
@@ -65,7 +67,7 @@ class DBusMenu final : public Bus::Client {
   int aboutToShowGroup(sd_bus_message& call);
   int property(const std::string& name, BusWriter& writer);
 
-  /// False when there is no such row.
+  /// False when there is no such row, or the listener is busy.
   bool handle(sd_bus_message& call, std::int32_t id, const std::string& event);
   void click(const MenuRow& row);
   /// A host announces that it shows the root.
@@ -80,8 +82,6 @@ class DBusMenu final : public Bus::Client {
   std::size_t publish();
   bool sendProperties();
   void sendLayoutUpdated(std::int32_t menu);
-  /// How the host that reads is shown dots; remembers that somebody has read.
-  [[nodiscard]] DotStyle styleFor(sd_bus_message& call);
 
   Bus& bus_;
   Clock& clock_;
@@ -90,25 +90,16 @@ class DBusMenu final : public Bus::Client {
   const Listener listener_;
   const std::size_t source_;
 
-  MenuLayout layout_;
-  MenuChanges changes_;  // in the layout, which no signal has told
-  std::uint32_t revision_ = 1;
-  std::shared_ptr<const Menu> wanted_;  // set, and not published yet
-  bool holding_ = false;                // what is published must stay as it is
+  PublishedMenu published_;
+  MenuReaders readers_;
 
   MenuSession session_;
   unsigned opening_ = 0;
-  std::string watchedHost_;
-  std::vector<BusSlot> hostWatch_;
+  HostWatch host_;  // of the session
   Timer silence_;
-
-  LevelReaders levelReaders_;
-  DotStyle lastReader_ = DotStyle::icon;
-  bool wasRead_ = false;  // without a reader nobody needs signals
 
   BusConnection* connection_ = nullptr;
   BusSlot object_;
-  WatchedName gnomeShell_{"org.gnome.Shell"};
 };
 
 }  // namespace zephyl

@@ -24,16 +24,18 @@ StatusNotifierItem::StatusNotifierItem(SignalPacer& pacer, std::optional<IconLoc
     : pacer_(pacer),
       icons_(std::move(icons)),
       listener_(std::move(listener)),
-      iconSource_(pacer.add({.send = [this] { return sendSignal("NewIcon"); }})),
-      labelSource_(
-          pacer.add({.send =
-                         [this] {
-                           const auto label = visibleLines(appearance_.label);
-                           return sendSignal("XAyatanaNewLabel", {label.c_str(), label.c_str()});
-                         }})),
-      wordsSource_(pacer.add({.most = 2, .send = [this] {
-                                return sendSignal("NewToolTip") + sendSignal("NewTitle");
-                              }})) {}
+      sources_(addSources()) {}
+
+StatusNotifierItem::Sources StatusNotifierItem::addSources() {
+  const auto sendLabel = [this] {
+    const auto label = visibleLines(appearance_.label);
+    return sendSignal("XAyatanaNewLabel", {label.c_str(), label.c_str()});
+  };
+  const auto sendWords = [this] { return sendSignal("NewToolTip") + sendSignal("NewTitle"); };
+  return {.icon = pacer_.add({.send = [this] { return sendSignal("NewIcon"); }}),
+          .label = pacer_.add({.send = sendLabel}),
+          .words = pacer_.add({.most = 2, .send = sendWords})};
+}
 
 const sd_bus_vtable* StatusNotifierItem::table() {
   constexpr auto property = answerProperty<&StatusNotifierItem::property, StatusNotifierItem>;
@@ -130,19 +132,19 @@ void StatusNotifierItem::registerItem() {
 }
 
 void StatusNotifierItem::setIcon(StatusIcon icon) {
-  if (std::exchange(appearance_.icon, icon) != icon) pacer_.request(iconSource_);
+  if (std::exchange(appearance_.icon, icon) != icon) pacer_.request(sources_.icon);
 }
 
 void StatusNotifierItem::setLabel(std::string label) {
   if (label == appearance_.label) return;
   appearance_.label = std::move(label);
-  pacer_.request(labelSource_);
+  pacer_.request(sources_.label);
 }
 
 void StatusNotifierItem::setDescription(std::string description) {
   if (description == appearance_.description) return;
   appearance_.description = std::move(description);
-  pacer_.request(wordsSource_);
+  pacer_.request(sources_.words);
 }
 
 std::size_t StatusNotifierItem::sendSignal(const char* name,

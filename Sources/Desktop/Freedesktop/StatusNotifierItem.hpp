@@ -49,6 +49,14 @@ class StatusNotifierItem final : public Bus::Client {
   void setDescription(std::string description);
 
  private:
+  /// What the pacer calls the signals about each part of the appearance.
+  struct Sources {
+    std::size_t icon;
+    std::size_t label;
+    std::size_t words;
+  };
+
+  Sources addSources();
   static const sd_bus_vtable* table();
   int property(const std::string& name, BusWriter& writer);
   [[nodiscard]] std::string text(std::string_view property) const;
@@ -68,9 +76,7 @@ class StatusNotifierItem final : public Bus::Client {
   SignalPacer& pacer_;
   const std::optional<IconLocation> icons_;
   const Listener listener_;
-  const std::size_t iconSource_;
-  const std::size_t labelSource_;
-  const std::size_t wordsSource_;
+  const Sources sources_;
 
   Appearance appearance_;
   bool shown_ = false;
