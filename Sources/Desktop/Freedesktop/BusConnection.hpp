@@ -94,7 +94,7 @@ class BusConnection {
   /// Sends a signal, or a call whose reply nobody waits for.
   void send(const BusMessage& message) const;
 
-  /// Calls `onSignal` for every signal that matches, whoever sent it: a signal that is addressed to
+  /// Calls `onSignal` for every signal that matches, from any sender: a signal that is addressed to
   /// this connection arrives whatever sender the rule names. For signals of a service use
   /// `WatchedName::subscribe`.
   [[nodiscard]] BusSlot subscribe(const std::string& matchRule, Handler onSignal) const;

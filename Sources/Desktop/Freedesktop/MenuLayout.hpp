@@ -33,7 +33,7 @@ class MenuLayout {
     };
     std::vector<Change> changes;  ///< rows that stayed, but show something else
     /// The menus, by the ids of their parents, whose own rows came, went or moved. A new submenu is
-    /// not among them: whoever reads it reads it for the first time.
+    /// not among them: no host has read it yet.
     std::vector<std::int32_t> menus;
     std::shared_ptr<const Menu> old;  ///< keeps `before` alive
   };

@@ -17,9 +17,9 @@ class MenuReaders {
 
   /// Notes that the caller reads. Returns how it is shown dots.
   DotStyle styleFor(sd_bus_message& call);
-  /// The same for whoever has read last.
+  /// The same for the host that has read last.
   [[nodiscard]] DotStyle lastStyle() const { return lastStyle_; }
-  /// Whether anybody has read; nobody else needs signals.
+  /// Whether any host has read. Without a reader there is no need for signals.
   [[nodiscard]] bool any() const { return any_; }
 
   /// Notes that the caller reads `depth` levels below `row`. Returns the ids of the submenus that

@@ -24,7 +24,7 @@ class PublishedMenu {
   [[nodiscard]] const MenuLayout& layout() const { return layout_; }
   /// Grows whenever rows come, go or move.
   [[nodiscard]] std::uint32_t revision() const { return revision_; }
-  /// What has changed since the hosts were notified last; cleared by whoever notifies them.
+  /// What has changed since the hosts were notified last. The caller that notifies them clears it.
   [[nodiscard]] MenuChanges& changes() { return changes_; }
 
  private:

@@ -279,7 +279,7 @@ TEST_F(ConfigTest, TakesProgramsFromADetectedRootOnlyIfNobodyElseCanWriteIt) {
   EXPECT_EQ(Config::agentDevBinary(), agent);
 }
 
-TEST_F(ConfigTest, TakesProgramsFromAConfiguredRootWhoeverCanWriteIt) {
+TEST_F(ConfigTest, TakesProgramsFromAConfiguredRootEvenIfOthersCanWriteIt) {
   const auto agent = addProgram("work/target/debug/zephyl-agent");
   fs::permissions(directory_ / "work", fs::perms::all);
   const ScopedVariable root("ZEPHYL_REPO_ROOT", directory_ / "work");
