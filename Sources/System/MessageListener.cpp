@@ -105,17 +105,17 @@ class MessageListener::Server : public std::enable_shared_from_this<Server> {
   [[nodiscard]] std::uint16_t port() const;
 
   /// Ways in for peers, from any thread.
-  void deliver(Identifier id, std::string message, Peer::Received received);
+  void deliver(Identifier id, std::string message, bool refused);
   void drop(Identifier id);
 
  private:
-  /// Reading until a whole message is there; then waiting for the owner's answer, sending it, and
-  /// perhaps draining.
+  /// Reads until the message is whole, then waits for the owner's answer, sends it and, where the
+  /// peer may still be sending, drains.
   struct Connection {
     enum class State { reading, waiting, sending, draining, ended };
 
-    Connection(FileDescriptor descriptor, Peer owner)
-        : socket(std::move(descriptor)), peer(std::move(owner)) {}
+    Connection(FileDescriptor descriptor, Peer owner, Reader messageReader)
+        : socket(std::move(descriptor)), peer(std::move(owner)), reader(std::move(messageReader)) {}
     ~Connection() {
       if (peer) peer->ticket_->answered = true;  // it has nothing to end any more
       if (waiter) waiter->release();
@@ -124,14 +124,19 @@ class MessageListener::Server : public std::enable_shared_from_this<Server> {
     Connection(const Connection&) = delete;
     Connection& operator=(const Connection&) = delete;
 
+    [[nodiscard]] bool isDrainingAfterRefusal() const {
+      return state == State::draining && refused;
+    }
+
     FileDescriptor socket;
     State state = State::reading;
     std::optional<Peer> peer;  // until the message is whole
+    Reader reader;
     std::string received;
     std::string unsent;
     std::size_t untaken = 0;  // of the answer, when it was last looked at
     int looksInVain = 0;
-    bool drains = false;  // more is arriving than was taken
+    bool refused = false;
     std::size_t drained = 0;
     std::optional<Descriptor> waiter;  // made when there is something to wait for
     std::optional<asio::steady_timer> timer;
@@ -141,11 +146,14 @@ class MessageListener::Server : public std::enable_shared_from_this<Server> {
   void onThread(Task task);
   void acceptPending();
   void acceptLater(int error);
-  bool makeRoom();
+  [[nodiscard]] std::map<Identifier, Connection>::iterator evictable();
+  [[nodiscard]] bool isFull() const { return connections_.size() >= options_.maxConnections; }
+  void acceptIfWaitingForRoom();
   void add(FileDescriptor socket);
   void receive(Identifier id, Connection& connection);
   bool hand(Identifier id, Connection& connection, std::string_view piece);
   void transmit(Identifier id, Connection& connection);
+  void startDraining(Identifier id, Connection& connection);
   void watchSending(Identifier id, Connection& connection);
   void drain(Identifier id, Connection& connection);
   void waitFor(Identifier id, Connection& connection, Descriptor::wait_type what, Step step);
@@ -175,10 +183,18 @@ MessageListener::Peer::Ticket::~Ticket() {
   if (const auto listener = server.lock()) listener->drop(id);
 }
 
-void MessageListener::Peer::send(std::string message, Received received) const {
+void MessageListener::Peer::send(std::string message) const {
+  deliver(std::move(message), false);
+}
+
+void MessageListener::Peer::refuse(std::string message) const {
+  deliver(std::move(message), true);
+}
+
+void MessageListener::Peer::deliver(std::string message, bool refused) const {
   if (ticket_->answered.exchange(true)) return;
   if (const auto server = ticket_->server.lock()) {
-    server->deliver(ticket_->id, std::move(message), received);
+    server->deliver(ticket_->id, std::move(message), refused);
   }
 }
 
@@ -229,13 +245,13 @@ std::uint16_t MessageListener::Server::port() const {
   return ntohs(address.sin_port);
 }
 
-void MessageListener::Server::deliver(Identifier id, std::string message, Peer::Received received) {
-  onThread([this, id, received, message = std::move(message)]() mutable {
+void MessageListener::Server::deliver(Identifier id, std::string message, bool refused) {
+  onThread([this, id, refused, message = std::move(message)]() mutable {
     const auto found = connections_.find(id);
     if (found == connections_.end()) return;
     found->second.unsent = std::move(message);
     found->second.state = Connection::State::sending;
-    found->second.drains = received == Peer::Received::inPart;
+    found->second.refused = refused;
     transmit(id, found->second);
   });
 }
@@ -263,7 +279,7 @@ void MessageListener::Server::onThread(Task task) {
 void MessageListener::Server::acceptPending() {
   for (int turn = 0; !acceptsNoMore_; ++turn) {
     if (turn == acceptsPerTurn) return reactor_->post([this] { acceptPending(); });
-    waitsForRoom_ = !makeRoom();
+    waitsForRoom_ = isFull() && evictable() == connections_.end();
     if (waitsForRoom_) return;
     const int socket = ::accept4(socket_.get(), nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC);
     if (socket >= 0) {
@@ -285,24 +301,23 @@ void MessageListener::Server::acceptLater(int error) {
   acceptTimer_->async_wait(again);
 }
 
-/// Whether one more connection may come; if need be, the one that has to go for it is known.
-bool MessageListener::Server::makeRoom() {
-  if (connections_.size() < options_.maxConnections) return true;
-  return std::ranges::any_of(connections_, [](const auto& each) {
+/// Returns the connection that gives way to a new one when all places are taken.
+auto MessageListener::Server::evictable() -> std::map<Identifier, Connection>::iterator {
+  const auto refused = std::ranges::find_if(
+      connections_, [](const auto& each) { return each.second.isDrainingAfterRefusal(); });
+  if (refused != connections_.end()) return refused;
+  return std::ranges::find_if(connections_, [](const auto& each) {
     return each.second.state == Connection::State::reading;
   });
 }
 
 void MessageListener::Server::add(FileDescriptor socket) {
-  if (connections_.size() >= options_.maxConnections) {
-    const auto oldest = std::ranges::find_if(connections_, [](const auto& each) {
-      return each.second.state == Connection::State::reading;
-    });
-    connections_.erase(oldest);
-  }
+  if (isFull()) connections_.erase(evictable());
   const Identifier id = ++lastId_;
   Peer peer(std::make_shared<Peer::Ticket>(weak_from_this(), id));
-  const auto added = connections_.try_emplace(id, std::move(socket), std::move(peer)).first;
+  const auto added =
+      connections_.try_emplace(id, std::move(socket), std::move(peer), handlers_.onAccepted())
+          .first;
   receive(id, added->second);
 }
 
@@ -320,12 +335,12 @@ void MessageListener::Server::receive(Identifier id, Connection& connection) {
   }
 }
 
-/// Adds a piece to what was received and shows it to the owner; whether more is to be read.
+/// Appends a piece to what was received and passes it to the reader. Returns whether to read on.
 bool MessageListener::Server::hand(Identifier id, Connection& connection, std::string_view piece) {
   append(connection.received, piece);
   ::explicit_bzero(scratch_.data(), piece.size());
   handled_ = id;
-  const auto verdict = handlers_.onReceived(*connection.peer, connection.received);
+  const auto verdict = connection.reader(*connection.peer, connection.received);
   handled_.reset();
   if (connection.state == Connection::State::ended) {
     end(id, connection);
@@ -351,13 +366,20 @@ void MessageListener::Server::transmit(Identifier id, Connection& connection) {
       return end(id, connection);
     }
   }
-  if (!connection.drains && !hasUnreadBytes(connection.socket.get())) return end(id, connection);
+  if (!connection.refused && !hasUnreadBytes(connection.socket.get())) return end(id, connection);
+  startDraining(id, connection);
+}
+
+/// Reads what the peer is still sending, so that closing does not reset the connection while the
+/// answer is on its way.
+void MessageListener::Server::startDraining(Identifier id, Connection& connection) {
   ::shutdown(connection.socket.get(), SHUT_WR);
   connection.state = Connection::State::draining;
   connection.timer.emplace(reactor_->context(), drainTime);
   connection.timer->async_wait([this, id](const boost::system::error_code& aborted) {
     if (!aborted) drop(id);
   });
+  if (connection.refused) acceptIfWaitingForRoom();
   drain(id, connection);
 }
 
@@ -408,6 +430,10 @@ void MessageListener::Server::end(Identifier id, Connection& connection) {
   connection.state = Connection::State::ended;
   if (handled_ == id) return;  // its handler still looks at what was received
   connections_.erase(id);
+  acceptIfWaitingForRoom();
+}
+
+void MessageListener::Server::acceptIfWaitingForRoom() {
   if (std::exchange(waitsForRoom_, false)) reactor_->post([this] { acceptPending(); });
 }
 

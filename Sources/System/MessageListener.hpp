@@ -12,17 +12,19 @@
 
 namespace zephyl {
 
-/// Accepts TCP connections on 127.0.0.1 that carry one message each way: the peer sends one, its
-/// end known to the owner alone, and gets one; then the connection is closed.
+/// Accepts TCP connections on 127.0.0.1 that carry one message each way: the peer sends a message,
+/// whose end only the owner recognises, receives one, and the connection is closed.
 ///
-/// The listener has a thread of its own. All handlers run there, one at a time; they may wait,
-/// and everybody waits with them. A silent or slow peer delays nobody. There is a limit to
-/// connections; where it is reached the oldest that has not sent a whole message makes room, and
-/// when there is none such, new ones wait to be accepted. Running out of descriptors or memory is
-/// survived: accepting goes on a little later. A peer that takes nothing of its answer for
-/// `sendTimeout` is given up, so that it does not keep its place.
+/// The listener has a thread of its own. All handlers run there, one at a time. They may wait, and
+/// every other connection waits with them. A silent or slow peer delays no other peer.
 ///
-/// What was received may be secret and is overwritten when it has served.
+/// The number of connections is limited. At the limit a new connection replaces the oldest one that
+/// was refused and is being drained, else the oldest one that has not sent a whole message. If
+/// there is neither, new connections wait to be accepted. When descriptors or memory run out,
+/// accepting is retried a little later. A peer that accepts no byte of its answer for `sendTimeout`
+/// is closed.
+///
+/// Received bytes may be secret and are overwritten when they are no longer needed.
 class MessageListener {
  private:
   class Server;
@@ -33,25 +35,30 @@ class MessageListener {
   /// then nothing is sent.
   class Peer {
    public:
-    /// Whether the peer's message was taken whole. If not, what is still arriving is read and
-    /// dropped for a while, so that a reset does not destroy the answer on its way.
-    enum class Received { whole, inPart };
-
-    /// Sends `message` and closes.
-    void send(std::string message, Received received = Received::whole) const;
+    /// Sends `message` and closes the connection.
+    void send(std::string message) const;
+    /// Sends `message` and closes the connection; until then what the peer is still sending is read
+    /// and dropped, for a limited time, so that a reset does not destroy the message on its way. A
+    /// refused connection gives way to new ones.
+    void refuse(std::string message) const;
 
    private:
     friend class Server;
     struct Ticket;
     explicit Peer(std::shared_ptr<Ticket> ticket) : ticket_(std::move(ticket)) {}
+    void deliver(std::string message, bool refused) const;
 
     std::shared_ptr<Ticket> ticket_;
   };
 
   enum class Verdict {
     incomplete,  ///< more is needed; the connection is closed when the peer has finished sending
-    complete,    ///< no more is read
+    complete,    ///< no more is needed
   };
+
+  /// Reads the message of one connection. `received` is everything that the peer has sent so far;
+  /// called again with more until it returns `complete`.
+  using Reader = std::function<Verdict(const Peer& peer, std::string_view received)>;
 
   struct Options {
     std::uint16_t port = 0;        ///< 0: any
@@ -61,9 +68,8 @@ class MessageListener {
     Duration sendTimeout = std::chrono::seconds(30);
   };
   struct Handlers {
-    /// `received` is everything that the peer has sent so far. Called again with more until it
-    /// says `complete`.
-    std::function<Verdict(const Peer& peer, std::string_view received)> onReceived;
+    /// Makes the reader of a new connection, which lives as long as the connection at most.
+    std::function<Reader()> onAccepted;
     /// The listener has failed for good.
     std::function<void(const Error&)> onFailed;
   };

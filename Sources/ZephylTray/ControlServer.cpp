@@ -16,6 +16,18 @@ namespace {
 constexpr std::size_t tokenBytes = 16;
 constexpr auto tokenHeader = "x-zephyl-onboard-token";
 constexpr auto badRequest = "400 Bad Request";
+
+std::string message(std::string_view status, const json::Object& json) {
+  std::string body = json::compact(json);
+  if (!isValidUTF8(body)) body = "{}";
+  return fmt::format(
+      "HTTP/1.1 {}\r\n"
+      "Content-Type: application/json\r\n"
+      "Content-Length: {}\r\n"
+      "Connection: close\r\n\r\n{}",
+      status, body.size(), body);
+}
+
 }  // namespace
 
 ControlServer::ControlServer(MainLoop& mainLoop)
@@ -26,23 +38,29 @@ ControlServer::~ControlServer() {
   listener_.reset();
 }
 
+bool ControlServer::isListening() const {
+  return listener_ && !failed_;
+}
+
 bool ControlServer::start(std::int64_t port) {
   if (listener_) return true;
   if (port < 0 || port > std::numeric_limits<std::uint16_t>::max()) {
     log("the onboarding port {} is not between 0 and 65535", port);
     return false;
   }
-  auto listener = MessageListener::open(
-      {.port = static_cast<std::uint16_t>(port),
-       .label = "com.zephyl.tray.control",
-       .readSize = maxReadBytes,
-       .maxConnections = maxConnections},
-      {.onReceived = [this](const Peer& peer,
-                            std::string_view received) { return receive(peer, received); },
-       .onFailed =
-           [](const Error& error) { log("onboarding listener failed: {}", error.message); }});
+  auto listener = MessageListener::open({.port = static_cast<std::uint16_t>(port),
+                                         .label = "com.zephyl.tray.control",
+                                         .readSize = maxReadBytes,
+                                         .maxConnections = maxConnections},
+                                        {.onAccepted = [this] { return reader(); },
+                                         .onFailed =
+                                             [this](const Error& error) {
+                                               failed_ = true;
+                                               log("onboarding listener failed: {}", error.message);
+                                             }});
   if (listener) {
     listener_ = std::move(*listener);
+    port_ = port;
   } else {
     log("could not start the onboarding listener: {}", listener.error().message);
   }
@@ -59,20 +77,32 @@ void ControlServer::setPendingRoute(std::string route) {
   pendingRoute_ = std::move(route);
 }
 
-MessageListener::Verdict ControlServer::receive(const Peer& peer, std::string_view received) {
+MessageListener::Reader ControlServer::reader() {
+  return [this, incoming = IncomingRequest()](const Peer& peer, std::string_view received) mutable {
+    return receive(incoming, peer, received);
+  };
+}
+
+MessageListener::Verdict ControlServer::receive(IncomingRequest& incoming, const Peer& peer,
+                                                std::string_view received) {
   using Verdict = MessageListener::Verdict;
+  using Stage = HTTPRequestParser::Stage;
   if (received.size() > maxRequestBytes) {
-    fail(peer, "413 Payload Too Large", "request too large");
+    refuse(peer, "413 Payload Too Large", "request too large");
     return Verdict::complete;
   }
-  auto request = HTTPRequest::parse(received);
-  if (!request) return Verdict::incomplete;
-  if (isAuthorized(*request)) {
-    dispatch(peer, *request);
-  } else {
-    fail(peer, "403 Forbidden", "bad or missing onboarding token");
+  const Stage stage = incoming.parser.advance(received);
+  if (stage == Stage::head || stage == Stage::invalid) return Verdict::incomplete;
+  HTTPRequest& request = incoming.parser.request();
+  if (!incoming.authorized && !isAuthorized(request)) {
+    wipe(request.body);
+    refuse(peer, "403 Forbidden", "bad or missing onboarding token");
+    return Verdict::complete;
   }
-  wipe(request->body);
+  incoming.authorized = true;
+  if (stage == Stage::body) return Verdict::incomplete;
+  dispatch(peer, request);
+  wipe(request.body);
   return Verdict::complete;
 }
 
@@ -82,14 +112,11 @@ bool ControlServer::isAuthorized(const HTTPRequest& request) const {
 }
 
 void ControlServer::respond(const Peer& peer, std::string_view status, const json::Object& json) {
-  std::string body = json::compact(json);
-  if (!isValidUTF8(body)) body = "{}";
-  peer.send(fmt::format("HTTP/1.1 {}\r\n"
-                        "Content-Type: application/json\r\n"
-                        "Content-Length: {}\r\n"
-                        "Connection: close\r\n\r\n{}",
-                        status, body.size(), body),
-            status.starts_with("413") ? Peer::Received::inPart : Peer::Received::whole);
+  peer.send(message(status, json));
+}
+
+void ControlServer::refuse(const Peer& peer, std::string_view status, std::string_view reason) {
+  peer.refuse(message(status, {{"error", reason}}));
 }
 
 void ControlServer::fail(const Peer& peer, std::string_view status, std::string_view message) {

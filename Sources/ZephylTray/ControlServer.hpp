@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <functional>
@@ -15,17 +16,18 @@
 #include "System/JSON.hpp"
 #include "System/MessageListener.hpp"
 #include "System/Result.hpp"
+#include "ZephylTray/HTTPRequest.hpp"
 
 namespace zephyl {
 
 class MainLoop;
-struct HTTPRequest;
 
 /// The control API: a small HTTP server on 127.0.0.1 through which the desktop app joins, manages
 /// and diagnoses. One request per connection. Every request must carry the token of this run,
 /// which only the desktop app is given; then it goes to the handler of its route.
 ///
 /// Requests are read, checked and dispatched one at a time on the thread "com.zephyl.tray.control".
+/// The token is checked as soon as the head of a request is complete.
 /// Most handlers run on the main thread while the control thread waits; the main thread never
 /// waits for it. Handlers that take a completion are called on the control thread, must not wait,
 /// and may complete on any thread. Once the server is gone nothing is answered any more.
@@ -73,6 +75,10 @@ class ControlServer {
   /// Opens the listener on `port`; when that fails one line is logged, and there is none. Does
   /// nothing while there is one. False when `port` is no port at all.
   bool start(std::int64_t port);
+  /// Whether requests can reach this server. Main thread only.
+  [[nodiscard]] bool isListening() const;
+  /// The port of the listener. Requires `isListening`.
+  [[nodiscard]] std::int64_t port() const { return port_; }
   /// Closes the listener. Requests under way that still wait for the main thread are told that
   /// the tray is shutting down.
   void cancel();
@@ -84,6 +90,11 @@ class ControlServer {
  private:
   using Peer = MessageListener::Peer;
 
+  /// The request of one connection while it arrives.
+  struct IncomingRequest {
+    HTTPRequestParser parser;
+    bool authorized = false;  ///< its head carried the token
+  };
   /// A request that carried the token, under way to its handler.
   struct Call {
     Peer peer;
@@ -104,9 +115,12 @@ class ControlServer {
   using RouteHandler = void (ControlServer::*)(const Call&);
 
   // Transport (ControlServer.cpp), on the control thread:
-  MessageListener::Verdict receive(const Peer& peer, std::string_view received);
+  [[nodiscard]] MessageListener::Reader reader();
+  MessageListener::Verdict receive(IncomingRequest& incoming, const Peer& peer,
+                                   std::string_view received);
   [[nodiscard]] bool isAuthorized(const HTTPRequest& request) const;
   static void respond(const Peer& peer, std::string_view status, const json::Object& json);
+  static void refuse(const Peer& peer, std::string_view status, std::string_view reason);
   static void fail(const Peer& peer, std::string_view status, std::string_view message);
   static void reply(const Peer& peer, const Failure& result);
   static Completion asyncReply(const Peer& peer);
@@ -137,6 +151,8 @@ class ControlServer {
   std::stop_source stopping_;
   std::mutex routeLock_;
   std::optional<std::string> pendingRoute_;  // guarded by routeLock_
+  std::int64_t port_ = 0;
+  std::atomic<bool> failed_ = false;  // set on the control thread
   std::unique_ptr<MessageListener> listener_;
 };
 

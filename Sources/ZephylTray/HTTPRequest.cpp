@@ -12,7 +12,7 @@ namespace {
 constexpr std::string_view lineEnd = "\r\n";
 constexpr std::string_view headEnd = "\r\n\r\n";
 
-/// Takes the first line off `text`.
+/// Removes the first line from `text` and returns it without its end.
 std::string_view takeLine(std::string_view& text) {
   const auto end = text.find(lineEnd);
   const auto line = text.substr(0, end);
@@ -42,21 +42,32 @@ std::size_t contentLength(const HTTPRequest& request) {
 
 }  // namespace
 
+HTTPRequestParser::Stage HTTPRequestParser::advance(std::string_view received) {
+  if (stage_ == Stage::head) stage_ = parseHead(received);
+  if (stage_ != Stage::body || received.size() - bodyStart_ < bodyBytes_) return stage_;
+  request_.body = received.substr(bodyStart_, bodyBytes_);
+  stage_ = Stage::whole;
+  return stage_;
+}
+
+HTTPRequestParser::Stage HTTPRequestParser::parseHead(std::string_view received) {
+  const auto end = received.find(headEnd, searched_);
+  if (end == std::string_view::npos) {
+    searched_ = received.size() - std::min(received.size(), headEnd.size() - 1);
+    return Stage::head;
+  }
+  auto head = received.substr(0, end);
+  if (!isValidUTF8(head) || !takeRequestLine(takeLine(head), request_)) return Stage::invalid;
+  while (!head.empty()) takeHeader(takeLine(head), request_);
+  bodyStart_ = end + headEnd.size();
+  bodyBytes_ = contentLength(request_);
+  return Stage::body;
+}
+
 std::optional<HTTPRequest> HTTPRequest::parse(std::string_view bytes) {
-  const auto end = bytes.find(headEnd);
-  if (end == std::string_view::npos) return std::nullopt;
-  auto head = bytes.substr(0, end);
-  if (!isValidUTF8(head)) return std::nullopt;
-
-  HTTPRequest request;
-  if (!takeRequestLine(takeLine(head), request)) return std::nullopt;
-  while (!head.empty()) takeHeader(takeLine(head), request);
-
-  const auto rest = bytes.substr(end + headEnd.size());
-  const auto length = contentLength(request);
-  if (rest.size() < length) return std::nullopt;
-  request.body = rest.substr(0, length);
-  return request;
+  HTTPRequestParser parser;
+  if (parser.advance(bytes) != HTTPRequestParser::Stage::whole) return std::nullopt;
+  return std::move(parser.request());
 }
 
 std::optional<std::string> HTTPRequest::header(const std::string& name) const {

@@ -50,14 +50,7 @@ class MessageListenerTest : public ::testing::Test {
         MessageListener::open({.label = "com.example.listener",
                                .maxConnections = fewConnections,
                                .sendTimeout = sendTimeout_},
-                              {.onReceived =
-                                   [this, onMessage](const Peer& peer, std::string_view received) {
-                                     ++calls_;
-                                     if (received.find('.') == std::string_view::npos)
-                                       return Verdict::incomplete;
-                                     onMessage(peer, received);
-                                     return Verdict::complete;
-                                   },
+                              {.onAccepted = [this, onMessage] { return reader(onMessage); },
                                .onFailed =
                                    [this](const Error& error) {
                                      const std::scoped_lock lock(mutex_);
@@ -65,6 +58,14 @@ class MessageListenerTest : public ::testing::Test {
                                    }});
     ASSERT_TRUE(listener) << listener.error().message;
     listener_ = std::move(*listener);
+  }
+  MessageListener::Reader reader(std::function<void(const Peer&, std::string_view)> onMessage) {
+    return [this, onMessage = std::move(onMessage)](const Peer& peer, std::string_view received) {
+      ++calls_;
+      if (received.find('.') == std::string_view::npos) return Verdict::incomplete;
+      onMessage(peer, received);
+      return Verdict::complete;
+    };
   }
   void openEcho() {
     open([](const Peer& peer, std::string_view received) { peer.send(std::string(received)); });
@@ -198,7 +199,7 @@ TEST_F(MessageListenerTest, GivesUpPeersThatTakeNothingOfTheirAnswer) {
 }
 
 TEST_F(MessageListenerTest, AnswersWhileThePeerStillSendsALot) {
-  open([](const Peer& peer, std::string_view) { peer.send("enough", Peer::Received::inPart); });
+  open([](const Peer& peer, std::string_view) { peer.refuse("enough"); });
   const auto peer = client();
   peer.send(".");
   for (int i = 0; i < 8; ++i) ASSERT_TRUE(peer.send(std::string(64UL << 10, 'x')));
@@ -254,6 +255,51 @@ TEST_F(MessageListenerTest, MakesRoomByClosingTheOldestThatHasNotSentAWholeMessa
   EXPECT_EQ(silent.front().receiveAll(), "");
   EXPECT_FALSE(silent.back().isReadable(0ms));
   EXPECT_FALSE(whole.isReadable(0ms));
+}
+
+/// Opens as many connections as there are places, each of which is refused and goes on sending.
+std::vector<RawClient> refusedClients(const std::function<RawClient()>& connect) {
+  std::vector<RawClient> clients;
+  for (std::size_t i = 0; i < fewConnections; ++i) {
+    clients.push_back(connect());
+    clients.back().send("bad.");
+    EXPECT_TRUE(clients.back().isReadable(10s));
+  }
+  return clients;
+}
+
+TEST_F(MessageListenerTest, MakesRoomByClosingRefusedPeersThatGoOnSending) {
+  open([](const Peer& peer, std::string_view received) {
+    if (received == "bad.") return peer.refuse("no");
+    peer.send("yes");
+  });
+  const auto refused = refusedClients([this] { return client(); });
+  const auto late = client();
+  late.send("late.");
+  EXPECT_TRUE(late.isReadable(1s)) << "must not wait until the refused ones are drained";
+  EXPECT_EQ(late.receiveAll(), "yes");
+  EXPECT_EQ(refused.front().receiveAll(), "no");
+}
+
+TEST_F(MessageListenerTest, PrefersRefusedPeersToThoseThatHaveNotSentAWholeMessage) {
+  open([](const Peer& peer, std::string_view received) {
+    if (received == "bad.") return peer.refuse("no");
+    peer.send("yes");
+  });
+  const auto slow = client();
+  slow.send("slow");
+  ASSERT_TRUE(test::eventually([this] { return calls_ == 1; }));
+  std::vector<RawClient> refused;
+  for (std::size_t i = 1; i < fewConnections; ++i) {
+    refused.push_back(client());
+    refused.back().send("bad.");
+    ASSERT_TRUE(refused.back().isReadable(10s));
+  }
+  const auto late = client();
+  late.send("late.");
+  EXPECT_EQ(late.receiveAll(), "yes");
+  slow.send(".");
+  EXPECT_EQ(slow.receiveAll(), "yes");
 }
 
 TEST_F(MessageListenerTest, LetsNewPeersWaitWhileAllHaveSentAWholeMessage) {

@@ -73,6 +73,33 @@ TEST_F(ControlServerTest, RefusesARequestWithoutTheToken) {
   }
 }
 
+TEST_F(ControlServerTest, RefusesARequestWithoutTheTokenAsSoonAsItsHeadIsComplete) {
+  start();
+  EXPECT_EQ(ask("POST /invite HTTP/1.1\r\nContent-Length: 1000\r\n\r\n").status, 403);
+  EXPECT_EQ(ask("POST /invite HTTP/1.1\r\nContent-Length: 1000\r\n\r\nsome of the body").status,
+            403);
+}
+
+TEST_F(ControlServerTest, WaitsForTheBodyOfARequestThatHasTheToken) {
+  start();
+  const std::string whole = request("POST /invite", R"({"key":""})");
+  const RawClient client(port_);
+  client.send(whole.substr(0, whole.size() - 1));
+  EXPECT_FALSE(client.isReadable(20ms));
+  client.send(whole.substr(whole.size() - 1));
+  while (!client.isReadable(1ms)) mainLoop_.runPending();
+  EXPECT_EQ(Answer::of(client.receiveAll()).status, 200);
+}
+
+TEST_F(ControlServerTest, ListensOnlyWhenThePortWasFree) {
+  EXPECT_FALSE(server_->isListening());
+  start();
+  EXPECT_TRUE(server_->isListening());
+  ControlServer second(mainLoop_);
+  test::logOf([&] { EXPECT_TRUE(second.start(port_)); });
+  EXPECT_FALSE(second.isListening());
+}
+
 TEST_F(ControlServerTest, HandsAPendingRouteOutOnce) {
   server_->statusProvider = [] { return json::Object{{"running", true}}; };
   start();

@@ -88,5 +88,51 @@ TEST(HTTPRequest, IsNotThereWhileItsLengthIsMoreThanEverComes) {
   EXPECT_FALSE(HTTPRequest::parse("A /b\r\nContent-Length: 9223372036854775807\r\n\r\nabc"));
 }
 
+using Stage = HTTPRequestParser::Stage;
+
+TEST(HTTPRequestParser, PassesThroughItsStagesByteByByte) {
+  const std::string head = "POST /a HTTP/1.1\r\nContent-Length: 3\r\n\r\n";
+  const std::string whole = head + "abc";
+  HTTPRequestParser parser;
+  for (std::size_t size = 0; size <= whole.size(); ++size) {
+    const Stage expected = size < head.size()    ? Stage::head
+                           : size < whole.size() ? Stage::body
+                                                 : Stage::whole;
+    ASSERT_EQ(parser.advance(std::string_view(whole).substr(0, size)), expected) << size;
+  }
+  EXPECT_EQ(parser.request(), HTTPRequest::parse(whole));
+}
+
+TEST(HTTPRequestParser, KnowsTheHeadBeforeTheBodyHasArrived) {
+  HTTPRequestParser parser;
+  ASSERT_EQ(parser.advance("POST /a HTTP/1.1\r\nX-A: b\r\nContent-Length: 9\r\n\r\nab"),
+            Stage::body);
+  EXPECT_EQ(parser.request().path, "/a");
+  EXPECT_EQ(parser.request().header("x-a"), "b");
+  EXPECT_EQ(parser.request().body, "");
+}
+
+TEST(HTTPRequestParser, ParsesTheHeadOnce) {
+  HTTPRequestParser parser;
+  ASSERT_EQ(parser.advance("POST /first HTTP/1.1\r\nContent-Length: 1\r\n\r\n"), Stage::body);
+  ASSERT_EQ(parser.advance("POST /other HTTP/1.1\r\nContent-Length: 1\r\n\r\nx"), Stage::whole);
+  EXPECT_EQ(parser.request().path, "/first");
+}
+
+TEST(HTTPRequestParser, SearchesTheEndOfTheHeadInNewBytesOnly) {
+  HTTPRequestParser parser;
+  ASSERT_EQ(parser.advance("GET /a HTTP/1.1\r\nX: yy"), Stage::head);
+  ASSERT_EQ(parser.advance("GET /a\r\n\r\n.1\r\nX: yyyyyy"), Stage::head);
+  EXPECT_EQ(parser.advance("GET /a\r\n\r\n.1\r\nX: yyyyyy\r\n\r\n"), Stage::whole);
+}
+
+TEST(HTTPRequestParser, StaysInvalidOnceTheHeadCannotBeParsed) {
+  for (const std::string head : {"GET\r\n\r\n", "GET /\xff HTTP/1.1\r\n\r\n"}) {
+    HTTPRequestParser parser;
+    EXPECT_EQ(parser.advance(head), Stage::invalid);
+    EXPECT_EQ(parser.advance(head + "GET / HTTP/1.1\r\n\r\n"), Stage::invalid);
+  }
+}
+
 }  // namespace
 }  // namespace zephyl
