@@ -53,6 +53,25 @@ std::optional<ApiAnswer> refusalOf(error_code error) {
   return refusal(400, "the request is not HTTP");
 }
 
+/// Whether a value of the header Host names this machine by a loopback name.
+bool isLoopbackHost(std::string_view host) {
+  const auto portStart = host.rfind(':');
+  const bool hasPort = portStart != std::string_view::npos && !host.ends_with(']');
+  const auto name = hasPort ? host.substr(0, portStart) : host;
+  return name == "127.0.0.1" || name == "[::1]" || beast::iequals(name, "localhost");
+}
+
+/// Whether the request may come from a program of this machine. A browser names the host that a
+/// page was loaded from and the page's origin, so that pages of other sites, also under a name that
+/// was made to resolve to loopback, are told from the agent's own clients. These send no Origin.
+bool isFromHere(const http::request<http::string_body>& request) {
+  const auto host = request.find(http::field::host);
+  if (host != request.end() && !isLoopbackHost(host->value())) return false;
+  const auto origin = request.find(http::field::origin);
+  if (origin == request.end()) return true;
+  return host != request.end() && origin->value() == "http://" + std::string(host->value());
+}
+
 bool isEventStream(const http::request<http::string_body>& request) {
   const auto target = request.target();
   return request.method() == http::verb::get && target.substr(0, target.find('?')) == "/api/events";
@@ -105,6 +124,10 @@ class Server::Session : public std::enable_shared_from_this<Session> {
       return;
     }
     const auto request = parser_->release();
+    if (!isFromHere(request)) {
+      write(refusal(403, "only programs of this machine may ask"), version, false);
+      return;
+    }
     if (isEventStream(request)) {
       follow(version);
       return;

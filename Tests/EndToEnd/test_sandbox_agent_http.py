@@ -11,6 +11,32 @@ from support.agent_sockets import exchange, exchange_until
 from support.tray import eventually
 
 
+# Who may ask
+
+
+def status_with(port, *headers, line="GET /api/status HTTP/1.1"):
+    raw = "\r\n".join([line, *headers, "Connection: close"]) + "\r\n\r\n"
+    return int(exchange(port, raw.encode()).split(b" ", 2)[1])
+
+
+def test_it_answers_under_the_names_of_loopback_alone(start):
+    port = start().port
+    for host in (f"127.0.0.1:{port}", "127.0.0.1", f"localhost:{port}", "LocalHost", f"[::1]:{port}", "[::1]"):
+        assert status_with(port, f"Host: {host}") == 200, host
+    for host in (f"rebound.example:{port}", "127.0.0.1.example", "0.0.0.0", f"localhost.example:{port}", ""):
+        assert status_with(port, f"Host: {host}") == 403, host
+
+
+def test_pages_of_other_origins_get_nothing(start):
+    port = start().port
+    own = f"127.0.0.1:{port}"
+    assert status_with(port, f"Host: {own}", f"Origin: http://{own}") == 200
+    for origin in ("http://rebound.example", f"https://{own}", "http://localhost:3000", "null", ""):
+        for line in ("GET /api/status HTTP/1.1", "GET /api/events HTTP/1.1", "POST /sandbox/requests HTTP/1.1"):
+            assert status_with(port, f"Host: {own}", f"Origin: {origin}", line=line) == 403, (origin, line)
+    assert status_with(port, "Origin: http://127.0.0.1") == 403, "an origin without a host"
+
+
 # The event stream
 
 
