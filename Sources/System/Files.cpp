@@ -11,6 +11,7 @@
 #include <unistd.h>
 
 #include "System/FileDescriptor.hpp"
+#include "System/Log.hpp"
 
 namespace zephyl {
 
@@ -106,10 +107,17 @@ class NewFile {
     if (::close(descriptor_.release()) != 0 && errno != EINTR) return failure();
     if (path_ != target_ && ::rename(path_.c_str(), target_.c_str()) != 0) return failure();
     kept_ = true;
-    return flushed ? flushDirectory(parentDirectory(target_)) : Result<void>();
+    if (flushed) flushName();
+    return {};
   }
 
  private:
+  /// The file has its name already, so a failure takes nothing back.
+  void flushName() const {
+    if (const auto flushed = flushDirectory(parentDirectory(target_)); !flushed) {
+      log("could not flush the directory of {}: {}", target_, flushed.error().message);
+    }
+  }
   [[nodiscard]] Error failure() const { return systemError(target_, errno); }
 
   FileDescriptor descriptor_;

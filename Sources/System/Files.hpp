@@ -39,7 +39,8 @@ enum class Durability { flushed, unflushed };
 
 /// Puts `bytes` at `path` so that a reader, also after a crash, sees the old file or the new one,
 /// whole: written to a temporary file in the same directory (mode 0600), flushed if asked,
-/// renamed over the old one, directory flushed. The temporary is removed on failure.
+/// renamed over the old one, directory flushed. The temporary is removed on failure. Once the file
+/// has its name it is saved: when the directory cannot be flushed afterwards, one line is logged.
 ///
 /// A symbolic link at `path` stays: the file that it points to is replaced, or made if there is
 /// none, in that file's own directory.

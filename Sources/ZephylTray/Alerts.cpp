@@ -56,4 +56,10 @@ Alert inviteKeyFailed(const std::string& message) {
       .messageText = "That invite key didn't work", .informativeText = message, .buttons = {"OK"}};
 }
 
+Alert connectFailed(const std::string& message) {
+  return {.messageText = "The server couldn't be connected",
+          .informativeText = message,
+          .buttons = {"OK"}};
+}
+
 }  // namespace zephyl::alerts

@@ -29,4 +29,7 @@ enum class InviteKeyButton : std::size_t { join, cancel };
 /// That key could not be redeemed.
 Alert inviteKeyFailed(const std::string& message);
 
+/// A server could not be connected.
+Alert connectFailed(const std::string& message);
+
 }  // namespace zephyl::alerts

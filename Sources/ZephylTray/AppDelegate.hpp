@@ -67,9 +67,10 @@ class AppDelegate : public std::enable_shared_from_this<AppDelegate> {
   /// Joins a server with the invite key that the user pasted: registers the server, starts its
   /// tailnet in enrolment mode and restarts the agent. Returns what to tell the user when the key
   /// cannot be read, and changes nothing then. Whether the server accepts the key shows later, in
-  /// its tailnet's state.
+  /// its tailnet's state. A server that cannot be saved is not joined, and its key stays unused.
   std::optional<std::string> redeem(const std::string& key);
-  /// Changes of one server; each returns what to tell the user when there is no such server.
+  /// Changes of one server. Each returns what to tell the user when there is no such server or the
+  /// change cannot be saved, and then changes nothing.
   std::optional<std::string> setServerLabel(const std::string& id, const std::string& label);
   std::optional<std::string> setServerAccent(const std::string& id, const std::string& accent);
   std::optional<std::string> setServerEnabled(const std::string& id, bool enabled);
@@ -221,6 +222,7 @@ class AppDelegate : public std::enable_shared_from_this<AppDelegate> {
   Dialogs::Handle errorDialog_;
   Task errorAcknowledged_;
   Dialogs::Handle inviteDialog_;
+  Dialogs::Handle connectFailureDialog_;
   std::list<Dialogs::Handle> folderDialogs_;
   Dialogs::Handle logWindow_;
   std::string currentLogText_;  // the whole of the log shown last

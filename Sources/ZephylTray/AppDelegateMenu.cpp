@@ -1,6 +1,7 @@
 #include <map>
 
 #include "System/JSON.hpp"
+#include "System/Log.hpp"
 #include "System/MainLoop.hpp"
 #include "System/Secret.hpp"
 #include "System/URL.hpp"
@@ -140,9 +141,13 @@ void AppDelegate::openWebPage(const std::shared_ptr<TailnetProcess>& tailnet) {
   if (address && URL::parse(*address)) desktop_.openURL(*address);
 }
 
-/// What comes of it shows in the menu.
 void AppDelegate::chooseConnectServer(const std::string& id) {
-  setServerEnabled(id, true);
+  const auto failure = setServerEnabled(id, true);
+  if (!failure) return;
+  log("could not connect the server {}: {}", id, *failure);
+  connectFailureDialog_ = dialogs_.presentAlert(
+      alerts::connectFailed(*failure),
+      weakly([](AppDelegate& self, const auto&) { self.connectFailureDialog_.reset(); }));
 }
 
 void AppDelegate::chooseRenameServer(const std::string& id) {

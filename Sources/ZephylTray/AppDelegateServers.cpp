@@ -1,5 +1,7 @@
 #include <algorithm>
 
+#include <fmt/format.h>
+
 #include "System/Secret.hpp"
 #include "System/Text.hpp"
 #include "System/UserDefaults.hpp"
@@ -14,6 +16,13 @@ namespace {
 
 constexpr auto serverGone = "That server is gone.";
 
+/// What to tell the user about a change of a server; nothing when it was saved.
+std::optional<std::string> failureOf(const Result<void>& change) {
+  if (change) return std::nullopt;
+  return fmt::format("The change could not be saved, so nothing was changed: {}",
+                     change.error().message);
+}
+
 }  // namespace
 
 std::optional<std::string> AppDelegate::redeem(const std::string& key) {
@@ -22,9 +31,14 @@ std::optional<std::string> AppDelegate::redeem(const std::string& key) {
   const auto known = Servers::matching(parsed->fingerprint);
   const auto entry = Servers::add(known ? known->label : "", known ? known->address : std::nullopt,
                                   parsed->fingerprint);
+  if (!entry) {
+    wipe(parsed->preauthKey);
+    return fmt::format("The server could not be saved, so the invite key was not used: {}",
+                       entry.error().message);
+  }
   Config::defaults().setString("tailnetFingerprint", parsed->fingerprint);
-  if (const auto old = tailnet_->forget(entry.id)) old->stop();
-  tailnet_->instance(entry)->startRedeeming(parsed->preauthKey);
+  if (const auto old = tailnet_->forget(entry->id)) old->stop();
+  tailnet_->instance(*entry)->startRedeeming(parsed->preauthKey);
   wipe(parsed->preauthKey);
   agent_->restart();
   rebuildMenu();
@@ -34,34 +48,39 @@ std::optional<std::string> AppDelegate::redeem(const std::string& key) {
 std::optional<std::string> AppDelegate::setServerLabel(const std::string& id,
                                                        const std::string& label) {
   if (!Servers::contains(id)) return serverGone;
-  Servers::update(id, [&](ServerEntry& entry) { entry.label = trimmed(label); });
+  const auto failure =
+      failureOf(Servers::update(id, [&](ServerEntry& entry) { entry.label = trimmed(label); }));
   rebuildMenu();
-  return std::nullopt;
+  return failure;
 }
 
 /// An empty accent gives the choice back to the server.
 std::optional<std::string> AppDelegate::setServerAccent(const std::string& id,
                                                         const std::string& accent) {
   if (!Servers::contains(id)) return serverGone;
-  Servers::update(id, [&](ServerEntry& entry) {
+  const auto failure = failureOf(Servers::update(id, [&](ServerEntry& entry) {
     entry.accent = trimmed(accent);
     if (entry.accent->empty()) entry.accent.reset();
-  });
+  }));
   rebuildMenu();
-  return std::nullopt;
+  return failure;
 }
 
 std::optional<std::string> AppDelegate::setServerEnabled(const std::string& id, bool enabled) {
   if (!Servers::contains(id)) return serverGone;
-  Servers::update(id, [&](ServerEntry& entry) { entry.enabled = enabled; });
-  serversChanged();
-  return std::nullopt;
+  const auto failure =
+      failureOf(Servers::update(id, [&](ServerEntry& entry) { entry.enabled = enabled; }));
+  if (!failure) serversChanged();
+  return failure;
 }
 
 std::optional<std::string> AppDelegate::removeServer(const std::string& id) {
   if (!Servers::contains(id)) return serverGone;
   if (const auto tailnet = tailnet_->forget(id)) tailnet->stop();
-  Servers::remove(id);
+  if (const auto failure = failureOf(Servers::remove(id))) {
+    tailnet_->syncWithStore();  // starts its tailnet again
+    return failure;
+  }
   const auto left = Servers::all();
   const bool anyJoined = std::ranges::any_of(left, [](const ServerEntry& entry) {
     return !entry.tailnetFingerprint.value_or("").empty();

@@ -13,6 +13,7 @@
 #include "System/Files.hpp"
 #include "System/JSON.hpp"
 #include "System/Log.hpp"
+#include "System/PrivateDirectory.hpp"
 #include "System/SerialQueue.hpp"
 #include "System/Text.hpp"
 #include "System/UserDefaults.hpp"
@@ -77,6 +78,11 @@ void deleteTailnetState(const std::string& id) {
 /// was moved.
 bool adoptTailnetState(const std::string& from, const std::string& to) {
   if (!isDirectory(from)) return false;
+  // Without a home directory it lies where any user can have put one.
+  if (!directories::applicationSupport() && !isOwnDirectory(from)) {
+    log("{} belongs to another user; it is not used", from);
+    return false;
+  }
   auto moved = createDirectories(parentDirectory(to));
   if (moved) moved = movePath(from, to);
   if (moved) {
@@ -101,18 +107,18 @@ struct Servers::State {
   // On the queue:
   ServerList current();
   Entries loadLocked();
-  bool saveLocked(Entries entries);
+  Result<void> saveLocked(Entries entries);
   Result<void> write(const std::string& text);
   Result<void> keepUnreadable(const std::string& path);
   void publish(ServerList list);
 
-  /// Lets `edit` change a copy of the entries, and saves it when `edit` says so. Whether a change
-  /// was saved.
+  /// Lets `edit` change a copy of the entries, and saves it when `edit` returns true. Returns
+  /// whether there was anything to save, or why it could not be saved.
   template <typename Edit>
-  bool change(Edit edit);
-  /// The same for the entry with this id. None: nothing is saved.
+  Result<bool> change(Edit edit);
+  /// The same for the entry with this id; without such an entry there is nothing to save.
   template <typename Edit>
-  bool changeEntry(const std::string& id, Edit edit);
+  Result<bool> changeEntry(const std::string& id, Edit edit);
 
   SerialQueue queue;
   std::mutex cacheMutex;
@@ -161,15 +167,15 @@ Entries Servers::State::loadLocked() {
   return {};
 }
 
-bool Servers::State::saveLocked(Entries entries) {
+Result<void> Servers::State::saveLocked(Entries entries) {
   const auto text = encoded(entries);
-  const Result<void> saved = text ? write(*text) : Result<void>(text.error());
-  if (!saved) {
+  Result<void> saved = text ? write(*text) : Result<void>(text.error());
+  if (saved) {
+    publish(ServerList(std::move(entries)));
+  } else {
     log("could not write servers.json: {}", saved.error().message);
-    return false;
   }
-  publish(ServerList(std::move(entries)));
-  return true;
+  return saved;
 }
 
 Result<void> Servers::State::write(const std::string& text) {
@@ -193,15 +199,17 @@ Result<void> Servers::State::keepUnreadable(const std::string& path) {
 }
 
 template <typename Edit>
-bool Servers::State::change(Edit edit) {
-  return queue.sync([&] {
+Result<bool> Servers::State::change(Edit edit) {
+  return queue.sync([&]() -> Result<bool> {
     Entries entries = current().entries();
-    return edit(entries) && saveLocked(std::move(entries));
+    if (!edit(entries)) return false;
+    if (const auto saved = saveLocked(std::move(entries)); !saved) return saved.error();
+    return true;
   });
 }
 
 template <typename Edit>
-bool Servers::State::changeEntry(const std::string& id, Edit edit) {
+Result<bool> Servers::State::changeEntry(const std::string& id, Edit edit) {
   return change([&](Entries& entries) {
     const auto entry = std::ranges::find(entries, id, &ServerEntry::id);
     if (entry == entries.end()) return false;
@@ -223,6 +231,15 @@ Servers::Store::~Store() {
 std::string Servers::baseDir() {
   const auto support = directories::applicationSupport();
   return joinPath(support ? *support : directories::temporary(), "Zephyl");
+}
+
+Result<void> Servers::claimBaseDir() {
+  if (directories::applicationSupport()) return {};
+  auto claimed = claimPrivateDirectory(baseDir());
+  if (!claimed) {
+    return Error{claimed.error().message, "; set HOME or XDG_DATA_HOME to a directory of your own"};
+  }
+  return claimed;
 }
 
 std::string Servers::tailnetStateDir(const std::string& id) {
@@ -259,10 +276,11 @@ std::optional<ServerEntry> Servers::matching(std::string_view fingerprint) {
   return *entry;
 }
 
-ServerEntry Servers::add(const std::string& label, const std::optional<std::string>& address,
-                         const std::optional<std::string>& fingerprint) {
+Result<ServerEntry> Servers::add(const std::string& label,
+                                 const std::optional<std::string>& address,
+                                 const std::optional<std::string>& fingerprint) {
   ServerEntry result;
-  State::open().change([&](Entries& entries) {
+  const auto saved = State::open().change([&](Entries& entries) {
     auto entry = findFingerprint(entries, normalised(fingerprint.value_or("")));
     if (entry != entries.end()) {
       entry->enabled = true;
@@ -280,19 +298,24 @@ ServerEntry Servers::add(const std::string& label, const std::optional<std::stri
     result = *entry;
     return true;
   });
+  if (!saved) return saved.error();
   return result;
 }
 
-void Servers::update(const std::string& id, const std::function<void(ServerEntry&)>& mutation) {
-  State::open().changeEntry(id, mutation);
+Result<void> Servers::update(const std::string& id,
+                             const std::function<void(ServerEntry&)>& mutation) {
+  const auto saved = State::open().changeEntry(id, mutation);
+  return saved ? Result<void>() : saved.error();
 }
 
-void Servers::remove(const std::string& id) {
-  const bool removed = State::open().change([&](Entries& entries) {
+Result<void> Servers::remove(const std::string& id) {
+  const auto removed = State::open().change([&](Entries& entries) {
     std::erase_if(entries, [&](const ServerEntry& entry) { return entry.id == id; });
     return true;
   });
-  if (removed) deleteTailnetState(id);
+  if (!removed) return removed.error();
+  deleteTailnetState(id);
+  return {};
 }
 
 void Servers::replaceAll(std::vector<ServerEntry> entries) {
@@ -307,11 +330,11 @@ bool Servers::record(const std::string& id, std::string_view value,
   const std::string_view text = trimmed(value);
   if (text.empty()) return false;
   bool changed = false;
-  const bool saved = State::open().changeEntry(id, [&](ServerEntry& entry) {
+  const auto saved = State::open().changeEntry(id, [&](ServerEntry& entry) {
     changed = entry.*field != text;
     if (changed) entry.*field = std::string(text);
   });
-  return changed && saved;
+  return changed && saved.has_value();
 }
 
 bool Servers::recordDiscoveredAddress(const std::string& id, std::string_view address) {
@@ -344,7 +367,7 @@ void Servers::migrateSingleServer() {
   const std::string oldState = Config::legacyTailnetStateDir();
   const std::string newState = tailnetStateDir(entry->id);
   const bool moved = adoptTailnetState(oldState, newState);
-  const bool saved = State::open().change([&](Entries& entries) {
+  const auto saved = State::open().change([&](Entries& entries) {
     entries = {*entry};
     return true;
   });
@@ -362,13 +385,14 @@ void Servers::migrateAddressingIfNeeded() {
   const auto text = readFile(registryPath());
   const auto file = text ? json::parse(*text) : Result<json::Value>(text.error());
   if (!file) return;
-  const bool folded = State::open().change(
+  const auto folded = State::open().change(
       [&](Entries& entries) { return migration::foldAddressing(*file, entries); });
-  if (folded) log("folded serverHost/webTarget into a single address");
+  if (folded && *folded) log("folded serverHost/webTarget into a single address");
 }
 
 void Servers::migrateNamingIfNeeded() {
-  if (State::open().change(migration::reclaimNaming)) log("reclaimed auto-generated server names");
+  const auto reclaimed = State::open().change(migration::reclaimNaming);
+  if (reclaimed && *reclaimed) log("reclaimed auto-generated server names");
 }
 
 }  // namespace zephyl

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "System/Clock.hpp"
+#include "System/Result.hpp"
 #include "ZephylTray/ServerEntry.hpp"
 
 namespace zephyl {
@@ -39,9 +40,9 @@ class ServerList {
 /// The file is read once, on first use, and from then on the registry lives in memory: what
 /// another program writes there is not seen, and overwritten by the next save. Reading never waits
 /// for the disk. A change waits for its turn on the queue "com.zephyl.tray.servers", changes a
-/// copy and saves it whole; when that fails, one line is logged, memory and file keep what they
-/// had, and the caller is not told. A file that cannot be understood counts as an empty registry,
-/// and is copied aside before the first save replaces it.
+/// copy and saves it whole. When that fails one line is logged, memory and file keep what they had,
+/// and the operation returns the reason. A file that cannot be understood counts as an empty
+/// registry, and is copied aside before the first save replaces it.
 ///
 /// Callable from any thread; a mutation given to `update` must not call back into the registry.
 class Servers {
@@ -65,6 +66,10 @@ class Servers {
   /// Where everything of the tray lies: Zephyl in the application-support directory, or in the
   /// temporary directory when there is no such.
   static std::string baseDir();
+  /// Makes the base directory safe to use; called once, before anything in it is opened. In the
+  /// temporary directory, where any user could have created it, it must belong to this user and be
+  /// closed to others. Elsewhere it is used as it is. The error says what to do.
+  static Result<void> claimBaseDir();
   /// Where the tailnet of a server keeps its state.
   static std::string tailnetStateDir(const std::string& id);
   /// The socket of a server's tailscaled.
@@ -81,15 +86,17 @@ class Servers {
 
   /// Enables the server with this fingerprint, and gives it the address unless that is blank; its
   /// label stays. Without a fingerprint or such a server, adds one with an ordinal, ports and
-  /// identifiers of its own. Returns the entry.
-  static ServerEntry add(const std::string& label, const std::optional<std::string>& address,
-                         const std::optional<std::string>& fingerprint);
-  /// Changes the entry with this id and saves, even when nothing changed; without one, nothing
-  /// happens.
-  static void update(const std::string& id, const std::function<void(ServerEntry&)>& mutation);
+  /// identifiers of its own. Returns the entry, or why it could not be saved.
+  static Result<ServerEntry> add(const std::string& label,
+                                 const std::optional<std::string>& address,
+                                 const std::optional<std::string>& fingerprint);
+  /// Changes the entry with this id and saves, even when nothing changed. Does nothing when there
+  /// is no such entry.
+  static Result<void> update(const std::string& id,
+                             const std::function<void(ServerEntry&)>& mutation);
   /// Removes the entry with this id, then deletes its tailnet state and control socket. Its
   /// processes are the caller's to stop. When the removal cannot be saved nothing is deleted.
-  static void remove(const std::string& id);
+  static Result<void> remove(const std::string& id);
   static void replaceAll(std::vector<ServerEntry> entries);
 
   /// What a server tells about itself; a blank value is ignored. True when the stored address

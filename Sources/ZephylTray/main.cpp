@@ -100,6 +100,10 @@ int handOver(const SingleOwnerLock::Taken& taken, const std::string& activationT
 Ending start(const CommandLine& commandLine, const std::string& activationToken,
              std::vector<std::string> arguments) {
   std::signal(SIGPIPE, SIG_IGN);
+  if (const auto claimed = Servers::claimBaseDir(); !claimed) {
+    log("could not start: {}", claimed.error().message);
+    return {EXIT_FAILURE};
+  }
   const auto lock = SingleOwnerLock::acquire(joinPath(Servers::baseDir(), "tray.lock"));
   if (const auto* taken = std::get_if<SingleOwnerLock::Taken>(&lock)) {
     return {handOver(*taken, activationToken)};

@@ -20,6 +20,8 @@
 #include <unistd.h>
 
 #include "Support/FileSizeLimit.hpp"
+#include "Support/HomelessUser.hpp"
+#include "Support/LogCapture.hpp"
 #include "Support/TemporaryDirectory.hpp"
 #include "System/FileDescriptor.hpp"
 
@@ -355,6 +357,34 @@ TEST(MovePath, MovesAcrossFileSystems) {
   EXPECT_EQ(namesIn(shared), std::vector<std::string>{"to"});
   EXPECT_FALSE(fileExists(directory / "from"));
   fs::remove_all(shared);
+}
+
+/// Whether a file is saved, and one line logged, in a directory that cannot be opened for flushing.
+bool isSavedWhereTheDirectoryCannotBeFlushed(const std::string& directory) {
+  constexpr mode_t writableOnly = 0300;
+  if (::chmod(directory.c_str(), writableOnly) != 0) return false;
+  bool saved = false;
+  const auto log = test::logOf([&] {
+    saved = writeFileAtomically(directory + "/file", "new", Durability::flushed).has_value();
+  });
+  return saved && *readFile(directory + "/file") == "new" &&
+         log == "[tray] could not flush the directory of " + directory +
+                    "/file: " + reasonOf(directory, EACCES) + "\n";
+}
+
+TEST(WriteFileAtomically, HasSavedTheFileOnceItHasItsName) {
+  const TemporaryDirectory directory;
+  const auto holds = [&] { return isSavedWhereTheDirectoryCannotBeFlushed(directory.path()); };
+  if (::geteuid() != 0) {
+    EXPECT_TRUE(holds());
+  } else {
+    // Root may open every directory.
+    ASSERT_EQ(::chown(directory.path().c_str(), 54321, 54321), 0);
+    const auto held = test::holdsWithoutHome(holds);
+    if (!held) GTEST_SKIP() << "user id 54321 is somebody's";
+    EXPECT_TRUE(*held);
+  }
+  ::chmod(directory.path().c_str(), 0700);
 }
 
 TEST(MovePath, RefusesATargetThatExistsAndASourceThatDoesNot) {

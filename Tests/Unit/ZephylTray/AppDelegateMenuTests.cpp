@@ -56,7 +56,7 @@ class MenuTest : public ::testing::Test {
 TEST_F(MenuTest, IsNotRebuiltWhileItIsOpen) {
   desktop_.item.events.willOpen();
   const int before = desktop_.item.menusSet;
-  delegate_->setServerLabel(Servers::add("", "http://lab", std::nullopt).id, "Lab");
+  delegate_->setServerLabel(Servers::add("", "http://lab", std::nullopt)->id, "Lab");
   EXPECT_EQ(desktop_.item.menusSet, before);
   desktop_.item.events.didClose();
   desktop_.item.events.needsUpdate();

@@ -1,4 +1,5 @@
 #include <algorithm>
+#include <filesystem>
 #include <ranges>
 
 #include <gtest/gtest.h>
@@ -8,6 +9,7 @@
 #include "Support/RawClient.hpp"
 #include "Support/TestRuntime.hpp"
 #include "Support/TrayWorld.hpp"
+#include "System/Shell.hpp"
 #include "System/UserDefaults.hpp"
 #include "ZephylTray/AppDelegate.hpp"
 #include "ZephylTray/Config.hpp"
@@ -27,7 +29,7 @@ class RedeemTest : public ::testing::Test {
     desktop_.applications = {{.identifier = DesktopApp::identifier, .pid = 1}};
     delegate_ = std::make_shared<AppDelegate>(runtime_.runtime(), desktop_, dialogs_);
     delegate_->applicationDidFinishLaunching();
-    runtime_.runUntil([&] { return launched("/bin/") == 1; });  // the agent
+    runtime_.runUntil([&] { return launched(loginShell()) == 1; });  // the agent
   }
   ~RedeemTest() override { delegate_->applicationWillTerminate(); }
 
@@ -70,7 +72,7 @@ TEST_F(RedeemTest, RegistersTheServerEnrolsItAndRestartsTheAgent) {
   EXPECT_EQ(Config::defaults().string("tailnetFingerprint"), fingerprint_);
   runtime_.advance(2s);
   EXPECT_EQ(newestClient().environment.at("ZEPHYL_PREAUTH_KEY"), "hskey-auth-one");
-  EXPECT_EQ(launched("/bin/"), 2U);
+  EXPECT_EQ(launched(loginShell()), 2U);
 }
 
 TEST_F(RedeemTest, ASecondKeyForAKnownServerReplacesItsTailnetAndKeepsItsEntry) {
@@ -91,7 +93,7 @@ TEST_F(RedeemTest, ASecondKeyForAKnownServerReplacesItsTailnetAndKeepsItsEntry) 
   EXPECT_EQ(newestClient().environment.at("ZEPHYL_PREAUTH_KEY"), "two");
   EXPECT_EQ(newestClient().arguments.back(), "http://lab");
   EXPECT_EQ(launched("tailscaled"), 2U);
-  EXPECT_EQ(launched("/bin/"), 3U) << "the agent is restarted each time";
+  EXPECT_EQ(launched(loginShell()), 3U) << "the agent is restarted each time";
 }
 
 TEST_F(RedeemTest, AKeyThatCannotBeReadChangesNothing) {
@@ -100,7 +102,67 @@ TEST_F(RedeemTest, AKeyThatCannotBeReadChangesNothing) {
   runtime_.advance(2s);
   EXPECT_TRUE(Servers::all().empty());
   EXPECT_EQ(Config::defaults().string("tailnetFingerprint"), std::nullopt);
-  EXPECT_EQ(launched("/bin/"), 1U);
+  EXPECT_EQ(launched(loginShell()), 1U);
+}
+
+/// From now on the registry cannot be saved.
+class UnsavableTest : public RedeemTest {
+ protected:
+  void breakRegistry() {
+    std::filesystem::remove(path_);
+    std::filesystem::create_directories(path_);
+  }
+
+  const std::string path_ = world_.baseDirectory() + "/servers.json";
+  const std::string reason_ = path_ + ": Is a directory";
+  const std::string unchanged_ =
+      "The change could not be saved, so nothing was changed: " + reason_;
+};
+
+TEST_F(UnsavableTest, AServerIsNotJoinedAndItsKeyStaysUnused) {
+  breakRegistry();
+  EXPECT_EQ(delegate_->redeem("inv_v2_" + fingerprint_ + "_one"),
+            "The server could not be saved, so the invite key was not used: " + reason_);
+  runtime_.advance(2s);
+  EXPECT_TRUE(Servers::all().empty());
+  EXPECT_EQ(Config::defaults().string("tailnetFingerprint"), std::nullopt);
+  EXPECT_EQ(launched("tailscaled"), 0U);
+  EXPECT_EQ(launched(loginShell()), 1U) << "the agent is not restarted";
+}
+
+TEST_F(UnsavableTest, NoSettingOfAServerIsReportedAsChanged) {
+  const auto id = Servers::add("", "http://lab", std::nullopt)->id;
+  breakRegistry();
+  EXPECT_EQ(delegate_->setServerLabel(id, "Lab"), unchanged_);
+  EXPECT_EQ(delegate_->setServerAccent(id, "#336699"), unchanged_);
+  EXPECT_EQ(delegate_->setServerEnabled(id, false), unchanged_);
+  runtime_.advance(2s);
+  EXPECT_EQ(Servers::all()[0].label, "");
+  EXPECT_EQ(Servers::all()[0].accent, std::nullopt);
+  EXPECT_TRUE(Servers::all()[0].enabled);
+  EXPECT_EQ(launched(loginShell()), 1U) << "the agent is not restarted";
+}
+
+TEST_F(UnsavableTest, AServerThatCannotBeRemovedGoesOnRunning) {
+  delegate_->redeem("inv_v2_" + fingerprint_ + "_one");
+  runtime_.advance(2s);
+  ASSERT_EQ(running("zephyl-tailnet"), 1U);
+  breakRegistry();
+  EXPECT_EQ(delegate_->removeServer(Servers::all()[0].id), unchanged_);
+  runtime_.advance(2s);
+  EXPECT_EQ(Servers::all().size(), 1U);
+  EXPECT_EQ(running("zephyl-tailnet"), 1U);
+  EXPECT_EQ(Config::defaults().string("tailnetFingerprint"), fingerprint_);
+}
+
+TEST_F(UnsavableTest, TheMenuSaysThatAServerCannotBeConnected) {
+  const auto id = Servers::add("", "http://lab", std::nullopt)->id;
+  Servers::update(id, [](ServerEntry& entry) { entry.enabled = false; });
+  breakRegistry();
+  desktop_.item.events.chosen({std::string(menuActions::connectServer), id});
+  ASSERT_EQ(dialogs_.alerts().size(), 1U);
+  EXPECT_EQ(dialogs_.alerts()[0].messageText, "The server couldn't be connected");
+  EXPECT_EQ(dialogs_.alerts()[0].informativeText, unchanged_);
 }
 
 TEST_F(RedeemTest, ASettingOfAServerThatIsGoneSaysSo) {
@@ -111,7 +173,7 @@ TEST_F(RedeemTest, ASettingOfAServerThatIsGoneSaysSo) {
 }
 
 TEST_F(RedeemTest, LabelAndAccentAreStoredTrimmed) {
-  const auto id = Servers::add("", "http://lab", std::nullopt).id;
+  const auto id = Servers::add("", "http://lab", std::nullopt)->id;
   EXPECT_EQ(delegate_->setServerLabel(id, " \tLab "), std::nullopt);
   EXPECT_EQ(delegate_->setServerAccent(id, " #123456 "), std::nullopt);
   EXPECT_EQ(Servers::all()[0].label, "Lab");
@@ -124,12 +186,12 @@ TEST_F(RedeemTest, DisablingAServerEndsItsTailnetAndRestartsTheAgent) {
   delegate_->redeem("inv_v2_" + fingerprint_ + "_one");
   runtime_.advance(2s);
   const auto id = Servers::all()[0].id;
-  const auto launches = launched("/bin/");
+  const auto launches = launched(loginShell());
   EXPECT_EQ(delegate_->setServerEnabled(id, false), std::nullopt);
   runtime_.advance(2s);
   EXPECT_FALSE(Servers::all()[0].enabled);
   EXPECT_EQ(running("zephyl-tailnet"), 0U);
-  EXPECT_EQ(launched("/bin/"), launches + 1);
+  EXPECT_EQ(launched(loginShell()), launches + 1);
   EXPECT_EQ(delegate_->setServerEnabled(id, true), std::nullopt);
   runtime_.advance(2s);
   EXPECT_EQ(running("zephyl-tailnet"), 1U);
@@ -162,7 +224,7 @@ TEST_F(RedeemTest, RemovingTheLastJoinedServerForgetsTheEnrolment) {
 
 TEST_F(RedeemTest, OnboardingIsNeededUntilAServerCanBeUsed) {
   EXPECT_TRUE(AppDelegate::needsOnboarding());
-  const auto id = Servers::add("", "http://lab", std::nullopt).id;
+  const auto id = Servers::add("", "http://lab", std::nullopt)->id;
   EXPECT_FALSE(AppDelegate::needsOnboarding());
   Servers::update(id, [](ServerEntry& entry) { entry.enabled = false; });
   EXPECT_TRUE(AppDelegate::needsOnboarding());

@@ -36,6 +36,35 @@ TEST_F(ServersFileTest, LieAmongTemporaryFilesForAUserWithoutAHome) {
   EXPECT_TRUE(*found);
 }
 
+/// The outcome of claiming the base directory for a user without a home, who finds `mode` and
+/// `owner` there; nullopt where this user cannot become one.
+std::optional<bool> claimedWithoutHome(uid_t owner, mode_t mode) {
+  const test::TemporaryDirectory directory;
+  ::chmod(directory.path().c_str(), 01777);
+  const test::ScopedVariable temporary("TMPDIR", directory.path());
+  const auto base = directory / "Zephyl";
+  ::mkdir(base.c_str(), mode);
+  ::chmod(base.c_str(), mode);
+  if (::chown(base.c_str(), owner, owner) != 0) return std::nullopt;
+  return test::holdsWithoutHome([] { return Servers::claimBaseDir().has_value(); });
+}
+
+TEST_F(ServersFileTest, AreNotTakenFromADirectoryOfAnotherUserInTheTemporaryDirectory) {
+  constexpr uid_t homeless = 54321;
+  const auto own = claimedWithoutHome(homeless, 0700);
+  if (!own) GTEST_SKIP() << "needs root, to become a user without a home";
+  EXPECT_TRUE(*own);
+  EXPECT_EQ(claimedWithoutHome(homeless, 0770), false) << "others can write it";
+  EXPECT_EQ(claimedWithoutHome(homeless + 1, 0700), false);
+  EXPECT_EQ(claimedWithoutHome(homeless + 1, 0777), false);
+}
+
+TEST_F(ServersFileTest, AreTakenFromAnyDirectoryOfTheHome) {
+  std::filesystem::create_directories(Servers::baseDir());
+  ::chmod(Servers::baseDir().c_str(), 0755);
+  EXPECT_TRUE(Servers::claimBaseDir());
+}
+
 TEST_F(ServersFileTest, AreWrittenForPeopleToRead) {
   Servers::replaceAll({{.id = "b",
                         .label = "é",

@@ -76,7 +76,7 @@ TEST_F(ServersTest, AreMatchedByTheirFingerprintHoweverItIsWritten) {
 // Changes
 
 TEST_F(ServersTest, ANewOneGetsEverythingOfItsOwn) {
-  const auto added = Servers::add(" Lab ", " http://srv ", " ABC ");
+  const auto added = *Servers::add(" Lab ", " http://srv ", " ABC ");
   EXPECT_TRUE(isUUID(added.id)) << added.id;
   EXPECT_TRUE(isUUID(added.agentId)) << added.agentId;
   EXPECT_NE(added.id, added.agentId);
@@ -103,12 +103,12 @@ TEST_F(ServersTest, AKnownFingerprintReenablesItsServer) {
   known.ports = {1, 2, "127.100.0.3", 4};
   Servers::replaceAll({entry("b"), known});
 
-  const auto enabled = Servers::add("ignored", std::nullopt, " abcDEF\t");
+  const auto enabled = *Servers::add("ignored", std::nullopt, " abcDEF\t");
   known.enabled = true;
   EXPECT_EQ(enabled, known);
-  EXPECT_EQ(Servers::add("ignored", "  ", "abcdef"), known);
+  EXPECT_EQ(*Servers::add("ignored", "  ", "abcdef"), known);
   known.address = " http://new ";
-  EXPECT_EQ(Servers::add("ignored", " http://new ", "abcdef"), known);
+  EXPECT_EQ(*Servers::add("ignored", " http://new ", "abcdef"), known);
   EXPECT_EQ(Servers::all().entries(), (std::vector<ServerEntry>{entry("b"), known}));
 }
 
@@ -125,15 +125,15 @@ TEST_F(ServersTest, OrdinalsAreNotUsedAgain) {
   entries[1].ordinal = 4;
   entries[2].ordinal.reset();
   Servers::replaceAll(entries);
-  EXPECT_EQ(Servers::add("", std::nullopt, std::nullopt).ordinal, 5);
+  EXPECT_EQ(Servers::add("", std::nullopt, std::nullopt)->ordinal, 5);
 }
 
 TEST_F(ServersTest, NeverGetThePortsOfTheAgentAndOfTheControlServer) {
-  const auto first = Servers::add("", std::nullopt, std::nullopt).ports;
+  const auto first = Servers::add("", std::nullopt, std::nullopt)->ports;
   Servers::replaceAll({});
   const test::ScopedVariable agent("AGENT_TRAY_PORT", std::to_string(first.socks)),
       control("ZEPHYL_ONBOARD_PORT", std::to_string(first.shim));
-  const auto second = Servers::add("", std::nullopt, std::nullopt).ports;
+  const auto second = Servers::add("", std::nullopt, std::nullopt)->ports;
   EXPECT_GT(second.socks, first.socks);
   EXPECT_GT(second.shim, first.shim);
 }
@@ -197,8 +197,29 @@ TEST_F(ServersTest, RemovingNeverDeletesWhatIsNoServers) {
 TEST_F(ServersTest, ARemovalThatCannotBeSavedDeletesNothing) {
   fs::create_directories(path());
   world_.directory().write("data/Zephyl/servers/a/tailnet/state", "");
-  EXPECT_NE(test::logOf([] { Servers::remove("a"); }), "");
+  EXPECT_NE(test::logOf([] { EXPECT_FALSE(Servers::remove("a")); }), "");
   EXPECT_TRUE(fileExists(Servers::tailnetStateDir("a")));
+}
+
+TEST_F(ServersTest, AChangeThatCannotBeSavedSaysWhy) {
+  Servers::replaceAll({entry("a", "kept")});
+  fs::remove(path());
+  fs::create_directories(path());
+  const std::string reason = path() + ": Is a directory";
+  test::logOf([&] {
+    const auto added = Servers::add("lost", std::nullopt, std::nullopt);
+    ASSERT_FALSE(added);
+    EXPECT_EQ(added.error().message, reason);
+    const auto updated = Servers::update("a", [](ServerEntry& changed) { changed.label = "lost"; });
+    ASSERT_FALSE(updated);
+    EXPECT_EQ(updated.error().message, reason);
+    const auto removed = Servers::remove("a");
+    ASSERT_FALSE(removed);
+    EXPECT_EQ(removed.error().message, reason);
+    EXPECT_TRUE(Servers::update("unknown", [](auto&) {})) << "there is nothing to save";
+  });
+  ASSERT_EQ(Servers::all().size(), 1U);
+  EXPECT_EQ(Servers::all()[0].label, "kept");
 }
 
 // What servers tell about themselves
@@ -263,7 +284,7 @@ void changeMuch() {
   std::vector<std::string> mine;
   for (int round = 0; round < updatesOfEach; ++round) {
     Servers::update("shared", [](ServerEntry& shared) { *shared.ordinal -= 1; });
-    if (round < addsOfEach) mine.push_back(Servers::add("", std::nullopt, std::nullopt).id);
+    if (round < addsOfEach) mine.push_back(Servers::add("", std::nullopt, std::nullopt)->id);
     if (round % 5 == 4 && round / 5 < removalsOfEach) {
       Servers::remove(mine.back());
       mine.pop_back();
