@@ -108,10 +108,11 @@ class AnswerParser final : public http::basic_parser<false> {
 class Connection final : public std::enable_shared_from_this<Connection> {
  public:
   Connection(asio::io_context& context, std::shared_ptr<Handle> handle, const HTTPLimits& limits,
-             std::unique_ptr<HTTPReceiver> receiver)
+             ConnectionCheck check, std::unique_ptr<HTTPReceiver> receiver)
       : socket_(context),
         timer_(context),
         limits_(limits),
+        check_(std::move(check)),
         handle_(std::move(handle)),
         receiver_(std::move(receiver)) {
     renewParser();
@@ -127,6 +128,7 @@ class Connection final : public std::enable_shared_from_this<Connection> {
   void resolve(const HTTPDestination& destination);
   void connect();
   error_code open(const tcp& protocol);
+  [[nodiscard]] std::optional<Error> checkPeer() const;
   void exchange();
   void read();
   void received(error_code error, std::size_t size);
@@ -148,6 +150,7 @@ class Connection final : public std::enable_shared_from_this<Connection> {
   asio::steady_timer timer_;
   std::optional<tcp::resolver> resolver_;
   const HTTPLimits limits_;
+  const ConnectionCheck check_;
   const std::shared_ptr<Handle> handle_;
   std::unique_ptr<HTTPReceiver> receiver_;
   std::optional<AnswerParser> parser_;
@@ -222,8 +225,17 @@ error_code Connection::open(const tcp& protocol) {
   return error;
 }
 
+std::optional<Error> Connection::checkPeer() const {
+  if (!check_) return std::nullopt;
+  error_code error;
+  const auto peer = socket_.remote_endpoint(error);
+  if (error) return Error{"lost the connection to ", authority_, ": ", error.message()};
+  return check_(peer.address().to_string(), peer.port());
+}
+
 void Connection::exchange() {
   connected_ = true;
+  if (auto refusal = checkPeer()) return finish(std::move(refusal));
   quietSince_ = SteadyClock::now();
   error_code ignored;
   socket_.set_option(tcp::no_delay(true), ignored);
@@ -344,11 +356,11 @@ void Connection::stop() {
 }  // namespace
 
 std::shared_ptr<HTTPTask::Exchange> startExchange(Reactor& reactor, ClientRequest request,
-                                                  const HTTPLimits& limits,
+                                                  const HTTPLimits& limits, ConnectionCheck check,
                                                   std::unique_ptr<HTTPReceiver> receiver) {
   auto handle = std::make_shared<Handle>(reactor.context());
-  auto connection =
-      std::make_shared<Connection>(reactor.context(), handle, limits, std::move(receiver));
+  auto connection = std::make_shared<Connection>(reactor.context(), handle, limits,
+                                                 std::move(check), std::move(receiver));
   handle->attach(connection);
   reactor.post([connection = std::move(connection), request = std::move(request)] {
     connection->start(request);

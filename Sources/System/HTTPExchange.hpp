@@ -34,10 +34,11 @@ struct HTTPLimits {
   std::optional<std::size_t> bodyBytes;  ///< of the answer
 };
 
-/// Starts an exchange on a connection of its own. It lives on the reactor until it is over; the
-/// handle that is returned only cancels it. The receiver is let go on the reactor's thread.
+/// Starts an exchange on a connection of its own, which `check` must pass. It lives on the reactor
+/// until it is over; the handle that is returned only cancels it. The receiver is let go on the
+/// reactor's thread.
 std::shared_ptr<HTTPTask::Exchange> startExchange(Reactor& reactor, ClientRequest request,
-                                                  const HTTPLimits& limits,
+                                                  const HTTPLimits& limits, ConnectionCheck check,
                                                   std::unique_ptr<HTTPReceiver> receiver);
 
 }  // namespace zephyl

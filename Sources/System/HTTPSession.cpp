@@ -75,14 +75,14 @@ HTTPTask HTTPSession::send(ClientRequest request,
   const HTTPLimits limits{.silence = configuration_.requestTimeout,
                           .whole = request.timeout,
                           .bodyBytes = configuration_.maxBodyBytes};
-  return HTTPTask(startExchange(*reactor_, std::move(request), limits,
+  return HTTPTask(startExchange(*reactor_, std::move(request), limits, configuration_.onConnected,
                                 std::make_unique<WholeReceiver>(std::move(done))));
 }
 
 HTTPTask HTTPSession::stream(ClientRequest request, StreamHandlers handlers) const {
   const HTTPLimits limits{.silence = configuration_.requestTimeout, .whole = request.timeout};
   return HTTPTask(startExchange(
-      *reactor_, std::move(request), limits,
+      *reactor_, std::move(request), limits, configuration_.onConnected,
       std::make_unique<LineReceiver>(std::move(handlers), configuration_.maxLineBytes)));
 }
 

@@ -1,10 +1,13 @@
 #pragma once
 
+#include <cstddef>
+#include <cstdint>
 #include <functional>
 #include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
 
 #include "System/Clock.hpp"
 #include "System/Result.hpp"
@@ -70,6 +73,11 @@ struct StreamHandlers {
   std::function<void(std::optional<Error>)> onEnd;
 };
 
+/// Decides whether a connection may be used, knowing the numeric address and the port that it leads
+/// to. An error ends the exchange. Runs on the reactor's thread and must be short.
+using ConnectionCheck =
+    std::function<std::optional<Error>(const std::string& address, std::uint16_t port)>;
+
 /// An HTTP/1.1 client with the time-outs of its configuration. A cheap handle: copies share what
 /// is behind it. Callable from any thread; callbacks come on the reactor's thread, never from
 /// within the call, and must be short; they are let go there too. The reactor outlives every
@@ -83,10 +91,12 @@ class HTTPSession {
     std::size_t maxBodyBytes = 16UL << 20;
     /// Longest line that `stream` delivers, in bytes.
     std::size_t maxLineBytes = 4UL << 20;
+    /// Checks each connection once it stands, before anything is sent on it. May be empty.
+    ConnectionCheck onConnected = nullptr;
   };
 
   HTTPSession(Reactor& reactor, Configuration configuration)
-      : reactor_(&reactor), configuration_(configuration) {}
+      : reactor_(&reactor), configuration_(std::move(configuration)) {}
 
   /// Sends `request` and delivers the whole answer, whatever its status, or the reason why there
   /// is none: refused, timed out, cut off, too long, not HTTP ("no response").

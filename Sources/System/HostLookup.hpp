@@ -2,15 +2,23 @@
 
 #include <functional>
 #include <string>
+#include <string_view>
+#include <vector>
 
 namespace zephyl {
 
 class ProcessLauncher;
 
-/// Finds out whether a host name has an address here. The system's resolver may take long and
-/// cannot be interrupted, so a child asks it: it blocks nobody, and ends with the program. `done`
-/// is called once, on the reactor's thread; false also when nobody could be asked.
+/// The numeric addresses of a host; empty when it has none, or when they could not be looked up.
+using HostAddresses = std::vector<std::string>;
+
+/// Looks up the addresses of a host. The system's resolver may take long and cannot be
+/// interrupted, so a child asks it: the look-up blocks no thread and ends with the program. Calls
+/// `done` once, on the reactor's thread.
 void lookUpHost(ProcessLauncher& launcher, const std::string& host,
-                const std::function<void(bool resolves)>& done);
+                const std::function<void(const HostAddresses& addresses)>& done);
+
+/// Whether `address` is numeric and leads to this machine: 127.0.0.0/8 or ::1. Pure.
+bool isLoopback(std::string_view address);
 
 }  // namespace zephyl

@@ -20,12 +20,21 @@ constexpr std::string_view dataPrefix = "data: ";
 /// Lives on the reactor's thread, but for `deliver` (main) and `cancel` (any).
 class ActivityStream::Reader : public std::enable_shared_from_this<Reader> {
  public:
-  Reader(const Runtime& runtime, std::string url, std::function<void(Activity)> onActivity)
-      : runtime_(runtime), url_(std::move(url)), onActivity_(std::move(onActivity)) {}
+  Reader(const Runtime& runtime, std::string url, std::shared_ptr<AgentPeer> peer,
+         std::function<void(Activity)> onActivity)
+      : runtime_(runtime),
+        url_(std::move(url)),
+        peer_(std::move(peer)),
+        onActivity_(std::move(onActivity)) {}
 
   void open() {
     if (cancelled_) return;
-    const HTTPSession session(runtime_.reactor, {.requestTimeout = requestTimeout});
+    const auto check = [peer = peer_](const std::string& address, std::uint16_t port) {
+      peer->forget();
+      return peer->verify(address, port);
+    };
+    const HTTPSession session(runtime_.reactor,
+                              {.requestTimeout = requestTimeout, .onConnected = check});
     exchange_ = session.stream({.url = url_, .timeout = Duration::zero()}, handlers());
   }
 
@@ -49,6 +58,7 @@ class ActivityStream::Reader : public std::enable_shared_from_this<Reader> {
   }
 
   void openLater() {
+    peer_->forget();
     if (cancelled_) return;
     runtime_.clock.afterDetached(reconnectDelay, [weak = weak_from_this()] {
       if (const auto self = weak.lock()) self->runtime_.reactor.post([self] { self->open(); });
@@ -81,6 +91,7 @@ class ActivityStream::Reader : public std::enable_shared_from_this<Reader> {
 
   const Runtime runtime_;
   const std::string url_;
+  const std::shared_ptr<AgentPeer> peer_;
   const std::function<void(Activity)> onActivity_;
   HTTPTask exchange_;
   std::atomic<bool> cancelled_ = false;
@@ -89,8 +100,10 @@ class ActivityStream::Reader : public std::enable_shared_from_this<Reader> {
 };
 
 ActivityStream::ActivityStream(const Runtime& runtime, std::string url,
+                               std::shared_ptr<AgentPeer> peer,
                                std::function<void(Activity)> onActivity)
-    : reader_(std::make_shared<Reader>(runtime, std::move(url), std::move(onActivity))) {
+    : reader_(std::make_shared<Reader>(runtime, std::move(url), std::move(peer),
+                                       std::move(onActivity))) {
   runtime.reactor.post([reader = reader_] { reader->open(); });
 }
 

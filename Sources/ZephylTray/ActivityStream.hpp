@@ -4,6 +4,7 @@
 #include <memory>
 #include <string>
 
+#include "ZephylTray/AgentPeer.hpp"
 #include "ZephylTray/AgentRecords.hpp"
 #include "ZephylTray/Runtime.hpp"
 
@@ -20,8 +21,9 @@ namespace zephyl {
 class ActivityStream {
  public:
   /// `url` is the stream's address. `onActivity` is called on the main thread; never once the
-  /// handle is gone.
-  ActivityStream(const Runtime& runtime, std::string url, std::function<void(Activity)> onActivity);
+  /// handle is gone. Each connection is verified with `peer`, afresh.
+  ActivityStream(const Runtime& runtime, std::string url, std::shared_ptr<AgentPeer> peer,
+                 std::function<void(Activity)> onActivity);
   ~ActivityStream();
   ActivityStream(const ActivityStream&) = delete;
   ActivityStream& operator=(const ActivityStream&) = delete;

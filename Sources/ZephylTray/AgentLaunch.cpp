@@ -46,13 +46,6 @@ void describeServers(const std::vector<ServerEntry>& servers, Environment& envir
               any && canRunTailnets() ? socksAddress(servers.front()) : std::nullopt);
 }
 
-/// The agent reads its port from the environment, as the tray does, but not the tray's settings.
-void describePort(Environment& environment) {
-  if (const auto stored = Config::storedTrayPort()) {
-    environment[portVariable] = fmt::to_string(*stored);
-  }
-}
-
 AgentLaunch packaged(const std::string& runtimeDirectory, Environment environment) {
   environment[standaloneVariable] = "1";
   const std::string modelCache = joinPath(runtimeDirectory, "model-cache");
@@ -84,8 +77,8 @@ json::Object describeServer(const ServerEntry& server, const std::string& url) {
 }  // namespace
 
 std::optional<AgentLaunch> AgentLaunch::choose(const std::vector<ServerEntry>& enabledServers,
-                                               Environment inherited) {
-  describePort(inherited);
+                                               Environment inherited, std::int64_t port) {
+  inherited[portVariable] = fmt::to_string(port);
   describeServers(enabledServers, inherited);
   if (const auto directory = Config::bundledRuntimeDir()) {
     return packaged(*directory, std::move(inherited));

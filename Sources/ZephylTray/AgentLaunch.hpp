@@ -18,9 +18,10 @@ struct AgentLaunch {
   Environment environment;
 
   /// The packaged agent when there is one, else a developer's build; none when there is neither.
-  /// `inherited` is the environment that the tray itself runs in.
+  /// `inherited` is the environment that the tray itself runs in, `port` where the agent is to
+  /// listen.
   static std::optional<AgentLaunch> choose(const std::vector<ServerEntry>& enabledServers,
-                                           Environment inherited);
+                                           Environment inherited, std::int64_t port);
 
   /// The servers as the agent reads them from `ZEPHYL_SERVERS`: one line of JSON; none when no
   /// server has an address to reach it at.

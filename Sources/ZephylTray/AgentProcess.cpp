@@ -8,7 +8,6 @@
 #include "System/Shell.hpp"
 #include "System/Text.hpp"
 #include "ZephylTray/AgentLaunch.hpp"
-#include "ZephylTray/Config.hpp"
 #include "ZephylTray/Servers.hpp"
 
 namespace zephyl {
@@ -26,8 +25,10 @@ auto AgentProcess::weakly(Work work) {
   };
 }
 
-AgentProcess::AgentProcess(const Runtime& runtime)
-    : runtime_(runtime), queue_("com.zephyl.tray.agent", runtime.pool, runtime.clock) {}
+AgentProcess::AgentProcess(const Runtime& runtime, std::int64_t port)
+    : runtime_(runtime),
+      port_(port),
+      queue_("com.zephyl.tray.agent", runtime.pool, runtime.clock) {}
 
 void AgentProcess::start() {
   queue_.sync([this] { startLocked(); });
@@ -88,7 +89,7 @@ void AgentProcess::appendLog(std::string text) {
 void AgentProcess::startLocked() {
   if (running()) return;
   restartPending_ = false;
-  const auto launch = AgentLaunch::choose(Servers::enabled(), currentEnvironment());
+  const auto launch = AgentLaunch::choose(Servers::enabled(), currentEnvironment(), port_);
   if (!launch) {
     note(noExecutable);
     reportLaunchFailure(noExecutable);
@@ -107,7 +108,7 @@ void AgentProcess::startLocked() {
 
 ProcessOptions AgentProcess::launchOptions(const AgentLaunch& launch) {
   return {.executable = loginShell(),
-          .arguments = {"-c", launch.shellCommand(Config::trayPort())},
+          .arguments = {"-c", launch.shellCommand(port_)},
           .environment = launch.environment,
           .onOutput =
               [weak = weak_from_this()](OutputLines output) {

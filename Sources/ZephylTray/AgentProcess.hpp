@@ -10,6 +10,7 @@
 #include "System/ChildProcess.hpp"
 #include "System/LogRing.hpp"
 #include "System/SerialQueue.hpp"
+#include "ZephylTray/Config.hpp"
 #include "ZephylTray/Runtime.hpp"
 
 namespace zephyl {
@@ -41,7 +42,8 @@ class AgentProcess : public std::enable_shared_from_this<AgentProcess> {
   static constexpr Duration restartDelay = std::chrono::milliseconds(600);
   static constexpr Duration terminationGrace = std::chrono::seconds(3);
 
-  explicit AgentProcess(const Runtime& runtime);
+  /// `port` is where every agent that is launched here listens.
+  explicit AgentProcess(const Runtime& runtime, std::int64_t port = Config::trayPort());
 
   /// The agent was started or restarted, or has exited.
   std::function<void()> onStateChange;
@@ -94,6 +96,7 @@ class AgentProcess : public std::enable_shared_from_this<AgentProcess> {
   auto weakly(Work work);
 
   Runtime runtime_;
+  const std::int64_t port_;
   mutable SerialQueue queue_;
 
   LogRing recentLog_;

@@ -20,9 +20,15 @@ AppDelegate::AppDelegate(const Runtime& runtime, Desktop& desktop, Dialogs& dial
     : runtime_(runtime),
       desktop_(desktop),
       dialogs_(dialogs),
-      client_(Config::apiBaseURL(),
-              HTTPSession(runtime.reactor, {.requestTimeout = agentRequestTimeout})),
-      agent_(std::make_shared<AgentProcess>(runtime)),
+      agentPort_(Config::trayPort()),
+      client_(Config::apiBaseURL(agentPort_),
+              HTTPSession(runtime.reactor,
+                          {.requestTimeout = agentRequestTimeout,
+                           .onConnected =
+                               [peer = agentPeer_](const std::string& address, std::uint16_t port) {
+                                 return peer->verify(address, port);
+                               }})),
+      agent_(std::make_shared<AgentProcess>(runtime, agentPort_)),
       tailnet_(std::make_shared<TailnetManager>(runtime)),
       desktopApp_(std::make_shared<DesktopApp>(runtime, desktop)),
       updater_(std::make_shared<Updater>(runtime, desktop, std::move(updates))),
@@ -43,6 +49,7 @@ void AppDelegate::applicationDidFinishLaunching() {
   updater_->start();
   launchAgentUnlessOneAnswers();
   tailnet_->syncWithStore();
+  lookUpInternalHost();
   startPolling();
   refresh();
   if (startControlServer()) desktopApp_->launch(desktopLaunch());

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <atomic>
+#include <cstdint>
 #include <functional>
 #include <list>
 #include <map>
@@ -15,6 +16,7 @@
 #include "System/Clock.hpp"
 #include "ZephylTray/ActivityStream.hpp"
 #include "ZephylTray/AgentClient.hpp"
+#include "ZephylTray/AgentPeer.hpp"
 #include "ZephylTray/AgentProcess.hpp"
 #include "ZephylTray/ControlServer.hpp"
 #include "ZephylTray/DesktopApp.hpp"
@@ -35,8 +37,9 @@ namespace zephyl {
 ///
 /// The agent's state: unreachable at first (`status` and `activity` none, `roots` empty);
 /// reachable by a poll in which status and roots both succeed; unreachable again by the first
-/// poll in which either fails. A poll never starts or restarts the agent: the tray launches one
-/// only when nothing answered its first poll.
+/// poll in which either fails. A program that answers but belongs to another user is not the agent.
+/// A poll never starts or restarts the agent: the tray launches one only when nothing answered its
+/// first poll.
 class AppDelegate : public std::enable_shared_from_this<AppDelegate> {
  public:
   static constexpr Duration pollInterval = std::chrono::seconds(2);
@@ -169,8 +172,11 @@ class AppDelegate : public std::enable_shared_from_this<AppDelegate> {
 
   // The desktop app, and where servers' web pages are (AppDelegateDesktop.cpp)
   [[nodiscard]] DesktopLaunch desktopLaunch() const;
+  /// nullopt while the control server does not listen.
+  [[nodiscard]] std::optional<ControlAccess> controlAccess() const;
   void announceUnresolvedTarget(const ServerEntry& server);
-  /// Finds out, once a tailnet is up, whether the internal host name resolves.
+  /// Starts the look-up of the internal host name, once per run, when there is a tailnet. Its
+  /// answer is final for the run.
   void lookUpInternalHost();
   [[nodiscard]] std::optional<std::string> webAddressOf(
       const std::optional<std::string>& boundAddress) const;
@@ -205,6 +211,8 @@ class AppDelegate : public std::enable_shared_from_this<AppDelegate> {
   Desktop& desktop_;
   Dialogs& dialogs_;
   StatusItem* statusItem_ = nullptr;
+  const std::int64_t agentPort_;  // of this run, whatever the settings say later
+  const std::shared_ptr<AgentPeer> agentPeer_ = std::make_shared<AgentPeer>();
   AgentClient client_;
   std::shared_ptr<AgentProcess> agent_;
   std::shared_ptr<TailnetManager> tailnet_;

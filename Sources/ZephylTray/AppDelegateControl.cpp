@@ -125,7 +125,7 @@ std::vector<json::Object> AppDelegate::controlServers() const {
 json::Object AppDelegate::diagnostics() const {
   Diagnostics diagnostics{
       .tray = {.version = Updater::currentVersion(),
-               .trayPort = Config::trayPort(),
+               .trayPort = agentPort_,
                .repoRoot = Config::repoRoot(),
                .standalone = Config::bundledRuntimeDir().has_value()},
       .agent = {.running = agent_->isRunning(), .managed = agent_->isManaged()},

@@ -9,6 +9,16 @@
 
 namespace zephyl {
 
+namespace {
+
+/// Whether a host name leads to this machine and nowhere else. An answer that names any other
+/// machine was made up by a resolver that answers for every name.
+bool leadsHere(const HostAddresses& addresses) {
+  return !addresses.empty() && std::ranges::all_of(addresses, isLoopback);
+}
+
+}  // namespace
+
 void AppDelegate::openDesktopWindow() {
   desktopApp_->launch(desktopLaunch());
 }
@@ -24,12 +34,16 @@ bool AppDelegate::needsOnboarding() {
   });
 }
 
+std::optional<ControlAccess> AppDelegate::controlAccess() const {
+  if (!control_.isListening()) return std::nullopt;
+  return ControlAccess{.token = control_.token(), .port = control_.port()};
+}
+
 DesktopLaunch AppDelegate::desktopLaunch() const {
   const auto primary = tailnet_->primary();
   return {.serverURL = primary ? webAddressOf(primary->state().boundAddress) : std::nullopt,
           .needsOnboarding = needsOnboarding(),
-          .token = control_.token(),
-          .port = Config::onboardingPort()};
+          .control = controlAccess()};
 }
 
 /// Once per server and run: the user is shown the servers, not nagged.
@@ -39,16 +53,13 @@ void AppDelegate::announceUnresolvedTarget(const ServerEntry& server) {
 }
 
 void AppDelegate::lookUpInternalHost() {
-  const auto instances = tailnet_->instances();
-  const bool anyBound = std::ranges::any_of(
-      instances, [](const auto& each) { return each->state().boundAddress.has_value(); });
-  if (!anyBound || internalHostLookedUp_) return;
+  if (internalHostLookedUp_ || tailnet_->instances().empty()) return;
   internalHostLookedUp_ = true;
   const auto keep =
       weakly([](AppDelegate& self, bool resolves) { self.zephylInternalResolves_ = resolves; });
   lookUpHost(runtime_.launcher, std::string(internalWebHost),
-             [&mainLoop = runtime_.mainLoop, keep](bool resolves) {
-               mainLoop.async([keep, resolves] { keep(resolves); });
+             [&mainLoop = runtime_.mainLoop, keep](const HostAddresses& addresses) {
+               mainLoop.async([keep, resolves = leadsHere(addresses)] { keep(resolves); });
              });
 }
 

@@ -50,6 +50,7 @@ void AppDelegate::apply(std::optional<Poll> poll) {
     if (poll->activity) agentView_.activity = std::move(poll->activity);
   } else {
     agentView_ = {};
+    agentPeer_->forget();
   }
   noteBusy();
   updateButtonTitle();
@@ -58,7 +59,7 @@ void AppDelegate::apply(std::optional<Poll> poll) {
 
 void AppDelegate::startActivityStream() {
   sseTask_.emplace(
-      runtime_, client_.base() + "/api/events",
+      runtime_, client_.base() + "/api/events", agentPeer_,
       weakly([](AppDelegate& self, Activity activity) { self.receive(std::move(activity)); }));
 }
 

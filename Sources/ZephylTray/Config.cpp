@@ -131,16 +131,12 @@ std::int64_t Config::trayPort() {
   return port(trayPortKey, "AGENT_TRAY_PORT", defaultTrayPort);
 }
 
-std::optional<std::int64_t> Config::storedTrayPort() {
-  return storedPort(trayPortKey);
-}
-
 std::int64_t Config::onboardingPort() {
   return port("onboardingPort", "ZEPHYL_ONBOARD_PORT", defaultOnboardingPort);
 }
 
-std::string Config::apiBaseURL() {
-  return fmt::format("http://127.0.0.1:{}", trayPort());
+std::string Config::apiBaseURL(std::int64_t port) {
+  return fmt::format("http://127.0.0.1:{}", port);
 }
 
 std::string Config::repoRoot() {

@@ -20,12 +20,10 @@ class Config {
   /// Where the agent listens: "trayPort", `AGENT_TRAY_PORT`, 8799. Greater than 0, but nothing
   /// keeps it below 65536.
   static std::int64_t trayPort();
-  /// The part of it that is in the user defaults, and not in the environment.
-  static std::optional<std::int64_t> storedTrayPort();
   /// Where the control server listens: "onboardingPort", `ZEPHYL_ONBOARD_PORT`, 8801; likewise.
   static std::int64_t onboardingPort();
-  /// "http://127.0.0.1:<trayPort>".
-  static std::string apiBaseURL();
+  /// "http://127.0.0.1:<port>".
+  static std::string apiBaseURL(std::int64_t port = trayPort());
 
   /// The source tree of a developer: "repoRoot", `ZEPHYL_REPO_ROOT`, the detected root, the
   /// working directory. For display; programs are taken from `programRoot`.

@@ -17,6 +17,9 @@ namespace zephyl {
 
 namespace {
 
+constexpr auto tokenVariable = "ZEPHYL_ONBOARD_TOKEN";
+constexpr auto portVariable = "ZEPHYL_ONBOARD_PORT";
+
 /// A packaged app is a program or a directory that holds one.
 std::string executableOf(const std::string& app) {
   return isDirectory(app) ? joinPath(app, "AppRun") : app;
@@ -28,18 +31,22 @@ std::string developerCommand(const std::string& root) {
 
 }  // namespace
 
-Environment DesktopLaunch::environment() const {
-  Environment environment;
-  environment.emplace("ZEPHYL_ONBOARD_TOKEN", token);
-  environment.emplace("ZEPHYL_ONBOARD_PORT", fmt::to_string(port));
-  if (serverURL) environment.emplace("ZEPHYL_URL", *serverURL);
-  if (needsOnboarding) environment.emplace("ZEPHYL_ONBOARD", "1");
+Environment DesktopLaunch::environment(Environment inherited) const {
+  Environment environment = std::move(inherited);
+  environment.erase(tokenVariable);
+  environment.erase(portVariable);
+  if (control) {
+    environment[tokenVariable] = control->token;
+    environment[portVariable] = fmt::to_string(control->port);
+  }
+  if (serverURL) environment["ZEPHYL_URL"] = *serverURL;
+  if (needsOnboarding) environment["ZEPHYL_ONBOARD"] = "1";
   return environment;
 }
 
 void DesktopApp::launch(DesktopLaunch context) {
   if (!activateRunning()) start(context);
-  wipe(context.token);
+  if (context.control) wipe(context.control->token);
 }
 
 void DesktopApp::quit() {
@@ -78,6 +85,8 @@ bool DesktopApp::activateRunning() {
 }
 
 void DesktopApp::start(const DesktopLaunch& context) {
+  if (!context.control)
+    log("the desktop app is started without the control API, which is not available");
   if (const auto app = Config::bundledDesktopApp()) {
     runDevProcess("Zephyl Window.app", executableOf(*app), {}, context);
   } else if (const auto binary = Config::desktopDevBinary()) {
@@ -91,14 +100,11 @@ void DesktopApp::start(const DesktopLaunch& context) {
 
 void DesktopApp::runDevProcess(const char* what, std::string executable,
                                std::vector<std::string> arguments, const DesktopLaunch& context) {
-  // Merging keeps what is there, so the launch's own entries win.
-  Environment environment = context.environment();
-  environment.merge(currentEnvironment());
   const std::uint64_t number = ++launches_;
   ProcessOptions options{
       .executable = std::move(executable),
       .arguments = std::move(arguments),
-      .environment = std::move(environment),
+      .environment = context.environment(currentEnvironment()),
       .onExit = [weak = weak_from_this(), number, &mainLoop = runtime_.mainLoop](ExitStatus) {
         mainLoop.async([weak, number] {
           if (const auto self = weak.lock()) self->childExited(number);

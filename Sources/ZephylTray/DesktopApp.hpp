@@ -13,16 +13,23 @@ namespace zephyl {
 
 class Desktop;
 
+/// How a program reaches the tray's control server.
+struct ControlAccess {
+  std::string token;  ///< a secret
+  std::int64_t port = 0;
+};
+
 /// What the desktop window app is told at its start: how to reach the tray's control server, and
 /// what to show.
 struct DesktopLaunch {
   std::optional<std::string> serverURL;  ///< the primary server's web address
   bool needsOnboarding = false;          ///< there is no usable server yet
-  std::string token;                     ///< of the control server; a secret
-  std::int64_t port = 0;                 ///< of the control server
+  std::optional<ControlAccess> control;  ///< nullopt: the control server does not listen
 
-  /// The same as environment variables.
-  [[nodiscard]] Environment environment() const;
+  /// Returns `inherited` with these values as environment variables. Variables of values that are
+  /// absent keep their inherited value, except for those of the control server, which are removed:
+  /// another program may listen on its port.
+  [[nodiscard]] Environment environment(Environment inherited = {}) const;
 };
 
 /// Starts the desktop window app, a program of its own, or brings it to the front. The packaged
@@ -42,7 +49,8 @@ class DesktopApp : public std::enable_shared_from_this<DesktopApp> {
   /// What `runtime` refers to, and `desktop`, outlive it.
   DesktopApp(const Runtime& runtime, Desktop& desktop) : runtime_(runtime), desktop_(desktop) {}
 
-  /// Activates a running copy, else starts one. Overwrites its copy of the token.
+  /// Activates a running copy, else starts one, after a log line when the control server does not
+  /// listen. Overwrites its copy of the token.
   void launch(DesktopLaunch context);
   /// Asks every running copy to end. Does not wait.
   void quit();

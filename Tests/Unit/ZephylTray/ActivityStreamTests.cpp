@@ -1,6 +1,10 @@
 #include "ZephylTray/ActivityStream.hpp"
 
+#include <atomic>
+
 #include <gtest/gtest.h>
+
+#include <unistd.h>
 
 #include "Support/FakeAgent.hpp"
 #include "Support/TestRuntime.hpp"
@@ -13,10 +17,11 @@ using namespace std::chrono_literals;
 class ActivityStreamTest : public ::testing::Test {
  protected:
   void follow() {
-    stream_.emplace(runtime_.runtime(), agent_.base() + "/api/events", [this](Activity activity) {
-      EXPECT_TRUE(runtime_.mainLoop.isCurrent());
-      received_.push_back(std::move(activity));
-    });
+    stream_.emplace(runtime_.runtime(), agent_.base() + "/api/events", peer_,
+                    [this](Activity activity) {
+                      EXPECT_TRUE(runtime_.mainLoop.isCurrent());
+                      received_.push_back(std::move(activity));
+                    });
   }
 
   bool opensAgain() {
@@ -25,6 +30,13 @@ class ActivityStreamTest : public ::testing::Test {
 
   test::FakeAgent agent_;
   test::TestRuntime runtime_;
+  std::atomic<uid_t> owner_ = ::geteuid();
+  std::atomic<int> ownerQueries_ = 0;
+  std::shared_ptr<AgentPeer> peer_ =
+      std::make_shared<AgentPeer>([this](const std::string&, std::uint16_t) -> Result<uid_t> {
+        ++ownerQueries_;
+        return owner_.load();
+      });
   std::vector<Activity> received_;
   std::optional<ActivityStream> stream_;
 };
@@ -35,6 +47,28 @@ TEST_F(ActivityStreamTest, DeliversTheActivityOfEachDataLine) {
   agent_.writeToStreams("data: " + test::activityJSON(true) + "\n\n");
   ASSERT_TRUE(runtime_.runUntil([&] { return received_.size() == 1; }));
   EXPECT_TRUE(received_[0].busy);
+}
+
+TEST_F(ActivityStreamTest, LooksAtTheOwnerOfThePortOncePerConnection) {
+  follow();
+  ASSERT_TRUE(opensAgain());
+  EXPECT_EQ(ownerQueries_, 1);
+  agent_.endStreams();
+  ASSERT_TRUE(runtime_.runUntil([&] { return runtime_.clock.pendingTimers() == 1; }));
+  runtime_.clock.advance(2s);
+  ASSERT_TRUE(opensAgain());
+  EXPECT_EQ(ownerQueries_, 2);
+}
+
+TEST_F(ActivityStreamTest, AsksAProgramOfAnotherUserForNothing) {
+  owner_ = ::geteuid() + 1;
+  follow();
+  ASSERT_TRUE(runtime_.runUntil([&] { return runtime_.clock.pendingTimers() == 1; }));
+  EXPECT_EQ(ownerQueries_, 1);
+  EXPECT_TRUE(agent_.requests().empty());
+  owner_ = ::geteuid();
+  runtime_.clock.advance(2s);
+  EXPECT_TRUE(opensAgain()) << "the agent has the port now";
 }
 
 TEST_F(ActivityStreamTest, PassesOverOtherLinesAndBrokenPayloads) {

@@ -311,16 +311,32 @@ TEST_F(AgentProcessTest, TheFirstServerAloneGivesTheAddressOfTheOldKind) {
             R"([{"url":"ws://b/agent","label":"Lab","agentId":"agent-1"}])");
 }
 
-TEST_F(AgentProcessTest, APortOfTheSettingsReachesTheAgent) {
+TEST_F(AgentProcessTest, EveryAgentOfARunIsGivenThePortThatTheRunBeganWith) {
   world_.addAgent();
+  for (const char* setting : {"{}", R"({"trayPort": 9124})"}) {
+    world_.directory().write("config/com.zephyl.tray/defaults.json", setting);
+    agent_->start();
+    EXPECT_EQ(child().options().environment.at("AGENT_TRAY_PORT"), "9123");
+    EXPECT_NE(child().options().arguments.at(1).find("tcp:9123 "), std::string::npos);
+    child().exit({});
+    settle();
+  }
+}
+
+TEST_F(AgentProcessTest, TheAgentIsGivenThePortAlsoWhenNothingSetsIt) {
+  world_.addAgent();
+  const test::ScopedVariable unset("AGENT_TRAY_PORT");
+  agent_ = std::make_shared<AgentProcess>(runtime_.runtime());
   agent_->start();
-  EXPECT_EQ(child().options().environment.at("AGENT_TRAY_PORT"), "9123");
-  child().exit({});
-  settle();
-  world_.directory().write("config/com.zephyl.tray/defaults.json", R"({"trayPort": 9124})");
+  EXPECT_EQ(child().options().environment.at("AGENT_TRAY_PORT"), "8799");
+}
+
+TEST_F(AgentProcessTest, TheAgentIsGivenThePortAsANumberHoweverItIsWritten) {
+  world_.addAgent();
+  const test::ScopedVariable written("AGENT_TRAY_PORT", "+09125");
+  agent_ = std::make_shared<AgentProcess>(runtime_.runtime());
   agent_->start();
-  EXPECT_EQ(child().options().environment.at("AGENT_TRAY_PORT"), "9124");
-  EXPECT_NE(child().options().arguments.at(1).find("tcp:9124 "), std::string::npos);
+  EXPECT_EQ(child().options().environment.at("AGENT_TRAY_PORT"), "9125");
 }
 
 /// Installed as a package, with an agent of its own.

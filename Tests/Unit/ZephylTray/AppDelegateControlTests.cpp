@@ -112,13 +112,32 @@ TEST_F(ControlTest, StatusAndServersOfATailnetThatIsUp) {
 }
 
 TEST_F(ControlTest, TheInternalNameStandsForTheAddressOnceItIsKnownToResolve) {
+  EXPECT_EQ(child("getent"), nullptr) << "there is no tailnet yet";
   joinServer();
-  runtime_.clock.advance(AppDelegate::pollInterval);
-  ASSERT_TRUE(runtime_.runUntil([&] { return child("getent") != nullptr; }));
+  ASSERT_NE(child("getent"), nullptr);
   EXPECT_EQ(child("getent")->options().arguments.back(), "zephyl.internal");
+  child("getent")->print({"127.100.0.1 STREAM zephyl.internal", "::1 STREAM"});
   child("getent")->exit({});
   runtime_.settle();
   EXPECT_EQ(ask("GET /status").at("url"), "http://zephyl.internal");
+}
+
+TEST_F(ControlTest, TheInternalNameStandsForNothingWhereItLeadsElsewhere) {
+  joinServer();
+  child("getent")->print({"127.0.0.1 STREAM zephyl.internal", "203.0.113.9 STREAM"});
+  child("getent")->exit({});
+  runtime_.settle();
+  EXPECT_EQ(ask("GET /status").at("url"), "http://100.64.0.7:80");
+}
+
+TEST_F(ControlTest, TheFirstAnswerAboutTheInternalNameIsFinal) {
+  joinServer();
+  child("getent")->exit({ExitStatus::Reason::exited, 2});
+  runtime_.settle();
+  runtime_.advance(AppDelegate::pollInterval);
+  EXPECT_EQ(ask("POST /invite", R"({"key":"inv_v2_)" + std::string(32, 'b') + R"(_two"})"), ok_);
+  EXPECT_EQ(child("getent"), nullptr);
+  EXPECT_EQ(ask("GET /status").at("url"), "http://100.64.0.7:80");
 }
 
 TEST_F(ControlTest, AWindowThatIsStartedLaterIsToldOfTheServer) {

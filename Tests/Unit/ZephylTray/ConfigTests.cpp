@@ -94,15 +94,6 @@ TEST_F(ConfigTest, PrefersAStoredPortThatIsAPositiveInteger) {
   }
 }
 
-TEST_F(ConfigTest, TellsAStoredPortFromOneOfTheEnvironment) {
-  const ScopedVariable port("AGENT_TRAY_PORT", "9000");
-  EXPECT_EQ(Config::storedTrayPort(), std::nullopt);
-  writeDefaults(R"({"trayPort": 0})");
-  EXPECT_EQ(Config::storedTrayPort(), std::nullopt);
-  writeDefaults(R"({"trayPort": 9100})");
-  EXPECT_EQ(Config::storedTrayPort(), 9100);
-}
-
 TEST_F(ConfigTest, SeesAChangedSettingAtTheNextRead) {
   writeDefaults(R"({"trayPort": 9100})");
   EXPECT_EQ(Config::trayPort(), 9100);

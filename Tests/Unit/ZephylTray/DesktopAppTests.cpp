@@ -26,7 +26,7 @@ constexpr auto packagedApp = "prefix/share/zephyl-tray/Zephyl Window.app";
 
 /// A launch with nothing to onboard and no server: token and port alone.
 DesktopLaunch plainLaunch() {
-  return {.serverURL = std::nullopt, .needsOnboarding = false, .token = "t0ken", .port = 8801};
+  return {.control = ControlAccess{.token = "t0ken", .port = 8801}};
 }
 
 /// The tray runs from an installation that may hold a packaged app, beside a source tree that may
@@ -83,6 +83,26 @@ TEST(DesktopLaunch, NamesTheServerAndTheOnboardingEachWhenThereIsOne) {
                                                {"ZEPHYL_ONBOARD", "1"}}));
 }
 
+TEST(DesktopLaunch, NamesNoControlServerThatDoesNotListen) {
+  const Environment inherited = {{"ZEPHYL_ONBOARD_TOKEN", "of another tray"},
+                                 {"ZEPHYL_ONBOARD_PORT", "8801"},
+                                 {"ZEPHYL_URL", "http://old"},
+                                 {"SOMETHING_ELSE", "kept"}};
+  EXPECT_EQ(
+      (DesktopLaunch{.needsOnboarding = true}.environment(inherited)),
+      (Environment{
+          {"ZEPHYL_ONBOARD", "1"}, {"ZEPHYL_URL", "http://old"}, {"SOMETHING_ELSE", "kept"}}));
+}
+
+TEST_F(DesktopAppTest, StartsWithoutTheControlServerAfterOneLogLine) {
+  addPackagedApp();
+  const test::ScopedVariable port("ZEPHYL_ONBOARD_PORT", "8801");
+  EXPECT_EQ(test::logOf([&] { app_->launch({}); }),
+            "[tray] the desktop app is started without the control API, which is not available\n");
+  EXPECT_FALSE(options().environment.contains("ZEPHYL_ONBOARD_TOKEN"));
+  EXPECT_FALSE(options().environment.contains("ZEPHYL_ONBOARD_PORT"));
+}
+
 TEST_F(DesktopAppTest, AddsTheLaunchToTheTraysOwnEnvironment) {
   addPackagedApp();
   const test::ScopedVariable port("ZEPHYL_ONBOARD_PORT", "9999"), url("ZEPHYL_URL", "http://old"),
@@ -92,7 +112,7 @@ TEST_F(DesktopAppTest, AddsTheLaunchToTheTraysOwnEnvironment) {
   expected["ZEPHYL_ONBOARD_PORT"] = "8802";
   expected["ZEPHYL_URL"] = "http://100.64.0.7:8080";
   expected["ZEPHYL_ONBOARD"] = "1";
-  app_->launch({"http://100.64.0.7:8080", true, "t0ken", 8802});
+  app_->launch({"http://100.64.0.7:8080", true, ControlAccess{"t0ken", 8802}});
   EXPECT_EQ(options().environment, expected);
 }
 

@@ -1,0 +1,73 @@
+#include "System/HostLookup.hpp"
+
+#include <optional>
+
+#include <gtest/gtest.h>
+
+#include "Support/FakeLauncher.hpp"
+#include "Support/LogCapture.hpp"
+
+namespace zephyl {
+namespace {
+
+class HostLookupTest : public ::testing::Test {
+ protected:
+  void lookUp() {
+    lookUpHost(launcher_, "host.example",
+               [this](const HostAddresses& addresses) { addresses_ = addresses; });
+  }
+
+  test::FakeLauncher launcher_;
+  std::optional<HostAddresses> addresses_;
+};
+
+TEST_F(HostLookupTest, AsksTheSystemsResolver) {
+  lookUp();
+  const auto child = launcher_.newest();
+  EXPECT_EQ(child->options().executable, "/usr/bin/getent");
+  EXPECT_EQ(child->options().arguments, (std::vector<std::string>{"ahosts", "host.example"}));
+  EXPECT_FALSE(addresses_);
+}
+
+TEST_F(HostLookupTest, TakesTheFirstWordOfEachLine) {
+  lookUp();
+  launcher_.newest()->print({"127.0.0.1       STREAM host.example", "::1             DGRAM", ""});
+  launcher_.newest()->print({"203.0.113.9"});
+  launcher_.newest()->exit({});
+  EXPECT_EQ(addresses_, (HostAddresses{"127.0.0.1", "::1", "203.0.113.9"}));
+}
+
+TEST_F(HostLookupTest, FindsNothingWhenTheResolverFails) {
+  lookUp();
+  launcher_.newest()->print({"127.0.0.1 STREAM"});
+  launcher_.newest()->exit({ExitStatus::Reason::exited, 2});
+  EXPECT_EQ(addresses_, HostAddresses());
+}
+
+TEST_F(HostLookupTest, FindsNothingWhenTheResolverCannotBeStarted) {
+  launcher_.failWith("no such file");
+  EXPECT_EQ(test::logOf([&] { lookUp(); }),
+            "[tray] could not look up host.example: no such file\n");
+  EXPECT_EQ(addresses_, HostAddresses());
+}
+
+TEST_F(HostLookupTest, KeepsNoMoreThanALimitOfWhatTheResolverPrints) {
+  lookUp();
+  launcher_.newest()->print(std::vector<std::string>(1000, "127.0.0.1 STREAM"));
+  launcher_.newest()->exit({});
+  EXPECT_EQ(addresses_->size(), 256U);
+}
+
+TEST(Loopback, IsThisMachineAlone) {
+  for (const char* address :
+       {"127.0.0.1", "127.100.0.7", "127.255.255.254", "::1", "::ffff:127.0.0.1"}) {
+    EXPECT_TRUE(isLoopback(address)) << address;
+  }
+  for (const char* address : {"", "localhost", "203.0.113.9", "0.0.0.0", "::", "fe80::1",
+                              "::ffff:203.0.113.9", "128.0.0.1", "127.0.0.1 ", "2130706433"}) {
+    EXPECT_FALSE(isLoopback(address)) << address;
+  }
+}
+
+}  // namespace
+}  // namespace zephyl
