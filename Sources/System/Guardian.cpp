@@ -76,10 +76,13 @@ void keepOnly(int pipe) {
   ::close_range(guardedPipe + 1, ~0U, 0);
 }
 
+/// Returns when nobody holds the other end of the pipe open. What is read is of no importance.
 void waitForEnd(int pipe) {
   char unused = 0;
-  while (::read(pipe, &unused, sizeof unused) < 0 && errno == EINTR) {
-  }
+  ssize_t count = 0;
+  do {
+    count = ::read(pipe, &unused, sizeof unused);
+  } while (count > 0 || (count < 0 && errno == EINTR));
 }
 
 }  // namespace

@@ -14,6 +14,7 @@
 #include <unistd.h>
 
 #include "System/Guardian.hpp"
+#include "System/ProcessState.hpp"
 #include "System/Secret.hpp"
 
 namespace zephyl {
@@ -126,6 +127,7 @@ bool arrangeDescriptors(const StandardDescriptors& standard) {
 
 Failure runProgram(const Program& program) {
   resetSignals();
+  restoreDescriptorLimit();
   if (program.tied ? !tie(program) : ::setsid() < 0) return {errno};
   if (!arrangeDescriptors(program.standard)) return {errno};
   if (program.directory != nullptr && ::chdir(program.directory) != 0) return {errno, true};

@@ -1,6 +1,7 @@
 #include <atomic>
 #include <csignal>
 #include <cstdlib>
+#include <exception>
 #include <iostream>
 #include <optional>
 #include <random>
@@ -14,6 +15,7 @@
 #include "System/Guardian.hpp"
 #include "System/Log.hpp"
 #include "System/MainLoop.hpp"
+#include "System/ProcessState.hpp"
 #include "System/Reactor.hpp"
 #include "System/SignalWatcher.hpp"
 #include "System/SystemClock.hpp"
@@ -70,7 +72,8 @@ Ending runTray(Guardian& guardian, const CommandLine& commandLine,
   const SignalWatcher signals(reactor, {SIGTERM, SIGINT}, quit);
   const auto chosen = DesktopChoice::make(commandLine.mode, runtime);
   std::optional<SignalWatcher> hangUp;
-  if (chosen.endsAtHangUp) hangUp.emplace(reactor, std::initializer_list<int>{SIGHUP}, quit);
+  if (chosen.endsAtHangUp && !hangUpIsIgnored())
+    hangUp.emplace(reactor, std::initializer_list<int>{SIGHUP}, quit);
 
   const auto delegate = std::make_shared<AppDelegate>(
       runtime, *chosen.desktop, *chosen.dialogs,
@@ -99,7 +102,6 @@ int handOver(const SingleOwnerLock::Taken& taken, const std::string& activationT
 
 Ending start(const CommandLine& commandLine, const std::string& activationToken,
              std::vector<std::string> arguments) {
-  std::signal(SIGPIPE, SIG_IGN);
   if (const auto claimed = Servers::claimBaseDir(); !claimed) {
     log("could not start: {}", claimed.error().message);
     return {EXIT_FAILURE};
@@ -118,12 +120,18 @@ Ending start(const CommandLine& commandLine, const std::string& activationToken,
     log("could not start: {}", guardian.error().message);
     return {EXIT_FAILURE};
   }
-  return runTray(*guardian, commandLine, std::move(arguments));
+  try {
+    return runTray(*guardian, commandLine, std::move(arguments));
+  } catch (const std::exception& error) {  // the system has no thread, descriptor or memory to give
+    log("could not start: {}", error.what());
+    return {EXIT_FAILURE};
+  }
 }
 
 /// Returns only when there is nothing to go on as.
 int becomeUpdated(char** arguments) {
   const std::string executable = Bundle::main().executable().value_or("");
+  restoreDescriptorLimit();
   ::execv(executable.c_str(), arguments);
   log("could not restart: {}", systemError(executable, errno).message);
   return EXIT_FAILURE;
@@ -134,6 +142,7 @@ int becomeUpdated(char** arguments) {
 
 int main(int argc, char** argv) {
   using namespace zephyl;
+  establishProcessState();
   Bundle::setMain(Bundle(Bundle::runningExecutable()));
   // Whoever started this program lets its first window come to the front; nobody else's.
   const std::string activationToken = environmentVariable("XDG_ACTIVATION_TOKEN").value_or("");
