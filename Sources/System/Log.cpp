@@ -1,11 +1,9 @@
 #include "System/Log.hpp"
 
-#include <cerrno>
 #include <mutex>
 #include <utility>
 
-#include <unistd.h>
-
+#include "System/StandardError.hpp"
 #include "System/Text.hpp"
 
 namespace zephyl {
@@ -37,15 +35,9 @@ Redirection& redirection() {
   return theOne;
 }
 
-void writeToStandardError(std::string_view rest) {
-  while (!rest.empty()) {
-    const ssize_t written = ::write(STDERR_FILENO, rest.data(), rest.size());
-    if (written > 0) {
-      rest.remove_prefix(static_cast<std::size_t>(written));
-    } else if (errno != EINTR) {
-      return;
-    }
-  }
+StandardError& standardError() {
+  static StandardError theOne;
+  return theOne;
 }
 
 }  // namespace
@@ -62,7 +54,7 @@ void logLine(std::string_view text) {
   std::string line = "[tray] " + visible(text);
   if (redirection().handle(line)) return;
   line += '\n';
-  writeToStandardError(line);
+  standardError().write(line);
 }
 
 }  // namespace zephyl

@@ -10,7 +10,8 @@ namespace zephyl {
 
 /// Writes "[tray] <text>" as one line to the process's diagnostic log (standard error). Control
 /// characters in the text are made visible, so that nothing from outside can drive a terminal.
-/// From any thread; lines never interleave.
+/// From any thread; lines never interleave. Never waits longer than 100 ms: when standard error
+/// takes nothing, lines are dropped, and the next one that is written says how many.
 void logLine(std::string_view text);
 
 /// Shows the lines of the diagnostic log somewhere else for as long as it lives. There is one at a

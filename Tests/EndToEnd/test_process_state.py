@@ -113,3 +113,22 @@ def test_the_limit_of_descriptors_is_raised_for_the_tray_alone(start):
         assert resource.prlimit(pid, resource.RLIMIT_NOFILE) == (256, 4096)
     tray.process.send_signal(signal.SIGTERM)
     assert tray.process.wait(10) == 0
+
+
+def test_a_standard_error_that_nobody_reads_does_not_stop_it(world, start):
+    reading, writing = os.pipe()
+    os.set_blocking(writing, False)
+    while True:
+        try:
+            os.write(writing, b"x" * 4096)
+        except BlockingIOError:
+            break
+    os.set_blocking(writing, True)
+    try:
+        tray = start("", stderr=writing)
+        os.close(writing)
+        eventually(tray.has_all_children, what="guardian, agent and window")
+        tray.process.send_signal(signal.SIGTERM)
+        assert tray.process.wait(10) == 0
+    finally:
+        os.close(reading)
