@@ -1,13 +1,21 @@
 #include "System/ThreadPool.hpp"
 
 #include <algorithm>
+#include <exception>
+#include <utility>
 
 #include <pthread.h>
+
+#include "System/Log.hpp"
 
 namespace zephyl {
 
 namespace {
 constexpr std::chrono::milliseconds idleLimit{500};
+}
+
+ThreadPool::ThreadPool() {
+  threads_.emplace_back([this] { work(Kind::permanent); });
 }
 
 ThreadPool::~ThreadPool() {
@@ -20,13 +28,30 @@ ThreadPool::~ThreadPool() {
 }
 
 void ThreadPool::submit(Task task) {
-  const std::scoped_lock lock(mutex_);
-  tasks_.push_back(std::move(task));
-  joinEnded();
-  if (closing_ || idle_ >= tasks_.size() || threads_.size() == maxThreads) {
-    wake_.notify_one();
-  } else {
-    threads_.emplace_back([this] { work(); });
+  bool failed = false;
+  {
+    const std::scoped_lock lock(mutex_);
+    tasks_.push_back(std::move(task));
+    if (!closing_) joinEnded();
+    if (closing_ || idle_ >= tasks_.size() || threads_.size() == maxThreads) {
+      wake_.notify_one();
+    } else if (startThread()) {
+      shortage_ = false;
+    } else {
+      failed = !std::exchange(shortage_, true);
+      wake_.notify_one();
+    }
+  }
+  if (failed) log("could not start another thread; work is done by fewer of them");
+}
+
+/// Caller holds `mutex_`.
+bool ThreadPool::startThread() {
+  try {
+    threads_.emplace_back([this] { work(Kind::temporary); });
+    return true;
+  } catch (const std::exception&) {  // no thread, or no memory for one
+    return false;
   }
 }
 
@@ -40,15 +65,23 @@ std::size_t ThreadPool::threadCount() const {
   return threads_.size() - ended_.size();
 }
 
-void ThreadPool::work() {
+/// Whether there is a task. Without one the thread is to end.
+bool ThreadPool::waitForTask(std::unique_lock<std::mutex>& lock, Kind kind) {
+  const auto awaited = [this] { return closing_ || !tasks_.empty(); };
+  ++idle_;
+  if (kind == Kind::permanent) {
+    wake_.wait(lock, awaited);
+  } else {
+    wake_.wait_for(lock, idleLimit, awaited);
+  }
+  --idle_;
+  return !tasks_.empty();
+}
+
+void ThreadPool::work(Kind kind) {
   pthread_setname_np(pthread_self(), "queue");
   std::unique_lock lock(mutex_);
-  for (;;) {
-    ++idle_;
-    const bool woken =
-        wake_.wait_for(lock, idleLimit, [this] { return closing_ || !tasks_.empty(); });
-    --idle_;
-    if (!woken || tasks_.empty()) break;
+  while (waitForTask(lock, kind)) {
     Task task = std::move(tasks_.front());
     tasks_.pop_front();
     ++running_;

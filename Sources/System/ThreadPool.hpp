@@ -10,14 +10,16 @@
 
 namespace zephyl {
 
-/// The few threads behind the serial queues. One is started when there is work and none is
-/// free, up to `maxThreads`; a thread that has had nothing to do for a while ends, so an idle
-/// process has none of them.
+/// The few threads behind the serial queues. One lives as long as the pool. Another is started when
+/// there is work and none is free, up to `maxThreads`, and ends when it has had nothing to do for a
+/// while. When the system has no thread to give, one line is logged and the work waits for those
+/// there are.
 class ThreadPool {
  public:
   static constexpr std::size_t maxThreads = 4;
 
-  ThreadPool() = default;
+  /// Starts the first thread; throws `std::system_error` when that fails.
+  ThreadPool();
   /// Finishes what was submitted, then joins.
   ~ThreadPool();
   ThreadPool(const ThreadPool&) = delete;
@@ -33,7 +35,10 @@ class ThreadPool {
   [[nodiscard]] std::size_t threadCount() const;
 
  private:
-  void work();
+  enum class Kind { permanent, temporary };
+  void work(Kind kind);
+  bool waitForTask(std::unique_lock<std::mutex>& lock, Kind kind);
+  [[nodiscard]] bool startThread();
   void joinEnded();
 
   mutable std::mutex mutex_;
@@ -45,6 +50,7 @@ class ThreadPool {
   std::size_t idle_ = 0;
   std::size_t running_ = 0;
   bool closing_ = false;
+  bool shortage_ = false;  // the last attempt to start a thread has failed
 };
 
 }  // namespace zephyl

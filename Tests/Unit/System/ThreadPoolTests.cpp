@@ -5,19 +5,44 @@
 
 #include <gtest/gtest.h>
 
+#include <sys/resource.h>
+
 #include "Support/Eventually.hpp"
+#include "Support/HomelessUser.hpp"
+#include "Support/LogCapture.hpp"
 
 namespace zephyl {
 namespace {
 
-TEST(ThreadPool, HasNoThreadBeforeThereIsWorkAndNoneLongAfter) {
+TEST(ThreadPool, KeepsOneThreadForLife) {
   ThreadPool pool;
-  EXPECT_EQ(pool.threadCount(), 0U);
-  std::latch ran(1);
-  pool.submit([&] { ran.count_down(); });
-  ran.wait();
-  EXPECT_LE(pool.threadCount(), 1U);
-  EXPECT_TRUE(test::eventually([&] { return pool.threadCount() == 0; }));
+  EXPECT_EQ(pool.threadCount(), 1U);
+  std::latch release(1);
+  for (int i = 0; i < 3; ++i) pool.submit([&] { release.wait(); });
+  EXPECT_GT(pool.threadCount(), 1U);
+  release.count_down();
+  EXPECT_TRUE(test::eventually([&] { return pool.threadCount() == 1; }));
+}
+
+/// Whether all work is done, after one log line, while the system has no thread to give. Changes
+/// the limits of the process.
+bool worksWithoutFurtherThreads() {
+  ThreadPool pool;
+  const rlimit none{0, 0};
+  if (::setrlimit(RLIMIT_NPROC, &none) != 0) return false;
+  std::atomic<int> ran = 0;
+  const auto log = test::logOf([&] {
+    for (int i = 0; i < 100; ++i) pool.submit([&] { ++ran; });
+    pool.waitUntilIdle();
+  });
+  return ran == 100 && pool.threadCount() == 1 &&
+         log == "[tray] could not start another thread; work is done by fewer of them\n";
+}
+
+TEST(ThreadPool, DoesItsWorkWhenTheSystemHasNoThreadToGive) {
+  const auto held = test::holdsWithoutHome(worksWithoutFurtherThreads);
+  if (!held) GTEST_SKIP() << "needs root, to become a user whom limits hold for";
+  EXPECT_TRUE(*held);
 }
 
 TEST(ThreadPool, GrowsWhileTasksBlockButNotBeyondItsLimit) {
@@ -48,10 +73,11 @@ TEST(ThreadPool, FinishesWhatWasSubmittedBeforeItGoes) {
 TEST(ThreadPool, StartsThreadsAgainAfterTheyEnded) {
   ThreadPool pool;
   for (int round = 0; round < 3; ++round) {
-    std::latch ran(1);
-    pool.submit([&] { ran.count_down(); });
-    ran.wait();
-    ASSERT_TRUE(test::eventually([&] { return pool.threadCount() == 0; }));
+    std::latch release(1);
+    for (int i = 0; i < 2; ++i) pool.submit([&] { release.wait(); });
+    EXPECT_EQ(pool.threadCount(), 2U);
+    release.count_down();
+    ASSERT_TRUE(test::eventually([&] { return pool.threadCount() == 1; }));
   }
 }
 
