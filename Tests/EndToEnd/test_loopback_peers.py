@@ -1,6 +1,7 @@
 """Who may be on the other side of a loopback port: the tray trusts no port by its number alone."""
 
 import os
+import socket
 import subprocess
 
 import pytest
@@ -12,6 +13,11 @@ from support.scripted_agent import ScriptedAgent
 from support.tray import eventually
 
 COMPLAINT = "belongs to a program of another user"
+
+
+def accepts(port):
+    with socket.socket() as sock:
+        return sock.connect_ex(("127.0.0.1", port)) == 0
 
 
 def complaints(tray):
@@ -138,7 +144,8 @@ def test_without_a_home_a_base_directory_of_ones_own_is_used(world):
     skip_unless_root()
     tray = start_without_home(world, base_owner=USER)
     try:
-        eventually(lambda: (world.root / "tmp/Zephyl/tray.lock").exists(), what="a tray that has started")
+        eventually(lambda: accepts(world.control_port), what="a tray that has started")
+        assert (world.root / "tmp/Zephyl/tray.lock").exists()
     finally:
         tray.terminate()
         _, log = tray.communicate(timeout=20)
