@@ -123,7 +123,7 @@ Ending start(const CommandLine& commandLine, const std::string& activationToken,
   try {
     return runTray(*guardian, commandLine, std::move(arguments));
   } catch (const std::exception& error) {  // the system has no thread, descriptor or memory to give
-    log("could not start: {}", error.what());
+    log("could not go on: {}", error.what());
     return {EXIT_FAILURE};
   }
 }

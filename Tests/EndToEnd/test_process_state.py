@@ -10,6 +10,7 @@ import sys
 import pytest
 
 from support.control_api import Window
+from support.other_user import USER, as_other_user, skip_unless_root
 from support.tray import command_line, command_name, descendants, eventually
 
 # Changes the process as the first argument says, then becomes the tray.
@@ -132,3 +133,35 @@ def test_a_standard_error_that_nobody_reads_does_not_stop_it(world, start):
         assert tray.process.wait(10) == 0
     finally:
         os.close(reading)
+
+
+# Prints lines, and needs no further process for it.
+CHATTER = """#!/bin/sh
+exec {python} -c "
+import time
+while True:
+    print('a line', flush=True)
+    time.sleep(0.02)
+"
+"""
+
+
+def test_it_survives_a_limit_of_processes_that_is_reached(world):
+    skip_unless_root()
+    world.use_agent_script(CHATTER.format(python=sys.executable))
+    for directory in (world.root, world.prefix):
+        directory.chmod(0o755)
+    world.home.chmod(0o700)
+    os.chown(world.home, USER, USER)
+    tray = subprocess.Popen(as_other_user(world.prefix / "bin/zephyl-tray", "--headless"), cwd="/",
+                            env=world.environment, stdin=subprocess.DEVNULL, stderr=subprocess.PIPE, text=True)
+    try:
+        eventually(lambda: any("a line" in command_line(pid) for pid in descendants(tray.pid)), what="an agent")
+        subprocess.run(as_other_user("prlimit", f"--pid={tray.pid}", "--nproc=1:1"), check=True)
+        with pytest.raises(subprocess.TimeoutExpired):
+            tray.wait(2)
+        tray.terminate()
+        _, log = tray.communicate(timeout=10)
+    finally:
+        tray.kill()
+    assert tray.returncode == 0, log

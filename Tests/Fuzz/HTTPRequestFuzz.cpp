@@ -1,15 +1,30 @@
 #include <cstdint>
 #include <cstdlib>
+#include <optional>
 
 #include "System/Text.hpp"
 #include "ZephylTray/HTTPRequest.hpp"
 
-/// Any bytes as a request to the control server: nothing crashes, what is taken for a request is
-/// one, and it does not depend on what comes after it.
+/// Any bytes as a request to the control server: nothing crashes, what is parsed is a request, and
+/// it depends neither on what comes after it nor on the pieces in which it arrives.
+
+namespace {
+
+/// Parses `bytes` as a connection that delivers half of them first.
+std::optional<zephyl::HTTPRequest> parseInPieces(std::string_view bytes) {
+  zephyl::HTTPRequestParser parser;
+  auto stage = parser.advance(bytes.substr(0, bytes.size() / 2));
+  if (stage != zephyl::HTTPRequestParser::Stage::whole) stage = parser.advance(bytes);
+  if (stage != zephyl::HTTPRequestParser::Stage::whole) return std::nullopt;
+  return parser.request();
+}
+
+}  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   const std::string_view bytes(reinterpret_cast<const char*>(data), size);
   const auto request = zephyl::HTTPRequest::parse(bytes);
+  if (parseInPieces(bytes) != request) std::abort();
   if (!request) return 0;
   const bool wellFormed = !request->method.empty() && request->body.size() <= size &&
                           request->path.find('?') == std::string::npos &&
