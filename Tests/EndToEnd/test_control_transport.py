@@ -372,7 +372,7 @@ def test_a_port_that_is_taken_costs_a_line_and_no_more(world, window, start_tray
         tray = start_tray()
         tray.log_line("[tray] could not start the onboarding listener: ")
         tray.log_line("agent not reachable")
-        assert window.environment()["ZEPHYL_ONBOARD_PORT"] == str(world.control_port)
+        assert "ZEPHYL_ONBOARD_PORT" not in window.environment(), "another program has that port"
         assert sum("onboarding listener" in line for line in tray.lines) == 1
         assert tray.stop() == 0
 
