@@ -117,8 +117,9 @@ TEST_F(AppDelegateTest, StartsTailnetsOnlyWhenBothOfTheirProgramsExist) {
   world_.addProgram("packages/tailnet-client/zephyl-tailnet");
   launch();
   const auto started = runtime_.launcher.children();
-  ASSERT_EQ(started.size(), 2U);
-  EXPECT_EQ(started.back()->options().executable, daemon);
+  ASSERT_EQ(started.size(), 3U);
+  EXPECT_EQ(started[1]->options().executable, daemon);
+  EXPECT_EQ(started[2]->options().executable, "/usr/bin/getent") << "for the internal host name";
 }
 
 TEST_F(AppDelegateTest, LeavesAnOpenMenuAloneWhateverPollAndStreamBring) {
