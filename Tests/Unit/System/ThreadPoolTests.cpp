@@ -75,7 +75,7 @@ TEST(ThreadPool, StartsThreadsAgainAfterTheyEnded) {
   for (int round = 0; round < 3; ++round) {
     std::latch release(1);
     for (int i = 0; i < 2; ++i) pool.submit([&] { release.wait(); });
-    EXPECT_EQ(pool.threadCount(), 2U);
+    EXPECT_GE(pool.threadCount(), 2U);
     release.count_down();
     ASSERT_TRUE(test::eventually([&] { return pool.threadCount() == 1; }));
   }
