@@ -5,6 +5,7 @@
 #include <charconv>
 #include <cstdint>
 #include <iterator>
+#include <utility>
 
 #include <fmt/format.h>
 
@@ -65,10 +66,18 @@ constexpr std::array hiddenCharacters{
     CharacterRange{0xE0000, 0xE0FFF},
 };
 
-bool isHidden(char32_t character) {
-  const auto* const range =
-      std::ranges::lower_bound(hiddenCharacters, character, {}, &CharacterRange::last);
-  return range != hiddenCharacters.end() && range->first <= character;
+/// Characters other than the space that are printable and leave the paper white.
+constexpr std::array blankCharacters{
+    CharacterRange{0xA0, 0xA0},       CharacterRange{0x1680, 0x1680},
+    CharacterRange{0x2000, 0x200A},   CharacterRange{0x202F, 0x202F},
+    CharacterRange{0x205F, 0x205F},   CharacterRange{0x2800, 0x2800},
+    CharacterRange{0x3000, 0x3000},   CharacterRange{0x13441, 0x13442},
+    CharacterRange{0x16FE4, 0x16FE4}, CharacterRange{0x1D159, 0x1D159},
+};
+
+bool isIn(const auto& ranges, char32_t character) {
+  const auto* const range = std::ranges::lower_bound(ranges, character, {}, &CharacterRange::last);
+  return range != ranges.end() && range->first <= character;
 }
 
 /// A beginning of a text: printable characters, or one control character, or another that cannot
@@ -84,9 +93,9 @@ Piece pieceOf(Character character) {
   if (!character.isValid()) return {Kind::invalid, 1};
   const auto code = character.code;
   const bool control = code < 0x20 || (code >= 0x7F && code < 0xA0);
-  return {control          ? Kind::control
-          : isHidden(code) ? Kind::hidden
-                           : Kind::printable,
+  return {control                        ? Kind::control
+          : isIn(hiddenCharacters, code) ? Kind::hidden
+                                         : Kind::printable,
           character.length};
 }
 
@@ -111,6 +120,38 @@ void appendPicture(Character character, std::string& out) {
   } else {
     fmt::format_to(std::back_inserter(out), "\\U{:08x}", code);
   }
+}
+
+bool isBlankCharacter(Character character) {
+  return character.isValid() && (character.code == ' ' || isIn(blankCharacters, character.code));
+}
+
+/// The number of times that `text` begins with its first character.
+std::size_t firstRun(std::string_view text, std::size_t characterLength) {
+  const auto character = text.substr(0, characterLength);
+  std::size_t count = 0;
+  while (text.starts_with(character)) {
+    text.remove_prefix(characterLength);
+    ++count;
+  }
+  return count;
+}
+
+void appendBlanks(Character character, std::size_t count, std::string& out) {
+  constexpr std::size_t longestPlainRun = 3;
+  const bool isLong = count > longestPlainRun;
+  if (character.code == ' ' && !isLong) {
+    out.append(count, ' ');
+    return;
+  }
+  for (std::size_t i = 0; i < (isLong ? 1 : count); ++i) {
+    if (character.code == ' ') {
+      out.append("␠");
+    } else {
+      appendPicture(character, out);
+    }
+  }
+  if (isLong) fmt::format_to(std::back_inserter(out), "×{}", count);
 }
 
 }  // namespace
@@ -220,6 +261,41 @@ std::string visibleLines(std::string_view text) {
     out += '\n';
     text.remove_prefix(end + 1);
   }
+}
+
+std::string visibleWithBlanks(std::string_view text) {
+  std::string out;
+  std::size_t plain = 0;  // bytes before the next run of blanks
+  const auto flush = [&] {
+    out += visible(text.substr(0, plain));
+    text.remove_prefix(std::exchange(plain, 0));
+  };
+  while (plain < text.size()) {
+    const auto character = firstCharacter(text.substr(plain));
+    if (!isBlankCharacter(character)) {
+      plain += character.length;
+      continue;
+    }
+    flush();
+    const auto count = firstRun(text, character.length);
+    appendBlanks(character, count, out);
+    text.remove_prefix(count * character.length);
+  }
+  flush();
+  return out;
+}
+
+std::string shortened(std::string_view text, std::size_t maxBytes) {
+  if (text.size() <= maxBytes) return std::string(text);
+  constexpr std::size_t longestCharacter = 4;
+  std::size_t end = maxBytes;
+  for (std::size_t back = 0; back < longestCharacter && back <= maxBytes; ++back) {
+    const bool continues = (byteAt(text, maxBytes - back) & 0xC0) == 0x80;
+    if (continues) continue;
+    end = maxBytes - back;
+    break;
+  }
+  return fmt::format("{}… [{} bytes left out]", text.substr(0, end), text.size() - end);
 }
 
 std::string withoutControlCharacters(std::string_view text) {

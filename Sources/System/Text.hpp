@@ -45,6 +45,15 @@ std::string visible(std::string_view text);
 /// The same for a text of several lines: newlines stay.
 std::string visibleLines(std::string_view text);
 
+/// `visible`, and blank characters other than the space written as "\u00a0" as well; of more than
+/// three equal blank characters in a row, spaces included, one is written with their number, as in
+/// "␠×5000". For text that must be read completely before it is granted.
+std::string visibleWithBlanks(std::string_view text);
+
+/// `text` if it has at most `maxBytes` bytes. Otherwise its beginning, cut between two characters,
+/// and a mark that gives the number of bytes left out; the mark comes on top of `maxBytes`.
+std::string shortened(std::string_view text, std::size_t maxBytes);
+
 /// `text` without control characters (C0, DEL and C1). Bytes that are no UTF-8 go as well: what is
 /// left beside a removed character could make one.
 std::string withoutControlCharacters(std::string_view text);

@@ -2,6 +2,8 @@
 
 #include <fmt/format.h>
 
+#include "System/Text.hpp"
+
 namespace zephyl {
 
 namespace {
@@ -11,6 +13,9 @@ constexpr auto activityPath = "/api/activity";
 constexpr auto rootsPath = "/api/roots";
 constexpr auto approvalsPath = "/api/approvals";
 constexpr auto grantsPath = "/api/escape-grants";
+
+/// Of an explanation, which is shown in a window and logged.
+constexpr std::size_t maxErrorBytes = 2000;
 
 struct RootsResponse {
   std::vector<SharedRoot> roots;
@@ -66,7 +71,7 @@ json::Value list(const std::vector<std::string>& texts) {
 
 APIError refusal(const ClientResponse& response) {
   const auto decoded = json::decodeText<ErrorResponse>(response.body);
-  if (decoded && decoded->error) return {*decoded->error};
+  if (decoded && decoded->error) return {shortened(*decoded->error, maxErrorBytes)};
   return {fmt::format("request failed ({})", response.status)};
 }
 

@@ -1,5 +1,6 @@
 #include "ZephylTray/ApprovalTexts.hpp"
 
+#include <algorithm>
 #include <vector>
 
 #include <fmt/format.h>
@@ -11,26 +12,43 @@ namespace zephyl {
 
 namespace {
 
+constexpr std::size_t maxFieldBytes = 16UL * 1024;
+constexpr std::size_t maxNotifiedFieldBytes = 256;
+constexpr std::size_t maxReasons = 50;
+
+/// A field of the request as the user reads it.
+std::string shown(std::string_view field, std::size_t maxBytes = maxFieldBytes) {
+  return visibleWithBlanks(shortened(field, maxBytes));
+}
+
 std::string reasonLines(const std::vector<EscapeReason>& reasons) {
   std::vector<std::string> lines;
-  lines.reserve(reasons.size());
-  for (const auto& reason : reasons) lines.push_back("  • " + visible(reason.detail));
+  const auto count = std::min(reasons.size(), maxReasons);
+  lines.reserve(count + 1);
+  for (std::size_t i = 0; i < count; ++i) lines.push_back("  • " + shown(reasons[i].detail));
+  if (reasons.size() > count) {
+    lines.push_back(fmt::format("  … and {} more", reasons.size() - count));
+  }
   return fmt::format("{}", fmt::join(lines, "\n"));
+}
+
+std::string boundedRequester(const PendingApproval& approval, std::size_t maxBytes) {
+  std::string line = shown(approval.userName.value_or("Someone"), maxBytes);
+  if (approval.chatTitle && !approval.chatTitle->empty()) {
+    line += " — in “" + shown(*approval.chatTitle, maxBytes) + "”";
+  }
+  return line;
 }
 
 }  // namespace
 
 std::string requesterLine(const PendingApproval& approval) {
-  std::string line = visible(approval.userName.value_or("Someone"));
-  if (approval.chatTitle && !approval.chatTitle->empty()) {
-    line += " — in “" + visible(*approval.chatTitle) + "”";
-  }
-  return line;
+  return boundedRequester(approval, maxFieldBytes);
 }
 
 std::string approvalNotificationText(const PendingApproval& approval) {
-  return requesterLine(approval) + " wants " + visible(approval.tool) +
-         " to reach outside the shared folder.";
+  return boundedRequester(approval, maxNotifiedFieldBytes) + " wants " +
+         shown(approval.tool, maxNotifiedFieldBytes) + " to reach outside the shared folder.";
 }
 
 std::string approvalPromptText(const PendingApproval& approval) {
@@ -39,9 +57,8 @@ std::string approvalPromptText(const PendingApproval& approval) {
       "\n\n{}:\n{}"
       "\n\nWhy this is being flagged:\n{}"
       "\n\nShared folder: {}",
-      requesterLine(approval), visible(approval.tool),
-      approval.kind == "shell" ? "Command" : "Path", visible(approval.target),
-      reasonLines(approval.reasons), visible(approval.root));
+      requesterLine(approval), shown(approval.tool), approval.kind == "shell" ? "Command" : "Path",
+      shown(approval.target), reasonLines(approval.reasons), shown(approval.root));
 }
 
 std::string alwaysAllowText(const PendingApproval& approval) {
@@ -52,7 +69,7 @@ std::string alwaysAllowText(const PendingApproval& approval) {
       "credential, key, or secrets file, this effectively hands it over for good."
       "\n\nPrefer “Allow once” unless you are certain."
       "\n\nType {} below to confirm:",
-      visible(approval.target), alwaysAllowPhrase);
+      shown(approval.target), alwaysAllowPhrase);
 }
 
 }  // namespace zephyl

@@ -1,5 +1,6 @@
 #include "ZephylTray/StatusMenu.hpp"
 
+#include <algorithm>
 #include <unordered_map>
 
 #include <fmt/format.h>
@@ -19,6 +20,14 @@ using menuRows::command;
 using menuRows::group;
 using menuRows::information;
 using menuRows::separator;
+
+/// What a panel can show. The agent may know more exceptions, and longer ones.
+constexpr std::size_t maxExceptions = 50;
+constexpr std::size_t maxTitleBytes = 256;
+
+std::string exceptionTitle(std::string_view text) {
+  return visibleWithBlanks(shortened(text, maxTitleBytes));
+}
 
 /// Keys of siblings that are one sort of thing each: "server/<name>", and for the same name again
 /// "server#2/<name>".
@@ -94,7 +103,7 @@ Menu grantSubmenu(const EscapeGrant& grant) {
   menu.push_back(
       information("kind", grant.kind == "shell" ? "Command exception" : "Path exception"));
   if (grant.grantedBy) {
-    menu.push_back(information("grantedBy", "Granted for: " + visible(*grant.grantedBy)));
+    menu.push_back(information("grantedBy", "Granted for: " + exceptionTitle(*grant.grantedBy)));
   }
   menu.push_back(separator("revoke"));
   menu.push_back(command("revoke", "Revoke", menuActions::revokeEscapeGrant,
@@ -121,12 +130,18 @@ void addExceptions(const AgentView& agent, Menu& menu) {
   if (activity == nullptr || activity->escapeGrants.empty()) return;
   const auto& grants = activity->escapeGrants;
   Menu rows;
-  rows.reserve(grants.size() + 2);
+  const auto shown = std::min(grants.size(), maxExceptions);
+  rows.reserve(shown + 3);
   rows.push_back(information("note", "These bypass the folder boundary with no prompt."));
   rows.push_back(separator("grants"));
   KeySeries keys("grant");
-  for (const auto& grant : grants) {
-    rows.push_back(group(keys.next(grantName(grant)), visible(grant.path), grantSubmenu(grant)));
+  for (std::size_t i = 0; i < shown; ++i) {
+    const auto& grant = grants[i];
+    rows.push_back(
+        group(keys.next(grantName(grant)), exceptionTitle(grant.path), grantSubmenu(grant)));
+  }
+  if (grants.size() > shown) {
+    rows.push_back(information("more", fmt::format("… and {} more", grants.size() - shown)));
   }
   menu.push_back(separator("exceptions"));
   menu.push_back(group("exceptions", fmt::format("⚠️ Permanent exceptions ({})", grants.size()),

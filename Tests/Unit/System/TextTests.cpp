@@ -125,6 +125,38 @@ TEST(Text, ShowsEachByteThatIsNoUTF8AsAReplacementCharacter) {
   EXPECT_EQ(visible("\x9B\xC3"), "\uFFFD\uFFFD");
 }
 
+TEST(Text, SpellsBlankCharactersWhereTheyMustBeSeen) {
+  EXPECT_EQ(visibleWithBlanks("a\u00A0b\u1680c\u2000d\u200Ae"),
+            "a\\u00a0b\\u1680c\\u2000d\\u200ae");
+  EXPECT_EQ(visibleWithBlanks("a\u202Fb\u205Fc\u2800d\u3000e"),
+            "a\\u202fb\\u205fc\\u2800d\\u3000e");
+  EXPECT_EQ(visibleWithBlanks("\U0001D159\U00016FE4\U00013441"),
+            "\\U0001d159\\U00016fe4\\U00013441");
+  EXPECT_EQ(visibleWithBlanks("a\tb\x1B\u202E\xFF"), "a␉b␛\\u202e\uFFFD");
+  EXPECT_EQ(visibleWithBlanks("é € 😀 \u2801"), "é € 😀 \u2801");
+  EXPECT_EQ(visibleWithBlanks(""), "");
+}
+
+TEST(Text, CountsBlankCharactersInARow) {
+  EXPECT_EQ(visibleWithBlanks("a   b"), "a   b");
+  EXPECT_EQ(visibleWithBlanks("a    b"), "a␠×4b");
+  EXPECT_EQ(visibleWithBlanks("ls" + std::string(5000, ' ') + "; rm"), "ls␠×5000; rm");
+  EXPECT_EQ(visibleWithBlanks("    "), "␠×4");
+  EXPECT_EQ(visibleWithBlanks("\u2800\u2800\u2800"), "\\u2800\\u2800\\u2800");
+  EXPECT_EQ(visibleWithBlanks("\u2800\u2800\u2800\u2800 x"), "\\u2800×4 x");
+  EXPECT_EQ(visibleWithBlanks("   \u00A0   "), "   \\u00a0   ");
+}
+
+TEST(Text, IsShortenedBetweenCharactersAndSaysByHowMuch) {
+  EXPECT_EQ(shortened("abc", 3), "abc");
+  EXPECT_EQ(shortened("abcd", 3), "abc… [1 bytes left out]");
+  EXPECT_EQ(shortened("aéz", 2), "a… [3 bytes left out]");
+  EXPECT_EQ(shortened("a😀z", 4), "a… [5 bytes left out]");
+  EXPECT_EQ(shortened("a😀z", 5), "a😀… [1 bytes left out]");
+  EXPECT_EQ(shortened("abc", 0), "… [3 bytes left out]");
+  EXPECT_TRUE(isValidUTF8(shortened("\x80\x80\x80\x80\x80\x80é", 5).substr(5)));
+}
+
 TEST(Text, LosesControlCharacters) {
   EXPECT_EQ(withoutControlCharacters("\x1B[1mé\r\n\0\x7F\xC2\x85z"s), "[1méz");
 }

@@ -67,6 +67,15 @@ TEST_F(AgentClientTest, AWriteThatFailsWithoutWordsNamesTheStatus) {
             "request failed (409)");
 }
 
+TEST_F(AgentClientTest, AnExplanationIsCut) {
+  agent_.answer("POST /api/roots", 409, R"({"error":")" + std::string(100'000, 'x') + R"("})");
+  const auto message = call<std::vector<SharedRoot>>(&AgentClient::addRoot, "/a", std::nullopt,
+                                                     std::vector<std::string>{})
+                           .error()
+                           .message;
+  EXPECT_TRUE(message.ends_with("x… [98000 bytes left out]")) << message.substr(1990);
+}
+
 TEST_F(AgentClientTest, AddingARootSendsNameAndServersOnlyWhenThereAreSome) {
   agent_.answer("POST /api/roots", 200, R"({"roots":[]})");
   call<std::vector<SharedRoot>>(&AgentClient::addRoot, "/a", std::string(),

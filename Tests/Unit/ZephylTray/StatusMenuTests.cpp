@@ -269,6 +269,32 @@ TEST(StatusMenu, ExceptionsKeepTheAgentsOrder) {
   EXPECT_EQ(exceptions[4].title, "/m");
 }
 
+TEST(StatusMenu, ListsFiftyExceptionsAtMost) {
+  auto state = answering();
+  auto& grants = state.agent.activity->escapeGrants;
+  for (int i = 0; i < 50; ++i) grants.push_back({.path = "/" + std::to_string(i)});
+  const auto exceptions = [&state] { return entry(menuOf(state), "exceptions")->submenu; };
+  EXPECT_EQ(exceptions().size(), 52U);
+  EXPECT_EQ(exceptions().back().title, "/49");
+  for (int i = 0; i < 5000; ++i) grants.push_back({.path = "/more/" + std::to_string(i)});
+  EXPECT_EQ(exceptions().size(), 53U);
+  EXPECT_EQ(exceptions()[51].title, "/49");
+  EXPECT_EQ(exceptions().back().title, "… and 5000 more");
+  EXPECT_FALSE(exceptions().back().enabled);
+  EXPECT_EQ(entry(menuOf(state), "exceptions")->title, "⚠️ Permanent exceptions (5050)");
+}
+
+TEST(StatusMenu, AnExceptionIsNamedWithinBoundsAndWithoutBlanks) {
+  auto state = answering();
+  const std::string name(100'000, 'x');
+  state.agent.activity->escapeGrants = {{.path = "ls\u2800      " + name, .grantedBy = name}};
+  const auto exception = entry(menuOf(state), "exceptions")->submenu.back();
+  EXPECT_TRUE(exception.title.starts_with("ls\\u2800␠×6xxx")) << exception.title;
+  EXPECT_TRUE(exception.title.ends_with(" bytes left out]")) << exception.title;
+  EXPECT_LT(exception.title.size(), 400U);
+  EXPECT_LT(exception.submenu[1].title.size(), 400U);
+}
+
 /// Every combination of what the updater shows.
 TEST(StatusMenu, UpdatesAreOfferedByAProgramThatUpdatesItself) {
   auto state = answering();
