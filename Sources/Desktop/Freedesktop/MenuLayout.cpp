@@ -1,6 +1,7 @@
 #include "Desktop/Freedesktop/MenuLayout.hpp"
 
 #include <algorithm>
+#include <string_view>
 #include <utility>
 
 namespace zephyl {
@@ -22,28 +23,48 @@ bool looksTheSame(const MenuEntry& before, const MenuEntry& now) {
   return before.title == now.title && before.dot == now.dot && before.enabled == now.enabled;
 }
 
-/// Finds the rows of an earlier layout again, each once; in order, it takes one look each.
+/// Finds the rows of an earlier layout again, each once. A row that follows the one found before
+/// is found by one comparison, any other by its key.
 class EarlierRows {
  public:
   explicit EarlierRows(const std::vector<MenuRow>& rows) : rows_(rows), taken_(rows.size()) {}
 
   const MenuRow* take(const MenuEntry& entry) {
-    for (std::size_t looked = 0; looked < rows_.size(); ++looked) {
-      const std::size_t i = (next_ + looked) % rows_.size();
-      if (taken_[i] || !sameRow(*rows_[i].entry, entry)) continue;
-      taken_[i] = true;
-      if (looked != 0) inOrder_ = false;
-      next_ = i + 1;
-      return &rows_[i];
-    }
-    return nullptr;
+    if (next_ < rows_.size() && isMatch(next_, entry)) return takeAt(next_);
+    makeIndex();
+    const auto [first, last] = byKey_.equal_range(entry.key);
+    const auto found = std::find_if(
+        first, last, [&](const auto& candidate) { return isMatch(candidate.second, entry); });
+    if (found == last) return nullptr;
+    inOrder_ = false;
+    const std::size_t index = found->second;
+    byKey_.erase(found);
+    return takeAt(index);
   }
   [[nodiscard]] bool inOrder() const { return inOrder_; }
 
  private:
+  [[nodiscard]] bool isMatch(std::size_t index, const MenuEntry& entry) const {
+    return !taken_[index] && sameRow(*rows_[index].entry, entry);
+  }
+
+  const MenuRow* takeAt(std::size_t index) {
+    taken_[index] = true;
+    next_ = index + 1;
+    return &rows_[index];
+  }
+
+  void makeIndex() {
+    if (std::exchange(hasIndex_, true)) return;
+    byKey_.reserve(rows_.size());
+    for (std::size_t i = 0; i < rows_.size(); ++i) byKey_.emplace(rows_[i].entry->key, i);
+  }
+
   const std::vector<MenuRow>& rows_;
   std::vector<bool> taken_;
+  std::unordered_multimap<std::string_view, std::size_t> byKey_;
   std::size_t next_ = 0;
+  bool hasIndex_ = false;
   bool inOrder_ = true;
 };
 

@@ -1,5 +1,9 @@
 #include "Desktop/Freedesktop/MenuLayout.hpp"
 
+#include <algorithm>
+#include <chrono>
+#include <string>
+
 #include <gtest/gtest.h>
 
 namespace zephyl {
@@ -131,6 +135,25 @@ TEST_F(MenuLayoutTest, TwoRowsWithOneKeyAreTwoRows) {
   EXPECT_NE(ids[0], ids[1]);
   EXPECT_NE(ids[1], ids[2]);
   EXPECT_NE(ids[0], ids[2]);
+}
+
+/// Comparing each row with each other one would take minutes.
+TEST_F(MenuLayoutTest, FindsManyRowsAgainInAnyOrder) {
+  Menu menu;
+  for (int i = 0; i < 20'000; ++i) {
+    menu.push_back(row("a key that all rows begin with/" + std::to_string(i), "R"));
+  }
+  set(menu);
+  auto before = topIds();
+  std::ranges::reverse(menu);
+  std::ranges::reverse(before);
+  const auto start = std::chrono::steady_clock::now();
+  EXPECT_TRUE(set(menu).structure);
+  EXPECT_EQ(topIds(), before);
+  for (auto& entry : menu) entry.key += "/new";
+  EXPECT_TRUE(set(menu).structure);
+  EXPECT_GT(topIds().front(), *std::ranges::max_element(before));
+  EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(2));
 }
 
 TEST_F(MenuLayoutTest, ListsAllIdsTheRootFirst) {
