@@ -93,6 +93,18 @@ TEST_F(ActivityStreamTest, JoinsACharacterThatArrivesInPieces) {
   EXPECT_EQ(received_[0].model->error, "é");
 }
 
+/// The same activity would be accepted as the answer to a poll.
+TEST_F(ActivityStreamTest, ALineMayBeAsLongAsAPollsAnswer) {
+  follow();
+  ASSERT_TRUE(opensAgain());
+  const std::string error(15UL << 20, 'x');
+  const auto model = R"(,"model":{"phase":"failed","downloadedBytes":0,"totalBytes":0,"error":")" +
+                     error + R"("})";
+  agent_.writeToStreams("data: " + test::activityJSON(true, model) + "\n\n");
+  ASSERT_TRUE(runtime_.runUntil([&] { return !received_.empty(); }));
+  EXPECT_EQ(received_[0].model->error, error);
+}
+
 TEST_F(ActivityStreamTest, OpensAgainTwoSecondsAfterTheEnd) {
   follow();
   ASSERT_TRUE(opensAgain());
