@@ -13,6 +13,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include "System/CoreDumps.hpp"
 #include "System/Guardian.hpp"
 #include "System/ProcessState.hpp"
 #include "System/Secret.hpp"
@@ -128,6 +129,7 @@ bool arrangeDescriptors(const StandardDescriptors& standard) {
 Failure runProgram(const Program& program) {
   resetSignals();
   restoreDescriptorLimit();
+  coreDumps::restore();
   if (program.tied ? !tie(program) : ::setsid() < 0) return {errno};
   if (!arrangeDescriptors(program.standard)) return {errno};
   if (program.directory != nullptr && ::chdir(program.directory) != 0) return {errno, true};

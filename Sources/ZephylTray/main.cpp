@@ -10,6 +10,7 @@
 
 #include "Desktop/Freedesktop/SingleInstance.hpp"
 #include "System/Bundle.hpp"
+#include "System/CoreDumps.hpp"
 #include "System/Environment.hpp"
 #include "System/Files.hpp"
 #include "System/Guardian.hpp"
@@ -132,6 +133,7 @@ Ending start(const CommandLine& commandLine, const std::string& activationToken,
 int becomeUpdated(char** arguments) {
   const std::string executable = Bundle::main().executable().value_or("");
   restoreDescriptorLimit();
+  coreDumps::restore();
   ::execv(executable.c_str(), arguments);
   log("could not restart: {}", systemError(executable, errno).message);
   return EXIT_FAILURE;
@@ -143,6 +145,7 @@ int becomeUpdated(char** arguments) {
 int main(int argc, char** argv) {
   using namespace zephyl;
   establishProcessState();
+  coreDumps::disable();
   Bundle::setMain(Bundle(Bundle::runningExecutable()));
   // Whoever started this program lets its first window come to the front; nobody else's.
   const std::string activationToken = environmentVariable("XDG_ACTIVATION_TOKEN").value_or("");

@@ -1,11 +1,15 @@
 """How the program is started: its options, and one tray for one base directory."""
 
+import os
+import pathlib
+import re
+import resource
 import signal
 import subprocess
 
 import pytest
 
-from support.tray import REPOSITORY, World
+from support.tray import REPOSITORY, World, command_name, descendants, eventually
 
 
 def run(world, *arguments):
@@ -69,6 +73,29 @@ def test_trays_of_two_base_directories_run_side_by_side(world, start_tray):
         start_tray().log_line("agent not reachable")
     finally:
         other.remove()
+
+
+def core_limit(pid):
+    """The soft limit of a process for core files, as the kernel writes it."""
+    limits = pathlib.Path(f"/proc/{pid}/limits").read_text()
+    return re.search(r"Max core file size +(\S+)", limits).group(1)
+
+
+def test_no_core_of_the_tray_is_dumped_and_its_children_have_their_limit(world, start_tray):
+    soft, hard = resource.getrlimit(resource.RLIMIT_CORE)
+    if hard == 0:
+        pytest.skip("no process may dump a core here")
+    resource.setrlimit(resource.RLIMIT_CORE, (hard, hard))
+    try:
+        world.use_agent_script("#!/bin/sh\nexec sleep 1000\n")
+        tray = start_tray()
+        tray.log_line("agent not reachable")
+        agent, = eventually(lambda: [pid for pid in descendants(tray.pid)
+                                     if command_name(pid) == "sleep"], what="the agent")
+        assert core_limit(tray.pid) == "0"
+        assert core_limit(agent) == core_limit(os.getpid()) != "0"
+    finally:
+        resource.setrlimit(resource.RLIMIT_CORE, (soft, hard))
 
 
 def test_an_unreadable_registry_is_told_and_kept(world, start_tray):
