@@ -38,6 +38,13 @@ struct Alert {
   };
   std::optional<TextField> textField;  ///< has the focus at first
   std::optional<Progress> progress;    ///< a bar below the texts, which the dialog's handle moves
+  /// Places in `buttons` of those that permit something. They can be pressed only after the whole
+  /// text has been on screen, and arrow keys never move the focus to them.
+  std::vector<std::size_t> permittingButtons;
+  /// Whether the alert answers something that the user has just done. Any other alert is shown
+  /// without taking the focus where the window system allows that, and ignores keys and clicks as
+  /// `InputGuard` says, also each time it becomes active.
+  bool requestedByUser = false;
 
   bool operator==(const Alert&) const = default;
 };
@@ -52,9 +59,10 @@ struct AlertAnswer {
 /// A log to be looked at.
 struct LogWindow {
   std::string title;
-  std::string message;    ///< what went wrong; empty when nothing did
-  std::string shownText;  ///< what is on screen
-  std::string fullText;   ///< what is copied
+  std::string message;           ///< what went wrong; empty when nothing did
+  std::string shownText;         ///< what is on screen
+  std::string fullText;          ///< what is copied
+  bool requestedByUser = false;  ///< as in `Alert`
 
   bool operator==(const LogWindow&) const = default;
 };
@@ -63,7 +71,7 @@ struct LogWindow {
 enum class LogWindowEvent { openInCursor, openInVSCode, openInTextEdit, closed };
 
 /// A dialog on screen, or on its way there. Destroying it closes the dialog, which is not answered
-/// any more then.
+/// afterwards.
 class Dialog {
  public:
   virtual ~Dialog() = default;
@@ -74,6 +82,10 @@ class Dialog {
   /// Moves the bar of an alert that has one; nothing for any other dialog, and for one that is not
   /// on screen any more. Each call is drawn, so there should be few in a second.
   virtual void showProgress(const Progress& /*progress*/) {}
+
+  /// Brings the dialog to the front, with the focus, because the user has just asked for it. Does
+  /// nothing where a dialog cannot be behind something else, and for one that is gone.
+  virtual void bringToFront() {}
 };
 
 /// Windows that ask the user or show something. Presenting returns at once; answers come later, on

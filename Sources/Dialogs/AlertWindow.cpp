@@ -1,6 +1,7 @@
 #include "Dialogs/AlertWindow.hpp"
 
 #include <QGuiApplication>
+#include <QKeyEvent>
 #include <QScreen>
 #include <QStyle>
 #include <algorithm>
@@ -34,11 +35,18 @@ WrappedText::Room roomFor(double shareOfHeight) {
           static_cast<int>(screen.height() * shareOfHeight)};
 }
 
+InputShield::Policy shieldingOf(const AlertRequest& request, bool unrequested) {
+  if (unrequested) return InputShield::Policy::always;
+  return request.permittingButtons ? InputShield::Policy::afterReturning
+                                   : InputShield::Policy::never;
+}
+
 }  // namespace
 
-AlertWindow::AlertWindow(Conversation& conversation, const AlertRequest& request)
-    : DialogWindow(conversation),
+AlertWindow::AlertWindow(Conversation& conversation, const AlertRequest& request, bool unrequested)
+    : DialogWindow(conversation, shieldingOf(request, unrequested)),
       safeButton_(request.safeButton),
+      permittingButtons_(request.permittingButtons.value_or(std::vector<std::int64_t>())),
       message_(plainText(request.messageText), messageFont(font()), roomFor(0.2)),
       information_(plainText(request.informativeText), font(), roomFor(0.4)) {
   setWindowTitle(QStringLiteral("Zephyl"));
@@ -60,6 +68,8 @@ AlertWindow::AlertWindow(Conversation& conversation, const AlertRequest& request
   addButtons(request.buttons);
   if (request.textField) addTextField(*request.textField);
   if (request.progress) addProgress(*request.progress);
+  if (!permittingButtons_.empty()) requireReading();
+  acceptInput(acceptsInput());
   resize(sizeHint());  // the toolkit's own choice would be cut on a small screen
 }
 
@@ -104,9 +114,59 @@ void AlertWindow::addButtons(const std::vector<std::string>& titles) {
   buttonRow_.setSpacing(spacing / 2);
   buttonRow_.addStretch();
   for (auto* const button : buttonsInOrder()) buttonRow_.addWidget(button);
-  layout_.addLayout(&buttonRow_, 5, 0, 1, 2);
+  layout_.addLayout(&buttonRow_, 6, 0, 1, 2);
   buttons_.front().setDefault(true);
   buttons_.front().setFocus();
+}
+
+void AlertWindow::requireReading() {
+  for (auto& button : buttons_) button.installEventFilter(this);
+  message_.onEndShown = information_.onEndShown = [this] { updateButtons(); };
+  if (!message_.scrolls() && !information_.scrolls()) return;
+  // It keeps its room when it goes, so that no button moves under the pointer.
+  auto policy = readingHint_.sizePolicy();
+  policy.setRetainSizeWhenHidden(true);
+  readingHint_.setSizePolicy(policy);
+  readingHint_.setWordWrap(true);
+  readingHint_.setText(QStringLiteral("Scroll to the end of the text before you allow this."));
+  layout_.addWidget(&readingHint_, 5, 1);
+}
+
+bool AlertWindow::wasRead() const {
+  return message_.endWasShown() && (information_.endWasShown() || information_.isHidden());
+}
+
+void AlertWindow::updateButtons() {
+  const bool read = wasRead();
+  for (std::size_t place = 0; place < buttons_.size(); ++place) {
+    const bool permits = std::ranges::find(permittingButtons_, static_cast<std::int64_t>(place)) !=
+                         permittingButtons_.end();
+    auto& button = buttons_[place];
+    button.setEnabled(acceptsInput() && (read || !permits));
+    if (!permits) continue;
+    button.setAccessibleDescription(read ? QString() : readingHint_.text());
+  }
+  if (read) readingHint_.hide();
+}
+
+void AlertWindow::acceptInput(bool accepts) {
+  updateButtons();
+  if (!accepts) return;
+  if (textField_.parentWidget() != nullptr) {
+    textField_.setFocus();
+  } else {
+    buttons_.front().setFocus();
+  }
+}
+
+/// Keys that would move the focus from one button to another scroll the text instead.
+bool AlertWindow::eventFilter(QObject* watched, QEvent* event) {
+  if (event->type() != QEvent::KeyPress || !watched->isWidgetType()) {
+    return DialogWindow::eventFilter(watched, event);
+  }
+  const int key = static_cast<const QKeyEvent*>(event)->key();
+  if (key == Qt::Key_Left || key == Qt::Key_Right) return true;
+  return information_.scrollBy(key) || DialogWindow::eventFilter(watched, event);
 }
 
 std::vector<QPushButton*> AlertWindow::buttonsInOrder() {

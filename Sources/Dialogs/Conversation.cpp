@@ -80,6 +80,7 @@ void Conversation::obey(const std::string& line) {
   if (!order) return;
   if (order->ping) report({.pong = order->ping});
   if (order->progress) orders_.progress(*order->progress);
+  if (order->bringToFront) orders_.bringToFront(*order->bringToFront);
   if (order->close) orders_.close();
 }
 

@@ -14,6 +14,7 @@ namespace zephyl {
 struct WindowOrders {
   std::function<void()> close;
   std::function<void(const ProgressValue&)> progress;
+  std::function<void(const BringToFrontOrder&)> bringToFront;
 };
 
 /// What is said between this program and the tray, on standard input and output. Main thread.

@@ -8,19 +8,27 @@
 
 namespace zephyl {
 
-DialogWindow::DialogWindow(Conversation& conversation) : conversation_(conversation) {
+DialogWindow::DialogWindow(Conversation& conversation, InputShield::Policy shielding)
+    : conversation_(conversation),
+      shield_(*this, shielding, [this](bool accepts) { acceptInput(accepts); }) {
   painted_.setSingleShot(true);
   connect(&painted_, &QTimer::timeout, this, [this] { report({.shown = true}); });
   ending_.setSingleShot(true);
   connect(&ending_, &QTimer::timeout, this, &QCoreApplication::quit);
 }
 
-void DialogWindow::present() {
-  (void)winId();  // so that it has a window to watch
+void DialogWindow::present(bool unrequested) {
+  setAttribute(Qt::WA_ShowWithoutActivating, unrequested);  // read when the window is created
+  (void)winId();
   windowHandle()->installEventFilter(this);
+  shield_.watch();
   show();
   raise();
-  activateWindow();
+  if (unrequested) {
+    QApplication::alert(this);
+  } else {
+    activateWindow();
+  }
   QAccessibleEvent announcement(this, QAccessible::Alert);
   QAccessible::updateAccessibility(&announcement);
 }
@@ -28,9 +36,27 @@ void DialogWindow::present() {
 bool DialogWindow::eventFilter(QObject* watched, QEvent* event) {
   if (event->type() == QEvent::Expose && !shown_ && windowHandle()->isExposed()) {
     shown_ = true;
+    shield_.exposed();
     painted_.start(0);  // what is exposed is painted first
   }
   return QDialog::eventFilter(watched, event);
+}
+
+void DialogWindow::changeEvent(QEvent* event) {
+  QDialog::changeEvent(event);
+  if (event->type() == QEvent::ActivationChange) shield_.activationChanged(isActiveWindow());
+}
+
+void DialogWindow::bringToFront(const std::string& activationToken) {
+  if (dismissed_) return;
+  // The toolkit reads the token when it asks for the activation.
+  if (!activationToken.empty()) {
+    qputenv("XDG_ACTIVATION_TOKEN", QByteArray::fromStdString(activationToken));
+  }
+  setAttribute(Qt::WA_ShowWithoutActivating, false);
+  setWindowState(windowState() & ~Qt::WindowMinimized);
+  raise();
+  activateWindow();
 }
 
 void DialogWindow::answer(const DialogReport& answer) {

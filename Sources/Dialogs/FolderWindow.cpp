@@ -14,7 +14,7 @@ constexpr QSize pickerSize{680, 460};
 }  // namespace
 
 FolderWindow::FolderWindow(Conversation& conversation, const FolderPickerRequest& request)
-    : DialogWindow(conversation) {
+    : DialogWindow(conversation, InputShield::Policy::never) {
   setWindowTitle(buttonText(request.prompt));
   setAccessibleDescription(plainText(request.message));
   message_.setTextFormat(Qt::PlainText);

@@ -6,6 +6,7 @@
 #include <algorithm>
 
 #include "Dialogs/Appearance.hpp"
+#include "System/Text.hpp"
 
 namespace zephyl {
 
@@ -39,9 +40,10 @@ QFont monospaced(double scale) {
 
 }  // namespace
 
-LogViewer::LogViewer(Conversation& conversation, const LogWindowRequest& request)
-    : DialogWindow(conversation),
-      fullText_(QString::fromStdString(request.fullText)),
+LogViewer::LogViewer(Conversation& conversation, const LogWindowRequest& request, bool unrequested)
+    : DialogWindow(conversation,
+                   unrequested ? InputShield::Policy::always : InputShield::Policy::never),
+      fullText_(QString::fromStdString(visibleLines(request.fullText))),
       message_(plainText(request.message), bold(font()),
                {contentWidth, maxMessageLines * fontMetrics().lineSpacing()}) {
   setWindowTitle(plainText(request.title));
@@ -51,12 +53,18 @@ LogViewer::LogViewer(Conversation& conversation, const LogWindowRequest& request
   if (!request.message.empty()) addMessage(request.message);
   makeLogScrollView(request.shownText);
   addButtons();
+  acceptInput(acceptsInput());
   const int missing = logHeight - log_.sizeHint().height();
   resize(logWindowSize.expandedTo(sizeHint() + QSize(0, missing)));
 }
 
 DialogReport LogViewer::safeAnswer() const {
   return {.logEvent = Event::closed};
+}
+
+void LogViewer::acceptInput(bool accepts) {
+  for (auto* const button : {&copy_, &open_, &close_}) button->setEnabled(accepts);
+  if (accepts) close_.setFocus();
 }
 
 void LogViewer::addMessage(const std::string& text) {

@@ -15,10 +15,11 @@ namespace zephyl {
 /// A log, perhaps with a message about what went wrong. Stays until it is closed.
 class LogViewer final : public DialogWindow {
  public:
-  LogViewer(Conversation& conversation, const LogWindowRequest& request);
+  LogViewer(Conversation& conversation, const LogWindowRequest& request, bool unrequested);
 
  private:
   [[nodiscard]] DialogReport safeAnswer() const override;
+  void acceptInput(bool accepts) override;
 
   void addMessage(const std::string& text);
   void makeLogScrollView(const std::string& text);

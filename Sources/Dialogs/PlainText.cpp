@@ -3,9 +3,12 @@
 #include <QFontMetrics>
 #include <QGuiApplication>
 #include <QMimeData>
+#include <QScrollBar>
 #include <QTextDocument>
+#include <QTimer>
 #include <algorithm>
 #include <cmath>
+#include <optional>
 
 #include "System/Text.hpp"
 
@@ -28,6 +31,10 @@ constexpr QChar escapePicture{0x241B};
 /// hundred thousand characters into lines, and no time for many that are this long.
 constexpr int maxWordCharacters = 512;
 
+/// How many marks may follow the last character of such a word. A longer run is divided as well: it
+/// takes the toolkit as long as a word of that many characters.
+constexpr int maxMarksAtEnd = 32;
+
 /// A place to break a line that shows nothing. No text from outside has any left.
 constexpr QChar breakHere{0x200B};
 
@@ -37,13 +44,33 @@ QString withLongWordsDivided(const QString& text) {
   int length = 0;
   for (const QChar character : text) {
     length = character.isSpace() ? 0 : length + 1;
-    if (length > maxWordCharacters && !character.isLowSurrogate() && !character.isMark()) {
+    const bool mayDivide = !character.isMark() || length > maxWordCharacters + maxMarksAtEnd;
+    if (length > maxWordCharacters && mayDivide && !character.isLowSurrogate()) {
       divided += breakHere;
       length = 1;
     }
     divided += character;
   }
   return divided;
+}
+
+std::optional<QAbstractSlider::SliderAction> scrollingOf(int key) {
+  switch (key) {
+    case Qt::Key_Up:
+      return QAbstractSlider::SliderSingleStepSub;
+    case Qt::Key_Down:
+      return QAbstractSlider::SliderSingleStepAdd;
+    case Qt::Key_PageUp:
+      return QAbstractSlider::SliderPageStepSub;
+    case Qt::Key_PageDown:
+      return QAbstractSlider::SliderPageStepAdd;
+    case Qt::Key_Home:
+      return QAbstractSlider::SliderToMinimum;
+    case Qt::Key_End:
+      return QAbstractSlider::SliderToMaximum;
+    default:
+      return std::nullopt;
+  }
 }
 
 bool canShowPictures() {
@@ -87,6 +114,7 @@ WrappedText::WrappedText(const QString& text, const QFont& font, Room room) {
   if (needed > room.maxHeight) {
     document()->setDocumentMargin(scrollingMargin);
     hint_ = {room.width, room.maxHeight};
+    scrolls_ = true;
     return;
   }
   setFrameShape(QFrame::NoFrame);
@@ -97,6 +125,21 @@ WrappedText::WrappedText(const QString& text, const QFont& font, Room room) {
 
 QSize WrappedText::minimumSizeHint() const {
   return {hint_.width() / 2, std::min(hint_.height(), 4 * fontMetrics().lineSpacing())};
+}
+
+bool WrappedText::scrollBy(int key) {
+  const auto action = scrollingOf(key);
+  if (action) verticalScrollBar()->triggerAction(*action);
+  return action.has_value();
+}
+
+void WrappedText::paintEvent(QPaintEvent* event) {
+  QTextEdit::paintEvent(event);
+  if (endWasShown_) return;
+  const double end = document()->size().height() - document()->documentMargin();
+  if (verticalScrollBar()->value() + viewport()->height() < std::floor(end)) return;
+  endWasShown_ = true;
+  if (onEndShown) QTimer::singleShot(0, this, [this] { onEndShown(); });
 }
 
 QMimeData* WrappedText::createMimeDataFromSelection() const {

@@ -3,6 +3,7 @@
 #include <QSize>
 #include <QString>
 #include <QTextEdit>
+#include <functional>
 #include <string>
 
 namespace zephyl {
@@ -26,7 +27,17 @@ class WrappedText final : public QTextEdit {
   [[nodiscard]] QSize sizeHint() const override { return hint_; }
   [[nodiscard]] QSize minimumSizeHint() const override;
 
+  /// Whether the text needs more room than it got, so that it has to be scrolled.
+  [[nodiscard]] bool scrolls() const { return scrolls_; }
+  /// Whether the end of the text has been on screen.
+  [[nodiscard]] bool endWasShown() const { return endWasShown_; }
+  /// Called once, when the end of the text has been on screen.
+  std::function<void()> onEndShown;
+  /// Scrolls if the key is one for scrolling, and returns whether it is.
+  bool scrollBy(int key);
+
  protected:
+  void paintEvent(QPaintEvent* event) override;
   /// What is copied is plain, too.
   [[nodiscard]] QMimeData* createMimeDataFromSelection() const override;
 
@@ -35,6 +46,8 @@ class WrappedText final : public QTextEdit {
   [[nodiscard]] int heightAt(int width) const;
 
   QSize hint_;
+  bool scrolls_ = false;
+  bool endWasShown_ = false;
 };
 
 }  // namespace zephyl

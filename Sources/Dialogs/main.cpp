@@ -17,6 +17,7 @@
 #include "Dialogs/Conversation.hpp"
 #include "Dialogs/FolderWindow.hpp"
 #include "Dialogs/LogViewer.hpp"
+#include "System/CoreDumps.hpp"
 
 namespace zephyl {
 
@@ -35,8 +36,12 @@ void preferWayland() {
 }
 
 std::unique_ptr<DialogWindow> windowFor(const DialogRequest& request, Conversation& conversation) {
-  if (request.alert) return std::make_unique<AlertWindow>(conversation, *request.alert);
-  if (request.logWindow) return std::make_unique<LogViewer>(conversation, *request.logWindow);
+  const bool unrequested = request.unrequested.value_or(false);
+  if (request.alert)
+    return std::make_unique<AlertWindow>(conversation, *request.alert, unrequested);
+  if (request.logWindow) {
+    return std::make_unique<LogViewer>(conversation, *request.logWindow, unrequested);
+  }
   return std::make_unique<FolderWindow>(conversation, *request.folderPicker);
 }
 
@@ -56,10 +61,12 @@ int run(int& argumentCount, char** arguments) {
     return 2;
   }
   const auto window = windowFor(*request, conversation);
-  window->present();
+  window->present(request->unrequested.value_or(false));
   conversation.follow(
       {.close = [&] { window->dismiss(); },
-       .progress = [&](const ProgressValue& progress) { window->showProgress(progress); }});
+       .progress = [&](const ProgressValue& progress) { window->showProgress(progress); },
+       .bringToFront =
+           [&](const BringToFrontOrder& order) { window->bringToFront(order.activationToken); }});
   return QApplication::exec();
 }
 
@@ -68,5 +75,6 @@ int run(int& argumentCount, char** arguments) {
 }  // namespace zephyl
 
 int main(int argumentCount, char** arguments) {
+  zephyl::coreDumps::disable();  // a typed key may be in its memory
   return zephyl::run(argumentCount, arguments);
 }

@@ -9,12 +9,15 @@ constexpr int phraseFieldWidth = 300;
 constexpr int inviteFieldWidth = 380;
 }  // namespace
 
-Alert approval(const PendingApproval& approval) {
+Alert approval(const PendingApproval& approval, bool requestedByUser) {
   return {.style = Alert::Style::critical,
           .messageText = "Allow access outside the shared folder?",
           .informativeText = approvalPromptText(approval),
           .buttons = {"Deny", "Allow once", "Always allow…"},
-          .safeButton = static_cast<std::size_t>(ApprovalButton::deny)};
+          .safeButton = static_cast<std::size_t>(ApprovalButton::deny),
+          .permittingButtons = {static_cast<std::size_t>(ApprovalButton::allowOnce),
+                                static_cast<std::size_t>(ApprovalButton::alwaysAllow)},
+          .requestedByUser = requestedByUser};
 }
 
 Alert alwaysAllowConfirmation(const PendingApproval& approval) {
@@ -24,13 +27,16 @@ Alert alwaysAllowConfirmation(const PendingApproval& approval) {
           .buttons = {"Cancel", "Create permanent exception"},
           .safeButton = static_cast<std::size_t>(ConfirmationButton::cancel),
           .textField = Alert::TextField{.placeholder = std::string(alwaysAllowPhrase),
-                                        .width = phraseFieldWidth}};
+                                        .width = phraseFieldWidth},
+          .permittingButtons = {static_cast<std::size_t>(ConfirmationButton::create)},
+          .requestedByUser = true};
 }
 
 Alert phraseDidNotMatch() {
   return {.messageText = "Confirmation phrase didn't match",
           .informativeText = "No permanent exception was created; the request was denied.",
-          .buttons = {"OK"}};
+          .buttons = {"OK"},
+          .requestedByUser = true};
 }
 
 Alert error(const std::string& description) {
@@ -48,12 +54,15 @@ Alert inviteKey() {
               "The key can only be used once and expires after 24 hours.",
           .buttons = {"Join", "Cancel"},
           .safeButton = static_cast<std::size_t>(InviteKeyButton::cancel),
-          .textField = Alert::TextField{.placeholder = "inv_v2_…", .width = inviteFieldWidth}};
+          .textField = Alert::TextField{.placeholder = "inv_v2_…", .width = inviteFieldWidth},
+          .requestedByUser = true};
 }
 
 Alert inviteKeyFailed(const std::string& message) {
-  return {
-      .messageText = "That invite key didn't work", .informativeText = message, .buttons = {"OK"}};
+  return {.messageText = "That invite key didn't work",
+          .informativeText = message,
+          .buttons = {"OK"},
+          .requestedByUser = true};
 }
 
 Alert connectFailed(const std::string& message) {

@@ -9,7 +9,7 @@
 namespace zephyl::alerts {
 
 /// Asks for the decision about a request that reaches outside a shared folder.
-Alert approval(const PendingApproval& approval);
+Alert approval(const PendingApproval& approval, bool requestedByUser);
 enum class ApprovalButton : std::size_t { deny, allowOnce, alwaysAllow };
 
 /// Asks for the phrase before a permanent exception is made.

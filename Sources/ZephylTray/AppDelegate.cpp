@@ -60,13 +60,14 @@ void AppDelegate::wireAgent() {
   agent_->onNonZeroExit =
       weakly([](AppDelegate& self, int status, const std::vector<std::string>& recentLog) {
         self.presentLogWindow(
-            "Agent Exited Unexpectedly",
-            fmt::format("The Zephyl agent didn't start cleanly — it exited with code {}.", status),
+            {.title = "Agent Exited Unexpectedly",
+             .message = fmt::format(
+                 "The Zephyl agent didn't start cleanly — it exited with code {}.", status)},
             recentLog);
       });
   agent_->onLaunchFailure = weakly([](AppDelegate& self, const std::string& message) {
-    self.presentLogWindow("Agent Failed to Start",
-                          "The Zephyl agent could not be started: " + message,
+    self.presentLogWindow({.title = "Agent Failed to Start",
+                           .message = "The Zephyl agent could not be started: " + message},
                           self.agent_->recentLog());
   });
 }

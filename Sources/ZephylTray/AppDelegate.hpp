@@ -147,7 +147,7 @@ class AppDelegate : public std::enable_shared_from_this<AppDelegate> {
   void processPendingApprovals(const std::vector<PendingApproval>& pending);
   void withdrawPromptUnlessPending(const std::vector<PendingApproval>& pending);
   void notify(const PendingApproval& approval);
-  void presentApproval(const PendingApproval& approval);
+  void presentApproval(const PendingApproval& approval, bool requestedByUser);
   void promptAlwaysAllowConfirmation(const PendingApproval& approval);
   void askAboutApproval(const Alert& alert, ApprovalAnswer answered);
   void decideApproval(const std::string& id, const std::string& decision);
@@ -156,13 +156,15 @@ class AppDelegate : public std::enable_shared_from_this<AppDelegate> {
   void reviewPendingApprovals();
   void reviewNotified(const std::string& id);
   void reviewApproval(const PendingApproval& approval);
+  /// Brings what is on screen about a request to the front. Returns whether a request is being
+  /// decided.
+  bool showCurrentApproval();
   void revokeEscapeGrant(const EscapeGrant& grant);
   /// `acknowledged` runs when the error is off the screen, however it went.
   void showError(const std::string& description, Task acknowledged = {});
 
   // Log windows (AppDelegateLogs.cpp)
-  void presentLogWindow(const std::string& title, const std::string& message,
-                        const std::vector<std::string>& log);
+  void presentLogWindow(LogWindow window, const std::vector<std::string>& log);
   void handle(LogWindowEvent event);
   void openLogIn(Editor editor);
   [[nodiscard]] std::optional<std::string> writeLogToTempFile() const;

@@ -32,7 +32,7 @@ void AppDelegate::processPendingApprovals(const std::vector<PendingApproval>& pe
   if (unseen == pending.end()) return;
   seenApprovalIds_.insert(unseen->id);
   notify(*unseen);
-  presentApproval(*unseen);
+  presentApproval(*unseen, /*requestedByUser=*/false);
 }
 
 /// A request that was answered elsewhere, or given up, is not asked about any longer.
@@ -50,11 +50,11 @@ void AppDelegate::notify(const PendingApproval& approval) {
                              .actionTitle = "Review…"});
 }
 
-void AppDelegate::presentApproval(const PendingApproval& approval) {
+void AppDelegate::presentApproval(const PendingApproval& approval, bool requestedByUser) {
   using Button = alerts::ApprovalButton;
   presentingApproval_ = true;
   promptedApprovalId_ = approval.id;
-  askAboutApproval(alerts::approval(approval),
+  askAboutApproval(alerts::approval(approval, requestedByUser),
                    [approval](AppDelegate& self, const AlertAnswer& answer) {
                      switch (static_cast<Button>(answer.button)) {
                        case Button::allowOnce:
@@ -122,13 +122,13 @@ void AppDelegate::goOnWithApprovals() {
 }
 
 void AppDelegate::reviewPendingApprovals() {
-  if (presentingApproval_ || !agentView_.activity) return;
+  if (showCurrentApproval() || !agentView_.activity) return;
   const auto& pending = agentView_.activity->pendingApprovals;
   if (!pending.empty()) reviewApproval(PendingApproval(pending.front()));
 }
 
 void AppDelegate::reviewNotified(const std::string& id) {
-  if (presentingApproval_ || !agentView_.activity) return;
+  if (showCurrentApproval() || !agentView_.activity) return;
   const auto& pending = agentView_.activity->pendingApprovals;
   const auto found = std::ranges::find(pending, id, &PendingApproval::id);
   if (found != pending.end()) reviewApproval(PendingApproval(*found));
@@ -136,7 +136,17 @@ void AppDelegate::reviewNotified(const std::string& id) {
 
 void AppDelegate::reviewApproval(const PendingApproval& approval) {
   seenApprovalIds_.insert(approval.id);
-  presentApproval(approval);
+  presentApproval(approval, /*requestedByUser=*/true);
+}
+
+bool AppDelegate::showCurrentApproval() {
+  if (!presentingApproval_) return false;
+  if (approvalDialog_) {
+    approvalDialog_->bringToFront();
+  } else if (errorDialog_) {
+    errorDialog_->bringToFront();  // the decision could not be sent
+  }
+  return true;
 }
 
 /// Without asking: what it takes away can be granted again.

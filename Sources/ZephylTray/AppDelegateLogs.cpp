@@ -3,21 +3,24 @@
 
 #include "System/Directories.hpp"
 #include "System/Files.hpp"
+#include "System/Text.hpp"
 #include "ZephylTray/AppDelegate.hpp"
 #include "ZephylTray/LogExcerpt.hpp"
 
 namespace zephyl {
 
-void AppDelegate::presentLogWindow(const std::string& title, const std::string& message,
-                                   const std::vector<std::string>& log) {
-  currentLogText_ = fmt::to_string(fmt::join(log, "\n"));
+/// Control characters stay in the ring, and in nothing that leaves it: neither the window, nor the
+/// clipboard, nor the file.
+void AppDelegate::presentLogWindow(LogWindow window, const std::vector<std::string>& log) {
+  std::vector<std::string> lines;
+  lines.reserve(log.size());
+  for (const auto& line : log) lines.push_back(visible(line));
+  currentLogText_ = fmt::to_string(fmt::join(lines, "\n"));
   logWindow_.reset();
+  window.shownText = logExcerpt(log);
+  window.fullText = currentLogText_;
   logWindow_ = dialogs_.presentLogWindow(
-      {.title = title,
-       .message = message,
-       .shownText = logExcerpt(log),
-       .fullText = currentLogText_},
-      weakly([](AppDelegate& self, LogWindowEvent event) { self.handle(event); }));
+      window, weakly([](AppDelegate& self, LogWindowEvent event) { self.handle(event); }));
 }
 
 void AppDelegate::handle(LogWindowEvent event) {

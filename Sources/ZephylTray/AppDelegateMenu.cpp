@@ -113,6 +113,7 @@ void AppDelegate::chooseRedeemInvite(const std::string&) {
 }
 
 void AppDelegate::promptForInviteKey() {
+  if (inviteDialog_) return inviteDialog_->bringToFront();
   inviteDialog_ = dialogs_.presentAlert(
       alerts::inviteKey(), weakly([](AppDelegate& self, std::optional<AlertAnswer> answer) {
         using Button = alerts::InviteKeyButton;
@@ -159,7 +160,7 @@ void AppDelegate::chooseRemoveServer(const std::string& id) {
 }
 
 void AppDelegate::chooseTailnetLogs(const std::string&) {
-  presentLogWindow("Tailnet Logs", "", tailnet_->recentLog());
+  presentLogWindow({.title = "Tailnet Logs", .requestedByUser = true}, tailnet_->recentLog());
 }
 
 void AppDelegate::chooseRestartTailnet(const std::string&) {

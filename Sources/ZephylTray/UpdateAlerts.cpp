@@ -57,7 +57,8 @@ Alert updateFoundElsewhere(const UpdateOffer& offer, const std::string& currentV
       .style = Alert::Style::information,
       .messageText = "A new version of Zephyl is available!",
       .informativeText = availability(offer, currentVersion) + "\n\n" + obstacle + notesOf(offer),
-      .buttons = {"OK"}};
+      .buttons = {"OK"},
+      .requestedByUser = true};
 }
 
 Alert updateDownloading(const UpdateOffer& offer) {
@@ -67,7 +68,8 @@ Alert updateDownloading(const UpdateOffer& offer) {
               "The update is verified, and installed when the agent is idle. "
               "Zephyl then restarts by itself.",
           .buttons = {"Cancel"},
-          .progress = downloadProgress({.received = 0, .total = offer.length})};
+          .progress = downloadProgress({.received = 0, .total = offer.length}),
+          .requestedByUser = true};
 }
 
 Progress downloadProgress(const UpdateProgress& progress) {
@@ -85,13 +87,15 @@ Alert upToDate(const std::string& currentVersion) {
           .messageText = "You’re up to date!",
           .informativeText =
               fmt::format("Zephyl {} is currently the newest version available.", currentVersion),
-          .buttons = {"OK"}};
+          .buttons = {"OK"},
+          .requestedByUser = true};
 }
 
 Alert updateFailed(const std::string& message) {
   return {.messageText = "Update Error!",
           .informativeText = message + "\n\nNothing has been changed.",
-          .buttons = {"OK"}};
+          .buttons = {"OK"},
+          .requestedByUser = true};
 }
 
 Alert updateTakenBack(const std::string& failedVersion, const std::string& currentVersion) {

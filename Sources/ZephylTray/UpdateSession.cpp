@@ -93,9 +93,10 @@ void UpdateSession::show() {
     delegate.willHandleShowingUpdate(true, item(), {.userInitiated = isUserInitiated()});
   });
   if (obstacle_) return explainObstacle();
+  Alert alert = alerts::updateFound(offer_, Updater::currentVersion());
+  alert.requestedByUser = isUserInitiated();
   dialog_ = dialogs_.presentAlert(
-      alerts::updateFound(offer_, Updater::currentVersion()),
-      weakly([](UpdateSession& self, const std::optional<AlertAnswer>& answer) {
+      alert, weakly([](UpdateSession& self, const std::optional<AlertAnswer>& answer) {
         self.choose(answer);
       }));
 }

@@ -93,24 +93,20 @@ def windows(tray):
 
 
 class Prompt:
-    """The window that is on screen."""
+    """The window that is on screen, as soon as it has the focus and accepts input. The user goes to
+    one that nobody requested."""
 
-    def __init__(self, screen, tray, other_than=()):
+    def __init__(self, screen, tray, other_than=(), requested=False):
         self.screen = screen
         self.pid = eventually(lambda: next(
             (pid for pid in windows(tray) if pid not in other_than), None), what="a window")
+        if not requested:
+            screen.activate(self.pid)
         eventually(self._has_focus, what="the focus")
-        looks = []
-        eventually(lambda: self._at_rest(looks), what="a window that is drawn")
-
-    def _at_rest(self, looks):
-        looks.append(self.screen.picture().pixels)
-        return len(looks) > 3 and len(set(looks[-4:])) == 1
+        screen.accepting(self.pid)
 
     def _has_focus(self):
-        active = subprocess.run(["xdotool", "getwindowfocus", "getwindowpid"],
-                                env=self.screen.environment, capture_output=True, text=True)
-        return active.stdout.strip() == str(self.pid)
+        return self.screen.active_process() == self.pid
 
     def press(self, *keys):
         self.screen.press(*keys)
@@ -136,7 +132,7 @@ def test_the_phrase_makes_an_exception_that_the_menu_revokes(screen, watcher, wo
     agent.raise_request("cat /etc/passwd")
     prompt = Prompt(screen, tray)
     prompt.press("Tab", "Tab", "space")
-    confirmation = Prompt(screen, tray, [prompt.pid])
+    confirmation = Prompt(screen, tray, [prompt.pid], requested=True)
     screen.type(typed)
     confirmation.press("Tab", "Tab", "space")
     eventually(lambda: agent.grants() == ["cat /etc/passwd"], what="an exception")
@@ -149,10 +145,10 @@ def test_another_phrase_denies_and_says_so(screen, tray, agent):
     identifier = agent.raise_request("cat /etc/passwd")
     prompt = Prompt(screen, tray)
     prompt.press("Tab", "Tab", "space")
-    confirmation = Prompt(screen, tray, [prompt.pid])
+    confirmation = Prompt(screen, tray, [prompt.pid], requested=True)
     screen.type("always allow")
     confirmation.press("Tab", "Tab", "space")
-    refusal = Prompt(screen, tray, [prompt.pid, confirmation.pid])
+    refusal = Prompt(screen, tray, [prompt.pid, confirmation.pid], requested=True)
     assert agent.state(identifier) == "pending"
     refusal.press("Return")
     eventually(lambda: agent.state(identifier) == "denied")
@@ -209,7 +205,7 @@ def test_what_nobody_saw_is_not_denied_and_waits_for_the_menu(screen, watcher, w
     whole.rename(world.dialogs)
     eventually(lambda: "⚠️ 1 request needs your approval…" in outline(item.layout()))
     item.event(item.find("⚠️ 1 request needs your approval…"), "clicked")
-    Prompt(screen, tray).press("Return")
+    Prompt(screen, tray, requested=True).press("Return")
     eventually(lambda: agent.state(identifier) == "denied")
 
 
@@ -231,7 +227,7 @@ def test_a_notification_leads_to_its_request_and_goes_with_it(screen, world, sta
     assert posted["hints"]["desktop-entry"] == "com.zephyl.tray"
     server.say("ActivationToken", "(us)", posted["id"], "token-9")
     server.say("ActionInvoked", "(us)", posted["id"], "show")
-    prompt = Prompt(screen, tray)
+    prompt = Prompt(screen, tray, requested=True)
     environment = pathlib.Path(f"/proc/{prompt.pid}/environ").read_bytes().split(b"\0")
     assert b"XDG_ACTIVATION_TOKEN=token-9" in environment
     prompt.press("Return")

@@ -5,32 +5,9 @@ import subprocess
 
 import pytest
 
-from support.dialogs import HEIGHT, PROGRAM, WIDTH, Screen, WaylandScreen, Window
+from support.dialogs import (APPROVAL, CONFIRMATION, ERROR, HEIGHT, INVITE, PROGRAM, WIDTH, Screen,
+                             WaylandScreen, Window)
 from support.tray import eventually, is_alive
-
-APPROVAL = {
-    "style": "critical", "messageText": "Allow access outside the shared folder?",
-    "informativeText": "Ana — in “Release prep”\nasked the agent to run: shell\n\n"
-                       "Command:\ncat /home/ana/.ssh/id_ed25519\n\n"
-                       "Why this is being flagged:\n  • It reads a credential\n\n"
-                       "Shared folder: /home/ana/project",
-    "buttons": ["Deny", "Allow once", "Always allow…"], "safeButton": 0}
-CONFIRMATION = {
-    "style": "critical", "messageText": "⚠️ Create a permanent exception?",
-    "informativeText": "This permanently allows:\n\n/etc/passwd\n\nType ALWAYS ALLOW below to confirm:",
-    "buttons": ["Cancel", "Create permanent exception"], "safeButton": 0,
-    "textField": {"placeholder": "ALWAYS ALLOW", "width": 300}}
-INVITE = {
-    "style": "question", "messageText": "Join the Zephyl Tailnet",
-    "informativeText": "Paste the invite key you were sent. It looks like:\n\n"
-                       "  inv_v2_<fingerprint>_<key>\n\n"
-                       "The key can only be used once and expires after 24 hours.",
-    "buttons": ["Join", "Cancel"], "safeButton": 1,
-    "textField": {"placeholder": "inv_v2_…", "width": 380}}
-ERROR = {
-    "style": "warning", "messageText": "Couldn't update shared folders",
-    "informativeText": "The agent answered with status 500.", "buttons": ["OK"], "safeButton": 0}
-
 
 @pytest.fixture(scope="module")
 def screen():

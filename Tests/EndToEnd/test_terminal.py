@@ -132,7 +132,7 @@ def test_the_tour_of_the_readme(sandbox, open_terminal):
     terminal.press("w")
     written = re.search(r"Written to (\S+)", terminal.see("Written to ")).group(1)
     assert "=== Server 1 ===" in pathlib.Path(written).read_text()
-    time.sleep(0.5)  # what has just appeared is not closed by a key that was meant for the menu
+    terminal.see("Esc close")  # from now on it can be closed
     terminal.press("Escape")
     terminal.see("Open Zephyl")
     terminal.press("l")
@@ -334,7 +334,6 @@ def test_the_mouse_opens_and_answers(with_agent, open_terminal):
     terminal.click("Server 1")
     terminal.see("Restart Tailnet")
     request = raise_request(with_agent, "cat /etc/passwd")
-    terminal.see("[ Allow once ]")
-    time.sleep(0.5)
+    terminal.see("[›Deny ]", "[ Allow once ]")
     terminal.click("Allow once")
     eventually(lambda: state_of(with_agent, request) == "approved")

@@ -19,6 +19,7 @@ class FakeDialogs final : public Dialogs {
   struct OpenAlert {
     Alert alert;
     std::function<void(std::optional<AlertAnswer>)> answer;
+    int timesBroughtToFront = 0;
   };
   struct OpenLogWindow {
     LogWindow window;
@@ -65,6 +66,9 @@ class FakeDialogs final : public Dialogs {
     tell(event);
   }
 
+  /// How often the user was led to the newest alert.
+  [[nodiscard]] int timesBroughtToFront() const { return alerts_.back()->timesBroughtToFront; }
+
   std::vector<FolderRequest> folderRequests;
   /// Answers the oldest question for a folder that is on screen.
   void folderAnswer(const Result<std::optional<std::string>>& answer) {
@@ -93,6 +97,12 @@ class FakeDialogs final : public Dialogs {
     void showProgress(const Progress& progress) override {
       if constexpr (std::is_same_v<T, OpenAlert>) {
         if (shown_) shown_->alert.progress = progress;
+      }
+    }
+
+    void bringToFront() override {
+      if constexpr (std::is_same_v<T, OpenAlert>) {
+        if (shown_) ++shown_->timesBroughtToFront;
       }
     }
 

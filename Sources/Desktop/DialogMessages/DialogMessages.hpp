@@ -51,6 +51,7 @@ struct AlertRequest {
   std::string informativeText;
   std::vector<std::string> buttons;
   std::int64_t safeButton = 0;
+  std::optional<std::vector<std::int64_t>> permittingButtons;
   std::optional<AlertTextField> textField;
   std::optional<ProgressValue> progress;
 
@@ -61,6 +62,7 @@ struct AlertRequest {
     fields("informativeText", self.informativeText);
     fields("buttons", self.buttons);
     fields("safeButton", self.safeButton);
+    fields("permittingButtons", self.permittingButtons);
     fields("textField", self.textField);
     fields("progress", self.progress);
   }
@@ -98,17 +100,30 @@ struct LogWindowRequest {
   }
 };
 
-/// What to show: exactly one of these.
+/// What to show: exactly one of the first three.
 struct DialogRequest {
   std::optional<AlertRequest> alert;
   std::optional<FolderPickerRequest> folderPicker;
   std::optional<LogWindowRequest> logWindow;
+  /// True if the user did not ask for the window: see `Alert::requestedByUser`.
+  std::optional<bool> unrequested;
 
   template <typename Self, typename Fields>
   static void describe(Self& self, Fields& fields) {
     fields("alert", self.alert);
     fields("folderPicker", self.folderPicker);
     fields("logWindow", self.logWindow);
+    fields("unrequested", self.unrequested);
+  }
+};
+
+/// The user has asked for the window.
+struct BringToFrontOrder {
+  std::string activationToken;  ///< permits the window to take the focus; may be empty
+
+  template <typename Self, typename Fields>
+  static void describe(Self& self, Fields& fields) {
+    fields("activationToken", self.activationToken);
   }
 };
 
@@ -117,12 +132,14 @@ struct DialogOrder {
   std::optional<std::int64_t> ping;       ///< to be answered at once with a pong of the same number
   std::optional<bool> close;              ///< without an answer
   std::optional<ProgressValue> progress;  ///< how far it is now, for an alert with a bar
+  std::optional<BringToFrontOrder> bringToFront;
 
   template <typename Self, typename Fields>
   static void describe(Self& self, Fields& fields) {
     fields("ping", self.ping);
     fields("close", self.close);
     fields("progress", self.progress);
+    fields("bringToFront", self.bringToFront);
   }
 };
 

@@ -26,10 +26,11 @@ ProgressValue valueOf(const Progress& progress) {
   return {progress.fraction, carried(progress.text)};
 }
 
-/// Takes its window along when it goes.
+/// Closes its window when it is destroyed.
 class RunHandle final : public Dialog {
  public:
-  explicit RunHandle(std::shared_ptr<DialogRun> run) : run_(std::move(run)) {}
+  RunHandle(std::shared_ptr<DialogRun> run, DialogHelper::TakeToken takeActivationToken)
+      : run_(std::move(run)), takeActivationToken_(std::move(takeActivationToken)) {}
   ~RunHandle() override { run_->close(); }
   RunHandle(const RunHandle&) = delete;
   RunHandle& operator=(const RunHandle&) = delete;
@@ -38,8 +39,14 @@ class RunHandle final : public Dialog {
     run_->order({.progress = valueOf(progress)});
   }
 
+  void bringToFront() override {
+    run_->order({.bringToFront = BringToFrontOrder{
+                     .activationToken = takeActivationToken_ ? takeActivationToken_() : ""}});
+  }
+
  private:
   const std::shared_ptr<DialogRun> run_;
+  const DialogHelper::TakeToken takeActivationToken_;
 };
 
 AlertRequest::Style styleOf(Alert::Style style) {
@@ -64,11 +71,20 @@ AlertRequest requestFor(const Alert& alert) {
       .safeButton = static_cast<std::int64_t>(alert.safeButton),
   };
   for (const auto& button : alert.buttons) request.buttons.push_back(carried(button));
+  if (!alert.permittingButtons.empty()) {
+    request.permittingButtons.emplace(alert.permittingButtons.begin(),
+                                      alert.permittingButtons.end());
+  }
   if (alert.textField) {
     request.textField = {carried(alert.textField->placeholder), alert.textField->width};
   }
   if (alert.progress) request.progress = valueOf(*alert.progress);
   return request;
+}
+
+/// A field that is present only if it is true.
+std::optional<bool> unless(bool condition) {
+  return condition ? std::nullopt : std::optional(true);
 }
 
 LogWindowEvent eventOf(DialogReport::LogEvent event) {
@@ -101,7 +117,8 @@ Dialogs::Handle DialogHelper::presentAlert(const Alert& alert,
     done(wasShown ? std::optional(AlertAnswer{.button = safe}) : std::nullopt);
   };
   auto run = std::make_shared<DialogRun>(mainLoop_, clock_, launcher_, std::move(owner));
-  return start(std::move(run), {.alert = requestFor(alert)});
+  return start(std::move(run),
+               {.alert = requestFor(alert), .unrequested = unless(alert.requestedByUser)});
 }
 
 Dialogs::Handle DialogHelper::chooseFolder(
@@ -135,14 +152,17 @@ Dialogs::Handle DialogHelper::presentLogWindow(const LogWindow& window,
     tell(LogWindowEvent::closed);
   };
   auto run = std::make_shared<DialogRun>(mainLoop_, clock_, launcher_, std::move(owner));
-  return start(std::move(run), {.logWindow = LogWindowRequest{
-                                    carried(window.title), carried(window.message),
-                                    carried(window.shownText), carried(window.fullText)}});
+  return start(std::move(run),
+               {.logWindow = LogWindowRequest{carried(window.title), carried(window.message),
+                                              carried(window.shownText), carried(window.fullText)},
+                .unrequested = unless(window.requestedByUser)});
 }
 
 Dialogs::Handle DialogHelper::start(std::shared_ptr<DialogRun> run, const DialogRequest& request) {
-  run->start(program_, request, takeActivationToken_ ? takeActivationToken_() : "");
-  return std::make_unique<RunHandle>(std::move(run));
+  // A token belongs to what the user did, which has nothing to do with an unrequested window.
+  const bool usesToken = takeActivationToken_ && !request.unrequested;
+  run->start(program_, request, usesToken ? takeActivationToken_() : "");
+  return std::make_unique<RunHandle>(std::move(run), takeActivationToken_);
 }
 
 std::string dialogsProgram(const Bundle& bundle) {

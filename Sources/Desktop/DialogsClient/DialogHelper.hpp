@@ -23,7 +23,9 @@ struct DialogRequest;
 /// with its safe button. A folder question is answered with the reason, or as cancelled.
 class DialogHelper final : public Dialogs {
  public:
-  /// Takes the token with which the next window may come to the front; empty when there is none.
+  /// Returns and forgets the token that permits the window of the user's latest action to come to
+  /// the front; empty if there is no such token. Not called for a window that the user did not
+  /// request.
   using TakeToken = std::function<std::string()>;
 
   /// The first three outlive it.

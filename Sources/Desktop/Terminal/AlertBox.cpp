@@ -55,14 +55,15 @@ std::optional<AlertAnswer> AlertBox::handle(const Key& key, bool mayAnswer) {
     return mayAnswer ? std::optional(answer(alert_.safeButton)) : std::nullopt;
   }
   if (key.kind == Kind::enter || (key.is(" ") && !fieldHasFocus())) {
-    return mayAnswer ? std::optional(answer(fieldHasFocus() ? 0 : focus_)) : std::nullopt;
+    const std::size_t button = fieldHasFocus() ? 0 : focus_;
+    return mayAnswer && isEnabled(button) ? std::optional(answer(button)) : std::nullopt;
   }
   if (key.kind == Kind::press) return handlePress(key, mayAnswer);
   if (fieldHasFocus() && field_.handle(key)) return std::nullopt;
   if (key.kind == Kind::tab || key.kind == Kind::right) {
-    moveFocus(true);
+    moveFocus(true, key.kind == Kind::right);
   } else if (key.kind == Kind::backTab || key.kind == Kind::left) {
-    moveFocus(false);
+    moveFocus(false, key.kind == Kind::left);
   } else {
     text_.handle(key);
   }
@@ -71,13 +72,30 @@ std::optional<AlertAnswer> AlertBox::handle(const Key& key, bool mayAnswer) {
 
 std::optional<AlertAnswer> AlertBox::handlePress(const Key& key, bool mayAnswer) {
   for (std::size_t index = 0; index < buttonAreas_.size(); ++index) {
-    if (mayAnswer && buttonAreas_[index].contains(key.row, key.column)) return answer(index);
+    const bool isHit = buttonAreas_[index].contains(key.row, key.column);
+    if (mayAnswer && isHit && isEnabled(index)) return answer(index);
   }
   return std::nullopt;
 }
 
-void AlertBox::moveFocus(bool forwards) {
-  focus_ = (focus_ + (forwards ? 1 : stops() - 1)) % stops();
+/// The stop that has the focus is the last candidate, so that the search ends.
+void AlertBox::moveFocus(bool forwards, bool withArrow) {
+  const auto mayHaveFocus = [&](std::size_t stop) {
+    return !permits(stop) || (!withArrow && isEnabled(stop));
+  };
+  std::size_t stop = focus_;
+  do {
+    stop = (stop + (forwards ? 1 : stops() - 1)) % stops();
+  } while (stop != focus_ && !mayHaveFocus(stop));
+  focus_ = stop;
+}
+
+bool AlertBox::permits(std::size_t button) const {
+  return std::ranges::find(alert_.permittingButtons, button) != alert_.permittingButtons.end();
+}
+
+bool AlertBox::isEnabled(std::size_t button) const {
+  return !permits(button) || (messageWasDrawn_ && text_.endWasDrawn());
 }
 
 /// In one row where they fit, below each other otherwise; relative to the box's inside.
@@ -114,15 +132,13 @@ AlertBox::Layout AlertBox::layOut(ScreenSize size) {
   return layout;
 }
 
-void AlertBox::draw(Canvas& canvas) {
+void AlertBox::draw(Canvas& canvas, bool mayAnswer) {
   const auto layout = layOut(canvas.size());
   drawFrame(canvas, layout.box);
   const Area inside{layout.box.row + 1, layout.box.column + 2, layout.box.rows - 2,
                     layout.box.columns - 4};
-  int row = inside.row;
-  for (const auto& line : layout.message) canvas.put(row++, inside.column, line, {.bold = true});
-  text_.draw(canvas, {row + layout.gap, inside.column, layout.textRows, inside.columns});
-  row += layout.textRows + 2 * layout.gap;
+  drawText(canvas, inside, layout);
+  int row = inside.row + static_cast<int>(layout.message.size()) + layout.textRows + 2 * layout.gap;
   if (alert_.textField) {
     drawField(canvas, inside, row);
     row += 2;
@@ -131,7 +147,28 @@ void AlertBox::draw(Canvas& canvas) {
   drawButtons(canvas,
               {inside.row + inside.rows - layout.buttonRows, inside.column, layout.buttonRows,
                inside.columns},
-              layout.buttons);
+              layout.buttons, mayAnswer);
+  drawHint(canvas, layout.box);
+}
+
+/// Where the screen is low, field, bar and buttons take rows of the text, which then does not count
+/// as shown.
+void AlertBox::drawText(Canvas& canvas, const Area& inside, const Layout& layout) {
+  int row = inside.row;
+  for (const auto& line : layout.message) canvas.put(row++, inside.column, line, {.bold = true});
+  const int others = layout.buttonRows + (alert_.textField ? 2 : 0) + (alert_.progress ? 2 : 0);
+  const int free = inside.row + inside.rows - others;  // the first row that is not the text's
+  messageWasDrawn_ = messageWasDrawn_ || row <= free;
+  row += layout.gap;
+  const int covered = std::clamp(row + layout.textRows - free, 0, layout.textRows);
+  text_.draw(canvas, {row, inside.column, layout.textRows, inside.columns}, covered);
+}
+
+void AlertBox::drawHint(Canvas& canvas, const Area& box) const {
+  if (alert_.permittingButtons.empty() || isEnabled(alert_.permittingButtons.front())) return;
+  const std::string hint = displayText::shown(" Scroll to the end (↓) to allow ", look_);
+  canvas.put(box.row + box.rows - 1, box.column + 2, displayText::cut(hint, box.columns - 4, look_),
+             {.bold = true});
 }
 
 void AlertBox::drawFrame(Canvas& canvas, const Area& box) const {
@@ -167,7 +204,8 @@ void AlertBox::drawProgress(Canvas& canvas, const Area& row) const {
   canvas.putWithin(row.row, row.column + words, row.columns - words, progress.text);
 }
 
-void AlertBox::drawButtons(Canvas& canvas, const Area& inside, const std::vector<Area>& places) {
+void AlertBox::drawButtons(Canvas& canvas, const Area& inside, const std::vector<Area>& places,
+                           bool mayAnswer) {
   buttonAreas_ = places;
   canvas.clear(inside);  // where it is low, something else stands here
   for (std::size_t index = 0; index < places.size(); ++index) {
@@ -176,11 +214,13 @@ void AlertBox::drawButtons(Canvas& canvas, const Area& inside, const std::vector
     area.column += inside.column;
     area.columns = std::min(area.columns, inside.columns);
     // With the focus in the text field, the first button is what Enter means.
-    const bool chosen = focus_ == index || (fieldHasFocus() && index == 0);
+    const bool chosen = mayAnswer && (focus_ == index || (fieldHasFocus() && index == 0));
     const auto title =
         displayText::cut(alert_.buttons[index], area.columns - brackets, canvas.look());
     canvas.put(area.row, area.column, buttonLabel(title, chosen, canvas.look()),
-               {.bold = chosen, .reverse = focus_ == index});
+               {.bold = chosen,
+                .dim = !mayAnswer || !isEnabled(index),
+                .reverse = mayAnswer && focus_ == index});
   }
 }
 

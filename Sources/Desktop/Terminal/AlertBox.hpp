@@ -14,8 +14,9 @@
 namespace zephyl {
 
 /// An alert as a box in the middle of the screen. The first button is chosen at first; while the
-/// text field has the focus, Enter means the first button as well. Escape means the safe one.
-/// Pure.
+/// text field has the focus, Enter means the first button as well. Escape means the safe one. Where
+/// the box shows that it takes no answer, no button is marked as chosen; a button that cannot be
+/// pressed is dim. Pure.
 class AlertBox {
  public:
   AlertBox(Alert alert, const Look& look);
@@ -25,10 +26,12 @@ class AlertBox {
   /// Moves the bar of an alert that has one.
   void showProgress(const Progress& progress);
 
-  /// The user's answer, once there is one. Unless `mayAnswer`, keys that would give one do
+  /// Returns the user's answer, once there is one. Unless `mayAnswer`, keys that would give one do
   /// nothing: the user may have meant what was on screen before.
   std::optional<AlertAnswer> handle(const Key& key, bool mayAnswer = true);
-  void draw(Canvas& canvas);
+  /// `mayAnswer`: as in `handle`.
+  void draw(Canvas& canvas, bool mayAnswer = true);
+  [[nodiscard]] bool isRequestedByUser() const { return alert_.requestedByUser; }
 
  private:
   struct Layout {
@@ -46,11 +49,18 @@ class AlertBox {
   }
   [[nodiscard]] AlertAnswer answer(std::size_t button) const { return {button, field_.text()}; }
   [[nodiscard]] std::optional<AlertAnswer> handlePress(const Key& key, bool mayAnswer);
-  void moveFocus(bool forwards);
+  void moveFocus(bool forwards, bool withArrow);
+  [[nodiscard]] bool permits(std::size_t button) const;
+  /// Whether the button may be pressed: it permits nothing, or the text has been on screen.
+  [[nodiscard]] bool isEnabled(std::size_t button) const;
   [[nodiscard]] std::vector<Area> placeButtons(int columns) const;
   [[nodiscard]] Layout layOut(ScreenSize size);
   void drawFrame(Canvas& canvas, const Area& box) const;
-  void drawButtons(Canvas& canvas, const Area& inside, const std::vector<Area>& places);
+  void drawText(Canvas& canvas, const Area& inside, const Layout& layout);
+  /// On the frame: what has to be done before the alert can be answered.
+  void drawHint(Canvas& canvas, const Area& box) const;
+  void drawButtons(Canvas& canvas, const Area& inside, const std::vector<Area>& places,
+                   bool mayAnswer);
   void drawField(Canvas& canvas, const Area& inside, int row) const;
   void drawProgress(Canvas& canvas, const Area& row) const;
 
@@ -58,6 +68,7 @@ class AlertBox {
   Alert alert_;
   TextField field_;
   ScrollingText text_;
+  bool messageWasDrawn_ = false;
   std::size_t focus_ = 0;          // a button's place, or one more for the text field
   std::vector<Area> buttonAreas_;  // on screen
 };

@@ -3,6 +3,7 @@
 #include <utility>
 
 #include "System/Secret.hpp"
+#include "System/Text.hpp"
 
 namespace zephyl {
 
@@ -57,6 +58,11 @@ std::optional<BoxStack::Number> BoxStack::top() const {
   return std::nullopt;
 }
 
+bool BoxStack::topIsRequestedByUser() const {
+  if (hasAlert()) return alerts_.front().box.isRequestedByUser();
+  return logs_.back().window.requestedByUser;
+}
+
 void BoxStack::handle(const Key& key, bool mayAnswer,
                       const std::function<void(const std::string&)>& copy) {
   if (hasAlert()) {
@@ -80,7 +86,7 @@ void BoxStack::handleLog(const Key& key, bool mayAnswer,
   auto& log = logs_.back();
   switch (log.box.handle(key, mayAnswer)) {
     case LogBox::Outcome::copy:
-      return copy(log.window.fullText);
+      return copy(visibleLines(log.window.fullText));
     case LogBox::Outcome::write: {
       const auto tell = log.tell;
       return tell(LogWindowEvent::openInTextEdit);
@@ -98,12 +104,12 @@ void BoxStack::handleLog(const Key& key, bool mayAnswer,
   }
 }
 
-void BoxStack::draw(Canvas& canvas) {
+void BoxStack::draw(Canvas& canvas, bool mayAnswer) {
   if (hasLog()) {
     canvas.clear(canvas.area());
-    logs_.back().box.draw(canvas, canvas.area());
+    logs_.back().box.draw(canvas, canvas.area(), mayAnswer);
   }
-  if (hasAlert()) alerts_.front().box.draw(canvas);
+  if (hasAlert()) alerts_.front().box.draw(canvas, mayAnswer);
 }
 
 }  // namespace zephyl

@@ -33,12 +33,15 @@ class BoxStack {
   [[nodiscard]] bool hasAlert() const { return !alerts_.empty(); }
   [[nodiscard]] bool hasLog() const { return !logs_.empty(); }
   [[nodiscard]] std::size_t waiting() const { return alerts_.empty() ? 0 : alerts_.size() - 1; }
-  /// What has the keys; none when nothing is open.
+  /// The dialog that gets the keys; empty if nothing is open.
   [[nodiscard]] std::optional<Number> top() const;
+  /// Whether the topmost dialog, of which there is one, answers something that the user did.
+  [[nodiscard]] bool topIsRequestedByUser() const;
 
   /// For the topmost dialog, of which there is one. `copy` is given a text for the clipboard.
   void handle(const Key& key, bool mayAnswer, const std::function<void(const std::string&)>& copy);
-  void draw(Canvas& canvas);
+  /// `mayAnswer`: as in `handle`.
+  void draw(Canvas& canvas, bool mayAnswer);
 
  private:
   struct OpenAlert {

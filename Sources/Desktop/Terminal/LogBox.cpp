@@ -39,7 +39,7 @@ std::string LogBox::hints(int columns) const {
   return "Esc close  c copy  w write";
 }
 
-void LogBox::draw(Canvas& canvas, const Area& area) {
+void LogBox::draw(Canvas& canvas, const Area& area, bool mayClose) {
   int row = area.row;
   const int columns = area.columns - 2;
   canvas.clear({row, area.column, 1, area.columns}, {.reverse = true});
@@ -53,6 +53,7 @@ void LogBox::draw(Canvas& canvas, const Area& area) {
   if (area.rows > 8) ++row;
   const int last = area.row + area.rows - 1;
   text_.draw(canvas, {row, area.column + 1, last - row, area.columns - 1});
+  if (!mayClose) return;
   canvas.put(last, area.column + 1, displayText::cut(hints(columns), columns, look_),
              {.dim = true});
 }

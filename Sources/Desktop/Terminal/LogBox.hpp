@@ -24,7 +24,8 @@ class LogBox {
   void setToggle(std::string title) { toggle_ = std::move(title); }
 
   Outcome handle(const Key& key, bool mayClose = true);
-  void draw(Canvas& canvas, const Area& area);
+  /// The hints are shown only if the box may be closed.
+  void draw(Canvas& canvas, const Area& area, bool mayClose = true);
 
  private:
   [[nodiscard]] std::string hints(int columns) const;

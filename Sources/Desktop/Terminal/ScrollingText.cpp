@@ -57,7 +57,7 @@ void ScrollingText::wrapFor(int columns) {
   }
 }
 
-void ScrollingText::draw(Canvas& canvas, const Area& area) {
+void ScrollingText::draw(Canvas& canvas, const Area& area, int covered) {
   wrapFor(area.columns - 1);
   height_ = std::max(area.rows, 1);
   top_ = follows_ ? furthest() : std::clamp(top_, 0, furthest());
@@ -67,6 +67,7 @@ void ScrollingText::draw(Canvas& canvas, const Area& area) {
     canvas.putWithin(area.row + row, area.column, area.columns - 1,
                      wrapped_[static_cast<std::size_t>(index)]);
   }
+  endWasDrawn_ = endWasDrawn_ || top_ + area.rows - covered >= std::ssize(wrapped_);
   const int right = area.column + area.columns - 1;
   if (top_ > 0) canvas.put(area.row, right, canvas.symbols().moreAbove, {.bold = true});
   if (top_ < furthest()) {

@@ -18,9 +18,12 @@ class ScrollingText {
 
   /// Whether the key was one for scrolling.
   bool handle(const Key& key);
-  void draw(Canvas& canvas, const Area& area);
+  /// The lowest `covered` rows of the area are drawn over by the caller.
+  void draw(Canvas& canvas, const Area& area, int covered = 0);
   /// How many rows the text takes at a width.
   [[nodiscard]] int rowsAt(int columns);
+  /// Whether the end of the text has been drawn.
+  [[nodiscard]] bool endWasDrawn() const { return endWasDrawn_; }
 
  private:
   void wrapFor(int columns);
@@ -33,6 +36,7 @@ class ScrollingText {
   int top_ = 0;
   int height_ = 1;
   bool follows_ = false;
+  bool endWasDrawn_ = false;
 };
 
 }  // namespace zephyl

@@ -169,7 +169,8 @@ void TerminalDesktop::openURL(const std::string& url) {
   if (!screen_) return headless_.openURL(url);
   screen_->presentAlert({.messageText = "Open this address in a browser:",
                          .informativeText = url,
-                         .buttons = {"Close", "Copy"}},
+                         .buttons = {"Close", "Copy"},
+                         .requestedByUser = true},
                         "", [this, url](const std::optional<AlertAnswer>& answer) {
                           if (answer && answer->button == 1 && screen_) screen_->copy(url);
                         });

@@ -77,7 +77,8 @@ class FolderQuestion final : public Dialog {
          .informativeText = problem,
          .buttons = {state->request.prompt, "Cancel"},
          .safeButton = 1,
-         .textField = Alert::TextField{.placeholder = "~/src/project"}},
+         .textField = Alert::TextField{.placeholder = "~/src/project"},
+         .requestedByUser = true},
         text, [weakScreen, weak = std::weak_ptr(state)](const std::optional<AlertAnswer>& answer) {
           if (const auto asked = weak.lock()) take(weakScreen, asked, answer);
         });

@@ -134,6 +134,7 @@ void TerminalScreen::end() {
   keyTimer_.cancel();
   fadingTimer_.cancel();
   logTimer_.cancel();
+  guardTimer_.cancel();
   logBox_.reset();
   boxes_.failAll();
 }
@@ -150,15 +151,27 @@ void TerminalScreen::resized() {
   changed();
 }
 
-void TerminalScreen::topMayHaveChanged() {
-  if (std::exchange(top_, boxes_.top()) != boxes_.top()) topSince_ = services_.clock.now();
+void TerminalScreen::topWasDrawn() {
+  if (std::exchange(drawnTop_, boxes_.top()) != boxes_.top()) {
+    topSince_ = services_.clock.now();
+    guard_.restart(topSince_);
+  }
+  const Instant now = services_.clock.now();
+  const Instant opening = drawnTop_ ? topMayBeAnsweredAt(now) : now;
+  if (now >= opening) return guardTimer_.cancel();
+  changedAfter(opening - now, guardTimer_);
+}
+
+Instant TerminalScreen::topMayBeAnsweredAt(Instant now) const {
+  if (boxes_.topIsRequestedByUser()) return topSince_ + answerDelay;
+  return now + guard_.remaining(now);
 }
 
 void TerminalScreen::draw() {
   if (ended_ || services_.output.isBusy()) return;
   drawingIsDue_ = false;
   logTimer_.cancel();
-  topMayHaveChanged();
+  topWasDrawn();
   notices_.expire(services_.clock.now());
   Canvas canvas(services_.output.size(), look_);
   drawMenuScreen(canvas);
@@ -166,7 +179,7 @@ void TerminalScreen::draw() {
     canvas.clear(canvas.area());
     logBox_->draw(canvas, canvas.area());
   }
-  boxes_.draw(canvas);
+  boxes_.draw(canvas, /*mayAnswer=*/!guardTimer_);
   if ((logBox_ || boxes_.hasLog()) && !boxes_.hasAlert()) drawNoticeOverLog(canvas);
   std::string bytes = std::exchange(unsent_, {});
   std::string painted = painter_.paint(canvas);
@@ -262,13 +275,18 @@ void TerminalScreen::handle(const Key& key) {
   if (ended_) return;
   changed();
   if (key.kind == Key::Kind::control && key.text == "l") return painter_.forget();
-  topMayHaveChanged();
-  if (top_) {
-    const bool mayAnswer = services_.clock.now() >= topSince_ + answerDelay;
-    return boxes_.handle(key, mayAnswer, [this](const std::string& text) { copy(text); });
-  }
+  if (boxes_.top()) return handleInDialog(key);
   if (logBox_) return handleInLog(key);
   handleInMenu(key);
+}
+
+/// A key that comes before the dialog is on screen was not meant for it either.
+void TerminalScreen::handleInDialog(const Key& key) {
+  if (drawnTop_ != boxes_.top()) return;
+  const Instant now = services_.clock.now();
+  const bool mayAnswer = now >= topMayBeAnsweredAt(now);
+  if (!mayAnswer && !boxes_.topIsRequestedByUser()) return guard_.keyPressed(now);
+  boxes_.handle(key, mayAnswer, [this](const std::string& text) { copy(text); });
 }
 
 void TerminalScreen::handleInMenu(const Key& key) {
@@ -286,15 +304,21 @@ void TerminalScreen::run(const MenuView::Outcome& outcome) {
 void TerminalScreen::handleInLog(const Key& key) {
   switch (logBox_->handle(key)) {
     case LogBox::Outcome::copy:
-      return copy(fmt::to_string(fmt::join(log_.lines(), "\n")));
+      return copy(wholeLog());
     case LogBox::Outcome::write:
-      if (events.writeLog) events.writeLog(fmt::to_string(fmt::join(log_.lines(), "\n")) + "\n");
+      if (events.writeLog) events.writeLog(wholeLog() + "\n");
       return;
     case LogBox::Outcome::close:
       return logBox_.reset();
     default:
       return;
   }
+}
+
+std::string TerminalScreen::wholeLog() const {
+  auto lines = log_.lines();
+  for (auto& line : lines) line = visible(line);
+  return fmt::to_string(fmt::join(lines, "\n"));
 }
 
 void TerminalScreen::openLog() {
@@ -311,7 +335,8 @@ void TerminalScreen::showLogLines() {
 void TerminalScreen::openHelp() {
   presentAlert({.messageText = "Keys",
                 .informativeText = displayText::shown(helpText, look_),
-                .buttons = {"Close"}},
+                .buttons = {"Close"},
+                .requestedByUser = true},
                "", [](const auto&) {});
 }
 

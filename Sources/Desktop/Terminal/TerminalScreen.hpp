@@ -9,6 +9,7 @@
 
 #include "Desktop/Desktop.hpp"
 #include "Desktop/Dialogs.hpp"
+#include "Desktop/InputGuard.hpp"
 #include "Desktop/Terminal/BoxStack.hpp"
 #include "Desktop/Terminal/Canvas.hpp"
 #include "Desktop/Terminal/KeyDecoder.hpp"
@@ -44,7 +45,9 @@ class TerminalOutput {
 /// Main thread. Owned by a `shared_ptr`; what is on its way holds it weakly.
 class TerminalScreen : public std::enable_shared_from_this<TerminalScreen> {
  public:
-  /// How long an answer is not taken after a dialog appeared: it was meant for something else.
+  /// How long a dialog that the user requested takes no answer after it appeared. Any other dialog
+  /// ignores all keys as `InputGuard` says. What cannot be answered yet shows no mark on a button,
+  /// and no hint how to close it.
   static constexpr Duration answerDelay = std::chrono::milliseconds(400);
   /// How often new lines of the log are drawn.
   static constexpr Duration logInterval = std::chrono::milliseconds(50);
@@ -107,13 +110,19 @@ class TerminalScreen : public std::enable_shared_from_this<TerminalScreen> {
   void drawNoticeOverLog(Canvas& canvas) const;
   [[nodiscard]] std::string hints(int columns) const;
   void scheduleFading();
-  void topMayHaveChanged();
+  /// The topmost dialog is on screen now.
+  void topWasDrawn();
+  void handleInDialog(const Key& key);
+  /// From when on the topmost dialog, of which there is one, can be answered if no further key is
+  /// pressed.
+  [[nodiscard]] Instant topMayBeAnsweredAt(Instant now) const;
 
   void handle(const Key& key);
   void handleInMenu(const Key& key);
   void handleInLog(const Key& key);
   void run(const MenuView::Outcome& outcome);
   void openLog();
+  [[nodiscard]] std::string wholeLog() const;
   void showLogLines();
   void openHelp();
   void activateNotification();
@@ -127,6 +136,7 @@ class TerminalScreen : public std::enable_shared_from_this<TerminalScreen> {
   Timer keyTimer_;
   Timer fadingTimer_;
   Timer logTimer_;
+  Timer guardTimer_;  // set while the topmost dialog cannot be answered
 
   StatusIcon icon_ = StatusIcon::idle;
   std::string title_;
@@ -134,8 +144,9 @@ class TerminalScreen : public std::enable_shared_from_this<TerminalScreen> {
   MenuView menu_;
   NoticeLine notices_;
   BoxStack boxes_;
-  std::optional<BoxStack::Number> top_;
+  std::optional<BoxStack::Number> drawnTop_;  // the topmost dialog when the screen was drawn last
   Instant topSince_{};
+  InputGuard guard_;  // of the topmost dialog
   LogRing log_;
   std::size_t unseenLines_ = 0;
   std::optional<LogBox> logBox_;

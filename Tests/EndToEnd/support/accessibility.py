@@ -7,7 +7,7 @@ from support.tray import eventually
 
 INTERFACE = "org.a11y.atspi."
 ROOT = ("org.a11y.atspi.Registry", "/org/a11y/atspi/accessible/root")
-STATES = {"focused": 12, "focusable": 11, "visible": 30, "showing": 25, "default": 39}
+STATES = {"enabled": 8, "focused": 12, "focusable": 11, "visible": 30, "showing": 25, "default": 39}
 
 
 class Accessible:
@@ -67,6 +67,9 @@ class Accessible:
     def box(self):
         """Left, top, width and height on the screen."""
         return self._call(INTERFACE + "Component", "GetExtents", "(u)", 0)[0]
+
+    def grab_focus(self):
+        self._call(INTERFACE + "Component", "GrabFocus")
 
     def press(self):
         self._call(INTERFACE + "Action", "DoAction", "(i)", 0)

@@ -20,6 +20,32 @@ from support.tray import BUILD, eventually
 PROGRAM = BUILD / "zephyl-tray-dialogs"
 WIDTH, HEIGHT = 1600, 1000
 
+# Requests, as the tray makes them.
+APPROVAL = {
+    "style": "critical", "messageText": "Allow access outside the shared folder?",
+    "informativeText": "Ana — in “Release prep”\nasked the agent to run: shell\n\n"
+                       "Command:\ncat /home/ana/.ssh/id_ed25519\n\n"
+                       "Why this is being flagged:\n  • It reads a credential\n\n"
+                       "Shared folder: /home/ana/project",
+    "buttons": ["Deny", "Allow once", "Always allow…"], "safeButton": 0,
+    "permittingButtons": [1, 2]}
+CONFIRMATION = {
+    "style": "critical", "messageText": "⚠️ Create a permanent exception?",
+    "informativeText": "This permanently allows:\n\n/etc/passwd\n\nType ALWAYS ALLOW below to confirm:",
+    "buttons": ["Cancel", "Create permanent exception"], "safeButton": 0,
+    "permittingButtons": [1],
+    "textField": {"placeholder": "ALWAYS ALLOW", "width": 300}}
+INVITE = {
+    "style": "question", "messageText": "Join the Zephyl Tailnet",
+    "informativeText": "Paste the invite key you were sent. It looks like:\n\n"
+                       "  inv_v2_<fingerprint>_<key>\n\n"
+                       "The key can only be used once and expires after 24 hours.",
+    "buttons": ["Join", "Cancel"], "safeButton": 1,
+    "textField": {"placeholder": "inv_v2_…", "width": 380}}
+ERROR = {
+    "style": "warning", "messageText": "Couldn't update shared folders",
+    "informativeText": "The agent answered with status 500.", "buttons": ["OK"], "safeButton": 0}
+
 SETTINGS = """<node><interface name="org.freedesktop.portal.Settings">
   <method name="Read"><arg type="s" direction="in"/><arg type="s" direction="in"/>
     <arg type="v" direction="out"/></method>
@@ -72,12 +98,33 @@ class Screen:
         self.run("xdotool", "mousemove", str(left + width // 2), str(upper + height // 2),
                  "click", "1")
 
-    def windows_of(self, pid):
-        """How many windows of a process can be seen, menus included."""
+    def window_ids(self, pid):
+        """The windows of a process that can be seen, menus included."""
         found = subprocess.run(["xdotool", "search", "--onlyvisible", "--all", "--pid", str(pid),
                                 "--name", ""],
                                env=self.environment, capture_output=True, text=True, timeout=10)
-        return len(found.stdout.split())
+        return found.stdout.split()
+
+    def windows_of(self, pid):
+        return len(self.window_ids(pid))
+
+    def activate(self, pid):
+        """Goes to the window of a process as a user does who chooses it in a task bar."""
+        window = eventually(lambda: self.window_ids(pid), what="a window")[0]
+        self.run("xdotool", "windowactivate", window)
+        eventually(lambda: self.active_process() == pid, what="the focus")
+
+    def active_process(self):
+        found = subprocess.run(["xdotool", "getwindowfocus", "getwindowpid"],
+                               env=self.environment, capture_output=True, text=True, timeout=10)
+        return int(found.stdout) if found.stdout.strip() else None
+
+    def accepting(self, pid):
+        """Waits until the window of a process accepts input: its buttons say so."""
+        buttons = [each for each in self.accessibility.window_of(pid).all()
+                   if each.role == "push button"]
+        eventually(lambda: any(each.has("enabled") for each in buttons),
+                   what="a window that accepts input")
 
     def clipboard(self):
         """The text on it; none when nobody offers one."""
@@ -192,9 +239,14 @@ class Window:
         return self
 
     def is_active(self):
-        active = subprocess.run(["xdotool", "getwindowfocus", "getwindowpid"],
-                                env=self.screen.environment, capture_output=True, text=True)
-        return active.stdout.strip() == str(self.process.pid)
+        return self.screen.active_process() == self.process.pid
+
+    def reviewed(self):
+        """Goes to a window that nobody requested, and waits until it accepts input."""
+        assert self.report("shown") is True
+        self.screen.activate(self.process.pid)
+        self.screen.accepting(self.process.pid)
+        return self
 
     def answer(self):
         """The answer of an alert, after which its window goes."""

@@ -6,7 +6,6 @@ import re
 import shlex
 import signal
 import subprocess
-import time
 
 from support.tray import command_name, descendants, eventually, is_alive
 
@@ -112,7 +111,7 @@ class Terminal:
 
     def answer(self, button):
         """Goes to a button of the box that is open, and presses Enter there."""
-        time.sleep(0.5)  # a box takes no answer in its first moment
+        eventually(self._marked_button, what="a box that can be answered")
         for _ in range(10):
             if self._marked_button() == button:
                 break

@@ -13,7 +13,15 @@ Alert approval() {
   return {.style = Alert::Style::critical,
           .messageText = "Allow access?",
           .informativeText = "Command:\ncat /etc/passwd",
-          .buttons = {"Deny", "Allow once", "Always…"}};
+          .buttons = {"Deny", "Allow once", "Always…"},
+          .permittingButtons = {1, 2}};
+}
+
+/// More than fits on the screen.
+Alert longApproval() {
+  Alert alert = approval();
+  for (int i = 0; i < 30; ++i) alert.informativeText += "\nline " + std::to_string(i);
+  return alert;
 }
 
 Alert question() {
@@ -112,16 +120,78 @@ TEST(AlertBox, HasNoBarUnlessItWasAskedFor) {
 
 TEST(AlertBox, EnterChoosesTheMarkedButtonAndEscapeTheSafeOne) {
   AlertBox box(approval(), {});
+  drawn(box);
   EXPECT_EQ(press(box, Kind::enter), (AlertAnswer{.button = 0}));
   press(box, Kind::tab);
   EXPECT_EQ(press(box, Kind::enter), (AlertAnswer{.button = 1}));
-  press(box, Kind::right);
+  press(box, Kind::tab);
   EXPECT_EQ(box.handle({.text = " "}), (AlertAnswer{.button = 2}));
   EXPECT_EQ(press(box, Kind::escape), (AlertAnswer{.button = 0}));
   press(box, Kind::tab);
   press(box, Kind::backTab);
-  press(box, Kind::left);
+  press(box, Kind::backTab);
   EXPECT_EQ(press(box, Kind::enter), (AlertAnswer{.button = 1}));
+}
+
+TEST(AlertBox, ArrowsGoToNoButtonThatPermitsSomething) {
+  AlertBox box(approval(), {});
+  drawn(box);
+  for (const auto kind : {Kind::right, Kind::left, Kind::right, Kind::right}) {
+    press(box, kind);
+    EXPECT_EQ(press(box, Kind::enter), (AlertAnswer{.button = 0}));
+  }
+  press(box, Kind::tab);
+  press(box, Kind::right);
+  EXPECT_EQ(press(box, Kind::enter), (AlertAnswer{.button = 0})) << "away from one they go";
+  AlertBox other(question(), {});
+  drawn(other);
+  press(other, Kind::tab);
+  press(other, Kind::right);
+  EXPECT_EQ(press(other, Kind::enter), (AlertAnswer{.button = 1})) << "where nothing is permitted";
+}
+
+TEST(AlertBox, PermitsNothingUntilTheEndOfTheTextWasOnScreen) {
+  AlertBox box(longApproval(), {});
+  const auto tryToPermit = [&box] {
+    std::vector<std::size_t> pressed;
+    for (int i = 0; i < 3; ++i) {
+      if (const auto answer = press(box, Kind::enter)) pressed.push_back(answer->button);
+      press(box, Kind::tab);
+    }
+    return pressed;
+  };
+  EXPECT_NE(drawn(box).find("Scroll to the end (↓) to allow"), std::string::npos);
+  EXPECT_EQ(tryToPermit(), (std::vector<std::size_t>{0, 0, 0}));
+  EXPECT_FALSE(box.handle({.kind = Kind::press, .row = 10, .column = 18})) << drawn(box);
+  press(box, Kind::pageDown);
+  drawn(box);
+  EXPECT_EQ(tryToPermit(), (std::vector<std::size_t>{0, 0, 0}));
+  press(box, Kind::end);
+  EXPECT_EQ(drawn(box).find("Scroll to"), std::string::npos);
+  EXPECT_EQ(tryToPermit(), (std::vector<std::size_t>{0, 1, 2}));
+  EXPECT_TRUE(box.handle({.kind = Kind::press, .row = 10, .column = 18})) << drawn(box);
+}
+
+TEST(AlertBox, PermitsNothingThatTheScreenHasNoRoomToShow) {
+  AlertBox box(approval(), {});
+  for (int rows = 0; rows < 5; ++rows) {
+    drawn(box, rows, 50);
+    press(box, Kind::end);
+    drawn(box, rows, 50);
+    press(box, Kind::tab);
+    EXPECT_EQ(press(box, Kind::enter), (AlertAnswer{.button = 0})) << rows;
+  }
+  drawn(box, 6, 50);
+  press(box, Kind::tab);
+  EXPECT_EQ(press(box, Kind::enter), (AlertAnswer{.button = 1}));
+}
+
+TEST(AlertBox, MarksNoButtonWhileItAcceptsNoInput) {
+  AlertBox box(approval(), {});
+  Canvas canvas({12, 50}, {});
+  box.draw(canvas, /*mayAnswer=*/false);
+  EXPECT_NE(test::canvasText(canvas).find("[ Deny ]  [ Allow once ]  [ Always… ]"),
+            std::string::npos);
 }
 
 TEST(AlertBox, TakesNoAnswerWhileItMayNot) {

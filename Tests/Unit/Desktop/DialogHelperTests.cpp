@@ -84,24 +84,45 @@ TEST_F(DialogHelperTest, HandsOnTheTokenThatLetsItsWindowComeToTheFront) {
   std::string token = "token-1";
   DialogHelper dialogs(mainLoop_, clock_, launcher_, "dialogs",
                        [&] { return std::exchange(token, ""); });
-  const auto first = dialogs.presentAlert(alert, [](const Answer&) {});
+  Alert requested = alert;
+  requested.requestedByUser = true;
+  const auto first = dialogs.presentAlert(requested, [](const Answer&) {});
   EXPECT_EQ(program().options().environment.at("XDG_ACTIVATION_TOKEN"), "token-1");
   EXPECT_EQ(program().options().environment.at("DESKTOP_STARTUP_ID"), "token-1");
-  const auto second = dialogs.presentAlert(alert, [](const Answer&) {});
+  const auto second = dialogs.presentAlert(requested, [](const Answer&) {});
   EXPECT_FALSE(program().options().environment.contains("XDG_ACTIVATION_TOKEN"));
+}
+
+TEST_F(DialogHelperTest, AnUnrequestedWindowGetsNoTokenUntilTheUserAsksForIt) {
+  std::string token = "token-1";
+  DialogHelper dialogs(mainLoop_, clock_, launcher_, "dialogs",
+                       [&] { return std::exchange(token, ""); });
+  const auto handle = dialogs.presentAlert(alert, [](const Answer&) {});
+  EXPECT_FALSE(program().options().environment.contains("XDG_ACTIVATION_TOKEN"));
+  EXPECT_NE(program().input().at(0).find(R"("unrequested":true)"), std::string::npos);
+  handle->bringToFront();
+  EXPECT_EQ(program().input().at(1), R"({"bringToFront":{"activationToken":"token-1"}})");
+  handle->bringToFront();
+  EXPECT_EQ(program().input().at(2), R"({"bringToFront":{"activationToken":""}})");
 }
 
 TEST_F(DialogHelperTest, WritesWhatIsToBeShownAsOneLine) {
   Alert withField = alert;
   withField.textField = Alert::TextField{"ALWAYS ALLOW", 300};
   withField.safeButton = 1;
+  withField.permittingButtons = {1, 2};
   const auto handle = presentAlert(withField);
   EXPECT_EQ(program().options().executable, "/opt/zephyl-tray-dialogs");
   EXPECT_EQ(program().input(),
             Lines{R"({"alert":{"style":"critical","messageText":"Allow?",)"
                   R"("informativeText":"Ana wants\nto read",)"
                   R"("buttons":["Deny","Allow once","Always allow…"],"safeButton":1,)"
-                  R"("textField":{"placeholder":"ALWAYS ALLOW","width":300}}})"});
+                  R"("permittingButtons":[1,2],)"
+                  R"("textField":{"placeholder":"ALWAYS ALLOW","width":300}},)"
+                  R"("unrequested":true})"});
+  withField.requestedByUser = true;
+  const auto requested = presentAlert(withField);
+  EXPECT_EQ(program().input().at(0).find("unrequested"), std::string::npos);
   EXPECT_FALSE(program().inputEnded());
 }
 
@@ -385,7 +406,7 @@ TEST_F(DialogHelperTest, TellsWhatIsDoneWithALogWindowUntilItIsClosed) {
   const auto handle = presentLogWindow();
   EXPECT_EQ(program().input(), Lines{R"({"logWindow":{"title":"Agent Exited",)"
                                      R"("message":"with code 3","shownText":"one\n…\ntwo",)"
-                                     R"("fullText":"one\nand\ntwo"}})"});
+                                     R"("fullText":"one\nand\ntwo"},"unrequested":true})"});
   say(shown);
   for (const std::string event : {"openInCursor", "openInVSCode", "openInTextEdit", "closed"}) {
     say(R"({"logEvent":")" + event + R"("})");

@@ -85,7 +85,16 @@ class TerminalScreenTest : public ::testing::Test {
 
 const Alert accessRequest{.style = Alert::Style::critical,
                           .messageText = "Allow access?",
-                          .buttons = {"Deny", "Allow once"}};
+                          .buttons = {"Deny", "Allow once"},
+                          .permittingButtons = {1},
+                          .requestedByUser = true};
+
+/// The same, when nobody expects it.
+Alert unrequested() {
+  Alert alert = accessRequest;
+  alert.requestedByUser = false;
+  return alert;
+}
 
 TEST_F(TerminalScreenTest, DrawsOnceForAllThatChangesInOneTurn) {
   drawn();
@@ -160,6 +169,70 @@ TEST_F(TerminalScreenTest, WhatIsPressedWhenADialogAppearsIsNoAnswer) {
   EXPECT_EQ(answers_, std::vector<int>{0});
 }
 
+TEST_F(TerminalScreenTest, WhatIsTypedOnDoesNotAnswerADialogThatNobodyRequested) {
+  const auto dialog = present(unrequested());
+  EXPECT_TRUE(shows("[ Deny ]"));
+  for (const std::string key :
+       {"j", "e", "c", "t", "\t", " ", "\r", "\x1b[C", "\r", " ", "\t", "\r"}) {
+    advance(150ms);
+    press(key);
+  }
+  EXPECT_EQ(answers_, std::vector<int>{});
+  EXPECT_EQ(chosen_, std::vector<std::string>{});
+  advance(InputGuard::quiet - 1ms);
+  EXPECT_FALSE(shows("[›Deny ]"));
+  advance(1ms);
+  EXPECT_TRUE(shows("[›Deny ]"));
+  press("\r");
+  EXPECT_EQ(answers_, std::vector<int>{0});
+  EXPECT_EQ(clock_.pendingTimers(), 0U);
+}
+
+TEST_F(TerminalScreenTest, AKeyBeforeADialogIsDrawnIsNotForIt) {
+  advance(1s);
+  output_.busy = true;
+  const auto dialog = present(accessRequest);
+  advance(10s);
+  press("\r");
+  EXPECT_EQ(answers_, std::vector<int>{});
+  output_.busy = false;
+  screen_->drained();
+  press("\r");
+  EXPECT_EQ(answers_, std::vector<int>{}) << "it has only just appeared";
+  advance(TerminalScreen::answerDelay);
+  press("\r");
+  EXPECT_EQ(answers_, std::vector<int>{0});
+}
+
+TEST_F(TerminalScreenTest, TheNextDialogIgnoresTheKeysOfTheOneBefore) {
+  const auto first = present(unrequested());
+  const auto second = present(unrequested());
+  advance(InputGuard::settling);
+  press("\r\r\r");
+  EXPECT_EQ(answers_, std::vector<int>{0});
+  advance(InputGuard::settling - 1ms);
+  press("\r");
+  advance(InputGuard::quiet - 1ms);
+  press("\r");
+  EXPECT_EQ(answers_, std::vector<int>{0});
+  advance(InputGuard::quiet);
+  press("\r");
+  EXPECT_EQ(answers_, (std::vector<int>{0, 0}));
+}
+
+TEST_F(TerminalScreenTest, ALogThatNobodyRequestedIsNotClosedByWhatIsTypedOn) {
+  std::vector<LogWindowEvent> events;
+  const auto dialog = dialogs_.presentLogWindow(
+      {.title = "Agent Exited"}, [&](LogWindowEvent event) { events.push_back(event); });
+  mainLoop_.runPending();
+  advance(InputGuard::settling - 1ms);
+  press("wq");
+  EXPECT_TRUE(events.empty());
+  advance(InputGuard::quiet);
+  press("q");
+  EXPECT_EQ(events, std::vector<LogWindowEvent>{LogWindowEvent::closed});
+}
+
 TEST_F(TerminalScreenTest, EscapeIsTakenAMomentLater) {
   const auto dialog = present(accessRequest);
   advance(TerminalScreen::answerDelay);
@@ -179,7 +252,7 @@ TEST_F(TerminalScreenTest, AlertsAreAskedOneAfterTheOther) {
   EXPECT_TRUE(shows("Second"));
   press("\r");
   EXPECT_EQ(answers_, std::vector<int>{0}) << "it has only just appeared";
-  advance(TerminalScreen::answerDelay);
+  advance(InputGuard::settling);
   press("\r");
   EXPECT_EQ(answers_, (std::vector<int>{0, 0}));
 }
@@ -259,7 +332,7 @@ TEST_F(TerminalScreenTest, TheLogIsAKeyAwayAndSaysThatThereIsSomethingNew) {
   std::string written;
   screen_->events.writeLog = [&](const std::string& text) { written = text; };
   press("w");
-  EXPECT_EQ(written, "[tray] one\ntwo \x1b[2J\nthree\nfour\n");
+  EXPECT_EQ(written, "[tray] one\ntwo ␛[2J\nthree\nfour\n");
   press("q");
   EXPECT_TRUE(shows("Open Zephyl"));
 }
@@ -270,7 +343,8 @@ TEST_F(TerminalScreenTest, ALogWindowShowsTheExcerptAndOnRequestAllOfIt) {
       dialogs_.presentLogWindow({.title = "Tailnet Logs",
                                  .message = "It failed.",
                                  .shownText = "excerpt",
-                                 .fullText = "whole"},
+                                 .fullText = "whole",
+                                 .requestedByUser = true},
                                 [&](LogWindowEvent event) { events.push_back(event); });
   EXPECT_TRUE(shows("excerpt"));
   EXPECT_TRUE(shows("It failed."));
@@ -291,7 +365,7 @@ TEST_F(TerminalScreenTest, WhatIsOnTopHasTheKeys) {
   const auto dialog = dialogs_.presentLogWindow(
       {.title = "Agent Exited"}, [&](LogWindowEvent event) { events.push_back(event); });
   EXPECT_TRUE(shows("Agent Exited"));
-  advance(TerminalScreen::answerDelay);
+  advance(InputGuard::settling);
   press("q");
   EXPECT_EQ(events, std::vector<LogWindowEvent>{LogWindowEvent::closed});
   EXPECT_FALSE(shows("Open Zephyl")) << "the log is still there";

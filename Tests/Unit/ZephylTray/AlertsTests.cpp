@@ -19,7 +19,7 @@ PendingApproval request() {
 }
 
 TEST(Alerts, AnApprovalIsDeniedUnlessTheUserSaysOtherwise) {
-  EXPECT_EQ(alerts::approval(request()),
+  EXPECT_EQ(alerts::approval(request(), /*requestedByUser=*/false),
             (Alert{.style = Alert::Style::critical,
                    .messageText = "Allow access outside the shared folder?",
                    .informativeText = "Ana\nasked the agent to run: read_file"
@@ -27,7 +27,9 @@ TEST(Alerts, AnApprovalIsDeniedUnlessTheUserSaysOtherwise) {
                                       "\n\nWhy this is being flagged:\n  • It is outside the folder"
                                       "\n\nShared folder: /home/ana/project",
                    .buttons = {"Deny", "Allow once", "Always allow…"},
-                   .safeButton = 0}));
+                   .safeButton = 0,
+                   .permittingButtons = {1, 2}}));
+  EXPECT_TRUE(alerts::approval(request(), /*requestedByUser=*/true).requestedByUser);
 }
 
 TEST(Alerts, APermanentExceptionAsksForThePhrase) {
@@ -37,6 +39,8 @@ TEST(Alerts, APermanentExceptionAsksForThePhrase) {
   EXPECT_EQ(alert.buttons, (Buttons{"Cancel", "Create permanent exception"}));
   EXPECT_EQ(alert.safeButton, 0U);
   EXPECT_EQ(alert.textField, (Alert::TextField{.placeholder = "ALWAYS ALLOW", .width = 300}));
+  EXPECT_EQ(alert.permittingButtons, std::vector<std::size_t>{1});
+  EXPECT_TRUE(alert.requestedByUser);
 }
 
 TEST(Alerts, AnotherPhraseIsAWarning) {
@@ -44,7 +48,8 @@ TEST(Alerts, AnotherPhraseIsAWarning) {
             (Alert{.style = Alert::Style::warning,
                    .messageText = "Confirmation phrase didn't match",
                    .informativeText = "No permanent exception was created; the request was denied.",
-                   .buttons = {"OK"}}));
+                   .buttons = {"OK"},
+                   .requestedByUser = true}));
 }
 
 TEST(Alerts, AnErrorSaysWhatItIs) {
@@ -70,7 +75,8 @@ TEST(Alerts, AnInviteKeyThatFailsSaysWhy) {
             (Alert{.style = Alert::Style::warning,
                    .messageText = "That invite key didn't work",
                    .informativeText = "It has expired.",
-                   .buttons = {"OK"}}));
+                   .buttons = {"OK"},
+                   .requestedByUser = true}));
 }
 
 }  // namespace

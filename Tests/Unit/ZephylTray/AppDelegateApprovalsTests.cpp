@@ -108,6 +108,7 @@ TEST_F(ApprovalsTest, ANewRequestIsNotifiedAndAskedAbout) {
   EXPECT_EQ(alert.messageText, "Allow access outside the shared folder?");
   EXPECT_EQ(alert.buttons, (Strings{"Deny", "Allow once", "Always allow…"}));
   EXPECT_EQ(alert.safeButton, 0U);
+  EXPECT_FALSE(alert.requestedByUser);
 }
 
 TEST_F(ApprovalsTest, EachButtonIsADecision) {
@@ -193,8 +194,32 @@ TEST_F(ApprovalsTest, ANotificationLeadsToItsRequest) {
   dialogs_.failToShow();
   desktop_.events.notificationActivated("b");
   EXPECT_EQ(prompts(), Strings{"b"});
+  EXPECT_TRUE(dialogs_.alerts()[0].requestedByUser);
   desktop_.events.notificationActivated("a");
   EXPECT_EQ(prompts(), Strings{"b"});
+}
+
+TEST_F(ApprovalsTest, MenuAndNotificationBringThePromptThatIsOpenToTheFront) {
+  pend({"a", "b"});
+  EXPECT_EQ(dialogs_.timesBroughtToFront(), 0);
+  desktop_.item.events.chosen({std::string(menuActions::reviewPendingApprovals), ""});
+  EXPECT_EQ(dialogs_.timesBroughtToFront(), 1);
+  desktop_.events.notificationActivated("a");
+  EXPECT_EQ(dialogs_.timesBroughtToFront(), 2);
+  EXPECT_EQ(prompts(), Strings{"a"});
+  dialogs_.press("Always allow…");
+  desktop_.item.events.chosen({std::string(menuActions::reviewPendingApprovals), ""});
+  EXPECT_EQ(dialogs_.timesBroughtToFront(), 1) << "the confirmation";
+  ASSERT_EQ(dialogs_.alerts().size(), 1U);
+}
+
+TEST_F(ApprovalsTest, WhatComesAfterAnAnswerIsUnrequestedAgain) {
+  pend({"a", "b"});
+  dialogs_.failToShow();
+  desktop_.item.events.chosen({std::string(menuActions::reviewPendingApprovals), ""});
+  dialogs_.press("Deny");
+  ASSERT_TRUE(runtime_.runUntil([&] { return prompts() == Strings{"b"}; }));
+  EXPECT_FALSE(dialogs_.alerts()[0].requestedByUser);
 }
 
 TEST_F(ApprovalsTest, ADecisionThatTheAgentRefusesIsSaidAndNotAskedAgain) {
@@ -205,6 +230,8 @@ TEST_F(ApprovalsTest, ADecisionThatTheAgentRefusesIsSaidAndNotAskedAgain) {
   const auto alert = dialogs_.alerts()[0];
   EXPECT_EQ(alert.messageText, "Couldn't update shared folders");
   EXPECT_EQ(alert.informativeText, "too late");
+  desktop_.item.events.chosen({std::string(menuActions::reviewPendingApprovals), ""});
+  EXPECT_EQ(dialogs_.timesBroughtToFront(), 1);
   dialogs_.press("OK");
   pend({"a"});
   EXPECT_EQ(prompts(), Strings{});

@@ -122,6 +122,18 @@ TEST_F(MenuTest, AsksForAnInviteKeyItselfWhereTheWorkingDirectoryIsNoSourceTree)
   EXPECT_EQ(activations(), activated);
 }
 
+TEST_F(MenuTest, JoinBringsThePromptThatIsOpenToTheFront) {
+  std::filesystem::remove_all(world_.source());
+  choose(menuActions::redeemInvite);
+  EXPECT_TRUE(dialogs_.alerts().at(0).requestedByUser);
+  choose(menuActions::redeemInvite);
+  ASSERT_EQ(dialogs_.alerts().size(), 1U);
+  EXPECT_EQ(dialogs_.timesBroughtToFront(), 1);
+  dialogs_.press("Cancel");
+  choose(menuActions::redeemInvite);
+  EXPECT_EQ(dialogs_.timesBroughtToFront(), 0);
+}
+
 TEST_F(MenuTest, JoinsWithAGoodKeyAndWithNoneWhenCancelled) {
   std::filesystem::remove_all(world_.source());
   choose(menuActions::redeemInvite);
@@ -139,6 +151,7 @@ TEST_F(MenuTest, ALogWindowTakesThePlaceOfTheOneThatIsOpen) {
   ASSERT_EQ(dialogs_.logWindows().size(), 1U);
   EXPECT_EQ(dialogs_.logWindows()[0].title, "Tailnet Logs");
   EXPECT_EQ(dialogs_.logWindows()[0].message, "");
+  EXPECT_TRUE(dialogs_.logWindows()[0].requestedByUser);
   dialogs_.tellLogWindow(LogWindowEvent::closed);
   EXPECT_TRUE(dialogs_.logWindows().empty());
 }
@@ -154,6 +167,21 @@ TEST_F(MenuTest, WritesTheWholeLogToAPrivateFileAndOpensIt) {
   EXPECT_EQ(text.str(), dialogs_.logWindows()[0].fullText);
   EXPECT_EQ(std::filesystem::status(path).permissions(),
             std::filesystem::perms::owner_read | std::filesystem::perms::owner_write);
+}
+
+TEST_F(MenuTest, ControlCharactersOfALogAreVisibleOnTheClipboardAndInTheFile) {
+  delegate_->redeem("inv_v2_" + std::string(32, 'a') + "_one");
+  runtime_.advance(2s);
+  runtime_.launcher.newest()->print({"\x1b]0;title\x07 and \u202E"});
+  runtime_.settle();
+  choose(menuActions::showTailnetLogs);
+  const auto copied = dialogs_.logWindows().at(0).fullText;
+  EXPECT_NE(copied.find("␛]0;title␇ and \\u202e"), std::string::npos) << copied;
+  EXPECT_EQ(copied.find('\x1b'), std::string::npos);
+  dialogs_.tellLogWindow(LogWindowEvent::openInCursor);
+  std::stringstream text;
+  text << std::ifstream(desktop_.openedFiles.at(0).first).rdbuf();
+  EXPECT_EQ(text.str(), copied);
 }
 
 TEST_F(MenuTest, NeverWritesALogThroughALinkThatSomebodyPlaced) {

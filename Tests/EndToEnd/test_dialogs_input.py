@@ -1,0 +1,258 @@
+"""Windows that nobody requested: keys and clicks that were meant for another window do nothing, and
+what a request asks for is read before it is permitted."""
+
+import threading
+import time
+
+import pytest
+from gi.repository import GLib
+
+from support.dialogs import APPROVAL, INVITE, Screen, Window
+from support.tray import eventually
+
+UNREQUESTED = {"alert": APPROVAL, "unrequested": True}
+LONG = {**APPROVAL, "informativeText": "Command:\n" + "\n".join(f"line {n}" for n in range(200))}
+
+
+@pytest.fixture(scope="module")
+def screen():
+    screen = Screen()
+    yield screen
+    screen.close()
+
+
+@pytest.fixture
+def show(screen):
+    """Starts windows; at the end of the test none is left."""
+    windows = []
+
+    def start(**request):
+        windows.append(Window(screen, request))
+        return windows[-1]
+
+    yield start
+    for window in windows:
+        window.close()
+
+
+@pytest.fixture
+def editor(show):
+    """Another window, in which somebody types."""
+    return show(alert=INVITE).shown()
+
+
+def typed(editor):
+    return next(each.text for each in editor.accessible().all() if each.name == "inv_v2_…")
+
+
+def buttons_of(window):
+    return [each for each in window.accessible().all() if each.role == "push button"]
+
+
+def enabled(window):
+    return [each.name for each in buttons_of(window) if each.has("enabled")]
+
+
+class Typing:
+    """Somebody who types on and on, keys 100 ms apart, and looks at no window."""
+
+    KEYS = "Tab space Left space Right space Return Tab Tab space Down Return Escape".split()
+
+    def __init__(self, screen, keys=KEYS):
+        self._screen, self._keys = screen, keys
+        self._ends = threading.Event()
+        self._thread = threading.Thread(target=self._type)
+        self.count = 0
+
+    def _type(self):
+        while not self._ends.is_set():
+            self._screen.run("xdotool", "key", "--delay", "0", self._keys[self.count % len(self._keys)])
+            self.count += 1
+            self._ends.wait(0.1)
+
+    def __enter__(self):
+        self._thread.start()
+        return self
+
+    def __exit__(self, *error):
+        self._ends.set()
+        self._thread.join()
+
+    def types(self, keys):
+        """Waits until that many more keys were pressed."""
+        until = self.count + keys
+        eventually(lambda: self.count >= until, what="keys")
+
+
+def test_the_window_does_not_take_the_focus_and_asks_for_attention(screen, show, editor):
+    window = show(**UNREQUESTED)
+    window.report("shown")
+    screen.type("cd project")
+    eventually(lambda: typed(editor) == "cd project", what="the typed text in the other window")
+    assert editor.is_active()
+    number = screen.window_ids(window.process.pid)[0]
+    state = eventually(lambda: (lambda text: "ATTENTION" in text and text)(
+        screen.run("xprop", "-id", number, "_NET_WM_STATE")), what="attention")
+    assert "_NET_WM_STATE_DEMANDS_ATTENTION" in state
+    assert enabled(window) == []
+    assert window.reports == [{"shown": True}]
+
+
+@pytest.mark.parametrize("keys", [Typing.KEYS, ["Return"], ["space"], ["Escape"], ["alt+F4"],
+                                  ["Tab", "space"], ["Left", "space"]], ids=" ".join)
+def test_typing_on_in_a_window_that_took_the_focus_does_nothing(screen, show, keys):
+    """As where the window system gives every new window the focus."""
+    window = show(**UNREQUESTED)
+    with Typing(screen, keys) as typing:
+        window.report("shown")
+        screen.activate(window.process.pid)
+        typing.types(25)
+        assert window.is_active()
+    assert window.reports == [{"shown": True}]
+    screen.accepting(window.process.pid)
+    screen.press("Return")
+    assert window.answer()["button"] == 0
+
+
+def test_a_held_key_does_nothing(screen, show):
+    window = show(**UNREQUESTED)
+    window.report("shown")
+    screen.activate(window.process.pid)
+    screen.run("xdotool", "keydown", "Return")
+    try:
+        assert not appears(lambda: window.reports != [{"shown": True}], 2.0)
+    finally:
+        screen.run("xdotool", "keyup", "Return")
+    assert window.reports == [{"shown": True}]
+
+
+def appears(condition, limit):
+    """Whether it comes true within a time; for what must not happen."""
+    end = time.monotonic() + limit
+    while time.monotonic() < end:
+        if condition():
+            return True
+        time.sleep(0.02)
+    return False
+
+
+@pytest.mark.parametrize("button", [0, 1, 2])
+def test_a_click_that_was_on_its_way_does_nothing(screen, show, button):
+    window = show(**UNREQUESTED)
+    window.report("shown")
+    target = buttons_of(window)[button]
+    screen.click(target)  # makes it active
+    eventually(window.is_active, what="the focus")
+    screen.click(target)
+    assert window.reports == [{"shown": True}]
+    screen.accepting(window.process.pid)
+    screen.click(target)
+    assert window.answer()["button"] == button
+
+
+def test_each_return_to_the_window_begins_anew(screen, show, editor):
+    window = show(**UNREQUESTED).reviewed()
+    screen.activate(editor.process.pid)
+    eventually(lambda: enabled(window) == [], what="disabled buttons")
+    screen.activate(window.process.pid)
+    screen.press("Tab", "space", "Return", "Escape")
+    assert window.reports == [{"shown": True}]
+    screen.accepting(window.process.pid)
+    screen.press("Tab", "space")
+    assert window.answer()["button"] == 1
+
+
+def test_a_requested_approval_is_guarded_once_the_user_has_left_it(screen, show, editor):
+    window = show(alert=APPROVAL).shown()
+    eventually(lambda: enabled(window) == APPROVAL["buttons"], what="enabled buttons")
+    screen.activate(editor.process.pid)
+    screen.activate(window.process.pid)
+    screen.press("Tab", "space", "Return", "Escape")
+    assert window.reports == [{"shown": True}]
+    screen.accepting(window.process.pid)
+    screen.press("Return")
+    assert window.answer()["button"] == 0
+
+
+@pytest.mark.parametrize("button", [0, 1, 2])
+def test_it_is_answered_by_keyboard(screen, show, button):
+    window = show(**UNREQUESTED).reviewed()
+    screen.press(*["Tab"] * button, "space")
+    assert window.answer()["button"] == button
+
+
+@pytest.mark.parametrize("button", [0, 1, 2])
+def test_it_is_answered_by_a_screen_reader(show, button):
+    window = show(**UNREQUESTED).reviewed()
+    buttons_of(window)[button].press()
+    assert window.answer()["button"] == button
+
+
+@pytest.mark.parametrize("keys", [["Left"], ["Right"], ["Up"], ["Down"], ["Right", "Right"]],
+                         ids=" ".join)
+def test_arrows_go_to_no_button_that_permits_something(screen, show, keys):
+    window = show(**UNREQUESTED).reviewed()
+    screen.press(*keys, "space")
+    assert window.answer()["button"] == 0
+
+
+@pytest.mark.parametrize("keys", [["End"], ["Next"] * 20, ["shift+Tab", "ctrl+End"]], ids=" ".join)
+def test_nothing_is_permitted_before_the_text_was_read_to_its_end(screen, show, keys):
+    window = show(alert=LONG, unrequested=True).reviewed()
+    assert enabled(window) == ["Deny"]
+    allow = buttons_of(window)[1]
+    assert allow.description == "Scroll to the end of the text before you allow this."
+    with pytest.raises(GLib.Error):
+        allow.press()
+    screen.press("Next")
+    assert enabled(window) == ["Deny"]
+    screen.press(*keys)
+    eventually(lambda: enabled(window) == APPROVAL["buttons"], what="enabled buttons")
+    assert allow.description == ""
+    allow.press()
+    assert window.answer()["button"] == 1
+
+
+def test_a_wheel_that_was_on_its_way_reads_nothing(screen, show):
+    window = show(alert=LONG, unrequested=True)
+    window.report("shown")
+    screen.activate(window.process.pid)
+    left, upper, width, height = window.accessible().find("text", "Details").box()
+    screen.run("xdotool", "mousemove", str(left + width // 2), str(upper + height // 2),
+               "click", "--repeat", "30", "--delay", "5", "5")
+    screen.accepting(window.process.pid)
+    assert enabled(window) == ["Deny"]
+    screen.run("xdotool", "click", "--repeat", "100", "--delay", "5", "5")
+    eventually(lambda: enabled(window) == APPROVAL["buttons"], what="enabled buttons")
+
+
+def test_the_user_is_led_to_the_window_and_keeps_what_was_typed(screen, show, editor):
+    screen.type("inv_v2_half")
+    other = show(**UNREQUESTED).reviewed()
+    editor.say({"bringToFront": {"activationToken": "token_TIME0"}})
+    eventually(editor.is_active, what="the focus")
+    screen.type("_done")
+    eventually(lambda: typed(editor) == "inv_v2_half_done", what="all of the text")
+    other.say({"bringToFront": {"activationToken": ""}})
+    eventually(other.is_active, what="the focus")
+
+
+def test_a_log_that_nobody_requested_is_not_closed_by_what_is_typed_on(screen, show):
+    window = show(logWindow={"title": "Agent Exited", "message": "It exited.", "shownText": "one",
+                             "fullText": "one\x1b[2J\ntwo"}, unrequested=True)
+    with Typing(screen, ["Return", "Escape"]) as typing:
+        window.report("shown")
+        screen.activate(window.process.pid)
+        typing.types(15)
+    assert window.reports == [{"shown": True}]
+    screen.accepting(window.process.pid)
+    window.accessible().find("push button", "Copy Full Log").press()
+    eventually(lambda: screen.clipboard() == "one␛[2J\ntwo", what="the copied log")
+    screen.press("Return")
+    assert window.report("logEvent") == "closed"
+
+
+def test_marks_without_end_are_no_reason_to_be_late(show):
+    window = show(alert={**APPROVAL, "informativeText": "a" + "\u0301" * 100_000})
+    window.report("shown")
+    assert window.times[0] < 3
