@@ -32,6 +32,7 @@ class AlertBox {
   /// `mayAnswer`: as in `handle`.
   void draw(Canvas& canvas, bool mayAnswer = true);
   [[nodiscard]] bool isRequestedByUser() const { return alert_.requestedByUser; }
+  [[nodiscard]] bool permitsSomething() const { return !alert_.permittingButtons.empty(); }
 
  private:
   struct Layout {

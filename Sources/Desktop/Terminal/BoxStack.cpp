@@ -63,6 +63,10 @@ bool BoxStack::topIsRequestedByUser() const {
   return logs_.back().window.requestedByUser;
 }
 
+bool BoxStack::topPermitsSomething() const {
+  return hasAlert() && alerts_.front().box.permitsSomething();
+}
+
 void BoxStack::handle(const Key& key, bool mayAnswer,
                       const std::function<void(const std::string&)>& copy) {
   if (hasAlert()) {

@@ -37,6 +37,8 @@ class BoxStack {
   [[nodiscard]] std::optional<Number> top() const;
   /// Whether the topmost dialog, of which there is one, answers something that the user did.
   [[nodiscard]] bool topIsRequestedByUser() const;
+  /// Whether a button of the topmost dialog permits something.
+  [[nodiscard]] bool topPermitsSomething() const;
 
   /// For the topmost dialog, of which there is one. `copy` is given a text for the clipboard.
   void handle(const Key& key, bool mayAnswer, const std::function<void(const std::string&)>& copy);

@@ -28,6 +28,7 @@ struct Key {
     press,  ///< of the mouse's first button, at `row` and `column`
     wheelUp,
     wheelDown,
+    focusIn,  ///< no key: the terminal has become active
   };
 
   Kind kind = Kind::character;

@@ -199,6 +199,7 @@ KeyDecoder::Step KeyDecoder::nextControlSequence(std::string_view bytes) {
   const char final = bytes[end];
   auto parameters = bytes.substr(2, end - 2);
   if (parameters.starts_with('<')) return {end + 1, mouseKey(parameters.substr(1), final)};
+  if (final == 'I' && parameters.empty()) return {end + 1, Key{.kind = Key::Kind::focusIn}};
   if (final != '~') return {end + 1, keyOf(kindOfFinal(final))};
   pasting_ = parameters == "200";
   return {end + 1, keyOf(kindOfNumber(parameters))};

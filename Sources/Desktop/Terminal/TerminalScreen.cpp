@@ -154,6 +154,7 @@ void TerminalScreen::resized() {
 void TerminalScreen::topWasDrawn() {
   if (std::exchange(drawnTop_, boxes_.top()) != boxes_.top()) {
     topSince_ = services_.clock.now();
+    topIsGuarded_ = drawnTop_ && !boxes_.topIsRequestedByUser();
     guard_.restart(topSince_);
   }
   const Instant now = services_.clock.now();
@@ -163,7 +164,7 @@ void TerminalScreen::topWasDrawn() {
 }
 
 Instant TerminalScreen::topMayBeAnsweredAt(Instant now) const {
-  if (boxes_.topIsRequestedByUser()) return topSince_ + answerDelay;
+  if (!topIsGuarded_) return topSince_ + answerDelay;
   return now + guard_.remaining(now);
 }
 
@@ -274,10 +275,17 @@ void TerminalScreen::waitForRestOfKey() {
 void TerminalScreen::handle(const Key& key) {
   if (ended_) return;
   changed();
+  if (key.kind == Key::Kind::focusIn) return guardTopAgain();
   if (key.kind == Key::Kind::control && key.text == "l") return painter_.forget();
   if (boxes_.top()) return handleInDialog(key);
   if (logBox_) return handleInLog(key);
   handleInMenu(key);
+}
+
+void TerminalScreen::guardTopAgain() {
+  if (!drawnTop_ || drawnTop_ != boxes_.top()) return;
+  topIsGuarded_ = topIsGuarded_ || boxes_.topPermitsSomething();
+  guard_.restart(services_.clock.now());
 }
 
 /// A key that comes before the dialog is on screen was not meant for it either.
@@ -285,7 +293,7 @@ void TerminalScreen::handleInDialog(const Key& key) {
   if (drawnTop_ != boxes_.top()) return;
   const Instant now = services_.clock.now();
   const bool mayAnswer = now >= topMayBeAnsweredAt(now);
-  if (!mayAnswer && !boxes_.topIsRequestedByUser()) return guard_.keyPressed(now);
+  if (!mayAnswer && topIsGuarded_) return guard_.keyPressed(now);
   boxes_.handle(key, mayAnswer, [this](const std::string& text) { copy(text); });
 }
 

@@ -46,8 +46,9 @@ class TerminalOutput {
 class TerminalScreen : public std::enable_shared_from_this<TerminalScreen> {
  public:
   /// How long a dialog that the user requested takes no answer after it appeared. Any other dialog
-  /// ignores all keys as `InputGuard` says. What cannot be answered yet shows no mark on a button,
-  /// and no hint how to close it.
+  /// ignores all keys as `InputGuard` says, also when the terminal becomes active and reports that;
+  /// the latter goes for a requested dialog that permits something as well. What cannot be answered
+  /// yet shows no mark on a button, and no hint how to close it.
   static constexpr Duration answerDelay = std::chrono::milliseconds(400);
   /// How often new lines of the log are drawn.
   static constexpr Duration logInterval = std::chrono::milliseconds(50);
@@ -112,6 +113,8 @@ class TerminalScreen : public std::enable_shared_from_this<TerminalScreen> {
   void scheduleFading();
   /// The topmost dialog is on screen now.
   void topWasDrawn();
+  /// The terminal has become active.
+  void guardTopAgain();
   void handleInDialog(const Key& key);
   /// From when on the topmost dialog, of which there is one, can be answered if no further key is
   /// pressed.
@@ -146,6 +149,7 @@ class TerminalScreen : public std::enable_shared_from_this<TerminalScreen> {
   BoxStack boxes_;
   std::optional<BoxStack::Number> drawnTop_;  // the topmost dialog when the screen was drawn last
   Instant topSince_{};
+  bool topIsGuarded_ = false;
   InputGuard guard_;  // of the topmost dialog
   LogRing log_;
   std::size_t unseenLines_ = 0;

@@ -74,9 +74,9 @@ constexpr std::array<std::pair<const char*, Key::Kind>, 11> keyCapabilities{
      {"kcbt", Key::Kind::backTab},
      {"kbs", Key::Kind::backspace}}};
 
-/// Mouse by buttons, told in numbers; pasted text between marks.
-constexpr std::string_view extensionsOn = "\x1b[?1000h\x1b[?1006h\x1b[?2004h";
-constexpr std::string_view extensionsOff = "\x1b[?2004l\x1b[?1006l\x1b[?1000l";
+/// Reports of the mouse's buttons in numbers and of the focus; marks around pasted text.
+constexpr std::string_view extensionsOn = "\x1b[?1000h\x1b[?1004h\x1b[?1006h\x1b[?2004h";
+constexpr std::string_view extensionsOff = "\x1b[?2004l\x1b[?1006l\x1b[?1004l\x1b[?1000l";
 
 }  // namespace
 

@@ -62,6 +62,10 @@ TEST(KeyDecoder, KnowsTheMouse) {
             (Keys{{.kind = Kind::press, .row = 4, .column = 11}, just(Kind::wheelUp)}));
 }
 
+TEST(KeyDecoder, KnowsWhenTheTerminalBecomesActive) {
+  EXPECT_EQ(decoded("\x1b[I\x1b[O\x1bOI\x1b[5I"), Keys{just(Kind::focusIn)});
+}
+
 TEST(KeyDecoder, GivesWhatIsPastedAsOne) {
   KeyDecoder decoder({}, true);
   EXPECT_EQ(decoder.decode("\x1b[200~inv_v2_\r"), Keys{});

@@ -220,6 +220,26 @@ TEST_F(TerminalScreenTest, TheNextDialogIgnoresTheKeysOfTheOneBefore) {
   EXPECT_EQ(answers_, (std::vector<int>{0, 0}));
 }
 
+TEST_F(TerminalScreenTest, EachReturnToTheTerminalBeginsAnew) {
+  const std::string focusIn = "\x1b[I";
+  const std::string focusOut = "\x1b[O";
+  for (const auto& alert : {unrequested(), accessRequest}) {
+    answers_.clear();
+    const auto dialog = present(alert);
+    advance(10s);
+    press(focusOut + focusIn);
+    EXPECT_TRUE(shows("[ Deny ]"));
+    press("\t \r");
+    EXPECT_EQ(answers_, std::vector<int>{});
+    advance(InputGuard::settling);
+    EXPECT_TRUE(shows("[›Deny ]"));
+    press("\r");
+    EXPECT_EQ(answers_, std::vector<int>{0});
+  }
+  press(focusIn);
+  EXPECT_EQ(chosen_, std::vector<std::string>{});
+}
+
 TEST_F(TerminalScreenTest, ALogThatNobodyRequestedIsNotClosedByWhatIsTypedOn) {
   std::vector<LogWindowEvent> events;
   const auto dialog = dialogs_.presentLogWindow(
