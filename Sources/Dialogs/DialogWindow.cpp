@@ -12,7 +12,10 @@ DialogWindow::DialogWindow(Conversation& conversation, InputShield::Policy shiel
     : conversation_(conversation),
       shield_(*this, shielding, [this](bool accepts) { acceptInput(accepts); }) {
   painted_.setSingleShot(true);
-  connect(&painted_, &QTimer::timeout, this, [this] { report({.shown = true}); });
+  connect(&painted_, &QTimer::timeout, this, [this] {
+    report({.shown = true});
+    shield_.exposed();
+  });
   ending_.setSingleShot(true);
   connect(&ending_, &QTimer::timeout, this, &QCoreApplication::quit);
 }
@@ -36,7 +39,6 @@ void DialogWindow::present(bool unrequested) {
 bool DialogWindow::eventFilter(QObject* watched, QEvent* event) {
   if (event->type() == QEvent::Expose && !shown_ && windowHandle()->isExposed()) {
     shown_ = true;
-    shield_.exposed();
     painted_.start(0);  // what is exposed is painted first
   }
   return QDialog::eventFilter(watched, event);

@@ -41,10 +41,7 @@ bool isInput(QEvent::Type type) {
 }  // namespace
 
 InputShield::InputShield(QWidget& window, Policy policy, std::function<void(bool)> changed)
-    : window_(window),
-      policy_(policy),
-      changed_(std::move(changed)),
-      accepts_(policy != Policy::always) {
+    : window_(window), policy_(policy), changed_(std::move(changed)) {
   opening_.setSingleShot(true);
   opening_.setTimerType(Qt::PreciseTimer);
   connect(&opening_, &QTimer::timeout, this, [this] { update(); });
@@ -55,7 +52,12 @@ void InputShield::watch() {
 }
 
 void InputShield::exposed() {
-  if (policy_ == Policy::always) restart();
+  exposed_ = true;
+  if (policy_ == Policy::always) {
+    restart();
+  } else {
+    update();
+  }
 }
 
 void InputShield::activationChanged(bool active) {
@@ -65,7 +67,7 @@ void InputShield::activationChanged(bool active) {
 }
 
 bool InputShield::isOpen() const {
-  return policy_ != Policy::always || guard_.isOpen(now());
+  return exposed_ && (policy_ != Policy::always || guard_.isOpen(now()));
 }
 
 void InputShield::restart() {
@@ -76,7 +78,7 @@ void InputShield::restart() {
 void InputShield::update() {
   const bool open = isOpen();
   const bool accepts = open && (active_ || policy_ != Policy::always);
-  if (!open) {
+  if (!open && exposed_) {
     // Rounded up: a timer that fires early would find the guard closed and start again.
     const auto remaining = std::min(guard_.remaining(now()), InputGuard::settling);
     opening_.start(std::chrono::ceil<std::chrono::milliseconds>(remaining));

@@ -11,9 +11,10 @@ class QWidget;
 
 namespace zephyl {
 
-/// Keeps keys and clicks that were meant for another window from a window of this program. While it
-/// does, the window accepts no input: not before its `InputGuard` is open, and only while the
-/// window is active. A click on the inactive window makes it active and does nothing else.
+/// Keeps keys and clicks that were meant for another window from a window of this program. No
+/// window accepts input before it is on screen. A shielded one accepts it only while it is active
+/// and its `InputGuard` is open; a click on it while it is inactive makes it active and does
+/// nothing else.
 class InputShield final : public QObject {
  public:
   enum class Policy {
@@ -49,8 +50,9 @@ class InputShield final : public QObject {
   const std::function<void(bool)> changed_;
   InputGuard guard_;
   QTimer opening_;
+  bool exposed_ = false;
   bool active_ = false;
-  bool accepts_;
+  bool accepts_ = false;
 };
 
 }  // namespace zephyl

@@ -31,9 +31,9 @@ constexpr QChar escapePicture{0x241B};
 /// hundred thousand characters into lines, and no time for many that are this long.
 constexpr int maxWordCharacters = 512;
 
-/// How many marks may follow the last character of such a word. A longer run is divided as well: it
-/// takes the toolkit as long as a word of that many characters.
-constexpr int maxMarksAtEnd = 32;
+/// How many marks may follow a character. Real writing has a few. More of them are spelled: they
+/// take no room, so that one line would hold them all, which the toolkit needs seconds to draw.
+constexpr int maxMarks = 16;
 
 /// A place to break a line that shows nothing. No text from outside has any left.
 constexpr QChar breakHere{0x200B};
@@ -42,14 +42,20 @@ QString withLongWordsDivided(const QString& text) {
   QString divided;
   divided.reserve(text.size() + text.size() / maxWordCharacters);
   int length = 0;
-  for (const QChar character : text) {
-    length = character.isSpace() ? 0 : length + 1;
-    const bool mayDivide = !character.isMark() || length > maxWordCharacters + maxMarksAtEnd;
-    if (length > maxWordCharacters && mayDivide && !character.isLowSurrogate()) {
+  int marks = 0;
+  for (const char32_t character : text.toUcs4()) {
+    marks = QChar::isMark(character) ? marks + 1 : 0;
+    length = QChar::isSpace(character) ? 0 : length + 1;
+    const bool isSpelled = marks > maxMarks;
+    if (length > maxWordCharacters && (marks == 0 || isSpelled)) {
       divided += breakHere;
       length = 1;
     }
-    divided += character;
+    if (isSpelled) {
+      divided += QStringLiteral("\\u%1").arg(static_cast<uint>(character), 4, 16, QLatin1Char('0'));
+    } else {
+      divided += QChar::fromUcs4(character);
+    }
   }
   return divided;
 }

@@ -1,13 +1,12 @@
 """Windows that nobody requested: keys and clicks that were meant for another window do nothing, and
 what a request asks for is read before it is permitted."""
 
-import threading
 import time
 
 import pytest
 from gi.repository import GLib
 
-from support.dialogs import APPROVAL, INVITE, Screen, Window
+from support.dialogs import APPROVAL, INVITE, Screen, Typing, Window
 from support.tray import eventually
 
 UNREQUESTED = {"alert": APPROVAL, "unrequested": True}
@@ -51,37 +50,6 @@ def buttons_of(window):
 
 def enabled(window):
     return [each.name for each in buttons_of(window) if each.has("enabled")]
-
-
-class Typing:
-    """Somebody who types on and on, keys 100 ms apart, and looks at no window."""
-
-    KEYS = "Tab space Left space Right space Return Tab Tab space Down Return Escape".split()
-
-    def __init__(self, screen, keys=KEYS):
-        self._screen, self._keys = screen, keys
-        self._ends = threading.Event()
-        self._thread = threading.Thread(target=self._type)
-        self.count = 0
-
-    def _type(self):
-        while not self._ends.is_set():
-            self._screen.run("xdotool", "key", "--delay", "0", self._keys[self.count % len(self._keys)])
-            self.count += 1
-            self._ends.wait(0.1)
-
-    def __enter__(self):
-        self._thread.start()
-        return self
-
-    def __exit__(self, *error):
-        self._ends.set()
-        self._thread.join()
-
-    def types(self, keys):
-        """Waits until that many more keys were pressed."""
-        until = self.count + keys
-        eventually(lambda: self.count >= until, what="keys")
 
 
 def test_the_window_does_not_take_the_focus_and_asks_for_attention(screen, show, editor):
@@ -166,6 +134,7 @@ def test_a_requested_approval_is_guarded_once_the_user_has_left_it(screen, show,
     window = show(alert=APPROVAL).shown()
     eventually(lambda: enabled(window) == APPROVAL["buttons"], what="enabled buttons")
     screen.activate(editor.process.pid)
+    eventually(lambda: enabled(window) == [], what="disabled buttons")
     screen.activate(window.process.pid)
     screen.press("Tab", "space", "Return", "Escape")
     assert window.reports == [{"shown": True}]

@@ -270,3 +270,34 @@ class Window:
         self.ends()
         self.process.stdout.close()
         self.process.stderr.close()
+
+
+class Typing:
+    """Somebody who types on and on, keys 100 ms apart, and looks at no window."""
+
+    KEYS = "Tab space Left space Right space Return Tab Tab space Down Return Escape".split()
+
+    def __init__(self, screen, keys=KEYS):
+        self._screen, self._keys = screen, keys
+        self._ends = threading.Event()
+        self._thread = threading.Thread(target=self._type)
+        self.count = 0
+
+    def _type(self):
+        while not self._ends.is_set():
+            self._screen.run("xdotool", "key", "--delay", "0", self._keys[self.count % len(self._keys)])
+            self.count += 1
+            self._ends.wait(0.1)
+
+    def __enter__(self):
+        self._thread.start()
+        return self
+
+    def __exit__(self, *error):
+        self._ends.set()
+        self._thread.join()
+
+    def types(self, keys):
+        """Waits until that many more keys were pressed."""
+        until = self.count + keys
+        eventually(lambda: self.count >= until, what="keys")
