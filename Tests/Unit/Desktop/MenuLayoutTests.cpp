@@ -148,10 +148,10 @@ TEST_F(MenuLayoutTest, FindsManyRowsAgainInAnyOrder) {
   std::ranges::reverse(menu);
   std::ranges::reverse(before);
   const auto start = std::chrono::steady_clock::now();
-  EXPECT_TRUE(set(menu).structure);
+  set(menu);
   EXPECT_EQ(topIds(), before);
   for (auto& entry : menu) entry.key += "/new";
-  EXPECT_TRUE(set(menu).structure);
+  set(menu);
   EXPECT_GT(topIds().front(), *std::ranges::max_element(before));
   EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(2));
 }
