@@ -1,5 +1,12 @@
 #include "UpdateMessages/UpdateFiles.hpp"
 
+#include <cerrno>
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "System/FileDescriptor.hpp"
 #include "System/Files.hpp"
 #include "System/JSON.hpp"
 
@@ -21,6 +28,27 @@ UpdateFiles UpdateFiles::of(const std::string& prefix) {
   };
 }
 
+std::optional<UpdateFiles> UpdateFiles::trusted(const std::string& prefix) {
+  if (prefix.empty()) return std::nullopt;
+  auto files = of(prefix);
+  if (!fileExists(files.directory) || files.reasonForDistrust()) return std::nullopt;
+  return files;
+}
+
+std::optional<std::string> UpdateFiles::reasonForDistrust() const {
+  constexpr int flags = O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC;
+  const FileDescriptor opened(::open(directory.c_str(), flags));
+  if (!opened && errno == ENOENT) return std::nullopt;
+  if (!opened && (errno == ENOTDIR || errno == ELOOP)) return directory + " is not a directory.";
+  struct stat status {};
+  if (!opened || ::fstat(opened.get(), &status) != 0) return systemError(directory, errno).message;
+  if (status.st_uid != ::geteuid()) return directory + " belongs to another user.";
+  if ((status.st_mode & (S_IRWXG | S_IRWXO)) != 0) {
+    return directory + " is open to other users.";
+  }
+  return std::nullopt;
+}
+
 std::string UpdateFiles::archive(const std::string& sha256) const {
   return joinPath(directory, "archive-" + sha256);
 }
@@ -35,6 +63,12 @@ std::optional<UpdateNote> readNote(const std::string& path) {
 
 Result<void> writeNote(const std::string& path, const UpdateNote& note) {
   return replaceFile(path, json::prettySorted(json::encode(note)), Durability::flushed);
+}
+
+bool removeUndecodableNote(const std::string& path) {
+  const auto text = readFile(path);
+  if (!text || json::decodeText<UpdateNote>(*text)) return false;
+  return removePath(path).has_value();
 }
 
 }  // namespace zephyl

@@ -6,27 +6,32 @@
 
 #include "System/Result.hpp"
 
-/// What an update leaves beside an installation for the next program to find. For an installation
-/// /opt/zephyl all of it is in /opt/.zephyl.updates, a directory of mode 0700:
+/// The state of updates, kept beside an installation. For an installation /opt/zephyl all of it is
+/// in the state directory /opt/.zephyl.updates, of mode 0700:
 ///
 ///     lock           held by a zephyl-tray-updater that changes anything
-///     archive-HASH   what was downloaded and verified and not installed yet; HASH is its SHA-256
-///     partial/       what is being unpacked
-///     staged/        the new version, verified, whole and on disk; after the swap, for a moment,
-///                    the old one
-///     previous/      the version before this one
-///     trial.json     the new version stands at the prefix and has not reported itself up yet
-///     failed.json    a version that was taken back because it did not report itself up
+///     archive-HASH   downloaded and verified, not installed yet; HASH is its SHA-256
+///     partial/       being unpacked
+///     staged/        the new version, verified, complete and on disk; after the exchange, for a
+///                    moment, the old version
+///     previous/      the version before the installed one
+///     trial.json     the installed version is on trial: it has not confirmed yet that it works
+///     failed.json    a version that was rolled back because it did not confirm that it works
 ///
 /// Callable from any thread.
 namespace zephyl {
 
-/// What trial.json and failed.json say.
+/// The contents of trial.json and failed.json.
 struct UpdateNote {
   std::string version;         ///< the new version
-  std::string displayVersion;  ///< the same, as people read it
-  bool told = false;           ///< of a failed one: whether the user has been told
-  std::int64_t starts = 0;     ///< of one on trial: how often it was started
+  std::string displayVersion;  ///< the same, for people
+  bool told = false;           ///< failed.json: the user has been told
+  std::int64_t starts = 0;     ///< trial.json: how often the version was started
+  /// trial.json: the id of the last process that was asked to end before it could confirm the
+  /// version. Its end is not a failure of the version.
+  std::optional<std::int64_t> endedProcess;
+  /// failed.json: the date of the newest feed when the version failed, in seconds since 1970.
+  std::optional<std::int64_t> feedDate;
 
   template <typename Self, typename Fields>
   static void describe(Self& self, Fields& fields) {
@@ -34,6 +39,8 @@ struct UpdateNote {
     fields("displayVersion", self.displayVersion);
     fields.orDefault("told", self.told);
     fields.orDefault("starts", self.starts);
+    fields("endedProcess", self.endedProcess);
+    fields("feedDate", self.feedDate);
   }
 };
 
@@ -47,12 +54,25 @@ struct UpdateFiles {
   std::string trial;
   std::string failed;
 
+  /// Returns the paths for the installation at `prefix`. Does not touch the file system.
   static UpdateFiles of(const std::string& prefix);
+
+  /// Returns the paths if the state directory exists and may be trusted, otherwise nullopt. The
+  /// tray reads, writes and runs nothing in a state directory that it did not get from here.
+  static std::optional<UpdateFiles> trusted(const std::string& prefix);
+
+  /// Returns why the state directory must not be trusted; nullopt if it may be, or does not exist.
+  /// It must be a directory, not a symbolic link to one, belong to this user and grant nothing to
+  /// group and others: in a shared parent directory anybody can create one by this name.
+  [[nodiscard]] std::optional<std::string> reasonForDistrust() const;
+
   [[nodiscard]] std::string archive(const std::string& sha256) const;
 };
 
-/// None when there is no such note, or none that makes sense.
+/// Returns nullopt if there is no note at `path`, or one that cannot be read or decoded.
 std::optional<UpdateNote> readNote(const std::string& path);
 Result<void> writeNote(const std::string& path, const UpdateNote& note);
+/// Removes the note at `path` if it can be read but not decoded. Returns whether it did.
+bool removeUndecodableNote(const std::string& path);
 
 }  // namespace zephyl
