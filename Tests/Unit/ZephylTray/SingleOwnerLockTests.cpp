@@ -1,6 +1,7 @@
 #include "ZephylTray/SingleOwnerLock.hpp"
 
 #include <csignal>
+#include <cstdlib>
 #include <filesystem>
 
 #include <gtest/gtest.h>
@@ -10,6 +11,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include "Support/Eventually.hpp"
 #include "Support/TemporaryDirectory.hpp"
 #include "System/Files.hpp"
 
@@ -103,6 +105,51 @@ TEST_F(SingleOwnerLockTest, IsNotInheritedByAProgram) {
   EXPECT_FALSE(isTaken());
   ::kill(program, SIGKILL);
   EXPECT_EQ(::waitpid(program, nullptr, 0), program);
+}
+
+TEST_F(SingleOwnerLockTest, IsKeptAcrossAnExec) {
+  const pid_t process = ::fork();
+  if (process == 0) {
+    auto lock = acquire();
+    std::get<SingleOwnerLock>(lock).keepAcrossExec();
+    ::execlp("sleep", "sleep", "1000", nullptr);
+    ::_exit(1);
+  }
+  const std::string name = "/proc/" + std::to_string(process) + "/comm";
+  EXPECT_TRUE(test::eventually([&] { return readFile(name).value() == "sleep\n"; }));
+  EXPECT_EQ(knownHolder(), process);
+  ::kill(process, SIGKILL);
+  ASSERT_EQ(::waitpid(process, nullptr, 0), process);
+  EXPECT_FALSE(isTaken());
+}
+
+TEST_F(SingleOwnerLockTest, IsTakenUpByTheProgramThatInheritsIt) {
+  const pid_t process = ::fork();
+  if (process == 0) {
+    auto first = acquire();
+    std::get<SingleOwnerLock>(first).keepAcrossExec();
+    const int descriptor = std::stoi(::getenv("ZEPHYL_TRAY_LOCK"));
+    const auto second = acquire();
+    const bool works = std::holds_alternative<SingleOwnerLock>(second) &&
+                       ::getenv("ZEPHYL_TRAY_LOCK") == nullptr &&
+                       ::fcntl(descriptor, F_GETFD) == FD_CLOEXEC && isTaken();
+    ::_exit(works ? 0 : 1);
+  }
+  int status = 0;
+  ASSERT_EQ(::waitpid(process, &status, 0), process);
+  EXPECT_EQ(status, 0);
+}
+
+TEST_F(SingleOwnerLockTest, TrustsNoDescriptorOfAnotherFile) {
+  const auto lock = acquire();
+  const FileDescriptor other(::open("/dev/null", O_RDWR | O_CLOEXEC));
+  for (const std::string& number :
+       {std::to_string(other.get()), std::string("0"), std::string("-1"), std::string("9999999"),
+        std::string("x"), std::string("1000000")}) {
+    const test::ScopedVariable variable("ZEPHYL_TRAY_LOCK", number);
+    EXPECT_TRUE(isTaken()) << number;
+  }
+  EXPECT_GE(::fcntl(other.get(), F_GETFD), 0) << "it was not closed";
 }
 
 TEST_F(SingleOwnerLockTest, SaysWhyItCannotBeTaken) {
