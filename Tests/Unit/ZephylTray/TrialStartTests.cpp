@@ -1,10 +1,20 @@
 #include "ZephylTray/TrialStart.hpp"
 
+#include <csignal>
+#include <filesystem>
+
 #include <gtest/gtest.h>
 
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "Support/Eventually.hpp"
 #include "Support/LogCapture.hpp"
 #include "Support/TemporaryDirectory.hpp"
 #include "System/Bundle.hpp"
+#include "System/FileDescriptor.hpp"
 #include "System/Files.hpp"
 #include "UpdateMessages/UpdateFiles.hpp"
 
@@ -21,14 +31,14 @@ class TrialStartTest : public ::testing::Test {
                      R"({"CFBundleShortVersionString": ")" + version + "\"}");
   }
   /// An updater program that writes down what it is told, and who it is.
-  void installUpdater(const std::string& place, int status) {
+  void installUpdater(const std::string& place, const std::string& work) {
     directory_.write(place + "/libexec/zephyl-tray/zephyl-tray-updater",
                      "#!/bin/sh\necho \"" + place + " $(cat)\" >> '" + (directory_ / "told") +
-                         "'\nexit " + std::to_string(status) + "\n",
+                         "'\n" + work + "\n",
                      true);
   }
   void putOnTrial(const std::string& version, std::int64_t starts) {
-    directory_.write("opt/.zephyl.updates/here", "");
+    ASSERT_TRUE(createDirectories(files_.directory, 0700));
     ASSERT_TRUE(
         writeNote(files_.trial, {.version = version, .displayVersion = version, .starts = starts}));
   }
@@ -36,6 +46,10 @@ class TrialStartTest : public ::testing::Test {
   [[nodiscard]] std::string told() const {
     const auto text = readFile(directory_ / "told");
     return text ? *text : "";
+  }
+  /// What an updater program does that rolls back.
+  [[nodiscard]] std::string rollBack() const {
+    return "sed -i s/2.0/1.0/ '" + prefix_ + "/share/zephyl-tray/Info.json'";
   }
   [[nodiscard]] bool returns() const { return returnsToPreviousVersion(bundle_); }
 
@@ -54,14 +68,22 @@ TEST_F(TrialStartTest, CountsTheStartsOfAVersionOnTrialAndNoOther) {
     EXPECT_FALSE(returns());
     EXPECT_EQ(starts(), start);
   }
-  // What an exchange that never came leaves, and a return that did.
-  putOnTrial("3.0", 7);
-  installUpdater("opt/.zephyl.updates/previous", 0);
-  EXPECT_FALSE(returns());
-  EXPECT_EQ(starts(), 7);
-  EXPECT_EQ(told(), "");
   EXPECT_FALSE(returnsToPreviousVersion(Bundle(directory_ / "build/zephyl-tray")));
   EXPECT_FALSE(returnsToPreviousVersion(Bundle(std::nullopt)));
+}
+
+TEST_F(TrialStartTest, RemovesANoteOfAVersionThatIsNotInstalledUnlessAnUpdaterIsAtWork) {
+  putOnTrial("3.0", 7);
+  installUpdater("opt/.zephyl.updates/previous", rollBack());
+  {
+    const FileDescriptor lock(::open(files_.lock.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600));
+    ASSERT_EQ(::flock(lock.get(), LOCK_EX), 0);
+    EXPECT_FALSE(returns());
+    EXPECT_EQ(starts(), 7) << "version 3.0 may be installed the next moment";
+  }
+  EXPECT_FALSE(returns());
+  EXPECT_FALSE(fileExists(files_.trial));
+  EXPECT_EQ(told(), "");
 }
 
 TEST_F(TrialStartTest, ComparesVersionsAsUpdatesDo) {
@@ -74,9 +96,9 @@ TEST_F(TrialStartTest, ComparesVersionsAsUpdatesDo) {
 
 TEST_F(TrialStartTest, HasTheUpdaterOfTheVersionBeforeTakeBackOneThatNeverCameUp) {
   putOnTrial("2.0", maxTrialStarts);
-  installUpdater("opt/zephyl", 0);
-  installUpdater("opt/.zephyl.updates/staged", 0);
-  installUpdater("opt/.zephyl.updates/previous", 0);
+  installUpdater("opt/zephyl", rollBack());
+  installUpdater("opt/.zephyl.updates/staged", rollBack());
+  installUpdater("opt/.zephyl.updates/previous", rollBack());
   bool returned = false;
   const auto log = test::logOf([&] { returned = returns(); });
   EXPECT_TRUE(returned);
@@ -88,8 +110,8 @@ TEST_F(TrialStartTest, HasTheUpdaterOfTheVersionBeforeTakeBackOneThatNeverCameUp
 
 TEST_F(TrialStartTest, TriesOtherUpdatersAndStartsAllTheSameWhenNoneHelps) {
   putOnTrial("2.0", maxTrialStarts);
-  installUpdater("opt/zephyl", 1);
-  installUpdater("opt/.zephyl.updates/staged", 1);
+  installUpdater("opt/zephyl", "exit 1");
+  installUpdater("opt/.zephyl.updates/staged", "exit 0  # which it does not deserve");
   bool returned = true;
   const auto log = test::logOf([&] { returned = returns(); });
   EXPECT_FALSE(returned);
@@ -100,10 +122,85 @@ TEST_F(TrialStartTest, TriesOtherUpdatersAndStartsAllTheSameWhenNoneHelps) {
 
 TEST_F(TrialStartTest, BecomesWhateverStandsInPlaceHoweverThatWasReported) {
   putOnTrial("2.0", maxTrialStarts);
-  directory_.write(
-      "opt/zephyl/libexec/zephyl-tray/zephyl-tray-updater",
-      "#!/bin/sh\nsed -i s/2.0/1.0/ '" + prefix_ + "/share/zephyl-tray/Info.json'\nexit 1\n", true);
+  installUpdater("opt/zephyl", rollBack() + "; exit 1");
   EXPECT_TRUE(returns());
+}
+
+TEST_F(TrialStartTest, WaitsOnlySoLongForAnUpdaterThatHangs) {
+  putOnTrial("2.0", maxTrialStarts);
+  const std::string pid = directory_ / "pid";
+  installUpdater("opt/.zephyl.updates/previous", "sleep 1000 & echo $! > '" + pid + "'; wait");
+  installUpdater("opt/zephyl", rollBack());
+  const auto began = std::chrono::steady_clock::now();
+  EXPECT_FALSE(returns());
+  const auto took = std::chrono::steady_clock::now() - began;
+  EXPECT_GE(took, trialStartLimit - std::chrono::milliseconds(100));
+  EXPECT_LT(took, trialStartLimit + std::chrono::seconds(3));
+  EXPECT_EQ(told(), "opt/.zephyl.updates/previous " + command_) << "no time is left for another";
+  const auto left = static_cast<pid_t>(std::stol(readFile(pid).value()));
+  EXPECT_TRUE(test::eventually([&] { return ::kill(left, 0) != 0; })) << "nothing is left of it";
+}
+
+TEST_F(TrialStartTest, RunsNothingInADirectoryThatOthersMayEnter) {
+  putOnTrial("2.0", maxTrialStarts);
+  installUpdater("opt/.zephyl.updates/previous", rollBack());
+  for (const mode_t mode : {0777U, 0755U, 0710U}) {
+    ASSERT_EQ(::chmod(files_.directory.c_str(), mode), 0);
+    const auto log = test::logOf([&] { EXPECT_FALSE(returns()); });
+    EXPECT_EQ(log, "[tray] ignoring what is left of updates: " + files_.directory +
+                       " is open to other users.\n");
+  }
+  EXPECT_EQ(told(), "");
+  EXPECT_EQ(starts(), maxTrialStarts);
+}
+
+TEST_F(TrialStartTest, RunsNothingBehindALinkOrOfAnotherUser) {
+  putOnTrial("2.0", maxTrialStarts);
+  installUpdater("opt/.zephyl.updates/previous", rollBack());
+  std::filesystem::rename(files_.directory, directory_ / "elsewhere");
+  std::filesystem::create_symlink(directory_ / "elsewhere", files_.directory);
+  EXPECT_FALSE(returns());
+  EXPECT_EQ(told(), "");
+  if (::geteuid() != 0) GTEST_SKIP() << "the rest needs root, to give files to another user";
+  std::filesystem::remove(files_.directory);
+  std::filesystem::rename(directory_ / "elsewhere", files_.directory);
+  ASSERT_EQ(::chown(files_.directory.c_str(), 54399, 54399), 0);
+  EXPECT_FALSE(returns());
+  EXPECT_EQ(told(), "");
+}
+
+TEST_F(TrialStartTest, RemovesANoteThatItCannotDecode) {
+  putOnTrial("2.0", 0);
+  directory_.write("opt/.zephyl.updates/trial.json", "");
+  EXPECT_FALSE(returns());
+  EXPECT_FALSE(fileExists(files_.trial));
+}
+
+TEST_F(TrialStartTest, RecordsAnEndThatWasAskedForAndDoesNotCountAShortStart) {
+  recordRequestedEnd(bundle_, {});
+  EXPECT_FALSE(fileExists(files_.directory));
+  putOnTrial("2.0", 2);
+  recordRequestedEnd(bundle_, std::chrono::seconds(1));
+  EXPECT_EQ(readNote(files_.trial)->endedProcess, ::getpid());
+  EXPECT_EQ(starts(), 1);
+  recordRequestedEnd(bundle_, confirmationLimit);
+  EXPECT_EQ(starts(), 1) << "it has had its chance";
+  putOnTrial("2.0", 0);
+  recordRequestedEnd(bundle_, {});
+  EXPECT_EQ(starts(), 0);
+  putOnTrial("3.0", 2);
+  recordRequestedEnd(bundle_, {});
+  EXPECT_EQ(starts(), 2) << "another version is on trial";
+}
+
+TEST_F(TrialStartTest, KnowsTheRunningVersionOnlyWhileItIsTheInstalledOne) {
+  const std::string self = std::filesystem::read_symlink("/proc/self/exe");
+  std::filesystem::remove(prefix_ + "/bin/zephyl-tray");
+  std::filesystem::create_symlink(self, prefix_ + "/bin/zephyl-tray");
+  EXPECT_EQ(runningVersion(bundle_), "2.0");
+  std::filesystem::remove(prefix_ + "/bin/zephyl-tray");
+  directory_.write("opt/zephyl/bin/zephyl-tray", "", true);
+  EXPECT_EQ(runningVersion(bundle_), "");
 }
 
 }  // namespace
