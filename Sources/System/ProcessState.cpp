@@ -33,9 +33,6 @@ void openStandardDescriptors() {
 void resetSignals() {
   std::signal(SIGCHLD, SIG_DFL);
   std::signal(SIGPIPE, SIG_IGN);
-  sigset_t none;
-  ::sigemptyset(&none);
-  ::sigprocmask(SIG_SETMASK, &none, nullptr);
 }
 
 void raiseDescriptorLimit() {

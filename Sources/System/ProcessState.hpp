@@ -9,11 +9,11 @@ namespace zephyl {
 /// - descriptors 0 to 2 are open, on /dev/null where they were closed, so that no file of the
 ///   program's own becomes a standard descriptor;
 /// - SIGCHLD has its default action, without which no child's end can be waited for;
-/// - no signal is blocked;
 /// - SIGPIPE is ignored;
 /// - the soft limit of open descriptors is as high as the hard one.
 ///
-/// Must be called first in `main`, before a descriptor is opened or a thread is started.
+/// Must be called first in `main`, before a descriptor is opened or a thread is started. The mask of
+/// blocked signals is that of `EndSignals::block`.
 void establishProcessState();
 
 /// Whether SIGHUP was ignored when the program was started, as `nohup` does. Such a program must

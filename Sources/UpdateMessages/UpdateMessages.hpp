@@ -36,14 +36,30 @@ struct UpdateOffer {
   }
 };
 
+/// A version that was rolled back.
+struct FailedVersion {
+  std::string version;
+  std::int64_t feedDate = 0;  ///< of the newest feed when it failed, in seconds since 1970
+
+  template <typename Self, typename Fields>
+  static void describe(Self& self, Fields& fields) {
+    fields("version", self.version);
+    fields.orDefault("feedDate", self.feedDate);
+  }
+};
+
 /// In all commands `prefix` is the installation: the directory that holds bin and share.
 /// `stallSeconds`: how long a server may send nothing.
 struct CheckCommand {
   std::string prefix;
   std::vector<std::string> channels;  ///< besides the one that everybody gets
-  std::vector<std::string> skip;      ///< versions that are not wanted
-  std::int64_t rolloutGroup = 0;      ///< this installation's place in a phased roll-out
-  bool userInitiated = false;         ///< then a phased roll-out is not waited for
+  std::vector<std::string> skip;      ///< versions that are offered only if they are critical
+  /// A version that is offered only if a feed that is newer than its failure marks it critical.
+  std::optional<FailedVersion> failed;
+  /// The date of the newest feed seen before, in seconds since 1970. An older one is refused.
+  std::optional<std::int64_t> newestFeedDate;
+  std::int64_t rolloutGroup = 0;  ///< this installation's place in a phased roll-out
+  bool userInitiated = false;     ///< then a phased roll-out is not waited for
   std::optional<std::int64_t> stallSeconds;
 
   template <typename Self, typename Fields>
@@ -51,6 +67,8 @@ struct CheckCommand {
     fields("prefix", self.prefix);
     fields("channels", self.channels);
     fields("skip", self.skip);
+    fields("failed", self.failed);
+    fields("newestFeedDate", self.newestFeedDate);
     fields("rolloutGroup", self.rolloutGroup);
     fields("userInitiated", self.userInitiated);
     fields("stallSeconds", self.stallSeconds);
@@ -84,8 +102,9 @@ struct InstallCommand {
   }
 };
 
-/// Watches a process that is about to become the new version. When it ends, or `limitSeconds` have
-/// passed, before that has reported itself up, puts the previous version back and becomes it.
+/// Watches a process that is about to execute the new version. Rolls back to the previous version
+/// and executes it if the process ends, or `limitSeconds` pass, before the new version has
+/// confirmed that it works. Does nothing if the process was asked to end (see UpdateNote).
 struct WatchCommand {
   std::string prefix;
   std::int64_t process = 0;
@@ -130,15 +149,28 @@ struct UpdateCommand {
   }
 };
 
+/// `feedDate`: of the feed that was read, in seconds since 1970.
 struct FoundUpdate {
   UpdateOffer offer;
+  std::int64_t feedDate = 0;
   /// Why it cannot be installed here, and how to update instead.
   std::optional<std::string> obstacle;
 
   template <typename Self, typename Fields>
   static void describe(Self& self, Fields& fields) {
     fields("offer", self.offer);
+    fields("feedDate", self.feedDate);
     fields("obstacle", self.obstacle);
+  }
+};
+struct NoUpdate {
+  std::string version;  ///< the installed one, for people
+  std::int64_t feedDate = 0;
+
+  template <typename Self, typename Fields>
+  static void describe(Self& self, Fields& fields) {
+    fields("version", self.version);
+    fields("feedDate", self.feedDate);
   }
 };
 struct UpdateProgress {
@@ -155,10 +187,11 @@ struct UpdateProgress {
 /// What the program says: exactly one of these.
 struct UpdateReport {
   using Found = FoundUpdate;
+  using UpToDate = NoUpdate;
   using Progress = UpdateProgress;
 
   std::optional<Found> found;
-  std::optional<std::string> upToDate;  ///< the installed version
+  std::optional<UpToDate> upToDate;
   std::optional<Progress> progress;
   std::optional<std::string> ready;      ///< the version that is laid out
   std::optional<std::string> installed;  ///< the version that now stands at the prefix

@@ -96,20 +96,20 @@ void readElement(const pugi::xml_node& node, AppcastItem& item) {
 
 }  // namespace
 
-Result<std::vector<AppcastItem>> parseAppcast(std::string_view xml) {
+Result<Appcast> parseAppcast(std::string_view xml) {
   pugi::xml_document document;
   const auto outcome =
       document.load_buffer(xml.data(), xml.size(), pugi::parse_default, pugi::encoding_utf8);
   if (!outcome) return Error{"The feed cannot be read: ", outcome.description(), "."};
   const auto channel = document.child("rss").child("channel");
   if (!channel) return Error{"The feed cannot be read: it is no appcast."};
-  std::vector<AppcastItem> items;
+  Appcast appcast{.date = parseDate(textOf(channel.child("lastBuildDate")))};
   for (const auto& node : channel.children("item")) {
-    if (items.size() == maxItems) break;
-    AppcastItem& item = items.emplace_back();
+    if (appcast.items.size() == maxItems) break;
+    AppcastItem& item = appcast.items.emplace_back();
     for (const auto& element : node.children()) readElement(element, item);
   }
-  return items;
+  return appcast;
 }
 
 }  // namespace zephyl

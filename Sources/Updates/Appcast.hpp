@@ -37,11 +37,17 @@ struct AppcastItem {
   bool operator==(const AppcastItem&) const = default;
 };
 
-/// Reads an appcast: RSS whose items have, besides "pubDate" and "description", elements
-/// "version", "shortVersionString", "minimumSystemVersion", "channel", "phasedRolloutInterval"
-/// (seconds) and "criticalUpdate", and whose enclosures have the attributes "url", "length",
-/// "type", "architecture", "sha256" and "edSignature". Version and short version may be attributes
-/// of the enclosure instead. Only the part of a name behind a namespace's colon counts. Pure.
-Result<std::vector<AppcastItem>> parseAppcast(std::string_view xml);
+struct Appcast {
+  std::optional<std::chrono::sys_seconds> date;  ///< "lastBuildDate": when the feed was signed
+  std::vector<AppcastItem> items;
+};
+
+/// Reads an appcast: RSS whose channel has an element "lastBuildDate", and whose items have,
+/// besides "pubDate" and "description", elements "version", "shortVersionString",
+/// "minimumSystemVersion", "channel", "phasedRolloutInterval" (seconds) and "criticalUpdate", and
+/// whose enclosures have the attributes "url", "length", "type", "architecture", "sha256" and
+/// "edSignature". Version and short version may be attributes of the enclosure instead. Only the
+/// part of a name behind a namespace's colon counts. Pure.
+Result<Appcast> parseAppcast(std::string_view xml);
 
 }  // namespace zephyl

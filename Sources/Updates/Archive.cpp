@@ -177,15 +177,18 @@ Result<void> ArchiveReader::skipRest() {
   return readWhole(std::span(block).first(padding));
 }
 
-/// Behind the first empty block there may be nothing but zeros.
+/// Behind the first empty block there may be nothing but zeros, and not many of them: a few bytes
+/// of gzip can hold a million.
 Result<void> ArchiveReader::finish() {
   Block block{};
-  for (;;) {
+  for (std::size_t padding = 0;;) {
     block.fill('\0');
     const auto count = source_.read(block);
     if (!count) return count.error();
     if (*count == 0) return {};
-    if (!isEmpty(block)) return Error{"The archive goes on behind its end."};
+    padding += *count;
+    if (!isEmpty(block) || padding > maxArchivePadding)
+      return Error{"The archive goes on behind its end."};
   }
 }
 

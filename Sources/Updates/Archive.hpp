@@ -22,6 +22,8 @@ namespace zephyl {
 inline constexpr std::int64_t maxArchiveBytes = std::int64_t{512} << 20;
 inline constexpr std::int64_t maxUnpackedBytes = std::int64_t{2} << 30;
 inline constexpr std::size_t maxArchiveEntries = 20'000;
+/// How many zeros may follow the end of an archive: packers fill up their last record.
+inline constexpr std::size_t maxArchivePadding = std::size_t{1} << 20;
 
 /// Bytes, one after the other.
 class ByteSource {

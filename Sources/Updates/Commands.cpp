@@ -13,6 +13,7 @@
 #include "Updates/Appcast.hpp"
 #include "Updates/Archive.hpp"
 #include "Updates/Download.hpp"
+#include "Updates/FreeSpace.hpp"
 #include "Updates/Installation.hpp"
 #include "Updates/KeptArchives.hpp"
 #include "Updates/Selection.hpp"
@@ -31,7 +32,7 @@ constexpr auto archiveLimit = 2h;
 constexpr auto defaultStall = 30s;
 constexpr auto progressInterval = 100ms;
 constexpr auto lookInterval = 100ms;
-constexpr int maxLooks = 50;
+constexpr int maxLooks = 30;  // less than what a start waits for a rollback
 
 std::chrono::seconds stallLimit(std::optional<std::int64_t> seconds) {
   return seconds && *seconds > 0 ? std::chrono::seconds(*seconds) : defaultStall;
@@ -62,15 +63,20 @@ Asker askerFor(const CheckCommand& command, const InstalledBundle& bundle) {
           .systemVersion = ::gnu_get_libc_version(),
           .channels = command.channels,
           .skip = command.skip,
+          .failed = command.failed,
           .rolloutGroup = command.rolloutGroup,
           .userInitiated = command.userInitiated,
           .now = std::chrono::floor<std::chrono::seconds>(std::chrono::system_clock::now())};
 }
 
-/// The update that there is. Nothing of the feed is looked at before its signature is.
-Result<std::optional<UpdateOffer>> findUpdate(const CheckCommand& command,
-                                              const InstalledBundle& bundle,
-                                              const Conversation& conversation) {
+struct CheckedFeed {
+  std::chrono::sys_seconds date;
+  std::optional<UpdateOffer> offer;
+};
+
+/// Fetches the feed and chooses from it. Nothing of it is parsed before its signature is verified.
+Result<CheckedFeed> checkFeed(const CheckCommand& command, const InstalledBundle& bundle,
+                              const Conversation& conversation) {
   if (bundle.feedURL.empty()) return Error{"This installation names no feed."};
   const auto keys = TrustedKeys::parse(bundle.keys);
   if (!keys) return keys.error();
@@ -78,9 +84,15 @@ Result<std::optional<UpdateOffer>> findUpdate(const CheckCommand& command,
   if (!feed) return feed.error();
   const auto verified = verifiedFeed(*feed, *keys);
   if (!verified) return verified.error();
-  const auto items = parseAppcast(*verified);
-  if (!items) return items.error();
-  return chooseUpdate(*items, askerFor(command, bundle));
+  const auto appcast = parseAppcast(*verified);
+  if (!appcast) return appcast.error();
+  std::optional<std::chrono::sys_seconds> newest;
+  if (command.newestFeedDate) newest.emplace(std::chrono::seconds(*command.newestFeedDate));
+  const auto date = checkFeedDate(*appcast, newest);
+  if (!date) return date.error();
+  auto offer = chooseUpdate(appcast->items, *date, askerFor(command, bundle));
+  if (!offer) return offer.error();
+  return CheckedFeed{*date, std::move(*offer)};
 }
 
 /// The bytes of a file, as long as this lives.
@@ -208,6 +220,7 @@ Result<void> downloadAndStage(const DownloadCommand& command, const Conversation
   kept.removeAll();
   auto file = installation->makeUnnamedFile();
   if (!file) return file.error();
+  if (auto fits = checkFreeSpace(*file, offer.length); !fits) return fits;
   auto downloaded =
       ArchiveDownload(offer, *file, conversation).run(stallLimit(command.stallSeconds));
   if (!downloaded) return downloaded;
@@ -245,11 +258,16 @@ void tidy(const std::string& prefix, const std::string& offered) {
 UpdateReport perform(const CheckCommand& command, const Conversation& conversation) {
   const auto bundle = InstalledBundle::read(command.prefix);
   if (!bundle) return failure(bundle.error());
-  auto offer = findUpdate(command, *bundle, conversation);
-  if (!offer) return failure(offer.error());
-  tidy(command.prefix, *offer ? (*offer)->sha256 : "");
-  if (!*offer) return {.upToDate = bundle->displayVersion};
-  return {.found = UpdateReport::Found{.offer = std::move(**offer),
+  auto feed = checkFeed(command, *bundle, conversation);
+  if (!feed) return failure(feed.error());
+  const auto date = feed->date.time_since_epoch().count();
+  tidy(command.prefix, feed->offer ? feed->offer->sha256 : "");
+  if (!feed->offer) {
+    return {.upToDate =
+                UpdateReport::UpToDate{.version = bundle->displayVersion, .feedDate = date}};
+  }
+  return {.found = UpdateReport::Found{.offer = std::move(*feed->offer),
+                                       .feedDate = date,
                                        .obstacle = Installation::obstacle(command.prefix)}};
 }
 
@@ -273,7 +291,8 @@ UpdateReport perform(const InstallCommand& command, const Conversation&) {
 
 UpdateReport perform(const WatchCommand& command, const Conversation&) {
   const WatchedProcess process(static_cast<pid_t>(command.process));
-  if (comesUp(command.prefix, process, std::chrono::seconds(command.limitSeconds))) return {};
+  const auto limit = std::chrono::seconds(command.limitSeconds);
+  if (outcomeOfTrial(command.prefix, process, limit) != TrialOutcome::failed) return {};
   log("the new version did not come up; returning to the previous one");
   process.end();
   if (const auto returned = takeBack(command.prefix); !returned) return failure(returned.error());

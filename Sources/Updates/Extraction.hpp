@@ -10,7 +10,9 @@ namespace zephyl {
 
 /// Unpacks all that `reader` holds into the directory `into`, which is empty. Nothing is ever
 /// written through a link, and nothing is overwritten: an entry that is there already is an error.
-/// Directories and executable files get mode 0755, other files 0644.
-Result<void> unpack(ArchiveReader& reader, const FileDescriptor& into);
+/// Directories and executable files get mode 0755, other files 0644. Fails before a file would fill
+/// the disk.
+Result<void> unpack(ArchiveReader& reader, const FileDescriptor& into,
+                    std::size_t maxDirectories = maxArchiveEntries);
 
 }  // namespace zephyl

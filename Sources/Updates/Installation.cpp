@@ -13,7 +13,9 @@
 #include "System/Files.hpp"
 #include "System/JSON.hpp"
 #include "System/Text.hpp"
+#include "Updates/Address.hpp"
 #include "Updates/Extraction.hpp"
+#include "Updates/Signature.hpp"
 #include "Updates/Trial.hpp"
 #include "Updates/Version.hpp"
 
@@ -22,7 +24,6 @@ namespace zephyl {
 namespace {
 
 constexpr mode_t privateMode = 0700;
-constexpr mode_t prefixMode = 0755;
 constexpr auto executableInPrefix = "bin/zephyl-tray";
 
 std::string textIn(const json::Object& dictionary, std::string_view key) {
@@ -70,21 +71,42 @@ Result<void> exchangeDirectories(const std::string& one, const std::string& othe
   return systemError(one, errno);
 }
 
-Result<void> makeDirectory(const std::string& path, mode_t mode) {
-  if (::mkdir(path.c_str(), mode) != 0 || ::chmod(path.c_str(), mode) != 0) {
+/// Creates a directory that is open to the same users as the directory `like`.
+Result<void> makeDirectoryLike(const std::string& like, const std::string& path) {
+  struct stat status {};
+  if (::stat(like.c_str(), &status) != 0) return systemError(like, errno);
+  if (::mkdir(path.c_str(), privateMode) != 0) return systemError(path, errno);
+  constexpr auto sameOwner = static_cast<uid_t>(-1);
+  constexpr mode_t permissions = 07777;
+  // The group first, because changing it clears some of the permissions.
+  if (::lchown(path.c_str(), sameOwner, status.st_gid) != 0 ||
+      ::chmod(path.c_str(), status.st_mode & permissions) != 0) {
     return systemError(path, errno);
   }
   return {};
 }
 
-/// Makes the private directory beside the installation, or makes sure that it is one.
-Result<void> preparePrivateDirectory(const std::string& path) {
-  if (::mkdir(path.c_str(), privateMode) != 0 && errno != EEXIST) return systemError(path, errno);
-  const FileDescriptor directory = openDirectory(path);
-  struct stat status {};
-  if (!directory || ::fstat(directory.get(), &status) != 0) return systemError(path, errno);
-  if (status.st_uid != ::geteuid()) return systemError(path, EPERM);
-  if (::fchmod(directory.get(), privateMode) != 0) return systemError(path, errno);
+/// Creates the state directory. One that exists already is used only if it may be trusted.
+Result<void> prepareStateDirectory(const UpdateFiles& files) {
+  const bool made = ::mkdir(files.directory.c_str(), privateMode) == 0;
+  if (!made && errno != EEXIST) return systemError(files.directory, errno);
+  if (made && ::chmod(files.directory.c_str(), privateMode) != 0) {
+    return systemError(files.directory, errno);
+  }
+  const auto reason = files.reasonForDistrust();
+  if (!reason) return {};
+  return Error{"Updates need a folder that nobody else can use. ", *reason,
+               " Remove it, then check for updates again."};
+}
+
+/// Checks that the installation at hand could be updated with what the bundle says.
+Result<void> checkCanBeUpdated(const InstalledBundle& bundle) {
+  if (const auto usable = checkAddress(bundle.feedURL); !usable) {
+    return Error{"The update has no usable feed address: ", usable.error().message};
+  }
+  if (const auto keys = TrustedKeys::parse(bundle.keys); !keys) {
+    return Error{"The update has no usable signing key: ", keys.error().message};
+  }
   return {};
 }
 
@@ -124,7 +146,7 @@ Result<InstalledBundle> InstalledBundle::read(const std::string& prefix) {
 
 Result<Installation> Installation::open(const std::string& prefix) {
   auto files = UpdateFiles::of(prefix);
-  if (auto made = preparePrivateDirectory(files.directory); !made) return made.error();
+  if (auto made = prepareStateDirectory(files); !made) return made.error();
   auto lock = takeLock(files.lock);
   if (!lock) return lock.error();
   Installation installation(std::move(files), std::move(*lock));
@@ -177,9 +199,7 @@ Result<void> Installation::checkStaged(const std::string& at, const std::string&
                  ", which is installed."};
   }
   if (inside->identifier != installed->identifier) return Error{"The update is another program."};
-  if (inside->feedURL.empty() || inside->keys.empty()) {
-    return Error{"The update could never be updated again: it names no feed or no key."};
-  }
+  if (auto usable = checkCanBeUpdated(*inside); !usable) return usable;
   const std::string executable = joinPath(at, executableInPrefix);
   if (!isRegularFile(executable) || !isExecutableFile(executable)) {
     return Error{"The update holds no program."};
@@ -189,7 +209,7 @@ Result<void> Installation::checkStaged(const std::string& at, const std::string&
 
 Result<void> Installation::stage(std::string_view archive, const std::string& version) {
   if (auto removed = removePath(files_.partial); !removed) return removed;
-  if (auto made = makeDirectory(files_.partial, prefixMode); !made) return made;
+  if (auto made = makeDirectoryLike(files_.prefix, files_.partial); !made) return made;
   const FileDescriptor directory = openDirectory(files_.partial);
   if (!directory) return systemError(files_.partial, errno);
 
@@ -226,12 +246,13 @@ Result<void> Installation::swap(const std::string& version) {
 }
 
 Result<void> Installation::returnToPrevious() {
-  auto note = readNote(files_.trial);
-  if (!note) return Error{"No version is on trial."};
+  const auto trial = readNote(files_.trial);
+  if (!trial) return Error{"No version is on trial."};
   if (!isExecutableFile(joinPath(files_.previous, executableInPrefix))) {
     return Error{"There is no previous version to return to."};
   }
-  if (auto written = writeNote(files_.failed, *note); !written) return written;
+  const UpdateNote note{.version = trial->version, .displayVersion = trial->displayVersion};
+  if (auto written = writeNote(files_.failed, note); !written) return written;
   if (auto swapped = exchangeDirectories(files_.previous, files_.prefix); !swapped) return swapped;
   if (auto flushed = flushBoth(files_); !flushed) return flushed;
   if (auto removed = removePath(files_.trial); !removed) return removed;

@@ -31,8 +31,10 @@ struct InstalledBundle {
 /// object at a time works on an installation; a second finds the lock taken.
 class Installation {
  public:
-  /// Why the installation at `prefix` cannot be replaced, and how to update it instead; none when
-  /// it can be: it is the user's, nobody else's files are in it, and no package manager owns it.
+  /// Returns why the installation at `prefix` must not be replaced, and what to do instead; nullopt
+  /// if it may be. It must belong to this user, hold files of this program only, and not belong to
+  /// a package manager. Nobody else may write to any part of it, or to the directory that holds it,
+  /// which must belong to this user or root.
   static std::optional<std::string> obstacle(const std::string& prefix);
 
   /// Opens it for changes. Whatever an earlier one left unfinished is finished or taken back.
@@ -40,8 +42,9 @@ class Installation {
 
   /// A new file without a name, for what is downloaded: it is gone with its descriptor.
   [[nodiscard]] Result<FileDescriptor> makeUnnamedFile() const;
-  /// Lays out what `archive` holds, the verified bytes, as version `version`. It must say so
-  /// itself, and be newer than what is installed.
+  /// Unpacks `archive`, the verified bytes, which must be version `version` of the same program,
+  /// newer than the installed one, with a feed address and keys for the next update. The new
+  /// version gets the group and mode of the installation.
   Result<void> stage(std::string_view archive, const std::string& version);
   /// Puts what was laid out in place, on trial, and keeps the version before it.
   Result<void> swap(const std::string& version);

@@ -1,6 +1,8 @@
 #include <array>
+#include <cerrno>
 #include <filesystem>
 
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include "System/Files.hpp"
@@ -43,20 +45,53 @@ bool isWritable(const std::string& path) {
   return ::access(path.c_str(), W_OK | X_OK) == 0;
 }
 
-/// The first file below `prefix` that is not this program's.
-std::optional<std::string> foreignFile(const std::string& prefix) {
+bool belongsToThisUser(const struct stat& status) {
+  return status.st_uid == ::geteuid();
+}
+
+/// Whether somebody else than the owner may write. The mode of a link has no meaning.
+bool isOpenToOthers(const struct stat& status) {
+  return !S_ISLNK(status.st_mode) && (status.st_mode & (S_IWGRP | S_IWOTH)) != 0;
+}
+
+std::string isForeign(const std::string& path) {
+  return visible(path) +
+         " belongs to another user. Ask the owner of this installation to update it.";
+}
+
+std::string isOpen(const std::string& path) {
+  return "Other users may change " + visible(path) +
+         ", so updates cannot be installed safely. Run: chmod go-w " + visible(shellQuoted(path));
+}
+
+std::optional<std::string> obstacleInParent(const std::string& prefix) {
+  const std::string parent = parentDirectory(prefix);
+  struct stat status {};
+  if (::stat(parent.c_str(), &status) != 0) return systemError(parent, errno).message;
+  if (!belongsToThisUser(status) && status.st_uid != 0) return isForeign(parent);
+  if (isOpenToOthers(status)) return isOpen(parent);
+  return std::nullopt;
+}
+
+/// `path`: of something in the installation at `prefix`, or the prefix itself.
+std::optional<std::string> obstacleAt(const std::string& path, const std::string& prefix) {
+  struct stat status {};
+  if (::lstat(path.c_str(), &status) != 0) return systemError(path, errno).message;
+  if (!belongsToThisUser(status)) return isForeign(path);
+  if (isOpenToOthers(status)) return isOpen(path);
+  const std::string inside = fs::path(path).lexically_relative(prefix);
+  if (S_ISDIR(status.st_mode) || belongsToProgram(inside)) return std::nullopt;
+  return "The installation in " + visible(prefix) + " shares its folder with other files (" +
+         visible(inside) + "). Unpack the new version over it yourself.";
+}
+
+std::optional<std::string> obstacleBelow(const std::string& prefix) {
   std::error_code failure;
   auto entry = fs::recursive_directory_iterator(prefix, failure);
   for (; !failure && entry != fs::recursive_directory_iterator(); entry.increment(failure)) {
-    const auto status = entry->symlink_status(failure);
-    const std::string path = entry->path().lexically_relative(prefix);
-    if (fs::is_directory(status)) {
-      if (entry->path().filename() == "zephyl-tray") entry.disable_recursion_pending();
-    } else if (!belongsToProgram(path)) {
-      return path;
-    }
+    if (auto obstacle = obstacleAt(entry->path(), prefix)) return obstacle;
   }
-  if (failure) return failure.message();
+  if (failure) return visible(prefix) + ": " + failure.message();
   return std::nullopt;
 }
 
@@ -76,11 +111,9 @@ std::optional<std::string> Installation::obstacle(const std::string& prefix) {
     return "You may not change the installation in " + visible(prefix) +
            ". Ask whoever installed it to update it.";
   }
-  if (const auto foreign = foreignFile(prefix)) {
-    return "The installation in " + visible(prefix) + " shares its folder with other files (" +
-           visible(*foreign) + "). Unpack the new version over it yourself.";
-  }
-  return std::nullopt;
+  if (auto obstacle = obstacleInParent(prefix)) return obstacle;
+  if (auto obstacle = obstacleAt(prefix, prefix)) return obstacle;
+  return obstacleBelow(prefix);
 }
 
 }  // namespace zephyl

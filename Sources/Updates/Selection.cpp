@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <compare>
 
+#include <fmt/format.h>
+
 #include "System/Text.hpp"
 #include "Updates/Address.hpp"
 #include "Updates/Archive.hpp"
@@ -33,13 +35,28 @@ bool hasReached(const AppcastItem& item, const Asker& asker) {
          asker.now >= *item.published;
 }
 
-bool isFor(const AppcastItem& item, const Asker& asker) {
+/// Whether the user, or a failure of this version, has ruled it out. A critical version cannot be
+/// skipped. One that has failed gets another chance only when its maker knows more than then.
+bool isRuledOut(const AppcastItem& item, std::chrono::sys_seconds feedDate, const Asker& asker) {
+  if (contains(asker.skip, item.version) && !item.critical) return true;
+  if (!asker.failed || asker.failed->version != item.version) return false;
+  return !item.critical || feedDate.time_since_epoch().count() <= asker.failed->feedDate;
+}
+
+bool isFor(const AppcastItem& item, std::chrono::sys_seconds feedDate, const Asker& asker) {
   return isVersion(item.version) &&
          std::is_gt(compareVersions(item.version, asker.installedVersion)) &&
          enclosureFor(item, asker) != nullptr &&
          std::is_lteq(compareVersions(item.minimumSystemVersion, asker.systemVersion)) &&
          (item.channel.empty() || contains(asker.channels, item.channel)) &&
-         !contains(asker.skip, item.version) && hasReached(item, asker);
+         !isRuledOut(item, feedDate, asker) && hasReached(item, asker);
+}
+
+/// As "2026-11-21".
+std::string dayOf(std::chrono::sys_seconds time) {
+  const std::chrono::year_month_day day(std::chrono::floor<std::chrono::days>(time));
+  return fmt::format("{:04}-{:02}-{:02}", static_cast<int>(day.year()),
+                     static_cast<unsigned>(day.month()), static_cast<unsigned>(day.day()));
 }
 
 UpdateOffer offerOf(const AppcastItem& item, const AppcastItem::Enclosure& enclosure) {
@@ -59,16 +76,25 @@ UpdateOffer offerOf(const AppcastItem& item, const AppcastItem::Enclosure& enclo
 }  // namespace
 
 Result<std::optional<UpdateOffer>> chooseUpdate(const std::vector<AppcastItem>& items,
+                                                std::chrono::sys_seconds feedDate,
                                                 const Asker& asker) {
   const AppcastItem* best = nullptr;
   for (const auto& item : items) {
-    if (!isFor(item, asker)) continue;
+    if (!isFor(item, feedDate, asker)) continue;
     if (best == nullptr || std::is_gt(compareVersions(item.version, best->version))) best = &item;
   }
   if (best == nullptr) return std::optional<UpdateOffer>();
   auto offer = offerOf(*best, *enclosureFor(*best, asker));
   if (auto sound = checkOffer(offer, asker.installedVersion); !sound) return sound.error();
   return std::optional(std::move(offer));
+}
+
+Result<std::chrono::sys_seconds> checkFeedDate(const Appcast& appcast,
+                                               std::optional<std::chrono::sys_seconds> newest) {
+  if (!appcast.date) return Error{"The feed does not say when it was signed."};
+  if (!newest || *appcast.date >= *newest) return *appcast.date;
+  return Error{"The feed is stale: it was signed on ", dayOf(*appcast.date),
+               ", and a newer one, of ", dayOf(*newest), ", has been seen before."};
 }
 
 Result<void> checkOffer(const UpdateOffer& offer, const std::string& installedVersion) {

@@ -66,7 +66,7 @@ Result<void> checkItStarts(const std::string& executable) {
 }
 
 WatchedProcess::WatchedProcess(pid_t pid)
-    : process_(static_cast<int>(::syscall(SYS_pidfd_open, pid, 0))) {}
+    : id_(pid), process_(static_cast<int>(::syscall(SYS_pidfd_open, pid, 0))) {}
 
 bool WatchedProcess::waitForEnd(std::chrono::milliseconds limit) const {
   if (!process_) return true;
@@ -88,14 +88,18 @@ void WatchedProcess::end() const {
   }
 }
 
-bool comesUp(const std::string& prefix, const WatchedProcess& process, std::chrono::seconds limit) {
-  const std::string note = UpdateFiles::of(prefix).trial;
+TrialOutcome outcomeOfTrial(const std::string& prefix, const WatchedProcess& process,
+                            std::chrono::seconds limit) {
+  const std::string path = UpdateFiles::of(prefix).trial;
   const auto deadline = std::chrono::steady_clock::now() + limit;
-  while (std::chrono::steady_clock::now() < deadline) {
-    if (!fileExists(note)) return true;
-    if (process.waitForEnd(lookInterval)) return !fileExists(note);
+  while (fileExists(path) && std::chrono::steady_clock::now() < deadline) {
+    if (process.waitForEnd(lookInterval)) break;
   }
-  return !fileExists(note);
+  const auto note = readNote(path);
+  if (!fileExists(path)) return TrialOutcome::confirmed;  // asked last: it may just have gone
+  // The note names the process, because the next start may have changed the note already.
+  const bool wasAsked = note && note->endedProcess == process.id();
+  return wasAsked ? TrialOutcome::suspended : TrialOutcome::failed;
 }
 
 Error becomeProgram(const std::string& executable, const std::vector<std::string>& arguments) {

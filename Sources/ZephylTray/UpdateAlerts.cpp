@@ -98,6 +98,15 @@ Alert updateFailed(const std::string& message) {
           .requestedByUser = true};
 }
 
+Alert updateChecksMissing(const std::string& reason) {
+  return {.messageText = "Zephyl could not check for updates for four weeks",
+          .informativeText = reason +
+                             "\n\nMake sure that this computer is online, then choose “Check for "
+                             "Updates…” in the menu. If that fails again, install the current "
+                             "version by hand.",
+          .buttons = {"OK"}};
+}
+
 Alert updateTakenBack(const std::string& failedVersion, const std::string& currentVersion) {
   return {.messageText = fmt::format("Zephyl {} could not be started", failedVersion),
           .informativeText = fmt::format(

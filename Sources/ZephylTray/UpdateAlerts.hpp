@@ -26,6 +26,9 @@ Alert upToDate(const std::string& currentVersion);
 
 Alert updateFailed(const std::string& message);
 
+/// No check has succeeded for `missingChecksLimit`; `reason`: why the last one failed.
+Alert updateChecksMissing(const std::string& reason);
+
 /// The tray has gone back to the version before.
 Alert updateTakenBack(const std::string& failedVersion, const std::string& currentVersion);
 

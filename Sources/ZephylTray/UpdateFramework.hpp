@@ -34,6 +34,8 @@ class UpdateDelegate {
   /// Asked when everything stands ready to relaunch into the update. True: not now, but as soon
   /// as `proceed` is invoked, once, on the main thread, possibly before this has returned.
   virtual bool shouldPostponeRelaunch(const UpdateItem& item, Task proceed) = 0;
+  /// The relaunch that was postponed will not happen, because its update was withdrawn.
+  virtual void didAbandonRelaunch() = 0;
 
   /// Whether the delegate itself reminds the user of updates found by a scheduled check.
   virtual bool supportsGentleScheduledUpdateReminders() = 0;

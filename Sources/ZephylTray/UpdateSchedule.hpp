@@ -19,6 +19,10 @@ namespace zephyl {
 ///     SUSkippedVersion           the version that the user does not want to hear of
 ///     SUChannels                 names, separated by spaces
 ///     SUUpdateGroupIdentifier    this installation's place in phased roll-outs
+///     SUFeedDate                 the date of the newest feed that was seen, in seconds since 1970,
+///                                a space, and the address of the feed
+///     SUCheckingSince            when the first check was scheduled, in seconds since 1970
+///     SUMissingChecksTold        1: the user has been told that checks fail
 ///
 /// Callable from any thread.
 namespace updateSettings {
@@ -32,10 +36,22 @@ bool installsAutomatically();
 std::optional<std::string> skippedVersion();
 void setSkippedVersion(const std::string& version);
 std::vector<std::string> channels();
+/// The date of the newest feed that was seen at `address`; nullopt if none was.
+std::optional<Time> newestFeedDate(const std::string& address);
+/// Remembers the date of a feed unless a newer one was seen at the same address.
+void rememberFeedDate(const std::string& address, Time date);
+/// The time of the last successful check; before the first one, when checks began, which is `now`
+/// when this is called for the first time.
+Time lastSuccess(Time now);
+bool missingChecksTold();
+void setMissingChecksTold(bool told);
 /// Drawn once, from `random` in [0, 1).
 std::int64_t rolloutGroup(const std::function<double()>& random);
 
 }  // namespace updateSettings
+
+/// After this long without a successful check the user is told.
+inline constexpr std::chrono::hours missingChecksLimit{24 * 28};
 
 /// How long until the next scheduled check. `random`, in [0, 1), keeps installations from asking
 /// all at once: a check that is due is put off by up to 1/720 of the interval (two minutes of a

@@ -4,47 +4,54 @@
 
 #include <unistd.h>
 
+#include "System/Bundle.hpp"
+#include "System/Files.hpp"
 #include "System/JSON.hpp"
 #include "System/Log.hpp"
 #include "System/MainLoop.hpp"
 #include "UpdateMessages/UpdateFiles.hpp"
+#include "ZephylTray/TrialStart.hpp"
 #include "ZephylTray/UpdateAlerts.hpp"
 #include "ZephylTray/UpdateSchedule.hpp"
 #include "ZephylTray/Updater.hpp"
+#include "ZephylTray/UpdaterHelper.hpp"
 
 namespace zephyl {
 
-namespace {
-
-/// From the beginning of the shutdown until the new version reports itself up.
-constexpr std::chrono::seconds relaunchLimit{60};
-
-}  // namespace
-
 UpdateSession::UpdateSession(const Runtime& runtime, Dialogs& dialogs, const UpdateSetup& setup,
-                             std::weak_ptr<UpdateDelegate> delegate,
-                             std::function<void(Outcome)> ended)
+                             std::weak_ptr<UpdateDelegate> delegate, Events events)
     : runtime_(runtime),
       dialogs_(dialogs),
       setup_(setup),
       delegate_(std::move(delegate)),
-      ended_(std::move(ended)) {}
+      events_(std::move(events)) {}
 
 void UpdateSession::start(Trigger trigger) {
   trigger_ = trigger;
+  showsWindows_ = isUserInitiated();
   run({.check = checkCommand()}, &UpdateSession::takeChecked);
 }
 
-/// Who asks by hand gets to see what was skipped, or has failed before.
+void UpdateSession::recheck() {
+  stage_ = Stage::rechecking;
+  run({.check = checkCommand()}, &UpdateSession::takeRechecked);
+}
+
+/// A user who asks is offered what was skipped, or has failed before, as well.
 CheckCommand UpdateSession::checkCommand() const {
   CheckCommand command{.prefix = setup_.prefix,
                        .channels = updateSettings::channels(),
                        .rolloutGroup = updateSettings::rolloutGroup(setup_.random),
                        .userInitiated = isUserInitiated()};
+  if (const auto newest = updateSettings::newestFeedDate(Updater::feedAddress())) {
+    command.newestFeedDate = newest->time_since_epoch().count();
+  }
   if (isUserInitiated()) return command;
   if (auto skipped = updateSettings::skippedVersion()) command.skip.push_back(std::move(*skipped));
-  const auto failed = readNote(UpdateFiles::of(setup_.prefix).failed);
-  if (failed) command.skip.push_back(failed->version);
+  const auto files = UpdateFiles::trusted(setup_.prefix);
+  if (const auto failed = files ? readNote(files->failed) : std::nullopt) {
+    command.failed = FailedVersion{failed->version, failed->feedDate.value_or(0)};
+  }
   return command;
 }
 
@@ -55,15 +62,57 @@ void UpdateSession::run(const UpdateCommand& command,
       weakly([take](UpdateSession& self, const UpdateReport& report) { (self.*take)(report); }));
 }
 
-void UpdateSession::takeChecked(const UpdateReport& report) {
-  if (report.found || report.upToDate) {
-    updateSettings::setLastCheck(
-        std::chrono::floor<std::chrono::seconds>(runtime_.clock.calendarNow()));
+bool UpdateSession::recordCheck(const UpdateReport& report) {
+  using std::chrono::seconds;
+  const bool succeeded = report.found || report.upToDate;
+  if (succeeded) {
+    const auto date = report.found ? report.found->feedDate : report.upToDate->feedDate;
+    updateSettings::rememberFeedDate(Updater::feedAddress(),
+                                     std::chrono::sys_seconds(seconds(date)));
+    updateSettings::setLastCheck(std::chrono::floor<seconds>(runtime_.clock.calendarNow()));
   }
+  events_.checked(succeeded ? std::nullopt : std::optional(report.failed.value_or("")));
+  return succeeded;
+}
+
+void UpdateSession::takeChecked(const UpdateReport& report) {
+  if (!recordCheck(report)) return fail(report.failed.value_or(""));
   if (report.found) return find(*report.found);
-  if (!report.upToDate) return fail(report.failed.value_or(""));
   tell([](UpdateDelegate& delegate) { delegate.didNotFindUpdate(); });
   conclude(alerts::upToDate(Updater::currentVersion()), Outcome::done);
+}
+
+void UpdateSession::takeRechecked(const UpdateReport& report) {
+  const bool allowed = std::exchange(stage_, Stage::waiting) == Stage::allowed;
+  if (!recordCheck(report)) {
+    log("the check while version {} waits failed: {}", offer_.displayVersion,
+        report.failed.value_or(""));
+  } else if (report.upToDate) {
+    log("version {} is no longer offered and will not be installed", offer_.displayVersion);
+    tell([](UpdateDelegate& delegate) {
+      delegate.didAbandonRelaunch();
+      delegate.didNotFindUpdate();
+    });
+    return end(Outcome::done);
+  } else if (report.found->offer.version != offer_.version ||
+             report.found->offer.sha256 != offer_.sha256) {
+    return replace(*report.found);
+  }
+  if (allowed) install();
+}
+
+/// Nobody is asked about the version that replaces another that was to be installed.
+void UpdateSession::replace(const FoundUpdate& found) {
+  log("version {} replaces version {}, which waits to be installed", found.offer.displayVersion,
+      offer_.displayVersion);
+  showsWindows_ = false;
+  offer_ = found.offer;
+  obstacle_ = found.obstacle;
+  tell([&](UpdateDelegate& delegate) { delegate.didFindValidUpdate(item()); });
+  if (!obstacle_) return download();
+  log("{}", *obstacle_);
+  tell([](UpdateDelegate& delegate) { delegate.didAbandonRelaunch(); });
+  end(Outcome::done);
 }
 
 void UpdateSession::find(const FoundUpdate& found) {
@@ -125,10 +174,11 @@ void UpdateSession::choose(const std::optional<AlertAnswer>& answer) {
 }
 
 void UpdateSession::download() {
+  stage_ = Stage::downloading;
   log("downloading version {}", offer_.displayVersion);
   run({.download = DownloadCommand{.prefix = setup_.prefix, .offer = offer_}},
       &UpdateSession::takeDownloaded);
-  if (isUserInitiated()) showDownload();
+  if (showsWindows_) showDownload();
 }
 
 void UpdateSession::showDownload() {
@@ -170,14 +220,21 @@ void UpdateSession::takeDownloaded(const UpdateReport& report) {
 }
 
 void UpdateSession::relaunchWhenAllowed() {
+  stage_ = Stage::waiting;
   const auto delegate = delegate_.lock();
-  const auto proceed = weakly([](UpdateSession& self) { self.install(); });
+  const auto proceed = weakly([](UpdateSession& self) { self.allowInstallation(); });
   if (delegate && delegate->shouldPostponeRelaunch(item(), proceed)) return;
   install();
 }
 
+void UpdateSession::allowInstallation() {
+  if (stage_ == Stage::rechecking) stage_ = Stage::allowed;
+  if (stage_ == Stage::waiting) install();
+  // In any other stage the delegate allows a version that has been replaced.
+}
+
 void UpdateSession::install() {
-  if (std::exchange(installing_, true)) return;
+  if (std::exchange(stage_, Stage::installing) == Stage::installing) return;
   log("installing version {}", offer_.displayVersion);
   run({.install = InstallCommand{.prefix = setup_.prefix, .version = offer_.version}},
       &UpdateSession::takeInstalled);
@@ -190,19 +247,28 @@ void UpdateSession::takeInstalled(const UpdateReport& report) {
   setup_.relaunch();
 }
 
+/// Prefers the program of the previous version, which has proved that it works. The one at the
+/// usual place belongs to the version that is on trial.
+std::string UpdateSession::watcherProgram() const {
+  const auto files = UpdateFiles::trusted(setup_.prefix);
+  if (!files) return setup_.program;
+  std::string previous = updaterProgram(Bundle(joinPath(files->previous, "bin/zephyl-tray")));
+  return isExecutableFile(previous) ? previous : setup_.program;
+}
+
 void UpdateSession::watchRelaunch() {
   // Its output goes where the tray's goes: it may have to become the tray.
-  auto child = runtime_.launcher.launch(updaterOptions(setup_.program));
+  auto child = runtime_.launcher.launch(updaterOptions(watcherProgram()));
   if (!child) return log("nobody watches the restart: {}", child.error().message);
   const UpdateCommand command{.watch = WatchCommand{.prefix = setup_.prefix,
                                                     .process = ::getpid(),
                                                     .arguments = setup_.arguments,
-                                                    .limitSeconds = relaunchLimit.count()}};
+                                                    .limitSeconds = confirmationLimit.count()}};
   (*child)->write(json::compact(json::encode(command)));
 }
 
 void UpdateSession::conclude(const Alert& alert, Outcome outcome) {
-  if (!isUserInitiated()) return end(outcome);
+  if (!showsWindows_) return end(outcome);
   dialog_ = dialogs_.presentAlert(
       alert, weakly([outcome](UpdateSession& self, const std::optional<AlertAnswer>&) {
         self.end(outcome);
@@ -218,7 +284,7 @@ void UpdateSession::end(Outcome outcome) {
   dialog_.reset();
   run_.reset();
   tell([](UpdateDelegate& delegate) { delegate.willFinishUpdateSession(); });
-  runtime_.mainLoop.async([outcome, ended = std::exchange(ended_, nullptr)] {
+  runtime_.mainLoop.async([outcome, ended = std::exchange(events_.ended, nullptr)] {
     if (ended) ended(outcome);
   });
 }

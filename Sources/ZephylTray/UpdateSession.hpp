@@ -19,6 +19,7 @@ namespace zephyl {
 struct UpdateSetup {
   std::string program;                 ///< the path of zephyl-tray-updater
   std::string prefix;                  ///< of the installation: the directory above bin
+  std::string version;                 ///< the running version, as versions are compared
   std::vector<std::string> arguments;  ///< the tray's own, for the next version
   /// Ends the tray in order, and becomes the program that then stands in its place.
   std::function<void()> relaunch;
@@ -29,6 +30,9 @@ struct UpdateSetup {
 /// program: check; if the user agrees (or wants no questions) download, which verifies; if the
 /// delegate does not postpone it, install; then the relaunch, which another run watches.
 ///
+/// While the delegate postpones the installation, `recheck` looks for updates again: a newer
+/// version replaces the one that waits, and one that is no longer offered is not installed.
+///
 /// A check that the user asked for shows what comes of it; a scheduled one leaves that to the
 /// delegate, shows no window, and tells of failures in the log alone. What can fail changes nothing
 /// of the installation. Main thread.
@@ -37,21 +41,45 @@ class UpdateSession : public std::enable_shared_from_this<UpdateSession> {
   enum class Trigger { user, schedule };
   enum class Outcome { done, failed };
 
-  /// What `runtime` refers to, `dialogs` and `setup` outlive it. `ended` is called once, later,
-  /// unless the tray is relaunched.
+  struct Events {
+    /// Called after each check, with the reason if it failed.
+    std::function<void(const std::optional<std::string>& failure)> checked;
+    /// Called once, later, unless the tray is relaunched.
+    std::function<void(Outcome)> ended;
+  };
+
+  /// What `runtime` refers to, `dialogs` and `setup` outlive it.
   UpdateSession(const Runtime& runtime, Dialogs& dialogs, const UpdateSetup& setup,
-                std::weak_ptr<UpdateDelegate> delegate, std::function<void(Outcome)> ended);
+                std::weak_ptr<UpdateDelegate> delegate, Events events);
 
   void start(Trigger trigger);
+
+  /// Whether the installation is postponed and no `recheck` is under way.
+  [[nodiscard]] bool isWaiting() const { return stage_ == Stage::waiting; }
+  /// Looks for updates again. Requires `isWaiting()`.
+  void recheck();
 
   /// Progress comes more often than anybody reads it; it is drawn this often at most.
   static constexpr Duration progressInterval = std::chrono::milliseconds(250);
 
  private:
+  enum class Stage {
+    checking,     // also while the user is asked
+    downloading,  // also a version that replaces one that waits
+    waiting,      // for the delegate
+    rechecking,   // while waiting
+    allowed,      // by the delegate, during the recheck
+    installing,
+  };
+
   [[nodiscard]] CheckCommand checkCommand() const;
   void run(const UpdateCommand& command, void (UpdateSession::*take)(const UpdateReport&));
 
+  /// Remembers what a check found out about the feed. Returns whether the check succeeded.
+  bool recordCheck(const UpdateReport& report);
   void takeChecked(const UpdateReport& report);
+  void takeRechecked(const UpdateReport& report);
+  void replace(const FoundUpdate& found);
   void find(const FoundUpdate& found);
   void remind();
   void show();
@@ -64,11 +92,14 @@ class UpdateSession : public std::enable_shared_from_this<UpdateSession> {
   void showProgress(const UpdateProgress& progress);
   void drawProgress();
   void relaunchWhenAllowed();
+  /// The delegate no longer postpones the installation.
+  void allowInstallation();
   void install();
   void takeInstalled(const UpdateReport& report);
+  [[nodiscard]] std::string watcherProgram() const;
   void watchRelaunch();
 
-  /// Shows an alert that only informs, to a user who asked; then it is over.
+  /// Shows an alert that only informs, to a user who asked; then the session is over.
   void conclude(const Alert& alert, Outcome outcome);
   void fail(const std::string& reason);
   void end(Outcome outcome);
@@ -87,15 +118,16 @@ class UpdateSession : public std::enable_shared_from_this<UpdateSession> {
   Dialogs& dialogs_;
   const UpdateSetup& setup_;
   const std::weak_ptr<UpdateDelegate> delegate_;
-  std::function<void(Outcome)> ended_;
+  Events events_;
   Trigger trigger_ = Trigger::schedule;
+  bool showsWindows_ = false;
+  Stage stage_ = Stage::checking;
   UpdateOffer offer_;
   std::optional<std::string> obstacle_;
   std::shared_ptr<UpdaterRun> run_;
   Dialogs::Handle dialog_;
   std::optional<UpdateProgress> progress_;  // to be drawn
   Timer progressPause_;                     // until it may be
-  bool installing_ = false;
 };
 
 }  // namespace zephyl

@@ -18,8 +18,11 @@ std::string notificationIdentifier(const UpdateItem& item) {
 }  // namespace
 
 bool Updater::isAvailable() {
-  const Bundle& bundle = Bundle::main();
-  return bundle.information("SUFeedURL") && !bundle.informationList("SUPublicEDKey").empty();
+  return !feedAddress().empty() && !Bundle::main().informationList("SUPublicEDKey").empty();
+}
+
+std::string Updater::feedAddress() {
+  return Bundle::main().information("SUFeedURL").value_or("");
 }
 
 std::string Updater::currentVersion() {
@@ -101,6 +104,15 @@ void Updater::didReceiveUserAttention(const UpdateItem& item) {
 }
 
 void Updater::willFinishUpdateSession() {
+  reportStateChange();
+}
+
+void Updater::didAbandonRelaunch() {
+  Task dropped;  // destroyed without the lock
+  {
+    const std::scoped_lock lock(mutex_);
+    dropped.swap(postponedInstall_);
+  }
   reportStateChange();
 }
 

@@ -39,6 +39,8 @@ class Updater final : public UpdateDelegate, public std::enable_shared_from_this
 
   /// Whether the bundle names a feed and a key to check it with, or several in a list.
   [[nodiscard]] static bool isAvailable();
+  /// The address of the feed that the bundle names; otherwise an empty string.
+  [[nodiscard]] static std::string feedAddress();
   /// The bundle's version, `ZEPHYL_TRAY_VERSION`, or "unknown".
   [[nodiscard]] static std::string currentVersion();
 
@@ -63,6 +65,7 @@ class Updater final : public UpdateDelegate, public std::enable_shared_from_this
                                const UpdateState& state) override;
   void didReceiveUserAttention(const UpdateItem& item) override;
   void willFinishUpdateSession() override;
+  void didAbandonRelaunch() override;
 
  private:
   /// Runs `work` on the main thread, later, unless the updater is gone by then.

@@ -48,6 +48,7 @@ UpdaterHelper::UpdaterHelper(const Runtime& runtime, Dialogs& dialogs, UpdateSet
       setup_(std::move(setup)),
       delegate_(std::move(delegate)),
       self_(std::make_shared<UpdaterHelper*>(this)) {
+  static_cast<void>(updateSettings::lastSuccess(now()));  // from now on checks may be missing
   reportUpIfOnTrial();
   tellOfFailedVersion();
   planFirstCheck();
@@ -63,11 +64,15 @@ std::unique_ptr<UpdaterController::Observation> UpdaterHelper::observeCanCheckFo
 void UpdaterHelper::startSession(UpdateSession::Trigger trigger) {
   if (session_) return;
   const std::weak_ptr<UpdaterHelper*> weak = self_;
-  session_ = std::make_shared<UpdateSession>(runtime_, dialogs_, setup_, delegate_,
-                                             [weak, trigger](UpdateSession::Outcome outcome) {
-                                               if (const auto self = weak.lock())
-                                                 (*self)->endSession(trigger, outcome);
-                                             });
+  UpdateSession::Events events;
+  events.checked = [weak, trigger](const std::optional<std::string>& failure) {
+    if (const auto self = weak.lock()) (*self)->checkEnded(trigger, failure);
+  };
+  events.ended = [weak, trigger](UpdateSession::Outcome outcome) {
+    if (const auto self = weak.lock()) (*self)->endSession(trigger, outcome);
+  };
+  session_ =
+      std::make_shared<UpdateSession>(runtime_, dialogs_, setup_, delegate_, std::move(events));
   session_->start(trigger);
   tellObservers();
 }
@@ -82,13 +87,27 @@ void UpdaterHelper::endSession(UpdateSession::Trigger trigger, UpdateSession::Ou
   planNextCheck();
 }
 
+/// Plans the next check for the case that the session now waits; its end plans again.
+void UpdaterHelper::checkEnded(UpdateSession::Trigger trigger,
+                               const std::optional<std::string>& failure) {
+  if (failure) {
+    // A user who asked for a check is shown its failure, but not that of a later recheck.
+    const bool isShown = trigger == UpdateSession::Trigger::user && !session_->isWaiting();
+    if (!isShown) tellOfMissingChecks(*failure);
+    return plan(untilRetry(updateSettings::checkInterval(), setup_.random()));
+  }
+  updateSettings::setMissingChecksTold(false);
+  planNextCheck();
+}
+
 void UpdaterHelper::tellObservers() {
   for (const auto& observer : Observers(*observers_)) (*observer)(canCheckForUpdates());
 }
 
-/// An update that lay ready when the tray ended last is not left lying for a day.
+/// An update that was ready when the tray ended last does not wait for the next daily check.
 void UpdaterHelper::planFirstCheck() {
-  if (!isDirectory(UpdateFiles::of(setup_.prefix).staged)) return planNextCheck();
+  const auto files = UpdateFiles::trusted(setup_.prefix);
+  if (!files || !isDirectory(files->staged)) return planNextCheck();
   plan(untilNextCheck(std::nullopt, now(), updateSettings::checkInterval(), setup_.random()));
 }
 
@@ -99,16 +118,19 @@ void UpdaterHelper::planNextCheck() {
 
 void UpdaterHelper::plan(std::chrono::milliseconds delay) {
   due_ = runtime_.clock.calendarNow() + delay;
+  dueInstant_ = runtime_.clock.now() + delay;
   scheduleTimer_ = runtime_.clock.after(std::min<Duration>(delay, lookInterval),
                                         onMainThread(&UpdaterHelper::lookAtSchedule));
 }
 
 void UpdaterHelper::lookAtSchedule() {
-  if (session_) return;  // its end plans the next
-  const auto left =
-      std::chrono::ceil<std::chrono::milliseconds>(due_ - runtime_.clock.calendarNow());
-  if (left > std::chrono::milliseconds::zero()) return plan(left);
-  startSession(UpdateSession::Trigger::schedule);
+  using std::chrono::milliseconds;
+  const auto left = std::chrono::ceil<milliseconds>(
+      std::min<Duration>(due_ - runtime_.clock.calendarNow(), dueInstant_ - runtime_.clock.now()));
+  if (left > milliseconds::zero()) return plan(left);
+  if (!session_) return startSession(UpdateSession::Trigger::schedule);
+  if (session_->isWaiting()) return session_->recheck();  // whose end plans the next
+  plan(std::chrono::floor<milliseconds>(lookInterval));
 }
 
 std::chrono::sys_seconds UpdaterHelper::now() const {
@@ -116,28 +138,47 @@ std::chrono::sys_seconds UpdaterHelper::now() const {
 }
 
 void UpdaterHelper::reportUpIfOnTrial() {
-  if (!readNote(UpdateFiles::of(setup_.prefix).trial)) return;
-  trialTimer_ = runtime_.clock.after(
-      settleTime, [&loop = runtime_.mainLoop, note = UpdateFiles::of(setup_.prefix).trial] {
-        loop.async([note] {
-          const auto removed = removePath(note);
-          if (removed) log("version {} is up", Updater::currentVersion());
-          if (!removed) log("could not report up: {}", removed.error().message);
-        });
-      });
+  const auto files = UpdateFiles::trusted(setup_.prefix);
+  const auto note = files ? readNote(files->trial) : std::nullopt;
+  if (!note) return;
+  if (note->version != setup_.version) {
+    return log("version {} is on trial, but this process is not that version",
+               note->displayVersion);
+  }
+  trialTimer_ = runtime_.clock.after(settleTime, [&loop = runtime_.mainLoop, path = files->trial] {
+    loop.async([path] {
+      const auto removed = removePath(path);
+      if (removed) log("version {} is up", Updater::currentVersion());
+      if (!removed) log("could not report up: {}", removed.error().message);
+    });
+  });
 }
 
 void UpdaterHelper::tellOfFailedVersion() {
-  const std::string path = UpdateFiles::of(setup_.prefix).failed;
-  auto note = readNote(path);
+  const auto files = UpdateFiles::trusted(setup_.prefix);
+  auto note = files ? readNote(files->failed) : std::nullopt;
   if (!note || note->told) return;
   log("version {} did not come up; this is version {} again", note->displayVersion,
       Updater::currentVersion());
   note->told = true;
-  if (const auto written = writeNote(path, *note); !written) log("{}", written.error().message);
+  if (const auto newest = updateSettings::newestFeedDate(Updater::feedAddress())) {
+    note->feedDate = newest->time_since_epoch().count();
+  }
+  if (const auto written = writeNote(files->failed, *note); !written) {
+    log("{}", written.error().message);
+  }
   failureDialog_ = dialogs_.presentAlert(
       alerts::updateTakenBack(note->displayVersion, Updater::currentVersion()),
       [](const std::optional<AlertAnswer>&) {});
+}
+
+void UpdaterHelper::tellOfMissingChecks(const std::string& reason) {
+  const bool tooLong = updateSettings::lastSuccess(now()) < now() - missingChecksLimit;
+  if (!tooLong || updateSettings::missingChecksTold()) return;
+  log("no check for updates has succeeded for four weeks");
+  updateSettings::setMissingChecksTold(true);
+  missingChecksDialog_ = dialogs_.presentAlert(alerts::updateChecksMissing(reason),
+                                               [](const std::optional<AlertAnswer>&) {});
 }
 
 Task UpdaterHelper::onMainThread(void (UpdaterHelper::*work)()) {

@@ -19,14 +19,15 @@ class Bundle;
 /// the network, the feed or an archive in zephyl-tray-updater, a program of its own that runs
 /// only while it is needed.
 ///
-/// Looks for updates when the settings (UpdateSchedule.hpp) say so. A version on trial (see
-/// UpdateFiles) that has run for `settleTime` reports itself up here; without that the watching
-/// updater returns to the previous version. When that has happened, the user is told, once. Main
-/// thread.
+/// Looks for updates when the settings (UpdateSchedule.hpp) say so, also while an installation
+/// waits. Confirms a version on trial (see UpdateFiles) when it has run for `settleTime`; without
+/// that the updater that watches rolls it back. Tells the user once about a version that was rolled
+/// back, and once when no check has succeeded for `missingChecksLimit`. Main thread.
 class UpdaterHelper final : public UpdaterController {
  public:
   static constexpr Duration settleTime = std::chrono::seconds(1);
-  /// The schedule is looked at this often: a clock that stood still, as in sleep, is no excuse.
+  /// The longest time between two looks at the schedule, because timers stop while the computer is
+  /// suspended.
   static constexpr Duration lookInterval = std::chrono::hours(1);
 
   /// What `runtime` refers to, and `dialogs`, outlive the controllers that it makes.
@@ -49,6 +50,7 @@ class UpdaterHelper final : public UpdaterController {
 
   void startSession(UpdateSession::Trigger trigger);
   void endSession(UpdateSession::Trigger trigger, UpdateSession::Outcome outcome);
+  void checkEnded(UpdateSession::Trigger trigger, const std::optional<std::string>& failure);
   void tellObservers();
 
   void plan(std::chrono::milliseconds delay);
@@ -59,6 +61,7 @@ class UpdaterHelper final : public UpdaterController {
 
   void reportUpIfOnTrial();
   void tellOfFailedVersion();
+  void tellOfMissingChecks(const std::string& reason);
 
   /// Runs on the main thread, later, unless this is gone by then.
   Task onMainThread(void (UpdaterHelper::*work)());
@@ -71,7 +74,9 @@ class UpdaterHelper final : public UpdaterController {
   std::shared_ptr<Observers> observers_ = std::make_shared<Observers>();
   std::shared_ptr<UpdateSession> session_;
   Dialogs::Handle failureDialog_;
-  std::chrono::system_clock::time_point due_;
+  Dialogs::Handle missingChecksDialog_;
+  std::chrono::system_clock::time_point due_;  // whichever comes first: the calendar counts time
+  Instant dueInstant_;                         // in suspend, the other cannot be set back
   Timer scheduleTimer_;
   Timer trialTimer_;
 };

@@ -2,15 +2,19 @@
 #include <csignal>
 #include <cstdlib>
 #include <exception>
+#include <initializer_list>
 #include <iostream>
 #include <optional>
 #include <random>
+#include <utility>
+#include <vector>
 
 #include <unistd.h>
 
 #include "Desktop/Freedesktop/SingleInstance.hpp"
 #include "System/Bundle.hpp"
 #include "System/CoreDumps.hpp"
+#include "System/EndSignals.hpp"
 #include "System/Environment.hpp"
 #include "System/Files.hpp"
 #include "System/Guardian.hpp"
@@ -38,14 +42,51 @@ double randomFraction() {
   return std::generate_canonical<double, 32>(source);
 }
 
-/// What becomes of this process when the tray has ended: it exits, or goes on as the program that
-/// an update has put at its path.
+/// What becomes of this process when the tray has ended: it exits, or executes the program that is
+/// now installed at its path.
 struct Ending {
   int status = EXIT_SUCCESS;
   bool relaunch = false;
+  /// What the next program inherits when an update relaunches.
+  std::optional<SingleOwnerLock> lock = std::nullopt;
 };
 
-/// Runs the tray until it is told to end.
+/// The signals that end the tray in order. In a terminal SIGHUP reports that the terminal has gone,
+/// after which the tray runs on without one.
+std::vector<int> endSignals(bool inTerminal) {
+  if (inTerminal || hangUpIsIgnored()) return {SIGTERM, SIGINT};
+  return {SIGTERM, SIGINT, SIGHUP};
+}
+
+/// What the tray was asked for while it ran. An end that a signal asks for wins over a relaunch,
+/// whichever came first. Set on any thread.
+struct Requests {
+  std::atomic<bool> end = false;
+  std::atomic<bool> relaunch = false;
+
+  [[nodiscard]] bool wantRelaunch() const { return relaunch && !end && !EndSignals::arePending(); }
+};
+
+/// Runs the main loop and shuts down. Records an end that was asked for as early as possible: who
+/// asks for one may not wait for the whole shutdown.
+Ending runUntilEnd(AppDelegate& delegate, const Runtime& runtime, const Requests& requests,
+                   std::optional<EndSignals>& signals) {
+  const Instant started = runtime.clock.now();
+  const auto recordEnd = [&] { recordRequestedEnd(Bundle::main(), runtime.clock.now() - started); };
+  runtime.mainLoop.async([&] { delegate.applicationDidFinishLaunching(); });
+  runtime.mainLoop.run();
+  const int status = delegate.exitStatus();
+  const bool relaunches = status == EXIT_SUCCESS && requests.wantRelaunch();
+  if (status == EXIT_SUCCESS && !relaunches) recordEnd();
+  delegate.applicationWillTerminate();
+  runtime.mainLoop.close();
+  signals.reset();  // what was read is known from here on, and what comes later stays pending
+  if (!relaunches || requests.wantRelaunch()) return {.status = status, .relaunch = relaunches};
+  recordEnd();
+  return {.status = status};
+}
+
+/// Runs the tray until it is asked to end.
 Ending runTray(Guardian& guardian, const CommandLine& commandLine,
                std::vector<std::string> arguments) {
   // The reactor goes before the pool: what it still delivers may end up there.
@@ -56,35 +97,29 @@ Ending runTray(Guardian& guardian, const CommandLine& commandLine,
   SystemProcessLauncher launcher(reactor, guardian);
   const Servers::Store servers(pool, clock);
   const Runtime runtime{mainLoop, reactor, pool, clock, launcher};
-  std::atomic<bool> relaunch = false;
-  const auto quit = [&](int) {
-    relaunch = false;  // whoever ends the tray means its end
+  Requests requests;
+  const auto request = [&](std::atomic<bool>& what) {
+    what = true;
     mainLoop.quit();
   };
   UpdateSetup updates{.program = updaterProgram(Bundle::main()),
                       .prefix = installationPrefix(Bundle::main()),
+                      .version = runningVersion(Bundle::main()),
                       .arguments = std::move(arguments),
-                      .relaunch =
-                          [&] {
-                            relaunch = true;
-                            mainLoop.quit();
-                          },
+                      .relaunch = [&] { request(requests.relaunch); },
                       .random = randomFraction};
-  const SignalWatcher signals(reactor, {SIGTERM, SIGINT}, quit);
+  const bool inTerminal = commandLine.mode == CommandLine::Mode::terminal;
+  const auto end = [&] { request(requests.end); };
+  std::optional<EndSignals> signals(std::in_place, reactor, endSignals(inTerminal), end);
   const auto chosen = DesktopChoice::make(commandLine.mode, runtime);
   std::optional<SignalWatcher> hangUp;
-  if (chosen.endsAtHangUp && !hangUpIsIgnored())
-    hangUp.emplace(reactor, std::initializer_list<int>{SIGHUP}, quit);
-
+  if (inTerminal && chosen.endsAtHangUp && !hangUpIsIgnored()) {
+    hangUp.emplace(reactor, std::initializer_list<int>{SIGHUP}, [end](int) { end(); });
+  }
   const auto delegate = std::make_shared<AppDelegate>(
       runtime, *chosen.desktop, *chosen.dialogs,
       UpdaterHelper::factory(runtime, *chosen.dialogs, std::move(updates)));
-  mainLoop.async([&] { delegate->applicationDidFinishLaunching(); });
-  mainLoop.run();
-  delegate->applicationWillTerminate();
-  mainLoop.close();
-  const int status = delegate->exitStatus();
-  return {.status = status, .relaunch = relaunch && status == EXIT_SUCCESS};
+  return runUntilEnd(*delegate, runtime, requests, signals);
 }
 
 /// There is no second tray for the same base directory: the one that runs is asked to show itself.
@@ -107,11 +142,12 @@ Ending start(const CommandLine& commandLine, const std::string& activationToken,
     log("could not start: {}", claimed.error().message);
     return {EXIT_FAILURE};
   }
-  const auto lock = SingleOwnerLock::acquire(joinPath(Servers::baseDir(), "tray.lock"));
-  if (const auto* taken = std::get_if<SingleOwnerLock::Taken>(&lock)) {
+  auto outcome = SingleOwnerLock::acquire(joinPath(Servers::baseDir(), "tray.lock"));
+  if (const auto* taken = std::get_if<SingleOwnerLock::Taken>(&outcome)) {
+    EndSignals::block({});  // nothing is lost if this process ends at once
     return {handOver(*taken, activationToken)};
   }
-  if (const auto* error = std::get_if<Error>(&lock)) {
+  if (const auto* error = std::get_if<Error>(&outcome)) {
     log("could not start: {}", error->message);
     return {EXIT_FAILURE};
   }
@@ -122,16 +158,25 @@ Ending start(const CommandLine& commandLine, const std::string& activationToken,
     return {EXIT_FAILURE};
   }
   try {
-    return runTray(*guardian, commandLine, std::move(arguments));
+    Ending ending = runTray(*guardian, commandLine, std::move(arguments));
+    if (ending.relaunch) ending.lock = std::get<SingleOwnerLock>(std::move(outcome));
+    return ending;
   } catch (const std::exception& error) {  // the system has no thread, descriptor or memory to give
     log("could not go on: {}", error.what());
     return {EXIT_FAILURE};
   }
 }
 
-/// Returns only when there is nothing to go on as.
-int becomeUpdated(char** arguments) {
+/// Executes the installed program with the lock and the signals that are pending. A previous
+/// version, to which there is a return without the lock, may know of neither. Returns only if that
+/// fails.
+int becomeInstalledProgram(const Ending& ending, char** arguments) {
   const std::string executable = Bundle::main().executable().value_or("");
+  if (ending.lock) {
+    ending.lock->keepAcrossExec();
+  } else {
+    EndSignals::block({});
+  }
   restoreDescriptorLimit();
   coreDumps::restore();
   ::execv(executable.c_str(), arguments);
@@ -146,6 +191,7 @@ int main(int argc, char** argv) {
   using namespace zephyl;
   establishProcessState();
   coreDumps::disable();
+  EndSignals::block(endSignals(/*inTerminal=*/false));
   Bundle::setMain(Bundle(Bundle::runningExecutable()));
   // Whoever started this program lets its first window come to the front; nobody else's.
   const std::string activationToken = environmentVariable("XDG_ACTIVATION_TOKEN").value_or("");
@@ -159,6 +205,8 @@ int main(int argc, char** argv) {
     std::cout << commandLine->answer;
     return EXIT_SUCCESS;
   }
+  const bool inTerminal = commandLine->mode == CommandLine::Mode::terminal;
+  if (inTerminal) EndSignals::block(endSignals(inTerminal));
   const Ending ending = start(*commandLine, activationToken, {argv + 1, argv + argc});
-  return ending.relaunch ? becomeUpdated(argv) : ending.status;
+  return ending.relaunch ? becomeInstalledProgram(ending, argv) : ending.status;
 }

@@ -16,14 +16,16 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   static const auto keys = TrustedKeys::parse({"11qYAYKxCrfVS/7TyWQHOg7hcvPapiMlrwIaaPcHURo="});
   if (verifiedFeed(feed, *keys)) std::abort();
 
-  const auto items = parseAppcast(feed);
-  if (!items) return 0;
+  const auto appcast = parseAppcast(feed);
+  if (!appcast) return 0;
+  static_cast<void>(checkFeedDate(*appcast, std::chrono::sys_seconds()));
   const Asker asker{.installedVersion = "1.0",
                     .architecture = "x86_64",
                     .systemVersion = "2.36",
                     .channels = {"beta"},
                     .userInitiated = true};
-  const auto offer = chooseUpdate(*items, asker);
+  const auto offer =
+      chooseUpdate(appcast->items, appcast->date.value_or(std::chrono::sys_seconds()), asker);
   if (!offer || !*offer) return 0;
   const bool sound = compareVersions((*offer)->version, "1.0") > 0 && (*offer)->length > 0 &&
                      lowerCased((*offer)->url).starts_with("http");

@@ -23,8 +23,14 @@ Instant ManualClock::now() const {
 
 std::chrono::system_clock::time_point ManualClock::calendarNow() const {
   using namespace std::chrono;
+  const std::scoped_lock lock(mutex_);
   return system_clock::time_point(sys_days(year(2030) / 1 / 2)) +
-         duration_cast<system_clock::duration>(now().time_since_epoch());
+         duration_cast<system_clock::duration>(now_.time_since_epoch() + calendarOffset_);
+}
+
+void ManualClock::setCalendar(Duration offset) {
+  const std::scoped_lock lock(mutex_);
+  calendarOffset_ = offset;
 }
 
 Timer ManualClock::after(Duration delay, Task task) {

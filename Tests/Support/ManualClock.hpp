@@ -24,6 +24,9 @@ class ManualClock final : public Clock {
   void advance(
       Duration step, const Task& settle = [] {});
 
+  /// Sets the calendar to what it would be at `offset` from now, as a user does; timers go on.
+  void setCalendar(Duration offset);
+
   /// How many timers are set.
   [[nodiscard]] std::size_t pendingTimers() const;
 
@@ -41,6 +44,7 @@ class ManualClock final : public Clock {
 
   mutable std::mutex mutex_;
   Instant now_{std::chrono::hours(1)};
+  Duration calendarOffset_{};
   std::uint64_t lastId_ = 0;
   std::map<Key, Alarm> alarms_;
 };

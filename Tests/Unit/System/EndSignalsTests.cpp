@@ -1,6 +1,7 @@
 #include "System/EndSignals.hpp"
 
 #include <array>
+#include <chrono>
 #include <csignal>
 #include <cstdlib>
 #include <future>
@@ -46,6 +47,19 @@ TEST(EndSignals, WaitUntilSomebodyReadsThem) {
               if (!EndSignals::arePending()) return 2;
               if (!arrives()) return 3;
               return EndSignals::arePending() ? 4 : 0;
+            }),
+            0);
+}
+
+TEST(EndSignals, NoOtherSignalStaysBlocked) {
+  EXPECT_EQ(inAProcess([] {
+              sigset_t mask;
+              ::sigfillset(&mask);
+              ::sigprocmask(SIG_SETMASK, &mask, nullptr);
+              EndSignals::block(signals);
+              ::sigprocmask(SIG_BLOCK, nullptr, &mask);
+              if (::sigismember(&mask, SIGHUP) != 0 || ::sigismember(&mask, SIGCHLD) != 0) return 1;
+              return ::sigismember(&mask, SIGTERM) != 0 ? 0 : 2;
             }),
             0);
 }

@@ -30,12 +30,6 @@ bool isIgnored(int signal) {
   return ::sigaction(signal, nullptr, &action) == 0 && action.sa_handler == SIG_IGN;
 }
 
-bool isBlocked(int signal) {
-  sigset_t blocked;
-  ::sigprocmask(SIG_BLOCK, nullptr, &blocked);
-  return ::sigismember(&blocked, signal) != 0;
-}
-
 class ClosedDescriptors : public ::testing::TestWithParam<std::vector<int>> {};
 
 TEST_P(ClosedDescriptors, AreOpenAfterwards) {
@@ -66,16 +60,6 @@ TEST(ProcessState, HasChildrenThatCanBeWaitedFor) {
     std::signal(SIGCHLD, SIG_IGN);
     establishProcessState();
     return !isIgnored(SIGCHLD) && isIgnored(SIGPIPE);
-  }));
-}
-
-TEST(ProcessState, BlocksNoSignal) {
-  EXPECT_TRUE(holdsInAProcess([] {
-    sigset_t all;
-    ::sigfillset(&all);
-    ::sigprocmask(SIG_SETMASK, &all, nullptr);
-    establishProcessState();
-    return !isBlocked(SIGTERM) && !isBlocked(SIGINT) && !isBlocked(SIGHUP) && !isBlocked(SIGCHLD);
   }));
 }
 

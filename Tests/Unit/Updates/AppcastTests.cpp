@@ -10,8 +10,28 @@ std::string feedOf(const std::string& items) {
          "</channel></rss>";
 }
 
+/// The items of a feed; an error if it is none.
+Result<std::vector<AppcastItem>> itemsOf(const std::string& feed) {
+  const auto appcast = parseAppcast(feed);
+  if (!appcast) return appcast.error();
+  return appcast->items;
+}
+
+TEST(Appcast, ReadsWhenTheFeedWasSigned) {
+  using namespace std::chrono;
+  const auto dateOf = [](const std::string& element) {
+    return parseAppcast(feedOf(element))->date;
+  };
+  EXPECT_EQ(dateOf("<lastBuildDate>Sat, 21 Nov 2026 12:00:00 +0200</lastBuildDate>"),
+            sys_seconds(sys_days(2026y / November / 21) + 10h));
+  EXPECT_EQ(dateOf(""), std::nullopt);
+  EXPECT_EQ(dateOf("<lastBuildDate>today</lastBuildDate>"), std::nullopt);
+  EXPECT_EQ(dateOf("<item><lastBuildDate>Sat, 21 Nov 2026 12:00:00 +0200</lastBuildDate></item>"),
+            std::nullopt);
+}
+
 TEST(Appcast, ReadsAllThatAnItemCanSay) {
-  const auto items = parseAppcast(feedOf(R"(<item>
+  const auto items = itemsOf(feedOf(R"(<item>
     <title>Version 2</title>
     <pubDate>Sat, 21 Nov 2026 12:00:00 +0200</pubDate>
     <u:version> 2100 </u:version><u:shortVersionString>2.1</u:shortVersionString>
@@ -44,7 +64,7 @@ TEST(Appcast, ReadsAllThatAnItemCanSay) {
 }
 
 TEST(Appcast, TakesVersionsOfTheEnclosureWhenTheItemHasNone) {
-  const auto items = parseAppcast(feedOf(
+  const auto items = itemsOf(feedOf(
       R"(<item><enclosure url="u" version="2" shortVersionString="2.0"/></item>
          <item><version>3</version><enclosure url="u" version="2"/></item>)"));
   ASSERT_TRUE(items);
@@ -54,7 +74,7 @@ TEST(Appcast, TakesVersionsOfTheEnclosureWhenTheItemHasNone) {
 }
 
 TEST(Appcast, LeavesWhatMakesNoSenseOut) {
-  const auto items = parseAppcast(feedOf(
+  const auto items = itemsOf(feedOf(
       R"(<item><pubDate>yesterday</pubDate><phasedRolloutInterval>-1</phasedRolloutInterval>
          <enclosure length="-5"/><enclosure length="99999999999999999999"/></item>)"));
   ASSERT_TRUE(items);
@@ -65,8 +85,8 @@ TEST(Appcast, LeavesWhatMakesNoSenseOut) {
 }
 
 TEST(Appcast, ExpandsNoEntitiesOfItsOwn) {
-  const auto items = parseAppcast("<!DOCTYPE rss [<!ENTITY a SYSTEM \"file:///etc/passwd\">]>" +
-                                  feedOf("<item><description>&a;</description></item>"));
+  const auto items = itemsOf("<!DOCTYPE rss [<!ENTITY a SYSTEM \"file:///etc/passwd\">]>" +
+                             feedOf("<item><description>&a;</description></item>"));
   ASSERT_TRUE(items);
   EXPECT_EQ(items->front().description, "&a;");
 }
@@ -74,7 +94,7 @@ TEST(Appcast, ExpandsNoEntitiesOfItsOwn) {
 TEST(Appcast, CutsLongReleaseNotesBetweenCharacters) {
   std::string notes;
   for (int i = 0; i < 3000; ++i) notes += "é";
-  const auto items = parseAppcast(feedOf("<item><description>x" + notes + "</description></item>"));
+  const auto items = itemsOf(feedOf("<item><description>x" + notes + "</description></item>"));
   ASSERT_TRUE(items);
   const std::string& shown = items->front().description;
   EXPECT_EQ(shown.size(), 3999U + 3U);

@@ -109,6 +109,14 @@ TEST(Archive, MustBeWhole) {
   EXPECT_EQ(contentsOf(archive.tar() + "x").failure, "The archive goes on behind its end.");
 }
 
+TEST(Archive, IsPaddedWithAFewZerosOnly) {
+  const std::string archive = TestArchive().add("a", "x").open();
+  const std::string end(TestArchive::block, '\0');
+  EXPECT_EQ(contentsOf(archive + end + std::string(maxArchivePadding, '\0')).failure, "");
+  EXPECT_EQ(contentsOf(archive + end + std::string(maxArchivePadding + 1, '\0')).failure,
+            "The archive goes on behind its end.");
+}
+
 TEST(Archive, HoldsNoMoreThanIsSensible) {
   TestArchive many;
   for (std::size_t i = 0; i <= maxArchiveEntries; ++i) many.add("a", "");

@@ -21,9 +21,18 @@ namespace {
 
 using test::TestArchive;
 
+const std::string usableKey = "11qYAYKxCrfVS/7TyWQHOg7hcvPapiMlrwIaaPcHURo=";
+
 std::string information(const std::string& version) {
   return R"({"CFBundleIdentifier": "com.zephyl.tray", "CFBundleShortVersionString": ")" + version +
-         R"(", "SUFeedURL": "https://a.example/", "SUPublicEDKey": "key"})";
+         R"(", "SUFeedURL": "https://a.example/", "SUPublicEDKey": ")" + usableKey + "\"}";
+}
+
+/// The same with one text in place of another.
+std::string information(const std::string& version, const std::string& old,
+                        const std::string& replacement) {
+  std::string changed = information(version);
+  return changed.replace(changed.find(old), old.size(), replacement);
 }
 
 std::string programOf(const std::string& version) {
@@ -39,7 +48,10 @@ std::string archiveOf(const std::string& version) {
 
 class InstallationTest : public ::testing::Test {
  protected:
-  InstallationTest() { install("1.0"); }
+  InstallationTest() {
+    ::umask(022);
+    install("1.0");
+  }
 
   void install(const std::string& version) {
     ASSERT_TRUE(removePath(directory_ / "opt"));
@@ -114,25 +126,57 @@ TEST_F(InstallationTest, RefusesWhatIsNotTheUpdateThatWasPromised) {
                         .add("share/zephyl-tray/Info.json", information("2.0"))
                         .compressed()),
             "The update holds no program.");
-  std::string other = information("2.0");
-  other.replace(other.find("com.zephyl"), 10, "com.others");
   EXPECT_EQ(refusal(TestArchive()
                         .add("bin/zephyl-tray", "x")
-                        .add("share/zephyl-tray/Info.json", other)
+                        .add("share/zephyl-tray/Info.json",
+                             information("2.0", "com.zephyl", "com.others"))
                         .compressed()),
             "The update is another program.");
-  std::string keyless = information("2.0");
-  keyless.replace(keyless.find("\"key\""), 5, "\"\"");
-  EXPECT_EQ(refusal(TestArchive()
-                        .add("bin/zephyl-tray", "x")
-                        .add("share/zephyl-tray/Info.json", keyless)
-                        .compressed()),
-            "The update could never be updated again: it names no feed or no key.");
   EXPECT_EQ(stage(archiveOf("1.0"), "1.0").error().message,
             "Version 1.0 is not newer than 1.0, which is installed.");
   EXPECT_EQ(version(), "1.0");
   EXPECT_FALSE(fileExists(files_.partial));
   EXPECT_FALSE(fileExists(files_.staged));
+}
+
+TEST_F(InstallationTest, RefusesWhatCouldNotBeUpdatedInTurn) {
+  const auto refusal = [&](const std::string& old, const std::string& replacement) {
+    const auto staged =
+        stage(TestArchive()
+                  .add("bin/zephyl-tray", "x")
+                  .add("share/zephyl-tray/Info.json", information("2.0", old, replacement))
+                  .compressed(),
+              "2.0");
+    return staged ? "" : staged.error().message;
+  };
+  constexpr auto badKey =
+      "The update has no usable signing key: The signing key is not an Ed25519 "
+      "key.";
+  EXPECT_EQ(refusal(usableKey, "typo"), badKey);
+  EXPECT_EQ(refusal(usableKey, usableKey + " typo"), badKey);
+  EXPECT_EQ(refusal(usableKey, ""),
+            "The update has no usable signing key: There is no signing key.");
+  EXPECT_EQ(refusal("https://a.example/", "http://a.example/"),
+            "The update has no usable feed address: Updates are fetched over https alone, not from "
+            "http://a.example/.");
+  EXPECT_EQ(refusal("https://a.example/", ""),
+            "The update has no usable feed address: \"\" is not an address.");
+  EXPECT_EQ(refusal(usableKey, usableKey + " " + usableKey), "");
+}
+
+TEST_F(InstallationTest, KeepsTheModeAndTheGroupOfTheInstallation) {
+  const gid_t group = ::geteuid() == 0 ? 54399 : ::getegid();
+  for (const mode_t mode : {0700U, 0750U, 02755U}) {
+    install("1.0");
+    ASSERT_EQ(::chown(prefix_.c_str(), ::geteuid(), group), 0);
+    ASSERT_EQ(::chmod(prefix_.c_str(), mode), 0);
+    ASSERT_TRUE(stage(archiveOf("2.0"), "2.0"));
+    ASSERT_TRUE(swap("2.0"));
+    struct stat status {};
+    ASSERT_EQ(::stat(prefix_.c_str(), &status), 0);
+    EXPECT_EQ(status.st_mode & 07777U, mode);
+    EXPECT_EQ(status.st_gid, group);
+  }
 }
 
 TEST_F(InstallationTest, SwapsOnlyForANewerVersionThatStarts) {
@@ -173,6 +217,46 @@ TEST_F(InstallationTest, UsesNoDirectoryThatAnotherHasPutThere) {
   ASSERT_TRUE(createDirectories(directory_ / "elsewhere"));
   ASSERT_EQ(::symlink((directory_ / "elsewhere").c_str(), files_.directory.c_str()), 0);
   EXPECT_TRUE(Installation::open(prefix_).has_error());
+}
+
+TEST_F(InstallationTest, UsesNoDirectoryThatOthersMayEnter) {
+  ASSERT_TRUE(createDirectories(files_.directory));
+  ASSERT_EQ(::chmod(files_.directory.c_str(), 0777), 0);
+  EXPECT_EQ(Installation::open(prefix_).error().message,
+            "Updates need a folder that nobody else can use. " + files_.directory +
+                " is open to other users. Remove it, then check for updates again.");
+}
+
+TEST_F(InstallationTest, IsNotReplacedWhereOthersMayWrite) {
+  const auto reason = [&] { return Installation::obstacle(prefix_).value_or(""); };
+  ASSERT_EQ(reason(), "");
+  for (const std::string& place :
+       {directory_ / "opt", prefix_, prefix_ + "/bin", prefix_ + "/share/zephyl-tray/Info.json"}) {
+    struct stat before {};
+    ASSERT_EQ(::stat(place.c_str(), &before), 0);
+    for (const mode_t bit : {0020U, 0002U, 01002U}) {
+      ASSERT_EQ(::chmod(place.c_str(), before.st_mode | bit), 0);
+      EXPECT_EQ(reason(), "Other users may change " + place +
+                              ", so updates cannot be installed safely. Run: chmod go-w '" + place +
+                              "'");
+    }
+    ASSERT_EQ(::chmod(place.c_str(), before.st_mode), 0);
+  }
+  EXPECT_EQ(reason(), "");
+}
+
+TEST_F(InstallationTest, IsNotReplacedWhenItBelongsToAnotherUser) {
+  if (::geteuid() != 0) GTEST_SKIP() << "needs root, to give files to another user";
+  const auto reason = [&] { return Installation::obstacle(prefix_).value_or(""); };
+  for (const std::string& place : {directory_ / "opt", prefix_, prefix_ + "/bin/zephyl-tray"}) {
+    ASSERT_EQ(::chown(place.c_str(), 54399, 54399), 0);
+    EXPECT_EQ(reason(),
+              place +
+                  " belongs to another user. Ask the owner of this installation to update "
+                  "it.");
+    ASSERT_EQ(::chown(place.c_str(), 0, 0), 0);
+  }
+  EXPECT_EQ(reason(), "");
 }
 
 TEST_F(InstallationTest, IsTheUsersOwnOrHasAnObstacle) {

@@ -22,15 +22,16 @@ class SelectionTest : public ::testing::Test {
   }
   /// The version that is chosen; empty: none.
   [[nodiscard]] std::string chosen(const std::vector<AppcastItem>& items) const {
-    const auto offer = chooseUpdate(items, asker_);
+    const auto offer = chooseUpdate(items, feedDate_, asker_);
     EXPECT_TRUE(offer) << offer.error().message;
     return offer && *offer ? (*offer)->version : "";
   }
   [[nodiscard]] std::string refusal(const AppcastItem& bad) const {
-    const auto offer = chooseUpdate({bad}, asker_);
+    const auto offer = chooseUpdate({bad}, feedDate_, asker_);
     return offer ? "" : offer.error().message;
   }
 
+  const std::chrono::sys_seconds feedDate_{900'000s};
   Asker asker_{.installedVersion = "5",
                .architecture = "x86_64",
                .systemVersion = "2.36",
@@ -42,7 +43,7 @@ TEST_F(SelectionTest, TakesTheHighestNewerVersion) {
   EXPECT_EQ(chosen({}), "");
   EXPECT_EQ(chosen({item("4"), item("5"), item("5.0")}), "");
   EXPECT_EQ(chosen({item("6"), item("7"), item("6.5")}), "7");
-  const auto offer = chooseUpdate({item("6")}, asker_);
+  const auto offer = chooseUpdate({item("6")}, feedDate_, asker_);
   EXPECT_EQ((*offer)->displayVersion, "6.0");
   EXPECT_EQ((*offer)->url, "https://a.example/6");
 }
@@ -70,6 +71,43 @@ TEST_F(SelectionTest, OffersAChannelToThoseWhoAskForIt) {
 TEST_F(SelectionTest, OffersNoVersionThatIsNotWanted) {
   asker_.skip = {"7"};
   EXPECT_EQ(chosen({item("6"), item("7")}), "6");
+}
+
+TEST_F(SelectionTest, OffersASkippedVersionThatHasBecomeCritical) {
+  auto critical = item("7");
+  critical.critical = true;
+  asker_.skip = {"7"};
+  EXPECT_EQ(chosen({item("6"), critical}), "7");
+}
+
+TEST_F(SelectionTest, OffersAFailedVersionAgainOnlyIfALaterFeedMarksItCritical) {
+  auto failed = item("7");
+  asker_.failed = FailedVersion{.version = "7", .feedDate = 899'999};
+  EXPECT_EQ(chosen({item("6"), failed}), "6");
+  failed.critical = true;
+  EXPECT_EQ(chosen({item("6"), failed}), "7");
+  asker_.failed->feedDate = 900'000;
+  EXPECT_EQ(chosen({item("6"), failed}), "6") << "the feed from which it was installed";
+  asker_.failed->version = "8";
+  EXPECT_EQ(chosen({item("6"), failed}), "7");
+}
+
+TEST(FeedDate, MustNotBeOlderThanTheNewestSeenBefore) {
+  using namespace std::chrono;
+  const sys_seconds newest(sys_days(2026y / November / 21) + 10h);
+  const auto refusal = [&](std::optional<sys_seconds> date) {
+    const auto checked = checkFeedDate({.date = date}, newest);
+    return checked ? "" : checked.error().message;
+  };
+  EXPECT_EQ(refusal(newest), "");
+  EXPECT_EQ(refusal(newest + 1s), "");
+  EXPECT_EQ(refusal(newest - 24h),
+            "The feed is stale: it was signed on 2026-11-20, and a newer one, of 2026-11-21, has "
+            "been seen before.");
+  EXPECT_NE(refusal(newest - 1s), "");
+  EXPECT_EQ(refusal(std::nullopt), "The feed does not say when it was signed.");
+  EXPECT_TRUE(checkFeedDate({.date = std::nullopt}, std::nullopt).has_error());
+  EXPECT_EQ(checkFeedDate({.date = newest}, std::nullopt).value(), newest);
 }
 
 TEST_F(SelectionTest, ReachesOneGroupAfterTheOtherInAPhasedRollOut) {
@@ -109,7 +147,7 @@ TEST_F(SelectionTest, RefusesTheChosenOneWhenItCannotBeTrusted) {
 TEST_F(SelectionTest, ShowsWhatIsHiddenInReleaseNotes) {
   auto noted = item("6");
   noted.description = "one\ntwo\x1b[2J";
-  const auto offer = chooseUpdate({noted}, asker_);
+  const auto offer = chooseUpdate({noted}, feedDate_, asker_);
   EXPECT_EQ((*offer)->releaseNotes, "one\ntwo␛[2J");
 }
 

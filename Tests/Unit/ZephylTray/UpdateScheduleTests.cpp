@@ -29,6 +29,12 @@ TEST(UpdateSchedule, TrustsNoTimeInTheFuture) {
   EXPECT_EQ(untilNextCheck(now + 1s, now, 24h, 0), 0s);
 }
 
+TEST(UpdateSchedule, ComputesWithAnyTimeThatASettingMayHold) {
+  EXPECT_EQ(untilNextCheck(sys_seconds::min(), now, 24h, 0), 0s);
+  EXPECT_EQ(untilNextCheck(sys_seconds::min(), now, 365 * 24h, 0), 0s);
+  EXPECT_EQ(untilNextCheck(sys_seconds::max(), now, 24h, 0), 0s);
+}
+
 TEST(UpdateSchedule, TriesAgainAfterAnHourOrTwo) {
   EXPECT_EQ(untilRetry(24h, 0), 1h);
   EXPECT_EQ(untilRetry(24h, 0.5), 1h + 30min);
@@ -52,6 +58,31 @@ TEST(UpdateSettings, AreReadFromTheUserDefaults) {
   EXPECT_EQ(updateSettings::lastCheck(), now);
   updateSettings::setSkippedVersion("2.0");
   EXPECT_EQ(updateSettings::skippedVersion(), "2.0");
+}
+
+TEST(UpdateSettings, RememberTheNewestFeedOfAnAddress) {
+  const test::TrayWorld world;
+  EXPECT_EQ(updateSettings::newestFeedDate("https://a/"), std::nullopt);
+  updateSettings::rememberFeedDate("https://a/", now);
+  updateSettings::rememberFeedDate("https://a/", now - 1s);
+  EXPECT_EQ(updateSettings::newestFeedDate("https://a/"), now);
+  EXPECT_EQ(updateSettings::newestFeedDate("https://b/"), std::nullopt);
+  updateSettings::rememberFeedDate("https://b/", now - 1h);
+  EXPECT_EQ(updateSettings::newestFeedDate("https://b/"), now - 1h);
+  EXPECT_EQ(updateSettings::newestFeedDate("https://a/"), std::nullopt);
+}
+
+TEST(UpdateSettings, KnowSinceWhenChecksShouldHaveSucceeded) {
+  const test::TrayWorld world;
+  EXPECT_EQ(updateSettings::lastSuccess(now), now);
+  EXPECT_EQ(updateSettings::lastSuccess(now + 1h), now);
+  updateSettings::setLastCheck(now + 2h);
+  EXPECT_EQ(updateSettings::lastSuccess(now + 3h), now + 2h);
+  EXPECT_FALSE(updateSettings::missingChecksTold());
+  updateSettings::setMissingChecksTold(true);
+  EXPECT_TRUE(updateSettings::missingChecksTold());
+  updateSettings::setMissingChecksTold(false);
+  EXPECT_FALSE(updateSettings::missingChecksTold());
 }
 
 TEST(UpdateSettings, DrawTheGroupOfAPhasedRollOutOnce) {

@@ -288,6 +288,19 @@ TEST_F(UpdaterTest, RelaunchesAtOnceWhenNobodyKnowsOfAnAgent) {
   EXPECT_FALSE(updater_->hasPostponedInstall());
 }
 
+TEST_F(UpdaterTest, ForgetsAPostponedInstallationThatWasAbandoned) {
+  start();
+  busy_ = true;
+  EXPECT_TRUE(asksToRelaunch([] { ADD_FAILURE() << "the update was withdrawn"; }));
+  runtime_.settle();
+  framework_.delegate()->willFinishUpdateSession();
+  EXPECT_TRUE(updater_->hasPostponedInstall());
+  framework_.delegate()->didAbandonRelaunch();
+  EXPECT_FALSE(updater_->hasPostponedInstall());
+  updater_->agentDidUpdateActivity(false);
+  runtime_.settle();
+}
+
 TEST_F(UpdaterTest, PostponesTheRelaunchWhileTheAgentIsBusy) {
   start();
   busy_ = true;

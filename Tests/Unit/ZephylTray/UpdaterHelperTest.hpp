@@ -1,0 +1,132 @@
+#pragma once
+
+#include <memory>
+#include <optional>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "Support/FakeDialogs.hpp"
+#include "Support/TestRuntime.hpp"
+#include "Support/TrayWorld.hpp"
+#include "System/Bundle.hpp"
+#include "System/Files.hpp"
+#include "System/JSON.hpp"
+#include "UpdateMessages/UpdateFiles.hpp"
+#include "ZephylTray/UpdateSchedule.hpp"
+#include "ZephylTray/UpdaterHelper.hpp"
+
+namespace zephyl::test {
+
+/// Remembers what it is told, and answers as the test says.
+class RecordingDelegate final : public UpdateDelegate {
+ public:
+  void didFindValidUpdate(const UpdateItem& item) override {
+    told.push_back("found " + item.displayVersionString);
+  }
+  void didNotFindUpdate() override { told.emplace_back("none"); }
+  bool shouldPostponeRelaunch(const UpdateItem& item, Task go) override {
+    told.push_back("ready " + item.versionString);
+    proceed = std::move(go);
+    return busy;
+  }
+  void didAbandonRelaunch() override { told.emplace_back("abandoned"); }
+  bool supportsGentleScheduledUpdateReminders() override { return true; }
+  bool shouldHandleShowingScheduledUpdate(const UpdateItem&, bool inImmediateFocus) override {
+    EXPECT_FALSE(inImmediateFocus);
+    return inImmediateFocus;
+  }
+  void willHandleShowingUpdate(bool handled, const UpdateItem&, const UpdateState& state) override {
+    told.emplace_back(handled ? "shown" : "reminded");
+    if (state.userInitiated) told.back() += " to the user who asked";
+  }
+  void didReceiveUserAttention(const UpdateItem&) override { told.emplace_back("attention"); }
+  void willFinishUpdateSession() override { told.emplace_back("finished"); }
+
+  std::vector<std::string> take() { return std::exchange(told, {}); }
+
+  bool busy = false;
+  Task proceed;
+  std::vector<std::string> told;
+};
+
+using Told = std::vector<std::string>;
+
+class UpdaterHelperTest : public ::testing::Test {
+ protected:
+  UpdaterHelperTest() {
+    Bundle::setMain(Bundle(world_.directory().write("zephyl/bin/zephyl-tray", "", true)));
+    world_.directory().write("zephyl/share/zephyl-tray/Info.json",
+                             R"({"CFBundleShortVersionString": "1.0",
+                                 "SUFeedURL": "https://a.example/feed"})");
+  }
+  ~UpdaterHelperTest() override { Bundle::setMain(Bundle(std::nullopt)); }
+  UpdaterHelperTest(const UpdaterHelperTest&) = delete;
+  UpdaterHelperTest& operator=(const UpdaterHelperTest&) = delete;
+
+  void start() {
+    controller_ = UpdaterHelper::factory(
+        runtime_.runtime(), dialogs_,
+        {.program = world_.directory().write("zephyl/libexec/updater", "", true),
+         .prefix = prefix_,
+         .version = "1.0",
+         .arguments = {"--headless"},
+         .relaunch = [this] { ++relaunches_; },
+         .random = [] { return 0.5; }})(delegate_);
+    ASSERT_NE(controller_, nullptr);
+  }
+  /// The user asks; nothing is due by itself.
+  void startAndCheck() {
+    updateSettings::setLastCheck(now());
+    start();
+    controller_->checkForUpdates();
+  }
+  /// The command that the newest run of the program was given.
+  [[nodiscard]] UpdateCommand command() const {
+    const auto child = runtime_.launcher.newest();
+    return json::decodeText<UpdateCommand>(child->input().at(0)).value();
+  }
+  [[nodiscard]] std::size_t runs() const { return runtime_.launcher.children().size(); }
+
+  void report(const UpdateReport& report) {
+    runtime_.launcher.newest()->print({json::compact(json::encode(report))});
+    if (!report.progress) runtime_.launcher.newest()->exit({});
+    runtime_.settle();
+  }
+  void find(const std::optional<std::string>& obstacle = std::nullopt) {
+    report({.found = UpdateReport::Found{.offer = offer_, .feedDate = 500, .obstacle = obstacle}});
+  }
+  void findNothing(std::int64_t feedDate = 500) {
+    report({.upToDate = UpdateReport::UpToDate{.version = "1.0", .feedDate = feedDate}});
+  }
+  /// The state directory, as the updater creates it.
+  void makeStateDirectory() const { ASSERT_TRUE(createDirectories(files_.directory, 0700)); }
+  [[nodiscard]] std::chrono::sys_seconds now() const {
+    return std::chrono::floor<std::chrono::seconds>(runtime_.clock.calendarNow());
+  }
+  [[nodiscard]] std::string shown() const {
+    return dialogs_.alerts().empty() ? "" : dialogs_.alerts().back().messageText;
+  }
+  void press(const std::string& button) {
+    dialogs_.press(button);
+    runtime_.settle();
+  }
+
+  const UpdateOffer offer_{.version = "200",
+                           .displayVersion = "2.0",
+                           .url = "https://a.example/2",
+                           .length = 1'000'000,
+                           .releaseNotes = "Calmer."};
+  TrayWorld world_;
+  const std::string prefix_ = world_.directory() / "zephyl";
+  const UpdateFiles files_ = UpdateFiles::of(prefix_);
+  TestRuntime runtime_;
+  FakeDialogs dialogs_;
+  const std::shared_ptr<RecordingDelegate> delegate_ = std::make_shared<RecordingDelegate>();
+  int relaunches_ = 0;
+  std::unique_ptr<UpdaterController> controller_;
+};
+
+}  // namespace zephyl::test
