@@ -66,6 +66,13 @@ def command_name(pid):
         return ""
 
 
+def processes_of(prefix):
+    """The ids of the running programs of an installation, its updater among them."""
+    pids = [int(entry.name) for entry in pathlib.Path("/proc").iterdir() if entry.name.isdigit()]
+    places = (f"{prefix}/", f"{prefix.parent}/.{prefix.name}.updates/")
+    return [pid for pid in pids if command_line(pid).startswith(places) and is_alive(pid)]
+
+
 def command_line(pid):
     """The program and its arguments in one text; empty when the process has gone."""
     try:

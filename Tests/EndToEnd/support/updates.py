@@ -98,6 +98,10 @@ class Publisher:
         """Makes the world's prefix an installation that updates itself from here."""
         prefix = self.world.prefix
         self.world.install("updater")
+        # Only an installation that nobody else may write is updated, whatever the umask.
+        for path in [prefix, *prefix.rglob("*")]:
+            if not path.is_symlink():
+                path.chmod(path.stat().st_mode & ~0o022)
         rewrite_information(prefix, CFBundleShortVersionString=version, SUFeedURL=self.feed_url,
                             SUPublicEDKey=self.public_key)
 
@@ -164,6 +168,7 @@ class Updater:
         self.program = installed("updater") / "libexec/zephyl-tray/zephyl-tray-updater"
         self.prefix = world.prefix
         self.user = None  # another than the one who runs the tests
+        self.feed_date = None  # of the feed that the last check has read
 
     def start(self, command):
         (name, values), = command.items()
@@ -191,6 +196,11 @@ class Updater:
     def check(self, **values):
         values = {"channels": [], "skip": [], "rolloutGroup": 0, "userInitiated": True, **values}
         report, = self.run("check", **values)
+        if "upToDate" in report:
+            self.feed_date = report["upToDate"]["feedDate"]
+            return {"upToDate": report["upToDate"]["version"]}
+        if "found" in report:
+            self.feed_date = report["found"].pop("feedDate")
         return report
 
     def download(self, offer, **values):

@@ -1,0 +1,189 @@
+"""A tray that is asked to end while an update is on trial ends, and the update has not failed."""
+
+import fcntl
+import json
+import os
+import signal
+import threading
+
+import pytest
+
+from support.session_bus import Watcher
+from support.tray import command_line, eventually, is_alive, processes_of
+from support.updates import Publisher, Updater
+
+AUTOMATIC = {"SUScheduledCheckInterval": 720, "SUAutomaticallyUpdate": 1}
+
+# Takes its time to end, and writes down that it was asked to.
+SLOW_AGENT = """#!/usr/bin/python3
+import pathlib, signal, sys, time
+def asked(*_):
+    pathlib.Path("{asked}").touch()
+signal.signal(signal.SIGTERM, asked)
+pathlib.Path("{ready}").touch()
+while True:
+    time.sleep(1000)
+"""
+
+
+@pytest.fixture
+def publisher(world):
+    publisher = Publisher(world)
+    publisher.install("1.0")
+    yield publisher
+    publisher.close()
+    for pid in processes_of(world.prefix):
+        os.kill(pid, signal.SIGKILL)
+        eventually(lambda pid=pid: not is_alive(pid), 15)
+
+
+@pytest.fixture
+def updater(world, publisher):
+    return Updater(world)
+
+
+def set_up(world, values):
+    path = world.home / ".config" / "com.zephyl.tray" / "defaults.json"
+    path.parent.mkdir(parents=True, exist_ok=True)
+    path.write_text(json.dumps(values))
+
+
+def publish(publisher, confirms=True):
+    """Publishes version 2.0, which may lack what it needs to confirm that it works."""
+    prefix = publisher.copy("2.0")
+    if not confirms:
+        (prefix / "libexec" / "zephyl-tray" / "zephyl-tray-updater").chmod(0o644)
+    publisher.publish(publisher.pack(prefix))
+
+
+def version_at(prefix):
+    return json.loads((prefix / "share" / "zephyl-tray" / "Info.json").read_text())[
+        "CFBundleShortVersionString"]
+
+
+def note(updater, name):
+    path = updater.directory / name
+    return json.loads(path.read_text()) if path.exists() else None
+
+
+def has_ended_for_good(world, tray, updater):
+    """Nothing has been rolled back, and nothing is left that could start the tray again."""
+    assert tray.wait() == 0
+    eventually(lambda: processes_of(world.prefix) == [], what="the end of the updater that watched")
+    assert version_at(world.prefix) == "2.0"
+    assert note(updater, "failed.json") is None
+    assert not any("did not come up" in line for line in tray.lines), tray.lines
+
+
+def goes_on_with_the_trial(start_tray):
+    tray = start_tray()
+    tray.log_line("version 2.0 is up")
+    assert tray.stop() == 0
+    assert not any("did not come up" in line for line in tray.lines), tray.lines
+
+
+@pytest.mark.parametrize("number", [signal.SIGTERM, signal.SIGINT])
+def test_a_signal_at_the_moment_of_the_restart_is_not_lost(world, start_tray, publisher, updater,
+                                                           number):
+    set_up(world, AUTOMATIC)
+    publish(publisher)
+    tray = start_tray()
+    tray.log_line("restarting as version 2.0", limit=20)
+    tray.send(number)
+    has_ended_for_good(world, tray, updater)
+    goes_on_with_the_trial(start_tray)
+
+
+@pytest.mark.parametrize("milliseconds", [2, 5, 10, 15, 20, 30, 50])
+def test_a_signal_at_any_moment_of_the_restart_is_not_lost(world, start_tray, publisher, updater,
+                                                           milliseconds):
+    set_up(world, AUTOMATIC)
+    publish(publisher)
+    tray = start_tray()
+    tray.log_line("restarting as version 2.0", limit=20)
+    threading.Event().wait(milliseconds / 1000)  # when it comes is the very thing that is tried out
+    tray.send(signal.SIGTERM)
+    has_ended_for_good(world, tray, updater)
+    goes_on_with_the_trial(start_tray)
+
+
+def test_a_tray_that_is_told_to_end_while_it_shuts_down_does_not_restart(world, start_tray,
+                                                                        publisher, updater):
+    asked, ready = world.root / "asked", world.root / "ready"
+    world.use_agent_script(SLOW_AGENT.format(asked=asked, ready=ready))
+    set_up(world, {**AUTOMATIC, "SUScheduledCheckInterval": 720})
+    publish(publisher)
+    tray = start_tray()
+    tray.log_line("restarting as version 2.0", limit=20)
+    if eventually(ready.exists):
+        eventually(asked.exists, what="the shutdown")
+    tray.send(signal.SIGTERM)
+    has_ended_for_good(world, tray, updater)
+    assert note(updater, "trial.json")["endedProcess"] == tray.pid
+    assert note(updater, "trial.json")["starts"] == 0
+    world.agent_program.unlink()
+    goes_on_with_the_trial(start_tray)
+
+
+def test_a_new_version_that_is_told_to_end_before_it_is_confirmed_has_not_failed(
+        world, start_tray, publisher, updater):
+    set_up(world, AUTOMATIC)
+    publish(publisher, confirms=False)
+    tray = start_tray()
+    tray.log_line("no updates:", limit=20)  # says version 2.0, which has started everything
+    assert note(updater, "trial.json")["starts"] == 1
+    assert any("zephyl-tray-updater" in command_line(pid) for pid in processes_of(world.prefix))
+    tray.send(signal.SIGTERM)
+    has_ended_for_good(world, tray, updater)
+    left = note(updater, "trial.json")
+    assert (left["endedProcess"], left["starts"]) == (tray.pid, 0), "this start does not count"
+    again = start_tray()
+    again.log_line("no updates:")
+    assert note(updater, "trial.json")["starts"] == 1
+    assert again.stop() == 0
+
+
+def test_a_user_who_quits_a_version_on_trial_has_quit(world, start_tray, publisher, updater, bus):
+    watcher = Watcher(bus.peer())
+    set_up(world, AUTOMATIC)
+    publish(publisher, confirms=False)
+    tray = start_tray("--desktop")
+    tray.log_line("no updates:", limit=20)
+    item = eventually(lambda: len(watcher.items) >= 2 and watcher.item(len(watcher.items)))
+    item.event(item.find("Quit Zephyl"), "clicked")
+    has_ended_for_good(world, tray, updater)
+
+
+def test_a_new_version_that_is_killed_has_failed(world, start_tray, publisher, updater):
+    """So that the tests above do not let everything pass."""
+    set_up(world, AUTOMATIC)
+    publish(publisher, confirms=False)
+    tray = start_tray()
+    tray.log_line("no updates:", limit=20)
+    tray.send(signal.SIGKILL)
+    eventually(lambda: note(updater, "failed.json") is not None, what="the way back")
+    eventually(lambda: version_at(world.prefix) == "1.0")
+
+
+def test_nobody_else_gets_the_lock_while_the_tray_restarts(world, start_tray, publisher):
+    set_up(world, AUTOMATIC)
+    publish(publisher)
+    tray = start_tray()
+    tray.log_line("restarting as version 2.0", limit=20)
+    got = threading.Event()
+
+    def wait_for_lock():
+        with open(world.base / "tray.lock") as file:
+            fcntl.flock(file, fcntl.LOCK_EX)  # is granted the moment that the lock is free
+            got.set()
+
+    waiting = threading.Thread(target=wait_for_lock)
+    waiting.start()
+    try:
+        tray.log_line("version 2.0 is up")
+        assert not got.is_set()
+        assert (world.base / "tray.lock").read_text() == f"{tray.pid}\n"
+    finally:
+        tray.send(signal.SIGTERM)
+        waiting.join(20)
+    assert tray.wait() == 0 and got.is_set()
