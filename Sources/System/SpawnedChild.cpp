@@ -98,9 +98,9 @@ void resetSignals() {
   struct sigaction standard {};
   standard.sa_handler = SIG_DFL;
   for (int signal = 1; signal < NSIG; ++signal) ::sigaction(signal, &standard, nullptr);
-  sigset_t none;
-  sigemptyset(&none);
-  ::sigprocmask(SIG_SETMASK, &none, nullptr);
+  sigset_t noSignals;
+  sigemptyset(&noSignals);
+  ::sigprocmask(SIG_SETMASK, &noSignals, nullptr);
 }
 
 /// The guardian sees this entry even if the tray dies right now: the child holds the tray's end

@@ -31,7 +31,7 @@ constexpr auto feedLimit = 60s;
 constexpr auto archiveLimit = 2h;
 constexpr auto defaultStall = 30s;
 constexpr auto progressInterval = 100ms;
-constexpr auto lookInterval = 100ms;
+constexpr auto retryInterval = 100ms;
 constexpr int maxLooks = 30;  // less than what a start waits for a rollback
 
 std::chrono::seconds stallLimit(std::optional<std::int64_t> seconds) {
@@ -233,7 +233,7 @@ Result<void> downloadAndStage(const DownloadCommand& command, const Conversation
 Result<Installation> openWhenFree(const std::string& prefix) {
   auto installation = Installation::open(prefix);
   for (int look = 0; !installation && look < maxLooks; ++look) {
-    std::this_thread::sleep_for(lookInterval);
+    std::this_thread::sleep_for(retryInterval);
     installation = Installation::open(prefix);
   }
   return installation;

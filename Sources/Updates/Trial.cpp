@@ -21,7 +21,7 @@ using namespace std::chrono_literals;
 
 constexpr auto startLimit = 10s;
 constexpr auto terminationGrace = 8s;  // the tray's own shutdown may take that long
-constexpr auto lookInterval = 50ms;
+constexpr auto watchInterval = 50ms;
 
 std::vector<char*> pointersTo(std::vector<std::string>& texts) {
   std::vector<char*> pointers;
@@ -93,7 +93,7 @@ TrialOutcome outcomeOfTrial(const std::string& prefix, const WatchedProcess& pro
   const std::string path = UpdateFiles::of(prefix).trial;
   const auto deadline = std::chrono::steady_clock::now() + limit;
   while (fileExists(path) && std::chrono::steady_clock::now() < deadline) {
-    if (process.waitForEnd(lookInterval)) break;
+    if (process.waitForEnd(watchInterval)) break;
   }
   const auto note = readNote(path);
   if (!fileExists(path)) return TrialOutcome::confirmed;  // asked last: it may just have gone

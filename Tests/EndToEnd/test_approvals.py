@@ -126,7 +126,7 @@ def test_a_notification_leads_to_its_request_and_goes_with_it(screen, world, sta
     posted, = eventually(lambda: server.posted)
     assert posted["title"] == "Zephyl: approval needed"
     assert posted["body"].endswith(" wants run_command to reach outside the shared folder.")
-    assert posted["actions"] == ["default", "Show", "show", "Review…"]
+    assert posted["actions"] == ["default", "Review…", "show", "Review…"]
     assert posted["hints"]["desktop-entry"] == "com.zephyl.tray"
     server.say("ActivationToken", "(us)", posted["id"], "token-9")
     server.say("ActionInvoked", "(us)", posted["id"], "show")

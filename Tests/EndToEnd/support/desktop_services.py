@@ -34,14 +34,17 @@ class NotificationServer:
         self.asked += 1
         return GLib.Variant("(as)", (self.capabilities,))
 
-    def _notify(self, _sender, application, replaces, icon, title, body, actions, hints, expires):
+    def _notify(self, sender, application, replaces, icon, title, body, actions, hints, expires):
         number = replaces or len(self.posted) + 1
+        self.client = sender
         self.posted.append({"replaces": replaces, "id": number, "title": title, "body": body,
                             "actions": actions, "hints": hints})
         return GLib.Variant("(u)", (number,))
 
     def say(self, member, signature, *values):
+        """Sends a signal, and waits until the last client has handled it."""
         self.peer.emit(self.PATH, NOTIFICATIONS, member, GLib.Variant(signature, values))
+        self.peer.wait_for(self.client)
 
 
 class FolderChooser:

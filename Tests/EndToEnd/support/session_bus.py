@@ -151,9 +151,25 @@ class Peer:
         self.connection.register_object(path, interface, called, read, None)
 
     def emit(self, path, interface, member, values=None, to=None):
-        """Sends a signal to everybody, or to the connection of one unique name."""
-        self.connection.emit_signal(to, path, interface, member, values)
-        self.connection.flush_sync(None)
+        """Sends a signal to everybody, or to the connection of one unique name.
+
+        A method call that is being handled is answered first, unless its handler emits the signal.
+        """
+        def send():
+            self.connection.emit_signal(to, path, interface, member, values)
+            self.connection.flush_sync(None)
+            sent.set()
+
+        sent = threading.Event()
+        if GLib.MainContext.default().is_owner():
+            send()
+        else:
+            GLib.idle_add(send)
+            assert sent.wait(10)
+
+    def wait_for(self, name):
+        """Waits until the connection of that unique name has handled what was sent to it before."""
+        self.call(name, "/", "org.freedesktop.DBus.Peer", "Ping")
 
     def send_calls(self, count, service, path, interface, method, signature="()", *arguments):
         """Calls a method again and again, without waiting for replies."""

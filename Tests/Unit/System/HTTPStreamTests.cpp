@@ -25,7 +25,7 @@ using testing::ElementsAre;
 using testing::IsEmpty;
 
 constexpr auto chunkedHead = "HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n";
-constexpr auto endlessHead = "HTTP/1.1 200 OK\r\n\r\n";
+constexpr auto streamHead = "HTTP/1.1 200 OK\r\n\r\n";
 
 std::string chunk(std::string_view bytes) {
   return fmt::format("{:x}\r\n{}\r\n", bytes.size(), bytes);
@@ -69,7 +69,7 @@ class HTTPStreamTest : public testing::Test {
 };
 
 TEST_F(HTTPStreamTest, DeliversStatusLinesAndEnd) {
-  const auto record = recordOf(fmt::format("{}data: 1\r\n\r\n: note\ndata: 2", endlessHead));
+  const auto record = recordOf(fmt::format("{}data: 1\r\n\r\n: note\ndata: 2", streamHead));
   EXPECT_THAT(record.statuses, ElementsAre(200));
   EXPECT_THAT(record.lines, ElementsAre("data: 1", "", ": note", "data: 2"));
   EXPECT_THAT(record.ends, ElementsAre(std::nullopt));
@@ -84,7 +84,7 @@ TEST_F(HTTPStreamTest, JoinsLinesAcrossChunks) {
 
 TEST_F(HTTPStreamTest, ReadsAStreamThatComesByteByByte) {
   for (const auto& text :
-       {endlessHead + std::string("näher\r\nzwei\n\nrest"),
+       {streamHead + std::string("näher\r\nzwei\n\nrest"),
         chunkedHead + chunk("näher\r\nzw") + chunk("ei\n\nrest") + "0\r\n\r\n"}) {
     const auto record = this->record([&](const ScriptedPeer& peer) {
       (void)peer.receiveRequest();
@@ -98,7 +98,7 @@ TEST_F(HTTPStreamTest, ReadsAStreamThatComesByteByByte) {
 TEST_F(HTTPStreamTest, DeliversALineAsSoonAsItIsThere) {
   const ScriptedServer server([](const ScriptedPeer& peer) {
     (void)peer.receiveRequest();
-    peer.send(endlessHead + std::string("first\nsec"));
+    peer.send(streamHead + std::string("first\nsec"));
     peer.waitUntilLeft();
   });
   const StreamRecorder recorder;
@@ -159,7 +159,7 @@ TEST_F(HTTPStreamTest, ReportsAServerThatFallsSilent) {
 TEST_F(HTTPStreamTest, EndsAtItsTotalTimeOutWhenItHasOne) {
   const ScriptedServer server([](const ScriptedPeer& peer) {
     (void)peer.receiveRequest();
-    peer.send(endlessHead);
+    peer.send(streamHead);
     while (!peer.isLeftWithin(5ms)) peer.send("tick\n");
   });
   const StreamRecorder recorder;
@@ -191,7 +191,7 @@ TEST_F(HTTPStreamTest, KeepsUpWithManyLines) {
 
 TEST_F(HTTPStreamTest, SkipsAnOverlongLineAndReadsOn) {
   const auto record =
-      recordOf(fmt::format("{}12345\n123456\n{}\r\nok\n", endlessHead, std::string(100'000, 'x')),
+      recordOf(fmt::format("{}12345\n123456\n{}\r\nok\n", streamHead, std::string(100'000, 'x')),
                {.maxLineBytes = 5});
   EXPECT_THAT(record.lines, ElementsAre("12345", "ok"));
   EXPECT_THAT(record.ends, ElementsAre(std::nullopt));
@@ -204,7 +204,7 @@ TEST_F(HTTPStreamTest, StaysSmallWhateverComes) {
   std::size_t lines = 0;
   const ScriptedServer server([](const ScriptedPeer& peer) {
     (void)peer.receiveRequest();
-    peer.send(endlessHead);
+    peer.send(streamHead);
     const std::string half(1UL << 18, 'x');
     for (std::size_t sent = 0; sent < hundredMegabytes / 2; sent += half.size()) peer.send(half);
     peer.send("\n");
@@ -229,7 +229,7 @@ TEST_F(HTTPStreamTest, StaysSmallWhateverComes) {
 TEST_F(HTTPStreamTest, LeavesRoomForOthersWhileItIsBusy) {
   const ScriptedServer busy([](const ScriptedPeer& peer) {
     (void)peer.receiveRequest();
-    peer.send(endlessHead);
+    peer.send(streamHead);
     const std::string lines = std::string(1UL << 16, '\n');
     while (peer.send(lines)) continue;
   });

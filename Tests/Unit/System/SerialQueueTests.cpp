@@ -91,8 +91,8 @@ TEST_F(SerialQueueTest, KnowsWhetherTheCallerRunsOnIt) {
 TEST_F(SerialQueueTest, PendingTasksRunAlsoWhenTheQueueGoesAway) {
   std::latch ran(100);
   {
-    SerialQueue brief("brief", pool_, clock_);
-    for (int i = 0; i < 100; ++i) brief.async([&] { ran.count_down(); });
+    SerialQueue shortLived("short-lived", pool_, clock_);
+    for (int i = 0; i < 100; ++i) shortLived.async([&] { ran.count_down(); });
   }
   ran.wait();
 }

@@ -7,7 +7,7 @@ namespace {
 
 using Buttons = std::vector<std::string>;
 
-PendingApproval request() {
+PendingApproval sampleRequest() {
   return {.id = "a",
           .kind = "path",
           .tool = "read_file",
@@ -19,7 +19,7 @@ PendingApproval request() {
 }
 
 TEST(Alerts, AnApprovalIsDeniedUnlessTheUserSaysOtherwise) {
-  EXPECT_EQ(alerts::approval(request(), /*requestedByUser=*/false),
+  EXPECT_EQ(alerts::approval(sampleRequest(), /*requestedByUser=*/false),
             (Alert{.style = Alert::Style::critical,
                    .messageText = "Allow access outside the shared folder?",
                    .informativeText = "Ana\nasked the agent to run: read_file"
@@ -29,11 +29,11 @@ TEST(Alerts, AnApprovalIsDeniedUnlessTheUserSaysOtherwise) {
                    .buttons = {"Deny", "Allow once", "Always allow…"},
                    .safeButton = 0,
                    .permittingButtons = {1, 2}}));
-  EXPECT_TRUE(alerts::approval(request(), /*requestedByUser=*/true).requestedByUser);
+  EXPECT_TRUE(alerts::approval(sampleRequest(), /*requestedByUser=*/true).requestedByUser);
 }
 
 TEST(Alerts, APermanentExceptionAsksForThePhrase) {
-  const auto alert = alerts::alwaysAllowConfirmation(request());
+  const auto alert = alerts::alwaysAllowConfirmation(sampleRequest());
   EXPECT_EQ(alert.style, Alert::Style::critical);
   EXPECT_EQ(alert.messageText, "⚠️ Create a permanent exception?");
   EXPECT_EQ(alert.buttons, (Buttons{"Cancel", "Create permanent exception"}));

@@ -13,7 +13,7 @@ namespace {
 
 using namespace std::chrono_literals;
 
-ServerEntry server(const std::string& id, const std::string& label) {
+ServerEntry joinedServer(const std::string& id, const std::string& label) {
   return {.id = id, .label = label, .tailnetFingerprint = "f" + id, .enabled = true};
 }
 
@@ -50,13 +50,13 @@ class TailnetManagerTest : public ::testing::Test {
 };
 
 TEST_F(TailnetManagerTest, HasAnInstanceForEveryServerThatIsEnabledAndJoined) {
-  auto disabled = server("b", "B");
+  auto disabled = joinedServer("b", "B");
   disabled.enabled = false;
-  auto unjoined = server("c", "C");
+  auto unjoined = joinedServer("c", "C");
   unjoined.tailnetFingerprint = "";
-  auto neverJoined = server("d", "D");
+  auto neverJoined = joinedServer("d", "D");
   neverJoined.tailnetFingerprint.reset();
-  Servers::replaceAll({unjoined, disabled, neverJoined, server("a", "A")});
+  Servers::replaceAll({unjoined, disabled, neverJoined, joinedServer("a", "A")});
   manager_->syncWithStore();
   EXPECT_EQ(ids(), std::vector<std::string>{"a"});
   EXPECT_EQ(manager_->primary()->server().id, "a");
@@ -64,7 +64,7 @@ TEST_F(TailnetManagerTest, HasAnInstanceForEveryServerThatIsEnabledAndJoined) {
 }
 
 TEST_F(TailnetManagerTest, StartsServersInTheRegistrysOrderAndTheFirstIsPrimary) {
-  Servers::replaceAll({server("b", "B"), server("c", "C"), server("a", "A")});
+  Servers::replaceAll({joinedServer("b", "B"), joinedServer("c", "C"), joinedServer("a", "A")});
   EXPECT_EQ(manager_->primary(), nullptr);
   manager_->syncWithStore();
   ASSERT_EQ(launches(), 3U);
@@ -80,7 +80,7 @@ TEST_F(TailnetManagerTest, StartsServersInTheRegistrysOrderAndTheFirstIsPrimary)
 }
 
 TEST_F(TailnetManagerTest, DisablingStopsAndForgetsAndEnablingTakesTheEntryAsItIsThen) {
-  Servers::replaceAll({server("a", "A")});
+  Servers::replaceAll({joinedServer("a", "A")});
   manager_->syncWithStore();
   const auto first = manager_->find("a");
   Servers::update("a", [](ServerEntry& entry) { entry.enabled = false; });
@@ -98,7 +98,7 @@ TEST_F(TailnetManagerTest, DisablingStopsAndForgetsAndEnablingTakesTheEntryAsItI
 }
 
 TEST_F(TailnetManagerTest, ASyncLeavesAPairThatRunsAloneAndKeepsItsEntry) {
-  Servers::replaceAll({server("a", "A")});
+  Servers::replaceAll({joinedServer("a", "A")});
   manager_->syncWithStore();
   runtime_.advance(1s);
   Servers::update("a", [](ServerEntry& entry) { entry.address = "http://new"; });
@@ -109,7 +109,7 @@ TEST_F(TailnetManagerTest, ASyncLeavesAPairThatRunsAloneAndKeepsItsEntry) {
 }
 
 TEST_F(TailnetManagerTest, ASyncRetriesAStalledTailnetAtOnce) {
-  Servers::replaceAll({server("a", "A")});
+  Servers::replaceAll({joinedServer("a", "A")});
   runtime_.launcher.failWith("no memory");
   manager_->syncWithStore();
   runtime_.launcher.failWith(std::nullopt);
@@ -118,7 +118,7 @@ TEST_F(TailnetManagerTest, ASyncRetriesAStalledTailnetAtOnce) {
 }
 
 TEST_F(TailnetManagerTest, ASyncRetriesAFailedEnrolment) {
-  Servers::replaceAll({server("a", "A")});
+  Servers::replaceAll({joinedServer("a", "A")});
   manager_->syncWithStore();
   child(0)->print({"ENROLMENT FAILED: key expired"});
   runtime_.settle();
@@ -128,7 +128,7 @@ TEST_F(TailnetManagerTest, ASyncRetriesAFailedEnrolment) {
 }
 
 TEST_F(TailnetManagerTest, WithAProgramMissingASyncChangesNothing) {
-  Servers::replaceAll({server("a", "A")});
+  Servers::replaceAll({joinedServer("a", "A")});
   manager_->syncWithStore();
   std::filesystem::remove(client_);
   Servers::update("a", [](ServerEntry& entry) { entry.enabled = false; });
@@ -138,7 +138,8 @@ TEST_F(TailnetManagerTest, WithAProgramMissingASyncChangesNothing) {
 }
 
 TEST_F(TailnetManagerTest, MergesTheLogsUnderHeadingsCapitalLettersFirst) {
-  Servers::replaceAll({server("1", "beta"), server("2", "Alpha"), server("3", "Silent")});
+  Servers::replaceAll(
+      {joinedServer("1", "beta"), joinedServer("2", "Alpha"), joinedServer("3", "Silent")});
   manager_->syncWithStore();
   child(0)->print({"b"});
   child(1)->print({"a"});
@@ -149,7 +150,7 @@ TEST_F(TailnetManagerTest, MergesTheLogsUnderHeadingsCapitalLettersFirst) {
 
 TEST_F(TailnetManagerTest, OneLogHasNoHeadingAndNoneIsEmpty) {
   EXPECT_TRUE(manager_->recentLog().empty());
-  Servers::replaceAll({server("1", "beta")});
+  Servers::replaceAll({joinedServer("1", "beta")});
   manager_->syncWithStore();
   child(0)->print({"b"});
   runtime_.settle();
@@ -157,7 +158,7 @@ TEST_F(TailnetManagerTest, OneLogHasNoHeadingAndNoneIsEmpty) {
 }
 
 TEST_F(TailnetManagerTest, AddressesLearnedWithinASecondAreOneNotification) {
-  Servers::replaceAll({server("1", "A"), server("2", "B"), server("3", "C")});
+  Servers::replaceAll({joinedServer("1", "A"), joinedServer("2", "B"), joinedServer("3", "C")});
   manager_->syncWithStore();
   for (int i = 0; i < 3; ++i) {
     child(static_cast<std::size_t>(i))->print({"target resolved to http://" + std::to_string(i)});
@@ -172,7 +173,7 @@ TEST_F(TailnetManagerTest, AddressesLearnedWithinASecondAreOneNotification) {
 }
 
 TEST_F(TailnetManagerTest, ReportsWhichServersTargetIsUnresolved) {
-  Servers::replaceAll({server("1", "A")});
+  Servers::replaceAll({joinedServer("1", "A")});
   manager_->syncWithStore();
   child(0)->print({"TARGET UNRESOLVED: http://lab"});
   runtime_.settle();
@@ -180,14 +181,14 @@ TEST_F(TailnetManagerTest, ReportsWhichServersTargetIsUnresolved) {
 }
 
 TEST_F(TailnetManagerTest, ChangesInARowAreOneNotification) {
-  Servers::replaceAll({server("1", "A"), server("2", "B"), server("3", "C")});
+  Servers::replaceAll({joinedServer("1", "A"), joinedServer("2", "B"), joinedServer("3", "C")});
   manager_->syncWithStore();
   runtime_.settle();
   EXPECT_EQ(stateChanges_, 1);
 }
 
 TEST_F(TailnetManagerTest, StoppingAllAsksEveryChildBeforeItWaitsForOne) {
-  Servers::replaceAll({server("1", "A"), server("2", "B")});
+  Servers::replaceAll({joinedServer("1", "A"), joinedServer("2", "B")});
   manager_->syncWithStore();
   runtime_.advance(1s);
   const auto stubborn = child(0);
