@@ -3,8 +3,9 @@
 #include <functional>
 #include <string>
 #include <string_view>
+#include <utility>
 
-#include <fmt/format.h>
+#include "System/Format.hpp"
 
 namespace zephyl {
 
@@ -29,7 +30,7 @@ class LogSink {
 
 template <typename... Args>
 void log(fmt::format_string<Args...> format, Args&&... args) {
-  logLine(fmt::format(format, std::forward<Args>(args)...));
+  logLine(formatText(format, std::forward<Args>(args)...));
 }
 
 }  // namespace zephyl

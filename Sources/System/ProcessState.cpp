@@ -30,7 +30,7 @@ void openStandardDescriptors() {
   }
 }
 
-void resetSignals() {
+void resetSignalActions() {
   std::signal(SIGCHLD, SIG_DFL);
   std::signal(SIGPIPE, SIG_IGN);
 }
@@ -47,7 +47,7 @@ void raiseDescriptorLimit() {
 
 void establishProcessState() {
   openStandardDescriptors();
-  resetSignals();
+  resetSignalActions();
   raiseDescriptorLimit();
 }
 

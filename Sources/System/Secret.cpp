@@ -6,10 +6,11 @@
 #include <utility>
 #include <vector>
 
-#include <fmt/format.h>
 #include <fmt/ranges.h>
 
 #include <sys/random.h>
+
+#include "System/Format.hpp"
 
 namespace zephyl {
 
@@ -67,7 +68,7 @@ std::string randomHexadecimal(std::size_t bytes) {
     const auto count = ::getrandom(drawn.data() + filled, bytes - filled, 0);
     if (count > 0) filled += static_cast<std::size_t>(count);
   }
-  std::string text = fmt::format("{:02x}", fmt::join(drawn, ""));
+  std::string text = formatText("{:02x}", fmt::join(drawn, ""));
   ::explicit_bzero(drawn.data(), drawn.size());
   return text;
 }

@@ -8,8 +8,6 @@
 #include <iterator>
 #include <vector>
 
-#include <fmt/format.h>
-
 #include <arpa/inet.h>
 #include <linux/inet_diag.h>
 #include <linux/netlink.h>
@@ -18,6 +16,7 @@
 #include <sys/socket.h>
 
 #include "System/FileDescriptor.hpp"
+#include "System/Format.hpp"
 #include "System/Text.hpp"
 
 namespace zephyl {
@@ -87,8 +86,8 @@ std::optional<uid_t> askKernel(const Address& address, std::uint16_t port) {
 std::string hexadecimal(const Address& address, std::uint16_t port) {
   const std::size_t words = address.family == AF_INET ? 1 : 4;
   std::string text;
-  for (std::size_t i = 0; i < words; ++i) text += fmt::format("{:08X}", address.words[i]);
-  return fmt::format("{}:{:04X}", text, port);
+  for (std::size_t i = 0; i < words; ++i) text += formatText("{:08X}", address.words[i]);
+  return formatText("{}:{:04X}", text, port);
 }
 
 /// The owner of the socket of a table that listens at `local`, an address as tables write it.

@@ -5,14 +5,13 @@
 #include <chrono>
 #include <climits>
 
-#include <fmt/format.h>
-
 #include <fcntl.h>
 #include <poll.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include "System/FileDescriptor.hpp"
+#include "System/Format.hpp"
 
 namespace zephyl {
 
@@ -55,8 +54,8 @@ void StandardError::write(std::string_view line) {
 }
 
 bool StandardError::writeNote() {
-  const auto note = fmt::format("{}[tray] {} log lines were dropped: standard error took nothing\n",
-                                withinLine_ ? "\n" : "", dropped_);
+  const auto note = formatText("{}[tray] {} log lines were dropped: standard error took nothing\n",
+                               withinLine_ ? "\n" : "", dropped_);
   std::size_t written = 0;
   const bool blocked = writeWhole(note, Duration::zero(), written) == Outcome::blocked;
   withinLine_ = blocked && (withinLine_ || written > 0);

@@ -7,7 +7,7 @@
 #include <iterator>
 #include <utility>
 
-#include <fmt/format.h>
+#include "System/Format.hpp"
 
 namespace zephyl {
 
@@ -116,9 +116,9 @@ void appendPicture(Character character, std::string& out) {
     const std::uint32_t picture = code == 0x7F ? 0x21 : code;  // from U+2400 on
     out.append("\xE2\x90").push_back(static_cast<char>(0x80 + picture));
   } else if (character.length < 4) {
-    fmt::format_to(std::back_inserter(out), "\\u{:04x}", code);
+    out += formatText("\\u{:04x}", code);
   } else {
-    fmt::format_to(std::back_inserter(out), "\\U{:08x}", code);
+    out += formatText("\\U{:08x}", code);
   }
 }
 
@@ -151,7 +151,7 @@ void appendBlanks(Character character, std::size_t count, std::string& out) {
       appendPicture(character, out);
     }
   }
-  if (isLong) fmt::format_to(std::back_inserter(out), "×{}", count);
+  if (isLong) out += formatText("×{}", count);
 }
 
 }  // namespace
@@ -295,7 +295,7 @@ std::string shortened(std::string_view text, std::size_t maxBytes) {
     end = maxBytes - back;
     break;
   }
-  return fmt::format("{}… [{} bytes left out]", text.substr(0, end), text.size() - end);
+  return formatText("{}… [{} bytes left out]", text.substr(0, end), text.size() - end);
 }
 
 std::string withoutControlCharacters(std::string_view text) {

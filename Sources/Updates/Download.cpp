@@ -3,10 +3,9 @@
 #include <memory>
 #include <optional>
 
-#include <fmt/format.h>
-
 #include <curl/curl.h>
 
+#include "System/Format.hpp"
 #include "Updates/Address.hpp"
 
 namespace zephyl {
@@ -105,7 +104,7 @@ Result<std::optional<std::string>> fetchOnce(const std::string& url, Transfer tr
   curl_easy_getinfo(handle.get(), CURLINFO_RESPONSE_CODE, &status);
   curl_easy_getinfo(handle.get(), CURLINFO_REDIRECT_URL, &next);
   if (next != nullptr) return std::optional<std::string>(next);
-  if (status != statusOK) return Error{fmt::format("The server answers with status {}.", status)};
+  if (status != statusOK) return Error{formatText("The server answers with status {}.", status)};
   return std::optional<std::string>();
 }
 

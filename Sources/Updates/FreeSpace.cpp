@@ -4,9 +4,9 @@
 #include <cerrno>
 #include <limits>
 
-#include <fmt/format.h>
-
 #include <sys/statvfs.h>
+
+#include "System/Format.hpp"
 
 namespace zephyl {
 
@@ -14,9 +14,9 @@ Result<void> checkSpace(std::int64_t needed, std::int64_t available) {
   if (needed <= available - reservedSpace) return {};
   constexpr std::int64_t megabyte = 1'000'000;
   return Error{
-      fmt::format("There is not enough free space on the disk of the installation: {} MB "
-                  "are needed, {} MB are free.",
-                  (needed + reservedSpace + megabyte - 1) / megabyte, available / megabyte)};
+      formatText("There is not enough free space on the disk of the installation: {} MB "
+                 "are needed, {} MB are free.",
+                 (needed + reservedSpace + megabyte - 1) / megabyte, available / megabyte)};
 }
 
 Result<void> checkFreeSpace(const FileDescriptor& at, std::int64_t needed) {

@@ -3,8 +3,7 @@
 #include <algorithm>
 #include <compare>
 
-#include <fmt/format.h>
-
+#include "System/Format.hpp"
 #include "System/Text.hpp"
 #include "Updates/Address.hpp"
 #include "Updates/Archive.hpp"
@@ -55,8 +54,8 @@ bool isFor(const AppcastItem& item, std::chrono::sys_seconds feedDate, const Ask
 /// As "2026-11-21".
 std::string dayOf(std::chrono::sys_seconds time) {
   const std::chrono::year_month_day day(std::chrono::floor<std::chrono::days>(time));
-  return fmt::format("{:04}-{:02}-{:02}", static_cast<int>(day.year()),
-                     static_cast<unsigned>(day.month()), static_cast<unsigned>(day.day()));
+  return formatText("{:04}-{:02}-{:02}", static_cast<int>(day.year()),
+                    static_cast<unsigned>(day.month()), static_cast<unsigned>(day.day()));
 }
 
 UpdateOffer offerOf(const AppcastItem& item, const AppcastItem::Enclosure& enclosure) {

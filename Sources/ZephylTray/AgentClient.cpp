@@ -1,7 +1,6 @@
 #include "ZephylTray/AgentClient.hpp"
 
-#include <fmt/format.h>
-
+#include "System/Format.hpp"
 #include "System/Text.hpp"
 
 namespace zephyl {
@@ -72,7 +71,7 @@ json::Value list(const std::vector<std::string>& texts) {
 APIError refusal(const ClientResponse& response) {
   const auto decoded = json::decodeText<ErrorResponse>(response.body);
   if (decoded && decoded->error) return {shortened(*decoded->error, maxErrorBytes)};
-  return {fmt::format("request failed ({})", response.status)};
+  return {formatText("request failed ({})", response.status)};
 }
 
 }  // namespace

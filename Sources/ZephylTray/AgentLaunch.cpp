@@ -2,9 +2,8 @@
 
 #include <filesystem>
 
-#include <fmt/format.h>
-
 #include "System/Files.hpp"
+#include "System/Format.hpp"
 #include "System/JSON.hpp"
 #include "System/Text.hpp"
 #include "ZephylTray/Config.hpp"
@@ -13,7 +12,7 @@ namespace zephyl {
 
 namespace {
 
-constexpr auto portVariable = "AGENT_TRAY_PORT";
+constexpr auto agentPortVariable = "AGENT_TRAY_PORT";
 constexpr auto serversVariable = "ZEPHYL_SERVERS";
 constexpr auto serverURLVariable = "ZEPHYL_SERVER_URL";
 constexpr auto socksVariable = "ZEPHYL_SOCKS5";
@@ -35,7 +34,7 @@ bool canRunTailnets() {
 
 std::optional<std::string> socksAddress(const ServerEntry& server) {
   if (server.tailnetFingerprint.value_or("").empty()) return std::nullopt;
-  return fmt::format("127.0.0.1:{}", server.ports.socks);
+  return formatText("127.0.0.1:{}", server.ports.socks);
 }
 
 void describeServers(const std::vector<ServerEntry>& servers, Environment& environment) {
@@ -78,7 +77,7 @@ json::Object describeServer(const ServerEntry& server, const std::string& url) {
 
 std::optional<AgentLaunch> AgentLaunch::choose(const std::vector<ServerEntry>& enabledServers,
                                                Environment inherited, std::int64_t port) {
-  inherited[portVariable] = fmt::to_string(port);
+  inherited[agentPortVariable] = std::to_string(port);
   describeServers(enabledServers, inherited);
   if (const auto directory = Config::bundledRuntimeDir()) {
     return packaged(*directory, std::move(inherited));
@@ -92,9 +91,9 @@ std::optional<AgentLaunch> AgentLaunch::choose(const std::vector<ServerEntry>& e
 std::string AgentLaunch::shellCommand(std::int64_t port) const {
   // Listeners only: the tray itself is a client of that port.
   const auto cleanUp =
-      fmt::format("lsof -ti tcp:{} -sTCP:LISTEN | xargs kill 2>/dev/null; sleep 0.2", port);
-  return fmt::format("cd {} && {{ {}; }}; exec {}", shellQuoted(workingDirectory), cleanUp,
-                     shellQuoted(executable));
+      formatText("lsof -ti tcp:{} -sTCP:LISTEN | xargs kill 2>/dev/null; sleep 0.2", port);
+  return formatText("cd {} && {{ {}; }}; exec {}", shellQuoted(workingDirectory), cleanUp,
+                    shellQuoted(executable));
 }
 
 std::optional<std::string> AgentLaunch::serversJSON(const std::vector<ServerEntry>& servers) {

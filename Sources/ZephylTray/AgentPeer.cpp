@@ -2,10 +2,9 @@
 
 #include <utility>
 
-#include <fmt/format.h>
-
 #include <unistd.h>
 
+#include "System/Format.hpp"
 #include "System/Log.hpp"
 
 namespace zephyl {
@@ -24,7 +23,7 @@ std::optional<Error> AgentPeer::verify(const std::string& address, std::uint16_t
   if (!owner) return owner.error();
   if (*owner != 0 && *owner != ::geteuid()) {
     report(port, *owner);
-    return Error{fmt::format("port {} belongs to another user's program", port)};
+    return Error{formatText("port {} belongs to another user's program", port)};
   }
   verified_ = true;
   reported_ = false;

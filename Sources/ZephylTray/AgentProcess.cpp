@@ -1,8 +1,7 @@
 #include "ZephylTray/AgentProcess.hpp"
 
-#include <fmt/format.h>
-
 #include "System/Clock.hpp"
+#include "System/Format.hpp"
 #include "System/Log.hpp"
 #include "System/MainLoop.hpp"
 #include "System/Shell.hpp"
@@ -141,7 +140,7 @@ void AgentProcess::startWhenRestartIsDue() {
 
 void AgentProcess::killIfStillRunning(std::uint64_t launch) {
   if (!process_ || process_->number != launch || !running()) return;
-  note(fmt::format("{} ignored SIGTERM; killing it", process_->child->pid()));
+  note(formatText("{} ignored SIGTERM; killing it", process_->child->pid()));
   process_->child->killGroup();
 }
 

@@ -2,9 +2,8 @@
 
 #include <cstdlib>
 
-#include <fmt/format.h>
-
 #include "System/Bundle.hpp"
+#include "System/Format.hpp"
 #include "System/MainLoop.hpp"
 #include "ZephylTray/Config.hpp"
 #include "ZephylTray/Servers.hpp"
@@ -61,7 +60,7 @@ void AppDelegate::wireAgent() {
       weakly([](AppDelegate& self, int status, const std::vector<std::string>& recentLog) {
         self.presentLogWindow(
             {.title = "Agent Exited Unexpectedly",
-             .message = fmt::format(
+             .message = formatText(
                  "The Zephyl agent didn't start cleanly — it exited with code {}.", status)},
             recentLog);
       });

@@ -1,8 +1,8 @@
-#include <fmt/format.h>
 #include <fmt/ranges.h>
 
 #include "System/Directories.hpp"
 #include "System/Files.hpp"
+#include "System/Format.hpp"
 #include "System/Text.hpp"
 #include "ZephylTray/AppDelegate.hpp"
 #include "ZephylTray/LogExcerpt.hpp"
@@ -15,7 +15,7 @@ void AppDelegate::presentLogWindow(LogWindow window, const std::vector<std::stri
   std::vector<std::string> lines;
   lines.reserve(log.size());
   for (const auto& line : log) lines.push_back(visible(line));
-  currentLogText_ = fmt::to_string(fmt::join(lines, "\n"));
+  currentLogText_ = formatText("{}", fmt::join(lines, "\n"));
   logWindow_.reset();
   window.shownText = logExcerpt(log);
   window.fullText = currentLogText_;
@@ -43,7 +43,7 @@ void AppDelegate::openLogIn(Editor editor) {
 std::optional<std::string> AppDelegate::writeLogToTempFile() const {
   auto path =
       joinPath(directories::temporary(),
-               fmt::format("zephyl-agent-log-{}.log", fileTimestamp(runtime_.clock.calendarNow())));
+               formatText("zephyl-agent-log-{}.log", fileTimestamp(runtime_.clock.calendarNow())));
   if (!replaceFile(path, currentLogText_, Durability::unflushed)) return std::nullopt;
   return path;
 }

@@ -1,7 +1,6 @@
 #include <algorithm>
 
-#include <fmt/format.h>
-
+#include "System/Format.hpp"
 #include "System/Secret.hpp"
 #include "System/Text.hpp"
 #include "System/UserDefaults.hpp"
@@ -19,8 +18,8 @@ constexpr auto serverGone = "That server is gone.";
 /// What to tell the user about a change of a server; nothing when it was saved.
 std::optional<std::string> failureOf(const Result<void>& change) {
   if (change) return std::nullopt;
-  return fmt::format("The change could not be saved, so nothing was changed: {}",
-                     change.error().message);
+  return formatText("The change could not be saved, so nothing was changed: {}",
+                    change.error().message);
 }
 
 }  // namespace
@@ -33,8 +32,8 @@ std::optional<std::string> AppDelegate::redeem(const std::string& key) {
                                   parsed->fingerprint);
   if (!entry) {
     wipe(parsed->preauthKey);
-    return fmt::format("The server could not be saved, so the invite key was not used: {}",
-                       entry.error().message);
+    return formatText("The server could not be saved, so the invite key was not used: {}",
+                      entry.error().message);
   }
   Config::defaults().setString("tailnetFingerprint", parsed->fingerprint);
   if (const auto old = tailnet_->forget(entry->id)) old->stop();

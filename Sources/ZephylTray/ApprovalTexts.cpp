@@ -3,9 +3,9 @@
 #include <algorithm>
 #include <vector>
 
-#include <fmt/format.h>
 #include <fmt/ranges.h>
 
+#include "System/Format.hpp"
 #include "System/Text.hpp"
 
 namespace zephyl {
@@ -27,9 +27,9 @@ std::string reasonLines(const std::vector<EscapeReason>& reasons) {
   lines.reserve(count + 1);
   for (std::size_t i = 0; i < count; ++i) lines.push_back("  • " + shown(reasons[i].detail));
   if (reasons.size() > count) {
-    lines.push_back(fmt::format("  … and {} more", reasons.size() - count));
+    lines.push_back(formatText("  … and {} more", reasons.size() - count));
   }
-  return fmt::format("{}", fmt::join(lines, "\n"));
+  return formatText("{}", fmt::join(lines, "\n"));
 }
 
 std::string boundedRequester(const PendingApproval& approval, std::size_t maxBytes) {
@@ -52,7 +52,7 @@ std::string approvalNotificationText(const PendingApproval& approval) {
 }
 
 std::string approvalPromptText(const PendingApproval& approval) {
-  return fmt::format(
+  return formatText(
       "{}\nasked the agent to run: {}"
       "\n\n{}:\n{}"
       "\n\nWhy this is being flagged:\n{}"
@@ -62,7 +62,7 @@ std::string approvalPromptText(const PendingApproval& approval) {
 }
 
 std::string alwaysAllowText(const PendingApproval& approval) {
-  return fmt::format(
+  return formatText(
       "This permanently allows:\n\n{}"
       "\n\nFrom then on, ANY request from ANYONE with access to this project can reach this — "
       "silently, with no further prompts — until you revoke it from this menu. If this is a "

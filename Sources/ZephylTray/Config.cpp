@@ -4,8 +4,6 @@
 #include <mutex>
 #include <set>
 
-#include <fmt/format.h>
-
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -13,6 +11,7 @@
 #include "System/Directories.hpp"
 #include "System/Environment.hpp"
 #include "System/Files.hpp"
+#include "System/Format.hpp"
 #include "System/Log.hpp"
 #include "System/Text.hpp"
 #include "System/UserDefaults.hpp"
@@ -136,7 +135,7 @@ std::int64_t Config::onboardingPort() {
 }
 
 std::string Config::apiBaseURL(std::int64_t port) {
-  return fmt::format("http://127.0.0.1:{}", port);
+  return formatText("http://127.0.0.1:{}", port);
 }
 
 std::string Config::repoRoot() {

@@ -3,8 +3,7 @@
 #include <limits>
 #include <utility>
 
-#include <fmt/format.h>
-
+#include "System/Format.hpp"
 #include "System/Log.hpp"
 #include "System/Secret.hpp"
 #include "System/Text.hpp"
@@ -20,7 +19,7 @@ constexpr auto badRequest = "400 Bad Request";
 std::string message(std::string_view status, const json::Object& json) {
   std::string body = json::compact(json);
   if (!isValidUTF8(body)) body = "{}";
-  return fmt::format(
+  return formatText(
       "HTTP/1.1 {}\r\n"
       "Content-Type: application/json\r\n"
       "Content-Length: {}\r\n"

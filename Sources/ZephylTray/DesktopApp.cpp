@@ -2,10 +2,9 @@
 
 #include <utility>
 
-#include <fmt/format.h>
-
 #include "Desktop/Desktop.hpp"
 #include "System/Files.hpp"
+#include "System/Format.hpp"
 #include "System/Log.hpp"
 #include "System/MainLoop.hpp"
 #include "System/Secret.hpp"
@@ -18,7 +17,7 @@ namespace zephyl {
 namespace {
 
 constexpr auto tokenVariable = "ZEPHYL_ONBOARD_TOKEN";
-constexpr auto portVariable = "ZEPHYL_ONBOARD_PORT";
+constexpr auto controlPortVariable = "ZEPHYL_ONBOARD_PORT";
 
 /// A packaged app is a program or a directory that holds one.
 std::string executableOf(const std::string& app) {
@@ -26,7 +25,7 @@ std::string executableOf(const std::string& app) {
 }
 
 std::string developerCommand(const std::string& root) {
-  return fmt::format("cd {} && {}", shellQuoted(root), Config::desktopLaunchCommand());
+  return formatText("cd {} && {}", shellQuoted(root), Config::desktopLaunchCommand());
 }
 
 }  // namespace
@@ -34,10 +33,10 @@ std::string developerCommand(const std::string& root) {
 Environment DesktopLaunch::environment(Environment inherited) const {
   Environment environment = std::move(inherited);
   environment.erase(tokenVariable);
-  environment.erase(portVariable);
+  environment.erase(controlPortVariable);
   if (control) {
     environment[tokenVariable] = control->token;
-    environment[portVariable] = fmt::to_string(control->port);
+    environment[controlPortVariable] = std::to_string(control->port);
   }
   if (serverURL) environment["ZEPHYL_URL"] = *serverURL;
   if (needsOnboarding) environment["ZEPHYL_ONBOARD"] = "1";

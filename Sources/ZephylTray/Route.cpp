@@ -1,8 +1,8 @@
 #include "ZephylTray/Route.hpp"
 
-#include <fmt/format.h>
 #include <fmt/ranges.h>
 
+#include "System/Format.hpp"
 #include "System/Text.hpp"
 
 namespace zephyl {
@@ -14,7 +14,7 @@ Route route(std::string_view method, std::string_view path) {
     found.id = pieces[1];
     pieces[1] = ":id";
   }
-  found.path = fmt::format("{} /{}", method, fmt::join(pieces, "/"));
+  found.path = formatText("{} /{}", method, fmt::join(pieces, "/"));
   return found;
 }
 

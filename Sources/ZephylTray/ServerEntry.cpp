@@ -3,8 +3,7 @@
 #include <algorithm>
 #include <limits>
 
-#include <fmt/format.h>
-
+#include "System/Format.hpp"
 #include "System/Text.hpp"
 
 namespace zephyl {
@@ -28,14 +27,14 @@ std::optional<URL> ServerEntry::addressURL() const {
 std::optional<std::string> ServerEntry::serverURL() const {
   const auto url = addressURL();
   if (!url) return std::nullopt;
-  return fmt::format("{}://{}/agent", url->scheme == "https" ? "wss" : "ws", url->authority());
+  return formatText("{}://{}/agent", url->scheme == "https" ? "wss" : "ws", url->authority());
 }
 
 std::string ServerEntry::displayName() const {
   for (const auto name : {trimmed(label), trimmedOrEmpty(serverName)}) {
     if (!name.empty()) return std::string(name);
   }
-  return fmt::format("Zephyl {}", ordinal.value_or(1));
+  return formatText("Zephyl {}", ordinal.value_or(1));
 }
 
 bool ServerEntry::nameResolved() const {

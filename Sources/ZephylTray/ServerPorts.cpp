@@ -3,12 +3,11 @@
 #include <algorithm>
 #include <cstdlib>
 
-#include <fmt/format.h>
-
 #include <netinet/in.h>
 #include <sys/socket.h>
 
 #include "System/FileDescriptor.hpp"
+#include "System/Format.hpp"
 #include "System/Log.hpp"
 #include "System/Text.hpp"
 
@@ -23,7 +22,7 @@ constexpr std::int64_t lastPort = 65535;
 constexpr int lastAlias = 250;
 
 std::string alias(int index) {
-  return fmt::format("127.100.0.{}", index);
+  return formatText("127.100.0.{}", index);
 }
 
 /// Whether a listener could have the port on 127.0.0.1 now. Without a socket nothing can be said,
@@ -65,8 +64,8 @@ std::string ServerPorts::tunnelFallbackAddr() const {
   // Unsigned, since the alias in the file may be any number.
   const auto fromAlias = std::uint64_t{firstFallbackPort} +
                          static_cast<std::uint64_t>(std::max(aliasIndex(), std::int64_t{1}) - 1);
-  if (tunnelFallback) return fmt::format("127.0.0.1:{}", *tunnelFallback);
-  return fmt::format("127.0.0.1:{}", fromAlias);
+  if (tunnelFallback) return formatText("127.0.0.1:{}", *tunnelFallback);
+  return formatText("127.0.0.1:{}", fromAlias);
 }
 
 ServerPorts ServerPorts::ofSingleServer() {

@@ -3,9 +3,9 @@
 #include <algorithm>
 #include <array>
 
-#include <fmt/format.h>
 #include <fmt/ranges.h>
 
+#include "System/Format.hpp"
 #include "System/Text.hpp"
 
 namespace zephyl {
@@ -23,7 +23,7 @@ std::optional<std::string> indexing(const Activity& activity) {
     underWay = underWay || index.embedding || !index.ready;
   }
   if (!underWay) return std::nullopt;
-  return fmt::format("indexing {}/{}", embedded, files);
+  return formatText("indexing {}/{}", embedded, files);
 }
 
 /// The line of the menu as a part of a sentence.
@@ -42,8 +42,8 @@ std::optional<std::string> approvals(std::size_t count) {
 
 std::optional<std::string> servers(const TailnetSummary& summary) {
   if (summary.tailnets == 0) return std::nullopt;
-  return fmt::format("{} of {} {} connected", summary.usable, summary.tailnets,
-                     summary.tailnets == 1 ? "server" : "servers");
+  return formatText("{} of {} {} connected", summary.usable, summary.tailnets,
+                    summary.tailnets == 1 ? "server" : "servers");
 }
 
 /// Whether the agent is at home with a server that it can reach.
@@ -54,7 +54,7 @@ std::optional<std::string> enrolment(const AgentStatus& status) {
 
 /// With as many decimals as say something, at most.
 std::string rounded(double size, int decimals) {
-  auto text = fmt::format("{:.{}f}", size, decimals);
+  auto text = formatText("{:.{}f}", size, decimals);
   if (decimals == 0) return text;
   text.erase(text.find_last_not_of('0') + 1);
   if (text.ends_with('.')) text.pop_back();
@@ -75,7 +75,7 @@ std::string fileSize(std::int64_t bytes) {
                                               {"PB", 2, 999.995}}};
   if (bytes <= 0) return "Zero KB";
   if (bytes == 1) return "1 byte";
-  if (bytes < 1000) return fmt::format("{} bytes", bytes);
+  if (bytes < 1000) return formatText("{} bytes", bytes);
   double size = static_cast<double>(bytes) / 1000;
   const auto* unit = units.begin();
   while (size >= unit->end && unit + 1 != units.end()) {
@@ -100,16 +100,16 @@ std::string describe(const AgentView& view, const TailnetSummary& tailnets) {
   }
   if (view.status) add(enrolment(*view.status));
   add(servers(tailnets));
-  return fmt::format("{}", fmt::join(parts, ", "));
+  return formatText("{}", fmt::join(parts, ", "));
 }
 
 std::string folderCount(std::size_t count) {
-  return count == 1 ? "1 folder" : fmt::format("{} folders", count);
+  return count == 1 ? "1 folder" : formatText("{} folders", count);
 }
 
 std::string approvalsNeeded(std::size_t count) {
   return count == 1 ? "1 request needs your approval"
-                    : fmt::format("{} requests need your approval", count);
+                    : formatText("{} requests need your approval", count);
 }
 
 std::optional<ModelStatusLine> modelStatusLine(const ModelStatus& model) {
@@ -130,7 +130,7 @@ std::optional<ModelStatusLine> modelStatusLine(const ModelStatus& model) {
 std::string downloadProgress(const ModelStatus& model) {
   if (model.totalBytes >= 1) {
     const auto wide = static_cast<__int128>(model.downloadedBytes) * 100 / model.totalBytes;
-    return fmt::format("{}%", static_cast<std::int64_t>(wide));
+    return formatText("{}%", static_cast<std::int64_t>(wide));
   }
   return fileSize(model.downloadedBytes);
 }

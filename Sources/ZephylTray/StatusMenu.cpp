@@ -3,8 +3,7 @@
 #include <algorithm>
 #include <unordered_map>
 
-#include <fmt/format.h>
-
+#include "System/Format.hpp"
 #include "System/JSON.hpp"
 #include "System/Text.hpp"
 #include "ZephylTray/MenuActions.hpp"
@@ -37,7 +36,7 @@ class KeySeries {
 
   std::string next(const std::string& name) {
     const auto count = ++seen_[name];
-    return count == 1 ? sort_ + "/" + name : fmt::format("{}#{}/{}", sort_, count, name);
+    return count == 1 ? sort_ + "/" + name : formatText("{}#{}/{}", sort_, count, name);
   }
 
  private:
@@ -141,10 +140,10 @@ void addExceptions(const AgentView& agent, Menu& menu) {
         group(keys.next(grantName(grant)), exceptionTitle(grant.path), grantSubmenu(grant)));
   }
   if (grants.size() > shown) {
-    rows.push_back(information("more", fmt::format("… and {} more", grants.size() - shown)));
+    rows.push_back(information("more", formatText("… and {} more", grants.size() - shown)));
   }
   menu.push_back(separator("exceptions"));
-  menu.push_back(group("exceptions", fmt::format("⚠️ Permanent exceptions ({})", grants.size()),
+  menu.push_back(group("exceptions", formatText("⚠️ Permanent exceptions ({})", grants.size()),
                        std::move(rows)));
 }
 

@@ -2,8 +2,7 @@
 
 #include <algorithm>
 
-#include <fmt/format.h>
-
+#include "System/Format.hpp"
 #include "System/MainLoop.hpp"
 #include "ZephylTray/Config.hpp"
 #include "ZephylTray/Servers.hpp"
@@ -91,7 +90,7 @@ std::vector<std::string> TailnetManager::recentLog() const {
   for (const auto& each : all) {
     auto lines = each->recentLog();
     if (lines.empty()) continue;
-    merged.push_back(fmt::format("=== {} ===", each->server().displayName()));
+    merged.push_back(formatText("=== {} ===", each->server().displayName()));
     std::ranges::move(lines, std::back_inserter(merged));
   }
   return merged;

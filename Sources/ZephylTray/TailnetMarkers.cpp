@@ -2,8 +2,7 @@
 
 #include <array>
 
-#include <fmt/format.h>
-
+#include "System/Format.hpp"
 #include "System/Text.hpp"
 
 namespace zephyl {
@@ -52,8 +51,8 @@ std::vector<TailnetAnnouncement> findAnnouncements(std::string_view line) {
 
 std::string logLineOf(std::string_view line, std::string_view tag) {
   const auto at = line.find(cutAfter);
-  return fmt::format("[{}] {}", tag,
-                     at == std::string_view::npos ? line : line.substr(0, at + cutAfter.size()));
+  return formatText("[{}] {}", tag,
+                    at == std::string_view::npos ? line : line.substr(0, at + cutAfter.size()));
 }
 
 }  // namespace zephyl

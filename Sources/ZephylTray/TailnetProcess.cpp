@@ -3,9 +3,8 @@
 #include <algorithm>
 #include <utility>
 
-#include <fmt/format.h>
-
 #include "System/Files.hpp"
+#include "System/Format.hpp"
 #include "System/Log.hpp"
 #include "System/MainLoop.hpp"
 #include "System/Secret.hpp"
@@ -24,7 +23,7 @@ constexpr auto clientTag = "tailnet";
 constexpr std::size_t socketPathLimit = 104;
 
 std::string loopback(std::int64_t port) {
-  return fmt::format("127.0.0.1:{}", port);
+  return formatText("127.0.0.1:{}", port);
 }
 
 std::chrono::seconds retryDelay(std::int64_t failures) {
@@ -152,9 +151,9 @@ void TailnetProcess::prepareDirectories() {
   }
   (void)removePath(socket);
   if (socket.size() >= socketPathLimit) {
-    note(fmt::format(
-        "socket path is {} bytes; macOS caps it at {}. tailscaled will fail to bind: {}",
-        socket.size(), socketPathLimit, socket));
+    note(
+        formatText("socket path is {} bytes; macOS caps it at {}. tailscaled will fail to bind: {}",
+                   socket.size(), socketPathLimit, socket));
   }
 }
 
@@ -167,7 +166,7 @@ bool TailnetProcess::launchDaemon(const SharedPair& pair, const Programs& progra
                        "--socket=" + Servers::controlSocketPath(server_.id)};
   auto tailscaled = runtime_.launcher.launch(std::move(options));
   if (!tailscaled) {
-    note(fmt::format("failed to start {}: {}", daemonName, tailscaled.error().message));
+    note(formatText("failed to start {}: {}", daemonName, tailscaled.error().message));
     scheduleRetry();
     return false;
   }
@@ -181,7 +180,7 @@ bool TailnetProcess::launchDaemon(const SharedPair& pair, const Programs& progra
 void TailnetProcess::launchClient(const SharedPair& pair, const std::string& program) {
   if (stopRequested_ || (pair->ended && !pair->failed)) return;
   if (!pair->tailscaled->isRunning()) {
-    note(fmt::format("{} did not stay up; not starting {}", daemonName, clientName));
+    note(formatText("{} did not stay up; not starting {}", daemonName, clientName));
     return;
   }
   auto options = childOptions(pair, clientName, clientTag);
@@ -191,7 +190,7 @@ void TailnetProcess::launchClient(const SharedPair& pair, const std::string& pro
   if (pendingPreauthKey_) options.environment["ZEPHYL_PREAUTH_KEY"] = *pendingPreauthKey_;
   auto client = runtime_.launcher.launch(std::move(options));
   if (!client) {
-    note(fmt::format("failed to start {}: {}", clientName, client.error().message));
+    note(formatText("failed to start {}: {}", clientName, client.error().message));
     pair->ended = true;
     scheduleRetry();
     return;
@@ -266,15 +265,15 @@ void TailnetProcess::endChild(const std::shared_ptr<ChildProcess>& child,
                               std::optional<Instant> deadline) {
   const Duration limit = deadline ? *deadline - runtime_.clock.now() : terminationGrace;
   if (!child || child->waitForExit(limit)) return;
-  note(fmt::format("{} ignored SIGTERM; killing it", child->pid()));
+  note(formatText("{} ignored SIGTERM; killing it", child->pid()));
   child->killGroup();
 }
 
 void TailnetProcess::handleChildExit(const SharedPair& pair, const std::string& name,
                                      ExitStatus status) {
   note(status.reason == ExitStatus::Reason::exited
-           ? fmt::format("{} exited with status {}", name, status.status)
-           : fmt::format("{} terminated", name));
+           ? formatText("{} exited with status {}", name, status.status)
+           : formatText("{} terminated", name));
   // A pair that nobody holds any more has been ended.
   if (pair && !pair->ended && !stopRequested_) {
     pair->failed = true;
@@ -291,13 +290,13 @@ void TailnetProcess::scheduleRetry() {
   Duration delay = stalledDelay;
   if (failures <= maxFailures) {
     const auto seconds = retryDelay(failures);
-    note(fmt::format("retrying the tailnet in {}s (attempt {}/{})", seconds.count(), failures,
-                     maxFailures));
+    note(formatText("retrying the tailnet in {}s (attempt {}/{})", seconds.count(), failures,
+                    maxFailures));
     delay = seconds;
   } else {
     publish([this] { state_.stalledReason = "Not connecting — retrying every 5 min"; });
-    note(fmt::format("still cannot start the tailnet after {} attempts; trying again in 5m",
-                     failures));
+    note(formatText("still cannot start the tailnet after {} attempts; trying again in 5m",
+                    failures));
     reportStateChange();
   }
   queue_.after(delay, weakly([attempt = ++attempts_](TailnetProcess& self) {

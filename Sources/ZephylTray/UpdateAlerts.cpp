@@ -4,15 +4,15 @@
 #include <cstdint>
 #include <string>
 
-#include <fmt/format.h>
+#include "System/Format.hpp"
 
 namespace zephyl::alerts {
 
 namespace {
 
 std::string availability(const UpdateOffer& offer, const std::string& currentVersion) {
-  return fmt::format("Zephyl {} is now available — you have {}.{}", offer.displayVersion,
-                     currentVersion, offer.critical ? " This update is important." : "");
+  return formatText("Zephyl {} is now available — you have {}.{}", offer.displayVersion,
+                    currentVersion, offer.critical ? " This update is important." : "");
 }
 
 std::string notesOf(const UpdateOffer& offer) {
@@ -25,17 +25,17 @@ constexpr std::int64_t megabyte = 1000 * kilobyte;
 /// A number without its unit: kilobytes, or megabytes with one decimal.
 std::string amount(std::int64_t bytes, bool inKilobytes) {
   if (inKilobytes) return std::to_string(bytes / kilobyte);
-  return fmt::format("{}.{}", bytes / megabyte, bytes % megabyte / (megabyte / 10));
+  return formatText("{}.{}", bytes / megabyte, bytes % megabyte / (megabyte / 10));
 }
 
 /// "3.1 of 12.4 MB", or without a total "3.1 MB".
 std::string amountInWords(std::int64_t received, std::int64_t total) {
   const bool inKilobytes = std::max(received, total) < megabyte;
   const auto* const unit = inKilobytes ? "kB" : "MB";
-  if (total <= 0) return fmt::format("{} {}", amount(received, inKilobytes), unit);
+  if (total <= 0) return formatText("{} {}", amount(received, inKilobytes), unit);
   // Something is never nothing.
   const std::int64_t all = total + (inKilobytes ? kilobyte : megabyte / 10) - 1;
-  return fmt::format("{} of {} {}", amount(received, inKilobytes), amount(all, inKilobytes), unit);
+  return formatText("{} of {} {}", amount(received, inKilobytes), amount(all, inKilobytes), unit);
 }
 
 }  // namespace
@@ -63,7 +63,7 @@ Alert updateFoundElsewhere(const UpdateOffer& offer, const std::string& currentV
 
 Alert updateDownloading(const UpdateOffer& offer) {
   return {.style = Alert::Style::information,
-          .messageText = fmt::format("Downloading Zephyl {}…", offer.displayVersion),
+          .messageText = formatText("Downloading Zephyl {}…", offer.displayVersion),
           .informativeText =
               "The update is verified, and installed when the agent is idle. "
               "Zephyl then restarts by itself.",
@@ -86,7 +86,7 @@ Alert upToDate(const std::string& currentVersion) {
   return {.style = Alert::Style::information,
           .messageText = "You’re up to date!",
           .informativeText =
-              fmt::format("Zephyl {} is currently the newest version available.", currentVersion),
+              formatText("Zephyl {} is currently the newest version available.", currentVersion),
           .buttons = {"OK"},
           .requestedByUser = true};
 }
@@ -108,8 +108,8 @@ Alert updateChecksMissing(const std::string& reason) {
 }
 
 Alert updateTakenBack(const std::string& failedVersion, const std::string& currentVersion) {
-  return {.messageText = fmt::format("Zephyl {} could not be started", failedVersion),
-          .informativeText = fmt::format(
+  return {.messageText = formatText("Zephyl {} could not be started", failedVersion),
+          .informativeText = formatText(
               "You are using version {} again, as before the update. Nothing else has changed.",
               currentVersion),
           .buttons = {"OK"}};

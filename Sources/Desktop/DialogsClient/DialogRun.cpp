@@ -6,6 +6,7 @@
 #include <malloc.h>
 
 #include "System/Environment.hpp"
+#include "System/Format.hpp"
 #include "System/JSON.hpp"
 #include "System/Log.hpp"
 #include "System/MainLoop.hpp"
@@ -19,7 +20,7 @@ constexpr std::size_t maxReportBytes = 64UL * 1024;
 
 std::string describe(ExitStatus status) {
   const bool exited = status.reason == ExitStatus::Reason::exited;
-  return fmt::format("it ended {} {}", exited ? "with status" : "by signal", status.status);
+  return formatText("it ended {} {}", exited ? "with status" : "by signal", status.status);
 }
 
 /// A log is a large text, of which copies were made and given back; the allocator would keep them.

@@ -7,14 +7,13 @@
 #include <string_view>
 #include <utility>
 
-#include <fmt/format.h>
-
 #include <poll.h>
 #include <pthread.h>
 #include <sys/eventfd.h>
 
 #include "System/Environment.hpp"
 #include "System/FileDescriptor.hpp"
+#include "System/Format.hpp"
 
 namespace zephyl {
 
@@ -67,7 +66,7 @@ std::string escapedForAddress(const std::string& path) {
     if (plain) {
       escaped += c;
     } else {
-      escaped += fmt::format("%{:02x}", static_cast<unsigned char>(c));
+      escaped += formatText("%{:02x}", static_cast<unsigned char>(c));
     }
   }
   return escaped;

@@ -4,11 +4,10 @@
 #include <cstdio>
 #include <utility>
 
-#include <fmt/format.h>
-
 #include "System/Directories.hpp"
 #include "System/Environment.hpp"
 #include "System/Files.hpp"
+#include "System/Format.hpp"
 #include "System/Text.hpp"
 
 namespace zephyl {
@@ -184,7 +183,7 @@ void TerminalDesktop::openFile(const std::string& path, Editor editor) {
 void TerminalDesktop::writeLog(const std::string& text) {
   const auto path =
       joinPath(directories::temporary(),
-               fmt::format("zephyl-tray-log-{}.log", fileTimestamp(services_.clock.calendarNow())));
+               formatText("zephyl-tray-log-{}.log", fileTimestamp(services_.clock.calendarNow())));
   const auto written = replaceFile(path, text, Durability::unflushed);
   if (screen_) screen_->say(written ? "Written to " + path : written.error().message);
 }

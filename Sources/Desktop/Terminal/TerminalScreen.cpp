@@ -3,10 +3,10 @@
 #include <algorithm>
 #include <utility>
 
-#include <fmt/format.h>
 #include <fmt/ranges.h>
 
 #include "Desktop/Terminal/DisplayText.hpp"
+#include "System/Format.hpp"
 #include "System/Secret.hpp"
 #include "System/Text.hpp"
 
@@ -211,7 +211,7 @@ void TerminalScreen::drawStatus(Canvas& canvas, int rows) const {
   canvas.clear({0, 0, 1, columns}, {.reverse = true});
   const int column = canvas.put(0, 1, "Zephyl", {.bold = true, .reverse = true});
   const auto* const icon = icon_ == StatusIcon::busy ? "busy" : "idle";
-  canvas.put(0, column, fmt::format("{}  {}", visible(title_), icon), {.reverse = true});
+  canvas.put(0, column, formatText("{}  {}", visible(title_), icon), {.reverse = true});
   if (rows < 2) return;
   auto lines = displayText::wrapped(displayText::shown(visible(description_), look_), columns - 2);
   if (lines.size() > 2) lines[1] = displayText::cut(lines[1] + " " + lines[2], columns - 2, look_);
@@ -243,11 +243,11 @@ void TerminalScreen::drawNoticeOverLog(Canvas& canvas) const {
 }
 
 std::string TerminalScreen::hints(int columns) const {
-  const std::string news = unseenLines_ > 0 ? fmt::format(" ({} new)", unseenLines_) : "";
+  const std::string news = unseenLines_ > 0 ? formatText(" ({} new)", unseenLines_) : "";
   auto all = displayText::shown(
-      fmt::format("↑↓ move  Enter choose  l log{}  ? help  Ctrl-C quit", news), look_);
+      formatText("↑↓ move  Enter choose  l log{}  ? help  Ctrl-C quit", news), look_);
   if (displayText::width(all) <= columns) return all;
-  return fmt::format("? help  l log{}", news);
+  return formatText("? help  l log{}", news);
 }
 
 void TerminalScreen::receive(std::string bytes) {
@@ -326,7 +326,7 @@ void TerminalScreen::handleInLog(const Key& key) {
 std::string TerminalScreen::wholeLog() const {
   auto lines = log_.lines();
   for (auto& line : lines) line = visible(line);
-  return fmt::to_string(fmt::join(lines, "\n"));
+  return formatText("{}", fmt::join(lines, "\n"));
 }
 
 void TerminalScreen::openLog() {

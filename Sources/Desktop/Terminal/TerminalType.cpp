@@ -4,12 +4,12 @@
 #include <cstdint>
 #include <utility>
 
-#include <fmt/format.h>
-
 // Last, since their macros have everyday names.
 // clang-format off
 #include <curses.h>
 #include <term.h>
+
+#include "System/Format.hpp"
 // clang-format on
 
 namespace zephyl {
@@ -84,14 +84,14 @@ Result<TerminalType> TerminalType::load(const std::string& name, bool colours) {
   if (name.empty()) return Error{"the type of the terminal is not known (TERM is not set)"};
   int found = 0;
   if (::setupterm(name.c_str(), 1, &found) != OK) {
-    return Error{fmt::format("the terminal's type \"{}\" is not known here", name)};
+    return Error{formatText("the terminal's type \"{}\" is not known here", name)};
   }
   TerminalType type;
   type.read();
   if (!colours) type.colours_ = 0;
   ::del_curterm(cur_term);
   if (type.move_.empty() || type.clear_.empty()) {
-    return Error{fmt::format("a terminal of type \"{}\" cannot show a menu", name)};
+    return Error{formatText("a terminal of type \"{}\" cannot show a menu", name)};
   }
   return type;
 }

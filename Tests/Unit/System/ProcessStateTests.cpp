@@ -76,9 +76,9 @@ TEST(ProcessState, KeepsAnIgnoredHangUp) {
 TEST(ProcessState, RaisesTheLimitOfDescriptorsAndGivesItBack) {
   EXPECT_TRUE(holdsInAProcess([] {
     const auto softLimit = [] {
-      rlimit limit{};
-      ::getrlimit(RLIMIT_NOFILE, &limit);
-      return limit.rlim_cur;
+      rlimit current{};
+      ::getrlimit(RLIMIT_NOFILE, &current);
+      return current.rlim_cur;
     };
     const rlimit low{256, 300};
     if (::setrlimit(RLIMIT_NOFILE, &low) != 0) return false;

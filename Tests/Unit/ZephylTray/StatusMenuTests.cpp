@@ -15,7 +15,7 @@ using test::lineOf;
 using test::textOf;
 
 /// A state that holds the agent's view, to be changed step by step.
-struct State {
+struct ShownState {
   AgentView agent;
   bool tailnetProgramsFound = false;
   ServerList servers{{}};
@@ -23,12 +23,12 @@ struct State {
   UpdateView updates;
 };
 
-Menu menuOf(const State& state) {
+Menu menuOf(const ShownState& state) {
   return statusMenu(
       {state.agent, state.tailnetProgramsFound, state.servers, state.tailnets, state.updates});
 }
 
-State answering() {
+ShownState answering() {
   return {.agent = {.reachable = true, .status = AgentStatus{}, .activity = Activity{}}};
 }
 
@@ -39,7 +39,7 @@ std::optional<MenuEntry> entry(const Menu& menu, const std::string& key) {
 }
 
 /// The row as text; empty when the menu has none of this key.
-std::string line(const State& state, const std::string& key) {
+std::string line(const ShownState& state, const std::string& key) {
   const auto found = entry(menuOf(state), key);
   return found ? lineOf(*found) : "";
 }
@@ -53,7 +53,7 @@ void expectUniqueKeys(const Menu& menu) {
 }
 
 /// A state in which everything that the menu can say is said.
-State eventful() {
+ShownState eventful() {
   auto state = answering();
   state.agent.status->connections = {{{"agent-1", AgentState::enrolled, {}, {}}}};
   state.agent.roots = {{"/a", "a", {{"id-1"}}}, {"/b", "b", std::nullopt}};

@@ -13,7 +13,7 @@ namespace {
 
 using namespace std::chrono_literals;
 
-ServerEntry joinedServer(const std::string& id, const std::string& label) {
+ServerEntry namedServer(const std::string& id, const std::string& label) {
   return {.id = id, .label = label, .tailnetFingerprint = "f" + id, .enabled = true};
 }
 
@@ -50,13 +50,13 @@ class TailnetManagerTest : public ::testing::Test {
 };
 
 TEST_F(TailnetManagerTest, HasAnInstanceForEveryServerThatIsEnabledAndJoined) {
-  auto disabled = joinedServer("b", "B");
+  auto disabled = namedServer("b", "B");
   disabled.enabled = false;
-  auto unjoined = joinedServer("c", "C");
+  auto unjoined = namedServer("c", "C");
   unjoined.tailnetFingerprint = "";
-  auto neverJoined = joinedServer("d", "D");
+  auto neverJoined = namedServer("d", "D");
   neverJoined.tailnetFingerprint.reset();
-  Servers::replaceAll({unjoined, disabled, neverJoined, joinedServer("a", "A")});
+  Servers::replaceAll({unjoined, disabled, neverJoined, namedServer("a", "A")});
   manager_->syncWithStore();
   EXPECT_EQ(ids(), std::vector<std::string>{"a"});
   EXPECT_EQ(manager_->primary()->server().id, "a");
@@ -64,7 +64,7 @@ TEST_F(TailnetManagerTest, HasAnInstanceForEveryServerThatIsEnabledAndJoined) {
 }
 
 TEST_F(TailnetManagerTest, StartsServersInTheRegistrysOrderAndTheFirstIsPrimary) {
-  Servers::replaceAll({joinedServer("b", "B"), joinedServer("c", "C"), joinedServer("a", "A")});
+  Servers::replaceAll({namedServer("b", "B"), namedServer("c", "C"), namedServer("a", "A")});
   EXPECT_EQ(manager_->primary(), nullptr);
   manager_->syncWithStore();
   ASSERT_EQ(launches(), 3U);
@@ -80,7 +80,7 @@ TEST_F(TailnetManagerTest, StartsServersInTheRegistrysOrderAndTheFirstIsPrimary)
 }
 
 TEST_F(TailnetManagerTest, DisablingStopsAndForgetsAndEnablingTakesTheEntryAsItIsThen) {
-  Servers::replaceAll({joinedServer("a", "A")});
+  Servers::replaceAll({namedServer("a", "A")});
   manager_->syncWithStore();
   const auto first = manager_->find("a");
   Servers::update("a", [](ServerEntry& entry) { entry.enabled = false; });
@@ -98,7 +98,7 @@ TEST_F(TailnetManagerTest, DisablingStopsAndForgetsAndEnablingTakesTheEntryAsItI
 }
 
 TEST_F(TailnetManagerTest, ASyncLeavesAPairThatRunsAloneAndKeepsItsEntry) {
-  Servers::replaceAll({joinedServer("a", "A")});
+  Servers::replaceAll({namedServer("a", "A")});
   manager_->syncWithStore();
   runtime_.advance(1s);
   Servers::update("a", [](ServerEntry& entry) { entry.address = "http://new"; });
@@ -109,7 +109,7 @@ TEST_F(TailnetManagerTest, ASyncLeavesAPairThatRunsAloneAndKeepsItsEntry) {
 }
 
 TEST_F(TailnetManagerTest, ASyncRetriesAStalledTailnetAtOnce) {
-  Servers::replaceAll({joinedServer("a", "A")});
+  Servers::replaceAll({namedServer("a", "A")});
   runtime_.launcher.failWith("no memory");
   manager_->syncWithStore();
   runtime_.launcher.failWith(std::nullopt);
@@ -118,7 +118,7 @@ TEST_F(TailnetManagerTest, ASyncRetriesAStalledTailnetAtOnce) {
 }
 
 TEST_F(TailnetManagerTest, ASyncRetriesAFailedEnrolment) {
-  Servers::replaceAll({joinedServer("a", "A")});
+  Servers::replaceAll({namedServer("a", "A")});
   manager_->syncWithStore();
   child(0)->print({"ENROLMENT FAILED: key expired"});
   runtime_.settle();
@@ -128,7 +128,7 @@ TEST_F(TailnetManagerTest, ASyncRetriesAFailedEnrolment) {
 }
 
 TEST_F(TailnetManagerTest, WithAProgramMissingASyncChangesNothing) {
-  Servers::replaceAll({joinedServer("a", "A")});
+  Servers::replaceAll({namedServer("a", "A")});
   manager_->syncWithStore();
   std::filesystem::remove(client_);
   Servers::update("a", [](ServerEntry& entry) { entry.enabled = false; });
@@ -139,7 +139,7 @@ TEST_F(TailnetManagerTest, WithAProgramMissingASyncChangesNothing) {
 
 TEST_F(TailnetManagerTest, MergesTheLogsUnderHeadingsCapitalLettersFirst) {
   Servers::replaceAll(
-      {joinedServer("1", "beta"), joinedServer("2", "Alpha"), joinedServer("3", "Silent")});
+      {namedServer("1", "beta"), namedServer("2", "Alpha"), namedServer("3", "Silent")});
   manager_->syncWithStore();
   child(0)->print({"b"});
   child(1)->print({"a"});
@@ -150,7 +150,7 @@ TEST_F(TailnetManagerTest, MergesTheLogsUnderHeadingsCapitalLettersFirst) {
 
 TEST_F(TailnetManagerTest, OneLogHasNoHeadingAndNoneIsEmpty) {
   EXPECT_TRUE(manager_->recentLog().empty());
-  Servers::replaceAll({joinedServer("1", "beta")});
+  Servers::replaceAll({namedServer("1", "beta")});
   manager_->syncWithStore();
   child(0)->print({"b"});
   runtime_.settle();
@@ -158,7 +158,7 @@ TEST_F(TailnetManagerTest, OneLogHasNoHeadingAndNoneIsEmpty) {
 }
 
 TEST_F(TailnetManagerTest, AddressesLearnedWithinASecondAreOneNotification) {
-  Servers::replaceAll({joinedServer("1", "A"), joinedServer("2", "B"), joinedServer("3", "C")});
+  Servers::replaceAll({namedServer("1", "A"), namedServer("2", "B"), namedServer("3", "C")});
   manager_->syncWithStore();
   for (int i = 0; i < 3; ++i) {
     child(static_cast<std::size_t>(i))->print({"target resolved to http://" + std::to_string(i)});
@@ -173,7 +173,7 @@ TEST_F(TailnetManagerTest, AddressesLearnedWithinASecondAreOneNotification) {
 }
 
 TEST_F(TailnetManagerTest, ReportsWhichServersTargetIsUnresolved) {
-  Servers::replaceAll({joinedServer("1", "A")});
+  Servers::replaceAll({namedServer("1", "A")});
   manager_->syncWithStore();
   child(0)->print({"TARGET UNRESOLVED: http://lab"});
   runtime_.settle();
@@ -181,14 +181,14 @@ TEST_F(TailnetManagerTest, ReportsWhichServersTargetIsUnresolved) {
 }
 
 TEST_F(TailnetManagerTest, ChangesInARowAreOneNotification) {
-  Servers::replaceAll({joinedServer("1", "A"), joinedServer("2", "B"), joinedServer("3", "C")});
+  Servers::replaceAll({namedServer("1", "A"), namedServer("2", "B"), namedServer("3", "C")});
   manager_->syncWithStore();
   runtime_.settle();
   EXPECT_EQ(stateChanges_, 1);
 }
 
 TEST_F(TailnetManagerTest, StoppingAllAsksEveryChildBeforeItWaitsForOne) {
-  Servers::replaceAll({joinedServer("1", "A"), joinedServer("2", "B")});
+  Servers::replaceAll({namedServer("1", "A"), namedServer("2", "B")});
   manager_->syncWithStore();
   runtime_.advance(1s);
   const auto stubborn = child(0);
