@@ -130,7 +130,7 @@ def test_an_opening_menu_is_the_rebuilt_one_however_busy_its_signals_are(bus, de
         demo.do("description", text=f"indexing {number}")
         demo.do("icon", icon="busy" if number % 2 else "idle")
         demo.set_menu(menu_with(lambda menu: menu.append({"key": f"x{number}", "title": "x"})))
-    demo.do("menuOnUpdate", menu=menu_with(lambda menu: menu.insert(0, ROW)))
+    demo.set_menu_on_update(menu_with(lambda menu: menu.insert(0, ROW)))
     settle(demo)
     peer.signals.clear()
     reader.about_to_show(0)

@@ -278,7 +278,7 @@ def test_a_flood_of_changes_becomes_at_most_four_signals_a_second(demo, item):
 
 def test_an_update_that_opening_asks_for_is_shown_before_the_menu_holds_still(demo, item):
     item.layout()
-    demo.do("menuOnUpdate", menu=changed(quit="Quit now"))
+    demo.set_menu_on_update(changed(quit="Quit now"))
     assert item.about_to_show(0) is False
     demo.event("willOpen")
     eventually(lambda: "Quit now" in outline(item.layout()))
