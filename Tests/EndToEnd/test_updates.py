@@ -13,7 +13,7 @@ import pytest
 from support.desktop_services import NotificationServer
 from support.session_bus import Watcher, outline
 from support.tray import command_name, descendants, eventually, is_alive
-from support.updates import ARCHIVE, FEED, Publisher
+from support.updates import ARCHIVE, FEED, Publisher, set_up
 
 CRASHES = '#!/bin/sh\n[ "$1" = --version ] && exec echo zephyl-tray 2.0\nexit 3\n'
 
@@ -51,12 +51,6 @@ def publisher(world):
 
 def settings_path(world):
     return world.home / ".config" / "com.zephyl.tray" / "defaults.json"
-
-
-def set_up(world, **values):
-    path = settings_path(world)
-    path.parent.mkdir(parents=True, exist_ok=True)
-    path.write_text(json.dumps(values))
 
 
 def be_busy(world, busy):

@@ -10,7 +10,7 @@ import pytest
 
 from support.session_bus import Watcher
 from support.tray import command_line, eventually, is_alive, processes_of
-from support.updates import Publisher, Updater
+from support.updates import Publisher, Updater, set_up
 
 AUTOMATIC = {"SUScheduledCheckInterval": 720, "SUAutomaticallyUpdate": 1}
 
@@ -40,12 +40,6 @@ def publisher(world):
 @pytest.fixture
 def updater(world, publisher):
     return Updater(world)
-
-
-def set_up(world, values):
-    path = world.home / ".config" / "com.zephyl.tray" / "defaults.json"
-    path.parent.mkdir(parents=True, exist_ok=True)
-    path.write_text(json.dumps(values))
 
 
 def publish(publisher, confirms=True):
@@ -85,7 +79,7 @@ def goes_on_with_the_trial(start_tray):
 @pytest.mark.parametrize("number", [signal.SIGTERM, signal.SIGINT])
 def test_a_signal_at_the_moment_of_the_restart_is_not_lost(world, start_tray, publisher, updater,
                                                            number):
-    set_up(world, AUTOMATIC)
+    set_up(world, **AUTOMATIC)
     publish(publisher)
     tray = start_tray()
     tray.log_line("restarting as version 2.0", limit=20)
@@ -97,7 +91,7 @@ def test_a_signal_at_the_moment_of_the_restart_is_not_lost(world, start_tray, pu
 @pytest.mark.parametrize("milliseconds", [2, 5, 10, 15, 20, 30, 50])
 def test_a_signal_at_any_moment_of_the_restart_is_not_lost(world, start_tray, publisher, updater,
                                                            milliseconds):
-    set_up(world, AUTOMATIC)
+    set_up(world, **AUTOMATIC)
     publish(publisher)
     tray = start_tray()
     tray.log_line("restarting as version 2.0", limit=20)
@@ -111,7 +105,7 @@ def test_a_tray_that_is_told_to_end_while_it_shuts_down_does_not_restart(world, 
                                                                         publisher, updater):
     asked, ready = world.root / "asked", world.root / "ready"
     world.use_agent_script(SLOW_AGENT.format(asked=asked, ready=ready))
-    set_up(world, {**AUTOMATIC, "SUScheduledCheckInterval": 720})
+    set_up(world, **{**AUTOMATIC, "SUScheduledCheckInterval": 720})
     publish(publisher)
     tray = start_tray()
     tray.log_line("restarting as version 2.0", limit=20)
@@ -127,7 +121,7 @@ def test_a_tray_that_is_told_to_end_while_it_shuts_down_does_not_restart(world, 
 
 def test_a_new_version_that_is_told_to_end_before_it_is_confirmed_has_not_failed(
         world, start_tray, publisher, updater):
-    set_up(world, AUTOMATIC)
+    set_up(world, **AUTOMATIC)
     publish(publisher, confirms=False)
     tray = start_tray()
     tray.log_line("no updates:", limit=20)  # says version 2.0, which has started everything
@@ -145,7 +139,7 @@ def test_a_new_version_that_is_told_to_end_before_it_is_confirmed_has_not_failed
 
 def test_a_user_who_quits_a_version_on_trial_has_quit(world, start_tray, publisher, updater, bus):
     watcher = Watcher(bus.peer())
-    set_up(world, AUTOMATIC)
+    set_up(world, **AUTOMATIC)
     publish(publisher, confirms=False)
     tray = start_tray("--desktop")
     tray.log_line("no updates:", limit=20)
@@ -156,7 +150,7 @@ def test_a_user_who_quits_a_version_on_trial_has_quit(world, start_tray, publish
 
 def test_a_new_version_that_is_killed_has_failed(world, start_tray, publisher, updater):
     """So that the tests above do not let everything pass."""
-    set_up(world, AUTOMATIC)
+    set_up(world, **AUTOMATIC)
     publish(publisher, confirms=False)
     tray = start_tray()
     tray.log_line("no updates:", limit=20)
@@ -166,7 +160,7 @@ def test_a_new_version_that_is_killed_has_failed(world, start_tray, publisher, u
 
 
 def test_nobody_else_gets_the_lock_while_the_tray_restarts(world, start_tray, publisher):
-    set_up(world, AUTOMATIC)
+    set_up(world, **AUTOMATIC)
     publish(publisher)
     tray = start_tray()
     tray.log_line("restarting as version 2.0", limit=20)

@@ -11,7 +11,7 @@ import pytest
 
 from support.tray import eventually
 from support.update_fixtures import NEW
-from support.updates import ARCHIVE, FEED, Publisher, Updater, sign
+from support.updates import ARCHIVE, FEED, Publisher, Updater, set_up, sign
 
 FUTURE = "  <lastBuildDate>Fri, 01 Jan 2100 00:00:00 +0000</lastBuildDate>\n"
 
@@ -37,13 +37,6 @@ def item_of(publisher, version):
 def date_of(feed):
     text, = re.findall(rb"<lastBuildDate>(.*)</lastBuildDate>", feed)
     return int(email.utils.parsedate_to_datetime(text.decode()).timestamp())
-
-
-def set_up(world, **values):
-    path = world.home / ".config" / "com.zephyl.tray" / "defaults.json"
-    path.parent.mkdir(parents=True, exist_ok=True)
-    path.write_text(json.dumps(values))
-    return path
 
 
 def test_signing_dates_a_feed_and_a_later_signature_is_later(publisher, updater):

@@ -9,7 +9,7 @@ import pytest
 from support.session_bus import Watcher
 from support.terminal import Terminal
 from support.tray import command_line, descendants, eventually
-from support.updates import ARCHIVE, Publisher
+from support.updates import ARCHIVE, Publisher, set_up
 
 # Shows nothing, writes down what it is told and when, and answers as a user would.
 DIALOGS = """#!/usr/bin/python3
@@ -89,12 +89,6 @@ def publisher(world):
     set_up(world, SULastCheckTime=str(int(time.time())))
     yield publisher
     publisher.close()
-
-
-def set_up(world, **values):
-    path = world.home / ".config" / "com.zephyl.tray" / "defaults.json"
-    path.parent.mkdir(parents=True, exist_ok=True)
-    path.write_text(json.dumps(values))
 
 
 def use_dialogs(world, dies=False):

@@ -79,6 +79,14 @@ def rewrite_information(prefix, **values):
                                 if value is not None}))
 
 
+def set_up(world, **values):
+    """Stores settings for the tray of a world, and returns their file."""
+    path = world.home / ".config" / "com.zephyl.tray" / "defaults.json"
+    path.parent.mkdir(parents=True, exist_ok=True)
+    path.write_text(json.dumps(values))
+    return path
+
+
 class Publisher:
     """Whoever makes releases: a key, a server, and a feed of what was made."""
 
