@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <limits>
 
 #include <sys/statvfs.h>
 
@@ -22,7 +21,7 @@ Result<void> checkSpace(std::int64_t needed, std::int64_t available) {
 Result<void> checkFreeSpace(const FileDescriptor& at, std::int64_t needed) {
   struct statvfs status {};
   if (::fstatvfs(at.get(), &status) != 0) return systemError("free space", errno);
-  constexpr auto most = static_cast<double>(std::numeric_limits<std::int64_t>::max() / 2);
+  constexpr double most = 1e18;  // well within the integer below
   const double available =
       static_cast<double>(status.f_bavail) * static_cast<double>(status.f_frsize);
   return checkSpace(needed, static_cast<std::int64_t>(std::min(available, most)));

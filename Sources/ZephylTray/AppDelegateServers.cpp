@@ -47,7 +47,7 @@ std::optional<std::string> AppDelegate::redeem(const std::string& key) {
 std::optional<std::string> AppDelegate::setServerLabel(const std::string& id,
                                                        const std::string& label) {
   if (!Servers::contains(id)) return serverGone;
-  const auto failure =
+  auto failure =
       failureOf(Servers::update(id, [&](ServerEntry& entry) { entry.label = trimmed(label); }));
   rebuildMenu();
   return failure;
@@ -57,7 +57,7 @@ std::optional<std::string> AppDelegate::setServerLabel(const std::string& id,
 std::optional<std::string> AppDelegate::setServerAccent(const std::string& id,
                                                         const std::string& accent) {
   if (!Servers::contains(id)) return serverGone;
-  const auto failure = failureOf(Servers::update(id, [&](ServerEntry& entry) {
+  auto failure = failureOf(Servers::update(id, [&](ServerEntry& entry) {
     entry.accent = trimmed(accent);
     if (entry.accent->empty()) entry.accent.reset();
   }));
@@ -67,7 +67,7 @@ std::optional<std::string> AppDelegate::setServerAccent(const std::string& id,
 
 std::optional<std::string> AppDelegate::setServerEnabled(const std::string& id, bool enabled) {
   if (!Servers::contains(id)) return serverGone;
-  const auto failure =
+  auto failure =
       failureOf(Servers::update(id, [&](ServerEntry& entry) { entry.enabled = enabled; }));
   if (!failure) serversChanged();
   return failure;
@@ -76,7 +76,7 @@ std::optional<std::string> AppDelegate::setServerEnabled(const std::string& id, 
 std::optional<std::string> AppDelegate::removeServer(const std::string& id) {
   if (!Servers::contains(id)) return serverGone;
   if (const auto tailnet = tailnet_->forget(id)) tailnet->stop();
-  if (const auto failure = failureOf(Servers::remove(id))) {
+  if (auto failure = failureOf(Servers::remove(id))) {
     tailnet_->syncWithStore();  // starts its tailnet again
     return failure;
   }

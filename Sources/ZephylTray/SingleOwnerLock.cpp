@@ -61,9 +61,8 @@ FileDescriptor takeInherited(const std::string& path) {
 std::variant<SingleOwnerLock, SingleOwnerLock::Taken, Error> SingleOwnerLock::acquire(
     const std::string& path) {
   if (const auto made = createDirectories(parentDirectory(path)); !made) return made.error();
-  FileDescriptor inherited = takeInherited(path);
-  for (;;) {
-    FileDescriptor file = std::move(inherited);
+  FileDescriptor file = takeInherited(path);
+  for (;; file.reset()) {
     if (!file) file.reset(::open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600));
     if (!file) return systemError(path, errno);
     if (::flock(file.get(), LOCK_EX | LOCK_NB) != 0) {

@@ -114,6 +114,7 @@ class Demo {
 
   /// Keeps the main thread busy: for a time, or until a file exists.
   static void block(const json::object& command) {
+    say({{"event", "blocked"}});
     const auto file = text(command, "until");
     if (file.empty()) {
       std::this_thread::sleep_for(std::chrono::milliseconds(command.at("ms").as_int64()));

@@ -318,13 +318,14 @@ def test_the_menu_is_closed_when_its_host_leaves(bus, demo, item):
 
 def test_everything_is_answered_while_the_main_thread_is_busy(demo, item):
     demo.do("block", ms=2000)
+    demo.event("blocked")
     demo.do("description", text="after the wait")
     limit = 0.05
     for ask in (item.properties, item.layout, lambda: item.about_to_show(0),
                 lambda: item.event(0, "opened"), lambda: item.group([])):
         ask()
         assert item.peer.took < limit
-    assert demo.names() == []
+    assert demo.names() == ["blocked"]
     demo.event("willOpen")
 
 
