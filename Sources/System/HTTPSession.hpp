@@ -89,8 +89,8 @@ class HTTPSession {
     Duration requestTimeout = std::chrono::seconds(60);
     /// Longest answer that `send` accepts, in bytes; a longer one is an error.
     std::size_t maxBodyBytes = 16UL << 20;
-    /// Longest line that `stream` delivers, in bytes. As long as the longest answer, because a stream
-    /// may report the same.
+    /// Longest line that `stream` delivers, in bytes. As long as the longest answer, because a
+    /// stream may report the same.
     std::size_t maxLineBytes = 16UL << 20;
     /// Checks each connection once it stands, before anything is sent on it. May be empty.
     ConnectionCheck onConnected = nullptr;

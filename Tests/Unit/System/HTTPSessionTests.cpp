@@ -43,20 +43,21 @@ std::size_t threadsOfThisProcess() {
 
 class HTTPSessionTest : public testing::Test {
  protected:
-  Result<ClientResponse> fetch(ClientRequest request, HTTPSession::Configuration limits = {}) {
+  Result<ClientResponse> fetch(ClientRequest request,
+                               const HTTPSession::Configuration& limits = {}) {
     const AnswerRecorder recorder;
     auto task = HTTPSession(reactor_, limits).send(std::move(request), recorder.done());
     return recorder.wait();
   }
 
   /// Status and body of the answer, or the error.
-  std::string outcome(ClientRequest request, HTTPSession::Configuration limits = {}) {
+  std::string outcome(ClientRequest request, const HTTPSession::Configuration& limits = {}) {
     const auto answer = fetch(std::move(request), limits);
     if (!answer) return answer.error().message;
     return fmt::format("{} {}", answer->status, answer->body);
   }
 
-  std::string outcomeOf(const std::string& answer, HTTPSession::Configuration limits = {}) {
+  std::string outcomeOf(const std::string& answer, const HTTPSession::Configuration& limits = {}) {
     const ScriptedServer server(answering(answer));
     auto text = outcome({.url = server.url()}, limits);
     // The port differs from run to run.

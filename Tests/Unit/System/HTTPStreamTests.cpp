@@ -42,13 +42,13 @@ std::size_t residentBytes() {
 class HTTPStreamTest : public testing::Test {
  protected:
   HTTPTask open(const ScriptedServer& server, const StreamHandlers& handlers,
-                HTTPSession::Configuration limits = {}) {
+                const HTTPSession::Configuration& limits = {}) {
     return HTTPSession(reactor_, limits).stream({.url = server.url(), .timeout = 0s}, handlers);
   }
 
   /// All that a server with this script delivers.
   StreamRecorder::Record record(ScriptedServer::Script script,
-                                HTTPSession::Configuration limits = {}) {
+                                const HTTPSession::Configuration& limits = {}) {
     const ScriptedServer server(std::move(script));
     const StreamRecorder recorder;
     const auto task = open(server, recorder.handlers(), limits);
@@ -56,7 +56,7 @@ class HTTPStreamTest : public testing::Test {
   }
 
   StreamRecorder::Record recordOf(const std::string& answer,
-                                  HTTPSession::Configuration limits = {}) {
+                                  const HTTPSession::Configuration& limits = {}) {
     return record(
         [&](const ScriptedPeer& peer) {
           (void)peer.receiveRequest();
