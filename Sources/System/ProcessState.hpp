@@ -12,8 +12,8 @@ namespace zephyl {
 /// - SIGPIPE is ignored;
 /// - the soft limit of open descriptors is as high as the hard one.
 ///
-/// Must be called first in `main`, before a descriptor is opened or a thread is started. The mask of
-/// blocked signals is that of `EndSignals::block`.
+/// Must be called first in `main`, before a descriptor is opened or a thread is started. The mask
+/// of blocked signals is that of `EndSignals::block`.
 void establishProcessState();
 
 /// Whether SIGHUP was ignored when the program was started, as `nohup` does. Such a program must
