@@ -14,6 +14,7 @@
 
 #include "Support/TemporaryDirectory.hpp"
 #include "System/Files.hpp"
+#include "System/Format.hpp"
 #include "Unit/Updates/TestArchive.hpp"
 
 namespace zephyl {
@@ -236,9 +237,9 @@ TEST_F(InstallationTest, IsNotReplacedWhereOthersMayWrite) {
     ASSERT_EQ(::stat(place.c_str(), &before), 0);
     for (const mode_t bit : {0020U, 0002U, 01002U}) {
       ASSERT_EQ(::chmod(place.c_str(), before.st_mode | bit), 0);
-      EXPECT_EQ(reason(), "Other users may change " + place +
-                              ", so updates cannot be installed safely. Run: chmod go-w '" + place +
-                              "'");
+      EXPECT_EQ(reason(), formatText("Other users may change {0}, so updates cannot be installed "
+                                     "safely. Run: chmod go-w '{0}'",
+                                     place));
     }
     ASSERT_EQ(::chmod(place.c_str(), before.st_mode), 0);
   }
