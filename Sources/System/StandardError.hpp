@@ -9,7 +9,7 @@
 
 namespace zephyl {
 
-/// Writes lines to standard error without ever waiting long for whoever reads it: a paused pager, a
+/// Writes lines to standard error without ever waiting long for its reader: a paused pager, a
 /// terminal whose output is stopped, a journal that hangs.
 ///
 /// When standard error takes nothing for `patience` the line is dropped, and so are further ones,

@@ -50,7 +50,7 @@ std::int64_t rolloutGroup(const std::function<double()>& random);
 
 }  // namespace updateSettings
 
-/// After this long without a successful check the user is told.
+/// The user is notified after this long without a successful check.
 inline constexpr std::chrono::hours missingChecksLimit{24 * 28};
 
 /// How long until the next scheduled check. `random`, in [0, 1), keeps installations from asking

@@ -15,7 +15,7 @@
 
 namespace zephyl::test {
 
-/// A socket that listens at a numeric address and port; none when that is not possible.
+/// A socket that listens at a numeric address and port; empty if the address cannot be bound.
 inline FileDescriptor listenOn(const std::string& address, int port) {
   sockaddr_storage storage{};
   socklen_t size = 0;
