@@ -38,8 +38,8 @@ void recordRequestedEnd(const Bundle& bundle, Duration ran);
 /// Returns the installed version as versions are compared: "CFBundleVersion", otherwise
 /// "CFBundleShortVersionString", otherwise an empty string.
 std::string installedVersion(const Bundle& bundle);
-/// Returns the same for the running program; an empty string if its file is no longer the
-/// installed one, because an update has exchanged the installation since the process started.
+/// Returns the version of the running program. Returns an empty string if an update has replaced
+/// the installation since the process started.
 std::string runningVersion(const Bundle& bundle);
 
 }  // namespace zephyl

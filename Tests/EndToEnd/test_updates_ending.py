@@ -1,7 +1,6 @@
 """A tray that is asked to end while an update is on trial ends, and the update has not failed."""
 
 import fcntl
-import json
 import os
 import signal
 import threading
@@ -10,7 +9,7 @@ import pytest
 
 from support.session_bus import Watcher
 from support.tray import command_line, eventually, is_alive, processes_of
-from support.updates import Publisher, Updater, set_up
+from support.updates import Publisher, Updater, note, set_up, version_at
 
 AUTOMATIC = {"SUScheduledCheckInterval": 720, "SUAutomaticallyUpdate": 1}
 
@@ -48,16 +47,6 @@ def publish(publisher, confirms=True):
     if not confirms:
         (prefix / "libexec" / "zephyl-tray" / "zephyl-tray-updater").chmod(0o644)
     publisher.publish(publisher.pack(prefix))
-
-
-def version_at(prefix):
-    return json.loads((prefix / "share" / "zephyl-tray" / "Info.json").read_text())[
-        "CFBundleShortVersionString"]
-
-
-def note(updater, name):
-    path = updater.directory / name
-    return json.loads(path.read_text()) if path.exists() else None
 
 
 def has_ended_for_good(world, tray, updater):

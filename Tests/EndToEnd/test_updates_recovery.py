@@ -10,7 +10,7 @@ import time
 import pytest
 
 from support.tray import eventually
-from support.updates import Publisher, Updater, rewrite_information
+from support.updates import Publisher, Updater, note, rewrite_information, version_at
 
 MAX_STARTS = 3
 
@@ -26,16 +26,6 @@ def publisher(world):
 @pytest.fixture
 def updater(world, publisher):
     return Updater(world)
-
-
-def version_at(prefix):
-    return json.loads((prefix / "share" / "zephyl-tray" / "Info.json").read_text())[
-        "CFBundleShortVersionString"]
-
-
-def note(updater, name):
-    path = updater.directory / name
-    return json.loads(path.read_text()) if path.exists() else None
 
 
 def install(publisher, updater, world, change=lambda prefix: None):

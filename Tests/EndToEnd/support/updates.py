@@ -79,6 +79,18 @@ def rewrite_information(prefix, **values):
                                 if value is not None}))
 
 
+def version_at(prefix):
+    """The version of an installation, by its information dictionary."""
+    return json.loads((prefix / "share" / "zephyl-tray" / "Info.json").read_text())[
+        "CFBundleShortVersionString"]
+
+
+def note(updater, name):
+    """A note in the state directory of an updater's installation, None if there is none."""
+    path = updater.directory / name
+    return json.loads(path.read_text()) if path.exists() else None
+
+
 def set_up(world, **values):
     """Stores settings for the tray of a world, and returns their file."""
     path = world.home / ".config" / "com.zephyl.tray" / "defaults.json"

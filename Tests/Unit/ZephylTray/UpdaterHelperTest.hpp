@@ -20,7 +20,7 @@
 
 namespace zephyl::test {
 
-/// Remembers what it is told, and answers as the test says.
+/// A stateful fake: records the calls, and returns the answers that the test has set.
 class RecordingDelegate final : public UpdateDelegate {
  public:
   void didFindValidUpdate(const UpdateItem& item) override {
