@@ -1,7 +1,6 @@
 """A tray that was started with closed descriptors, odd signals or low limits behaves like any other."""
 
 import os
-import pathlib
 import resource
 import signal
 import subprocess
@@ -11,7 +10,7 @@ import pytest
 
 from support.control_api import Window
 from support.other_user import USER, as_other_user, skip_unless_root
-from support.tray import command_line, command_name, descendants, eventually
+from support.tray import command_line, command_name, descendants, eventually, is_alive
 
 # Changes the process as the first argument says, then becomes the tray.
 STARTER = """
@@ -42,7 +41,7 @@ class OddTray:
             self.process.kill()
             self.process.wait()
             for pid in left:
-                eventually(lambda pid=pid: not pathlib.Path(f"/proc/{pid}").exists())
+                eventually(lambda pid=pid: not is_alive(pid))
 
 
 @pytest.fixture(name="start")

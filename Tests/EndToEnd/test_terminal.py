@@ -154,7 +154,7 @@ def test_a_terminal_that_closes_leaves_requests_pending_and_the_tray_running(wit
     terminal.see(APPROVAL)
     tray = terminal.pid
     terminal.hang_up()
-    eventually(lambda: not os.path.exists(f"/proc/{terminal.shell}"))
+    eventually(lambda: not is_alive(terminal.shell))
     time.sleep(2.5)  # longer than a poll
     assert is_alive(tray)
     assert state_of(world, request) == "pending"

@@ -9,7 +9,7 @@ import pytest
 
 from support.session_bus import Watcher
 from support.tray import command_line, eventually, is_alive, processes_of
-from support.updates import Publisher, Updater, note, set_up, version_at
+from support.updates import FEED, Publisher, Updater, note, set_up, version_at
 
 AUTOMATIC = {"SUScheduledCheckInterval": 720, "SUAutomaticallyUpdate": 1}
 
@@ -96,10 +96,16 @@ def test_a_tray_that_is_told_to_end_while_it_shuts_down_does_not_restart(world, 
     world.use_agent_script(SLOW_AGENT.format(asked=asked, ready=ready))
     set_up(world, **{**AUTOMATIC, "SUScheduledCheckInterval": 720})
     publish(publisher)
+    feed = publisher.server.answers[FEED]
+
+    def answer_once_the_agent_is_ready(request):
+        eventually(ready.exists, what="an agent that handles SIGTERM")
+        request.reply(200, feed)
+
+    publisher.server.answers[FEED] = answer_once_the_agent_is_ready
     tray = start_tray()
     tray.log_line("restarting as version 2.0", limit=20)
-    if eventually(ready.exists):
-        eventually(asked.exists, what="the shutdown")
+    eventually(asked.exists, what="the shutdown")
     tray.send(signal.SIGTERM)
     has_ended_for_good(world, tray, updater)
     assert note(updater, "trial.json")["endedProcess"] == tray.pid

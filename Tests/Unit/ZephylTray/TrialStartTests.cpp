@@ -1,6 +1,5 @@
 #include "ZephylTray/TrialStart.hpp"
 
-#include <csignal>
 #include <filesystem>
 
 #include <gtest/gtest.h>
@@ -12,6 +11,7 @@
 
 #include "Support/Eventually.hpp"
 #include "Support/LogCapture.hpp"
+#include "Support/Processes.hpp"
 #include "Support/TemporaryDirectory.hpp"
 #include "System/Bundle.hpp"
 #include "System/FileDescriptor.hpp"
@@ -138,7 +138,7 @@ TEST_F(TrialStartTest, WaitsOnlySoLongForAnUpdaterThatHangs) {
   EXPECT_LT(took, trialStartLimit + std::chrono::seconds(3));
   EXPECT_EQ(told(), "opt/.zephyl.updates/previous " + command_) << "no time is left for another";
   const auto left = static_cast<pid_t>(std::stol(readFile(pid).value()));
-  EXPECT_TRUE(test::eventually([&] { return ::kill(left, 0) != 0; })) << "nothing is left of it";
+  EXPECT_TRUE(test::eventually([&] { return test::hasEnded(left); })) << "nothing is left of it";
 }
 
 TEST_F(TrialStartTest, RunsNothingInADirectoryThatOthersMayEnter) {
