@@ -4,6 +4,7 @@
 #   ZephylWarnings   the warnings of our own code
 #   ZephylHardening  run-time checks of the compiler, the C library and the linker
 #   ZephylSanitizers the sanitizers of ZEPHYL_SANITIZE and ZEPHYL_FUZZ
+#   ZephylSections   code that the linker can leave out, and calls that need no indirection
 #   ZephylOptions    all of these
 #   ZephylLean       how the tray itself is linked: as few shared libraries as possible
 option(ZEPHYL_WERROR "Treat warnings as errors" OFF)
@@ -77,10 +78,18 @@ if(ZEPHYL_FUZZ)
   target_compile_options(ZephylSanitizers INTERFACE -fsanitize=fuzzer-no-link)
 endif()
 
+# Everything is linked into programs, so nothing has to be replaceable by another library at run
+# time, and what nothing calls is left out. Together this takes a seventh off the tray's code.
+set(CMAKE_CXX_VISIBILITY_PRESET hidden)
+set(CMAKE_VISIBILITY_INLINES_HIDDEN ON)
+add_library(ZephylSections INTERFACE)
+target_compile_options(ZephylSections INTERFACE -fno-semantic-interposition -ffunction-sections -fdata-sections)
+target_link_options(ZephylSections INTERFACE -Wl,--gc-sections)
+
 # Line numbers for back traces; variables cost too much to compile and link.
 add_library(ZephylOptions INTERFACE)
 target_compile_options(ZephylOptions INTERFACE -g1)
-target_link_libraries(ZephylOptions INTERFACE ZephylWarnings ZephylHardening ZephylSanitizers)
+target_link_libraries(ZephylOptions INTERFACE ZephylWarnings ZephylHardening ZephylSections ZephylSanitizers)
 
 # Fewer shared libraries to map mean less memory and a faster start. Programs whose other libraries
 # use the shared standard library must not bring a second one.
