@@ -84,6 +84,7 @@ def test_an_agent_that_ignores_sigterm_is_killed_after_three_seconds(world, star
     agent = eventually(lambda: [pid for pid in descendants(tray.pid)
                                 if "zephyl-agent" in command_line(pid)
                                 and "lsof" not in command_line(pid)])[0]
+    eventually(lambda: descendants(agent), what="the agent's first sleep, which follows its trap")
     began = time.monotonic()
     assert tray.stop() == 0
     assert 2.5 < time.monotonic() - began < 5
