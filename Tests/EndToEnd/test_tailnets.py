@@ -8,7 +8,7 @@ import time
 from support.control_api import start_api, window  # noqa: F401 (fixtures)
 from support.tray import command_name, descendants, eventually, is_alive
 
-STUBBORN = "#!/bin/sh\ntrap '' TERM\nwhile :; do sleep 0.2; done\n"
+STUBBORN = "#!/bin/sh\ntrap '' TERM\n{first}while :; do sleep 0.2; done\n"
 
 
 def programs(tray, name):
@@ -84,8 +84,8 @@ def test_fifty_servers_start_and_stop_side_by_side(world, start_tray):
 
 def test_children_that_ignore_sigterm_share_one_grace(world, start_tray):
     world.use_agent_script("#!/bin/sh\nexec sleep 1000\n")
-    world.use_tailnet_script("tailscaled", STUBBORN)
-    world.use_tailnet_script("zephyl-tailnet", "#!/bin/sh\necho data tunnel on a:80\n" + STUBBORN)
+    world.use_tailnet_script("tailscaled", STUBBORN.format(first=""))
+    world.use_tailnet_script("zephyl-tailnet", STUBBORN.format(first="echo data tunnel on a:80\n"))
     world.add_servers(10)
     tray = start_tray()
     tray.log_line("10 of 10 servers connected")
@@ -101,7 +101,7 @@ def test_each_child_of_a_server_has_a_grace_of_its_own(world, start_api):
     world.use_agent_script("#!/bin/sh\nexec sleep 1000\n")
     world.use_tailnet_script("tailscaled", "#!/bin/sh\ntrap 'sleep 3.5; exit 0' TERM\n"
                                            "while :; do sleep 0.05; done\n")
-    world.use_tailnet_script("zephyl-tailnet", "#!/bin/sh\necho data tunnel on a:80\n" + STUBBORN)
+    world.use_tailnet_script("zephyl-tailnet", STUBBORN.format(first="echo data tunnel on a:80\n"))
     server, = world.add_servers(1)
     api = start_api()
     api.tray.log_line("1 of 1 server connected")
