@@ -1,7 +1,7 @@
 # A library is a folder of Sources/ with a CMake target of its own. Headers are included by the
-# library's folder, as in "System/Clock.hpp". The include path of a target holds a link to the
-# folder of each library that it depends on, and nothing else, so an include against the direction
-# of dependency does not compile.
+# library's folder, as in "System/Concurrency/Clock.hpp". The include path of a target holds links to
+# the headers of the libraries that it depends on, and nothing else, so an include against the
+# direction of dependency does not compile.
 #
 #   zephyl_library(NAME [INTERFACE] [FOLDER path] [PRECOMPILED target]
 #                  [SOURCES file...] [DEPENDS target...] [PRIVATE_DEPENDS target...])
@@ -14,9 +14,13 @@ function(zephyl_library name)
     set(LIBRARY_FOLDER ${name})
   endif()
   set(include_root "${PROJECT_BINARY_DIR}/include/${name}")
-  cmake_path(GET LIBRARY_FOLDER PARENT_PATH parent)
-  file(MAKE_DIRECTORY "${include_root}/${parent}")
-  file(CREATE_LINK "${CMAKE_CURRENT_SOURCE_DIR}" "${include_root}/${LIBRARY_FOLDER}" SYMBOLIC)
+  file(GLOB headers CONFIGURE_DEPENDS "${CMAKE_CURRENT_SOURCE_DIR}/*.hpp")
+  file(REMOVE_RECURSE "${include_root}")
+  file(MAKE_DIRECTORY "${include_root}/${LIBRARY_FOLDER}")
+  foreach(header ${headers})
+    cmake_path(GET header FILENAME file_name)
+    file(CREATE_LINK "${header}" "${include_root}/${LIBRARY_FOLDER}/${file_name}" SYMBOLIC)
+  endforeach()
 
   if(LIBRARY_INTERFACE)
     add_library(${name} INTERFACE)

@@ -8,7 +8,7 @@
 #include <vector>
 
 #include "Desktop/FolderRequest.hpp"
-#include "System/Result.hpp"
+#include "System/Data/Result.hpp"
 
 namespace zephyl {
 

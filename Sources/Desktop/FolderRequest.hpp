@@ -4,7 +4,7 @@
 #include <string>
 #include <utility>
 
-#include "System/Result.hpp"
+#include "System/Data/Result.hpp"
 
 namespace zephyl {
 

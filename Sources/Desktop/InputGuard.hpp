@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "System/Clock.hpp"
+#include "System/Concurrency/Clock.hpp"
 
 namespace zephyl {
 

@@ -1,6 +1,6 @@
 #include <benchmark/benchmark.h>
 
-#include "ZephylTray/StatusMenu.hpp"
+#include "ZephylTray/Menu/StatusMenu.hpp"
 
 namespace zephyl {
 namespace {

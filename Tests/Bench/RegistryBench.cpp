@@ -2,9 +2,9 @@
 
 #include "Support/ManualClock.hpp"
 #include "Support/TrayWorld.hpp"
-#include "System/JSON.hpp"
-#include "System/ThreadPool.hpp"
-#include "ZephylTray/Servers.hpp"
+#include "System/Concurrency/ThreadPool.hpp"
+#include "System/Data/JSON.hpp"
+#include "ZephylTray/Registry/Servers.hpp"
 
 namespace zephyl {
 namespace {

@@ -8,13 +8,13 @@
 #include <boost/json.hpp>
 
 #include "Desktop/Freedesktop/FreedesktopDesktop.hpp"
-#include "System/Bundle.hpp"
-#include "System/Environment.hpp"
-#include "System/Guardian.hpp"
-#include "System/MainLoop.hpp"
-#include "System/Reactor.hpp"
-#include "System/SystemClock.hpp"
-#include "System/SystemProcessLauncher.hpp"
+#include "System/Concurrency/MainLoop.hpp"
+#include "System/Concurrency/Reactor.hpp"
+#include "System/Concurrency/SystemClock.hpp"
+#include "System/Files/Bundle.hpp"
+#include "System/Files/Environment.hpp"
+#include "System/Processes/Guardian.hpp"
+#include "System/Processes/SystemProcessLauncher.hpp"
 
 namespace zephyl {
 namespace {

@@ -1,11 +1,11 @@
 #include <cstdint>
 #include <cstdlib>
 
-#include "System/Text.hpp"
-#include "Updates/Appcast.hpp"
-#include "Updates/Selection.hpp"
-#include "Updates/Signature.hpp"
-#include "Updates/Version.hpp"
+#include "Helpers/Updates/Program/Appcast.hpp"
+#include "Helpers/Updates/Program/Selection.hpp"
+#include "Helpers/Updates/Program/Signature.hpp"
+#include "Helpers/Updates/Program/Version.hpp"
+#include "System/Data/Text.hpp"
 
 /// Any bytes as a feed: nothing crashes, none is taken for signed, and what is offered is newer
 /// than what is installed and comes from where it may.

@@ -3,7 +3,7 @@
 #include <cstdint>
 #include <cstdlib>
 
-#include "Updates/Archive.hpp"
+#include "Helpers/Updates/Archive/Archive.hpp"
 
 /// Any bytes as an archive, compressed or not: nothing crashes, and no path or link leads out.
 

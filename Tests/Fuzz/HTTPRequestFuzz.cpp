@@ -2,8 +2,8 @@
 #include <cstdlib>
 #include <optional>
 
-#include "System/Text.hpp"
-#include "ZephylTray/HTTPRequest.hpp"
+#include "System/Data/Text.hpp"
+#include "ZephylTray/Control/HTTPRequest.hpp"
 
 /// Any bytes as a request to the control server: nothing crashes, what is parsed is a request, and
 /// it depends neither on what comes after it nor on the pieces in which it arrives.

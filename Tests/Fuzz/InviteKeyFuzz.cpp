@@ -1,7 +1,7 @@
 #include <cstdint>
 #include <cstdlib>
 
-#include "ZephylTray/InviteKey.hpp"
+#include "ZephylTray/Registry/InviteKey.hpp"
 
 /// Any bytes as a pasted invite key: nothing crashes, and what is taken for a key is one.
 

@@ -1,9 +1,9 @@
 #include <cstdlib>
 
-#include "System/JSON.hpp"
-#include "System/Text.hpp"
-#include "ZephylTray/ServerEntry.hpp"
-#include "ZephylTray/ServerMigration.hpp"
+#include "System/Data/JSON.hpp"
+#include "System/Data/Text.hpp"
+#include "ZephylTray/Registry/ServerEntry.hpp"
+#include "ZephylTray/Registry/ServerMigration.hpp"
 
 /// Any bytes as servers.json: nothing crashes, and a registry that can be read is written so that
 /// it reads the same again.

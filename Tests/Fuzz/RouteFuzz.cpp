@@ -1,7 +1,7 @@
 #include <cstdint>
 #include <cstdlib>
 
-#include "ZephylTray/Route.hpp"
+#include "ZephylTray/Control/Route.hpp"
 
 /// Any bytes as the path of a request: nothing crashes, and slashes more or less change nothing.
 

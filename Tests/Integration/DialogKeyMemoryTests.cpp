@@ -3,16 +3,16 @@
 
 #include <gtest/gtest.h>
 
-#include "Desktop/DialogsClient/DialogHelper.hpp"
+#include "Helpers/Dialogs/Client/DialogHelper.hpp"
 #include "Support/Eventually.hpp"
 #include "Support/ManualClock.hpp"
 #include "Support/MemorySearch.hpp"
 #include "Support/TemporaryDirectory.hpp"
-#include "System/Guardian.hpp"
-#include "System/MainLoop.hpp"
-#include "System/Reactor.hpp"
-#include "System/Secret.hpp"
-#include "System/SystemProcessLauncher.hpp"
+#include "System/Concurrency/MainLoop.hpp"
+#include "System/Concurrency/Reactor.hpp"
+#include "System/Data/Secret.hpp"
+#include "System/Processes/Guardian.hpp"
+#include "System/Processes/SystemProcessLauncher.hpp"
 
 namespace zephyl {
 namespace {

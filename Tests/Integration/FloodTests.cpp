@@ -7,14 +7,14 @@
 
 #include "Support/Eventually.hpp"
 #include "Support/TrayWorld.hpp"
-#include "System/Guardian.hpp"
-#include "System/MainLoop.hpp"
-#include "System/Reactor.hpp"
-#include "System/SystemClock.hpp"
-#include "System/SystemProcessLauncher.hpp"
-#include "System/ThreadPool.hpp"
-#include "ZephylTray/AgentProcess.hpp"
-#include "ZephylTray/Servers.hpp"
+#include "System/Concurrency/MainLoop.hpp"
+#include "System/Concurrency/Reactor.hpp"
+#include "System/Concurrency/SystemClock.hpp"
+#include "System/Concurrency/ThreadPool.hpp"
+#include "System/Processes/Guardian.hpp"
+#include "System/Processes/SystemProcessLauncher.hpp"
+#include "ZephylTray/Agent/AgentProcess.hpp"
+#include "ZephylTray/Registry/Servers.hpp"
 
 namespace zephyl {
 namespace {

@@ -10,9 +10,9 @@
 #include "Support/Eventually.hpp"
 #include "Support/MemorySearch.hpp"
 #include "Support/TrayWorld.hpp"
-#include "System/Secret.hpp"
-#include "ZephylTray/InviteKey.hpp"
-#include "ZephylTray/TailnetProcess.hpp"
+#include "System/Data/Secret.hpp"
+#include "ZephylTray/Registry/InviteKey.hpp"
+#include "ZephylTray/Tailnet/TailnetProcess.hpp"
 
 namespace zephyl {
 namespace {

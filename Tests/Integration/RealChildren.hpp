@@ -1,13 +1,13 @@
 #pragma once
 
 #include "Support/ManualClock.hpp"
-#include "System/Guardian.hpp"
-#include "System/MainLoop.hpp"
-#include "System/Reactor.hpp"
-#include "System/SystemProcessLauncher.hpp"
-#include "System/ThreadPool.hpp"
-#include "ZephylTray/Runtime.hpp"
-#include "ZephylTray/Servers.hpp"
+#include "System/Concurrency/MainLoop.hpp"
+#include "System/Concurrency/Reactor.hpp"
+#include "System/Concurrency/Runtime.hpp"
+#include "System/Concurrency/ThreadPool.hpp"
+#include "System/Processes/Guardian.hpp"
+#include "System/Processes/SystemProcessLauncher.hpp"
+#include "ZephylTray/Registry/Servers.hpp"
 
 namespace zephyl::test {
 

@@ -12,7 +12,7 @@
 #include "Support/Eventually.hpp"
 #include "Support/Processes.hpp"
 #include "Support/TrayWorld.hpp"
-#include "ZephylTray/TailnetProcess.hpp"
+#include "ZephylTray/Tailnet/TailnetProcess.hpp"
 
 namespace zephyl {
 namespace {

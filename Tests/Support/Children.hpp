@@ -9,7 +9,7 @@
 
 #include <gtest/gtest.h>
 
-#include "System/ChildProcess.hpp"
+#include "System/Processes/ChildProcess.hpp"
 
 namespace zephyl::test {
 

@@ -8,7 +8,7 @@
 #include <thread>
 #include <vector>
 
-#include "System/FileDescriptor.hpp"
+#include "System/Files/FileDescriptor.hpp"
 
 namespace zephyl::test {
 

@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "System/ChildProcess.hpp"
+#include "System/Processes/ChildProcess.hpp"
 
 namespace zephyl::test {
 

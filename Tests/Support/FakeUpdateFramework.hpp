@@ -4,7 +4,7 @@
 #include <memory>
 #include <utility>
 
-#include "ZephylTray/UpdateFramework.hpp"
+#include "Helpers/Updates/Client/UpdateFramework.hpp"
 
 namespace zephyl::test {
 

@@ -11,7 +11,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include "System/FileDescriptor.hpp"
+#include "System/Files/FileDescriptor.hpp"
 
 namespace zephyl::test {
 

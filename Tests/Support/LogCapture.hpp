@@ -8,7 +8,7 @@
 #include <fcntl.h>
 #include <unistd.h>
 
-#include "System/FileDescriptor.hpp"
+#include "System/Files/FileDescriptor.hpp"
 
 namespace zephyl::test {
 

@@ -5,7 +5,7 @@
 #include <memory>
 #include <mutex>
 
-#include "System/Clock.hpp"
+#include "System/Concurrency/Clock.hpp"
 
 namespace zephyl::test {
 

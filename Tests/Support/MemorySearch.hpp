@@ -15,7 +15,7 @@
 #include <sys/mman.h>
 #include <unistd.h>
 
-#include "System/FileDescriptor.hpp"
+#include "System/Files/FileDescriptor.hpp"
 
 namespace zephyl::test {
 

@@ -11,7 +11,7 @@
 
 #include "Support/Eventually.hpp"
 #include "Support/TemporaryDirectory.hpp"
-#include "System/FileDescriptor.hpp"
+#include "System/Files/FileDescriptor.hpp"
 
 namespace zephyl::test {
 

@@ -9,7 +9,7 @@
 #include <poll.h>
 #include <sys/socket.h>
 
-#include "System/FileDescriptor.hpp"
+#include "System/Files/FileDescriptor.hpp"
 
 namespace zephyl::test {
 

@@ -5,11 +5,11 @@
 #include "Support/Eventually.hpp"
 #include "Support/FakeLauncher.hpp"
 #include "Support/ManualClock.hpp"
-#include "System/MainLoop.hpp"
-#include "System/Reactor.hpp"
-#include "System/ThreadPool.hpp"
-#include "ZephylTray/Runtime.hpp"
-#include "ZephylTray/Servers.hpp"
+#include "System/Concurrency/MainLoop.hpp"
+#include "System/Concurrency/Reactor.hpp"
+#include "System/Concurrency/Runtime.hpp"
+#include "System/Concurrency/ThreadPool.hpp"
+#include "ZephylTray/Registry/Servers.hpp"
 
 namespace zephyl::test {
 

@@ -6,7 +6,7 @@
 #include <sys/syscall.h>
 #include <unistd.h>
 
-#include "Desktop/Freedesktop/BusText.hpp"
+#include "Desktop/Freedesktop/Bus/BusText.hpp"
 
 namespace zephyl {
 

@@ -9,9 +9,9 @@
 #include <vector>
 
 #include "Desktop/Desktop.hpp"
-#include "Desktop/Freedesktop/Bus.hpp"
-#include "Desktop/Freedesktop/WatchedName.hpp"
-#include "System/FileDescriptor.hpp"
+#include "Desktop/Freedesktop/Bus/Bus.hpp"
+#include "Desktop/Freedesktop/Bus/WatchedName.hpp"
+#include "System/Files/FileDescriptor.hpp"
 
 namespace zephyl {
 

@@ -2,7 +2,7 @@
 
 #include <utility>
 
-#include "System/Log.hpp"
+#include "System/Files/Log.hpp"
 
 namespace zephyl {
 

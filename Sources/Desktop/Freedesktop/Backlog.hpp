@@ -2,7 +2,7 @@
 
 #include <atomic>
 
-#include "System/MainLoop.hpp"
+#include "System/Concurrency/MainLoop.hpp"
 
 namespace zephyl {
 

@@ -3,9 +3,9 @@
 #include <charconv>
 #include <utility>
 
-#include "Desktop/Freedesktop/BusText.hpp"
-#include "System/Secret.hpp"
-#include "System/Text.hpp"
+#include "Desktop/Freedesktop/Bus/BusText.hpp"
+#include "System/Data/Secret.hpp"
+#include "System/Data/Text.hpp"
 
 namespace zephyl {
 

@@ -7,8 +7,8 @@
 #include <string_view>
 
 #include "Desktop/FolderRequest.hpp"
-#include "Desktop/Freedesktop/Bus.hpp"
-#include "Desktop/Freedesktop/WatchedName.hpp"
+#include "Desktop/Freedesktop/Bus/Bus.hpp"
+#include "Desktop/Freedesktop/Bus/WatchedName.hpp"
 
 namespace zephyl {
 

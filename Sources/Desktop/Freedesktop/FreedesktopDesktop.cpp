@@ -2,9 +2,9 @@
 
 #include <utility>
 
-#include "System/Bundle.hpp"
-#include "System/Environment.hpp"
-#include "System/Log.hpp"
+#include "System/Files/Bundle.hpp"
+#include "System/Files/Environment.hpp"
+#include "System/Files/Log.hpp"
 
 namespace zephyl {
 

@@ -9,17 +9,17 @@
 #include "Desktop/Desktop.hpp"
 #include "Desktop/Freedesktop/Applications.hpp"
 #include "Desktop/Freedesktop/Backlog.hpp"
-#include "Desktop/Freedesktop/Bus.hpp"
-#include "Desktop/Freedesktop/DBusMenu.hpp"
+#include "Desktop/Freedesktop/Bus/Bus.hpp"
 #include "Desktop/Freedesktop/FolderPortal.hpp"
+#include "Desktop/Freedesktop/Menu/DBusMenu.hpp"
+#include "Desktop/Freedesktop/Menu/SignalPacer.hpp"
 #include "Desktop/Freedesktop/Notifications.hpp"
-#include "Desktop/Freedesktop/SignalPacer.hpp"
 #include "Desktop/Freedesktop/SingleInstance.hpp"
 #include "Desktop/Freedesktop/StatusNotifierItem.hpp"
 #include "Desktop/Headless/HeadlessDesktop.hpp"
-#include "System/ChildProcess.hpp"
-#include "System/Clock.hpp"
-#include "System/MainLoop.hpp"
+#include "System/Concurrency/Clock.hpp"
+#include "System/Concurrency/MainLoop.hpp"
+#include "System/Processes/ChildProcess.hpp"
 
 namespace zephyl {
 

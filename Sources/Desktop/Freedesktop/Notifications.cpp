@@ -4,9 +4,9 @@
 #include <string_view>
 #include <utility>
 
-#include "Desktop/Freedesktop/BusText.hpp"
+#include "Desktop/Freedesktop/Bus/BusText.hpp"
 #include "Desktop/Freedesktop/StatusIcons.hpp"
-#include "System/Text.hpp"
+#include "System/Data/Text.hpp"
 
 namespace zephyl {
 

@@ -9,8 +9,8 @@
 #include <vector>
 
 #include "Desktop/Desktop.hpp"
-#include "Desktop/Freedesktop/Bus.hpp"
-#include "Desktop/Freedesktop/WatchedName.hpp"
+#include "Desktop/Freedesktop/Bus/Bus.hpp"
+#include "Desktop/Freedesktop/Bus/WatchedName.hpp"
 
 namespace zephyl {
 

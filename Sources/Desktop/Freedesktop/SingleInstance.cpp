@@ -3,9 +3,9 @@
 #include <memory>
 
 #include "Desktop/Freedesktop/Applications.hpp"
-#include "Desktop/Freedesktop/BusText.hpp"
+#include "Desktop/Freedesktop/Bus/BusText.hpp"
 #include "Desktop/Freedesktop/StatusIcons.hpp"
-#include "System/Log.hpp"
+#include "System/Files/Log.hpp"
 
 namespace zephyl {
 

@@ -5,7 +5,7 @@
 
 #include <sys/types.h>
 
-#include "Desktop/Freedesktop/Bus.hpp"
+#include "Desktop/Freedesktop/Bus/Bus.hpp"
 
 namespace zephyl {
 

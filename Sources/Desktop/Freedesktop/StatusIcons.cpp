@@ -6,10 +6,10 @@
 #include <numbers>
 #include <vector>
 
-#include "System/Directories.hpp"
-#include "System/Environment.hpp"
-#include "System/Files.hpp"
-#include "System/Text.hpp"
+#include "System/Data/Text.hpp"
+#include "System/Files/Directories.hpp"
+#include "System/Files/Environment.hpp"
+#include "System/Files/Files.hpp"
 
 namespace zephyl {
 

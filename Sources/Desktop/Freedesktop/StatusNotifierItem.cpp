@@ -3,10 +3,10 @@
 #include <string_view>
 #include <utility>
 
-#include "Desktop/Freedesktop/BusText.hpp"
-#include "Desktop/Freedesktop/DBusMenu.hpp"
-#include "System/Log.hpp"
-#include "System/Text.hpp"
+#include "Desktop/Freedesktop/Bus/BusText.hpp"
+#include "Desktop/Freedesktop/Menu/DBusMenu.hpp"
+#include "System/Data/Text.hpp"
+#include "System/Files/Log.hpp"
 
 namespace zephyl {
 

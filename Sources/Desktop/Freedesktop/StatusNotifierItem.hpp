@@ -7,10 +7,10 @@
 #include <string_view>
 #include <vector>
 
-#include "Desktop/Freedesktop/Bus.hpp"
-#include "Desktop/Freedesktop/SignalPacer.hpp"
+#include "Desktop/Freedesktop/Bus/Bus.hpp"
+#include "Desktop/Freedesktop/Bus/WatchedName.hpp"
+#include "Desktop/Freedesktop/Menu/SignalPacer.hpp"
 #include "Desktop/Freedesktop/StatusIcons.hpp"
-#include "Desktop/Freedesktop/WatchedName.hpp"
 
 namespace zephyl {
 

@@ -1,6 +1,6 @@
 #include "Desktop/Headless/HeadlessDesktop.hpp"
 
-#include "System/Log.hpp"
+#include "System/Files/Log.hpp"
 
 namespace zephyl {
 

@@ -1,8 +1,8 @@
 #pragma once
 
 #include "Desktop/Desktop.hpp"
-#include "System/Clock.hpp"
-#include "System/MainLoop.hpp"
+#include "System/Concurrency/Clock.hpp"
+#include "System/Concurrency/MainLoop.hpp"
 
 namespace zephyl {
 

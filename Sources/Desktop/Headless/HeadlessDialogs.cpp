@@ -3,9 +3,9 @@
 #include <algorithm>
 #include <utility>
 
-#include "System/Log.hpp"
-#include "System/MainLoop.hpp"
-#include "System/Text.hpp"
+#include "System/Concurrency/MainLoop.hpp"
+#include "System/Data/Text.hpp"
+#include "System/Files/Log.hpp"
 
 namespace zephyl {
 

@@ -5,8 +5,8 @@
 #include <utility>
 #include <vector>
 
-#include "System/Clock.hpp"
-#include "System/LogRing.hpp"
+#include "System/Concurrency/Clock.hpp"
+#include "System/Data/LogRing.hpp"
 
 namespace zephyl {
 

@@ -8,8 +8,8 @@
 #include <fcntl.h>
 #include <unistd.h>
 
-#include "System/ChildPipes.hpp"
-#include "System/Reactor.hpp"
+#include "System/Concurrency/Reactor.hpp"
+#include "System/Processes/ChildPipes.hpp"
 
 namespace zephyl {
 

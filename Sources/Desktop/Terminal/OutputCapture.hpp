@@ -5,9 +5,9 @@
 #include <string>
 #include <vector>
 
-#include "System/ChildProcess.hpp"
-#include "System/FileDescriptor.hpp"
-#include "System/Result.hpp"
+#include "System/Data/Result.hpp"
+#include "System/Files/FileDescriptor.hpp"
+#include "System/Processes/ChildProcess.hpp"
 
 namespace zephyl {
 

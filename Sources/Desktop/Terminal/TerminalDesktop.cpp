@@ -4,11 +4,11 @@
 #include <cstdio>
 #include <utility>
 
-#include "System/Directories.hpp"
-#include "System/Environment.hpp"
-#include "System/Files.hpp"
-#include "System/Format.hpp"
-#include "System/Text.hpp"
+#include "System/Data/Format.hpp"
+#include "System/Data/Text.hpp"
+#include "System/Files/Directories.hpp"
+#include "System/Files/Environment.hpp"
+#include "System/Files/Files.hpp"
 
 namespace zephyl {
 

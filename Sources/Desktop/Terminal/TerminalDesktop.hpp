@@ -11,9 +11,9 @@
 #include "Desktop/Terminal/OutputCapture.hpp"
 #include "Desktop/Terminal/TerminalDevice.hpp"
 #include "Desktop/Terminal/TerminalScreen.hpp"
-#include "System/Log.hpp"
-#include "System/Reactor.hpp"
-#include "System/SignalWatcher.hpp"
+#include "System/Concurrency/Reactor.hpp"
+#include "System/Concurrency/SignalWatcher.hpp"
+#include "System/Files/Log.hpp"
 
 namespace zephyl {
 

@@ -16,9 +16,9 @@
 #include <sys/ioctl.h>
 #include <unistd.h>
 
-#include "System/FileDescriptor.hpp"
-#include "System/Reactor.hpp"
-#include "System/Secret.hpp"
+#include "System/Concurrency/Reactor.hpp"
+#include "System/Data/Secret.hpp"
+#include "System/Files/FileDescriptor.hpp"
 
 namespace zephyl {
 

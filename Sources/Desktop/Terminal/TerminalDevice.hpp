@@ -6,9 +6,9 @@
 
 #include <termios.h>
 
+#include "Desktop/Terminal/Drawing/TerminalType.hpp"
 #include "Desktop/Terminal/TerminalScreen.hpp"
-#include "Desktop/Terminal/TerminalType.hpp"
-#include "System/Result.hpp"
+#include "System/Data/Result.hpp"
 
 namespace zephyl {
 

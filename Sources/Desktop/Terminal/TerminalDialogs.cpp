@@ -3,9 +3,9 @@
 #include <utility>
 
 #include "Desktop/Terminal/TerminalScreen.hpp"
-#include "System/Directories.hpp"
-#include "System/Files.hpp"
-#include "System/Text.hpp"
+#include "System/Data/Text.hpp"
+#include "System/Files/Directories.hpp"
+#include "System/Files/Files.hpp"
 
 namespace zephyl {
 

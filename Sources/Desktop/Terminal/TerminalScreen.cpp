@@ -5,10 +5,10 @@
 
 #include <fmt/ranges.h>
 
-#include "Desktop/Terminal/DisplayText.hpp"
-#include "System/Format.hpp"
-#include "System/Secret.hpp"
-#include "System/Text.hpp"
+#include "Desktop/Terminal/Drawing/DisplayText.hpp"
+#include "System/Data/Format.hpp"
+#include "System/Data/Secret.hpp"
+#include "System/Data/Text.hpp"
 
 namespace zephyl {
 

@@ -1,4 +1,4 @@
-#include "Desktop/Terminal/AlertBox.hpp"
+#include "Desktop/Terminal/Views/AlertBox.hpp"
 
 #include <gtest/gtest.h>
 

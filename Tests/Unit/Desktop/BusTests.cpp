@@ -1,4 +1,4 @@
-#include "Desktop/Freedesktop/Bus.hpp"
+#include "Desktop/Freedesktop/Bus/Bus.hpp"
 
 #include <atomic>
 #include <future>

@@ -1,4 +1,4 @@
-#include "Desktop/Freedesktop/BusText.hpp"
+#include "Desktop/Freedesktop/Bus/BusText.hpp"
 
 #include <gtest/gtest.h>
 

@@ -2,7 +2,7 @@
 
 #include <string>
 
-#include "Desktop/Terminal/Canvas.hpp"
+#include "Desktop/Terminal/Drawing/Canvas.hpp"
 
 namespace zephyl::test {
 

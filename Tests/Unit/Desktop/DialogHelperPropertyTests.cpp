@@ -3,12 +3,12 @@
 
 #include <gtest/gtest.h>
 
-#include "Desktop/DialogsClient/DialogHelper.hpp"
-#include "Desktop/DialogsClient/DialogRun.hpp"
+#include "Helpers/Dialogs/Client/DialogHelper.hpp"
+#include "Helpers/Dialogs/Client/DialogRun.hpp"
 #include "Support/FakeLauncher.hpp"
 #include "Support/LogCapture.hpp"
 #include "Support/ManualClock.hpp"
-#include "System/MainLoop.hpp"
+#include "System/Concurrency/MainLoop.hpp"
 
 namespace zephyl {
 namespace {

@@ -1,4 +1,4 @@
-#include "Desktop/DialogsClient/DialogHelper.hpp"
+#include "Helpers/Dialogs/Client/DialogHelper.hpp"
 
 #include <csignal>
 #include <optional>
@@ -6,12 +6,12 @@
 
 #include <gtest/gtest.h>
 
-#include "Desktop/DialogsClient/DialogRun.hpp"
+#include "Helpers/Dialogs/Client/DialogRun.hpp"
 #include "Support/FakeLauncher.hpp"
 #include "Support/LogCapture.hpp"
 #include "Support/ManualClock.hpp"
-#include "System/JSON.hpp"
-#include "System/MainLoop.hpp"
+#include "System/Concurrency/MainLoop.hpp"
+#include "System/Data/JSON.hpp"
 
 namespace zephyl {
 namespace {

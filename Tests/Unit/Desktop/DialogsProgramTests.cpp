@@ -5,18 +5,18 @@
 
 #include <gtest/gtest.h>
 
-#include "Desktop/DialogsClient/DialogHelper.hpp"
-#include "Desktop/DialogsClient/DialogRun.hpp"
+#include "Helpers/Dialogs/Client/DialogHelper.hpp"
+#include "Helpers/Dialogs/Client/DialogRun.hpp"
 #include "Support/Eventually.hpp"
 #include "Support/LogCapture.hpp"
 #include "Support/ManualClock.hpp"
 #include "Support/Processes.hpp"
 #include "Support/TemporaryDirectory.hpp"
-#include "System/Bundle.hpp"
-#include "System/Guardian.hpp"
-#include "System/MainLoop.hpp"
-#include "System/Reactor.hpp"
-#include "System/SystemProcessLauncher.hpp"
+#include "System/Concurrency/MainLoop.hpp"
+#include "System/Concurrency/Reactor.hpp"
+#include "System/Files/Bundle.hpp"
+#include "System/Processes/Guardian.hpp"
+#include "System/Processes/SystemProcessLauncher.hpp"
 
 namespace zephyl {
 namespace {

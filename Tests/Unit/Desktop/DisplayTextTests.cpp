@@ -1,4 +1,4 @@
-#include "Desktop/Terminal/DisplayText.hpp"
+#include "Desktop/Terminal/Drawing/DisplayText.hpp"
 
 #include <gtest/gtest.h>
 

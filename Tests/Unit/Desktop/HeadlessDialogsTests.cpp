@@ -3,7 +3,7 @@
 #include <gtest/gtest.h>
 
 #include "Support/LogCapture.hpp"
-#include "System/MainLoop.hpp"
+#include "System/Concurrency/MainLoop.hpp"
 
 namespace zephyl {
 namespace {

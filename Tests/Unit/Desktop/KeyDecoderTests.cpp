@@ -1,4 +1,4 @@
-#include "Desktop/Terminal/KeyDecoder.hpp"
+#include "Desktop/Terminal/Drawing/KeyDecoder.hpp"
 
 #include <gtest/gtest.h>
 

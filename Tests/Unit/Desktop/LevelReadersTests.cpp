@@ -1,4 +1,4 @@
-#include "Desktop/Freedesktop/LevelReaders.hpp"
+#include "Desktop/Freedesktop/Menu/LevelReaders.hpp"
 
 #include <gtest/gtest.h>
 

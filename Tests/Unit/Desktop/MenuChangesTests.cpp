@@ -1,4 +1,4 @@
-#include "Desktop/Freedesktop/MenuChanges.hpp"
+#include "Desktop/Freedesktop/Menu/MenuChanges.hpp"
 
 #include <gtest/gtest.h>
 

@@ -1,4 +1,4 @@
-#include "Desktop/Freedesktop/MenuLayout.hpp"
+#include "Desktop/Freedesktop/Menu/MenuLayout.hpp"
 
 #include <algorithm>
 #include <chrono>

@@ -1,4 +1,4 @@
-#include "Desktop/Freedesktop/MenuProperties.hpp"
+#include "Desktop/Freedesktop/Menu/MenuProperties.hpp"
 
 #include <gtest/gtest.h>
 

@@ -1,4 +1,4 @@
-#include "Desktop/Freedesktop/MenuSession.hpp"
+#include "Desktop/Freedesktop/Menu/MenuSession.hpp"
 
 #include <gtest/gtest.h>
 

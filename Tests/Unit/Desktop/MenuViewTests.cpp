@@ -1,4 +1,4 @@
-#include "Desktop/Terminal/MenuView.hpp"
+#include "Desktop/Terminal/Views/MenuView.hpp"
 
 #include <gtest/gtest.h>
 

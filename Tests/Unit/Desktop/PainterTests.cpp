@@ -1,4 +1,4 @@
-#include "Desktop/Terminal/Painter.hpp"
+#include "Desktop/Terminal/Drawing/Painter.hpp"
 
 #include <gtest/gtest.h>
 

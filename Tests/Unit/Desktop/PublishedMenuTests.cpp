@@ -1,4 +1,4 @@
-#include "Desktop/Freedesktop/PublishedMenu.hpp"
+#include "Desktop/Freedesktop/Menu/PublishedMenu.hpp"
 
 #include <gtest/gtest.h>
 

@@ -1,4 +1,4 @@
-#include "Desktop/Freedesktop/SignalPacer.hpp"
+#include "Desktop/Freedesktop/Menu/SignalPacer.hpp"
 
 #include <gtest/gtest.h>
 

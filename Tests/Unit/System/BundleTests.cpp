@@ -1,4 +1,4 @@
-#include "System/Bundle.hpp"
+#include "System/Files/Bundle.hpp"
 
 #include <filesystem>
 

@@ -8,10 +8,10 @@
 #include <gtest/gtest.h>
 
 #include "Support/Children.hpp"
-#include "System/ChildProcess.hpp"
-#include "System/Guardian.hpp"
-#include "System/Reactor.hpp"
-#include "System/SystemProcessLauncher.hpp"
+#include "System/Concurrency/Reactor.hpp"
+#include "System/Processes/ChildProcess.hpp"
+#include "System/Processes/Guardian.hpp"
+#include "System/Processes/SystemProcessLauncher.hpp"
 
 namespace zephyl {
 

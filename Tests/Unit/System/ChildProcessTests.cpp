@@ -1,4 +1,4 @@
-#include "System/ChildProcess.hpp"
+#include "System/Processes/ChildProcess.hpp"
 
 #include <algorithm>
 #include <atomic>

@@ -1,4 +1,4 @@
-#include "System/CoreDumps.hpp"
+#include "System/Processes/CoreDumps.hpp"
 
 #include <algorithm>
 

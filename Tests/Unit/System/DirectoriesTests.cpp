@@ -1,4 +1,4 @@
-#include "System/Directories.hpp"
+#include "System/Files/Directories.hpp"
 
 #include <gtest/gtest.h>
 

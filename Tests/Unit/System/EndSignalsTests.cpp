@@ -1,4 +1,4 @@
-#include "System/EndSignals.hpp"
+#include "System/Concurrency/EndSignals.hpp"
 
 #include <array>
 #include <chrono>
@@ -11,7 +11,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include "System/Reactor.hpp"
+#include "System/Concurrency/Reactor.hpp"
 
 namespace zephyl {
 namespace {

@@ -1,4 +1,4 @@
-#include "System/Environment.hpp"
+#include "System/Files/Environment.hpp"
 
 #include <gtest/gtest.h>
 

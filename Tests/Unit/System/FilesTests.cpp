@@ -1,4 +1,4 @@
-#include "System/Files.hpp"
+#include "System/Files/Files.hpp"
 
 #include <algorithm>
 #include <array>
@@ -23,7 +23,7 @@
 #include "Support/HomelessUser.hpp"
 #include "Support/LogCapture.hpp"
 #include "Support/TemporaryDirectory.hpp"
-#include "System/FileDescriptor.hpp"
+#include "System/Files/FileDescriptor.hpp"
 
 namespace fs = std::filesystem;
 

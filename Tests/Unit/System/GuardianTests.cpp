@@ -1,4 +1,4 @@
-#include "System/Guardian.hpp"
+#include "System/Processes/Guardian.hpp"
 
 #include <array>
 #include <chrono>
@@ -18,8 +18,8 @@
 #include "Support/Children.hpp"
 #include "Support/Eventually.hpp"
 #include "Support/Processes.hpp"
-#include "System/Reactor.hpp"
-#include "System/SystemProcessLauncher.hpp"
+#include "System/Concurrency/Reactor.hpp"
+#include "System/Processes/SystemProcessLauncher.hpp"
 
 namespace zephyl {
 namespace {

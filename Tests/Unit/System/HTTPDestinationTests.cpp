@@ -1,4 +1,4 @@
-#include "System/HTTPDestination.hpp"
+#include "System/Network/HTTPDestination.hpp"
 
 #include <gtest/gtest.h>
 

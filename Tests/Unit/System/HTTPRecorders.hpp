@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "System/HTTPSession.hpp"
+#include "System/Network/HTTPSession.hpp"
 
 namespace zephyl::test {
 

@@ -1,4 +1,4 @@
-#include "System/HTTPSession.hpp"
+#include "System/Network/HTTPSession.hpp"
 
 #include <atomic>
 #include <filesystem>
@@ -15,7 +15,7 @@
 #include "ScriptedServer.hpp"
 #include "Support/Eventually.hpp"
 #include "Support/Processes.hpp"
-#include "System/Reactor.hpp"
+#include "System/Concurrency/Reactor.hpp"
 
 namespace zephyl {
 namespace {

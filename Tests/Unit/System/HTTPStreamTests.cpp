@@ -11,8 +11,8 @@
 #include "HTTPRecorders.hpp"
 #include "ScriptedServer.hpp"
 #include "Support/Eventually.hpp"
-#include "System/HTTPSession.hpp"
-#include "System/Reactor.hpp"
+#include "System/Concurrency/Reactor.hpp"
+#include "System/Network/HTTPSession.hpp"
 
 namespace zephyl {
 namespace {

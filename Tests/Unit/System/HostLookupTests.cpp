@@ -1,4 +1,4 @@
-#include "System/HostLookup.hpp"
+#include "System/Network/HostLookup.hpp"
 
 #include <optional>
 

@@ -1,4 +1,4 @@
-#include "System/JSON.hpp"
+#include "System/Data/JSON.hpp"
 
 #include <array>
 

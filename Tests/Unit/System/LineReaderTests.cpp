@@ -1,4 +1,4 @@
-#include "System/LineReader.hpp"
+#include "System/Data/LineReader.hpp"
 
 #include <gtest/gtest.h>
 

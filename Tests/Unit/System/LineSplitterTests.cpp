@@ -1,4 +1,4 @@
-#include "System/LineSplitter.hpp"
+#include "System/Data/LineSplitter.hpp"
 
 #include <vector>
 

@@ -1,4 +1,4 @@
-#include "System/LogRing.hpp"
+#include "System/Data/LogRing.hpp"
 
 #include <gtest/gtest.h>
 

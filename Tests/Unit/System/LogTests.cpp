@@ -1,4 +1,4 @@
-#include "System/Log.hpp"
+#include "System/Files/Log.hpp"
 
 #include <thread>
 #include <vector>

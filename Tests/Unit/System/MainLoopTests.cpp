@@ -1,4 +1,4 @@
-#include "System/MainLoop.hpp"
+#include "System/Concurrency/MainLoop.hpp"
 
 #include <atomic>
 #include <thread>

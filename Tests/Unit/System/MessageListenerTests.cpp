@@ -1,4 +1,4 @@
-#include "System/MessageListener.hpp"
+#include "System/Network/MessageListener.hpp"
 
 #include <atomic>
 #include <deque>

@@ -1,4 +1,4 @@
-#include "System/PrivateDirectory.hpp"
+#include "System/Files/PrivateDirectory.hpp"
 
 #include <filesystem>
 

@@ -1,4 +1,4 @@
-#include "System/ProcessState.hpp"
+#include "System/Processes/ProcessState.hpp"
 
 #include <csignal>
 #include <functional>

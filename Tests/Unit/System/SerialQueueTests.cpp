@@ -1,4 +1,4 @@
-#include "System/SerialQueue.hpp"
+#include "System/Concurrency/SerialQueue.hpp"
 
 #include <atomic>
 #include <latch>
@@ -8,7 +8,7 @@
 #include <gtest/gtest.h>
 
 #include "Support/ManualClock.hpp"
-#include "System/ThreadPool.hpp"
+#include "System/Concurrency/ThreadPool.hpp"
 
 namespace zephyl {
 namespace {

@@ -1,4 +1,4 @@
-#include "System/SocketOwner.hpp"
+#include "System/Network/SocketOwner.hpp"
 
 #include <fstream>
 #include <iterator>

@@ -1,4 +1,4 @@
-#include "System/StandardError.hpp"
+#include "System/Files/StandardError.hpp"
 
 #include <chrono>
 #include <csignal>
@@ -9,7 +9,7 @@
 #include <fcntl.h>
 #include <unistd.h>
 
-#include "System/FileDescriptor.hpp"
+#include "System/Files/FileDescriptor.hpp"
 
 namespace zephyl {
 namespace {
@@ -43,7 +43,7 @@ class StandardErrorTest : public ::testing::Test {
     }
   }
   /// How long it takes to write a line.
-  Duration timeToWrite(const std::string& line) {
+  std::chrono::nanoseconds timeToWrite(const std::string& line) {
     const auto began = std::chrono::steady_clock::now();
     error_.write(line);
     return std::chrono::steady_clock::now() - began;

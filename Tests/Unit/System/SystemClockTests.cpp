@@ -1,4 +1,4 @@
-#include "System/SystemClock.hpp"
+#include "System/Concurrency/SystemClock.hpp"
 
 #include <atomic>
 #include <future>
@@ -6,7 +6,7 @@
 #include <gtest/gtest.h>
 
 #include "Support/Eventually.hpp"
-#include "System/Reactor.hpp"
+#include "System/Concurrency/Reactor.hpp"
 
 namespace zephyl {
 namespace {

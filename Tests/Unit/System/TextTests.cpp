@@ -1,4 +1,4 @@
-#include "System/Text.hpp"
+#include "System/Data/Text.hpp"
 
 #include <climits>
 #include <cstdint>

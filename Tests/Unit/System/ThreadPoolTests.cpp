@@ -1,4 +1,4 @@
-#include "System/ThreadPool.hpp"
+#include "System/Concurrency/ThreadPool.hpp"
 
 #include <atomic>
 #include <latch>

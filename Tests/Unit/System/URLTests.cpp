@@ -1,4 +1,4 @@
-#include "System/URL.hpp"
+#include "System/Data/URL.hpp"
 
 #include <gtest/gtest.h>
 

@@ -1,4 +1,4 @@
-#include "System/UserDefaults.hpp"
+#include "System/Files/UserDefaults.hpp"
 
 #include <filesystem>
 #include <thread>
@@ -7,7 +7,7 @@
 
 #include "Support/LogCapture.hpp"
 #include "Support/TemporaryDirectory.hpp"
-#include "System/Files.hpp"
+#include "System/Files/Files.hpp"
 
 namespace zephyl {
 namespace {

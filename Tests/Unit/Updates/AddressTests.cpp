@@ -1,4 +1,4 @@
-#include "Updates/Address.hpp"
+#include "Helpers/Updates/Program/Address.hpp"
 
 #include <gtest/gtest.h>
 

@@ -1,4 +1,4 @@
-#include "Updates/Appcast.hpp"
+#include "Helpers/Updates/Program/Appcast.hpp"
 
 #include <gtest/gtest.h>
 

@@ -1,4 +1,4 @@
-#include "Updates/Archive.hpp"
+#include "Helpers/Updates/Archive/Archive.hpp"
 
 #include <gtest/gtest.h>
 

@@ -1,13 +1,13 @@
-#include "Updates/Extraction.hpp"
+#include "Helpers/Updates/Archive/Extraction.hpp"
 
 #include <gtest/gtest.h>
 
 #include <fcntl.h>
 
+#include "Helpers/Updates/Archive/FreeSpace.hpp"
 #include "Support/TemporaryDirectory.hpp"
-#include "System/Files.hpp"
+#include "System/Files/Files.hpp"
 #include "Unit/Updates/TestArchive.hpp"
-#include "Updates/FreeSpace.hpp"
 
 namespace zephyl {
 namespace {

@@ -1,4 +1,4 @@
-#include "Updates/Installation.hpp"
+#include "Helpers/Updates/Program/Installation.hpp"
 
 #include <set>
 
@@ -13,8 +13,8 @@
 #include <unistd.h>
 
 #include "Support/TemporaryDirectory.hpp"
-#include "System/Files.hpp"
-#include "System/Format.hpp"
+#include "System/Data/Format.hpp"
+#include "System/Files/Files.hpp"
 #include "Unit/Updates/TestArchive.hpp"
 
 namespace zephyl {

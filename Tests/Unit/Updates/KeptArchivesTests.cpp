@@ -1,4 +1,4 @@
-#include "Updates/KeptArchives.hpp"
+#include "Helpers/Updates/Program/KeptArchives.hpp"
 
 #include <gtest/gtest.h>
 
@@ -7,7 +7,7 @@
 #include <unistd.h>
 
 #include "Support/TemporaryDirectory.hpp"
-#include "System/Files.hpp"
+#include "System/Files/Files.hpp"
 
 namespace zephyl {
 namespace {

@@ -1,4 +1,4 @@
-#include "Updates/Selection.hpp"
+#include "Helpers/Updates/Program/Selection.hpp"
 
 #include <gtest/gtest.h>
 

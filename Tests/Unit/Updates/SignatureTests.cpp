@@ -1,4 +1,4 @@
-#include "Updates/Signature.hpp"
+#include "Helpers/Updates/Program/Signature.hpp"
 
 #include <gtest/gtest.h>
 

@@ -1,4 +1,4 @@
-#include "Updates/Trial.hpp"
+#include "Helpers/Updates/Program/Trial.hpp"
 
 #include <csignal>
 
@@ -7,9 +7,9 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include "Helpers/Updates/Protocol/UpdateFiles.hpp"
 #include "Support/TemporaryDirectory.hpp"
-#include "System/Files.hpp"
-#include "UpdateMessages/UpdateFiles.hpp"
+#include "System/Files/Files.hpp"
 
 namespace zephyl {
 namespace {

@@ -1,4 +1,4 @@
-#include "UpdateMessages/UpdateFiles.hpp"
+#include "Helpers/Updates/Protocol/UpdateFiles.hpp"
 
 #include <gtest/gtest.h>
 
@@ -6,7 +6,7 @@
 #include <unistd.h>
 
 #include "Support/TemporaryDirectory.hpp"
-#include "System/Files.hpp"
+#include "System/Files/Files.hpp"
 
 namespace zephyl {
 namespace {

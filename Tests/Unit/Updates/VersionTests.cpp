@@ -1,4 +1,4 @@
-#include "Updates/Version.hpp"
+#include "Helpers/Updates/Program/Version.hpp"
 
 #include <string>
 #include <vector>

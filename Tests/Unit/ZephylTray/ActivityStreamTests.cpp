@@ -1,4 +1,4 @@
-#include "ZephylTray/ActivityStream.hpp"
+#include "ZephylTray/Agent/ActivityStream.hpp"
 
 #include <atomic>
 

@@ -1,11 +1,11 @@
-#include "ZephylTray/AgentClient.hpp"
+#include "ZephylTray/Agent/AgentClient.hpp"
 
 #include <future>
 
 #include <gtest/gtest.h>
 
 #include "Support/FakeAgent.hpp"
-#include "System/Reactor.hpp"
+#include "System/Concurrency/Reactor.hpp"
 
 namespace zephyl {
 namespace {

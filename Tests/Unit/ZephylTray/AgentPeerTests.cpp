@@ -1,4 +1,4 @@
-#include "ZephylTray/AgentPeer.hpp"
+#include "ZephylTray/Agent/AgentPeer.hpp"
 
 #include <gtest/gtest.h>
 

@@ -1,4 +1,4 @@
-#include "ZephylTray/AgentProcess.hpp"
+#include "ZephylTray/Agent/AgentProcess.hpp"
 
 #include <filesystem>
 
@@ -6,9 +6,9 @@
 
 #include "Support/TestRuntime.hpp"
 #include "Support/TrayWorld.hpp"
-#include "System/Bundle.hpp"
-#include "ZephylTray/AgentLaunch.hpp"
-#include "ZephylTray/Servers.hpp"
+#include "System/Files/Bundle.hpp"
+#include "ZephylTray/Agent/AgentLaunch.hpp"
+#include "ZephylTray/Registry/Servers.hpp"
 
 namespace zephyl {
 namespace {

@@ -1,4 +1,4 @@
-#include "ZephylTray/AgentRecords.hpp"
+#include "ZephylTray/Agent/AgentRecords.hpp"
 
 #include <cstdint>
 #include <set>
@@ -6,7 +6,7 @@
 #include <fmt/format.h>
 #include <gtest/gtest.h>
 
-#include "System/JSON.hpp"
+#include "System/Data/JSON.hpp"
 
 namespace zephyl {
 namespace {

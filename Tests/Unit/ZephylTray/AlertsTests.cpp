@@ -1,4 +1,4 @@
-#include "ZephylTray/Alerts.hpp"
+#include "ZephylTray/Approvals/Alerts.hpp"
 
 #include <gtest/gtest.h>
 

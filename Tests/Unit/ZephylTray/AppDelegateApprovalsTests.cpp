@@ -6,10 +6,10 @@
 #include "Support/RawClient.hpp"
 #include "Support/TestRuntime.hpp"
 #include "Support/TrayWorld.hpp"
-#include "System/Bundle.hpp"
-#include "System/JSON.hpp"
-#include "ZephylTray/AppDelegate.hpp"
-#include "ZephylTray/MenuActions.hpp"
+#include "System/Data/JSON.hpp"
+#include "System/Files/Bundle.hpp"
+#include "ZephylTray/App/AppDelegate.hpp"
+#include "ZephylTray/Menu/MenuActions.hpp"
 
 namespace zephyl {
 namespace {

@@ -9,10 +9,10 @@
 #include "Support/RawClient.hpp"
 #include "Support/TestRuntime.hpp"
 #include "Support/TrayWorld.hpp"
-#include "System/JSON.hpp"
-#include "System/UserDefaults.hpp"
-#include "ZephylTray/AppDelegate.hpp"
-#include "ZephylTray/Config.hpp"
+#include "System/Data/JSON.hpp"
+#include "System/Files/UserDefaults.hpp"
+#include "ZephylTray/App/AppDelegate.hpp"
+#include "ZephylTray/Config/Config.hpp"
 
 namespace zephyl {
 namespace {

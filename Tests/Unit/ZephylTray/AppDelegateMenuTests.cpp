@@ -9,8 +9,8 @@
 #include "Support/RawClient.hpp"
 #include "Support/TestRuntime.hpp"
 #include "Support/TrayWorld.hpp"
-#include "ZephylTray/AppDelegate.hpp"
-#include "ZephylTray/MenuActions.hpp"
+#include "ZephylTray/App/AppDelegate.hpp"
+#include "ZephylTray/Menu/MenuActions.hpp"
 
 namespace zephyl {
 namespace {

@@ -9,11 +9,11 @@
 #include "Support/RawClient.hpp"
 #include "Support/TestRuntime.hpp"
 #include "Support/TrayWorld.hpp"
-#include "System/Shell.hpp"
-#include "System/UserDefaults.hpp"
-#include "ZephylTray/AppDelegate.hpp"
-#include "ZephylTray/Config.hpp"
-#include "ZephylTray/MenuActions.hpp"
+#include "System/Files/Shell.hpp"
+#include "System/Files/UserDefaults.hpp"
+#include "ZephylTray/App/AppDelegate.hpp"
+#include "ZephylTray/Config/Config.hpp"
+#include "ZephylTray/Menu/MenuActions.hpp"
 
 namespace zephyl {
 namespace {

@@ -1,4 +1,4 @@
-#include "ZephylTray/AppDelegate.hpp"
+#include "ZephylTray/App/AppDelegate.hpp"
 
 #include <gtest/gtest.h>
 
@@ -8,7 +8,7 @@
 #include "Support/RawClient.hpp"
 #include "Support/TestRuntime.hpp"
 #include "Support/TrayWorld.hpp"
-#include "System/Bundle.hpp"
+#include "System/Files/Bundle.hpp"
 
 namespace zephyl {
 namespace {

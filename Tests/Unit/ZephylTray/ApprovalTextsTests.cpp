@@ -1,4 +1,4 @@
-#include "ZephylTray/ApprovalTexts.hpp"
+#include "ZephylTray/Approvals/ApprovalTexts.hpp"
 
 #include <algorithm>
 

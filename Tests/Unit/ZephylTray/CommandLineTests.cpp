@@ -1,4 +1,4 @@
-#include "ZephylTray/CommandLine.hpp"
+#include "ZephylTray/App/CommandLine.hpp"
 
 #include <vector>
 

@@ -1,4 +1,4 @@
-#include "ZephylTray/Config.hpp"
+#include "ZephylTray/Config/Config.hpp"
 
 #include <filesystem>
 #include <thread>
@@ -8,8 +8,8 @@
 #include "Support/HomelessUser.hpp"
 #include "Support/LogCapture.hpp"
 #include "Support/TemporaryDirectory.hpp"
-#include "System/Bundle.hpp"
-#include "System/UserDefaults.hpp"
+#include "System/Files/Bundle.hpp"
+#include "System/Files/UserDefaults.hpp"
 
 namespace fs = std::filesystem;
 

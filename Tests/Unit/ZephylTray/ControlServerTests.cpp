@@ -1,4 +1,4 @@
-#include "ZephylTray/ControlServer.hpp"
+#include "ZephylTray/Control/ControlServer.hpp"
 
 #include <random>
 #include <thread>
@@ -8,8 +8,8 @@
 #include "Support/Eventually.hpp"
 #include "Support/LogCapture.hpp"
 #include "Support/RawClient.hpp"
-#include "System/MainLoop.hpp"
-#include "System/Text.hpp"
+#include "System/Concurrency/MainLoop.hpp"
+#include "System/Data/Text.hpp"
 
 namespace zephyl {
 namespace {

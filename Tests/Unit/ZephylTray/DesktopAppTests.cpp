@@ -1,4 +1,4 @@
-#include "ZephylTray/DesktopApp.hpp"
+#include "ZephylTray/Actions/DesktopApp.hpp"
 
 #include <filesystem>
 #include <sstream>
@@ -10,11 +10,11 @@
 #include "Support/Processes.hpp"
 #include "Support/TestRuntime.hpp"
 #include "Support/TrayWorld.hpp"
-#include "System/Bundle.hpp"
-#include "System/Files.hpp"
-#include "System/Guardian.hpp"
-#include "System/Shell.hpp"
-#include "System/SystemProcessLauncher.hpp"
+#include "System/Files/Bundle.hpp"
+#include "System/Files/Files.hpp"
+#include "System/Files/Shell.hpp"
+#include "System/Processes/Guardian.hpp"
+#include "System/Processes/SystemProcessLauncher.hpp"
 
 namespace zephyl {
 namespace {

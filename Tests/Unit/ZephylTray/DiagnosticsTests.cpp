@@ -1,4 +1,4 @@
-#include "ZephylTray/Diagnostics.hpp"
+#include "ZephylTray/Control/Diagnostics.hpp"
 
 #include <gtest/gtest.h>
 

@@ -1,4 +1,4 @@
-#include "ZephylTray/FolderScope.hpp"
+#include "ZephylTray/Actions/FolderScope.hpp"
 
 #include <gtest/gtest.h>
 

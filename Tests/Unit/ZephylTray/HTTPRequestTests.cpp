@@ -1,4 +1,4 @@
-#include "ZephylTray/HTTPRequest.hpp"
+#include "ZephylTray/Control/HTTPRequest.hpp"
 
 #include <gtest/gtest.h>
 

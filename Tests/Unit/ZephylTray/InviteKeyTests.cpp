@@ -1,4 +1,4 @@
-#include "ZephylTray/InviteKey.hpp"
+#include "ZephylTray/Registry/InviteKey.hpp"
 
 #include <gtest/gtest.h>
 

@@ -1,4 +1,4 @@
-#include "ZephylTray/LogExcerpt.hpp"
+#include "ZephylTray/Actions/LogExcerpt.hpp"
 
 #include <gtest/gtest.h>
 

@@ -1,4 +1,4 @@
-#include "ZephylTray/Route.hpp"
+#include "ZephylTray/Control/Route.hpp"
 
 #include <gtest/gtest.h>
 

@@ -1,4 +1,4 @@
-#include "ZephylTray/ServerConnections.hpp"
+#include "ZephylTray/Agent/ServerConnections.hpp"
 
 #include <algorithm>
 

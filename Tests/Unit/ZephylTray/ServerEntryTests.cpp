@@ -1,8 +1,8 @@
-#include "ZephylTray/ServerEntry.hpp"
+#include "ZephylTray/Registry/ServerEntry.hpp"
 
 #include <gtest/gtest.h>
 
-#include "System/JSON.hpp"
+#include "System/Data/JSON.hpp"
 
 namespace zephyl {
 namespace {

@@ -1,4 +1,4 @@
-#include "ZephylTray/ServerMenu.hpp"
+#include "ZephylTray/Menu/ServerMenu.hpp"
 
 #include <algorithm>
 

@@ -1,4 +1,4 @@
-#include "ZephylTray/ServerMigration.hpp"
+#include "ZephylTray/Registry/ServerMigration.hpp"
 
 #include <gtest/gtest.h>
 

@@ -1,4 +1,4 @@
-#include "ZephylTray/ServerPorts.hpp"
+#include "ZephylTray/Registry/ServerPorts.hpp"
 
 #include <algorithm>
 
@@ -9,7 +9,7 @@
 #include <sys/resource.h>
 #include <sys/socket.h>
 
-#include "System/FileDescriptor.hpp"
+#include "System/Files/FileDescriptor.hpp"
 
 namespace zephyl {
 namespace {

@@ -9,9 +9,9 @@
 
 #include "Support/ManualClock.hpp"
 #include "Support/TrayWorld.hpp"
-#include "System/Files.hpp"
-#include "System/ThreadPool.hpp"
-#include "ZephylTray/Servers.hpp"
+#include "System/Concurrency/ThreadPool.hpp"
+#include "System/Files/Files.hpp"
+#include "ZephylTray/Registry/Servers.hpp"
 
 namespace zephyl::test {
 

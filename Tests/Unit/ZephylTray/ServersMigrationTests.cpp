@@ -1,8 +1,8 @@
 #include "ServersFixture.hpp"
 #include "Support/FileSizeLimit.hpp"
 #include "Support/LogCapture.hpp"
-#include "System/UserDefaults.hpp"
-#include "ZephylTray/Config.hpp"
+#include "System/Files/UserDefaults.hpp"
+#include "ZephylTray/Config/Config.hpp"
 
 namespace fs = std::filesystem;
 

@@ -1,4 +1,4 @@
-#include "ZephylTray/Servers.hpp"
+#include "ZephylTray/Registry/Servers.hpp"
 
 #include <barrier>
 #include <set>

@@ -1,4 +1,4 @@
-#include "ZephylTray/SingleOwnerLock.hpp"
+#include "ZephylTray/App/SingleOwnerLock.hpp"
 
 #include <csignal>
 #include <cstdlib>
@@ -13,7 +13,7 @@
 
 #include "Support/Eventually.hpp"
 #include "Support/TemporaryDirectory.hpp"
-#include "System/Files.hpp"
+#include "System/Files/Files.hpp"
 
 namespace fs = std::filesystem;
 

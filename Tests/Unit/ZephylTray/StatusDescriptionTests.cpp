@@ -1,4 +1,4 @@
-#include "ZephylTray/StatusDescription.hpp"
+#include "ZephylTray/Menu/StatusDescription.hpp"
 
 #include <gtest/gtest.h>
 

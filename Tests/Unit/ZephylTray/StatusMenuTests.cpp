@@ -1,4 +1,4 @@
-#include "ZephylTray/StatusMenu.hpp"
+#include "ZephylTray/Menu/StatusMenu.hpp"
 
 #include <algorithm>
 #include <set>
@@ -6,7 +6,7 @@
 #include <gtest/gtest.h>
 
 #include "Support/MenuText.hpp"
-#include "System/JSON.hpp"
+#include "System/Data/JSON.hpp"
 
 namespace zephyl {
 namespace {

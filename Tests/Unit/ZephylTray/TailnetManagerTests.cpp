@@ -1,4 +1,4 @@
-#include "ZephylTray/TailnetManager.hpp"
+#include "ZephylTray/Tailnet/TailnetManager.hpp"
 
 #include <algorithm>
 #include <filesystem>

@@ -1,4 +1,4 @@
-#include "ZephylTray/TailnetMarkers.hpp"
+#include "ZephylTray/Tailnet/TailnetMarkers.hpp"
 
 #include <gtest/gtest.h>
 

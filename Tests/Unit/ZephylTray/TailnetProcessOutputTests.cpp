@@ -1,5 +1,5 @@
 #include "Support/LogCapture.hpp"
-#include "System/Files.hpp"
+#include "System/Files/Files.hpp"
 #include "TailnetProcessTest.hpp"
 
 namespace zephyl {

@@ -9,8 +9,8 @@
 
 #include "Support/TestRuntime.hpp"
 #include "Support/TrayWorld.hpp"
-#include "ZephylTray/Servers.hpp"
-#include "ZephylTray/TailnetProcess.hpp"
+#include "ZephylTray/Registry/Servers.hpp"
+#include "ZephylTray/Tailnet/TailnetProcess.hpp"
 
 namespace zephyl {
 

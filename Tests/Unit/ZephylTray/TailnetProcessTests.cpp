@@ -2,8 +2,8 @@
 #include <filesystem>
 
 #include "Support/LogCapture.hpp"
-#include "System/Environment.hpp"
-#include "System/Files.hpp"
+#include "System/Files/Environment.hpp"
+#include "System/Files/Files.hpp"
 #include "TailnetProcessTest.hpp"
 
 namespace zephyl {

@@ -12,7 +12,7 @@
 
 #include "Support/TestRuntime.hpp"
 #include "Support/TrayWorld.hpp"
-#include "ZephylTray/TailnetProcess.hpp"
+#include "ZephylTray/Tailnet/TailnetProcess.hpp"
 
 namespace zephyl {
 namespace {

@@ -1,4 +1,4 @@
-#include "ZephylTray/TrialStart.hpp"
+#include "Helpers/Updates/Client/TrialStart.hpp"
 
 #include <filesystem>
 
@@ -9,14 +9,14 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "Helpers/Updates/Protocol/UpdateFiles.hpp"
 #include "Support/Eventually.hpp"
 #include "Support/LogCapture.hpp"
 #include "Support/Processes.hpp"
 #include "Support/TemporaryDirectory.hpp"
-#include "System/Bundle.hpp"
-#include "System/FileDescriptor.hpp"
-#include "System/Files.hpp"
-#include "UpdateMessages/UpdateFiles.hpp"
+#include "System/Files/Bundle.hpp"
+#include "System/Files/FileDescriptor.hpp"
+#include "System/Files/Files.hpp"
 
 namespace zephyl {
 namespace {

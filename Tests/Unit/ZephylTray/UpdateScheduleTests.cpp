@@ -1,14 +1,19 @@
-#include "ZephylTray/UpdateSchedule.hpp"
+#include "Helpers/Updates/Client/UpdateSchedule.hpp"
 
 #include <gtest/gtest.h>
 
 #include "Support/TrayWorld.hpp"
+#include "ZephylTray/Config/Config.hpp"
 
 namespace zephyl {
 namespace {
 
 using namespace std::chrono_literals;
 using std::chrono::sys_seconds;
+
+UpdateSettings settings() {
+  return UpdateSettings(Config::defaults());
+}
 
 const sys_seconds now{1'000'000s};
 
@@ -42,53 +47,53 @@ TEST(UpdateSchedule, TriesAgainAfterAnHourOrTwo) {
 
 TEST(UpdateSettings, AreReadFromTheUserDefaults) {
   const test::TrayWorld world;
-  EXPECT_EQ(updateSettings::checkInterval(), 24h);
-  EXPECT_EQ(updateSettings::lastCheck(), std::nullopt);
-  EXPECT_FALSE(updateSettings::installsAutomatically());
-  EXPECT_EQ(updateSettings::skippedVersion(), std::nullopt);
-  EXPECT_TRUE(updateSettings::channels().empty());
+  EXPECT_EQ(settings().checkInterval(), 24h);
+  EXPECT_EQ(settings().lastCheck(), std::nullopt);
+  EXPECT_FALSE(settings().installsAutomatically());
+  EXPECT_EQ(settings().skippedVersion(), std::nullopt);
+  EXPECT_TRUE(settings().channels().empty());
 
   world.directory().write("config/com.zephyl.tray/defaults.json",
                           R"({"SUScheduledCheckInterval": -5, "SUAutomaticallyUpdate": 1,
                               "SUChannels": " beta  nightly "})");
-  EXPECT_EQ(updateSettings::checkInterval(), 1s);
-  EXPECT_TRUE(updateSettings::installsAutomatically());
-  EXPECT_EQ(updateSettings::channels(), (std::vector<std::string>{"beta", "nightly"}));
-  updateSettings::setLastCheck(now);
-  EXPECT_EQ(updateSettings::lastCheck(), now);
-  updateSettings::setSkippedVersion("2.0");
-  EXPECT_EQ(updateSettings::skippedVersion(), "2.0");
+  EXPECT_EQ(settings().checkInterval(), 1s);
+  EXPECT_TRUE(settings().installsAutomatically());
+  EXPECT_EQ(settings().channels(), (std::vector<std::string>{"beta", "nightly"}));
+  settings().setLastCheck(now);
+  EXPECT_EQ(settings().lastCheck(), now);
+  settings().setSkippedVersion("2.0");
+  EXPECT_EQ(settings().skippedVersion(), "2.0");
 }
 
 TEST(UpdateSettings, RememberTheNewestFeedOfAnAddress) {
   const test::TrayWorld world;
-  EXPECT_EQ(updateSettings::newestFeedDate("https://a/"), std::nullopt);
-  updateSettings::rememberFeedDate("https://a/", now);
-  updateSettings::rememberFeedDate("https://a/", now - 1s);
-  EXPECT_EQ(updateSettings::newestFeedDate("https://a/"), now);
-  EXPECT_EQ(updateSettings::newestFeedDate("https://b/"), std::nullopt);
-  updateSettings::rememberFeedDate("https://b/", now - 1h);
-  EXPECT_EQ(updateSettings::newestFeedDate("https://b/"), now - 1h);
-  EXPECT_EQ(updateSettings::newestFeedDate("https://a/"), std::nullopt);
+  EXPECT_EQ(settings().newestFeedDate("https://a/"), std::nullopt);
+  settings().rememberFeedDate("https://a/", now);
+  settings().rememberFeedDate("https://a/", now - 1s);
+  EXPECT_EQ(settings().newestFeedDate("https://a/"), now);
+  EXPECT_EQ(settings().newestFeedDate("https://b/"), std::nullopt);
+  settings().rememberFeedDate("https://b/", now - 1h);
+  EXPECT_EQ(settings().newestFeedDate("https://b/"), now - 1h);
+  EXPECT_EQ(settings().newestFeedDate("https://a/"), std::nullopt);
 }
 
 TEST(UpdateSettings, KnowSinceWhenChecksShouldHaveSucceeded) {
   const test::TrayWorld world;
-  EXPECT_EQ(updateSettings::lastSuccess(now), now);
-  EXPECT_EQ(updateSettings::lastSuccess(now + 1h), now);
-  updateSettings::setLastCheck(now + 2h);
-  EXPECT_EQ(updateSettings::lastSuccess(now + 3h), now + 2h);
-  EXPECT_FALSE(updateSettings::missingChecksTold());
-  updateSettings::setMissingChecksTold(true);
-  EXPECT_TRUE(updateSettings::missingChecksTold());
-  updateSettings::setMissingChecksTold(false);
-  EXPECT_FALSE(updateSettings::missingChecksTold());
+  EXPECT_EQ(settings().lastSuccess(now), now);
+  EXPECT_EQ(settings().lastSuccess(now + 1h), now);
+  settings().setLastCheck(now + 2h);
+  EXPECT_EQ(settings().lastSuccess(now + 3h), now + 2h);
+  EXPECT_FALSE(settings().missingChecksTold());
+  settings().setMissingChecksTold(true);
+  EXPECT_TRUE(settings().missingChecksTold());
+  settings().setMissingChecksTold(false);
+  EXPECT_FALSE(settings().missingChecksTold());
 }
 
 TEST(UpdateSettings, DrawTheGroupOfAPhasedRollOutOnce) {
   const test::TrayWorld world;
-  EXPECT_EQ(updateSettings::rolloutGroup([] { return 0.999; }), 6);
-  EXPECT_EQ(updateSettings::rolloutGroup([] { return 0.0; }), 6);
+  EXPECT_EQ(settings().rolloutGroup([] { return 0.999; }), 6);
+  EXPECT_EQ(settings().rolloutGroup([] { return 0.0; }), 6);
 }
 
 }  // namespace

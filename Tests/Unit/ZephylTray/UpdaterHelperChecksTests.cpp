@@ -4,7 +4,7 @@
 #include <unistd.h>
 
 #include "Support/LogCapture.hpp"
-#include "System/Files.hpp"
+#include "System/Files/Files.hpp"
 #include "Unit/ZephylTray/UpdaterHelperTest.hpp"
 
 namespace zephyl {
@@ -131,13 +131,13 @@ TEST_F(UpdaterHelperTest, RemembersTheDateOfTheNewestFeed) {
 
 TEST_F(UpdaterHelperTest, NotesTheDateOfTheFeedWithAVersionThatFailed) {
   makeStateDirectory();
-  updateSettings::rememberFeedDate("https://a.example/feed",
-                                   std::chrono::sys_seconds(std::chrono::seconds(500)));
+  settings().rememberFeedDate("https://a.example/feed",
+                              std::chrono::sys_seconds(std::chrono::seconds(500)));
   ASSERT_TRUE(writeNote(files_.failed, {.version = "200", .displayVersion = "2.0"}));
   start();
   press("OK");
-  updateSettings::rememberFeedDate("https://a.example/feed",
-                                   std::chrono::sys_seconds(std::chrono::seconds(600)));
+  settings().rememberFeedDate("https://a.example/feed",
+                              std::chrono::sys_seconds(std::chrono::seconds(600)));
   runtime_.advance(1min);
   EXPECT_EQ(command().check->failed.value().version, "200");
   EXPECT_EQ(command().check->failed->feedDate, 500);
@@ -146,7 +146,7 @@ TEST_F(UpdaterHelperTest, NotesTheDateOfTheFeedWithAVersionThatFailed) {
 // Checks that fail for weeks
 
 TEST_F(UpdaterHelperTest, TellsOnceWhenNoCheckHasSucceededForFourWeeks) {
-  updateSettings::setLastCheck(now());
+  settings().setLastCheck(now());
   start();
   const auto failChecksFor = [&](std::chrono::hours time) {
     for (const auto until = now() + time; now() < until;) {
@@ -189,7 +189,7 @@ TEST_F(UpdaterHelperTest, CountsTheFourWeeksFromTheFirstStartWhenNoCheckEverSucc
 // The clock
 
 TEST_F(UpdaterHelperTest, ChecksWhenItIsDueAlthoughTheClockWasSetBack) {
-  updateSettings::setLastCheck(now());
+  settings().setLastCheck(now());
   start();
   runtime_.clock.setCalendar(-30 * 24h);
   runtime_.advance(25h);
@@ -197,7 +197,7 @@ TEST_F(UpdaterHelperTest, ChecksWhenItIsDueAlthoughTheClockWasSetBack) {
 }
 
 TEST_F(UpdaterHelperTest, ChecksWhenItIsDueAfterASuspend) {
-  updateSettings::setLastCheck(now());
+  settings().setLastCheck(now());
   start();
   runtime_.clock.setCalendar(25h);
   runtime_.advance(UpdaterHelper::lookInterval);
@@ -212,7 +212,7 @@ TEST_F(UpdaterHelperTest, BelievesNothingInADirectoryThatOthersMayEnter) {
   ASSERT_TRUE(writeNote(files_.failed, {.version = "200", .displayVersion = "2.0, call …"}));
   ASSERT_TRUE(writeNote(files_.trial, {.version = "1.0", .displayVersion = "1.0"}));
   ASSERT_EQ(::chmod(files_.directory.c_str(), 0755), 0);
-  updateSettings::setLastCheck(now());
+  settings().setLastCheck(now());
   start();
   EXPECT_TRUE(dialogs_.alerts().empty());
   runtime_.advance(10min);

@@ -8,15 +8,16 @@
 
 #include <gtest/gtest.h>
 
+#include "Helpers/Updates/Client/UpdateSchedule.hpp"
+#include "Helpers/Updates/Client/UpdaterHelper.hpp"
+#include "Helpers/Updates/Protocol/UpdateFiles.hpp"
 #include "Support/FakeDialogs.hpp"
 #include "Support/TestRuntime.hpp"
 #include "Support/TrayWorld.hpp"
-#include "System/Bundle.hpp"
-#include "System/Files.hpp"
-#include "System/JSON.hpp"
-#include "UpdateMessages/UpdateFiles.hpp"
-#include "ZephylTray/UpdateSchedule.hpp"
-#include "ZephylTray/UpdaterHelper.hpp"
+#include "System/Data/JSON.hpp"
+#include "System/Files/Bundle.hpp"
+#include "System/Files/Files.hpp"
+#include "ZephylTray/Config/Config.hpp"
 
 namespace zephyl::test {
 
@@ -66,6 +67,8 @@ class UpdaterHelperTest : public ::testing::Test {
   UpdaterHelperTest(const UpdaterHelperTest&) = delete;
   UpdaterHelperTest& operator=(const UpdaterHelperTest&) = delete;
 
+  static UpdateSettings settings() { return UpdateSettings(Config::defaults()); }
+
   void start() {
     controller_ = UpdaterHelper::factory(
         runtime_.runtime(), dialogs_,
@@ -74,12 +77,13 @@ class UpdaterHelperTest : public ::testing::Test {
          .version = "1.0",
          .arguments = {"--headless"},
          .relaunch = [this] { ++relaunches_; },
-         .random = [] { return 0.5; }})(delegate_);
+         .random = [] { return 0.5; },
+         .settings = settings()})(delegate_);
     ASSERT_NE(controller_, nullptr);
   }
   /// The user asks; nothing is due by itself.
   void startAndCheck() {
-    updateSettings::setLastCheck(now());
+    settings().setLastCheck(now());
     start();
     controller_->checkForUpdates();
   }

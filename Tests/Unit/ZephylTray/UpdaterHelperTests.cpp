@@ -2,10 +2,10 @@
 
 #include <unistd.h>
 
+#include "Helpers/Updates/Client/UpdateAlerts.hpp"
 #include "Support/LogCapture.hpp"
-#include "System/Files.hpp"
+#include "System/Files/Files.hpp"
 #include "Unit/ZephylTray/UpdaterHelperTest.hpp"
-#include "ZephylTray/UpdateAlerts.hpp"
 
 namespace zephyl {
 namespace {
@@ -124,7 +124,7 @@ TEST_F(UpdaterHelperTest, DownloadsOnWhenNothingCanBeShownAndLogsTheBeginningAnd
 TEST_F(UpdaterHelperTest, TakesUpSoonWhatLayReadyAtTheLastEnd) {
   makeStateDirectory();
   ASSERT_TRUE(createDirectories(files_.staged));
-  updateSettings::setLastCheck(now());
+  settings().setLastCheck(now());
   start();
   runtime_.advance(1min);
   ASSERT_EQ(runs(), 1U);
@@ -141,11 +141,11 @@ TEST_F(UpdaterHelperTest, LeavesAnUpdateForLaterOrSkipsIt) {
   press("Remind Me Later");
   EXPECT_EQ(delegate_->take(), (Told{"attention", "finished"}));
   EXPECT_TRUE(controller_->canCheckForUpdates());
-  EXPECT_EQ(updateSettings::skippedVersion(), std::nullopt);
+  EXPECT_EQ(settings().skippedVersion(), std::nullopt);
   controller_->checkForUpdates();
   find();
   press("Skip This Version");
-  EXPECT_EQ(updateSettings::skippedVersion(), "200");
+  EXPECT_EQ(settings().skippedVersion(), "200");
   runtime_.advance(25h);
   EXPECT_EQ(command().check->skip, std::vector<std::string>{"200"});
   findNothing();
@@ -222,7 +222,7 @@ TEST_F(UpdaterHelperTest, TriesAgainSoonerAfterAFailureThatItTellsTheLogAlone) {
   report({.failed = "The server cannot be reached."});
   EXPECT_TRUE(dialogs_.alerts().empty());
   EXPECT_EQ(delegate_->take(), Told{"finished"});
-  EXPECT_EQ(updateSettings::lastCheck(), std::nullopt);
+  EXPECT_EQ(settings().lastCheck(), std::nullopt);
   runtime_.advance(89min);
   EXPECT_EQ(runs(), 1U);
   runtime_.advance(1min);
@@ -298,8 +298,9 @@ TEST_F(UpdaterHelperTest, TellsOnceOfAVersionThatWasTakenBackAndTriesItNoMore) {
 }
 
 TEST_F(UpdaterHelperTest, DoesNotExistWithoutItsProgram) {
-  const auto factory = UpdaterHelper::factory(runtime_.runtime(), dialogs_,
-                                              {.program = "/nonexistent", .prefix = prefix_});
+  const auto factory = UpdaterHelper::factory(
+      runtime_.runtime(), dialogs_,
+      {.program = "/nonexistent", .prefix = prefix_, .settings = settings()});
   EXPECT_EQ(factory(delegate_), nullptr);
 }
 

@@ -1,4 +1,4 @@
-#include "ZephylTray/Updater.hpp"
+#include "Helpers/Updates/Client/Updater.hpp"
 
 #include <atomic>
 #include <thread>
@@ -9,7 +9,7 @@
 #include "Support/FakeUpdateFramework.hpp"
 #include "Support/TestRuntime.hpp"
 #include "Support/TrayWorld.hpp"
-#include "System/Bundle.hpp"
+#include "System/Files/Bundle.hpp"
 
 namespace zephyl {
 namespace {

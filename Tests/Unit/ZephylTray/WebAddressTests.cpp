@@ -1,4 +1,4 @@
-#include "ZephylTray/WebAddress.hpp"
+#include "ZephylTray/Actions/WebAddress.hpp"
 
 #include <gtest/gtest.h>
 

@@ -1,0 +1,38 @@
+#pragma once
+
+#include <cstdint>
+#include <vector>
+
+#include "Desktop/Freedesktop/Bus/WatchedName.hpp"
+#include "Desktop/Freedesktop/Menu/LevelReaders.hpp"
+#include "Desktop/Freedesktop/Menu/MenuProperties.hpp"
+
+namespace zephyl {
+
+/// The hosts that read the menu over one connection to the bus. Bus thread only.
+class MenuReaders {
+ public:
+  void connected(const BusConnection& connection) { gnomeShell_.watch(connection); }
+  void disconnected();
+
+  /// Notes that the caller reads. Returns how it is shown dots.
+  DotStyle styleFor(sd_bus_message& call);
+  /// The same for the host that has read last.
+  [[nodiscard]] DotStyle lastStyle() const { return lastStyle_; }
+  /// Whether any host has read. Without a reader there is no need for signals.
+  [[nodiscard]] bool any() const { return any_; }
+
+  /// Notes that the caller reads `depth` levels below `row`. Returns the ids of the submenus that
+  /// it has to be notified of, see `LevelReaders`.
+  std::vector<std::int32_t> unread(sd_bus_message& call, const MenuRow& row, int depth);
+  /// Forgets the submenus that are not in the layout any more.
+  void retain(const MenuLayout& layout) { levelReaders_.retain(layout); }
+
+ private:
+  WatchedName gnomeShell_{"org.gnome.Shell"};
+  LevelReaders levelReaders_;
+  DotStyle lastStyle_ = DotStyle::icon;
+  bool any_ = false;
+};
+
+}  // namespace zephyl

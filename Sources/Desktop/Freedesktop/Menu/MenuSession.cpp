@@ -1,0 +1,53 @@
+#include "Desktop/Freedesktop/Menu/MenuSession.hpp"
+
+#include <utility>
+
+namespace zephyl {
+
+MenuSession::Events MenuSession::aboutToShowRoot(std::string_view host, Instant now) {
+  if (open_ && rootOpened_ && now - *rootOpened_ <= sameOpening) return {};
+  // Still open: then nobody has said that it was closed.
+  auto events = close();
+  events.push_back(Event::needsUpdate);
+  return open(std::move(events), host, now);
+}
+
+MenuSession::Events MenuSession::opened(std::string_view host, bool root, Instant now) {
+  if (root) rootOpened_ = now;
+  return open({}, host, now);
+}
+
+MenuSession::Events MenuSession::closedRoot(std::string_view host) {
+  if (!closingHosts_.contains(host)) {
+    if (closingHosts_.size() == rememberedHosts) closingHosts_.clear();
+    closingHosts_.emplace(host);
+  }
+  return close();
+}
+
+MenuSession::Events MenuSession::expire(Instant now) {
+  const auto limit = deadline();
+  if (!limit || now < *limit) return {};
+  return close();
+}
+
+std::optional<Instant> MenuSession::deadline() const {
+  if (!open_ || closingHosts_.contains(host_)) return std::nullopt;
+  return lastCall_ + silenceLimit;
+}
+
+MenuSession::Events MenuSession::open(Events before, std::string_view host, Instant now) {
+  called(now);
+  host_ = host;
+  if (!std::exchange(open_, true)) before.push_back(Event::willOpen);
+  return before;
+}
+
+MenuSession::Events MenuSession::close() {
+  rootOpened_.reset();
+  host_.clear();
+  if (!std::exchange(open_, false)) return {};
+  return {Event::didClose};
+}
+
+}  // namespace zephyl

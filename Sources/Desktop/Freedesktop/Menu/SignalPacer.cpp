@@ -1,0 +1,60 @@
+#include "Desktop/Freedesktop/Menu/SignalPacer.hpp"
+
+#include <algorithm>
+#include <utility>
+
+namespace zephyl {
+
+std::size_t SignalPacer::add(Source source) {
+  sources_.push_back({std::move(source)});
+  return sources_.size() - 1;
+}
+
+void SignalPacer::request(std::size_t source) {
+  if (std::exchange(sources_[source].requested, true)) return;
+  queue_.push_back(source);
+  sendWhatMay();
+}
+
+void SignalPacer::sendNow(std::size_t source) {
+  send(sources_[source], clock_.now());
+}
+
+void SignalPacer::send(Waiting& waiting, Instant now) {
+  const std::size_t count = waiting.source.send();
+  if (count > 0) waiting.earliest = now + waiting.source.interval;
+  sent_.insert(sent_.end(), count, now);
+  while (sent_.size() > perWindow) sent_.pop_front();
+}
+
+Instant SignalPacer::roomFor(std::size_t most) const {
+  if (sent_.size() + most <= perWindow) return {};
+  return sent_[sent_.size() + most - perWindow - 1] + window;
+}
+
+void SignalPacer::sendWhatMay() {
+  const Instant now = clock_.now();
+  auto next = Instant::max();
+  Instant roomBefore{};  // whoever waits for room keeps its place: those behind do not take it
+  std::deque<std::size_t> later;
+  for (const std::size_t number : std::exchange(queue_, {})) {
+    Waiting& waiting = sources_[number];
+    const Instant room = std::max(roomBefore, roomFor(waiting.source.most));
+    const Instant due = std::max(room, waiting.earliest);
+    if (due > now) {
+      if (room > now) roomBefore = room;
+      next = std::min(next, due);
+      later.push_back(number);
+      continue;
+    }
+    waiting.requested = false;
+    send(waiting, now);
+  }
+  queue_ = std::move(later);
+  timer_.cancel();
+  if (!queue_.empty()) {
+    timer_ = later_(std::max(next - now, Duration::zero()), [this] { sendWhatMay(); });
+  }
+}
+
+}  // namespace zephyl

@@ -1,0 +1,36 @@
+#pragma once
+
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "Desktop/Terminal/Drawing/Look.hpp"
+
+/// Texts by the columns that they take on a terminal. Pure. Texts are UTF-8; what is none of it is
+/// taken byte by byte. Widths count columns: two for wide characters, none for those that combine
+/// with the one before.
+namespace zephyl::displayText {
+
+/// What is shown in one place: a character and those that combine with it.
+struct Glyph {
+  std::string_view bytes;
+  int width = 1;
+};
+
+/// The glyphs of a text, from left to right. They refer to `text`.
+std::vector<Glyph> glyphs(std::string_view text);
+
+int width(std::string_view text);
+
+/// `text` as a terminal of this look can show it: without the marks that ask for a picture instead
+/// of a character, whose width no two terminals agree on, and where there is no Unicode, in ASCII.
+std::string shown(std::string_view text, const Look& look);
+
+/// As much of `text` as fits, with an ellipsis where something is left out.
+std::string cut(std::string_view text, int columns, const Look& look);
+
+/// The lines of `text`, broken between words so that none is wider than `columns`; words that are
+/// wider are broken anywhere. A line that goes on begins where the first one's text did.
+std::vector<std::string> wrapped(std::string_view text, int columns);
+
+}  // namespace zephyl::displayText

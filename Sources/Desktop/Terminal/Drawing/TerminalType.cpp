@@ -1,0 +1,166 @@
+#include "Desktop/Terminal/Drawing/TerminalType.hpp"
+
+#include <array>
+#include <cstdint>
+#include <utility>
+
+// Last, since their macros have everyday names.
+// clang-format off
+#include <curses.h>
+#include <term.h>
+
+#include "System/Data/Format.hpp"
+// clang-format on
+
+namespace zephyl {
+
+namespace {
+
+/// Without the pauses that terminals of old needed.
+std::string withoutPadding(std::string_view text) {
+  std::string result;
+  while (!text.empty()) {
+    const auto begin = text.find("$<");
+    const auto end = begin == std::string_view::npos ? begin : text.find('>', begin);
+    if (end == std::string_view::npos) return result.append(text);
+    result += text.substr(0, begin);
+    text.remove_prefix(end + 1);
+  }
+  return result;
+}
+
+std::string capability(const char* name) {
+  const char* const value = ::tigetstr(name);
+  // NOLINTNEXTLINE(performance-no-int-to-ptr): so its manual says
+  if (value == nullptr || value == reinterpret_cast<const char*>(std::intptr_t{-1})) return {};
+  return withoutPadding(value);
+}
+
+/// With its parameters filled in.
+std::string filledIn(const std::string& capability, long first, long second = 0) {
+  if (capability.empty()) return {};
+  const char* const value = ::tparm(capability.c_str(), first, second, 0L, 0L, 0L, 0L, 0L, 0L, 0L);
+  return value == nullptr ? "" : value;
+}
+
+std::string base64(std::string_view bytes) {
+  constexpr std::string_view digits =
+      "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
+  std::string text;
+  text.reserve((bytes.size() + 2) / 3 * 4);
+  for (std::size_t at = 0; at < bytes.size(); at += 3) {
+    const std::size_t count = std::min<std::size_t>(3, bytes.size() - at);
+    std::uint32_t group = 0;
+    for (std::size_t i = 0; i < 3; ++i) {
+      group = (group << 8U) | (i < count ? static_cast<unsigned char>(bytes[at + i]) : 0U);
+    }
+    for (std::size_t i = 0; i < 4; ++i) {
+      text += i <= count ? digits[(group >> (18U - 6U * i)) & 0x3FU] : '=';
+    }
+  }
+  return text;
+}
+
+constexpr std::array<std::pair<const char*, Key::Kind>, 11> keyCapabilities{
+    {{"kcuu1", Key::Kind::up},
+     {"kcud1", Key::Kind::down},
+     {"kcub1", Key::Kind::left},
+     {"kcuf1", Key::Kind::right},
+     {"khome", Key::Kind::home},
+     {"kend", Key::Kind::end},
+     {"kpp", Key::Kind::pageUp},
+     {"knp", Key::Kind::pageDown},
+     {"kdch1", Key::Kind::remove},
+     {"kcbt", Key::Kind::backTab},
+     {"kbs", Key::Kind::backspace}}};
+
+/// Reports of the mouse's buttons in numbers and of the focus; marks around pasted text.
+constexpr std::string_view extensionsOn = "\x1b[?1000h\x1b[?1004h\x1b[?1006h\x1b[?2004h";
+constexpr std::string_view extensionsOff = "\x1b[?2004l\x1b[?1006l\x1b[?1004l\x1b[?1000l";
+
+}  // namespace
+
+Result<TerminalType> TerminalType::load(const std::string& name, bool colours) {
+  if (name.empty()) return Error{"the type of the terminal is not known (TERM is not set)"};
+  int found = 0;
+  if (::setupterm(name.c_str(), 1, &found) != OK) {
+    return Error{formatText("the terminal's type \"{}\" is not known here", name)};
+  }
+  TerminalType type;
+  type.read();
+  if (!colours) type.colours_ = 0;
+  ::del_curterm(cur_term);
+  if (type.move_.empty() || type.clear_.empty()) {
+    return Error{formatText("a terminal of type \"{}\" cannot show a menu", name)};
+  }
+  return type;
+}
+
+void TerminalType::read() {
+  move_ = capability("cup");
+  plain_ = capability("sgr0");
+  bold_ = capability("bold");
+  dim_ = capability("dim");
+  reverse_ = capability("rev");
+  foreground_ = capability("setaf");
+  clear_ = capability("clear");
+  showCursor_ = capability("cnorm");
+  hideCursor_ = capability("civis");
+  bell_ = capability("bel");
+  enter_ = capability("smcup") + capability("smkx");
+  leave_ = capability("rmkx") + capability("rmcup");
+  // Linux's console has a mouse's name in its entry, but no second screen.
+  isExtended_ = !capability("kmous").empty() && !capability("smcup").empty();
+  colours_ = foreground_.empty() ? 0 : ::tigetnum("colors");
+  for (const auto& [name, kind] : keyCapabilities) {
+    if (auto sequence = capability(name); !sequence.empty()) {
+      keys_.emplace_back(std::move(sequence), kind);
+    }
+  }
+}
+
+std::string TerminalType::moveTo(int row, int column) const {
+  return filledIn(move_, row, column);
+}
+
+std::string TerminalType::colour(CellStyle::Colour colour) const {
+  using Colour = CellStyle::Colour;
+  const bool many = colours_ >= 256;
+  switch (colour) {
+    case Colour::grey:
+      return colours_ >= 16 ? filledIn(foreground_, 8) : dim_;
+    case Colour::green:
+      return filledIn(foreground_, 2);
+    case Colour::orange:
+      return filledIn(foreground_, many ? 208 : 3);
+    case Colour::red:
+      return filledIn(foreground_, 1);
+    case Colour::normal:
+      break;
+  }
+  return {};
+}
+
+std::string TerminalType::style(const CellStyle& style) const {
+  std::string bytes = plain_;
+  if (style.bold) bytes += bold_;
+  if (style.dim) bytes += dim_;
+  if (style.reverse) bytes += reverse_;
+  if (hasColours()) bytes += colour(style.colour);
+  return bytes;
+}
+
+std::string TerminalType::enter() const {
+  return isExtended_ ? enter_ + std::string(extensionsOn) : enter_;
+}
+
+std::string TerminalType::leave() const {
+  return plain_ + (isExtended_ ? std::string(extensionsOff) : "") + showCursor_ + leave_;
+}
+
+std::optional<std::string> TerminalType::copy(std::string_view text) const {
+  if (!isExtended_) return std::nullopt;
+  return "\x1b]52;c;" + base64(text) + "\a";
+}
+
+}  // namespace zephyl

@@ -1,0 +1,227 @@
+#include "Desktop/Terminal/Views/AlertBox.hpp"
+
+#include <algorithm>
+#include <utility>
+
+#include "Desktop/Terminal/Drawing/DisplayText.hpp"
+#include "System/Data/Text.hpp"
+
+namespace zephyl {
+
+namespace {
+
+constexpr int widest = 72;
+constexpr int betweenButtons = 2;
+constexpr int brackets = 4;  ///< around a button's title
+constexpr int shortestBar = 8;
+constexpr int longestBar = 40;
+
+std::string buttonLabel(const std::string& title, bool chosen, const Look& look) {
+  return (chosen ? "[" + std::string(look.symbols().chosen) : "[ ") + title + " ]";
+}
+
+Alert asShown(Alert alert, const Look& look) {
+  const auto show = [&](std::string& text) { text = displayText::shown(visibleLines(text), look); };
+  show(alert.messageText);
+  show(alert.informativeText);
+  for (auto& button : alert.buttons) show(button);
+  if (alert.progress) show(alert.progress->text);
+  return alert;
+}
+
+std::vector<std::string> linesOf(const Alert& alert) {
+  std::vector<std::string> lines{alert.informativeText};
+  return alert.informativeText.empty() ? std::vector<std::string>{} : lines;
+}
+
+}  // namespace
+
+AlertBox::AlertBox(Alert alert, const Look& look)
+    : look_(look),
+      alert_(asShown(std::move(alert), look)),
+      field_(alert_.textField ? alert_.textField->placeholder : ""),
+      focus_(alert_.textField ? alert_.buttons.size() : 0) {
+  text_.setLines(linesOf(alert_));
+}
+
+void AlertBox::showProgress(const Progress& progress) {
+  if (!alert_.progress) return;
+  alert_.progress = {progress.fraction, displayText::shown(visible(progress.text), look_)};
+}
+
+std::optional<AlertAnswer> AlertBox::handle(const Key& key, bool mayAnswer) {
+  using Kind = Key::Kind;
+  if (key.kind == Kind::escape) {
+    return mayAnswer ? std::optional(answer(alert_.safeButton)) : std::nullopt;
+  }
+  if (key.kind == Kind::enter || (key.is(" ") && !fieldHasFocus())) {
+    const std::size_t button = fieldHasFocus() ? 0 : focus_;
+    return mayAnswer && isEnabled(button) ? std::optional(answer(button)) : std::nullopt;
+  }
+  if (key.kind == Kind::press) return handlePress(key, mayAnswer);
+  if (fieldHasFocus() && field_.handle(key)) return std::nullopt;
+  if (key.kind == Kind::tab || key.kind == Kind::right) {
+    moveFocus(true, key.kind == Kind::right);
+  } else if (key.kind == Kind::backTab || key.kind == Kind::left) {
+    moveFocus(false, key.kind == Kind::left);
+  } else {
+    text_.handle(key);
+  }
+  return std::nullopt;
+}
+
+std::optional<AlertAnswer> AlertBox::handlePress(const Key& key, bool mayAnswer) {
+  for (std::size_t index = 0; index < buttonAreas_.size(); ++index) {
+    const bool isHit = buttonAreas_[index].contains(key.row, key.column);
+    if (mayAnswer && isHit && isEnabled(index)) return answer(index);
+  }
+  return std::nullopt;
+}
+
+/// The stop that has the focus is the last candidate, so that the search ends.
+void AlertBox::moveFocus(bool forwards, bool withArrow) {
+  const auto mayHaveFocus = [&](std::size_t stop) {
+    return !permits(stop) || (!withArrow && isEnabled(stop));
+  };
+  std::size_t stop = focus_;
+  do {
+    stop = (stop + (forwards ? 1 : stops() - 1)) % stops();
+  } while (stop != focus_ && !mayHaveFocus(stop));
+  focus_ = stop;
+}
+
+bool AlertBox::permits(std::size_t button) const {
+  return std::ranges::find(alert_.permittingButtons, button) != alert_.permittingButtons.end();
+}
+
+bool AlertBox::isEnabled(std::size_t button) const {
+  return !permits(button) || (messageWasDrawn_ && text_.endWasDrawn());
+}
+
+/// In one row where they fit, below each other otherwise; relative to the box's inside.
+std::vector<Area> AlertBox::placeButtons(int columns) const {
+  std::vector<Area> places;
+  int column = 0;
+  for (const auto& title : alert_.buttons) {
+    const int width = displayText::width(buttonLabel(title, false, {}));
+    places.push_back({0, column, 1, width});
+    column += width + betweenButtons;
+  }
+  if (column - betweenButtons <= columns) return places;
+  for (std::size_t index = 0; index < places.size(); ++index) {
+    places[index].row = static_cast<int>(index);
+    places[index].column = 0;
+  }
+  return places;
+}
+
+AlertBox::Layout AlertBox::layOut(ScreenSize size) {
+  const int columns = std::min(size.columns - (size.columns > 30 ? 4 : 0), widest);
+  const int inner = columns - 4;
+  Layout layout{.message = displayText::wrapped(alert_.messageText, inner),
+                .buttons = placeButtons(inner)};
+  layout.buttonRows = layout.buttons.empty() ? 0 : layout.buttons.back().row + 1;
+  const int lines = text_.rowsAt(inner - 1);
+  const int needed = 2 + static_cast<int>(layout.message.size()) + layout.buttonRows +
+                     (alert_.textField ? 2 : 0) + (alert_.progress ? 2 : 0);
+  // Where it is narrow, the text matters more than the room around it.
+  layout.gap = needed + std::min(lines, 3) + 2 <= size.rows ? 1 : 0;
+  layout.textRows = std::min(lines, std::max(size.rows - needed - 2 * layout.gap, 1));
+  const int rows = std::min(needed + layout.textRows + 2 * layout.gap, size.rows);
+  layout.box = {(size.rows - rows) / 2, (size.columns - columns) / 2, rows, columns};
+  return layout;
+}
+
+void AlertBox::draw(Canvas& canvas, bool mayAnswer) {
+  const auto layout = layOut(canvas.size());
+  drawFrame(canvas, layout.box);
+  const Area inside{layout.box.row + 1, layout.box.column + 2, layout.box.rows - 2,
+                    layout.box.columns - 4};
+  drawText(canvas, inside, layout);
+  int row = inside.row + static_cast<int>(layout.message.size()) + layout.textRows + 2 * layout.gap;
+  if (alert_.textField) {
+    drawField(canvas, inside, row);
+    row += 2;
+  }
+  if (alert_.progress) drawProgress(canvas, {row, inside.column, 1, inside.columns});
+  drawButtons(canvas,
+              {inside.row + inside.rows - layout.buttonRows, inside.column, layout.buttonRows,
+               inside.columns},
+              layout.buttons, mayAnswer);
+  drawHint(canvas, layout.box);
+}
+
+/// Where the screen is low, field, bar and buttons take rows of the text, which then does not count
+/// as shown.
+void AlertBox::drawText(Canvas& canvas, const Area& inside, const Layout& layout) {
+  int row = inside.row;
+  for (const auto& line : layout.message) canvas.put(row++, inside.column, line, {.bold = true});
+  const int others = layout.buttonRows + (alert_.textField ? 2 : 0) + (alert_.progress ? 2 : 0);
+  const int free = inside.row + inside.rows - others;  // the first row that is not the text's
+  messageWasDrawn_ = messageWasDrawn_ || row <= free;
+  row += layout.gap;
+  const int covered = std::clamp(row + layout.textRows - free, 0, layout.textRows);
+  text_.draw(canvas, {row, inside.column, layout.textRows, inside.columns}, covered);
+}
+
+void AlertBox::drawHint(Canvas& canvas, const Area& box) const {
+  if (alert_.permittingButtons.empty() || isEnabled(alert_.permittingButtons.front())) return;
+  const std::string hint = displayText::shown(" Scroll to the end (↓) to allow ", look_);
+  canvas.put(box.row + box.rows - 1, box.column + 2, displayText::cut(hint, box.columns - 4, look_),
+             {.bold = true});
+}
+
+void AlertBox::drawFrame(Canvas& canvas, const Area& box) const {
+  // Where only scraps would be left of what is behind, nothing is.
+  constexpr int scrap = 12;
+  const int margin = box.column < scrap ? box.column : 2;
+  const bool critical = alert_.style == Alert::Style::critical;
+  canvas.hideCursor();
+  canvas.clear({box.row, box.column - margin, box.rows, box.columns + 2 * margin + 1});
+  canvas.frame(box, {.colour = critical ? CellStyle::Colour::red : CellStyle::Colour::normal,
+                     .bold = critical});
+}
+
+void AlertBox::drawField(Canvas& canvas, const Area& inside, int row) const {
+  const int right = inside.column + inside.columns - 1;
+  canvas.put(row, inside.column, canvas.symbols().chosen, {.bold = fieldHasFocus()});
+  canvas.rule(row + 1, inside.column, inside.columns, {.dim = true});
+  field_.draw(canvas, {row, inside.column + 2, 1, right - inside.column - 2}, fieldHasFocus());
+}
+
+/// The bar where there is room for one and anything to be measured, and beside it the words.
+void AlertBox::drawProgress(Canvas& canvas, const Area& row) const {
+  const auto& progress = *alert_.progress;
+  const int room = row.columns - displayText::width(progress.text) - 1;
+  const int length = progress.fraction && room >= shortestBar ? std::min(room, longestBar) : 0;
+  const double fraction = std::clamp(progress.fraction.value_or(0), 0.0, 1.0);
+  const int filled = static_cast<int>(fraction * length);
+  for (int place = 0; place < length; ++place) {
+    const auto& symbols = canvas.symbols();
+    canvas.put(row.row, row.column + place, place < filled ? symbols.filled : symbols.empty);
+  }
+  const int words = length > 0 ? length + 1 : 0;
+  canvas.putWithin(row.row, row.column + words, row.columns - words, progress.text);
+}
+
+void AlertBox::drawButtons(Canvas& canvas, const Area& inside, const std::vector<Area>& places,
+                           bool mayAnswer) {
+  buttonAreas_ = places;
+  canvas.clear(inside);  // where it is low, something else stands here
+  for (std::size_t index = 0; index < places.size(); ++index) {
+    auto& area = buttonAreas_[index];
+    area.row += inside.row;
+    area.column += inside.column;
+    area.columns = std::min(area.columns, inside.columns);
+    // With the focus in the text field, the first button is what Enter means.
+    const bool chosen = mayAnswer && (focus_ == index || (fieldHasFocus() && index == 0));
+    const auto title =
+        displayText::cut(alert_.buttons[index], area.columns - brackets, canvas.look());
+    canvas.put(area.row, area.column, buttonLabel(title, chosen, canvas.look()),
+               {.bold = chosen,
+                .dim = !mayAnswer || !isEnabled(index),
+                .reverse = mayAnswer && focus_ == index});
+  }
+}
+
+}  // namespace zephyl

@@ -1,0 +1,40 @@
+#pragma once
+
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "Desktop/Terminal/Drawing/Canvas.hpp"
+#include "Desktop/Terminal/Drawing/Key.hpp"
+#include "Desktop/Terminal/Views/ScrollingText.hpp"
+
+namespace zephyl {
+
+/// A log on the whole screen. Pure.
+class LogBox {
+ public:
+  enum class Outcome { none, copy, write, toggle, close };
+
+  LogBox(std::string_view title, std::string_view message, const Look& look);
+
+  /// From outside: control characters are made visible.
+  void setText(const std::vector<std::string>& lines);
+  void toEnd() { text_.toEnd(); }
+  /// Offers to show the whole log, or again a part of it; empty for neither.
+  void setToggle(std::string title) { toggle_ = std::move(title); }
+
+  Outcome handle(const Key& key, bool mayClose = true);
+  /// The hints are shown only if the box may be closed.
+  void draw(Canvas& canvas, const Area& area, bool mayClose = true);
+
+ private:
+  [[nodiscard]] std::string hints(int columns) const;
+
+  const Look look_;
+  const std::string title_;
+  const std::string message_;
+  std::string toggle_;
+  ScrollingText text_;
+};
+
+}  // namespace zephyl

@@ -1,0 +1,83 @@
+#pragma once
+
+#include <cstddef>
+#include <optional>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "Desktop/Menu.hpp"
+#include "Desktop/Terminal/Drawing/Canvas.hpp"
+#include "Desktop/Terminal/Drawing/Key.hpp"
+
+namespace zephyl {
+
+/// The menu as a list whose submenus open in place. It may change while the user looks at it: what
+/// is open stays open and what is chosen stays chosen, by the rows' keys. When the chosen row goes,
+/// none is chosen, so that Enter never meets a row that the user has not looked at. Pure.
+class MenuView {
+ public:
+  /// What came of a key.
+  struct Outcome {
+    bool handled = false;
+    bool opened = false;               ///< a submenu was opened
+    std::optional<MenuAction> chosen;  ///< a row's action is to run
+  };
+
+  void setMenu(Menu menu);
+  Outcome handle(const Key& key);
+  /// Draws the part around the chosen row.
+  void draw(Canvas& canvas, const Area& area);
+
+ private:
+  using Path = std::vector<std::string>;  // the keys from the outermost menu to a row
+
+  struct Row {
+    const MenuEntry* entry = nullptr;
+    Path path;
+    bool open = false;
+
+    [[nodiscard]] std::size_t depth() const { return path.size() - 1; }
+    [[nodiscard]] bool hasSubmenu() const { return !entry->submenu.empty(); }
+    [[nodiscard]] bool canBeChosen() const {
+      return entry->kind == MenuEntry::Kind::item && entry->enabled &&
+             (entry->action || hasSubmenu());
+    }
+  };
+  /// A line on screen: a row, or how a row that is too long goes on.
+  struct Line {
+    std::size_t row = 0;
+    bool first = true;
+    std::string text;
+  };
+
+  void list(const Menu& menu, const Path& above);
+  void listAfresh();
+  [[nodiscard]] std::optional<std::size_t> chosenRow() const;
+  [[nodiscard]] std::optional<std::size_t> nextChoosable(std::size_t from, int step) const;
+  void choose(std::size_t row);
+  void move(int step);
+  void moveToEnd(int step);
+  void movePage(int step);
+  Outcome activate(std::size_t row);
+  Outcome setOpen(std::size_t row, bool open);
+  Outcome leave(std::size_t row);
+  Outcome press(const Key& key);
+
+  [[nodiscard]] std::vector<Line> lines(int columns, const Look& look) const;
+  void scrollTo(const std::vector<Line>& lines, int height);
+  void drawLine(Canvas& canvas, const Area& area, int row, const Line& line) const;
+
+  Menu menu_;
+  std::set<Path> open_;
+  std::vector<Row> rows_;
+  std::optional<Path> chosen_;
+  std::size_t lastRow_ = 0;  // where the chosen row was seen last
+  bool hasBeenShown_ = false;
+  int scroll_ = 0;
+  // Of the last drawing.
+  Area area_;
+  std::vector<std::size_t> rowOfLine_;
+};
+
+}  // namespace zephyl

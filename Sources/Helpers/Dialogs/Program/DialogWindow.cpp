@@ -1,0 +1,82 @@
+#include "Helpers/Dialogs/Program/DialogWindow.hpp"
+
+#include <QAccessible>
+#include <QApplication>
+#include <QClipboard>
+#include <QEvent>
+#include <QWindow>
+
+namespace zephyl {
+
+DialogWindow::DialogWindow(Conversation& conversation, InputShield::Policy shielding)
+    : conversation_(conversation),
+      shield_(*this, shielding, [this](bool accepts) { acceptInput(accepts); }) {
+  painted_.setSingleShot(true);
+  connect(&painted_, &QTimer::timeout, this, [this] {
+    report({.shown = true});
+    shield_.exposed();
+  });
+  ending_.setSingleShot(true);
+  connect(&ending_, &QTimer::timeout, this, &QCoreApplication::quit);
+}
+
+void DialogWindow::present(bool unrequested) {
+  setAttribute(Qt::WA_ShowWithoutActivating, unrequested);  // read when the window is created
+  (void)winId();
+  windowHandle()->installEventFilter(this);
+  shield_.watch();
+  show();
+  raise();
+  if (unrequested) {
+    QApplication::alert(this);
+  } else {
+    activateWindow();
+  }
+  QAccessibleEvent announcement(this, QAccessible::Alert);
+  QAccessible::updateAccessibility(&announcement);
+}
+
+bool DialogWindow::eventFilter(QObject* watched, QEvent* event) {
+  if (event->type() == QEvent::Expose && !shown_ && windowHandle()->isExposed()) {
+    shown_ = true;
+    painted_.start(0);  // what is exposed is painted first
+  }
+  return QDialog::eventFilter(watched, event);
+}
+
+void DialogWindow::changeEvent(QEvent* event) {
+  QDialog::changeEvent(event);
+  if (event->type() == QEvent::ActivationChange) shield_.activationChanged(isActiveWindow());
+}
+
+void DialogWindow::bringToFront(const std::string& activationToken) {
+  if (dismissed_) return;
+  // The toolkit reads the token when it asks for the activation.
+  if (!activationToken.empty()) {
+    qputenv("XDG_ACTIVATION_TOKEN", QByteArray::fromStdString(activationToken));
+  }
+  setAttribute(Qt::WA_ShowWithoutActivating, false);
+  setWindowState(windowState() & ~Qt::WindowMinimized);
+  raise();
+  activateWindow();
+}
+
+void DialogWindow::answer(const DialogReport& answer) {
+  if (!dismissed_) report(answer);
+  dismiss();
+}
+
+void DialogWindow::dismiss() {
+  if (dismissed_) return;
+  dismissed_ = true;
+  hide();
+  report({.hidden = true});
+  const auto* const clipboard = QGuiApplication::clipboard();
+  if (!clipboard->ownsClipboard()) return ending_.start(0);
+  ending_.start(copiedTextLimit);
+  connect(clipboard, &QClipboard::dataChanged, this, [clipboard] {
+    if (!clipboard->ownsClipboard()) QCoreApplication::quit();
+  });
+}
+
+}  // namespace zephyl

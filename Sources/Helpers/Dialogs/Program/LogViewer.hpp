@@ -1,0 +1,42 @@
+#pragma once
+
+#include <QHBoxLayout>
+#include <QLabel>
+#include <QMenu>
+#include <QPlainTextEdit>
+#include <QPushButton>
+#include <QVBoxLayout>
+
+#include "Helpers/Dialogs/Program/DialogWindow.hpp"
+#include "Helpers/Dialogs/Program/PlainText.hpp"
+
+namespace zephyl {
+
+/// A log, perhaps with a message about what went wrong. Stays until it is closed.
+class LogViewer final : public DialogWindow {
+ public:
+  LogViewer(Conversation& conversation, const LogWindowRequest& request, bool unrequested);
+
+ private:
+  [[nodiscard]] DialogReport safeAnswer() const override;
+  void acceptInput(bool accepts) override;
+
+  void addMessage(const std::string& text);
+  void makeLogScrollView(const std::string& text);
+  void addButtons();
+  void copyLogToClipboard();
+  void addEditor(const QString& title, DialogReport::LogEvent event);
+
+  const QString fullText_;
+  QVBoxLayout layout_{this};
+  QHBoxLayout buttonRow_;
+  WrappedText message_;
+  QLabel label_{QStringLiteral("Log:")};
+  QPlainTextEdit log_;
+  QPushButton copy_{QStringLiteral("Copy Full Log")};
+  QMenu editors_;
+  QPushButton open_{QStringLiteral("Write to File && Open…")};
+  QPushButton close_{QStringLiteral("Close")};
+};
+
+}  // namespace zephyl

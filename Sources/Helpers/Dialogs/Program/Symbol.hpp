@@ -1,0 +1,17 @@
+#pragma once
+
+#include <QPixmap>
+#include <QString>
+
+#include "Helpers/Dialogs/Protocol/DialogMessages.hpp"
+
+namespace zephyl {
+
+/// The picture beside an alert's text. Drawn, so that it is sharp at every scale and there
+/// whichever icons are installed.
+QPixmap symbolOf(AlertRequest::Style style, int size, qreal scale);
+
+/// The same in a word, for who cannot see it.
+QString nameOfSymbol(AlertRequest::Style style);
+
+}  // namespace zephyl

@@ -1,0 +1,18 @@
+#pragma once
+
+#include <string>
+
+#include "Helpers/Updates/Archive/Archive.hpp"
+#include "System/Data/Result.hpp"
+#include "System/Files/FileDescriptor.hpp"
+
+namespace zephyl {
+
+/// Unpacks all that `reader` holds into the directory `into`, which is empty. Nothing is ever
+/// written through a link, and nothing is overwritten: an entry that is there already is an error.
+/// Directories and executable files get mode 0755, other files 0644. Fails before a file would fill
+/// the disk.
+Result<void> unpack(ArchiveReader& reader, const FileDescriptor& into,
+                    std::size_t maxDirectories = maxArchiveEntries);
+
+}  // namespace zephyl

@@ -1,0 +1,118 @@
+#include "Helpers/Updates/Client/UpdateAlerts.hpp"
+
+#include <algorithm>
+#include <cstdint>
+#include <string>
+
+#include "System/Data/Format.hpp"
+
+namespace zephyl::alerts {
+
+namespace {
+
+std::string availability(const UpdateOffer& offer, const std::string& currentVersion) {
+  return formatText("Zephyl {} is now available — you have {}.{}", offer.displayVersion,
+                    currentVersion, offer.critical ? " This update is important." : "");
+}
+
+std::string notesOf(const UpdateOffer& offer) {
+  return offer.releaseNotes.empty() ? "" : "\n\nRelease notes:\n\n" + offer.releaseNotes;
+}
+
+constexpr std::int64_t kilobyte = 1000;
+constexpr std::int64_t megabyte = 1000 * kilobyte;
+
+/// A number without its unit: kilobytes, or megabytes with one decimal.
+std::string amount(std::int64_t bytes, bool inKilobytes) {
+  if (inKilobytes) return std::to_string(bytes / kilobyte);
+  return formatText("{}.{}", bytes / megabyte, bytes % megabyte / (megabyte / 10));
+}
+
+/// "3.1 of 12.4 MB", or without a total "3.1 MB".
+std::string amountInWords(std::int64_t received, std::int64_t total) {
+  const bool inKilobytes = std::max(received, total) < megabyte;
+  const auto* const unit = inKilobytes ? "kB" : "MB";
+  if (total <= 0) return formatText("{} {}", amount(received, inKilobytes), unit);
+  // Something is never nothing.
+  const std::int64_t all = total + (inKilobytes ? kilobyte : megabyte / 10) - 1;
+  return formatText("{} of {} {}", amount(received, inKilobytes), amount(all, inKilobytes), unit);
+}
+
+}  // namespace
+
+Alert updateFound(const UpdateOffer& offer, const std::string& currentVersion) {
+  Alert alert{.style = Alert::Style::information,
+              .messageText = "A new version of Zephyl is available!",
+              .informativeText = availability(offer, currentVersion) +
+                                 " Would you like to install it now?" + notesOf(offer),
+              .buttons = {"Install Update", "Remind Me Later"},
+              .safeButton = static_cast<std::size_t>(UpdateButton::later)};
+  if (!offer.critical) alert.buttons.emplace_back("Skip This Version");
+  return alert;
+}
+
+Alert updateFoundElsewhere(const UpdateOffer& offer, const std::string& currentVersion,
+                           const std::string& obstacle) {
+  return {
+      .style = Alert::Style::information,
+      .messageText = "A new version of Zephyl is available!",
+      .informativeText = availability(offer, currentVersion) + "\n\n" + obstacle + notesOf(offer),
+      .buttons = {"OK"},
+      .requestedByUser = true};
+}
+
+Alert updateDownloading(const UpdateOffer& offer) {
+  return {.style = Alert::Style::information,
+          .messageText = formatText("Downloading Zephyl {}…", offer.displayVersion),
+          .informativeText =
+              "The update is verified, and installed when the agent is idle. "
+              "Zephyl then restarts by itself.",
+          .buttons = {"Cancel"},
+          .progress = downloadProgress({.received = 0, .total = offer.length}),
+          .requestedByUser = true};
+}
+
+Progress downloadProgress(const UpdateProgress& progress) {
+  const auto received = std::max<std::int64_t>(progress.received, 0);
+  if (progress.total > 0 && received >= progress.total) return {.text = "Verifying…"};
+  Progress shown{.text = amountInWords(received, progress.total)};
+  if (progress.total > 0) {
+    shown.fraction = static_cast<double>(received) / static_cast<double>(progress.total);
+  }
+  return shown;
+}
+
+Alert upToDate(const std::string& currentVersion) {
+  return {.style = Alert::Style::information,
+          .messageText = "You’re up to date!",
+          .informativeText =
+              formatText("Zephyl {} is currently the newest version available.", currentVersion),
+          .buttons = {"OK"},
+          .requestedByUser = true};
+}
+
+Alert updateFailed(const std::string& message) {
+  return {.messageText = "Update Error!",
+          .informativeText = message + "\n\nNothing has been changed.",
+          .buttons = {"OK"},
+          .requestedByUser = true};
+}
+
+Alert updateChecksMissing(const std::string& reason) {
+  return {.messageText = "Zephyl could not check for updates for four weeks",
+          .informativeText = reason +
+                             "\n\nMake sure that this computer is online, then choose “Check for "
+                             "Updates…” in the menu. If that fails again, install the current "
+                             "version by hand.",
+          .buttons = {"OK"}};
+}
+
+Alert updateTakenBack(const std::string& failedVersion, const std::string& currentVersion) {
+  return {.messageText = formatText("Zephyl {} could not be started", failedVersion),
+          .informativeText = formatText(
+              "You are using version {} again, as before the update. Nothing else has changed.",
+              currentVersion),
+          .buttons = {"OK"}};
+}
+
+}  // namespace zephyl::alerts

@@ -1,0 +1,300 @@
+#include "Helpers/Updates/Client/UpdateSession.hpp"
+
+#include <utility>
+
+#include <unistd.h>
+
+#include "Helpers/Updates/Client/TrialStart.hpp"
+#include "Helpers/Updates/Client/UpdateAlerts.hpp"
+#include "Helpers/Updates/Client/UpdateSchedule.hpp"
+#include "Helpers/Updates/Client/Updater.hpp"
+#include "Helpers/Updates/Client/UpdaterHelper.hpp"
+#include "Helpers/Updates/Protocol/UpdateFiles.hpp"
+#include "System/Concurrency/MainLoop.hpp"
+#include "System/Data/JSON.hpp"
+#include "System/Files/Bundle.hpp"
+#include "System/Files/Files.hpp"
+#include "System/Files/Log.hpp"
+
+namespace zephyl {
+
+UpdateSession::UpdateSession(const Runtime& runtime, Dialogs& dialogs, const UpdateSetup& setup,
+                             std::weak_ptr<UpdateDelegate> delegate, Events events)
+    : runtime_(runtime),
+      dialogs_(dialogs),
+      setup_(setup),
+      delegate_(std::move(delegate)),
+      events_(std::move(events)) {}
+
+void UpdateSession::start(Trigger trigger) {
+  trigger_ = trigger;
+  showsWindows_ = isUserInitiated();
+  run({.check = checkCommand()}, &UpdateSession::takeChecked);
+}
+
+void UpdateSession::recheck() {
+  stage_ = Stage::rechecking;
+  run({.check = checkCommand()}, &UpdateSession::takeRechecked);
+}
+
+/// A user who asks is offered what was skipped, or has failed before, as well.
+CheckCommand UpdateSession::checkCommand() const {
+  CheckCommand command{.prefix = setup_.prefix,
+                       .channels = setup_.settings.channels(),
+                       .rolloutGroup = setup_.settings.rolloutGroup(setup_.random),
+                       .userInitiated = isUserInitiated()};
+  if (const auto newest = setup_.settings.newestFeedDate(Updater::feedAddress())) {
+    command.newestFeedDate = newest->time_since_epoch().count();
+  }
+  if (isUserInitiated()) return command;
+  if (auto skipped = setup_.settings.skippedVersion()) command.skip.push_back(std::move(*skipped));
+  const auto files = UpdateFiles::trusted(setup_.prefix);
+  if (const auto failed = files ? readNote(files->failed) : std::nullopt) {
+    command.failed = FailedVersion{failed->version, failed->feedDate.value_or(0)};
+  }
+  return command;
+}
+
+void UpdateSession::run(const UpdateCommand& command,
+                        void (UpdateSession::*take)(const UpdateReport&)) {
+  run_ = UpdaterRun::start(
+      runtime_.mainLoop, runtime_.launcher, setup_.program, command,
+      weakly([take](UpdateSession& self, const UpdateReport& report) { (self.*take)(report); }));
+}
+
+bool UpdateSession::recordCheck(const UpdateReport& report) {
+  using std::chrono::seconds;
+  const bool succeeded = report.found || report.upToDate;
+  if (succeeded) {
+    const auto date = report.found ? report.found->feedDate : report.upToDate->feedDate;
+    setup_.settings.rememberFeedDate(Updater::feedAddress(),
+                                     std::chrono::sys_seconds(seconds(date)));
+    setup_.settings.setLastCheck(std::chrono::floor<seconds>(runtime_.clock.calendarNow()));
+  }
+  events_.checked(succeeded ? std::nullopt : std::optional(report.failed.value_or("")));
+  return succeeded;
+}
+
+void UpdateSession::takeChecked(const UpdateReport& report) {
+  if (!recordCheck(report)) return fail(report.failed.value_or(""));
+  if (report.found) return find(*report.found);
+  tell([](UpdateDelegate& delegate) { delegate.didNotFindUpdate(); });
+  conclude(alerts::upToDate(Updater::currentVersion()), Outcome::done);
+}
+
+void UpdateSession::takeRechecked(const UpdateReport& report) {
+  const bool allowed = std::exchange(stage_, Stage::waiting) == Stage::allowed;
+  if (!recordCheck(report)) {
+    log("the check while version {} waits failed: {}", offer_.displayVersion,
+        report.failed.value_or(""));
+  } else if (report.upToDate) {
+    log("version {} is no longer offered and will not be installed", offer_.displayVersion);
+    tell([](UpdateDelegate& delegate) {
+      delegate.didAbandonRelaunch();
+      delegate.didNotFindUpdate();
+    });
+    return end(Outcome::done);
+  } else if (report.found->offer.version != offer_.version ||
+             report.found->offer.sha256 != offer_.sha256) {
+    return replace(*report.found);
+  }
+  if (allowed) install();
+}
+
+/// Nobody is asked about the version that replaces another that was to be installed.
+void UpdateSession::replace(const FoundUpdate& found) {
+  log("version {} replaces version {}, which waits to be installed", found.offer.displayVersion,
+      offer_.displayVersion);
+  showsWindows_ = false;
+  offer_ = found.offer;
+  obstacle_ = found.obstacle;
+  tell([&](UpdateDelegate& delegate) { delegate.didFindValidUpdate(item()); });
+  if (!obstacle_) return download();
+  log("{}", *obstacle_);
+  tell([](UpdateDelegate& delegate) { delegate.didAbandonRelaunch(); });
+  end(Outcome::done);
+}
+
+void UpdateSession::find(const FoundUpdate& found) {
+  offer_ = found.offer;
+  obstacle_ = found.obstacle;
+  log("version {} is available", offer_.displayVersion);
+  tell([&](UpdateDelegate& delegate) { delegate.didFindValidUpdate(item()); });
+  if (isUserInitiated()) return show();
+  remind();
+}
+
+void UpdateSession::remind() {
+  // A scheduled check never comes in front of the user by itself.
+  const auto delegate = delegate_.lock();
+  const bool handled = delegate && (!delegate->supportsGentleScheduledUpdateReminders() ||
+                                    delegate->shouldHandleShowingScheduledUpdate(
+                                        item(), /*inImmediateFocus=*/false));
+  if (handled) return show();
+  tell([&](UpdateDelegate& each) { each.willHandleShowingUpdate(false, item(), {}); });
+  if (setup_.settings.installsAutomatically() && !obstacle_) return download();
+  if (obstacle_) log("{}", *obstacle_);
+  end(Outcome::done);
+}
+
+void UpdateSession::show() {
+  tell([&](UpdateDelegate& delegate) {
+    delegate.willHandleShowingUpdate(true, item(), {.userInitiated = isUserInitiated()});
+  });
+  if (obstacle_) return explainObstacle();
+  Alert alert = alerts::updateFound(offer_, Updater::currentVersion());
+  alert.requestedByUser = isUserInitiated();
+  dialog_ = dialogs_.presentAlert(
+      alert, weakly([](UpdateSession& self, const std::optional<AlertAnswer>& answer) {
+        self.choose(answer);
+      }));
+}
+
+void UpdateSession::explainObstacle() {
+  tell([&](UpdateDelegate& delegate) { delegate.didReceiveUserAttention(item()); });
+  log("{}", *obstacle_);
+  conclude(alerts::updateFoundElsewhere(offer_, Updater::currentVersion(), *obstacle_),
+           Outcome::done);
+}
+
+void UpdateSession::choose(const std::optional<AlertAnswer>& answer) {
+  dialog_.reset();
+  if (!answer) return end(Outcome::done);  // nobody has seen it: the menu goes on offering it
+  tell([&](UpdateDelegate& delegate) { delegate.didReceiveUserAttention(item()); });
+  switch (static_cast<alerts::UpdateButton>(answer->button)) {
+    case alerts::UpdateButton::install:
+      return download();
+    case alerts::UpdateButton::skip:
+      setup_.settings.setSkippedVersion(offer_.version);
+      break;
+    case alerts::UpdateButton::later:
+      break;
+  }
+  end(Outcome::done);
+}
+
+void UpdateSession::download() {
+  stage_ = Stage::downloading;
+  log("downloading version {}", offer_.displayVersion);
+  run({.download = DownloadCommand{.prefix = setup_.prefix, .offer = offer_}},
+      &UpdateSession::takeDownloaded);
+  if (showsWindows_) showDownload();
+}
+
+void UpdateSession::showDownload() {
+  dialog_ = dialogs_.presentAlert(
+      alerts::updateDownloading(offer_),
+      weakly([](UpdateSession& self, const std::optional<AlertAnswer>& answer) {
+        self.dialog_.reset();
+        if (answer) self.cancelDownload();  // not being shown is no wish to cancel
+      }));
+}
+
+void UpdateSession::cancelDownload() {
+  log("the download of version {} was cancelled", offer_.displayVersion);
+  run_.reset();
+  end(Outcome::done);
+}
+
+void UpdateSession::showProgress(const UpdateProgress& progress) {
+  progress_ = progress;
+  const bool isWhole = progress.total > 0 && progress.received >= progress.total;
+  if (isWhole || !progressPause_) drawProgress();
+}
+
+void UpdateSession::drawProgress() {
+  if (!dialog_ || !progress_) return progressPause_.cancel();
+  dialog_->showProgress(alerts::downloadProgress(*std::exchange(progress_, std::nullopt)));
+  progressPause_ = runtime_.clock.after(
+      progressInterval, [&loop = runtime_.mainLoop, draw = weakly([](UpdateSession& self) {
+                                                      self.drawProgress();
+                                                    })] { loop.async(draw); });
+}
+
+void UpdateSession::takeDownloaded(const UpdateReport& report) {
+  if (report.progress) return showProgress(*report.progress);
+  dialog_.reset();
+  if (!report.ready) return fail(report.failed.value_or(""));
+  log("version {} is verified and ready to install", offer_.displayVersion);
+  relaunchWhenAllowed();
+}
+
+void UpdateSession::relaunchWhenAllowed() {
+  stage_ = Stage::waiting;
+  const auto delegate = delegate_.lock();
+  const auto proceed = weakly([](UpdateSession& self) { self.allowInstallation(); });
+  if (delegate && delegate->shouldPostponeRelaunch(item(), proceed)) return;
+  install();
+}
+
+void UpdateSession::allowInstallation() {
+  if (stage_ == Stage::rechecking) stage_ = Stage::allowed;
+  if (stage_ == Stage::waiting) install();
+  // In any other stage the delegate allows a version that has been replaced.
+}
+
+void UpdateSession::install() {
+  if (std::exchange(stage_, Stage::installing) == Stage::installing) return;
+  log("installing version {}", offer_.displayVersion);
+  run({.install = InstallCommand{.prefix = setup_.prefix, .version = offer_.version}},
+      &UpdateSession::takeInstalled);
+}
+
+void UpdateSession::takeInstalled(const UpdateReport& report) {
+  if (!report.installed) return fail(report.failed.value_or(""));
+  log("restarting as version {}", offer_.displayVersion);
+  watchRelaunch();
+  setup_.relaunch();
+}
+
+/// Prefers the program of the previous version, which has proved that it works. The one at the
+/// usual place belongs to the version that is on trial.
+std::string UpdateSession::watcherProgram() const {
+  const auto files = UpdateFiles::trusted(setup_.prefix);
+  if (!files) return setup_.program;
+  std::string previous = updaterProgram(Bundle(joinPath(files->previous, "bin/zephyl-tray")));
+  return isExecutableFile(previous) ? previous : setup_.program;
+}
+
+void UpdateSession::watchRelaunch() {
+  // Its output goes where the tray's goes: it may have to become the tray.
+  auto child = runtime_.launcher.launch(updaterOptions(watcherProgram()));
+  if (!child) return log("nobody watches the restart: {}", child.error().message);
+  const UpdateCommand command{.watch = WatchCommand{.prefix = setup_.prefix,
+                                                    .process = ::getpid(),
+                                                    .arguments = setup_.arguments,
+                                                    .limitSeconds = confirmationLimit.count()}};
+  (*child)->write(json::compact(json::encode(command)));
+}
+
+void UpdateSession::conclude(const Alert& alert, Outcome outcome) {
+  if (!showsWindows_) return end(outcome);
+  dialog_ = dialogs_.presentAlert(
+      alert, weakly([outcome](UpdateSession& self, const std::optional<AlertAnswer>&) {
+        self.end(outcome);
+      }));
+}
+
+void UpdateSession::fail(const std::string& reason) {
+  log("update failed: {}", reason);
+  conclude(alerts::updateFailed(reason), Outcome::failed);
+}
+
+void UpdateSession::end(Outcome outcome) {
+  dialog_.reset();
+  run_.reset();
+  tell([](UpdateDelegate& delegate) { delegate.willFinishUpdateSession(); });
+  runtime_.mainLoop.async([outcome, ended = std::exchange(events_.ended, nullptr)] {
+    if (ended) ended(outcome);
+  });
+}
+
+UpdateItem UpdateSession::item() const {
+  return {.displayVersionString = offer_.displayVersion, .versionString = offer_.version};
+}
+
+void UpdateSession::tell(const std::function<void(UpdateDelegate&)>& what) const {
+  if (const auto delegate = delegate_.lock()) what(*delegate);
+}
+
+}  // namespace zephyl

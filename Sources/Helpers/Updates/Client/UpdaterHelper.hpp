@@ -1,0 +1,89 @@
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "Desktop/Dialogs.hpp"
+#include "Helpers/Updates/Client/UpdateFramework.hpp"
+#include "Helpers/Updates/Client/UpdateSession.hpp"
+#include "System/Concurrency/Clock.hpp"
+#include "System/Concurrency/Runtime.hpp"
+
+namespace zephyl {
+
+class Bundle;
+
+/// The update framework of Linux: the schedule and the windows in this process, all that touches
+/// the network, the feed or an archive in zephyl-tray-updater, a program of its own that runs
+/// only while it is needed.
+///
+/// Looks for updates when the settings (UpdateSchedule.hpp) say so, also while an installation
+/// waits. Confirms a version on trial (see UpdateFiles) when it has run for `settleTime`; without
+/// that the updater that watches rolls it back. Tells the user once about a version that was rolled
+/// back, and once when no check has succeeded for `missingChecksLimit`. Main thread.
+class UpdaterHelper final : public UpdaterController {
+ public:
+  static constexpr Duration settleTime = std::chrono::seconds(1);
+  /// The longest time between two looks at the schedule, because timers stop while the computer is
+  /// suspended.
+  static constexpr Duration lookInterval = std::chrono::hours(1);
+
+  /// What `runtime` refers to, and `dialogs`, outlive the controllers that it makes.
+  static UpdaterFactory factory(const Runtime& runtime, Dialogs& dialogs, UpdateSetup setup);
+
+  UpdaterHelper(const Runtime& runtime, Dialogs& dialogs, UpdateSetup setup,
+                std::weak_ptr<UpdateDelegate> delegate);
+  ~UpdaterHelper() override;
+  UpdaterHelper(const UpdaterHelper&) = delete;
+  UpdaterHelper& operator=(const UpdaterHelper&) = delete;
+
+  [[nodiscard]] bool canCheckForUpdates() const override { return session_ == nullptr; }
+  [[nodiscard]] std::unique_ptr<Observation> observeCanCheckForUpdates(
+      std::function<void(bool)> changed) override;
+  void checkForUpdates() override { startSession(UpdateSession::Trigger::user); }
+
+ private:
+  class Registration;
+  using Observers = std::vector<std::shared_ptr<std::function<void(bool)>>>;
+
+  void startSession(UpdateSession::Trigger trigger);
+  void endSession(UpdateSession::Trigger trigger, UpdateSession::Outcome outcome);
+  void checkEnded(UpdateSession::Trigger trigger, const std::optional<std::string>& failure);
+  void tellObservers();
+
+  void plan(std::chrono::milliseconds delay);
+  void planFirstCheck();
+  void planNextCheck();
+  void lookAtSchedule();
+  [[nodiscard]] std::chrono::sys_seconds now() const;
+
+  void reportUpIfOnTrial();
+  void tellOfFailedVersion();
+  void tellOfMissingChecks(const std::string& reason);
+
+  /// Runs on the main thread, later, unless this is gone by then.
+  Task onMainThread(void (UpdaterHelper::*work)());
+
+  const Runtime runtime_;
+  Dialogs& dialogs_;
+  const UpdateSetup setup_;
+  const std::weak_ptr<UpdateDelegate> delegate_;
+  const std::shared_ptr<UpdaterHelper*> self_;  // expires with this
+  std::shared_ptr<Observers> observers_ = std::make_shared<Observers>();
+  std::shared_ptr<UpdateSession> session_;
+  Dialogs::Handle failureDialog_;
+  Dialogs::Handle missingChecksDialog_;
+  std::chrono::system_clock::time_point due_;  // whichever comes first: the calendar counts time
+  Instant dueInstant_;                         // in suspend, the other cannot be set back
+  Timer scheduleTimer_;
+  Timer trialTimer_;
+};
+
+/// Where zephyl-tray-updater is: beside the tray's executable, or in <prefix>/libexec/zephyl-tray.
+std::string updaterProgram(const Bundle& bundle);
+/// The directory above the executable's; empty when that is not in a directory "bin".
+std::string installationPrefix(const Bundle& bundle);
+
+}  // namespace zephyl

@@ -1,0 +1,307 @@
+#include "Helpers/Updates/Program/Commands.hpp"
+
+#include <cerrno>
+#include <thread>
+
+#include <gnu/libc-version.h>
+#include <sys/mman.h>
+#include <sys/utsname.h>
+#include <unistd.h>
+
+#include "Helpers/Updates/Archive/Archive.hpp"
+#include "Helpers/Updates/Archive/FreeSpace.hpp"
+#include "Helpers/Updates/Program/Appcast.hpp"
+#include "Helpers/Updates/Program/Download.hpp"
+#include "Helpers/Updates/Program/Installation.hpp"
+#include "Helpers/Updates/Program/KeptArchives.hpp"
+#include "Helpers/Updates/Program/Selection.hpp"
+#include "Helpers/Updates/Program/Signature.hpp"
+#include "Helpers/Updates/Program/Trial.hpp"
+#include "System/Files/Files.hpp"
+#include "System/Files/Log.hpp"
+
+namespace zephyl {
+
+namespace {
+
+using namespace std::chrono_literals;
+
+constexpr std::int64_t maxFeedBytes = std::int64_t{2} << 20;
+constexpr auto feedLimit = 60s;
+constexpr auto archiveLimit = 2h;
+constexpr auto defaultStall = 30s;
+constexpr auto progressInterval = 100ms;
+constexpr auto retryInterval = 100ms;
+constexpr int maxLooks = 30;  // less than what a start waits for a rollback
+
+std::chrono::seconds stallLimit(std::optional<std::int64_t> seconds) {
+  return seconds && *seconds > 0 ? std::chrono::seconds(*seconds) : defaultStall;
+}
+
+UpdateReport failure(const Error& error) {
+  return {.failed = error.message};
+}
+
+Result<std::string> fetchFeed(const InstalledBundle& bundle, std::chrono::seconds stall,
+                              const Conversation& conversation) {
+  std::string feed;
+  const TransferOwner owner{.take = [&](std::string_view bytes) -> Result<void> {
+                              feed += bytes;
+                              return {};
+                            },
+                            .isCancelled = conversation.isOver};
+  const TransferLimits limits{.bytes = maxFeedBytes, .total = feedLimit, .stall = stall};
+  if (auto fetched = fetch(bundle.feedURL, limits, owner); !fetched) return fetched.error();
+  return feed;
+}
+
+Asker askerFor(const CheckCommand& command, const InstalledBundle& bundle) {
+  utsname system{};
+  ::uname(&system);
+  return {.installedVersion = bundle.version,
+          .architecture = static_cast<const char*>(system.machine),
+          .systemVersion = ::gnu_get_libc_version(),
+          .channels = command.channels,
+          .skip = command.skip,
+          .failed = command.failed,
+          .rolloutGroup = command.rolloutGroup,
+          .userInitiated = command.userInitiated,
+          .now = std::chrono::floor<std::chrono::seconds>(std::chrono::system_clock::now())};
+}
+
+struct CheckedFeed {
+  std::chrono::sys_seconds date;
+  std::optional<UpdateOffer> offer;
+};
+
+/// Fetches the feed and chooses from it. Nothing of it is parsed before its signature is verified.
+Result<CheckedFeed> checkFeed(const CheckCommand& command, const InstalledBundle& bundle,
+                              const Conversation& conversation) {
+  if (bundle.feedURL.empty()) return Error{"This installation names no feed."};
+  const auto keys = TrustedKeys::parse(bundle.keys);
+  if (!keys) return keys.error();
+  const auto feed = fetchFeed(bundle, stallLimit(command.stallSeconds), conversation);
+  if (!feed) return feed.error();
+  const auto verified = verifiedFeed(*feed, *keys);
+  if (!verified) return verified.error();
+  const auto appcast = parseAppcast(*verified);
+  if (!appcast) return appcast.error();
+  std::optional<std::chrono::sys_seconds> newest;
+  if (command.newestFeedDate) newest.emplace(std::chrono::seconds(*command.newestFeedDate));
+  const auto date = checkFeedDate(*appcast, newest);
+  if (!date) return date.error();
+  auto offer = chooseUpdate(appcast->items, *date, askerFor(command, bundle));
+  if (!offer) return offer.error();
+  return CheckedFeed{*date, std::move(*offer)};
+}
+
+/// The bytes of a file, as long as this lives.
+class MappedFile {
+ public:
+  MappedFile(const FileDescriptor& file, std::size_t size) : size_(size) {
+    address_ = ::mmap(nullptr, size, PROT_READ, MAP_PRIVATE, file.get(), 0);
+  }
+  ~MappedFile() {
+    if (isValid()) ::munmap(address_, size_);
+  }
+  MappedFile(const MappedFile&) = delete;
+  MappedFile& operator=(const MappedFile&) = delete;
+
+  [[nodiscard]] bool isValid() const { return address_ != MAP_FAILED; }
+  [[nodiscard]] std::string_view bytes() const {
+    return {static_cast<const char*>(address_), size_};
+  }
+
+ private:
+  void* address_;
+  const std::size_t size_;
+};
+
+/// Writes what comes to a file, and tells how far it is.
+class ArchiveDownload {
+ public:
+  ArchiveDownload(const UpdateOffer& offer, FileDescriptor& file, const Conversation& conversation)
+      : offer_(offer), file_(file), conversation_(conversation) {}
+
+  Result<void> run(std::chrono::seconds stall) {
+    const TransferOwner owner{.take = [this](std::string_view bytes) { return take(bytes); },
+                              .isCancelled = [this] { return isCancelled(); }};
+    const TransferLimits limits{.bytes = offer_.length, .total = archiveLimit, .stall = stall};
+    if (auto fetched = fetch(offer_.url, limits, owner); !fetched) return fetched;
+    if (received_ != offer_.length) return Error{"The update is shorter than it should be."};
+    tell();
+    return {};
+  }
+
+ private:
+  Result<void> take(std::string_view bytes) {
+    received_ += static_cast<std::int64_t>(bytes.size());
+    while (!bytes.empty()) {
+      const auto count = ::write(file_.get(), bytes.data(), bytes.size());
+      if (count < 0 && errno == EINTR) continue;
+      if (count < 0) return systemError("The update cannot be stored", errno);
+      bytes.remove_prefix(static_cast<std::size_t>(count));
+    }
+    tellSometimes();
+    return {};
+  }
+
+  /// Asked now and then, also when nothing comes: then what came last has perhaps not been told.
+  bool isCancelled() {
+    if (received_ > told_) tellSometimes();
+    return conversation_.isOver();
+  }
+
+  void tellSometimes() {
+    const auto now = std::chrono::steady_clock::now();
+    if (now - toldAt_ >= progressInterval) {
+      toldAt_ = now;
+      tell();
+    }
+  }
+
+  void tell() {
+    told_ = received_;
+    conversation_.report(
+        {.progress = UpdateReport::Progress{.received = received_, .total = offer_.length}});
+  }
+
+  const UpdateOffer& offer_;
+  FileDescriptor& file_;
+  const Conversation& conversation_;
+  std::int64_t received_ = 0;
+  std::int64_t told_ = 0;
+  std::chrono::steady_clock::time_point toldAt_;
+};
+
+Result<void> checkBytes(std::string_view archive, const UpdateOffer& offer,
+                        const TrustedKeys& keys) {
+  if (!keys.verifyAny(archive, offer.signature)) {
+    return Error{"The update's signature is not good."};
+  }
+  if (sha256Of(archive) != offer.sha256) return Error{"The update is not what the feed says."};
+  return {};
+}
+
+/// The bytes of `file` are checked and laid out, all of it through the one descriptor.
+Result<void> checkAndStage(const FileDescriptor& file, const UpdateOffer& offer,
+                           const TrustedKeys& keys, Installation& installation) {
+  const MappedFile archive(file, static_cast<std::size_t>(offer.length));
+  if (!archive.isValid()) return systemError("The update cannot be read", errno);
+  if (auto good = checkBytes(archive.bytes(), offer, keys); !good) return good;
+  return installation.stage(archive.bytes(), offer.version);
+}
+
+/// Lays out what an earlier download has kept; whether it was there and good.
+bool stageKept(const UpdateOffer& offer, const TrustedKeys& keys, Installation& installation,
+               const Conversation& conversation) {
+  const auto file = installation.makeUnnamedFile();
+  if (!file) return false;
+  const KeptArchives kept(installation.files());
+  if (!kept.copyTo(*file, offer.sha256, offer.length)) return false;
+  conversation.report(
+      {.progress = UpdateReport::Progress{.received = offer.length, .total = offer.length}});
+  return checkAndStage(*file, offer, keys, installation).has_value();
+}
+
+Result<void> downloadAndStage(const DownloadCommand& command, const Conversation& conversation) {
+  const auto& offer = command.offer;
+  const auto bundle = InstalledBundle::read(command.prefix);
+  if (!bundle) return bundle.error();
+  const auto keys = TrustedKeys::parse(bundle->keys);
+  if (!keys) return keys.error();
+  if (auto sound = checkOffer(offer, bundle->version); !sound) return sound;
+  if (const auto obstacle = Installation::obstacle(command.prefix)) return Error{*obstacle};
+  auto installation = Installation::open(command.prefix);
+  if (!installation) return installation.error();
+  if (stageKept(offer, *keys, *installation, conversation)) return {};
+
+  const KeptArchives kept(installation->files());
+  kept.removeAll();
+  auto file = installation->makeUnnamedFile();
+  if (!file) return file.error();
+  if (auto fits = checkFreeSpace(*file, offer.length); !fits) return fits;
+  auto downloaded =
+      ArchiveDownload(offer, *file, conversation).run(stallLimit(command.stallSeconds));
+  if (!downloaded) return downloaded;
+  if (auto staged = checkAndStage(*file, offer, *keys, *installation); !staged) return staged;
+  kept.keep(*file, offer.sha256);
+  return {};
+}
+
+/// What the new version has started may still be at it, and ends with it.
+Result<Installation> openWhenFree(const std::string& prefix) {
+  auto installation = Installation::open(prefix);
+  for (int look = 0; !installation && look < maxLooks; ++look) {
+    std::this_thread::sleep_for(retryInterval);
+    installation = Installation::open(prefix);
+  }
+  return installation;
+}
+
+Result<void> takeBack(const std::string& prefix) {
+  auto installation = openWhenFree(prefix);
+  if (!installation) return installation.error();
+  return installation->returnToPrevious();
+}
+
+/// What was kept and is of no use any more goes.
+void tidy(const std::string& prefix, const std::string& offered) {
+  const KeptArchives kept(UpdateFiles::of(prefix));
+  if (!kept.hasUnwanted(offered)) return;
+  const auto installation = Installation::open(prefix);
+  if (installation && !fileExists(installation->files().trial)) kept.removeUnwanted(offered);
+}
+
+}  // namespace
+
+UpdateReport perform(const CheckCommand& command, const Conversation& conversation) {
+  const auto bundle = InstalledBundle::read(command.prefix);
+  if (!bundle) return failure(bundle.error());
+  auto feed = checkFeed(command, *bundle, conversation);
+  if (!feed) return failure(feed.error());
+  const auto date = feed->date.time_since_epoch().count();
+  tidy(command.prefix, feed->offer ? feed->offer->sha256 : "");
+  if (!feed->offer) {
+    return {.upToDate =
+                UpdateReport::UpToDate{.version = bundle->displayVersion, .feedDate = date}};
+  }
+  return {.found = UpdateReport::Found{.offer = std::move(*feed->offer),
+                                       .feedDate = date,
+                                       .obstacle = Installation::obstacle(command.prefix)}};
+}
+
+UpdateReport perform(const DownloadCommand& command, const Conversation& conversation) {
+  if (auto staged = downloadAndStage(command, conversation); !staged) {
+    return failure(staged.error());
+  }
+  return {.ready = command.offer.version};
+}
+
+UpdateReport perform(const InstallCommand& command, const Conversation&) {
+  if (const auto obstacle = Installation::obstacle(command.prefix)) return {.failed = *obstacle};
+  auto installation = Installation::open(command.prefix);
+  if (!installation) return failure(installation.error());
+  if (auto swapped = installation->swap(command.version); !swapped) {
+    return failure(swapped.error());
+  }
+  KeptArchives(installation->files()).removeAll();
+  return {.installed = command.version};
+}
+
+UpdateReport perform(const WatchCommand& command, const Conversation&) {
+  const WatchedProcess process(static_cast<pid_t>(command.process));
+  const auto limit = std::chrono::seconds(command.limitSeconds);
+  if (outcomeOfTrial(command.prefix, process, limit) != TrialOutcome::failed) return {};
+  log("the new version did not come up; returning to the previous one");
+  process.end();
+  if (const auto returned = takeBack(command.prefix); !returned) return failure(returned.error());
+  return failure(becomeProgram(joinPath(command.prefix, "bin/zephyl-tray"), command.arguments));
+}
+
+UpdateReport perform(const TakeBackCommand& command, const Conversation&) {
+  if (const auto returned = takeBack(command.prefix); !returned) return failure(returned.error());
+  return {};
+}
+
+}  // namespace zephyl

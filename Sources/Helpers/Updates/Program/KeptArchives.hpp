@@ -1,0 +1,41 @@
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <string>
+
+#include "Helpers/Updates/Protocol/UpdateFiles.hpp"
+#include "System/Files/FileDescriptor.hpp"
+
+namespace zephyl {
+
+/// Archives that were downloaded and verified and not installed yet (see UpdateFiles), so that a
+/// tray which ends meanwhile needs not download them again. What was kept is trusted no more than
+/// what comes over the network: whoever takes it verifies it. Whatever fails leaves nothing kept.
+/// Used by whoever has the lock of the installation, except for `hasUnwanted`.
+class KeptArchives {
+ public:
+  /// After that long nobody waits for it any more.
+  static constexpr std::chrono::hours keptFor{24 * 28};
+
+  explicit KeptArchives(UpdateFiles files) : files_(std::move(files)) {}
+
+  /// Gives `file`, which has no name, one. A file system that cannot do that keeps nothing.
+  void keep(const FileDescriptor& file, const std::string& sha256) const;
+  /// Copies the one of this hash and length to `file`, so that nobody changes it between a look
+  /// and a use; whether there is one.
+  [[nodiscard]] bool copyTo(const FileDescriptor& file, const std::string& sha256,
+                            std::int64_t length) const;
+  void removeAll() const;
+
+  /// Whether there are some that are older than `keptFor`, or not what is offered now, the one of
+  /// the hash `offered`; an empty one tells nothing about what is. What is laid out gets no older.
+  [[nodiscard]] bool hasUnwanted(const std::string& offered) const;
+  /// Removes those, and with the last one what was laid out of it.
+  void removeUnwanted(const std::string& offered) const;
+
+ private:
+  const UpdateFiles files_;
+};
+
+}  // namespace zephyl

@@ -1,0 +1,113 @@
+#include "Helpers/Updates/Program/Selection.hpp"
+
+#include <algorithm>
+#include <compare>
+
+#include "Helpers/Updates/Archive/Archive.hpp"
+#include "Helpers/Updates/Program/Address.hpp"
+#include "Helpers/Updates/Program/Version.hpp"
+#include "System/Data/Format.hpp"
+#include "System/Data/Text.hpp"
+
+namespace zephyl {
+
+namespace {
+
+constexpr std::size_t sha256Digits = 64;
+
+bool contains(const std::vector<std::string>& list, const std::string& value) {
+  return std::ranges::find(list, value) != list.end();
+}
+
+const AppcastItem::Enclosure* enclosureFor(const AppcastItem& item, const Asker& asker) {
+  const auto found =
+      std::ranges::find(item.enclosures, asker.architecture, &AppcastItem::Enclosure::architecture);
+  return found == item.enclosures.end() ? nullptr : &*found;
+}
+
+bool hasReached(const AppcastItem& item, const Asker& asker) {
+  if (!item.phasedRolloutInterval || !item.published) return true;
+  if (item.critical || asker.userInitiated) return true;
+  const auto group = std::clamp<std::int64_t>(asker.rolloutGroup, 0, rolloutGroups - 1);
+  // Divided rather than multiplied: the interval is any number.
+  return (asker.now - *item.published) / *item.phasedRolloutInterval >= group &&
+         asker.now >= *item.published;
+}
+
+/// Whether the user, or a failure of this version, has ruled it out. A critical version cannot be
+/// skipped. One that has failed gets another chance only when its maker knows more than then.
+bool isRuledOut(const AppcastItem& item, std::chrono::sys_seconds feedDate, const Asker& asker) {
+  if (contains(asker.skip, item.version) && !item.critical) return true;
+  if (!asker.failed || asker.failed->version != item.version) return false;
+  return !item.critical || feedDate.time_since_epoch().count() <= asker.failed->feedDate;
+}
+
+bool isFor(const AppcastItem& item, std::chrono::sys_seconds feedDate, const Asker& asker) {
+  return isVersion(item.version) &&
+         std::is_gt(compareVersions(item.version, asker.installedVersion)) &&
+         enclosureFor(item, asker) != nullptr &&
+         std::is_lteq(compareVersions(item.minimumSystemVersion, asker.systemVersion)) &&
+         (item.channel.empty() || contains(asker.channels, item.channel)) &&
+         !isRuledOut(item, feedDate, asker) && hasReached(item, asker);
+}
+
+/// As "2026-11-21".
+std::string dayOf(std::chrono::sys_seconds time) {
+  const std::chrono::year_month_day day(std::chrono::floor<std::chrono::days>(time));
+  return formatText("{:04}-{:02}-{:02}", static_cast<int>(day.year()),
+                    static_cast<unsigned>(day.month()), static_cast<unsigned>(day.day()));
+}
+
+UpdateOffer offerOf(const AppcastItem& item, const AppcastItem::Enclosure& enclosure) {
+  const bool named = isVersion(item.shortVersionString);
+  return {
+      .version = item.version,
+      .displayVersion = named ? item.shortVersionString : item.version,
+      .url = enclosure.url,
+      .length = enclosure.length,
+      .sha256 = enclosure.sha256,
+      .signature = enclosure.signature,
+      .critical = item.critical,
+      .releaseNotes = visibleLines(item.description),
+  };
+}
+
+}  // namespace
+
+Result<std::optional<UpdateOffer>> chooseUpdate(const std::vector<AppcastItem>& items,
+                                                std::chrono::sys_seconds feedDate,
+                                                const Asker& asker) {
+  const AppcastItem* best = nullptr;
+  for (const auto& item : items) {
+    if (!isFor(item, feedDate, asker)) continue;
+    if (best == nullptr || std::is_gt(compareVersions(item.version, best->version))) best = &item;
+  }
+  if (best == nullptr) return std::optional<UpdateOffer>();
+  auto offer = offerOf(*best, *enclosureFor(*best, asker));
+  if (auto sound = checkOffer(offer, asker.installedVersion); !sound) return sound.error();
+  return std::optional(std::move(offer));
+}
+
+Result<std::chrono::sys_seconds> checkFeedDate(const Appcast& appcast,
+                                               std::optional<std::chrono::sys_seconds> newest) {
+  if (!appcast.date) return Error{"The feed does not say when it was signed."};
+  if (!newest || *appcast.date >= *newest) return *appcast.date;
+  return Error{"The feed is stale: it was signed on ", dayOf(*appcast.date),
+               ", and a newer one, of ", dayOf(*newest), ", has been seen before."};
+}
+
+Result<void> checkOffer(const UpdateOffer& offer, const std::string& installedVersion) {
+  if (!isVersion(offer.version) || std::is_lteq(compareVersions(offer.version, installedVersion))) {
+    return Error{"Version ", visible(offer.version), " is not newer than ", installedVersion,
+                 ", which is installed."};
+  }
+  if (offer.length <= 0) return Error{"The feed does not say how long the update is."};
+  if (offer.length > maxArchiveBytes) return Error{"The update is too large."};
+  if (offer.signature.empty()) return Error{"The update is not signed."};
+  const bool isHash = offer.sha256.size() == sha256Digits &&
+                      offer.sha256.find_first_not_of("0123456789abcdef") == std::string::npos;
+  if (!isHash) return Error{"The feed does not say what the update's bytes are."};
+  return checkAddress(offer.url);
+}
+
+}  // namespace zephyl

@@ -1,0 +1,45 @@
+#include "System/Concurrency/SignalWatcher.hpp"
+
+#include <boost/asio/io_context.hpp>
+#include <boost/asio/signal_set.hpp>
+
+#include "System/Concurrency/Reactor.hpp"
+
+namespace zephyl {
+
+class SignalWatcher::Watch : public std::enable_shared_from_this<Watch> {
+ public:
+  Watch(Reactor& reactor, std::initializer_list<int> signals, std::function<void(int)> onSignal)
+      : signals_(reactor.context()), onSignal_(std::move(onSignal)) {
+    for (const int signal : signals) signals_.add(signal);
+  }
+
+  void wait() {
+    signals_.async_wait([self = shared_from_this()](boost::system::error_code error, int signal) {
+      if (error) return;
+      self->onSignal_(signal);
+      self->wait();
+    });
+  }
+
+  void cancel() {
+    boost::system::error_code ignored;
+    signals_.cancel(ignored);
+  }
+
+ private:
+  boost::asio::signal_set signals_;
+  std::function<void(int)> onSignal_;
+};
+
+SignalWatcher::SignalWatcher(Reactor& reactor, std::initializer_list<int> signals,
+                             std::function<void(int)> onSignal)
+    : watch_(std::make_shared<Watch>(reactor, signals, std::move(onSignal))), reactor_(reactor) {
+  reactor_.run([this] { watch_->wait(); });
+}
+
+SignalWatcher::~SignalWatcher() {
+  reactor_.run([this] { watch_->cancel(); });
+}
+
+}  // namespace zephyl

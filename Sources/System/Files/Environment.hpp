@@ -1,0 +1,28 @@
+#pragma once
+
+#include <map>
+#include <optional>
+#include <string>
+
+namespace zephyl {
+
+/// The environment handed to a child: names to values.
+using Environment = std::map<std::string, std::string, std::less<>>;
+
+/// Overwrites all values: some may be secrets.
+void wipe(Environment& environment);
+
+/// A copy of the process's own environment.
+Environment currentEnvironment();
+
+/// The value of a variable of the process's own environment; none when unset.
+std::optional<std::string> environmentVariable(const char* name);
+
+/// Hands on a token that lets a child's first window come to the front; an empty one is none.
+void setActivationToken(Environment& environment, const std::string& token);
+
+/// Takes what was meant for this process alone out of its environment, so that no child inherits
+/// it: `NOTIFY_SOCKET`, `WATCHDOG_*` and activation tokens. Called once, before any thread starts.
+void removePrivateEnvironmentVariables();
+
+}  // namespace zephyl

@@ -1,0 +1,83 @@
+#include "System/Files/UserDefaults.hpp"
+
+#include "System/Data/JSON.hpp"
+#include "System/Data/Text.hpp"
+#include "System/Files/Directories.hpp"
+#include "System/Files/Files.hpp"
+#include "System/Files/Log.hpp"
+
+namespace zephyl {
+
+namespace {
+
+Result<json::Object> readObject(const std::string& path) {
+  const auto text = readFile(path);
+  if (!text) return text.error();
+  auto value = json::parse(*text);
+  if (!value) return Error{path + ": " + value.error().message};
+  if (!value->is_object()) return Error{path + ": not an object"};
+  return std::move(value->get_object());
+}
+
+Result<void> keepUnreadable(const std::string& path, const Error& reason) {
+  const auto copy = copyAside(path);
+  if (!copy) return copy.error();
+  log("user defaults are unreadable ({}); kept as {}", reason.message, *copy);
+  return {};
+}
+
+Result<void> writeObject(const std::string& path, const json::Object& values) {
+  const std::string text = json::prettySorted(values);
+  if (!isValidUTF8(text)) return Error{path + ": the new value is not valid UTF-8"};
+  if (auto created = createDirectories(parentDirectory(path)); !created) return created;
+  return writeFileAtomically(path, text, Durability::flushed);
+}
+
+}  // namespace
+
+std::optional<std::int64_t> UserDefaults::integer(const std::string& key) const {
+  return read<std::int64_t>(key);
+}
+
+std::optional<std::string> UserDefaults::string(const std::string& key) const {
+  return read<std::string>(key);
+}
+
+void UserDefaults::setString(const std::string& key, const std::string& value) {
+  change([&](Values& values) { values[key] = value; });
+}
+
+void UserDefaults::remove(const std::string& key) {
+  change([&](Values& values) { values.erase(key); });
+}
+
+std::string UserDefaults::path() const {
+  return joinPath(joinPath(directories::configuration(), domain_), "defaults.json");
+}
+
+template <typename T>
+std::optional<T> UserDefaults::read(const std::string& key) const {
+  const auto values = readObject(path());
+  if (!values) return std::nullopt;
+  const auto* value = values->if_contains(key);
+  if (value == nullptr) return std::nullopt;
+  auto decoded = json::decode<T>(*value);
+  if (!decoded) return std::nullopt;
+  return std::move(*decoded);
+}
+
+void UserDefaults::change(const std::function<void(Values&)>& edit) {
+  const std::scoped_lock lock(changing_);
+  const std::string file = path();
+  const auto old = readObject(file);
+  Values values = old ? *old : Values();
+  edit(values);
+  if (values == (old ? *old : Values())) return;
+
+  Result<void> saved;
+  if (!old && fileExists(file)) saved = keepUnreadable(file, old.error());
+  if (saved) saved = writeObject(file, values);
+  if (!saved) log("could not write the user defaults: {}", saved.error().message);
+}
+
+}  // namespace zephyl

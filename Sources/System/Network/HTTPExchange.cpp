@@ -1,0 +1,371 @@
+#include "System/Network/HTTPExchange.hpp"
+
+#include <algorithm>
+#include <atomic>
+#include <vector>
+
+#include <boost/asio/io_context.hpp>
+#include <boost/asio/ip/tcp.hpp>
+#include <boost/asio/post.hpp>
+#include <boost/asio/steady_timer.hpp>
+#include <boost/asio/write.hpp>
+#include <boost/beast/core/flat_static_buffer.hpp>
+#include <boost/beast/http/basic_parser.hpp>
+
+#include <sys/socket.h>
+
+#include "System/Concurrency/Reactor.hpp"
+#include "System/Files/FileDescriptor.hpp"
+#include "System/Network/HTTPDestination.hpp"
+
+namespace zephyl {
+
+namespace {
+
+namespace asio = boost::asio;
+namespace http = boost::beast::http;
+using asio::ip::tcp;
+using boost::system::error_code;
+
+/// As much of an answer as is read at a time. A header does not get longer than this.
+constexpr std::size_t pieceBytes = 16UL << 10;
+
+class Connection;
+
+/// What the caller holds. The connection itself is kept by its pending operations alone, so it
+/// goes with the reactor even when a handle stays.
+class Handle final : public HTTPTask::Exchange {
+ public:
+  explicit Handle(asio::io_context& context) : context_(context) {}
+
+  void attach(std::weak_ptr<Connection> connection) { connection_ = std::move(connection); }
+  void cancel() override;
+  /// To be asked before each callback.
+  [[nodiscard]] bool isCancelled() const { return cancelled_; }
+
+ private:
+  asio::io_context& context_;
+  std::weak_ptr<Connection> connection_;
+  std::atomic<bool> cancelled_ = false;
+};
+
+/// Takes an answer apart and gives it to the receiver, as long as that one wants it.
+class AnswerParser final : public http::basic_parser<false> {
+ public:
+  AnswerParser(HTTPReceiver& receiver, const Handle& handle,
+               std::optional<std::size_t> maxBodyBytes)
+      : receiver_(receiver), handle_(handle) {
+    eager(true);
+    if (maxBodyBytes) {
+      body_limit(*maxBodyBytes);
+    } else {
+      body_limit(boost::none);
+    }
+  }
+
+  /// A whole interim answer, such as "100 Continue"; the real one follows.
+  [[nodiscard]] bool isInterim() const { return is_done() && isInterimStatus(); }
+  /// The receiver does not want the body.
+  [[nodiscard]] bool isRefused() const { return refused_; }
+
+ private:
+  using View = boost::beast::string_view;
+
+  [[nodiscard]] bool isInterimStatus() const { return status_ / 100 == 1 && status_ != 101; }
+
+  std::size_t pass(std::string_view bytes, error_code& error) {
+    const auto size = bytes.size();
+    while (!bytes.empty() && !handle_.isCancelled()) receiver_.receiveBody(bytes);
+    if (!bytes.empty()) error = asio::error::operation_aborted;
+    return size;
+  }
+
+  void on_response_impl(int status, View, int, error_code&) override { status_ = status; }
+  void on_header_impl(error_code& error) override {
+    if (isInterimStatus() || handle_.isCancelled()) return;
+    refused_ = !receiver_.receiveStatus(status_);
+    if (refused_) error = asio::error::operation_aborted;
+  }
+  std::size_t on_body_impl(View bytes, error_code& error) override {
+    return pass({bytes.data(), bytes.size()}, error);
+  }
+  std::size_t on_chunk_body_impl(std::uint64_t, View bytes, error_code& error) override {
+    return pass({bytes.data(), bytes.size()}, error);
+  }
+  void on_request_impl(http::verb, View, View, int, error_code&) override {}
+  void on_field_impl(http::field, View, View, error_code&) override {}
+  void on_body_init_impl(const boost::optional<std::uint64_t>&, error_code&) override {}
+  void on_chunk_header_impl(std::uint64_t, View, error_code&) override {}
+  void on_finish_impl(error_code&) override {}
+
+  HTTPReceiver& receiver_;
+  const Handle& handle_;
+  int status_ = 0;
+  bool refused_ = false;
+};
+
+/// One request and its answer on a connection of its own. Lives on the reactor's thread.
+class Connection final : public std::enable_shared_from_this<Connection> {
+ public:
+  Connection(asio::io_context& context, std::shared_ptr<Handle> handle, const HTTPLimits& limits,
+             ConnectionCheck check, std::unique_ptr<HTTPReceiver> receiver)
+      : socket_(context),
+        timer_(context),
+        limits_(limits),
+        check_(std::move(check)),
+        handle_(std::move(handle)),
+        receiver_(std::move(receiver)) {
+    renewParser();
+  }
+
+  void start(const ClientRequest& request);
+  /// Ends it without a callback.
+  void stop();
+
+ private:
+  using SteadyClock = std::chrono::steady_clock;
+
+  void resolve(const HTTPDestination& destination);
+  void connect();
+  error_code open(const tcp& protocol);
+  [[nodiscard]] std::optional<Error> checkPeer() const;
+  void exchange();
+  void read();
+  void received(error_code error, std::size_t size);
+  error_code parse();
+  error_code parseEnd();
+  void proceed(error_code error);
+  void renewParser() { parser_.emplace(*receiver_, *handle_, limits_.bodyBytes); }
+
+  void watch();
+  void checkTime();
+  [[nodiscard]] Instant silenceEnd() const;
+  [[nodiscard]] Instant wholeEnd() const;
+
+  void couldNotConnect(std::string_view reason);
+  [[nodiscard]] Error describe(error_code error) const;
+  void finish(std::optional<Error> error);
+
+  tcp::socket socket_;
+  asio::steady_timer timer_;
+  std::optional<tcp::resolver> resolver_;
+  const HTTPLimits limits_;
+  const ConnectionCheck check_;
+  const std::shared_ptr<Handle> handle_;
+  std::unique_ptr<HTTPReceiver> receiver_;
+  std::optional<AnswerParser> parser_;
+  boost::beast::flat_static_buffer<pieceBytes> buffer_;
+  std::size_t headBytes_ = 0;  ///< read before the header, interim answers and all, was whole
+  std::string authority_;
+  std::string request_;
+  std::vector<tcp::endpoint> endpoints_;  ///< left to try, the next one last
+  Instant started_ = SteadyClock::now();
+  Instant quietSince_ = started_;
+  bool connected_ = false;
+  bool ended_ = false;
+};
+
+void Handle::cancel() {
+  if (cancelled_.exchange(true)) return;
+  if (auto connection = connection_.lock())
+    asio::post(context_, [connection = std::move(connection)] { connection->stop(); });
+}
+
+void Connection::start(const ClientRequest& request) {
+  if (handle_->isCancelled()) return;
+  watch();
+  const auto destination = HTTPDestination::parse(request.url);
+  if (!destination) return finish(Error{"not an http address: ", request.url});
+  authority_ = destination->authority;
+  request_ = destination->wireForm(request);
+  resolve(*destination);
+}
+
+void Connection::resolve(const HTTPDestination& destination) {
+  error_code notNumeric;
+  const auto address = asio::ip::make_address(destination.host, notNumeric);
+  if (!notNumeric) {
+    endpoints_ = {tcp::endpoint(address, destination.port)};
+    return connect();
+  }
+  resolver_.emplace(socket_.get_executor())
+      .async_resolve(destination.host, std::to_string(destination.port),
+                     tcp::resolver::numeric_service,
+                     [self = shared_from_this()](error_code error,
+                                                 const tcp::resolver::results_type& results) {
+                       if (self->ended_) return;
+                       if (error) return self->couldNotConnect(error.message());
+                       for (const auto& result : results)
+                         self->endpoints_.insert(self->endpoints_.begin(), result);
+                       self->connect();
+                     });
+}
+
+void Connection::connect() {
+  const auto endpoint = endpoints_.back();
+  endpoints_.pop_back();
+  const auto connected = [self = shared_from_this()](error_code error) {
+    if (self->ended_) return;
+    if (!error) return self->exchange();
+    if (self->endpoints_.empty()) return self->couldNotConnect(error.message());
+    self->connect();
+  };
+  if (const auto error = open(endpoint.protocol())) return connected(error);
+  socket_.async_connect(endpoint, connected);
+}
+
+error_code Connection::open(const tcp& protocol) {
+  error_code error;
+  socket_.close(error);
+  // Asio's own way to open a socket does not set close-on-exec.
+  FileDescriptor descriptor(::socket(protocol.family(), SOCK_STREAM | SOCK_CLOEXEC, 0));
+  if (!descriptor) return {errno, boost::system::system_category()};
+  socket_.assign(protocol, descriptor.get(), error);
+  if (!error) descriptor.release();
+  return error;
+}
+
+std::optional<Error> Connection::checkPeer() const {
+  if (!check_) return std::nullopt;
+  error_code error;
+  const auto peer = socket_.remote_endpoint(error);
+  if (error) return Error{"lost the connection to ", authority_, ": ", error.message()};
+  return check_(peer.address().to_string(), peer.port());
+}
+
+void Connection::exchange() {
+  connected_ = true;
+  if (auto refusal = checkPeer()) return finish(std::move(refusal));
+  quietSince_ = SteadyClock::now();
+  error_code ignored;
+  socket_.set_option(tcp::no_delay(true), ignored);
+  // The server may answer before it has read everything, or without; when writing fails, what
+  // there is to read says why.
+  asio::async_write(socket_, asio::buffer(request_),
+                    [self = shared_from_this()](error_code error, std::size_t) {
+                      if (!error) self->quietSince_ = SteadyClock::now();
+                    });
+  read();
+}
+
+void Connection::read() {
+  socket_.async_read_some(buffer_.prepare(buffer_.max_size() - buffer_.size()),
+                          [self = shared_from_this()](error_code error, std::size_t size) {
+                            if (!self->ended_) self->received(error, size);
+                          });
+}
+
+void Connection::received(error_code error, std::size_t size) {
+  quietSince_ = SteadyClock::now();
+  if (!error) {
+    buffer_.commit(size);
+    if (!parser_->is_header_done()) headBytes_ += size;
+    error = parse();
+  } else if (error == asio::error::eof) {
+    error = parseEnd();
+  }
+  proceed(error);
+}
+
+/// Parses what there is. No error when more is needed.
+error_code Connection::parse() {
+  error_code error;
+  buffer_.consume(parser_->put(buffer_.data(), error));
+  while (!error && parser_->isInterim()) {
+    renewParser();
+    buffer_.consume(parser_->put(buffer_.data(), error));
+  }
+  if (error != http::error::need_more) return error;
+  const bool headTooLong = !parser_->is_header_done() && headBytes_ >= pieceBytes;
+  if (headTooLong || buffer_.size() == buffer_.max_size()) return http::error::header_limit;
+  return {};
+}
+
+/// Parses the end of the connection.
+error_code Connection::parseEnd() {
+  error_code error = http::error::partial_message;
+  if (parser_->got_some()) parser_->put_eof(error);
+  return error;
+}
+
+void Connection::proceed(error_code error) {
+  if (handle_->isCancelled()) return stop();
+  if (parser_->isRefused()) return finish(std::nullopt);
+  if (error) return finish(describe(error));
+  if (!parser_->is_done()) return read();
+  receiver_->finishBody();
+  finish(std::nullopt);
+}
+
+/// One timer watches both limits. It is not moved for every piece that arrives, but looks at the
+/// time of the last one when it fires.
+void Connection::watch() {
+  const auto next = std::min(silenceEnd(), wholeEnd());
+  if (next == Instant::max()) return;
+  timer_.expires_at(next);
+  timer_.async_wait([self = shared_from_this()](error_code error) {
+    if (!error && !self->ended_) self->checkTime();
+  });
+}
+
+void Connection::checkTime() {
+  const auto now = SteadyClock::now();
+  if (now < std::min(silenceEnd(), wholeEnd())) return watch();
+  if (!connected_) return couldNotConnect("timed out");
+  if (now >= wholeEnd()) return finish(Error{"timed out: ", authority_, " did not finish in time"});
+  finish(Error{"timed out waiting for ", authority_});
+}
+
+Instant Connection::silenceEnd() const {
+  return limits_.silence == Duration::zero() ? Instant::max() : quietSince_ + limits_.silence;
+}
+
+Instant Connection::wholeEnd() const {
+  return limits_.whole == Duration::zero() ? Instant::max() : started_ + limits_.whole;
+}
+
+void Connection::couldNotConnect(std::string_view reason) {
+  finish(Error{"could not connect to ", authority_, ": ", reason});
+}
+
+Error Connection::describe(error_code error) const {
+  if (error == http::error::body_limit)
+    return {authority_, " sent more than ", std::to_string(*limits_.bodyBytes), " bytes"};
+  if (error.category() == boost::system::system_category())
+    return {"lost the connection to ", authority_, ": ", error.message()};
+  if (!parser_->is_header_done()) return {"no response"};
+  if (error == http::error::partial_message) return {authority_, " broke off its answer"};
+  return {authority_, " sent a malformed answer"};
+}
+
+void Connection::finish(std::optional<Error> error) {
+  const auto receiver = std::move(receiver_);
+  stop();
+  if (!handle_->isCancelled()) receiver->end(std::move(error));
+}
+
+void Connection::stop() {
+  ended_ = true;
+  error_code ignored;
+  socket_.close(ignored);
+  timer_.cancel();
+  if (resolver_) resolver_->cancel();
+  receiver_.reset();
+}
+
+}  // namespace
+
+std::shared_ptr<HTTPTask::Exchange> startExchange(Reactor& reactor, ClientRequest request,
+                                                  const HTTPLimits& limits, ConnectionCheck check,
+                                                  std::unique_ptr<HTTPReceiver> receiver) {
+  auto handle = std::make_shared<Handle>(reactor.context());
+  auto connection = std::make_shared<Connection>(reactor.context(), handle, limits,
+                                                 std::move(check), std::move(receiver));
+  handle->attach(connection);
+  reactor.post([connection = std::move(connection), request = std::move(request)] {
+    connection->start(request);
+  });
+  return handle;
+}
+
+}  // namespace zephyl

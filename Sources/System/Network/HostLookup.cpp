@@ -1,0 +1,60 @@
+#include "System/Network/HostLookup.hpp"
+
+#include <memory>
+#include <utility>
+
+#include <boost/asio/ip/address.hpp>
+
+#include "System/Data/Text.hpp"
+#include "System/Files/Log.hpp"
+#include "System/Processes/ChildProcess.hpp"
+
+namespace zephyl {
+
+namespace {
+
+namespace ip = boost::asio::ip;
+
+constexpr auto resolverProgram = "/usr/bin/getent";
+constexpr std::size_t mostAddresses = 256;
+
+/// The resolver prints one line per address and kind of socket, which begins with the address.
+void addAddresses(const OutputLines& output, HostAddresses& addresses) {
+  for (const auto& line : output.lines()) {
+    if (addresses.size() == mostAddresses) return;
+    const auto words = splitNonEmpty(line, ' ');
+    if (!words.empty()) addresses.emplace_back(words.front());
+  }
+}
+
+}  // namespace
+
+void lookUpHost(ProcessLauncher& launcher, const std::string& host,
+                const std::function<void(const HostAddresses& addresses)>& done) {
+  const auto addresses = std::make_shared<HostAddresses>();
+  const auto child = launcher.launch({
+      .executable = resolverProgram,
+      .arguments = {"ahosts", host},
+      .environment = currentEnvironment(),
+      .onOutput = [addresses](const OutputLines& output) { addAddresses(output, *addresses); },
+      .onExit =
+          [addresses, done](ExitStatus status) {
+            done(status == ExitStatus{} ? *addresses : HostAddresses());
+          },
+  });
+  if (child) return;
+  log("could not look up {}: {}", host, child.error().message);
+  done({});
+}
+
+bool isLoopback(std::string_view address) {
+  boost::system::error_code notNumeric;
+  const auto parsed = ip::make_address(std::string(address), notNumeric);
+  if (notNumeric) return false;
+  if (parsed.is_v6() && parsed.to_v6().is_v4_mapped()) {
+    return ip::make_address_v4(ip::v4_mapped, parsed.to_v6()).is_loopback();
+  }
+  return parsed.is_loopback();
+}
+
+}  // namespace zephyl

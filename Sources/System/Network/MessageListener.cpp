@@ -1,0 +1,463 @@
+#include "System/Network/MessageListener.hpp"
+
+#include <algorithm>
+#include <array>
+#include <atomic>
+#include <cerrno>
+#include <chrono>
+#include <map>
+#include <mutex>
+#include <optional>
+#include <utility>
+#include <vector>
+
+#include <boost/asio/posix/stream_descriptor.hpp>
+#include <boost/asio/steady_timer.hpp>
+
+#include <linux/sockios.h>
+#include <netinet/in.h>
+#include <sys/ioctl.h>
+#include <sys/socket.h>
+
+#include "System/Concurrency/Reactor.hpp"
+#include "System/Data/Secret.hpp"
+#include "System/Files/FileDescriptor.hpp"
+
+namespace zephyl {
+
+namespace asio = boost::asio;
+
+namespace {
+
+constexpr int acceptsPerTurn = 8;
+constexpr std::chrono::milliseconds acceptRetryDelay{100};
+constexpr std::chrono::seconds drainTime{2};
+constexpr std::size_t drainBytes = 1UL << 20;
+constexpr int looksPerSendTimeout = 6;
+
+using Identifier = std::uint64_t;
+using Descriptor = asio::posix::stream_descriptor;
+
+Result<FileDescriptor> listenOnLoopback(std::uint16_t port) {
+  FileDescriptor socket(::socket(AF_INET, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
+  if (!socket) return systemError("socket", errno);
+  const int on = 1;
+  ::setsockopt(socket.get(), SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
+  sockaddr_in address{};
+  address.sin_family = AF_INET;
+  address.sin_port = htons(port);
+  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  const auto where = "127.0.0.1:" + std::to_string(port);
+  if (::bind(socket.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0 ||
+      ::listen(socket.get(), SOMAXCONN) != 0) {
+    return systemError(where, errno);
+  }
+  return socket;
+}
+
+bool isShortage(int error) {
+  return error == EMFILE || error == ENFILE || error == ENOBUFS || error == ENOMEM;
+}
+
+/// Whether the error is of the listening socket itself, not of the connection that was to come.
+bool isFatal(int error) {
+  return error == EBADF || error == EINVAL || error == ENOTSOCK || error == EOPNOTSUPP;
+}
+
+bool hasUnreadBytes(int socket) {
+  int count = 0;
+  return ::ioctl(socket, FIONREAD, &count) == 0 && count > 0;
+}
+
+/// Bytes that the system has been given to send and that the peer has not taken.
+std::size_t untakenBytes(int socket) {
+  int count = 0;
+  return ::ioctl(socket, SIOCOUTQ, &count) == 0 ? static_cast<std::size_t>(count) : 0;
+}
+
+/// What a thread is called after "com.example.purpose".
+std::string threadName(const std::string& label) {
+  return label.substr(label.rfind('.') + 1);
+}
+
+}  // namespace
+
+struct MessageListener::Peer::Ticket {
+  Ticket(std::weak_ptr<Server> listener, Identifier connection)
+      : server(std::move(listener)), id(connection) {}
+  ~Ticket();
+  Ticket(const Ticket&) = delete;
+  Ticket& operator=(const Ticket&) = delete;
+
+  const std::weak_ptr<Server> server;
+  const Identifier id;
+  std::atomic<bool> answered = false;
+};
+
+/// What the listener's thread works on. Lives on, closed, while somebody still holds a peer.
+class MessageListener::Server : public std::enable_shared_from_this<Server> {
+ public:
+  Server(Options options, Handlers handlers, FileDescriptor socket);
+
+  void start();
+  void cancel();
+  void close();
+  [[nodiscard]] std::uint16_t port() const;
+
+  /// Ways in for peers, from any thread.
+  void deliver(Identifier id, std::string message, bool refused);
+  void drop(Identifier id);
+
+ private:
+  /// Reads until the message is whole, then waits for the owner's answer, sends it and, where the
+  /// peer may still be sending, drains.
+  struct Connection {
+    enum class State { reading, waiting, sending, draining, ended };
+
+    Connection(FileDescriptor descriptor, Peer owner, Reader messageReader)
+        : socket(std::move(descriptor)), peer(std::move(owner)), reader(std::move(messageReader)) {}
+    ~Connection() {
+      if (peer) peer->ticket_->answered = true;  // it has nothing to end any more
+      if (waiter) waiter->release();
+      wipe(received);
+    }
+    Connection(const Connection&) = delete;
+    Connection& operator=(const Connection&) = delete;
+
+    [[nodiscard]] bool isDrainingAfterRefusal() const {
+      return state == State::draining && refused;
+    }
+
+    FileDescriptor socket;
+    State state = State::reading;
+    std::optional<Peer> peer;  // until the message is whole
+    Reader reader;
+    std::string received;
+    std::string unsent;
+    std::size_t untaken = 0;  // of the answer, when it was last looked at
+    int looksInVain = 0;
+    bool refused = false;
+    std::size_t drained = 0;
+    std::optional<Descriptor> waiter;  // made when there is something to wait for
+    std::optional<asio::steady_timer> timer;
+  };
+  using Step = void (Server::*)(Identifier, Connection&);
+
+  void onThread(Task task);
+  void acceptPending();
+  void acceptLater(int error);
+  [[nodiscard]] std::map<Identifier, Connection>::iterator evictable();
+  [[nodiscard]] bool isFull() const { return connections_.size() >= options_.maxConnections; }
+  void acceptIfWaitingForRoom();
+  void add(FileDescriptor socket);
+  void receive(Identifier id, Connection& connection);
+  bool hand(Identifier id, Connection& connection, std::string_view piece);
+  void transmit(Identifier id, Connection& connection);
+  void startDraining(Identifier id, Connection& connection);
+  void watchSending(Identifier id, Connection& connection);
+  void drain(Identifier id, Connection& connection);
+  void waitFor(Identifier id, Connection& connection, Descriptor::wait_type what, Step step);
+  void end(Identifier id, Connection& connection);
+
+  const Options options_;
+  const Handlers handlers_;
+
+  std::mutex mutex_;  // guards both against those who come when they go
+  std::unique_ptr<Reactor> reactor_;
+  bool closed_ = false;
+
+  // On the thread:
+  FileDescriptor socket_;
+  std::optional<Descriptor> acceptor_;
+  std::optional<asio::steady_timer> acceptTimer_;
+  bool acceptsNoMore_ = false;
+  bool waitsForRoom_ = false;
+  Identifier lastId_ = 0;
+  std::map<Identifier, Connection> connections_;  // the oldest first
+  std::optional<Identifier> handled_;             // whose handler is running
+  std::vector<char> scratch_;
+};
+
+MessageListener::Peer::Ticket::~Ticket() {
+  if (answered) return;
+  if (const auto listener = server.lock()) listener->drop(id);
+}
+
+void MessageListener::Peer::send(std::string message) const {
+  deliver(std::move(message), false);
+}
+
+void MessageListener::Peer::refuse(std::string message) const {
+  deliver(std::move(message), true);
+}
+
+void MessageListener::Peer::deliver(std::string message, bool refused) const {
+  if (ticket_->answered.exchange(true)) return;
+  if (const auto server = ticket_->server.lock()) {
+    server->deliver(ticket_->id, std::move(message), refused);
+  }
+}
+
+MessageListener::Server::Server(Options options, Handlers handlers, FileDescriptor socket)
+    : options_(std::move(options)),
+      handlers_(std::move(handlers)),
+      reactor_(std::make_unique<Reactor>(threadName(options_.label))),
+      socket_(std::move(socket)),
+      scratch_(options_.readSize) {}
+
+void MessageListener::Server::start() {
+  reactor_->run([this] {
+    acceptor_.emplace(reactor_->context(), socket_.get());
+    acceptTimer_.emplace(reactor_->context());
+  });
+  reactor_->post([this] { acceptPending(); });
+}
+
+void MessageListener::Server::cancel() {
+  reactor_->post([this] {
+    if (std::exchange(acceptsNoMore_, true)) return;
+    acceptTimer_->cancel();
+    acceptor_->release();
+    socket_.reset();
+  });
+}
+
+void MessageListener::Server::close() {
+  {
+    const std::scoped_lock lock(mutex_);
+    closed_ = true;
+  }
+  cancel();
+  reactor_->run([this] {
+    connections_.clear();
+    acceptTimer_.reset();
+    acceptor_.reset();
+  });
+  std::unique_lock lock(mutex_);
+  const auto reactor = std::move(reactor_);
+  lock.unlock();
+}
+
+std::uint16_t MessageListener::Server::port() const {
+  sockaddr_in address{};
+  socklen_t size = sizeof address;
+  ::getsockname(socket_.get(), reinterpret_cast<sockaddr*>(&address), &size);
+  return ntohs(address.sin_port);
+}
+
+void MessageListener::Server::deliver(Identifier id, std::string message, bool refused) {
+  onThread([this, id, refused, message = std::move(message)]() mutable {
+    const auto found = connections_.find(id);
+    if (found == connections_.end()) return;
+    found->second.unsent = std::move(message);
+    found->second.state = Connection::State::sending;
+    found->second.refused = refused;
+    transmit(id, found->second);
+  });
+}
+
+void MessageListener::Server::drop(Identifier id) {
+  onThread([this, id] {
+    const auto found = connections_.find(id);
+    if (found != connections_.end()) end(id, found->second);
+  });
+}
+
+/// Runs the task now when this is the thread, else there, later; not at all when it is gone.
+void MessageListener::Server::onThread(Task task) {
+  std::unique_lock lock(mutex_);
+  if (!reactor_) return;
+  if (reactor_->isCurrent()) {
+    lock.unlock();
+    task();
+  } else if (!closed_) {
+    reactor_->post(std::move(task));
+  }
+}
+
+/// A few at a time, so that those who come do not keep those waiting who are there already.
+void MessageListener::Server::acceptPending() {
+  for (int turn = 0; !acceptsNoMore_; ++turn) {
+    if (turn == acceptsPerTurn) return reactor_->post([this] { acceptPending(); });
+    waitsForRoom_ = isFull() && evictable() == connections_.end();
+    if (waitsForRoom_) return;
+    const int socket = ::accept4(socket_.get(), nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC);
+    if (socket >= 0) {
+      add(FileDescriptor(socket));
+    } else if (errno == EAGAIN || isShortage(errno)) {
+      return acceptLater(errno);
+    } else if (isFatal(errno)) {
+      return handlers_.onFailed(systemError("accept", errno));
+    }
+  }
+}
+
+void MessageListener::Server::acceptLater(int error) {
+  const auto again = [this](const boost::system::error_code& aborted) {
+    if (!aborted) acceptPending();
+  };
+  if (error == EAGAIN) return acceptor_->async_wait(Descriptor::wait_read, again);
+  acceptTimer_->expires_after(acceptRetryDelay);
+  acceptTimer_->async_wait(again);
+}
+
+/// Returns the connection that gives way to a new one when all places are taken.
+auto MessageListener::Server::evictable() -> std::map<Identifier, Connection>::iterator {
+  const auto refused = std::ranges::find_if(
+      connections_, [](const auto& each) { return each.second.isDrainingAfterRefusal(); });
+  if (refused != connections_.end()) return refused;
+  return std::ranges::find_if(connections_, [](const auto& each) {
+    return each.second.state == Connection::State::reading;
+  });
+}
+
+void MessageListener::Server::add(FileDescriptor socket) {
+  if (isFull()) connections_.erase(evictable());
+  const Identifier id = ++lastId_;
+  Peer peer(std::make_shared<Peer::Ticket>(weak_from_this(), id));
+  const auto added =
+      connections_.try_emplace(id, std::move(socket), std::move(peer), handlers_.onAccepted())
+          .first;
+  receive(id, added->second);
+}
+
+void MessageListener::Server::receive(Identifier id, Connection& connection) {
+  for (;;) {
+    const auto count = ::recv(connection.socket.get(), scratch_.data(), scratch_.size(), 0);
+    if (count > 0) {
+      const std::string_view piece(scratch_.data(), static_cast<std::size_t>(count));
+      if (!hand(id, connection, piece)) return;
+    } else if (count < 0 && errno == EAGAIN) {
+      return waitFor(id, connection, Descriptor::wait_read, &Server::receive);
+    } else if (count == 0 || errno != EINTR) {
+      return end(id, connection);
+    }
+  }
+}
+
+/// Appends a piece to what was received and passes it to the reader. Returns whether to read on.
+bool MessageListener::Server::hand(Identifier id, Connection& connection, std::string_view piece) {
+  append(connection.received, piece);
+  ::explicit_bzero(scratch_.data(), piece.size());
+  handled_ = id;
+  const auto verdict = connection.reader(*connection.peer, connection.received);
+  handled_.reset();
+  if (connection.state == Connection::State::ended) {
+    end(id, connection);
+    return false;
+  }
+  if (verdict == Verdict::incomplete) return true;
+  wipe(connection.received);
+  if (connection.state == Connection::State::reading) connection.state = Connection::State::waiting;
+  connection.peer.reset();  // the connection ends here when the owner kept none
+  return false;
+}
+
+void MessageListener::Server::transmit(Identifier id, Connection& connection) {
+  while (!connection.unsent.empty()) {
+    const auto count = ::send(connection.socket.get(), connection.unsent.data(),
+                              connection.unsent.size(), MSG_NOSIGNAL);
+    if (count >= 0) {
+      connection.unsent.erase(0, static_cast<std::size_t>(count));
+    } else if (errno == EAGAIN) {
+      if (!connection.timer) watchSending(id, connection);
+      return waitFor(id, connection, Descriptor::wait_write, &Server::transmit);
+    } else if (errno != EINTR) {
+      return end(id, connection);
+    }
+  }
+  if (!connection.refused && !hasUnreadBytes(connection.socket.get())) return end(id, connection);
+  startDraining(id, connection);
+}
+
+/// Reads what the peer is still sending, so that closing does not reset the connection while the
+/// answer is on its way.
+void MessageListener::Server::startDraining(Identifier id, Connection& connection) {
+  ::shutdown(connection.socket.get(), SHUT_WR);
+  connection.state = Connection::State::draining;
+  connection.timer.emplace(reactor_->context(), drainTime);
+  connection.timer->async_wait([this, id](const boost::system::error_code& aborted) {
+    if (!aborted) drop(id);
+  });
+  if (connection.refused) acceptIfWaitingForRoom();
+  drain(id, connection);
+}
+
+/// Looks again and again whether the peer takes of its answer, and ends the connection when not. A
+/// slow peer may take some long before there is room for more.
+void MessageListener::Server::watchSending(Identifier id, Connection& connection) {
+  connection.untaken = connection.unsent.size() + untakenBytes(connection.socket.get());
+  connection.timer.emplace(reactor_->context(), options_.sendTimeout / looksPerSendTimeout);
+  connection.timer->async_wait([this, id](const boost::system::error_code& aborted) {
+    const auto found = aborted ? connections_.end() : connections_.find(id);
+    if (found == connections_.end()) return;
+    Connection& slow = found->second;
+    if (slow.state != Connection::State::sending) return;
+    const auto untaken = slow.unsent.size() + untakenBytes(slow.socket.get());
+    slow.looksInVain = untaken == slow.untaken ? slow.looksInVain + 1 : 0;
+    if (slow.looksInVain == looksPerSendTimeout) return end(id, slow);
+    watchSending(id, slow);
+  });
+}
+
+void MessageListener::Server::drain(Identifier id, Connection& connection) {
+  for (;;) {
+    const auto count = ::recv(connection.socket.get(), scratch_.data(), scratch_.size(), 0);
+    if (count > 0) {
+      connection.drained += static_cast<std::size_t>(count);
+      if (connection.drained > drainBytes) return end(id, connection);
+    } else if (count < 0 && errno == EAGAIN) {
+      return waitFor(id, connection, Descriptor::wait_read, &Server::drain);
+    } else if (count == 0 || errno != EINTR) {
+      return end(id, connection);
+    }
+  }
+}
+
+void MessageListener::Server::waitFor(Identifier id, Connection& connection,
+                                      Descriptor::wait_type what, Step step) {
+  if (!connection.waiter) {
+    connection.waiter.emplace(reactor_->context(), connection.socket.get());
+  }
+  connection.waiter->async_wait(what, [this, id, step](const boost::system::error_code& aborted) {
+    if (aborted) return;
+    const auto found = connections_.find(id);
+    if (found != connections_.end()) (this->*step)(id, found->second);
+  });
+}
+
+void MessageListener::Server::end(Identifier id, Connection& connection) {
+  connection.state = Connection::State::ended;
+  if (handled_ == id) return;  // its handler still looks at what was received
+  connections_.erase(id);
+  acceptIfWaitingForRoom();
+}
+
+void MessageListener::Server::acceptIfWaitingForRoom() {
+  if (std::exchange(waitsForRoom_, false)) reactor_->post([this] { acceptPending(); });
+}
+
+Result<std::unique_ptr<MessageListener>> MessageListener::open(Options options, Handlers handlers) {
+  auto socket = listenOnLoopback(options.port);
+  if (!socket) return socket.error();
+  const auto server =
+      std::make_shared<Server>(std::move(options), std::move(handlers), std::move(*socket));
+  server->start();
+  return std::unique_ptr<MessageListener>(new MessageListener(server));
+}
+
+MessageListener::MessageListener(std::shared_ptr<Server> server) : server_(std::move(server)) {}
+
+MessageListener::~MessageListener() {
+  server_->close();
+}
+
+std::uint16_t MessageListener::port() const {
+  return server_->port();
+}
+
+void MessageListener::cancel() {
+  server_->cancel();
+}
+
+}  // namespace zephyl

@@ -1,0 +1,254 @@
+#include "System/Processes/ChildPipes.hpp"
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <cstring>
+#include <utility>
+
+#include <boost/asio/post.hpp>
+
+#include <sys/ioctl.h>
+#include <unistd.h>
+
+namespace zephyl {
+
+namespace {
+
+namespace asio = boost::asio;
+using boost::system::error_code;
+
+/// How much of a child's output may be alive in memory before the child is not read from.
+constexpr std::size_t maxOutstandingBytes = 256UL * 1024;
+
+/// How much is read in one turn of the reactor. Small, since a line of one character takes many
+/// times its size: this bounds by how much one turn can overdraw the allowance.
+constexpr std::size_t bytesPerTurn = 16UL * 1024;
+
+/// What a batch takes up in memory, which for short lines is mostly the lines' own frames.
+std::size_t costOf(const std::vector<std::string>& lines) {
+  std::size_t cost = lines.size() * sizeof(std::string);
+  for (const std::string& line : lines) cost += line.size();
+  return cost;
+}
+
+error_code take(asio::posix::stream_descriptor& descriptor, FileDescriptor& end) {
+  error_code error;
+  descriptor.assign(end.get(), error);
+  if (error) return error;
+  end.release();
+  descriptor.native_non_blocking(true, error);
+  return error;
+}
+
+}  // namespace
+
+/// Counts the bytes of a child's lines that are alive. They come back on any thread, at any time.
+class OutputPipe::Allowance : public std::enable_shared_from_this<Allowance> {
+ public:
+  /// `resume` is called on whatever thread gives back.
+  explicit Allowance(Task resume) : resume_(std::move(resume)) {}
+
+  /// Takes `bytes` until the returned credit goes.
+  std::shared_ptr<void> take(std::size_t bytes) {
+    const std::scoped_lock lock(mutex_);
+    outstanding_ += bytes;
+    return std::make_shared<Credit>(shared_from_this(), bytes);
+  }
+
+  /// When there is none, `resume` is called once there is.
+  [[nodiscard]] bool hasRoom() {
+    const std::scoped_lock lock(mutex_);
+    refused_ = outstanding_ >= maxOutstandingBytes;
+    return !refused_;
+  }
+
+  /// `resume` is not called any more once this has returned.
+  void close() {
+    const std::scoped_lock lock(mutex_);
+    resume_ = nullptr;
+  }
+
+ private:
+  struct Credit {
+    Credit(std::shared_ptr<Allowance> owner, std::size_t size)
+        : allowance(std::move(owner)), bytes(size) {}
+    ~Credit() { allowance->giveBack(bytes); }
+    Credit(const Credit&) = delete;
+    Credit& operator=(const Credit&) = delete;
+
+    const std::shared_ptr<Allowance> allowance;
+    const std::size_t bytes;
+  };
+
+  void giveBack(std::size_t bytes) {
+    const std::scoped_lock lock(mutex_);
+    outstanding_ -= bytes;
+    if (!refused_ || outstanding_ >= maxOutstandingBytes) return;
+    refused_ = false;
+    if (resume_) resume_();
+  }
+
+  std::mutex mutex_;
+  Task resume_;
+  std::size_t outstanding_ = 0;
+  bool refused_ = false;
+};
+
+OutputPipe::OutputPipe(asio::io_context& context, std::size_t maxLineBytes,
+                       std::function<void(OutputLines)> onOutput)
+    : descriptor_(context), onOutput_(std::move(onOutput)), lines_(maxLineBytes) {}
+
+OutputPipe::~OutputPipe() {
+  if (allowance_) allowance_->close();
+}
+
+error_code OutputPipe::attach(FileDescriptor& readingEnd) {
+  return take(descriptor_, readingEnd);
+}
+
+void OutputPipe::start() {
+  allowance_ =
+      std::make_shared<Allowance>([executor = descriptor_.get_executor(), weak = weak_from_this()] {
+        asio::post(executor, [weak] {
+          if (const auto self = weak.lock()) self->await();
+        });
+      });
+  await();
+}
+
+void OutputPipe::await() {
+  if (!descriptor_.is_open() || !allowance_->hasRoom()) return;
+  descriptor_.async_wait(asio::posix::descriptor_base::wait_read,
+                         [self = shared_from_this()](const error_code& error) {
+                           if (error) return;
+                           self->read();
+                           self->await();
+                         });
+}
+
+/// Reads once; how many bytes. At the end of the output, which may come long before that of the
+/// child, the pipe is closed.
+std::size_t OutputPipe::read() {
+  std::array<char, bytesPerTurn> buffer;
+  const ssize_t count = ::read(descriptor_.native_handle(), buffer.data(), buffer.size());
+  if (count < 0 && (errno == EAGAIN || errno == EINTR)) return 0;
+  if (count <= 0) {
+    close();
+    return 0;
+  }
+  const auto size = static_cast<std::size_t>(count);
+  deliver(lines_.append({buffer.data(), size}));
+  ::explicit_bzero(buffer.data(), size);  // some of it may be secret
+  return size;
+}
+
+void OutputPipe::readRest() {
+  int available = 0;
+  if (!descriptor_.is_open() || ::ioctl(descriptor_.native_handle(), FIONREAD, &available) != 0) {
+    return;
+  }
+  auto left = static_cast<std::size_t>(available);
+  while (left > 0 && descriptor_.is_open()) {
+    const std::size_t count = read();
+    if (count == 0) break;
+    left -= std::min(left, count);
+  }
+  close();
+}
+
+void OutputPipe::finish() {
+  deliver(lines_.finish());
+}
+
+void OutputPipe::close() {
+  error_code ignored;
+  descriptor_.close(ignored);
+}
+
+void OutputPipe::deliver(std::vector<std::string> lines) {
+  if (lines.empty()) return;
+  auto credit = allowance_->take(costOf(lines));
+  onOutput_(OutputLines(std::move(lines), std::move(credit)));
+}
+
+void InputBuffer::append(std::string_view line) {
+  const std::scoped_lock lock(mutex_);
+  if (content_.ends || !wake_) return;
+  content_.text.append(line).push_back('\n');
+  wake_();
+}
+
+void InputBuffer::end() {
+  const std::scoped_lock lock(mutex_);
+  content_.ends = true;
+  if (wake_) wake_();
+}
+
+InputBuffer::Content InputBuffer::take() {
+  const std::scoped_lock lock(mutex_);
+  return {std::exchange(content_.text, {}), content_.ends};
+}
+
+void InputBuffer::setWake(Task wake) {
+  const std::scoped_lock lock(mutex_);
+  wake_ = std::move(wake);
+}
+
+InputPipe::InputPipe(asio::io_context& context, std::shared_ptr<InputBuffer> buffer)
+    : descriptor_(context), buffer_(std::move(buffer)) {}
+
+error_code InputPipe::attach(FileDescriptor& writingEnd) {
+  const error_code error = take(descriptor_, writingEnd);
+  if (error) return error;
+  buffer_->setWake([executor = descriptor_.get_executor(), weak = weak_from_this()] {
+    asio::post(executor, [weak] {
+      if (const auto self = weak.lock()) self->pump();
+    });
+  });
+  return error;
+}
+
+void InputPipe::close() {
+  buffer_->setWake(nullptr);
+  error_code ignored;
+  descriptor_.close(ignored);
+}
+
+void InputPipe::pump() {
+  while (descriptor_.is_open() && !waiting_) {
+    if (written_ == content_.text.size()) {
+      content_ = buffer_->take();
+      written_ = 0;
+    }
+    if (content_.text.empty()) {
+      if (content_.ends) close();
+      return;
+    }
+    write();
+  }
+}
+
+/// Writes once. What nobody will read is dropped.
+void InputPipe::write() {
+  const std::string_view rest = std::string_view(content_.text).substr(written_);
+  const ssize_t count = ::write(descriptor_.native_handle(), rest.data(), rest.size());
+  if (count >= 0) {
+    written_ += static_cast<std::size_t>(count);
+  } else if (errno == EAGAIN) {
+    awaitRoom();
+  } else if (errno != EINTR) {
+    close();
+  }
+}
+
+void InputPipe::awaitRoom() {
+  waiting_ = true;
+  descriptor_.async_wait(asio::posix::descriptor_base::wait_write,
+                         [self = shared_from_this()](const error_code&) {
+                           self->waiting_ = false;
+                           self->pump();
+                         });
+}
+
+}  // namespace zephyl

@@ -1,0 +1,143 @@
+#include "System/Processes/Guardian.hpp"
+
+#include <array>
+#include <atomic>
+#include <cerrno>
+#include <chrono>
+#include <csignal>
+#include <memory>
+#include <thread>
+
+#include <fcntl.h>
+#include <sys/mman.h>
+#include <sys/prctl.h>
+#include <sys/wait.h>
+
+namespace zephyl {
+
+namespace {
+
+using namespace std::chrono_literals;
+
+constexpr auto grace = 1s;           // from SIGTERM to SIGKILL
+constexpr auto pollInterval = 20ms;  // between looks at whether the groups are gone
+constexpr pid_t none = 0;            // an empty place in the table
+constexpr pid_t smallestGroup = 2;   // kill(-1) would hit every process there is
+constexpr const char* processName = "zephyl-guardian";  // 15 characters, as many as there can be
+
+}  // namespace
+
+/// Shared between the tray, its forked children and the guardian.
+struct Guardian::Groups {
+  std::array<std::atomic<pid_t>, maxGroups> places{};
+
+  /// Sends `signal` to every group; whether any was there to take it. One that was not is taken
+  /// out, since its id may come to belong to others.
+  bool signalAll(int signal) {
+    bool found = false;
+    for (auto& place : places) {
+      const pid_t group = place.load();
+      if (group == none) continue;
+      if (::kill(-group, signal) == 0) {
+        found = true;
+      } else {
+        place.store(none);
+      }
+    }
+    return found;
+  }
+
+  void end() {
+    bool left = signalAll(SIGTERM);
+    for (auto waited = 0ms; left && waited < grace; waited += pollInterval) {
+      std::this_thread::sleep_for(pollInterval);
+      left = signalAll(0);
+    }
+    if (left) signalAll(SIGKILL);
+  }
+};
+
+static_assert(std::atomic<pid_t>::is_always_lock_free, "the table is shared between processes");
+
+void Guardian::Unmap::operator()(Groups* groups) const {
+  ::munmap(groups, sizeof(Groups));
+}
+
+namespace {
+
+constexpr int guardedPipe = 3;
+
+/// Leaves nothing of the tray's open but the pipe: a descriptor kept here would keep a terminal,
+/// a log or the tray's own end of the pipe alive.
+void keepOnly(int pipe) {
+  ::dup2(pipe, guardedPipe);
+  const int null = ::open("/dev/null", O_RDWR);
+  for (const int standard : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) ::dup2(null, standard);
+  ::close_range(guardedPipe + 1, ~0U, 0);
+}
+
+/// Returns when nobody holds the other end of the pipe open. What is read is of no importance.
+void waitForEnd(int pipe) {
+  char unused = 0;
+  ssize_t count = 0;
+  do {
+    count = ::read(pipe, &unused, sizeof unused);
+  } while (count > 0 || (count < 0 && errno == EINTR));
+}
+
+}  // namespace
+
+void Guardian::standGuard(int pipe, Groups& groups) {
+  sigset_t all;
+  sigfillset(&all);
+  ::sigprocmask(SIG_BLOCK, &all, nullptr);
+  ::setsid();
+  ::prctl(PR_SET_NAME, processName);
+  if (::chdir("/") != 0) {
+    // Then it stays where the tray was started, which does no harm.
+  }
+  keepOnly(pipe);
+  waitForEnd(guardedPipe);
+  groups.end();
+  ::_exit(0);
+}
+
+Result<Guardian> Guardian::start() {
+  void* memory =
+      ::mmap(nullptr, sizeof(Groups), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
+  if (memory == MAP_FAILED) return systemError("guardian", errno);
+  SharedGroups groups(std::construct_at(static_cast<Groups*>(memory)));
+  std::array<int, 2> ends{};
+  if (::pipe2(ends.data(), O_CLOEXEC) != 0) return systemError("guardian", errno);
+  const FileDescriptor guardsEnd(ends[0]);
+  FileDescriptor traysEnd(ends[1]);
+  const pid_t process = ::fork();
+  if (process < 0) return systemError("guardian", errno);
+  if (process == 0) standGuard(guardsEnd.get(), *groups);
+  return Guardian(std::move(traysEnd), process, std::move(groups));
+}
+
+Guardian::~Guardian() {
+  if (!pipe_) return;
+  pipe_.reset();
+  while (::waitpid(process_, nullptr, 0) < 0 && errno == EINTR) {
+  }
+}
+
+bool Guardian::add(pid_t group) {
+  if (group < smallestGroup) return false;
+  for (auto& place : groups_->places) {
+    pid_t expected = none;
+    if (place.compare_exchange_strong(expected, group)) return true;
+  }
+  return false;
+}
+
+void Guardian::remove(pid_t group) {
+  for (auto& place : groups_->places) {
+    pid_t expected = group;
+    if (place.compare_exchange_strong(expected, none)) return;
+  }
+}
+
+}  // namespace zephyl

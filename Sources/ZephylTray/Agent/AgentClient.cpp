@@ -1,0 +1,157 @@
+#include "ZephylTray/Agent/AgentClient.hpp"
+
+#include "System/Data/Format.hpp"
+#include "System/Data/Text.hpp"
+
+namespace zephyl {
+
+namespace {
+
+constexpr auto statusPath = "/api/status";
+constexpr auto activityPath = "/api/activity";
+constexpr auto rootsPath = "/api/roots";
+constexpr auto approvalsPath = "/api/approvals";
+constexpr auto grantsPath = "/api/escape-grants";
+
+/// Of an explanation, which is shown in a window and logged.
+constexpr std::size_t maxErrorBytes = 2000;
+
+struct RootsResponse {
+  std::vector<SharedRoot> roots;
+
+  template <typename Self, typename Fields>
+  static void describe(Self& self, Fields& fields) {
+    fields("roots", self.roots);
+  }
+};
+
+struct GrantsResponse {
+  std::vector<EscapeGrant> escapeGrants;
+
+  template <typename Self, typename Fields>
+  static void describe(Self& self, Fields& fields) {
+    fields("escapeGrants", self.escapeGrants);
+  }
+};
+
+struct ErrorResponse {
+  std::optional<std::string> error;
+
+  template <typename Self, typename Fields>
+  static void describe(Self& self, Fields& fields) {
+    fields("error", self.error);
+  }
+};
+
+/// Decodes an answer as `Record`, takes the wanted part out of it and passes that on.
+template <typename Record, typename Value, typename Take>
+auto decoding(std::function<void(Result<Value>)> done, Take take) {
+  return [done = std::move(done), take](Result<std::string> body) {
+    if (!body) return done(body.error());
+    Result<Record> record = json::decodeText<Record>(*body);
+    if (!record) return done(record.error());
+    done(take(std::move(*record)));
+  };
+}
+
+template <typename Record>
+auto decoding(std::function<void(Result<Record>)> done) {
+  return decoding<Record>(std::move(done), [](Record record) { return record; });
+}
+
+auto decodingRoots(AgentClient::Completion<std::vector<SharedRoot>> done) {
+  return decoding<RootsResponse>(std::move(done),
+                                 [](RootsResponse response) { return std::move(response.roots); });
+}
+
+json::Value list(const std::vector<std::string>& texts) {
+  return json::encode(texts);
+}
+
+APIError refusal(const ClientResponse& response) {
+  const auto decoded = json::decodeText<ErrorResponse>(response.body);
+  if (decoded && decoded->error) return {shortened(*decoded->error, maxErrorBytes)};
+  return {formatText("request failed ({})", response.status)};
+}
+
+}  // namespace
+
+void AgentClient::getStatus(Completion<AgentStatus> done) const {
+  get(statusPath, decoding<AgentStatus>(std::move(done)));
+}
+
+void AgentClient::getActivity(Completion<Activity> done) const {
+  get(activityPath, decoding<Activity>(std::move(done)));
+}
+
+void AgentClient::getRoots(Completion<std::vector<SharedRoot>> done) const {
+  get(rootsPath, decodingRoots(std::move(done)));
+}
+
+void AgentClient::addRoot(const std::string& path, const std::optional<std::string>& name,
+                          const std::vector<std::string>& servers,
+                          Completion<std::vector<SharedRoot>> done) const {
+  json::Object body{{"root", path}};
+  if (name && !name->empty()) body["name"] = *name;
+  if (!servers.empty()) body["servers"] = list(servers);
+  sendJSON("POST", rootsPath, body, decodingRoots(std::move(done)));
+}
+
+void AgentClient::removeRoot(const std::string& path,
+                             Completion<std::vector<SharedRoot>> done) const {
+  sendJSON("DELETE", rootsPath, {{"root", path}}, decodingRoots(std::move(done)));
+}
+
+void AgentClient::setRootServers(const std::string& path, const std::vector<std::string>& servers,
+                                 Completion<std::vector<SharedRoot>> done) const {
+  sendJSON("PATCH", rootsPath, {{"root", path}, {"servers", list(servers)}},
+           decodingRoots(std::move(done)));
+}
+
+void AgentClient::decideApproval(const std::string& id, const std::string& decision,
+                                 const std::optional<std::string>& confirm,
+                                 Completion<void> done) const {
+  json::Object body{{"id", id}, {"decision", decision}};
+  if (confirm) body["confirm"] = *confirm;
+  sendJSON("POST", approvalsPath, body,
+           [done = std::move(done)](const Result<std::string>& answer) {
+             done(answer ? Result<void>() : answer.error());
+           });
+}
+
+void AgentClient::revokeEscapeGrant(const std::string& kind, const std::string& path,
+                                    Completion<std::vector<EscapeGrant>> done) const {
+  sendJSON("DELETE", grantsPath, {{"kind", kind}, {"path", path}},
+           decoding<GrantsResponse>(std::move(done), [](GrantsResponse response) {
+             return std::move(response.escapeGrants);
+           }));
+}
+
+void AgentClient::get(const std::string& path, Answer done) const {
+  // The status is not looked at: what counts is whether the body is the record.
+  session_
+      .send({.url = base_ + path},
+            [done = std::move(done)](Result<ClientResponse> response) {
+              if (!response) return done(response.error());
+              done(std::move(response->body));
+            })
+      .detach();
+}
+
+void AgentClient::sendJSON(std::string method, const std::string& path, const json::Object& body,
+                           Answer done) const {
+  ClientRequest request{.method = std::move(method),
+                        .url = base_ + path,
+                        .contentType = "application/json",
+                        .body = json::compact(body)};
+  session_
+      .send(std::move(request),
+            [done = std::move(done)](Result<ClientResponse> response) {
+              if (!response) return done(response.error());
+              if (response->status < 200 || response->status > 299) return done(refusal(*response));
+              done(std::move(response->body));
+            })
+      .detach();
+}
+
+}  // namespace zephyl

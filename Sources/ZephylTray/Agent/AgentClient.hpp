@@ -1,0 +1,64 @@
+#pragma once
+
+#include <functional>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "System/Data/JSON.hpp"
+#include "System/Data/Result.hpp"
+#include "System/Network/HTTPSession.hpp"
+#include "ZephylTray/Agent/AgentRecords.hpp"
+
+namespace zephyl {
+
+/// Why the agent did not do what was asked: its own words when it sent some, "request failed
+/// (<status>)" when it did not, or what went wrong on the way.
+using APIError = Error;
+
+/// Client of the agent's JSON API on the loopback interface: one operation per endpoint, one
+/// request per operation, no retries.
+///
+/// An immutable value; copies share the session. Operations may be called from any thread and
+/// run concurrently. Each calls its completion once, on the reactor's thread; callers move to
+/// the main thread themselves.
+class AgentClient {
+ public:
+  template <typename T>
+  using Completion = std::function<void(Result<T>)>;
+
+  /// `base` is the agent's address, such as "http://127.0.0.1:8799".
+  AgentClient(std::string base, HTTPSession session) : base_(std::move(base)), session_(session) {}
+
+  [[nodiscard]] const std::string& base() const { return base_; }
+
+  void getStatus(Completion<AgentStatus> done) const;
+  void getActivity(Completion<Activity> done) const;
+  void getRoots(Completion<std::vector<SharedRoot>> done) const;
+
+  /// `name` and `servers` are sent only when not empty.
+  void addRoot(const std::string& path, const std::optional<std::string>& name,
+               const std::vector<std::string>& servers,
+               Completion<std::vector<SharedRoot>> done) const;
+  void removeRoot(const std::string& path, Completion<std::vector<SharedRoot>> done) const;
+  void setRootServers(const std::string& path, const std::vector<std::string>& servers,
+                      Completion<std::vector<SharedRoot>> done) const;
+
+  /// `decision` is "approve", "always" or "deny".
+  void decideApproval(const std::string& id, const std::string& decision,
+                      const std::optional<std::string>& confirm, Completion<void> done) const;
+  void revokeEscapeGrant(const std::string& kind, const std::string& path,
+                         Completion<std::vector<EscapeGrant>> done) const;
+
+ private:
+  using Answer = std::function<void(Result<std::string>)>;
+
+  void get(const std::string& path, Answer done) const;
+  void sendJSON(std::string method, const std::string& path, const json::Object& body,
+                Answer done) const;
+
+  std::string base_;
+  HTTPSession session_;
+};
+
+}  // namespace zephyl

@@ -1,0 +1,214 @@
+#include <atomic>
+#include <csignal>
+#include <cstdlib>
+#include <exception>
+#include <initializer_list>
+#include <iostream>
+#include <optional>
+#include <random>
+#include <utility>
+#include <vector>
+
+#include <unistd.h>
+
+#include "Desktop/Freedesktop/SingleInstance.hpp"
+#include "Helpers/Updates/Client/TrialStart.hpp"
+#include "Helpers/Updates/Client/UpdaterHelper.hpp"
+#include "System/Concurrency/EndSignals.hpp"
+#include "System/Concurrency/MainLoop.hpp"
+#include "System/Concurrency/Reactor.hpp"
+#include "System/Concurrency/SignalWatcher.hpp"
+#include "System/Concurrency/SystemClock.hpp"
+#include "System/Concurrency/ThreadPool.hpp"
+#include "System/Files/Bundle.hpp"
+#include "System/Files/Environment.hpp"
+#include "System/Files/Files.hpp"
+#include "System/Files/Log.hpp"
+#include "System/Processes/CoreDumps.hpp"
+#include "System/Processes/Guardian.hpp"
+#include "System/Processes/ProcessState.hpp"
+#include "System/Processes/SystemProcessLauncher.hpp"
+#include "ZephylTray/App/AppDelegate.hpp"
+#include "ZephylTray/App/CommandLine.hpp"
+#include "ZephylTray/App/DesktopChoice.hpp"
+#include "ZephylTray/App/SingleOwnerLock.hpp"
+#include "ZephylTray/Config/Config.hpp"
+#include "ZephylTray/Registry/Servers.hpp"
+
+namespace zephyl {
+namespace {
+
+double randomFraction() {
+  static std::random_device source;
+  return std::generate_canonical<double, 32>(source);
+}
+
+/// What becomes of this process when the tray has ended: it exits, or executes the program that is
+/// now installed at its path.
+struct Ending {
+  int status = EXIT_SUCCESS;
+  bool relaunch = false;
+  /// What the next program inherits when an update relaunches.
+  std::optional<SingleOwnerLock> lock = std::nullopt;
+};
+
+/// The signals that end the tray in order. In a terminal SIGHUP reports that the terminal has gone,
+/// after which the tray runs on without one.
+std::vector<int> endSignals(bool inTerminal) {
+  if (inTerminal || hangUpIsIgnored()) return {SIGTERM, SIGINT};
+  return {SIGTERM, SIGINT, SIGHUP};
+}
+
+/// What the tray was asked for while it ran. An end that a signal asks for wins over a relaunch,
+/// whichever came first. Set on any thread.
+struct Requests {
+  std::atomic<bool> end = false;
+  std::atomic<bool> relaunch = false;
+
+  [[nodiscard]] bool wantRelaunch() const { return relaunch && !end && !EndSignals::arePending(); }
+};
+
+/// Runs the main loop and shuts down. Records an end that was asked for as early as possible: who
+/// asks for one may not wait for the whole shutdown.
+Ending runUntilEnd(AppDelegate& delegate, const Runtime& runtime, const Requests& requests,
+                   std::optional<EndSignals>& signals) {
+  const Instant started = runtime.clock.now();
+  const auto recordEnd = [&] { recordRequestedEnd(Bundle::main(), runtime.clock.now() - started); };
+  runtime.mainLoop.async([&] { delegate.applicationDidFinishLaunching(); });
+  runtime.mainLoop.run();
+  const int status = delegate.exitStatus();
+  const bool relaunches = status == EXIT_SUCCESS && requests.wantRelaunch();
+  if (status == EXIT_SUCCESS && !relaunches) recordEnd();
+  delegate.applicationWillTerminate();
+  runtime.mainLoop.close();
+  signals.reset();  // what was read is known from here on, and what comes later stays pending
+  if (!relaunches || requests.wantRelaunch()) return {.status = status, .relaunch = relaunches};
+  recordEnd();
+  return {.status = status};
+}
+
+/// Runs the tray until it is asked to end.
+Ending runTray(Guardian& guardian, const CommandLine& commandLine,
+               std::vector<std::string> arguments) {
+  // The reactor goes before the pool: what it still delivers may end up there.
+  MainLoop mainLoop;
+  ThreadPool pool;
+  Reactor reactor;
+  SystemClock clock(reactor);
+  SystemProcessLauncher launcher(reactor, guardian);
+  const Servers::Store servers(pool, clock);
+  const Runtime runtime{mainLoop, reactor, pool, clock, launcher};
+  Requests requests;
+  const auto request = [&](std::atomic<bool>& what) {
+    what = true;
+    mainLoop.quit();
+  };
+  UpdateSetup updates{.program = updaterProgram(Bundle::main()),
+                      .prefix = installationPrefix(Bundle::main()),
+                      .version = runningVersion(Bundle::main()),
+                      .arguments = std::move(arguments),
+                      .relaunch = [&] { request(requests.relaunch); },
+                      .random = randomFraction,
+                      .settings = UpdateSettings(Config::defaults())};
+  const bool inTerminal = commandLine.mode == CommandLine::Mode::terminal;
+  const auto end = [&] { request(requests.end); };
+  std::optional<EndSignals> signals(std::in_place, reactor, endSignals(inTerminal), end);
+  const auto chosen = DesktopChoice::make(commandLine.mode, runtime);
+  std::optional<SignalWatcher> hangUp;
+  if (inTerminal && chosen.endsAtHangUp && !hangUpIsIgnored()) {
+    hangUp.emplace(reactor, std::initializer_list<int>{SIGHUP}, [end](int) { end(); });
+  }
+  const auto delegate = std::make_shared<AppDelegate>(
+      runtime, *chosen.desktop, *chosen.dialogs,
+      UpdaterHelper::factory(runtime, *chosen.dialogs, std::move(updates)));
+  return runUntilEnd(*delegate, runtime, requests, signals);
+}
+
+/// There is no second tray for the same base directory: the one that runs is asked to show itself.
+int handOver(const SingleOwnerLock::Taken& taken, const std::string& activationToken) {
+  if (taken.holder && SingleInstance::askToReopen(*taken.holder, activationToken)) {
+    log("already running as process {}; asked it to show itself", *taken.holder);
+    return EXIT_SUCCESS;
+  }
+  if (taken.holder) {
+    log("already running as process {}", *taken.holder);
+  } else {
+    log("already running");
+  }
+  return EXIT_FAILURE;
+}
+
+Ending start(const CommandLine& commandLine, const std::string& activationToken,
+             std::vector<std::string> arguments) {
+  if (const auto claimed = Servers::claimBaseDir(); !claimed) {
+    log("could not start: {}", claimed.error().message);
+    return {EXIT_FAILURE};
+  }
+  auto outcome = SingleOwnerLock::acquire(joinPath(Servers::baseDir(), "tray.lock"));
+  if (const auto* taken = std::get_if<SingleOwnerLock::Taken>(&outcome)) {
+    EndSignals::block({});  // nothing is lost if this process ends at once
+    return {handOver(*taken, activationToken)};
+  }
+  if (const auto* error = std::get_if<Error>(&outcome)) {
+    log("could not start: {}", error->message);
+    return {EXIT_FAILURE};
+  }
+  if (returnsToPreviousVersion(Bundle::main())) return {.relaunch = true};
+  auto guardian = Guardian::start();
+  if (!guardian) {
+    log("could not start: {}", guardian.error().message);
+    return {EXIT_FAILURE};
+  }
+  try {
+    Ending ending = runTray(*guardian, commandLine, std::move(arguments));
+    if (ending.relaunch) ending.lock = std::get<SingleOwnerLock>(std::move(outcome));
+    return ending;
+  } catch (const std::exception& error) {  // the system has no thread, descriptor or memory to give
+    log("could not go on: {}", error.what());
+    return {EXIT_FAILURE};
+  }
+}
+
+/// Executes the installed program with the lock and the signals that are pending. A previous
+/// version, to which there is a return without the lock, may know of neither. Returns only if that
+/// fails.
+int becomeInstalledProgram(const Ending& ending, char** arguments) {
+  const std::string executable = Bundle::main().executable().value_or("");
+  if (ending.lock) {
+    ending.lock->keepAcrossExec();
+  } else {
+    EndSignals::block({});
+  }
+  restoreDescriptorLimit();
+  coreDumps::restore();
+  ::execv(executable.c_str(), arguments);
+  log("could not restart: {}", systemError(executable, errno).message);
+  return EXIT_FAILURE;
+}
+
+}  // namespace
+}  // namespace zephyl
+
+int main(int argc, char** argv) {
+  using namespace zephyl;
+  establishProcessState();
+  coreDumps::disable();
+  EndSignals::block(endSignals(/*inTerminal=*/false));
+  Bundle::setMain(Bundle(Bundle::runningExecutable()));
+  // Whoever started this program lets its first window come to the front; nobody else's.
+  const std::string activationToken = environmentVariable("XDG_ACTIVATION_TOKEN").value_or("");
+  removePrivateEnvironmentVariables();
+  const auto commandLine = CommandLine::parse(argc, argv);
+  if (!commandLine) {
+    std::cerr << "zephyl-tray: " << commandLine.error().message << "\nTry 'zephyl-tray --help'.\n";
+    return 2;
+  }
+  if (!commandLine->answer.empty()) {
+    std::cout << commandLine->answer;
+    return EXIT_SUCCESS;
+  }
+  const bool inTerminal = commandLine->mode == CommandLine::Mode::terminal;
+  if (inTerminal) EndSignals::block(endSignals(inTerminal));
+  const Ending ending = start(*commandLine, activationToken, {argv + 1, argv + argc});
+  return ending.relaunch ? becomeInstalledProgram(ending, argv) : ending.status;
+}

@@ -1,0 +1,140 @@
+#include "ZephylTray/Control/ControlServer.hpp"
+
+#include <limits>
+#include <utility>
+
+#include "System/Data/Format.hpp"
+#include "System/Data/Secret.hpp"
+#include "System/Data/Text.hpp"
+#include "System/Files/Log.hpp"
+#include "ZephylTray/Control/HTTPRequest.hpp"
+
+namespace zephyl {
+
+namespace {
+constexpr std::size_t tokenBytes = 16;
+constexpr auto tokenHeader = "x-zephyl-onboard-token";
+constexpr auto badRequest = "400 Bad Request";
+
+std::string message(std::string_view status, const json::Object& json) {
+  std::string body = json::compact(json);
+  if (!isValidUTF8(body)) body = "{}";
+  return formatText(
+      "HTTP/1.1 {}\r\n"
+      "Content-Type: application/json\r\n"
+      "Content-Length: {}\r\n"
+      "Connection: close\r\n\r\n{}",
+      status, body.size(), body);
+}
+
+}  // namespace
+
+ControlServer::ControlServer(MainLoop& mainLoop)
+    : mainLoop_(mainLoop), token_(randomHexadecimal(tokenBytes)) {}
+
+ControlServer::~ControlServer() {
+  stopping_.request_stop();
+  listener_.reset();
+}
+
+bool ControlServer::isListening() const {
+  return listener_ && !failed_;
+}
+
+bool ControlServer::start(std::int64_t port) {
+  if (listener_) return true;
+  if (port < 0 || port > std::numeric_limits<std::uint16_t>::max()) {
+    log("the onboarding port {} is not between 0 and 65535", port);
+    return false;
+  }
+  auto listener = MessageListener::open({.port = static_cast<std::uint16_t>(port),
+                                         .label = "com.zephyl.tray.control",
+                                         .readSize = maxReadBytes,
+                                         .maxConnections = maxConnections},
+                                        {.onAccepted = [this] { return reader(); },
+                                         .onFailed =
+                                             [this](const Error& error) {
+                                               failed_ = true;
+                                               log("onboarding listener failed: {}", error.message);
+                                             }});
+  if (listener) {
+    listener_ = std::move(*listener);
+    port_ = port;
+  } else {
+    log("could not start the onboarding listener: {}", listener.error().message);
+  }
+  return true;
+}
+
+void ControlServer::cancel() {
+  stopping_.request_stop();
+  if (listener_) listener_->cancel();
+}
+
+void ControlServer::setPendingRoute(std::string route) {
+  const std::scoped_lock lock(routeLock_);
+  pendingRoute_ = std::move(route);
+}
+
+MessageListener::Reader ControlServer::reader() {
+  return [this, incoming = IncomingRequest()](const Peer& peer, std::string_view received) mutable {
+    return receive(incoming, peer, received);
+  };
+}
+
+MessageListener::Verdict ControlServer::receive(IncomingRequest& incoming, const Peer& peer,
+                                                std::string_view received) {
+  using Verdict = MessageListener::Verdict;
+  using Stage = HTTPRequestParser::Stage;
+  if (received.size() > maxRequestBytes) {
+    refuse(peer, "413 Payload Too Large", "request too large");
+    return Verdict::complete;
+  }
+  const Stage stage = incoming.parser.advance(received);
+  if (stage == Stage::head || stage == Stage::invalid) return Verdict::incomplete;
+  HTTPRequest& request = incoming.parser.request();
+  if (!incoming.authorized && !isAuthorized(request)) {
+    wipe(request.body);
+    refuse(peer, "403 Forbidden", "bad or missing onboarding token");
+    return Verdict::complete;
+  }
+  incoming.authorized = true;
+  if (stage == Stage::body) return Verdict::incomplete;
+  dispatch(peer, request);
+  wipe(request.body);
+  return Verdict::complete;
+}
+
+bool ControlServer::isAuthorized(const HTTPRequest& request) const {
+  const auto presented = request.header(tokenHeader);
+  return presented && equalSecrets(*presented, token_);
+}
+
+void ControlServer::respond(const Peer& peer, std::string_view status, const json::Object& json) {
+  peer.send(message(status, json));
+}
+
+void ControlServer::refuse(const Peer& peer, std::string_view status, std::string_view reason) {
+  peer.refuse(message(status, {{"error", reason}}));
+}
+
+void ControlServer::fail(const Peer& peer, std::string_view status, std::string_view message) {
+  respond(peer, status, {{"error", message}});
+}
+
+void ControlServer::reply(const Peer& peer, const Failure& result) {
+  if (result) return fail(peer, badRequest, *result);
+  respond(peer, "200 OK", {{"ok", true}});
+}
+
+ControlServer::Completion ControlServer::asyncReply(const Peer& peer) {
+  return [pending = std::make_shared<PendingReply>(peer, badRequest)](const Failure& result) {
+    reply(pending->peer, result);
+  };
+}
+
+ControlServer::PendingReply::~PendingReply() {
+  fail(peer, failureStatus, shuttingDown);  // counts only when nothing has been answered
+}
+
+}  // namespace zephyl

@@ -1,0 +1,159 @@
+#pragma once
+
+#include <atomic>
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <stop_token>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+#include "System/Data/JSON.hpp"
+#include "System/Data/Result.hpp"
+#include "System/Network/MessageListener.hpp"
+#include "ZephylTray/Control/HTTPRequest.hpp"
+
+namespace zephyl {
+
+class MainLoop;
+
+/// The control API: a small HTTP server on 127.0.0.1 through which the desktop app joins, manages
+/// and diagnoses. One request per connection. Every request must carry the token of this run,
+/// which only the desktop app is given; then it goes to the handler of its route.
+///
+/// Requests are read, checked and dispatched one at a time on the thread "com.zephyl.tray.control".
+/// The token is checked as soon as the head of a request is complete.
+/// Most handlers run on the main thread while the control thread waits; the main thread never
+/// waits for it. Handlers that take a completion are called on the control thread, must not wait,
+/// and may complete on any thread. Once the server is gone nothing is answered any more.
+///
+/// Owned by the controller, which sets the handlers before `start`. Created and destroyed on the
+/// main thread, which `mainLoop` outlives.
+class ControlServer {
+ public:
+  /// What to tell the user; none means success.
+  using Failure = std::optional<std::string>;
+  using Completion = std::function<void(Failure)>;
+  using RootsCompletion = std::function<void(Result<std::vector<json::Object>>)>;
+
+  static constexpr std::size_t maxRequestBytes = 65536;
+  static constexpr std::size_t maxReadBytes = 16384;
+  static constexpr std::size_t maxConnections = 256;
+  /// What handlers answer when the controller is gone.
+  static constexpr auto shuttingDown = "The Zephyl tray is shutting down.";
+
+  explicit ControlServer(MainLoop& mainLoop);
+  /// Requests that still wait for the main thread are told that the tray is shutting down.
+  ~ControlServer();
+  ControlServer(const ControlServer&) = delete;
+  ControlServer& operator=(const ControlServer&) = delete;
+
+  // Called on the main thread:
+  std::function<Failure(const std::string& inviteKey)> onInvite;
+  std::function<json::Object()> statusProvider;
+  std::function<std::vector<json::Object>()> serversProvider;
+  std::function<Failure(const std::string& id, const std::string& label)> onSetLabel;
+  std::function<Failure(const std::string& id, const std::string& accent)> onSetAccent;
+  std::function<Failure(const std::string& id, bool enabled)> onSetEnabled;
+  std::function<Failure(const std::string& id)> onRemove;
+  std::function<json::Object()> diagnosticsProvider;
+  std::function<void()> onRestartAgent;
+  // Called on the control thread:
+  std::function<void(RootsCompletion)> rootsProvider;
+  std::function<void(const std::string& id, Completion)> onAddRoot;
+  std::function<void(const std::string& id, const std::string& root, bool shared, Completion)>
+      onSetRootShared;
+
+  /// The secret of this run: 32 hexadecimal digits. Never logged.
+  [[nodiscard]] const std::string& token() const { return token_; }
+
+  /// Opens the listener on `port`; when that fails one line is logged, and there is none. Does
+  /// nothing while there is one. False when `port` is no port at all.
+  bool start(std::int64_t port);
+  /// Whether requests can reach this server. Main thread only.
+  [[nodiscard]] bool isListening() const;
+  /// The port of the listener. Requires `isListening`.
+  [[nodiscard]] std::int64_t port() const { return port_; }
+  /// Closes the listener. Requests under way that still wait for the main thread are told that
+  /// the tray is shutting down.
+  void cancel();
+
+  /// A screen that the desktop app is to show: handed out once, with the next GET /status. A newer
+  /// one replaces it. From any thread.
+  void setPendingRoute(std::string route);
+
+ private:
+  using Peer = MessageListener::Peer;
+
+  /// The request of one connection while it arrives.
+  struct IncomingRequest {
+    HTTPRequestParser parser;
+    bool authorized = false;  ///< its head carried the token
+  };
+  /// A request that carried the token, under way to its handler.
+  struct Call {
+    Peer peer;
+    std::string id;  ///< the server's, on routes that have one
+    std::string_view body;
+  };
+  /// A peer that is answered later: with `shuttingDown` should everybody let go of it before.
+  struct PendingReply {
+    PendingReply(Peer waiting, std::string_view status)
+        : peer(std::move(waiting)), failureStatus(status) {}
+    ~PendingReply();
+    PendingReply(const PendingReply&) = delete;
+    PendingReply& operator=(const PendingReply&) = delete;
+
+    const Peer peer;
+    const std::string_view failureStatus;
+  };
+  using RouteHandler = void (ControlServer::*)(const Call&);
+
+  // Transport (ControlServer.cpp), on the control thread:
+  [[nodiscard]] MessageListener::Reader reader();
+  MessageListener::Verdict receive(IncomingRequest& incoming, const Peer& peer,
+                                   std::string_view received);
+  [[nodiscard]] bool isAuthorized(const HTTPRequest& request) const;
+  static void respond(const Peer& peer, std::string_view status, const json::Object& json);
+  static void refuse(const Peer& peer, std::string_view status, std::string_view reason);
+  static void fail(const Peer& peer, std::string_view status, std::string_view message);
+  static void reply(const Peer& peer, const Failure& result);
+  static Completion asyncReply(const Peer& peer);
+
+  // Routes (ControlServerRoutes.cpp), on the control thread:
+  void dispatch(const Peer& peer, const HTTPRequest& request);
+  void getStatus(const Call& call);
+  void postInvite(const Call& call);
+  void getServers(const Call& call);
+  void getDiagnostics(const Call& call);
+  void postAgentRestart(const Call& call);
+  void postLabel(const Call& call);
+  void postAccent(const Call& call);
+  void postEnabled(const Call& call);
+  void deleteServer(const Call& call);
+  void getRoots(const Call& call);
+  void postRoot(const Call& call);
+  void postRootScope(const Call& call);
+
+  /// Runs `handler` on the main thread, waits for it and answers with what it returned.
+  void replyFromMain(const Call& call, const std::function<Failure()>& handler);
+  /// The same for a handler that gives an object.
+  void respondFromMain(const Call& call, const std::function<json::Object()>& provider);
+  std::optional<std::string> takePendingRoute();
+
+  MainLoop& mainLoop_;
+  const std::string token_;
+  std::stop_source stopping_;
+  std::mutex routeLock_;
+  std::optional<std::string> pendingRoute_;  // guarded by routeLock_
+  std::int64_t port_ = 0;
+  std::atomic<bool> failed_ = false;  // set on the control thread
+  std::unique_ptr<MessageListener> listener_;
+};
+
+}  // namespace zephyl

@@ -1,0 +1,177 @@
+#include <map>
+#include <utility>
+
+#include "System/Concurrency/MainLoop.hpp"
+#include "System/Data/Secret.hpp"
+#include "ZephylTray/Control/ControlServer.hpp"
+#include "ZephylTray/Control/HTTPRequest.hpp"
+#include "ZephylTray/Control/Route.hpp"
+
+namespace zephyl {
+
+namespace {
+
+/// The body when it is a JSON object; else one without fields.
+json::Object fieldsOf(std::string_view body) {
+  auto value = json::parse(body);
+  if (!value || !value->is_object()) return {};
+  return std::move(value->get_object());
+}
+
+std::optional<std::string> text(const json::Object& fields, std::string_view key) {
+  const auto* value = fields.if_contains(key);
+  if (value == nullptr || !value->is_string()) return std::nullopt;
+  return std::string(value->get_string());
+}
+
+std::optional<bool> flag(const json::Object& fields, std::string_view key) {
+  const auto* value = fields.if_contains(key);
+  if (value == nullptr || !value->is_bool()) return std::nullopt;
+  return value->get_bool();
+}
+
+/// Takes a secret text out of the fields and leaves no copy there.
+std::optional<std::string> takeSecret(json::Object& fields, std::string_view key) {
+  auto secret = text(fields, key);
+  if (secret) {
+    auto& original = fields.at(key).get_string();
+    std::fill(original.begin(), original.end(), '\0');
+  }
+  return secret;
+}
+
+constexpr auto notFound = "404 Not Found";
+constexpr auto badGateway = "502 Bad Gateway";
+constexpr auto noEndpoint = "no such endpoint";
+
+}  // namespace
+
+void ControlServer::dispatch(const Peer& peer, const HTTPRequest& request) {
+  static const std::map<std::string_view, RouteHandler> routes = {
+      {"GET /status", &ControlServer::getStatus},
+      {"POST /invite", &ControlServer::postInvite},
+      {"GET /servers", &ControlServer::getServers},
+      {"GET /diagnostics", &ControlServer::getDiagnostics},
+      {"POST /agent/restart", &ControlServer::postAgentRestart},
+      {"POST /servers/:id/label", &ControlServer::postLabel},
+      {"POST /servers/:id/accent", &ControlServer::postAccent},
+      {"POST /servers/:id/enabled", &ControlServer::postEnabled},
+      {"DELETE /servers/:id", &ControlServer::deleteServer},
+      {"GET /roots", &ControlServer::getRoots},
+      {"POST /servers/:id/roots", &ControlServer::postRoot},
+      {"POST /servers/:id/roots/scope", &ControlServer::postRootScope},
+  };
+  const auto [path, id] = route(request.method, request.path);
+  const auto found = routes.find(path);
+  if (found == routes.end()) return fail(peer, notFound, noEndpoint);
+  (this->*found->second)({peer, id, request.body});
+}
+
+void ControlServer::getStatus(const Call& call) {
+  auto status = mainLoop_.sync(
+      [this] { return statusProvider ? statusProvider() : json::Object(); }, stopping_.get_token());
+  if (!status) return reply(call.peer, shuttingDown);
+  if (auto route = takePendingRoute()) (*status)["request"] = *route;
+  respond(call.peer, "200 OK", *status);
+}
+
+void ControlServer::postInvite(const Call& call) {
+  auto fields = fieldsOf(call.body);
+  auto key = takeSecret(fields, "key");
+  if (!key) return reply(call.peer, "expected a JSON body with a \"key\" field");
+  replyFromMain(call, [&] { return onInvite ? onInvite(*key) : std::nullopt; });
+  wipe(*key);
+}
+
+void ControlServer::getServers(const Call& call) {
+  respondFromMain(call, [this] {
+    json::Array servers;
+    if (serversProvider) {
+      for (auto& server : serversProvider()) servers.emplace_back(std::move(server));
+    }
+    return json::Object{{"servers", std::move(servers)}};
+  });
+}
+
+void ControlServer::getDiagnostics(const Call& call) {
+  if (!diagnosticsProvider) return fail(call.peer, notFound, noEndpoint);
+  respondFromMain(call, diagnosticsProvider);
+}
+
+void ControlServer::postAgentRestart(const Call& call) {
+  if (!onRestartAgent) return fail(call.peer, notFound, noEndpoint);
+  replyFromMain(call, [this] {
+    onRestartAgent();
+    return Failure();
+  });
+}
+
+void ControlServer::postLabel(const Call& call) {
+  const auto label = text(fieldsOf(call.body), "label");
+  if (!label) return reply(call.peer, "expected a \"label\" field");
+  replyFromMain(call, [&] { return onSetLabel ? onSetLabel(call.id, *label) : std::nullopt; });
+}
+
+void ControlServer::postAccent(const Call& call) {
+  const auto accent = text(fieldsOf(call.body), "accent");
+  if (!accent) return reply(call.peer, "expected an \"accent\" field");
+  replyFromMain(call, [&] { return onSetAccent ? onSetAccent(call.id, *accent) : std::nullopt; });
+}
+
+void ControlServer::postEnabled(const Call& call) {
+  const auto enabled = flag(fieldsOf(call.body), "enabled");
+  if (!enabled) return reply(call.peer, "expected a boolean \"enabled\" field");
+  replyFromMain(call,
+                [&] { return onSetEnabled ? onSetEnabled(call.id, *enabled) : std::nullopt; });
+}
+
+void ControlServer::deleteServer(const Call& call) {
+  replyFromMain(call, [&] { return onRemove ? onRemove(call.id) : std::nullopt; });
+}
+
+void ControlServer::getRoots(const Call& call) {
+  if (!rootsProvider) return fail(call.peer, notFound, noEndpoint);
+  rootsProvider([pending = std::make_shared<PendingReply>(call.peer, badGateway)](
+                    Result<std::vector<json::Object>> roots) {
+    const Peer& peer = pending->peer;
+    if (!roots) return fail(peer, badGateway, roots.error().message);
+    json::Array list;
+    for (auto& root : *roots) list.emplace_back(std::move(root));
+    respond(peer, "200 OK", {{"roots", std::move(list)}});
+  });
+}
+
+void ControlServer::postRoot(const Call& call) {
+  if (!onAddRoot) return fail(call.peer, notFound, noEndpoint);
+  onAddRoot(call.id, asyncReply(call.peer));
+}
+
+void ControlServer::postRootScope(const Call& call) {
+  if (!onSetRootShared) return fail(call.peer, notFound, noEndpoint);
+  const auto fields = fieldsOf(call.body);
+  const auto root = text(fields, "root");
+  const auto shared = flag(fields, "shared");
+  if (!root || !shared) {
+    return reply(call.peer, "expected a \"root\" string and a boolean \"shared\"");
+  }
+  onSetRootShared(call.id, *root, *shared, asyncReply(call.peer));
+}
+
+void ControlServer::replyFromMain(const Call& call, const std::function<Failure()>& handler) {
+  const auto result = mainLoop_.sync(handler, stopping_.get_token());
+  reply(call.peer, result ? *result : shuttingDown);
+}
+
+void ControlServer::respondFromMain(const Call& call,
+                                    const std::function<json::Object()>& provider) {
+  const auto object = mainLoop_.sync(provider, stopping_.get_token());
+  if (!object) return reply(call.peer, shuttingDown);
+  respond(call.peer, "200 OK", *object);
+}
+
+std::optional<std::string> ControlServer::takePendingRoute() {
+  const std::scoped_lock lock(routeLock_);
+  return std::exchange(pendingRoute_, std::nullopt);
+}
+
+}  // namespace zephyl

@@ -1,0 +1,50 @@
+#pragma once
+
+#include <cstddef>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "Desktop/Menu.hpp"
+#include "ZephylTray/Agent/AgentRecords.hpp"
+
+namespace zephyl {
+
+/// What the last poll and the event stream told about the agent.
+struct AgentView {
+  bool reachable = false;
+  std::optional<AgentStatus> status;
+  std::optional<Activity> activity;
+  std::vector<SharedRoot> roots;
+};
+
+/// How many servers are to be connected, and how many can be used.
+struct TailnetSummary {
+  std::size_t tailnets = 0;
+  std::size_t usable = 0;
+};
+
+/// The state in words, such as "reachable, 3 folders, indexing 42/120, 1 of 2 servers connected".
+/// Pure.
+std::string describe(const AgentView& view, const TailnetSummary& tailnets);
+
+/// "1 folder", "3 folders". Pure.
+std::string folderCount(std::size_t count);
+
+/// "1 request needs your approval", "2 requests need your approval". Pure.
+std::string approvalsNeeded(std::size_t count);
+
+/// What there is to say about the embeddings model.
+struct ModelStatusLine {
+  std::string text;
+  DotColor colour;
+};
+
+/// None while the model is there, or none is wanted. Pure.
+std::optional<ModelStatusLine> modelStatusLine(const ModelStatus& model);
+
+/// How far a download is: whole percent while the size is known, else the bytes so far as a file
+/// size ("12.3 MB"). Pure.
+std::string downloadProgress(const ModelStatus& model);
+
+}  // namespace zephyl

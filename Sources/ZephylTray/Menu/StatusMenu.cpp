@@ -1,0 +1,191 @@
+#include "ZephylTray/Menu/StatusMenu.hpp"
+
+#include <algorithm>
+#include <unordered_map>
+
+#include "System/Data/Format.hpp"
+#include "System/Data/JSON.hpp"
+#include "System/Data/Text.hpp"
+#include "ZephylTray/Agent/ServerConnections.hpp"
+#include "ZephylTray/Menu/MenuActions.hpp"
+#include "ZephylTray/Menu/MenuRows.hpp"
+
+namespace zephyl {
+
+namespace {
+
+using menuRows::attributed;
+using menuRows::command;
+using menuRows::group;
+using menuRows::information;
+using menuRows::separator;
+
+/// What a panel can show. The agent may know more exceptions, and longer ones.
+constexpr std::size_t maxExceptions = 50;
+constexpr std::size_t maxTitleBytes = 256;
+
+std::string exceptionTitle(std::string_view text) {
+  return visibleWithBlanks(shortened(text, maxTitleBytes));
+}
+
+/// Keys of siblings that are one sort of thing each: "server/<name>", and for the same name again
+/// "server#2/<name>".
+class KeySeries {
+ public:
+  explicit KeySeries(std::string sort) : sort_(std::move(sort)) {}
+
+  std::string next(const std::string& name) {
+    const auto count = ++seen_[name];
+    return count == 1 ? sort_ + "/" + name : formatText("{}#{}/{}", sort_, count, name);
+  }
+
+ private:
+  const std::string sort_;
+  std::unordered_map<std::string, int> seen_;
+};
+
+MenuEntry withShortcut(MenuEntry entry, std::string keyEquivalent) {
+  entry.keyEquivalent = std::move(keyEquivalent);
+  return entry;
+}
+
+/// What the agent is doing; null when it does not answer, whatever it said before.
+const Activity* currentActivity(const AgentView& agent) {
+  return agent.reachable && agent.activity ? &*agent.activity : nullptr;
+}
+
+void addApprovals(const AgentView& agent, Menu& menu) {
+  const auto* const activity = currentActivity(agent);
+  if (activity == nullptr || activity->pendingApprovals.empty()) return;
+  menu.push_back(command("approvals",
+                         "⚠️ " + approvalsNeeded(activity->pendingApprovals.size()) + "…",
+                         menuActions::reviewPendingApprovals));
+  menu.push_back(separator("open"));
+}
+
+void addServers(const StatusMenuState& state, Menu& menu) {
+  const auto& status = state.agent.status;
+  const auto connections = status ? ServerConnections(*status) : ServerConnections();
+  const auto folders = sharedFolderCounts(state.agent.roots, state.servers);
+  KeySeries keys("server");
+  for (std::size_t index = 0; index < state.servers.size(); ++index) {
+    const auto& server = state.servers[index];
+    const auto tailnet = state.tailnets.find(server.id);
+    menu.push_back(serverMenu(
+        keys.next(server.id),
+        {.server = server,
+         .tailnet = tailnet == state.tailnets.end() ? nullptr : &tailnet->second,
+         .connection = connections.of(server),
+         .sharedFolders = state.agent.reachable ? std::optional(folders[index]) : std::nullopt}));
+  }
+}
+
+void addTailnetSection(const StatusMenuState& state, Menu& menu) {
+  if (!state.tailnetProgramsFound) return;
+  if (state.servers.empty()) {
+    menu.push_back(command("join", "Join the Zephyl tailnet…", menuActions::redeemInvite));
+  } else {
+    addServers(state, menu);
+  }
+}
+
+void addModel(const AgentView& agent, Menu& menu) {
+  const auto* const activity = currentActivity(agent);
+  if (activity == nullptr || !activity->model) return;
+  const auto line = modelStatusLine(*activity->model);
+  if (!line) return;
+  menu.push_back(attributed(information("model", line->text), line->colour));
+}
+
+Menu grantSubmenu(const EscapeGrant& grant) {
+  Menu menu;
+  menu.push_back(
+      information("kind", grant.kind == "shell" ? "Command exception" : "Path exception"));
+  if (grant.grantedBy) {
+    menu.push_back(information("grantedBy", "Granted for: " + exceptionTitle(*grant.grantedBy)));
+  }
+  menu.push_back(separator("revoke"));
+  menu.push_back(command("revoke", "Revoke", menuActions::revokeEscapeGrant,
+                         json::compact(json::encode(grant))));
+  return menu;
+}
+
+/// Kind and path are what tells exceptions apart. A kind comes from outside, so that it must not
+/// run into the path.
+std::string grantName(const EscapeGrant& grant) {
+  std::string name;
+  for (const char character : grant.kind) {
+    if (character == '%' || character == '/') {
+      name += character == '%' ? "%25" : "%2F";
+    } else {
+      name += character;
+    }
+  }
+  return name + "/" + grant.path;
+}
+
+void addExceptions(const AgentView& agent, Menu& menu) {
+  const auto* const activity = currentActivity(agent);
+  if (activity == nullptr || activity->escapeGrants.empty()) return;
+  const auto& grants = activity->escapeGrants;
+  Menu rows;
+  const auto shown = std::min(grants.size(), maxExceptions);
+  rows.reserve(shown + 3);
+  rows.push_back(information("note", "These bypass the folder boundary with no prompt."));
+  rows.push_back(separator("grants"));
+  KeySeries keys("grant");
+  for (std::size_t i = 0; i < shown; ++i) {
+    const auto& grant = grants[i];
+    rows.push_back(
+        group(keys.next(grantName(grant)), exceptionTitle(grant.path), grantSubmenu(grant)));
+  }
+  if (grants.size() > shown) {
+    rows.push_back(information("more", formatText("… and {} more", grants.size() - shown)));
+  }
+  menu.push_back(separator("exceptions"));
+  menu.push_back(group("exceptions", formatText("⚠️ Permanent exceptions ({})", grants.size()),
+                       std::move(rows)));
+}
+
+void addUpdateControls(const UpdateView& updates, Menu& menu) {
+  if (!updates.available) return;
+  menu.push_back(separator("updates"));
+  menu.push_back(information("version", "Version " + visible(updates.currentVersion)));
+  if (updates.installPostponed) {
+    menu.push_back(information("postponed", "Update ready — restarts when the agent is idle"));
+  } else if (updates.pendingVersion) {
+    menu.push_back(command("update",
+                           "Update to " + visible(*updates.pendingVersion) + " available…",
+                           menuActions::checkForUpdates));
+  }
+  menu.push_back(command("check", "Check for Updates…", menuActions::checkForUpdates));
+  menu.back().enabled = updates.canCheck;
+}
+
+}  // namespace
+
+Menu statusMenu(const StatusMenuState& state) {
+  Menu menu;
+  menu.reserve(state.servers.size() + 13);
+  addApprovals(state.agent, menu);
+  menu.push_back(withShortcut(command("open", "Open Zephyl", menuActions::openDesktopWindow), "o"));
+  menu.push_back(separator("servers"));
+  addTailnetSection(state, menu);
+  addModel(state.agent, menu);
+  addExceptions(state.agent, menu);
+  addUpdateControls(state.updates, menu);
+  menu.push_back(separator("quit"));
+  menu.push_back(withShortcut(command("quit", "Quit Zephyl", menuActions::quit), "q"));
+  return menu;
+}
+
+StatusIcon statusIcon(const AgentView& agent) {
+  const auto* const activity = currentActivity(agent);
+  return activity != nullptr && activity->busy ? StatusIcon::busy : StatusIcon::idle;
+}
+
+std::string statusTitle(const AgentView& agent) {
+  return agent.reachable ? " " + std::to_string(agent.roots.size()) : "";
+}
+
+}  // namespace zephyl

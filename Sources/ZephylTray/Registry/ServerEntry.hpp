@@ -1,0 +1,62 @@
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "System/Data/URL.hpp"
+#include "ZephylTray/Registry/ServerPorts.hpp"
+
+namespace zephyl {
+
+/// One registered server: an element of servers.json. A value; what is derived is worked out on
+/// each use. Blank means that nothing but spaces and tabs is there.
+struct ServerEntry {
+  std::string id;     ///< a UUID in lower case, made with the entry, never changed
+  std::string label;  ///< the user's own name for the server; empty when there is none
+  std::optional<std::string> serverName;          ///< what the server calls itself
+  std::optional<std::string> accent;              ///< the user's colour for the server
+  std::optional<std::string> serverAccent;        ///< the colour that the server asks for
+  std::optional<std::int64_t> ordinal;            ///< counts the servers as they were added, from 1
+  std::optional<std::string> address;             ///< web address: scheme, host, perhaps a port
+  std::optional<std::string> tailnetFingerprint;  ///< case does not matter
+  std::string agentId;  ///< what the agent calls the server; empty for the oldest entry
+  ServerPorts ports;
+  bool enabled = false;  ///< whether its tailnet is to run
+
+  /// `address` as a URL; none when it is blank or lacks a scheme or a host.
+  [[nodiscard]] std::optional<URL> addressURL() const;
+  /// Where the agent reaches the server, "wss://srv:8443/agent"; none without `addressURL`.
+  [[nodiscard]] std::optional<std::string> serverURL() const;
+  /// The label, else the server's own name, else "Zephyl <ordinal>".
+  [[nodiscard]] std::string displayName() const;
+  /// Whether a label, a name of the server's own or an address is known.
+  [[nodiscard]] bool nameResolved() const;
+  /// The user's colour, else the server's; may be empty.
+  [[nodiscard]] std::string displayAccent() const;
+
+  bool operator==(const ServerEntry&) const = default;
+
+  template <typename Self, typename Fields>
+  static void describe(Self& self, Fields& fields) {
+    fields("id", self.id);
+    fields("label", self.label);
+    fields("serverName", self.serverName);
+    fields("accent", self.accent);
+    fields("serverAccent", self.serverAccent);
+    fields("ordinal", self.ordinal);
+    fields("address", self.address);
+    fields("tailnetFingerprint", self.tailnetFingerprint);
+    fields("agentId", self.agentId);
+    fields("ports", self.ports);
+    fields("enabled", self.enabled);
+  }
+};
+
+/// One more; the largest number stays.
+std::int64_t ordinalAfter(std::int64_t ordinal);
+/// The ordinal of the next server: one after the largest, 1 when there is none. Gaps stay.
+std::int64_t nextOrdinal(const std::vector<ServerEntry>& entries);
+
+}  // namespace zephyl

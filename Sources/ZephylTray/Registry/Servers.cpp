@@ -1,0 +1,398 @@
+#include "ZephylTray/Registry/Servers.hpp"
+
+#include <algorithm>
+#include <atomic>
+#include <cassert>
+#include <cstdlib>
+#include <mutex>
+
+#include <boost/uuid/random_generator.hpp>
+#include <boost/uuid/uuid_io.hpp>
+
+#include "System/Concurrency/SerialQueue.hpp"
+#include "System/Data/JSON.hpp"
+#include "System/Data/Text.hpp"
+#include "System/Files/Directories.hpp"
+#include "System/Files/Files.hpp"
+#include "System/Files/Log.hpp"
+#include "System/Files/PrivateDirectory.hpp"
+#include "System/Files/UserDefaults.hpp"
+#include "ZephylTray/Config/Config.hpp"
+#include "ZephylTray/Registry/ServerMigration.hpp"
+
+namespace zephyl {
+
+namespace {
+
+using Entries = ServerList::Entries;
+
+std::string registryPath() {
+  return joinPath(Servers::baseDir(), "servers.json");
+}
+
+std::string randomUUID() {
+  return boost::uuids::to_string(boost::uuids::random_generator()());
+}
+
+/// Encodes the registry as its file holds it.
+Result<std::string> encoded(const Entries& entries) {
+  std::string text = json::prettySorted(json::encode(entries));
+  // The file could not be read again.
+  if (!isValidUTF8(text)) return Error{"a text in it is not valid UTF-8"};
+  return text;
+}
+
+std::string normalised(std::string_view fingerprint) {
+  return lowerCased(trimmed(fingerprint));
+}
+
+/// The first of `entries` with this fingerprint, which is normalised; none when it is empty.
+auto findFingerprint(auto& entries, const std::string& fingerprint) {
+  if (fingerprint.empty()) return entries.end();
+  return std::ranges::find(entries, fingerprint, [](const ServerEntry& entry) {
+    return lowerCased(entry.tailnetFingerprint.value_or(""));
+  });
+}
+
+ServerPorts allocatePorts(const Entries& entries) {
+  std::vector<ServerPorts> existing;
+  for (const auto& entry : entries) existing.push_back(entry.ports);
+  return ServerPorts::allocate(existing, {Config::trayPort(), Config::onboardingPort()});
+}
+
+/// Whether the paths made of an id lie where those of servers lie, and not elsewhere.
+bool isPathComponent(const std::string& id) {
+  return !id.empty() && id != "." && id != ".." && id.find('/') == std::string::npos;
+}
+
+void deleteTailnetState(const std::string& id) {
+  if (!isPathComponent(id)) return;
+  for (const auto& path : {Servers::tailnetStateDir(id), Servers::controlSocketPath(id)}) {
+    if (const auto removed = removePath(path); !removed) {
+      log("could not delete tailnet state for {}: {}", id, removed.error().message);
+    }
+  }
+}
+
+/// Moves the state of the only server to where servers keep theirs. Whether there was any and it
+/// was moved.
+bool adoptTailnetState(const std::string& from, const std::string& to) {
+  if (!isDirectory(from)) return false;
+  // Without a home directory it lies where any user can have put one.
+  if (!directories::applicationSupport() && !isOwnDirectory(from)) {
+    log("{} belongs to another user; it is not used", from);
+    return false;
+  }
+  auto moved = createDirectories(parentDirectory(to));
+  if (moved) moved = movePath(from, to);
+  if (moved) {
+    log("migrated tailnet state to {}", to);
+  } else {
+    log("could not move tailnet state: {}", moved.error().message);
+  }
+  return moved.has_value();
+}
+
+}  // namespace
+
+struct Servers::State {
+  State(ThreadPool& pool, Clock& clock) : queue("com.zephyl.tray.servers", pool, clock) {}
+
+  /// The open registry; to be without one is a programming error.
+  static State& open();
+
+  /// What is in memory; none before the first use. From any thread.
+  std::optional<ServerList> cached();
+
+  // On the queue:
+  ServerList current();
+  Entries loadLocked();
+  Result<void> saveLocked(Entries entries);
+  Result<void> write(const std::string& text);
+  Result<void> keepUnreadable(const std::string& path);
+  void publish(ServerList list);
+
+  /// Lets `edit` change a copy of the entries, and saves it when `edit` returns true. Returns
+  /// whether there was anything to save, or why it could not be saved.
+  template <typename Edit>
+  Result<bool> change(Edit edit);
+  /// The same for the entry with this id; without such an entry there is nothing to save.
+  template <typename Edit>
+  Result<bool> changeEntry(const std::string& id, Edit edit);
+
+  SerialQueue queue;
+  std::mutex cacheMutex;
+  std::optional<ServerList> cache;
+  std::string flushed;      // what the last save that was flushed to disk wrote
+  bool unreadable = false;  // the file holds what could not be read and is not copied yet
+
+  static inline std::atomic<State*> instance = nullptr;
+};
+
+Servers::State& Servers::State::open() {
+  State* state = instance.load(std::memory_order_acquire);
+  if (state == nullptr) {
+    log("the server registry is used while it is not open");
+    std::abort();
+  }
+  return *state;
+}
+
+std::optional<ServerList> Servers::State::cached() {
+  const std::scoped_lock lock(cacheMutex);
+  return cache;
+}
+
+void Servers::State::publish(ServerList list) {
+  const std::scoped_lock lock(cacheMutex);
+  cache = std::move(list);
+}
+
+ServerList Servers::State::current() {
+  if (auto list = cached()) return *std::move(list);
+  ServerList list(loadLocked());
+  publish(list);
+  return list;
+}
+
+Entries Servers::State::loadLocked() {
+  const std::string path = registryPath();
+  const auto text = readFile(path);
+  unreadable = !text && fileExists(path);
+  if (!text) return {};
+  auto entries = json::decodeText<Entries>(*text);
+  if (entries) return *std::move(entries);
+  unreadable = true;
+  log("servers.json is unreadable ({}); treating as empty", entries.error().message);
+  return {};
+}
+
+Result<void> Servers::State::saveLocked(Entries entries) {
+  const auto text = encoded(entries);
+  Result<void> saved = text ? write(*text) : Result<void>(text.error());
+  if (saved) {
+    publish(ServerList(std::move(entries)));
+  } else {
+    log("could not write servers.json: {}", saved.error().message);
+  }
+  return saved;
+}
+
+Result<void> Servers::State::write(const std::string& text) {
+  const std::string path = registryPath();
+  if (auto created = createDirectories(baseDir()); !created) return created;
+  if (auto kept = keepUnreadable(path); !kept) return kept;
+  const bool same = text == flushed;
+  auto written =
+      writeFileAtomically(path, text, same ? Durability::unflushed : Durability::flushed);
+  if (written) flushed = text;
+  return written;
+}
+
+Result<void> Servers::State::keepUnreadable(const std::string& path) {
+  if (!unreadable || !fileExists(path)) return {};
+  const auto copy = copyAside(path);
+  if (!copy) return copy.error();
+  unreadable = false;
+  log("the unreadable servers.json is kept as {}", *copy);
+  return {};
+}
+
+template <typename Edit>
+Result<bool> Servers::State::change(Edit edit) {
+  return queue.sync([&]() -> Result<bool> {
+    Entries entries = current().entries();
+    if (!edit(entries)) return false;
+    if (const auto saved = saveLocked(std::move(entries)); !saved) return saved.error();
+    return true;
+  });
+}
+
+template <typename Edit>
+Result<bool> Servers::State::changeEntry(const std::string& id, Edit edit) {
+  return change([&](Entries& entries) {
+    const auto entry = std::ranges::find(entries, id, &ServerEntry::id);
+    if (entry == entries.end()) return false;
+    edit(*entry);
+    return true;
+  });
+}
+
+Servers::Store::Store(ThreadPool& pool, Clock& clock)
+    : state_(std::make_unique<State>(pool, clock)) {
+  assert(State::instance.load() == nullptr && "the registry is open already");
+  State::instance.store(state_.get(), std::memory_order_release);
+}
+
+Servers::Store::~Store() {
+  State::instance.store(nullptr, std::memory_order_release);
+}
+
+std::string Servers::baseDir() {
+  const auto support = directories::applicationSupport();
+  return joinPath(support ? *support : directories::temporary(), "Zephyl");
+}
+
+Result<void> Servers::claimBaseDir() {
+  if (directories::applicationSupport()) return {};
+  auto claimed = claimPrivateDirectory(baseDir());
+  if (!claimed) {
+    return Error{claimed.error().message, "; set HOME or XDG_DATA_HOME to a directory of your own"};
+  }
+  return claimed;
+}
+
+std::string Servers::tailnetStateDir(const std::string& id) {
+  return baseDir() + "/servers/" + id + "/tailnet";
+}
+
+std::string Servers::controlSocketPath(const std::string& id) {
+  return joinPath(directories::home(), ".zephyl/run/" + id.substr(0, 8) + ".sock");
+}
+
+ServerList Servers::all() {
+  State& state = State::open();
+  if (auto list = state.cached()) return *std::move(list);
+  return state.queue.sync([&] { return state.current(); });
+}
+
+bool Servers::contains(const std::string& id) {
+  const ServerList list = all();
+  return std::ranges::find(list, id, &ServerEntry::id) != list.end();
+}
+
+std::vector<ServerEntry> Servers::enabled() {
+  std::vector<ServerEntry> entries;
+  for (const auto& entry : all()) {
+    if (entry.enabled) entries.push_back(entry);
+  }
+  return entries;
+}
+
+std::optional<ServerEntry> Servers::matching(std::string_view fingerprint) {
+  const ServerList list = all();
+  const auto entry = findFingerprint(list.entries(), normalised(fingerprint));
+  if (entry == list.end()) return std::nullopt;
+  return *entry;
+}
+
+Result<ServerEntry> Servers::add(const std::string& label,
+                                 const std::optional<std::string>& address,
+                                 const std::optional<std::string>& fingerprint) {
+  ServerEntry result;
+  const auto saved = State::open().change([&](Entries& entries) {
+    auto entry = findFingerprint(entries, normalised(fingerprint.value_or("")));
+    if (entry != entries.end()) {
+      entry->enabled = true;
+      if (address && !isBlank(*address)) entry->address = address;
+    } else {
+      entry = entries.insert(entries.end(), {.id = randomUUID(),
+                                             .label = label,
+                                             .ordinal = nextOrdinal(entries),
+                                             .address = address,
+                                             .tailnetFingerprint = fingerprint,
+                                             .agentId = randomUUID(),
+                                             .ports = allocatePorts(entries),
+                                             .enabled = true});
+    }
+    result = *entry;
+    return true;
+  });
+  if (!saved) return saved.error();
+  return result;
+}
+
+Result<void> Servers::update(const std::string& id,
+                             const std::function<void(ServerEntry&)>& mutation) {
+  const auto saved = State::open().changeEntry(id, mutation);
+  return saved ? Result<void>() : saved.error();
+}
+
+Result<void> Servers::remove(const std::string& id) {
+  const auto removed = State::open().change([&](Entries& entries) {
+    std::erase_if(entries, [&](const ServerEntry& entry) { return entry.id == id; });
+    return true;
+  });
+  if (!removed) return removed.error();
+  deleteTailnetState(id);
+  return {};
+}
+
+void Servers::replaceAll(std::vector<ServerEntry> entries) {
+  State::open().change([&](Entries& all) {
+    all = std::move(entries);
+    return true;
+  });
+}
+
+bool Servers::record(const std::string& id, std::string_view value,
+                     std::optional<std::string> ServerEntry::*field) {
+  const std::string_view text = trimmed(value);
+  if (text.empty()) return false;
+  bool changed = false;
+  const auto saved = State::open().changeEntry(id, [&](ServerEntry& entry) {
+    changed = entry.*field != text;
+    if (changed) entry.*field = std::string(text);
+  });
+  return changed && saved.has_value();
+}
+
+bool Servers::recordDiscoveredAddress(const std::string& id, std::string_view address) {
+  return record(id, address, &ServerEntry::address);
+}
+
+void Servers::recordDiscoveredName(const std::string& id, std::string_view name) {
+  record(id, name, &ServerEntry::serverName);
+}
+
+void Servers::recordDiscoveredAccent(const std::string& id, std::string_view accent) {
+  record(id, accent, &ServerEntry::serverAccent);
+}
+
+void Servers::migrateIfNeeded() {
+  if (fileExists(registryPath())) {
+    migrateAddressingIfNeeded();
+    migrateNamingIfNeeded();
+  } else {
+    migrateSingleServer();
+  }
+}
+
+void Servers::migrateSingleServer() {
+  const auto fingerprint = Config::defaults().string("tailnetFingerprint");
+  const auto host = Config::defaults().string("serverHost").value_or("");
+  const auto entry = migration::singleServer(randomUUID(), host, fingerprint);
+  if (!entry) return;
+
+  const std::string oldState = Config::legacyTailnetStateDir();
+  const std::string newState = tailnetStateDir(entry->id);
+  const bool moved = adoptTailnetState(oldState, newState);
+  const auto saved = State::open().change([&](Entries& entries) {
+    entries = {*entry};
+    return true;
+  });
+  if (saved) {
+    log("migrated to multi-server layout as {} ({})", entry->displayName(), entry->id);
+  } else if (moved) {
+    // The next launch gives the server another id, and looks for the state where it was.
+    if (const auto back = movePath(newState, oldState); !back) {
+      log("could not move tailnet state: {}", back.error().message);
+    }
+  }
+}
+
+void Servers::migrateAddressingIfNeeded() {
+  const auto text = readFile(registryPath());
+  const auto file = text ? json::parse(*text) : Result<json::Value>(text.error());
+  if (!file) return;
+  const auto folded = State::open().change(
+      [&](Entries& entries) { return migration::foldAddressing(*file, entries); });
+  if (folded && *folded) log("folded serverHost/webTarget into a single address");
+}
+
+void Servers::migrateNamingIfNeeded() {
+  const auto reclaimed = State::open().change(migration::reclaimNaming);
+  if (reclaimed && *reclaimed) log("reclaimed auto-generated server names");
+}
+
+}  // namespace zephyl

@@ -1,0 +1,151 @@
+#include "ZephylTray/Tailnet/TailnetManager.hpp"
+
+#include <algorithm>
+
+#include "System/Concurrency/MainLoop.hpp"
+#include "System/Data/Format.hpp"
+#include "ZephylTray/Config/Config.hpp"
+#include "ZephylTray/Registry/Servers.hpp"
+
+namespace zephyl {
+
+namespace {
+
+/// Servers that are enabled and joined, in the registry's order.
+std::vector<ServerEntry> wantedServers() {
+  std::vector<ServerEntry> wanted;
+  for (auto& entry : Servers::enabled()) {
+    if (!entry.tailnetFingerprint.value_or("").empty()) wanted.push_back(std::move(entry));
+  }
+  return wanted;
+}
+
+void requestStops(const std::vector<TailnetManager::Instance>& instances) {
+  for (const auto& instance : instances) instance->requestStop();
+}
+
+}  // namespace
+
+void TailnetManager::syncWithStore() {
+  if (!Config::tailnetBinary("tailscaled") || !Config::tailnetBinary("zephyl-tailnet")) return;
+  const auto wanted = wantedServers();
+  const auto isWanted = [&](const std::string& id) {
+    return std::ranges::find(wanted, id, &ServerEntry::id) != wanted.end();
+  };
+  std::vector<Instance> removed;
+  {
+    const std::scoped_lock lock(lock_);
+    std::erase_if(instances_, [&](const auto& known) {
+      if (isWanted(known.first)) return false;
+      removed.push_back(known.second);
+      return true;
+    });
+  }
+  requestStops(removed);
+  for (const auto& instance : removed) instance->stop();
+  for (const auto& entry : wanted) instance(entry)->start();
+}
+
+TailnetManager::Instance TailnetManager::instance(const ServerEntry& entry) {
+  const std::scoped_lock lock(lock_);
+  Instance& instance = instances_[entry.id];
+  if (!instance) instance = make(entry);
+  return instance;
+}
+
+TailnetManager::Instance TailnetManager::find(const std::string& id) const {
+  const std::scoped_lock lock(lock_);
+  const auto known = instances_.find(id);
+  return known == instances_.end() ? nullptr : known->second;
+}
+
+TailnetManager::Instance TailnetManager::forget(const std::string& id) {
+  const std::scoped_lock lock(lock_);
+  const auto known = instances_.extract(id);
+  return known ? known.mapped() : nullptr;
+}
+
+std::vector<TailnetManager::Instance> TailnetManager::instances() const {
+  const std::scoped_lock lock(lock_);
+  std::vector<Instance> all;
+  all.reserve(instances_.size());
+  for (const auto& [id, instance] : instances_) all.push_back(instance);
+  return all;
+}
+
+TailnetManager::Instance TailnetManager::primary() const {
+  const auto wanted = wantedServers();
+  return wanted.empty() ? nullptr : find(wanted.front().id);
+}
+
+bool TailnetManager::anyRunning() const {
+  return std::ranges::any_of(instances(), [](const auto& each) { return each->isRunning(); });
+}
+
+std::vector<std::string> TailnetManager::recentLog() const {
+  auto all = instances();
+  if (all.size() == 1) return all.front()->recentLog();
+  std::ranges::stable_sort(all, {}, [](const auto& each) { return each->server().displayName(); });
+  std::vector<std::string> merged;
+  for (const auto& each : all) {
+    auto lines = each->recentLog();
+    if (lines.empty()) continue;
+    merged.push_back(formatText("=== {} ===", each->server().displayName()));
+    std::ranges::move(lines, std::back_inserter(merged));
+  }
+  return merged;
+}
+
+void TailnetManager::stopAll() {
+  const auto all = instances();
+  const Instant deadline = runtime_.clock.now() + TailnetProcess::terminationGrace;
+  requestStops(all);
+  for (const auto& instance : all) instance->finishStop(deadline);
+}
+
+TailnetManager::Instance TailnetManager::make(const ServerEntry& entry) {
+  auto made = std::make_shared<TailnetProcess>(runtime_, entry);
+  const auto weak = weak_from_this();
+  made->onStateChange = [weak] {
+    if (const auto self = weak.lock()) self->relayStateChange();
+  };
+  made->onAddressLearned = [weak] {
+    if (const auto self = weak.lock()) self->scheduleAddressLearned();
+  };
+  made->onTargetUnresolved = [weak, instance = std::weak_ptr(made)](const std::string& target) {
+    const auto self = weak.lock();
+    const auto from = instance.lock();
+    if (!self || !from) return;
+    self->runtime_.mainLoop.async([weak, server = from->server(), target] {
+      const auto manager = weak.lock();
+      if (manager && manager->onTargetUnresolved) manager->onTargetUnresolved(server, target);
+    });
+  };
+  return made;
+}
+
+/// Many changes in a row, as when fifty tailnets start, are one for who shows them.
+void TailnetManager::relayStateChange() {
+  if (std::exchange(stateChangePending_, true)) return;
+  runtime_.mainLoop.async([weak = weak_from_this()] {
+    const auto self = weak.lock();
+    if (!self) return;
+    self->stateChangePending_ = false;
+    if (self->onStateChange) self->onStateChange();
+  });
+}
+
+void TailnetManager::scheduleAddressLearned() {
+  if (std::exchange(addressLearnedPending_, true)) return;
+  runtime_.clock.afterDetached(addressNotificationDelay,
+                               [weak = weak_from_this(), &mainLoop = runtime_.mainLoop] {
+                                 mainLoop.async([weak] {
+                                   const auto self = weak.lock();
+                                   if (!self) return;
+                                   self->addressLearnedPending_ = false;
+                                   if (self->onAddressLearned) self->onAddressLearned();
+                                 });
+                               });
+}
+
+}  // namespace zephyl

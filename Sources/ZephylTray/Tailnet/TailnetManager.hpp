@@ -1,0 +1,67 @@
+#pragma once
+
+#include <functional>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include "System/Concurrency/Runtime.hpp"
+#include "ZephylTray/Tailnet/TailnetProcess.hpp"
+
+namespace zephyl {
+
+/// Owns one `TailnetProcess` per server that should be connected, and keeps them in step with the
+/// registry. Operations may be called from any thread; a lock guards the table alone and is never
+/// held while an instance is called. Callbacks come on the main thread. Owned by a `shared_ptr`.
+class TailnetManager : public std::enable_shared_from_this<TailnetManager> {
+ public:
+  using Instance = std::shared_ptr<TailnetProcess>;
+  static constexpr Duration addressNotificationDelay = std::chrono::seconds(1);
+
+  explicit TailnetManager(const Runtime& runtime) : runtime_(runtime) {}
+
+  /// Something that an instance shows has changed.
+  std::function<void()> onStateChange;
+  std::function<void(ServerEntry server, std::string target)> onTargetUnresolved;
+  /// Servers' addresses have changed; one call for all that do within a second.
+  std::function<void()> onAddressLearned;
+
+  /// Stops and forgets the instances of servers that are gone, disabled or not joined, and starts
+  /// one for every other server, in the registry's order. A pair that runs is left alone. Does
+  /// nothing when a tailnet program is missing. Waits while instances stop.
+  void syncWithStore();
+
+  /// The server's instance, made when there is none. One that exists keeps the entry that it was
+  /// made with.
+  Instance instance(const ServerEntry& entry);
+  /// The server's instance, if there is one.
+  [[nodiscard]] Instance find(const std::string& id) const;
+  /// Takes the server's instance out of the table; the caller stops it.
+  Instance forget(const std::string& id);
+  [[nodiscard]] std::vector<Instance> instances() const;
+
+  /// The instance of the first server that is enabled and joined, if there is one.
+  [[nodiscard]] Instance primary() const;
+  [[nodiscard]] bool anyRunning() const;
+  /// The logs of all, under a heading each when there are several, by display name.
+  [[nodiscard]] std::vector<std::string> recentLog() const;
+
+  /// Stops all side by side, within one shared grace.
+  void stopAll();
+
+ private:
+  Instance make(const ServerEntry& entry);
+  void relayStateChange();
+  void scheduleAddressLearned();
+
+  const Runtime runtime_;
+  mutable std::mutex lock_;
+  std::map<std::string, Instance, std::less<>> instances_;
+  // Main thread:
+  bool stateChangePending_ = false;
+  bool addressLearnedPending_ = false;
+};
+
+}  // namespace zephyl

@@ -1,0 +1,335 @@
+#include "ZephylTray/Tailnet/TailnetProcess.hpp"
+
+#include <algorithm>
+#include <utility>
+
+#include "System/Concurrency/MainLoop.hpp"
+#include "System/Data/Format.hpp"
+#include "System/Data/Secret.hpp"
+#include "System/Data/Text.hpp"
+#include "System/Files/Files.hpp"
+#include "System/Files/Log.hpp"
+#include "ZephylTray/Config/Config.hpp"
+#include "ZephylTray/Registry/Servers.hpp"
+
+namespace zephyl {
+
+namespace {
+
+constexpr auto daemonName = "tailscaled";
+constexpr auto clientName = "zephyl-tailnet";
+constexpr auto daemonTag = "tailscaled";
+constexpr auto clientTag = "tailnet";
+constexpr std::size_t socketPathLimit = 104;
+
+std::string loopback(std::int64_t port) {
+  return formatText("127.0.0.1:{}", port);
+}
+
+std::chrono::seconds retryDelay(std::int64_t failures) {
+  constexpr std::int64_t longest = 60;
+  return std::chrono::seconds(std::min(std::int64_t{1} << failures, longest));
+}
+
+}  // namespace
+
+template <typename Work>
+auto TailnetProcess::weakly(Work work) {
+  return [weak = weak_from_this(), work = std::move(work)](auto&&... values) {
+    if (const auto self = weak.lock()) work(*self, std::forward<decltype(values)>(values)...);
+  };
+}
+
+TailnetProcess::TailnetProcess(const Runtime& runtime, ServerEntry server)
+    : runtime_(runtime),
+      server_(std::move(server)),
+      queue_("com.zephyl.tray.tailnet." + server_.id, runtime.pool, runtime.clock) {}
+
+TailnetProcess::~TailnetProcess() {
+  forgetPreauthKey();
+}
+
+void TailnetProcess::start() {
+  queue_.sync([this] {
+    stopRequested_ = false;
+    clearFailures();
+    startLocked();
+  });
+  reportStateChange();
+}
+
+void TailnetProcess::stop() {
+  requestStop();
+  queue_.sync([this] { stopLocked(); });
+  reportStateChange();
+}
+
+void TailnetProcess::restart() {
+  queue_.sync([this] { restartLocked(); });
+}
+
+void TailnetProcess::startRedeeming(std::string preauthKey) {
+  queue_.sync([&] {
+    keepPreauthKey(preauthKey);
+    restartLocked();
+  });
+}
+
+void TailnetProcess::requestStop() {
+  queue_.sync([this] {
+    stopRequested_ = true;
+    ++attempts_;
+    askToEnd();
+  });
+}
+
+void TailnetProcess::finishStop(Instant deadline) {
+  queue_.sync([this, deadline] { stopLocked(deadline); });
+  reportStateChange();
+}
+
+bool TailnetProcess::isRunning() const {
+  const std::scoped_lock lock(published_);
+  return pair_ && pair_->tailscaled && pair_->tailscaled->isRunning() && pair_->client &&
+         pair_->client->isRunning();
+}
+
+TailnetState TailnetProcess::state() const {
+  const std::scoped_lock lock(published_);
+  return state_;
+}
+
+std::vector<std::string> TailnetProcess::recentLog() const {
+  const std::scoped_lock lock(published_);
+  return recentLog_.lines();
+}
+
+bool TailnetProcess::hasLog() const {
+  const std::scoped_lock lock(published_);
+  return !recentLog_.empty();
+}
+
+void TailnetProcess::startLocked() {
+  if (stopRequested_) return;
+  const auto tailscaled = Config::tailnetBinary(daemonName);
+  const auto client = Config::tailnetBinary(clientName);
+  if (!tailscaled || !client) return;
+  if (server_.tailnetFingerprint.value_or("").empty()) {
+    note("no tailnet invite has been redeemed yet; not starting the tailnet");
+    return;
+  }
+  if (pair_ && !pair_->ended) return;
+  stopLocked();
+  prepareDirectories();
+  if (hasTarget()) publish([this] { state_.unresolvedTarget.reset(); });
+  const auto pair = std::make_shared<Pair>();
+  if (!launchDaemon(pair, {*tailscaled, *client})) return;
+  ++attempts_;
+  queue_.after(clientDelay, weakly([pair, program = *client](TailnetProcess& self) {
+                 self.launchClient(pair, program);
+               }));
+}
+
+void TailnetProcess::restartLocked() {
+  stopRequested_ = false;
+  clearFailures();
+  stopLocked();
+  queue_.after(restartDelay, weakly([attempt = ++attempts_](TailnetProcess& self) {
+                 if (self.attempts_ != attempt) return;
+                 self.startLocked();
+                 self.reportStateChange();
+               }));
+}
+
+void TailnetProcess::prepareDirectories() {
+  if (const auto made = createDirectories(Servers::tailnetStateDir(server_.id)); !made) {
+    note("could not create tailnet state dir: " + made.error().message);
+  }
+  const std::string socket = Servers::controlSocketPath(server_.id);
+  if (const auto made = createDirectories(parentDirectory(socket)); !made) {
+    note("could not create socket dir: " + made.error().message);
+  }
+  (void)removePath(socket);
+  if (socket.size() >= socketPathLimit) {
+    note(
+        formatText("socket path is {} bytes; macOS caps it at {}. tailscaled will fail to bind: {}",
+                   socket.size(), socketPathLimit, socket));
+  }
+}
+
+bool TailnetProcess::launchDaemon(const SharedPair& pair, const Programs& programs) {
+  auto options = childOptions(pair, daemonName, daemonTag);
+  options.executable = programs.tailscaled;
+  options.arguments = {"--tun=userspace-networking", "--port=0",
+                       "--socks5-server=" + loopback(server_.ports.socks),
+                       "--statedir=" + Servers::tailnetStateDir(server_.id),
+                       "--socket=" + Servers::controlSocketPath(server_.id)};
+  auto tailscaled = runtime_.launcher.launch(std::move(options));
+  if (!tailscaled) {
+    note(formatText("failed to start {}: {}", daemonName, tailscaled.error().message));
+    scheduleRetry();
+    return false;
+  }
+  publish([&] {
+    pair->tailscaled = *tailscaled;
+    pair_ = pair;
+  });
+  return true;
+}
+
+void TailnetProcess::launchClient(const SharedPair& pair, const std::string& program) {
+  if (stopRequested_ || (pair->ended && !pair->failed)) return;
+  if (!pair->tailscaled->isRunning()) {
+    note(formatText("{} did not stay up; not starting {}", daemonName, clientName));
+    return;
+  }
+  auto options = childOptions(pair, clientName, clientTag);
+  options.executable = program;
+  options.arguments = clientArguments();
+  options.environment["ZEPHYL_TAILSCALED_SOCKET"] = Servers::controlSocketPath(server_.id);
+  if (pendingPreauthKey_) options.environment["ZEPHYL_PREAUTH_KEY"] = *pendingPreauthKey_;
+  auto client = runtime_.launcher.launch(std::move(options));
+  if (!client) {
+    note(formatText("failed to start {}: {}", clientName, client.error().message));
+    pair->ended = true;
+    scheduleRetry();
+    return;
+  }
+  publish([&] { pair->client = *client; });
+  reportStateChange();
+}
+
+std::vector<std::string> TailnetProcess::clientArguments() const {
+  std::vector<std::string> arguments{"--fingerprint",     *server_.tailnetFingerprint,
+                                     "--socks5",          loopback(server_.ports.socks),
+                                     "--state-dir",       Servers::tailnetStateDir(server_.id),
+                                     "--shim-listen",     loopback(server_.ports.shim),
+                                     "--tunnel-listen",   server_.ports.tunnelHost + ":80",
+                                     "--tunnel-fallback", server_.ports.tunnelFallbackAddr()};
+  if (hasTarget()) arguments.insert(arguments.end(), {"--target", *server_.address});
+  return arguments;
+}
+
+bool TailnetProcess::hasTarget() const {
+  return !isBlank(server_.address.value_or(""));
+}
+
+ProcessOptions TailnetProcess::childOptions(const SharedPair& pair, const std::string& name,
+                                            const std::string& tag) {
+  ProcessOptions options{.environment = currentEnvironment()};
+  attachLogging(options, pair, tag);
+  options.onExit = [weak = weak_from_this(), pair = std::weak_ptr(pair), name](ExitStatus status) {
+    const auto self = weak.lock();
+    if (!self) return;
+    self->queue_.async(self->weakly([pair, name, status](TailnetProcess& tailnet) {
+      tailnet.handleChildExit(pair.lock(), name, status);
+    }));
+  };
+  return options;
+}
+
+void TailnetProcess::attachLogging(ProcessOptions& options, const SharedPair& pair,
+                                   const std::string& tag) {
+  options.onOutput = [weak = weak_from_this(), pair = std::weak_ptr(pair),
+                      tag](OutputLines output) {
+    const auto self = weak.lock();
+    if (!self) return;
+    const auto shared = std::make_shared<OutputLines>(std::move(output));
+    self->queue_.async(self->weakly([pair, shared, tag](TailnetProcess& tailnet) {
+      tailnet.appendLog(pair.lock(), *shared, tag);
+    }));
+  };
+}
+
+void TailnetProcess::askToEnd() {
+  if (!pair_) return;
+  pair_->ended = true;
+  if (std::exchange(pair_->askedToEnd, true)) return;
+  if (pair_->client) pair_->client->terminate();
+  if (pair_->tailscaled) pair_->tailscaled->terminate();
+}
+
+void TailnetProcess::stopLocked(std::optional<Instant> deadline) {
+  if (!pair_) return;
+  askToEnd();
+  endChild(pair_->client, deadline);
+  endChild(pair_->tailscaled, deadline);
+  publish([this] {
+    pair_.reset();
+    state_.boundAddress.reset();
+    state_.activeRelay.reset();
+  });
+}
+
+void TailnetProcess::endChild(const std::shared_ptr<ChildProcess>& child,
+                              std::optional<Instant> deadline) {
+  const Duration limit = deadline ? *deadline - runtime_.clock.now() : terminationGrace;
+  if (!child || child->waitForExit(limit)) return;
+  note(formatText("{} ignored SIGTERM; killing it", child->pid()));
+  child->killGroup();
+}
+
+void TailnetProcess::handleChildExit(const SharedPair& pair, const std::string& name,
+                                     ExitStatus status) {
+  note(status.reason == ExitStatus::Reason::exited
+           ? formatText("{} exited with status {}", name, status.status)
+           : formatText("{} terminated", name));
+  // A pair that nobody holds any more has been ended.
+  if (pair && !pair->ended && !stopRequested_) {
+    pair->failed = true;
+    stopLocked();
+    scheduleRetry();
+  }
+  reportStateChange();
+}
+
+void TailnetProcess::scheduleRetry() {
+  if (stopRequested_) return;
+  publish([this] { ++state_.failureCount; });
+  const auto failures = state_.failureCount;
+  Duration delay = stalledDelay;
+  if (failures <= maxFailures) {
+    const auto seconds = retryDelay(failures);
+    note(formatText("retrying the tailnet in {}s (attempt {}/{})", seconds.count(), failures,
+                    maxFailures));
+    delay = seconds;
+  } else {
+    publish([this] { state_.stalledReason = "Not connecting — retrying every 5 min"; });
+    note(formatText("still cannot start the tailnet after {} attempts; trying again in 5m",
+                    failures));
+    reportStateChange();
+  }
+  queue_.after(delay, weakly([attempt = ++attempts_](TailnetProcess& self) {
+                 if (self.attempts_ != attempt) return;
+                 self.startLocked();
+                 self.reportStateChange();
+               }));
+}
+
+void TailnetProcess::clearFailures() {
+  publish([this] {
+    state_.failureCount = 0;
+    state_.stalledReason.reset();
+  });
+}
+
+void TailnetProcess::keepLine(std::string line) {
+  publish([&] { recentLog_.append(std::move(line)); });
+}
+
+void TailnetProcess::note(const std::string& text) {
+  logLine(text);
+  keepLine("[tray] " + text);
+}
+
+void TailnetProcess::onMain(std::function<void(TailnetProcess&)> work) {
+  runtime_.mainLoop.async(weakly(std::move(work)));
+}
+
+void TailnetProcess::reportStateChange() {
+  onMain([](TailnetProcess& self) {
+    if (self.onStateChange) self.onStateChange();
+  });
+}
+
+}  // namespace zephyl

@@ -1,0 +1,174 @@
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "System/Concurrency/Runtime.hpp"
+#include "System/Concurrency/SerialQueue.hpp"
+#include "System/Data/LogRing.hpp"
+#include "System/Processes/ChildProcess.hpp"
+#include "ZephylTray/Registry/ServerEntry.hpp"
+
+namespace zephyl {
+
+struct TailnetAnnouncement;
+
+/// What a tailnet shows of itself: a copy, taken at one moment.
+struct TailnetState {
+  std::optional<std::string> boundAddress;   ///< the data tunnel's local address, "host:port"
+  std::optional<std::string> activeRelay;    ///< the control plane that the server was verified by
+  std::optional<std::string> stalledReason;  ///< retries have gone over to the slow schedule
+  std::optional<std::string> lastEnrolError;
+  std::optional<std::string> unresolvedTarget;
+  std::int64_t failureCount = 0;  ///< failed starts and exits in a row
+
+  bool operator==(const TailnetState&) const = default;
+};
+
+/// Keeps one server's private network up: `tailscaled`, the overlay daemon, and `zephyl-tailnet`,
+/// which joins the server's network through it and offers the agent a way in.
+///
+///     Idle        no children, and nothing is due: at first, after `stop`, after a failed
+///     enrolment,
+///                 and when a start finds a program missing or no invite redeemed.
+///     Restarting  no children; after `restartDelay`: Starting.
+///     Starting    the daemon runs; after `clientDelay` the client is launched: Running.
+///     Running     both run. "data tunnel on" makes it usable and forgets earlier failures.
+///     Failed      a child ended by itself, or could not be launched; the other one is ended too (a
+///                 daemon without a client, by the next start). A retry is due, after 2, 4, 8, 16,
+///                 32, 60 s and then every 5 min (stalled): Starting.
+///
+/// In every state `stop` leads to Idle, `restart` and `startRedeeming` lead to Restarting, and
+/// `start` leads to Starting at once, but leaves a pair alone that is starting or running.
+///
+/// A pair of children fails once, whichever goes first. What a child does that was stopped here, or
+/// belongs to an earlier pair, is logged and changes nothing else: neither its exit nor its lines.
+/// Nor does a delayed launch or a retry that was overtaken.
+///
+/// As long as a pre-authorisation key is kept, it is struck out of whatever the children print.
+///
+/// The server is a copy taken at construction: later changes of the registry reach the children
+/// through a new instance only. Owned by a `shared_ptr`; delayed work and children hold it weakly.
+/// All state is touched on the queue "com.zephyl.tray.tailnet.<server id>"; what is read from
+/// outside is published by it and never waits for it. The operations wait for the queue, and a
+/// stop for the children: up to `terminationGrace` for each. Callbacks come on the main thread.
+class TailnetProcess : public std::enable_shared_from_this<TailnetProcess> {
+ public:
+  static constexpr std::size_t maxLogLines = LogRing::maxLines;
+  static constexpr std::int64_t maxFailures = 6;
+  static constexpr Duration clientDelay = std::chrono::seconds(1);
+  static constexpr Duration restartDelay = std::chrono::milliseconds(800);
+  static constexpr Duration terminationGrace = std::chrono::seconds(3);
+  static constexpr Duration stalledDelay = std::chrono::minutes(5);
+
+  TailnetProcess(const Runtime& runtime, ServerEntry server);
+  ~TailnetProcess();
+  TailnetProcess(const TailnetProcess&) = delete;
+  TailnetProcess& operator=(const TailnetProcess&) = delete;
+
+  /// Something that is shown has changed.
+  std::function<void()> onStateChange;
+  /// The server's stored address has changed.
+  std::function<void()> onAddressLearned;
+  /// The client could not resolve the server's target.
+  std::function<void(std::string target)> onTargetUnresolved;
+
+  /// Starts the pair unless it runs; forgets earlier failures.
+  void start();
+  /// Ends the pair and waits for it.
+  void stop();
+  /// Ends the pair, waits for it, and starts it again after `restartDelay`.
+  void restart();
+  /// Like `restart`; the client enrols with `preauthKey`, which is kept until the join succeeds.
+  void startRedeeming(std::string preauthKey);
+
+  /// The two halves of `stop`, to stop many side by side: asks the pair to end; then waits, until
+  /// `deadline` instead of `terminationGrace` for each child, and kills what is left.
+  void requestStop();
+  void finishStop(Instant deadline);
+
+  [[nodiscard]] const ServerEntry& server() const { return server_; }
+  /// Both children run.
+  [[nodiscard]] bool isRunning() const;
+  [[nodiscard]] TailnetState state() const;
+  [[nodiscard]] std::vector<std::string> recentLog() const;
+  [[nodiscard]] bool hasLog() const;
+
+ private:
+  /// Two children that were started together.
+  struct Pair {
+    std::shared_ptr<ChildProcess> tailscaled;
+    std::shared_ptr<ChildProcess> client;
+    bool ended = false;  // stopped here, or failed
+    bool failed = false;
+    bool askedToEnd = false;
+  };
+  using SharedPair = std::shared_ptr<Pair>;
+  struct Programs {
+    std::string tailscaled;
+    std::string client;
+  };
+
+  // On the queue:
+  void startLocked();
+  void stopLocked(std::optional<Instant> deadline = std::nullopt);
+  void askToEnd();
+  void endChild(const std::shared_ptr<ChildProcess>& child, std::optional<Instant> deadline);
+  void clearFailures();
+  void restartLocked();
+  void prepareDirectories();
+  bool launchDaemon(const SharedPair& pair, const Programs& programs);
+  void launchClient(const SharedPair& pair, const std::string& program);
+  void handleChildExit(const SharedPair& pair, const std::string& name, ExitStatus status);
+  void scheduleRetry();
+  void appendLog(const SharedPair& pair, const OutputLines& output, const std::string& tag);
+  [[nodiscard]] std::string withoutPreauthKey(const std::string& line) const;
+  void scrape(std::string_view line);
+  void take(TailnetAnnouncement announcement);
+  void learnAddress(std::string address);
+  void learn(std::function<void(TailnetProcess&)> work);
+  void keepPreauthKey(std::string& preauthKey);
+  void forgetPreauthKey();
+  void failEnrolment(std::string reason);
+
+  [[nodiscard]] ProcessOptions childOptions(const SharedPair& pair, const std::string& name,
+                                            const std::string& tag);
+  void attachLogging(ProcessOptions& options, const SharedPair& pair, const std::string& tag);
+  [[nodiscard]] std::vector<std::string> clientArguments() const;
+  [[nodiscard]] bool hasTarget() const;
+  void keepLine(std::string line);
+  void note(const std::string& text);
+  /// Changes what can be read from outside.
+  template <typename Change>
+  void publish(Change change) {
+    const std::scoped_lock lock(published_);
+    change();
+  }
+  void onMain(std::function<void(TailnetProcess&)> work);
+  void reportStateChange();
+
+  /// Wraps work for a queue, a timer or a child so that it does nothing once this is gone.
+  template <typename Work>
+  auto weakly(Work work);
+
+  const Runtime runtime_;
+  const ServerEntry server_;
+  mutable SerialQueue queue_;
+
+  bool stopRequested_ = false;
+  std::optional<std::string> pendingPreauthKey_;
+  std::uint64_t attempts_ = 0;  // tells a retry or a delayed start that it was overtaken
+
+  mutable std::mutex published_;  // guards what follows; written on the queue only
+  SharedPair pair_;
+  TailnetState state_;
+  LogRing recentLog_;
+};
+
+}  // namespace zephyl
