@@ -56,7 +56,7 @@ def test_the_comparison_tells_alike_from_unlike(value, shown, alike):
 
 
 def test_the_document_has_every_route_of_the_program_and_no_other():
-    source = (REPOSITORY / "Sources" / "ZephylTray" / "ControlServerRoutes.cpp").read_text()
+    source = (REPOSITORY / "Sources" / "ZephylTray" / "Control" / "ControlServerRoutes.cpp").read_text()
     routes = set(re.findall(r'\{"([A-Z]+ /[^"]*)"', source))
     assert len(routes) >= 12
     documented = re.findall(r"^### ([A-Z]+ /.*)$", DOCUMENT, re.M)
