@@ -1,5 +1,6 @@
 """Every joined server has its tailnet, kept alive by the tray."""
 
+import concurrent.futures
 import os
 import pathlib
 import signal
@@ -111,6 +112,29 @@ def test_each_child_of_a_server_has_a_grace_of_its_own(world, start_api):
     assert 3.5 <= time.monotonic() - began < 5.5
     killed = [line for line in api.tray.lines if "ignored SIGTERM" in line]
     assert killed == [f"[tray] {client} ignored SIGTERM; killing it"]
+
+
+def test_the_tray_goes_on_while_the_children_of_a_server_end(world, start_api):
+    world.use_agent_script("#!/bin/sh\nexec sleep 1000\n")
+    world.use_tailnet_script("tailscaled", STUBBORN.format(first=""))
+    world.use_tailnet_script("zephyl-tailnet", STUBBORN.format(first="echo data tunnel on a:80\n"))
+    first, second = world.add_servers(2)
+    api = start_api()
+    api.tray.log_line("2 of 2 servers connected")
+    with concurrent.futures.ThreadPoolExecutor() as requests:
+        began = time.monotonic()
+        disabled = requests.submit(api.do, "POST", f"/servers/{first}/enabled", {"enabled": False})
+        removed = requests.submit(api.do, "DELETE", f"/servers/{second}")
+        for _ in range(20):
+            asked = time.monotonic()
+            api.get("/status")
+            assert time.monotonic() - asked < 0.5
+        assert not disabled.done() and not removed.done()
+        disabled.result()
+        removed.result()
+    assert 5.5 < time.monotonic() - began < 8, "the client and then the daemon have 3 s each"
+    assert programs(api.tray, "tailscaled") == [] and programs(api.tray, "zephyl-tailnet") == []
+    assert [entry["id"] for entry in world.registry()] == [first]
 
 
 def test_what_a_client_prints_at_its_end_counts(world, start_tray):

@@ -3,6 +3,8 @@
 #include <cassert>
 #include <memory>
 
+#include "System/Concurrency/NoChildWaits.hpp"
+
 namespace zephyl {
 
 MainLoop::MainLoop() : thread_(std::this_thread::get_id()) {}
@@ -17,6 +19,7 @@ void MainLoop::async(Task task) {
 }
 
 void MainLoop::run() {
+  const NoChildWaits rule;
   std::unique_lock lock(mutex_);
   while (!quitting_) {
     wake_.wait(lock, [this] { return quitting_ || !tasks_.empty(); });

@@ -6,6 +6,7 @@
 
 #include <pthread.h>
 
+#include "System/Concurrency/NoChildWaits.hpp"
 #include "System/Files/Log.hpp"
 
 namespace zephyl {
@@ -80,6 +81,7 @@ bool ThreadPool::waitForTask(std::unique_lock<std::mutex>& lock, Kind kind) {
 
 void ThreadPool::work(Kind kind) {
   pthread_setname_np(pthread_self(), "queue");
+  const NoChildWaits rule;
   std::unique_lock lock(mutex_);
   while (waitForTask(lock, kind)) {
     Task task = std::move(tasks_.front());

@@ -96,8 +96,9 @@ class ChildProcess {
   virtual void terminateGroup() = 0;
   /// SIGKILL to the child's whole process group.
   virtual void killGroup() = 0;
-  /// Waits until the child has ended, for at most `limit` of real time; whether it has. Not from
-  /// a callback: they come on the thread that sees it end.
+  /// Waits until the child has ended, for at most `limit` of real time, and returns whether it has.
+  /// Must not be called from a callback, from a task of the main loop or from a thread of the pool
+  /// (see NoChildWaits): the shutdown alone waits.
   [[nodiscard]] virtual bool waitForExit(Duration limit) = 0;
 
   /// Sends a line, without its end, to a child that has input. Returns at once: what the child

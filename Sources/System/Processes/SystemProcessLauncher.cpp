@@ -1,5 +1,6 @@
 #include "System/Processes/SystemProcessLauncher.hpp"
 
+#include <cassert>
 #include <condition_variable>
 #include <csignal>
 #include <mutex>
@@ -9,6 +10,7 @@
 
 #include <sys/wait.h>
 
+#include "System/Concurrency/NoChildWaits.hpp"
 #include "System/Concurrency/Reactor.hpp"
 #include "System/Data/Secret.hpp"
 #include "System/Files/Environment.hpp"
@@ -41,6 +43,7 @@ class SystemChild final : public ChildProcess {
   void killGroup() override { signal(-pid_, SIGKILL); }
 
   [[nodiscard]] bool waitForExit(Duration limit) override {
+    assert(NoChildWaits::allowWaiting());
     std::unique_lock lock(mutex_);
     return ended_.wait_for(lock, limit, [this] { return reaped_; });
   }

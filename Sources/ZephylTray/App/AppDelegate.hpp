@@ -77,7 +77,7 @@ class AppDelegate : public std::enable_shared_from_this<AppDelegate> {
   std::optional<std::string> setServerLabel(const std::string& id, const std::string& label);
   std::optional<std::string> setServerAccent(const std::string& id, const std::string& accent);
   std::optional<std::string> setServerEnabled(const std::string& id, bool enabled);
-  std::optional<std::string> removeServer(const std::string& id);
+  void removeServer(const std::string& id, const ControlServer::Completion& done);
 
   /// Shows the desktop app at its start page, or at a screen of it such as "servers".
   void openDesktopWindow();
@@ -170,6 +170,7 @@ class AppDelegate : public std::enable_shared_from_this<AppDelegate> {
   [[nodiscard]] std::optional<std::string> writeLogToTempFile() const;
 
   /// Brings tailnets, agent and menu in step with the registry (AppDelegateServers.cpp).
+  std::optional<std::string> removeStoppedServer(const std::string& id);
   void serversChanged();
 
   // The desktop app, and where servers' web pages are (AppDelegateDesktop.cpp)
@@ -186,6 +187,7 @@ class AppDelegate : public std::enable_shared_from_this<AppDelegate> {
   // What the control API is answered with (AppDelegateControl.cpp)
   void installControlHandlers();
   void installFolderHandlers();
+  void completeWhenRetired(ControlServer::Failure failure, const ControlServer::Completion& done);
   [[nodiscard]] json::Object controlStatus() const;
   [[nodiscard]] std::vector<json::Object> controlServers() const;
   [[nodiscard]] json::Object diagnostics() const;

@@ -60,7 +60,9 @@ void addConnection(ControlServerRecord& record, const AgentConnection& connectio
 void AppDelegate::installControlHandlers() {
   // The server never outlives the controller, and its handlers for the main thread run nowhere
   // else, so they need not hold it weakly.
-  control_.onInvite = [this](const std::string& key) { return redeem(key); };
+  control_.onInvite = [this](const std::string& key, const auto& done) {
+    completeWhenRetired(redeem(key), done);
+  };
   control_.statusProvider = [this] { return controlStatus(); };
   control_.serversProvider = [this] { return controlServers(); };
   control_.onSetLabel = [this](const auto& id, const auto& label) {
@@ -69,10 +71,19 @@ void AppDelegate::installControlHandlers() {
   control_.onSetAccent = [this](const auto& id, const auto& accent) {
     return setServerAccent(id, accent);
   };
-  control_.onSetEnabled = [this](const auto& id, bool on) { return setServerEnabled(id, on); };
-  control_.onRemove = [this](const auto& id) { return removeServer(id); };
+  control_.onSetEnabled = [this](const auto& id, bool on, const auto& done) {
+    completeWhenRetired(setServerEnabled(id, on), done);
+  };
+  control_.onRemove = [this](const auto& id, const auto& done) { removeServer(id, done); };
   control_.diagnosticsProvider = [this] { return diagnostics(); };
   control_.onRestartAgent = [this] { agent_->restart(); };
+}
+
+/// Passes on a failure at once, success when the children of the servers concerned have ended.
+void AppDelegate::completeWhenRetired(ControlServer::Failure failure,
+                                      const ControlServer::Completion& done) {
+  if (failure) return done(std::move(failure));
+  tailnet_->whenRetired([done] { done(std::nullopt); });
 }
 
 /// These are called on the control thread, which must never be the last to hold the controller.

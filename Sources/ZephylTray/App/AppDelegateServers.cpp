@@ -36,7 +36,7 @@ std::optional<std::string> AppDelegate::redeem(const std::string& key) {
                       entry.error().message);
   }
   Config::defaults().setString("tailnetFingerprint", parsed->fingerprint);
-  if (const auto old = tailnet_->forget(entry->id)) old->stop();
+  tailnet_->retire(entry->id);
   tailnet_->instance(*entry)->startRedeeming(parsed->preauthKey);
   wipe(parsed->preauthKey);
   agent_->restart();
@@ -73,10 +73,18 @@ std::optional<std::string> AppDelegate::setServerEnabled(const std::string& id, 
   return failure;
 }
 
-std::optional<std::string> AppDelegate::removeServer(const std::string& id) {
-  if (!Servers::contains(id)) return serverGone;
-  if (const auto tailnet = tailnet_->forget(id)) tailnet->stop();
-  if (auto failure = failureOf(Servers::remove(id))) {
+void AppDelegate::removeServer(const std::string& id, const ControlServer::Completion& done) {
+  if (!Servers::contains(id)) return done(serverGone);
+  tailnet_->suspend(id);
+  tailnet_->whenRetired(
+      weakly([id, done](AppDelegate& self) { done(self.removeStoppedServer(id)); }));
+}
+
+/// What the children of a tailnet have in use must not be deleted before they have ended.
+std::optional<std::string> AppDelegate::removeStoppedServer(const std::string& id) {
+  auto failure = failureOf(Servers::remove(id));
+  tailnet_->resume(id);
+  if (failure) {
     tailnet_->syncWithStore();  // starts its tailnet again
     return failure;
   }

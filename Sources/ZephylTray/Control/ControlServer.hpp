@@ -29,8 +29,9 @@ class MainLoop;
 /// Requests are read, checked and dispatched one at a time on the thread "com.zephyl.tray.control".
 /// The token is checked as soon as the head of a request is complete.
 /// Most handlers run on the main thread while the control thread waits; the main thread never
-/// waits for it. Handlers that take a completion are called on the control thread, must not wait,
-/// and may complete on any thread. Once the server is gone nothing is answered any more.
+/// waits for it. A handler with a completion must not wait, and may complete later, on any thread;
+/// a request whose completion is destroyed unused is told that the tray is shutting down. Once the
+/// server is gone nothing is answered any more.
 ///
 /// Owned by the controller, which sets the handlers before `start`. Created and destroyed on the
 /// main thread, which `mainLoop` outlives.
@@ -54,13 +55,13 @@ class ControlServer {
   ControlServer& operator=(const ControlServer&) = delete;
 
   // Called on the main thread:
-  std::function<Failure(const std::string& inviteKey)> onInvite;
+  std::function<void(const std::string& inviteKey, Completion)> onInvite;
   std::function<json::Object()> statusProvider;
   std::function<std::vector<json::Object>()> serversProvider;
   std::function<Failure(const std::string& id, const std::string& label)> onSetLabel;
   std::function<Failure(const std::string& id, const std::string& accent)> onSetAccent;
-  std::function<Failure(const std::string& id, bool enabled)> onSetEnabled;
-  std::function<Failure(const std::string& id)> onRemove;
+  std::function<void(const std::string& id, bool enabled, Completion)> onSetEnabled;
+  std::function<void(const std::string& id, Completion)> onRemove;
   std::function<json::Object()> diagnosticsProvider;
   std::function<void()> onRestartAgent;
   // Called on the control thread:
@@ -142,6 +143,8 @@ class ControlServer {
 
   /// Runs `handler` on the main thread, waits for it and answers with what it returned.
   void replyFromMain(const Call& call, const std::function<Failure()>& handler);
+  /// Runs `handler` on the main thread, waits for it, and answers when it completes.
+  void completeFromMain(const Call& call, const std::function<void(Completion)>& handler);
   /// The same for a handler that gives an object.
   void respondFromMain(const Call& call, const std::function<json::Object()>& provider);
   std::optional<std::string> takePendingRoute();

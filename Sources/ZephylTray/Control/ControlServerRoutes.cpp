@@ -79,7 +79,8 @@ void ControlServer::postInvite(const Call& call) {
   auto fields = fieldsOf(call.body);
   auto key = takeSecret(fields, "key");
   if (!key) return reply(call.peer, "expected a JSON body with a \"key\" field");
-  replyFromMain(call, [&] { return onInvite ? onInvite(*key) : std::nullopt; });
+  completeFromMain(
+      call, [&](const Completion& done) { onInvite ? onInvite(*key, done) : done(std::nullopt); });
   wipe(*key);
 }
 
@@ -121,12 +122,15 @@ void ControlServer::postAccent(const Call& call) {
 void ControlServer::postEnabled(const Call& call) {
   const auto enabled = flag(fieldsOf(call.body), "enabled");
   if (!enabled) return reply(call.peer, "expected a boolean \"enabled\" field");
-  replyFromMain(call,
-                [&] { return onSetEnabled ? onSetEnabled(call.id, *enabled) : std::nullopt; });
+  completeFromMain(call, [&](const Completion& done) {
+    onSetEnabled ? onSetEnabled(call.id, *enabled, done) : done(std::nullopt);
+  });
 }
 
 void ControlServer::deleteServer(const Call& call) {
-  replyFromMain(call, [&] { return onRemove ? onRemove(call.id) : std::nullopt; });
+  completeFromMain(call, [&](const Completion& done) {
+    onRemove ? onRemove(call.id, done) : done(std::nullopt);
+  });
 }
 
 void ControlServer::getRoots(const Call& call) {
@@ -160,6 +164,11 @@ void ControlServer::postRootScope(const Call& call) {
 void ControlServer::replyFromMain(const Call& call, const std::function<Failure()>& handler) {
   const auto result = mainLoop_.sync(handler, stopping_.get_token());
   reply(call.peer, result ? *result : shuttingDown);
+}
+
+void ControlServer::completeFromMain(const Call& call,
+                                     const std::function<void(Completion)>& handler) {
+  mainLoop_.sync([&, done = asyncReply(call.peer)] { handler(done); }, stopping_.get_token());
 }
 
 void ControlServer::respondFromMain(const Call& call,

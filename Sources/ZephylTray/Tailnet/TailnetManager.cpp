@@ -20,29 +20,23 @@ std::vector<ServerEntry> wantedServers() {
   return wanted;
 }
 
-void requestStops(const std::vector<TailnetManager::Instance>& instances) {
-  for (const auto& instance : instances) instance->requestStop();
-}
-
 }  // namespace
 
 void TailnetManager::syncWithStore() {
   if (!Config::tailnetBinary("tailscaled") || !Config::tailnetBinary("zephyl-tailnet")) return;
-  const auto wanted = wantedServers();
-  const auto isWanted = [&](const std::string& id) {
-    return std::ranges::find(wanted, id, &ServerEntry::id) != wanted.end();
-  };
+  auto wanted = wantedServers();
   std::vector<Instance> removed;
   {
     const std::scoped_lock lock(lock_);
+    std::erase_if(wanted, [this](const auto& entry) { return suspended_.contains(entry.id); });
     std::erase_if(instances_, [&](const auto& known) {
-      if (isWanted(known.first)) return false;
+      if (std::ranges::find(wanted, known.first, &ServerEntry::id) != wanted.end()) return false;
       removed.push_back(known.second);
       return true;
     });
+    retired_.insert(retired_.end(), removed.begin(), removed.end());
   }
-  requestStops(removed);
-  for (const auto& instance : removed) instance->stop();
+  stopRetired(removed);
   for (const auto& entry : wanted) instance(entry)->start();
 }
 
@@ -59,10 +53,65 @@ TailnetManager::Instance TailnetManager::find(const std::string& id) const {
   return known == instances_.end() ? nullptr : known->second;
 }
 
-TailnetManager::Instance TailnetManager::forget(const std::string& id) {
+void TailnetManager::retire(const std::string& id) {
+  std::vector<Instance> removed;
+  {
+    const std::scoped_lock lock(lock_);
+    const auto known = instances_.extract(id);
+    if (!known) return;
+    removed.push_back(known.mapped());
+    retired_.push_back(known.mapped());
+  }
+  stopRetired(removed);
+}
+
+void TailnetManager::suspend(const std::string& id) {
+  {
+    const std::scoped_lock lock(lock_);
+    suspended_.insert(id);
+  }
+  retire(id);
+}
+
+void TailnetManager::resume(const std::string& id) {
   const std::scoped_lock lock(lock_);
-  const auto known = instances_.extract(id);
-  return known ? known.mapped() : nullptr;
+  suspended_.erase(id);
+}
+
+void TailnetManager::whenRetired(Task then) {
+  std::vector<Instance> open;
+  {
+    const std::scoped_lock lock(lock_);
+    open = retired_;
+  }
+  if (open.empty()) return runtime_.mainLoop.async(std::move(then));
+  waiters_.push_back({std::move(open), std::move(then)});
+}
+
+/// Signals all before it waits for the end of any.
+void TailnetManager::stopRetired(const std::vector<Instance>& instances) {
+  for (const auto& instance : instances) instance->requestStop();
+  for (const auto& instance : instances) {
+    instance->stop([weak = weak_from_this(), ended = std::weak_ptr(instance)] {
+      const auto self = weak.lock();
+      const auto retired = ended.lock();
+      if (self && retired) self->handleEnd(retired);
+    });
+  }
+}
+
+void TailnetManager::handleEnd(const Instance& instance) {
+  {
+    const std::scoped_lock lock(lock_);
+    std::erase(retired_, instance);
+  }
+  std::vector<Task> due;
+  for (auto& waiter : waiters_) {
+    std::erase(waiter.instances, instance);
+    if (waiter.instances.empty()) due.push_back(std::move(waiter.then));
+  }
+  std::erase_if(waiters_, [](const Waiter& waiter) { return waiter.instances.empty(); });
+  for (const auto& task : due) task();
 }
 
 std::vector<TailnetManager::Instance> TailnetManager::instances() const {
@@ -97,14 +146,22 @@ std::vector<std::string> TailnetManager::recentLog() const {
 }
 
 void TailnetManager::stopAll() {
-  const auto all = instances();
+  auto all = instances();
+  {
+    const std::scoped_lock lock(lock_);
+    all.insert(all.end(), retired_.begin(), retired_.end());
+  }
+  for (const auto& instance : all) instance->requestStop();
   const Instant deadline = runtime_.clock.now() + TailnetProcess::terminationGrace;
-  requestStops(all);
   for (const auto& instance : all) instance->finishStop(deadline);
 }
 
 TailnetManager::Instance TailnetManager::make(const ServerEntry& entry) {
-  auto made = std::make_shared<TailnetProcess>(runtime_, entry);
+  const auto predecessor =
+      std::ranges::find(retired_.rbegin(), retired_.rend(), entry.id,
+                        [](const Instance& retired) { return retired->server().id; });
+  auto made = std::make_shared<TailnetProcess>(
+      runtime_, entry, predecessor == retired_.rend() ? nullptr : *predecessor);
   const auto weak = weak_from_this();
   made->onStateChange = [weak] {
     if (const auto self = weak.lock()) self->relayStateChange();

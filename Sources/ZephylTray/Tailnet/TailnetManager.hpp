@@ -4,6 +4,7 @@
 #include <map>
 #include <memory>
 #include <mutex>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -28,9 +29,9 @@ class TailnetManager : public std::enable_shared_from_this<TailnetManager> {
   /// Servers' addresses have changed; one call for all that do within a second.
   std::function<void()> onAddressLearned;
 
-  /// Stops and forgets the instances of servers that are gone, disabled or not joined, and starts
-  /// one for every other server, in the registry's order. A pair that runs is left alone. Does
-  /// nothing when a tailnet program is missing. Waits while instances stop.
+  /// Retires the instances of servers that are gone, disabled or not joined, and starts one for
+  /// every other server, in the registry's order. A pair that runs is left alone. Does nothing when
+  /// a tailnet program is missing.
   void syncWithStore();
 
   /// The server's instance, made when there is none. One that exists keeps the entry that it was
@@ -38,8 +39,15 @@ class TailnetManager : public std::enable_shared_from_this<TailnetManager> {
   Instance instance(const ServerEntry& entry);
   /// The server's instance, if there is one.
   [[nodiscard]] Instance find(const std::string& id) const;
-  /// Takes the server's instance out of the table; the caller stops it.
-  Instance forget(const std::string& id);
+  /// Removes the server's instance from the table and stops it. The server's next instance starts
+  /// no child before the children of this one have ended.
+  void retire(const std::string& id);
+  /// Retires the server's instance; until `resume`, `syncWithStore` starts none for the server.
+  void suspend(const std::string& id);
+  void resume(const std::string& id);
+  /// Calls `then` when the children of all instances that are retired now have ended, later, also
+  /// if there are none. Main thread.
+  void whenRetired(Task then);
   [[nodiscard]] std::vector<Instance> instances() const;
 
   /// The instance of the first server that is enabled and joined, if there is one.
@@ -48,18 +56,29 @@ class TailnetManager : public std::enable_shared_from_this<TailnetManager> {
   /// The logs of all, under a heading each when there are several, by display name.
   [[nodiscard]] std::vector<std::string> recentLog() const;
 
-  /// Stops all side by side, within one shared grace.
+  /// Stops all, retired ones included: sends each child SIGTERM, waits for all of them until one
+  /// shared deadline, `terminationGrace` after the last signal, and kills the rest.
   void stopAll();
 
  private:
+  struct Waiter {
+    std::vector<Instance> instances;  // whose children have not ended yet
+    Task then;
+  };
+
   Instance make(const ServerEntry& entry);
+  void stopRetired(const std::vector<Instance>& instances);
+  void handleEnd(const Instance& instance);
   void relayStateChange();
   void scheduleAddressLearned();
 
   const Runtime runtime_;
   mutable std::mutex lock_;
   std::map<std::string, Instance, std::less<>> instances_;
+  std::vector<Instance> retired_;  // until their children have ended; the newest comes last
+  std::set<std::string, std::less<>> suspended_;
   // Main thread:
+  std::vector<Waiter> waiters_;
   bool stateChangePending_ = false;
   bool addressLearnedPending_ = false;
 };

@@ -40,10 +40,12 @@ auto TailnetProcess::weakly(Work work) {
   };
 }
 
-TailnetProcess::TailnetProcess(const Runtime& runtime, ServerEntry server)
+TailnetProcess::TailnetProcess(const Runtime& runtime, ServerEntry server,
+                               std::shared_ptr<TailnetProcess> predecessor)
     : runtime_(runtime),
       server_(std::move(server)),
-      queue_("com.zephyl.tray.tailnet." + server_.id, runtime.pool, runtime.clock) {}
+      queue_("com.zephyl.tray.tailnet." + server_.id, runtime.pool, runtime.clock),
+      predecessor_(std::move(predecessor)) {}
 
 TailnetProcess::~TailnetProcess() {
   forgetPreauthKey();
@@ -58,9 +60,13 @@ void TailnetProcess::start() {
   reportStateChange();
 }
 
-void TailnetProcess::stop() {
-  requestStop();
-  queue_.sync([this] { stopLocked(); });
+void TailnetProcess::stop(Task ended) {
+  queue_.sync([&] {
+    forbidStarts();
+    endPair([this, ended = std::move(ended)] {
+      if (ended) onMain([ended](TailnetProcess&) { ended(); });
+    });
+  });
   reportStateChange();
 }
 
@@ -76,22 +82,33 @@ void TailnetProcess::startRedeeming(std::string preauthKey) {
 }
 
 void TailnetProcess::requestStop() {
-  queue_.sync([this] {
-    stopRequested_ = true;
-    ++attempts_;
-    askToEnd();
-  });
+  SharedPair pair;
+  {
+    const std::scoped_lock lock(published_);
+    pair = pair_;
+  }
+  if (pair) pair->askToEnd();
+  queue_.async(weakly([](TailnetProcess& self) {
+    self.forbidStarts();
+    self.endPair(nullptr);
+  }));
 }
 
 void TailnetProcess::finishStop(Instant deadline) {
-  queue_.sync([this, deadline] { stopLocked(deadline); });
-  reportStateChange();
+  const SharedPair pair = queue_.sync([this] {
+    forbidStarts();
+    if (pair_) pair_->askToEnd();
+    return pair_;
+  });
+  if (!pair) return;
+  for (const auto& child : {pair->client(), pair->daemon()}) {
+    if (child && !child->waitForExit(deadline - runtime_.clock.now())) kill(*child);
+  }
 }
 
 bool TailnetProcess::isRunning() const {
   const std::scoped_lock lock(published_);
-  return pair_ && pair_->tailscaled && pair_->tailscaled->isRunning() && pair_->client &&
-         pair_->client->isRunning();
+  return pair_ && pair_->isRunning();
 }
 
 TailnetState TailnetProcess::state() const {
@@ -110,7 +127,12 @@ bool TailnetProcess::hasLog() const {
 }
 
 void TailnetProcess::startLocked() {
-  if (stopRequested_) return;
+  if (stopRequested_ || (pair_ && !pair_->isEnded())) return;
+  endPair([this] { launchPair(); });
+}
+
+void TailnetProcess::launchPair() {
+  if (stopRequested_ || pair_) return;
   const auto tailscaled = Config::tailnetBinary(daemonName);
   const auto client = Config::tailnetBinary(clientName);
   if (!tailscaled || !client) return;
@@ -118,11 +140,9 @@ void TailnetProcess::startLocked() {
     note("no tailnet invite has been redeemed yet; not starting the tailnet");
     return;
   }
-  if (pair_ && !pair_->ended) return;
-  stopLocked();
   prepareDirectories();
   if (hasTarget()) publish([this] { state_.unresolvedTarget.reset(); });
-  const auto pair = std::make_shared<Pair>();
+  const auto pair = std::make_shared<TailnetPair>();
   if (!launchDaemon(pair, {*tailscaled, *client})) return;
   ++attempts_;
   queue_.after(clientDelay, weakly([pair, program = *client](TailnetProcess& self) {
@@ -133,8 +153,14 @@ void TailnetProcess::startLocked() {
 void TailnetProcess::restartLocked() {
   stopRequested_ = false;
   clearFailures();
-  stopLocked();
-  queue_.after(restartDelay, weakly([attempt = ++attempts_](TailnetProcess& self) {
+  endPair([this, attempt = ++attempts_] {
+    if (attempts_ == attempt) startLater(restartDelay);
+  });
+}
+
+/// Starts after `delay` unless something has overtaken it by then.
+void TailnetProcess::startLater(Duration delay) {
+  queue_.after(delay, weakly([attempt = ++attempts_](TailnetProcess& self) {
                  if (self.attempts_ != attempt) return;
                  self.startLocked();
                  self.reportStateChange();
@@ -170,16 +196,14 @@ bool TailnetProcess::launchDaemon(const SharedPair& pair, const Programs& progra
     scheduleRetry();
     return false;
   }
-  publish([&] {
-    pair->tailscaled = *tailscaled;
-    pair_ = pair;
-  });
+  pair->setDaemon(*tailscaled);
+  publish([&] { pair_ = pair; });
   return true;
 }
 
 void TailnetProcess::launchClient(const SharedPair& pair, const std::string& program) {
-  if (stopRequested_ || (pair->ended && !pair->failed)) return;
-  if (!pair->tailscaled->isRunning()) {
+  if (stopRequested_ || (pair->isEnded() && !pair->hasFailed())) return;
+  if (!pair->daemon()->isRunning()) {
     note(formatText("{} did not stay up; not starting {}", daemonName, clientName));
     return;
   }
@@ -191,11 +215,11 @@ void TailnetProcess::launchClient(const SharedPair& pair, const std::string& pro
   auto client = runtime_.launcher.launch(std::move(options));
   if (!client) {
     note(formatText("failed to start {}: {}", clientName, client.error().message));
-    pair->ended = true;
+    pair->markEnded();
     scheduleRetry();
     return;
   }
-  publish([&] { pair->client = *client; });
+  pair->setClient(*client);
   reportStateChange();
 }
 
@@ -241,32 +265,52 @@ void TailnetProcess::attachLogging(ProcessOptions& options, const SharedPair& pa
   };
 }
 
-void TailnetProcess::askToEnd() {
-  if (!pair_) return;
-  pair_->ended = true;
-  if (std::exchange(pair_->askedToEnd, true)) return;
-  if (pair_->client) pair_->client->terminate();
-  if (pair_->tailscaled) pair_->tailscaled->terminate();
+void TailnetProcess::forbidStarts() {
+  stopRequested_ = true;
+  ++attempts_;
 }
 
-void TailnetProcess::stopLocked(std::optional<Instant> deadline) {
-  if (!pair_) return;
-  askToEnd();
-  endChild(pair_->client, deadline);
-  endChild(pair_->tailscaled, deadline);
+/// Runs `then` on the queue when there is no pair any more, after what earlier calls wait to run.
+void TailnetProcess::endPair(Task then) {
+  if (then) afterEnd_.push_back(std::move(then));
+  if (predecessor_) {
+    predecessor_->stop([weak = weak_from_this()] {
+      const auto self = weak.lock();
+      if (!self) return;
+      self->queue_.async(self->weakly([](TailnetProcess& tailnet) {
+        if (std::exchange(tailnet.predecessor_, nullptr)) tailnet.finishEnding();
+      }));
+    });
+    return;
+  }
+  if (pair_) pair_->askToEnd();
   publish([this] {
-    pair_.reset();
     state_.boundAddress.reset();
     state_.activeRelay.reset();
   });
+  continueEnding();
 }
 
-void TailnetProcess::endChild(const std::shared_ptr<ChildProcess>& child,
-                              std::optional<Instant> deadline) {
-  const Duration limit = deadline ? *deadline - runtime_.clock.now() : terminationGrace;
-  if (!child || child->waitForExit(limit)) return;
-  note(formatText("{} ignored SIGTERM; killing it", child->pid()));
-  child->killGroup();
+/// Gives the next child that still runs its grace. Called after each exit of a child, too.
+void TailnetProcess::continueEnding() {
+  const auto child = pair_ ? pair_->nextToEnd() : nullptr;
+  if (!child) return finishEnding();
+  if (std::exchange(graceHolder_, child) == child) return;
+  queue_.after(terminationGrace, weakly([weak = std::weak_ptr(child)](TailnetProcess& self) {
+                 const auto late = weak.lock();
+                 if (late && late->isRunning()) self.kill(*late);
+               }));
+}
+
+void TailnetProcess::finishEnding() {
+  graceHolder_.reset();
+  publish([this] { pair_.reset(); });
+  for (const auto& task : std::exchange(afterEnd_, {})) task();
+}
+
+void TailnetProcess::kill(ChildProcess& child) {
+  note(formatText("{} ignored SIGTERM; killing it", child.pid()));
+  child.killGroup();
 }
 
 void TailnetProcess::handleChildExit(const SharedPair& pair, const std::string& name,
@@ -274,11 +318,13 @@ void TailnetProcess::handleChildExit(const SharedPair& pair, const std::string& 
   note(status.reason == ExitStatus::Reason::exited
            ? formatText("{} exited with status {}", name, status.status)
            : formatText("{} terminated", name));
-  // A pair that nobody holds any more has been ended.
-  if (pair && !pair->ended && !stopRequested_) {
-    pair->failed = true;
-    stopLocked();
+  const bool isCurrent = pair && pair == pair_;
+  if (isCurrent && !pair->isEnded() && !stopRequested_) {
+    pair->markFailed();
+    endPair(nullptr);
     scheduleRetry();
+  } else if (isCurrent && graceHolder_) {
+    continueEnding();
   }
   reportStateChange();
 }
@@ -299,11 +345,7 @@ void TailnetProcess::scheduleRetry() {
                     failures));
     reportStateChange();
   }
-  queue_.after(delay, weakly([attempt = ++attempts_](TailnetProcess& self) {
-                 if (self.attempts_ != attempt) return;
-                 self.startLocked();
-                 self.reportStateChange();
-               }));
+  startLater(delay);
 }
 
 void TailnetProcess::clearFailures() {

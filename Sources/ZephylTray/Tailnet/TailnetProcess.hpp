@@ -14,6 +14,7 @@
 #include "System/Data/LogRing.hpp"
 #include "System/Processes/ChildProcess.hpp"
 #include "ZephylTray/Registry/ServerEntry.hpp"
+#include "ZephylTray/Tailnet/TailnetPair.hpp"
 
 namespace zephyl {
 
@@ -34,9 +35,10 @@ struct TailnetState {
 /// Keeps one server's private network up: `tailscaled`, the overlay daemon, and `zephyl-tailnet`,
 /// which joins the server's network through it and offers the agent a way in.
 ///
-///     Idle        no children, and nothing is due: at first, after `stop`, after a failed
-///     enrolment,
-///                 and when a start finds a program missing or no invite redeemed.
+///     Idle        no children, and no start is due: at first, after `stop`, after a failed
+///                 enrolment, and when a start finds a program missing or no invite redeemed.
+///     Ending      children that were asked to end still run; then Idle, Restarting or Starting,
+///                 whichever the operations since then ask for.
 ///     Restarting  no children; after `restartDelay`: Starting.
 ///     Starting    the daemon runs; after `clientDelay` the client is launched: Running.
 ///     Running     both run. "data tunnel on" makes it usable and forgets earlier failures.
@@ -45,19 +47,21 @@ struct TailnetState {
 ///                 32, 60 s and then every 5 min (stalled): Starting.
 ///
 /// In every state `stop` leads to Idle, `restart` and `startRedeeming` lead to Restarting, and
-/// `start` leads to Starting at once, but leaves a pair alone that is starting or running.
+/// `start` leads to Starting at once, but leaves a pair alone that is starting or running. Where
+/// children run, each of these passes through Ending. There a child has `terminationGrace` to end:
+/// the client from the request on, the daemon from the end of the client on; then it is killed.
 ///
-/// A pair of children fails once, whichever goes first. What a child does that was stopped here, or
-/// belongs to an earlier pair, is logged and changes nothing else: neither its exit nor its lines.
-/// Nor does a delayed launch or a retry that was overtaken.
+/// A pair of children fails once, whichever ends first. The exit and the output of a child that was
+/// asked to end, or of an earlier pair, are logged and change nothing else. Neither does a delayed
+/// launch or a retry that a later operation has overtaken.
 ///
-/// As long as a pre-authorisation key is kept, it is struck out of whatever the children print.
+/// As long as a pre-authorisation key is stored, it is removed from the children's output.
 ///
-/// The server is a copy taken at construction: later changes of the registry reach the children
+/// The server is a copy made at construction: later changes of the registry reach the children
 /// through a new instance only. Owned by a `shared_ptr`; delayed work and children hold it weakly.
-/// All state is touched on the queue "com.zephyl.tray.tailnet.<server id>"; what is read from
-/// outside is published by it and never waits for it. The operations wait for the queue, and a
-/// stop for the children: up to `terminationGrace` for each. Callbacks come on the main thread.
+/// All state is changed on the queue "com.zephyl.tray.tailnet.<server id>". What is read from
+/// outside is a published copy, so a reader never waits for the queue. No operation waits for a
+/// child except `finishStop`. Callbacks run on the main thread.
 class TailnetProcess : public std::enable_shared_from_this<TailnetProcess> {
  public:
   static constexpr std::size_t maxLogLines = LogRing::maxLines;
@@ -67,7 +71,10 @@ class TailnetProcess : public std::enable_shared_from_this<TailnetProcess> {
   static constexpr Duration terminationGrace = std::chrono::seconds(3);
   static constexpr Duration stalledDelay = std::chrono::minutes(5);
 
-  TailnetProcess(const Runtime& runtime, ServerEntry server);
+  /// `predecessor`, if there is one, is an earlier instance for the same server that has been
+  /// stopped: no child is started before those of the predecessor have ended.
+  TailnetProcess(const Runtime& runtime, ServerEntry server,
+                 std::shared_ptr<TailnetProcess> predecessor = nullptr);
   ~TailnetProcess();
   TailnetProcess(const TailnetProcess&) = delete;
   TailnetProcess& operator=(const TailnetProcess&) = delete;
@@ -81,16 +88,18 @@ class TailnetProcess : public std::enable_shared_from_this<TailnetProcess> {
 
   /// Starts the pair unless it runs; forgets earlier failures.
   void start();
-  /// Ends the pair and waits for it.
-  void stop();
-  /// Ends the pair, waits for it, and starts it again after `restartDelay`.
+  /// Asks the pair to end. Calls `ended` on the main thread when its children have ended, at once
+  /// if there are none; not if the instance is destroyed before.
+  void stop(Task ended = nullptr);
+  /// Ends the pair and starts it again, `restartDelay` after its end.
   void restart();
-  /// Like `restart`; the client enrols with `preauthKey`, which is kept until the join succeeds.
+  /// Like `restart`; the client enrols with `preauthKey`, which is stored until the join succeeds.
   void startRedeeming(std::string preauthKey);
 
-  /// The two halves of `stop`, to stop many side by side: asks the pair to end; then waits, until
-  /// `deadline` instead of `terminationGrace` for each child, and kills what is left.
+  /// Asks the pair to end like `stop`, without waiting for work that is under way on the queue.
   void requestStop();
+  /// Waits until the children have ended, and kills those that still run at `deadline`. For the
+  /// shutdown, after `requestStop`.
   void finishStop(Instant deadline);
 
   [[nodiscard]] const ServerEntry& server() const { return server_; }
@@ -101,15 +110,7 @@ class TailnetProcess : public std::enable_shared_from_this<TailnetProcess> {
   [[nodiscard]] bool hasLog() const;
 
  private:
-  /// Two children that were started together.
-  struct Pair {
-    std::shared_ptr<ChildProcess> tailscaled;
-    std::shared_ptr<ChildProcess> client;
-    bool ended = false;  // stopped here, or failed
-    bool failed = false;
-    bool askedToEnd = false;
-  };
-  using SharedPair = std::shared_ptr<Pair>;
+  using SharedPair = std::shared_ptr<TailnetPair>;
   struct Programs {
     std::string tailscaled;
     std::string client;
@@ -117,11 +118,15 @@ class TailnetProcess : public std::enable_shared_from_this<TailnetProcess> {
 
   // On the queue:
   void startLocked();
-  void stopLocked(std::optional<Instant> deadline = std::nullopt);
-  void askToEnd();
-  void endChild(const std::shared_ptr<ChildProcess>& child, std::optional<Instant> deadline);
+  void launchPair();
+  void forbidStarts();
+  void endPair(Task then);
+  void continueEnding();
+  void finishEnding();
+  void kill(ChildProcess& child);
   void clearFailures();
   void restartLocked();
+  void startLater(Duration delay);
   void prepareDirectories();
   bool launchDaemon(const SharedPair& pair, const Programs& programs);
   void launchClient(const SharedPair& pair, const std::string& program);
@@ -163,7 +168,10 @@ class TailnetProcess : public std::enable_shared_from_this<TailnetProcess> {
 
   bool stopRequested_ = false;
   std::optional<std::string> pendingPreauthKey_;
-  std::uint64_t attempts_ = 0;  // tells a retry or a delayed start that it was overtaken
+  std::uint64_t attempts_ = 0;  // the number of the newest start: an older one was overtaken
+  std::shared_ptr<TailnetProcess> predecessor_;
+  std::vector<Task> afterEnd_;      // run when the pair has ended
+  TailnetPair::Child graceHolder_;  // the child whose grace runs
 
   mutable std::mutex published_;  // guards what follows; written on the queue only
   SharedPair pair_;

@@ -31,8 +31,8 @@ void TailnetProcess::appendLog(const SharedPair& pair, const OutputLines& output
   for (const auto& received : output.lines()) {
     const std::string line = withoutPreauthKey(received);
     keepLine(logLineOf(line, tag));
-    // A pair that nobody holds any more has been ended.
-    if (pair && !pair->ended) scrape(line);
+    // A pair that does not exist any more has been ended.
+    if (pair && !pair->isEnded()) scrape(line);
   }
 }
 
@@ -114,9 +114,8 @@ void TailnetProcess::forgetPreauthKey() {
 
 void TailnetProcess::failEnrolment(std::string reason) {
   publish([&] { state_.lastEnrolError = std::move(reason); });
-  stopRequested_ = true;
-  ++attempts_;
-  stopLocked();
+  forbidStarts();
+  endPair(nullptr);
   reportStateChange();
 }
 

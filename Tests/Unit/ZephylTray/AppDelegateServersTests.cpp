@@ -48,6 +48,14 @@ class RedeemTest : public ::testing::Test {
         }));
   }
 
+  /// Removes a server and returns what the user is told.
+  std::optional<std::string> remove(const std::string& id) {
+    std::optional<std::optional<std::string>> result;
+    delegate_->removeServer(id, [&](auto failure) { result = std::move(failure); });
+    runtime_.runUntil([&] { return result.has_value(); });
+    return result.value();
+  }
+
   const ProcessOptions& newestClient() {
     for (const auto& child : runtime_.launcher.children() | std::views::reverse) {
       if (child->options().executable.ends_with("zephyl-tailnet")) return child->options();
@@ -148,7 +156,7 @@ TEST_F(UnsavableTest, AServerThatCannotBeRemovedGoesOnRunning) {
   runtime_.advance(2s);
   ASSERT_EQ(running("zephyl-tailnet"), 1U);
   breakRegistry();
-  EXPECT_EQ(delegate_->removeServer(Servers::all()[0].id), unchanged_);
+  EXPECT_EQ(remove(Servers::all()[0].id), unchanged_);
   runtime_.advance(2s);
   EXPECT_EQ(Servers::all().size(), 1U);
   EXPECT_EQ(running("zephyl-tailnet"), 1U);
@@ -169,7 +177,7 @@ TEST_F(RedeemTest, ASettingOfAServerThatIsGoneSaysSo) {
   EXPECT_EQ(delegate_->setServerLabel("none", "x"), "That server is gone.");
   EXPECT_EQ(delegate_->setServerAccent("none", "x"), "That server is gone.");
   EXPECT_EQ(delegate_->setServerEnabled("none", true), "That server is gone.");
-  EXPECT_EQ(delegate_->removeServer("none"), "That server is gone.");
+  EXPECT_EQ(remove("none"), "That server is gone.");
 }
 
 TEST_F(RedeemTest, LabelAndAccentAreStoredTrimmed) {
@@ -213,10 +221,10 @@ TEST_F(RedeemTest, RemovingTheLastJoinedServerForgetsTheEnrolment) {
   delegate_->redeem("inv_v2_" + fingerprint_ + "_one");
   delegate_->redeem("inv_v2_" + std::string(32, 'b') + "_two");
   runtime_.advance(2s);
-  EXPECT_EQ(delegate_->removeServer(Servers::all()[0].id), std::nullopt);
+  EXPECT_EQ(remove(Servers::all()[0].id), std::nullopt);
   EXPECT_TRUE(Config::defaults().string("tailnetFingerprint"));
   EXPECT_EQ(running("zephyl-tailnet"), 1U);
-  EXPECT_EQ(delegate_->removeServer(Servers::all()[0].id), std::nullopt);
+  EXPECT_EQ(remove(Servers::all()[0].id), std::nullopt);
   EXPECT_FALSE(Config::defaults().string("tailnetFingerprint"));
   EXPECT_EQ(running("zephyl-tailnet"), 0U);
   EXPECT_TRUE(Servers::all().empty());

@@ -154,7 +154,7 @@ TEST_F(ControlServerTest, LooksForTheHandlerOfAScopeBeforeTheBody) {
 
 TEST_F(ControlServerTest, AnswersAnEmptyObjectWhenWhatItHasToSayIsNoText) {
   server_->statusProvider = [] { return json::Object{{"url", "\xff"}}; };
-  server_->onRemove = [](const auto&) { return "\xc3("; };
+  server_->onRemove = [](const auto&, const auto& done) { done("\xc3("); };
   start();
   const auto status = ask("GET /status", "");
   EXPECT_EQ(status.status, 200);
@@ -216,7 +216,7 @@ TEST_F(ControlServerTest, RefusesABodyThatLacksAField) {
 }
 
 TEST_F(ControlServerTest, PassesOnWhatAHandlerObjectsTo) {
-  server_->onRemove = [](const auto&) { return "That server is gone."; };
+  server_->onRemove = [](const auto&, const auto& done) { done("That server is gone."); };
   server_->rootsProvider = [](const auto& done) { done(Error{"no agent"}); };
   start();
   EXPECT_EQ(ask("DELETE /servers/a", "").status, 400);

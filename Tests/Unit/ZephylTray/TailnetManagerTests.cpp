@@ -38,6 +38,10 @@ class TailnetManagerTest : public ::testing::Test {
   std::shared_ptr<test::FakeChild> child(std::size_t index) {
     return runtime_.launcher.children().at(index);
   }
+  std::ptrdiff_t runningChildren() {
+    return std::ranges::count_if(runtime_.launcher.children(),
+                                 [](const auto& each) { return each->isRunning(); });
+  }
   std::size_t launches() { return runtime_.launcher.children().size(); }
 
   test::TrayWorld world_;
@@ -75,7 +79,7 @@ TEST_F(TailnetManagerTest, StartsServersInTheRegistrysOrderAndTheFirstIsPrimary)
         << id;
   }
   EXPECT_EQ(manager_->primary()->server().id, "b");
-  manager_->forget("b");
+  manager_->retire("b");
   EXPECT_EQ(manager_->primary(), nullptr) << "another one never takes its place";
 }
 
@@ -185,6 +189,76 @@ TEST_F(TailnetManagerTest, ChangesInARowAreOneNotification) {
   manager_->syncWithStore();
   runtime_.settle();
   EXPECT_EQ(stateChanges_, 1);
+}
+
+TEST_F(TailnetManagerTest, ARetiredInstanceEndsWithoutAnyoneWaitingForIt) {
+  Servers::replaceAll({namedServer("a", "A"), namedServer("b", "B")});
+  manager_->syncWithStore();
+  runtime_.advance(1s);
+  for (const auto& each : runtime_.launcher.children()) each->ignoreTermination();
+  int retired = 0;
+  Servers::update("a", [](ServerEntry& entry) { entry.enabled = false; });
+  manager_->syncWithStore();
+  manager_->whenRetired([&] { ++retired; });
+  EXPECT_EQ(ids(), std::vector<std::string>{"b"});
+  runtime_.advance(2999ms);
+  EXPECT_EQ(retired, 0);
+  EXPECT_EQ(runningChildren(), 4);
+  runtime_.advance(1ms);
+  EXPECT_EQ(runningChildren(), 3) << "the client has used up its time, the daemon has its own";
+  runtime_.advance(3s);
+  EXPECT_EQ(runningChildren(), 2);
+  EXPECT_EQ(retired, 1);
+}
+
+TEST_F(TailnetManagerTest, WithNothingRetiredThereIsNothingToWaitFor) {
+  int retired = 0;
+  manager_->whenRetired([&] { ++retired; });
+  EXPECT_EQ(retired, 0) << "never within the call";
+  runtime_.settle();
+  EXPECT_EQ(retired, 1);
+}
+
+TEST_F(TailnetManagerTest, AServersNextInstanceStartsWhenTheChildrenOfTheLastOneHaveEnded) {
+  Servers::replaceAll({namedServer("a", "A")});
+  manager_->syncWithStore();
+  runtime_.advance(1s);
+  child(0)->ignoreTermination();
+  Servers::update("a", [](ServerEntry& entry) { entry.enabled = false; });
+  manager_->syncWithStore();
+  Servers::update("a", [](ServerEntry& entry) { entry.enabled = true; });
+  manager_->syncWithStore();
+  runtime_.advance(2999ms);
+  EXPECT_EQ(launches(), 2U);
+  runtime_.advance(2s);
+  EXPECT_EQ(launches(), 4U);
+  EXPECT_FALSE(child(0)->isRunning());
+  EXPECT_TRUE(manager_->anyRunning());
+}
+
+TEST_F(TailnetManagerTest, ASuspendedServerIsNotStarted) {
+  Servers::replaceAll({namedServer("a", "A")});
+  manager_->syncWithStore();
+  manager_->suspend("a");
+  manager_->syncWithStore();
+  runtime_.advance(10s);
+  EXPECT_EQ(launches(), 1U);
+  EXPECT_EQ(runningChildren(), 0);
+  manager_->resume("a");
+  manager_->syncWithStore();
+  EXPECT_EQ(launches(), 2U);
+}
+
+TEST_F(TailnetManagerTest, StoppingAllIncludesWhatIsStillEnding) {
+  Servers::replaceAll({namedServer("a", "A")});
+  manager_->syncWithStore();
+  child(0)->ignoreTermination();
+  manager_->retire("a");
+  runtime_.settle();
+  EXPECT_EQ(runningChildren(), 1);
+  manager_->stopAll();
+  EXPECT_EQ(runningChildren(), 0);
+  EXPECT_EQ(child(0)->terminateRequests(), 1);
 }
 
 TEST_F(TailnetManagerTest, StoppingAllAsksEveryChildBeforeItWaitsForOne) {

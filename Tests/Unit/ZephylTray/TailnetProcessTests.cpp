@@ -267,12 +267,67 @@ TEST_F(TailnetProcessTest, ChildrenThatIgnoreTheRequestAreKilled) {
   startBoth();
   child(0).ignoreTermination();
   child(1).ignoreTermination();
-  tailnet_->stop();
-  EXPECT_FALSE(child(0).isRunning());
+  int ended = 0;
+  tailnet_->stop([&] { ++ended; });
+  EXPECT_FALSE(tailnet_->isRunning());
+  advance(2999ms);
+  EXPECT_TRUE(child(1).isRunning());
+  advance(1ms);
   EXPECT_FALSE(child(1).isRunning());
-  const auto log = tailnet_->recentLog();
-  EXPECT_EQ(log.at(0), "[tray] 1001 ignored SIGTERM; killing it");
-  EXPECT_EQ(log.at(1), "[tray] 1000 ignored SIGTERM; killing it");
+  advance(2999ms);
+  EXPECT_TRUE(child(0).isRunning()) << "its time began when the client had ended";
+  EXPECT_EQ(ended, 0);
+  advance(1ms);
+  EXPECT_FALSE(child(0).isRunning());
+  EXPECT_EQ(ended, 1);
+  EXPECT_EQ(tailnet_->recentLog(),
+            (std::vector<std::string>{
+                "[tray] 1001 ignored SIGTERM; killing it", "[tray] zephyl-tailnet terminated",
+                "[tray] 1000 ignored SIGTERM; killing it", "[tray] tailscaled terminated"}));
+}
+
+TEST_F(TailnetProcessTest, AStartWhileThePairEndsWaitsForItsEnd) {
+  startBoth();
+  child(0).ignoreTermination();
+  tailnet_->stop();
+  tailnet_->start();
+  advance(2999ms);
+  EXPECT_EQ(launches(), 2U);
+  advance(1ms);
+  EXPECT_EQ(launches(), 3U);
+  advance(1s);
+  EXPECT_TRUE(tailnet_->isRunning());
+}
+
+TEST_F(TailnetProcessTest, AStopWhileThePairEndsOvertakesARestart) {
+  startBoth();
+  child(0).ignoreTermination();
+  tailnet_->restart();
+  advance(1s);
+  int ended = 0;
+  tailnet_->stop([&] { ++ended; });
+  advance(600s);
+  EXPECT_EQ(launches(), 2U);
+  EXPECT_EQ(ended, 1);
+  EXPECT_EQ(child(0).terminateRequests(), 1);
+}
+
+TEST_F(TailnetProcessTest, ARestartIsDueEightTenthsOfASecondAfterTheEnd) {
+  startBoth();
+  child(0).ignoreTermination();
+  tailnet_->restart();
+  advance(3s + 799ms);
+  EXPECT_EQ(launches(), 2U);
+  advance(1ms);
+  EXPECT_EQ(launches(), 3U);
+}
+
+TEST_F(TailnetProcessTest, StoppingWithoutChildrenIsReportedAllTheSame) {
+  int ended = 0;
+  tailnet_->stop([&] { ++ended; });
+  EXPECT_EQ(ended, 0) << "never within the call";
+  settle();
+  EXPECT_EQ(ended, 1);
 }
 
 TEST_F(TailnetProcessTest, StoppingInTheFirstSecondKeepsTheClientFromStarting) {
