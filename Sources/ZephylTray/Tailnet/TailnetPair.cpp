@@ -64,6 +64,16 @@ bool TailnetPair::hasFailed() const {
   return failed_;
 }
 
+void TailnetPair::setKeyNumber(std::uint64_t number) {
+  const std::scoped_lock lock(mutex_);
+  keyNumber_ = number;
+}
+
+std::uint64_t TailnetPair::keyNumber() const {
+  const std::scoped_lock lock(mutex_);
+  return keyNumber_;
+}
+
 void TailnetPair::askToEnd() {
   const std::scoped_lock lock(mutex_);
   ended_ = true;

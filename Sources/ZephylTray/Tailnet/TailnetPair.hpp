@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <memory>
 #include <mutex>
 
@@ -33,6 +34,10 @@ class TailnetPair {
   [[nodiscard]] bool isEnded() const;
   [[nodiscard]] bool hasFailed() const;
 
+  /// Which pre-authorisation key the client was given; 0 if none.
+  void setKeyNumber(std::uint64_t number);
+  [[nodiscard]] std::uint64_t keyNumber() const;
+
   /// Marks the pair as ended and sends SIGTERM to each child that has not had one.
   void askToEnd();
 
@@ -44,6 +49,7 @@ class TailnetPair {
   bool failed_ = false;
   bool daemonAsked_ = false;
   bool clientAsked_ = false;
+  std::uint64_t keyNumber_ = 0;
 };
 
 }  // namespace zephyl

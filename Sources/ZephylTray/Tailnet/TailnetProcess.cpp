@@ -85,7 +85,7 @@ void TailnetProcess::requestStop() {
   SharedPair pair;
   {
     const std::scoped_lock lock(published_);
-    pair = pair_;
+    pair = visible_.pair;
   }
   if (pair) pair->askToEnd();
   queue_.async(weakly([](TailnetProcess& self) {
@@ -97,8 +97,8 @@ void TailnetProcess::requestStop() {
 void TailnetProcess::finishStop(Instant deadline) {
   const SharedPair pair = queue_.sync([this] {
     forbidStarts();
-    if (pair_) pair_->askToEnd();
-    return pair_;
+    if (visible_.pair) visible_.pair->askToEnd();
+    return visible_.pair;
   });
   if (!pair) return;
   for (const auto& child : {pair->client(), pair->daemon()}) {
@@ -108,31 +108,31 @@ void TailnetProcess::finishStop(Instant deadline) {
 
 bool TailnetProcess::isRunning() const {
   const std::scoped_lock lock(published_);
-  return pair_ && pair_->isRunning();
+  return visible_.pair && visible_.pair->isRunning();
 }
 
 TailnetState TailnetProcess::state() const {
   const std::scoped_lock lock(published_);
-  return state_;
+  return visible_.state;
 }
 
 std::vector<std::string> TailnetProcess::recentLog() const {
   const std::scoped_lock lock(published_);
-  return recentLog_.lines();
+  return visible_.log.lines();
 }
 
 bool TailnetProcess::hasLog() const {
   const std::scoped_lock lock(published_);
-  return !recentLog_.empty();
+  return !visible_.log.empty();
 }
 
 void TailnetProcess::startLocked() {
-  if (stopRequested_ || (pair_ && !pair_->isEnded())) return;
+  if (stopRequested_ || (visible_.pair && !visible_.pair->isEnded())) return;
   endPair([this] { launchPair(); });
 }
 
 void TailnetProcess::launchPair() {
-  if (stopRequested_ || pair_) return;
+  if (stopRequested_ || visible_.pair) return;
   const auto tailscaled = Config::tailnetBinary(daemonName);
   const auto client = Config::tailnetBinary(clientName);
   if (!tailscaled || !client) return;
@@ -141,7 +141,7 @@ void TailnetProcess::launchPair() {
     return;
   }
   prepareDirectories();
-  if (hasTarget()) publish([this] { state_.unresolvedTarget.reset(); });
+  if (hasTarget()) publish([this] { visible_.state.unresolvedTarget.reset(); });
   const auto pair = std::make_shared<TailnetPair>();
   if (!launchDaemon(pair, {*tailscaled, *client})) return;
   ++attempts_;
@@ -197,7 +197,7 @@ bool TailnetProcess::launchDaemon(const SharedPair& pair, const Programs& progra
     return false;
   }
   pair->setDaemon(*tailscaled);
-  publish([&] { pair_ = pair; });
+  publish([&] { visible_.pair = pair; });
   return true;
 }
 
@@ -211,7 +211,10 @@ void TailnetProcess::launchClient(const SharedPair& pair, const std::string& pro
   options.executable = program;
   options.arguments = clientArguments();
   options.environment["ZEPHYL_TAILSCALED_SOCKET"] = Servers::controlSocketPath(server_.id);
-  if (pendingPreauthKey_) options.environment["ZEPHYL_PREAUTH_KEY"] = *pendingPreauthKey_;
+  if (pendingPreauthKey_) {
+    options.environment["ZEPHYL_PREAUTH_KEY"] = *pendingPreauthKey_;
+    pair->setKeyNumber(keyNumber_);
+  }
   auto client = runtime_.launcher.launch(std::move(options));
   if (!client) {
     note(formatText("failed to start {}: {}", clientName, client.error().message));
@@ -272,7 +275,7 @@ void TailnetProcess::forbidStarts() {
 
 /// Runs `then` on the queue when there is no pair any more, after what earlier calls wait to run.
 void TailnetProcess::endPair(Task then) {
-  if (then) afterEnd_.push_back(std::move(then));
+  if (then) ending_.then.push_back(std::move(then));
   if (predecessor_) {
     predecessor_->stop([weak = weak_from_this()] {
       const auto self = weak.lock();
@@ -283,19 +286,19 @@ void TailnetProcess::endPair(Task then) {
     });
     return;
   }
-  if (pair_) pair_->askToEnd();
+  if (visible_.pair) visible_.pair->askToEnd();
   publish([this] {
-    state_.boundAddress.reset();
-    state_.activeRelay.reset();
+    visible_.state.boundAddress.reset();
+    visible_.state.activeRelay.reset();
   });
   continueEnding();
 }
 
 /// Gives the next child that still runs its grace. Called after each exit of a child, too.
 void TailnetProcess::continueEnding() {
-  const auto child = pair_ ? pair_->nextToEnd() : nullptr;
+  const auto child = visible_.pair ? visible_.pair->nextToEnd() : nullptr;
   if (!child) return finishEnding();
-  if (std::exchange(graceHolder_, child) == child) return;
+  if (std::exchange(ending_.graceHolder, child) == child) return;
   queue_.after(terminationGrace, weakly([weak = std::weak_ptr(child)](TailnetProcess& self) {
                  const auto late = weak.lock();
                  if (late && late->isRunning()) self.kill(*late);
@@ -303,9 +306,9 @@ void TailnetProcess::continueEnding() {
 }
 
 void TailnetProcess::finishEnding() {
-  graceHolder_.reset();
-  publish([this] { pair_.reset(); });
-  for (const auto& task : std::exchange(afterEnd_, {})) task();
+  ending_.graceHolder.reset();
+  publish([this] { visible_.pair.reset(); });
+  for (const auto& task : std::exchange(ending_.then, {})) task();
 }
 
 void TailnetProcess::kill(ChildProcess& child) {
@@ -318,12 +321,12 @@ void TailnetProcess::handleChildExit(const SharedPair& pair, const std::string& 
   note(status.reason == ExitStatus::Reason::exited
            ? formatText("{} exited with status {}", name, status.status)
            : formatText("{} terminated", name));
-  const bool isCurrent = pair && pair == pair_;
+  const bool isCurrent = pair && pair == visible_.pair;
   if (isCurrent && !pair->isEnded() && !stopRequested_) {
     pair->markFailed();
     endPair(nullptr);
     scheduleRetry();
-  } else if (isCurrent && graceHolder_) {
+  } else if (isCurrent && ending_.graceHolder) {
     continueEnding();
   }
   reportStateChange();
@@ -331,8 +334,8 @@ void TailnetProcess::handleChildExit(const SharedPair& pair, const std::string& 
 
 void TailnetProcess::scheduleRetry() {
   if (stopRequested_) return;
-  publish([this] { ++state_.failureCount; });
-  const auto failures = state_.failureCount;
+  publish([this] { ++visible_.state.failureCount; });
+  const auto failures = visible_.state.failureCount;
   Duration delay = stalledDelay;
   if (failures <= maxFailures) {
     const auto seconds = retryDelay(failures);
@@ -340,7 +343,7 @@ void TailnetProcess::scheduleRetry() {
                     maxFailures));
     delay = seconds;
   } else {
-    publish([this] { state_.stalledReason = "Not connecting — retrying every 5 min"; });
+    publish([this] { visible_.state.stalledReason = "Not connecting — retrying every 5 min"; });
     note(formatText("still cannot start the tailnet after {} attempts; trying again in 5m",
                     failures));
     reportStateChange();
@@ -350,13 +353,13 @@ void TailnetProcess::scheduleRetry() {
 
 void TailnetProcess::clearFailures() {
   publish([this] {
-    state_.failureCount = 0;
-    state_.stalledReason.reset();
+    visible_.state.failureCount = 0;
+    visible_.state.stalledReason.reset();
   });
 }
 
 void TailnetProcess::keepLine(std::string line) {
-  publish([&] { recentLog_.append(std::move(line)); });
+  publish([&] { visible_.log.append(std::move(line)); });
 }
 
 void TailnetProcess::note(const std::string& text) {

@@ -116,6 +116,27 @@ class TailnetProcess : public std::enable_shared_from_this<TailnetProcess> {
     std::string client;
   };
 
+  /// What the client has printed about the server and the main thread has not handled yet.
+  struct Discoveries {
+    std::optional<std::string> address;
+    std::optional<std::string> name;
+    std::optional<std::string> accent;
+    std::optional<std::string> unresolvedTarget;
+  };
+
+  /// What other threads than the queue's read or write, too.
+  struct Visible {
+    SharedPair pair;
+    TailnetState state;
+    LogRing log;
+    std::optional<Discoveries> discoveries;  ///< nullopt: the main thread has nothing to handle
+  };
+  /// How far the end of the pair has come.
+  struct Ending {
+    std::vector<Task> then;          ///< runs when the pair has ended
+    TailnetPair::Child graceHolder;  ///< the child whose grace runs
+  };
+
   // On the queue:
   void startLocked();
   void launchPair();
@@ -134,10 +155,10 @@ class TailnetProcess : public std::enable_shared_from_this<TailnetProcess> {
   void scheduleRetry();
   void appendLog(const SharedPair& pair, const OutputLines& output, const std::string& tag);
   [[nodiscard]] std::string withoutPreauthKey(const std::string& line) const;
-  void scrape(std::string_view line);
-  void take(TailnetAnnouncement announcement);
-  void learnAddress(std::string address);
-  void learn(std::function<void(TailnetProcess&)> work);
+  void scrape(const TailnetPair& pair, std::string_view line);
+  void handle(TailnetAnnouncement announcement);
+  void learn(std::optional<std::string> Discoveries::*kind, std::string value);
+  void recordDiscoveries();
   void keepPreauthKey(std::string& preauthKey);
   void forgetPreauthKey();
   void failEnrolment(std::string reason);
@@ -168,15 +189,13 @@ class TailnetProcess : public std::enable_shared_from_this<TailnetProcess> {
 
   bool stopRequested_ = false;
   std::optional<std::string> pendingPreauthKey_;
-  std::uint64_t attempts_ = 0;  // the number of the newest start: an older one was overtaken
+  std::uint64_t keyNumber_ = 0;  // counts the keys; 0: there has been none
+  std::uint64_t attempts_ = 0;   // the number of the newest start: an older one was overtaken
   std::shared_ptr<TailnetProcess> predecessor_;
-  std::vector<Task> afterEnd_;      // run when the pair has ended
-  TailnetPair::Child graceHolder_;  // the child whose grace runs
+  Ending ending_;
 
-  mutable std::mutex published_;  // guards what follows; written on the queue only
-  SharedPair pair_;
-  TailnetState state_;
-  LogRing recentLog_;
+  mutable std::mutex published_;  // guards visible_
+  Visible visible_;
 };
 
 }  // namespace zephyl

@@ -31,8 +31,7 @@ void TailnetProcess::appendLog(const SharedPair& pair, const OutputLines& output
   for (const auto& received : output.lines()) {
     const std::string line = withoutPreauthKey(received);
     keepLine(logLineOf(line, tag));
-    // A pair that does not exist any more has been ended.
-    if (pair && !pair->isEnded()) scrape(line);
+    if (pair) scrape(*pair, line);
   }
 }
 
@@ -49,61 +48,71 @@ std::string TailnetProcess::withoutPreauthKey(const std::string& line) const {
   return rest;
 }
 
-void TailnetProcess::scrape(std::string_view line) {
-  for (auto& announcement : findAnnouncements(line)) take(std::move(announcement));
+/// A pair that has been ended can only tell that it has used up the key.
+void TailnetProcess::scrape(const TailnetPair& pair, std::string_view line) {
+  for (auto& announcement : findAnnouncements(line)) {
+    if (announcement.marker == TailnetMarker::joined && pair.keyNumber() == keyNumber_) {
+      forgetPreauthKey();
+    }
+    if (!pair.isEnded()) handle(std::move(announcement));
+  }
 }
 
-void TailnetProcess::take(TailnetAnnouncement announcement) {
+void TailnetProcess::handle(TailnetAnnouncement announcement) {
   std::string& value = announcement.value;
   switch (announcement.marker) {
     case TailnetMarker::tunnel:
       clearFailures();
-      return publish([&] { state_.boundAddress = std::move(value); });
+      return publish([&] { visible_.state.boundAddress = std::move(value); });
     case TailnetMarker::controlPlane:
-      return publish([&] { state_.activeRelay = std::move(value); });
+      return publish([&] { visible_.state.activeRelay = std::move(value); });
     case TailnetMarker::targetResolved:
-      return learnAddress(std::move(value));
+      publish([this] { visible_.state.unresolvedTarget.reset(); });
+      return learn(&Discoveries::address, std::move(value));
     case TailnetMarker::serverName:
-      return learn(
-          [value](TailnetProcess& self) { Servers::recordDiscoveredName(self.server_.id, value); });
+      return learn(&Discoveries::name, std::move(value));
     case TailnetMarker::serverAccent:
-      return learn([value](TailnetProcess& self) {
-        Servers::recordDiscoveredAccent(self.server_.id, value);
-      });
+      return learn(&Discoveries::accent, std::move(value));
     case TailnetMarker::targetUnresolved:
-      publish([&] { state_.unresolvedTarget = value; });
-      return learn([value](TailnetProcess& self) {
-        if (self.onTargetUnresolved) self.onTargetUnresolved(value);
-      });
+      publish([&] { visible_.state.unresolvedTarget = value; });
+      return learn(&Discoveries::unresolvedTarget, std::move(value));
     case TailnetMarker::joined:
-      // The key can be used once only.
-      forgetPreauthKey();
-      return publish([this] { state_.lastEnrolError.reset(); });
+      return publish([this] { visible_.state.lastEnrolError.reset(); });
     case TailnetMarker::enrolmentFailed:
       return failEnrolment(std::move(value));
   }
 }
 
-void TailnetProcess::learnAddress(std::string address) {
-  publish([this] { state_.unresolvedTarget.reset(); });
-  learn([address = std::move(address)](TailnetProcess& self) {
-    const bool changed = Servers::recordDiscoveredAddress(self.server_.id, address);
-    if (changed && self.onAddressLearned) self.onAddressLearned();
+/// The newest value of each kind waits for the main thread, however many are printed meanwhile.
+void TailnetProcess::learn(std::optional<std::string> Discoveries::*kind, std::string value) {
+  bool isFirst = false;
+  publish([&] {
+    isFirst = !visible_.discoveries;
+    if (isFirst) visible_.discoveries.emplace();
+    *visible_.discoveries.*kind = std::move(value);
   });
+  if (isFirst) onMain([](TailnetProcess& self) { self.recordDiscoveries(); });
 }
 
-/// The registry is changed from the main thread, and what is shown may be another after it.
-void TailnetProcess::learn(std::function<void(TailnetProcess&)> work) {
-  onMain([work = std::move(work)](TailnetProcess& self) {
-    work(self);
-    if (self.onStateChange) self.onStateChange();
-  });
+/// Runs on the main thread, from which the registry is changed.
+void TailnetProcess::recordDiscoveries() {
+  std::optional<Discoveries> found;
+  publish([&] { found = std::exchange(visible_.discoveries, std::nullopt); });
+  if (found->address) {
+    const bool changed = Servers::recordDiscoveredAddress(server_.id, *found->address);
+    if (changed && onAddressLearned) onAddressLearned();
+  }
+  if (found->name) Servers::recordDiscoveredName(server_.id, *found->name);
+  if (found->accent) Servers::recordDiscoveredAccent(server_.id, *found->accent);
+  if (found->unresolvedTarget && onTargetUnresolved) onTargetUnresolved(*found->unresolvedTarget);
+  if (onStateChange) onStateChange();
 }
 
 /// Copied, since what moves from one string to another may stay where it was.
 void TailnetProcess::keepPreauthKey(std::string& preauthKey) {
   forgetPreauthKey();
   pendingPreauthKey_ = preauthKey;
+  ++keyNumber_;
   wipe(preauthKey);
 }
 
@@ -113,7 +122,7 @@ void TailnetProcess::forgetPreauthKey() {
 }
 
 void TailnetProcess::failEnrolment(std::string reason) {
-  publish([&] { state_.lastEnrolError = std::move(reason); });
+  publish([&] { visible_.state.lastEnrolError = std::move(reason); });
   forbidStarts();
   endPair(nullptr);
   reportStateChange();

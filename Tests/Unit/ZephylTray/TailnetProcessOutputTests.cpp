@@ -22,6 +22,30 @@ TEST_F(TailnetProcessTest, TheKeyIsHandedOverUntilTheJoinSucceeds) {
   EXPECT_FALSE(client().options().environment.contains("ZEPHYL_PREAUTH_KEY"));
 }
 
+TEST_F(TailnetProcessTest, AJoinThatIsReportedWhileThePairEndsUsesTheKeyUp) {
+  tailnet_->startRedeeming("hskey-auth-abc");
+  advance(800ms + 1s);
+  client().ignoreTermination();
+  tailnet_->restart();
+  settle();
+  client().print({"joined the tailnet", "server name: Lab"});
+  advance(3s + 800ms + 1s);
+  ASSERT_EQ(launches(), 4U);
+  EXPECT_FALSE(client().options().environment.contains("ZEPHYL_PREAUTH_KEY"));
+  EXPECT_EQ(Servers::all()[0].serverName, std::nullopt);
+}
+
+TEST_F(TailnetProcessTest, AJoinWithAnEarlierKeyDoesNotUseUpTheNewOne) {
+  tailnet_->startRedeeming("hskey-auth-old");
+  advance(800ms + 1s);
+  client().ignoreTermination();
+  tailnet_->startRedeeming("hskey-auth-new");
+  settle();
+  client().print({"joined the tailnet"});
+  advance(3s + 800ms + 1s);
+  EXPECT_EQ(client().options().environment.at("ZEPHYL_PREAUTH_KEY"), "hskey-auth-new");
+}
+
 TEST_F(TailnetProcessTest, AFailedEnrolmentStopsBothForGood) {
   tailnet_->startRedeeming("hskey-auth-expired");
   advance(2s);
@@ -104,6 +128,20 @@ TEST_F(TailnetProcessTest, LearnsWhatTheServerTellsAboutItself) {
   EXPECT_EQ(addressesLearned_, 1);
   print("target resolved to http://lab:5173");
   EXPECT_EQ(addressesLearned_, 1);
+}
+
+TEST_F(TailnetProcessTest, OfManyValuesOnlyTheNewestWaitsForTheMainThread) {
+  startBoth();
+  stateChanges_ = 0;
+  for (int i = 1; i <= 5000; ++i) {
+    client().print({"server name: Lab " + std::to_string(i),
+                    "TARGET UNRESOLVED: http://" + std::to_string(i)});
+  }
+  runtime_.pool.waitUntilIdle();
+  settle();
+  EXPECT_EQ(Servers::all()[0].serverName, "Lab 5000");
+  EXPECT_EQ(targets_, std::vector<std::string>{"http://5000"});
+  EXPECT_EQ(stateChanges_, 1);
 }
 
 TEST_F(TailnetProcessTest, OneLineWithTwoMarkersHasBothEffects) {
