@@ -4,12 +4,28 @@ import concurrent.futures
 import os
 import pathlib
 import signal
+import sys
 import time
 
 from support.control_api import start_api, window  # noqa: F401 (fixtures)
+from support.memory import kilobytes
 from support.tray import command_name, descendants, eventually, is_alive
 
 STUBBORN = "#!/bin/sh\ntrap '' TERM\n{first}while :; do sleep 0.2; done\n"
+
+
+# Reports 5,000 server names a second for three seconds.
+FLOOD = f"""#!{sys.executable}
+import sys, time
+print("data tunnel on a:80", flush=True)
+for number in range(300):
+    for part in range(50):
+        print(f"server name: Lab {{number}} {{part}}")
+    sys.stdout.flush()
+    time.sleep(0.01)
+print("server name: The last", flush=True)
+time.sleep(1000)
+"""
 
 
 def programs(tray, name):
@@ -72,9 +88,7 @@ def test_fifty_servers_start_and_stop_side_by_side(world, start_tray):
     fields = dict(line.split(":", 1) for line in
                   pathlib.Path(f"/proc/{tray.pid}/status").read_text().splitlines())
     assert int(fields["Threads"]) <= 8
-    rollup = pathlib.Path(f"/proc/{tray.pid}/smaps_rollup").read_text().splitlines()
-    proportional = next(int(line.split()[1]) for line in rollup if line.startswith("Pss:"))
-    assert proportional < 8000
+    assert kilobytes(tray.pid, "Pss") < 8000
     children = tray.children()
     assert len(children) >= 101
     began = time.monotonic()
@@ -135,6 +149,22 @@ def test_the_tray_goes_on_while_the_children_of_a_server_end(world, start_api):
     assert 5.5 < time.monotonic() - began < 8, "the client and then the daemon have 3 s each"
     assert programs(api.tray, "tailscaled") == [] and programs(api.tray, "zephyl-tailnet") == []
     assert [entry["id"] for entry in world.registry()] == [first]
+
+
+def test_a_flood_of_reports_costs_little_and_its_last_one_counts(world, start_api):
+    world.use_agent_script("#!/bin/sh\nexec sleep 1000\n")
+    world.use_tailnet_script("tailscaled", "#!/bin/sh\nexec sleep 1000\n")
+    world.use_tailnet_script("zephyl-tailnet", FLOOD)
+    world.add_servers(1)
+    api = start_api()
+    before = kilobytes(api.tray.pid, "Anonymous")
+    api.tray.log_line("1 of 1 server connected")
+    while not any(entry.get("serverName") == "The last" for entry in world.registry()):
+        asked = time.monotonic()
+        api.get("/status")
+        assert time.monotonic() - asked < 0.5
+        time.sleep(0.02)
+    assert kilobytes(api.tray.pid, "Anonymous") < before + 2048
 
 
 def test_what_a_client_prints_at_its_end_counts(world, start_tray):

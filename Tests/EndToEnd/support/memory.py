@@ -9,6 +9,12 @@ def is_sanitized(pid):
     return "san.so" in pathlib.Path(f"/proc/{pid}/maps").read_text()
 
 
+def kilobytes(pid, *fields):
+    """The sum of the named fields of a process's memory, such as "Pss" or "Private_Dirty"."""
+    lines = pathlib.Path(f"/proc/{pid}/smaps_rollup").read_text().splitlines()[1:]
+    return sum(int(line.split()[1]) for line in lines if line.split(":")[0] in fields)
+
+
 def private_memory(pid):
     """The writable private memory of a process, as far as it is of a size that is really used."""
     with open(f"/proc/{pid}/mem", "rb", 0) as memory:
