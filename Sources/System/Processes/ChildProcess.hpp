@@ -81,13 +81,19 @@ struct ProcessOptions {
 /// callbacks in force.
 class ChildProcess {
  public:
+  /// How long the process group of a child has to end, from the first request on.
+  static constexpr Duration terminationGrace = std::chrono::seconds(3);
+
   virtual ~ChildProcess() = default;
   ChildProcess() = default;
   ChildProcess(const ChildProcess&) = delete;
   ChildProcess& operator=(const ChildProcess&) = delete;
 
   [[nodiscard]] virtual pid_t pid() const = 0;
-  /// False as soon as the child has been seen to end, before `onExit` is called.
+  /// False as soon as the child has been seen to end, before `onExit` is called. A tied child that
+  /// was asked to end has ended when its whole process group has, which is sent SIGTERM once the
+  /// child itself has gone; what is left of the group after `terminationGrace` is killed. After an
+  /// end without a request the group is killed at once.
   [[nodiscard]] virtual bool isRunning() const = 0;
 
   /// SIGTERM to the child alone.

@@ -1,12 +1,16 @@
 #include "System/Processes/SystemProcessLauncher.hpp"
 
+#include <atomic>
 #include <cassert>
+#include <chrono>
 #include <condition_variable>
 #include <csignal>
 #include <mutex>
+#include <optional>
 
 #include <boost/asio/io_context.hpp>
 #include <boost/asio/posix/stream_descriptor.hpp>
+#include <boost/asio/steady_timer.hpp>
 
 #include <sys/wait.h>
 
@@ -16,6 +20,7 @@
 #include "System/Files/Environment.hpp"
 #include "System/Processes/ChildPipes.hpp"
 #include "System/Processes/Guardian.hpp"
+#include "System/Processes/ProcessGroup.hpp"
 #include "System/Processes/SpawnedChild.hpp"
 
 namespace zephyl {
@@ -24,6 +29,7 @@ namespace {
 
 namespace asio = boost::asio;
 using boost::system::error_code;
+using SteadyClock = std::chrono::steady_clock;
 
 /// What the owner of a child sees. Knows nothing of the reactor, so it may outlive it.
 class SystemChild final : public ChildProcess {
@@ -38,8 +44,11 @@ class SystemChild final : public ChildProcess {
     return !reaped_;
   }
 
-  void terminate() override { signal(pid_, SIGTERM); }
-  void terminateGroup() override { signal(-pid_, SIGTERM); }
+  void terminate() override { askToEnd(pid_); }
+  void terminateGroup() override {
+    groupAsked_ = true;
+    askToEnd(-pid_);
+  }
   void killGroup() override { signal(-pid_, SIGKILL); }
 
   [[nodiscard]] bool waitForExit(Duration limit) override {
@@ -60,6 +69,17 @@ class SystemChild final : public ChildProcess {
             information.si_status};
   }
 
+  /// Asks the rest of the group to end, unless it was asked together with the child.
+  void terminateRest() {
+    if (!groupAsked_.exchange(true)) signal(-pid_, SIGTERM);
+  }
+
+  /// Until when the rest of its process group may go on, if it was asked to end.
+  [[nodiscard]] std::optional<SteadyClock::time_point> graceEnd() const {
+    const std::scoped_lock lock(mutex_);
+    return graceEnd_;
+  }
+
   /// From here on the id may belong to another process, and no signal is sent any more.
   void reap() {
     {
@@ -71,6 +91,14 @@ class SystemChild final : public ChildProcess {
   }
 
  private:
+  void askToEnd(pid_t target) {
+    {
+      const std::scoped_lock lock(mutex_);
+      if (!graceEnd_) graceEnd_ = SteadyClock::now() + terminationGrace;
+    }
+    signal(target, SIGTERM);
+  }
+
   void signal(pid_t target, int number) {
     const std::scoped_lock lock(mutex_);
     if (!reaped_) ::kill(target, number);
@@ -78,9 +106,11 @@ class SystemChild final : public ChildProcess {
 
   const pid_t pid_;
   const std::shared_ptr<InputBuffer> input_;
+  std::atomic<bool> groupAsked_ = false;
   mutable std::mutex mutex_;
   std::condition_variable ended_;
   bool reaped_ = false;
+  std::optional<SteadyClock::time_point> graceEnd_;
 };
 
 /// Follows a child on the reactor's thread, until it has ended. Kept alive by what it waits for,
@@ -92,6 +122,7 @@ class ChildWatch : public std::enable_shared_from_this<ChildWatch> {
       : context_(context),
         guardian_(guardian),
         process_(context),
+        groupTimer_(context),
         child_(std::move(child)),
         options_(std::move(options)) {}
 
@@ -128,6 +159,14 @@ class ChildWatch : public std::enable_shared_from_this<ChildWatch> {
 
   /// The child has ended. As long as it is not reaped its id, and that of its group, is its own.
   void conclude() {
+    if (mustWaitForGroup()) {
+      child_->terminateRest();
+      groupTimer_.expires_after(groupCheckInterval);
+      groupTimer_.async_wait([self = shared_from_this()](const error_code& error) {
+        if (!error) self->conclude();
+      });
+      return;
+    }
     const ExitStatus status = child_->exitStatus();
     if (options_.lifetime == ProcessOptions::Lifetime::tied) {
       child_->killGroup();
@@ -140,9 +179,19 @@ class ChildWatch : public std::enable_shared_from_this<ChildWatch> {
     if (options_.onExit) options_.onExit(status);
   }
 
+  /// A child that was asked to end has ended, but members of its group still use its grace.
+  [[nodiscard]] bool mustWaitForGroup() const {
+    if (options_.lifetime != ProcessOptions::Lifetime::tied) return false;
+    const auto end = child_->graceEnd();
+    return end && SteadyClock::now() < *end && hasOtherMembers(child_->pid());
+  }
+
+  static constexpr std::chrono::milliseconds groupCheckInterval{50};
+
   asio::io_context& context_;
   Guardian& guardian_;
   asio::posix::stream_descriptor process_;
+  asio::steady_timer groupTimer_;
   const std::shared_ptr<SystemChild> child_;
   ProcessOptions options_;
   std::shared_ptr<InputPipe> input_;

@@ -68,7 +68,7 @@ class TailnetProcess : public std::enable_shared_from_this<TailnetProcess> {
   static constexpr std::int64_t maxFailures = 6;
   static constexpr Duration clientDelay = std::chrono::seconds(1);
   static constexpr Duration restartDelay = std::chrono::milliseconds(800);
-  static constexpr Duration terminationGrace = std::chrono::seconds(3);
+  static constexpr Duration terminationGrace = ChildProcess::terminationGrace;
   static constexpr Duration stalledDelay = std::chrono::minutes(5);
 
   /// `predecessor`, if there is one, is an earlier instance for the same server that has been

@@ -240,12 +240,40 @@ TEST_F(ChildProcessTest, TakesItsGrandchildrenAlongWhenItEnds) {
   EXPECT_TRUE(eventually([&] { return hasEnded(grandchild); }));
 }
 
+TEST_F(ChildProcessTest, LeavesItsGroupTheRestOfTheGraceWhenItWasAskedToEnd) {
+  const Child child = launchWatched(script(R"(
+      sh -c 'trap "sleep 0.5; echo saved; exit" TERM; echo ready; while :; do :; done' &
+      wait)"));
+  witness_.waitForLines(1);
+  child->terminateGroup();
+  EXPECT_EQ(std::ranges::count(witness_.linesAtEnd(), "saved"), 1);
+}
+
+TEST_F(ChildProcessTest, AsksTheRestOfItsGroupToEndAfterIt) {
+  const Child child = launchWatched(script(R"(
+      sh -c 'trap "echo saved; exit" TERM; echo ready; while :; do :; done' & wait)"));
+  witness_.waitForLines(1);
+  child->terminate();
+  EXPECT_EQ(std::ranges::count(witness_.linesAtEnd(), "saved"), 1);
+}
+
+TEST_F(ChildProcessTest, KillsWhatIsLeftOfItsGroupWhenTheGraceIsOver) {
+  const Child child = launchWatched(script(R"(
+      sh -c 'trap "" TERM; echo $$; while :; do sleep 0.1; done' & wait)"));
+  const pid_t stubborn = std::stoi(witness_.waitForLines(1).at(0));
+  const auto began = std::chrono::steady_clock::now();
+  child->terminateGroup();
+  witness_.waitForExit();
+  EXPECT_GE(std::chrono::steady_clock::now() - began, ChildProcess::terminationGrace - 100ms);
+  EXPECT_TRUE(eventually([&] { return hasEnded(stubborn); }));
+}
+
 TEST_F(ChildProcessTest, IsTerminatedAloneOrWithItsGroup) {
   // A shell may tell on standard error which of its children was terminated.
   const Child child = launchWatched(script(R"(
       exec 2>/dev/null
       trap 'echo child' TERM
-      sh -c 'trap "echo grandchild; exit" TERM; echo ready; while :; do sleep 1000 & wait $!; done' &
+      sh -c 'trap "echo grandchild; exit" TERM; echo ready; while :; do :; done' &
       while kill -0 $! 2>/dev/null; do wait $!; done)"));
   witness_.waitForLines(1);
   child->terminate();
