@@ -4,6 +4,7 @@
 #include <memory>
 
 #include "System/Concurrency/NoChildWaits.hpp"
+#include "System/Concurrency/TaskFailure.hpp"
 
 namespace zephyl {
 
@@ -27,7 +28,7 @@ void MainLoop::run() {
       Task task = std::move(tasks_.front());
       tasks_.pop_front();
       lock.unlock();
-      task();
+      taskFailure::guard("main", task);
       task = nullptr;
       lock.lock();
     }
@@ -78,12 +79,20 @@ bool MainLoop::runAndWait(const Task& work, const std::stop_token& stop) {
       if (visit->progress == Progress::abandoned) return;
       visit->progress = Progress::running;
     }
-    work();
-    {
-      const std::scoped_lock lock(mutex_);
-      visit->progress = Progress::done;
+    const auto conclude = [&](Progress progress) {
+      {
+        const std::scoped_lock lock(mutex_);
+        visit->progress = progress;
+      }
+      visited_.notify_all();
+    };
+    try {
+      work();
+    } catch (...) {
+      conclude(Progress::abandoned);
+      throw;
     }
-    visited_.notify_all();
+    conclude(Progress::done);
   };
 
   const std::stop_callback wakeUp(stop, [this] {
@@ -98,7 +107,8 @@ bool MainLoop::runAndWait(const Task& work, const std::stop_token& stop) {
   wake_.notify_one();  // without the lock, for which the main thread would have to wait again
   lock.lock();
   visited_.wait(lock, [&] {
-    return visit->progress == Progress::done || (ending() && visit->progress == Progress::pending);
+    return visit->progress == Progress::done || visit->progress == Progress::abandoned ||
+           (ending() && visit->progress == Progress::pending);
   });
   if (visit->progress == Progress::done) return true;
   visit->progress = Progress::abandoned;

@@ -30,7 +30,7 @@ class MainLoop {
 
   /// Runs `work` on the main thread, waits for it and returns what it returns. From any thread
   /// but the main one. A request to stop, too, ends the wait with "shutting down", unless the work
-  /// has begun.
+  /// has begun; so does work that throws (see TaskFailure).
   template <typename Work>
   auto sync(Work&& work, std::stop_token stop = {}) -> Result<std::invoke_result_t<Work>>;
 
@@ -54,7 +54,8 @@ class MainLoop {
     Progress progress = Progress::pending;
   };
 
-  /// False when the loop was closed, or a stop requested, before the work began.
+  /// False when the loop was closed, or a stop requested, before the work began, or when the work
+  /// threw.
   bool runAndWait(const Task& work, const std::stop_token& stop);
 
   const std::thread::id thread_;

@@ -10,6 +10,8 @@
 
 #include <pthread.h>
 
+#include "System/Concurrency/TaskFailure.hpp"
+
 namespace zephyl {
 
 namespace asio = boost::asio;
@@ -24,7 +26,8 @@ Reactor::Reactor(std::string name) : loop_(std::make_unique<Loop>()) {
   name.resize(std::min(name.size(), longestName));
   thread_ = std::thread([context = &loop_->context, name = std::move(name)] {
     pthread_setname_np(pthread_self(), name.c_str());
-    context->run();
+    while (!taskFailure::guard(name, [context] { context->run(); })) {
+    }
   });
 }
 
@@ -41,10 +44,14 @@ void Reactor::run(const Task& task) {
   if (isCurrent()) return task();
   std::promise<void> done;
   post([&] {
-    task();
-    done.set_value();
+    try {
+      task();
+      done.set_value();
+    } catch (...) {
+      done.set_exception(std::current_exception());
+    }
   });
-  done.get_future().wait();
+  done.get_future().get();
 }
 
 bool Reactor::isCurrent() const {

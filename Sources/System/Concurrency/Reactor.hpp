@@ -17,7 +17,8 @@ namespace zephyl {
 /// children as well; it lives as long as the process, so they can be forked on it: the kernel's
 /// parent-death signal follows the thread that forked.
 ///
-/// Handlers on it must be short and never wait for another thread.
+/// Handlers on it must be short and never wait for another thread. After one that throws (see
+/// TaskFailure) the thread goes on with the next.
 class Reactor {
  public:
   /// Starts the thread. The system shows up to 15 characters of its name.
@@ -30,6 +31,7 @@ class Reactor {
   /// Runs `task` on the reactor's thread, later. From any thread.
   void post(Task task);
   /// Runs `task` on the reactor's thread and waits for it. Runs it at once when already there.
+  /// Throws what the task throws.
   void run(const Task& task);
   [[nodiscard]] bool isCurrent() const;
 

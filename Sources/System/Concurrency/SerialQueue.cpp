@@ -2,9 +2,11 @@
 
 #include <cassert>
 #include <deque>
+#include <exception>
 #include <latch>
 #include <mutex>
 
+#include "System/Concurrency/TaskFailure.hpp"
 #include "System/Concurrency/ThreadPool.hpp"
 
 namespace zephyl {
@@ -49,6 +51,16 @@ struct Frame {
 
 thread_local Frame* Frame::innermost = nullptr;
 
+/// Runs the work of a `sync` and returns what it threw; null if nothing.
+std::exception_ptr attempt(void (*step)(void*), void* context) noexcept {
+  try {
+    step(context);
+    return nullptr;
+  } catch (...) {
+    return std::current_exception();
+  }
+}
+
 constexpr std::size_t tasksPerTurn = 64;  // so that a busy queue leaves the pool to others
 
 }  // namespace
@@ -68,7 +80,7 @@ void SerialQueue::State::drain() {
     Task task = std::move(tasks.front());
     tasks.pop_front();
     lock.unlock();
-    task();
+    taskFailure::guard(label, task);
     task = nullptr;
     lock.lock();
   }
@@ -108,21 +120,24 @@ void SerialQueue::runSync(Step step, void* context) {
   if (!state.busy) {
     state.busy = true;
     lock.unlock();
-    {
+    const std::exception_ptr failure = [&] {
       const Frame frame(&state);
-      step(context);
-    }
+      return attempt(step, context);
+    }();
     lock.lock();
     state.release();
+    if (failure) std::rethrow_exception(failure);
     return;
   }
   std::latch done(1);
+  std::exception_ptr failure;
   state.tasks.emplace_back([&] {
-    step(context);
+    failure = attempt(step, context);
     done.count_down();
   });
   lock.unlock();
   done.wait();
+  if (failure) std::rethrow_exception(failure);
 }
 
 }  // namespace zephyl

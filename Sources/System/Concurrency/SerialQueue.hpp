@@ -26,8 +26,8 @@ class SerialQueue {
 
   void async(Task task);
 
-  /// Runs `work` on the queue, waits for it and returns what it returns. Calling it from the
-  /// queue itself is a programming error and asserts.
+  /// Runs `work` on the queue, waits for it and returns what it returns, or throws what it throws.
+  /// Calling it from the queue itself is a programming error and asserts.
   template <typename Work>
   auto sync(Work&& work) -> std::invoke_result_t<Work>;
 

@@ -7,6 +7,7 @@
 #include <pthread.h>
 
 #include "System/Concurrency/NoChildWaits.hpp"
+#include "System/Concurrency/TaskFailure.hpp"
 #include "System/Files/Log.hpp"
 
 namespace zephyl {
@@ -88,7 +89,7 @@ void ThreadPool::work(Kind kind) {
     tasks_.pop_front();
     ++running_;
     lock.unlock();
-    task();
+    taskFailure::guard("queue", task);
     task = nullptr;
     lock.lock();
     if (--running_ == 0 && tasks_.empty()) finished_.notify_all();

@@ -2,6 +2,7 @@
 #include <csignal>
 #include <cstdlib>
 #include <exception>
+#include <functional>
 #include <initializer_list>
 #include <iostream>
 #include <optional>
@@ -19,6 +20,7 @@
 #include "System/Concurrency/Reactor.hpp"
 #include "System/Concurrency/SignalWatcher.hpp"
 #include "System/Concurrency/SystemClock.hpp"
+#include "System/Concurrency/TaskFailure.hpp"
 #include "System/Concurrency/ThreadPool.hpp"
 #include "System/Files/Bundle.hpp"
 #include "System/Files/Environment.hpp"
@@ -64,8 +66,20 @@ std::vector<int> endSignals(bool inTerminal) {
 struct Requests {
   std::atomic<bool> end = false;
   std::atomic<bool> relaunch = false;
+  std::atomic<bool> failed = false;  // a task of a thread has thrown
 
   [[nodiscard]] bool wantRelaunch() const { return relaunch && !end && !EndSignals::arePending(); }
+};
+
+/// Handles failures of tasks for as long as it lives.
+class FailureHandler {
+ public:
+  explicit FailureHandler(std::function<void()> handler) {
+    taskFailure::setHandler(std::move(handler));
+  }
+  ~FailureHandler() { taskFailure::setHandler(nullptr); }
+  FailureHandler(const FailureHandler&) = delete;
+  FailureHandler& operator=(const FailureHandler&) = delete;
 };
 
 /// Runs the main loop and shuts down. Records an end that was asked for as early as possible: who
@@ -76,7 +90,7 @@ Ending runUntilEnd(AppDelegate& delegate, const Runtime& runtime, const Requests
   const auto recordEnd = [&] { recordRequestedEnd(Bundle::main(), runtime.clock.now() - started); };
   runtime.mainLoop.async([&] { delegate.applicationDidFinishLaunching(); });
   runtime.mainLoop.run();
-  const int status = delegate.exitStatus();
+  const int status = requests.failed ? EXIT_FAILURE : delegate.exitStatus();
   const bool relaunches = status == EXIT_SUCCESS && requests.wantRelaunch();
   if (status == EXIT_SUCCESS && !relaunches) recordEnd();
   delegate.applicationWillTerminate();
@@ -103,6 +117,7 @@ Ending runTray(Guardian& guardian, const CommandLine& commandLine,
     what = true;
     mainLoop.quit();
   };
+  const FailureHandler handler([&] { request(requests.failed); });
   UpdateSetup updates{.program = updaterProgram(Bundle::main()),
                       .prefix = installationPrefix(Bundle::main()),
                       .version = runningVersion(Bundle::main()),

@@ -11,6 +11,7 @@
 #include <pthread.h>
 #include <sys/eventfd.h>
 
+#include "System/Concurrency/TaskFailure.hpp"
 #include "System/Data/Format.hpp"
 #include "System/Files/Environment.hpp"
 #include "System/Files/FileDescriptor.hpp"
@@ -149,7 +150,7 @@ Bus::~Bus() {
 void Bus::start() {
   thread_ = std::thread([this] {
     pthread_setname_np(pthread_self(), "bus");
-    run();
+    taskFailure::guard("bus", [this] { run(); });
   });
 }
 
