@@ -5,8 +5,30 @@
 
 #include "System/Concurrency/NoChildWaits.hpp"
 #include "System/Concurrency/TaskFailure.hpp"
+#include "System/Concurrency/Weakly.hpp"
 
 namespace zephyl {
+
+namespace {
+
+/// A timer whose task runs on the main thread. Owns the task; what is on its way there does not.
+class LoopTimer final : public Timer::Registration {
+ public:
+  LoopTimer(std::shared_ptr<Task> task, Timer timer)
+      : task_(std::move(task)), timer_(std::move(timer)) {}
+
+ private:
+  const std::shared_ptr<Task> task_;
+  const Timer timer_;
+};
+
+/// Posts the task while its timer exists, and runs it unless the timer has gone meanwhile.
+Task posting(MainLoop& loop, const std::shared_ptr<Task>& task) {
+  const auto run = weakly(task, [](const Task& due) { due(); });
+  return [&loop, run] { loop.async(run); };
+}
+
+}  // namespace
 
 MainLoop::MainLoop() : thread_(std::this_thread::get_id()) {}
 
@@ -17,6 +39,18 @@ void MainLoop::async(Task task) {
     tasks_.push_back(std::move(task));
   }
   wake_.notify_one();
+}
+
+Timer MainLoop::after(Clock& clock, Duration delay, Task task) {
+  auto owned = std::make_shared<Task>(std::move(task));
+  Timer timer = clock.after(delay, posting(*this, owned));
+  return Timer(std::make_unique<LoopTimer>(std::move(owned), std::move(timer)));
+}
+
+Timer MainLoop::every(Clock& clock, Duration interval, Task task) {
+  auto owned = std::make_shared<Task>(std::move(task));
+  Timer timer = clock.every(interval, posting(*this, owned));
+  return Timer(std::make_unique<LoopTimer>(std::move(owned), std::move(timer)));
 }
 
 void MainLoop::run() {

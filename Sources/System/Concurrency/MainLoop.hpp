@@ -7,6 +7,7 @@
 #include <stop_token>
 #include <thread>
 #include <type_traits>
+#include <utility>
 
 #include "System/Concurrency/Clock.hpp"
 #include "System/Data/Result.hpp"
@@ -27,6 +28,24 @@ class MainLoop {
 
   /// Runs `task` on the main thread, later. From any thread.
   void async(Task task);
+
+  /// Runs `task` on the main thread once, `delay` from now. Destroying or cancelling the timer on
+  /// the main thread cancels the task, also when it is due already. From any thread, as is `every`.
+  /// `clock` outlives the timer, and the loop outlives the clock's timers.
+  [[nodiscard]] Timer after(Clock& clock, Duration delay, Task task);
+  /// Runs `task` on the main thread every `interval`, first one interval from now.
+  [[nodiscard]] Timer every(Clock& clock, Duration interval, Task task);
+
+  /// Returns a function that runs `work` on the main thread, later, with its arguments. It may be
+  /// called from any thread, so it suits a completion that comes from another one.
+  template <typename Work>
+  [[nodiscard]] auto later(Work work) {
+    return [this, work = std::move(work)](auto&&... values) {
+      async([work, ... kept = std::forward<decltype(values)>(values)]() mutable {
+        work(std::move(kept)...);
+      });
+    };
+  }
 
   /// Runs `work` on the main thread, waits for it and returns what it returns. From any thread
   /// but the main one. A request to stop, too, ends the wait with "shutting down", unless the work

@@ -4,6 +4,7 @@
 
 #include "Desktop/Desktop.hpp"
 #include "System/Concurrency/MainLoop.hpp"
+#include "System/Concurrency/Weakly.hpp"
 #include "System/Data/Format.hpp"
 #include "System/Data/Secret.hpp"
 #include "System/Data/Text.hpp"
@@ -104,11 +105,8 @@ void DesktopApp::runDevProcess(const char* what, std::string executable,
       .executable = std::move(executable),
       .arguments = std::move(arguments),
       .environment = context.environment(currentEnvironment()),
-      .onExit = [weak = weak_from_this(), number, &mainLoop = runtime_.mainLoop](ExitStatus) {
-        mainLoop.async([weak, number] {
-          if (const auto self = weak.lock()) self->childExited(number);
-        });
-      }};
+      .onExit = runtime_.mainLoop.later(
+          weakly(this, [number](DesktopApp& self, ExitStatus) { self.childExited(number); }))};
   auto child = runtime_.launcher.launch(std::move(options));
   if (!child) return log("failed to launch {}: {}", what, child.error().message);
   devProcess_.emplace(DevProcess{number, *std::move(child)});

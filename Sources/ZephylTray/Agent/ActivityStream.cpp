@@ -6,6 +6,7 @@
 #include "System/Concurrency/Clock.hpp"
 #include "System/Concurrency/MainLoop.hpp"
 #include "System/Concurrency/Reactor.hpp"
+#include "System/Concurrency/Weakly.hpp"
 #include "System/Data/JSON.hpp"
 #include "System/Network/HTTPSession.hpp"
 
@@ -45,24 +46,19 @@ class ActivityStream::Reader : public std::enable_shared_from_this<Reader> {
 
  private:
   StreamHandlers handlers() {
-    const auto weak = weak_from_this();
-    return {.onStatus = [](int status) { return status == 200; },
-            .onLine =
-                [weak](std::string_view line) {
-                  if (const auto self = weak.lock()) self->read(line);
-                },
-            .onEnd =
-                [weak](const std::optional<Error>&) {
-                  if (const auto self = weak.lock()) self->openLater();
-                }};
+    return {
+        .onStatus = [](int status) { return status == 200; },
+        .onLine = weakly(this, [](Reader& self, std::string_view line) { self.read(line); }),
+        .onEnd = weakly(this, [](Reader& self, const std::optional<Error>&) { self.openLater(); })};
   }
 
   void openLater() {
     peer_->forget();
     if (cancelled_) return;
-    runtime_.clock.afterDetached(reconnectDelay, [weak = weak_from_this()] {
-      if (const auto self = weak.lock()) self->runtime_.reactor.post([self] { self->open(); });
-    });
+    runtime_.clock.afterDetached(
+        reconnectDelay, weakly(this, [](Reader& self) {
+          self.runtime_.reactor.post(weakly(&self, [](Reader& due) { due.open(); }));
+        }));
   }
 
   void read(std::string_view line) {
@@ -75,9 +71,7 @@ class ActivityStream::Reader : public std::enable_shared_from_this<Reader> {
       newest_ = std::move(*activity);
       if (taskIsWaiting) return;
     }
-    runtime_.mainLoop.async([weak = weak_from_this()] {
-      if (const auto self = weak.lock()) self->deliver();
-    });
+    runtime_.mainLoop.async(weakly(this, [](Reader& self) { self.deliver(); }));
   }
 
   void deliver() {

@@ -2,6 +2,7 @@
 
 #include "System/Concurrency/Clock.hpp"
 #include "System/Concurrency/MainLoop.hpp"
+#include "System/Concurrency/Weakly.hpp"
 #include "System/Data/Format.hpp"
 #include "System/Data/Text.hpp"
 #include "System/Files/Log.hpp"
@@ -15,13 +16,6 @@ namespace {
 constexpr auto noExecutable =
     "No Rust agent binary found. Build it with `cargo build --release -p zephyl-agent` (dev "
     "checkout) or reinstall the packaged app.";
-}
-
-template <typename Work>
-auto AgentProcess::weakly(Work work) {
-  return [weak = weak_from_this(), work = std::move(work)](auto&&... values) {
-    if (const auto self = weak.lock()) work(*self, std::forward<decltype(values)>(values)...);
-  };
 }
 
 AgentProcess::AgentProcess(const Runtime& runtime, std::int64_t port)
@@ -45,14 +39,14 @@ void AgentProcess::restart() {
   queue_.sync([this] {
     stopLocked();
     if (process_) {
-      queue_.after(terminationGrace, weakly([launch = process_->number](AgentProcess& self) {
+      queue_.after(terminationGrace, weakly(this, [launch = process_->number](AgentProcess& self) {
                      self.killIfStillRunning(launch);
                    }));
     }
     if (restartPending_) return;
     restartPending_ = true;
     restartDelayPassed_ = false;
-    queue_.after(restartDelay, weakly([restart = ++restarts_](AgentProcess& self) {
+    queue_.after(restartDelay, weakly(this, [restart = ++restarts_](AgentProcess& self) {
                    if (self.restarts_ != restart) return;
                    self.restartDelayPassed_ = true;
                    self.startWhenRestartIsDue();
@@ -80,7 +74,7 @@ std::vector<std::string> AgentProcess::recentLog() const {
 }
 
 void AgentProcess::appendLog(std::string text) {
-  queue_.async(weakly([text = std::move(text)](AgentProcess& self) {
+  queue_.async(weakly(this, [text = std::move(text)](AgentProcess& self) {
     for (const auto line : splitNonEmpty(text, '\n')) self.recentLog_.append(std::string(line));
   }));
 }
@@ -109,21 +103,18 @@ ProcessOptions AgentProcess::launchOptions(const AgentLaunch& launch) {
   return {.executable = loginShell(),
           .arguments = {"-c", launch.shellCommand(port_)},
           .environment = launch.environment,
-          .onOutput =
-              [weak = weak_from_this()](OutputLines output) {
-                const auto self = weak.lock();
-                if (!self) return;
-                auto shared = std::make_shared<OutputLines>(std::move(output));
-                self->queue_.async(
-                    self->weakly([shared](AgentProcess& agent) { agent.append(*shared); }));
-              },
-          .onExit =
-              [weak = weak_from_this(), number = launches_](ExitStatus status) {
-                const auto self = weak.lock();
-                if (!self) return;
-                self->queue_.async(self->weakly(
-                    [number, status](AgentProcess& agent) { agent.childExited(number, status); }));
-              }};
+          .onOutput = weakly(this,
+                             [](AgentProcess& self, OutputLines output) {
+                               auto shared = std::make_shared<OutputLines>(std::move(output));
+                               self.queue_.async(weakly(&self, [shared](AgentProcess& agent) {
+                                 agent.append(*shared);
+                               }));
+                             }),
+          .onExit = weakly(this, [number = launches_](AgentProcess& self, ExitStatus status) {
+            self.queue_.async(weakly(&self, [number, status](AgentProcess& agent) {
+              agent.childExited(number, status);
+            }));
+          })};
 }
 
 void AgentProcess::stopLocked() {
@@ -154,7 +145,7 @@ void AgentProcess::childExited(std::uint64_t launch, ExitStatus status) {
   reportStateChange();
   if (unexpected && status.isFailure()) {
     runtime_.mainLoop.async(
-        weakly([status = status.status, lines = recentLog_.lines()](AgentProcess& self) {
+        weakly(this, [status = status.status, lines = recentLog_.lines()](AgentProcess& self) {
           if (self.onNonZeroExit) self.onNonZeroExit(status, lines);
         }));
   }
@@ -175,13 +166,13 @@ bool AgentProcess::running() const {
 }
 
 void AgentProcess::reportStateChange() {
-  runtime_.mainLoop.async(weakly([](AgentProcess& self) {
+  runtime_.mainLoop.async(weakly(this, [](AgentProcess& self) {
     if (self.onStateChange) self.onStateChange();
   }));
 }
 
 void AgentProcess::reportLaunchFailure(std::string message) {
-  runtime_.mainLoop.async(weakly([message = std::move(message)](AgentProcess& self) {
+  runtime_.mainLoop.async(weakly(this, [message = std::move(message)](AgentProcess& self) {
     if (self.onLaunchFailure) self.onLaunchFailure(message);
   }));
 }

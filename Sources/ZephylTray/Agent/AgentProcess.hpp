@@ -91,10 +91,6 @@ class AgentProcess : public std::enable_shared_from_this<AgentProcess> {
   void reportStateChange();
   void reportLaunchFailure(std::string message);
 
-  /// Wraps work for a queue or a child so that it does nothing once the supervisor is gone.
-  template <typename Work>
-  auto weakly(Work work);
-
   Runtime runtime_;
   const std::int64_t port_;
   mutable SerialQueue queue_;

@@ -1,12 +1,14 @@
 #include "System/Concurrency/MainLoop.hpp"
 
 #include <atomic>
+#include <string>
 #include <thread>
 #include <vector>
 
 #include <gtest/gtest.h>
 
 #include "Support/Eventually.hpp"
+#include "Support/ManualClock.hpp"
 
 namespace zephyl {
 namespace {
@@ -101,6 +103,61 @@ TEST(MainLoop, NobodyHangsWhenItClosesUnderManyCallers) {
     for (auto& caller : callers) caller.join();
     EXPECT_EQ(answered, 4);
   }
+}
+
+TEST(MainLoop, RunsADelayedTaskOnceOnTheMainThread) {
+  MainLoop loop;
+  test::ManualClock clock;
+  int ran = 0;
+  const Timer timer = loop.after(clock, 2s, [&] { ++ran; });
+  clock.advance(1999ms);
+  loop.runPending();
+  EXPECT_EQ(ran, 0);
+  clock.advance(1ms);
+  EXPECT_EQ(ran, 0) << "on the clock's thread";
+  loop.runPending();
+  EXPECT_EQ(ran, 1);
+  clock.advance(10s);
+  loop.runPending();
+  EXPECT_EQ(ran, 1);
+}
+
+TEST(MainLoop, RepeatsATaskUntilItsTimerIsCancelled) {
+  MainLoop loop;
+  test::ManualClock clock;
+  int ran = 0;
+  Timer timer = loop.every(clock, 2s, [&] {
+    if (++ran == 3) timer.cancel();
+  });
+  clock.advance(10s, [&] { loop.runPending(); });
+  EXPECT_EQ(ran, 3);
+  EXPECT_EQ(clock.pendingTimers(), 0U);
+}
+
+TEST(MainLoop, ATimerThatIsCancelledDropsATaskThatIsDueAlready) {
+  MainLoop loop;
+  test::ManualClock clock;
+  bool ran = false;
+  Timer timer = loop.after(clock, 1s, [&] { ran = true; });
+  clock.advance(1s);
+  timer.cancel();
+  loop.runPending();
+  EXPECT_FALSE(ran);
+}
+
+TEST(MainLoop, RunsACompletionLaterWithItsArguments) {
+  MainLoop loop;
+  std::vector<std::string> received;
+  const auto done = loop.later([&](const std::string& text, int count) {
+    received.push_back(text + std::to_string(count));
+  });
+  std::thread([&] { done("a", 1); }).join();
+  std::string text = "b";
+  done(text, 2);
+  text = "changed";
+  EXPECT_TRUE(received.empty());
+  loop.runPending();
+  EXPECT_EQ(received, (std::vector<std::string>{"a1", "b2"}));
 }
 
 }  // namespace
