@@ -28,12 +28,8 @@ void setOrRemove(Environment& environment, const char* name,
   }
 }
 
-bool canRunTailnets() {
-  return Config::tailnetBinary("tailscaled") && Config::tailnetBinary("zephyl-tailnet");
-}
-
 std::optional<std::string> socksAddress(const ServerEntry& server) {
-  if (server.tailnetFingerprint.value_or("").empty()) return std::nullopt;
+  if (!server.isJoined()) return std::nullopt;
   return formatText("127.0.0.1:{}", server.ports.socks);
 }
 
@@ -41,8 +37,9 @@ void describeServers(const std::vector<ServerEntry>& servers, Environment& envir
   setOrRemove(environment, serversVariable, AgentLaunch::serversJSON(servers));
   const bool any = !servers.empty();
   setOrRemove(environment, serverURLVariable, any ? servers.front().serverURL() : std::nullopt);
-  setOrRemove(environment, socksVariable,
-              any && canRunTailnets() ? socksAddress(servers.front()) : std::nullopt);
+  setOrRemove(
+      environment, socksVariable,
+      any && Config::tailnetProgramsInstalled() ? socksAddress(servers.front()) : std::nullopt);
 }
 
 AgentLaunch packaged(const std::string& runtimeDirectory, Environment environment) {

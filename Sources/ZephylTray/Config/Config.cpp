@@ -199,6 +199,10 @@ std::optional<std::string> Config::tailnetBinary(const std::string& name) {
   return ifExecutable(joinPath(joinPath(*root, "packages/tailnet-client"), name));
 }
 
+bool Config::tailnetProgramsInstalled() {
+  return tailnetBinary("tailscaled") && tailnetBinary("zephyl-tailnet");
+}
+
 std::optional<std::string> Config::agentDevBinary() {
   return developerBuild("target", "zephyl-agent");
 }

@@ -50,6 +50,8 @@ class Config {
   static std::optional<std::string> bundledDesktopApp();
   /// The packaged "tailscaled" or "zephyl-tailnet", else the one in the source tree.
   static std::optional<std::string> tailnetBinary(const std::string& name);
+  /// Whether both programs of a tailnet are there.
+  static bool tailnetProgramsInstalled();
   /// A developer's build of the agent; a release build comes before a debug one.
   static std::optional<std::string> agentDevBinary();
   /// A developer's build of the desktop app, likewise.

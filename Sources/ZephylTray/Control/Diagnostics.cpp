@@ -56,7 +56,7 @@ json::Object describeServer(const Diagnostics& all, const ServerEntry& entry) {
       {"id", entry.id},
       {"name", entry.displayName()},
       {"enabled", entry.enabled},
-      {"usesTailnet", !entry.tailnetFingerprint.value_or("").empty()},
+      {"usesTailnet", entry.isJoined()},
       {"tailnetRunning", known && tailnet->running},
       {"connection", orNull(connection)},
   };

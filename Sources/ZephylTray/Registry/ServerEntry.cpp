@@ -16,6 +16,10 @@ std::string_view trimmedOrEmpty(const std::optional<std::string>& text) {
 
 }  // namespace
 
+bool ServerEntry::isJoined() const {
+  return !tailnetFingerprint.value_or("").empty();
+}
+
 std::optional<URL> ServerEntry::addressURL() const {
   const auto text = trimmedOrEmpty(address);
   if (text.empty()) return std::nullopt;

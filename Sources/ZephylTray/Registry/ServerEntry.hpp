@@ -25,6 +25,8 @@ struct ServerEntry {
   ServerPorts ports;
   bool enabled = false;  ///< whether its tailnet is to run
 
+  /// Whether an invite to the server's private network has been redeemed.
+  [[nodiscard]] bool isJoined() const;
   /// `address` as a URL; none when it is blank or lacks a scheme or a host.
   [[nodiscard]] std::optional<URL> addressURL() const;
   /// Where the agent reaches the server, "wss://srv:8443/agent"; none without `addressURL`.

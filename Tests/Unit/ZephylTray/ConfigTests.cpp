@@ -214,6 +214,15 @@ TEST_F(ConfigTest, PrefersThePackagedTailnetProgramsToThoseOfTheSourceTree) {
   EXPECT_EQ(Config::tailnetBinary("tailscaled"), developed);
 }
 
+TEST_F(ConfigTest, HasTheTailnetProgramsOnlyWhenBothAreThere) {
+  directory_.write("work/pnpm-workspace.yaml", "");
+  EXPECT_FALSE(Config::tailnetProgramsInstalled());
+  addProgram("work/packages/tailnet-client/tailscaled");
+  EXPECT_FALSE(Config::tailnetProgramsInstalled());
+  addProgram("work/packages/tailnet-client/zephyl-tailnet");
+  EXPECT_TRUE(Config::tailnetProgramsInstalled());
+}
+
 TEST_F(ConfigTest, PrefersReleaseBuildsToDebugBuildsUnlessTheyCannotRun) {
   directory_.write("work/pnpm-workspace.yaml", "");
   EXPECT_EQ(Config::agentDevBinary(), std::nullopt);

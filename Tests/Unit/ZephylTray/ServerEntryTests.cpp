@@ -111,5 +111,11 @@ TEST(ServerEntry, TheNextOrdinalFollowsTheLargest) {
   EXPECT_EQ(nextOrdinal({{.ordinal = INT64_MAX}}), INT64_MAX);
 }
 
+TEST(ServerEntry, IsJoinedOnceItHasAFingerprint) {
+  EXPECT_FALSE(ServerEntry{}.isJoined());
+  EXPECT_FALSE(ServerEntry{.tailnetFingerprint = ""}.isJoined());
+  EXPECT_TRUE(ServerEntry{.tailnetFingerprint = "a"}.isJoined());
+}
+
 }  // namespace
 }  // namespace zephyl
