@@ -5,6 +5,7 @@
 
 #include <boost/asio/ip/address.hpp>
 
+#include "System/Concurrency/MainLoop.hpp"
 #include "System/Data/Text.hpp"
 #include "System/Files/Log.hpp"
 #include "System/Processes/ChildProcess.hpp"
@@ -29,8 +30,9 @@ void addAddresses(const OutputLines& output, HostAddresses& addresses) {
 
 }  // namespace
 
-void lookUpHost(ProcessLauncher& launcher, const std::string& host,
-                const std::function<void(const HostAddresses& addresses)>& done) {
+void lookUpHost(ProcessLauncher& launcher, MainLoop& mainLoop, const std::string& host,
+                std::function<void(const HostAddresses& addresses)> done) {
+  const auto finish = mainLoop.later(std::move(done));
   const auto addresses = std::make_shared<HostAddresses>();
   const auto child = launcher.launch({
       .executable = resolverProgram,
@@ -38,13 +40,13 @@ void lookUpHost(ProcessLauncher& launcher, const std::string& host,
       .environment = currentEnvironment(),
       .onOutput = [addresses](const OutputLines& output) { addAddresses(output, *addresses); },
       .onExit =
-          [addresses, done](ExitStatus status) {
-            done(status == ExitStatus{} ? *addresses : HostAddresses());
+          [addresses, finish](ExitStatus status) {
+            finish(status == ExitStatus{} ? *addresses : HostAddresses());
           },
   });
   if (child) return;
   log("could not look up {}: {}", host, child.error().message);
-  done({});
+  finish(HostAddresses());
 }
 
 bool isLoopback(std::string_view address) {

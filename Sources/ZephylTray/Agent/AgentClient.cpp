@@ -77,15 +77,15 @@ APIError refusal(const ClientResponse& response) {
 }  // namespace
 
 void AgentClient::getStatus(Completion<AgentStatus> done) const {
-  get(statusPath, decoding<AgentStatus>(std::move(done)));
+  get(statusPath, decoding<AgentStatus>(onMainLoop(std::move(done))));
 }
 
 void AgentClient::getActivity(Completion<Activity> done) const {
-  get(activityPath, decoding<Activity>(std::move(done)));
+  get(activityPath, decoding<Activity>(onMainLoop(std::move(done))));
 }
 
 void AgentClient::getRoots(Completion<std::vector<SharedRoot>> done) const {
-  get(rootsPath, decodingRoots(std::move(done)));
+  get(rootsPath, decodingRoots(onMainLoop(std::move(done))));
 }
 
 void AgentClient::addRoot(const std::string& path, const std::optional<std::string>& name,
@@ -94,18 +94,18 @@ void AgentClient::addRoot(const std::string& path, const std::optional<std::stri
   json::Object body{{"root", path}};
   if (name && !name->empty()) body["name"] = *name;
   if (!servers.empty()) body["servers"] = list(servers);
-  sendJSON("POST", rootsPath, body, decodingRoots(std::move(done)));
+  sendJSON("POST", rootsPath, body, decodingRoots(onMainLoop(std::move(done))));
 }
 
 void AgentClient::removeRoot(const std::string& path,
                              Completion<std::vector<SharedRoot>> done) const {
-  sendJSON("DELETE", rootsPath, {{"root", path}}, decodingRoots(std::move(done)));
+  sendJSON("DELETE", rootsPath, {{"root", path}}, decodingRoots(onMainLoop(std::move(done))));
 }
 
 void AgentClient::setRootServers(const std::string& path, const std::vector<std::string>& servers,
                                  Completion<std::vector<SharedRoot>> done) const {
   sendJSON("PATCH", rootsPath, {{"root", path}, {"servers", list(servers)}},
-           decodingRoots(std::move(done)));
+           decodingRoots(onMainLoop(std::move(done))));
 }
 
 void AgentClient::decideApproval(const std::string& id, const std::string& decision,
@@ -114,7 +114,7 @@ void AgentClient::decideApproval(const std::string& id, const std::string& decis
   json::Object body{{"id", id}, {"decision", decision}};
   if (confirm) body["confirm"] = *confirm;
   sendJSON("POST", approvalsPath, body,
-           [done = std::move(done)](const Result<std::string>& answer) {
+           [done = onMainLoop(std::move(done))](const Result<std::string>& answer) {
              done(answer ? Result<void>() : answer.error());
            });
 }
@@ -122,7 +122,7 @@ void AgentClient::decideApproval(const std::string& id, const std::string& decis
 void AgentClient::revokeEscapeGrant(const std::string& kind, const std::string& path,
                                     Completion<std::vector<EscapeGrant>> done) const {
   sendJSON("DELETE", grantsPath, {{"kind", kind}, {"path", path}},
-           decoding<GrantsResponse>(std::move(done), [](GrantsResponse response) {
+           decoding<GrantsResponse>(onMainLoop(std::move(done)), [](GrantsResponse response) {
              return std::move(response.escapeGrants);
            }));
 }

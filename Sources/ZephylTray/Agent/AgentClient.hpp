@@ -3,8 +3,10 @@
 #include <functional>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
+#include "System/Concurrency/MainLoop.hpp"
 #include "System/Data/JSON.hpp"
 #include "System/Data/Result.hpp"
 #include "System/Network/HTTPSession.hpp"
@@ -19,16 +21,18 @@ using APIError = Error;
 /// Client of the agent's JSON API on the loopback interface: one operation per endpoint, one
 /// request per operation, no retries.
 ///
-/// An immutable value; copies share the session. Operations may be called from any thread and
-/// run concurrently. Each calls its completion once, on the reactor's thread; callers move to
-/// the main thread themselves.
+/// An immutable value; copies share the session. Operations may be called from any thread and run
+/// concurrently. Answers are decoded on the reactor's thread; each operation then calls its
+/// completion once, on the main loop, unless that is closed.
 class AgentClient {
  public:
   template <typename T>
   using Completion = std::function<void(Result<T>)>;
 
-  /// `base` is the agent's address, such as "http://127.0.0.1:8799".
-  AgentClient(std::string base, HTTPSession session) : base_(std::move(base)), session_(session) {}
+  /// `base` is the agent's address, such as "http://127.0.0.1:8799". `mainLoop` outlives the
+  /// requests.
+  AgentClient(MainLoop& mainLoop, std::string base, HTTPSession session)
+      : mainLoop_(&mainLoop), base_(std::move(base)), session_(std::move(session)) {}
 
   [[nodiscard]] const std::string& base() const { return base_; }
 
@@ -53,10 +57,16 @@ class AgentClient {
  private:
   using Answer = std::function<void(Result<std::string>)>;
 
+  /// Wraps a completion so that it runs on the main loop.
+  template <typename T>
+  [[nodiscard]] Completion<T> onMainLoop(Completion<T> done) const {
+    return mainLoop_->later(std::move(done));
+  }
   void get(const std::string& path, Answer done) const;
   void sendJSON(std::string method, const std::string& path, const json::Object& body,
                 Answer done) const;
 
+  MainLoop* mainLoop_;
   std::string base_;
   HTTPSession session_;
 };

@@ -20,7 +20,7 @@ AppDelegate::AppDelegate(const Runtime& runtime, Desktop& desktop, Dialogs& dial
       desktop_(desktop),
       dialogs_(dialogs),
       agentPort_(Config::trayPort()),
-      client_(Config::apiBaseURL(agentPort_),
+      client_(runtime.mainLoop, Config::apiBaseURL(agentPort_),
               HTTPSession(runtime.reactor,
                           {.requestTimeout = agentRequestTimeout,
                            .onConnected =

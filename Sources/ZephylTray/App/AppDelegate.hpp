@@ -125,7 +125,6 @@ class AppDelegate : public std::enable_shared_from_this<AppDelegate> {
   void rebuildMenu();
   [[nodiscard]] UpdateView updateView() const;
   [[nodiscard]] std::map<std::string, TailnetView, std::less<>> tailnetViews() const;
-  [[nodiscard]] static bool tailnetProgramsExist();
   void perform(const MenuAction& action);
   void chooseOpenDesktopWindow(const std::string& object);
   void chooseRedeemInvite(const std::string& object);

@@ -109,10 +109,7 @@ void AppDelegate::decideApproval(const std::string& id, const std::string& decis
     self.desktop_.removeNotification(id);
     self.goOnWithApprovals();
   });
-  client_.decideApproval(id, decision, confirm,
-                         [&mainLoop = runtime_.mainLoop, decided](const Result<void>& result) {
-                           mainLoop.async([decided, result] { decided(result); });
-                         });
+  client_.decideApproval(id, decision, confirm, decided);
 }
 
 void AppDelegate::goOnWithApprovals() {
@@ -156,11 +153,7 @@ void AppDelegate::revokeEscapeGrant(const EscapeGrant& grant) {
         if (!result) return self.showError(result.error().message);
         self.refresh();
       });
-  client_.revokeEscapeGrant(
-      grant.kind, grant.path,
-      [&mainLoop = runtime_.mainLoop, revoked](const Result<std::vector<EscapeGrant>>& result) {
-        mainLoop.async([revoked, result] { revoked(result); });
-      });
+  client_.revokeEscapeGrant(grant.kind, grant.path, revoked);
 }
 
 /// A newer error takes the place of an older one that is still on screen.

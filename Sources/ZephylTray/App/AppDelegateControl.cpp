@@ -24,7 +24,7 @@ void addEntry(ControlServerRecord& record, const ServerEntry& entry) {
   record.accent = entry.displayAccent();
   record.localAccent = entry.accent.value_or("");
   record.enabled = entry.enabled;
-  record.usesTailnet = nonEmpty(entry.tailnetFingerprint).has_value();
+  record.usesTailnet = entry.isJoined();
   record.serverName = nonEmpty(entry.serverName);
   record.serverAccent = nonEmpty(entry.serverAccent);
 }
@@ -100,13 +100,9 @@ void AppDelegate::installFolderHandlers() {
   };
 }
 
-bool AppDelegate::tailnetProgramsExist() {
-  return Config::tailnetBinary("tailscaled") && Config::tailnetBinary("zephyl-tailnet");
-}
-
 json::Object AppDelegate::controlStatus() const {
   ControlStatus status{
-      .available = tailnetProgramsExist(),
+      .available = Config::tailnetProgramsInstalled(),
       .enrolled = nonEmpty(Config::defaults().string("tailnetFingerprint")).has_value(),
       .running = tailnet_->anyRunning(),
   };

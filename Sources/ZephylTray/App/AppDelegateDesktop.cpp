@@ -30,7 +30,7 @@ void AppDelegate::openInShell(const std::string& screen) {
 
 bool AppDelegate::needsOnboarding() {
   return std::ranges::none_of(Servers::enabled(), [](const ServerEntry& entry) {
-    return !entry.tailnetFingerprint.value_or("").empty() || !entry.address.value_or("").empty();
+    return entry.isJoined() || !entry.address.value_or("").empty();
   });
 }
 
@@ -55,12 +55,10 @@ void AppDelegate::announceUnresolvedTarget(const ServerEntry& server) {
 void AppDelegate::lookUpInternalHost() {
   if (internalHostLookedUp_ || tailnet_->instances().empty()) return;
   internalHostLookedUp_ = true;
-  const auto keep =
-      weakly([](AppDelegate& self, bool resolves) { self.zephylInternalResolves_ = resolves; });
-  lookUpHost(runtime_.launcher, std::string(internalWebHost),
-             [&mainLoop = runtime_.mainLoop, keep](const HostAddresses& addresses) {
-               mainLoop.async([keep, resolves = leadsHere(addresses)] { keep(resolves); });
-             });
+  lookUpHost(runtime_.launcher, runtime_.mainLoop, std::string(internalWebHost),
+             weakly([](AppDelegate& self, const HostAddresses& addresses) {
+               self.zephylInternalResolves_ = leadsHere(addresses);
+             }));
 }
 
 std::optional<std::string> AppDelegate::webAddressOf(

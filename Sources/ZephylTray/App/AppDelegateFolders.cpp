@@ -56,9 +56,8 @@ void AppDelegate::shellSetRootShared(const std::string& id, const std::string& r
 AgentClient::Completion<std::vector<SharedRoot>> AppDelegate::foldersChanged(
     const Completion& done) {
   const auto refreshed = weakly([](AppDelegate& self) { self.refresh(); });
-  return [&mainLoop = runtime_.mainLoop, refreshed,
-          done](const Result<std::vector<SharedRoot>>& roots) {
-    mainLoop.async(refreshed);
+  return [refreshed, done](const Result<std::vector<SharedRoot>>& roots) {
+    refreshed();
     done(roots ? std::nullopt : Failure(roots.error().message));
   };
 }

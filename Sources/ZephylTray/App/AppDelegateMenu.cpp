@@ -7,6 +7,7 @@
 #include "System/Files/Log.hpp"
 #include "ZephylTray/App/AppDelegate.hpp"
 #include "ZephylTray/Approvals/Alerts.hpp"
+#include "ZephylTray/Config/Config.hpp"
 #include "ZephylTray/Menu/MenuActions.hpp"
 #include "ZephylTray/Menu/StatusMenu.hpp"
 
@@ -58,7 +59,7 @@ void AppDelegate::rebuildMenu() {
   if (menuIsOpen_) return;
   updateButtonTitle();
   statusItem_->setMenu(statusMenu({.agent = agentView_,
-                                   .tailnetProgramsFound = tailnetProgramsExist(),
+                                   .tailnetProgramsFound = Config::tailnetProgramsInstalled(),
                                    .servers = Servers::all(),
                                    .tailnets = tailnetViews(),
                                    .updates = updateView()}));

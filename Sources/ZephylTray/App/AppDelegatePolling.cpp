@@ -21,15 +21,10 @@ void AppDelegate::refresh() {
 /// Three requests, one after the other, off the main thread; what they brought is applied whole
 /// on the main thread, and then `done` runs there.
 void AppDelegate::pollOnce(Task done) {
-  const auto finish = [&mainLoop = runtime_.mainLoop, done = std::move(done),
-                       apply = weakly([](AppDelegate& self, std::optional<Poll> poll) {
-                         self.apply(std::move(poll));
-                       })](std::optional<Poll> poll) {
-    mainLoop.async([poll = std::move(poll), apply, done] {
-      apply(poll);
-      done();
-    });
-  };
+  const auto finish = weakly([done = std::move(done)](AppDelegate& self, std::optional<Poll> poll) {
+    self.apply(std::move(poll));
+    done();
+  });
   client_.getStatus([client = client_, finish](Result<AgentStatus> status) {
     if (!status) return finish(std::nullopt);
     client.getRoots([client, finish, status = *status](Result<std::vector<SharedRoot>> roots) {

@@ -89,9 +89,7 @@ std::optional<std::string> AppDelegate::removeStoppedServer(const std::string& i
     return failure;
   }
   const auto left = Servers::all();
-  const bool anyJoined = std::ranges::any_of(left, [](const ServerEntry& entry) {
-    return !entry.tailnetFingerprint.value_or("").empty();
-  });
+  const bool anyJoined = std::ranges::any_of(left, &ServerEntry::isJoined);
   if (!anyJoined) Config::defaults().remove("tailnetFingerprint");
   serversChanged();
   return std::nullopt;

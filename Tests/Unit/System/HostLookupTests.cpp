@@ -6,6 +6,7 @@
 
 #include "Support/FakeLauncher.hpp"
 #include "Support/LogCapture.hpp"
+#include "System/Concurrency/MainLoop.hpp"
 
 namespace zephyl {
 namespace {
@@ -13,10 +14,16 @@ namespace {
 class HostLookupTest : public ::testing::Test {
  protected:
   void lookUp() {
-    lookUpHost(launcher_, "host.example",
+    lookUpHost(launcher_, mainLoop_, "host.example",
                [this](const HostAddresses& addresses) { addresses_ = addresses; });
   }
+  std::optional<HostAddresses> found() {
+    EXPECT_FALSE(addresses_) << "not before the main loop runs";
+    mainLoop_.runPending();
+    return addresses_;
+  }
 
+  MainLoop mainLoop_;
   test::FakeLauncher launcher_;
   std::optional<HostAddresses> addresses_;
 };
@@ -26,7 +33,7 @@ TEST_F(HostLookupTest, AsksTheSystemsResolver) {
   const auto child = launcher_.newest();
   EXPECT_EQ(child->options().executable, "/usr/bin/getent");
   EXPECT_EQ(child->options().arguments, (std::vector<std::string>{"ahosts", "host.example"}));
-  EXPECT_FALSE(addresses_);
+  EXPECT_FALSE(found());
 }
 
 TEST_F(HostLookupTest, TakesTheFirstWordOfEachLine) {
@@ -34,28 +41,28 @@ TEST_F(HostLookupTest, TakesTheFirstWordOfEachLine) {
   launcher_.newest()->print({"127.0.0.1       STREAM host.example", "::1             DGRAM", ""});
   launcher_.newest()->print({"203.0.113.9"});
   launcher_.newest()->exit({});
-  EXPECT_EQ(addresses_, (HostAddresses{"127.0.0.1", "::1", "203.0.113.9"}));
+  EXPECT_EQ(found(), (HostAddresses{"127.0.0.1", "::1", "203.0.113.9"}));
 }
 
 TEST_F(HostLookupTest, FindsNothingWhenTheResolverFails) {
   lookUp();
   launcher_.newest()->print({"127.0.0.1 STREAM"});
   launcher_.newest()->exit({ExitStatus::Reason::exited, 2});
-  EXPECT_EQ(addresses_, HostAddresses());
+  EXPECT_EQ(found(), HostAddresses());
 }
 
 TEST_F(HostLookupTest, FindsNothingWhenTheResolverCannotBeStarted) {
   launcher_.failWith("no such file");
   EXPECT_EQ(test::logOf([&] { lookUp(); }),
             "[tray] could not look up host.example: no such file\n");
-  EXPECT_EQ(addresses_, HostAddresses());
+  EXPECT_EQ(found(), HostAddresses());
 }
 
 TEST_F(HostLookupTest, KeepsNoMoreThanALimitOfWhatTheResolverPrints) {
   lookUp();
   launcher_.newest()->print(std::vector<std::string>(1000, "127.0.0.1 STREAM"));
   launcher_.newest()->exit({});
-  EXPECT_EQ(addresses_->size(), 256U);
+  EXPECT_EQ(found()->size(), 256U);
 }
 
 TEST(Loopback, IsThisMachineAlone) {

@@ -1,10 +1,13 @@
 #include "ZephylTray/Agent/AgentClient.hpp"
 
-#include <future>
+#include <functional>
+#include <optional>
 
 #include <gtest/gtest.h>
 
+#include "Support/Eventually.hpp"
 #include "Support/FakeAgent.hpp"
+#include "System/Concurrency/MainLoop.hpp"
 #include "System/Concurrency/Reactor.hpp"
 
 namespace zephyl {
@@ -17,16 +20,28 @@ class AgentClientTest : public ::testing::Test {
   /// Calls one operation and waits for what it delivers.
   template <typename T, typename... Arguments, typename... Given>
   Result<T> call(void (AgentClient::*operation)(Arguments...) const, const Given&... given) {
-    std::promise<Result<T>> promise;
-    (client_.*operation)(given..., [&](Result<T> result) { promise.set_value(std::move(result)); });
-    return promise.get_future().get();
+    std::optional<Result<T>> received;
+    (client_.*operation)(given..., [&](Result<T> result) {
+      EXPECT_TRUE(mainLoop_.isCurrent());
+      received = std::move(result);
+    });
+    runUntil([&] { return received.has_value(); });
+    return received.value();
+  }
+
+  bool runUntil(const std::function<bool()>& condition) {
+    return test::eventually([&] {
+      mainLoop_.runPending();
+      return condition();
+    });
   }
 
   json::Value lastBody() { return *json::parse(agent_.requests().back().body); }
 
   test::FakeAgent agent_;
+  MainLoop mainLoop_;
   Reactor reactor_;
-  AgentClient client_{agent_.base(), HTTPSession(reactor_, {.requestTimeout = 4s})};
+  AgentClient client_{mainLoop_, agent_.base(), HTTPSession(reactor_, {.requestTimeout = 4s})};
 };
 
 TEST_F(AgentClientTest, ReadsStatusRootsAndActivity) {
@@ -117,12 +132,13 @@ TEST_F(AgentClientTest, RevokingAGrantReturnsTheRest) {
 }
 
 TEST_F(AgentClientTest, ARefusedConnectionIsAnErrorWithAReason) {
-  const AgentClient nowhere("http://127.0.0.1:1", HTTPSession(reactor_, {}));
-  std::promise<std::string> message;
+  const AgentClient nowhere(mainLoop_, "http://127.0.0.1:1", HTTPSession(reactor_, {}));
+  std::string message;
   nowhere.getStatus([&](const Result<AgentStatus>& status) {
-    message.set_value(status ? "" : status.error().message);
+    message = status ? "no error" : status.error().message;
   });
-  EXPECT_NE(message.get_future().get().find("refused"), std::string::npos);
+  EXPECT_TRUE(runUntil([&] { return !message.empty(); }));
+  EXPECT_NE(message.find("refused"), std::string::npos) << message;
 }
 
 }  // namespace
