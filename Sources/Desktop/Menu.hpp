@@ -1,7 +1,10 @@
 #pragma once
 
+#include <concepts>
+#include <memory>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace zephyl {
@@ -9,13 +12,47 @@ namespace zephyl {
 /// The colour of the dot before an entry, which tells a state at a glance.
 enum class DotColor { grey, green, orange, red };
 
-/// What choosing an entry asks for: an action by its name, such as "connectServer", and what it is
-/// about (a server's id, say; empty when there is nothing to say).
-struct MenuAction {
-  std::string name;
-  std::string object;
+/// What choosing an entry asks for: a value of a type of the program's own, which a desktop hands
+/// back unread. An immutable value; copies share it. Any thread.
+class MenuAction {
+ public:
+  /// `Value` can be copied and compared.
+  template <std::equality_comparable Value>
+    requires(!std::same_as<Value, MenuAction>)
+  explicit MenuAction(Value value)
+      : content_(std::make_shared<const Holder<Value>>(std::move(value))) {}
 
-  bool operator==(const MenuAction&) const = default;
+  /// Returns the value, or null if it is of another type. Valid as long as a copy of this exists.
+  template <typename Value>
+  [[nodiscard]] const Value* as() const {
+    const auto* const holder = dynamic_cast<const Holder<Value>*>(content_.get());
+    return holder != nullptr ? &holder->value : nullptr;
+  }
+
+  /// Whether type and value are the same.
+  bool operator==(const MenuAction& other) const {
+    return content_ == other.content_ || content_->equals(*other.content_);
+  }
+
+ private:
+  struct Content {
+    Content() = default;
+    Content(const Content&) = delete;
+    Content& operator=(const Content&) = delete;
+    virtual ~Content() = default;
+    [[nodiscard]] virtual bool equals(const Content& other) const = 0;
+  };
+  template <typename Value>
+  struct Holder final : Content {
+    explicit Holder(Value held) : value(std::move(held)) {}
+    [[nodiscard]] bool equals(const Content& other) const override {
+      const auto* const same = dynamic_cast<const Holder*>(&other);
+      return same != nullptr && same->value == value;
+    }
+    const Value value;
+  };
+
+  std::shared_ptr<const Content> content_;
 };
 
 /// One row of a menu. A value: equal entries look and act the same.

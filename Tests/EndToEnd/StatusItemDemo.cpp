@@ -3,7 +3,9 @@
 #include <csignal>
 #include <filesystem>
 #include <iostream>
+#include <string>
 #include <thread>
+#include <utility>
 
 #include <boost/json.hpp>
 
@@ -32,6 +34,9 @@ std::string text(const json::object& object, const char* name) {
 
 Menu readMenu(const json::value& rows);
 
+/// What the demo's rows carry: an action's name and its object.
+using Action = std::pair<std::string, std::string>;
+
 MenuEntry readEntry(const json::object& row) {
   MenuEntry entry;
   entry.key = text(row, "key");
@@ -42,7 +47,8 @@ MenuEntry readEntry(const json::object& row) {
   if (const auto* dot = row.if_contains("dot")) {
     entry.dot = static_cast<DotColor>(dot->as_int64());
   }
-  if (row.contains("action")) entry.action = MenuAction{text(row, "action"), text(row, "object")};
+  if (row.contains("action"))
+    entry.action = MenuAction(Action(text(row, "action"), text(row, "object")));
   if (const auto* submenu = row.if_contains("submenu")) entry.submenu = readMenu(*submenu);
   return entry;
 }
@@ -64,20 +70,20 @@ class Demo {
                             [](const std::string& identifier) {
                               say({{"event", "notification"}, {"identifier", identifier}});
                             }});
-    item().setMenuEvents(
-        {.needsUpdate = [this] { needsUpdate(); },
-         .willOpen =
-             [] {
-               say({{"event", "willOpen"}});
-             },
-         .didClose =
-             [] {
-               say({{"event", "didClose"}});
-             },
-         .chosen =
-             [](const MenuAction& action) {
-               say({{"event", "chosen"}, {"action", action.name}, {"object", action.object}});
-             }});
+    item().setMenuEvents({.needsUpdate = [this] { needsUpdate(); },
+                          .willOpen =
+                              [] {
+                                say({{"event", "willOpen"}});
+                              },
+                          .didClose =
+                              [] {
+                                say({{"event", "didClose"}});
+                              },
+                          .chosen =
+                              [](const MenuAction& action) {
+                                const auto& [name, object] = *action.as<Action>();
+                                say({{"event", "chosen"}, {"action", name}, {"object", object}});
+                              }});
   }
 
   void perform(const json::object& command) {

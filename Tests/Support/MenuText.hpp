@@ -3,6 +3,8 @@
 #include <string>
 
 #include "Desktop/Menu.hpp"
+#include "System/Data/JSON.hpp"
+#include "ZephylTray/Menu/MenuActions.hpp"
 
 namespace zephyl::test {
 
@@ -20,7 +22,51 @@ inline std::string nameOf(DotColor colour) {
   return "?";
 }
 
-/// All that an entry says, its submenu left out: "key: (dot) title [off] ^letter -> action object".
+inline std::string nameOf(const menuActions::RevokeEscapeGrant& action) {
+  return "RevokeEscapeGrant " + json::compact(json::encode(action.grant));
+}
+inline std::string nameOf(const menuActions::OpenServerInBrowser& action) {
+  return "OpenServerInBrowser " + action.serverId;
+}
+inline std::string nameOf(const menuActions::ConnectServer& action) {
+  return "ConnectServer " + action.serverId;
+}
+inline std::string nameOf(const menuActions::RenameServer& action) {
+  return "RenameServer " + action.serverId;
+}
+inline std::string nameOf(const menuActions::RemoveServer& action) {
+  return "RemoveServer " + action.serverId;
+}
+inline std::string nameOf(menuActions::ReviewPendingApprovals) {
+  return "ReviewPendingApprovals";
+}
+inline std::string nameOf(menuActions::OpenDesktopWindow) {
+  return "OpenDesktopWindow";
+}
+inline std::string nameOf(menuActions::RedeemInvite) {
+  return "RedeemInvite";
+}
+inline std::string nameOf(menuActions::ShowTailnetLogs) {
+  return "ShowTailnetLogs";
+}
+inline std::string nameOf(menuActions::RestartTailnet) {
+  return "RestartTailnet";
+}
+inline std::string nameOf(menuActions::CheckForUpdates) {
+  return "CheckForUpdates";
+}
+inline std::string nameOf(menuActions::Quit) {
+  return "Quit";
+}
+
+/// The action's type, and what it is about.
+inline std::string nameOf(const MenuAction& action) {
+  const auto* const known = action.as<TrayAction>();
+  if (known == nullptr) return "?";
+  return std::visit([](const auto& each) { return nameOf(each); }, *known);
+}
+
+/// All that an entry says, its submenu left out: "key: (dot) title [off] ^letter -> Action object".
 inline std::string lineOf(const MenuEntry& entry) {
   std::string line = entry.key + ":";
   if (entry.kind == MenuEntry::Kind::separator) line += " ----";
@@ -28,8 +74,7 @@ inline std::string lineOf(const MenuEntry& entry) {
   if (!entry.title.empty()) line += " " + entry.title;
   if (!entry.enabled) line += " [off]";
   if (!entry.keyEquivalent.empty()) line += " ^" + entry.keyEquivalent;
-  if (entry.action) line += " -> " + entry.action->name;
-  if (entry.action && !entry.action->object.empty()) line += " " + entry.action->object;
+  if (entry.action) line += " -> " + nameOf(*entry.action);
   return line;
 }
 

@@ -22,6 +22,7 @@
 #include "ZephylTray/Agent/AgentPeer.hpp"
 #include "ZephylTray/Agent/AgentProcess.hpp"
 #include "ZephylTray/Control/ControlServer.hpp"
+#include "ZephylTray/Menu/MenuActions.hpp"
 #include "ZephylTray/Menu/StatusDescription.hpp"
 #include "ZephylTray/Menu/StatusMenu.hpp"
 #include "ZephylTray/Tailnet/TailnetManager.hpp"
@@ -126,18 +127,18 @@ class AppDelegate : public std::enable_shared_from_this<AppDelegate> {
   [[nodiscard]] UpdateView updateView() const;
   [[nodiscard]] std::map<std::string, TailnetView, std::less<>> tailnetViews() const;
   void perform(const MenuAction& action);
-  void chooseOpenDesktopWindow(const std::string& object);
-  void chooseRedeemInvite(const std::string& object);
-  void chooseOpenServerInBrowser(const std::string& id);
-  void chooseConnectServer(const std::string& id);
-  void chooseRenameServer(const std::string& id);
-  void chooseRemoveServer(const std::string& id);
-  void chooseTailnetLogs(const std::string& object);
-  void chooseRestartTailnet(const std::string& object);
-  void chooseRevokeEscapeGrant(const std::string& object);
-  void chooseCheckForUpdates(const std::string& object);
-  void chooseReviewPendingApprovals(const std::string& object);
-  void chooseQuit(const std::string& object);
+  void choose(const menuActions::OpenDesktopWindow& action);
+  void choose(const menuActions::RedeemInvite& action);
+  void choose(const menuActions::OpenServerInBrowser& action);
+  void choose(const menuActions::ConnectServer& action);
+  void choose(const menuActions::RenameServer& action);
+  void choose(const menuActions::RemoveServer& action);
+  void choose(const menuActions::ShowTailnetLogs& action);
+  void choose(const menuActions::RestartTailnet& action);
+  void choose(const menuActions::RevokeEscapeGrant& action);
+  void choose(const menuActions::CheckForUpdates& action);
+  void choose(const menuActions::ReviewPendingApprovals& action);
+  void choose(const menuActions::Quit& action);
   void promptForInviteKey();
   void openWebPage(const std::shared_ptr<TailnetProcess>& tailnet);
 

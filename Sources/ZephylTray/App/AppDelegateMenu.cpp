@@ -1,7 +1,6 @@
 #include <map>
 
 #include "System/Concurrency/MainLoop.hpp"
-#include "System/Data/JSON.hpp"
 #include "System/Data/Secret.hpp"
 #include "System/Data/URL.hpp"
 #include "System/Files/Log.hpp"
@@ -85,30 +84,16 @@ UpdateView AppDelegate::updateView() const {
 }
 
 void AppDelegate::perform(const MenuAction& action) {
-  using Action = void (AppDelegate::*)(const std::string& object);
-  static const std::map<std::string_view, Action> actions = {
-      {menuActions::reviewPendingApprovals, &AppDelegate::chooseReviewPendingApprovals},
-      {menuActions::openDesktopWindow, &AppDelegate::chooseOpenDesktopWindow},
-      {menuActions::redeemInvite, &AppDelegate::chooseRedeemInvite},
-      {menuActions::openServerInBrowser, &AppDelegate::chooseOpenServerInBrowser},
-      {menuActions::connectServer, &AppDelegate::chooseConnectServer},
-      {menuActions::renameServer, &AppDelegate::chooseRenameServer},
-      {menuActions::removeServer, &AppDelegate::chooseRemoveServer},
-      {menuActions::showTailnetLogs, &AppDelegate::chooseTailnetLogs},
-      {menuActions::restartTailnet, &AppDelegate::chooseRestartTailnet},
-      {menuActions::revokeEscapeGrant, &AppDelegate::chooseRevokeEscapeGrant},
-      {menuActions::checkForUpdates, &AppDelegate::chooseCheckForUpdates},
-      {menuActions::quit, &AppDelegate::chooseQuit},
-  };
-  const auto found = actions.find(action.name);
-  if (found != actions.end()) (this->*found->second)(action.object);
+  const auto* const chosen = action.as<TrayAction>();
+  if (chosen == nullptr) return;
+  std::visit([this](const auto& each) { choose(each); }, *chosen);
 }
 
-void AppDelegate::chooseOpenDesktopWindow(const std::string&) {
+void AppDelegate::choose(const menuActions::OpenDesktopWindow&) {
   openDesktopWindow();
 }
 
-void AppDelegate::chooseRedeemInvite(const std::string&) {
+void AppDelegate::choose(const menuActions::RedeemInvite&) {
   if (DesktopApp::isInstalled()) return openInShell("join");
   promptForInviteKey();
 }
@@ -129,8 +114,8 @@ void AppDelegate::promptForInviteKey() {
       }));
 }
 
-void AppDelegate::chooseOpenServerInBrowser(const std::string& id) {
-  openWebPage(tailnet_->find(id));
+void AppDelegate::choose(const menuActions::OpenServerInBrowser& action) {
+  openWebPage(tailnet_->find(action.serverId));
 }
 
 void AppDelegate::openInBrowser() {
@@ -143,44 +128,44 @@ void AppDelegate::openWebPage(const std::shared_ptr<TailnetProcess>& tailnet) {
   if (address && URL::parse(*address)) desktop_.openURL(*address);
 }
 
-void AppDelegate::chooseConnectServer(const std::string& id) {
-  const auto failure = setServerEnabled(id, true);
+void AppDelegate::choose(const menuActions::ConnectServer& action) {
+  const auto failure = setServerEnabled(action.serverId, true);
   if (!failure) return;
-  log("could not connect the server {}: {}", id, *failure);
+  log("could not connect the server {}: {}", action.serverId, *failure);
   connectFailureDialog_ = dialogs_.presentAlert(
       alerts::connectFailed(*failure),
       weakly([](AppDelegate& self, const auto&) { self.connectFailureDialog_.reset(); }));
 }
 
-void AppDelegate::chooseRenameServer(const std::string& id) {
-  openInShell("servers/" + id + "/rename");
+void AppDelegate::choose(const menuActions::RenameServer& action) {
+  openInShell("servers/" + action.serverId + "/rename");
 }
 
-void AppDelegate::chooseRemoveServer(const std::string& id) {
-  openInShell("servers/" + id + "/remove");
+void AppDelegate::choose(const menuActions::RemoveServer& action) {
+  openInShell("servers/" + action.serverId + "/remove");
 }
 
-void AppDelegate::chooseTailnetLogs(const std::string&) {
+void AppDelegate::choose(const menuActions::ShowTailnetLogs&) {
   presentLogWindow({.title = "Tailnet Logs", .requestedByUser = true}, tailnet_->recentLog());
 }
 
-void AppDelegate::chooseRestartTailnet(const std::string&) {
+void AppDelegate::choose(const menuActions::RestartTailnet&) {
   for (const auto& tailnet : tailnet_->instances()) tailnet->restart();
 }
 
-void AppDelegate::chooseRevokeEscapeGrant(const std::string& object) {
-  if (const auto grant = json::decodeText<EscapeGrant>(object)) revokeEscapeGrant(*grant);
+void AppDelegate::choose(const menuActions::RevokeEscapeGrant& action) {
+  revokeEscapeGrant(action.grant);
 }
 
-void AppDelegate::chooseReviewPendingApprovals(const std::string&) {
+void AppDelegate::choose(const menuActions::ReviewPendingApprovals&) {
   reviewPendingApprovals();
 }
 
-void AppDelegate::chooseCheckForUpdates(const std::string&) {
+void AppDelegate::choose(const menuActions::CheckForUpdates&) {
   updater_->checkForUpdates();
 }
 
-void AppDelegate::chooseQuit(const std::string&) {
+void AppDelegate::choose(const menuActions::Quit&) {
   quit();
 }
 

@@ -1,22 +1,59 @@
 #pragma once
 
-#include <string_view>
+#include <string>
+#include <variant>
 
-/// What the menu's rows ask for: the values of `MenuAction::name`, and for each what
-/// `MenuAction::object` holds. Without a word about it, it is empty.
-namespace zephyl::menuActions {
+#include "ZephylTray/Agent/AgentRecords.hpp"
 
-inline constexpr std::string_view reviewPendingApprovals = "reviewPendingApprovals";
-inline constexpr std::string_view openDesktopWindow = "openDesktopWindow";
-inline constexpr std::string_view redeemInvite = "redeemInvite";
-inline constexpr std::string_view openServerInBrowser = "openServerInBrowser";  ///< server id
-inline constexpr std::string_view connectServer = "connectServer";              ///< server id
-inline constexpr std::string_view renameServer = "renameServer";                ///< server id
-inline constexpr std::string_view removeServer = "removeServer";                ///< server id
-inline constexpr std::string_view showTailnetLogs = "showTailnetLogs";
-inline constexpr std::string_view restartTailnet = "restartTailnet";
-inline constexpr std::string_view revokeEscapeGrant = "revokeEscapeGrant";  ///< `EscapeGrant`, JSON
-inline constexpr std::string_view checkForUpdates = "checkForUpdates";
-inline constexpr std::string_view quit = "quit";
+namespace zephyl {
 
-}  // namespace zephyl::menuActions
+/// What the rows of the status item's menu ask for: a type for each, which holds what it is about.
+namespace menuActions {
+
+/// An action that is about nothing in particular.
+struct Plain {
+  bool operator==(const Plain&) const = default;
+};
+struct ReviewPendingApprovals : Plain {};
+struct OpenDesktopWindow : Plain {};
+struct RedeemInvite : Plain {};
+struct ShowTailnetLogs : Plain {};
+struct RestartTailnet : Plain {};
+struct CheckForUpdates : Plain {};
+struct Quit : Plain {};
+
+/// An action on one server.
+struct OnServer {
+  explicit OnServer(std::string id) : serverId(std::move(id)) {}
+  std::string serverId;
+  bool operator==(const OnServer&) const = default;
+};
+struct OpenServerInBrowser : OnServer {
+  using OnServer::OnServer;
+};
+struct ConnectServer : OnServer {
+  using OnServer::OnServer;
+};
+struct RenameServer : OnServer {
+  using OnServer::OnServer;
+};
+struct RemoveServer : OnServer {
+  using OnServer::OnServer;
+};
+
+struct RevokeEscapeGrant {
+  EscapeGrant grant;
+  bool operator==(const RevokeEscapeGrant&) const = default;
+};
+
+}  // namespace menuActions
+
+/// The value of every `MenuAction` in the status item's menu.
+using TrayAction =
+    std::variant<menuActions::ReviewPendingApprovals, menuActions::OpenDesktopWindow,
+                 menuActions::RedeemInvite, menuActions::OpenServerInBrowser,
+                 menuActions::ConnectServer, menuActions::RenameServer, menuActions::RemoveServer,
+                 menuActions::ShowTailnetLogs, menuActions::RestartTailnet,
+                 menuActions::RevokeEscapeGrant, menuActions::CheckForUpdates, menuActions::Quit>;
+
+}  // namespace zephyl

@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "Desktop/Menu.hpp"
+#include "ZephylTray/Menu/MenuActions.hpp"
 
 /// The sorts of rows that the tray's menus are made of. Pure.
 namespace zephyl::menuRows {
@@ -14,11 +15,9 @@ inline MenuEntry information(std::string key, std::string title) {
   return {.key = std::move(key), .title = std::move(title), .enabled = false};
 }
 
-inline MenuEntry command(std::string key, std::string title, std::string_view action,
-                         std::string object = {}) {
-  return {.key = std::move(key),
-          .title = std::move(title),
-          .action = MenuAction{std::string(action), std::move(object)}};
+inline MenuEntry command(std::string key, std::string title, TrayAction action) {
+  return {
+      .key = std::move(key), .title = std::move(title), .action = MenuAction(std::move(action))};
 }
 
 /// Opens `submenu` and does nothing else.

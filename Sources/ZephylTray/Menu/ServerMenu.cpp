@@ -57,7 +57,7 @@ void addAddress(const ServerView& view, Menu& menu) {
   if (view.tailnet == nullptr || !view.tailnet->state.boundAddress) return;
   const auto& state = view.tailnet->state;
   menu.push_back(command("browser", "Open in Browser  (" + visible(*state.boundAddress) + ")",
-                         menuActions::openServerInBrowser, view.server.id));
+                         menuActions::OpenServerInBrowser(view.server.id)));
   if (state.activeRelay) {
     menu.push_back(information("relay", "via " + visible(*state.activeRelay)));
   }
@@ -66,14 +66,14 @@ void addAddress(const ServerView& view, Menu& menu) {
 void addActions(const ServerView& view, Menu& menu) {
   const auto& id = view.server.id;
   if (!view.server.enabled) {
-    menu.push_back(command("connect", "Connect", menuActions::connectServer, id));
+    menu.push_back(command("connect", "Connect", menuActions::ConnectServer(id)));
   }
-  menu.push_back(command("rename", "Rename…", menuActions::renameServer, id));
-  menu.push_back(command("remove", "Remove Server…", menuActions::removeServer, id));
+  menu.push_back(command("rename", "Rename…", menuActions::RenameServer(id)));
+  menu.push_back(command("remove", "Remove Server…", menuActions::RemoveServer(id)));
   if (view.tailnet != nullptr && view.tailnet->hasLog) {
-    menu.push_back(command("logs", "Tailnet Logs…", menuActions::showTailnetLogs));
+    menu.push_back(command("logs", "Tailnet Logs…", menuActions::ShowTailnetLogs{}));
   }
-  menu.push_back(command("restart", "Restart Tailnet", menuActions::restartTailnet));
+  menu.push_back(command("restart", "Restart Tailnet", menuActions::RestartTailnet{}));
 }
 
 Menu serverSubmenu(const ServerView& view) {

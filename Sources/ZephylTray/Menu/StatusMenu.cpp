@@ -4,7 +4,6 @@
 #include <unordered_map>
 
 #include "System/Data/Format.hpp"
-#include "System/Data/JSON.hpp"
 #include "System/Data/Text.hpp"
 #include "ZephylTray/Agent/ServerConnections.hpp"
 #include "ZephylTray/Menu/MenuActions.hpp"
@@ -59,7 +58,7 @@ void addApprovals(const AgentView& agent, Menu& menu) {
   if (activity == nullptr || activity->pendingApprovals.empty()) return;
   menu.push_back(command("approvals",
                          "⚠️ " + approvalsNeeded(activity->pendingApprovals.size()) + "…",
-                         menuActions::reviewPendingApprovals));
+                         menuActions::ReviewPendingApprovals{}));
   menu.push_back(separator("open"));
 }
 
@@ -83,7 +82,7 @@ void addServers(const StatusMenuState& state, Menu& menu) {
 void addTailnetSection(const StatusMenuState& state, Menu& menu) {
   if (!state.tailnetProgramsFound) return;
   if (state.servers.empty()) {
-    menu.push_back(command("join", "Join the Zephyl tailnet…", menuActions::redeemInvite));
+    menu.push_back(command("join", "Join the Zephyl tailnet…", menuActions::RedeemInvite{}));
   } else {
     addServers(state, menu);
   }
@@ -105,8 +104,7 @@ Menu grantSubmenu(const EscapeGrant& grant) {
     menu.push_back(information("grantedBy", "Granted for: " + exceptionTitle(*grant.grantedBy)));
   }
   menu.push_back(separator("revoke"));
-  menu.push_back(command("revoke", "Revoke", menuActions::revokeEscapeGrant,
-                         json::compact(json::encode(grant))));
+  menu.push_back(command("revoke", "Revoke", menuActions::RevokeEscapeGrant{grant}));
   return menu;
 }
 
@@ -156,9 +154,9 @@ void addUpdateControls(const UpdateView& updates, Menu& menu) {
   } else if (updates.pendingVersion) {
     menu.push_back(command("update",
                            "Update to " + visible(*updates.pendingVersion) + " available…",
-                           menuActions::checkForUpdates));
+                           menuActions::CheckForUpdates{}));
   }
-  menu.push_back(command("check", "Check for Updates…", menuActions::checkForUpdates));
+  menu.push_back(command("check", "Check for Updates…", menuActions::CheckForUpdates{}));
   menu.back().enabled = updates.canCheck;
 }
 
@@ -168,14 +166,15 @@ Menu statusMenu(const StatusMenuState& state) {
   Menu menu;
   menu.reserve(state.servers.size() + 13);
   addApprovals(state.agent, menu);
-  menu.push_back(withShortcut(command("open", "Open Zephyl", menuActions::openDesktopWindow), "o"));
+  menu.push_back(
+      withShortcut(command("open", "Open Zephyl", menuActions::OpenDesktopWindow{}), "o"));
   menu.push_back(separator("servers"));
   addTailnetSection(state, menu);
   addModel(state.agent, menu);
   addExceptions(state.agent, menu);
   addUpdateControls(state.updates, menu);
   menu.push_back(separator("quit"));
-  menu.push_back(withShortcut(command("quit", "Quit Zephyl", menuActions::quit), "q"));
+  menu.push_back(withShortcut(command("quit", "Quit Zephyl", menuActions::Quit{}), "q"));
   return menu;
 }
 

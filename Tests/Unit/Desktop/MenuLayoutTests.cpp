@@ -12,7 +12,7 @@ namespace {
 MenuEntry row(std::string key, std::string title, std::vector<MenuEntry> submenu = {}) {
   return {.key = std::move(key),
           .title = std::move(title),
-          .action = MenuAction{"act", {}},
+          .action = MenuAction(std::string("act")),
           .submenu = std::move(submenu)};
 }
 
@@ -110,7 +110,7 @@ TEST_F(MenuLayoutTest, AnotherShapeOrAnotherActionIsAnotherRow) {
   auto dotted = plain;
   dotted.dot = DotColor::red;
   auto acting = plain;
-  acting.action = MenuAction{"act", "on something else"};
+  acting.action = MenuAction(std::string("act on something else"));
   auto withKey = plain;
   withKey.keyEquivalent = "o";
   for (const auto& other : {separator, dotted, acting, withKey, row("a", "A", {row("x", "X")})}) {

@@ -10,7 +10,7 @@ namespace {
 using Kind = Key::Kind;
 
 MenuEntry command(const std::string& key) {
-  return {.key = key, .title = key, .action = MenuAction{.name = key}};
+  return {.key = key, .title = key, .action = MenuAction(key)};
 }
 
 MenuEntry information(const std::string& key) {
@@ -98,7 +98,7 @@ TEST_F(MenuViewTest, OpensASubmenuInPlaceAndClosesItFromInside) {
             "  ──────────────────────────\n"
             "  quit");
   press(Kind::down);
-  EXPECT_EQ(press(Kind::enter).chosen, (MenuAction{.name = "restart hill"}));
+  EXPECT_EQ(press(Kind::enter).chosen, (MenuAction(std::string("restart hill"))));
   press(Kind::escape);
   EXPECT_EQ(chosen(), "hill");
   EXPECT_EQ(drawn().find("restart"), std::string::npos);
@@ -106,7 +106,7 @@ TEST_F(MenuViewTest, OpensASubmenuInPlaceAndClosesItFromInside) {
 
 TEST_F(MenuViewTest, RunsAnEntryByItsKeyEquivalent) {
   EXPECT_EQ(view_.handle({.kind = Kind::control, .text = "o"}).chosen,
-            (MenuAction{.name = "open"}));
+            (MenuAction(std::string("open"))));
   EXPECT_FALSE(view_.handle({.kind = Kind::control, .text = "x"}).handled);
   EXPECT_FALSE(type("o").handled);
 }
@@ -188,7 +188,7 @@ TEST_F(MenuViewTest, TakesTheMouse) {
   drawn();
   EXPECT_FALSE(view_.handle({.kind = Kind::press, .row = 3, .column = 8}).chosen);
   EXPECT_EQ(view_.handle({.kind = Kind::press, .row = 4, .column = 8}).chosen,
-            (MenuAction{.name = "restart hill"}));
+            (MenuAction(std::string("restart hill"))));
   EXPECT_FALSE(view_.handle({.kind = Kind::press, .row = 40, .column = 8}).handled);
 }
 

@@ -35,10 +35,10 @@ class TerminalScreenTest : public ::testing::Test {
  protected:
   TerminalScreenTest() {
     screen_->setMenu(
-        {{.key = "open", .title = "Open Zephyl", .action = MenuAction{.name = "open"}},
-         {.key = "quit", .title = "Quit Zephyl", .action = MenuAction{.name = "quit"}}});
+        {{.key = "open", .title = "Open Zephyl", .action = MenuAction(std::string("open"))},
+         {.key = "quit", .title = "Quit Zephyl", .action = MenuAction(std::string("quit"))}});
     screen_->events.menu.chosen = [this](const MenuAction& action) {
-      chosen_.push_back(action.name);
+      chosen_.push_back(*action.as<std::string>());
     };
     mainLoop_.runPending();
   }
@@ -113,8 +113,9 @@ TEST_F(TerminalScreenTest, DrawsNothingAndWaitsForNothingWhileNothingChanges) {
   screen_->setDescription("reachable");
   drawn();
   screen_->setDescription("reachable");
-  screen_->setMenu({{.key = "open", .title = "Open Zephyl", .action = MenuAction{.name = "open"}},
-                    {.key = "quit", .title = "Quit Zephyl", .action = MenuAction{.name = "quit"}}});
+  screen_->setMenu(
+      {{.key = "open", .title = "Open Zephyl", .action = MenuAction(std::string("open"))},
+       {.key = "quit", .title = "Quit Zephyl", .action = MenuAction(std::string("quit"))}});
   EXPECT_EQ(drawn(), "");
   EXPECT_EQ(clock_.pendingTimers(), 0U);
 }

@@ -184,7 +184,7 @@ TEST_F(ApprovalsTest, ARequestThatCannotBeShownWaitsForTheMenu) {
   pend({"a"});
   EXPECT_EQ(prompts(), Strings{});
   EXPECT_TRUE(decisions().empty());
-  desktop_.item.events.chosen({std::string(menuActions::reviewPendingApprovals), ""});
+  desktop_.item.events.chosen(MenuAction(TrayAction(menuActions::ReviewPendingApprovals())));
   EXPECT_EQ(prompts(), Strings{"a"});
   EXPECT_EQ(desktop_.notifications.size(), 1U);
 }
@@ -202,13 +202,13 @@ TEST_F(ApprovalsTest, ANotificationLeadsToItsRequest) {
 TEST_F(ApprovalsTest, MenuAndNotificationBringThePromptThatIsOpenToTheFront) {
   pend({"a", "b"});
   EXPECT_EQ(dialogs_.timesBroughtToFront(), 0);
-  desktop_.item.events.chosen({std::string(menuActions::reviewPendingApprovals), ""});
+  desktop_.item.events.chosen(MenuAction(TrayAction(menuActions::ReviewPendingApprovals())));
   EXPECT_EQ(dialogs_.timesBroughtToFront(), 1);
   desktop_.events.notificationActivated("a");
   EXPECT_EQ(dialogs_.timesBroughtToFront(), 2);
   EXPECT_EQ(prompts(), Strings{"a"});
   dialogs_.press("Always allow…");
-  desktop_.item.events.chosen({std::string(menuActions::reviewPendingApprovals), ""});
+  desktop_.item.events.chosen(MenuAction(TrayAction(menuActions::ReviewPendingApprovals())));
   EXPECT_EQ(dialogs_.timesBroughtToFront(), 1) << "the confirmation";
   ASSERT_EQ(dialogs_.alerts().size(), 1U);
 }
@@ -216,7 +216,7 @@ TEST_F(ApprovalsTest, MenuAndNotificationBringThePromptThatIsOpenToTheFront) {
 TEST_F(ApprovalsTest, WhatComesAfterAnAnswerIsUnrequestedAgain) {
   pend({"a", "b"});
   dialogs_.failToShow();
-  desktop_.item.events.chosen({std::string(menuActions::reviewPendingApprovals), ""});
+  desktop_.item.events.chosen(MenuAction(TrayAction(menuActions::ReviewPendingApprovals())));
   dialogs_.press("Deny");
   ASSERT_TRUE(runtime_.runUntil([&] { return prompts() == Strings{"b"}; }));
   EXPECT_FALSE(dialogs_.alerts()[0].requestedByUser);
@@ -230,7 +230,7 @@ TEST_F(ApprovalsTest, ADecisionThatTheAgentRefusesIsSaidAndNotAskedAgain) {
   const auto alert = dialogs_.alerts()[0];
   EXPECT_EQ(alert.messageText, "Couldn't update shared folders");
   EXPECT_EQ(alert.informativeText, "too late");
-  desktop_.item.events.chosen({std::string(menuActions::reviewPendingApprovals), ""});
+  desktop_.item.events.chosen(MenuAction(TrayAction(menuActions::ReviewPendingApprovals())));
   EXPECT_EQ(dialogs_.timesBroughtToFront(), 1);
   dialogs_.press("OK");
   pend({"a"});
@@ -255,8 +255,7 @@ TEST_F(ApprovalsTest, AnErrorThatANewerOneReplacesHoldsNothingUp) {
   dialogs_.press("Deny");
   ASSERT_TRUE(runtime_.runUntil([&] { return !dialogs_.alerts().empty(); }));
   const EscapeGrant grant{.path = "/etc/a", .root = "/r", .kind = "path", .grantedAt = 1};
-  desktop_.item.events.chosen(
-      {std::string(menuActions::revokeEscapeGrant), json::compact(json::encode(grant))});
+  desktop_.item.events.chosen(MenuAction(TrayAction(menuActions::RevokeEscapeGrant{grant})));
   EXPECT_TRUE(runtime_.runUntil([&] {
     return prompts() == Strings{"Couldn't update shared folders", "b"};
   }));
@@ -266,13 +265,11 @@ TEST_F(ApprovalsTest, AnErrorThatANewerOneReplacesHoldsNothingUp) {
 TEST_F(ApprovalsTest, RevokingAnExceptionIsSentAtOnce) {
   agent_.answer("DELETE /api/escape-grants", 200, R"({"escapeGrants":[]})");
   const EscapeGrant grant{.path = "/etc/a", .root = "/r", .kind = "path", .grantedAt = 1};
-  desktop_.item.events.chosen(
-      {std::string(menuActions::revokeEscapeGrant), json::compact(json::encode(grant))});
+  desktop_.item.events.chosen(MenuAction(TrayAction(menuActions::RevokeEscapeGrant{grant})));
   EXPECT_TRUE(
       runtime_.runUntil([&] { return agent_.requestCount("DELETE /api/escape-grants") == 1; }));
   agent_.answer("DELETE /api/escape-grants", 500, R"({"error":"no"})");
-  desktop_.item.events.chosen(
-      {std::string(menuActions::revokeEscapeGrant), json::compact(json::encode(grant))});
+  desktop_.item.events.chosen(MenuAction(TrayAction(menuActions::RevokeEscapeGrant{grant})));
   ASSERT_TRUE(runtime_.runUntil([&] { return !dialogs_.alerts().empty(); }));
   EXPECT_EQ(dialogs_.alerts()[0].informativeText, "no");
 }

@@ -30,9 +30,7 @@ class MenuTest : public ::testing::Test {
   }
   ~MenuTest() override { delegate_->applicationWillTerminate(); }
 
-  void choose(std::string_view action, const std::string& object = "") {
-    desktop_.item.events.chosen({std::string(action), object});
-  }
+  void choose(TrayAction action) { desktop_.item.events.chosen(MenuAction(std::move(action))); }
   /// A joined server whose tailnet is up.
   std::string joinServer(const std::string& address = "100.64.0.7:8080") {
     delegate_->redeem("inv_v2_" + std::string(32, 'a') + "_one");
@@ -65,11 +63,12 @@ TEST_F(MenuTest, IsNotRebuiltWhileItIsOpen) {
 
 TEST_F(MenuTest, OpensTheDesktopAppAtItsScreens) {
   const auto id = joinServer();
-  for (const auto action : {menuActions::openDesktopWindow, menuActions::redeemInvite,
-                            menuActions::renameServer, menuActions::removeServer}) {
+  for (const TrayAction& action : std::initializer_list<TrayAction>{
+           menuActions::OpenDesktopWindow(), menuActions::RedeemInvite(),
+           menuActions::RenameServer(id), menuActions::RemoveServer(id)}) {
     const auto before = activations();
-    choose(action, id);
-    EXPECT_EQ(activations(), before + 1) << action;
+    choose(action);
+    EXPECT_EQ(activations(), before + 1) << action.index();
   }
   desktop_.events.reopened();
   EXPECT_EQ(Servers::all().size(), 1U);
@@ -77,8 +76,8 @@ TEST_F(MenuTest, OpensTheDesktopAppAtItsScreens) {
 
 TEST_F(MenuTest, OpensAServersWebPage) {
   const auto id = joinServer();
-  choose(menuActions::openServerInBrowser, id);
-  choose(menuActions::openServerInBrowser, "none");
+  choose(menuActions::OpenServerInBrowser(id));
+  choose(menuActions::OpenServerInBrowser("none"));
   EXPECT_EQ(desktop_.openedURLs, std::vector<std::string>{"http://100.64.0.7:8080"});
 }
 
@@ -93,13 +92,13 @@ TEST_F(MenuTest, OpensTheWebPageOfTheFirstServer) {
 TEST_F(MenuTest, ConnectsAServerThatWasDisabled) {
   const auto id = joinServer();
   delegate_->setServerEnabled(id, false);
-  choose(menuActions::connectServer, id);
+  choose(menuActions::ConnectServer(id));
   EXPECT_TRUE(Servers::all()[0].enabled);
 }
 
 TEST_F(MenuTest, AsksForAnInviteKeyAndSaysWhyItDidNotWork) {
   std::filesystem::remove_all(world_.source());
-  choose(menuActions::redeemInvite);
+  choose(menuActions::RedeemInvite());
   ASSERT_EQ(dialogs_.alerts().size(), 1U);
   EXPECT_EQ(dialogs_.alerts()[0].messageText, "Join the Zephyl Tailnet");
   dialogs_.press("Join", "inv_v2_nonsense");
@@ -115,7 +114,7 @@ TEST_F(MenuTest, AsksForAnInviteKeyItselfWhereTheWorkingDirectoryIsNoSourceTree)
   const auto before = std::filesystem::current_path();
   std::filesystem::current_path(world_.directory().path());
   const test::ScopedVariable root("ZEPHYL_REPO_ROOT", "");
-  choose(menuActions::redeemInvite);
+  choose(menuActions::RedeemInvite());
   std::filesystem::current_path(before);
   ASSERT_EQ(dialogs_.alerts().size(), 1U);
   EXPECT_EQ(dialogs_.alerts()[0].messageText, "Join the Zephyl Tailnet");
@@ -124,22 +123,22 @@ TEST_F(MenuTest, AsksForAnInviteKeyItselfWhereTheWorkingDirectoryIsNoSourceTree)
 
 TEST_F(MenuTest, JoinBringsThePromptThatIsOpenToTheFront) {
   std::filesystem::remove_all(world_.source());
-  choose(menuActions::redeemInvite);
+  choose(menuActions::RedeemInvite());
   EXPECT_TRUE(dialogs_.alerts().at(0).requestedByUser);
-  choose(menuActions::redeemInvite);
+  choose(menuActions::RedeemInvite());
   ASSERT_EQ(dialogs_.alerts().size(), 1U);
   EXPECT_EQ(dialogs_.timesBroughtToFront(), 1);
   dialogs_.press("Cancel");
-  choose(menuActions::redeemInvite);
+  choose(menuActions::RedeemInvite());
   EXPECT_EQ(dialogs_.timesBroughtToFront(), 0);
 }
 
 TEST_F(MenuTest, JoinsWithAGoodKeyAndWithNoneWhenCancelled) {
   std::filesystem::remove_all(world_.source());
-  choose(menuActions::redeemInvite);
+  choose(menuActions::RedeemInvite());
   dialogs_.press("Cancel", "inv_v2_" + std::string(32, 'a') + "_one");
   EXPECT_TRUE(Servers::all().empty());
-  choose(menuActions::redeemInvite);
+  choose(menuActions::RedeemInvite());
   dialogs_.press("Join", "inv_v2_" + std::string(32, 'a') + "_one");
   EXPECT_EQ(Servers::all().size(), 1U);
   EXPECT_TRUE(dialogs_.alerts().empty());
@@ -147,7 +146,7 @@ TEST_F(MenuTest, JoinsWithAGoodKeyAndWithNoneWhenCancelled) {
 
 TEST_F(MenuTest, ALogWindowTakesThePlaceOfTheOneThatIsOpen) {
   joinServer();
-  choose(menuActions::showTailnetLogs);
+  choose(menuActions::ShowTailnetLogs());
   ASSERT_EQ(dialogs_.logWindows().size(), 1U);
   EXPECT_EQ(dialogs_.logWindows()[0].title, "Tailnet Logs");
   EXPECT_EQ(dialogs_.logWindows()[0].message, "");
@@ -174,7 +173,7 @@ TEST_F(MenuTest, ControlCharactersOfALogAreVisibleOnTheClipboardAndInTheFile) {
   runtime_.advance(2s);
   runtime_.launcher.newest()->print({"\x1b]0;title\x07 and \u202E"});
   runtime_.settle();
-  choose(menuActions::showTailnetLogs);
+  choose(menuActions::ShowTailnetLogs());
   const auto copied = dialogs_.logWindows().at(0).fullText;
   EXPECT_NE(copied.find("␛]0;title␇ and \\u202e"), std::string::npos) << copied;
   EXPECT_EQ(copied.find('\x1b'), std::string::npos);

@@ -167,7 +167,7 @@ TEST_F(UnsavableTest, TheMenuSaysThatAServerCannotBeConnected) {
   const auto id = Servers::add("", "http://lab", std::nullopt)->id;
   Servers::update(id, [](ServerEntry& entry) { entry.enabled = false; });
   breakRegistry();
-  desktop_.item.events.chosen({std::string(menuActions::connectServer), id});
+  desktop_.item.events.chosen(MenuAction(TrayAction(menuActions::ConnectServer(id))));
   ASSERT_EQ(dialogs_.alerts().size(), 1U);
   EXPECT_EQ(dialogs_.alerts()[0].messageText, "The server couldn't be connected");
   EXPECT_EQ(dialogs_.alerts()[0].informativeText, unchanged_);
@@ -211,7 +211,7 @@ TEST_F(RedeemTest, RestartingATailnetRestartsThatOfEveryServer) {
   runtime_.advance(2s);
   ASSERT_EQ(running("tailscaled"), 2U);
   const auto before = launched("tailscaled");
-  desktop_.item.events.chosen({std::string(menuActions::restartTailnet), ""});
+  desktop_.item.events.chosen(MenuAction(TrayAction(menuActions::RestartTailnet())));
   runtime_.advance(10s);
   EXPECT_EQ(launched("tailscaled"), before + 2);
   EXPECT_EQ(running("tailscaled"), 2U);

@@ -41,14 +41,14 @@ TEST(ServerMenu, AConnectedServer) {
   EXPECT_EQ(menuOf({server, &tailnet, &enrolled, 2}), R"(
 server/id-1: (green) Lab
   state: Connected [off]
-  browser: Open in Browser  (127.100.0.1:80) -> openServerInBrowser id-1
+  browser: Open in Browser  (127.100.0.1:80) -> OpenServerInBrowser id-1
   relay: via relay-7 [off]
   folders: 2 folders shared [off]
   separator/actions: ----
-  rename: Rename… -> renameServer id-1
-  remove: Remove Server… -> removeServer id-1
-  logs: Tailnet Logs… -> showTailnetLogs
-  restart: Restart Tailnet -> restartTailnet
+  rename: Rename… -> RenameServer id-1
+  remove: Remove Server… -> RemoveServer id-1
+  logs: Tailnet Logs… -> ShowTailnetLogs
+  restart: Restart Tailnet -> RestartTailnet
 )");
 }
 
@@ -59,9 +59,9 @@ server/id-1: (red) Lab
   state: Disconnected [off]
   folders: Agent not running [off]
   separator/actions: ----
-  rename: Rename… -> renameServer id-1
-  remove: Remove Server… -> removeServer id-1
-  restart: Restart Tailnet -> restartTailnet
+  rename: Rename… -> RenameServer id-1
+  remove: Remove Server… -> RemoveServer id-1
+  restart: Restart Tailnet -> RestartTailnet
 )");
 }
 
@@ -72,10 +72,10 @@ server/id-1: (grey) Lab
   state: Disabled [off]
   folders: 1 folder shared [off]
   separator/actions: ----
-  connect: Connect -> connectServer id-1
-  rename: Rename… -> renameServer id-1
-  remove: Remove Server… -> removeServer id-1
-  restart: Restart Tailnet -> restartTailnet
+  connect: Connect -> ConnectServer id-1
+  rename: Rename… -> RenameServer id-1
+  remove: Remove Server… -> RemoveServer id-1
+  restart: Restart Tailnet -> RestartTailnet
 )");
 }
 
@@ -93,14 +93,14 @@ server/id-1: (green) Lab
   state: Connected [off]
   enrolment: Folders here aren't shared with it [off]
   address: Zephyl not found on this network [off]
-  browser: Open in Browser  (127.100.0.1:8080) -> openServerInBrowser id-1
+  browser: Open in Browser  (127.100.0.1:8080) -> OpenServerInBrowser id-1
   relay: via relay-7 [off]
   folders: 0 folders shared [off]
   separator/actions: ----
-  rename: Rename… -> renameServer id-1
-  remove: Remove Server… -> removeServer id-1
-  logs: Tailnet Logs… -> showTailnetLogs
-  restart: Restart Tailnet -> restartTailnet
+  rename: Rename… -> RenameServer id-1
+  remove: Remove Server… -> RemoveServer id-1
+  logs: Tailnet Logs… -> ShowTailnetLogs
+  restart: Restart Tailnet -> RestartTailnet
 )");
 }
 
@@ -134,7 +134,7 @@ TEST(ServerMenu, DotAndStateFollowTheTailnet) {
     const auto off = lab(false);
     EXPECT_EQ(serverMenu("k", {off, tailnet}).dot, DotColor::grey);
     EXPECT_EQ(rows({off, tailnet}, {"state", "connect"}),
-              "state: Disabled [off]\nconnect: Connect -> connectServer id-1");
+              "state: Disabled [off]\nconnect: Connect -> ConnectServer id-1");
   }
 }
 
@@ -179,7 +179,7 @@ TEST(ServerMenu, AServerWithoutAnAddressIsLookedFor) {
 
 TEST(ServerMenu, ABoundAddressCanBeOpenedWhetherOrNotTheTailnetRuns) {
   const std::string browser =
-      "browser: Open in Browser  (127.0.0.1:8080) -> openServerInBrowser id-1";
+      "browser: Open in Browser  (127.0.0.1:8080) -> OpenServerInBrowser id-1";
   const TailnetView stopped{false, {.boundAddress = "127.0.0.1:8080"}};
   const auto on = lab(true);
   const auto off = lab(false);
@@ -209,7 +209,7 @@ TEST(ServerMenu, OffersLogsOnlyWhenThereAreSome) {
   const TailnetView silent{.hasLog = false};
   const TailnetView talkative{.hasLog = true};
   EXPECT_EQ(rows({server, &silent}, {"logs"}), "");
-  EXPECT_EQ(rows({server, &talkative}, {"logs"}), "logs: Tailnet Logs… -> showTailnetLogs");
+  EXPECT_EQ(rows({server, &talkative}, {"logs"}), "logs: Tailnet Logs… -> ShowTailnetLogs");
 }
 
 TEST(ServerMenu, ControlCharactersFromOutsideAreMadeVisible) {
@@ -219,7 +219,7 @@ TEST(ServerMenu, ControlCharactersFromOutsideAreMadeVisible) {
       true, {.boundAddress = "127.0.0.1:80\t", .activeRelay = "re\x1blay"}, false};
   EXPECT_EQ(serverMenu("k", {server, &usable}).title, "L␊ab");
   EXPECT_EQ(rows({server, &usable}, {"browser", "relay"}),
-            "browser: Open in Browser  (127.0.0.1:80␉) -> openServerInBrowser id-1\n"
+            "browser: Open in Browser  (127.0.0.1:80␉) -> OpenServerInBrowser id-1\n"
             "relay: via re␛lay [off]");
   const TailnetView stalled{.state = {.stalledReason = "no\rway"}};
   EXPECT_EQ(rows({server, &stalled}, {"state"}), "state: no␍way [off]");
