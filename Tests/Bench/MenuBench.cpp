@@ -15,7 +15,7 @@ std::string identifier(std::int64_t number) {
 
 /// Outlives the state that refers to its agent.
 struct Crowd {
-  AgentView agent;
+  AgentSnapshot agent;
   StatusMenuState state{.agent = agent, .tailnetProgramsFound = true};
 };
 

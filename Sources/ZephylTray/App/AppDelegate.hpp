@@ -91,7 +91,7 @@ class AppDelegate : public std::enable_shared_from_this<AppDelegate> {
   /// Follows the agent's event stream, afresh when it is being followed already.
   void startActivityStream();
 
-  [[nodiscard]] const AgentView& agentView() const { return agentView_; }
+  [[nodiscard]] const AgentSnapshot& agentView() const { return agentView_; }
 
  private:
   /// What one successful poll brought. `activity` is none when only that request failed.
@@ -221,7 +221,7 @@ class AppDelegate : public std::enable_shared_from_this<AppDelegate> {
   std::shared_ptr<AgentProcess> agent_;
   std::shared_ptr<TailnetManager> tailnet_;
   Timer pollTimer_;
-  AgentView agentView_;
+  AgentSnapshot agentView_;
   bool polled_ = false;  // once: until then the state is not known
   std::optional<ActivityStream> sseTask_;
   // Shared with the updater, which asks from any thread.

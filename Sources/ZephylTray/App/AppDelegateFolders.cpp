@@ -1,7 +1,7 @@
 #include <algorithm>
 
 #include "System/Concurrency/MainLoop.hpp"
-#include "ZephylTray/Actions/FolderScope.hpp"
+#include "ZephylTray/Actions/SharedServers.hpp"
 #include "ZephylTray/App/AppDelegate.hpp"
 #include "ZephylTray/Registry/Servers.hpp"
 
@@ -44,7 +44,7 @@ void AppDelegate::shellSetRootShared(const std::string& id, const std::string& r
     if (!roots) return done(roots.error().message);
     const auto found = std::ranges::find(*roots, root, &SharedRoot::root);
     if (found == roots->end()) return done("That folder is not shared from this machine.");
-    const auto servers = scope(*found, Servers::all(), id, shared);
+    const auto servers = serversSharing(*found, Servers::all(), id, shared);
     if (servers.empty()) {
       client.removeRoot(root, changed);
     } else {

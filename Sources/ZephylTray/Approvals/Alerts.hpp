@@ -22,14 +22,4 @@ Alert phraseDidNotMatch();
 /// Something that the user asked of the agent has failed.
 Alert error(const std::string& description);
 
-/// Asks for an invite key.
-Alert inviteKey();
-enum class InviteKeyButton : std::size_t { join, cancel };
-
-/// That key could not be redeemed.
-Alert inviteKeyFailed(const std::string& message);
-
-/// A server could not be connected.
-Alert connectFailed(const std::string& message);
-
 }  // namespace zephyl::alerts

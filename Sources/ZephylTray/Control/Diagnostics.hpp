@@ -6,7 +6,7 @@
 #include <vector>
 
 #include "System/Data/JSON.hpp"
-#include "ZephylTray/Menu/StatusDescription.hpp"
+#include "ZephylTray/Agent/AgentSnapshot.hpp"
 #include "ZephylTray/Registry/Servers.hpp"
 #include "ZephylTray/Tailnet/TailnetProcess.hpp"
 
@@ -36,7 +36,7 @@ struct Diagnostics {
 
   Tray tray;
   Agent agent;
-  AgentView view;
+  AgentSnapshot view;
   ServerList servers{{}};
   std::vector<Tailnet> tailnets;
 

@@ -6,20 +6,10 @@
 
 #include "Desktop/Menu.hpp"
 #include "ZephylTray/Agent/AgentRecords.hpp"
+#include "ZephylTray/Menu/TailnetView.hpp"
 #include "ZephylTray/Registry/ServerEntry.hpp"
-#include "ZephylTray/Tailnet/TailnetProcess.hpp"
 
 namespace zephyl {
-
-/// What a server's tailnet process shows of itself.
-struct TailnetView {
-  bool running = false;
-  TailnetState state;
-  bool hasLog = false;
-
-  /// Whether the server can be reached through it.
-  [[nodiscard]] bool usable() const { return running && state.boundAddress; }
-};
 
 /// What the menu says about one server. Refers to values that outlive it.
 struct ServerView {

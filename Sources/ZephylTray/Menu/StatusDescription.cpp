@@ -87,7 +87,7 @@ std::string fileSize(std::int64_t bytes) {
 
 }  // namespace
 
-std::string describe(const AgentView& view, const TailnetSummary& tailnets) {
+std::string describe(const AgentSnapshot& view, const TailnetSummary& tailnets) {
   std::vector<std::string> parts;
   const auto add = [&parts](std::optional<std::string> part) {
     if (part) parts.push_back(std::move(*part));

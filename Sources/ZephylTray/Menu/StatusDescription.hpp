@@ -3,20 +3,11 @@
 #include <cstddef>
 #include <optional>
 #include <string>
-#include <vector>
 
 #include "Desktop/Menu.hpp"
-#include "ZephylTray/Agent/AgentRecords.hpp"
+#include "ZephylTray/Agent/AgentSnapshot.hpp"
 
 namespace zephyl {
-
-/// What the last poll and the event stream told about the agent.
-struct AgentView {
-  bool reachable = false;
-  std::optional<AgentStatus> status;
-  std::optional<Activity> activity;
-  std::vector<SharedRoot> roots;
-};
 
 /// How many servers are to be connected, and how many can be used.
 struct TailnetSummary {
@@ -26,7 +17,7 @@ struct TailnetSummary {
 
 /// The state in words, such as "reachable, 3 folders, indexing 42/120, 1 of 2 servers connected".
 /// Pure.
-std::string describe(const AgentView& view, const TailnetSummary& tailnets);
+std::string describe(const AgentSnapshot& view, const TailnetSummary& tailnets);
 
 /// "1 folder", "3 folders". Pure.
 std::string folderCount(std::size_t count);

@@ -49,11 +49,11 @@ MenuEntry withShortcut(MenuEntry entry, std::string keyEquivalent) {
 }
 
 /// What the agent is doing; null when it does not answer, whatever it said before.
-const Activity* currentActivity(const AgentView& agent) {
+const Activity* currentActivity(const AgentSnapshot& agent) {
   return agent.reachable && agent.activity ? &*agent.activity : nullptr;
 }
 
-void addApprovals(const AgentView& agent, Menu& menu) {
+void addApprovals(const AgentSnapshot& agent, Menu& menu) {
   const auto* const activity = currentActivity(agent);
   if (activity == nullptr || activity->pendingApprovals.empty()) return;
   menu.push_back(command("approvals",
@@ -88,7 +88,7 @@ void addTailnetSection(const StatusMenuState& state, Menu& menu) {
   }
 }
 
-void addModel(const AgentView& agent, Menu& menu) {
+void addModel(const AgentSnapshot& agent, Menu& menu) {
   const auto* const activity = currentActivity(agent);
   if (activity == nullptr || !activity->model) return;
   const auto line = modelStatusLine(*activity->model);
@@ -122,7 +122,7 @@ std::string grantName(const EscapeGrant& grant) {
   return name + "/" + grant.path;
 }
 
-void addExceptions(const AgentView& agent, Menu& menu) {
+void addExceptions(const AgentSnapshot& agent, Menu& menu) {
   const auto* const activity = currentActivity(agent);
   if (activity == nullptr || activity->escapeGrants.empty()) return;
   const auto& grants = activity->escapeGrants;
@@ -178,12 +178,12 @@ Menu statusMenu(const StatusMenuState& state) {
   return menu;
 }
 
-StatusIcon statusIcon(const AgentView& agent) {
+StatusIcon statusIcon(const AgentSnapshot& agent) {
   const auto* const activity = currentActivity(agent);
   return activity != nullptr && activity->busy ? StatusIcon::busy : StatusIcon::idle;
 }
 
-std::string statusTitle(const AgentView& agent) {
+std::string statusTitle(const AgentSnapshot& agent) {
   return agent.reachable ? " " + std::to_string(agent.roots.size()) : "";
 }
 

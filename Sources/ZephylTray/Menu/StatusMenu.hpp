@@ -24,7 +24,7 @@ struct UpdateView {
 /// All that the menu is made from, as it is at one moment. Refers to the agent's view, which can
 /// be large.
 struct StatusMenuState {
-  const AgentView& agent;
+  const AgentSnapshot& agent;
   bool tailnetProgramsFound = false;  ///< both of them
   ServerList servers{{}};
   std::map<std::string, TailnetView, std::less<>> tailnets;  ///< by server id
@@ -37,10 +37,10 @@ struct StatusMenuState {
 Menu statusMenu(const StatusMenuState& state);
 
 /// Busy while the agent answers and works. Pure.
-StatusIcon statusIcon(const AgentView& agent);
+StatusIcon statusIcon(const AgentSnapshot& agent);
 
 /// The text beside the icon: how many folders are shared, none while the agent does not answer.
 /// Pure.
-std::string statusTitle(const AgentView& agent);
+std::string statusTitle(const AgentSnapshot& agent);
 
 }  // namespace zephyl

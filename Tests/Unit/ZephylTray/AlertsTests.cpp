@@ -59,25 +59,5 @@ TEST(Alerts, AnErrorSaysWhatItIs) {
                                               .buttons = {"OK"}}));
 }
 
-TEST(Alerts, AnInviteKeyIsJoinedByDefaultAndLeftByEscape) {
-  const auto alert = alerts::inviteKey();
-  EXPECT_EQ(alert.messageText, "Join the Zephyl Tailnet");
-  EXPECT_EQ(alert.informativeText,
-            "Paste the invite key you were sent. It looks like:\n\n  inv_v2_<fingerprint>_<key>\n\n"
-            "The key can only be used once and expires after 24 hours.");
-  EXPECT_EQ(alert.buttons, (Buttons{"Join", "Cancel"}));
-  EXPECT_EQ(alert.safeButton, 1U);
-  EXPECT_EQ(alert.textField, (Alert::TextField{.placeholder = "inv_v2_…", .width = 380}));
-}
-
-TEST(Alerts, AnInviteKeyThatFailsSaysWhy) {
-  EXPECT_EQ(alerts::inviteKeyFailed("It has expired."),
-            (Alert{.style = Alert::Style::warning,
-                   .messageText = "That invite key didn't work",
-                   .informativeText = "It has expired.",
-                   .buttons = {"OK"},
-                   .requestedByUser = true}));
-}
-
 }  // namespace
 }  // namespace zephyl

@@ -5,7 +5,7 @@
 namespace zephyl {
 namespace {
 
-AgentView reachable(std::size_t folders) {
+AgentSnapshot reachable(std::size_t folders) {
   return {.reachable = true,
           .status = AgentStatus{.state = AgentState::disconnected},
           .activity = Activity{},

@@ -16,7 +16,7 @@ using test::textOf;
 
 /// A state that holds the agent's view, to be changed step by step.
 struct ShownState {
-  AgentView agent;
+  AgentSnapshot agent;
   bool tailnetProgramsFound = false;
   ServerList servers{{}};
   std::map<std::string, TailnetView, std::less<>> tailnets;

@@ -1,4 +1,4 @@
-#include "ZephylTray/Actions/FolderScope.hpp"
+#include "ZephylTray/Actions/SharedServers.hpp"
 
 #include <gtest/gtest.h>
 
@@ -13,31 +13,32 @@ const ServerList& servers() {
 }
 
 Ids scoped(std::optional<Ids> current, const std::string& id, bool shared) {
-  return scope({.root = "/r", .name = "r", .servers = std::move(current)}, servers(), id, shared);
+  return serversSharing({.root = "/r", .name = "r", .servers = std::move(current)}, servers(), id,
+                        shared);
 }
 
-TEST(FolderScope, AddsAServerOnce) {
+TEST(SharedServers, AddsAServerOnce) {
   EXPECT_EQ(scoped(Ids{"a"}, "b", true), (Ids{"a", "b"}));
   EXPECT_EQ(scoped(Ids{"b", "a"}, "b", true), (Ids{"b", "a"}));
 }
 
-TEST(FolderScope, TakesAServerOut) {
+TEST(SharedServers, TakesAServerOut) {
   EXPECT_EQ(scoped(Ids{"a", "b"}, "a", false), Ids{"b"});
   EXPECT_EQ(scoped(Ids{"a"}, "b", false), Ids{"a"});
   EXPECT_EQ(scoped(Ids{"a"}, "a", false), Ids{});
 }
 
-TEST(FolderScope, DropsServersThatAreGone) {
+TEST(SharedServers, DropsServersThatAreGone) {
   EXPECT_EQ(scoped(Ids{"gone", "a"}, "b", true), (Ids{"a", "b"}));
   EXPECT_EQ(scoped(Ids{"gone"}, "a", false), Ids{});
 }
 
-TEST(FolderScope, TakesTheServerAsItIsNamed) {
+TEST(SharedServers, TakesTheServerAsItIsNamed) {
   EXPECT_EQ(scoped(Ids{"a"}, "unknown", true), (Ids{"a", "unknown"}));
   EXPECT_EQ(scoped(Ids{"a"}, "unknown", false), Ids{"a"});
 }
 
-TEST(FolderScope, CountsAFolderWithoutAListAsSharedWithAll) {
+TEST(SharedServers, CountsAFolderWithoutAListAsSharedWithAll) {
   EXPECT_EQ(scoped(std::nullopt, "b", false), (Ids{"a", "c"}));
   EXPECT_EQ(scoped(Ids{}, "b", false), (Ids{"a", "c"}));
   EXPECT_EQ(scoped(std::nullopt, "b", true), (Ids{"a", "b", "c"}));

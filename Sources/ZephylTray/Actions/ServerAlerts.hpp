@@ -1,0 +1,21 @@
+#pragma once
+
+#include <cstddef>
+#include <string>
+
+#include "Desktop/Dialogs.hpp"
+
+/// The alerts about servers, as values, with the meaning of their buttons.
+namespace zephyl::alerts {
+
+/// Asks for an invite key.
+Alert inviteKey();
+enum class InviteKeyButton : std::size_t { join, cancel };
+
+/// That key could not be redeemed.
+Alert inviteKeyFailed(const std::string& message);
+
+/// A server could not be connected.
+Alert connectFailed(const std::string& message);
+
+}  // namespace zephyl::alerts

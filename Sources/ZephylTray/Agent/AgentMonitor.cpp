@@ -1,0 +1,90 @@
+#include "ZephylTray/Agent/AgentMonitor.hpp"
+
+#include <utility>
+
+#include "System/Concurrency/MainLoop.hpp"
+#include "System/Concurrency/Weakly.hpp"
+
+namespace zephyl {
+
+namespace {
+
+/// Whether two activities make different menus. The index's progress is shown elsewhere, and a busy
+/// agent may report it a thousand times a second.
+bool menuDiffers(const Activity& before, const Activity& now) {
+  return before.model != now.model || before.pendingApprovals != now.pendingApprovals ||
+         before.escapeGrants != now.escapeGrants;
+}
+
+}  // namespace
+
+void AgentMonitor::startPolling() {
+  pollTimer_ = mainLoop_.every(clock_, pollInterval,
+                               weakly(this, [](AgentMonitor& self) { self.refresh(); }));
+}
+
+/// Three requests, one after the other.
+void AgentMonitor::pollOnce(Task done) {
+  const PollCompletion finish =
+      weakly(this, [done = std::move(done)](AgentMonitor& self, std::optional<Poll> poll) {
+        self.apply(std::move(poll));
+        if (done) done();
+      });
+  port_.getStatus(weakly(this, [finish](AgentMonitor& self, Result<AgentStatus> status) {
+    if (!status) return finish(std::nullopt);
+    self.requestRoots(std::move(*status), finish);
+  }));
+}
+
+void AgentMonitor::requestRoots(AgentStatus status, const PollCompletion& done) {
+  port_.getRoots(weakly(this, [status = std::move(status), done](
+                                  AgentMonitor& self, Result<std::vector<SharedRoot>> roots) {
+    if (!roots) return done(std::nullopt);
+    self.requestActivity({.status = status, .roots = std::move(*roots), .activity = {}}, done);
+  }));
+}
+
+void AgentMonitor::requestActivity(Poll poll, const PollCompletion& done) {
+  port_.getActivity([poll = std::move(poll), done](Result<Activity> activity) {
+    Poll complete = poll;
+    if (activity) complete.activity = std::move(*activity);
+    done(std::move(complete));
+  });
+}
+
+void AgentMonitor::apply(std::optional<Poll> poll) {
+  polled_ = true;
+  snapshot_.reachable = poll.has_value();
+  if (poll) {
+    snapshot_.status = std::move(poll->status);
+    snapshot_.roots = std::move(poll->roots);
+    if (poll->activity) snapshot_.activity = std::move(poll->activity);
+  } else {
+    snapshot_ = {};
+    port_.forgetPeer();
+  }
+  report(Update::poll);
+}
+
+void AgentMonitor::startActivityStream() {
+  events_.reset();
+  events_ = port_.followEvents(weakly(
+      this, [](AgentMonitor& self, Activity activity) { self.receive(std::move(activity)); }));
+}
+
+void AgentMonitor::receive(Activity activity) {
+  const bool differs = !snapshot_.activity || menuDiffers(*snapshot_.activity, activity);
+  snapshot_.activity = std::move(activity);
+  report(differs ? Update::activity : Update::progress);
+}
+
+void AgentMonitor::report(Update update) {
+  *busy_ = snapshot_.activity && snapshot_.activity->busy;
+  if (onChange) onChange(snapshot_, update);
+}
+
+std::function<bool()> AgentMonitor::busyQuery() const {
+  return [busy = busy_] { return busy->load(); };
+}
+
+}  // namespace zephyl

@@ -1,0 +1,19 @@
+#pragma once
+
+#include <optional>
+#include <vector>
+
+#include "ZephylTray/Agent/AgentRecords.hpp"
+
+namespace zephyl {
+
+/// What is known about the agent. While it is not reachable, `status` is nullopt and `roots` is
+/// empty.
+struct AgentSnapshot {
+  bool reachable = false;
+  std::optional<AgentStatus> status;
+  std::optional<Activity> activity;  ///< of the newest poll or event that had one
+  std::vector<SharedRoot> roots;
+};
+
+}  // namespace zephyl

@@ -1,0 +1,173 @@
+#include "ZephylTray/Approvals/ApprovalPrompts.hpp"
+
+#include <algorithm>
+#include <utility>
+
+#include "System/Concurrency/Weakly.hpp"
+#include "System/Data/Text.hpp"
+#include "System/Files/Log.hpp"
+#include "ZephylTray/Approvals/Alerts.hpp"
+#include "ZephylTray/Approvals/ApprovalTexts.hpp"
+
+namespace zephyl {
+
+namespace {
+
+const PendingApproval* find(const std::vector<PendingApproval>& pending, const std::string& id) {
+  const auto found = std::ranges::find(pending, id, &PendingApproval::id);
+  return found == pending.end() ? nullptr : &*found;
+}
+
+}  // namespace
+
+void ApprovalPrompts::processPendingApprovals(const std::vector<PendingApproval>& pending) {
+  std::erase_if(seenApprovalIds_, [&](const std::string& id) {
+    if (find(pending, id) != nullptr) return false;
+    port_.withdraw(id);
+    return true;
+  });
+  withdrawPromptUnlessPending(pending);
+  if (presentingApproval_) return;
+  const auto unseen = std::ranges::find_if(
+      pending, [this](const auto& approval) { return !seenApprovalIds_.contains(approval.id); });
+  if (unseen == pending.end()) return;
+  seenApprovalIds_.insert(unseen->id);
+  notify(*unseen);
+  presentApproval(*unseen, /*requestedByUser=*/false);
+}
+
+void ApprovalPrompts::withdrawPromptUnlessPending(const std::vector<PendingApproval>& pending) {
+  if (!approvalDialog_ || find(pending, promptedApprovalId_) != nullptr) return;
+  approvalDialog_.reset();
+  presentingApproval_ = false;
+}
+
+void ApprovalPrompts::notify(const PendingApproval& approval) {
+  port_.notify({.identifier = approval.id,
+                .title = "Zephyl: approval needed",
+                .body = approvalNotificationText(approval),
+                .actionTitle = "Review…"});
+}
+
+void ApprovalPrompts::presentApproval(const PendingApproval& approval, bool requestedByUser) {
+  using Button = alerts::ApprovalButton;
+  presentingApproval_ = true;
+  promptedApprovalId_ = approval.id;
+  askAboutApproval(alerts::approval(approval, requestedByUser),
+                   [approval](ApprovalPrompts& self, const AlertAnswer& answer) {
+                     switch (static_cast<Button>(answer.button)) {
+                       case Button::allowOnce:
+                         return self.decideApproval(approval.id, "approve");
+                       case Button::alwaysAllow:
+                         return self.promptAlwaysAllowConfirmation(approval);
+                       default:
+                         return self.decideApproval(approval.id, "deny");
+                     }
+                   });
+}
+
+void ApprovalPrompts::promptAlwaysAllowConfirmation(const PendingApproval& approval) {
+  using Button = alerts::ConfirmationButton;
+  askAboutApproval(alerts::alwaysAllowConfirmation(approval),
+                   [id = approval.id](ApprovalPrompts& self, const AlertAnswer& answer) {
+                     if (static_cast<Button>(answer.button) == Button::create) {
+                       self.confirm(id, answer.text);
+                     } else {
+                       self.decideApproval(id, "deny");
+                     }
+                   });
+}
+
+void ApprovalPrompts::confirm(const std::string& id, const std::string& phrase) {
+  if (trimmed(phrase) == alwaysAllowPhrase) return decideApproval(id, "always");
+  approvalDialog_ =
+      port_.ask(alerts::phraseDidNotMatch(), weakly(this, [id](ApprovalPrompts& self, const auto&) {
+                  self.approvalDialog_.reset();
+                  self.decideApproval(id, "deny");
+                }));
+}
+
+/// An alert that could not be shown decides nothing: the request waits for the menu.
+void ApprovalPrompts::askAboutApproval(const Alert& alert, Answered answered) {
+  approvalDialog_ = port_.ask(
+      alert, weakly(this, [answered = std::move(answered)](
+                              ApprovalPrompts& self, const std::optional<AlertAnswer>& answer) {
+        self.approvalDialog_.reset();
+        if (answer) return answered(self, *answer);
+        log("a request needs your approval and cannot be shown; it waits in the menu");
+        self.presentingApproval_ = false;
+      }));
+}
+
+void ApprovalPrompts::decideApproval(const std::string& id, const std::string& decision) {
+  const auto confirm =
+      decision == "always" ? std::optional<std::string>(alwaysAllowPhrase) : std::nullopt;
+  port_.decide(id, decision, confirm,
+               weakly(this, [id](ApprovalPrompts& self, const Result<void>& result) {
+                 if (!result) {
+                   return self.showError(result.error().message,
+                                         weakly(&self, [](ApprovalPrompts& acknowledged) {
+                                           acknowledged.goOnWithApprovals();
+                                         }));
+                 }
+                 self.port_.withdraw(id);
+                 self.goOnWithApprovals();
+               }));
+}
+
+/// The request has been dealt with: asks about the next one, if there is one.
+void ApprovalPrompts::goOnWithApprovals() {
+  presentingApproval_ = false;
+  if (const auto pending = port_.pending()) processPendingApprovals(*pending);
+}
+
+void ApprovalPrompts::reviewPendingApprovals() {
+  if (showCurrentApproval()) return;
+  const auto pending = port_.pending();
+  if (pending && !pending->empty()) reviewApproval(pending->front());
+}
+
+void ApprovalPrompts::reviewNotified(const std::string& id) {
+  if (showCurrentApproval()) return;
+  const auto pending = port_.pending();
+  if (!pending) return;
+  if (const auto* const approval = find(*pending, id)) reviewApproval(*approval);
+}
+
+void ApprovalPrompts::reviewApproval(const PendingApproval& approval) {
+  seenApprovalIds_.insert(approval.id);
+  presentApproval(approval, /*requestedByUser=*/true);
+}
+
+/// Brings what is open about a request to the front. Returns whether a request is being decided.
+bool ApprovalPrompts::showCurrentApproval() {
+  if (!presentingApproval_) return false;
+  if (approvalDialog_) {
+    approvalDialog_->bringToFront();
+  } else if (errorDialog_) {
+    errorDialog_->bringToFront();  // the decision could not be sent
+  }
+  return true;
+}
+
+void ApprovalPrompts::revokeEscapeGrant(const EscapeGrant& grant) {
+  port_.revoke(grant, weakly(this, [](ApprovalPrompts& self, const Result<void>& result) {
+                 if (!result) return self.showError(result.error().message);
+                 self.port_.refresh();
+               }));
+}
+
+/// A newer error replaces one that is still open, which then counts as acknowledged.
+void ApprovalPrompts::showError(const std::string& description, Task acknowledged) {
+  log("could not be done: {}", description);
+  const auto earlier = std::exchange(errorAcknowledged_, std::move(acknowledged));
+  errorDialog_ =
+      port_.ask(alerts::error(description), weakly(this, [](ApprovalPrompts& self, const auto&) {
+                  self.errorDialog_.reset();
+                  const auto then = std::exchange(self.errorAcknowledged_, {});
+                  if (then) then();
+                }));
+  if (earlier) earlier();
+}
+
+}  // namespace zephyl

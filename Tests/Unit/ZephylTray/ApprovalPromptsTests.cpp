@@ -1,0 +1,269 @@
+#include "ZephylTray/Approvals/ApprovalPrompts.hpp"
+
+#include <gtest/gtest.h>
+
+#include "Support/FakeDialogs.hpp"
+
+namespace zephyl {
+namespace {
+
+/// Prompts with an agent that remembers what was decided, and a user who answers the dialogs.
+class ApprovalPromptsTest : public ::testing::Test {
+ protected:
+  using Strings = std::vector<std::string>;
+
+  /// The agent reports that these requests are pending.
+  void pend(const Strings& ids) {
+    auto& pending = pending_.emplace();
+    for (const auto& id : ids) pending.push_back({.id = id, .tool = "cat", .target = "/etc/" + id});
+    prompts_->processPendingApprovals(std::vector(pending));
+  }
+  /// The targets that the prompts on screen ask about.
+  Strings prompts() {
+    Strings targets;
+    for (const auto& alert : dialogs_.alerts()) {
+      const auto at = alert.informativeText.find("/etc/");
+      targets.push_back(at == std::string::npos ? alert.messageText
+                                                : alert.informativeText.substr(at + 5, 1));
+    }
+    return targets;
+  }
+  /// The agent answers the oldest decision that it has received.
+  void answer(const Result<void>& result = {}) {
+    const auto done = sent_.front();
+    sent_.erase(sent_.begin());
+    done(result);
+  }
+
+  std::optional<std::vector<PendingApproval>> pending_;
+  Strings decisions_;  // such as "a=deny"
+  std::vector<ApprovalPrompts::Decided> sent_;
+  std::vector<Notification> notifications_;  // on screen
+  int refreshes_ = 0;
+  test::FakeDialogs dialogs_;
+  std::shared_ptr<ApprovalPrompts> prompts_ =
+      std::make_shared<ApprovalPrompts>(ApprovalPrompts::Port{
+          .notify = [this](const auto& notification) { notifications_.push_back(notification); },
+          .withdraw =
+              [this](const auto& id) {
+                std::erase_if(notifications_,
+                              [&](const auto& each) { return each.identifier == id; });
+              },
+          .ask = [this](const auto& alert,
+                        auto done) { return dialogs_.presentAlert(alert, done); },
+          .decide =
+              [this](const auto& id, const auto& decision, const auto& confirm, auto done) {
+                decisions_.push_back(id + "=" + decision + (confirm ? " " + *confirm : ""));
+                sent_.push_back(done);
+              },
+          .revoke =
+              [this](const auto& grant, auto done) {
+                decisions_.push_back("revoke " + grant.path);
+                sent_.push_back(done);
+              },
+          .refresh = [this] { ++refreshes_; },
+          .pending = [this] { return pending_; },
+      });
+};
+
+TEST_F(ApprovalPromptsTest, ANewRequestIsNotifiedAndAskedAbout) {
+  pend({"a"});
+  EXPECT_EQ(prompts(), Strings{"a"});
+  EXPECT_EQ(
+      notifications_,
+      (std::vector<Notification>{{.identifier = "a",
+                                  .title = "Zephyl: approval needed",
+                                  .body = "Someone wants cat to reach outside the shared folder.",
+                                  .actionTitle = "Review…"}}));
+  const auto alert = dialogs_.alerts()[0];
+  EXPECT_EQ(alert.style, Alert::Style::critical);
+  EXPECT_EQ(alert.messageText, "Allow access outside the shared folder?");
+  EXPECT_EQ(alert.buttons, (Strings{"Deny", "Allow once", "Always allow…"}));
+  EXPECT_EQ(alert.safeButton, 0U);
+  EXPECT_FALSE(alert.requestedByUser);
+}
+
+TEST_F(ApprovalPromptsTest, EachButtonIsADecision) {
+  pend({"a"});
+  dialogs_.press("Deny");
+  answer();
+  pend({"b"});
+  dialogs_.press("Allow once");
+  EXPECT_EQ(decisions_, (Strings{"a=deny", "b=approve"}));
+}
+
+TEST_F(ApprovalPromptsTest, TheNextRequestIsAskedAboutWhenTheDecisionWasSent) {
+  pend({"a", "b"});
+  EXPECT_EQ(prompts(), Strings{"a"});
+  EXPECT_EQ(notifications_.size(), 1U);
+  dialogs_.press("Deny");
+  EXPECT_EQ(prompts(), Strings{});
+  answer();
+  EXPECT_EQ(prompts(), Strings{"b"});
+  EXPECT_EQ(decisions_, Strings{"a=deny"});
+  ASSERT_EQ(notifications_.size(), 1U);
+  EXPECT_EQ(notifications_[0].identifier, "b");
+}
+
+TEST_F(ApprovalPromptsTest, NothingElseIsAskedWhileADecisionIsOnItsWay) {
+  pend({"a"});
+  dialogs_.press("Deny");
+  pend({"a", "b"});
+  EXPECT_EQ(prompts(), Strings{});
+}
+
+TEST_F(ApprovalPromptsTest, ThePhraseMakesAPermanentException) {
+  for (const char* typed : {"ALWAYS ALLOW", " \tALWAYS ALLOW "}) {
+    decisions_.clear();
+    pend({"a"});
+    dialogs_.press("Always allow…");
+    ASSERT_EQ(dialogs_.alerts().back().messageText, "⚠️ Create a permanent exception?");
+    dialogs_.press("Create permanent exception", typed);
+    EXPECT_EQ(decisions_, Strings{"a=always ALWAYS ALLOW"});
+    answer();
+    pend({});
+  }
+}
+
+TEST_F(ApprovalPromptsTest, AnotherPhraseDeniesAndSaysSo) {
+  pend({"a"});
+  dialogs_.press("Always allow…");
+  dialogs_.press("Create permanent exception", "always allow");
+  ASSERT_EQ(prompts(), Strings{"Confirmation phrase didn't match"});
+  EXPECT_EQ(decisions_, Strings{});
+  dialogs_.press("OK");
+  EXPECT_EQ(decisions_, Strings{"a=deny"});
+}
+
+TEST_F(ApprovalPromptsTest, ACancelledConfirmationDeniesWithoutAnAlert) {
+  pend({"a"});
+  dialogs_.press("Always allow…");
+  dialogs_.press("Cancel");
+  EXPECT_EQ(decisions_, Strings{"a=deny"});
+  EXPECT_EQ(prompts(), Strings{});
+}
+
+TEST_F(ApprovalPromptsTest, ARequestThatIsGoneIsForgottenAndAskedAboutAgainWhenItReturns) {
+  pend({"a", "b"});
+  pend({"a"});
+  pend({"a", "b"});
+  EXPECT_EQ(prompts(), Strings{"a"});
+  pend({"b"});
+  EXPECT_EQ(prompts(), Strings{"b"});
+  ASSERT_EQ(notifications_.size(), 1U);
+  EXPECT_EQ(notifications_[0].identifier, "b");
+  pend({});
+  EXPECT_EQ(prompts(), Strings{});
+  EXPECT_TRUE(notifications_.empty());
+  pend({"a"});
+  EXPECT_EQ(prompts(), Strings{"a"});
+  EXPECT_EQ(decisions_, Strings{});
+}
+
+TEST_F(ApprovalPromptsTest, ARequestThatCannotBeShownWaitsForTheMenu) {
+  pend({"a"});
+  dialogs_.failToShow();
+  pend({"a"});
+  EXPECT_EQ(prompts(), Strings{});
+  EXPECT_EQ(decisions_, Strings{});
+  prompts_->reviewPendingApprovals();
+  EXPECT_EQ(prompts(), Strings{"a"});
+  EXPECT_EQ(notifications_.size(), 1U);
+}
+
+TEST_F(ApprovalPromptsTest, ANotificationLeadsToItsRequest) {
+  pend({"a", "b"});
+  dialogs_.failToShow();
+  prompts_->reviewNotified("b");
+  EXPECT_EQ(prompts(), Strings{"b"});
+  EXPECT_TRUE(dialogs_.alerts()[0].requestedByUser);
+  prompts_->reviewNotified("a");
+  EXPECT_EQ(prompts(), Strings{"b"});
+}
+
+TEST_F(ApprovalPromptsTest, NothingIsReviewedBeforeTheAgentHasReportedAnything) {
+  prompts_->reviewPendingApprovals();
+  prompts_->reviewNotified("a");
+  EXPECT_EQ(prompts(), Strings{});
+}
+
+TEST_F(ApprovalPromptsTest, MenuAndNotificationBringThePromptThatIsOpenToTheFront) {
+  pend({"a", "b"});
+  EXPECT_EQ(dialogs_.timesBroughtToFront(), 0);
+  prompts_->reviewPendingApprovals();
+  EXPECT_EQ(dialogs_.timesBroughtToFront(), 1);
+  prompts_->reviewNotified("a");
+  EXPECT_EQ(dialogs_.timesBroughtToFront(), 2);
+  EXPECT_EQ(prompts(), Strings{"a"});
+  dialogs_.press("Always allow…");
+  prompts_->reviewPendingApprovals();
+  EXPECT_EQ(dialogs_.timesBroughtToFront(), 1) << "the confirmation";
+  ASSERT_EQ(dialogs_.alerts().size(), 1U);
+}
+
+TEST_F(ApprovalPromptsTest, WhatComesAfterAnAnswerIsUnrequestedAgain) {
+  pend({"a", "b"});
+  dialogs_.failToShow();
+  prompts_->reviewPendingApprovals();
+  dialogs_.press("Deny");
+  answer();
+  ASSERT_EQ(prompts(), Strings{"b"});
+  EXPECT_FALSE(dialogs_.alerts()[0].requestedByUser);
+}
+
+TEST_F(ApprovalPromptsTest, ADecisionThatTheAgentRefusesIsSaidAndNotAskedAgain) {
+  pend({"a"});
+  dialogs_.press("Allow once");
+  answer(Error{"too late"});
+  ASSERT_EQ(prompts(), Strings{"Couldn't update shared folders"});
+  EXPECT_EQ(dialogs_.alerts()[0].informativeText, "too late");
+  prompts_->reviewPendingApprovals();
+  EXPECT_EQ(dialogs_.timesBroughtToFront(), 1);
+  dialogs_.press("OK");
+  pend({"a"});
+  EXPECT_EQ(prompts(), Strings{});
+}
+
+TEST_F(ApprovalPromptsTest, TheNextRequestIsAskedAboutWhenTheErrorOfTheFirstWasSeen) {
+  pend({"a", "b"});
+  dialogs_.press("Deny");
+  answer(Error{"too late"});
+  pend({"a", "b"});
+  EXPECT_EQ(prompts(), Strings{"Couldn't update shared folders"});
+  dialogs_.press("OK");
+  EXPECT_EQ(prompts(), Strings{"b"});
+}
+
+TEST_F(ApprovalPromptsTest, AnErrorThatANewerOneReplacesHoldsNothingUp) {
+  pend({"a", "b"});
+  dialogs_.press("Deny");
+  answer(Error{"too late"});
+  prompts_->revokeEscapeGrant({.path = "/etc/a"});
+  answer(Error{"no"});
+  EXPECT_EQ(prompts(), (Strings{"Couldn't update shared folders", "b"}));
+  EXPECT_EQ(dialogs_.alerts()[0].informativeText, "no");
+}
+
+TEST_F(ApprovalPromptsTest, RevokingAnExceptionIsSentAtOnce) {
+  prompts_->revokeEscapeGrant({.path = "/etc/a"});
+  EXPECT_EQ(decisions_, Strings{"revoke /etc/a"});
+  EXPECT_EQ(refreshes_, 0);
+  answer();
+  EXPECT_EQ(refreshes_, 1);
+  prompts_->revokeEscapeGrant({.path = "/etc/a"});
+  answer(Error{"no"});
+  EXPECT_EQ(dialogs_.alerts().at(0).informativeText, "no");
+  EXPECT_EQ(refreshes_, 1);
+}
+
+TEST_F(ApprovalPromptsTest, AnAnswerThatComesAfterTheyAreGoneDoesNothing) {
+  pend({"a", "b"});
+  dialogs_.press("Deny");
+  prompts_.reset();
+  answer();
+  EXPECT_EQ(prompts(), Strings{});
+  EXPECT_EQ(notifications_.size(), 1U);
+}
+
+}  // namespace
+}  // namespace zephyl

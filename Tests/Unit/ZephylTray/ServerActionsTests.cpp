@@ -1,0 +1,214 @@
+#include "ZephylTray/Actions/ServerActions.hpp"
+
+#include <algorithm>
+
+#include <gtest/gtest.h>
+
+#include "Support/FakeDialogs.hpp"
+
+namespace zephyl {
+namespace {
+
+/// Actions on a registry that exists only in the test. `steps_` is what they have set in motion.
+class ServerActionsTest : public ::testing::Test {
+ protected:
+  using Strings = std::vector<std::string>;
+
+  ServerActionsTest() {
+    actions_->onChange = [this] { steps_.emplace_back("change"); };
+  }
+
+  void step(const std::string& text) { steps_.push_back(text); }
+  ServerEntry& entry(const std::string& id) {
+    return *std::ranges::find(entries_, id, &ServerEntry::id);
+  }
+  Result<ServerEntry> add(const std::string& label, const std::optional<std::string>& address,
+                          const std::optional<std::string>& fingerprint) {
+    if (failure_) return *failure_;
+    const auto known = std::ranges::find(entries_, fingerprint, &ServerEntry::tailnetFingerprint);
+    if (known != entries_.end()) return *known;
+    entries_.push_back({.id = "new",
+                        .label = label,
+                        .address = address,
+                        .tailnetFingerprint = fingerprint,
+                        .enabled = true});
+    return entries_.back();
+  }
+
+  const std::string fingerprint_ = std::string(32, 'a');
+  const std::string key_ = "inv_v2_" + fingerprint_ + "_one";
+  std::vector<ServerEntry> entries_;
+  std::optional<Error> failure_;  // of every change
+  std::optional<std::string> enrolment_;
+  Strings steps_;
+  test::FakeDialogs dialogs_;
+  std::shared_ptr<ServerActions> actions_ = std::make_shared<ServerActions>(ServerActions::Port{
+      .all = [this] { return ServerList(entries_); },
+      .matching =
+          [this](std::string_view fingerprint) {
+            const auto found = std::ranges::find(entries_, std::string(fingerprint),
+                                                 &ServerEntry::tailnetFingerprint);
+            return found == entries_.end() ? std::nullopt : std::optional(*found);
+          },
+      .add = [this](const auto& label, const auto& address,
+                    const auto& fingerprint) { return add(label, address, fingerprint); },
+      .update = [this](const auto& id, const auto& mutation) -> Result<void> {
+        if (failure_) return *failure_;
+        mutation(entry(id));
+        return {};
+      },
+      .remove = [this](const auto& id) -> Result<void> {
+        if (failure_) return *failure_;
+        std::erase_if(entries_, [&](const auto& each) { return each.id == id; });
+        return {};
+      },
+      .setEnrolment = [this](const auto& fingerprint) { enrolment_ = fingerprint; },
+      .enrol = [this](const auto& server,
+                      const auto& key) { step("enrol " + server.id + " " + key); },
+      .stopTailnet = [this](const auto& id) { step("stop " + id); },
+      .syncTailnets = [this] { step("sync"); },
+      .restartAgent = [this] { step("restart agent"); },
+      .ask = [this](const auto& alert, auto done) { return dialogs_.presentAlert(alert, done); },
+  });
+};
+
+TEST_F(ServerActionsTest, RedeemingRegistersTheServerEnrolsItAndRestartsTheAgent) {
+  EXPECT_EQ(actions_->redeem(" inv_v2_" + std::string(32, 'A') + "_one\n"), std::nullopt);
+  ASSERT_EQ(entries_.size(), 1U);
+  EXPECT_EQ(entries_[0].tailnetFingerprint, fingerprint_);
+  EXPECT_EQ(enrolment_, fingerprint_);
+  EXPECT_EQ(steps_, (Strings{"enrol new hskey-auth-one", "restart agent", "change"}));
+}
+
+TEST_F(ServerActionsTest, ASecondKeyForAKnownServerKeepsItsEntry) {
+  entries_ = {
+      {.id = "a", .label = "Lab", .address = "http://lab", .tailnetFingerprint = fingerprint_}};
+  EXPECT_EQ(actions_->redeem("\tinv1_" + std::string(32, 'A') + "_two "), std::nullopt);
+  ASSERT_EQ(entries_.size(), 1U);
+  EXPECT_EQ(entries_[0].label, "Lab");
+  EXPECT_EQ(steps_.front(), "enrol a two");
+}
+
+TEST_F(ServerActionsTest, AKeyThatCannotBeReadChangesNothing) {
+  EXPECT_EQ(actions_->redeem("inv_v2_xyz_"),
+            "The invite key's fingerprint is invalid. Ask for a fresh invite.");
+  EXPECT_TRUE(entries_.empty());
+  EXPECT_FALSE(enrolment_);
+  EXPECT_TRUE(steps_.empty());
+}
+
+TEST_F(ServerActionsTest, AServerThatCannotBeSavedIsNotJoined) {
+  failure_ = Error{"disk full"};
+  EXPECT_EQ(actions_->redeem(key_),
+            "The server could not be saved, so the invite key was not used: disk full");
+  EXPECT_FALSE(enrolment_);
+  EXPECT_TRUE(steps_.empty());
+}
+
+TEST_F(ServerActionsTest, AChangeThatCannotBeSavedIsReported) {
+  entries_ = {{.id = "a", .enabled = true}};
+  failure_ = Error{"disk full"};
+  const auto unchanged = "The change could not be saved, so nothing was changed: disk full";
+  EXPECT_EQ(actions_->setServerLabel("a", "Lab"), unchanged);
+  EXPECT_EQ(actions_->setServerAccent("a", "#336699"), unchanged);
+  steps_.clear();
+  EXPECT_EQ(actions_->setServerEnabled("a", false), unchanged);
+  EXPECT_TRUE(steps_.empty());
+}
+
+TEST_F(ServerActionsTest, AServerThatCannotBeRemovedIsStartedAgain) {
+  entries_ = {{.id = "a", .tailnetFingerprint = fingerprint_}};
+  enrolment_ = fingerprint_;
+  failure_ = Error{"disk full"};
+  EXPECT_NE(actions_->removeServer("a"), std::nullopt);
+  EXPECT_EQ(steps_, (Strings{"stop a", "sync"}));
+  EXPECT_EQ(enrolment_, fingerprint_);
+}
+
+TEST_F(ServerActionsTest, AServerThatIsGoneCannotBeChanged) {
+  EXPECT_EQ(actions_->setServerLabel("none", "x"), "That server is gone.");
+  EXPECT_EQ(actions_->setServerAccent("none", "x"), "That server is gone.");
+  EXPECT_EQ(actions_->setServerEnabled("none", true), "That server is gone.");
+  EXPECT_EQ(actions_->removeServer("none"), "That server is gone.");
+  EXPECT_TRUE(steps_.empty());
+}
+
+TEST_F(ServerActionsTest, LabelAndAccentAreStoredTrimmed) {
+  entries_ = {{.id = "a"}};
+  EXPECT_EQ(actions_->setServerLabel("a", " \tLab "), std::nullopt);
+  EXPECT_EQ(actions_->setServerAccent("a", " #123456 "), std::nullopt);
+  EXPECT_EQ(entry("a").label, "Lab");
+  EXPECT_EQ(entry("a").accent, "#123456");
+  EXPECT_EQ(actions_->setServerAccent("a", "  "), std::nullopt);
+  EXPECT_EQ(entry("a").accent, std::nullopt);
+  EXPECT_EQ(steps_, (Strings{"change", "change", "change"}));
+}
+
+TEST_F(ServerActionsTest, EnablingAServerBringsTailnetsAgentAndMenuInStep) {
+  entries_ = {{.id = "a"}};
+  EXPECT_EQ(actions_->setServerEnabled("a", true), std::nullopt);
+  EXPECT_TRUE(entry("a").enabled);
+  EXPECT_EQ(steps_, (Strings{"sync", "restart agent", "change"}));
+}
+
+TEST_F(ServerActionsTest, RemovingTheLastJoinedServerForgetsTheEnrolment) {
+  entries_ = {{.id = "a", .tailnetFingerprint = fingerprint_},
+              {.id = "b", .tailnetFingerprint = std::string(32, 'b')},
+              {.id = "c"}};
+  enrolment_ = fingerprint_;
+  EXPECT_EQ(actions_->removeServer("a"), std::nullopt);
+  EXPECT_EQ(steps_, (Strings{"stop a", "sync", "restart agent", "change"}));
+  EXPECT_TRUE(enrolment_);
+  EXPECT_EQ(actions_->removeServer("b"), std::nullopt);
+  EXPECT_FALSE(enrolment_);
+  ASSERT_EQ(entries_.size(), 1U);
+}
+
+TEST_F(ServerActionsTest, TheMenuSaysThatAServerCannotBeConnected) {
+  entries_ = {{.id = "a"}};
+  actions_->connectServer("a");
+  EXPECT_TRUE(dialogs_.alerts().empty());
+  EXPECT_TRUE(entry("a").enabled);
+  failure_ = Error{"disk full"};
+  actions_->connectServer("a");
+  ASSERT_EQ(dialogs_.alerts().size(), 1U);
+  EXPECT_EQ(dialogs_.alerts()[0].messageText, "The server couldn't be connected");
+  EXPECT_EQ(dialogs_.alerts()[0].informativeText,
+            "The change could not be saved, so nothing was changed: disk full");
+}
+
+TEST_F(ServerActionsTest, AsksForAnInviteKeyAndSaysWhyItDidNotWork) {
+  actions_->promptForInviteKey();
+  ASSERT_EQ(dialogs_.alerts().size(), 1U);
+  EXPECT_EQ(dialogs_.alerts()[0].messageText, "Join the Zephyl Tailnet");
+  EXPECT_TRUE(dialogs_.alerts()[0].requestedByUser);
+  dialogs_.press("Join", "inv_v2_nonsense");
+  ASSERT_EQ(dialogs_.alerts().size(), 1U);
+  EXPECT_EQ(dialogs_.alerts()[0].messageText, "That invite key didn't work");
+  EXPECT_EQ(dialogs_.alerts()[0].informativeText, "That doesn't look like a Zephyl invite key.");
+  dialogs_.press("OK");
+  EXPECT_TRUE(dialogs_.alerts().empty());
+}
+
+TEST_F(ServerActionsTest, AskingAgainBringsThePromptThatIsOpenToTheFront) {
+  actions_->promptForInviteKey();
+  actions_->promptForInviteKey();
+  ASSERT_EQ(dialogs_.alerts().size(), 1U);
+  EXPECT_EQ(dialogs_.timesBroughtToFront(), 1);
+  dialogs_.press("Cancel");
+  actions_->promptForInviteKey();
+  EXPECT_EQ(dialogs_.timesBroughtToFront(), 0);
+}
+
+TEST_F(ServerActionsTest, JoinsWithAGoodKeyUnlessThePromptIsCancelled) {
+  actions_->promptForInviteKey();
+  dialogs_.press("Cancel", key_);
+  EXPECT_TRUE(entries_.empty());
+  actions_->promptForInviteKey();
+  dialogs_.press("Join", key_);
+  EXPECT_EQ(entries_.size(), 1U);
+  EXPECT_TRUE(dialogs_.alerts().empty());
+}
+
+}  // namespace
+}  // namespace zephyl

@@ -1,0 +1,105 @@
+#include "ZephylTray/Menu/StatusItemController.hpp"
+
+#include <optional>
+
+#include <gtest/gtest.h>
+
+#include "Support/FakeDesktop.hpp"
+
+namespace zephyl {
+namespace {
+
+/// A controller of an item that remembers what it shows, with a state that the test changes.
+class StatusItemControllerTest : public ::testing::Test {
+ protected:
+  StatusItemControllerTest() { controller_->start(); }
+
+  AgentSnapshot agent_;
+  bool known_ = false;
+  int menusRead_ = 0;
+  std::optional<TrayAction> performed_;
+  test::FakeDesktop::Item item_;
+  std::shared_ptr<StatusItemController> controller_ = std::make_shared<StatusItemController>(
+      item_, StatusItemController::Port{
+                 .summary =
+                     [this] {
+                       return StatusItemController::Summary{
+                           .agent = agent_, .known = known_, .tailnets = {2, 1}};
+                     },
+                 .menu =
+                     [this] {
+                       ++menusRead_;
+                       return StatusMenuState{.agent = agent_};
+                     },
+                 .perform = [this](const TrayAction& action) { performed_ = action; },
+             });
+};
+
+TEST_F(StatusItemControllerTest, HasAMenuAtOnceAndADescriptionOnceTheStateIsKnown) {
+  EXPECT_FALSE(item_.menu.empty());
+  EXPECT_EQ(item_.descriptionsSet, 0);
+  known_ = true;
+  controller_->rebuildMenu();
+  EXPECT_EQ(item_.description, "agent not reachable, 1 of 2 servers connected");
+}
+
+TEST_F(StatusItemControllerTest, SetsTitleDescriptionAndMenuOncePerChange) {
+  known_ = true;
+  item_.titlesSet = item_.descriptionsSet = item_.menusSet = 0;
+  agent_.reachable = true;
+  agent_.roots = {{.root = "/a", .name = "a"}};
+  agent_.activity = Activity{.busy = true};
+  controller_->rebuildMenu();
+  EXPECT_EQ(item_.icon, StatusIcon::busy);
+  EXPECT_EQ(item_.title, " 1");
+  EXPECT_EQ(item_.titlesSet, 1);
+  EXPECT_EQ(item_.descriptionsSet, 1);
+  EXPECT_EQ(item_.menusSet, 1);
+}
+
+TEST_F(StatusItemControllerTest, LeavesAnOpenMenuAloneAndUpdatesTheRest) {
+  known_ = true;
+  item_.events.willOpen();
+  const int before = item_.menusSet;
+  agent_.reachable = true;
+  controller_->rebuildMenu();
+  EXPECT_EQ(item_.menusSet, before);
+  EXPECT_EQ(item_.title, " 0");
+  EXPECT_EQ(item_.description, "reachable, 0 folders, 1 of 2 servers connected");
+  item_.events.didClose();
+  item_.events.needsUpdate();
+  EXPECT_EQ(item_.menusSet, before + 1);
+}
+
+TEST_F(StatusItemControllerTest, ProgressReadsNoMenu) {
+  known_ = true;
+  agent_.reachable = true;
+  agent_.activity = Activity{.busy = true};
+  const int before = menusRead_;
+  controller_->updateProgress();
+  EXPECT_EQ(item_.icon, StatusIcon::busy);
+  EXPECT_EQ(item_.descriptionsSet, 1);
+  EXPECT_EQ(menusRead_, before);
+}
+
+TEST_F(StatusItemControllerTest, PassesOnWhatIsChosen) {
+  item_.events.chosen(MenuAction(TrayAction(menuActions::ConnectServer("id-1"))));
+  EXPECT_EQ(performed_, TrayAction(menuActions::ConnectServer("id-1")));
+}
+
+TEST_F(StatusItemControllerTest, IgnoresAnActionThatIsNotTheTrays) {
+  item_.events.chosen(MenuAction(1));
+  EXPECT_FALSE(performed_);
+}
+
+TEST_F(StatusItemControllerTest, DoesNothingOnceItIsGone) {
+  const auto before = item_.menusSet;
+  controller_.reset();
+  item_.events.needsUpdate();
+  item_.events.chosen(MenuAction(TrayAction(menuActions::Quit())));
+  EXPECT_EQ(item_.menusSet, before);
+  EXPECT_FALSE(performed_);
+}
+
+}  // namespace
+}  // namespace zephyl
