@@ -1,140 +1,216 @@
 #include "ZephylTray/App/AppDelegate.hpp"
 
 #include <cstdlib>
+#include <utility>
+#include <variant>
 
 #include "System/Concurrency/MainLoop.hpp"
+#include "System/Concurrency/Weakly.hpp"
 #include "System/Data/Format.hpp"
 #include "System/Files/Bundle.hpp"
+#include "ZephylTray/App/Ports.hpp"
 #include "ZephylTray/Config/Config.hpp"
 #include "ZephylTray/Registry/Servers.hpp"
 
 namespace zephyl {
 
 namespace {
-constexpr std::chrono::seconds agentRequestTimeout{4};
+
+Components makeComponents(const Runtime& runtime, Desktop& desktop, Dialogs& dialogs,
+                          UpdaterFactory updates) {
+  AgentAccess agentAccess(runtime, Config::trayPort());
+  return {.runtime = runtime,
+          .desktop = desktop,
+          .dialogs = dialogs,
+          .agentAccess = agentAccess,
+          .agent = std::make_shared<AgentProcess>(runtime, agentAccess.port()),
+          .tailnet = std::make_shared<TailnetManager>(runtime),
+          .desktopApp = std::make_shared<DesktopApp>(runtime, desktop),
+          .updater = std::make_shared<Updater>(runtime, desktop, std::move(updates))};
 }
+
+/// Calls the one of several functions that takes the type of its argument.
+template <typename... Functions>
+struct Overloaded : Functions... {
+  using Functions::operator()...;
+};
+
+}  // namespace
 
 AppDelegate::AppDelegate(const Runtime& runtime, Desktop& desktop, Dialogs& dialogs,
                          UpdaterFactory updates)
-    : runtime_(runtime),
-      desktop_(desktop),
-      dialogs_(dialogs),
-      agentPort_(Config::trayPort()),
-      client_(runtime.mainLoop, Config::apiBaseURL(agentPort_),
-              HTTPSession(runtime.reactor,
-                          {.requestTimeout = agentRequestTimeout,
-                           .onConnected =
-                               [peer = agentPeer_](const std::string& address, std::uint16_t port) {
-                                 return peer->verify(address, port);
-                               }})),
-      agent_(std::make_shared<AgentProcess>(runtime, agentPort_)),
-      tailnet_(std::make_shared<TailnetManager>(runtime)),
-      desktopApp_(std::make_shared<DesktopApp>(runtime, desktop)),
-      updater_(std::make_shared<Updater>(runtime, desktop, std::move(updates))),
+    : components_(makeComponents(runtime, desktop, dialogs, std::move(updates))),
+      monitor_(std::make_shared<AgentMonitor>(runtime.mainLoop, runtime.clock,
+                                              components_.agentAccess.monitorPort())),
+      logs_(std::make_shared<LogWindows>(ports::logWindows(components_))),
+      windows_(std::make_shared<WindowLauncher>(ports::windowLauncher(components_, control_))),
+      approvals_(std::make_shared<ApprovalPrompts>(ports::approvalPrompts(components_, monitor_))),
+      servers_(std::make_shared<ServerActions>(ports::serverActions(components_))),
+      folders_(std::make_shared<FolderSharing>(ports::folderSharing(components_, monitor_))),
       control_(runtime.mainLoop) {}
 
 void AppDelegate::applicationDidFinishLaunching() {
   Servers::migrateIfNeeded();
-  statusItem_ = &desktop_.statusItem();
-  updateIcon();
-  wireMenu();
-  rebuildMenu();
-  wireDesktop();
-  wireAgent();
-  wireTailnets();
-  startActivityStream();
-  if (Bundle::main().identifier()) desktop_.requestNotificationAuthorization();
-  wireUpdater();
-  updater_->start();
+  showStatusItem();
+  connectDesktop();
+  connectAgent();
+  connectTailnets();
+  monitor_->startActivityStream();
+  if (Bundle::main().identifier()) components_.desktop.requestNotificationAuthorization();
+  connectUpdater();
+  components_.updater->start();
   launchAgentUnlessOneAnswers();
-  tailnet_->syncWithStore();
-  lookUpInternalHost();
-  startPolling();
-  refresh();
-  if (startControlServer()) desktopApp_->launch(desktopLaunch());
+  components_.tailnet->syncWithStore();
+  monitor_->startPolling();
+  monitor_->refresh();
+  if (startControlServer()) windows_->openDesktopWindow();
 }
 
-void AppDelegate::wireAgent() {
-  agent_->onStateChange = weakly([](AppDelegate& self) { self.refresh(); });
-  agent_->onNonZeroExit =
-      weakly([](AppDelegate& self, int status, const std::vector<std::string>& recentLog) {
-        self.presentLogWindow(
+void AppDelegate::applicationWillTerminate() {
+  monitor_->stopActivityStream();
+  components_.agent->stop();
+  components_.tailnet->stopAll();
+  control_.cancel();
+  components_.desktopApp->quit();
+  const Instant deadline = components_.runtime.clock.now() + AgentProcess::terminationGrace;
+  components_.agent->awaitExit(deadline);
+  components_.desktopApp->awaitExit(deadline);
+}
+
+void AppDelegate::applicationShouldHandleReopen() {
+  windows_->openWhereToGoOn();
+}
+
+void AppDelegate::quit() {
+  components_.runtime.mainLoop.quit();
+}
+
+void AppDelegate::showStatusItem() {
+  auto port = ports::statusItem(components_, monitor_);
+  port.perform =
+      weakly(this, [](AppDelegate& self, const TrayAction& action) { self.perform(action); });
+  statusItem_ =
+      std::make_shared<StatusItemController>(components_.desktop.statusItem(), std::move(port));
+  statusItem_->start();
+  servers_->onChange = weakly(statusItem_, [](StatusItemController& item) { item.rebuildMenu(); });
+}
+
+void AppDelegate::connectDesktop() {
+  components_.desktop.setEvents({
+      .reopened = weakly(this, [](AppDelegate& self) { self.applicationShouldHandleReopen(); }),
+      .notificationActivated = weakly(
+          approvals_,
+          [](ApprovalPrompts& approvals, const std::string& id) { approvals.reviewNotified(id); }),
+  });
+}
+
+void AppDelegate::connectAgent() {
+  auto& agent = *components_.agent;
+  monitor_->onChange =
+      weakly(this, [](AppDelegate& self, const AgentSnapshot& snapshot,
+                      AgentMonitor::Update update) { self.agentChanged(snapshot, update); });
+  agent.onStateChange = weakly(monitor_, [](AgentMonitor& monitor) { monitor.refresh(); });
+  agent.onNonZeroExit =
+      weakly(logs_, [](LogWindows& logs, int status, const std::vector<std::string>& recentLog) {
+        logs.presentLogWindow(
             {.title = "Agent Exited Unexpectedly",
              .message = formatText(
                  "The Zephyl agent didn't start cleanly — it exited with code {}.", status)},
             recentLog);
       });
-  agent_->onLaunchFailure = weakly([](AppDelegate& self, const std::string& message) {
-    self.presentLogWindow({.title = "Agent Failed to Start",
-                           .message = "The Zephyl agent could not be started: " + message},
-                          self.agent_->recentLog());
+  agent.onLaunchFailure = weakly(this, [](AppDelegate& self, const std::string& message) {
+    self.logs_->presentLogWindow({.title = "Agent Failed to Start",
+                                  .message = "The Zephyl agent could not be started: " + message},
+                                 self.components_.agent->recentLog());
   });
 }
 
-/// What the user does with the desktop, apart from the menu.
-void AppDelegate::wireDesktop() {
-  desktop_.setEvents({
-      .reopened = weakly([](AppDelegate& self) { self.applicationShouldHandleReopen(); }),
-      .notificationActivated =
-          weakly([](AppDelegate& self, const std::string& id) { self.reviewNotified(id); }),
-  });
+void AppDelegate::agentChanged(const AgentSnapshot& snapshot, AgentMonitor::Update update) {
+  using Update = AgentMonitor::Update;
+  if (update != Update::poll) {
+    approvals_->processPendingApprovals(std::vector(snapshot.activity->pendingApprovals));
+    components_.updater->agentDidUpdateActivity(snapshot.activity->busy);
+  }
+  if (update == Update::progress) {
+    statusItem_->updateProgress();
+  } else {
+    statusItem_->rebuildMenu();
+  }
 }
 
-void AppDelegate::applicationShouldHandleReopen() {
-  openInShell(needsOnboarding() ? "join" : "servers");
-}
-
-void AppDelegate::quit() {
-  runtime_.mainLoop.quit();
-}
-
-void AppDelegate::wireTailnets() {
-  tailnet_->onStateChange = weakly([](AppDelegate& self) { self.refresh(); });
-  tailnet_->onTargetUnresolved =
-      weakly([](AppDelegate& self, const ServerEntry& server, const std::string&) {
-        self.announceUnresolvedTarget(server);
+void AppDelegate::connectTailnets() {
+  auto& tailnet = *components_.tailnet;
+  tailnet.onStateChange = weakly(this, [](AppDelegate& self) { self.tailnetsChanged(); });
+  tailnet.onTargetUnresolved =
+      weakly(windows_, [](WindowLauncher& windows, const ServerEntry& server, const std::string&) {
+        windows.announceUnresolvedTarget(server);
       });
-  tailnet_->onAddressLearned = weakly([](AppDelegate& self) { self.agent_->restart(); });
+  tailnet.onAddressLearned =
+      weakly(components_.agent, [](AgentProcess& agent) { agent.restart(); });
 }
 
-void AppDelegate::wireUpdater() {
-  updater_->onStateChange = weakly([](AppDelegate& self) { self.rebuildMenu(); });
-  updater_->isAgentBusy = [busy = agentIsBusy_] { return busy->load(); };
+void AppDelegate::tailnetsChanged() {
+  if (!components_.tailnet->instances().empty()) windows_->lookUpInternalHost();
+  monitor_->refresh();
 }
 
+void AppDelegate::connectUpdater() {
+  auto& updater = *components_.updater;
+  updater.onStateChange =
+      weakly(statusItem_, [](StatusItemController& item) { item.rebuildMenu(); });
+  updater.isAgentBusy = monitor_->busyQuery();
+}
+
+/// After the start, so that an agent that listens already is used as it is.
 void AppDelegate::launchAgentUnlessOneAnswers() {
-  runtime_.mainLoop.async(weakly([](AppDelegate& self) {
-    self.pollOnce(self.weakly([](AppDelegate& polled) {
-      if (!polled.agentView_.reachable) polled.agent_->start();
+  components_.runtime.mainLoop.async(weakly(this, [](AppDelegate& self) {
+    self.monitor_->pollOnce(weakly(&self, [](AppDelegate& polled) {
+      if (!polled.agentSnapshot().reachable) polled.components_.agent->start();
     }));
   }));
 }
 
-void AppDelegate::startPolling() {
-  const auto poll = weakly([](AppDelegate& self) { self.refresh(); });
-  pollTimer_ = runtime_.clock.every(
-      pollInterval, [&mainLoop = runtime_.mainLoop, poll] { mainLoop.async(poll); });
-}
-
-/// A port that is none cannot be served: the program ends, in order.
+/// Returns false, and ends the program with a failure, if the configured port is out of range.
 bool AppDelegate::startControlServer() {
-  installControlHandlers();
-  installFolderHandlers();
+  auto port = ports::controlAPI(components_, monitor_, windows_);
+  port.serverActions = servers_;
+  port.folderSharing = folders_;
+  ControlAPI::install(control_, components_.runtime.mainLoop, std::move(port));
   if (control_.start(Config::onboardingPort())) return true;
   exitStatus_ = EXIT_FAILURE;
   quit();
   return false;
 }
 
-void AppDelegate::applicationWillTerminate() {
-  sseTask_.reset();
-  agent_->stop();
-  tailnet_->stopAll();
-  control_.cancel();
-  desktopApp_->quit();
-  const Instant deadline = runtime_.clock.now() + AgentProcess::terminationGrace;
-  agent_->awaitExit(deadline);
-  desktopApp_->awaitExit(deadline);
+void AppDelegate::perform(const TrayAction& action) {
+  using namespace menuActions;
+  const auto& tailnet = *components_.tailnet;
+  const auto openScreen = [this](const std::string& id, const char* screen) {
+    windows_->openInShell("servers/" + id + "/" + screen);
+  };
+  std::visit(
+      Overloaded{
+          [&](const ReviewPendingApprovals&) { approvals_->reviewPendingApprovals(); },
+          [&](const OpenDesktopWindow&) { windows_->openDesktopWindow(); },
+          [&](const RedeemInvite&) {
+            if (!windows_->openInShellIfInstalled("join")) servers_->promptForInviteKey();
+          },
+          [&](const OpenServerInBrowser& on) { windows_->openServerInBrowser(on.serverId); },
+          [&](const ConnectServer& on) { servers_->connectServer(on.serverId); },
+          [&](const RenameServer& on) { openScreen(on.serverId, "rename"); },
+          [&](const RemoveServer& on) { openScreen(on.serverId, "remove"); },
+          [&](const ShowTailnetLogs&) {
+            logs_->presentLogWindow({.title = "Tailnet Logs", .requestedByUser = true},
+                                    tailnet.recentLog());
+          },
+          [&](const RestartTailnet&) {
+            for (const auto& each : tailnet.instances()) each->restart();
+          },
+          [&](const RevokeEscapeGrant& revoke) { approvals_->revokeEscapeGrant(revoke.grant); },
+          [&](const CheckForUpdates&) { components_.updater->checkForUpdates(); },
+          [&](const Quit&) { quit(); },
+      },
+      action);
 }
 
 }  // namespace zephyl

@@ -9,11 +9,12 @@ namespace zephyl {
 namespace {
 
 using namespace std::chrono_literals;
-using Update = AgentMonitor::Update;
 
 /// A monitor of an agent that answers what the test says, when the test says so.
 class AgentMonitorTest : public ::testing::Test {
  protected:
+  using Update = AgentMonitor::Update;
+
   AgentMonitorTest() {
     monitor_->onChange = [this](const AgentSnapshot& snapshot, Update update) {
       EXPECT_EQ(&snapshot, &monitor_->snapshot());

@@ -1,0 +1,247 @@
+#include "ZephylTray/App/Ports.hpp"
+
+#include <utility>
+
+#include "System/Concurrency/Clock.hpp"
+#include "System/Files/Bundle.hpp"
+#include "System/Files/UserDefaults.hpp"
+#include "System/Network/HostLookup.hpp"
+#include "ZephylTray/Actions/LogFile.hpp"
+#include "ZephylTray/Config/Config.hpp"
+
+namespace zephyl::ports {
+
+namespace {
+
+constexpr auto enrolmentKey = "tailnetFingerprint";
+
+auto presentingAlerts(Dialogs& dialogs) {
+  return [&dialogs](const Alert& alert, auto done) {
+    return dialogs.presentAlert(alert, std::move(done));
+  };
+}
+
+std::optional<std::string> addressOf(const TailnetManager::Instance& tailnet) {
+  return tailnet ? tailnet->state().boundAddress : std::nullopt;
+}
+
+std::optional<TailnetView> viewOf(const TailnetManager::Instance& tailnet) {
+  return tailnet ? std::optional(TailnetView::of(*tailnet)) : std::nullopt;
+}
+
+TailnetSummary summaryOf(const TailnetManager& tailnets) {
+  TailnetSummary summary;
+  for (const auto& tailnet : tailnets.instances()) {
+    ++summary.tailnets;
+    if (TailnetView::of(*tailnet).usable()) ++summary.usable;
+  }
+  return summary;
+}
+
+std::map<std::string, TailnetView, std::less<>> viewsOf(const TailnetManager& tailnets) {
+  std::map<std::string, TailnetView, std::less<>> views;
+  for (const auto& tailnet : tailnets.instances()) {
+    views.emplace(tailnet->server().id, TailnetView::of(*tailnet));
+  }
+  return views;
+}
+
+std::vector<Diagnostics::Tailnet> reportsOf(const TailnetManager& tailnets) {
+  std::vector<Diagnostics::Tailnet> reports;
+  for (const auto& tailnet : tailnets.instances()) {
+    reports.push_back({.serverId = tailnet->server().id,
+                       .running = tailnet->isRunning(),
+                       .state = tailnet->state(),
+                       .log = tailnet->recentLog()});
+  }
+  return reports;
+}
+
+UpdateView updateView(const Updater& updater) {
+  if (!Updater::isAvailable()) return {};
+  return {.available = true,
+          .currentVersion = Updater::currentVersion(),
+          .installPostponed = updater.hasPostponedInstall(),
+          .pendingVersion = updater.pendingVersion(),
+          .canCheck = updater.canCheckForUpdates()};
+}
+
+void enrol(TailnetManager& tailnets, const ServerEntry& server, const std::string& preauthKey) {
+  if (const auto old = tailnets.forget(server.id)) old->stop();
+  tailnets.instance(server)->startRedeeming(preauthKey);
+}
+
+void setEnrolment(const std::optional<std::string>& fingerprint) {
+  if (fingerprint) {
+    Config::defaults().setString(enrolmentKey, *fingerprint);
+  } else {
+    Config::defaults().remove(enrolmentKey);
+  }
+}
+
+}  // namespace
+
+LogWindows::Port logWindows(const Components& components) {
+  auto& desktop = components.desktop;
+  return {
+      .present = [&dialogs = components.dialogs](
+                     const LogWindow& window,
+                     auto tell) { return dialogs.presentLogWindow(window, std::move(tell)); },
+      .write = [&clock = components.runtime.clock](
+                   const std::string& text) { return writeLogFile(text, clock.calendarNow()); },
+      .open = [&desktop](const std::string& path,
+                         Editor editor) { desktop.openFile(path, editor); },
+  };
+}
+
+WindowLauncher::Port windowLauncher(const Components& components, ControlServer& control) {
+  return {
+      .isInstalled = &DesktopApp::isInstalled,
+      .launch =
+          [app = components.desktopApp](DesktopLaunch launch) { app->launch(std::move(launch)); },
+      .setPendingRoute =
+          [&control](std::string screen) { control.setPendingRoute(std::move(screen)); },
+      .controlAccess = [&control]() -> std::optional<ControlAccess> {
+        if (!control.isListening()) return std::nullopt;
+        return ControlAccess{.token = control.token(), .port = control.port()};
+      },
+      .enabledServers = &Servers::enabled,
+      .primaryAddress = [tailnet = components.tailnet] { return addressOf(tailnet->primary()); },
+      .addressOf = [tailnet = components.tailnet](
+                       const std::string& id) { return addressOf(tailnet->find(id)); },
+      .openURL = [&desktop = components.desktop](const std::string& url) { desktop.openURL(url); },
+      .lookUpHost =
+          [runtime = components.runtime](const std::string& host, auto done) {
+            zephyl::lookUpHost(runtime.launcher, runtime.mainLoop, host, std::move(done));
+          },
+  };
+}
+
+ApprovalPrompts::Port approvalPrompts(const Components& components,
+                                      const std::shared_ptr<AgentMonitor>& monitor) {
+  auto& desktop = components.desktop;
+  const auto& client = components.agentAccess.client();
+  return {
+      .notify =
+          [&desktop](const Notification& notification) {
+            if (Bundle::main().identifier()) desktop.postNotification(notification);
+          },
+      .withdraw = [&desktop](const std::string& id) { desktop.removeNotification(id); },
+      .ask = presentingAlerts(components.dialogs),
+      .decide = [client](
+                    const auto& id, const auto& decision, const auto& confirm,
+                    auto done) { client.decideApproval(id, decision, confirm, std::move(done)); },
+      .revoke =
+          [client](const EscapeGrant& grant, ApprovalPrompts::Decided done) {
+            client.revokeEscapeGrant(grant.kind, grant.path,
+                                     [done = std::move(done)](const auto& grants) {
+                                       done(grants ? Result<void>() : grants.error());
+                                     });
+          },
+      .refresh = [monitor] { monitor->refresh(); },
+      .pending = [monitor]() -> std::optional<std::vector<PendingApproval>> {
+        const auto& activity = monitor->snapshot().activity;
+        return activity ? std::optional(activity->pendingApprovals) : std::nullopt;
+      },
+  };
+}
+
+ServerActions::Port serverActions(const Components& components) {
+  const auto& tailnet = components.tailnet;
+  return {
+      .all = &Servers::all,
+      .matching = &Servers::matching,
+      .add = &Servers::add,
+      .update = &Servers::update,
+      .remove = &Servers::remove,
+      .setEnrolment = &setEnrolment,
+      .enrol = [tailnet](const ServerEntry& server,
+                         const std::string& key) { enrol(*tailnet, server, key); },
+      .stopTailnet =
+          [tailnet](const std::string& id) {
+            if (const auto forgotten = tailnet->forget(id)) forgotten->stop();
+          },
+      .syncTailnets = [tailnet] { tailnet->syncWithStore(); },
+      .restartAgent = [agent = components.agent] { agent->restart(); },
+      .ask = presentingAlerts(components.dialogs),
+  };
+}
+
+FolderSharing::Port folderSharing(const Components& components,
+                                  const std::shared_ptr<AgentMonitor>& monitor) {
+  const auto& client = components.agentAccess.client();
+  return {
+      .getRoots = [client](auto done) { client.getRoots(std::move(done)); },
+      .addRoot = [client](const auto& path, const auto& id,
+                          auto done) { client.addRoot(path, std::nullopt, {id}, std::move(done)); },
+      .removeRoot = [client](const auto& path,
+                             auto done) { client.removeRoot(path, std::move(done)); },
+      .setRootServers = [client](const auto& path, const auto& ids,
+                                 auto done) { client.setRootServers(path, ids, std::move(done)); },
+      .refresh = [monitor] { monitor->refresh(); },
+      .desktopPicker = [&desktop = components.desktop](
+                           const FolderRequest& request,
+                           auto done) { desktop.chooseFolder(request, std::move(done)); },
+      .ownPicker = [&dialogs = components.dialogs](
+                       const FolderRequest& request,
+                       auto done) { return dialogs.chooseFolder(request, std::move(done)); },
+      .servers = &Servers::all,
+  };
+}
+
+StatusItemController::Port statusItem(const Components& components,
+                                      const std::shared_ptr<AgentMonitor>& monitor) {
+  return {
+      .summary =
+          [monitor, tailnet = components.tailnet] {
+            return StatusItemController::Summary{.agent = monitor->snapshot(),
+                                                 .known = monitor->hasPolled(),
+                                                 .tailnets = summaryOf(*tailnet)};
+          },
+      .menu =
+          [monitor, tailnet = components.tailnet, updater = components.updater] {
+            return StatusMenuState{.agent = monitor->snapshot(),
+                                   .tailnetProgramsFound = Config::tailnetProgramsInstalled(),
+                                   .servers = Servers::all(),
+                                   .tailnets = viewsOf(*tailnet),
+                                   .updates = updateView(*updater)};
+          },
+      .perform = {},
+  };
+}
+
+ControlAPI::Port controlAPI(const Components& components,
+                            const std::shared_ptr<AgentMonitor>& monitor,
+                            const std::shared_ptr<WindowLauncher>& windows) {
+  const auto& tailnet = components.tailnet;
+  const auto& agent = components.agent;
+  return {
+      .tailnetProgramsInstalled = &Config::tailnetProgramsInstalled,
+      .isEnrolled = [] { return !Config::defaults().string(enrolmentKey).value_or("").empty(); },
+      .anyTailnetRunning = [tailnet] { return tailnet->anyRunning(); },
+      .primaryTailnet = [tailnet] { return viewOf(tailnet->primary()); },
+      .tailnet = [tailnet](const std::string& id) { return viewOf(tailnet->find(id)); },
+      .tailnetReports = [tailnet] { return reportsOf(*tailnet); },
+      .servers = &Servers::all,
+      .agent = [monitor]() -> const AgentSnapshot& { return monitor->snapshot(); },
+      .webAddressOf = [windows](const auto& bound) { return windows->webAddressOf(bound); },
+      .tray =
+          [port = components.agentAccess.port()] {
+            return Diagnostics::Tray{.version = Updater::currentVersion(),
+                                     .trayPort = port,
+                                     .repoRoot = Config::repoRoot(),
+                                     .standalone = Config::bundledRuntimeDir().has_value()};
+          },
+      .agentProcess =
+          [agent] {
+            return Diagnostics::Agent{.running = agent->isRunning(), .managed = agent->isManaged()};
+          },
+      .restartAgent = [agent] { agent->restart(); },
+      .getRoots = [client = components.agentAccess.client()](
+                      auto done) { client.getRoots(std::move(done)); },
+      .serverActions = {},
+      .folderSharing = {},
+  };
+}
+
+}  // namespace zephyl::ports
