@@ -1,6 +1,9 @@
 #pragma once
 
 #include <string>
+#include <variant>
+
+#include <boost/type_index.hpp>
 
 #include "Desktop/Menu.hpp"
 #include "System/Data/JSON.hpp"
@@ -22,44 +25,16 @@ inline std::string nameOf(DotColor colour) {
   return "?";
 }
 
-inline std::string nameOf(const menuActions::RevokeEscapeGrant& action) {
-  return "RevokeEscapeGrant " + json::compact(json::encode(action.grant));
-}
-inline std::string nameOf(const menuActions::OpenServerInBrowser& action) {
-  return "OpenServerInBrowser " + action.serverId;
-}
-inline std::string nameOf(const menuActions::ConnectServer& action) {
-  return "ConnectServer " + action.serverId;
-}
-inline std::string nameOf(const menuActions::RenameServer& action) {
-  return "RenameServer " + action.serverId;
-}
-inline std::string nameOf(const menuActions::RemoveServer& action) {
-  return "RemoveServer " + action.serverId;
-}
-inline std::string nameOf(menuActions::ReviewPendingApprovals) {
-  return "ReviewPendingApprovals";
-}
-inline std::string nameOf(menuActions::OpenDesktopWindow) {
-  return "OpenDesktopWindow";
-}
-inline std::string nameOf(menuActions::RedeemInvite) {
-  return "RedeemInvite";
-}
-inline std::string nameOf(menuActions::ShowTailnetLogs) {
-  return "ShowTailnetLogs";
-}
-inline std::string nameOf(menuActions::RestartTailnet) {
-  return "RestartTailnet";
-}
-inline std::string nameOf(menuActions::CheckForUpdates) {
-  return "CheckForUpdates";
-}
-inline std::string nameOf(menuActions::Quit) {
-  return "Quit";
+/// The type of one of the tray's actions, and what the action is about.
+template <typename Action>
+std::string nameOf(const Action& action) {
+  const auto qualified = boost::typeindex::type_id<Action>().pretty_name();
+  auto name = qualified.substr(qualified.rfind(':') + 1);
+  if constexpr (requires { action.serverId; }) name += " " + action.serverId;
+  if constexpr (requires { action.grant; }) name += " " + json::compact(json::encode(action.grant));
+  return name;
 }
 
-/// The action's type, and what it is about.
 inline std::string nameOf(const MenuAction& action) {
   const auto* const known = action.as<TrayAction>();
   if (known == nullptr) return "?";

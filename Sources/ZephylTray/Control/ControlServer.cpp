@@ -14,9 +14,8 @@ namespace zephyl {
 namespace {
 constexpr std::size_t tokenBytes = 16;
 constexpr auto tokenHeader = "x-zephyl-onboard-token";
-constexpr auto badRequest = "400 Bad Request";
 
-std::string message(std::string_view status, const json::Object& json) {
+std::string message(HTTPStatus status, const json::Object& json) {
   std::string body = json::compact(json);
   if (!isValidUTF8(body)) body = "{}";
   return formatText(
@@ -24,7 +23,7 @@ std::string message(std::string_view status, const json::Object& json) {
       "Content-Type: application/json\r\n"
       "Content-Length: {}\r\n"
       "Connection: close\r\n\r\n{}",
-      status, body.size(), body);
+      statusText(status), body.size(), body);
 }
 
 }  // namespace
@@ -87,7 +86,7 @@ MessageListener::Verdict ControlServer::receive(IncomingRequest& incoming, const
   using Verdict = MessageListener::Verdict;
   using Stage = HTTPRequestParser::Stage;
   if (received.size() > maxRequestBytes) {
-    refuse(peer, "413 Payload Too Large", "request too large");
+    refuse(peer, HTTPStatus::payloadTooLarge, "request too large");
     return Verdict::complete;
   }
   const Stage stage = incoming.parser.advance(received);
@@ -95,7 +94,7 @@ MessageListener::Verdict ControlServer::receive(IncomingRequest& incoming, const
   HTTPRequest& request = incoming.parser.request();
   if (!incoming.authorized && !isAuthorized(request)) {
     wipe(request.body);
-    refuse(peer, "403 Forbidden", "bad or missing onboarding token");
+    refuse(peer, HTTPStatus::forbidden, "bad or missing onboarding token");
     return Verdict::complete;
   }
   incoming.authorized = true;
@@ -110,27 +109,26 @@ bool ControlServer::isAuthorized(const HTTPRequest& request) const {
   return presented && equalSecrets(*presented, token_);
 }
 
-void ControlServer::respond(const Peer& peer, std::string_view status, const json::Object& json) {
+void ControlServer::respond(const Peer& peer, HTTPStatus status, const json::Object& json) {
   peer.send(message(status, json));
 }
 
-void ControlServer::refuse(const Peer& peer, std::string_view status, std::string_view reason) {
+void ControlServer::refuse(const Peer& peer, HTTPStatus status, std::string_view reason) {
   peer.refuse(message(status, {{"error", reason}}));
 }
 
-void ControlServer::fail(const Peer& peer, std::string_view status, std::string_view message) {
+void ControlServer::fail(const Peer& peer, HTTPStatus status, std::string_view message) {
   respond(peer, status, {{"error", message}});
 }
 
 void ControlServer::reply(const Peer& peer, const Failure& result) {
-  if (result) return fail(peer, badRequest, *result);
-  respond(peer, "200 OK", {{"ok", true}});
+  if (result) return fail(peer, HTTPStatus::badRequest, *result);
+  respond(peer, HTTPStatus::ok, {{"ok", true}});
 }
 
 ControlServer::Completion ControlServer::asyncReply(const Peer& peer) {
-  return [pending = std::make_shared<PendingReply>(peer, badRequest)](const Failure& result) {
-    reply(pending->peer, result);
-  };
+  return [pending = std::make_shared<PendingReply>(peer, HTTPStatus::badRequest)](
+             const Failure& result) { reply(pending->peer, result); };
 }
 
 ControlServer::PendingReply::~PendingReply() {

@@ -17,6 +17,7 @@
 #include "System/Data/Result.hpp"
 #include "System/Network/MessageListener.hpp"
 #include "ZephylTray/Control/HTTPRequest.hpp"
+#include "ZephylTray/Control/HTTPStatus.hpp"
 
 namespace zephyl {
 
@@ -104,14 +105,14 @@ class ControlServer {
   };
   /// A peer that is answered later: with `shuttingDown` should everybody let go of it before.
   struct PendingReply {
-    PendingReply(Peer waiting, std::string_view status)
+    PendingReply(Peer waiting, HTTPStatus status)
         : peer(std::move(waiting)), failureStatus(status) {}
     ~PendingReply();
     PendingReply(const PendingReply&) = delete;
     PendingReply& operator=(const PendingReply&) = delete;
 
     const Peer peer;
-    const std::string_view failureStatus;
+    const HTTPStatus failureStatus;
   };
   using RouteHandler = void (ControlServer::*)(const Call&);
 
@@ -120,9 +121,9 @@ class ControlServer {
   MessageListener::Verdict receive(IncomingRequest& incoming, const Peer& peer,
                                    std::string_view received);
   [[nodiscard]] bool isAuthorized(const HTTPRequest& request) const;
-  static void respond(const Peer& peer, std::string_view status, const json::Object& json);
-  static void refuse(const Peer& peer, std::string_view status, std::string_view reason);
-  static void fail(const Peer& peer, std::string_view status, std::string_view message);
+  static void respond(const Peer& peer, HTTPStatus status, const json::Object& json);
+  static void refuse(const Peer& peer, HTTPStatus status, std::string_view reason);
+  static void fail(const Peer& peer, HTTPStatus status, std::string_view message);
   static void reply(const Peer& peer, const Failure& result);
   static Completion asyncReply(const Peer& peer);
 

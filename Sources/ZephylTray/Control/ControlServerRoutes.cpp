@@ -40,8 +40,6 @@ std::optional<std::string> takeSecret(json::Object& fields, std::string_view key
   return secret;
 }
 
-constexpr auto notFound = "404 Not Found";
-constexpr auto badGateway = "502 Bad Gateway";
 constexpr auto noEndpoint = "no such endpoint";
 
 }  // namespace
@@ -63,7 +61,7 @@ void ControlServer::dispatch(const Peer& peer, const HTTPRequest& request) {
   };
   const auto [path, id] = route(request.method, request.path);
   const auto found = routes.find(path);
-  if (found == routes.end()) return fail(peer, notFound, noEndpoint);
+  if (found == routes.end()) return fail(peer, HTTPStatus::notFound, noEndpoint);
   (this->*found->second)({peer, id, request.body});
 }
 
@@ -72,7 +70,7 @@ void ControlServer::getStatus(const Call& call) {
       [this] { return statusProvider ? statusProvider() : json::Object(); }, stopping_.get_token());
   if (!status) return reply(call.peer, shuttingDown);
   if (auto route = takePendingRoute()) (*status)["request"] = *route;
-  respond(call.peer, "200 OK", *status);
+  respond(call.peer, HTTPStatus::ok, *status);
 }
 
 void ControlServer::postInvite(const Call& call) {
@@ -95,12 +93,12 @@ void ControlServer::getServers(const Call& call) {
 }
 
 void ControlServer::getDiagnostics(const Call& call) {
-  if (!diagnosticsProvider) return fail(call.peer, notFound, noEndpoint);
+  if (!diagnosticsProvider) return fail(call.peer, HTTPStatus::notFound, noEndpoint);
   respondFromMain(call, diagnosticsProvider);
 }
 
 void ControlServer::postAgentRestart(const Call& call) {
-  if (!onRestartAgent) return fail(call.peer, notFound, noEndpoint);
+  if (!onRestartAgent) return fail(call.peer, HTTPStatus::notFound, noEndpoint);
   replyFromMain(call, [this] {
     onRestartAgent();
     return Failure();
@@ -134,24 +132,24 @@ void ControlServer::deleteServer(const Call& call) {
 }
 
 void ControlServer::getRoots(const Call& call) {
-  if (!rootsProvider) return fail(call.peer, notFound, noEndpoint);
-  rootsProvider([pending = std::make_shared<PendingReply>(call.peer, badGateway)](
+  if (!rootsProvider) return fail(call.peer, HTTPStatus::notFound, noEndpoint);
+  rootsProvider([pending = std::make_shared<PendingReply>(call.peer, HTTPStatus::badGateway)](
                     Result<std::vector<json::Object>> roots) {
     const Peer& peer = pending->peer;
-    if (!roots) return fail(peer, badGateway, roots.error().message);
+    if (!roots) return fail(peer, HTTPStatus::badGateway, roots.error().message);
     json::Array list;
     for (auto& root : *roots) list.emplace_back(std::move(root));
-    respond(peer, "200 OK", {{"roots", std::move(list)}});
+    respond(peer, HTTPStatus::ok, {{"roots", std::move(list)}});
   });
 }
 
 void ControlServer::postRoot(const Call& call) {
-  if (!onAddRoot) return fail(call.peer, notFound, noEndpoint);
+  if (!onAddRoot) return fail(call.peer, HTTPStatus::notFound, noEndpoint);
   onAddRoot(call.id, asyncReply(call.peer));
 }
 
 void ControlServer::postRootScope(const Call& call) {
-  if (!onSetRootShared) return fail(call.peer, notFound, noEndpoint);
+  if (!onSetRootShared) return fail(call.peer, HTTPStatus::notFound, noEndpoint);
   const auto fields = fieldsOf(call.body);
   const auto root = text(fields, "root");
   const auto shared = flag(fields, "shared");
@@ -175,7 +173,7 @@ void ControlServer::respondFromMain(const Call& call,
                                     const std::function<json::Object()>& provider) {
   const auto object = mainLoop_.sync(provider, stopping_.get_token());
   if (!object) return reply(call.peer, shuttingDown);
-  respond(call.peer, "200 OK", *object);
+  respond(call.peer, HTTPStatus::ok, *object);
 }
 
 std::optional<std::string> ControlServer::takePendingRoute() {
