@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <filesystem>
 #include <fstream>
 #include <memory>
@@ -74,20 +75,35 @@ class Soak : public ::testing::Test {
     tailnet_ = std::make_shared<TailnetProcess>(runtime_.runtime(), server);
   }
 
+  static Duration delayAfter(std::int64_t failures) {
+    if (failures > TailnetProcess::maxFailures) return TailnetProcess::stalledDelay;
+    return std::min<Duration>(1s * (1 << failures), 60s);
+  }
+
+  /// Waits in real time for the end of the children that were asked to end.
+  void waitForChildren() {
+    ASSERT_TRUE(test::eventually([&] {
+      runtime_.settle();
+      return test::childrenOf(::getpid()) == guardian_;
+    }));
+  }
+
   /// Starts a pair again and again until so many have failed, and ends the last.
   void crash(int times) {
     tailnet_->start();
     while (tailnet_->state().failureCount < times) {
       const auto failures = tailnet_->state().failureCount;
-      runtime_.advance(TailnetProcess::stalledDelay);
+      // No further than to the next start, whose children then end in real time.
+      runtime_.advance(failures == 0 ? Duration(0) : delayAfter(failures));
       runtime_.advance(TailnetProcess::clientDelay);
       ASSERT_TRUE(test::eventually([&] {
         runtime_.settle();
         return tailnet_->state().failureCount > failures;
       }));
+      waitForChildren();
     }
     tailnet_->stop();
-    runtime_.settle();
+    waitForChildren();
     runtime_.reactor.run([] {});  // an exit is told before the child's descriptors are closed
     for (const auto& line : tailnet_->recentLog()) {
       ASSERT_EQ(line.find("failed to start"), std::string::npos) << line;
@@ -96,11 +112,11 @@ class Soak : public ::testing::Test {
 
   test::TrayWorld world_;
   test::RealChildren runtime_;
+  const std::vector<pid_t> guardian_ = test::childrenOf(::getpid());
   std::shared_ptr<TailnetProcess> tailnet_;
 };
 
 TEST_F(Soak, AThousandCrashesOfAPairLeaveNothingBehind) {
-  const auto children = test::childrenOf(::getpid());
   const auto threads = Holdings::threadCount();
   crash(warmUp);
   const Holdings before;
@@ -108,7 +124,7 @@ TEST_F(Soak, AThousandCrashesOfAPairLeaveNothingBehind) {
   EXPECT_TRUE(test::eventually([&] { return Holdings::threadCount() == threads; }));
   const Holdings after;
   EXPECT_EQ(after.descriptors, before.descriptors);
-  EXPECT_EQ(test::childrenOf(::getpid()), children);  // zombies included
+  EXPECT_EQ(test::childrenOf(::getpid()), guardian_);  // zombies included
   EXPECT_LE(after.heap, before.heap + heapAllowance);
   EXPECT_LE(after.resident, before.resident + residentAllowance);
   EXPECT_LE(runtime_.clock.pendingTimers(), 2U);

@@ -90,16 +90,29 @@ ServerActions::Failure ServerActions::setServerEnabled(const std::string& id, bo
   return failure;
 }
 
-ServerActions::Failure ServerActions::removeServer(const std::string& id) {
-  if (!contains(id)) return serverGone;
-  port_.stopTailnet(id);
-  if (auto failure = failureOf(port_.remove(id))) {
+void ServerActions::removeServer(const std::string& id, const Completion& done) {
+  if (!contains(id)) return done(serverGone);
+  port_.suspendTailnet(id);
+  port_.whenTailnetsEnded(
+      weakly(this, [id, done](ServerActions& self) { done(self.removeStoppedServer(id)); }));
+}
+
+/// What the children of a tailnet have in use must not be deleted before they have ended.
+ServerActions::Failure ServerActions::removeStoppedServer(const std::string& id) {
+  auto failure = failureOf(port_.remove(id));
+  port_.resumeTailnet(id);
+  if (failure) {
     port_.syncTailnets();  // starts the server's tailnet again
     return failure;
   }
   if (std::ranges::none_of(port_.all(), &ServerEntry::isJoined)) port_.setEnrolment(std::nullopt);
   serversChanged();
   return std::nullopt;
+}
+
+void ServerActions::complete(Failure failure, const Completion& done) const {
+  if (failure) return done(std::move(failure));
+  port_.whenTailnetsEnded([done] { done(std::nullopt); });
 }
 
 void ServerActions::connectServer(const std::string& id) {

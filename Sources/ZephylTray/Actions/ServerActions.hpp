@@ -8,6 +8,7 @@
 #include <utility>
 
 #include "Desktop/Dialogs.hpp"
+#include "System/Concurrency/Clock.hpp"
 #include "System/Data/Result.hpp"
 #include "ZephylTray/Registry/Servers.hpp"
 
@@ -21,6 +22,7 @@ class ServerActions : public std::enable_shared_from_this<ServerActions> {
  public:
   /// A message for the user; nullopt means success.
   using Failure = std::optional<std::string>;
+  using Completion = std::function<void(Failure)>;
 
   struct Port {
     // The registry, as `Servers`
@@ -40,7 +42,11 @@ class ServerActions : public std::enable_shared_from_this<ServerActions> {
     // Tailnets
     /// Replaces the tailnet of a server by one that enrols with the key.
     std::function<void(const ServerEntry&, const std::string& preauthKey)> enrol;
-    std::function<void(const std::string& id)> stopTailnet;
+    /// Stops the tailnet of a server, and keeps it from being started until it is resumed.
+    std::function<void(const std::string& id)> suspendTailnet;
+    std::function<void(const std::string& id)> resumeTailnet;
+    /// Calls `then` later, when the children of all tailnets that have been stopped have ended.
+    std::function<void(Task then)> whenTailnetsEnded;
     /// Starts and stops tailnets as the registry says.
     std::function<void()> syncTailnets;
     // The rest of the tray
@@ -69,7 +75,13 @@ class ServerActions : public std::enable_shared_from_this<ServerActions> {
   /// An empty accent gives the choice back to the server.
   Failure setServerAccent(const std::string& id, const std::string& accent);
   Failure setServerEnabled(const std::string& id, bool enabled);
-  Failure removeServer(const std::string& id);
+  /// The server is removed, with the state of its tailnet, when the children of the tailnet have
+  /// ended. Then, or after a failure, calls `done`.
+  void removeServer(const std::string& id, const Completion& done);
+
+  /// Completes an operation that may have stopped tailnets: passes on a failure at once, success
+  /// when the children of the stopped tailnets have ended.
+  void complete(Failure failure, const Completion& done) const;
 
   /// Enables a server because the user has asked for it in the menu. Shows a failure.
   void connectServer(const std::string& id);
@@ -77,6 +89,7 @@ class ServerActions : public std::enable_shared_from_this<ServerActions> {
  private:
   void redeemAnswer(const std::optional<AlertAnswer>& answer);
   [[nodiscard]] bool contains(const std::string& id) const;
+  Failure removeStoppedServer(const std::string& id);
   void serversChanged();
 
   const Port port_;

@@ -67,7 +67,7 @@ UpdateView updateView(const Updater& updater) {
 }
 
 void enrol(TailnetManager& tailnets, const ServerEntry& server, const std::string& preauthKey) {
-  if (const auto old = tailnets.forget(server.id)) old->stop();
+  tailnets.retire(server.id);
   tailnets.instance(server)->startRedeeming(preauthKey);
 }
 
@@ -157,10 +157,9 @@ ServerActions::Port serverActions(const Components& components) {
       .setEnrolment = &setEnrolment,
       .enrol = [tailnet](const ServerEntry& server,
                          const std::string& key) { enrol(*tailnet, server, key); },
-      .stopTailnet =
-          [tailnet](const std::string& id) {
-            if (const auto forgotten = tailnet->forget(id)) forgotten->stop();
-          },
+      .suspendTailnet = [tailnet](const std::string& id) { tailnet->suspend(id); },
+      .resumeTailnet = [tailnet](const std::string& id) { tailnet->resume(id); },
+      .whenTailnetsEnded = [tailnet](Task then) { tailnet->whenRetired(std::move(then)); },
       .syncTailnets = [tailnet] { tailnet->syncWithStore(); },
       .restartAgent = [agent = components.agent] { agent->restart(); },
       .ask = presentingAlerts(components.dialogs),

@@ -92,17 +92,21 @@ void ControlAPI::install(ControlServer& server, MainLoop& mainLoop, Port port) {
   server.diagnosticsProvider = [api] { return api->diagnostics(); };
   server.onRestartAgent = port.restartAgent;
   const auto& actions = port.serverActions;
-  server.onInvite = [actions](const auto& key) { return actions->redeem(key); };
+  server.onInvite = [actions](const auto& key, const auto& done) {
+    actions->complete(actions->redeem(key), done);
+  };
   server.onSetLabel = [actions](const auto& id, const auto& label) {
     return actions->setServerLabel(id, label);
   };
   server.onSetAccent = [actions](const auto& id, const auto& accent) {
     return actions->setServerAccent(id, accent);
   };
-  server.onSetEnabled = [actions](const auto& id, bool enabled) {
-    return actions->setServerEnabled(id, enabled);
+  server.onSetEnabled = [actions](const auto& id, bool enabled, const auto& done) {
+    actions->complete(actions->setServerEnabled(id, enabled), done);
   };
-  server.onRemove = [actions](const auto& id) { return actions->removeServer(id); };
+  server.onRemove = [actions](const auto& id, const auto& done) {
+    actions->removeServer(id, done);
+  };
   installFolders(server, mainLoop, port);
 }
 

@@ -35,12 +35,21 @@ class ServerActionsTest : public ::testing::Test {
     return entries_.back();
   }
 
+  /// Removes a server whose children end at once, and returns what the user is told.
+  std::optional<std::string> remove(const std::string& id) {
+    std::optional<ServerActions::Failure> result;
+    actions_->removeServer(id, [&](auto failure) { result = std::move(failure); });
+    if (!result) std::exchange(tailnetsEnded_, nullptr)();
+    return result.value();
+  }
+
   const std::string fingerprint_ = std::string(32, 'a');
   const std::string key_ = "inv_v2_" + fingerprint_ + "_one";
   std::vector<ServerEntry> entries_;
   std::optional<Error> failure_;  // of every change
   std::optional<std::string> enrolment_;
   Strings steps_;
+  Task tailnetsEnded_;
   test::FakeDialogs dialogs_;
   std::shared_ptr<ServerActions> actions_ = std::make_shared<ServerActions>(ServerActions::Port{
       .all = [this] { return ServerList(entries_); },
@@ -65,7 +74,9 @@ class ServerActionsTest : public ::testing::Test {
       .setEnrolment = [this](const auto& fingerprint) { enrolment_ = fingerprint; },
       .enrol = [this](const auto& server,
                       const auto& key) { step("enrol " + server.id + " " + key); },
-      .stopTailnet = [this](const auto& id) { step("stop " + id); },
+      .suspendTailnet = [this](const auto& id) { step("suspend " + id); },
+      .resumeTailnet = [this](const auto& id) { step("resume " + id); },
+      .whenTailnetsEnded = [this](auto then) { tailnetsEnded_ = std::move(then); },
       .syncTailnets = [this] { step("sync"); },
       .restartAgent = [this] { step("restart agent"); },
       .ask = [this](const auto& alert, auto done) { return dialogs_.presentAlert(alert, done); },
@@ -120,16 +131,38 @@ TEST_F(ServerActionsTest, AServerThatCannotBeRemovedIsStartedAgain) {
   entries_ = {{.id = "a", .tailnetFingerprint = fingerprint_}};
   enrolment_ = fingerprint_;
   failure_ = Error{"disk full"};
-  EXPECT_NE(actions_->removeServer("a"), std::nullopt);
-  EXPECT_EQ(steps_, (Strings{"stop a", "sync"}));
+  EXPECT_NE(remove("a"), std::nullopt);
+  EXPECT_EQ(steps_, (Strings{"suspend a", "resume a", "sync"}));
   EXPECT_EQ(enrolment_, fingerprint_);
+}
+
+TEST_F(ServerActionsTest, AServerIsRemovedOnlyWhenTheChildrenOfItsTailnetHaveEnded) {
+  entries_ = {{.id = "a", .tailnetFingerprint = fingerprint_}};
+  bool removed = false;
+  actions_->removeServer("a", [&](const auto& failure) { removed = !failure; });
+  EXPECT_EQ(steps_, Strings{"suspend a"});
+  EXPECT_EQ(entries_.size(), 1U);
+  tailnetsEnded_();
+  EXPECT_TRUE(removed);
+  EXPECT_TRUE(entries_.empty());
+}
+
+TEST_F(ServerActionsTest, SuccessIsReportedWhenTheChildrenHaveEndedAndAFailureAtOnce) {
+  std::vector<ServerActions::Failure> results;
+  const auto store = [&](auto result) { results.push_back(std::move(result)); };
+  actions_->complete("no", store);
+  ASSERT_EQ(results, std::vector<ServerActions::Failure>{"no"});
+  actions_->complete(std::nullopt, store);
+  EXPECT_EQ(results.size(), 1U);
+  tailnetsEnded_();
+  EXPECT_EQ(results.back(), std::nullopt);
 }
 
 TEST_F(ServerActionsTest, AServerThatIsGoneCannotBeChanged) {
   EXPECT_EQ(actions_->setServerLabel("none", "x"), "That server is gone.");
   EXPECT_EQ(actions_->setServerAccent("none", "x"), "That server is gone.");
   EXPECT_EQ(actions_->setServerEnabled("none", true), "That server is gone.");
-  EXPECT_EQ(actions_->removeServer("none"), "That server is gone.");
+  EXPECT_EQ(remove("none"), "That server is gone.");
   EXPECT_TRUE(steps_.empty());
 }
 
@@ -156,10 +189,10 @@ TEST_F(ServerActionsTest, RemovingTheLastJoinedServerForgetsTheEnrolment) {
               {.id = "b", .tailnetFingerprint = std::string(32, 'b')},
               {.id = "c"}};
   enrolment_ = fingerprint_;
-  EXPECT_EQ(actions_->removeServer("a"), std::nullopt);
-  EXPECT_EQ(steps_, (Strings{"stop a", "sync", "restart agent", "change"}));
+  EXPECT_EQ(remove("a"), std::nullopt);
+  EXPECT_EQ(steps_, (Strings{"suspend a", "resume a", "sync", "restart agent", "change"}));
   EXPECT_TRUE(enrolment_);
-  EXPECT_EQ(actions_->removeServer("b"), std::nullopt);
+  EXPECT_EQ(remove("b"), std::nullopt);
   EXPECT_FALSE(enrolment_);
   ASSERT_EQ(entries_.size(), 1U);
 }
