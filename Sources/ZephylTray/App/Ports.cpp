@@ -33,7 +33,7 @@ TailnetSummary summaryOf(const TailnetManager& tailnets) {
   TailnetSummary summary;
   for (const auto& tailnet : tailnets.instances()) {
     ++summary.tailnets;
-    if (TailnetView::of(*tailnet).usable()) ++summary.usable;
+    if (tailnet->isRunning() && tailnet->state().boundAddress) ++summary.usable;
   }
   return summary;
 }

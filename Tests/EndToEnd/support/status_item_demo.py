@@ -64,9 +64,10 @@ class Demo:
 
     def set_menu_on_update(self, menu):
         """The menu that the demo sets when it is asked for an update; returns once it is ready."""
+        before = self.names().count("running")
         self.do("menuOnUpdate", menu=menu)
         self.do("running", identifier="org.zephyl.nobody")  # orders are handled one after the other
-        self.event("running", self.names().count("running") + 1)
+        self.event("running", before + 1)
 
     def names(self):
         return [event["event"] for event in self.events]
