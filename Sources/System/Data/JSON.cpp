@@ -147,6 +147,28 @@ bool Decoder::decodeNumber(const Value& from, double& into) {
   return true;
 }
 
+bool Decoder::decodeSignal(const Value& from) {
+  const bool* boolean = from.if_bool();
+  return (boolean != nullptr && *boolean) || fail("not true");
+}
+
+std::optional<std::size_t> Decoder::onlyKey(const Value& from,
+                                            std::span<const std::string_view> keys) {
+  const Object* object = from.if_object();
+  std::optional<std::size_t> found;
+  for (std::size_t place = 0; object != nullptr && place < keys.size(); ++place) {
+    const Value* value = object->if_contains(keys[place]);
+    if (value == nullptr || value->is_null()) continue;
+    if (found) {
+      fail("more than one message");
+      return std::nullopt;
+    }
+    found = place;
+  }
+  if (!found) fail(object == nullptr ? "not an object" : "not one of the known messages");
+  return found;
+}
+
 Error Decoder::error() const {
   return {path_, path_.empty() ? "" : ": ", reason_};
 }

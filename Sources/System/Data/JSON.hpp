@@ -1,41 +1,60 @@
 #pragma once
 
+#include <array>
 #include <concepts>
+#include <cstddef>
 #include <cstdint>
 #include <map>
 #include <optional>
+#include <span>
 #include <string>
 #include <string_view>
+#include <tuple>
 #include <type_traits>
+#include <utility>
+#include <variant>
 #include <vector>
 
+#include <boost/describe/class.hpp>
+#include <boost/describe/enum.hpp>
+#include <boost/describe/enum_to_string.hpp>
+#include <boost/describe/enumerators.hpp>
+#include <boost/describe/members.hpp>
 #include <boost/json/array.hpp>
 #include <boost/json/object.hpp>
 #include <boost/json/value.hpp>
+#include <boost/mp11/algorithm.hpp>
 
 #include "System/Data/Result.hpp"
 
-/// Typed JSON. A record says once which keys it has, and can then be decoded and encoded:
+/// Typed JSON. A structure that is described with Boost.Describe can be decoded and encoded; its
+/// members are the fields, in this order, and their names the keys:
 ///
 ///     struct SharedRoot {
 ///       std::string root;
 ///       std::optional<std::vector<std::string>> servers;
-///
-///       template <typename Self, typename Fields>
-///       static void describe(Self& self, Fields& fields) {
-///         fields("root", self.root);
-///         fields("servers", self.servers);
-///       }
 ///     };
+///     BOOST_DESCRIBE_STRUCT(SharedRoot, (), (root, servers))
 ///
-/// A field is required, unless it is a `std::optional` (absent or null holds none, and none is
-/// left out on encoding) or is described by `fields.orDefault` (absent or null keeps the value
-/// that it was constructed with). Unknown keys are ignored; of a repeated key the last counts.
-/// An enumeration is a string; `enumNames` lists its values:
+/// A field is required, unless it is a `std::optional`: an absent field or null is nullopt, which
+/// is left out on encoding. A field that `fieldsWithDefault` names keeps the value that it was
+/// constructed with if it is absent or null:
 ///
-///     constexpr std::array<std::string_view, 2> enumNames(Phase) { return {"idle", "busy"}; }
+///     constexpr auto fieldsWithDefault(const Activity*) { return std::tuple(&Activity::grants); }
 ///
-/// All functions are pure; they report failure as a `Result` that names the path of the offending
+/// Unknown keys are ignored; of a repeated key the last counts. An enumeration that is described
+/// with BOOST_DESCRIBE_ENUM is a string, the name of the enumerator.
+///
+/// A `std::variant` is a message: an object in which exactly one of the keys that `messageNames`
+/// lists is present, one for each alternative. An alternative without fields is written as `true`,
+/// one with a single field called `value` as the value of that field.
+///
+///     using Order = std::variant<Ping, Close>;
+///     constexpr std::array<std::string_view, 2> messageNames(const Order*) {
+///       return {"ping", "close"};
+///     }
+///
+/// All functions are pure. They report failure as a `Result` that names the path of the offending
 /// key, such as "connections[2].state: not one of the known values".
 namespace zephyl::json {
 
@@ -54,11 +73,51 @@ std::string compact(const Value& value);
 /// Indented by two spaces, the keys of every object sorted, with a newline at the end.
 std::string prettySorted(const Value& value);
 
+/// A described structure.
 template <typename T>
-concept Record = requires(T& record, int& fields) { &T::template describe<T, int>; };
+concept Record = boost::describe::has_describe_members<T>::value && std::is_class_v<T>;
 
 template <typename T>
-concept NamedEnum = std::is_enum_v<T> && requires(T value) { enumNames(value); };
+concept NamedEnum = boost::describe::has_describe_enumerators<T>::value && std::is_enum_v<T>;
+
+template <typename T>
+concept Integer = std::integral<T> && !std::same_as<T, bool>;
+
+template <Record T>
+using MembersOf = boost::describe::describe_members<T, boost::describe::mod_public>;
+
+/// A structure without fields, written as `true`.
+template <typename T>
+concept Signal = Record<T> && boost::mp11::mp_empty<MembersOf<T>>::value;
+
+template <Record T>
+constexpr bool holdsOneValue() {
+  if constexpr (boost::mp11::mp_size<MembersOf<T>>::value == 1) {
+    return std::string_view(boost::mp11::mp_front<MembersOf<T>>::name) == "value";
+  }
+  return false;
+}
+/// A structure that is written as its only field.
+template <typename T>
+concept Wrapper = Record<T> && holdsOneValue<T>();
+
+template <typename Left, typename Right>
+constexpr bool isSameMember(Left left, Right right) {
+  if constexpr (std::same_as<Left, Right>) return left == right;
+  return false;
+}
+
+/// Whether a member, given by its descriptor, keeps its default if it is absent.
+template <Record T, typename Member>
+constexpr bool keepsDefault() {
+  constexpr const T* record = nullptr;
+  if constexpr (requires { fieldsWithDefault(record); }) {
+    return std::apply(
+        [](auto... members) { return (isSameMember(members, Member::pointer) || ...); },
+        fieldsWithDefault(record));
+  }
+  return false;
+}
 
 /// Fills one value from JSON. Holds the reason and the path of a failure.
 class Decoder {
@@ -69,13 +128,12 @@ class Decoder {
   [[nodiscard]] Error error() const;
 
  private:
-  /// Hands the fields of an object to a record's `describe`.
-  class Fields;
-
   bool decodeString(const Value& from, std::string& into);
   bool decodeBoolean(const Value& from, bool& into);
   bool decodeInteger(const Value& from, std::int64_t& into);
   bool decodeNumber(const Value& from, double& into);
+  template <Integer T>
+  bool decodeInteger(const Value& from, T& into);
   template <typename T>
   bool decodeEnum(const Value& from, T& into);
   template <typename T>
@@ -86,48 +144,23 @@ class Decoder {
   bool decodeMap(const Value& from, std::map<std::string, T>& into);
   template <typename T>
   bool decodeRecord(const Value& from, T& into);
+  template <bool mayBeAbsent, typename T>
+  bool decodeField(const Object& from, std::string_view key, T& into);
+  template <typename T>
+  bool decodeMessage(const Value& from, T& into);
+  bool decodeSignal(const Value& from);
+
+  /// Returns the place of the only key that is present, or nullopt after `fail`.
+  std::optional<std::size_t> onlyKey(const Value& from, std::span<const std::string_view> keys);
 
   bool fail(std::string_view reason);
-  /// Adds the key or index that the failed value stood under; false, for the caller to return.
+  /// Adds the key or index that the failed value stood under. Returns false, for the caller to
+  /// return.
   bool under(std::string_view key);
   bool under(std::size_t index);
 
   std::string reason_;
   std::string path_;
-};
-
-class Decoder::Fields {
- public:
-  Fields(Decoder& decoder, const Object& object) : decoder_(decoder), object_(object) {}
-
-  template <typename T>
-  void operator()(std::string_view key, T& into) {
-    take(key, into, [&] { return decoder_.fail("missing"); });
-  }
-  template <typename T>
-  void operator()(std::string_view key, std::optional<T>& into) {
-    orDefault(key, into);
-  }
-  template <typename T>
-  void orDefault(std::string_view key, T& into) {
-    const Value* value = object_.if_contains(key);
-    if (value != nullptr && !value->is_null()) (*this).take(key, into, [] { return true; });
-  }
-
-  [[nodiscard]] bool succeeded() const { return succeeded_; }
-
- private:
-  template <typename T, typename Absent>
-  void take(std::string_view key, T& into, Absent absent) {
-    if (!succeeded_) return;
-    const Value* value = object_.if_contains(key);
-    if (value != nullptr ? decoder_.decode(*value, into) : absent()) return;
-    succeeded_ = decoder_.under(key);
-  }
-
-  Decoder& decoder_;
-  const Object& object_;
-  bool succeeded_ = true;
 };
 
 template <typename T>
@@ -142,6 +175,10 @@ template <typename T>
 struct IsMap : std::false_type {};
 template <typename T>
 struct IsMap<std::map<std::string, T>> : std::true_type {};
+template <typename T>
+struct IsMessage : std::false_type {};
+template <typename... Alternatives>
+struct IsMessage<std::variant<Alternatives...>> : std::true_type {};
 
 template <typename T>
 bool Decoder::decode(const Value& from, T& into) {
@@ -149,7 +186,7 @@ bool Decoder::decode(const Value& from, T& into) {
     return decodeString(from, into);
   } else if constexpr (std::same_as<T, bool>) {
     return decodeBoolean(from, into);
-  } else if constexpr (std::same_as<T, std::int64_t>) {
+  } else if constexpr (Integer<T>) {
     return decodeInteger(from, into);
   } else if constexpr (std::same_as<T, double>) {
     return decodeNumber(from, into);
@@ -161,24 +198,38 @@ bool Decoder::decode(const Value& from, T& into) {
     return decodeList(from, into);
   } else if constexpr (IsMap<T>::value) {
     return decodeMap(from, into);
+  } else if constexpr (IsMessage<T>::value) {
+    return decodeMessage(from, into);
+  } else if constexpr (Signal<T>) {
+    return decodeSignal(from);
+  } else if constexpr (Wrapper<T>) {
+    return decode(from, into.value);
   } else {
-    static_assert(Record<T>, "a type that JSON knows, or a record with describe()");
+    static_assert(Record<T>, "requires a type that JSON has, or one described by Boost.Describe");
     return decodeRecord(from, into);
   }
+}
+
+template <Integer T>
+bool Decoder::decodeInteger(const Value& from, T& into) {
+  std::int64_t integer = 0;
+  if (!decodeInteger(from, integer)) return false;
+  if (!std::in_range<T>(integer)) return fail("out of range");
+  into = static_cast<T>(integer);
+  return true;
 }
 
 template <typename T>
 bool Decoder::decodeEnum(const Value& from, T& into) {
   std::string name;
   if (!decodeString(from, name)) return false;
-  const auto names = enumNames(T{});
-  for (std::size_t index = 0; index < names.size(); ++index) {
-    if (names[index] == name) {
-      into = static_cast<T>(index);
-      return true;
-    }
-  }
-  return fail("not one of the known values");
+  bool found = false;
+  boost::mp11::mp_for_each<boost::describe::describe_enumerators<T>>([&](auto enumerator) {
+    if (name != enumerator.name) return;
+    into = enumerator.value;
+    found = true;
+  });
+  return found || fail("not one of the known values");
 }
 
 template <typename T>
@@ -214,38 +265,70 @@ template <typename T>
 bool Decoder::decodeRecord(const Value& from, T& into) {
   const Object* object = from.if_object();
   if (object == nullptr) return fail("not an object");
-  Fields fields(*this, *object);
-  T::describe(into, fields);
-  return fields.succeeded();
+  bool succeeded = true;
+  boost::mp11::mp_for_each<MembersOf<T>>([&](auto member) {
+    constexpr bool mayBeAbsent = keepsDefault<T, decltype(member)>();
+    succeeded = succeeded && decodeField<mayBeAbsent>(*object, member.name, into.*member.pointer);
+  });
+  return succeeded;
 }
 
-/// Puts the fields of a record into an object.
-class Encoder {
- public:
-  template <typename T>
-  static Value encode(const T& from);
-
-  template <typename T>
-  void operator()(std::string_view key, const T& from) {
-    object_.emplace(key, encode(from));
+template <bool mayBeAbsent, typename T>
+bool Decoder::decodeField(const Object& from, std::string_view key, T& into) {
+  const Value* value = from.if_contains(key);
+  if constexpr (mayBeAbsent || IsOptional<T>::value) {
+    if (value == nullptr || value->is_null()) return true;
   }
-  template <typename T>
-  void operator()(std::string_view key, const std::optional<T>& from) {
-    if (from) object_.emplace(key, encode(*from));
-  }
-  template <typename T>
-  void orDefault(std::string_view key, const T& from) {
-    (*this)(key, from);
-  }
-
- private:
-  Object object_;
-};
+  const bool decoded = value == nullptr ? fail("missing") : decode(*value, into);
+  return decoded || under(key);
+}
 
 template <typename T>
-Value Encoder::encode(const T& from) {
+bool Decoder::decodeMessage(const Value& from, T& into) {
+  constexpr auto names = messageNames(static_cast<const T*>(nullptr));
+  static_assert(names.size() == std::variant_size_v<T>, "requires a name for each alternative");
+  const auto place = onlyKey(from, names);
+  if (!place) return false;
+  bool decoded = false;
+  boost::mp11::mp_for_each<boost::mp11::mp_iota_c<names.size()>>([&](auto index) {
+    if (index == *place) decoded = decode(from.at(names[index]), into.template emplace<index>());
+  });
+  return decoded || under(names[*place]);
+}
+
+template <typename T>
+Value encode(const T& from);
+
+template <typename T>
+void encodeField(std::string_view key, const T& from, Object& into) {
+  if constexpr (IsOptional<T>::value) {
+    if (from) into.emplace(key, encode(*from));
+  } else {
+    into.emplace(key, encode(from));
+  }
+}
+
+template <typename T>
+Value encodeRecord(const T& from) {
+  Object object;
+  boost::mp11::mp_for_each<MembersOf<T>>(
+      [&](auto member) { encodeField(member.name, from.*member.pointer, object); });
+  return object;
+}
+
+template <typename T>
+Value encodeMessage(const T& from) {
+  constexpr auto names = messageNames(static_cast<const T*>(nullptr));
+  static_assert(names.size() == std::variant_size_v<T>, "requires a name for each alternative");
+  Object object;
+  std::visit([&](const auto& each) { encodeField(names[from.index()], each, object); }, from);
+  return object;
+}
+
+template <typename T>
+Value encode(const T& from) {
   if constexpr (NamedEnum<T>) {
-    return Value(enumNames(from)[static_cast<std::size_t>(from)]);
+    return Value(boost::describe::enum_to_string(from, ""));
   } else if constexpr (IsOptional<T>::value) {
     return from ? encode(*from) : Value(nullptr);
   } else if constexpr (IsList<T>::value) {
@@ -257,10 +340,14 @@ Value Encoder::encode(const T& from) {
     Object object;
     for (const auto& [key, value] : from) object.emplace(key, encode(value));
     return object;
+  } else if constexpr (IsMessage<T>::value) {
+    return encodeMessage(from);
+  } else if constexpr (Signal<T>) {
+    return Value(true);
+  } else if constexpr (Wrapper<T>) {
+    return encode(from.value);
   } else if constexpr (Record<T>) {
-    Encoder fields;
-    T::describe(from, fields);
-    return std::move(fields.object_);
+    return encodeRecord(from);
   } else {
     return Value(from);
   }
@@ -279,11 +366,6 @@ Result<T> decodeText(std::string_view text) {
   const Result<Value> value = parse(text);
   if (!value) return value.error();
   return decode<T>(*value);
-}
-
-template <typename T>
-Value encode(const T& from) {
-  return Encoder::encode(from);
 }
 
 }  // namespace zephyl::json

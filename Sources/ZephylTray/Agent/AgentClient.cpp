@@ -18,30 +18,18 @@ constexpr std::size_t maxErrorBytes = 2000;
 
 struct RootsResponse {
   std::vector<SharedRoot> roots;
-
-  template <typename Self, typename Fields>
-  static void describe(Self& self, Fields& fields) {
-    fields("roots", self.roots);
-  }
 };
+BOOST_DESCRIBE_STRUCT(RootsResponse, (), (roots))
 
 struct GrantsResponse {
   std::vector<EscapeGrant> escapeGrants;
-
-  template <typename Self, typename Fields>
-  static void describe(Self& self, Fields& fields) {
-    fields("escapeGrants", self.escapeGrants);
-  }
 };
+BOOST_DESCRIBE_STRUCT(GrantsResponse, (), (escapeGrants))
 
 struct ErrorResponse {
   std::optional<std::string> error;
-
-  template <typename Self, typename Fields>
-  static void describe(Self& self, Fields& fields) {
-    fields("error", self.error);
-  }
 };
+BOOST_DESCRIBE_STRUCT(ErrorResponse, (), (error))
 
 /// Decodes an answer as `Record`, takes the wanted part out of it and passes that on.
 template <typename Record, typename Value, typename Take>

@@ -1,12 +1,14 @@
 #pragma once
 
-#include <array>
 #include <cstdint>
 #include <map>
 #include <optional>
 #include <string>
-#include <string_view>
+#include <tuple>
 #include <vector>
+
+#include <boost/describe/class.hpp>
+#include <boost/describe/enum.hpp>
 
 /// What the agent's JSON API says, as plain values (see System/JSON.hpp for how they decode).
 /// Timestamps are numbers as the agent sends them; their epoch and unit are the agent's. The
@@ -15,16 +17,12 @@ namespace zephyl {
 
 enum class AgentState { connecting, connected, enrolled, disconnected };
 
-constexpr std::array<std::string_view, 4> enumNames(AgentState) {
-  return {"connecting", "connected", "enrolled", "disconnected"};
-}
+BOOST_DESCRIBE_ENUM(AgentState, connecting, connected, enrolled, disconnected)
 
 /// Where the embeddings model stands.
 enum class ModelPhase { absent, checking, downloading, ready, failed };
 
-constexpr std::array<std::string_view, 5> enumNames(ModelPhase) {
-  return {"absent", "checking", "downloading", "ready", "failed"};
-}
+BOOST_DESCRIBE_ENUM(ModelPhase, absent, checking, downloading, ready, failed)
 
 /// The agent's connection to one server.
 struct AgentConnection {
@@ -34,15 +32,8 @@ struct AgentConnection {
   std::optional<std::string> lastError;
 
   bool operator==(const AgentConnection&) const = default;
-
-  template <typename Self, typename Fields>
-  static void describe(Self& self, Fields& fields) {
-    fields("serverId", self.serverId);
-    fields("state", self.state);
-    fields("machineId", self.machineId);
-    fields("lastError", self.lastError);
-  }
 };
+BOOST_DESCRIBE_STRUCT(AgentConnection, (), (serverId, state, machineId, lastError))
 
 struct AgentStatus {
   AgentState state = AgentState::disconnected;
@@ -50,14 +41,8 @@ struct AgentStatus {
   std::optional<std::vector<AgentConnection>> connections;
 
   bool operator==(const AgentStatus&) const = default;
-
-  template <typename Self, typename Fields>
-  static void describe(Self& self, Fields& fields) {
-    fields("state", self.state);
-    fields("machineId", self.machineId);
-    fields("connections", self.connections);
-  }
 };
+BOOST_DESCRIBE_STRUCT(AgentStatus, (), (state, machineId, connections))
 
 /// A shared folder.
 struct SharedRoot {
@@ -66,14 +51,8 @@ struct SharedRoot {
   std::optional<std::vector<std::string>> servers;  ///< ids; none or empty: every server
 
   bool operator==(const SharedRoot&) const = default;
-
-  template <typename Self, typename Fields>
-  static void describe(Self& self, Fields& fields) {
-    fields("root", self.root);
-    fields("name", self.name);
-    fields("servers", self.servers);
-  }
 };
+BOOST_DESCRIBE_STRUCT(SharedRoot, (), (root, name, servers))
 
 /// A tool that the agent ran.
 struct ActivityEvent {
@@ -84,16 +63,8 @@ struct ActivityEvent {
   double at = 0;
 
   bool operator==(const ActivityEvent&) const = default;
-
-  template <typename Self, typename Fields>
-  static void describe(Self& self, Fields& fields) {
-    fields("tool", self.tool);
-    fields("path", self.path);
-    fields("detail", self.detail);
-    fields("ok", self.ok);
-    fields("at", self.at);
-  }
 };
+BOOST_DESCRIBE_STRUCT(ActivityEvent, (), (tool, path, detail, ok, at))
 
 /// How far the index of one shared folder is.
 struct IndexProgress {
@@ -107,19 +78,10 @@ struct IndexProgress {
   std::optional<std::int64_t> indexBytes;
 
   bool operator==(const IndexProgress&) const = default;
-
-  template <typename Self, typename Fields>
-  static void describe(Self& self, Fields& fields) {
-    fields("root", self.root);
-    fields("ready", self.ready);
-    fields("embedding", self.embedding);
-    fields("filesEmbedded", self.filesEmbedded);
-    fields("chunksEmbedded", self.chunksEmbedded);
-    fields("lexicalFiles", self.lexicalFiles);
-    fields("ragEnabled", self.ragEnabled);
-    fields("indexBytes", self.indexBytes);
-  }
 };
+BOOST_DESCRIBE_STRUCT(IndexProgress, (),
+                      (root, ready, embedding, filesEmbedded, chunksEmbedded, lexicalFiles,
+                       ragEnabled, indexBytes))
 
 struct ModelStatus {
   ModelPhase phase = ModelPhase::absent;
@@ -128,15 +90,8 @@ struct ModelStatus {
   std::optional<std::string> error;
 
   bool operator==(const ModelStatus&) const = default;
-
-  template <typename Self, typename Fields>
-  static void describe(Self& self, Fields& fields) {
-    fields("phase", self.phase);
-    fields("downloadedBytes", self.downloadedBytes);
-    fields("totalBytes", self.totalBytes);
-    fields("error", self.error);
-  }
 };
+BOOST_DESCRIBE_STRUCT(ModelStatus, (), (phase, downloadedBytes, totalBytes, error))
 
 /// Why a request reaches outside a shared folder.
 struct EscapeReason {
@@ -144,13 +99,8 @@ struct EscapeReason {
   std::string detail;
 
   bool operator==(const EscapeReason&) const = default;
-
-  template <typename Self, typename Fields>
-  static void describe(Self& self, Fields& fields) {
-    fields("code", self.code);
-    fields("detail", self.detail);
-  }
 };
+BOOST_DESCRIBE_STRUCT(EscapeReason, (), (code, detail))
 
 /// A request that reaches outside a shared folder and waits for the user.
 struct PendingApproval {
@@ -165,20 +115,9 @@ struct PendingApproval {
   double createdAt = 0;
 
   bool operator==(const PendingApproval&) const = default;
-
-  template <typename Self, typename Fields>
-  static void describe(Self& self, Fields& fields) {
-    fields("id", self.id);
-    fields("kind", self.kind);
-    fields("tool", self.tool);
-    fields("target", self.target);
-    fields("root", self.root);
-    fields("reasons", self.reasons);
-    fields("userName", self.userName);
-    fields("chatTitle", self.chatTitle);
-    fields("createdAt", self.createdAt);
-  }
 };
+BOOST_DESCRIBE_STRUCT(PendingApproval, (),
+                      (id, kind, tool, target, root, reasons, userName, chatTitle, createdAt))
 
 /// A permanent exception.
 struct EscapeGrant {
@@ -189,16 +128,8 @@ struct EscapeGrant {
   std::optional<std::string> grantedBy;
 
   bool operator==(const EscapeGrant&) const = default;
-
-  template <typename Self, typename Fields>
-  static void describe(Self& self, Fields& fields) {
-    fields("path", self.path);
-    fields("root", self.root);
-    fields("kind", self.kind);
-    fields("grantedAt", self.grantedAt);
-    fields("grantedBy", self.grantedBy);
-  }
 };
+BOOST_DESCRIBE_STRUCT(EscapeGrant, (), (path, root, kind, grantedAt, grantedBy))
 
 /// What the agent is doing: one answer of its activity endpoint, or one event of its stream.
 struct Activity {
@@ -212,18 +143,12 @@ struct Activity {
   std::vector<EscapeGrant> escapeGrants;
 
   bool operator==(const Activity&) const = default;
-
-  template <typename Self, typename Fields>
-  static void describe(Self& self, Fields& fields) {
-    fields("busy", self.busy);
-    fields("inFlight", self.inFlight);
-    fields("counters", self.counters);
-    fields("recent", self.recent);
-    fields("indexing", self.indexing);
-    fields("model", self.model);
-    fields.orDefault("pendingApprovals", self.pendingApprovals);
-    fields.orDefault("escapeGrants", self.escapeGrants);
-  }
 };
+BOOST_DESCRIBE_STRUCT(Activity, (),
+                      (busy, inFlight, counters, recent, indexing, model, pendingApprovals,
+                       escapeGrants))
+constexpr auto fieldsWithDefault(const Activity*) {
+  return std::tuple(&Activity::pendingApprovals, &Activity::escapeGrants);
+}
 
 }  // namespace zephyl

@@ -3,6 +3,8 @@
 #include <optional>
 #include <string>
 
+#include <boost/describe/class.hpp>
+
 /// What the control API tells, as plain values (see System/JSON.hpp for how they encode). What is
 /// not known is left out.
 namespace zephyl {
@@ -14,16 +16,8 @@ struct ControlStatus {
   bool running = false;              ///< a tailnet runs
   std::optional<std::string> url;    ///< the primary server's web address
   std::optional<std::string> relay;  ///< what its connection goes through
-
-  template <typename Self, typename Fields>
-  static void describe(Self& self, Fields& fields) {
-    fields("available", self.available);
-    fields("enrolled", self.enrolled);
-    fields("running", self.running);
-    fields("url", self.url);
-    fields("relay", self.relay);
-  }
 };
+BOOST_DESCRIBE_STRUCT(ControlStatus, (), (available, enrolled, running, url, relay))
 
 /// One element of GET /servers.
 struct ControlServerRecord {
@@ -46,29 +40,10 @@ struct ControlServerRecord {
   std::optional<std::string> addressUnresolved;
   std::optional<std::string> enrolError;
   std::optional<std::string> tailnetStalled;
-
-  template <typename Self, typename Fields>
-  static void describe(Self& self, Fields& fields) {
-    fields("id", self.id);
-    fields("name", self.name);
-    fields("label", self.label);
-    fields("nameResolved", self.nameResolved);
-    fields("accent", self.accent);
-    fields("localAccent", self.localAccent);
-    fields("enabled", self.enabled);
-    fields("usesTailnet", self.usesTailnet);
-    fields("running", self.running);
-    fields("enrolled", self.enrolled);
-    fields("agentError", self.agentError);
-    fields("serverName", self.serverName);
-    fields("serverAccent", self.serverAccent);
-    fields("boundAddress", self.boundAddress);
-    fields("webUrl", self.webUrl);
-    fields("relay", self.relay);
-    fields("addressUnresolved", self.addressUnresolved);
-    fields("enrolError", self.enrolError);
-    fields("tailnetStalled", self.tailnetStalled);
-  }
 };
+BOOST_DESCRIBE_STRUCT(ControlServerRecord, (),
+                      (id, name, label, nameResolved, accent, localAccent, enabled, usesTailnet,
+                       running, enrolled, agentError, serverName, serverAccent, boundAddress,
+                       webUrl, relay, addressUnresolved, enrolError, tailnetStalled))
 
 }  // namespace zephyl

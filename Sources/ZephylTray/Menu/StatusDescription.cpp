@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 
+#include <boost/describe/enum_to_string.hpp>
 #include <fmt/ranges.h>
 
 #include "System/Data/Format.hpp"
@@ -49,7 +50,7 @@ std::optional<std::string> servers(const TailnetSummary& summary) {
 /// Whether the agent is at home with a server that it can reach.
 std::optional<std::string> enrolment(const AgentStatus& status) {
   if (status.connections.value_or(std::vector<AgentConnection>()).empty()) return std::nullopt;
-  return "agent " + std::string(enumNames(status.state)[static_cast<std::size_t>(status.state)]);
+  return std::string("agent ") + boost::describe::enum_to_string(status.state, "");
 }
 
 /// With as many decimals as say something, at most.

@@ -5,6 +5,8 @@
 #include <string>
 #include <vector>
 
+#include <boost/describe/class.hpp>
+
 #include "System/Data/URL.hpp"
 #include "ZephylTray/Registry/ServerPorts.hpp"
 
@@ -39,22 +41,10 @@ struct ServerEntry {
   [[nodiscard]] std::string displayAccent() const;
 
   bool operator==(const ServerEntry&) const = default;
-
-  template <typename Self, typename Fields>
-  static void describe(Self& self, Fields& fields) {
-    fields("id", self.id);
-    fields("label", self.label);
-    fields("serverName", self.serverName);
-    fields("accent", self.accent);
-    fields("serverAccent", self.serverAccent);
-    fields("ordinal", self.ordinal);
-    fields("address", self.address);
-    fields("tailnetFingerprint", self.tailnetFingerprint);
-    fields("agentId", self.agentId);
-    fields("ports", self.ports);
-    fields("enabled", self.enabled);
-  }
 };
+BOOST_DESCRIBE_STRUCT(ServerEntry, (),
+                      (id, label, serverName, accent, serverAccent, ordinal, address,
+                       tailnetFingerprint, agentId, ports, enabled))
 
 /// One more; the largest number stays.
 std::int64_t ordinalAfter(std::int64_t ordinal);

@@ -6,6 +6,8 @@
 #include <string>
 #include <vector>
 
+#include <boost/describe/class.hpp>
+
 namespace zephyl {
 
 /// The local ports and the loopback address that are set aside for one server. A value.
@@ -30,14 +32,7 @@ struct ServerPorts {
                               const std::set<std::int64_t>& reserved);
 
   bool operator==(const ServerPorts&) const = default;
-
-  template <typename Self, typename Fields>
-  static void describe(Self& self, Fields& fields) {
-    fields("socks", self.socks);
-    fields("shim", self.shim);
-    fields("tunnelHost", self.tunnelHost);
-    fields("tunnelFallback", self.tunnelFallback);
-  }
 };
+BOOST_DESCRIBE_STRUCT(ServerPorts, (), (socks, shim, tunnelHost, tunnelFallback))
 
 }  // namespace zephyl

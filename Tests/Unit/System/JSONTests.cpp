@@ -8,21 +8,14 @@ namespace zephyl::json {
 namespace {
 
 enum class Colour { red, darkGreen };
-constexpr std::array<std::string_view, 2> enumNames(Colour) {
-  return {"red", "darkGreen"};
-}
+BOOST_DESCRIBE_ENUM(Colour, red, darkGreen)
 
 struct Leaf {
   std::string name;
   std::optional<std::int64_t> size;
   bool operator==(const Leaf&) const = default;
-
-  template <typename Self, typename Fields>
-  static void describe(Self& self, Fields& fields) {
-    fields("name", self.name);
-    fields("size", self.size);
-  }
 };
+BOOST_DESCRIBE_STRUCT(Leaf, (), (name, size))
 
 struct Tree {
   Colour colour = Colour::red;
@@ -32,17 +25,27 @@ struct Tree {
   bool healthy = false;
   std::vector<std::string> tags;
   bool operator==(const Tree&) const = default;
-
-  template <typename Self, typename Fields>
-  static void describe(Self& self, Fields& fields) {
-    fields("colour", self.colour);
-    fields("leaves", self.leaves);
-    fields("counters", self.counters);
-    fields("height", self.height);
-    fields("healthy", self.healthy);
-    fields.orDefault("tags", self.tags);
-  }
 };
+BOOST_DESCRIBE_STRUCT(Tree, (), (colour, leaves, counters, height, healthy, tags))
+constexpr auto fieldsWithDefault(const Tree*) {
+  return std::tuple(&Tree::tags);
+}
+
+struct Ping {
+  std::int64_t value = 0;
+  bool operator==(const Ping&) const = default;
+};
+BOOST_DESCRIBE_STRUCT(Ping, (), (value))
+
+struct Close {
+  bool operator==(const Close&) const = default;
+};
+BOOST_DESCRIBE_STRUCT(Close, (), ())
+
+using Order = std::variant<Ping, Leaf, Close>;
+constexpr std::array<std::string_view, 3> messageNames(const Order*) {
+  return {"ping", "plant", "close"};
+}
 
 constexpr auto wholeTree = R"({"colour":"darkGreen","leaves":[{"name":"a"},{"name":"b","size":3}],
   "counters":{"x":1},"height":2,"healthy":true,"tags":["t"],"unknown":{"deep":[1,2]}})";
@@ -95,6 +98,40 @@ TEST(JSON, AcceptsIntegersHoweverWrittenAndRefusesWhatDoesNotFit) {
   for (const auto* bad : {"1.5", "9223372036854775808", "1e300", "true", "\"1\""}) {
     EXPECT_EQ(size(bad).error().message, "size: not an integer of 64 bits") << bad;
   }
+}
+
+TEST(JSON, AMessageIsAnObjectWhoseOnlyKeyNamesIt) {
+  const std::vector<std::pair<Order, std::string>> orders = {
+      {Ping{7}, R"({"ping":7})"},
+      {Leaf{.name = "a"}, R"({"plant":{"name":"a"}})"},
+      {Close{}, R"({"close":true})"}};
+  for (const auto& [order, text] : orders) {
+    EXPECT_EQ(compact(encode(order)), text);
+    const auto decoded = decodeText<Order>(text);
+    ASSERT_TRUE(decoded) << decoded.error().message;
+    EXPECT_EQ(*decoded, order);
+  }
+  EXPECT_EQ(decodeText<Order>(R"({"close":null,"ping":1,"priority":2})").value(), Order(Ping{1}));
+}
+
+TEST(JSON, RefusesAMessageThatIsNotExactlyOne) {
+  const auto failure = [](std::string_view text) {
+    const auto order = decodeText<Order>(text);
+    return order ? "none" : order.error().message;
+  };
+  EXPECT_EQ(failure("{}"), "not one of the known messages");
+  EXPECT_EQ(failure(R"({"pong":1})"), "not one of the known messages");
+  EXPECT_EQ(failure(R"({"ping":1,"close":true})"), "more than one message");
+  EXPECT_EQ(failure("[]"), "not an object");
+  EXPECT_EQ(failure(R"({"plant":{}})"), "plant.name: missing");
+  EXPECT_EQ(failure(R"({"ping":true})"), "ping: not an integer of 64 bits");
+  EXPECT_EQ(failure(R"({"close":1})"), "close: not true");
+}
+
+TEST(JSON, RefusesAnIntegerThatIsOutOfItsTypesRange) {
+  EXPECT_EQ(decodeText<std::size_t>("3").value(), 3U);
+  EXPECT_EQ(decodeText<std::size_t>("-1").error().message, "out of range");
+  EXPECT_EQ(decodeText<int>("4294967296").error().message, "out of range");
 }
 
 TEST(JSON, RefusesTextThatIsNotJSON) {

@@ -7,6 +7,9 @@
 #include <string_view>
 #include <vector>
 
+#include <boost/describe/class.hpp>
+#include <boost/describe/enum.hpp>
+
 /// What the tray and zephyl-tray-dialogs say to each other, one JSON object a line.
 ///
 /// The tray writes one `DialogRequest`, then any number of `DialogOrder`s, which come in order and
@@ -22,25 +25,15 @@ namespace zephyl {
 struct AlertTextField {
   std::string placeholder;
   std::int64_t width = 0;
-
-  template <typename Self, typename Fields>
-  static void describe(Self& self, Fields& fields) {
-    fields("placeholder", self.placeholder);
-    fields("width", self.width);
-  }
 };
+BOOST_DESCRIBE_STRUCT(AlertTextField, (), (placeholder, width))
 
 /// Of a `Progress`.
 struct ProgressValue {
   std::optional<double> fraction;  ///< from 0 to 1; none as long as nobody knows
   std::string text;
-
-  template <typename Self, typename Fields>
-  static void describe(Self& self, Fields& fields) {
-    fields("fraction", self.fraction);
-    fields("text", self.text);
-  }
 };
+BOOST_DESCRIBE_STRUCT(ProgressValue, (), (fraction, text))
 
 /// Of an `Alert`; see there.
 struct AlertRequest {
@@ -54,35 +47,19 @@ struct AlertRequest {
   std::optional<std::vector<std::int64_t>> permittingButtons;
   std::optional<AlertTextField> textField;
   std::optional<ProgressValue> progress;
-
-  template <typename Self, typename Fields>
-  static void describe(Self& self, Fields& fields) {
-    fields("style", self.style);
-    fields("messageText", self.messageText);
-    fields("informativeText", self.informativeText);
-    fields("buttons", self.buttons);
-    fields("safeButton", self.safeButton);
-    fields("permittingButtons", self.permittingButtons);
-    fields("textField", self.textField);
-    fields("progress", self.progress);
-  }
 };
+BOOST_DESCRIBE_STRUCT(AlertRequest, (),
+                      (style, messageText, informativeText, buttons, safeButton, permittingButtons,
+                       textField, progress))
 
-constexpr std::array<std::string_view, 4> enumNames(AlertRequest::Style) {
-  return {"warning", "critical", "question", "information"};
-}
+BOOST_DESCRIBE_ENUM(AlertRequest::Style, warning, critical, question, information)
 
 /// Of a `FolderRequest`.
 struct FolderPickerRequest {
   std::string prompt;
   std::string message;
-
-  template <typename Self, typename Fields>
-  static void describe(Self& self, Fields& fields) {
-    fields("prompt", self.prompt);
-    fields("message", self.message);
-  }
 };
+BOOST_DESCRIBE_STRUCT(FolderPickerRequest, (), (prompt, message))
 
 /// Of a `LogWindow`.
 struct LogWindowRequest {
@@ -90,15 +67,8 @@ struct LogWindowRequest {
   std::string message;
   std::string shownText;
   std::string fullText;
-
-  template <typename Self, typename Fields>
-  static void describe(Self& self, Fields& fields) {
-    fields("title", self.title);
-    fields("message", self.message);
-    fields("shownText", self.shownText);
-    fields("fullText", self.fullText);
-  }
 };
+BOOST_DESCRIBE_STRUCT(LogWindowRequest, (), (title, message, shownText, fullText))
 
 /// What to show: exactly one of the first three.
 struct DialogRequest {
@@ -107,25 +77,14 @@ struct DialogRequest {
   std::optional<LogWindowRequest> logWindow;
   /// True if the user did not ask for the window: see `Alert::requestedByUser`.
   std::optional<bool> unrequested;
-
-  template <typename Self, typename Fields>
-  static void describe(Self& self, Fields& fields) {
-    fields("alert", self.alert);
-    fields("folderPicker", self.folderPicker);
-    fields("logWindow", self.logWindow);
-    fields("unrequested", self.unrequested);
-  }
 };
+BOOST_DESCRIBE_STRUCT(DialogRequest, (), (alert, folderPicker, logWindow, unrequested))
 
 /// The user has asked for the window.
 struct BringToFrontOrder {
   std::string activationToken;  ///< permits the window to take the focus; may be empty
-
-  template <typename Self, typename Fields>
-  static void describe(Self& self, Fields& fields) {
-    fields("activationToken", self.activationToken);
-  }
 };
+BOOST_DESCRIBE_STRUCT(BringToFrontOrder, (), (activationToken))
 
 /// What the tray says to a dialog that is open: exactly one of these.
 struct DialogOrder {
@@ -133,27 +92,15 @@ struct DialogOrder {
   std::optional<bool> close;              ///< without an answer
   std::optional<ProgressValue> progress;  ///< how far it is now, for an alert with a bar
   std::optional<BringToFrontOrder> bringToFront;
-
-  template <typename Self, typename Fields>
-  static void describe(Self& self, Fields& fields) {
-    fields("ping", self.ping);
-    fields("close", self.close);
-    fields("progress", self.progress);
-    fields("bringToFront", self.bringToFront);
-  }
 };
+BOOST_DESCRIBE_STRUCT(DialogOrder, (), (ping, close, progress, bringToFront))
 
 /// How the user answers an alert.
 struct AlertReply {
   std::int64_t button = 0;  ///< its place among the buttons
   std::string text;         ///< of the text field
-
-  template <typename Self, typename Fields>
-  static void describe(Self& self, Fields& fields) {
-    fields("button", self.button);
-    fields("text", self.text);
-  }
 };
+BOOST_DESCRIBE_STRUCT(AlertReply, (), (button, text))
 
 /// What the program says: exactly one of these.
 struct DialogReport {
@@ -165,20 +112,9 @@ struct DialogReport {
   std::optional<std::string> folder;  ///< the chosen one's path; empty when the user cancelled
   std::optional<LogEvent> logEvent;
   std::optional<bool> hidden;
-
-  template <typename Self, typename Fields>
-  static void describe(Self& self, Fields& fields) {
-    fields("shown", self.shown);
-    fields("pong", self.pong);
-    fields("answer", self.answer);
-    fields("folder", self.folder);
-    fields("logEvent", self.logEvent);
-    fields("hidden", self.hidden);
-  }
 };
+BOOST_DESCRIBE_STRUCT(DialogReport, (), (shown, pong, answer, folder, logEvent, hidden))
 
-constexpr std::array<std::string_view, 4> enumNames(DialogReport::LogEvent) {
-  return {"openInCursor", "openInVSCode", "openInTextEdit", "closed"};
-}
+BOOST_DESCRIBE_ENUM(DialogReport::LogEvent, openInCursor, openInVSCode, openInTextEdit, closed)
 
 }  // namespace zephyl

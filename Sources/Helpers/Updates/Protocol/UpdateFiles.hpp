@@ -3,6 +3,9 @@
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <tuple>
+
+#include <boost/describe/class.hpp>
 
 #include "System/Data/Result.hpp"
 
@@ -32,17 +35,12 @@ struct UpdateNote {
   std::optional<std::int64_t> endedProcess;
   /// failed.json: the date of the newest feed when the version failed, in seconds since 1970.
   std::optional<std::int64_t> feedDate;
-
-  template <typename Self, typename Fields>
-  static void describe(Self& self, Fields& fields) {
-    fields("version", self.version);
-    fields("displayVersion", self.displayVersion);
-    fields.orDefault("told", self.told);
-    fields.orDefault("starts", self.starts);
-    fields("endedProcess", self.endedProcess);
-    fields("feedDate", self.feedDate);
-  }
 };
+BOOST_DESCRIBE_STRUCT(UpdateNote, (),
+                      (version, displayVersion, told, starts, endedProcess, feedDate))
+constexpr auto fieldsWithDefault(const UpdateNote*) {
+  return std::tuple(&UpdateNote::told, &UpdateNote::starts);
+}
 
 struct UpdateFiles {
   std::string prefix;

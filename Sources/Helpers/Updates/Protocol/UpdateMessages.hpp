@@ -3,7 +3,10 @@
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <tuple>
 #include <vector>
+
+#include <boost/describe/class.hpp>
 
 /// What the tray and zephyl-tray-updater say to each other, one JSON object a line.
 ///
@@ -22,31 +25,20 @@ struct UpdateOffer {
   std::string signature;    ///< of the archive, base64; there may be several, between spaces
   bool critical = false;
   std::string releaseNotes;  ///< plain text
-
-  template <typename Self, typename Fields>
-  static void describe(Self& self, Fields& fields) {
-    fields("version", self.version);
-    fields("displayVersion", self.displayVersion);
-    fields("url", self.url);
-    fields("length", self.length);
-    fields("sha256", self.sha256);
-    fields("signature", self.signature);
-    fields("critical", self.critical);
-    fields("releaseNotes", self.releaseNotes);
-  }
 };
+BOOST_DESCRIBE_STRUCT(UpdateOffer, (),
+                      (version, displayVersion, url, length, sha256, signature, critical,
+                       releaseNotes))
 
 /// A version that was rolled back.
 struct FailedVersion {
   std::string version;
   std::int64_t feedDate = 0;  ///< of the newest feed when it failed, in seconds since 1970
-
-  template <typename Self, typename Fields>
-  static void describe(Self& self, Fields& fields) {
-    fields("version", self.version);
-    fields.orDefault("feedDate", self.feedDate);
-  }
 };
+BOOST_DESCRIBE_STRUCT(FailedVersion, (), (version, feedDate))
+constexpr auto fieldsWithDefault(const FailedVersion*) {
+  return std::tuple(&FailedVersion::feedDate);
+}
 
 /// In all commands `prefix` is the installation: the directory that holds bin and share.
 /// `stallSeconds`: how long a server may send nothing.
@@ -61,19 +53,10 @@ struct CheckCommand {
   std::int64_t rolloutGroup = 0;  ///< this installation's place in a phased roll-out
   bool userInitiated = false;     ///< then a phased roll-out is not waited for
   std::optional<std::int64_t> stallSeconds;
-
-  template <typename Self, typename Fields>
-  static void describe(Self& self, Fields& fields) {
-    fields("prefix", self.prefix);
-    fields("channels", self.channels);
-    fields("skip", self.skip);
-    fields("failed", self.failed);
-    fields("newestFeedDate", self.newestFeedDate);
-    fields("rolloutGroup", self.rolloutGroup);
-    fields("userInitiated", self.userInitiated);
-    fields("stallSeconds", self.stallSeconds);
-  }
 };
+BOOST_DESCRIBE_STRUCT(CheckCommand, (),
+                      (prefix, channels, skip, failed, newestFeedDate, rolloutGroup, userInitiated,
+                       stallSeconds))
 
 /// Downloads what was offered, unless it was kept by an earlier download, verifies it and lays it
 /// out beside the installation.
@@ -81,26 +64,15 @@ struct DownloadCommand {
   std::string prefix;
   UpdateOffer offer;
   std::optional<std::int64_t> stallSeconds;
-
-  template <typename Self, typename Fields>
-  static void describe(Self& self, Fields& fields) {
-    fields("prefix", self.prefix);
-    fields("offer", self.offer);
-    fields("stallSeconds", self.stallSeconds);
-  }
 };
+BOOST_DESCRIBE_STRUCT(DownloadCommand, (), (prefix, offer, stallSeconds))
 
 /// Puts what was laid out in the installation's place.
 struct InstallCommand {
   std::string prefix;
   std::string version;
-
-  template <typename Self, typename Fields>
-  static void describe(Self& self, Fields& fields) {
-    fields("prefix", self.prefix);
-    fields("version", self.version);
-  }
 };
+BOOST_DESCRIBE_STRUCT(InstallCommand, (), (prefix, version))
 
 /// Watches a process that is about to execute the new version. Rolls back to the previous version
 /// and executes it if the process ends, or `limitSeconds` pass, before the new version has
@@ -110,26 +82,15 @@ struct WatchCommand {
   std::int64_t process = 0;
   std::vector<std::string> arguments;  ///< of the tray, without its name
   std::int64_t limitSeconds = 0;
-
-  template <typename Self, typename Fields>
-  static void describe(Self& self, Fields& fields) {
-    fields("prefix", self.prefix);
-    fields("process", self.process);
-    fields("arguments", self.arguments);
-    fields("limitSeconds", self.limitSeconds);
-  }
 };
+BOOST_DESCRIBE_STRUCT(WatchCommand, (), (prefix, process, arguments, limitSeconds))
 
 /// Puts the previous version back in place of one that is on trial. It is not answered: the exit
 /// status tells.
 struct TakeBackCommand {
   std::string prefix;
-
-  template <typename Self, typename Fields>
-  static void describe(Self& self, Fields& fields) {
-    fields("prefix", self.prefix);
-  }
 };
+BOOST_DESCRIBE_STRUCT(TakeBackCommand, (), (prefix))
 
 /// What to do: exactly one of these.
 struct UpdateCommand {
@@ -138,16 +99,8 @@ struct UpdateCommand {
   std::optional<InstallCommand> install;
   std::optional<WatchCommand> watch;
   std::optional<TakeBackCommand> takeBack;
-
-  template <typename Self, typename Fields>
-  static void describe(Self& self, Fields& fields) {
-    fields("check", self.check);
-    fields("download", self.download);
-    fields("install", self.install);
-    fields("watch", self.watch);
-    fields("takeBack", self.takeBack);
-  }
 };
+BOOST_DESCRIBE_STRUCT(UpdateCommand, (), (check, download, install, watch, takeBack))
 
 /// `feedDate`: of the feed that was read, in seconds since 1970.
 struct FoundUpdate {
@@ -155,34 +108,18 @@ struct FoundUpdate {
   std::int64_t feedDate = 0;
   /// Why it cannot be installed here, and how to update instead.
   std::optional<std::string> obstacle;
-
-  template <typename Self, typename Fields>
-  static void describe(Self& self, Fields& fields) {
-    fields("offer", self.offer);
-    fields("feedDate", self.feedDate);
-    fields("obstacle", self.obstacle);
-  }
 };
+BOOST_DESCRIBE_STRUCT(FoundUpdate, (), (offer, feedDate, obstacle))
 struct NoUpdate {
   std::string version;  ///< the installed one, for people
   std::int64_t feedDate = 0;
-
-  template <typename Self, typename Fields>
-  static void describe(Self& self, Fields& fields) {
-    fields("version", self.version);
-    fields("feedDate", self.feedDate);
-  }
 };
+BOOST_DESCRIBE_STRUCT(NoUpdate, (), (version, feedDate))
 struct UpdateProgress {
   std::int64_t received = 0;  ///< bytes
   std::int64_t total = 0;
-
-  template <typename Self, typename Fields>
-  static void describe(Self& self, Fields& fields) {
-    fields("received", self.received);
-    fields("total", self.total);
-  }
 };
+BOOST_DESCRIBE_STRUCT(UpdateProgress, (), (received, total))
 
 /// What the program says: exactly one of these.
 struct UpdateReport {
@@ -196,16 +133,7 @@ struct UpdateReport {
   std::optional<std::string> ready;      ///< the version that is laid out
   std::optional<std::string> installed;  ///< the version that now stands at the prefix
   std::optional<std::string> failed;     ///< why nothing came of it
-
-  template <typename Self, typename Fields>
-  static void describe(Self& self, Fields& fields) {
-    fields("found", self.found);
-    fields("upToDate", self.upToDate);
-    fields("progress", self.progress);
-    fields("ready", self.ready);
-    fields("installed", self.installed);
-    fields("failed", self.failed);
-  }
 };
+BOOST_DESCRIBE_STRUCT(UpdateReport, (), (found, upToDate, progress, ready, installed, failed))
 
 }  // namespace zephyl
