@@ -5,20 +5,27 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <tuple>
 #include <vector>
+
+#include <boost/describe/class.hpp>
+#include <boost/describe/enum.hpp>
 
 #include "Desktop/FolderRequest.hpp"
 #include "System/Data/Result.hpp"
 
 namespace zephyl {
 
-/// How far something is that takes its time.
+// The values are described, so that they can be sent to a helper program as they are.
+
+/// The progress of something that takes time.
 struct Progress {
-  std::optional<double> fraction;  ///< from 0 to 1; none as long as nobody knows
+  std::optional<double> fraction;  ///< from 0 to 1; nullopt while it is unknown
   std::string text;                ///< the same in words, a line
 
   bool operator==(const Progress&) const = default;
 };
+BOOST_DESCRIBE_STRUCT(Progress, (), (fraction, text))
 
 /// A message that asks for an answer. All texts are plain: shown as they are, without markup.
 struct Alert {
@@ -48,6 +55,14 @@ struct Alert {
 
   bool operator==(const Alert&) const = default;
 };
+BOOST_DESCRIBE_ENUM(Alert::Style, warning, critical, question, information)
+BOOST_DESCRIBE_STRUCT(Alert::TextField, (), (placeholder, width))
+BOOST_DESCRIBE_STRUCT(Alert, (),
+                      (style, messageText, informativeText, buttons, safeButton, textField,
+                       progress, permittingButtons, requestedByUser))
+constexpr auto fieldsWithDefault(const Alert*) {
+  return std::tuple(&Alert::permittingButtons, &Alert::requestedByUser);
+}
 
 struct AlertAnswer {
   std::size_t button = 0;  ///< its place in `Alert::buttons`
@@ -55,6 +70,7 @@ struct AlertAnswer {
 
   bool operator==(const AlertAnswer&) const = default;
 };
+BOOST_DESCRIBE_STRUCT(AlertAnswer, (), (button, text))
 
 /// A log to be looked at.
 struct LogWindow {
@@ -66,9 +82,14 @@ struct LogWindow {
 
   bool operator==(const LogWindow&) const = default;
 };
+BOOST_DESCRIBE_STRUCT(LogWindow, (), (title, message, shownText, fullText, requestedByUser))
+constexpr auto fieldsWithDefault(const LogWindow*) {
+  return std::tuple(&LogWindow::requestedByUser);
+}
 
 /// What the user does with a log window.
 enum class LogWindowEvent { openInCursor, openInVSCode, openInTextEdit, closed };
+BOOST_DESCRIBE_ENUM(LogWindowEvent, openInCursor, openInVSCode, openInTextEdit, closed)
 
 /// A dialog on screen, or on its way there. Destroying it closes the dialog, which is not answered
 /// afterwards.

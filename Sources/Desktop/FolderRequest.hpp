@@ -4,6 +4,8 @@
 #include <string>
 #include <utility>
 
+#include <boost/describe/class.hpp>
+
 #include "System/Data/Result.hpp"
 
 namespace zephyl {
@@ -15,6 +17,7 @@ struct FolderRequest {
 
   bool operator==(const FolderRequest&) const = default;
 };
+BOOST_DESCRIBE_STRUCT(FolderRequest, (), (prompt, message))
 
 /// How a desktop's own folder chooser ended.
 struct FolderChoice {

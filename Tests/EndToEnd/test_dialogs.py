@@ -40,7 +40,7 @@ def excerpt(lines):
 def log_window(count, message=""):
     lines = [f"line {number}" for number in range(1, count + 1)]
     return {"title": "Agent Exited Unexpectedly" if message else "Tailnet Logs", "message": message,
-            "shownText": excerpt(lines), "fullText": "\n".join(lines)}
+            "shownText": excerpt(lines), "fullText": "\n".join(lines), "requestedByUser": True}
 
 
 # Alerts
@@ -202,7 +202,7 @@ def test_an_invite_is_cancelled_by_escape(screen, show):
 DOWNLOAD = {
     "style": "information", "messageText": "Downloading Zephyl 2.0…",
     "informativeText": "The update is verified, and installed when the agent is idle.",
-    "buttons": ["Cancel"], "safeButton": 0,
+    "buttons": ["Cancel"], "safeButton": 0, "requestedByUser": True,
     "progress": {"fraction": 0, "text": "0.0 of 12.4 MB"}}
 
 
@@ -378,8 +378,10 @@ def test_the_tray_closes_a_window_without_an_answer(show, request_, way):
     '{"alert": {"style": "warning", "messageText": "", "informativeText": "", "buttons": [],'
     ' "safeButton": 0}}',
     '{"alert": {"style": "warning", "messageText": "", "informativeText": "", "buttons": ["OK"],'
-    ' "safeButton": 1}}'])
-def test_a_request_that_makes_no_sense_is_refused(screen, line):
+    ' "safeButton": 1}}',
+    '{"folderPicker": {"prompt": "", "message": ""}, "logWindow": {"title": "", "message": "",'
+    ' "shownText": "", "fullText": ""}}'])
+def test_an_invalid_request_is_refused(screen, line):
     result = subprocess.run([PROGRAM], env=screen.environment, input=line + "\n", text=True,
                             capture_output=True, timeout=10)
     assert result.returncode == 2

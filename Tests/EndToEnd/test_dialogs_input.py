@@ -9,7 +9,7 @@ from gi.repository import GLib
 from support.dialogs import APPROVAL, INVITE, Screen, Typing, Window
 from support.tray import eventually
 
-UNREQUESTED = {"alert": APPROVAL, "unrequested": True}
+UNREQUESTED = {"alert": {**APPROVAL, "requestedByUser": False}}
 LONG = {**APPROVAL, "informativeText": "Command:\n" + "\n".join(f"line {n}" for n in range(200))}
 
 
@@ -167,7 +167,7 @@ def test_arrows_go_to_no_button_that_permits_something(screen, show, keys):
 
 @pytest.mark.parametrize("keys", [["End"], ["Next"] * 20, ["shift+Tab", "ctrl+End"]], ids=" ".join)
 def test_nothing_is_permitted_before_the_text_was_read_to_its_end(screen, show, keys):
-    window = show(alert=LONG, unrequested=True).reviewed()
+    window = show(alert={**LONG, "requestedByUser": False}).reviewed()
     assert enabled(window) == ["Deny"]
     allow = buttons_of(window)[1]
     assert allow.description == "Scroll to the end of the text before you allow this."
@@ -183,7 +183,7 @@ def test_nothing_is_permitted_before_the_text_was_read_to_its_end(screen, show, 
 
 
 def test_a_wheel_that_was_on_its_way_reads_nothing(screen, show):
-    window = show(alert=LONG, unrequested=True)
+    window = show(alert={**LONG, "requestedByUser": False})
     window.report("shown")
     screen.activate(window.process.pid)
     left, upper, width, height = window.accessible().find("text", "Details").box()
@@ -208,7 +208,7 @@ def test_the_user_is_led_to_the_window_and_keeps_what_was_typed(screen, show, ed
 
 def test_a_log_that_nobody_requested_is_not_closed_by_what_is_typed_on(screen, show):
     window = show(logWindow={"title": "Agent Exited", "message": "It exited.", "shownText": "one",
-                             "fullText": "one\x1b[2J\ntwo"}, unrequested=True)
+                             "fullText": "one\x1b[2J\ntwo", "requestedByUser": False})
     with Typing(screen, ["Return", "Escape"]) as typing:
         window.report("shown")
         screen.activate(window.process.pid)

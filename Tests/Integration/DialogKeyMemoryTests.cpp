@@ -3,7 +3,7 @@
 
 #include <gtest/gtest.h>
 
-#include "Helpers/Dialogs/Client/DialogHelper.hpp"
+#include "Helpers/Dialogs/Client/ProcessDialogs.hpp"
 #include "Support/Eventually.hpp"
 #include "Support/ManualClock.hpp"
 #include "Support/MemorySearch.hpp"
@@ -42,7 +42,7 @@ TEST(DialogKeyMemory, HoldsOneCopyOfWhatWasTypedUntilThatIsWiped) {
   Reactor reactor;
   test::ManualClock clock;
   SystemProcessLauncher launcher(reactor, guardian);
-  DialogHelper dialogs(mainLoop, clock, launcher, program);
+  ProcessDialogs dialogs(mainLoop, clock, launcher, program);
   std::optional<AlertAnswer> typed;
   const auto handle =
       dialogs.presentAlert({.buttons = {"Join"}, .textField = Alert::TextField{}},

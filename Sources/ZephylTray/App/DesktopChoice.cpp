@@ -8,7 +8,7 @@
 #include "Desktop/Headless/HeadlessDialogs.hpp"
 #include "Desktop/Terminal/TerminalDesktop.hpp"
 #include "Desktop/Terminal/TerminalDialogs.hpp"
-#include "Helpers/Dialogs/Client/DialogHelper.hpp"
+#include "Helpers/Dialogs/Client/ProcessDialogs.hpp"
 #include "System/Files/Bundle.hpp"
 #include "System/Files/Log.hpp"
 
@@ -19,7 +19,7 @@ namespace {
 DesktopChoice onDesktop(const Runtime& runtime) {
   auto desktop = std::make_unique<FreedesktopDesktop>(
       FreedesktopDesktop::Services{runtime.mainLoop, runtime.clock, runtime.launcher});
-  auto dialogs = std::make_unique<DialogHelper>(
+  auto dialogs = std::make_unique<ProcessDialogs>(
       runtime.mainLoop, runtime.clock, runtime.launcher, dialogsProgram(Bundle::main()),
       [&desktop = *desktop] { return desktop.takeActivationToken(); });
   return {.desktop = std::move(desktop), .dialogs = std::move(dialogs)};

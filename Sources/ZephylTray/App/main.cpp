@@ -13,8 +13,8 @@
 #include <unistd.h>
 
 #include "Desktop/Freedesktop/SingleInstance.hpp"
+#include "Helpers/Updates/Client/ProcessUpdater.hpp"
 #include "Helpers/Updates/Client/TrialStart.hpp"
-#include "Helpers/Updates/Client/UpdaterHelper.hpp"
 #include "System/Concurrency/EndSignals.hpp"
 #include "System/Concurrency/MainLoop.hpp"
 #include "System/Concurrency/Reactor.hpp"
@@ -135,7 +135,7 @@ Ending runTray(Guardian& guardian, const CommandLine& commandLine,
   }
   const auto delegate = std::make_shared<AppDelegate>(
       runtime, *chosen.desktop, *chosen.dialogs,
-      UpdaterHelper::factory(runtime, *chosen.dialogs, std::move(updates)));
+      ProcessUpdater::factory(runtime, *chosen.dialogs, std::move(updates)));
   return runUntilEnd(*delegate, runtime, requests, signals);
 }
 
@@ -168,7 +168,7 @@ Ending start(const CommandLine& commandLine, const std::string& activationToken,
     log("could not start: {}", error->message);
     return {EXIT_FAILURE};
   }
-  if (returnsToPreviousVersion(Bundle::main())) return {.relaunch = true};
+  if (rollBackIfUnconfirmed(Bundle::main())) return {.relaunch = true};
   auto guardian = Guardian::start();
   if (!guardian) {
     log("could not start: {}", guardian.error().message);

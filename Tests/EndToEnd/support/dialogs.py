@@ -28,23 +28,24 @@ APPROVAL = {
                        "Why this is being flagged:\n  • It reads a credential\n\n"
                        "Shared folder: /home/ana/project",
     "buttons": ["Deny", "Allow once", "Always allow…"], "safeButton": 0,
-    "permittingButtons": [1, 2]}
+    "permittingButtons": [1, 2], "requestedByUser": True}
 CONFIRMATION = {
     "style": "critical", "messageText": "⚠️ Create a permanent exception?",
     "informativeText": "This permanently allows:\n\n/etc/passwd\n\nType ALWAYS ALLOW below to confirm:",
     "buttons": ["Cancel", "Create permanent exception"], "safeButton": 0,
-    "permittingButtons": [1],
+    "permittingButtons": [1], "requestedByUser": True,
     "textField": {"placeholder": "ALWAYS ALLOW", "width": 300}}
 INVITE = {
     "style": "question", "messageText": "Join the Zephyl Tailnet",
     "informativeText": "Paste the invite key you were sent. It looks like:\n\n"
                        "  inv_v2_<fingerprint>_<key>\n\n"
                        "The key can only be used once and expires after 24 hours.",
-    "buttons": ["Join", "Cancel"], "safeButton": 1,
+    "buttons": ["Join", "Cancel"], "safeButton": 1, "requestedByUser": True,
     "textField": {"placeholder": "inv_v2_…", "width": 380}}
 ERROR = {
     "style": "warning", "messageText": "Couldn't update shared folders",
-    "informativeText": "The agent answered with status 500.", "buttons": ["OK"], "safeButton": 0}
+    "informativeText": "The agent answered with status 500.", "buttons": ["OK"], "safeButton": 0,
+    "requestedByUser": True}
 
 SETTINGS = """<node><interface name="org.freedesktop.portal.Settings">
   <method name="Read"><arg type="s" direction="in"/><arg type="s" direction="in"/>

@@ -5,8 +5,8 @@
 
 #include <gtest/gtest.h>
 
-#include "Helpers/Dialogs/Client/DialogHelper.hpp"
-#include "Helpers/Dialogs/Client/DialogRun.hpp"
+#include "Helpers/Dialogs/Client/DialogProcess.hpp"
+#include "Helpers/Dialogs/Client/ProcessDialogs.hpp"
 #include "Support/Eventually.hpp"
 #include "Support/LogCapture.hpp"
 #include "Support/ManualClock.hpp"
@@ -104,7 +104,7 @@ class DialogsProgramTest : public ::testing::Test {
   Reactor reactor_;
   SystemProcessLauncher children_{reactor_, guardian_};
   ListeningLauncher launcher_{children_};
-  DialogHelper dialogs_{mainLoop_, clock_, launcher_, ZEPHYL_DIALOGS_PROGRAM};
+  ProcessDialogs dialogs_{mainLoop_, clock_, launcher_, ZEPHYL_DIALOGS_PROGRAM};
   std::vector<Answer> answers_;
   Dialogs::Handle handle_;
 };
@@ -114,7 +114,7 @@ TEST_F(DialogsProgramTest, SaysWhenItIsShownAndAnswersPings) {
   ASSERT_TRUE(hears(R"({"shown":true})"));
   for (const std::string number : {"1", "2", "3"}) {
     mainLoop_.runPending();
-    advance(DialogRun::pingInterval);
+    advance(DialogProcess::pingInterval);
     EXPECT_TRUE(hears(R"({"pong":)" + number + "}"));
   }
   EXPECT_TRUE(answers_.empty());
@@ -150,7 +150,7 @@ TEST_F(DialogsProgramTest, AWindowThatHangsIsKilledAndAnsweredSafely) {
   ASSERT_TRUE(hears(R"({"shown":true})"));
   mainLoop_.runPending();
   test::signalProcess(launcher_.newest->pid(), SIGSTOP);
-  advance(3 * DialogRun::pingInterval);
+  advance(3 * DialogProcess::pingInterval);
   EXPECT_EQ(answers_, (std::vector<Answer>{AlertAnswer{0, ""}}));
   EXPECT_TRUE(ends());
 }

@@ -81,7 +81,7 @@ class InstallationTest : public ::testing::Test {
   Result<void> goBack() const {
     auto installation = Installation::open(prefix_);
     if (!installation) return installation.error();
-    return installation->returnToPrevious();
+    return installation->rollBack();
   }
 
   const test::TemporaryDirectory directory_;

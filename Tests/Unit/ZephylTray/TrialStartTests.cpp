@@ -51,7 +51,7 @@ class TrialStartTest : public ::testing::Test {
   [[nodiscard]] std::string rollBack() const {
     return "sed -i s/2.0/1.0/ '" + prefix_ + "/share/zephyl-tray/Info.json'";
   }
-  [[nodiscard]] bool returns() const { return returnsToPreviousVersion(bundle_); }
+  [[nodiscard]] bool returns() const { return rollBackIfUnconfirmed(bundle_); }
 
   const test::TemporaryDirectory directory_;
   const std::string prefix_ = directory_ / "opt/zephyl";
@@ -68,8 +68,8 @@ TEST_F(TrialStartTest, CountsTheStartsOfAVersionOnTrialAndNoOther) {
     EXPECT_FALSE(returns());
     EXPECT_EQ(starts(), start);
   }
-  EXPECT_FALSE(returnsToPreviousVersion(Bundle(directory_ / "build/zephyl-tray")));
-  EXPECT_FALSE(returnsToPreviousVersion(Bundle(std::nullopt)));
+  EXPECT_FALSE(rollBackIfUnconfirmed(Bundle(directory_ / "build/zephyl-tray")));
+  EXPECT_FALSE(rollBackIfUnconfirmed(Bundle(std::nullopt)));
 }
 
 TEST_F(TrialStartTest, RemovesANoteOfAVersionThatIsNotInstalledUnlessAnUpdaterIsAtWork) {
@@ -94,7 +94,7 @@ TEST_F(TrialStartTest, ComparesVersionsAsUpdatesDo) {
   EXPECT_EQ(starts(), 1);
 }
 
-TEST_F(TrialStartTest, HasTheUpdaterOfTheVersionBeforeTakeBackOneThatNeverCameUp) {
+TEST_F(TrialStartTest, HasTheUpdaterOfThePreviousVersionRollBackOneThatNeverConfirmed) {
   putOnTrial("2.0", maxTrialStarts);
   installUpdater("opt/zephyl", rollBack());
   installUpdater("opt/.zephyl.updates/staged", rollBack());

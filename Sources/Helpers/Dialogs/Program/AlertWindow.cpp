@@ -35,25 +35,25 @@ WrappedText::Room roomFor(double shareOfHeight) {
           static_cast<int>(screen.height() * shareOfHeight)};
 }
 
-InputShield::Policy shieldingOf(const AlertRequest& request, bool unrequested) {
-  if (unrequested) return InputShield::Policy::always;
-  return request.permittingButtons ? InputShield::Policy::afterReturning
-                                   : InputShield::Policy::never;
+InputShield::Policy shieldingOf(const Alert& alert) {
+  if (!alert.requestedByUser) return InputShield::Policy::always;
+  return alert.permittingButtons.empty() ? InputShield::Policy::never
+                                         : InputShield::Policy::afterReturning;
 }
 
 }  // namespace
 
-AlertWindow::AlertWindow(Conversation& conversation, const AlertRequest& request, bool unrequested)
-    : DialogWindow(conversation, shieldingOf(request, unrequested)),
-      safeButton_(request.safeButton),
-      permittingButtons_(request.permittingButtons.value_or(std::vector<std::int64_t>())),
-      message_(plainText(request.messageText), messageFont(font()), roomFor(0.2)),
-      information_(plainText(request.informativeText), font(), roomFor(0.4)) {
+AlertWindow::AlertWindow(Conversation& conversation, const Alert& alert)
+    : DialogWindow(conversation, shieldingOf(alert)),
+      safeButton_(alert.safeButton),
+      permittingButtons_(alert.permittingButtons),
+      message_(plainText(alert.messageText), messageFont(font()), roomFor(0.2)),
+      information_(plainText(alert.informativeText), font(), roomFor(0.4)) {
   setWindowTitle(QStringLiteral("Zephyl"));
-  setAccessibleName(plainText(request.messageText));
-  setAccessibleDescription(plainText(request.informativeText));
-  icon_.setPixmap(symbolOf(request.style, iconSize, devicePixelRatio()));
-  icon_.setAccessibleName(nameOfSymbol(request.style));
+  setAccessibleName(plainText(alert.messageText));
+  setAccessibleDescription(plainText(alert.informativeText));
+  icon_.setPixmap(symbolOf(alert.style, iconSize, devicePixelRatio()));
+  icon_.setAccessibleName(nameOfSymbol(alert.style));
   message_.setAccessibleName(QStringLiteral("Message"));
   information_.setAccessibleName(QStringLiteral("Details"));
 
@@ -64,30 +64,30 @@ AlertWindow::AlertWindow(Conversation& conversation, const AlertRequest& request
   layout_.setRowStretch(1, 1);
   layout_.addWidget(&icon_, 0, 0, 2, 1, Qt::AlignTop);
   layout_.addWidget(&message_, 0, 1);
-  if (!request.informativeText.empty()) layout_.addWidget(&information_, 1, 1);
-  addButtons(request.buttons);
-  if (request.textField) addTextField(*request.textField);
-  if (request.progress) addProgress(*request.progress);
+  if (!alert.informativeText.empty()) layout_.addWidget(&information_, 1, 1);
+  addButtons(alert.buttons);
+  if (alert.textField) addTextField(*alert.textField);
+  if (alert.progress) addProgress(*alert.progress);
   if (!permittingButtons_.empty()) requireReading();
   acceptInput(acceptsInput());
   resize(sizeHint());  // the toolkit's own choice would be cut on a small screen
 }
 
-DialogReport AlertWindow::answerOf(std::int64_t button) const {
-  return {.answer = AlertReply{button, textField_.text().toStdString()}};
+DialogReport AlertWindow::answerOf(std::size_t button) const {
+  return AlertAnswer{button, textField_.text().toStdString()};
 }
 
-void AlertWindow::addTextField(const AlertTextField& field) {
+void AlertWindow::addTextField(const Alert::TextField& field) {
   textField_.setPlaceholderText(plainText(field.placeholder));
   textField_.setAccessibleName(plainText(field.placeholder));
   textField_.setMaxLength(maxTypedCharacters);
-  textField_.setMinimumWidth(static_cast<int>(std::clamp<std::int64_t>(field.width, 0, textWidth)));
+  textField_.setMinimumWidth(std::clamp(field.width, 0, textWidth));
   layout_.addWidget(&textField_, 2, 1, Qt::AlignLeft);
   setTabOrder(&information_, &textField_);
   textField_.setFocus();
 }
 
-void AlertWindow::addProgress(const ProgressValue& progress) {
+void AlertWindow::addProgress(const Progress& progress) {
   progress_.setAccessibleName(QStringLiteral("Progress"));
   progress_.setTextVisible(false);
   progress_.setMinimumWidth(std::min(textWidth, roomFor(1).width));
@@ -97,7 +97,7 @@ void AlertWindow::addProgress(const ProgressValue& progress) {
   showProgress(progress);
 }
 
-void AlertWindow::showProgress(const ProgressValue& progress) {
+void AlertWindow::showProgress(const Progress& progress) {
   const double fraction = std::clamp(progress.fraction.value_or(0), 0.0, 1.0);
   progress_.setRange(0, progress.fraction ? progressSteps : 0);
   progress_.setValue(static_cast<int>(fraction * progressSteps));
@@ -107,7 +107,7 @@ void AlertWindow::showProgress(const ProgressValue& progress) {
 
 void AlertWindow::addButtons(const std::vector<std::string>& titles) {
   for (const auto& title : titles) {
-    const auto place = static_cast<std::int64_t>(buttons_.size());
+    const std::size_t place = buttons_.size();
     auto& button = buttons_.emplace_back(buttonText(title));
     connect(&button, &QPushButton::clicked, this, [this, place] { answer(answerOf(place)); });
   }
@@ -139,8 +139,7 @@ bool AlertWindow::wasRead() const {
 void AlertWindow::updateButtons() {
   const bool read = wasRead();
   for (std::size_t place = 0; place < buttons_.size(); ++place) {
-    const bool permits = std::ranges::find(permittingButtons_, static_cast<std::int64_t>(place)) !=
-                         permittingButtons_.end();
+    const bool permits = std::ranges::find(permittingButtons_, place) != permittingButtons_.end();
     auto& button = buttons_[place];
     button.setEnabled(acceptsInput() && (read || !permits));
     if (!permits) continue;

@@ -18,18 +18,18 @@ namespace zephyl {
 /// not accept input, those that permit something also until the end of the text was on screen.
 class AlertWindow final : public DialogWindow {
  public:
-  AlertWindow(Conversation& conversation, const AlertRequest& request, bool unrequested);
+  AlertWindow(Conversation& conversation, const Alert& alert);
 
-  void showProgress(const ProgressValue& progress) override;
+  void showProgress(const Progress& progress) override;
 
  private:
   [[nodiscard]] DialogReport safeAnswer() const override { return answerOf(safeButton_); }
-  [[nodiscard]] DialogReport answerOf(std::int64_t button) const;
+  [[nodiscard]] DialogReport answerOf(std::size_t button) const;
   void acceptInput(bool accepts) override;
   bool eventFilter(QObject* watched, QEvent* event) override;
 
-  void addTextField(const AlertTextField& field);
-  void addProgress(const ProgressValue& progress);
+  void addTextField(const Alert::TextField& field);
+  void addProgress(const Progress& progress);
   void addButtons(const std::vector<std::string>& titles);
   /// Keeps the buttons that permit something disabled until the text was read.
   void requireReading();
@@ -38,8 +38,8 @@ class AlertWindow final : public DialogWindow {
   /// From left to right, as this desktop has them.
   std::vector<QPushButton*> buttonsInOrder();
 
-  const std::int64_t safeButton_;
-  const std::vector<std::int64_t> permittingButtons_;
+  const std::size_t safeButton_;
+  const std::vector<std::size_t> permittingButtons_;
   QGridLayout layout_{this};
   QHBoxLayout buttonRow_;
   QLabel icon_;

@@ -2,40 +2,36 @@
 
 #include <QSocketNotifier>
 #include <functional>
-#include <optional>
-#include <string>
 
 #include "Helpers/Dialogs/Protocol/DialogMessages.hpp"
 #include "System/Data/Result.hpp"
+#include "System/Processes/JSONLines.hpp"
 
 namespace zephyl {
 
-/// What the tray wants of the window.
+/// What the window does when the tray orders it.
 struct WindowOrders {
   std::function<void()> close;
-  std::function<void(const ProgressValue&)> progress;
-  std::function<void(const BringToFrontOrder&)> bringToFront;
+  std::function<void(const Progress&)> progress;
+  std::function<void(const BringToFront&)> bringToFront;
 };
 
-/// What is said between this program and the tray, on standard input and output. Main thread.
+/// The messages between this program and the tray, on standard input and output. Main thread.
 class Conversation {
  public:
   Conversation();
 
-  /// Waits for what is to be shown. Fails when the input ends before, or is not understood.
+  /// Waits for what is to be shown. Fails if the input ends first, or the request is invalid.
   Result<DialogRequest> readRequest();
-  /// From now on pings are answered, and what is said about the window is handed on.
+  /// From now on answers pings and hands orders on.
   void follow(WindowOrders orders);
-  void report(const DialogReport& report);
+  void report(const DialogReport& report) { lines_.write(report); }
 
  private:
-  /// False at the end of the input.
-  bool read();
-  std::optional<std::string> takeLine();
-  void obey(const std::string& line);
-  void readOrders();
+  void handleOrders();
+  void handle(const DialogOrder& order);
 
-  std::string received_;  // and not yet taken
+  JSONLines lines_;
   WindowOrders orders_;
   QSocketNotifier notifier_;
 };

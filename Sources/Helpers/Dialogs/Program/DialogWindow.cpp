@@ -13,24 +13,24 @@ DialogWindow::DialogWindow(Conversation& conversation, InputShield::Policy shiel
       shield_(*this, shielding, [this](bool accepts) { acceptInput(accepts); }) {
   painted_.setSingleShot(true);
   connect(&painted_, &QTimer::timeout, this, [this] {
-    report({.shown = true});
+    report(DialogShown{});
     shield_.exposed();
   });
   ending_.setSingleShot(true);
   connect(&ending_, &QTimer::timeout, this, &QCoreApplication::quit);
 }
 
-void DialogWindow::present(bool unrequested) {
-  setAttribute(Qt::WA_ShowWithoutActivating, unrequested);  // read when the window is created
+void DialogWindow::present(bool requestedByUser) {
+  setAttribute(Qt::WA_ShowWithoutActivating, !requestedByUser);  // read when the window is created
   (void)winId();
   windowHandle()->installEventFilter(this);
   shield_.watch();
   show();
   raise();
-  if (unrequested) {
-    QApplication::alert(this);
-  } else {
+  if (requestedByUser) {
     activateWindow();
+  } else {
+    QApplication::alert(this);
   }
   QAccessibleEvent announcement(this, QAccessible::Alert);
   QAccessible::updateAccessibility(&announcement);
@@ -70,7 +70,7 @@ void DialogWindow::dismiss() {
   if (dismissed_) return;
   dismissed_ = true;
   hide();
-  report({.hidden = true});
+  report(DialogHidden{});
   const auto* const clipboard = QGuiApplication::clipboard();
   if (!clipboard->ownsClipboard()) return ending_.start(0);
   ending_.start(copiedTextLimit);

@@ -19,16 +19,16 @@ class DialogWindow : public QDialog {
   /// The conversation outlives the window.
   DialogWindow(Conversation& conversation, InputShield::Policy shielding);
 
-  /// Shows the window. With `unrequested` it does not take the focus, where the window system
-  /// allows that, and asks for attention instead; otherwise it comes in front of other windows.
-  void present(bool unrequested);
+  /// Shows the window in front of other windows. One that the user did not request does not take
+  /// the focus, where the window system allows that, and asks for attention instead.
+  void present(bool requestedByUser);
   /// Brings the window to the front because the user has asked for it. The token, which may be
   /// empty, permits it to take the focus.
   void bringToFront(const std::string& activationToken);
   /// Hides the window without an answer.
   void dismiss();
   /// Moves the progress bar of a window that has one.
-  virtual void showProgress(const ProgressValue&) {}
+  virtual void showProgress(const Progress&) {}
 
  protected:
   void report(const DialogReport& report) { conversation_.report(report); }

@@ -13,7 +13,7 @@ constexpr QSize pickerSize{680, 460};
 
 }  // namespace
 
-FolderWindow::FolderWindow(Conversation& conversation, const FolderPickerRequest& request)
+FolderWindow::FolderWindow(Conversation& conversation, const FolderRequest& request)
     : DialogWindow(conversation, InputShield::Policy::never) {
   setWindowTitle(buttonText(request.prompt));
   setAccessibleDescription(plainText(request.message));
@@ -38,7 +38,7 @@ FolderWindow::FolderWindow(Conversation& conversation, const FolderPickerRequest
   }
   connect(&picker_, &QFileDialog::finished, this, [this](int result) {
     if (result != QDialog::Accepted) return reject();
-    answer({.folder = picker_.selectedFiles().value(0).toStdString()});
+    answer(ChosenFolder{picker_.selectedFiles().value(0).toStdString()});
   });
 
   layout_.setContentsMargins(0, 0, 0, 0);

@@ -11,10 +11,10 @@ namespace zephyl {
 /// Asks for a folder.
 class FolderWindow final : public DialogWindow {
  public:
-  FolderWindow(Conversation& conversation, const FolderPickerRequest& request);
+  FolderWindow(Conversation& conversation, const FolderRequest& request);
 
  private:
-  [[nodiscard]] DialogReport safeAnswer() const override { return {.folder = ""}; }
+  [[nodiscard]] DialogReport safeAnswer() const override { return ChosenFolder{}; }
   /// For who cannot see what they are; the toolkit leaves them without a name.
   void nameParts();
 

@@ -12,7 +12,7 @@ namespace zephyl {
 
 namespace {
 
-using Event = DialogReport::LogEvent;
+using Event = LogWindowEvent;
 
 constexpr QSize logWindowSize{560, 380};
 constexpr int inset = 18;
@@ -40,18 +40,18 @@ QFont monospaced(double scale) {
 
 }  // namespace
 
-LogViewer::LogViewer(Conversation& conversation, const LogWindowRequest& request, bool unrequested)
-    : DialogWindow(conversation,
-                   unrequested ? InputShield::Policy::always : InputShield::Policy::never),
-      fullText_(QString::fromStdString(visibleLines(request.fullText))),
-      message_(plainText(request.message), bold(font()),
+LogViewer::LogViewer(Conversation& conversation, const LogWindow& window)
+    : DialogWindow(conversation, window.requestedByUser ? InputShield::Policy::never
+                                                        : InputShield::Policy::always),
+      fullText_(QString::fromStdString(visibleLines(window.fullText))),
+      message_(plainText(window.message), bold(font()),
                {contentWidth, maxMessageLines * fontMetrics().lineSpacing()}) {
-  setWindowTitle(plainText(request.title));
+  setWindowTitle(plainText(window.title));
   setWindowFlag(Qt::WindowMinMaxButtonsHint);
   layout_.setContentsMargins(inset, inset, inset, inset);
   layout_.setSpacing(partSpacing);
-  if (!request.message.empty()) addMessage(request.message);
-  makeLogScrollView(request.shownText);
+  if (!window.message.empty()) addMessage(window.message);
+  makeLogScrollView(window.shownText);
   addButtons();
   acceptInput(acceptsInput());
   const int missing = logHeight - log_.sizeHint().height();
@@ -59,7 +59,7 @@ LogViewer::LogViewer(Conversation& conversation, const LogWindowRequest& request
 }
 
 DialogReport LogViewer::safeAnswer() const {
-  return {.logEvent = Event::closed};
+  return Event::closed;
 }
 
 void LogViewer::acceptInput(bool accepts) {
@@ -122,8 +122,7 @@ void LogViewer::copyLogToClipboard() {
 }
 
 void LogViewer::addEditor(const QString& title, Event event) {
-  connect(editors_.addAction(title), &QAction::triggered, this,
-          [this, event] { report({.logEvent = event}); });
+  connect(editors_.addAction(title), &QAction::triggered, this, [this, event] { report(event); });
 }
 
 }  // namespace zephyl

@@ -15,7 +15,7 @@ namespace zephyl {
 /// A log, perhaps with a message about what went wrong. Stays until it is closed.
 class LogViewer final : public DialogWindow {
  public:
-  LogViewer(Conversation& conversation, const LogWindowRequest& request, bool unrequested);
+  LogViewer(Conversation& conversation, const LogWindow& window);
 
  private:
   [[nodiscard]] DialogReport safeAnswer() const override;
@@ -25,7 +25,7 @@ class LogViewer final : public DialogWindow {
   void makeLogScrollView(const std::string& text);
   void addButtons();
   void copyLogToClipboard();
-  void addEditor(const QString& title, DialogReport::LogEvent event);
+  void addEditor(const QString& title, LogWindowEvent event);
 
   const QString fullText_;
   QVBoxLayout layout_{this};

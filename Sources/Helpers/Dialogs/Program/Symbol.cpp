@@ -8,7 +8,7 @@ namespace zephyl {
 
 namespace {
 
-using Style = AlertRequest::Style;
+using Style = Alert::Style;
 
 QColor colorOf(Style style) {
   switch (style) {

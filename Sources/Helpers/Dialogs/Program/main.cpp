@@ -1,8 +1,7 @@
 // zephyl-tray-dialogs shows one window: an alert, a folder picker or a log. It reads what to show
-// as a line of JSON on standard input and answers on standard output;
-// Desktop/DialogMessages/DialogMessages.hpp says how. Its exit status is 0 when the window was
-// shown and went as it should, 1 when there is nowhere to show it, 2 when the request makes no
-// sense.
+// as a line of JSON on standard input and answers on standard output, as described in
+// Helpers/Dialogs/Protocol/DialogMessages.hpp. Its exit status is 0 if the window was shown and
+// closed, 1 if there is no screen to show it on, 2 if the request is invalid.
 
 #include <QApplication>
 #include <QIcon>
@@ -17,6 +16,7 @@
 #include "Helpers/Dialogs/Program/Conversation.hpp"
 #include "Helpers/Dialogs/Program/FolderWindow.hpp"
 #include "Helpers/Dialogs/Program/LogViewer.hpp"
+#include "System/Data/Overloaded.hpp"
 #include "System/Processes/CoreDumps.hpp"
 
 namespace zephyl {
@@ -35,14 +35,26 @@ void preferWayland() {
     qputenv("QT_QPA_PLATFORM", "wayland;xcb");
 }
 
-std::unique_ptr<DialogWindow> windowFor(const DialogRequest& request, Conversation& conversation) {
-  const bool unrequested = request.unrequested.value_or(false);
-  if (request.alert)
-    return std::make_unique<AlertWindow>(conversation, *request.alert, unrequested);
-  if (request.logWindow) {
-    return std::make_unique<LogViewer>(conversation, *request.logWindow, unrequested);
-  }
-  return std::make_unique<FolderWindow>(conversation, *request.folderPicker);
+using Window = std::unique_ptr<DialogWindow>;
+
+Window windowFor(const DialogRequest& request, Conversation& conversation) {
+  return std::visit(Overloaded{[&](const Alert& alert) -> Window {
+                                 return std::make_unique<AlertWindow>(conversation, alert);
+                               },
+                               [&](const FolderRequest& folder) -> Window {
+                                 return std::make_unique<FolderWindow>(conversation, folder);
+                               },
+                               [&](const LogWindow& log) -> Window {
+                                 return std::make_unique<LogViewer>(conversation, log);
+                               }},
+                    request);
+}
+
+/// A folder is asked for only when the user wants to share one.
+bool isRequestedByUser(const DialogRequest& request) {
+  return std::visit(Overloaded{[](const FolderRequest&) { return true; },
+                               [](const auto& each) { return each.requestedByUser; }},
+                    request);
 }
 
 int run(int& argumentCount, char** arguments) {
@@ -61,12 +73,12 @@ int run(int& argumentCount, char** arguments) {
     return 2;
   }
   const auto window = windowFor(*request, conversation);
-  window->present(request->unrequested.value_or(false));
+  window->present(isRequestedByUser(*request));
   conversation.follow(
       {.close = [&] { window->dismiss(); },
-       .progress = [&](const ProgressValue& progress) { window->showProgress(progress); },
+       .progress = [&](const Progress& progress) { window->showProgress(progress); },
        .bringToFront =
-           [&](const BringToFrontOrder& order) { window->bringToFront(order.activationToken); }});
+           [&](const BringToFront& order) { window->bringToFront(order.activationToken); }});
   return QApplication::exec();
 }
 

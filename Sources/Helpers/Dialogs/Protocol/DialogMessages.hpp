@@ -2,119 +2,85 @@
 
 #include <array>
 #include <cstdint>
-#include <optional>
 #include <string>
 #include <string_view>
-#include <vector>
+#include <variant>
 
 #include <boost/describe/class.hpp>
-#include <boost/describe/enum.hpp>
 
-/// What the tray and zephyl-tray-dialogs say to each other, one JSON object a line.
+#include "Desktop/Dialogs.hpp"
+
+/// The messages between the tray and zephyl-tray-dialogs, one JSON object a line: the values of
+/// Desktop/Dialogs.hpp and what else a dialog needs.
 ///
-/// The tray writes one `DialogRequest`, then any number of `DialogOrder`s, which come in order and
-/// may come before the window is on screen; one that the program does not know, or that its window
-/// has no use for, is passed over. Orders that a program which has died did not read are lost. The
-/// program answers with `DialogReport`s: `shown` once its window is on screen; an answer, after
-/// which the window is gone, or for a log window any number of events with `closed` as the last;
-/// and `hidden` when the window has left the screen. A pong may come at any time. An end of the
-/// input closes the window without an answer, as `close` does.
+/// The tray writes one `DialogRequest`, then any number of `DialogOrder`s, which may arrive before
+/// the window is on screen. The program ignores an order that it does not know, or that does not
+/// apply to its window. It answers with `DialogReport`s: `DialogShown` once its window is on
+/// screen; an answer, after which the window is gone, or for a log window any number of events with
+/// `closed` as the last; and `DialogHidden` when the window has left the screen. A `Pong` may come
+/// at any time. The end of the input closes the window without an answer, as `CloseDialog` does.
 namespace zephyl {
 
-/// Of an `Alert::TextField`.
-struct AlertTextField {
-  std::string placeholder;
-  std::int64_t width = 0;
+/// What to show.
+using DialogRequest = std::variant<Alert, FolderRequest, LogWindow>;
+
+constexpr std::array<std::string_view, 3> messageNames(const DialogRequest*) {
+  return {"alert", "folderPicker", "logWindow"};
+}
+
+/// To be answered at once by a `Pong` with the same number.
+struct Ping {
+  std::int64_t value = 0;
 };
-BOOST_DESCRIBE_STRUCT(AlertTextField, (), (placeholder, width))
+BOOST_DESCRIBE_STRUCT(Ping, (), (value))
 
-/// Of a `Progress`.
-struct ProgressValue {
-  std::optional<double> fraction;  ///< from 0 to 1; none as long as nobody knows
-  std::string text;
-};
-BOOST_DESCRIBE_STRUCT(ProgressValue, (), (fraction, text))
+/// Close the window without an answer.
+struct CloseDialog {};
+BOOST_DESCRIBE_STRUCT(CloseDialog, (), ())
 
-/// Of an `Alert`; see there.
-struct AlertRequest {
-  enum class Style { warning, critical, question, information };
-
-  Style style = Style::warning;
-  std::string messageText;
-  std::string informativeText;
-  std::vector<std::string> buttons;
-  std::int64_t safeButton = 0;
-  std::optional<std::vector<std::int64_t>> permittingButtons;
-  std::optional<AlertTextField> textField;
-  std::optional<ProgressValue> progress;
-};
-BOOST_DESCRIBE_STRUCT(AlertRequest, (),
-                      (style, messageText, informativeText, buttons, safeButton, permittingButtons,
-                       textField, progress))
-
-BOOST_DESCRIBE_ENUM(AlertRequest::Style, warning, critical, question, information)
-
-/// Of a `FolderRequest`.
-struct FolderPickerRequest {
-  std::string prompt;
-  std::string message;
-};
-BOOST_DESCRIBE_STRUCT(FolderPickerRequest, (), (prompt, message))
-
-/// Of a `LogWindow`.
-struct LogWindowRequest {
-  std::string title;
-  std::string message;
-  std::string shownText;
-  std::string fullText;
-};
-BOOST_DESCRIBE_STRUCT(LogWindowRequest, (), (title, message, shownText, fullText))
-
-/// What to show: exactly one of the first three.
-struct DialogRequest {
-  std::optional<AlertRequest> alert;
-  std::optional<FolderPickerRequest> folderPicker;
-  std::optional<LogWindowRequest> logWindow;
-  /// True if the user did not ask for the window: see `Alert::requestedByUser`.
-  std::optional<bool> unrequested;
-};
-BOOST_DESCRIBE_STRUCT(DialogRequest, (), (alert, folderPicker, logWindow, unrequested))
-
-/// The user has asked for the window.
-struct BringToFrontOrder {
+/// Bring the window to the front, because the user has asked for it.
+struct BringToFront {
   std::string activationToken;  ///< permits the window to take the focus; may be empty
 };
-BOOST_DESCRIBE_STRUCT(BringToFrontOrder, (), (activationToken))
+BOOST_DESCRIBE_STRUCT(BringToFront, (), (activationToken))
 
-/// What the tray says to a dialog that is open: exactly one of these.
-struct DialogOrder {
-  std::optional<std::int64_t> ping;       ///< to be answered at once with a pong of the same number
-  std::optional<bool> close;              ///< without an answer
-  std::optional<ProgressValue> progress;  ///< how far it is now, for an alert with a bar
-  std::optional<BringToFrontOrder> bringToFront;
+/// What the tray sends to an open dialog. `Progress` moves the bar of an alert that has one.
+using DialogOrder = std::variant<Ping, CloseDialog, Progress, BringToFront>;
+
+constexpr std::array<std::string_view, 4> messageNames(const DialogOrder*) {
+  return {"ping", "close", "progress", "bringToFront"};
+}
+
+struct DialogShown {};
+BOOST_DESCRIBE_STRUCT(DialogShown, (), ())
+
+struct DialogHidden {};
+BOOST_DESCRIBE_STRUCT(DialogHidden, (), ())
+
+struct Pong {
+  std::int64_t value = 0;
 };
-BOOST_DESCRIBE_STRUCT(DialogOrder, (), (ping, close, progress, bringToFront))
+BOOST_DESCRIBE_STRUCT(Pong, (), (value))
 
-/// How the user answers an alert.
-struct AlertReply {
-  std::int64_t button = 0;  ///< its place among the buttons
-  std::string text;         ///< of the text field
+/// The answer of a folder picker: a path, empty if the user cancelled.
+struct ChosenFolder {
+  std::string value;
 };
-BOOST_DESCRIBE_STRUCT(AlertReply, (), (button, text))
+BOOST_DESCRIBE_STRUCT(ChosenFolder, (), (value))
 
-/// What the program says: exactly one of these.
-struct DialogReport {
-  enum class LogEvent { openInCursor, openInVSCode, openInTextEdit, closed };
+/// What the program reports.
+using DialogReport =
+    std::variant<DialogShown, DialogHidden, Pong, AlertAnswer, ChosenFolder, LogWindowEvent>;
 
-  std::optional<bool> shown;
-  std::optional<std::int64_t> pong;
-  std::optional<AlertReply> answer;   ///< of an alert
-  std::optional<std::string> folder;  ///< the chosen one's path; empty when the user cancelled
-  std::optional<LogEvent> logEvent;
-  std::optional<bool> hidden;
+constexpr std::array<std::string_view, 6> messageNames(const DialogReport*) {
+  return {"shown", "hidden", "pong", "answer", "folder", "logEvent"};
+}
+
+/// For `HelperProcess`.
+struct DialogsProtocol {
+  using Request = DialogRequest;
+  using Order = DialogOrder;
+  using Report = DialogReport;
 };
-BOOST_DESCRIBE_STRUCT(DialogReport, (), (shown, pong, answer, folder, logEvent, hidden))
-
-BOOST_DESCRIBE_ENUM(DialogReport::LogEvent, openInCursor, openInVSCode, openInTextEdit, closed)
 
 }  // namespace zephyl

@@ -14,7 +14,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include "Helpers/Updates/Client/UpdaterHelper.hpp"
+#include "Helpers/Updates/Client/ProcessUpdater.hpp"
 #include "Helpers/Updates/Protocol/UpdateFiles.hpp"
 #include "Helpers/Updates/Protocol/UpdateMessages.hpp"
 #include "System/Data/JSON.hpp"
@@ -89,7 +89,7 @@ bool runUpdater(const std::string& program, const UpdateCommand& command,
 
 /// Returns whether another version is installed now, whatever the updater programs report.
 bool rollBack(const Bundle& bundle, const UpdateFiles& files, const std::string& onTrial) {
-  const UpdateCommand command{.takeBack = TakeBackCommand{.prefix = files.prefix}};
+  const UpdateCommand command = RollBackCommand{.prefix = files.prefix};
   const auto deadline = steady_clock::now() + trialStartLimit;
   // The previous version is in `staged` if the exchange was interrupted.
   const std::array<Bundle, 3> bundles = {Bundle(joinPath(files.previous, "bin/zephyl-tray")),
@@ -141,7 +141,7 @@ bool isSameFile(const char* one, const std::string& other) {
 
 }  // namespace
 
-bool returnsToPreviousVersion(const Bundle& bundle) {
+bool rollBackIfUnconfirmed(const Bundle& bundle) {
   const auto files = filesOfUpdates(installationPrefix(bundle));
   if (!files) return false;
   if (removeUndecodableNote(files->trial)) log("removed {}: it is damaged", files->trial);

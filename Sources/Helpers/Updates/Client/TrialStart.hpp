@@ -28,7 +28,7 @@ inline constexpr std::chrono::seconds confirmationLimit{60};
 /// for `trialStartLimit` at most. No failure in here keeps the tray from starting: a state
 /// directory that must not be trusted is ignored, and a note is removed if it cannot be decoded, or
 /// names a version that is not installed while no updater is at work.
-bool returnsToPreviousVersion(const Bundle& bundle);
+bool rollBackIfUnconfirmed(const Bundle& bundle);
 
 /// Records that this process was asked to end, if the installed version is on trial, so that its
 /// end does not count as a failure of that version. The trial goes on at the next start. `ran`: how

@@ -107,7 +107,7 @@ Alert updateChecksMissing(const std::string& reason) {
           .buttons = {"OK"}};
 }
 
-Alert updateTakenBack(const std::string& failedVersion, const std::string& currentVersion) {
+Alert updateRolledBack(const std::string& failedVersion, const std::string& currentVersion) {
   return {.messageText = formatText("Zephyl {} could not be started", failedVersion),
           .informativeText = formatText(
               "You are using version {} again, as before the update. Nothing else has changed.",

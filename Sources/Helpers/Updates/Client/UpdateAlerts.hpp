@@ -29,7 +29,7 @@ Alert updateFailed(const std::string& message);
 /// No check has succeeded for `missingChecksLimit`; `reason`: why the last one failed.
 Alert updateChecksMissing(const std::string& reason);
 
-/// The tray has gone back to the version before.
-Alert updateTakenBack(const std::string& failedVersion, const std::string& currentVersion);
+/// A version was rolled back.
+Alert updateRolledBack(const std::string& failedVersion, const std::string& currentVersion);
 
 }  // namespace zephyl::alerts

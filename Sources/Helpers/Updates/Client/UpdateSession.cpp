@@ -4,11 +4,11 @@
 
 #include <unistd.h>
 
+#include "Helpers/Updates/Client/ProcessUpdater.hpp"
 #include "Helpers/Updates/Client/TrialStart.hpp"
 #include "Helpers/Updates/Client/UpdateAlerts.hpp"
 #include "Helpers/Updates/Client/UpdateSchedule.hpp"
 #include "Helpers/Updates/Client/Updater.hpp"
-#include "Helpers/Updates/Client/UpdaterHelper.hpp"
 #include "Helpers/Updates/Protocol/UpdateFiles.hpp"
 #include "System/Concurrency/MainLoop.hpp"
 #include "System/Data/JSON.hpp"
@@ -17,6 +17,29 @@
 #include "System/Files/Log.hpp"
 
 namespace zephyl {
+
+namespace {
+
+/// Returns the date of the feed that a check has read, or nullopt if the check failed.
+std::optional<std::chrono::sys_seconds> feedDateOf(const UpdateReport& check) {
+  using std::chrono::seconds;
+  using std::chrono::sys_seconds;
+  if (const auto* found = std::get_if<UpdateFound>(&check)) {
+    return sys_seconds(seconds(found->feedDate));
+  }
+  if (const auto* upToDate = std::get_if<UpToDate>(&check)) {
+    return sys_seconds(seconds(upToDate->feedDate));
+  }
+  return std::nullopt;
+}
+
+/// Returns why a step failed, whose last report this is.
+std::string failureOf(const UpdateReport& report) {
+  const auto* const failed = std::get_if<UpdateFailed>(&report);
+  return failed == nullptr ? "The updater sent an unexpected report." : failed->value;
+}
+
+}  // namespace
 
 UpdateSession::UpdateSession(const Runtime& runtime, Dialogs& dialogs, const UpdateSetup& setup,
                              std::weak_ptr<UpdateDelegate> delegate, Events events)
@@ -29,12 +52,12 @@ UpdateSession::UpdateSession(const Runtime& runtime, Dialogs& dialogs, const Upd
 void UpdateSession::start(Trigger trigger) {
   trigger_ = trigger;
   showsWindows_ = isUserInitiated();
-  run({.check = checkCommand()}, &UpdateSession::takeChecked);
+  run(checkCommand(), &UpdateSession::handleCheck);
 }
 
 void UpdateSession::recheck() {
   stage_ = Stage::rechecking;
-  run({.check = checkCommand()}, &UpdateSession::takeRechecked);
+  run(checkCommand(), &UpdateSession::handleRecheck);
 }
 
 /// A user who asks is offered what was skipped, or has failed before, as well.
@@ -55,54 +78,53 @@ CheckCommand UpdateSession::checkCommand() const {
   return command;
 }
 
-void UpdateSession::run(const UpdateCommand& command,
-                        void (UpdateSession::*take)(const UpdateReport&)) {
-  run_ = UpdaterRun::start(
-      runtime_.mainLoop, runtime_.launcher, setup_.program, command,
-      weakly([take](UpdateSession& self, const UpdateReport& report) { (self.*take)(report); }));
+void UpdateSession::run(const UpdateCommand& command, Handler handler) {
+  updater_ = startUpdater(runtime_.mainLoop, runtime_.launcher, setup_.program, command,
+                          weakly([handler](UpdateSession& self, const UpdateReport& report) {
+                            const bool isLast = !std::holds_alternative<UpdateProgress>(report);
+                            if (isLast) self.updater_.reset();
+                            (self.*handler)(report);
+                          }));
 }
 
 bool UpdateSession::recordCheck(const UpdateReport& report) {
   using std::chrono::seconds;
-  const bool succeeded = report.found || report.upToDate;
-  if (succeeded) {
-    const auto date = report.found ? report.found->feedDate : report.upToDate->feedDate;
-    setup_.settings.rememberFeedDate(Updater::feedAddress(),
-                                     std::chrono::sys_seconds(seconds(date)));
+  const auto date = feedDateOf(report);
+  if (date) {
+    setup_.settings.rememberFeedDate(Updater::feedAddress(), *date);
     setup_.settings.setLastCheck(std::chrono::floor<seconds>(runtime_.clock.calendarNow()));
   }
-  events_.checked(succeeded ? std::nullopt : std::optional(report.failed.value_or("")));
-  return succeeded;
+  events_.checked(date ? std::nullopt : std::optional(failureOf(report)));
+  return date.has_value();
 }
 
-void UpdateSession::takeChecked(const UpdateReport& report) {
-  if (!recordCheck(report)) return fail(report.failed.value_or(""));
-  if (report.found) return find(*report.found);
+void UpdateSession::handleCheck(const UpdateReport& report) {
+  if (!recordCheck(report)) return fail(failureOf(report));
+  if (const auto* found = std::get_if<UpdateFound>(&report)) return find(*found);
   tell([](UpdateDelegate& delegate) { delegate.didNotFindUpdate(); });
   conclude(alerts::upToDate(Updater::currentVersion()), Outcome::done);
 }
 
-void UpdateSession::takeRechecked(const UpdateReport& report) {
+void UpdateSession::handleRecheck(const UpdateReport& report) {
   const bool allowed = std::exchange(stage_, Stage::waiting) == Stage::allowed;
+  const auto* const found = std::get_if<UpdateFound>(&report);
   if (!recordCheck(report)) {
-    log("the check while version {} waits failed: {}", offer_.displayVersion,
-        report.failed.value_or(""));
-  } else if (report.upToDate) {
+    log("the check while version {} waits failed: {}", offer_.displayVersion, failureOf(report));
+  } else if (found == nullptr) {
     log("version {} is no longer offered and will not be installed", offer_.displayVersion);
     tell([](UpdateDelegate& delegate) {
       delegate.didAbandonRelaunch();
       delegate.didNotFindUpdate();
     });
     return end(Outcome::done);
-  } else if (report.found->offer.version != offer_.version ||
-             report.found->offer.sha256 != offer_.sha256) {
-    return replace(*report.found);
+  } else if (found->offer.version != offer_.version || found->offer.sha256 != offer_.sha256) {
+    return replace(*found);
   }
   if (allowed) install();
 }
 
 /// Nobody is asked about the version that replaces another that was to be installed.
-void UpdateSession::replace(const FoundUpdate& found) {
+void UpdateSession::replace(const UpdateFound& found) {
   log("version {} replaces version {}, which waits to be installed", found.offer.displayVersion,
       offer_.displayVersion);
   showsWindows_ = false;
@@ -115,7 +137,7 @@ void UpdateSession::replace(const FoundUpdate& found) {
   end(Outcome::done);
 }
 
-void UpdateSession::find(const FoundUpdate& found) {
+void UpdateSession::find(const UpdateFound& found) {
   offer_ = found.offer;
   obstacle_ = found.obstacle;
   log("version {} is available", offer_.displayVersion);
@@ -176,8 +198,7 @@ void UpdateSession::choose(const std::optional<AlertAnswer>& answer) {
 void UpdateSession::download() {
   stage_ = Stage::downloading;
   log("downloading version {}", offer_.displayVersion);
-  run({.download = DownloadCommand{.prefix = setup_.prefix, .offer = offer_}},
-      &UpdateSession::takeDownloaded);
+  run(DownloadCommand{.prefix = setup_.prefix, .offer = offer_}, &UpdateSession::handleDownload);
   if (showsWindows_) showDownload();
 }
 
@@ -192,7 +213,7 @@ void UpdateSession::showDownload() {
 
 void UpdateSession::cancelDownload() {
   log("the download of version {} was cancelled", offer_.displayVersion);
-  run_.reset();
+  updater_.reset();
   end(Outcome::done);
 }
 
@@ -211,10 +232,10 @@ void UpdateSession::drawProgress() {
                                                     })] { loop.async(draw); });
 }
 
-void UpdateSession::takeDownloaded(const UpdateReport& report) {
-  if (report.progress) return showProgress(*report.progress);
+void UpdateSession::handleDownload(const UpdateReport& report) {
+  if (const auto* progress = std::get_if<UpdateProgress>(&report)) return showProgress(*progress);
   dialog_.reset();
-  if (!report.ready) return fail(report.failed.value_or(""));
+  if (!std::holds_alternative<UpdateStaged>(report)) return fail(failureOf(report));
   log("version {} is verified and ready to install", offer_.displayVersion);
   relaunchWhenAllowed();
 }
@@ -236,12 +257,12 @@ void UpdateSession::allowInstallation() {
 void UpdateSession::install() {
   if (std::exchange(stage_, Stage::installing) == Stage::installing) return;
   log("installing version {}", offer_.displayVersion);
-  run({.install = InstallCommand{.prefix = setup_.prefix, .version = offer_.version}},
-      &UpdateSession::takeInstalled);
+  run(InstallCommand{.prefix = setup_.prefix, .version = offer_.version},
+      &UpdateSession::handleInstallation);
 }
 
-void UpdateSession::takeInstalled(const UpdateReport& report) {
-  if (!report.installed) return fail(report.failed.value_or(""));
+void UpdateSession::handleInstallation(const UpdateReport& report) {
+  if (!std::holds_alternative<UpdateInstalled>(report)) return fail(failureOf(report));
   log("restarting as version {}", offer_.displayVersion);
   watchRelaunch();
   setup_.relaunch();
@@ -260,10 +281,10 @@ void UpdateSession::watchRelaunch() {
   // Its output goes where the tray's goes: it may have to become the tray.
   auto child = runtime_.launcher.launch(updaterOptions(watcherProgram()));
   if (!child) return log("nobody watches the restart: {}", child.error().message);
-  const UpdateCommand command{.watch = WatchCommand{.prefix = setup_.prefix,
-                                                    .process = ::getpid(),
-                                                    .arguments = setup_.arguments,
-                                                    .limitSeconds = confirmationLimit.count()}};
+  const UpdateCommand command = WatchCommand{.prefix = setup_.prefix,
+                                             .process = ::getpid(),
+                                             .arguments = setup_.arguments,
+                                             .limitSeconds = confirmationLimit.count()};
   (*child)->write(json::compact(json::encode(command)));
 }
 
@@ -282,7 +303,7 @@ void UpdateSession::fail(const std::string& reason) {
 
 void UpdateSession::end(Outcome outcome) {
   dialog_.reset();
-  run_.reset();
+  updater_.reset();
   tell([](UpdateDelegate& delegate) { delegate.willFinishUpdateSession(); });
   runtime_.mainLoop.async([outcome, ended = std::exchange(events_.ended, nullptr)] {
     if (ended) ended(outcome);

@@ -9,7 +9,7 @@
 #include "Desktop/Dialogs.hpp"
 #include "Helpers/Updates/Client/UpdateFramework.hpp"
 #include "Helpers/Updates/Client/UpdateSchedule.hpp"
-#include "Helpers/Updates/Client/UpdaterRun.hpp"
+#include "Helpers/Updates/Client/UpdaterProcess.hpp"
 #include "Helpers/Updates/Protocol/UpdateMessages.hpp"
 #include "System/Concurrency/Clock.hpp"
 #include "System/Concurrency/Runtime.hpp"
@@ -75,14 +75,16 @@ class UpdateSession : public std::enable_shared_from_this<UpdateSession> {
   };
 
   [[nodiscard]] CheckCommand checkCommand() const;
-  void run(const UpdateCommand& command, void (UpdateSession::*take)(const UpdateReport&));
+  using Handler = void (UpdateSession::*)(const UpdateReport&);
+  /// Starts a step. `handler` is called with each of its reports.
+  void run(const UpdateCommand& command, Handler handler);
 
   /// Remembers what a check found out about the feed. Returns whether the check succeeded.
   bool recordCheck(const UpdateReport& report);
-  void takeChecked(const UpdateReport& report);
-  void takeRechecked(const UpdateReport& report);
-  void replace(const FoundUpdate& found);
-  void find(const FoundUpdate& found);
+  void handleCheck(const UpdateReport& report);
+  void handleRecheck(const UpdateReport& report);
+  void replace(const UpdateFound& found);
+  void find(const UpdateFound& found);
   void remind();
   void show();
   void explainObstacle();
@@ -90,14 +92,14 @@ class UpdateSession : public std::enable_shared_from_this<UpdateSession> {
   void download();
   void showDownload();
   void cancelDownload();
-  void takeDownloaded(const UpdateReport& report);
+  void handleDownload(const UpdateReport& report);
   void showProgress(const UpdateProgress& progress);
   void drawProgress();
   void relaunchWhenAllowed();
   /// The delegate no longer postpones the installation.
   void allowInstallation();
   void install();
-  void takeInstalled(const UpdateReport& report);
+  void handleInstallation(const UpdateReport& report);
   [[nodiscard]] std::string watcherProgram() const;
   void watchRelaunch();
 
@@ -126,7 +128,7 @@ class UpdateSession : public std::enable_shared_from_this<UpdateSession> {
   Stage stage_ = Stage::checking;
   UpdateOffer offer_;
   std::optional<std::string> obstacle_;
-  std::shared_ptr<UpdaterRun> run_;
+  std::unique_ptr<UpdaterProcess> updater_;
   Dialogs::Handle dialog_;
   std::optional<UpdateProgress> progress_;  // to be drawn
   Timer progressPause_;                     // until it may be

@@ -39,17 +39,17 @@ std::chrono::seconds stallLimit(std::optional<std::int64_t> seconds) {
 }
 
 UpdateReport failure(const Error& error) {
-  return {.failed = error.message};
+  return UpdateFailed{error.message};
 }
 
 Result<std::string> fetchFeed(const InstalledBundle& bundle, std::chrono::seconds stall,
-                              const Conversation& conversation) {
+                              const CommandClient& client) {
   std::string feed;
   const TransferOwner owner{.take = [&](std::string_view bytes) -> Result<void> {
                               feed += bytes;
                               return {};
                             },
-                            .isCancelled = conversation.isOver};
+                            .isCancelled = client.hasCancelled};
   const TransferLimits limits{.bytes = maxFeedBytes, .total = feedLimit, .stall = stall};
   if (auto fetched = fetch(bundle.feedURL, limits, owner); !fetched) return fetched.error();
   return feed;
@@ -76,11 +76,11 @@ struct CheckedFeed {
 
 /// Fetches the feed and chooses from it. Nothing of it is parsed before its signature is verified.
 Result<CheckedFeed> checkFeed(const CheckCommand& command, const InstalledBundle& bundle,
-                              const Conversation& conversation) {
+                              const CommandClient& client) {
   if (bundle.feedURL.empty()) return Error{"This installation names no feed."};
   const auto keys = TrustedKeys::parse(bundle.keys);
   if (!keys) return keys.error();
-  const auto feed = fetchFeed(bundle, stallLimit(command.stallSeconds), conversation);
+  const auto feed = fetchFeed(bundle, stallLimit(command.stallSeconds), client);
   if (!feed) return feed.error();
   const auto verified = verifiedFeed(*feed, *keys);
   if (!verified) return verified.error();
@@ -120,8 +120,8 @@ class MappedFile {
 /// Writes what comes to a file, and tells how far it is.
 class ArchiveDownload {
  public:
-  ArchiveDownload(const UpdateOffer& offer, FileDescriptor& file, const Conversation& conversation)
-      : offer_(offer), file_(file), conversation_(conversation) {}
+  ArchiveDownload(const UpdateOffer& offer, FileDescriptor& file, const CommandClient& client)
+      : offer_(offer), file_(file), client_(client) {}
 
   Result<void> run(std::chrono::seconds stall) {
     const TransferOwner owner{.take = [this](std::string_view bytes) { return take(bytes); },
@@ -149,7 +149,7 @@ class ArchiveDownload {
   /// Asked now and then, also when nothing comes: then what came last has perhaps not been told.
   bool isCancelled() {
     if (received_ > told_) tellSometimes();
-    return conversation_.isOver();
+    return client_.hasCancelled();
   }
 
   void tellSometimes() {
@@ -162,13 +162,12 @@ class ArchiveDownload {
 
   void tell() {
     told_ = received_;
-    conversation_.report(
-        {.progress = UpdateReport::Progress{.received = received_, .total = offer_.length}});
+    client_.report({.received = received_, .total = offer_.length});
   }
 
   const UpdateOffer& offer_;
   FileDescriptor& file_;
-  const Conversation& conversation_;
+  const CommandClient& client_;
   std::int64_t received_ = 0;
   std::int64_t told_ = 0;
   std::chrono::steady_clock::time_point toldAt_;
@@ -183,7 +182,7 @@ Result<void> checkBytes(std::string_view archive, const UpdateOffer& offer,
   return {};
 }
 
-/// The bytes of `file` are checked and laid out, all of it through the one descriptor.
+/// Verifies and stages the bytes of `file`, all of them through the one descriptor.
 Result<void> checkAndStage(const FileDescriptor& file, const UpdateOffer& offer,
                            const TrustedKeys& keys, Installation& installation) {
   const MappedFile archive(file, static_cast<std::size_t>(offer.length));
@@ -192,19 +191,18 @@ Result<void> checkAndStage(const FileDescriptor& file, const UpdateOffer& offer,
   return installation.stage(archive.bytes(), offer.version);
 }
 
-/// Lays out what an earlier download has kept; whether it was there and good.
+/// Stages the archive that an earlier download has kept. Returns whether there was a good one.
 bool stageKept(const UpdateOffer& offer, const TrustedKeys& keys, Installation& installation,
-               const Conversation& conversation) {
+               const CommandClient& client) {
   const auto file = installation.makeUnnamedFile();
   if (!file) return false;
   const KeptArchives kept(installation.files());
   if (!kept.copyTo(*file, offer.sha256, offer.length)) return false;
-  conversation.report(
-      {.progress = UpdateReport::Progress{.received = offer.length, .total = offer.length}});
+  client.report({.received = offer.length, .total = offer.length});
   return checkAndStage(*file, offer, keys, installation).has_value();
 }
 
-Result<void> downloadAndStage(const DownloadCommand& command, const Conversation& conversation) {
+Result<void> downloadAndStage(const DownloadCommand& command, const CommandClient& client) {
   const auto& offer = command.offer;
   const auto bundle = InstalledBundle::read(command.prefix);
   if (!bundle) return bundle.error();
@@ -214,22 +212,21 @@ Result<void> downloadAndStage(const DownloadCommand& command, const Conversation
   if (const auto obstacle = Installation::obstacle(command.prefix)) return Error{*obstacle};
   auto installation = Installation::open(command.prefix);
   if (!installation) return installation.error();
-  if (stageKept(offer, *keys, *installation, conversation)) return {};
+  if (stageKept(offer, *keys, *installation, client)) return {};
 
   const KeptArchives kept(installation->files());
   kept.removeAll();
   auto file = installation->makeUnnamedFile();
   if (!file) return file.error();
   if (auto fits = checkFreeSpace(*file, offer.length); !fits) return fits;
-  auto downloaded =
-      ArchiveDownload(offer, *file, conversation).run(stallLimit(command.stallSeconds));
+  auto downloaded = ArchiveDownload(offer, *file, client).run(stallLimit(command.stallSeconds));
   if (!downloaded) return downloaded;
   if (auto staged = checkAndStage(*file, offer, *keys, *installation); !staged) return staged;
   kept.keep(*file, offer.sha256);
   return {};
 }
 
-/// What the new version has started may still be at it, and ends with it.
+/// Opens the installation, waiting for an updater that the new version has started to end.
 Result<Installation> openWhenFree(const std::string& prefix) {
   auto installation = Installation::open(prefix);
   for (int look = 0; !installation && look < maxLooks; ++look) {
@@ -239,10 +236,10 @@ Result<Installation> openWhenFree(const std::string& prefix) {
   return installation;
 }
 
-Result<void> takeBack(const std::string& prefix) {
+Result<void> rollBack(const std::string& prefix) {
   auto installation = openWhenFree(prefix);
   if (!installation) return installation.error();
-  return installation->returnToPrevious();
+  return installation->rollBack();
 }
 
 /// What was kept and is of no use any more goes.
@@ -255,53 +252,51 @@ void tidy(const std::string& prefix, const std::string& offered) {
 
 }  // namespace
 
-UpdateReport perform(const CheckCommand& command, const Conversation& conversation) {
+UpdateReport perform(const CheckCommand& command, const CommandClient& client) {
   const auto bundle = InstalledBundle::read(command.prefix);
   if (!bundle) return failure(bundle.error());
-  auto feed = checkFeed(command, *bundle, conversation);
+  auto feed = checkFeed(command, *bundle, client);
   if (!feed) return failure(feed.error());
   const auto date = feed->date.time_since_epoch().count();
   tidy(command.prefix, feed->offer ? feed->offer->sha256 : "");
   if (!feed->offer) {
-    return {.upToDate =
-                UpdateReport::UpToDate{.version = bundle->displayVersion, .feedDate = date}};
+    return UpToDate{.version = bundle->displayVersion, .feedDate = date};
   }
-  return {.found = UpdateReport::Found{.offer = std::move(*feed->offer),
-                                       .feedDate = date,
-                                       .obstacle = Installation::obstacle(command.prefix)}};
+  return UpdateFound{.offer = std::move(*feed->offer),
+                     .feedDate = date,
+                     .obstacle = Installation::obstacle(command.prefix)};
 }
 
-UpdateReport perform(const DownloadCommand& command, const Conversation& conversation) {
-  if (auto staged = downloadAndStage(command, conversation); !staged) {
+UpdateReport perform(const DownloadCommand& command, const CommandClient& client) {
+  if (auto staged = downloadAndStage(command, client); !staged) {
     return failure(staged.error());
   }
-  return {.ready = command.offer.version};
+  return UpdateStaged{command.offer.version};
 }
 
-UpdateReport perform(const InstallCommand& command, const Conversation&) {
-  if (const auto obstacle = Installation::obstacle(command.prefix)) return {.failed = *obstacle};
+UpdateReport perform(const InstallCommand& command) {
+  if (const auto obstacle = Installation::obstacle(command.prefix)) return UpdateFailed{*obstacle};
   auto installation = Installation::open(command.prefix);
   if (!installation) return failure(installation.error());
   if (auto swapped = installation->swap(command.version); !swapped) {
     return failure(swapped.error());
   }
   KeptArchives(installation->files()).removeAll();
-  return {.installed = command.version};
+  return UpdateInstalled{command.version};
 }
 
-UpdateReport perform(const WatchCommand& command, const Conversation&) {
+Result<void> perform(const WatchCommand& command) {
   const WatchedProcess process(static_cast<pid_t>(command.process));
   const auto limit = std::chrono::seconds(command.limitSeconds);
   if (outcomeOfTrial(command.prefix, process, limit) != TrialOutcome::failed) return {};
   log("the new version did not come up; returning to the previous one");
   process.end();
-  if (const auto returned = takeBack(command.prefix); !returned) return failure(returned.error());
-  return failure(becomeProgram(joinPath(command.prefix, "bin/zephyl-tray"), command.arguments));
+  if (auto rolledBack = rollBack(command.prefix); !rolledBack) return rolledBack;
+  return becomeProgram(joinPath(command.prefix, "bin/zephyl-tray"), command.arguments);
 }
 
-UpdateReport perform(const TakeBackCommand& command, const Conversation&) {
-  if (const auto returned = takeBack(command.prefix); !returned) return failure(returned.error());
-  return {};
+Result<void> perform(const RollBackCommand& command) {
+  return rollBack(command.prefix);
 }
 
 }  // namespace zephyl

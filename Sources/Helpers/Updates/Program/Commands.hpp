@@ -3,22 +3,24 @@
 #include <functional>
 
 #include "Helpers/Updates/Protocol/UpdateMessages.hpp"
+#include "System/Data/Result.hpp"
 
 namespace zephyl {
 
-/// Where a command's reports go, and whether its outcome is still wanted.
-struct Conversation {
-  std::function<void(const UpdateReport&)> report;
-  std::function<bool()> isOver;
+/// The tray's side of a command, as seen while it is performed.
+struct CommandClient {
+  std::function<void(const UpdateProgress&)> report;
+  std::function<bool()> hasCancelled;
 };
 
-/// Does what a command says; returns its last report.
-UpdateReport perform(const CheckCommand& command, const Conversation& conversation);
-UpdateReport perform(const DownloadCommand& command, const Conversation& conversation);
-UpdateReport perform(const InstallCommand& command, const Conversation& conversation);
-/// Returns when the new version has come up, or nothing can be done; otherwise this process
-/// becomes the previous version.
-UpdateReport perform(const WatchCommand& command, const Conversation& conversation);
-UpdateReport perform(const TakeBackCommand& command, const Conversation& conversation);
+/// The following perform a command and return its last report.
+UpdateReport perform(const CheckCommand& command, const CommandClient& client);
+UpdateReport perform(const DownloadCommand& command, const CommandClient& client);
+UpdateReport perform(const InstallCommand& command);
+
+/// Returns when the new version is confirmed, or when its rollback fails. After a rollback this
+/// process becomes the previous version.
+Result<void> perform(const WatchCommand& command);
+Result<void> perform(const RollBackCommand& command);
 
 }  // namespace zephyl

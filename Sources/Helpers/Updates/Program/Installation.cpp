@@ -168,7 +168,7 @@ void Installation::recover() {
   }
 }
 
-/// Whether what is laid out is the version before, which an exchange has left there.
+/// Returns whether the staged version is the previous one, which an exchange has left there.
 bool Installation::stagedIsOlder(const InstalledBundle& installed) const {
   const auto staged = InstalledBundle::read(files_.staged);
   return staged && std::is_lt(compareVersions(staged->version, installed.version));
@@ -245,7 +245,7 @@ Result<void> Installation::swap(const std::string& version) {
   return {};
 }
 
-Result<void> Installation::returnToPrevious() {
+Result<void> Installation::rollBack() {
   const auto trial = readNote(files_.trial);
   if (!trial) return Error{"No version is on trial."};
   if (!isExecutableFile(joinPath(files_.previous, executableInPrefix))) {

@@ -21,11 +21,11 @@ struct InstalledBundle {
   std::vector<std::string> keys;  ///< "SUPublicEDKey", a text or a list of texts
   std::string updateCommand;      ///< set by a package: how its users update
 
-  /// Of the installation, or of what is laid out to become one, at `prefix`.
+  /// Reads that of the installation, or of a staged version, at `prefix`.
   static Result<InstalledBundle> read(const std::string& prefix);
 };
 
-/// An installation and what is beside it (see UpdateFiles). The new version is laid out beside the
+/// An installation and what is beside it (see UpdateFiles). The new version is staged beside the
 /// old one and takes its place in one step of the file system, an exchange of two names, so that
 /// at no moment, a power cut's included, less than one whole version stands at the prefix. One
 /// object at a time works on an installation; a second finds the lock taken.
@@ -37,7 +37,7 @@ class Installation {
   /// which must belong to this user or root.
   static std::optional<std::string> obstacle(const std::string& prefix);
 
-  /// Opens it for changes. Whatever an earlier one left unfinished is finished or taken back.
+  /// Opens it for changes. Whatever an earlier run left unfinished is finished or rolled back.
   static Result<Installation> open(const std::string& prefix);
 
   /// A new file without a name, for what is downloaded: it is gone with its descriptor.
@@ -46,10 +46,11 @@ class Installation {
   /// newer than the installed one, with a feed address and keys for the next update. The new
   /// version gets the group and mode of the installation.
   Result<void> stage(std::string_view archive, const std::string& version);
-  /// Puts what was laid out in place, on trial, and keeps the version before it.
+  /// Installs the staged version, unconfirmed, and keeps the previous one.
   Result<void> swap(const std::string& version);
-  /// Puts the previous version back in place of one that is on trial, which is noted as failed.
-  Result<void> returnToPrevious();
+  /// Installs the previous version in place of an unconfirmed one, and records the latter as
+  /// failed.
+  Result<void> rollBack();
 
   [[nodiscard]] const UpdateFiles& files() const { return files_; }
 

@@ -1,18 +1,24 @@
 #pragma once
 
+#include <array>
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <tuple>
+#include <variant>
 #include <vector>
 
 #include <boost/describe/class.hpp>
 
-/// What the tray and zephyl-tray-updater say to each other, one JSON object a line.
+/// The messages between the tray and zephyl-tray-updater, one JSON object a line.
 ///
-/// The tray writes one `UpdateCommand`. The program answers with `UpdateReport`s, of which all but
-/// `progress` end it. An end of the input cancels a check or a download, without an answer; an
-/// installation that has begun is finished whatever becomes of the tray.
+/// The tray writes one `UpdateCommand`. The program answers with `UpdateReport`s, of which every
+/// one but `UpdateProgress` is the last. The end of the input cancels a check or a download,
+/// without an answer; an installation that has begun is finished even if the tray is gone.
+///
+/// `WatchCommand` and `RollBackCommand` are exchanged between programs of different versions: their
+/// names and fields must not change.
 namespace zephyl {
 
 /// An update that the signed feed offers this installation.
@@ -58,8 +64,8 @@ BOOST_DESCRIBE_STRUCT(CheckCommand, (),
                       (prefix, channels, skip, failed, newestFeedDate, rolloutGroup, userInitiated,
                        stallSeconds))
 
-/// Downloads what was offered, unless it was kept by an earlier download, verifies it and lays it
-/// out beside the installation.
+/// Downloads the offered archive, unless an earlier download was kept, verifies it and stages the
+/// new version beside the installation.
 struct DownloadCommand {
   std::string prefix;
   UpdateOffer offer;
@@ -67,7 +73,7 @@ struct DownloadCommand {
 };
 BOOST_DESCRIBE_STRUCT(DownloadCommand, (), (prefix, offer, stallSeconds))
 
-/// Puts what was laid out in the installation's place.
+/// Installs the staged version.
 struct InstallCommand {
   std::string prefix;
   std::string version;
@@ -85,55 +91,70 @@ struct WatchCommand {
 };
 BOOST_DESCRIBE_STRUCT(WatchCommand, (), (prefix, process, arguments, limitSeconds))
 
-/// Puts the previous version back in place of one that is on trial. It is not answered: the exit
-/// status tells.
-struct TakeBackCommand {
+/// Rolls an unconfirmed version back to the previous one. It is not answered: the exit status says
+/// whether it succeeded.
+struct RollBackCommand {
   std::string prefix;
 };
-BOOST_DESCRIBE_STRUCT(TakeBackCommand, (), (prefix))
+BOOST_DESCRIBE_STRUCT(RollBackCommand, (), (prefix))
 
-/// What to do: exactly one of these.
-struct UpdateCommand {
-  std::optional<CheckCommand> check;
-  std::optional<DownloadCommand> download;
-  std::optional<InstallCommand> install;
-  std::optional<WatchCommand> watch;
-  std::optional<TakeBackCommand> takeBack;
-};
-BOOST_DESCRIBE_STRUCT(UpdateCommand, (), (check, download, install, watch, takeBack))
+using UpdateCommand =
+    std::variant<CheckCommand, DownloadCommand, InstallCommand, WatchCommand, RollBackCommand>;
+
+constexpr std::array<std::string_view, 5> messageNames(const UpdateCommand*) {
+  return {"check", "download", "install", "watch", "takeBack"};
+}
 
 /// `feedDate`: of the feed that was read, in seconds since 1970.
-struct FoundUpdate {
+struct UpdateFound {
   UpdateOffer offer;
   std::int64_t feedDate = 0;
   /// Why it cannot be installed here, and how to update instead.
   std::optional<std::string> obstacle;
 };
-BOOST_DESCRIBE_STRUCT(FoundUpdate, (), (offer, feedDate, obstacle))
-struct NoUpdate {
+BOOST_DESCRIBE_STRUCT(UpdateFound, (), (offer, feedDate, obstacle))
+
+struct UpToDate {
   std::string version;  ///< the installed one, for people
   std::int64_t feedDate = 0;
 };
-BOOST_DESCRIBE_STRUCT(NoUpdate, (), (version, feedDate))
+BOOST_DESCRIBE_STRUCT(UpToDate, (), (version, feedDate))
+
 struct UpdateProgress {
   std::int64_t received = 0;  ///< bytes
   std::int64_t total = 0;
 };
 BOOST_DESCRIBE_STRUCT(UpdateProgress, (), (received, total))
 
-/// What the program says: exactly one of these.
-struct UpdateReport {
-  using Found = FoundUpdate;
-  using UpToDate = NoUpdate;
-  using Progress = UpdateProgress;
-
-  std::optional<Found> found;
-  std::optional<UpToDate> upToDate;
-  std::optional<Progress> progress;
-  std::optional<std::string> ready;      ///< the version that is laid out
-  std::optional<std::string> installed;  ///< the version that now stands at the prefix
-  std::optional<std::string> failed;     ///< why nothing came of it
+/// A version was staged.
+struct UpdateStaged {
+  std::string value;  ///< the version
 };
-BOOST_DESCRIBE_STRUCT(UpdateReport, (), (found, upToDate, progress, ready, installed, failed))
+BOOST_DESCRIBE_STRUCT(UpdateStaged, (), (value))
+
+/// A version was installed at the prefix.
+struct UpdateInstalled {
+  std::string value;  ///< the version
+};
+BOOST_DESCRIBE_STRUCT(UpdateInstalled, (), (value))
+
+struct UpdateFailed {
+  std::string value;  ///< the reason, fit for a user
+};
+BOOST_DESCRIBE_STRUCT(UpdateFailed, (), (value))
+
+/// What the program reports.
+using UpdateReport = std::variant<UpdateFound, UpToDate, UpdateProgress, UpdateStaged,
+                                  UpdateInstalled, UpdateFailed>;
+
+constexpr std::array<std::string_view, 6> messageNames(const UpdateReport*) {
+  return {"found", "upToDate", "progress", "ready", "installed", "failed"};
+}
+
+/// For `HelperProcess`.
+struct UpdatesProtocol {
+  using Request = UpdateCommand;
+  using Report = UpdateReport;
+};
 
 }  // namespace zephyl

@@ -1,4 +1,4 @@
-#include "Helpers/Updates/Client/UpdaterHelper.hpp"
+#include "Helpers/Updates/Client/ProcessUpdater.hpp"
 
 #include <algorithm>
 #include <utility>
@@ -14,7 +14,7 @@
 
 namespace zephyl {
 
-class UpdaterHelper::Registration final : public Observation {
+class ProcessUpdater::Registration final : public Observation {
  public:
   Registration(std::shared_ptr<Observers> observers, std::function<void(bool)> changed)
       : observers_(std::move(observers)),
@@ -30,40 +30,41 @@ class UpdaterHelper::Registration final : public Observation {
   const std::shared_ptr<std::function<void(bool)>> changed_;
 };
 
-UpdaterFactory UpdaterHelper::factory(const Runtime& runtime, Dialogs& dialogs, UpdateSetup setup) {
+UpdaterFactory ProcessUpdater::factory(const Runtime& runtime, Dialogs& dialogs,
+                                       UpdateSetup setup) {
   return [runtime, &dialogs, setup = std::move(setup)](
              std::weak_ptr<UpdateDelegate> delegate) -> std::unique_ptr<UpdaterController> {
     if (!isExecutableFile(setup.program)) {
       log("no updates: {} is missing", setup.program);
       return nullptr;
     }
-    return std::make_unique<UpdaterHelper>(runtime, dialogs, setup, std::move(delegate));
+    return std::make_unique<ProcessUpdater>(runtime, dialogs, setup, std::move(delegate));
   };
 }
 
-UpdaterHelper::UpdaterHelper(const Runtime& runtime, Dialogs& dialogs, UpdateSetup setup,
-                             std::weak_ptr<UpdateDelegate> delegate)
+ProcessUpdater::ProcessUpdater(const Runtime& runtime, Dialogs& dialogs, UpdateSetup setup,
+                               std::weak_ptr<UpdateDelegate> delegate)
     : runtime_(runtime),
       dialogs_(dialogs),
       setup_(std::move(setup)),
       delegate_(std::move(delegate)),
-      self_(std::make_shared<UpdaterHelper*>(this)) {
+      self_(std::make_shared<ProcessUpdater*>(this)) {
   static_cast<void>(setup_.settings.lastSuccess(now()));  // from now on checks may be missing
-  reportUpIfOnTrial();
-  tellOfFailedVersion();
+  confirmIfUnconfirmed();
+  reportFailedVersion();
   planFirstCheck();
 }
 
-UpdaterHelper::~UpdaterHelper() = default;
+ProcessUpdater::~ProcessUpdater() = default;
 
-std::unique_ptr<UpdaterController::Observation> UpdaterHelper::observeCanCheckForUpdates(
+std::unique_ptr<UpdaterController::Observation> ProcessUpdater::observeCanCheckForUpdates(
     std::function<void(bool)> changed) {
   return std::make_unique<Registration>(observers_, std::move(changed));
 }
 
-void UpdaterHelper::startSession(UpdateSession::Trigger trigger) {
+void ProcessUpdater::startSession(UpdateSession::Trigger trigger) {
   if (session_) return;
-  const std::weak_ptr<UpdaterHelper*> weak = self_;
+  const std::weak_ptr<ProcessUpdater*> weak = self_;
   UpdateSession::Events events;
   events.checked = [weak, trigger](const std::optional<std::string>& failure) {
     if (const auto self = weak.lock()) (*self)->checkEnded(trigger, failure);
@@ -77,7 +78,7 @@ void UpdaterHelper::startSession(UpdateSession::Trigger trigger) {
   tellObservers();
 }
 
-void UpdaterHelper::endSession(UpdateSession::Trigger trigger, UpdateSession::Outcome outcome) {
+void ProcessUpdater::endSession(UpdateSession::Trigger trigger, UpdateSession::Outcome outcome) {
   session_.reset();
   tellObservers();
   const bool failed = outcome == UpdateSession::Outcome::failed;
@@ -88,42 +89,42 @@ void UpdaterHelper::endSession(UpdateSession::Trigger trigger, UpdateSession::Ou
 }
 
 /// Plans the next check for the case that the session now waits; its end plans again.
-void UpdaterHelper::checkEnded(UpdateSession::Trigger trigger,
-                               const std::optional<std::string>& failure) {
+void ProcessUpdater::checkEnded(UpdateSession::Trigger trigger,
+                                const std::optional<std::string>& failure) {
   if (failure) {
     // A user who asked for a check is shown its failure, but not that of a later recheck.
     const bool isShown = trigger == UpdateSession::Trigger::user && !session_->isWaiting();
-    if (!isShown) tellOfMissingChecks(*failure);
+    if (!isShown) reportMissingChecks(*failure);
     return plan(untilRetry(setup_.settings.checkInterval(), setup_.random()));
   }
   setup_.settings.setMissingChecksTold(false);
   planNextCheck();
 }
 
-void UpdaterHelper::tellObservers() {
+void ProcessUpdater::tellObservers() {
   for (const auto& observer : Observers(*observers_)) (*observer)(canCheckForUpdates());
 }
 
 /// An update that was ready when the tray ended last does not wait for the next daily check.
-void UpdaterHelper::planFirstCheck() {
+void ProcessUpdater::planFirstCheck() {
   const auto files = UpdateFiles::trusted(setup_.prefix);
   if (!files || !isDirectory(files->staged)) return planNextCheck();
   plan(untilNextCheck(std::nullopt, now(), setup_.settings.checkInterval(), setup_.random()));
 }
 
-void UpdaterHelper::planNextCheck() {
+void ProcessUpdater::planNextCheck() {
   plan(untilNextCheck(setup_.settings.lastCheck(), now(), setup_.settings.checkInterval(),
                       setup_.random()));
 }
 
-void UpdaterHelper::plan(std::chrono::milliseconds delay) {
+void ProcessUpdater::plan(std::chrono::milliseconds delay) {
   due_ = runtime_.clock.calendarNow() + delay;
   dueInstant_ = runtime_.clock.now() + delay;
   scheduleTimer_ = runtime_.clock.after(std::min<Duration>(delay, lookInterval),
-                                        onMainThread(&UpdaterHelper::lookAtSchedule));
+                                        onMainThread(&ProcessUpdater::lookAtSchedule));
 }
 
-void UpdaterHelper::lookAtSchedule() {
+void ProcessUpdater::lookAtSchedule() {
   using std::chrono::milliseconds;
   const auto left = std::chrono::ceil<milliseconds>(
       std::min<Duration>(due_ - runtime_.clock.calendarNow(), dueInstant_ - runtime_.clock.now()));
@@ -133,11 +134,11 @@ void UpdaterHelper::lookAtSchedule() {
   plan(std::chrono::floor<milliseconds>(lookInterval));
 }
 
-std::chrono::sys_seconds UpdaterHelper::now() const {
+std::chrono::sys_seconds ProcessUpdater::now() const {
   return std::chrono::floor<std::chrono::seconds>(runtime_.clock.calendarNow());
 }
 
-void UpdaterHelper::reportUpIfOnTrial() {
+void ProcessUpdater::confirmIfUnconfirmed() {
   const auto files = UpdateFiles::trusted(setup_.prefix);
   const auto note = files ? readNote(files->trial) : std::nullopt;
   if (!note) return;
@@ -154,7 +155,7 @@ void UpdaterHelper::reportUpIfOnTrial() {
   });
 }
 
-void UpdaterHelper::tellOfFailedVersion() {
+void ProcessUpdater::reportFailedVersion() {
   const auto files = UpdateFiles::trusted(setup_.prefix);
   auto note = files ? readNote(files->failed) : std::nullopt;
   if (!note || note->told) return;
@@ -168,11 +169,11 @@ void UpdaterHelper::tellOfFailedVersion() {
     log("{}", written.error().message);
   }
   failureDialog_ = dialogs_.presentAlert(
-      alerts::updateTakenBack(note->displayVersion, Updater::currentVersion()),
+      alerts::updateRolledBack(note->displayVersion, Updater::currentVersion()),
       [](const std::optional<AlertAnswer>&) {});
 }
 
-void UpdaterHelper::tellOfMissingChecks(const std::string& reason) {
+void ProcessUpdater::reportMissingChecks(const std::string& reason) {
   const bool tooLong = setup_.settings.lastSuccess(now()) < now() - missingChecksLimit;
   if (!tooLong || setup_.settings.missingChecksTold()) return;
   log("no check for updates has succeeded for four weeks");
@@ -181,7 +182,7 @@ void UpdaterHelper::tellOfMissingChecks(const std::string& reason) {
                                                [](const std::optional<AlertAnswer>&) {});
 }
 
-Task UpdaterHelper::onMainThread(void (UpdaterHelper::*work)()) {
+Task ProcessUpdater::onMainThread(void (ProcessUpdater::*work)()) {
   return [&loop = runtime_.mainLoop, weak = std::weak_ptr(self_), work] {
     loop.async([weak, work] {
       if (const auto self = weak.lock()) ((*self)->*work)();

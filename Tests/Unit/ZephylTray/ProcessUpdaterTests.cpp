@@ -5,21 +5,21 @@
 #include "Helpers/Updates/Client/UpdateAlerts.hpp"
 #include "Support/LogCapture.hpp"
 #include "System/Files/Files.hpp"
-#include "Unit/ZephylTray/UpdaterHelperTest.hpp"
+#include "Unit/ZephylTray/ProcessUpdaterTest.hpp"
 
 namespace zephyl {
 namespace {
 
 using namespace std::chrono_literals;
+using test::ProcessUpdaterTest;
 using test::Told;
-using test::UpdaterHelperTest;
 
-TEST_F(UpdaterHelperTest, ShowsAUserWhoAsksWhatThereIsAndInstallsIt) {
+TEST_F(ProcessUpdaterTest, ShowsAUserWhoAsksWhatThereIsAndInstallsIt) {
   startAndCheck();
   EXPECT_FALSE(controller_->canCheckForUpdates());
-  ASSERT_TRUE(command().check);
-  EXPECT_TRUE(command().check->userInitiated);
-  EXPECT_EQ(command().check->prefix, prefix_);
+  ASSERT_TRUE(isCommand<CheckCommand>());
+  EXPECT_TRUE(command<CheckCommand>().userInitiated);
+  EXPECT_EQ(command<CheckCommand>().prefix, prefix_);
   find();
   EXPECT_EQ(delegate_->take(), (Told{"found 2.0", "shown to the user who asked"}));
   const Alert found = dialogs_.alerts().back();
@@ -27,38 +27,38 @@ TEST_F(UpdaterHelperTest, ShowsAUserWhoAsksWhatThereIsAndInstallsIt) {
   EXPECT_NE(found.informativeText.find("Calmer."), std::string::npos);
   press("Install Update");
   EXPECT_EQ(delegate_->take(), Told{"attention"});
-  ASSERT_TRUE(command().download);
-  EXPECT_EQ(command().download->offer.url, offer_.url);
+  ASSERT_TRUE(isCommand<DownloadCommand>());
+  EXPECT_EQ(command<DownloadCommand>().offer.url, offer_.url);
   EXPECT_EQ(shown(), "Downloading Zephyl 2.0…");
-  report({.progress = UpdateReport::Progress{.received = 10, .total = 1'000'000}});
-  report({.ready = "200"});
+  report(UpdateProgress{.received = 10, .total = 1'000'000});
+  report(UpdateStaged{"200"});
   EXPECT_TRUE(dialogs_.alerts().empty());
   EXPECT_EQ(delegate_->take(), Told{"ready 200"});
-  ASSERT_TRUE(command().install);
-  EXPECT_EQ(command().install->version, "200");
+  ASSERT_TRUE(isCommand<InstallCommand>());
+  EXPECT_EQ(command<InstallCommand>().version, "200");
   EXPECT_EQ(relaunches_, 0);
-  report({.installed = "200"});
+  report(UpdateInstalled{"200"});
   EXPECT_EQ(relaunches_, 1);
-  ASSERT_TRUE(command().watch);
-  EXPECT_EQ(command().watch->process, ::getpid());
-  EXPECT_EQ(command().watch->arguments, std::vector<std::string>{"--headless"});
+  ASSERT_TRUE(isCommand<WatchCommand>());
+  EXPECT_EQ(command<WatchCommand>().process, ::getpid());
+  EXPECT_EQ(command<WatchCommand>().arguments, std::vector<std::string>{"--headless"});
 }
 
-TEST_F(UpdaterHelperTest, WaitsWithTheInstallationUntilItIsAllowed) {
+TEST_F(ProcessUpdaterTest, WaitsWithTheInstallationUntilItIsAllowed) {
   delegate_->busy = true;
   startAndCheck();
   find();
   press("Install Update");
-  report({.ready = "200"});
+  report(UpdateStaged{"200"});
   EXPECT_EQ(runs(), 2U);
   EXPECT_FALSE(controller_->canCheckForUpdates());
   delegate_->proceed();
   delegate_->proceed();
   EXPECT_EQ(runs(), 3U);
-  EXPECT_TRUE(command().install);
+  EXPECT_TRUE(isCommand<InstallCommand>());
 }
 
-TEST_F(UpdaterHelperTest, OutlivesTheTrayAndIsCancelledByTheEndOfItsInput) {
+TEST_F(ProcessUpdaterTest, OutlivesTheTrayAndIsCancelledByTheEndOfItsInput) {
   startAndCheck();
   const auto check = runtime_.launcher.newest();
   EXPECT_EQ(check->options().lifetime, ProcessOptions::Lifetime::independent);
@@ -67,7 +67,7 @@ TEST_F(UpdaterHelperTest, OutlivesTheTrayAndIsCancelledByTheEndOfItsInput) {
   EXPECT_TRUE(check->inputEnded());
 }
 
-TEST_F(UpdaterHelperTest, CancelsTheDownload) {
+TEST_F(ProcessUpdaterTest, CancelsTheDownload) {
   startAndCheck();
   find();
   press("Install Update");
@@ -78,13 +78,13 @@ TEST_F(UpdaterHelperTest, CancelsTheDownload) {
   EXPECT_EQ(runs(), 2U);
 }
 
-TEST_F(UpdaterHelperTest, ShowsHowFarADownloadIsAFewTimesASecond) {
+TEST_F(ProcessUpdaterTest, ShowsHowFarADownloadIsAFewTimesASecond) {
   startAndCheck();
   find();
   press("Install Update");
   const auto words = [&] { return dialogs_.alerts().back().progress.value().text; };
   const auto receive = [&](std::int64_t bytes) {
-    report({.progress = UpdateReport::Progress{.received = bytes, .total = 12'400'000}});
+    report(UpdateProgress{.received = bytes, .total = 12'400'000});
   };
   EXPECT_EQ(words(), "0.0 of 1.0 MB");
   receive(3'100'000);
@@ -103,7 +103,7 @@ TEST_F(UpdaterHelperTest, ShowsHowFarADownloadIsAFewTimesASecond) {
   EXPECT_EQ(dialogs_.alerts().back().progress->fraction, std::nullopt);
 }
 
-TEST_F(UpdaterHelperTest, DownloadsOnWhenNothingCanBeShownAndLogsTheBeginningAndTheEndAlone) {
+TEST_F(ProcessUpdaterTest, DownloadsOnWhenNothingCanBeShownAndLogsTheBeginningAndTheEndAlone) {
   startAndCheck();
   find();
   const auto logged = test::logOf([&] {
@@ -111,9 +111,9 @@ TEST_F(UpdaterHelperTest, DownloadsOnWhenNothingCanBeShownAndLogsTheBeginningAnd
     dialogs_.failToShow();
     for (int percent = 0; percent <= 100; ++percent) {
       runtime_.advance(1s);
-      report({.progress = UpdateReport::Progress{.received = percent, .total = 100}});
+      report(UpdateProgress{.received = percent, .total = 100});
     }
-    report({.ready = "200"});
+    report(UpdateStaged{"200"});
   });
   EXPECT_EQ(logged,
             "[tray] downloading version 2.0\n"
@@ -121,20 +121,20 @@ TEST_F(UpdaterHelperTest, DownloadsOnWhenNothingCanBeShownAndLogsTheBeginningAnd
             "[tray] installing version 2.0\n");
 }
 
-TEST_F(UpdaterHelperTest, TakesUpSoonWhatLayReadyAtTheLastEnd) {
+TEST_F(ProcessUpdaterTest, TakesUpSoonWhatLayReadyAtTheLastEnd) {
   makeStateDirectory();
   ASSERT_TRUE(createDirectories(files_.staged));
   settings().setLastCheck(now());
   start();
   runtime_.advance(1min);
   ASSERT_EQ(runs(), 1U);
-  EXPECT_FALSE(command().check->userInitiated);
+  EXPECT_FALSE(command<CheckCommand>().userInitiated);
   findNothing();
   runtime_.advance(23h);
   EXPECT_EQ(runs(), 1U) << "then once a day again";
 }
 
-TEST_F(UpdaterHelperTest, LeavesAnUpdateForLaterOrSkipsIt) {
+TEST_F(ProcessUpdaterTest, LeavesAnUpdateForLaterOrSkipsIt) {
   startAndCheck();
   find();
   delegate_->take();
@@ -147,13 +147,13 @@ TEST_F(UpdaterHelperTest, LeavesAnUpdateForLaterOrSkipsIt) {
   press("Skip This Version");
   EXPECT_EQ(settings().skippedVersion(), "200");
   runtime_.advance(25h);
-  EXPECT_EQ(command().check->skip, std::vector<std::string>{"200"});
+  EXPECT_EQ(command<CheckCommand>().skip, std::vector<std::string>{"200"});
   findNothing();
   controller_->checkForUpdates();
-  EXPECT_TRUE(command().check->skip.empty()) << "who asks gets to see it all the same";
+  EXPECT_TRUE(command<CheckCommand>().skip.empty()) << "who asks gets to see it all the same";
 }
 
-TEST_F(UpdaterHelperTest, TellsAUserThatNothingWasFoundOrWentWrong) {
+TEST_F(ProcessUpdaterTest, TellsAUserThatNothingWasFoundOrWentWrong) {
   startAndCheck();
   findNothing();
   EXPECT_EQ(delegate_->take(), Told{"none"});
@@ -161,20 +161,20 @@ TEST_F(UpdaterHelperTest, TellsAUserThatNothingWasFoundOrWentWrong) {
   press("OK");
   EXPECT_TRUE(controller_->canCheckForUpdates());
   controller_->checkForUpdates();
-  report({.failed = "The feed's signature is not good."});
+  report(UpdateFailed{"The feed's signature is not good."});
   EXPECT_EQ(shown(), "Update Error!");
   EXPECT_NE(dialogs_.alerts().back().informativeText.find("signature"), std::string::npos);
   press("OK");
   controller_->checkForUpdates();
   find();
   press("Install Update");
-  report({.failed = "The update is shorter than it should be."});
+  report(UpdateFailed{"The update is shorter than it should be."});
   EXPECT_EQ(shown(), "Update Error!");
   press("OK");
   EXPECT_TRUE(controller_->canCheckForUpdates());
 }
 
-TEST_F(UpdaterHelperTest, TakesNonsenseAndAnEarlyEndForFailures) {
+TEST_F(ProcessUpdaterTest, TakesNonsenseAndAnEarlyEndForFailures) {
   startAndCheck();
   runtime_.launcher.newest()->exit({ExitStatus::Reason::signalled, 9});
   runtime_.settle();
@@ -191,7 +191,7 @@ TEST_F(UpdaterHelperTest, TakesNonsenseAndAnEarlyEndForFailures) {
   EXPECT_NE(dialogs_.alerts().back().informativeText.find("No such file"), std::string::npos);
 }
 
-TEST_F(UpdaterHelperTest, OnlyTellsOfWhatItCannotInstall) {
+TEST_F(ProcessUpdaterTest, OnlyTellsOfWhatItCannotInstall) {
   startAndCheck();
   find("Run: apt upgrade");
   EXPECT_EQ(dialogs_.alerts().back().buttons, std::vector<std::string>{"OK"});
@@ -200,12 +200,12 @@ TEST_F(UpdaterHelperTest, OnlyTellsOfWhatItCannotInstall) {
   EXPECT_EQ(runs(), 1U);
 }
 
-TEST_F(UpdaterHelperTest, ChecksOnceADayAndOnlyReminds) {
+TEST_F(ProcessUpdaterTest, ChecksOnceADayAndOnlyReminds) {
   start();
   EXPECT_EQ(runs(), 0U);
   runtime_.advance(1min);
   ASSERT_EQ(runs(), 1U);
-  EXPECT_FALSE(command().check->userInitiated);
+  EXPECT_FALSE(command<CheckCommand>().userInitiated);
   find();
   EXPECT_EQ(delegate_->take(), (Told{"found 2.0", "reminded", "finished"}));
   EXPECT_TRUE(dialogs_.alerts().empty());
@@ -216,10 +216,10 @@ TEST_F(UpdaterHelperTest, ChecksOnceADayAndOnlyReminds) {
   EXPECT_EQ(runs(), 2U);
 }
 
-TEST_F(UpdaterHelperTest, TriesAgainSoonerAfterAFailureThatItTellsTheLogAlone) {
+TEST_F(ProcessUpdaterTest, TriesAgainSoonerAfterAFailureThatItTellsTheLogAlone) {
   start();
   runtime_.advance(1min);
-  report({.failed = "The server cannot be reached."});
+  report(UpdateFailed{"The server cannot be reached."});
   EXPECT_TRUE(dialogs_.alerts().empty());
   EXPECT_EQ(delegate_->take(), Told{"finished"});
   EXPECT_EQ(settings().lastCheck(), std::nullopt);
@@ -229,25 +229,25 @@ TEST_F(UpdaterHelperTest, TriesAgainSoonerAfterAFailureThatItTellsTheLogAlone) {
   EXPECT_EQ(runs(), 2U);
 }
 
-TEST_F(UpdaterHelperTest, InstallsByItselfWhereThatIsWanted) {
+TEST_F(ProcessUpdaterTest, InstallsByItselfWhereThatIsWanted) {
   world_.directory().write("config/com.zephyl.tray/defaults.json",
                            R"({"SUAutomaticallyUpdate": 1})");
   start();
   runtime_.advance(1min);
   find();
   EXPECT_EQ(delegate_->take(), (Told{"found 2.0", "reminded"}));
-  ASSERT_TRUE(command().download);
-  report({.progress = UpdateReport::Progress{.received = 10, .total = 100}});
+  ASSERT_TRUE(isCommand<DownloadCommand>());
+  report(UpdateProgress{.received = 10, .total = 100});
   EXPECT_TRUE(dialogs_.alerts().empty()) << "nobody has asked for a window";
-  report({.ready = "200"});
-  ASSERT_TRUE(command().install);
-  report({.failed = "The new version does not work on this machine."});
+  report(UpdateStaged{"200"});
+  ASSERT_TRUE(isCommand<InstallCommand>());
+  report(UpdateFailed{"The new version does not work on this machine."});
   EXPECT_TRUE(dialogs_.alerts().empty());
   EXPECT_TRUE(controller_->canCheckForUpdates());
   EXPECT_EQ(relaunches_, 0);
 }
 
-TEST_F(UpdaterHelperTest, GoesOnOfferingWhatNobodyHasSeen) {
+TEST_F(ProcessUpdaterTest, GoesOnOfferingWhatNobodyHasSeen) {
   startAndCheck();
   find();
   delegate_->take();
@@ -257,7 +257,7 @@ TEST_F(UpdaterHelperTest, GoesOnOfferingWhatNobodyHasSeen) {
   EXPECT_TRUE(controller_->canCheckForUpdates());
 }
 
-TEST_F(UpdaterHelperTest, TellsItsObserversWhenChecksArePossible) {
+TEST_F(ProcessUpdaterTest, TellsItsObserversWhenChecksArePossible) {
   startAndCheck();
   std::vector<bool> values;
   auto observation =
@@ -273,7 +273,7 @@ TEST_F(UpdaterHelperTest, TellsItsObserversWhenChecksArePossible) {
   EXPECT_EQ(values.size(), 2U);
 }
 
-TEST_F(UpdaterHelperTest, ReportsANewVersionUpOnceItHasRunForAWhile) {
+TEST_F(ProcessUpdaterTest, ReportsANewVersionUpOnceItHasRunForAWhile) {
   makeStateDirectory();
   ASSERT_TRUE(writeNote(files_.trial, {.version = "1.0", .displayVersion = "1.0"}));
   start();
@@ -283,7 +283,7 @@ TEST_F(UpdaterHelperTest, ReportsANewVersionUpOnceItHasRunForAWhile) {
   EXPECT_FALSE(fileExists(files_.trial));
 }
 
-TEST_F(UpdaterHelperTest, TellsOnceOfAVersionThatWasTakenBackAndTriesItNoMore) {
+TEST_F(ProcessUpdaterTest, ReportsOnceAVersionThatWasRolledBackAndDoesNotRetryIt) {
   makeStateDirectory();
   ASSERT_TRUE(writeNote(files_.failed, {.version = "200", .displayVersion = "2.0"}));
   start();
@@ -293,12 +293,12 @@ TEST_F(UpdaterHelperTest, TellsOnceOfAVersionThatWasTakenBackAndTriesItNoMore) {
   start();
   EXPECT_TRUE(dialogs_.alerts().empty());
   runtime_.advance(1min);
-  EXPECT_TRUE(command().check->skip.empty());
-  EXPECT_EQ(command().check->failed.value().version, "200");
+  EXPECT_TRUE(command<CheckCommand>().skip.empty());
+  EXPECT_EQ(command<CheckCommand>().failed.value().version, "200");
 }
 
-TEST_F(UpdaterHelperTest, DoesNotExistWithoutItsProgram) {
-  const auto factory = UpdaterHelper::factory(
+TEST_F(ProcessUpdaterTest, DoesNotExistWithoutItsProgram) {
+  const auto factory = ProcessUpdater::factory(
       runtime_.runtime(), dialogs_,
       {.program = "/nonexistent", .prefix = prefix_, .settings = settings()});
   EXPECT_EQ(factory(delegate_), nullptr);
@@ -318,7 +318,7 @@ TEST(DownloadProgress, IsToldInWordsThatFitItsSize) {
   EXPECT_EQ(words(5, 5), "Verifying…");
 }
 
-TEST(UpdaterHelperPaths, AreFoundFromTheExecutable) {
+TEST(ProcessUpdaterPaths, AreFoundFromTheExecutable) {
   const test::TemporaryDirectory directory;
   const Bundle bundle(directory.write("bin/zephyl-tray", "", true));
   EXPECT_EQ(installationPrefix(bundle), directory.path());

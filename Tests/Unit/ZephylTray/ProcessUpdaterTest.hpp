@@ -8,8 +8,8 @@
 
 #include <gtest/gtest.h>
 
+#include "Helpers/Updates/Client/ProcessUpdater.hpp"
 #include "Helpers/Updates/Client/UpdateSchedule.hpp"
-#include "Helpers/Updates/Client/UpdaterHelper.hpp"
 #include "Helpers/Updates/Protocol/UpdateFiles.hpp"
 #include "Support/FakeDialogs.hpp"
 #include "Support/TestRuntime.hpp"
@@ -55,22 +55,22 @@ class RecordingDelegate final : public UpdateDelegate {
 
 using Told = std::vector<std::string>;
 
-class UpdaterHelperTest : public ::testing::Test {
+class ProcessUpdaterTest : public ::testing::Test {
  protected:
-  UpdaterHelperTest() {
+  ProcessUpdaterTest() {
     Bundle::setMain(Bundle(world_.directory().write("zephyl/bin/zephyl-tray", "", true)));
     world_.directory().write("zephyl/share/zephyl-tray/Info.json",
                              R"({"CFBundleShortVersionString": "1.0",
                                  "SUFeedURL": "https://a.example/feed"})");
   }
-  ~UpdaterHelperTest() override { Bundle::setMain(Bundle(std::nullopt)); }
-  UpdaterHelperTest(const UpdaterHelperTest&) = delete;
-  UpdaterHelperTest& operator=(const UpdaterHelperTest&) = delete;
+  ~ProcessUpdaterTest() override { Bundle::setMain(Bundle(std::nullopt)); }
+  ProcessUpdaterTest(const ProcessUpdaterTest&) = delete;
+  ProcessUpdaterTest& operator=(const ProcessUpdaterTest&) = delete;
 
   static UpdateSettings settings() { return UpdateSettings(Config::defaults()); }
 
   void start() {
-    controller_ = UpdaterHelper::factory(
+    controller_ = ProcessUpdater::factory(
         runtime_.runtime(), dialogs_,
         {.program = world_.directory().write("zephyl/libexec/updater", "", true),
          .prefix = prefix_,
@@ -88,7 +88,15 @@ class UpdaterHelperTest : public ::testing::Test {
     controller_->checkForUpdates();
   }
   /// The command that the newest run of the program was given.
-  [[nodiscard]] UpdateCommand command() const {
+  template <typename Command>
+  [[nodiscard]] Command command() const {
+    return std::get<Command>(anyCommand());
+  }
+  template <typename Command>
+  [[nodiscard]] bool isCommand() const {
+    return std::holds_alternative<Command>(anyCommand());
+  }
+  [[nodiscard]] UpdateCommand anyCommand() const {
     const auto child = runtime_.launcher.newest();
     return json::decodeText<UpdateCommand>(child->input().at(0)).value();
   }
@@ -96,14 +104,14 @@ class UpdaterHelperTest : public ::testing::Test {
 
   void report(const UpdateReport& report) {
     runtime_.launcher.newest()->print({json::compact(json::encode(report))});
-    if (!report.progress) runtime_.launcher.newest()->exit({});
+    if (!std::holds_alternative<UpdateProgress>(report)) runtime_.launcher.newest()->exit({});
     runtime_.settle();
   }
   void find(const std::optional<std::string>& obstacle = std::nullopt) {
-    report({.found = UpdateReport::Found{.offer = offer_, .feedDate = 500, .obstacle = obstacle}});
+    report(UpdateFound{.offer = offer_, .feedDate = 500, .obstacle = obstacle});
   }
   void findNothing(std::int64_t feedDate = 500) {
-    report({.upToDate = UpdateReport::UpToDate{.version = "1.0", .feedDate = feedDate}});
+    report(UpToDate{.version = "1.0", .feedDate = feedDate});
   }
   /// The state directory, as the updater creates it.
   void makeStateDirectory() const { ASSERT_TRUE(createDirectories(files_.directory, 0700)); }

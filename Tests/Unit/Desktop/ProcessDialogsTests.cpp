@@ -1,4 +1,4 @@
-#include "Helpers/Dialogs/Client/DialogHelper.hpp"
+#include "Helpers/Dialogs/Client/ProcessDialogs.hpp"
 
 #include <csignal>
 #include <optional>
@@ -6,7 +6,7 @@
 
 #include <gtest/gtest.h>
 
-#include "Helpers/Dialogs/Client/DialogRun.hpp"
+#include "Helpers/Dialogs/Client/DialogProcess.hpp"
 #include "Support/FakeLauncher.hpp"
 #include "Support/LogCapture.hpp"
 #include "Support/ManualClock.hpp"
@@ -35,7 +35,7 @@ const LogWindow logWindow{.title = "Agent Exited",
 constexpr auto shown = R"({"shown":true})";
 constexpr auto closed = R"({"logEvent":"closed"})";
 
-class DialogHelperTest : public ::testing::Test {
+class ProcessDialogsTest : public ::testing::Test {
  protected:
   Dialogs::Handle presentAlert(const Alert& which = alert) {
     return dialogs_.presentAlert(which,
@@ -67,23 +67,24 @@ class DialogHelperTest : public ::testing::Test {
     clock_.advance(step, [this] {
       mainLoop_.runPending();
       const auto order = json::decodeText<DialogOrder>(program().input().back());
-      if (order && order->ping) say(json::compact(json::encode(DialogReport{.pong = order->ping})));
+      const auto* const ping = order ? std::get_if<Ping>(&*order) : nullptr;
+      if (ping != nullptr) say(json::compact(json::encode(DialogReport(Pong{ping->value}))));
     });
   }
 
   test::ManualClock clock_;
   MainLoop mainLoop_;
   test::FakeLauncher launcher_;
-  DialogHelper dialogs_{mainLoop_, clock_, launcher_, "/opt/zephyl-tray-dialogs"};
+  ProcessDialogs dialogs_{mainLoop_, clock_, launcher_, "/opt/zephyl-tray-dialogs"};
   std::vector<Answer> answers_;
   std::vector<Folder> folders_;
   std::vector<LogWindowEvent> events_;
 };
 
-TEST_F(DialogHelperTest, HandsOnTheTokenThatLetsItsWindowComeToTheFront) {
+TEST_F(ProcessDialogsTest, HandsOnTheTokenThatLetsItsWindowComeToTheFront) {
   std::string token = "token-1";
-  DialogHelper dialogs(mainLoop_, clock_, launcher_, "dialogs",
-                       [&] { return std::exchange(token, ""); });
+  ProcessDialogs dialogs(mainLoop_, clock_, launcher_, "dialogs",
+                         [&] { return std::exchange(token, ""); });
   Alert requested = alert;
   requested.requestedByUser = true;
   const auto first = dialogs.presentAlert(requested, [](const Answer&) {});
@@ -93,20 +94,20 @@ TEST_F(DialogHelperTest, HandsOnTheTokenThatLetsItsWindowComeToTheFront) {
   EXPECT_FALSE(program().options().environment.contains("XDG_ACTIVATION_TOKEN"));
 }
 
-TEST_F(DialogHelperTest, AnUnrequestedWindowGetsNoTokenUntilTheUserAsksForIt) {
+TEST_F(ProcessDialogsTest, AnUnrequestedWindowGetsNoTokenUntilTheUserAsksForIt) {
   std::string token = "token-1";
-  DialogHelper dialogs(mainLoop_, clock_, launcher_, "dialogs",
-                       [&] { return std::exchange(token, ""); });
+  ProcessDialogs dialogs(mainLoop_, clock_, launcher_, "dialogs",
+                         [&] { return std::exchange(token, ""); });
   const auto handle = dialogs.presentAlert(alert, [](const Answer&) {});
   EXPECT_FALSE(program().options().environment.contains("XDG_ACTIVATION_TOKEN"));
-  EXPECT_NE(program().input().at(0).find(R"("unrequested":true)"), std::string::npos);
+  EXPECT_NE(program().input().at(0).find(R"("requestedByUser":false)"), std::string::npos);
   handle->bringToFront();
   EXPECT_EQ(program().input().at(1), R"({"bringToFront":{"activationToken":"token-1"}})");
   handle->bringToFront();
   EXPECT_EQ(program().input().at(2), R"({"bringToFront":{"activationToken":""}})");
 }
 
-TEST_F(DialogHelperTest, WritesWhatIsToBeShownAsOneLine) {
+TEST_F(ProcessDialogsTest, WritesWhatIsToBeShownAsOneLine) {
   Alert withField = alert;
   withField.textField = Alert::TextField{"ALWAYS ALLOW", 300};
   withField.safeButton = 1;
@@ -117,16 +118,15 @@ TEST_F(DialogHelperTest, WritesWhatIsToBeShownAsOneLine) {
             Lines{R"({"alert":{"style":"critical","messageText":"Allow?",)"
                   R"("informativeText":"Ana wants\nto read",)"
                   R"("buttons":["Deny","Allow once","Always allow…"],"safeButton":1,)"
-                  R"("permittingButtons":[1,2],)"
-                  R"("textField":{"placeholder":"ALWAYS ALLOW","width":300}},)"
-                  R"("unrequested":true})"});
+                  R"("textField":{"placeholder":"ALWAYS ALLOW","width":300},)"
+                  R"("permittingButtons":[1,2],"requestedByUser":false}})"});
   withField.requestedByUser = true;
   const auto requested = presentAlert(withField);
-  EXPECT_EQ(program().input().at(0).find("unrequested"), std::string::npos);
+  EXPECT_NE(program().input().at(0).find(R"("requestedByUser":true)"), std::string::npos);
   EXPECT_FALSE(program().inputEnded());
 }
 
-TEST_F(DialogHelperTest, SaysHowFarItIsInOrderAndNothingToAProgramThatIsGone) {
+TEST_F(ProcessDialogsTest, SaysHowFarItIsInOrderAndNothingToAProgramThatIsGone) {
   Alert withBar{.messageText = "Downloading", .buttons = {"Cancel"}};
   withBar.progress = Progress{.fraction = 0, .text = "0 of 9 MB"};
   auto handle = presentAlert(withBar);
@@ -144,7 +144,7 @@ TEST_F(DialogHelperTest, SaysHowFarItIsInOrderAndNothingToAProgramThatIsGone) {
   EXPECT_EQ(program().input().size(), 3U);
 }
 
-TEST_F(DialogHelperTest, MovesNoBarOfAProgramThatCouldNotBeStarted) {
+TEST_F(ProcessDialogsTest, MovesNoBarOfAProgramThatCouldNotBeStarted) {
   launcher_.failWith("/opt/zephyl-tray-dialogs: No such file or directory");
   const auto handle = presentAlert();
   handle->showProgress({.text = "somewhere"});
@@ -153,7 +153,7 @@ TEST_F(DialogHelperTest, MovesNoBarOfAProgramThatCouldNotBeStarted) {
   EXPECT_EQ(answers_, std::vector<Answer>{std::nullopt});
 }
 
-TEST_F(DialogHelperTest, AnswersWithTheButtonThatWasPressed) {
+TEST_F(ProcessDialogsTest, AnswersWithTheButtonThatWasPressed) {
   const auto handle = presentAlert();
   say(shown);
   EXPECT_TRUE(answers_.empty());
@@ -165,7 +165,7 @@ TEST_F(DialogHelperTest, AnswersWithTheButtonThatWasPressed) {
   EXPECT_EQ(answers_.size(), 1U);
 }
 
-TEST_F(DialogHelperTest, TakesNoSecondAnswer) {
+TEST_F(ProcessDialogsTest, TakesNoSecondAnswer) {
   const auto handle = presentAlert();
   say(shown);
   program().print({R"({"answer":{"button":0,"text":""}})", R"({"answer":{"button":1,"text":""}})"});
@@ -173,7 +173,7 @@ TEST_F(DialogHelperTest, TakesNoSecondAnswer) {
   EXPECT_EQ(answers_, (std::vector<Answer>{AlertAnswer{0, ""}}));
 }
 
-TEST_F(DialogHelperTest, AnAlertThatCannotBeStartedIsNotAnswered) {
+TEST_F(ProcessDialogsTest, AnAlertThatCannotBeStartedIsNotAnswered) {
   launcher_.failWith("/opt/zephyl-tray-dialogs: No such file or directory");
   Dialogs::Handle handle;
   const auto log = test::logOf([&] {
@@ -187,14 +187,14 @@ TEST_F(DialogHelperTest, AnAlertThatCannotBeStartedIsNotAnswered) {
             "/opt/zephyl-tray-dialogs: No such file or directory\n");
 }
 
-TEST_F(DialogHelperTest, AnAlertWhoseProgramEndsBeforeItIsShownIsNotAnswered) {
+TEST_F(ProcessDialogsTest, AnAlertWhoseProgramEndsBeforeItIsShownIsNotAnswered) {
   const auto handle = presentAlert();
   const auto log = test::logOf([&] { end({ExitStatus::Reason::exited, 1}); });
   EXPECT_EQ(answers_, std::vector<Answer>{std::nullopt});
   EXPECT_EQ(log, "[tray] zephyl-tray-dialogs could not show its window: it ended with status 1\n");
 }
 
-TEST_F(DialogHelperTest, AnAlertThatIsNotShownWithinFiveSecondsIsNotAnswered) {
+TEST_F(ProcessDialogsTest, AnAlertThatIsNotShownWithinFiveSecondsIsNotAnswered) {
   const auto handle = presentAlert();
   advance(4999ms);
   EXPECT_TRUE(answers_.empty());
@@ -207,21 +207,21 @@ TEST_F(DialogHelperTest, AnAlertThatIsNotShownWithinFiveSecondsIsNotAnswered) {
   EXPECT_EQ(answers_.size(), 1U);
 }
 
-TEST_F(DialogHelperTest, AnAnswerBeforeTheWindowIsShownIsNone) {
+TEST_F(ProcessDialogsTest, AnAnswerBeforeTheWindowIsShownIsNone) {
   const auto handle = presentAlert();
   say(R"({"answer":{"button":1,"text":""}})");
   EXPECT_EQ(answers_, std::vector<Answer>{std::nullopt});
   EXPECT_FALSE(program().isRunning());
 }
 
-TEST_F(DialogHelperTest, GarbageBeforeTheWindowIsShownIsNoAnswer) {
+TEST_F(ProcessDialogsTest, GarbageBeforeTheWindowIsShownIsNoAnswer) {
   const auto handle = presentAlert();
   say("Segmentation fault");
   EXPECT_EQ(answers_, std::vector<Answer>{std::nullopt});
   EXPECT_FALSE(program().isRunning());
 }
 
-TEST_F(DialogHelperTest, TheDeathOfAWindowThatWasShownIsTheSafeAnswer) {
+TEST_F(ProcessDialogsTest, TheDeathOfAWindowThatWasShownIsTheSafeAnswer) {
   Alert invite = alert;
   invite.safeButton = 2;
   const auto handle = presentAlert(invite);
@@ -231,7 +231,7 @@ TEST_F(DialogHelperTest, TheDeathOfAWindowThatWasShownIsTheSafeAnswer) {
   EXPECT_EQ(log, "[tray] zephyl-tray-dialogs lost its window: it ended by signal 11\n");
 }
 
-TEST_F(DialogHelperTest, GarbageFromAWindowThatWasShownIsTheSafeAnswer) {
+TEST_F(ProcessDialogsTest, GarbageFromAWindowThatWasShownIsTheSafeAnswer) {
   for (const std::string garbage :
        {"approve", "{}", R"({"answer":{"button":3,"text":""}})",
         R"({"answer":{"button":-1,"text":""}})", R"({"answer":{"button":1}})",
@@ -246,7 +246,7 @@ TEST_F(DialogHelperTest, GarbageFromAWindowThatWasShownIsTheSafeAnswer) {
   }
 }
 
-TEST_F(DialogHelperTest, AWindowThatAnswersPingsStays) {
+TEST_F(ProcessDialogsTest, AWindowThatAnswersPingsStays) {
   const auto handle = presentAlert();
   say(shown);
   advanceAnswering(1h);
@@ -257,12 +257,12 @@ TEST_F(DialogHelperTest, AWindowThatAnswersPingsStays) {
   EXPECT_EQ(answers_, (std::vector<Answer>{AlertAnswer{1, ""}}));
 }
 
-TEST_F(DialogHelperTest, TwoMissedPingsAreTheSafeAnswer) {
+TEST_F(ProcessDialogsTest, TwoMissedPingsAreTheSafeAnswer) {
   const auto handle = presentAlert();
   say(shown);
   advanceAnswering(1min);
   const auto before = program().input().size();
-  advance(3 * DialogRun::pingInterval - 1ms);
+  advance(3 * DialogProcess::pingInterval - 1ms);
   EXPECT_TRUE(answers_.empty());
   EXPECT_EQ(program().input().size(), before + 2);
   const auto log = test::logOf([&] { advance(1ms); });
@@ -271,18 +271,18 @@ TEST_F(DialogHelperTest, TwoMissedPingsAreTheSafeAnswer) {
   EXPECT_EQ(log, "[tray] zephyl-tray-dialogs lost its window: it does not answer any more\n");
 }
 
-TEST_F(DialogHelperTest, OneMissedPingIsForgiven) {
+TEST_F(ProcessDialogsTest, OneMissedPingIsForgiven) {
   const auto handle = presentAlert();
   say(shown);
   for (int round = 0; round < 5; ++round) {
-    advance(2 * DialogRun::pingInterval);
+    advance(2 * DialogProcess::pingInterval);
     const auto order = json::decodeText<DialogOrder>(program().input().back());
-    say(R"({"pong":)" + std::to_string(order->ping.value_or(-1)) + "}");
+    say(R"({"pong":)" + std::to_string(std::get<Ping>(order.value()).value) + "}");
   }
   EXPECT_TRUE(answers_.empty());
 }
 
-TEST_F(DialogHelperTest, AMainThreadThatWasHeldUpMissesNoPing) {
+TEST_F(ProcessDialogsTest, AMainThreadThatWasHeldUpMissesNoPing) {
   const auto handle = presentAlert();
   say(shown);
   clock_.advance(1min);  // and nothing runs on the main thread
@@ -292,7 +292,7 @@ TEST_F(DialogHelperTest, AMainThreadThatWasHeldUpMissesNoPing) {
   EXPECT_TRUE(answers_.empty());
 }
 
-TEST_F(DialogHelperTest, IsNotAskedForPongsBeforeItIsShownNorAfterItsAnswer) {
+TEST_F(ProcessDialogsTest, IsNotAskedForPongsBeforeItIsShownNorAfterItsAnswer) {
   const auto handle = presentAlert();
   advance(4s);
   EXPECT_EQ(program().input().size(), 1U);
@@ -302,7 +302,7 @@ TEST_F(DialogHelperTest, IsNotAskedForPongsBeforeItIsShownNorAfterItsAnswer) {
   EXPECT_EQ(program().input().size(), 1U);
 }
 
-TEST_F(DialogHelperTest, AnAlertThatTheTrayClosesIsNotAnswered) {
+TEST_F(ProcessDialogsTest, AnAlertThatTheTrayClosesIsNotAnswered) {
   for (const bool wasShown : {false, true}) {
     auto handle = presentAlert();
     if (wasShown) say(shown);
@@ -315,7 +315,7 @@ TEST_F(DialogHelperTest, AnAlertThatTheTrayClosesIsNotAnswered) {
   EXPECT_TRUE(answers_.empty());
 }
 
-TEST_F(DialogHelperTest, AnAnswerOnItsWayWhenTheTrayClosesTheAlertIsDropped) {
+TEST_F(ProcessDialogsTest, AnAnswerOnItsWayWhenTheTrayClosesTheAlertIsDropped) {
   auto handle = presentAlert();
   say(shown);
   program().print({R"({"answer":{"button":1,"text":""}})"});
@@ -324,7 +324,7 @@ TEST_F(DialogHelperTest, AnAnswerOnItsWayWhenTheTrayClosesTheAlertIsDropped) {
   EXPECT_TRUE(answers_.empty());
 }
 
-TEST_F(DialogHelperTest, TheDialogMayBeDestroyedByItsOwnAnswer) {
+TEST_F(ProcessDialogsTest, TheDialogMayBeDestroyedByItsOwnAnswer) {
   Dialogs::Handle handle;
   int answers = 0;
   handle = dialogs_.presentAlert(alert, [&](const Answer&) {
@@ -341,17 +341,17 @@ TEST_F(DialogHelperTest, TheDialogMayBeDestroyedByItsOwnAnswer) {
   EXPECT_EQ(answers, 2);
 }
 
-TEST_F(DialogHelperTest, AWindowThatShouldBeGoneAndStaysIsKilled) {
+TEST_F(ProcessDialogsTest, AWindowThatShouldBeGoneAndStaysIsKilled) {
   auto handle = presentAlert();
   say(shown);
   handle.reset();
-  advance(DialogRun::farewellLimit - 1ms);
+  advance(DialogProcess::hiddenTimeout - 1ms);
   EXPECT_TRUE(program().isRunning());
   advance(1ms);
   EXPECT_FALSE(program().isRunning());
 }
 
-TEST_F(DialogHelperTest, AProgramThatHasHiddenItsWindowMayStayWithWhatWasCopied) {
+TEST_F(ProcessDialogsTest, AProgramThatHasHiddenItsWindowMayStayWithWhatWasCopied) {
   auto handle = presentLogWindow();
   say(shown);
   program().print({closed, R"({"hidden":true})"});
@@ -362,7 +362,7 @@ TEST_F(DialogHelperTest, AProgramThatHasHiddenItsWindowMayStayWithWhatWasCopied)
   EXPECT_EQ(events_, std::vector{LogWindowEvent::closed});
 }
 
-TEST_F(DialogHelperTest, ItsStandardErrorGoesToTheLogUpToALimit) {
+TEST_F(ProcessDialogsTest, ItsStandardErrorGoesToTheLogUpToALimit) {
   const auto handle = presentAlert();
   const auto log = test::logOf([&] {
     for (int line = 0; line < 1000; ++line) program().printError({"trouble\x1b[1m"});
@@ -370,11 +370,11 @@ TEST_F(DialogHelperTest, ItsStandardErrorGoesToTheLogUpToALimit) {
   });
   const std::string first = "[tray] zephyl-tray-dialogs: trouble␛[1m\n";
   EXPECT_EQ(log.substr(0, first.size()), first);
-  EXPECT_EQ(log.size(), first.size() * DialogRun::maxErrorLines);
+  EXPECT_EQ(log.size(), first.size() * DialogProcess::maxErrorLines);
   EXPECT_TRUE(program().isRunning());
 }
 
-TEST_F(DialogHelperTest, TellsTheFolderThatWasChosen) {
+TEST_F(ProcessDialogsTest, TellsTheFolderThatWasChosen) {
   const auto handle = chooseFolder();
   EXPECT_EQ(program().input(),
             Lines{R"({"folderPicker":{"prompt":"Share","message":"Choose a folder"}})"});
@@ -384,7 +384,7 @@ TEST_F(DialogHelperTest, TellsTheFolderThatWasChosen) {
   EXPECT_EQ(folders_[0].value(), "/home/ana/project");
 }
 
-TEST_F(DialogHelperTest, ACancelledOrLostFolderPickerChoosesNothing) {
+TEST_F(ProcessDialogsTest, ACancelledOrLostFolderPickerChoosesNothing) {
   const auto cancelled = chooseFolder();
   say(shown);
   say(R"({"folder":""})");
@@ -395,18 +395,18 @@ TEST_F(DialogHelperTest, ACancelledOrLostFolderPickerChoosesNothing) {
   for (const auto& folder : folders_) EXPECT_EQ(folder.value(), std::nullopt);
 }
 
-TEST_F(DialogHelperTest, AFolderPickerThatCannotBeShownSaysSo) {
+TEST_F(ProcessDialogsTest, AFolderPickerThatCannotBeShownSaysSo) {
   const auto handle = chooseFolder();
-  advance(DialogRun::shownLimit);
+  advance(DialogProcess::shownTimeout);
   ASSERT_EQ(folders_.size(), 1U);
   EXPECT_EQ(folders_[0].error().message, "The folder picker could not be shown.");
 }
 
-TEST_F(DialogHelperTest, TellsWhatIsDoneWithALogWindowUntilItIsClosed) {
+TEST_F(ProcessDialogsTest, TellsWhatIsDoneWithALogWindowUntilItIsClosed) {
   const auto handle = presentLogWindow();
   EXPECT_EQ(program().input(), Lines{R"({"logWindow":{"title":"Agent Exited",)"
                                      R"("message":"with code 3","shownText":"one\n…\ntwo",)"
-                                     R"("fullText":"one\nand\ntwo"},"unrequested":true})"});
+                                     R"("fullText":"one\nand\ntwo","requestedByUser":false}})"});
   say(shown);
   for (const std::string event : {"openInCursor", "openInVSCode", "openInTextEdit", "closed"}) {
     say(R"({"logEvent":")" + event + R"("})");
@@ -416,7 +416,7 @@ TEST_F(DialogHelperTest, TellsWhatIsDoneWithALogWindowUntilItIsClosed) {
   EXPECT_TRUE(program().inputEnded());
 }
 
-TEST_F(DialogHelperTest, ALogWindowThatCannotBeShownGoesToTheLog) {
+TEST_F(ProcessDialogsTest, ALogWindowThatCannotBeShownGoesToTheLog) {
   LogWindow window{.title = "Tailnet Logs", .message = "lost", .shownText = "", .fullText = "0"};
   for (int line = 1; line < 20; ++line) window.fullText += "\n" + std::to_string(line);
   const auto handle = presentLogWindow(window);
@@ -426,7 +426,7 @@ TEST_F(DialogHelperTest, ALogWindowThatCannotBeShownGoesToTheLog) {
   EXPECT_EQ(events_, std::vector{LogWindowEvent::closed});
 }
 
-TEST_F(DialogHelperTest, ALogWindowThatWasShownAndLostIsClosed) {
+TEST_F(ProcessDialogsTest, ALogWindowThatWasShownAndLostIsClosed) {
   const auto handle = presentLogWindow();
   say(shown);
   const auto log = test::logOf([&] { end({ExitStatus::Reason::signalled, SIGSEGV}); });
@@ -434,7 +434,7 @@ TEST_F(DialogHelperTest, ALogWindowThatWasShownAndLostIsClosed) {
   EXPECT_EQ(events_, std::vector{LogWindowEvent::closed});
 }
 
-TEST_F(DialogHelperTest, ALogWindowMayBeReplacedFromItsOwnEvent) {
+TEST_F(ProcessDialogsTest, ALogWindowMayBeReplacedFromItsOwnEvent) {
   Dialogs::Handle handle;
   handle = dialogs_.presentLogWindow(logWindow, [&](LogWindowEvent) { handle.reset(); });
   say(shown);
@@ -442,7 +442,7 @@ TEST_F(DialogHelperTest, ALogWindowMayBeReplacedFromItsOwnEvent) {
   EXPECT_TRUE(program().inputEnded());
 }
 
-TEST_F(DialogHelperTest, SeveralDialogsAreOpenSideBySide) {
+TEST_F(ProcessDialogsTest, SeveralDialogsAreOpenSideBySide) {
   const auto first = presentAlert();
   const auto second = presentLogWindow();
   say(shown);
@@ -453,21 +453,21 @@ TEST_F(DialogHelperTest, SeveralDialogsAreOpenSideBySide) {
   EXPECT_EQ(events_, std::vector{LogWindowEvent::closed});
 }
 
-TEST_F(DialogHelperTest, ATextThatIsNoUTF8IsShownAllTheSame) {
+TEST_F(ProcessDialogsTest, ATextThatIsNoUTF8IsShownAllTheSame) {
   Alert broken = alert;
   broken.informativeText = "a\xFF\nb";
   const auto handle = presentAlert(broken);
   const auto request = json::decodeText<DialogRequest>(program().input().at(0));
   ASSERT_TRUE(request) << request.error().message;
-  EXPECT_EQ(request->alert->informativeText, "a\uFFFD\nb");
+  EXPECT_EQ(std::get<Alert>(*request).informativeText, "a\uFFFD\nb");
 }
 
-TEST_F(DialogHelperTest, LeavesNoTimerBehind) {
+TEST_F(ProcessDialogsTest, LeavesNoTimerBehind) {
   { const auto handle = presentAlert(); }
   const auto handle = presentAlert();
   say(shown);
   say(R"({"answer":{"button":1,"text":""}})");
-  advance(DialogRun::farewellLimit);
+  advance(DialogProcess::hiddenTimeout);
   EXPECT_EQ(clock_.pendingTimers(), 0U);
 }
 

@@ -5,24 +5,24 @@
 
 #include "Support/LogCapture.hpp"
 #include "System/Files/Files.hpp"
-#include "Unit/ZephylTray/UpdaterHelperTest.hpp"
+#include "Unit/ZephylTray/ProcessUpdaterTest.hpp"
 
 namespace zephyl {
 namespace {
 
 using namespace std::chrono_literals;
+using test::ProcessUpdaterTest;
 using test::Told;
-using test::UpdaterHelperTest;
 
 /// An update that was found by hand, downloaded, and waits for the agent.
-class WaitingUpdateTest : public UpdaterHelperTest {
+class WaitingUpdateTest : public ProcessUpdaterTest {
  protected:
   void wait() {
     delegate_->busy = true;
     startAndCheck();
     find();
     press("Install Update");
-    report({.ready = "200"});
+    report(UpdateStaged{"200"});
     delegate_->take();
     ASSERT_EQ(runs(), 2U);
   }
@@ -31,7 +31,7 @@ class WaitingUpdateTest : public UpdaterHelperTest {
     const auto before = runs();
     runtime_.advance(25h);
     ASSERT_EQ(runs(), before + 1);
-    ASSERT_TRUE(command().check);
+    ASSERT_TRUE(isCommand<CheckCommand>());
   }
   [[nodiscard]] UpdateOffer newer() const {
     UpdateOffer offer = offer_;
@@ -40,13 +40,13 @@ class WaitingUpdateTest : public UpdaterHelperTest {
     offer.sha256 = "33";
     return offer;
   }
-  void findNewer() { report({.found = UpdateReport::Found{.offer = newer(), .feedDate = 600}}); }
+  void findNewer() { report(UpdateFound{.offer = newer(), .feedDate = 600}); }
 };
 
 TEST_F(WaitingUpdateTest, IsCheckedForOnceADayAndInstalledAfterwards) {
   wait();
   waitForCheck();
-  EXPECT_TRUE(command().check->userInitiated) << "as it was found";
+  EXPECT_TRUE(command<CheckCommand>().userInitiated) << "as it was found";
   find();
   EXPECT_EQ(runs(), 3U) << "it is the same";
   EXPECT_TRUE(delegate_->take().empty());
@@ -54,7 +54,7 @@ TEST_F(WaitingUpdateTest, IsCheckedForOnceADayAndInstalledAfterwards) {
   find();
   delegate_->proceed();
   EXPECT_EQ(runs(), 5U);
-  EXPECT_EQ(command().install.value().version, "200");
+  EXPECT_EQ(command<InstallCommand>().version, "200");
 }
 
 TEST_F(WaitingUpdateTest, IsReplacedByANewerVersionWithoutAQuestion) {
@@ -63,14 +63,14 @@ TEST_F(WaitingUpdateTest, IsReplacedByANewerVersionWithoutAQuestion) {
   waitForCheck();
   findNewer();
   ASSERT_EQ(runs(), 4U);
-  EXPECT_EQ(command().download.value().offer.version, "300");
+  EXPECT_EQ(command<DownloadCommand>().offer.version, "300");
   EXPECT_TRUE(dialogs_.alerts().empty());
   allowOldVersion();
   EXPECT_EQ(runs(), 4U) << "the old version has been removed";
-  report({.ready = "300"});
+  report(UpdateStaged{"300"});
   EXPECT_EQ(delegate_->take(), (Told{"found 3.0", "ready 300"}));
   delegate_->proceed();
-  EXPECT_EQ(command().install.value().version, "300");
+  EXPECT_EQ(command<InstallCommand>().version, "300");
 }
 
 TEST_F(WaitingUpdateTest, IsNotInstalledOnceItHasBeenWithdrawn) {
@@ -89,47 +89,47 @@ TEST_F(WaitingUpdateTest, IsInstalledAfterTheCheckDuringWhichItIsAllowed) {
   delegate_->proceed();
   EXPECT_EQ(runs(), 3U) << "the check may remove what is staged";
   find();
-  EXPECT_EQ(command().install.value().version, "200");
+  EXPECT_EQ(command<InstallCommand>().version, "200");
 }
 
 TEST_F(WaitingUpdateTest, OutlastsChecksThatFail) {
   wait();
   waitForCheck();
-  report({.failed = "The server cannot be reached."});
+  report(UpdateFailed{"The server cannot be reached."});
   EXPECT_TRUE(dialogs_.alerts().empty());
   runtime_.advance(2h);
   EXPECT_EQ(runs(), 4U) << "the next check comes sooner";
-  report({.failed = "The server cannot be reached."});
+  report(UpdateFailed{"The server cannot be reached."});
   delegate_->proceed();
-  EXPECT_EQ(command().install.value().version, "200");
+  EXPECT_EQ(command<InstallCommand>().version, "200");
 }
 
 // The date of the feed
 
-TEST_F(UpdaterHelperTest, RemembersTheDateOfTheNewestFeed) {
+TEST_F(ProcessUpdaterTest, RemembersTheDateOfTheNewestFeed) {
   startAndCheck();
-  EXPECT_EQ(command().check->newestFeedDate, std::nullopt);
+  EXPECT_EQ(command<CheckCommand>().newestFeedDate, std::nullopt);
   findNothing(500);
   press("OK");
   controller_->checkForUpdates();
-  EXPECT_EQ(command().check->newestFeedDate, 500);
+  EXPECT_EQ(command<CheckCommand>().newestFeedDate, 500);
   findNothing(400);  // which the updater does not accept
   press("OK");
   controller_->checkForUpdates();
-  EXPECT_EQ(command().check->newestFeedDate, 500);
-  report({.found = UpdateReport::Found{.offer = offer_, .feedDate = 600}});
+  EXPECT_EQ(command<CheckCommand>().newestFeedDate, 500);
+  report(UpdateFound{.offer = offer_, .feedDate = 600});
   press("Remind Me Later");
   controller_->checkForUpdates();
-  EXPECT_EQ(command().check->newestFeedDate, 600);
+  EXPECT_EQ(command<CheckCommand>().newestFeedDate, 600);
   findNothing(600);
   press("OK");
   world_.directory().write("zephyl/share/zephyl-tray/Info.json",
                            R"({"SUFeedURL": "https://b.example/feed"})");
   controller_->checkForUpdates();
-  EXPECT_EQ(command().check->newestFeedDate, std::nullopt) << "of another feed";
+  EXPECT_EQ(command<CheckCommand>().newestFeedDate, std::nullopt) << "of another feed";
 }
 
-TEST_F(UpdaterHelperTest, NotesTheDateOfTheFeedWithAVersionThatFailed) {
+TEST_F(ProcessUpdaterTest, NotesTheDateOfTheFeedWithAVersionThatFailed) {
   makeStateDirectory();
   settings().rememberFeedDate("https://a.example/feed",
                               std::chrono::sys_seconds(std::chrono::seconds(500)));
@@ -139,20 +139,20 @@ TEST_F(UpdaterHelperTest, NotesTheDateOfTheFeedWithAVersionThatFailed) {
   settings().rememberFeedDate("https://a.example/feed",
                               std::chrono::sys_seconds(std::chrono::seconds(600)));
   runtime_.advance(1min);
-  EXPECT_EQ(command().check->failed.value().version, "200");
-  EXPECT_EQ(command().check->failed->feedDate, 500);
+  EXPECT_EQ(command<CheckCommand>().failed.value().version, "200");
+  EXPECT_EQ(command<CheckCommand>().failed->feedDate, 500);
 }
 
 // Checks that fail for weeks
 
-TEST_F(UpdaterHelperTest, TellsOnceWhenNoCheckHasSucceededForFourWeeks) {
+TEST_F(ProcessUpdaterTest, TellsOnceWhenNoCheckHasSucceededForFourWeeks) {
   settings().setLastCheck(now());
   start();
   const auto failChecksFor = [&](std::chrono::hours time) {
     for (const auto until = now() + time; now() < until;) {
       const auto before = runs();
       runtime_.advance(1h);
-      if (runs() > before) report({.failed = "The server cannot be reached."});
+      if (runs() > before) report(UpdateFailed{"The server cannot be reached."});
     }
   };
   failChecksFor(27 * 24h);
@@ -172,23 +172,23 @@ TEST_F(UpdaterHelperTest, TellsOnceWhenNoCheckHasSucceededForFourWeeks) {
   EXPECT_EQ(shown(), "Zephyl could not check for updates for four weeks") << "of the next time";
 }
 
-TEST_F(UpdaterHelperTest, CountsTheFourWeeksFromTheFirstStartWhenNoCheckEverSucceeded) {
+TEST_F(ProcessUpdaterTest, CountsTheFourWeeksFromTheFirstStartWhenNoCheckEverSucceeded) {
   start();
   runtime_.advance(1min);
-  report({.failed = "The server cannot be reached."});
+  report(UpdateFailed{"The server cannot be reached."});
   EXPECT_TRUE(dialogs_.alerts().empty());
   controller_.reset();
   runtime_.advance(29 * 24h);
   start();
   EXPECT_TRUE(dialogs_.alerts().empty()) << "it may just have been switched off";
   runtime_.advance(1min);
-  report({.failed = "The feed is stale."});
+  report(UpdateFailed{"The feed is stale."});
   EXPECT_EQ(shown(), "Zephyl could not check for updates for four weeks");
 }
 
 // The clock
 
-TEST_F(UpdaterHelperTest, ChecksWhenItIsDueAlthoughTheClockWasSetBack) {
+TEST_F(ProcessUpdaterTest, ChecksWhenItIsDueAlthoughTheClockWasSetBack) {
   settings().setLastCheck(now());
   start();
   runtime_.clock.setCalendar(-30 * 24h);
@@ -196,17 +196,17 @@ TEST_F(UpdaterHelperTest, ChecksWhenItIsDueAlthoughTheClockWasSetBack) {
   EXPECT_EQ(runs(), 1U);
 }
 
-TEST_F(UpdaterHelperTest, ChecksWhenItIsDueAfterASuspend) {
+TEST_F(ProcessUpdaterTest, ChecksWhenItIsDueAfterASuspend) {
   settings().setLastCheck(now());
   start();
   runtime_.clock.setCalendar(25h);
-  runtime_.advance(UpdaterHelper::lookInterval);
+  runtime_.advance(ProcessUpdater::lookInterval);
   EXPECT_EQ(runs(), 1U);
 }
 
 // What lies beside the installation
 
-TEST_F(UpdaterHelperTest, BelievesNothingInADirectoryThatOthersMayEnter) {
+TEST_F(ProcessUpdaterTest, BelievesNothingInADirectoryThatOthersMayEnter) {
   makeStateDirectory();
   ASSERT_TRUE(createDirectories(files_.staged));
   ASSERT_TRUE(writeNote(files_.failed, {.version = "200", .displayVersion = "2.0, call …"}));
@@ -219,23 +219,23 @@ TEST_F(UpdaterHelperTest, BelievesNothingInADirectoryThatOthersMayEnter) {
   EXPECT_EQ(runs(), 0U);
   EXPECT_TRUE(fileExists(files_.trial));
   runtime_.advance(25h);
-  EXPECT_EQ(command().check->failed, std::nullopt);
+  EXPECT_EQ(command<CheckCommand>().failed, std::nullopt);
 }
 
-TEST_F(UpdaterHelperTest, HasThePreviousVersionWatchTheRestart) {
+TEST_F(ProcessUpdaterTest, HasThePreviousVersionWatchTheRestart) {
   makeStateDirectory();
   const std::string previous = world_.directory().write(
       ".zephyl.updates/previous/libexec/zephyl-tray/zephyl-tray-updater", "", true);
   startAndCheck();
   find();
   press("Install Update");
-  report({.ready = "200"});
-  report({.installed = "200"});
-  ASSERT_TRUE(command().watch);
+  report(UpdateStaged{"200"});
+  report(UpdateInstalled{"200"});
+  ASSERT_TRUE(isCommand<WatchCommand>());
   EXPECT_EQ(runtime_.launcher.newest()->options().executable, previous);
 }
 
-TEST_F(UpdaterHelperTest, DoesNotConfirmAVersionThatItIsNot) {
+TEST_F(ProcessUpdaterTest, DoesNotConfirmAVersionThatItIsNot) {
   makeStateDirectory();
   ASSERT_TRUE(writeNote(files_.trial, {.version = "2.0", .displayVersion = "2.0"}));
   const auto log = test::logOf([&] {

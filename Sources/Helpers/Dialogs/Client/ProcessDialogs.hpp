@@ -5,23 +5,21 @@
 #include <utility>
 
 #include "Desktop/Dialogs.hpp"
+#include "Helpers/Dialogs/Client/DialogProcess.hpp"
 #include "System/Concurrency/Clock.hpp"
 #include "System/Processes/ChildProcess.hpp"
 
 namespace zephyl {
 
 class Bundle;
-class DialogRun;
 class MainLoop;
-struct DialogRequest;
 
-/// Dialogs as windows of a program of their own, zephyl-tray-dialogs, of which each dialog is one
-/// run: a toolkit that crashes takes nothing with it but its window. What can go wrong with it goes
-/// to the log.
+/// Dialogs as windows of zephyl-tray-dialogs, one run of it for each dialog. If the toolkit
+/// crashes, only that window is lost. Failures of the program are logged.
 ///
-/// An alert whose window never came is not answered; one that was shown and then lost is answered
-/// with its safe button. A folder question is answered with the reason, or as cancelled.
-class DialogHelper final : public Dialogs {
+/// An alert whose window was never shown is answered with nullopt; one that was shown and then
+/// lost, with its safe button. A folder question is answered with an error, or as cancelled.
+class ProcessDialogs final : public Dialogs {
  public:
   /// Returns and forgets the token that permits the window of the user's latest action to come to
   /// the front; empty if there is no such token. Not called for a window that the user did not
@@ -29,8 +27,8 @@ class DialogHelper final : public Dialogs {
   using TakeToken = std::function<std::string()>;
 
   /// The first three outlive it.
-  DialogHelper(MainLoop& mainLoop, Clock& clock, ProcessLauncher& launcher, std::string program,
-               TakeToken takeActivationToken = {})
+  ProcessDialogs(MainLoop& mainLoop, Clock& clock, ProcessLauncher& launcher, std::string program,
+                 TakeToken takeActivationToken = {})
       : mainLoop_(mainLoop),
         clock_(clock),
         launcher_(launcher),
@@ -45,7 +43,7 @@ class DialogHelper final : public Dialogs {
                           std::function<void(LogWindowEvent)> tell) override;
 
  private:
-  Handle start(std::shared_ptr<DialogRun> run, const DialogRequest& request);
+  Handle start(const DialogRequest& request, bool requestedByUser, DialogProcess::Owner owner);
 
   MainLoop& mainLoop_;
   Clock& clock_;
@@ -54,7 +52,8 @@ class DialogHelper final : public Dialogs {
   const TakeToken takeActivationToken_;
 };
 
-/// Where zephyl-tray-dialogs is: beside the tray's executable, or in <prefix>/libexec/zephyl-tray.
+/// Returns the path of zephyl-tray-dialogs: beside the tray's executable, otherwise in
+/// <prefix>/libexec/zephyl-tray.
 std::string dialogsProgram(const Bundle& bundle);
 
 }  // namespace zephyl

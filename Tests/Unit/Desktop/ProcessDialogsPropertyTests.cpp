@@ -3,8 +3,8 @@
 
 #include <gtest/gtest.h>
 
-#include "Helpers/Dialogs/Client/DialogHelper.hpp"
-#include "Helpers/Dialogs/Client/DialogRun.hpp"
+#include "Helpers/Dialogs/Client/DialogProcess.hpp"
+#include "Helpers/Dialogs/Client/ProcessDialogs.hpp"
 #include "Support/FakeLauncher.hpp"
 #include "Support/LogCapture.hpp"
 #include "Support/ManualClock.hpp"
@@ -107,7 +107,7 @@ class RandomAlert {
   test::ManualClock clock_;
   MainLoop mainLoop_;
   test::FakeLauncher launcher_;
-  DialogHelper dialogs_{mainLoop_, clock_, launcher_, "dialogs"};
+  ProcessDialogs dialogs_{mainLoop_, clock_, launcher_, "dialogs"};
   Dialogs::Handle handle_;
 
   std::vector<Answer> answers_;
@@ -117,7 +117,7 @@ class RandomAlert {
   std::optional<std::size_t> pressed_;  // the first button, once it is shown
 };
 
-TEST(DialogHelperProperties, HoldWhateverHappensInWhateverOrder) {
+TEST(ProcessDialogsProperties, HoldWhateverHappensInWhateverOrder) {
   (void)test::logOf([] {
     for (unsigned seed = 0; seed < 10'000; ++seed) {
       SCOPED_TRACE(seed);

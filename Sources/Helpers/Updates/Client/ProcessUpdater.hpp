@@ -23,7 +23,7 @@ class Bundle;
 /// waits. Confirms a version on trial (see UpdateFiles) when it has run for `settleTime`; without
 /// that the updater that watches rolls it back. Tells the user once about a version that was rolled
 /// back, and once when no check has succeeded for `missingChecksLimit`. Main thread.
-class UpdaterHelper final : public UpdaterController {
+class ProcessUpdater final : public UpdaterController {
  public:
   static constexpr Duration settleTime = std::chrono::seconds(1);
   /// The longest time between two looks at the schedule, because timers stop while the computer is
@@ -33,11 +33,11 @@ class UpdaterHelper final : public UpdaterController {
   /// What `runtime` refers to, and `dialogs`, outlive the controllers that it makes.
   static UpdaterFactory factory(const Runtime& runtime, Dialogs& dialogs, UpdateSetup setup);
 
-  UpdaterHelper(const Runtime& runtime, Dialogs& dialogs, UpdateSetup setup,
-                std::weak_ptr<UpdateDelegate> delegate);
-  ~UpdaterHelper() override;
-  UpdaterHelper(const UpdaterHelper&) = delete;
-  UpdaterHelper& operator=(const UpdaterHelper&) = delete;
+  ProcessUpdater(const Runtime& runtime, Dialogs& dialogs, UpdateSetup setup,
+                 std::weak_ptr<UpdateDelegate> delegate);
+  ~ProcessUpdater() override;
+  ProcessUpdater(const ProcessUpdater&) = delete;
+  ProcessUpdater& operator=(const ProcessUpdater&) = delete;
 
   [[nodiscard]] bool canCheckForUpdates() const override { return session_ == nullptr; }
   [[nodiscard]] std::unique_ptr<Observation> observeCanCheckForUpdates(
@@ -59,18 +59,18 @@ class UpdaterHelper final : public UpdaterController {
   void lookAtSchedule();
   [[nodiscard]] std::chrono::sys_seconds now() const;
 
-  void reportUpIfOnTrial();
-  void tellOfFailedVersion();
-  void tellOfMissingChecks(const std::string& reason);
+  void confirmIfUnconfirmed();
+  void reportFailedVersion();
+  void reportMissingChecks(const std::string& reason);
 
   /// Runs on the main thread, later, unless this is gone by then.
-  Task onMainThread(void (UpdaterHelper::*work)());
+  Task onMainThread(void (ProcessUpdater::*work)());
 
   const Runtime runtime_;
   Dialogs& dialogs_;
   const UpdateSetup setup_;
   const std::weak_ptr<UpdateDelegate> delegate_;
-  const std::shared_ptr<UpdaterHelper*> self_;  // expires with this
+  const std::shared_ptr<ProcessUpdater*> self_;  // expires with this
   std::shared_ptr<Observers> observers_ = std::make_shared<Observers>();
   std::shared_ptr<UpdateSession> session_;
   Dialogs::Handle failureDialog_;

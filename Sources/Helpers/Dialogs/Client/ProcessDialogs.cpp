@@ -1,0 +1,138 @@
+#include "Helpers/Dialogs/Client/ProcessDialogs.hpp"
+
+#include <filesystem>
+#include <utility>
+
+#include <unistd.h>
+
+#include "Desktop/Headless/HeadlessDialogs.hpp"
+#include "Helpers/Dialogs/Client/DialogProcess.hpp"
+#include "System/Data/Text.hpp"
+#include "System/Files/Bundle.hpp"
+
+namespace zephyl {
+
+namespace {
+
+using Step = DialogProcess::Step;
+using MaybeStep = std::optional<Step>;
+
+/// JSON cannot carry text that is not valid UTF-8.
+void makeValid(std::string& text) {
+  if (!isValidUTF8(text)) text = visibleLines(text);
+}
+
+Progress valid(Progress progress) {
+  makeValid(progress.text);
+  return progress;
+}
+
+Alert valid(Alert alert) {
+  makeValid(alert.messageText);
+  makeValid(alert.informativeText);
+  for (auto& button : alert.buttons) makeValid(button);
+  if (alert.textField) makeValid(alert.textField->placeholder);
+  if (alert.progress) makeValid(alert.progress->text);
+  return alert;
+}
+
+FolderRequest valid(FolderRequest request) {
+  makeValid(request.prompt);
+  makeValid(request.message);
+  return request;
+}
+
+LogWindow valid(LogWindow window) {
+  for (auto* text : {&window.title, &window.message, &window.shownText, &window.fullText}) {
+    makeValid(*text);
+  }
+  return window;
+}
+
+/// Closes its window when it is destroyed.
+class ProcessDialog final : public Dialog {
+ public:
+  ProcessDialog(std::shared_ptr<DialogProcess> process,
+                ProcessDialogs::TakeToken takeActivationToken)
+      : process_(std::move(process)), takeActivationToken_(std::move(takeActivationToken)) {}
+  ~ProcessDialog() override { process_->close(); }
+  ProcessDialog(const ProcessDialog&) = delete;
+  ProcessDialog& operator=(const ProcessDialog&) = delete;
+
+  void showProgress(const Progress& progress) override { process_->send(valid(progress)); }
+
+  void bringToFront() override {
+    process_->send(BringToFront{takeActivationToken_ ? takeActivationToken_() : ""});
+  }
+
+ private:
+  const std::shared_ptr<DialogProcess> process_;
+  const ProcessDialogs::TakeToken takeActivationToken_;
+};
+
+}  // namespace
+
+Dialogs::Handle ProcessDialogs::presentAlert(const Alert& alert,
+                                             std::function<void(std::optional<AlertAnswer>)> done) {
+  DialogProcess::Owner owner;
+  owner.interpret = [done, count = alert.buttons.size()](DialogReport& report) -> MaybeStep {
+    auto* const answer = std::get_if<AlertAnswer>(&report);
+    if (answer == nullptr || answer->button >= count) return std::nullopt;
+    return Step{true, [done, answer = std::move(*answer)]() mutable { done(std::move(answer)); }};
+  };
+  owner.failed = [done, safe = alert.safeButton](bool wasShown) {
+    done(wasShown ? std::optional(AlertAnswer{.button = safe}) : std::nullopt);
+  };
+  return start(valid(alert), alert.requestedByUser, std::move(owner));
+}
+
+Dialogs::Handle ProcessDialogs::chooseFolder(
+    const FolderRequest& request, std::function<void(Result<std::optional<std::string>>)> done) {
+  DialogProcess::Owner owner;
+  owner.interpret = [done](DialogReport& report) -> MaybeStep {
+    auto* const chosen = std::get_if<ChosenFolder>(&report);
+    if (chosen == nullptr) return std::nullopt;
+    return Step{true, [done, path = std::move(chosen->value)] {
+                  done(path.empty() ? std::nullopt : std::optional(path));
+                }};
+  };
+  owner.failed = [done](bool wasShown) {
+    if (wasShown) return done(std::optional<std::string>());
+    done(Error{"The folder picker could not be shown."});
+  };
+  return start(valid(request), /*requestedByUser=*/true, std::move(owner));
+}
+
+Dialogs::Handle ProcessDialogs::presentLogWindow(const LogWindow& window,
+                                                 std::function<void(LogWindowEvent)> tell) {
+  DialogProcess::Owner owner;
+  owner.interpret = [tell](DialogReport& report) -> MaybeStep {
+    const auto* const event = std::get_if<LogWindowEvent>(&report);
+    if (event == nullptr) return std::nullopt;
+    return Step{*event == LogWindowEvent::closed, [tell, event = *event] { tell(event); }};
+  };
+  owner.failed = [tell, window](bool wasShown) {
+    if (!wasShown) logInsteadOfWindow(window);
+    tell(LogWindowEvent::closed);
+  };
+  return start(valid(window), window.requestedByUser, std::move(owner));
+}
+
+Dialogs::Handle ProcessDialogs::start(const DialogRequest& request, bool requestedByUser,
+                                      DialogProcess::Owner owner) {
+  auto process = std::make_shared<DialogProcess>(mainLoop_, clock_, std::move(owner));
+  // A token belongs to an action of the user, which an unrequested window does not follow from.
+  const bool usesToken = takeActivationToken_ && requestedByUser;
+  process->start(launcher_, program_, request, usesToken ? takeActivationToken_() : "");
+  return std::make_unique<ProcessDialog>(std::move(process), takeActivationToken_);
+}
+
+std::string dialogsProgram(const Bundle& bundle) {
+  constexpr auto name = "zephyl-tray-dialogs";
+  const auto directory = std::filesystem::path(bundle.executable().value_or("")).parent_path();
+  const auto beside = directory / name;
+  if (::access(beside.c_str(), X_OK) == 0) return beside;
+  return directory.parent_path() / "libexec/zephyl-tray" / name;
+}
+
+}  // namespace zephyl

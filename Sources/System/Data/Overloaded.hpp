@@ -1,0 +1,11 @@
+#pragma once
+
+namespace zephyl {
+
+/// A visitor for `std::visit`, made of one function for each alternative.
+template <typename... Functions>
+struct Overloaded : Functions... {
+  using Functions::operator()...;
+};
+
+}  // namespace zephyl
