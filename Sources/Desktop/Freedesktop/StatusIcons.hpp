@@ -1,6 +1,8 @@
 #pragma once
 
+#include <array>
 #include <optional>
+#include <span>
 #include <string>
 
 #include "Desktop/StatusItem.hpp"
@@ -27,8 +29,14 @@ struct IconLocation {
 /// show nothing for a name that they do not find, not even the picture that comes with it.
 std::optional<IconLocation> locateIcons(const std::optional<std::string>& executable);
 
-/// The icon drawn at `side` pixels square: four bytes for each, alpha, red, green, blue, rows from
-/// the top. In colours that show on dark and light panels. Pure.
-std::string drawIcon(StatusIcon icon, int side);
+/// An icon drawn `side` pixels square: four bytes for each pixel (alpha, red, green, blue), rows
+/// from the top. Lives as long as the program.
+struct IconPixmap {
+  int side = 0;
+  std::span<const unsigned char> pixels;
+};
+
+/// Returns the icon in all sizes, in colors that show on dark and light panels.
+std::array<IconPixmap, 4> pixmapsOf(StatusIcon icon);
 
 }  // namespace zephyl

@@ -15,7 +15,6 @@ namespace {
 constexpr const char* itemInterface = "org.kde.StatusNotifierItem";
 constexpr const char* watcherName = "org.kde.StatusNotifierWatcher";
 constexpr BusAddress watcher{watcherName, "/StatusNotifierWatcher", watcherName};
-constexpr int pixmapSides[] = {22, 24, 32, 48};
 
 }  // namespace
 
@@ -202,8 +201,7 @@ void StatusNotifierItem::writeToolTip(BusWriter& writer) const {
 
 void StatusNotifierItem::writePixmaps(BusWriter& writer) const {
   writer.open('a', "(iiay)");
-  for (const int side : pixmapSides) {
-    const auto pixels = drawIcon(appearance_.icon, side);
+  for (const auto& [side, pixels] : pixmapsOf(appearance_.icon)) {
     writer.open('r', "iiay").append("ii", side, side);
     writer.bytes(pixels.data(), pixels.size()).close();
   }

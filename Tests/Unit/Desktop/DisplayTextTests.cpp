@@ -12,7 +12,11 @@ TEST(DisplayText, CountsColumnsRatherThanBytesOrCharacters) {
   EXPECT_EQ(width("…—“”"), 4);
   EXPECT_EQ(width("日本"), 4);
   EXPECT_EQ(width("e\u0301"), 1);
-  EXPECT_EQ(width("🗂"), 2);
+  EXPECT_EQ(width("🚀"), 2);
+  EXPECT_EQ(width("🌡"), 1);
+  EXPECT_EQ(width("가"), 2);
+  EXPECT_EQ(width("น้ำ"), 2);
+  EXPECT_EQ(width("שָ"), 1);
   EXPECT_EQ(width("\xff"), 1);
   EXPECT_EQ(width(""), 0);
 }

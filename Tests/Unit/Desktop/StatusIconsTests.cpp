@@ -1,5 +1,7 @@
 #include "Desktop/Freedesktop/StatusIcons.hpp"
 
+#include <algorithm>
+
 #include <gtest/gtest.h>
 
 #include "Support/TemporaryDirectory.hpp"
@@ -34,29 +36,32 @@ TEST_F(StatusIconsTest, AreFoundUnderThePrefixOrBesideTheExecutable) {
   EXPECT_EQ(locateIcons(executable_), (IconLocation{directory_ / "prefix/share/icons"}));
 }
 
-/// Alpha, red, green, blue of a pixel of a 16 pixels wide drawing.
-std::array<int, 4> pixel(const std::string& drawing, std::size_t x, std::size_t y) {
+/// Alpha, red, green, blue of a pixel at a place given in the units of an icon 16 units wide.
+std::array<int, 4> pixel(const IconPixmap& icon, double x, double y) {
+  const auto place = [&](double units) { return static_cast<std::size_t>(units * icon.side / 16); };
+  const auto at = (place(y) * static_cast<std::size_t>(icon.side) + place(x)) * 4;
   std::array<int, 4> values{};
-  for (std::size_t i = 0; i < values.size(); ++i) {
-    values.at(i) = static_cast<unsigned char>(drawing.at((y * 16 + x) * 4 + i));
-  }
+  std::copy_n(icon.pixels.begin() + static_cast<std::ptrdiff_t>(at), values.size(), values.begin());
   return values;
 }
 
-TEST_F(StatusIconsTest, AreDrawnAsAFolderWithABadge) {
-  const auto idle = drawIcon(StatusIcon::idle, 16);
-  const auto busy = drawIcon(StatusIcon::busy, 16);
-  ASSERT_EQ(idle.size(), 16U * 16 * 4);
-  EXPECT_EQ(pixel(idle, 4, 8), (std::array{255, 0x4a, 0x90, 0xe2}));   // folder
-  EXPECT_EQ(pixel(idle, 15, 0)[0], 0);                                 // nothing
-  EXPECT_EQ(pixel(idle, 11, 9), (std::array{255, 0x4a, 0x90, 0xe2}));  // head
-  EXPECT_EQ(pixel(busy, 11, 9), (std::array{255, 0xe8, 0x89, 0x0c}));  // gear
-  EXPECT_EQ(pixel(busy, 11, 11)[0], 0);                                // its hole
-}
-
-TEST_F(StatusIconsTest, AreDrawnInEverySize) {
-  EXPECT_EQ(drawIcon(StatusIcon::busy, 48).size(), 48U * 48 * 4);
-  EXPECT_EQ(drawIcon(StatusIcon::idle, 22).size(), 22U * 22 * 4);
+TEST_F(StatusIconsTest, AreDrawnAsAFolderWithABadgeInEverySize) {
+  const std::array blue{255, 0x4a, 0x90, 0xe2};
+  const std::array orange{255, 0xe8, 0x89, 0x0c};
+  const auto idle = pixmapsOf(StatusIcon::idle);
+  const auto busy = pixmapsOf(StatusIcon::busy);
+  for (std::size_t size = 0; size < idle.size(); ++size) {
+    const auto side = static_cast<std::size_t>(idle.at(size).side);
+    SCOPED_TRACE(side);
+    EXPECT_EQ(idle.at(size).pixels.size(), side * side * 4);
+    EXPECT_EQ(busy.at(size).pixels.size(), side * side * 4);
+    EXPECT_EQ(pixel(idle.at(size), 4, 8), blue) << "the folder";
+    EXPECT_EQ(pixel(idle.at(size), 15.5, 0.5)[0], 0) << "beside it";
+    EXPECT_EQ(pixel(idle.at(size), 11.5, 9.7), blue) << "the head";
+    EXPECT_EQ(pixel(busy.at(size), 4, 8), blue) << "the folder";
+    EXPECT_EQ(pixel(busy.at(size), 11.5, 9.4), orange) << "the gear";
+    EXPECT_EQ(pixel(busy.at(size), 11.5, 11.5)[0], 0) << "its hole";
+  }
 }
 
 }  // namespace

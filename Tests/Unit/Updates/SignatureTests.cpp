@@ -15,7 +15,8 @@ TEST(Base64, IsReadStrictly) {
   EXPECT_EQ(decodeBase64("QUI="), "AB");
   EXPECT_EQ(decodeBase64("QUJD"), "ABC");
   EXPECT_EQ(decodeBase64("/+8A"), std::string("\xff\xef\0", 3));
-  for (const auto* bad : {"Q", "QQ", "QQ=", "QQ= ", "QUJD\n", "Q=QQ", "QU*D", "===="}) {
+  for (const auto* bad : {"Q", "QQ", "QQ=", "QQ= ", "QUJD\n", "Q=QQ", "QU*D", "QU-D",
+                          "====", "    QUJD", "QUJD    ", "QUJD\n\n\n\n", "Q==="}) {
     EXPECT_EQ(decodeBase64(bad), std::nullopt) << bad;
   }
 }

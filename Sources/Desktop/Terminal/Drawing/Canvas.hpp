@@ -8,6 +8,15 @@
 
 #include "Desktop/Terminal/Drawing/Look.hpp"
 
+/// What the terminal's views draw on. The screen is drawn by code of this project, with the
+/// terminfo database and without a library such as curses, because
+///
+/// - it never waits for a terminal that does not keep up: `Painter` returns the bytes of a change,
+///   and `TerminalDevice` writes as many as the terminal takes, on the main loop's terms. A curses
+///   refresh blocks;
+/// - a typed key is a secret: what held it, the bytes read and painted included, is overwritten
+///   when it is no longer needed. A library keeps copies of the screen and of its input;
+/// - views are values from keys to cells, so they are tested without a terminal.
 namespace zephyl {
 
 struct CellStyle {

@@ -4,49 +4,18 @@
 #include <array>
 #include <utility>
 
+#include <utf8proc.h>
+
 #include "System/Data/Text.hpp"
 
 namespace zephyl::displayText {
 
 namespace {
 
-struct CharacterRange {
-  char32_t first;
-  char32_t last;
-};
-
-constexpr std::array combining{
-    CharacterRange{0x300, 0x36F},     CharacterRange{0x483, 0x489},
-    CharacterRange{0x591, 0x5BD},     CharacterRange{0x610, 0x61A},
-    CharacterRange{0x64B, 0x65F},     CharacterRange{0x6D6, 0x6DC},
-    CharacterRange{0x93C, 0x93C},     CharacterRange{0x941, 0x948},
-    CharacterRange{0x94D, 0x94D},     CharacterRange{0xE31, 0xE31},
-    CharacterRange{0xE34, 0xE3A},     CharacterRange{0xE47, 0xE4E},
-    CharacterRange{0x1AB0, 0x1AFF},   CharacterRange{0x1DC0, 0x1DFF},
-    CharacterRange{0x200B, 0x200F},   CharacterRange{0x20D0, 0x20FF},
-    CharacterRange{0x302A, 0x302D},   CharacterRange{0x3099, 0x309A},
-    CharacterRange{0xFE00, 0xFE0F},   CharacterRange{0xFE20, 0xFE2F},
-    CharacterRange{0x1F3FB, 0x1F3FF}, CharacterRange{0xE0100, 0xE01EF},
-};
-
-constexpr std::array wide{
-    CharacterRange{0x1100, 0x115F},   CharacterRange{0x231A, 0x231B},
-    CharacterRange{0x23E9, 0x23EC},   CharacterRange{0x25FD, 0x25FE},
-    CharacterRange{0x2614, 0x2615},   CharacterRange{0x2648, 0x2653},
-    CharacterRange{0x26A1, 0x26A1},   CharacterRange{0x26AA, 0x26AB},
-    CharacterRange{0x26BD, 0x26BE},   CharacterRange{0x26C4, 0x26C5},
-    CharacterRange{0x26D4, 0x26D4},   CharacterRange{0x2705, 0x2705},
-    CharacterRange{0x270A, 0x270B},   CharacterRange{0x2728, 0x2728},
-    CharacterRange{0x274C, 0x274C},   CharacterRange{0x2753, 0x2757},
-    CharacterRange{0x2795, 0x2797},   CharacterRange{0x2B1B, 0x2B1C},
-    CharacterRange{0x2B50, 0x2B50},   CharacterRange{0x2E80, 0x303E},
-    CharacterRange{0x3041, 0xA4CF},   CharacterRange{0xA960, 0xA97C},
-    CharacterRange{0xAC00, 0xD7A3},   CharacterRange{0xF900, 0xFAFF},
-    CharacterRange{0xFE30, 0xFE6F},   CharacterRange{0xFF00, 0xFF60},
-    CharacterRange{0xFFE0, 0xFFE6},   CharacterRange{0x1F300, 0x1F64F},
-    CharacterRange{0x1F680, 0x1F6FF}, CharacterRange{0x1F7E0, 0x1F7EB},
-    CharacterRange{0x1F900, 0x1FAFF}, CharacterRange{0x20000, 0x3FFFD},
-};
+/// The columns of a character: two for wide ones, none for those that combine with the one before.
+int widthOf(char32_t character) {
+  return utf8proc_charwidth(static_cast<utf8proc_int32_t>(character));
+}
 
 /// What stands for a character where there is only ASCII. Symbols that people read as words or
 /// marks; letters with accents lose them.
@@ -63,11 +32,6 @@ constexpr std::array replacements{
     Replacement{0x2193, "v"},   Replacement{0x21B5, "|"},   Replacement{0x25CF, "*"},
     Replacement{0x26A0, "(!)"}, Replacement{0x2713, "yes"},
 };
-
-bool isIn(const auto& ranges, char32_t character) {
-  const auto* const range = std::ranges::lower_bound(ranges, character, {}, &CharacterRange::last);
-  return range != ranges.end() && range->first <= character;
-}
 
 std::string_view replacementOf(char32_t character) {
   const auto* const found = std::ranges::find(replacements, character, &Replacement::character);
@@ -129,11 +93,12 @@ std::vector<Glyph> glyphs(std::string_view text) {
   all.reserve(text.size());
   while (!text.empty()) {
     const auto character = firstCharacter(text);
-    if (isIn(combining, character.code) && !all.empty()) {
+    const int columns = widthOf(character.code);
+    if (columns == 0 && !all.empty()) {
       auto& base = all.back().bytes;
       base = {base.data(), base.size() + character.length};
     } else {
-      all.push_back({text.substr(0, character.length), isIn(wide, character.code) ? 2 : 1});
+      all.push_back({text.substr(0, character.length), std::max(columns, 1)});
     }
     text.remove_prefix(character.length);
   }
@@ -157,7 +122,7 @@ std::string shown(std::string_view text, const Look& look) {
     if (character.code == pictureMark) continue;
     if (look.unicode || character.code < 0x80) {
       result += bytes;
-    } else if (!isIn(combining, character.code)) {
+    } else if (widthOf(character.code) > 0) {
       result += replacementOf(character.code);
     }
   }

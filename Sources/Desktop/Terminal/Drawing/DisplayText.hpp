@@ -6,9 +6,9 @@
 
 #include "Desktop/Terminal/Drawing/Look.hpp"
 
-/// Texts by the columns that they take on a terminal. Pure. Texts are UTF-8; what is none of it is
-/// taken byte by byte. Widths count columns: two for wide characters, none for those that combine
-/// with the one before.
+/// Texts by the columns that they take on a terminal: two for wide characters, none for those that
+/// combine with the one before. Widths are those of utf8proc. Texts are UTF-8; each byte that is
+/// not counts as one column. All functions are pure.
 namespace zephyl::displayText {
 
 /// What is shown in one place: a character and those that combine with it.

@@ -4,6 +4,9 @@
 #include <cstdint>
 #include <utility>
 
+#include <boost/archive/iterators/base64_from_binary.hpp>
+#include <boost/archive/iterators/transform_width.hpp>
+
 // Last, since their macros have everyday names.
 // clang-format off
 #include <curses.h>
@@ -44,20 +47,12 @@ std::string filledIn(const std::string& capability, long first, long second = 0)
 }
 
 std::string base64(std::string_view bytes) {
-  constexpr std::string_view digits =
-      "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
-  std::string text;
-  text.reserve((bytes.size() + 2) / 3 * 4);
-  for (std::size_t at = 0; at < bytes.size(); at += 3) {
-    const std::size_t count = std::min<std::size_t>(3, bytes.size() - at);
-    std::uint32_t group = 0;
-    for (std::size_t i = 0; i < 3; ++i) {
-      group = (group << 8U) | (i < count ? static_cast<unsigned char>(bytes[at + i]) : 0U);
-    }
-    for (std::size_t i = 0; i < 4; ++i) {
-      text += i <= count ? digits[(group >> (18U - 6U * i)) & 0x3FU] : '=';
-    }
-  }
+  using boost::archive::iterators::base64_from_binary;
+  using boost::archive::iterators::transform_width;
+  using Digits = base64_from_binary<transform_width<const char*, 6, 8>>;
+  const char* const end = bytes.data() + bytes.size();
+  std::string text(Digits(bytes.data()), Digits(end));
+  text.append((3 - bytes.size() % 3) % 3, '=');
   return text;
 }
 
