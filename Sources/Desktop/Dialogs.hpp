@@ -13,6 +13,7 @@
 
 #include "Desktop/FolderRequest.hpp"
 #include "System/Data/Result.hpp"
+#include "System/Data/Secret.hpp"
 
 namespace zephyl {
 
@@ -66,7 +67,7 @@ constexpr auto fieldsWithDefault(const Alert*) {
 
 struct AlertAnswer {
   std::size_t button = 0;  ///< its place in `Alert::buttons`
-  std::string text;        ///< of the text field
+  SecretString text;       ///< of the text field
 
   bool operator==(const AlertAnswer&) const = default;
 };

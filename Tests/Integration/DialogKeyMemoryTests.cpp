@@ -29,7 +29,7 @@ std::string disguisedKey() {
   return key;
 }
 
-TEST(DialogKeyMemory, HoldsOneCopyOfWhatWasTypedUntilThatIsWiped) {
+TEST(DialogKeyMemory, HoldsOneCopyOfWhatWasTypedUntilThatIsCleared) {
   std::signal(SIGPIPE, SIG_IGN);
   const test::TemporaryDirectory directory;
   const auto program = directory.write(
@@ -59,7 +59,7 @@ TEST(DialogKeyMemory, HoldsOneCopyOfWhatWasTypedUntilThatIsWiped) {
   test::MemorySearch search;
   EXPECT_EQ(typed->text.size(), letters.size());
   EXPECT_EQ(search.count(rest), 1U);
-  wipe(typed->text);
+  typed->text.clear();
   EXPECT_EQ(search.count(rest), 0U);
 }
 

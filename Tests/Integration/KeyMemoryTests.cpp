@@ -39,15 +39,15 @@ class KeyMemory : public ::testing::Test {
 
   /// As the controller does with a pasted key.
   void redeem() {
-    std::string pasted;
-    pasted.reserve(200);
+    SecretString pasted;
     pasted.append("inv_v2_").append(fingerprint).append("_");
-    for (const char character : disguisedKey_) pasted.push_back(static_cast<char>(~character));
+    for (const char character : disguisedKey_) {
+      const char plain = static_cast<char>(~character);
+      pasted.append({&plain, 1});
+    }
     auto parsed = InviteKey::parse(pasted);
-    wipe(pasted);
     ASSERT_TRUE(parsed);
-    tailnet_->startRedeeming(parsed->preauthKey);
-    wipe(parsed->preauthKey);
+    tailnet_->startRedeeming(std::move(parsed->preauthKey));
   }
 
   void awaitLine(const std::string& line) {

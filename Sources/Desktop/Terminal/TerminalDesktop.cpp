@@ -101,9 +101,9 @@ void TerminalDesktop::printUnseenLog(const std::vector<std::string>& lines) cons
 
 TerminalDevice::Listener TerminalDesktop::deviceListener() {
   return {.input =
-              [this](std::string bytes) {
-                services_.mainLoop.async([this, bytes = std::move(bytes)]() mutable {
-                  if (screen_) screen_->receive(std::move(bytes));
+              [this](SecretString bytes) {
+                services_.mainLoop.async([this, bytes = std::move(bytes)] {
+                  if (screen_) screen_->receive(bytes);
                 });
               },
           .writable = onMain(&TerminalDesktop::resume),

@@ -112,7 +112,7 @@ class TerminalDevice::Watch : public std::enable_shared_from_this<Watch> {
     std::array<char, 4096> buffer;
     const ssize_t count = ::read(descriptor_.native_handle(), buffer.data(), buffer.size());
     if (count > 0) {
-      listener_.input({buffer.data(), static_cast<std::size_t>(count)});
+      listener_.input(std::string_view(buffer.data(), static_cast<std::size_t>(count)));
       wipe(buffer);  // it may have been a secret
       return true;
     }
@@ -193,8 +193,8 @@ ScreenSize TerminalDevice::size() const {
   return {window.ws_row, window.ws_col};
 }
 
-void TerminalDevice::write(const std::string& bytes) {
-  append(pending_, bytes);
+void TerminalDevice::write(std::string_view bytes) {
+  pending_.append(bytes);
   resume();
 }
 
@@ -209,7 +209,7 @@ void TerminalDevice::resume() {
     if (failure != 0) break;
     written += static_cast<std::size_t>(count);
   }
-  if (failure != EAGAIN) return wipe(pending_);
+  if (failure != EAGAIN) return pending_.clear();
   pending_.erase(0, written);
   reactor_.post([watch = watch_] { watch->awaitRoom(); });
 }

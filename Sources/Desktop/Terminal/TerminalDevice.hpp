@@ -25,7 +25,7 @@ class Reactor;
 class TerminalDevice final : public TerminalOutput {
  public:
   struct Listener {
-    std::function<void(std::string)> input;
+    std::function<void(SecretString)> input;
     std::function<void()> writable;  ///< `resume` what was busy
     std::function<void()> closed;    ///< nobody is there any more; told once
   };
@@ -38,7 +38,7 @@ class TerminalDevice final : public TerminalOutput {
 
   [[nodiscard]] ScreenSize size() const override;
   [[nodiscard]] bool isBusy() const override { return !pending_.empty(); }
-  void write(const std::string& bytes) override;
+  void write(std::string_view bytes) override;
   /// Goes on with what the terminal did not take.
   void resume();
   /// Takes the terminal over again, after it was somebody else's.
@@ -58,7 +58,7 @@ class TerminalDevice final : public TerminalOutput {
   const std::string enter_;
   const std::string leave_;
   std::shared_ptr<Watch> watch_;
-  std::string pending_;
+  SecretString pending_;
 };
 
 }  // namespace zephyl

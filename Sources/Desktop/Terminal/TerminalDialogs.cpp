@@ -90,7 +90,7 @@ class FolderQuestion final : public Dialog {
     if (answer->button != 0) return state->done(std::optional<std::string>());
     const auto path = meantPath(answer->text);
     if (isDirectory(path)) return state->done(std::optional(path));
-    ask(screen, state, answer->text, path + " is not a folder.");
+    ask(screen, state, std::string(answer->text), path + " is not a folder.");
   }
 
   const std::weak_ptr<TerminalScreen> screen_;

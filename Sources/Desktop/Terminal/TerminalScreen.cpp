@@ -7,7 +7,6 @@
 
 #include "Desktop/Terminal/Drawing/DisplayText.hpp"
 #include "System/Data/Format.hpp"
-#include "System/Data/Secret.hpp"
 #include "System/Data/Text.hpp"
 
 namespace zephyl {
@@ -182,12 +181,9 @@ void TerminalScreen::draw() {
   }
   boxes_.draw(canvas, /*mayAnswer=*/!guardTimer_);
   if ((logBox_ || boxes_.hasLog()) && !boxes_.hasAlert()) drawNoticeOverLog(canvas);
-  std::string bytes = std::exchange(unsent_, {});
-  std::string painted = painter_.paint(canvas);
-  append(bytes, painted);
-  wipe(painted);
-  if (!bytes.empty()) services_.output.write(bytes);
-  wipe(bytes);
+  if (!unsent_.empty()) services_.output.write(std::exchange(unsent_, {}));
+  const SecretString painted = painter_.paint(canvas);
+  if (!painted.empty()) services_.output.write(painted);
   scheduleFading();
 }
 
@@ -250,13 +246,9 @@ std::string TerminalScreen::hints(int columns) const {
   return formatText("? help  l log{}", news);
 }
 
-void TerminalScreen::receive(std::string bytes) {
+void TerminalScreen::receive(std::string_view bytes) {
   keyTimer_.cancel();
-  for (auto& key : decoder_.decode(bytes)) {
-    handle(key);
-    wipe(key.text);
-  }
-  wipe(bytes);
+  for (const auto& key : decoder_.decode(bytes)) handle(key);
   if (decoder_.isWaiting()) waitForRestOfKey();
 }
 

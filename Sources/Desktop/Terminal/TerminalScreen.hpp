@@ -33,7 +33,7 @@ class TerminalOutput {
   [[nodiscard]] virtual ScreenSize size() const = 0;
   /// Whether earlier bytes are still on their way; whoever waits for them calls `drained`.
   [[nodiscard]] virtual bool isBusy() const = 0;
-  virtual void write(const std::string& bytes) = 0;
+  virtual void write(std::string_view bytes) = 0;
 };
 
 /// All that is on the screen: the status line, the menu, a line for notifications, a line of
@@ -95,7 +95,7 @@ class TerminalScreen : public std::enable_shared_from_this<TerminalScreen> {
   void end();
 
   // What comes from the terminal.
-  void receive(std::string bytes);
+  void receive(std::string_view bytes);
   void resized();
   void drained() { draw(); }
 

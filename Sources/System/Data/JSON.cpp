@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
-#include <cstring>
 #include <new>
 
 #include <boost/json/memory_resource.hpp>
@@ -22,7 +21,7 @@ class WipingMemory final : public boost::json::memory_resource {
     return ::operator new(size);
   }
   void do_deallocate(void* memory, std::size_t size, std::size_t) override {  // NOLINT(*-naming)
-    ::explicit_bzero(memory, size);
+    wipe(std::span(static_cast<char*>(memory), size));
     ::operator delete(memory);
   }
   bool do_is_equal(const memory_resource& other) const noexcept override {  // NOLINT(*-naming)
@@ -98,7 +97,7 @@ Result<Value> parse(std::string_view text) {
     return parser.release();
   };
   Result<Value> value = parsed();
-  ::explicit_bzero(buffer.data(), buffer.size());
+  wipe(std::span(reinterpret_cast<char*>(buffer.data()), buffer.size()));
   return value;
 }
 
@@ -117,6 +116,13 @@ bool Decoder::decodeString(const Value& from, std::string& into) {
   const auto* string = from.if_string();
   if (string == nullptr) return fail("not a string");
   into.assign(string->data(), string->size());
+  return true;
+}
+
+bool Decoder::decodeString(const Value& from, SecretString& into) {
+  const auto* string = from.if_string();
+  if (string == nullptr) return fail("not a string");
+  into = std::string_view(string->data(), string->size());
   return true;
 }
 

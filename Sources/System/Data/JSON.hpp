@@ -26,6 +26,7 @@
 #include <boost/mp11/algorithm.hpp>
 
 #include "System/Data/Result.hpp"
+#include "System/Data/Secret.hpp"
 
 /// Typed JSON. A structure that is described with Boost.Describe can be decoded and encoded; its
 /// members are the fields, in this order, and their names the keys:
@@ -129,6 +130,7 @@ class Decoder {
 
  private:
   bool decodeString(const Value& from, std::string& into);
+  bool decodeString(const Value& from, SecretString& into);
   bool decodeBoolean(const Value& from, bool& into);
   bool decodeInteger(const Value& from, std::int64_t& into);
   bool decodeNumber(const Value& from, double& into);
@@ -182,7 +184,7 @@ struct IsMessage<std::variant<Alternatives...>> : std::true_type {};
 
 template <typename T>
 bool Decoder::decode(const Value& from, T& into) {
-  if constexpr (std::same_as<T, std::string>) {
+  if constexpr (std::same_as<T, std::string> || std::same_as<T, SecretString>) {
     return decodeString(from, into);
   } else if constexpr (std::same_as<T, bool>) {
     return decodeBoolean(from, into);
@@ -327,7 +329,9 @@ Value encodeMessage(const T& from) {
 
 template <typename T>
 Value encode(const T& from) {
-  if constexpr (NamedEnum<T>) {
+  if constexpr (std::same_as<T, SecretString>) {
+    return Value(std::string_view(from));
+  } else if constexpr (NamedEnum<T>) {
     return Value(boost::describe::enum_to_string(from, ""));
   } else if constexpr (IsOptional<T>::value) {
     return from ? encode(*from) : Value(nullptr);

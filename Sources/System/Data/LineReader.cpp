@@ -1,6 +1,5 @@
 #include "System/Data/LineReader.hpp"
 
-#include "System/Data/Secret.hpp"
 #include "System/Data/Text.hpp"
 
 namespace zephyl {
@@ -21,7 +20,7 @@ std::vector<std::string> LineReader::append(std::string_view bytes) {
   std::vector<std::string> lines;
   for (auto end = bytes.find('\n'); end != std::string_view::npos; end = bytes.find('\n')) {
     add(lines, withoutCarriageReturn(join(bytes.substr(0, end))));
-    wipe(partial_);
+    partial_.clear();
     bytes.remove_prefix(end + 1);
   }
   keep(bytes);
@@ -31,7 +30,7 @@ std::vector<std::string> LineReader::append(std::string_view bytes) {
 std::vector<std::string> LineReader::finish() {
   std::vector<std::string> lines;
   add(lines, partial_);
-  wipe(partial_);
+  partial_.clear();
   return lines;
 }
 
@@ -43,7 +42,7 @@ std::string_view LineReader::join(std::string_view piece) {
 
 void LineReader::keep(std::string_view piece) {
   // A line is known to be too long, whether or not a CR ends it, with two bytes beyond the limit.
-  zephyl::append(partial_, piece.substr(0, limit_ + 2 - partial_.size()));
+  partial_.append(piece.substr(0, limit_ + 2 - partial_.size()));
 }
 
 void LineReader::add(std::vector<std::string>& lines, std::string_view line) const {

@@ -4,6 +4,8 @@
 #include <string_view>
 #include <vector>
 
+#include "System/Data/Secret.hpp"
+
 namespace zephyl {
 
 /// Joins what arrives in pieces into whole lines, at a bounded cost: a line is cut at
@@ -32,7 +34,7 @@ class LineReader {
   [[nodiscard]] std::string_view cut(std::string_view line) const;
 
   std::size_t limit_;
-  std::string partial_;  // the beginning of a line: enough of it to see where to cut
+  SecretString partial_;  // the beginning of a line: enough of it to see where to cut
 };
 
 }  // namespace zephyl

@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <array>
 #include <cstring>
-#include <utility>
 #include <vector>
 
 #include <fmt/ranges.h>
@@ -16,15 +15,16 @@ namespace zephyl {
 
 namespace {
 
-/// What copied a secret leaves pieces of it in the processor's wide registers, which are saved on
-/// the stack when a signal comes or a library looks up a function. Another copy takes their place.
+/// Overwrites the processor's wide registers. The copy of a secret leaves pieces of it there, which
+/// the next signal or lazily bound function saves on the stack: without this, a search of the
+/// memory finds them. Copying something else through them is the only portable way.
 void overwriteRegisters() {
   static constexpr std::array<char, 1024> zeros{};
   std::array<char, zeros.size()> copy;
   std::size_t size = zeros.size();
-  __asm__ volatile("" : "+r"(size));  // not known to the compiler, which would fill it with zeros
+  __asm__ volatile("" : "+r"(size));  // hides it from the compiler, which would fill with zeros
   ::memcpy(copy.data(), zeros.data(), size);
-  __asm__ volatile("" : : "r"(copy.data()) : "memory");  // it has to be made
+  __asm__ volatile("" : : "r"(copy.data()) : "memory");  // keeps the copy
 }
 
 }  // namespace
@@ -40,16 +40,16 @@ void wipe(std::string& secret) {
   secret.clear();
 }
 
-void append(std::string& secret, std::string_view more) {
-  const std::size_t size = secret.size() + more.size();
-  if (size > secret.capacity()) {
-    std::string larger;
-    larger.reserve(std::max(size, 2 * secret.capacity()));
-    larger = secret;
-    wipe(secret);
-    secret = std::move(larger);
-  }
-  secret += more;
+void SecretString::insert(std::size_t place, std::string_view text) {
+  bytes_.insert(bytes_.begin() + static_cast<std::ptrdiff_t>(place), text.begin(), text.end());
+}
+
+void SecretString::erase(std::size_t place, std::size_t count) {
+  const std::span all(bytes_);
+  const auto rest = all.subspan(place + count);
+  std::ranges::copy(rest, all.subspan(place).begin());
+  wipe(all.last(count));
+  bytes_.resize(bytes_.size() - count);
 }
 
 bool equalSecrets(std::string_view left, std::string_view right) {
@@ -62,15 +62,13 @@ bool equalSecrets(std::string_view left, std::string_view right) {
 }
 
 std::string randomHexadecimal(std::size_t bytes) {
-  std::vector<unsigned char> drawn(bytes);
+  std::vector<unsigned char, WipingAllocator<unsigned char>> drawn(bytes);
   std::size_t filled = 0;
   while (filled < bytes) {
     const auto count = ::getrandom(drawn.data() + filled, bytes - filled, 0);
     if (count > 0) filled += static_cast<std::size_t>(count);
   }
-  std::string text = formatText("{:02x}", fmt::join(drawn, ""));
-  ::explicit_bzero(drawn.data(), drawn.size());
-  return text;
+  return formatText("{:02x}", fmt::join(drawn, ""));
 }
 
 }  // namespace zephyl

@@ -6,8 +6,6 @@
 
 #include <unistd.h>
 
-#include "System/Data/Secret.hpp"
-
 namespace zephyl {
 
 namespace {
@@ -22,10 +20,6 @@ bool isPrivate(std::string_view name) {
 }
 
 }  // namespace
-
-void wipe(Environment& environment) {
-  for (auto& [name, value] : environment) wipe(value);
-}
 
 Environment currentEnvironment() {
   Environment environment;

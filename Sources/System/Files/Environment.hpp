@@ -4,13 +4,12 @@
 #include <optional>
 #include <string>
 
+#include "System/Data/Secret.hpp"
+
 namespace zephyl {
 
-/// The environment handed to a child: names to values.
-using Environment = std::map<std::string, std::string, std::less<>>;
-
-/// Overwrites all values: some may be secrets.
-void wipe(Environment& environment);
+/// The environment handed to a child: names to values, of which some may be secrets.
+using Environment = std::map<std::string, SecretString, std::less<>>;
 
 /// A copy of the process's own environment.
 Environment currentEnvironment();

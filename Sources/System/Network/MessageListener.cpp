@@ -119,7 +119,6 @@ class MessageListener::Server : public std::enable_shared_from_this<Server> {
     ~Connection() {
       if (peer) peer->ticket_->answered = true;  // it has nothing to end any more
       if (waiter) waiter->release();
-      wipe(received);
     }
     Connection(const Connection&) = delete;
     Connection& operator=(const Connection&) = delete;
@@ -132,7 +131,7 @@ class MessageListener::Server : public std::enable_shared_from_this<Server> {
     State state = State::reading;
     std::optional<Peer> peer;  // until the message is whole
     Reader reader;
-    std::string received;
+    SecretString received;  // a request may hold a key
     std::string unsent;
     std::size_t untaken = 0;  // of the answer, when it was last looked at
     int looksInVain = 0;
@@ -337,7 +336,7 @@ void MessageListener::Server::receive(Identifier id, Connection& connection) {
 
 /// Appends a piece to what was received and passes it to the reader. Returns whether to read on.
 bool MessageListener::Server::hand(Identifier id, Connection& connection, std::string_view piece) {
-  append(connection.received, piece);
+  connection.received.append(piece);
   ::explicit_bzero(scratch_.data(), piece.size());
   handled_ = id;
   const auto verdict = connection.reader(*connection.peer, connection.received);
@@ -347,7 +346,7 @@ bool MessageListener::Server::hand(Identifier id, Connection& connection, std::s
     return false;
   }
   if (verdict == Verdict::incomplete) return true;
-  wipe(connection.received);
+  connection.received.clear();
   if (connection.state == Connection::State::reading) connection.state = Connection::State::waiting;
   connection.peer.reset();  // the connection ends here when the owner kept none
   return false;

@@ -28,21 +28,25 @@ struct ExitStatus {
 
 /// Whole lines of a child's output, without their ends. While a batch is alive its size counts
 /// against the child's allowance, and a child that has used it up is not read from: whoever
-/// queues batches up is never run over. Movable only.
+/// queues batches up is never run over. The lines, which may hold a secret, are overwritten when
+/// the batch goes. Movable only.
 class OutputLines {
  public:
   OutputLines(std::vector<std::string> lines, std::shared_ptr<void> credit)
       : lines_(std::move(lines)), credit_(std::move(credit)) {}
+  ~OutputLines() {
+    for (auto& line : lines_) wipe(line);
+  }
   OutputLines(OutputLines&&) = default;
-  OutputLines& operator=(OutputLines&&) = default;
+  OutputLines& operator=(OutputLines&& other) noexcept {
+    lines_.swap(other.lines_);  // which overwrites those of this
+    credit_.swap(other.credit_);
+    return *this;
+  }
   OutputLines(const OutputLines&) = delete;
   OutputLines& operator=(const OutputLines&) = delete;
 
   [[nodiscard]] const std::vector<std::string>& lines() const { return lines_; }
-  /// Overwrites the lines, which may have held a secret.
-  void wipe() {
-    for (auto& line : lines_) zephyl::wipe(line);
-  }
 
  private:
   std::vector<std::string> lines_;

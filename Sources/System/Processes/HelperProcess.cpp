@@ -43,7 +43,6 @@ void HelperLines::launch(ProcessLauncher& launcher, ProcessOptions options) {
       for (const auto& line : held->lines()) {
         if (const auto events = weak.lock()) events->line(line);
       }
-      held->wipe();
     });
   };
   options.onExit = [&loop = mainLoop_, weak](ExitStatus status) {

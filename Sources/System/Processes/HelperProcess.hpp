@@ -25,8 +25,7 @@ struct HelperOptions {
 class HelperLines {
  public:
   struct Events {
-    /// Called with each line of the program's standard output. The line is overwritten afterwards,
-    /// because a user may have typed a secret that it contains.
+    /// Called with each line of the program's standard output.
     std::function<void(const std::string& line)> line;
     /// Called if the program could not be started.
     std::function<void(const std::string& reason)> failed;

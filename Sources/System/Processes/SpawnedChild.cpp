@@ -13,7 +13,6 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include "System/Data/Secret.hpp"
 #include "System/Processes/CoreDumps.hpp"
 #include "System/Processes/Guardian.hpp"
 #include "System/Processes/ProcessState.hpp"
@@ -54,23 +53,22 @@ std::vector<std::string> argumentsOf(const ProcessOptions& options) {
   return arguments;
 }
 
-std::vector<std::string> entriesOf(const Environment& environment) {
-  std::vector<std::string> entries;
+std::vector<SecretString> entriesOf(const Environment& environment) {
+  constexpr std::string_view end("", 1);
+  std::vector<SecretString> entries;
   entries.reserve(environment.size());
   for (const auto& [name, value] : environment) {
-    // In its place from the beginning: a value may be a secret, and is to leave no copy.
-    std::string& entry = entries.emplace_back();
-    entry.reserve(name.size() + 1 + value.size());
-    entry.append(name).append("=").append(value);
+    entries.emplace_back(name).append("=").append(value).append(end);
   }
   return entries;
 }
 
 /// Texts as exec takes them: a pointer to each, then null.
-std::vector<char*> pointersTo(std::vector<std::string>& texts) {
+template <typename Text>
+std::vector<char*> pointersTo(std::vector<Text>& texts) {
   std::vector<char*> pointers;
   pointers.reserve(texts.size() + 1);
-  for (std::string& text : texts) pointers.push_back(text.data());
+  for (auto& text : texts) pointers.push_back(text.data());
   pointers.push_back(nullptr);
   return pointers;
 }
@@ -178,7 +176,6 @@ pid_t forkProgram(const ProcessOptions& options, Guardian& guardian,
   const SignalsBlocked blocked;
   const pid_t pid = ::fork();
   if (pid == 0) becomeProgram(program, verdict);
-  for (auto& entry : environment) wipe(entry);  // some may be secrets
   return pid;
 }
 

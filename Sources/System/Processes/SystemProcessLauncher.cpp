@@ -16,7 +16,6 @@
 
 #include "System/Concurrency/NoChildWaits.hpp"
 #include "System/Concurrency/Reactor.hpp"
-#include "System/Data/Secret.hpp"
 #include "System/Files/Environment.hpp"
 #include "System/Processes/ChildPipes.hpp"
 #include "System/Processes/Guardian.hpp"
@@ -205,7 +204,7 @@ Result<std::shared_ptr<ChildProcess>> SystemProcessLauncher::launch(ProcessOptio
   reactor_.run([&] { spawned = spawn(options, guardian_); });
   const Result<void> started =
       spawned ? awaitProgram(*spawned, options, guardian_) : Result<void>(spawned.error());
-  wipe(options.environment);  // some of it may be secret
+  options.environment.clear();  // it may hold secrets
   if (!started) return started.error();
 
   const auto input = std::make_shared<InputBuffer>();

@@ -6,7 +6,6 @@
 #include "System/Concurrency/MainLoop.hpp"
 #include "System/Concurrency/Weakly.hpp"
 #include "System/Data/Format.hpp"
-#include "System/Data/Secret.hpp"
 #include "System/Data/Text.hpp"
 #include "System/Files/Files.hpp"
 #include "System/Files/Log.hpp"
@@ -46,7 +45,6 @@ Environment DesktopLaunch::environment(Environment inherited) const {
 
 void DesktopApp::launch(DesktopLaunch context) {
   if (!activateRunning()) start(context);
-  if (context.control) wipe(context.control->token);
 }
 
 void DesktopApp::quit() {

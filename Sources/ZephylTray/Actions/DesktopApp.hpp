@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "System/Concurrency/Runtime.hpp"
+#include "System/Data/Secret.hpp"
 #include "System/Processes/ChildProcess.hpp"
 
 namespace zephyl {
@@ -15,7 +16,7 @@ class Desktop;
 
 /// How a program reaches the tray's control server.
 struct ControlAccess {
-  std::string token;  ///< a secret
+  SecretString token;
   std::int64_t port = 0;
 };
 
@@ -50,7 +51,7 @@ class DesktopApp : public std::enable_shared_from_this<DesktopApp> {
   DesktopApp(const Runtime& runtime, Desktop& desktop) : runtime_(runtime), desktop_(desktop) {}
 
   /// Activates a running copy, else starts one, after a log line when the control server does not
-  /// listen. Overwrites its copy of the token.
+  /// listen.
   void launch(DesktopLaunch context);
   /// Asks every running copy to end. Does not wait.
   void quit();

@@ -4,7 +4,6 @@
 
 #include "System/Concurrency/Weakly.hpp"
 #include "System/Data/Format.hpp"
-#include "System/Data/Secret.hpp"
 #include "System/Data/Text.hpp"
 #include "System/Files/Log.hpp"
 #include "ZephylTray/Actions/ServerAlerts.hpp"
@@ -24,20 +23,18 @@ ServerActions::Failure failureOf(const Result<void>& change) {
 
 }  // namespace
 
-ServerActions::Failure ServerActions::redeem(const std::string& key) {
+ServerActions::Failure ServerActions::redeem(std::string_view key) {
   auto parsed = InviteKey::parse(key);
   if (!parsed) return parsed.error().errorDescription();
   const auto known = port_.matching(parsed->fingerprint);
   const auto entry = port_.add(known ? known->label : "", known ? known->address : std::nullopt,
                                parsed->fingerprint);
   if (!entry) {
-    wipe(parsed->preauthKey);
     return formatText("The server could not be saved, so the invite key was not used: {}",
                       entry.error().message);
   }
   port_.setEnrolment(parsed->fingerprint);
-  port_.enrol(*entry, parsed->preauthKey);
-  wipe(parsed->preauthKey);
+  port_.enrol(*entry, std::move(parsed->preauthKey));
   port_.restartAgent();
   onChange();
   return std::nullopt;
@@ -49,7 +46,6 @@ void ServerActions::promptForInviteKey() {
       alerts::inviteKey(), weakly(this, [](ServerActions& self, std::optional<AlertAnswer> answer) {
         self.inviteDialog_.reset();
         self.redeemAnswer(answer);
-        if (answer) wipe(answer->text);
       }));
 }
 

@@ -10,6 +10,7 @@
 #include "Desktop/Dialogs.hpp"
 #include "System/Concurrency/Clock.hpp"
 #include "System/Data/Result.hpp"
+#include "System/Data/Secret.hpp"
 #include "ZephylTray/Registry/Servers.hpp"
 
 namespace zephyl {
@@ -41,7 +42,7 @@ class ServerActions : public std::enable_shared_from_this<ServerActions> {
     std::function<void(const std::optional<std::string>& fingerprint)> setEnrolment;
     // Tailnets
     /// Replaces the tailnet of a server by one that enrols with the key.
-    std::function<void(const ServerEntry&, const std::string& preauthKey)> enrol;
+    std::function<void(const ServerEntry&, SecretString preauthKey)> enrol;
     /// Stops the tailnet of a server, and keeps it from being started until it is resumed.
     std::function<void(const std::string& id)> suspendTailnet;
     std::function<void(const std::string& id)> resumeTailnet;
@@ -65,7 +66,7 @@ class ServerActions : public std::enable_shared_from_this<ServerActions> {
   /// restarts the agent. Changes nothing if the key cannot be read. A server that cannot be saved
   /// is not joined, and its key stays unused. Whether the server accepts the key shows later, in
   /// the state of its tailnet.
-  Failure redeem(const std::string& key);
+  Failure redeem(std::string_view key);
   /// Asks the user for an invite key and redeems it. Brings a prompt that is open to the front.
   void promptForInviteKey();
 

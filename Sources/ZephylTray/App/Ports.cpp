@@ -66,9 +66,9 @@ UpdateView updateView(const Updater& updater) {
           .canCheck = updater.canCheckForUpdates()};
 }
 
-void enrol(TailnetManager& tailnets, const ServerEntry& server, const std::string& preauthKey) {
+void enrol(TailnetManager& tailnets, const ServerEntry& server, SecretString preauthKey) {
   tailnets.retire(server.id);
-  tailnets.instance(server)->startRedeeming(preauthKey);
+  tailnets.instance(server)->startRedeeming(std::move(preauthKey));
 }
 
 void setEnrolment(const std::optional<std::string>& fingerprint) {
@@ -156,7 +156,7 @@ ServerActions::Port serverActions(const Components& components) {
       .remove = &Servers::remove,
       .setEnrolment = &setEnrolment,
       .enrol = [tailnet](const ServerEntry& server,
-                         const std::string& key) { enrol(*tailnet, server, key); },
+                         SecretString key) { enrol(*tailnet, server, std::move(key)); },
       .suspendTailnet = [tailnet](const std::string& id) { tailnet->suspend(id); },
       .resumeTailnet = [tailnet](const std::string& id) { tailnet->resume(id); },
       .whenTailnetsEnded = [tailnet](Task then) { tailnet->whenRetired(std::move(then)); },

@@ -81,8 +81,9 @@ boost::system::result<InviteKey::Parsed, InviteKey::ParseError> InviteKey::parse
   const auto keySection = text.substr(separator + 1);
   if (!isFingerprint(fingerprint)) return ParseError{Kind::badFingerprint, {}};
   if (keySection.empty()) return ParseError{Kind::badPreauthKey, {}};
-  return Parsed{std::move(fingerprint),
-                std::string(isCurrent ? preauthPrefix : "").append(keySection)};
+  Parsed parsed{.fingerprint = std::move(fingerprint)};
+  parsed.preauthKey.append(isCurrent ? preauthPrefix : "").append(keySection);
+  return parsed;
 }
 
 }  // namespace zephyl

@@ -4,6 +4,7 @@
 #include <string_view>
 
 #include "System/Data/Result.hpp"
+#include "System/Data/Secret.hpp"
 
 namespace zephyl {
 
@@ -20,7 +21,7 @@ class InviteKey {
 
   struct Parsed {
     std::string fingerprint;  ///< in lower case
-    std::string preauthKey;   ///< joins the server's tailnet, once
+    SecretString preauthKey;  ///< joins the server's tailnet, once
 
     bool operator==(const Parsed&) const = default;
   };

@@ -47,9 +47,7 @@ TailnetProcess::TailnetProcess(const Runtime& runtime, ServerEntry server,
       queue_("com.zephyl.tray.tailnet." + server_.id, runtime.pool, runtime.clock),
       predecessor_(std::move(predecessor)) {}
 
-TailnetProcess::~TailnetProcess() {
-  forgetPreauthKey();
-}
+TailnetProcess::~TailnetProcess() = default;
 
 void TailnetProcess::start() {
   queue_.sync([this] {
@@ -74,9 +72,10 @@ void TailnetProcess::restart() {
   queue_.sync([this] { restartLocked(); });
 }
 
-void TailnetProcess::startRedeeming(std::string preauthKey) {
+void TailnetProcess::startRedeeming(SecretString preauthKey) {
   queue_.sync([&] {
-    keepPreauthKey(preauthKey);
+    pendingPreauthKey_ = std::move(preauthKey);
+    ++keyNumber_;
     restartLocked();
   });
 }

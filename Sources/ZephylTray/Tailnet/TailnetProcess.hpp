@@ -94,7 +94,7 @@ class TailnetProcess : public std::enable_shared_from_this<TailnetProcess> {
   /// Ends the pair and starts it again, `restartDelay` after its end.
   void restart();
   /// Like `restart`; the client enrols with `preauthKey`, which is stored until the join succeeds.
-  void startRedeeming(std::string preauthKey);
+  void startRedeeming(SecretString preauthKey);
 
   /// Asks the pair to end like `stop`, without waiting for work that is under way on the queue.
   void requestStop();
@@ -159,8 +159,6 @@ class TailnetProcess : public std::enable_shared_from_this<TailnetProcess> {
   void handle(TailnetAnnouncement announcement);
   void learn(std::optional<std::string> Discoveries::*kind, std::string value);
   void recordDiscoveries();
-  void keepPreauthKey(std::string& preauthKey);
-  void forgetPreauthKey();
   void failEnrolment(std::string reason);
 
   [[nodiscard]] ProcessOptions childOptions(const SharedPair& pair, const std::string& name,
@@ -188,7 +186,7 @@ class TailnetProcess : public std::enable_shared_from_this<TailnetProcess> {
   mutable SerialQueue queue_;
 
   bool stopRequested_ = false;
-  std::optional<std::string> pendingPreauthKey_;
+  std::optional<SecretString> pendingPreauthKey_;
   std::uint64_t keyNumber_ = 0;  // counts the keys; 0: there has been none
   std::uint64_t attempts_ = 0;   // the number of the newest start: an older one was overtaken
   std::shared_ptr<TailnetProcess> predecessor_;

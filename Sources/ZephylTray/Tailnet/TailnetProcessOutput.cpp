@@ -1,7 +1,6 @@
 #include <string_view>
 #include <utility>
 
-#include "System/Data/Secret.hpp"
 #include "ZephylTray/Registry/InviteKey.hpp"
 #include "ZephylTray/Registry/Servers.hpp"
 #include "ZephylTray/Tailnet/TailnetMarkers.hpp"
@@ -52,7 +51,7 @@ std::string TailnetProcess::withoutPreauthKey(const std::string& line) const {
 void TailnetProcess::scrape(const TailnetPair& pair, std::string_view line) {
   for (auto& announcement : findAnnouncements(line)) {
     if (announcement.marker == TailnetMarker::joined && pair.keyNumber() == keyNumber_) {
-      forgetPreauthKey();
+      pendingPreauthKey_.reset();
     }
     if (!pair.isEnded()) handle(std::move(announcement));
   }
@@ -106,19 +105,6 @@ void TailnetProcess::recordDiscoveries() {
   if (found->accent) Servers::recordDiscoveredAccent(server_.id, *found->accent);
   if (found->unresolvedTarget && onTargetUnresolved) onTargetUnresolved(*found->unresolvedTarget);
   if (onStateChange) onStateChange();
-}
-
-/// Copied, since what moves from one string to another may stay where it was.
-void TailnetProcess::keepPreauthKey(std::string& preauthKey) {
-  forgetPreauthKey();
-  pendingPreauthKey_ = preauthKey;
-  ++keyNumber_;
-  wipe(preauthKey);
-}
-
-void TailnetProcess::forgetPreauthKey() {
-  if (pendingPreauthKey_) wipe(*pendingPreauthKey_);
-  pendingPreauthKey_.reset();
 }
 
 void TailnetProcess::failEnrolment(std::string reason) {

@@ -75,8 +75,9 @@ TEST_F(PainterTest, PaintsTheWholeScreenWhenItIsNotKnownOrHasAnotherSize) {
   canvas_.put(0, 0, "menu");
   painter_.paint(canvas_);
   painter_.forget();
-  EXPECT_NE(painter_.paint(canvas_).find(type_.clear()), std::string::npos);
-  EXPECT_NE(painter_.paint(Canvas({5, 20}, {})).find(type_.clear()), std::string::npos);
+  EXPECT_NE(std::string_view(painter_.paint(canvas_)).find(type_.clear()), std::string::npos);
+  EXPECT_NE(std::string_view(painter_.paint(Canvas({5, 20}, {}))).find(type_.clear()),
+            std::string::npos);
 }
 
 TEST_F(PainterTest, ShowsTheCursorWhereItIsWanted) {

@@ -17,7 +17,7 @@ class FakeOutput final : public TerminalOutput {
  public:
   [[nodiscard]] ScreenSize size() const override { return screenSize; }
   [[nodiscard]] bool isBusy() const override { return busy; }
-  void write(const std::string& bytes) override {
+  void write(std::string_view bytes) override {
     written += bytes;
     ++writes;
   }

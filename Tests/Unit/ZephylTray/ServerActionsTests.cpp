@@ -73,7 +73,7 @@ class ServerActionsTest : public ::testing::Test {
       },
       .setEnrolment = [this](const auto& fingerprint) { enrolment_ = fingerprint; },
       .enrol = [this](const auto& server,
-                      const auto& key) { step("enrol " + server.id + " " + key); },
+                      const auto& key) { step("enrol " + server.id + " " + std::string(key)); },
       .suspendTailnet = [this](const auto& id) { step("suspend " + id); },
       .resumeTailnet = [this](const auto& id) { step("resume " + id); },
       .whenTailnetsEnded = [this](auto then) { tailnetsEnded_ = std::move(then); },

@@ -1,7 +1,8 @@
 #pragma once
 
-#include <string>
 #include <string_view>
+
+#include "System/Data/Secret.hpp"
 
 namespace zephyl {
 
@@ -32,7 +33,7 @@ struct Key {
   };
 
   Kind kind = Kind::character;
-  std::string text;
+  SecretString text;
   int row = 0;  ///< from 0
   int column = 0;
 

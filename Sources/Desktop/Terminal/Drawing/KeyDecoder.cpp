@@ -5,7 +5,6 @@
 #include <charconv>
 #include <iterator>
 
-#include "System/Data/Secret.hpp"
 #include "System/Data/Text.hpp"
 
 namespace zephyl {
@@ -118,12 +117,8 @@ std::optional<Key> controlKey(char byte) {
 
 }  // namespace
 
-KeyDecoder::~KeyDecoder() {
-  wipe(pending_);
-}
-
 std::vector<Key> KeyDecoder::decode(std::string_view bytes) {
-  append(pending_, bytes);
+  pending_.append(bytes);
   return take(false);
 }
 
@@ -150,20 +145,18 @@ std::vector<Key> KeyDecoder::take(bool complete) {
 
 /// The text up to the end of what is pasted, once that has come.
 std::optional<Key> KeyDecoder::takePaste() {
-  const auto end = pending_.find(endOfPaste);
-  if (end == std::string::npos) {
+  const std::string_view pending = pending_;
+  const auto end = pending.find(endOfPaste);
+  if (end == std::string_view::npos) {
     if (pending_.size() > largestPaste) {
       // What is behind the limit goes; the mark that ends it must stay recognizable.
       pending_.erase(largestPaste - endOfPaste.size(), pending_.size() - largestPaste);
     }
     return std::nullopt;
   }
-  Key key{.kind = Key::Kind::paste};
-  append(key.text, std::string_view(pending_).substr(0, end));
+  Key key{.kind = Key::Kind::paste, .text = pending.substr(0, end)};
   pasting_ = false;
-  std::string rest = pending_.substr(end + endOfPaste.size());
-  wipe(pending_);
-  pending_ = std::move(rest);
+  pending_.erase(0, end + endOfPaste.size());
   return key;
 }
 
@@ -215,7 +208,7 @@ KeyDecoder::Step KeyDecoder::nextText(std::string_view bytes, bool complete) con
   if (present != length || !isValidUTF8(text) || (length > 1 && !unicode_)) {
     return {present, std::nullopt};
   }
-  return {length, Key{.kind = Key::Kind::character, .text = std::string(text)}};
+  return {length, Key{.kind = Key::Kind::character, .text = text}};
 }
 
 }  // namespace zephyl

@@ -21,9 +21,6 @@ class KeyDecoder {
   /// `unicode` what is no ASCII is dropped.
   KeyDecoder(Sequences sequences, bool unicode)
       : sequences_(std::move(sequences)), unicode_(unicode) {}
-  ~KeyDecoder();
-  KeyDecoder(const KeyDecoder&) = delete;
-  KeyDecoder& operator=(const KeyDecoder&) = delete;
 
   std::vector<Key> decode(std::string_view bytes);
   [[nodiscard]] bool isWaiting() const { return !pending_.empty() && !pasting_; }
@@ -47,7 +44,7 @@ class KeyDecoder {
   const Sequences sequences_;
   const bool unicode_;
   bool pasting_ = false;
-  std::string pending_;
+  SecretString pending_;
 };
 
 }  // namespace zephyl

@@ -2,34 +2,32 @@
 
 #include <algorithm>
 
-#include "System/Data/Secret.hpp"
-
 namespace zephyl {
 
-std::string Painter::paint(const Canvas& canvas) {
+SecretString Painter::paint(const Canvas& canvas) {
   if (shown_ && *shown_ == canvas) return {};
   const bool whole = !shown_ || shown_->size() != canvas.size();
   const bool cursorWasShown = whole || shown_->cursor();
   position_.reset();
   style_.reset();
-  std::string bytes;
-  if (cursorWasShown) bytes += type_.hideCursor();
+  SecretString bytes;
+  if (cursorWasShown) bytes.append(type_.hideCursor());
   if (whole) {
-    bytes += type_.style({}) + type_.clear();
+    bytes.append(type_.style({})).append(type_.clear());
     shown_ = Canvas(canvas.size(), canvas.look());
   }
   for (int row = 0; row < canvas.size().rows; ++row) paintRow(canvas, row, bytes);
-  if (style_ && *style_ != CellStyle{}) append(bytes, type_.style({}));
+  if (style_ && *style_ != CellStyle{}) bytes.append(type_.style({}));
   if (const auto cursor = canvas.cursor()) {
     moveTo(*cursor, bytes);
-    append(bytes, type_.showCursor());
+    bytes.append(type_.showCursor());
   }
   shown_ = canvas;
   return bytes;
 }
 
 /// A short stretch that has not changed is written again rather than jumped over.
-void Painter::paintRow(const Canvas& canvas, int row, std::string& bytes) {
+void Painter::paintRow(const Canvas& canvas, int row, SecretString& bytes) {
   constexpr int shortestJump = 5;
   int unpainted = -1;  // where the unchanged stretch before this cell begins
   int painted = 0;     // how many cells of this row are, in a row, up to that stretch
@@ -48,15 +46,15 @@ void Painter::paintRow(const Canvas& canvas, int row, std::string& bytes) {
   }
 }
 
-void Painter::paintCell(const Canvas& canvas, CursorPosition place, std::string& bytes) {
+void Painter::paintCell(const Canvas& canvas, CursorPosition place, SecretString& bytes) {
   const Cell& cell = canvas.at(place.row, place.column);
   if (cell.width == 0) return;  // its first half shows it
   moveTo(place, bytes);
   if (style_ != cell.style) {
-    append(bytes, type_.style(cell.style));
+    bytes.append(type_.style(cell.style));
     style_ = cell.style;
   }
-  append(bytes, cell.text());
+  bytes.append(cell.text());
   position_ = CursorPosition{place.row, place.column + 1};
   // Terminals do not agree on the width of all characters, nor on where the cursor is at the end
   // of a row.
@@ -64,9 +62,9 @@ void Painter::paintCell(const Canvas& canvas, CursorPosition place, std::string&
   if (!plain || position_->column >= canvas.size().columns) position_.reset();
 }
 
-void Painter::moveTo(CursorPosition place, std::string& bytes) {
+void Painter::moveTo(CursorPosition place, SecretString& bytes) {
   if (position_ == place) return;
-  append(bytes, type_.moveTo(place.row, place.column));
+  bytes.append(type_.moveTo(place.row, place.column));
   position_ = place;
 }
 

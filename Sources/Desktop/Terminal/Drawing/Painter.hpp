@@ -1,10 +1,10 @@
 #pragma once
 
 #include <optional>
-#include <string>
 
 #include "Desktop/Terminal/Drawing/Canvas.hpp"
 #include "Desktop/Terminal/Drawing/TerminalType.hpp"
+#include "System/Data/Secret.hpp"
 
 namespace zephyl {
 
@@ -16,14 +16,14 @@ class Painter {
   explicit Painter(const TerminalType& type) : type_(type) {}
 
   /// Nothing when the terminal shows it already.
-  std::string paint(const Canvas& canvas);
+  SecretString paint(const Canvas& canvas);
   /// What the terminal shows is not known any more: the next canvas is painted whole.
   void forget() { shown_.reset(); }
 
  private:
-  void paintRow(const Canvas& canvas, int row, std::string& bytes);
-  void paintCell(const Canvas& canvas, CursorPosition place, std::string& bytes);
-  void moveTo(CursorPosition place, std::string& bytes);
+  void paintRow(const Canvas& canvas, int row, SecretString& bytes);
+  void paintCell(const Canvas& canvas, CursorPosition place, SecretString& bytes);
+  void moveTo(CursorPosition place, SecretString& bytes);
 
   const TerminalType& type_;
   std::optional<Canvas> shown_;

@@ -2,7 +2,6 @@
 
 #include <utility>
 
-#include "System/Data/Secret.hpp"
 #include "System/Data/Text.hpp"
 
 namespace zephyl {
@@ -81,8 +80,7 @@ void BoxStack::handleAlert(const Key& key, bool mayAnswer) {
   if (!answer) return;
   const auto done = std::move(alerts_.front().done);
   alerts_.pop_front();
-  done(answer);
-  wipe(answer->text);
+  done(std::move(answer));
 }
 
 void BoxStack::handleLog(const Key& key, bool mayAnswer,

@@ -14,10 +14,6 @@ bool isContinuation(char byte) {
 
 }  // namespace
 
-TextField::~TextField() {
-  wipe(text_);
-}
-
 void TextField::setText(std::string_view text) {
   text_ = text;
   cursor_ = text_.size();
@@ -56,7 +52,7 @@ bool TextField::handle(const Key& key) {
 }
 
 /// As in a shell.
-bool TextField::handleControl(const std::string& letter) {
+bool TextField::handleControl(std::string_view letter) {
   if (letter == "a") {
     cursor_ = 0;
   } else if (letter == "e") {
@@ -75,12 +71,8 @@ bool TextField::handleControl(const std::string& letter) {
 
 void TextField::insert(std::string_view text) {
   std::string clean = withoutControlCharacters(text);
-  std::string whole;
-  whole.reserve(text_.size() + clean.size());
-  whole.append(text_, 0, cursor_).append(clean).append(text_, cursor_);
+  text_.insert(cursor_, clean);
   cursor_ += clean.size();
-  text_.swap(whole);
-  wipe(whole);
   wipe(clean);
 }
 

@@ -9,16 +9,12 @@
 
 namespace zephyl {
 
-/// A line of text that the user types. What was typed may be a secret: it is overwritten when the
-/// field goes. Pure.
+/// A line of text that the user types, which may be a secret. No I/O.
 class TextField {
  public:
   explicit TextField(std::string placeholder) : placeholder_(std::move(placeholder)) {}
-  ~TextField();
-  TextField(const TextField&) = delete;
-  TextField& operator=(const TextField&) = delete;
 
-  [[nodiscard]] const std::string& text() const { return text_; }
+  [[nodiscard]] const SecretString& text() const { return text_; }
   void setText(std::string_view text);
 
   /// Whether the key was one for a text field.
@@ -27,7 +23,7 @@ class TextField {
   void draw(Canvas& canvas, const Area& area, bool focused) const;
 
  private:
-  bool handleControl(const std::string& letter);
+  bool handleControl(std::string_view letter);
   void insert(std::string_view text);
   void erase(std::size_t from, std::size_t to);
   [[nodiscard]] std::size_t before(std::size_t place) const;
@@ -35,7 +31,7 @@ class TextField {
   [[nodiscard]] std::size_t wordBefore(std::size_t place) const;
 
   const std::string placeholder_;
-  std::string text_;
+  SecretString text_;
   std::size_t cursor_ = 0;  // in bytes
 };
 
