@@ -1,4 +1,4 @@
-"""zephyl-tray-updater by hand: an installation is replaced whole, or not at all, or taken back."""
+"""zephyl-tray-updater by hand: an installation is replaced whole, or not at all, or rolled back."""
 
 import json
 import os

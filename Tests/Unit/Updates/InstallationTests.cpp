@@ -184,7 +184,7 @@ TEST_F(InstallationTest, SwapsOnlyForANewerVersionThatStarts) {
   EXPECT_TRUE(swap("2.0").has_error());
   ASSERT_TRUE(stage(archiveOf("2.0"), "2.0"));
   EXPECT_TRUE(swap("3.0").has_error());
-  // What was laid out before another way of updating came first.
+  // A version that was staged before another way of updating came first.
   install("2.5");
   ASSERT_TRUE(createDirectories(files_.directory));
   EXPECT_TRUE(swap("2.0").has_error());
@@ -205,7 +205,7 @@ TEST_F(InstallationTest, TakesWhatIsLaidOutForThePreviousVersionOnlyWhenItIsOlde
   ASSERT_TRUE(stage(archiveOf("3.0"), "3.0"));
   EXPECT_EQ(goBack().error().message, "There is no previous version to return to.");
   EXPECT_EQ(version(), "2.0");
-  EXPECT_FALSE(fileExists(files_.failed)) << "nothing was taken back";
+  EXPECT_FALSE(fileExists(files_.failed)) << "nothing was rolled back";
   // As an exchange leaves it that was cut off behind the exchange itself.
   ASSERT_TRUE(removePath(files_.staged));
   directory_.write("opt/.zephyl.updates/staged/bin/zephyl-tray", programOf("1.0"), true);

@@ -75,12 +75,12 @@ void ProcessUpdater::startSession(UpdateSession::Trigger trigger) {
   session_ =
       std::make_shared<UpdateSession>(runtime_, dialogs_, setup_, delegate_, std::move(events));
   session_->start(trigger);
-  tellObservers();
+  notifyObservers();
 }
 
 void ProcessUpdater::endSession(UpdateSession::Trigger trigger, UpdateSession::Outcome outcome) {
   session_.reset();
-  tellObservers();
+  notifyObservers();
   const bool failed = outcome == UpdateSession::Outcome::failed;
   if (failed && trigger == UpdateSession::Trigger::schedule) {
     return plan(untilRetry(setup_.settings.checkInterval(), setup_.random()));
@@ -101,7 +101,7 @@ void ProcessUpdater::checkEnded(UpdateSession::Trigger trigger,
   planNextCheck();
 }
 
-void ProcessUpdater::tellObservers() {
+void ProcessUpdater::notifyObservers() {
   for (const auto& observer : Observers(*observers_)) (*observer)(canCheckForUpdates());
 }
 
@@ -121,10 +121,10 @@ void ProcessUpdater::plan(std::chrono::milliseconds delay) {
   due_ = runtime_.clock.calendarNow() + delay;
   dueInstant_ = runtime_.clock.now() + delay;
   scheduleTimer_ = runtime_.clock.after(std::min<Duration>(delay, lookInterval),
-                                        onMainThread(&ProcessUpdater::lookAtSchedule));
+                                        onMainThread(&ProcessUpdater::checkSchedule));
 }
 
-void ProcessUpdater::lookAtSchedule() {
+void ProcessUpdater::checkSchedule() {
   using std::chrono::milliseconds;
   const auto left = std::chrono::ceil<milliseconds>(
       std::min<Duration>(due_ - runtime_.clock.calendarNow(), dueInstant_ - runtime_.clock.now()));

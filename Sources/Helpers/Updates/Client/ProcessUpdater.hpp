@@ -15,14 +15,14 @@ namespace zephyl {
 
 class Bundle;
 
-/// The update framework of Linux: the schedule and the windows in this process, all that touches
-/// the network, the feed or an archive in zephyl-tray-updater, a program of its own that runs
-/// only while it is needed.
+/// The update framework of Linux. Schedule and windows are in this process; everything that uses
+/// the network, the feed or an archive is in zephyl-tray-updater, which runs only while it is
+/// needed.
 ///
-/// Looks for updates when the settings (UpdateSchedule.hpp) say so, also while an installation
-/// waits. Confirms a version on trial (see UpdateFiles) when it has run for `settleTime`; without
-/// that the updater that watches rolls it back. Tells the user once about a version that was rolled
-/// back, and once when no check has succeeded for `missingChecksLimit`. Main thread.
+/// Checks for updates when the settings (UpdateSchedule.hpp) say so, also while an installation
+/// waits. Confirms an unconfirmed version (see UpdateFiles) when it has run for `settleTime`;
+/// otherwise the updater that watches rolls it back. Tells the user once about a version that was
+/// rolled back, and once when no check has succeeded for `missingChecksLimit`. Main thread.
 class ProcessUpdater final : public UpdaterController {
  public:
   static constexpr Duration settleTime = std::chrono::seconds(1);
@@ -51,12 +51,12 @@ class ProcessUpdater final : public UpdaterController {
   void startSession(UpdateSession::Trigger trigger);
   void endSession(UpdateSession::Trigger trigger, UpdateSession::Outcome outcome);
   void checkEnded(UpdateSession::Trigger trigger, const std::optional<std::string>& failure);
-  void tellObservers();
+  void notifyObservers();
 
   void plan(std::chrono::milliseconds delay);
   void planFirstCheck();
   void planNextCheck();
-  void lookAtSchedule();
+  void checkSchedule();
   [[nodiscard]] std::chrono::sys_seconds now() const;
 
   void confirmIfUnconfirmed();

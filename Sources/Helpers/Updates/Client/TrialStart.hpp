@@ -8,18 +8,19 @@ namespace zephyl {
 
 class Bundle;
 
-/// How often a version that is on trial (see UpdateFiles) may be started without confirming that it
+/// How often an unconfirmed version (see UpdateFiles) may be started without confirming that it
 /// works. The updater that watches the first start rolls such a version back at once. This limit
 /// is for when no updater watches any more, for example after a power cut.
 inline constexpr int maxTrialStarts = 3;
 
-/// How long a start may take, all attempts to roll back included, because of a version on trial.
+/// How long a start may take, all attempts to roll back included, because of an unconfirmed
+/// version.
 inline constexpr Duration trialStartLimit = std::chrono::seconds(5);
 
 /// How long a version has to confirm that it works, measured from the shutdown before the restart.
 inline constexpr std::chrono::seconds confirmationLimit{60};
 
-/// Counts this start if the installed version is on trial. Rolls back a version that was started
+/// Counts this start if the installed version is unconfirmed. Rolls back a version that was started
 /// `maxTrialStarts` times before, with the updater program of the previous version if that works.
 /// Returns whether another version is installed now, which this process must execute.
 ///
@@ -30,7 +31,7 @@ inline constexpr std::chrono::seconds confirmationLimit{60};
 /// names a version that is not installed while no updater is at work.
 bool rollBackIfUnconfirmed(const Bundle& bundle);
 
-/// Records that this process was asked to end, if the installed version is on trial, so that its
+/// Records that this process was asked to end, if the installed version is unconfirmed, so that its
 /// end does not count as a failure of that version. The trial goes on at the next start. `ran`: how
 /// long this process has run; a start shorter than `confirmationLimit` is not counted.
 void recordRequestedEnd(const Bundle& bundle, Duration ran);

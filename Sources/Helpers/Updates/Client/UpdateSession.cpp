@@ -101,7 +101,7 @@ bool UpdateSession::recordCheck(const UpdateReport& report) {
 void UpdateSession::handleCheck(const UpdateReport& report) {
   if (!recordCheck(report)) return fail(failureOf(report));
   if (const auto* found = std::get_if<UpdateFound>(&report)) return find(*found);
-  tell([](UpdateDelegate& delegate) { delegate.didNotFindUpdate(); });
+  notify([](UpdateDelegate& delegate) { delegate.didNotFindUpdate(); });
   conclude(alerts::upToDate(Updater::currentVersion()), Outcome::done);
 }
 
@@ -112,7 +112,7 @@ void UpdateSession::handleRecheck(const UpdateReport& report) {
     log("the check while version {} waits failed: {}", offer_.displayVersion, failureOf(report));
   } else if (found == nullptr) {
     log("version {} is no longer offered and will not be installed", offer_.displayVersion);
-    tell([](UpdateDelegate& delegate) {
+    notify([](UpdateDelegate& delegate) {
       delegate.didAbandonRelaunch();
       delegate.didNotFindUpdate();
     });
@@ -130,10 +130,10 @@ void UpdateSession::replace(const UpdateFound& found) {
   showsWindows_ = false;
   offer_ = found.offer;
   obstacle_ = found.obstacle;
-  tell([&](UpdateDelegate& delegate) { delegate.didFindValidUpdate(item()); });
+  notify([&](UpdateDelegate& delegate) { delegate.didFindValidUpdate(item()); });
   if (!obstacle_) return download();
   log("{}", *obstacle_);
-  tell([](UpdateDelegate& delegate) { delegate.didAbandonRelaunch(); });
+  notify([](UpdateDelegate& delegate) { delegate.didAbandonRelaunch(); });
   end(Outcome::done);
 }
 
@@ -141,7 +141,7 @@ void UpdateSession::find(const UpdateFound& found) {
   offer_ = found.offer;
   obstacle_ = found.obstacle;
   log("version {} is available", offer_.displayVersion);
-  tell([&](UpdateDelegate& delegate) { delegate.didFindValidUpdate(item()); });
+  notify([&](UpdateDelegate& delegate) { delegate.didFindValidUpdate(item()); });
   if (isUserInitiated()) return show();
   remind();
 }
@@ -153,14 +153,14 @@ void UpdateSession::remind() {
                                     delegate->shouldHandleShowingScheduledUpdate(
                                         item(), /*inImmediateFocus=*/false));
   if (handled) return show();
-  tell([&](UpdateDelegate& each) { each.willHandleShowingUpdate(false, item(), {}); });
+  notify([&](UpdateDelegate& each) { each.willHandleShowingUpdate(false, item(), {}); });
   if (setup_.settings.installsAutomatically() && !obstacle_) return download();
   if (obstacle_) log("{}", *obstacle_);
   end(Outcome::done);
 }
 
 void UpdateSession::show() {
-  tell([&](UpdateDelegate& delegate) {
+  notify([&](UpdateDelegate& delegate) {
     delegate.willHandleShowingUpdate(true, item(), {.userInitiated = isUserInitiated()});
   });
   if (obstacle_) return explainObstacle();
@@ -173,7 +173,7 @@ void UpdateSession::show() {
 }
 
 void UpdateSession::explainObstacle() {
-  tell([&](UpdateDelegate& delegate) { delegate.didReceiveUserAttention(item()); });
+  notify([&](UpdateDelegate& delegate) { delegate.didReceiveUserAttention(item()); });
   log("{}", *obstacle_);
   conclude(alerts::updateFoundElsewhere(offer_, Updater::currentVersion(), *obstacle_),
            Outcome::done);
@@ -182,7 +182,7 @@ void UpdateSession::explainObstacle() {
 void UpdateSession::choose(const std::optional<AlertAnswer>& answer) {
   dialog_.reset();
   if (!answer) return end(Outcome::done);  // nobody has seen it: the menu goes on offering it
-  tell([&](UpdateDelegate& delegate) { delegate.didReceiveUserAttention(item()); });
+  notify([&](UpdateDelegate& delegate) { delegate.didReceiveUserAttention(item()); });
   switch (static_cast<alerts::UpdateButton>(answer->button)) {
     case alerts::UpdateButton::install:
       return download();
@@ -269,7 +269,7 @@ void UpdateSession::handleInstallation(const UpdateReport& report) {
 }
 
 /// Prefers the program of the previous version, which has proved that it works. The one at the
-/// usual place belongs to the version that is on trial.
+/// usual place belongs to the unconfirmed version.
 std::string UpdateSession::watcherProgram() const {
   const auto files = UpdateFiles::trusted(setup_.prefix);
   if (!files) return setup_.program;
@@ -304,7 +304,7 @@ void UpdateSession::fail(const std::string& reason) {
 void UpdateSession::end(Outcome outcome) {
   dialog_.reset();
   updater_.reset();
-  tell([](UpdateDelegate& delegate) { delegate.willFinishUpdateSession(); });
+  notify([](UpdateDelegate& delegate) { delegate.willFinishUpdateSession(); });
   runtime_.mainLoop.async([outcome, ended = std::exchange(events_.ended, nullptr)] {
     if (ended) ended(outcome);
   });
@@ -314,8 +314,8 @@ UpdateItem UpdateSession::item() const {
   return {.displayVersionString = offer_.displayVersion, .versionString = offer_.version};
 }
 
-void UpdateSession::tell(const std::function<void(UpdateDelegate&)>& what) const {
-  if (const auto delegate = delegate_.lock()) what(*delegate);
+void UpdateSession::notify(const std::function<void(UpdateDelegate&)>& event) const {
+  if (const auto delegate = delegate_.lock()) event(*delegate);
 }
 
 }  // namespace zephyl

@@ -110,7 +110,7 @@ class UpdateSession : public std::enable_shared_from_this<UpdateSession> {
 
   [[nodiscard]] bool isUserInitiated() const { return trigger_ == Trigger::user; }
   [[nodiscard]] UpdateItem item() const;
-  void tell(const std::function<void(UpdateDelegate&)>& what) const;
+  void notify(const std::function<void(UpdateDelegate&)>& event) const;
   template <typename Work>
   auto weakly(Work work) {
     return [weak = weak_from_this(), work = std::move(work)](auto&&... values) {

@@ -28,10 +28,11 @@ class KeptArchives {
                             std::int64_t length) const;
   void removeAll() const;
 
-  /// Whether there are some that are older than `keptFor`, or not what is offered now, the one of
-  /// the hash `offered`; an empty one tells nothing about what is. What is laid out gets no older.
+  /// Returns whether there are archives that are older than `keptFor`, or that do not have the hash
+  /// `offered`, which may be empty if the current offer is unknown. A staged version expires with
+  /// its archive.
   [[nodiscard]] bool hasUnwanted(const std::string& offered) const;
-  /// Removes those, and with the last one what was laid out of it.
+  /// Removes these archives, and with the last one the version that was staged from it.
   void removeUnwanted(const std::string& offered) const;
 
  private:

@@ -33,13 +33,13 @@ class WatchedProcess {
 };
 
 enum class TrialOutcome {
-  confirmed,  ///< the new version has removed the note that it is on trial
+  confirmed,  ///< the new version has removed trial.json
   suspended,  ///< the process was asked to end; the trial goes on at the next start
   failed,     ///< the process has ended otherwise, or `limit` has passed
 };
 
-/// Waits, for `limit` at most, for what becomes of the version on trial at `prefix`, which
-/// `process` is, or is about to execute.
+/// Waits, for `limit` at most, until the unconfirmed version at `prefix`, which `process` executes
+/// or is about to execute, is confirmed or has failed.
 TrialOutcome outcomeOfTrial(const std::string& prefix, const WatchedProcess& process,
                             std::chrono::seconds limit);
 

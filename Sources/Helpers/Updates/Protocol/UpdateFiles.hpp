@@ -18,7 +18,7 @@
 ///     staged/        the new version, verified, complete and on disk; after the exchange, for a
 ///                    moment, the old version
 ///     previous/      the version before the installed one
-///     trial.json     the installed version is on trial: it has not confirmed yet that it works
+///     trial.json     the installed version is unconfirmed: it has not reported yet that it works
 ///     failed.json    a version that was rolled back because it did not confirm that it works
 ///
 /// Callable from any thread.
