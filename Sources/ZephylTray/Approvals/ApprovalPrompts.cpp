@@ -78,7 +78,7 @@ void ApprovalPrompts::promptAlwaysAllowConfirmation(const PendingApproval& appro
                    });
 }
 
-void ApprovalPrompts::confirm(const std::string& id, const std::string& phrase) {
+void ApprovalPrompts::confirm(const std::string& id, std::string_view phrase) {
   if (trimmed(phrase) == alwaysAllowPhrase) return decideApproval(id, "always");
   approvalDialog_ =
       port_.ask(alerts::phraseDidNotMatch(), weakly(this, [id](ApprovalPrompts& self, const auto&) {

@@ -76,7 +76,7 @@ class ApprovalPrompts : public std::enable_shared_from_this<ApprovalPrompts> {
   void notify(const PendingApproval& approval);
   void presentApproval(const PendingApproval& approval, bool requestedByUser);
   void promptAlwaysAllowConfirmation(const PendingApproval& approval);
-  void confirm(const std::string& id, const std::string& phrase);
+  void confirm(const std::string& id, std::string_view phrase);
   void askAboutApproval(const Alert& alert, Answered answered);
   void decideApproval(const std::string& id, const std::string& decision);
   void goOnWithApprovals();
