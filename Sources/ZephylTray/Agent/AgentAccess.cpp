@@ -26,17 +26,16 @@ AgentAccess::AgentAccess(const Runtime& runtime, std::int64_t port)
 }
 
 AgentMonitor::Port AgentAccess::monitorPort() const {
-  return {
-      .getStatus = [client = client_](auto done) { client.getStatus(std::move(done)); },
-      .getRoots = [client = client_](auto done) { client.getRoots(std::move(done)); },
-      .getActivity = [client = client_](auto done) { client.getActivity(std::move(done)); },
-      .followEvents =
-          [runtime = runtime_, url = client_.base() + "/api/events",
-           peer = peer_](auto onActivity) {
-            return std::make_shared<ActivityStream>(runtime, url, peer, std::move(onActivity));
-          },
-      .forgetPeer = [peer = peer_] { peer->forget(); },
+  AgentMonitor::Port port;
+  port.getStatus = [client = client_](auto done) { client.getStatus(std::move(done)); };
+  port.getRoots = [client = client_](auto done) { client.getRoots(std::move(done)); };
+  port.getActivity = [client = client_](auto done) { client.getActivity(std::move(done)); };
+  port.followEvents = [runtime = runtime_, url = client_.base() + "/api/events",
+                       peer = peer_](auto onActivity) {
+    return std::make_shared<ActivityStream>(runtime, url, peer, std::move(onActivity));
   };
+  port.forgetPeer = [peer = peer_] { peer->forget(); };
+  return port;
 }
 
 }  // namespace zephyl

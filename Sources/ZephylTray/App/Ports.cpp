@@ -83,67 +83,71 @@ void setEnrolment(const std::optional<std::string>& fingerprint) {
 
 LogWindows::Port logWindows(const Components& components) {
   auto& desktop = components.desktop;
-  return {
-      .present = [&dialogs = components.dialogs](
-                     const LogWindow& window,
-                     auto tell) { return dialogs.presentLogWindow(window, std::move(tell)); },
-      .write = [&clock = components.runtime.clock](
-                   const std::string& text) { return writeLogFile(text, clock.calendarNow()); },
-      .open = [&desktop](const std::string& path,
-                         Editor editor) { desktop.openFile(path, editor); },
+  auto& dialogs = components.dialogs;
+  auto& clock = components.runtime.clock;
+  LogWindows::Port port;
+  port.present = [&dialogs](const LogWindow& window, auto tell) {
+    return dialogs.presentLogWindow(window, std::move(tell));
   };
+  port.write = [&clock](const std::string& text) {
+    return writeLogFile(text, clock.calendarNow());
+  };
+  port.open = [&desktop](const std::string& path, Editor editor) {
+    desktop.openFile(path, editor);
+  };
+  return port;
 }
 
 WindowLauncher::Port windowLauncher(const Components& components, ControlServer& control) {
-  return {
-      .isInstalled = &DesktopApp::isInstalled,
-      .launch =
-          [app = components.desktopApp](DesktopLaunch launch) { app->launch(std::move(launch)); },
-      .setPendingRoute =
-          [&control](std::string screen) { control.setPendingRoute(std::move(screen)); },
-      .controlAccess = [&control]() -> std::optional<ControlAccess> {
-        if (!control.isListening()) return std::nullopt;
-        return ControlAccess{.token = control.token(), .port = control.port()};
-      },
-      .enabledServers = &Servers::enabled,
-      .primaryAddress = [tailnet = components.tailnet] { return addressOf(tailnet->primary()); },
-      .addressOf = [tailnet = components.tailnet](
-                       const std::string& id) { return addressOf(tailnet->find(id)); },
-      .openURL = [&desktop = components.desktop](const std::string& url) { desktop.openURL(url); },
-      .lookUpHost =
-          [runtime = components.runtime](const std::string& host, auto done) {
-            zephyl::lookUpHost(runtime.launcher, runtime.mainLoop, host, std::move(done));
-          },
+  auto& desktop = components.desktop;
+  const auto& tailnet = components.tailnet;
+  WindowLauncher::Port port;
+  port.isInstalled = &DesktopApp::isInstalled;
+  port.launch = [app = components.desktopApp](DesktopLaunch launch) {
+    app->launch(std::move(launch));
   };
+  port.setPendingRoute = [&control](std::string screen) {
+    control.setPendingRoute(std::move(screen));
+  };
+  port.controlAccess = [&control]() -> std::optional<ControlAccess> {
+    if (!control.isListening()) return std::nullopt;
+    return ControlAccess{.token = control.token(), .port = control.port()};
+  };
+  port.enabledServers = &Servers::enabled;
+  port.primaryAddress = [tailnet] { return addressOf(tailnet->primary()); };
+  port.addressOf = [tailnet](const std::string& id) { return addressOf(tailnet->find(id)); };
+  port.openURL = [&desktop](const std::string& url) { desktop.openURL(url); };
+  port.lookUpHost = [runtime = components.runtime](const std::string& host, auto done) {
+    zephyl::lookUpHost(runtime.launcher, runtime.mainLoop, host, std::move(done));
+  };
+  return port;
 }
 
 ApprovalPrompts::Port approvalPrompts(const Components& components,
                                       const std::shared_ptr<AgentMonitor>& monitor) {
+  using Decided = ApprovalPrompts::Decided;
   auto& desktop = components.desktop;
   const auto& client = components.agentAccess.client();
-  return {
-      .notify =
-          [&desktop](const Notification& notification) {
-            if (Bundle::main().identifier()) desktop.postNotification(notification);
-          },
-      .withdraw = [&desktop](const std::string& id) { desktop.removeNotification(id); },
-      .ask = presentingAlerts(components.dialogs),
-      .decide = [client](
-                    const auto& id, const auto& decision, const auto& confirm,
-                    auto done) { client.decideApproval(id, decision, confirm, std::move(done)); },
-      .revoke =
-          [client](const EscapeGrant& grant, ApprovalPrompts::Decided done) {
-            client.revokeEscapeGrant(grant.kind, grant.path,
-                                     [done = std::move(done)](const auto& grants) {
-                                       done(grants ? Result<void>() : grants.error());
-                                     });
-          },
-      .refresh = [monitor] { monitor->refresh(); },
-      .pending = [monitor]() -> std::optional<std::vector<PendingApproval>> {
-        const auto& activity = monitor->snapshot().activity;
-        return activity ? std::optional(activity->pendingApprovals) : std::nullopt;
-      },
+  ApprovalPrompts::Port port;
+  port.notify = [&desktop](const Notification& notification) {
+    if (Bundle::main().identifier()) desktop.postNotification(notification);
   };
+  port.withdraw = [&desktop](const std::string& id) { desktop.removeNotification(id); };
+  port.ask = presentingAlerts(components.dialogs);
+  port.decide = [client](const auto& id, const auto& decision, const auto& confirm, Decided done) {
+    client.decideApproval(id, decision, confirm, std::move(done));
+  };
+  port.revoke = [client](const EscapeGrant& grant, Decided done) {
+    client.revokeEscapeGrant(grant.kind, grant.path, [done = std::move(done)](const auto& grants) {
+      done(grants ? Result<void>() : grants.error());
+    });
+  };
+  port.refresh = [monitor] { monitor->refresh(); };
+  port.pending = [monitor]() -> std::optional<std::vector<PendingApproval>> {
+    const auto& activity = monitor->snapshot().activity;
+    return activity ? std::optional(activity->pendingApprovals) : std::nullopt;
+  };
+  return port;
 }
 
 ServerActions::Port serverActions(const Components& components) {
@@ -168,45 +172,48 @@ ServerActions::Port serverActions(const Components& components) {
 
 FolderSharing::Port folderSharing(const Components& components,
                                   const std::shared_ptr<AgentMonitor>& monitor) {
+  auto& desktop = components.desktop;
+  auto& dialogs = components.dialogs;
   const auto& client = components.agentAccess.client();
-  return {
-      .getRoots = [client](auto done) { client.getRoots(std::move(done)); },
-      .addRoot = [client](const auto& path, const auto& id,
-                          auto done) { client.addRoot(path, std::nullopt, {id}, std::move(done)); },
-      .removeRoot = [client](const auto& path,
-                             auto done) { client.removeRoot(path, std::move(done)); },
-      .setRootServers = [client](const auto& path, const auto& ids,
-                                 auto done) { client.setRootServers(path, ids, std::move(done)); },
-      .refresh = [monitor] { monitor->refresh(); },
-      .desktopPicker = [&desktop = components.desktop](
-                           const FolderRequest& request,
-                           auto done) { desktop.chooseFolder(request, std::move(done)); },
-      .ownPicker = [&dialogs = components.dialogs](
-                       const FolderRequest& request,
-                       auto done) { return dialogs.chooseFolder(request, std::move(done)); },
-      .servers = &Servers::all,
+  FolderSharing::Port port;
+  port.getRoots = [client](auto done) { client.getRoots(std::move(done)); };
+  port.addRoot = [client](const auto& path, const auto& id, auto done) {
+    client.addRoot(path, std::nullopt, {id}, std::move(done));
   };
+  port.removeRoot = [client](const auto& path, auto done) {
+    client.removeRoot(path, std::move(done));
+  };
+  port.setRootServers = [client](const auto& path, const auto& ids, auto done) {
+    client.setRootServers(path, ids, std::move(done));
+  };
+  port.refresh = [monitor] { monitor->refresh(); };
+  port.desktopPicker = [&desktop](const FolderRequest& request, auto done) {
+    desktop.chooseFolder(request, std::move(done));
+  };
+  port.ownPicker = [&dialogs](const FolderRequest& request, auto done) {
+    return dialogs.chooseFolder(request, std::move(done));
+  };
+  port.servers = &Servers::all;
+  return port;
 }
 
 StatusItemController::Port statusItem(const Components& components,
                                       const std::shared_ptr<AgentMonitor>& monitor) {
-  return {
-      .summary =
-          [monitor, tailnet = components.tailnet] {
-            return StatusItemController::Summary{.agent = monitor->snapshot(),
-                                                 .known = monitor->hasPolled(),
-                                                 .tailnets = summaryOf(*tailnet)};
-          },
-      .menu =
-          [monitor, tailnet = components.tailnet, updater = components.updater] {
-            return StatusMenuState{.agent = monitor->snapshot(),
-                                   .tailnetProgramsFound = Config::tailnetProgramsInstalled(),
-                                   .servers = Servers::all(),
-                                   .tailnets = viewsOf(*tailnet),
-                                   .updates = updateView(*updater)};
-          },
-      .perform = {},
+  const auto& tailnet = components.tailnet;
+  StatusItemController::Port port;
+  port.summary = [monitor, tailnet] {
+    return StatusItemController::Summary{.agent = monitor->snapshot(),
+                                         .known = monitor->hasPolled(),
+                                         .tailnets = summaryOf(*tailnet)};
   };
+  port.menu = [monitor, tailnet, updater = components.updater] {
+    return StatusMenuState{.agent = monitor->snapshot(),
+                           .tailnetProgramsFound = Config::tailnetProgramsInstalled(),
+                           .servers = Servers::all(),
+                           .tailnets = viewsOf(*tailnet),
+                           .updates = updateView(*updater)};
+  };
+  return port;
 }
 
 ControlAPI::Port controlAPI(const Components& components,
@@ -214,33 +221,30 @@ ControlAPI::Port controlAPI(const Components& components,
                             const std::shared_ptr<WindowLauncher>& windows) {
   const auto& tailnet = components.tailnet;
   const auto& agent = components.agent;
-  return {
-      .tailnetProgramsInstalled = &Config::tailnetProgramsInstalled,
-      .isEnrolled = [] { return !Config::defaults().string(enrolmentKey).value_or("").empty(); },
-      .anyTailnetRunning = [tailnet] { return tailnet->anyRunning(); },
-      .primaryTailnet = [tailnet] { return viewOf(tailnet->primary()); },
-      .tailnet = [tailnet](const std::string& id) { return viewOf(tailnet->find(id)); },
-      .tailnetReports = [tailnet] { return reportsOf(*tailnet); },
-      .servers = &Servers::all,
-      .agent = [monitor]() -> const AgentSnapshot& { return monitor->snapshot(); },
-      .webAddressOf = [windows](const auto& bound) { return windows->webAddressOf(bound); },
-      .tray =
-          [port = components.agentAccess.port()] {
-            return Diagnostics::Tray{.version = Updater::currentVersion(),
-                                     .trayPort = port,
-                                     .repoRoot = Config::repoRoot(),
-                                     .standalone = Config::bundledRuntimeDir().has_value()};
-          },
-      .agentProcess =
-          [agent] {
-            return Diagnostics::Agent{.running = agent->isRunning(), .managed = agent->isManaged()};
-          },
-      .restartAgent = [agent] { agent->restart(); },
-      .getRoots = [client = components.agentAccess.client()](
-                      auto done) { client.getRoots(std::move(done)); },
-      .serverActions = {},
-      .folderSharing = {},
+  ControlAPI::Port port;
+  port.tailnetProgramsInstalled = &Config::tailnetProgramsInstalled;
+  port.isEnrolled = [] { return !Config::defaults().string(enrolmentKey).value_or("").empty(); };
+  port.anyTailnetRunning = [tailnet] { return tailnet->anyRunning(); };
+  port.primaryTailnet = [tailnet] { return viewOf(tailnet->primary()); };
+  port.tailnet = [tailnet](const std::string& id) { return viewOf(tailnet->find(id)); };
+  port.tailnetReports = [tailnet] { return reportsOf(*tailnet); };
+  port.servers = &Servers::all;
+  port.agent = [monitor]() -> const AgentSnapshot& { return monitor->snapshot(); };
+  port.webAddressOf = [windows](const auto& bound) { return windows->webAddressOf(bound); };
+  port.tray = [agentPort = components.agentAccess.port()] {
+    return Diagnostics::Tray{.version = Updater::currentVersion(),
+                             .trayPort = agentPort,
+                             .repoRoot = Config::repoRoot(),
+                             .standalone = Config::bundledRuntimeDir().has_value()};
   };
+  port.agentProcess = [agent] {
+    return Diagnostics::Agent{.running = agent->isRunning(), .managed = agent->isManaged()};
+  };
+  port.restartAgent = [agent] { agent->restart(); };
+  port.getRoots = [client = components.agentAccess.client()](auto done) {
+    client.getRoots(std::move(done));
+  };
+  return port;
 }
 
 }  // namespace zephyl::ports
