@@ -82,29 +82,24 @@ void setEnrolment(const std::optional<std::string>& fingerprint) {
 }  // namespace
 
 LogWindows::Port logWindows(const Components& components) {
-  auto& desktop = components.desktop;
-  auto& dialogs = components.dialogs;
-  auto& clock = components.runtime.clock;
   LogWindows::Port port;
-  port.present = [&dialogs](const LogWindow& window, auto tell) {
-    return dialogs.presentLogWindow(window, std::move(tell));
+  port.present = [&components](const LogWindow& window, auto tell) {
+    return components.dialogs.presentLogWindow(window, std::move(tell));
   };
-  port.write = [&clock](const std::string& text) {
-    return writeLogFile(text, clock.calendarNow());
+  port.write = [&components](const std::string& text) {
+    return writeLogFile(text, components.runtime.clock.calendarNow());
   };
-  port.open = [&desktop](const std::string& path, Editor editor) {
-    desktop.openFile(path, editor);
+  port.open = [&components](const std::string& path, Editor editor) {
+    components.desktop.openFile(path, editor);
   };
   return port;
 }
 
 WindowLauncher::Port windowLauncher(const Components& components, ControlServer& control) {
-  auto& desktop = components.desktop;
-  const auto& tailnet = components.tailnet;
   WindowLauncher::Port port;
   port.isInstalled = &DesktopApp::isInstalled;
-  port.launch = [app = components.desktopApp](DesktopLaunch launch) {
-    app->launch(std::move(launch));
+  port.launch = [&components](DesktopLaunch launch) {
+    components.desktopApp->launch(std::move(launch));
   };
   port.setPendingRoute = [&control](std::string screen) {
     control.setPendingRoute(std::move(screen));
@@ -114,10 +109,13 @@ WindowLauncher::Port windowLauncher(const Components& components, ControlServer&
     return ControlAccess{.token = control.token(), .port = control.port()};
   };
   port.enabledServers = &Servers::enabled;
-  port.primaryAddress = [tailnet] { return addressOf(tailnet->primary()); };
-  port.addressOf = [tailnet](const std::string& id) { return addressOf(tailnet->find(id)); };
-  port.openURL = [&desktop](const std::string& url) { desktop.openURL(url); };
-  port.lookUpHost = [runtime = components.runtime](const std::string& host, auto done) {
+  port.primaryAddress = [&components] { return addressOf(components.tailnet->primary()); };
+  port.addressOf = [&components](const std::string& id) {
+    return addressOf(components.tailnet->find(id));
+  };
+  port.openURL = [&components](const std::string& url) { components.desktop.openURL(url); };
+  port.lookUpHost = [&components](const std::string& host, auto done) {
+    const auto& runtime = components.runtime;
     zephyl::lookUpHost(runtime.launcher, runtime.mainLoop, host, std::move(done));
   };
   return port;
@@ -126,21 +124,23 @@ WindowLauncher::Port windowLauncher(const Components& components, ControlServer&
 ApprovalPrompts::Port approvalPrompts(const Components& components,
                                       const std::shared_ptr<AgentMonitor>& monitor) {
   using Decided = ApprovalPrompts::Decided;
-  auto& desktop = components.desktop;
-  const auto& client = components.agentAccess.client();
   ApprovalPrompts::Port port;
-  port.notify = [&desktop](const Notification& notification) {
-    if (Bundle::main().identifier()) desktop.postNotification(notification);
+  port.notify = [&components](const Notification& notification) {
+    if (Bundle::main().identifier()) components.desktop.postNotification(notification);
   };
-  port.withdraw = [&desktop](const std::string& id) { desktop.removeNotification(id); };
+  port.withdraw = [&components](const std::string& id) {
+    components.desktop.removeNotification(id);
+  };
   port.ask = presentingAlerts(components.dialogs);
-  port.decide = [client](const auto& id, const auto& decision, const auto& confirm, Decided done) {
-    client.decideApproval(id, decision, confirm, std::move(done));
+  port.decide = [&components](const auto& id, const auto& decision, const auto& confirm,
+                              Decided done) {
+    components.agentAccess.client().decideApproval(id, decision, confirm, std::move(done));
   };
-  port.revoke = [client](const EscapeGrant& grant, Decided done) {
-    client.revokeEscapeGrant(grant.kind, grant.path, [done = std::move(done)](const auto& grants) {
-      done(grants ? Result<void>() : grants.error());
-    });
+  port.revoke = [&components](const EscapeGrant& grant, Decided done) {
+    components.agentAccess.client().revokeEscapeGrant(
+        grant.kind, grant.path, [done = std::move(done)](const auto& grants) {
+          done(grants ? Result<void>() : grants.error());
+        });
   };
   port.refresh = [monitor] { monitor->refresh(); };
   port.pending = [monitor]() -> std::optional<std::vector<PendingApproval>> {
@@ -172,26 +172,25 @@ ServerActions::Port serverActions(const Components& components) {
 
 FolderSharing::Port folderSharing(const Components& components,
                                   const std::shared_ptr<AgentMonitor>& monitor) {
-  auto& desktop = components.desktop;
-  auto& dialogs = components.dialogs;
-  const auto& client = components.agentAccess.client();
   FolderSharing::Port port;
-  port.getRoots = [client](auto done) { client.getRoots(std::move(done)); };
-  port.addRoot = [client](const auto& path, const auto& id, auto done) {
-    client.addRoot(path, std::nullopt, {id}, std::move(done));
+  port.getRoots = [&components](auto done) {
+    components.agentAccess.client().getRoots(std::move(done));
   };
-  port.removeRoot = [client](const auto& path, auto done) {
-    client.removeRoot(path, std::move(done));
+  port.addRoot = [&components](const auto& path, const auto& id, auto done) {
+    components.agentAccess.client().addRoot(path, std::nullopt, {id}, std::move(done));
   };
-  port.setRootServers = [client](const auto& path, const auto& ids, auto done) {
-    client.setRootServers(path, ids, std::move(done));
+  port.removeRoot = [&components](const auto& path, auto done) {
+    components.agentAccess.client().removeRoot(path, std::move(done));
+  };
+  port.setRootServers = [&components](const auto& path, const auto& ids, auto done) {
+    components.agentAccess.client().setRootServers(path, ids, std::move(done));
   };
   port.refresh = [monitor] { monitor->refresh(); };
-  port.desktopPicker = [&desktop](const FolderRequest& request, auto done) {
-    desktop.chooseFolder(request, std::move(done));
+  port.desktopPicker = [&components](const FolderRequest& request, auto done) {
+    components.desktop.chooseFolder(request, std::move(done));
   };
-  port.ownPicker = [&dialogs](const FolderRequest& request, auto done) {
-    return dialogs.chooseFolder(request, std::move(done));
+  port.ownPicker = [&components](const FolderRequest& request, auto done) {
+    return components.dialogs.chooseFolder(request, std::move(done));
   };
   port.servers = &Servers::all;
   return port;
@@ -199,19 +198,18 @@ FolderSharing::Port folderSharing(const Components& components,
 
 StatusItemController::Port statusItem(const Components& components,
                                       const std::shared_ptr<AgentMonitor>& monitor) {
-  const auto& tailnet = components.tailnet;
   StatusItemController::Port port;
-  port.summary = [monitor, tailnet] {
+  port.summary = [&components, monitor] {
     return StatusItemController::Summary{.agent = monitor->snapshot(),
                                          .known = monitor->hasPolled(),
-                                         .tailnets = summaryOf(*tailnet)};
+                                         .tailnets = summaryOf(*components.tailnet)};
   };
-  port.menu = [monitor, tailnet, updater = components.updater] {
+  port.menu = [&components, monitor] {
     return StatusMenuState{.agent = monitor->snapshot(),
                            .tailnetProgramsFound = Config::tailnetProgramsInstalled(),
                            .servers = Servers::all(),
-                           .tailnets = viewsOf(*tailnet),
-                           .updates = updateView(*updater)};
+                           .tailnets = viewsOf(*components.tailnet),
+                           .updates = updateView(*components.updater)};
   };
   return port;
 }
@@ -219,30 +217,31 @@ StatusItemController::Port statusItem(const Components& components,
 ControlAPI::Port controlAPI(const Components& components,
                             const std::shared_ptr<AgentMonitor>& monitor,
                             const std::shared_ptr<WindowLauncher>& windows) {
-  const auto& tailnet = components.tailnet;
-  const auto& agent = components.agent;
   ControlAPI::Port port;
   port.tailnetProgramsInstalled = &Config::tailnetProgramsInstalled;
   port.isEnrolled = [] { return !Config::defaults().string(enrolmentKey).value_or("").empty(); };
-  port.anyTailnetRunning = [tailnet] { return tailnet->anyRunning(); };
-  port.primaryTailnet = [tailnet] { return viewOf(tailnet->primary()); };
-  port.tailnet = [tailnet](const std::string& id) { return viewOf(tailnet->find(id)); };
-  port.tailnetReports = [tailnet] { return reportsOf(*tailnet); };
+  port.anyTailnetRunning = [&components] { return components.tailnet->anyRunning(); };
+  port.primaryTailnet = [&components] { return viewOf(components.tailnet->primary()); };
+  port.tailnet = [&components](const std::string& id) {
+    return viewOf(components.tailnet->find(id));
+  };
+  port.tailnetReports = [&components] { return reportsOf(*components.tailnet); };
   port.servers = &Servers::all;
   port.agent = [monitor]() -> const AgentSnapshot& { return monitor->snapshot(); };
   port.webAddressOf = [windows](const auto& bound) { return windows->webAddressOf(bound); };
-  port.tray = [agentPort = components.agentAccess.port()] {
+  port.tray = [&components] {
     return Diagnostics::Tray{.version = Updater::currentVersion(),
-                             .trayPort = agentPort,
+                             .trayPort = components.agentAccess.port(),
                              .repoRoot = Config::repoRoot(),
                              .standalone = Config::bundledRuntimeDir().has_value()};
   };
-  port.agentProcess = [agent] {
-    return Diagnostics::Agent{.running = agent->isRunning(), .managed = agent->isManaged()};
+  port.agentProcess = [&components] {
+    return Diagnostics::Agent{.running = components.agent->isRunning(),
+                              .managed = components.agent->isManaged()};
   };
-  port.restartAgent = [agent] { agent->restart(); };
-  port.getRoots = [client = components.agentAccess.client()](auto done) {
-    client.getRoots(std::move(done));
+  port.restartAgent = [&components] { components.agent->restart(); };
+  port.getRoots = [&components](auto done) {
+    components.agentAccess.client().getRoots(std::move(done));
   };
   return port;
 }

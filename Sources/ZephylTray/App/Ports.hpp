@@ -13,8 +13,8 @@
 #include "ZephylTray/Menu/StatusItemController.hpp"
 
 /// The ports of the tray's parts as the running program fills them: from its components, the
-/// registry and the settings. Each port holds what it uses, but for the desktop, the dialogs and
-/// the control server, which outlive it.
+/// registry and the settings. Each port refers to `components` and `control`, which outlive it, and
+/// holds the other parts that it uses.
 namespace zephyl::ports {
 
 LogWindows::Port logWindows(const Components& components);
