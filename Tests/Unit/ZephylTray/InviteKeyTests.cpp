@@ -7,7 +7,7 @@ namespace {
 
 using Kind = InviteKey::ParseError::Kind;
 
-const std::string fingerprint = "0123456789abcdef0123456789abcdef";
+const std::string sampleFingerprint = "0123456789abcdef0123456789abcdef";
 
 std::string currentKey(const std::string& print, const std::string& section = "abc") {
   return "inv_v2_" + print + "_" + section;
@@ -18,20 +18,20 @@ Kind failureOf(const std::string& text) {
 }
 
 TEST(InviteKey, ReadsACurrentKeyAndCompletesItsSecret) {
-  const auto key = InviteKey::parse(currentKey(fingerprint));
+  const auto key = InviteKey::parse(currentKey(sampleFingerprint));
   ASSERT_TRUE(key);
-  EXPECT_EQ(*key, (InviteKey::Parsed{fingerprint, "hskey-auth-abc"}));
+  EXPECT_EQ(*key, (InviteKey::Parsed{sampleFingerprint, "hskey-auth-abc"}));
 }
 
 TEST(InviteKey, ReadsAnOlderKeyAndTakesItsSecretAsItIs) {
-  const auto key = InviteKey::parse("inv1_" + fingerprint + "_abc");
+  const auto key = InviteKey::parse("inv1_" + sampleFingerprint + "_abc");
   ASSERT_TRUE(key);
-  EXPECT_EQ(*key, (InviteKey::Parsed{fingerprint, "abc"}));
+  EXPECT_EQ(*key, (InviteKey::Parsed{sampleFingerprint, "abc"}));
 }
 
 TEST(InviteKey, IgnoresWhitespaceAndNewlinesAroundTheKey) {
   for (const auto* space : {" ", "\t", "\n", "\r\n", " \t\v\f\n ", "\u00A0", "\u2028\u3000"}) {
-    const auto key = InviteKey::parse(space + currentKey(fingerprint) + space);
+    const auto key = InviteKey::parse(space + currentKey(sampleFingerprint) + space);
     ASSERT_TRUE(key) << space;
     EXPECT_EQ(key->preauthKey, "hskey-auth-abc");
   }
@@ -40,34 +40,35 @@ TEST(InviteKey, IgnoresWhitespaceAndNewlinesAroundTheKey) {
 TEST(InviteKey, TurnsTheFingerprintIntoLowerCase) {
   const auto key = InviteKey::parse(currentKey("0123456789ABCDEF0123456789abcdef"));
   ASSERT_TRUE(key);
-  EXPECT_EQ(key->fingerprint, fingerprint);
+  EXPECT_EQ(key->fingerprint, sampleFingerprint);
 }
 
 TEST(InviteKey, KeepsTheKeySectionWhole) {
-  EXPECT_EQ(InviteKey::parse(currentKey(fingerprint, "a_B__c_"))->preauthKey, "hskey-auth-a_B__c_");
-  EXPECT_EQ(InviteKey::parse("inv1_" + fingerprint + "__x")->preauthKey, "_x");
+  EXPECT_EQ(InviteKey::parse(currentKey(sampleFingerprint, "a_B__c_"))->preauthKey,
+            "hskey-auth-a_B__c_");
+  EXPECT_EQ(InviteKey::parse("inv1_" + sampleFingerprint + "__x")->preauthKey, "_x");
 }
 
 TEST(InviteKey, RefusesAnotherFingerprint) {
-  const std::string g = "g" + fingerprint.substr(1);
-  const std::string accented = "é" + fingerprint.substr(2);
-  for (const auto& bad :
-       {fingerprint.substr(1), fingerprint + "0", g, accented, std::string(), std::string("xyz")}) {
+  const std::string g = "g" + sampleFingerprint.substr(1);
+  const std::string accented = "é" + sampleFingerprint.substr(2);
+  for (const auto& bad : {sampleFingerprint.substr(1), sampleFingerprint + "0", g, accented,
+                          std::string(), std::string("xyz")}) {
     EXPECT_EQ(failureOf(currentKey(bad)), Kind::badFingerprint) << bad;
     EXPECT_EQ(failureOf("inv1_" + bad + "_abc"), Kind::badFingerprint) << bad;
   }
 }
 
 TEST(InviteKey, MissesTheKeySectionOnlyAfterTheFingerprintWasFoundGood) {
-  EXPECT_EQ(failureOf("inv_v2_" + fingerprint + "_"), Kind::badPreauthKey);
-  EXPECT_EQ(failureOf("inv1_" + fingerprint + "_"), Kind::badPreauthKey);
+  EXPECT_EQ(failureOf("inv_v2_" + sampleFingerprint + "_"), Kind::badPreauthKey);
+  EXPECT_EQ(failureOf("inv1_" + sampleFingerprint + "_"), Kind::badPreauthKey);
   EXPECT_EQ(failureOf("inv_v2_xyz_"), Kind::badFingerprint);
 }
 
 TEST(InviteKey, IsMalformedWithoutItsParts) {
   for (const auto& bad : {std::string(), std::string(" \n"), std::string("inv_v2"),
                           std::string("inv1"), std::string("inv_v2_"), std::string("inv1_"),
-                          "inv_v2_" + fingerprint, "inv1_" + fingerprint}) {
+                          "inv_v2_" + sampleFingerprint, "inv1_" + sampleFingerprint}) {
     EXPECT_EQ(InviteKey::parse(bad).error(), (InviteKey::ParseError{Kind::malformed, {}})) << bad;
   }
 }
@@ -80,8 +81,8 @@ TEST(InviteKey, TakesWhatItDoesNotKnowForANewerVersion) {
   };
   EXPECT_EQ(version("hello"), "hello");
   EXPECT_EQ(version(" inv2_abc_def\n"), "inv2");
-  EXPECT_EQ(version("inv_v3_" + fingerprint + "_abc"), "inv");
-  EXPECT_EQ(version("INV1_" + fingerprint + "_abc"), "INV1");
+  EXPECT_EQ(version("inv_v3_" + sampleFingerprint + "_abc"), "inv");
+  EXPECT_EQ(version("INV1_" + sampleFingerprint + "_abc"), "INV1");
 }
 
 TEST(InviteKey, TellsTheUserWhatIsWrong) {
@@ -94,7 +95,7 @@ TEST(InviteKey, TellsTheUserWhatIsWrong) {
   EXPECT_EQ(told(""), "That doesn't look like a Zephyl invite key.");
   EXPECT_EQ(told(currentKey("xyz")),
             "The invite key's fingerprint is invalid. Ask for a fresh invite.");
-  EXPECT_EQ(told(currentKey(fingerprint, "")),
+  EXPECT_EQ(told(currentKey(sampleFingerprint, "")),
             "The invite key is missing its key section. Ask for a fresh invite.");
 }
 
