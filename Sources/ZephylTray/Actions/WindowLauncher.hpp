@@ -31,8 +31,8 @@ class WindowLauncher : public std::enable_shared_from_this<WindowLauncher> {
     /// Returns nullopt while the control API is not available.
     std::function<std::optional<ControlAccess>()> controlAccess;
     std::function<std::vector<ServerEntry>()> enabledServers;
-    /// Return where a tunnel is bound ("host:port"): that of the server that comes first, and that
-    /// of any one.
+    /// Return the local address ("host:port") of the tunnel to the first enabled server, and of the
+    /// tunnel to a given server. nullopt while it is unknown.
     std::function<std::optional<std::string>()> primaryAddress;
     std::function<std::optional<std::string>(const std::string& serverId)> addressOf;
     std::function<void(const std::string& url)> openURL;
@@ -51,7 +51,7 @@ class WindowLauncher : public std::enable_shared_from_this<WindowLauncher> {
   bool openInShellIfInstalled(const std::string& screen);
   /// Shows the screen where the user goes on: "join" while onboarding is needed, else "servers".
   void openWhereToGoOn();
-  /// Opens the web page of the server that comes first, or of any one. Does nothing while its
+  /// Open the web page of the first enabled server, or of a given server. Do nothing while its
   /// address is unknown.
   void openInBrowser() { openWebPage(port_.primaryAddress()); }
   void openServerInBrowser(const std::string& serverId) { openWebPage(port_.addressOf(serverId)); }

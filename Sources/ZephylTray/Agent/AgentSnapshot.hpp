@@ -12,7 +12,7 @@ namespace zephyl {
 struct AgentSnapshot {
   bool reachable = false;
   std::optional<AgentStatus> status;
-  std::optional<Activity> activity;  ///< of the newest poll or event that had one
+  std::optional<Activity> activity;  ///< from the newest poll or event that had one
   std::vector<SharedRoot> roots;
 };
 
