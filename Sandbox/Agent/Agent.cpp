@@ -1,95 +1,102 @@
 #include "Agent/Agent.hpp"
 
-#include <filesystem>
 #include <utility>
 
-#include <fmt/format.h>
+#include <boost/uuid/random_generator.hpp>
+#include <boost/uuid/uuid_io.hpp>
 
-#include "Agent/Text.hpp"
 #include "Common/Log.hpp"
+#include "System/Data/Text.hpp"
+#include "System/Files/Files.hpp"
 
 namespace zephyl::sandbox {
 namespace asio = boost::asio;
-namespace json = boost::json;
 using namespace std::chrono_literals;
-using std::chrono::steady_clock;
 namespace {
 
 constexpr auto tickInterval = 100ms;
 
 std::vector<ServerAddress> serversOf(const Settings& settings) {
-  auto servers = parseServers(settings.servers);
-  if (servers) return *servers;
+  if (settings.servers.empty()) return {};
+  auto servers = json::decodeText<std::vector<ServerAddress>>(settings.servers);
+  if (servers) return *std::move(servers);
   log("ZEPHYL_SERVERS is ignored: {}", servers.error().message);
   return {};
 }
 
 std::string scopeText(const SharedRoot& shared) {
   if (!shared.servers || shared.servers->empty()) return "every server";
-  return counted(static_cast<long long>(shared.servers->size()), "server");
+  return counted(std::ssize(*shared.servers), "server");
 }
 
 }  // namespace
 
-Agent::Agent(asio::io_context& io, const Settings& settings, const StateFile& file)
-    : Agent(io, settings, file, loadState(file, settings)) {}
+Agent::Agent(const asio::any_io_executor& executor, const Settings& settings, StateFile file)
+    : Agent(executor, settings, file, loadState(file, settings)) {}
 
-Agent::Agent(asio::io_context& io, const Settings& settings, const StateFile& file,
+Agent::Agent(const asio::any_io_executor& executor, const Settings& settings, StateFile file,
              const State& state)
-    : file_(file),
+    : executor_(executor),
+      file_(std::move(file)),
       machineId_(state.machineId),
       filesEmbeddedPerSecond_(settings.filesEmbeddedPerSecond),
-      modelRemembered_(state.modelReady),
-      folders_(state.folders),
-      approvals_(state.grants, state.requests),
+      isModelSaved_(state.modelReady),
+      folders_(state.roots),
+      approvals_(state.escapeGrants, state.requests),
       model_(makeModel(state, settings)),
-      tick_(io),
-      connections_(io.get_executor(), serversOf(settings), machineId_, settings.connectInterval,
+      changes_(executor),
+      connections_(executor, serversOf(settings), machineId_, settings.connectInterval,
                    [this](const AgentConnection& connection) { onConnection(connection); }),
-      indexer_(io.get_executor(), [this](const IndexReport& report) { onReport(report); }) {
+      indexer_(executor, [this](const IndexReport& report) { onReport(report); }) {
   for (const auto& shared : folders_.shared()) indexer_.add(shared.root);
   save();
-  keepTicking();
+  startSimulation();
 }
 
+/// The very first start shares the folders of the settings.
 State Agent::loadState(const StateFile& file, const Settings& settings) {
-  if (auto state = file.load()) return *state;
-  auto state = freshState();
+  const bool isFirstStart = !file.exists();
+  if (auto state = file.load<State>()) return *std::move(state);
+  State fresh{.machineId = to_string(boost::uuids::random_generator()())};
+  if (!isFirstStart) return fresh;
   Folders folders({});
   for (const auto& path : settings.firstFolders) {
-    const auto added = folders.add(path, std::nullopt, std::nullopt);
-    if (!added) log("not shared: {}", added.error().message);
+    const auto root = Folders::canonical(path);
+    if (!root || !*root) {
+      log("not shared: {}", root ? "there is no folder " + path : root.error().message);
+    } else if (const auto added = folders.add(**root, std::nullopt, std::nullopt); !added) {
+      log("not shared: {}", added.error().message);
+    }
   }
-  state.folders = folders.remember();
-  return state;
+  fresh.roots = folders.saved();
+  return fresh;
 }
 
 EmbeddingModel Agent::makeModel(const State& state, const Settings& settings) {
-  std::error_code error;
   const auto& cache = settings.modelCacheDirectory;
-  const bool cached = !cache.empty() && std::filesystem::exists(cache + "/model.ready", error);
-  return EmbeddingModel({.present = cached || state.modelReady,
+  const bool isCached = !cache.empty() && fileExists(cache + "/model.ready");
+  return EmbeddingModel({.present = isCached || state.modelReady,
                          .bytesPerSecond = settings.modelBytesPerSecond,
                          .fails = settings.modelFails});
 }
 
-json::object Agent::status() const {
-  return {{"state", name(connections_.overall())},
+json::Object Agent::status() const {
+  return {{"state", nameOf(connections_.overall())},
           {"machineId", machineId_},
-          {"connections", toJsonArray(connections_.list())}};
+          {"connections", json::encode(connections_.list())}};
 }
 
-json::object Agent::roots() const {
-  return {{"roots", toJsonArray(folders_.shared())}};
+json::Object Agent::roots() const {
+  return {{"roots", json::encode(folders_.shared())}};
 }
 
-json::object Agent::grants() const {
-  return {{"escapeGrants", toJsonArray(approvals_.grants())}};
+json::Object Agent::grants() const {
+  return {{"escapeGrants", json::encode(approvals_.grants())}};
 }
 
 std::shared_ptr<const std::string> Agent::activity() {
-  if (std::exchange(snapshotOutdated_, false)) {
-    auto text = json::serialize(describeActivity());
+  if (std::exchange(isSnapshotOutdated_, false)) {
+    auto text = json::compact(describeActivity());
     if (!snapshot_ || *snapshot_ != text) {
       snapshot_ = std::make_shared<const std::string>(std::move(text));
     }
@@ -97,35 +104,37 @@ std::shared_ptr<const std::string> Agent::activity() {
   return snapshot_;
 }
 
-json::object Agent::describeActivity() const {
-  json::object counters;
-  for (const auto& [counter, value] : journal_.counters()) counters[counter] = value;
+json::Object Agent::describeActivity() const {
+  auto counters = journal_.counters();
   const auto sums = folders_.sums();
   counters["files"] = sums.files;
   counters["bytes"] = sums.bytes;
-  return {{"busy", busy()},
-          {"inFlight", static_cast<std::int64_t>(approvals_.pending().size()) + searches_},
-          {"counters", std::move(counters)},
-          {"recent", toJsonArray(journal_.recent())},
-          {"indexing", toJsonArray(folders_.progress(model_.ready(), model_.failed()))},
-          {"model", toJson(model_.status())},
-          {"pendingApprovals", toJsonArray(approvals_.pending())},
-          {"escapeGrants", toJsonArray(approvals_.grants())}};
+  return {{"busy", isBusy()},
+          {"inFlight", std::ssize(approvals_.pending()) + searches_},
+          {"counters", json::encode(counters)},
+          {"recent", json::encode(journal_.recent())},
+          {"indexing", json::encode(folders_.progress(model_.isReady(), model_.hasFailed()))},
+          {"model", json::encode(model_.status())},
+          {"pendingApprovals", json::encode(approvals_.pending())},
+          {"escapeGrants", json::encode(approvals_.grants())}};
 }
 
-bool Agent::forcedBusy() const {
+bool Agent::isForcedBusy() const {
   return busyUntil_ && steady_clock::now() < *busyUntil_;
 }
 
-bool Agent::busy() const {
-  const bool embedding = model_.ready() && folders_.embeddingOutstanding();
-  return folders_.indexing() || embedding || !approvals_.pending().empty() || searches_ > 0 ||
-         forcedBusy();
+bool Agent::isEmbedding() const {
+  return model_.isReady() && folders_.isEmbeddingOutstanding();
 }
 
-Outcome<void> Agent::share(const std::string& path, const std::optional<std::string>& name,
-                           const std::optional<std::vector<std::string>>& servers) {
-  const auto added = folders_.add(path, name, servers);
+bool Agent::isBusy() const {
+  return folders_.isIndexing() || isEmbedding() || !approvals_.pending().empty() || searches_ > 0 ||
+         isForcedBusy();
+}
+
+Result<void> Agent::share(const std::string& root, const std::optional<std::string>& name,
+                          const std::optional<std::vector<std::string>>& servers) {
+  const auto added = folders_.add(root, name, servers);
   if (!added) return added.error();
   const auto& shared = added->shared;
   const auto detail = "with " + scopeText(shared);
@@ -137,7 +146,7 @@ Outcome<void> Agent::share(const std::string& path, const std::optional<std::str
   return {};
 }
 
-Outcome<void> Agent::unshare(const std::string& path) {
+Result<void> Agent::unshare(const std::string& path) {
   const auto removed = folders_.remove(path);
   if (!removed) return removed.error();
   indexer_.remove(removed->root);
@@ -151,7 +160,7 @@ Outcome<void> Agent::unshare(const std::string& path) {
   return {};
 }
 
-Outcome<void> Agent::setServers(const std::string& path, const std::vector<std::string>& servers) {
+Result<void> Agent::setServers(const std::string& path, const std::vector<std::string>& servers) {
   const auto changed = folders_.setServers(path, servers);
   if (!changed) return changed.error();
   log("sharing {} with {}", changed->root, scopeText(*changed));
@@ -162,16 +171,9 @@ Outcome<void> Agent::setServers(const std::string& path, const std::vector<std::
   return {};
 }
 
-Outcome<std::string> Agent::requestRoot(const std::optional<std::string>& path) const {
-  if (path) return folders_.find(*path);
-  const auto shared = folders_.shared();
-  if (shared.empty()) return conflict("no folder is shared");
-  return shared.front().root;
-}
-
-Outcome<std::optional<std::string>> Agent::raise(PendingApproval request) {
+Result<std::optional<std::string>> Agent::raise(PendingApproval request) {
   journal_.count("requests");
-  if (approvals_.granted(request)) {
+  if (approvals_.isGranted(request)) {
     noteSettled(request, "passed, it is a permanent exception", "passed");
     announce();
     return std::optional<std::string>();
@@ -184,20 +186,21 @@ Outcome<std::optional<std::string>> Agent::raise(PendingApproval request) {
   return std::optional(held->id);
 }
 
-Outcome<void> Agent::decide(std::string_view id, Decision decision) {
+Result<void> Agent::decide(std::string_view id, Decision decision) {
   const auto settled = approvals_.decide(id, decision);
   if (!settled) return settled.error();
   const bool denied = decision == Decision::deny;
   const bool always = decision == Decision::always;
   const auto* verdict = denied ? "denied" : always ? "always allowed" : "approved";
-  for (const auto& request : *settled)
+  for (const auto& request : *settled) {
     noteSettled(request, verdict, denied ? "denied" : "approved");
+  }
   if (always) save();
   announce();
   return {};
 }
 
-Outcome<void> Agent::withdraw(std::string_view id) {
+Result<void> Agent::withdraw(std::string_view id) {
   const auto withdrawn = approvals_.withdraw(id);
   if (!withdrawn) return withdrawn.error();
   noteSettled(*withdrawn, "withdrawn", "withdrawn");
@@ -207,7 +210,7 @@ Outcome<void> Agent::withdraw(std::string_view id) {
 
 void Agent::noteSettled(const PendingApproval& request, std::string_view verdict,
                         std::string_view counter) {
-  journal_.count(counter);
+  journal_.count(std::string(counter));
   const bool ok = counter == "approved" || counter == "passed";
   log("request {}{}: {} {}", request.id.empty() ? "" : request.id + " ", verdict, request.tool,
       request.target);
@@ -215,11 +218,7 @@ void Agent::noteSettled(const PendingApproval& request, std::string_view verdict
       {.tool = request.tool, .path = request.target, .detail = std::string(verdict), .ok = ok});
 }
 
-Outcome<RequestState> Agent::requestState(const std::string& id) const {
-  return approvals_.stateOf(id);
-}
-
-Outcome<void> Agent::revoke(std::string_view kind, std::string_view path) {
+Result<void> Agent::revoke(std::string_view kind, std::string_view path) {
   const auto revoked = approvals_.revoke(kind, path);
   if (!revoked) return revoked.error();
   log("exception revoked: {} {}", kind, path);
@@ -232,29 +231,28 @@ Outcome<void> Agent::revoke(std::string_view kind, std::string_view path) {
 void Agent::forceBusy(std::chrono::milliseconds duration) {
   busyUntil_ = steady_clock::now() + duration;
   announce();
-  keepTicking();
+  startSimulation();
 }
 
-void Agent::search(const std::string& word, Indexer::OnFound onFound) {
+asio::awaitable<std::vector<std::string>> Agent::search(std::string word) {
   ++searches_;
   announce();
-  indexer_.find(word, [this, word, onFound = std::move(onFound)](std::vector<std::string> found) {
-    --searches_;
-    const auto files = counted(static_cast<long long>(found.size()), "file");
-    journal_.count("searches");
-    journal_.record({.tool = "search", .detail = fmt::format("{}: {}", word, files)});
-    announce();
-    for (auto& path : found) path = toUtf8(path);
-    onFound(std::move(found));
-  });
+  auto found = co_await indexer_.find(word);
+  --searches_;
+  journal_.count("searches");
+  journal_.record({.tool = "search", .detail = word + ": " + counted(std::ssize(found), "file")});
+  announce();
+  for (auto& path : found) path = visible(path);
+  co_return found;
 }
 
 void Agent::save() {
-  file_.save({.machineId = machineId_,
-              .folders = folders_.remember(),
-              .grants = approvals_.grants(),
-              .modelReady = modelRemembered_,
-              .requests = approvals_.lastId()});
+  const auto saved = file_.save(json::encode(State{.machineId = machineId_,
+                                                   .roots = folders_.saved(),
+                                                   .escapeGrants = approvals_.grants(),
+                                                   .modelReady = isModelSaved_,
+                                                   .requests = approvals_.lastId()}));
+  if (!saved) logLine(saved.error().message);
 }
 
 void Agent::onReport(const IndexReport& report) {
@@ -269,15 +267,15 @@ void Agent::onReport(const IndexReport& report) {
   } else if (report.changed > 0) {
     const bool one = report.changed == 1;
     journal_.record({.tool = "index",
-                     .path = one ? report.root + '/' + toUtf8(report.changedPath) : report.root,
+                     .path = one ? report.root + '/' + visible(report.changedPath) : report.root,
                      .detail = counted(report.changed, "file") + " changed"});
   }
   announce();
-  keepTicking();
+  startSimulation();
 }
 
 void Agent::onConnection(const AgentConnection& connection) {
-  const auto state = std::string(name(connection.state));
+  const auto state = std::string(nameOf(connection.state));
   const auto detail = connection.lastError ? state + ": " + *connection.lastError : state;
   log("server {} {}", connection.serverId, detail);
   journal_.record({.tool = "connect",
@@ -287,25 +285,30 @@ void Agent::onConnection(const AgentConnection& connection) {
   announce();
 }
 
-void Agent::keepTicking() {
-  const bool embedding = model_.ready() && folders_.embeddingOutstanding();
-  if (ticking_ || (model_.settled() && !embedding && !busyUntil_)) return;
-  ticking_ = true;
-  const auto began = steady_clock::now();
-  tick_.expires_after(tickInterval);
-  tick_.async_wait([this, began](boost::system::error_code error) {
-    ticking_ = false;
-    if (error) return;
+bool Agent::hasSimulatedWork() const {
+  return !model_.isSettled() || isEmbedding() || busyUntil_;
+}
+
+void Agent::startSimulation() {
+  if (isSimulating_ || !hasSimulatedWork()) return;
+  isSimulating_ = true;
+  asio::co_spawn(executor_, simulate(), asio::detached);
+}
+
+asio::awaitable<void> Agent::simulate() {
+  while (hasSimulatedWork()) {
+    const auto began = steady_clock::now();
+    co_await pause(tickInterval);
     advance(std::chrono::duration<double>(steady_clock::now() - began).count());
     announce();
-    keepTicking();
-  });
+  }
+  isSimulating_ = false;
 }
 
 void Agent::advance(double seconds) {
-  if (busyUntil_ && !forcedBusy()) busyUntil_.reset();
-  if (!model_.settled()) advanceModel(seconds);
-  if (!model_.ready()) return;
+  if (busyUntil_ && !isForcedBusy()) busyUntil_.reset();
+  if (!model_.isSettled()) advanceModel(seconds);
+  if (!model_.isReady()) return;
   const auto finished = folders_.embed(filesEmbeddedPerSecond_ * seconds);
   for (const auto& shared : finished) {
     journal_.record({.tool = "embed", .path = shared.root, .detail = "complete"});
@@ -315,19 +318,19 @@ void Agent::advance(double seconds) {
 
 void Agent::advanceModel(double seconds) {
   model_.advance(seconds);
-  if (!model_.settled()) return;
+  if (!model_.isSettled()) return;
   const auto& error = model_.status().error;
-  log("embeddings model {}", model_.ready() ? "ready" : "failed: " + error.value_or(""));
-  journal_.record({.tool = "model", .detail = error.value_or("ready"), .ok = model_.ready()});
-  if (model_.ready()) {
-    modelRemembered_ = true;
+  log("embeddings model {}", model_.isReady() ? "ready" : "failed: " + error.value_or(""));
+  journal_.record({.tool = "model", .detail = error.value_or("ready"), .ok = model_.isReady()});
+  if (model_.isReady()) {
+    isModelSaved_ = true;
     save();
   }
 }
 
 void Agent::announce() {
-  snapshotOutdated_ = true;
-  changed_.raise();
+  isSnapshotOutdated_ = true;
+  changes_.notify();
 }
 
 }  // namespace zephyl::sandbox

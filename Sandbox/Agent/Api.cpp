@@ -3,254 +3,279 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
-#include <optional>
 #include <string_view>
 #include <utility>
 
+#include <boost/beast/core/string.hpp>
 #include <boost/url/parse.hpp>
 #include <boost/url/url_view.hpp>
-#include <fmt/format.h>
 
-#include "Agent/ObjectReader.hpp"
-#include "Agent/Text.hpp"
+#include "System/Data/Text.hpp"
 
 namespace zephyl::sandbox {
-namespace json = boost::json;
+namespace asio = boost::asio;
+namespace http = boost::beast::http;
 namespace {
 
-using Answer = Outcome<ApiAnswer>;
+constexpr std::string_view requestsPrefix = "/sandbox/requests/";
 
 /// One request on its way to a handler.
 struct Call {
   Agent& agent;
   /// The last segment of a path that ends in "/*".
   std::string id;
-  std::string body;
+  const std::string& body;
 };
 
-ApiAnswer answerWith(const json::object& object, int status = 200) {
-  return {.status = status, .body = json::serialize(object)};
+HTTPResponse answerWith(const json::Value& value, unsigned status = 200) {
+  return httpResponse(status, "application/json", json::compact(value));
 }
 
-ApiAnswer done() {
-  return answerWith({{"ok", true}});
+/// {"ok": true}, or the error with the status.
+HTTPResponse answerWith(const Result<void>& result, unsigned errorStatus) {
+  if (!result) return errorResponse(errorStatus, result.error().message);
+  return answerWith(json::Object{{"ok", true}});
 }
 
-Answer getStatus(Call& call) {
+/// A handler of requests whose body is a record.
+template <typename Body, HTTPResponse (*handler)(Agent&, const Body&)>
+HTTPResponse withBody(Call& call) {
+  const auto body = json::decodeText<Body>(call.body);
+  if (!body) return errorResponse(400, "the request's body: " + body.error().message);
+  return handler(call.agent, *body);
+}
+
+HTTPResponse getStatus(Call& call) {
   return answerWith(call.agent.status());
 }
 
-Answer getActivity(Call& call) {
-  return ApiAnswer{.body = *call.agent.activity()};
+HTTPResponse getActivity(Call& call) {
+  return httpResponse(200, "application/json", *call.agent.activity());
 }
 
-Answer getRoots(Call& call) {
+HTTPResponse getRoots(Call& call) {
   return answerWith(call.agent.roots());
 }
 
-Answer addRoot(Call& call) {
-  auto body = ObjectReader::parse(call.body);
-  const auto root = body.string("root");
-  const auto name = body.optionalString("name");
-  const auto servers = body.optionalStrings("servers");
-  if (body.problem()) return *body.problem();
-  if (const auto shared = call.agent.share(root, name, servers); !shared) return shared.error();
-  return answerWith(call.agent.roots());
+HTTPResponse rootsAfter(Agent& agent, const Result<void>& change, unsigned errorStatus) {
+  return change ? answerWith(agent.roots()) : answerWith(change, errorStatus);
 }
 
-Answer removeRoot(Call& call) {
-  auto body = ObjectReader::parse(call.body);
-  const auto root = body.string("root");
-  if (body.problem()) return *body.problem();
-  if (const auto removed = call.agent.unshare(root); !removed) return removed.error();
-  return answerWith(call.agent.roots());
+struct NewRoot : Record<NewRoot> {
+  std::string root;
+  std::optional<std::string> name;
+  std::optional<std::vector<std::string>> servers;
+};
+BOOST_DESCRIBE_STRUCT(NewRoot, (), (root, name, servers))
+
+HTTPResponse addRoot(Agent& agent, const NewRoot& body) {
+  const auto root = Folders::canonical(body.root);
+  if (!root) return errorResponse(400, root.error().message);
+  if (!*root) return errorResponse(404, "there is no folder " + body.root);
+  return rootsAfter(agent, agent.share(**root, body.name, body.servers), 409);
 }
 
-Answer setRootServers(Call& call) {
-  auto body = ObjectReader::parse(call.body);
-  const auto root = body.string("root");
-  const auto servers = body.strings("servers");
-  if (body.problem()) return *body.problem();
-  const auto changed = call.agent.setServers(root, servers);
-  if (!changed) return changed.error();
-  return answerWith(call.agent.roots());
+struct OldRoot : Record<OldRoot> {
+  std::string root;
+};
+BOOST_DESCRIBE_STRUCT(OldRoot, (), (root))
+
+HTTPResponse removeRoot(Agent& agent, const OldRoot& body) {
+  return rootsAfter(agent, agent.unshare(body.root), 404);
 }
 
-std::optional<Decision> parseDecision(std::string_view text) {
-  if (text == "approve") return Decision::approve;
-  if (text == "always") return Decision::always;
-  if (text == "deny") return Decision::deny;
-  return std::nullopt;
+struct RootServers : Record<RootServers> {
+  std::string root;
+  std::vector<std::string> servers;
+};
+BOOST_DESCRIBE_STRUCT(RootServers, (), (root, servers))
+
+HTTPResponse setRootServers(Agent& agent, const RootServers& body) {
+  return rootsAfter(agent, agent.setServers(body.root, body.servers), 404);
 }
 
-Answer decideApproval(Call& call) {
+struct ApprovalDecision : Record<ApprovalDecision> {
+  std::string id;
+  Decision decision = Decision::deny;
+  std::optional<std::string> confirm;
+};
+BOOST_DESCRIBE_STRUCT(ApprovalDecision, (), (id, decision, confirm))
+
+HTTPResponse decideApproval(Agent& agent, const ApprovalDecision& body) {
   constexpr std::string_view confirmation = "ALWAYS ALLOW";
-  auto body = ObjectReader::parse(call.body);
-  const auto id = body.string("id");
-  const auto text = body.string("decision");
-  const auto confirm = body.optionalString("confirm");
-  if (body.problem()) return *body.problem();
-  const auto decision = parseDecision(text);
-  if (!decision) return badRequest("the decision is not \"approve\", \"always\" or \"deny\"");
-  if (decision == Decision::always && confirm && *confirm != confirmation) {
-    return badRequest("the confirmation does not match");
+  if (body.decision == Decision::always && body.confirm.value_or("ALWAYS ALLOW") != confirmation) {
+    return errorResponse(400, "the confirmation does not match");
   }
-  if (const auto decided = call.agent.decide(id, *decision); !decided) return decided.error();
-  return done();
+  return answerWith(agent.decide(body.id, body.decision), 404);
 }
 
-Answer revokeGrant(Call& call) {
-  auto body = ObjectReader::parse(call.body);
-  const auto kind = body.string("kind");
-  const auto path = body.string("path");
-  if (body.problem()) return *body.problem();
-  if (const auto revoked = call.agent.revoke(kind, path); !revoked) return revoked.error();
-  return answerWith(call.agent.grants());
+struct OldGrant : Record<OldGrant> {
+  std::string kind;
+  std::string path;
+};
+BOOST_DESCRIBE_STRUCT(OldGrant, (), (kind, path))
+
+HTTPResponse revokeGrant(Agent& agent, const OldGrant& body) {
+  const auto revoked = agent.revoke(body.kind, body.path);
+  return revoked ? answerWith(agent.grants()) : answerWith(revoked, 404);
 }
 
-/// The text under the key; what is given as null is absent, what is not given is the default.
-std::optional<std::string> optionalOr(ObjectReader& body, std::string_view key, const char* usual) {
-  return body.has(key) ? body.optionalString(key) : std::optional<std::string>(usual);
+struct NewRequest : Record<NewRequest> {
+  std::optional<std::string> kind;
+  std::optional<std::string> tool;
+  std::optional<std::string> target;
+  std::optional<std::string> root;
+  std::optional<std::vector<EscapeReason>> reasons;
+  std::optional<std::string> userName;
+  std::optional<std::string> chatTitle;
+};
+BOOST_DESCRIBE_STRUCT(NewRequest, (), (kind, tool, target, root, reasons, userName, chatTitle))
+
+/// An absent user and chat get a name; null leaves them out.
+void fillIn(NewRequest& request, const json::Object& given) {
+  if (!given.contains("userName")) request.userName = "Sam Example";
+  if (!given.contains("chatTitle")) request.chatTitle = "Trying things";
 }
 
-std::vector<EscapeReason> readReasons(ObjectReader& body, const PendingApproval& request) {
-  std::vector<EscapeReason> reasons;
-  const auto list = body.optionalArray("reasons");
-  if (!list) {
-    return {{.code = "outside-root",
-             .detail = fmt::format("{} reaches outside {}", request.target, request.root)}};
+PendingApproval toApproval(NewRequest request, std::string root) {
+  PendingApproval approval{.kind = request.kind.value_or("shell"), .root = std::move(root)};
+  const bool shell = approval.kind == "shell";
+  approval.tool = request.tool.value_or(shell ? "run_command" : "read_file");
+  approval.target = request.target.value_or(shell ? "cat /etc/hosts" : "/etc/hosts");
+  const EscapeReason usual{.code = "outside-root",
+                           .detail = approval.target + " reaches outside " + approval.root};
+  approval.reasons = request.reasons.value_or(std::vector{usual});
+  approval.userName = std::move(request.userName);
+  approval.chatTitle = std::move(request.chatTitle);
+  return approval;
+}
+
+HTTPResponse raiseRequest(Call& call) {
+  const auto value = json::parse(call.body.empty() ? "{}" : call.body);
+  auto body = value ? json::decode<NewRequest>(*value) : Result<NewRequest>(value.error());
+  if (!body) return errorResponse(400, "the request's body: " + body.error().message);
+  fillIn(*body, value->get_object());
+  const auto shared = call.agent.folders().shared();
+  if (!body->root && shared.empty()) return errorResponse(409, "no folder is shared");
+  const auto root = call.agent.folders().find(body->root ? *body->root : shared.front().root);
+  if (!root) return errorResponse(404, root.error().message);
+  const auto held = call.agent.raise(toApproval(*std::move(body), *root));
+  if (!held) return errorResponse(409, held.error().message);
+  if (!*held) return answerWith(json::Object{{"granted", true}});
+  return answerWith(json::Object{{"id", **held}}, 202);
+}
+
+HTTPResponse getRequest(Call& call) {
+  const auto state = call.agent.approvals().stateOf(call.id);
+  if (!state) return errorResponse(404, state.error().message);
+  return answerWith(json::Object{{"id", call.id}, {"state", nameOf(*state)}});
+}
+
+HTTPResponse withdrawRequest(Call& call) {
+  return answerWith(call.agent.withdraw(call.id), 404);
+}
+
+struct ForcedActivity : Record<ForcedActivity> {
+  bool busy = false;
+  std::optional<double> seconds;
+};
+BOOST_DESCRIBE_STRUCT(ForcedActivity, (), (busy, seconds))
+
+HTTPResponse setActivity(Agent& agent, const ForcedActivity& body) {
+  constexpr double maxSeconds = 3600;
+  const auto seconds = body.seconds.value_or(30);
+  if (!(seconds >= 0 && seconds <= maxSeconds)) {
+    return errorResponse(400, "expected \"seconds\" from 0 to 3600");
   }
-  for (const auto& element : *list) {
-    ObjectReader reason(element);
-    reasons.push_back({.code = reason.string("code"), .detail = reason.string("detail")});
-    if (reason.problem()) body.reject("in \"reasons\": " + reason.problem()->message);
-  }
-  return reasons;
-}
-
-Answer raiseRequest(Call& call) {
-  auto body = ObjectReader::parse(call.body.empty() ? "{}" : call.body);
-  PendingApproval request;
-  request.kind = body.optionalString("kind").value_or("shell");
-  const bool shell = request.kind == "shell";
-  request.tool = body.optionalString("tool").value_or(shell ? "run_command" : "read_file");
-  request.target = body.optionalString("target").value_or(shell ? "cat /etc/hosts" : "/etc/hosts");
-  request.userName = optionalOr(body, "userName", "Sam Example");
-  request.chatTitle = optionalOr(body, "chatTitle", "Trying things");
-  const auto wantedRoot = body.optionalString("root");
-  if (body.problem()) return *body.problem();
-  auto root = call.agent.requestRoot(wantedRoot);
-  if (!root) return root.error();
-  request.root = *std::move(root);
-  request.reasons = readReasons(body, request);
-  if (body.problem()) return *body.problem();
-  const auto held = call.agent.raise(std::move(request));
-  if (!held) return held.error();
-  if (!*held) return answerWith({{"granted", true}});
-  return answerWith({{"id", **held}}, 202);
-}
-
-Answer getRequest(Call& call) {
-  const auto state = call.agent.requestState(call.id);
-  if (!state) return state.error();
-  return answerWith({{"id", call.id}, {"state", name(*state)}});
-}
-
-Answer withdrawRequest(Call& call) {
-  if (const auto withdrawn = call.agent.withdraw(call.id); !withdrawn) return withdrawn.error();
-  return done();
-}
-
-Answer setActivity(Call& call) {
-  constexpr double longest = 3600;
-  auto body = ObjectReader::parse(call.body);
-  const bool busy = body.boolean("busy");
-  const auto seconds = body.optionalNumber("seconds").value_or(30);
-  if (!(seconds >= 0 && seconds <= longest)) body.reject("expected \"seconds\" from 0 to 3600");
-  if (body.problem()) return *body.problem();
-  call.agent.forceBusy(std::chrono::milliseconds(busy ? std::llround(seconds * 1000) : 0));
-  return done();
+  agent.forceBusy(std::chrono::milliseconds(body.busy ? std::llround(seconds * 1000) : 0));
+  return answerWith(Result<void>(), 500);
 }
 
 struct Route {
   std::string_view method;
   std::string_view path;
-  Answer (*handler)(Call&);
+  HTTPResponse (*handler)(Call&);
 };
 
-constexpr std::array<Route, 12> routes{{{"GET", "/api/status", getStatus},
-                                        {"GET", "/api/activity", getActivity},
-                                        {"GET", "/api/roots", getRoots},
-                                        {"POST", "/api/roots", addRoot},
-                                        {"DELETE", "/api/roots", removeRoot},
-                                        {"PATCH", "/api/roots", setRootServers},
-                                        {"POST", "/api/approvals", decideApproval},
-                                        {"DELETE", "/api/escape-grants", revokeGrant},
-                                        {"POST", "/sandbox/requests", raiseRequest},
-                                        {"GET", "/sandbox/requests/*", getRequest},
-                                        {"DELETE", "/sandbox/requests/*", withdrawRequest},
-                                        {"POST", "/sandbox/activity", setActivity}}};
+constexpr auto routes = std::to_array<Route>({
+    {"GET", "/api/status", getStatus},
+    {"GET", "/api/activity", getActivity},
+    {"GET", "/api/roots", getRoots},
+    {"POST", "/api/roots", withBody<NewRoot, addRoot>},
+    {"DELETE", "/api/roots", withBody<OldRoot, removeRoot>},
+    {"PATCH", "/api/roots", withBody<RootServers, setRootServers>},
+    {"POST", "/api/approvals", withBody<ApprovalDecision, decideApproval>},
+    {"DELETE", "/api/escape-grants", withBody<OldGrant, revokeGrant>},
+    {"POST", "/sandbox/requests", raiseRequest},
+    {"GET", "/sandbox/requests/*", getRequest},
+    {"DELETE", "/sandbox/requests/*", withdrawRequest},
+    {"POST", "/sandbox/activity", withBody<ForcedActivity, setActivity>},
+    // Answered elsewhere.
+    {"GET", "/api/events", nullptr},
+    {"GET", "/sandbox/search", nullptr},
+});
 
-/// The template that a path falls under, and the id that it holds.
-std::pair<std::string, std::string> templateOf(const std::string& path) {
-  constexpr std::string_view prefix = "/sandbox/requests/";
-  if (!path.starts_with(prefix) || path.size() == prefix.size()) return {path, {}};
-  return {std::string(prefix) + '*', path.substr(prefix.size())};
-}
-
-/// Answered before the table is looked at: the one by the server, the other over time.
-constexpr std::array<std::string_view, 2> furtherReads{"/api/events", "/sandbox/search"};
-
-ApiAnswer toAnswer(const Rejection& failure) {
-  return answerWith({{"error", toUtf8(failure.message)}}, failure.status);
-}
-
-ApiAnswer dispatch(Agent& agent, const ApiRequest& request, const std::string& path) {
-  const auto [wanted, id] = templateOf(path);
-  const bool isFurther =
-      std::find(furtherReads.begin(), furtherReads.end(), path) != furtherReads.end();
-  std::string allow = isFurther ? "GET" : "";
+HTTPResponse dispatch(Agent& agent, const HTTPRequest& request) {
+  std::string path(pathOf(request));
+  std::string id;
+  if (path.starts_with(requestsPrefix) && path.size() > requestsPrefix.size()) {
+    id = path.substr(requestsPrefix.size());
+    path.replace(requestsPrefix.size(), id.size(), "*");
+  }
+  std::string allow;
   for (const auto& route : routes) {
-    if (route.path != wanted) continue;
-    if (route.method == request.method) {
-      Call call{.agent = agent, .id = id, .body = request.body};
-      auto answer = route.handler(call);
-      return answer ? *std::move(answer) : toAnswer(answer.error());
+    if (route.path != path) continue;
+    if (route.handler && route.method == request.method_string()) {
+      Call call{.agent = agent, .id = id, .body = request.body()};
+      return route.handler(call);
     }
     allow += (allow.empty() ? "" : ", ") + std::string(route.method);
   }
-  if (allow.empty()) return toAnswer(notFound("no such endpoint"));
-  auto answer = toAnswer(Rejection(405, "that method is not for this endpoint"));
-  answer.allow = allow;
-  return answer;
+  if (allow.empty()) return errorResponse(404, "no such endpoint");
+  auto response = errorResponse(405, "that method is not for this endpoint");
+  response.set(http::field::allow, allow);
+  return response;
 }
 
-void search(Agent& agent, const boost::urls::url_view& url, const Api::OnAnswer& onAnswer) {
-  const auto params = url.params();
+/// The parameter "q" of the request's query, decoded.
+std::optional<std::string> searchedWord(const HTTPRequest& request) {
+  const auto url = boost::urls::parse_origin_form(request.target());
+  if (!url) return std::nullopt;
+  const auto params = url->params();
   const auto found = params.find("q");
-  if (found == params.end() || !isUtf8((*found).value)) {
-    onAnswer(toAnswer(badRequest("expected ?q=WORD")));
-    return;
-  }
-  agent.search((*found).value, [onAnswer](const std::vector<std::string>& files) {
-    onAnswer(answerWith({{"files", json::value_from(files)}}));
-  });
+  if (found == params.end() || !isValidUTF8((*found).value)) return std::nullopt;
+  return (*found).value;
 }
 
 }  // namespace
 
-void Api::answer(const ApiRequest& request, const OnAnswer& onAnswer) {
-  const auto url = boost::urls::parse_origin_form(request.target);
-  if (!url) {
-    onAnswer(toAnswer(badRequest("the request's target is not a path")));
-    return;
+HTTPResponse errorResponse(unsigned status, std::string_view message) {
+  return answerWith(json::Object{{"error", visible(message)}}, status);
+}
+
+asio::awaitable<HTTPResponse> answerRequest(Agent& agent, const HTTPRequest& request) {
+  if (!boost::urls::parse_origin_form(request.target())) {
+    co_return errorResponse(400, "the request's target is not a path");
   }
-  const std::string path(url->encoded_path().data(), url->encoded_path().size());
-  if (request.method == "GET" && path == "/sandbox/search") {
-    search(agent_, *url, onAnswer);
-  } else {
-    onAnswer(dispatch(agent_, request, path));
+  if (request.method() != http::verb::get || pathOf(request) != "/sandbox/search") {
+    co_return dispatch(agent, request);
   }
+  const auto word = searchedWord(request);
+  if (!word) co_return errorResponse(400, "expected ?q=WORD");
+  const auto files = co_await agent.search(*word);
+  co_return answerWith(json::Object{{"files", json::encode(files)}});
+}
+
+bool isFromThisMachine(const HTTPRequest& request) {
+  const auto host = request.find(http::field::host);
+  const auto origin = request.find(http::field::origin);
+  if (host == request.end()) return origin == request.end();
+  const std::string value(host->value());
+  const auto portStart = value.rfind(':');
+  const bool hasPort = portStart != std::string::npos && !value.ends_with(']');
+  const auto name = lowerCased(hasPort ? value.substr(0, portStart) : value);
+  if (name != "127.0.0.1" && name != "[::1]" && name != "localhost") return false;
+  return origin == request.end() || origin->value() == "http://" + value;
 }
 
 }  // namespace zephyl::sandbox

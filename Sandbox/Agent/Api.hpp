@@ -1,42 +1,24 @@
 #pragma once
 
-#include <string>
+#include <optional>
 
 #include <boost/asio/awaitable.hpp>
 
 #include "Agent/Agent.hpp"
+#include "Common/HTTPServer.hpp"
 
 namespace zephyl::sandbox {
 
-struct ApiRequest {
-  std::string method;
-  /// As in the request line, still encoded.
-  std::string target;
-  std::string body;
-};
+/// Answers a request to the agent's HTTP API, whatever it holds. An answer that says what is wrong
+/// is {"error": text}. The event stream is not answered here.
+boost::asio::awaitable<HTTPResponse> answerRequest(Agent& agent, const HTTPRequest& request);
 
-struct ApiAnswer {
-  int status = 200;
-  /// JSON.
-  std::string body;
-  /// For status 405: the methods that there are.
-  std::string allow = {};
-};
+/// {"error": text} with the status.
+HTTPResponse errorResponse(unsigned status, std::string_view message);
 
-/// The agent's HTTP API without the HTTP: turns a request into a call of the agent and the outcome
-/// into JSON. Whatever a request holds, it has an answer; one that says what is wrong is
-/// {"error": text}. The event stream is the server's.
-class Api {
- public:
-  using OnAnswer = std::function<void(ApiAnswer)>;
-
-  explicit Api(Agent& agent) : agent_(agent) {}
-
-  /// Answers at once, or later on the same thread.
-  void answer(const ApiRequest& request, const OnAnswer& onAnswer);
-
- private:
-  Agent& agent_;
-};
+/// Returns whether the request comes from a program of this machine. A browser names the host that
+/// a page was loaded from and the page's origin, so pages of other sites are recognized, even under
+/// a name that resolves to loopback. The agent's own clients send no Origin.
+bool isFromThisMachine(const HTTPRequest& request);
 
 }  // namespace zephyl::sandbox

@@ -7,58 +7,59 @@
 #include <string_view>
 #include <vector>
 
-#include "Agent/Outcome.hpp"
 #include "Agent/Records.hpp"
+#include "System/Data/Result.hpp"
 
 namespace zephyl::sandbox {
 
-enum class RequestState { pending, approved, denied, withdrawn };
 enum class Decision { approve, always, deny };
 
-std::string_view name(RequestState state);
+constexpr std::array<std::string_view, 3> enumNames(Decision) {
+  return {"approve", "always", "deny"};
+}
 
 /// The requests that reach outside a shared folder, and the permanent exceptions to asking.
 ///
-/// A request is held until the user decides, whoever made it withdraws it, or its folder is no
-/// longer shared, which denies it. "Always" makes an exception for requests of the same kind, with
-/// the same target, from the same folder: those already held pass with it, later ones are never
-/// held. The outcomes of the last 1000 settled requests can be asked for; at most 200 are held.
+/// A request is held until the user decides, its maker withdraws it, or its folder is no longer
+/// shared, which denies it. "Always" makes an exception for requests of the same kind, with the
+/// same target, from the same folder: those that are held pass with it, later ones are never held.
+/// At most 200 requests are held. The state of the last 1000 settled ones is kept.
 class Approvals {
  public:
-  /// Ids continue after `lastId`, so that no two runs give out the same one.
+  /// Ids continue after `lastId`, so no two runs give out the same one.
   Approvals(std::vector<EscapeGrant> grants, std::int64_t lastId);
 
-  /// Whether an exception lets this request pass.
-  bool granted(const PendingApproval& request) const;
+  /// Returns whether an exception lets this request pass.
+  [[nodiscard]] bool isGranted(const PendingApproval& request) const;
 
   /// Gives the request its id and holds it.
-  Outcome<PendingApproval> hold(PendingApproval request);
+  Result<PendingApproval> hold(PendingApproval request);
 
-  /// Answers with the requests that this settles, the one decided first.
-  Outcome<std::vector<PendingApproval>> decide(std::string_view id, Decision decision);
+  /// Returns the requests that this settles, first the one that was decided.
+  Result<std::vector<PendingApproval>> decide(std::string_view id, Decision decision);
 
-  Outcome<PendingApproval> withdraw(std::string_view id);
+  Result<PendingApproval> withdraw(std::string_view id);
 
-  /// Denies what is held for the folder and drops its exceptions; answers with the denied.
+  /// Denies what is held for the folder and drops its exceptions; returns what it denied.
   std::vector<PendingApproval> forgetFolder(std::string_view root);
 
-  /// Removes the exceptions of this kind for this path, whichever their folder.
-  Outcome<void> revoke(std::string_view kind, std::string_view path);
+  /// Removes the exceptions of this kind for this path, in all folders.
+  Result<void> revoke(std::string_view kind, std::string_view path);
 
-  Outcome<RequestState> stateOf(const std::string& id) const;
+  [[nodiscard]] Result<RequestState> stateOf(const std::string& id) const;
 
-  const std::vector<PendingApproval>& pending() const { return pending_; }
-  const std::vector<EscapeGrant>& grants() const { return grants_; }
-  std::int64_t lastId() const { return lastId_; }
+  [[nodiscard]] const std::vector<PendingApproval>& pending() const { return pending_; }
+  [[nodiscard]] const std::vector<EscapeGrant>& grants() const { return grants_; }
+  [[nodiscard]] std::int64_t lastId() const { return lastId_; }
 
  private:
   template <typename Predicate>
-  std::vector<PendingApproval> settle(RequestState outcome, Predicate concerned);
+  std::vector<PendingApproval> settle(RequestState state, Predicate concerned);
 
   std::vector<PendingApproval> pending_;
   std::vector<EscapeGrant> grants_;
-  std::map<std::string, RequestState, std::less<>> outcomes_;
-  std::deque<std::string> outcomeOrder_;
+  std::map<std::string, RequestState, std::less<>> settled_;
+  std::deque<std::string> settledOrder_;
   std::int64_t lastId_;
 };
 

@@ -11,10 +11,10 @@ constexpr double secondsToCheck = 0.3;
 
 }  // namespace
 
-EmbeddingModel::EmbeddingModel(Behaviour behaviour) : behaviour_(behaviour) {
+EmbeddingModel::EmbeddingModel(Behavior behavior) : behavior_(behavior) {
   status_.totalBytes = modelBytes;
   status_.phase = ModelPhase::checking;
-  if (behaviour_.present && !behaviour_.fails) {
+  if (behavior_.present && !behavior_.fails) {
     status_.phase = ModelPhase::ready;
     status_.downloadedBytes = modelBytes;
   }
@@ -29,17 +29,17 @@ void EmbeddingModel::advance(double seconds) {
   }
 }
 
-bool EmbeddingModel::settled() const {
-  return ready() || failed();
+bool EmbeddingModel::isSettled() const {
+  return isReady() || hasFailed();
 }
 
 void EmbeddingModel::download(double seconds) {
-  const double end = behaviour_.fails ? modelBytes / 3.0 : modelBytes;
-  downloaded_ = std::min(downloaded_ + behaviour_.bytesPerSecond * seconds, end);
+  const double end = behavior_.fails ? modelBytes / 3.0 : modelBytes;
+  downloaded_ = std::min(downloaded_ + behavior_.bytesPerSecond * seconds, end);
   status_.downloadedBytes = static_cast<std::int64_t>(downloaded_);
   if (downloaded_ < end) return;
-  status_.phase = behaviour_.fails ? ModelPhase::failed : ModelPhase::ready;
-  if (behaviour_.fails) status_.error = "the download broke off: connection reset by peer";
+  status_.phase = behavior_.fails ? ModelPhase::failed : ModelPhase::ready;
+  if (behavior_.fails) status_.error = "the download broke off: connection reset by peer";
 }
 
 }  // namespace zephyl::sandbox

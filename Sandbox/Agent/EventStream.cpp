@@ -1,22 +1,24 @@
 #include "Agent/EventStream.hpp"
 
-#include <utility>
+#include <array>
+#include <string>
 
-#include <boost/asio/buffer.hpp>
+#include <boost/asio/experimental/awaitable_operators.hpp>
 #include <boost/asio/write.hpp>
-#include <fmt/format.h>
+
+#include "Common/Async.hpp"
 
 namespace zephyl::sandbox {
 namespace asio = boost::asio;
+using namespace asio::experimental::awaitable_operators;
 using namespace std::chrono_literals;
-using std::chrono::steady_clock;
 namespace {
 
-constexpr auto leastInterval = 100ms;
-constexpr auto writePatience = 10s;
+constexpr auto minEventInterval = 100ms;
+constexpr auto eventTimeout = 10s;
 
-std::string head(bool chunked) {
-  return fmt::format(
+std::string headOf(bool chunked) {
+  return formatText(
       "HTTP/1.{} 200 OK\r\n"
       "Content-Type: text/event-stream\r\n"
       "Cache-Control: no-store\r\n"
@@ -25,100 +27,56 @@ std::string head(bool chunked) {
       chunked ? 1 : 0, chunked ? "Transfer-Encoding: chunked\r\n" : "");
 }
 
+/// Returns false when the client receives nothing any more.
+asio::awaitable<bool> writeBytes(boost::beast::tcp_stream& stream, std::string bytes) {
+  stream.expires_after(eventTimeout);
+  const auto [error, size] = co_await asio::async_write(stream, asio::buffer(bytes), asTuple);
+  stream.expires_never();
+  co_return !error;
+}
+
+asio::awaitable<void> writeEvents(Agent& agent, const HTTPServer& server,
+                                  boost::beast::tcp_stream& stream,
+                                  std::chrono::milliseconds keepAlive, bool chunked) {
+  if (!co_await writeBytes(stream, headOf(chunked))) co_return;
+  std::shared_ptr<const std::string> sent;
+  steady_clock::time_point lastWritten{};
+  while (!server.isStopping()) {
+    const auto seen = agent.changes().count();
+    const auto activity = agent.activity();
+    const bool isNew = activity != sent;
+    const auto due = lastWritten + (isNew ? minEventInterval : keepAlive);
+    if (steady_clock::now() < due) {
+      co_await (agent.changes().waitForMoreThan(seen) || pauseUntil(due));
+      continue;
+    }
+    sent = activity;
+    lastWritten = steady_clock::now();
+    auto event = isNew ? "data: " + *activity + "\n\n" : ":\n\n";
+    if (chunked) event = formatText("{:x}\r\n{}\r\n", event.size(), event);
+    if (!co_await writeBytes(stream, std::move(event))) co_return;
+  }
+  if (chunked) co_await writeBytes(stream, "0\r\n\r\n");
+}
+
+/// Drops what the client still sends.
+asio::awaitable<void> awaitClose(boost::beast::tcp_stream& stream) {
+  std::array<char, 512> ignored{};
+  for (;;) {
+    const auto [error, size] =
+        co_await stream.socket().async_read_some(asio::buffer(ignored), asTuple);
+    if (error) co_return;
+  }
+}
+
 }  // namespace
 
-EventStream::EventStream(boost::beast::tcp_stream stream, Agent& agent,
-                         std::chrono::milliseconds keepAlive, std::function<void()> onEnd)
-    : stream_(std::move(stream)),
-      agent_(agent),
-      keepAlive_(keepAlive),
-      onEnd_(std::move(onEnd)),
-      timer_(stream_.get_executor()) {}
-
-void EventStream::start(unsigned version) {
-  chunked_ = version >= 11;
-  listening_ = agent_.changed().listen([this] { proceed(); });
-  watchClient();
-  write(head(chunked_));
-}
-
-void EventStream::stop() {
-  stopping_ = true;
-  proceed();
-}
-
-void EventStream::proceed() {
-  if (ended_ || !writing_.empty()) return;
-  if (stopping_) {
-    // Without chunks the end of the connection is the end of the stream.
-    if (chunked_ && !std::exchange(lastChunkSaid_, true)) {
-      write("0\r\n\r\n");
-    } else {
-      end();
-    }
-    return;
-  }
-  const auto activity = agent_.activity();
-  const bool news = activity != sent_;
-  const auto due = lastSaid_ + (news ? leastInterval : keepAlive_);
-  if (steady_clock::now() < due) {
-    wakeAt(due);
-    return;
-  }
-  sent_ = activity;
-  lastSaid_ = steady_clock::now();
-  say(news ? fmt::format("data: {}\n\n", *activity) : ":\n\n");
-}
-
-void EventStream::say(std::string text) {
-  write(chunked_ ? fmt::format("{:x}\r\n{}\r\n", text.size(), text) : std::move(text));
-}
-
-void EventStream::write(std::string bytes) {
-  writing_ = std::move(bytes);
-  stream_.expires_after(writePatience);
-  asio::async_write(stream_, asio::buffer(writing_),
-                    [self = shared_from_this()](boost::system::error_code error, std::size_t) {
-                      self->onWritten(error);
-                    });
-}
-
-void EventStream::onWritten(boost::system::error_code error) {
-  writing_.clear();
-  stream_.expires_never();
-  if (error) {
-    end();
-  } else {
-    proceed();
-  }
-}
-
-void EventStream::wakeAt(steady_clock::time_point time) {
-  timer_.expires_at(time);
-  timer_.async_wait([self = shared_from_this()](boost::system::error_code error) {
-    if (!error) self->proceed();
-  });
-}
-
-/// What the client still says is of no interest, only that it closes its side.
-void EventStream::watchClient() {
-  stream_.socket().async_read_some(
-      asio::buffer(ignored_),
-      [self = shared_from_this()](boost::system::error_code error, std::size_t) {
-        if (error) {
-          self->end();
-        } else {
-          self->watchClient();
-        }
-      });
-}
-
-void EventStream::end() {
-  if (std::exchange(ended_, true)) return;
-  listening_.reset();
-  timer_.cancel();
-  stream_.close();
-  onEnd_();
+asio::awaitable<void> serveEvents(Agent& agent, const HTTPServer& server,
+                                  const HTTPRequest& request, boost::beast::tcp_stream& stream,
+                                  std::chrono::milliseconds keepAlive) {
+  const bool chunked = request.version() >= 11;
+  stream.expires_never();
+  co_await (writeEvents(agent, server, stream, keepAlive, chunked) || awaitClose(stream));
 }
 
 }  // namespace zephyl::sandbox

@@ -13,13 +13,15 @@
 #include <unistd.h>
 
 #include "Common/Log.hpp"
+#include "System/Data/Text.hpp"
+#include "System/Files/FileDescriptor.hpp"
 
 namespace zephyl::sandbox {
 namespace fs = std::filesystem;
 namespace {
 
-constexpr std::size_t mostFiles = 200'000;
-constexpr std::size_t mostBytesRead = 262'144;
+constexpr std::size_t maxFiles = 200'000;
+constexpr std::size_t maxBytesRead = 262'144;
 constexpr std::size_t bytesProbed = 8'192;
 constexpr std::int64_t chunkBytes = 2048;
 constexpr std::array<std::string_view, 8> filledByTools{
@@ -43,15 +45,18 @@ struct Content {
   std::string text;
 };
 
-std::optional<Content> readContent(int descriptor) {
+/// Returns nullopt unless the path is a regular file.
+std::optional<Content> readContent(const std::string& path) {
+  // Non-blocking, so that a FIFO cannot hold the thread.
+  const FileDescriptor file(::open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
   struct stat status {};
-  if (::fstat(descriptor, &status) != 0 || !S_ISREG(status.st_mode)) return std::nullopt;
+  if (!file || ::fstat(file.get(), &status) != 0 || !S_ISREG(status.st_mode)) return std::nullopt;
   Content content{.bytes = status.st_size, .text = {}};
-  content.text.resize(std::min(mostBytesRead, static_cast<std::size_t>(status.st_size)));
+  content.text.resize(std::min(maxBytesRead, static_cast<std::size_t>(status.st_size)));
   std::size_t filled = 0;
   while (filled < content.text.size()) {
     const auto length =
-        ::read(descriptor, content.text.data() + filled, content.text.size() - filled);
+        ::read(file.get(), content.text.data() + filled, content.text.size() - filled);
     if (length < 0 && errno == EINTR) continue;
     if (length <= 0) break;
     filled += static_cast<std::size_t>(length);
@@ -60,13 +65,20 @@ std::optional<Content> readContent(int descriptor) {
   return content;
 }
 
-std::optional<Content> readContent(const std::string& path) {
-  // Non-blocking, so that a FIFO cannot hold the thread.
-  const int descriptor = ::open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC);
-  if (descriptor < 0) return std::nullopt;
-  auto content = readContent(descriptor);
-  ::close(descriptor);
-  return content;
+bool isWordByte(char character) {
+  const auto byte = static_cast<unsigned char>(character);
+  return byte >= 0x80 || byte == '_' || (byte >= '0' && byte <= '9') ||
+         (byte >= 'a' && byte <= 'z');
+}
+
+/// Both in lower case.
+bool containsWord(std::string_view text, std::string_view word) {
+  for (auto at = text.find(word); at != std::string_view::npos; at = text.find(word, at + 1)) {
+    const auto end = at + word.size();
+    const bool begins = at == 0 || !isWordByte(text[at - 1]);
+    if (begins && (end == text.size() || !isWordByte(text[end]))) return true;
+  }
+  return false;
 }
 
 }  // namespace
@@ -81,7 +93,7 @@ void FolderIndex::restart() {
   directories_.emplace_back();
 }
 
-void FolderIndex::takeChanges() {
+void FolderIndex::applyChanges() {
   for (const auto& change : watch_.read()) apply(change);
 }
 
@@ -141,13 +153,13 @@ void FolderIndex::scanDirectory(const std::string& directory) {
 void FolderIndex::readFile(const std::string& path) {
   const auto content = readContent(absolute(path));
   if (content && isText(content->text)) {
-    take(path, content->bytes, content->text);
+    add(path, content->bytes, content->text);
   } else {
     drop(path);
   }
 }
 
-void FolderIndex::take(const std::string& path, std::int64_t bytes, const std::string& text) {
+void FolderIndex::add(const std::string& path, std::int64_t bytes, const std::string& text) {
   const auto contentHash = std::hash<std::string>()(text);
   const auto before = known_.find(path);
   if (before != known_.end()) {
@@ -155,11 +167,8 @@ void FolderIndex::take(const std::string& path, std::int64_t bytes, const std::s
     if (complete_) ++report_.rewritten;
     erase(before);
   }
-  if (known_.size() >= mostFiles) return;
-  const File file{.id = ++lastId_, .bytes = bytes, .contentHash = contentHash};
-  const auto entry = known_.emplace(path, file).first;
-  paths_[file.id] = &entry->first;
-  words_.add(file.id, text);
+  if (known_.size() >= maxFiles) return;
+  known_.emplace(path, File{.bytes = bytes, .contentHash = contentHash});
   report_.bytes += bytes;
   report_.chunks += chunksOf(bytes);
   noteChange(path);
@@ -189,8 +198,6 @@ void FolderIndex::dropDirectory(const std::string& directory) {
 void FolderIndex::erase(std::map<std::string, File>::iterator entry) {
   report_.bytes -= entry->second.bytes;
   report_.chunks -= chunksOf(entry->second.bytes);
-  words_.remove(entry->second.id);
-  paths_.erase(entry->second.id);
   known_.erase(entry);
 }
 
@@ -199,8 +206,6 @@ void FolderIndex::clear() {
   directories_.clear();
   files_.clear();
   known_.clear();
-  paths_.clear();
-  words_ = {};
   report_ = {.root = root_};
 }
 
@@ -215,7 +220,6 @@ IndexReport FolderIndex::report() {
   report_.walked = report_.ready && !std::exchange(complete_, complete_ || report_.ready);
   report_.missing = missing_;
   report_.files = static_cast<std::int64_t>(known_.size());
-  report_.indexBytes = static_cast<std::int64_t>(words_.bytes());
   auto result = report_;
   report_.changed = 0;
   report_.rewritten = 0;
@@ -223,10 +227,15 @@ IndexReport FolderIndex::report() {
   return result;
 }
 
-std::vector<std::string> FolderIndex::find(std::string_view word) const {
+std::vector<std::string> FolderIndex::find(std::string_view word, std::size_t maxFound) const {
   std::vector<std::string> found;
-  for (const auto file : words_.find(word)) found.push_back(absolute(*paths_.at(file)));
-  std::sort(found.begin(), found.end());
+  const auto wanted = lowerCased(word);
+  if (wanted.empty()) return found;
+  for (const auto& [path, file] : known_) {
+    if (found.size() == maxFound) break;
+    const auto content = readContent(absolute(path));
+    if (content && containsWord(lowerCased(content->text), wanted)) found.push_back(absolute(path));
+  }
   return found;
 }
 

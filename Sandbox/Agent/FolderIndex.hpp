@@ -7,21 +7,41 @@
 #include <set>
 #include <string>
 #include <string_view>
-#include <unordered_map>
 #include <vector>
 
 #include "Agent/FolderWatch.hpp"
-#include "Agent/IndexReport.hpp"
-#include "Agent/WordIndex.hpp"
 
 namespace zephyl::sandbox {
 
-/// The lexical index of one shared folder: its text files, their size and their words, kept up to
-/// date with what happens in the folder.
+/// What is known about the index of one folder at one moment.
+struct IndexReport {
+  std::string root;
+  /// The folder was walked to its end and nothing waits to be read.
+  bool ready = false;
+  /// A walk through the whole folder ends with this report.
+  bool walked = false;
+  /// The folder does not exist at present; it is looked for again.
+  bool missing = false;
+  std::int64_t files = 0;
+  std::int64_t bytes = 0;
+  /// Pieces that the files would be cut into for embedding.
+  std::int64_t chunks = 0;
+
+  // Since the previous report, once the first walk is over:
+  /// Files that were added, removed or changed.
+  std::int64_t changed = 0;
+  /// Those of them that existed before and still do.
+  std::int64_t rewritten = 0;
+  /// One of them, relative to the folder.
+  std::string changedPath;
+};
+
+/// The index of one shared folder: its text files with their sizes, kept up to date while the
+/// folder changes. A search reads the files.
 ///
-/// Left out are symbolic links, what is not a regular file, binary files (a NUL among the first
-/// 8 KiB), directories whose name begins with a dot, and directories that tools fill
-/// (node_modules, build, target and the like). Of each file the first 256 KiB are indexed, and no
+/// Left out are symbolic links, everything else that is not a regular file, binary files (a NUL
+/// among the first 8 KiB), directories whose name begins with a dot, and directories that tools
+/// fill (node_modules, build, target and the like). Of each file the first 256 KiB count, and no
 /// more than 200 000 files.
 ///
 /// The work is cut into small steps, so that the thread that owns the index stays responsive; all
@@ -30,38 +50,39 @@ class FolderIndex {
  public:
   explicit FolderIndex(std::string root);
 
-  /// Readable when the folder changed and `takeChanges` should be called; -1 without watching.
-  int changesDescriptor() const { return watch_.descriptor(); }
-  void takeChanges();
+  /// Readable when the folder has changed and `applyChanges` should be called; -1 when the system
+  /// does not report changes.
+  [[nodiscard]] int changesDescriptor() const { return watch_.descriptor(); }
+  void applyChanges();
 
-  /// Looks again from the start.
+  /// Walks the folder again from the start.
   void restart();
 
-  bool hasWork() const { return !directories_.empty() || !files_.empty(); }
+  [[nodiscard]] bool hasWork() const { return !directories_.empty() || !files_.empty(); }
 
   /// Does one piece of the outstanding work: one directory, or one file.
   void step();
 
-  bool missing() const { return missing_; }
+  [[nodiscard]] bool isMissing() const { return missing_; }
 
-  /// The present state; the next report counts changes from here.
+  /// Returns the present state; the next report counts changes from here.
   IndexReport report();
 
-  /// The absolute paths of the files that hold the word.
-  std::vector<std::string> find(std::string_view word) const;
+  /// Returns the absolute paths of at most `maxFound` files that hold the word: a run of letters,
+  /// digits and "_", without regard to the case of ASCII letters.
+  [[nodiscard]] std::vector<std::string> find(std::string_view word, std::size_t maxFound) const;
 
  private:
   struct File {
-    WordIndex::FileId id = 0;
     std::int64_t bytes = 0;
     std::size_t contentHash = 0;
   };
 
-  std::string absolute(const std::string& path) const;
+  [[nodiscard]] std::string absolute(const std::string& path) const;
   void apply(const FolderChange& change);
   void scanDirectory(const std::string& directory);
   void readFile(const std::string& path);
-  void take(const std::string& path, std::int64_t bytes, const std::string& text);
+  void add(const std::string& path, std::int64_t bytes, const std::string& text);
   void drop(const std::string& path);
   void dropDirectory(const std::string& directory);
   void erase(std::map<std::string, File>::iterator entry);
@@ -80,9 +101,6 @@ class FolderIndex {
   std::set<std::string> files_;
 
   std::map<std::string, File> known_;
-  std::unordered_map<WordIndex::FileId, const std::string*> paths_;
-  WordIndex words_;
-  WordIndex::FileId lastId_ = 0;
   IndexReport report_;
 };
 

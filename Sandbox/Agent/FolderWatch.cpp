@@ -18,12 +18,8 @@ constexpr unsigned watchedEvents = IN_CREATE | IN_CLOSE_WRITE | IN_DELETE | IN_M
 
 FolderWatch::FolderWatch() : descriptor_(::inotify_init1(IN_NONBLOCK | IN_CLOEXEC)) {}
 
-FolderWatch::~FolderWatch() {
-  if (descriptor_ >= 0) ::close(descriptor_);
-}
-
 bool FolderWatch::watch(const std::string& directory, const std::string& absolutePath) {
-  const int watch = ::inotify_add_watch(descriptor_, absolutePath.c_str(), watchedEvents);
+  const int watch = ::inotify_add_watch(descriptor_.get(), absolutePath.c_str(), watchedEvents);
   if (watch < 0) return false;
   directories_[watch] = directory;
   watches_[directory] = watch;
@@ -32,7 +28,7 @@ bool FolderWatch::watch(const std::string& directory, const std::string& absolut
 
 void FolderWatch::forget(const std::string& directory) {
   const auto drop = [this](auto entry) {
-    ::inotify_rm_watch(descriptor_, entry->second);
+    ::inotify_rm_watch(descriptor_.get(), entry->second);
     directories_.erase(entry->second);
     return watches_.erase(entry);
   };
@@ -45,7 +41,7 @@ std::vector<FolderChange> FolderWatch::read() {
   std::vector<FolderChange> changes;
   alignas(inotify_event) std::array<char, 32'768> buffer{};
   for (;;) {
-    const auto length = ::read(descriptor_, buffer.data(), buffer.size());
+    const auto length = ::read(descriptor_.get(), buffer.data(), buffer.size());
     if (length <= 0) return changes;
     const std::string_view bytes(buffer.data(), static_cast<std::size_t>(length));
     for (std::size_t at = 0; at < bytes.size();) {

@@ -7,16 +7,18 @@
 #include <utility>
 #include <vector>
 
+#include "System/Files/FileDescriptor.hpp"
+
 namespace zephyl::sandbox {
 
 struct FolderChange {
   enum class Kind {
-    fileTouched,        ///< came, or was written to
-    fileGone,           ///< went
-    directoryAppeared,  ///< came, with whatever it holds
-    directoryGone,      ///< went, with all it held
-    rootGone,           ///< the folder itself went
-    eventsLost,         ///< too much happened at once: only looking again helps
+    fileTouched,        ///< added or written to
+    fileGone,           ///< removed
+    directoryAppeared,  ///< added, with its content
+    directoryGone,      ///< removed, with its content
+    rootGone,           ///< the folder itself was removed
+    eventsLost,         ///< too many at once: the folder must be walked again
   };
   Kind kind;
   /// Relative to the folder.
@@ -24,31 +26,29 @@ struct FolderChange {
 };
 
 /// Watches the directories of one folder for changes through inotify. Paths are relative to the
-/// folder, "" is the folder itself. Where the kernel grants no watch, changes go unseen.
+/// folder, "" is the folder itself. Changes in a
+/// directory for which the kernel grants no watch are not reported.
 class FolderWatch {
  public:
   FolderWatch();
-  ~FolderWatch();
-  FolderWatch(const FolderWatch&) = delete;
-  FolderWatch& operator=(const FolderWatch&) = delete;
 
-  /// Readable when there are changes to read; -1 when there is no watching at all.
-  int descriptor() const { return descriptor_; }
+  /// Readable when there are changes to read; -1 when the system gives no descriptor.
+  [[nodiscard]] int descriptor() const { return descriptor_.get(); }
 
-  /// False when the directory cannot be watched.
+  /// Returns false when the directory cannot be watched.
   bool watch(const std::string& directory, const std::string& absolutePath);
 
   /// Stops watching a directory and all below it.
   void forget(const std::string& directory);
 
-  /// What happened since the last call; never blocks.
+  /// Returns what happened since the last call. Does not block.
   std::vector<FolderChange> read();
 
  private:
   void translate(int watch, unsigned mask, std::string_view name,
                  std::vector<FolderChange>& changes);
 
-  int descriptor_;
+  FileDescriptor descriptor_;
   std::unordered_map<int, std::string> directories_;
   std::map<std::string, int> watches_;
 };

@@ -2,29 +2,24 @@
 
 #include <algorithm>
 #include <filesystem>
-#include <iterator>
 
-#include <fmt/format.h>
-
-#include "Agent/Text.hpp"
-#include "Common/Text.hpp"
+#include "System/Data/Text.hpp"
 
 namespace zephyl::sandbox {
 namespace fs = std::filesystem;
 namespace {
 
-constexpr std::size_t mostFolders = 64;
+constexpr std::int64_t maxFolders = 64;
 
 bool reachesEveryServer(const SharedRoot& shared) {
   return !shared.servers || shared.servers->empty();
 }
 
-/// Adds what is missing; false when nothing was.
+/// Adds what is missing; returns false when nothing was.
 bool unite(std::vector<std::string>& servers, const std::vector<std::string>& further) {
   const auto before = servers.size();
   for (const auto& server : further) {
-    if (std::find(servers.begin(), servers.end(), server) == servers.end())
-      servers.push_back(server);
+    if (std::ranges::find(servers, server) == servers.end()) servers.push_back(server);
   }
   return servers.size() != before;
 }
@@ -33,52 +28,54 @@ template <typename Values, typename Function>
 auto mapped(const Values& values, Function function) {
   std::vector<decltype(function(values.front()))> results;
   results.reserve(values.size());
-  std::transform(values.begin(), values.end(), std::back_inserter(results), function);
+  for (const auto& value : values) results.push_back(function(value));
   return results;
+}
+
+Error notShared(const std::string& path) {
+  return {visible(path), " is not shared"};
 }
 
 }  // namespace
 
-Outcome<std::string> Folders::canonical(const std::string& path) {
+Result<std::optional<std::string>> Folders::canonical(const std::string& path) {
   if (path.find('\0') != std::string::npos || !fs::path(path).is_absolute()) {
-    return badRequest(fmt::format("\"{}\" is not an absolute path", printable(path)));
+    return Error{"\"", visible(path), "\" is not an absolute path"};
   }
   std::error_code error;
   auto found = fs::canonical(path, error).string();
-  if (error) return notFound(fmt::format("there is no folder {}", path));
-  if (!fs::is_directory(found, error)) return badRequest(fmt::format("{} is not a folder", path));
-  if (found == "/") return badRequest("the whole file system cannot be shared");
-  if (!isUtf8(found)) return badRequest("the folder's path is not valid UTF-8");
-  return found;
+  if (error) return std::optional<std::string>();
+  if (!fs::is_directory(found, error)) return Error{path, " is not a folder"};
+  if (found == "/") return Error{"the whole file system cannot be shared"};
+  if (!isValidUTF8(found)) return Error{"the folder's path is not valid UTF-8"};
+  return std::optional(std::move(found));
 }
 
-Folders::Folders(const std::vector<State::Folder>& remembered) {
-  for (const auto& [shared, filesEmbedded] : remembered) {
-    folders_.push_back({.shared = shared,
-                        .index = {.root = shared.root},
-                        .embedded = static_cast<double>(filesEmbedded)});
+Folders::Folders(const std::vector<SavedFolder>& saved) {
+  for (const auto& folder : saved) {
+    folders_.push_back(
+        {.shared = {.root = folder.root, .name = folder.name, .servers = folder.servers},
+         .index = {.root = folder.root},
+         .embedded = static_cast<double>(folder.filesEmbedded)});
   }
 }
 
-Outcome<Folders::Added> Folders::add(const std::string& path,
-                                     const std::optional<std::string>& name,
-                                     const std::optional<std::vector<std::string>>& servers) {
-  auto root = canonical(path);
-  if (!root) return root.error();
-  if (const auto known = locate(*root)) return widen(folders_[*known], servers);
-  if (folders_.size() >= mostFolders) {
-    return conflict(fmt::format("no more than {} can be shared", counted(mostFolders, "folder")));
+Result<Folders::Added> Folders::add(const std::string& root, const std::optional<std::string>& name,
+                                    const std::optional<std::vector<std::string>>& servers) {
+  if (const auto known = locateShared(root)) return widen(**known, servers);
+  if (std::ssize(folders_) >= maxFolders) {
+    return Error{"no more than ", counted(maxFolders, "folder"), " can be shared"};
   }
-  SharedRoot shared{.root = *root,
-                    .name = name && !name->empty() ? *name : fs::path(*root).filename().string(),
+  SharedRoot shared{.root = root,
+                    .name = name && !name->empty() ? *name : fs::path(root).filename().string(),
                     .servers = servers};
-  folders_.push_back({.shared = shared, .index = {.root = *root}});
+  folders_.push_back({.shared = shared, .index = {.root = root}});
   return Added{.shared = std::move(shared), .isNew = true};
 }
 
-Outcome<Folders::Added> Folders::widen(
-    Folder& folder, const std::optional<std::vector<std::string>>& servers) const {
-  const auto already = conflict(fmt::format("{} is shared already", folder.shared.root));
+Result<Folders::Added> Folders::widen(Folder& folder,
+                                      const std::optional<std::vector<std::string>>& servers) {
+  const Error already{folder.shared.root, " is shared already"};
   if (reachesEveryServer(folder.shared)) return already;
   if (!servers || servers->empty()) {
     folder.shared.servers.reset();
@@ -88,34 +85,32 @@ Outcome<Folders::Added> Folders::widen(
   return Added{.shared = folder.shared};
 }
 
-Outcome<SharedRoot> Folders::remove(const std::string& path) {
-  const auto index = locate(path);
-  if (!index) return index.error();
-  auto removed = folders_[*index].shared;
-  folders_.erase(folders_.begin() + static_cast<std::ptrdiff_t>(*index));
+Result<SharedRoot> Folders::remove(const std::string& path) {
+  const auto folder = locateShared(path);
+  if (!folder) return folder.error();
+  auto removed = std::move((*folder)->shared);
+  folders_.erase(folders_.begin() + (*folder - folders_.data()));
   return removed;
 }
 
-Outcome<SharedRoot> Folders::setServers(const std::string& path,
-                                        const std::vector<std::string>& servers) {
-  const auto index = locate(path);
-  if (!index) return index.error();
-  auto& shared = folders_[*index].shared;
-  shared.servers.emplace();
-  unite(*shared.servers, servers);
+Result<SharedRoot> Folders::setServers(const std::string& path,
+                                       const std::vector<std::string>& servers) {
+  const auto folder = locateShared(path);
+  if (!folder) return folder.error();
+  auto& shared = (*folder)->shared;
+  unite(shared.servers.emplace(), servers);
   return shared;
 }
 
-Outcome<std::string> Folders::find(const std::string& path) const {
-  const auto index = locate(path);
-  if (!index) return index.error();
-  return folders_[*index].shared.root;
+Result<std::string> Folders::find(const std::string& path) const {
+  if (const auto* folder = locate(path)) return folder->shared.root;
+  return notShared(path);
 }
 
 bool Folders::apply(const IndexReport& report) {
-  const auto index = locate(report.root);
-  if (!index) return false;
-  auto& folder = folders_[*index];
+  const auto found = locateShared(report.root);
+  if (!found) return false;
+  auto& folder = **found;
   folder.index = report;
   if (report.ready && !report.missing) {
     folder.embedded = std::min(folder.embedded, static_cast<double>(report.files));
@@ -127,23 +122,21 @@ bool Folders::apply(const IndexReport& report) {
 std::vector<SharedRoot> Folders::embed(double files) {
   std::vector<SharedRoot> finished;
   for (auto& folder : folders_) {
-    if (!folder.outstanding()) continue;
+    if (!folder.isOutstanding()) continue;
     const auto before = folder.embedded;
     folder.embedded = std::min(before + files, static_cast<double>(folder.index.files));
     files -= folder.embedded - before;
-    if (!folder.outstanding()) finished.push_back(folder.shared);
+    if (!folder.isOutstanding()) finished.push_back(folder.shared);
   }
   return finished;
 }
 
-bool Folders::indexing() const {
-  return std::any_of(folders_.begin(), folders_.end(),
-                     [](const Folder& folder) { return !folder.index.ready; });
+bool Folders::isIndexing() const {
+  return !std::ranges::all_of(folders_, [](const Folder& folder) { return folder.index.ready; });
 }
 
-bool Folders::embeddingOutstanding() const {
-  return std::any_of(folders_.begin(), folders_.end(),
-                     [](const Folder& folder) { return folder.outstanding(); });
+bool Folders::isEmbeddingOutstanding() const {
+  return std::ranges::any_of(folders_, &Folder::isOutstanding);
 }
 
 std::vector<IndexProgress> Folders::progress(bool modelReady, bool modelFailed) const {
@@ -155,10 +148,12 @@ std::vector<SharedRoot> Folders::shared() const {
   return mapped(folders_, [](const Folder& folder) { return folder.shared; });
 }
 
-std::vector<State::Folder> Folders::remember() const {
+std::vector<SavedFolder> Folders::saved() const {
   return mapped(folders_, [](const Folder& folder) {
-    return State::Folder{.shared = folder.shared,
-                         .filesEmbedded = static_cast<std::int64_t>(folder.embedded)};
+    return SavedFolder{.root = folder.shared.root,
+                       .name = folder.shared.name,
+                       .servers = folder.shared.servers,
+                       .filesEmbedded = static_cast<std::int64_t>(folder.embedded)};
   });
 }
 
@@ -171,35 +166,39 @@ Folders::Sums Folders::sums() const {
   return sums;
 }
 
-bool Folders::Folder::outstanding() const {
+bool Folders::Folder::isOutstanding() const {
   return index.ready && embedded < static_cast<double>(index.files);
 }
 
 IndexProgress Folders::Folder::progress(bool modelReady, bool modelFailed) const {
+  // About what an index of the words would occupy.
+  constexpr std::int64_t indexBytesPerFile = 128;
   const auto files = std::min(static_cast<std::int64_t>(embedded), index.files);
   return {.root = shared.root,
           .ready = index.ready,
-          .embedding = modelReady && outstanding(),
+          .embedding = modelReady && isOutstanding(),
           .filesEmbedded = files,
           .chunksEmbedded = index.files > 0 ? index.chunks * files / index.files : 0,
           .lexicalFiles = index.files,
           .ragEnabled = !modelFailed,
-          .indexBytes = index.indexBytes};
+          .indexBytes = index.bytes / 2 + index.files * indexBytesPerFile};
 }
 
-Outcome<std::size_t> Folders::locate(const std::string& path) const {
+const Folders::Folder* Folders::locate(const std::string& path) const {
   const auto at = [this](const std::string& root) {
-    return static_cast<std::size_t>(
-        std::find_if(folders_.begin(), folders_.end(),
-                     [&](const Folder& folder) { return folder.shared.root == root; }) -
-        folders_.begin());
+    const auto found = std::ranges::find(
+        folders_, root, [](const Folder& folder) -> auto& { return folder.shared.root; });
+    return found == folders_.end() ? nullptr : &*found;
   };
-  auto index = at(path);
-  if (index == folders_.size()) {
-    if (const auto root = canonical(path)) index = at(*root);
-  }
-  if (index == folders_.size()) return notFound(fmt::format("{} is not shared", printable(path)));
-  return index;
+  if (const auto* folder = at(path)) return folder;
+  const auto root = canonical(path);
+  return root && *root ? at(**root) : nullptr;
+}
+
+Result<Folders::Folder*> Folders::locateShared(const std::string& path) {
+  const auto* folder = locate(path);
+  if (!folder) return notShared(path);
+  return &folders_[static_cast<std::size_t>(folder - folders_.data())];
 }
 
 }  // namespace zephyl::sandbox

@@ -6,18 +6,17 @@
 #include <string_view>
 #include <vector>
 
-#include "Agent/IndexReport.hpp"
-#include "Agent/Outcome.hpp"
+#include "Agent/FolderIndex.hpp"
 #include "Agent/Records.hpp"
-#include "Agent/StateFile.hpp"
+#include "System/Data/Result.hpp"
 
 namespace zephyl::sandbox {
 
 /// The shared folders with the state of their index and of their simulated embedding.
 ///
-/// A folder is kept under its canonical path, and found under any path that leads to it. Sharing a
-/// shared folder with further servers widens its scope; sharing it again with nobody new is a
-/// conflict.
+/// A folder is kept under its canonical path and found under any path that leads to it. Sharing a
+/// shared folder with further servers widens its scope; sharing it again with the same ones is an
+/// error. So is the path of a folder that is not shared.
 class Folders {
  public:
   struct Sums {
@@ -25,39 +24,40 @@ class Folders {
     std::int64_t bytes = 0;
   };
 
-  /// A path as it would be kept: absolute, existing, a folder, not the whole file system.
-  static Outcome<std::string> canonical(const std::string& path);
+  /// Returns the path of a folder as it would be kept; nullopt when nothing is there. A path that
+  /// is not absolute, not a folder, or that of the whole file system is an error.
+  static Result<std::optional<std::string>> canonical(const std::string& path);
 
-  explicit Folders(const std::vector<State::Folder>& remembered);
+  explicit Folders(const std::vector<SavedFolder>& saved);
 
-  /// Answers with the folder, and whether it is newly shared.
   struct Added {
     SharedRoot shared;
     bool isNew = false;
   };
-  Outcome<Added> add(const std::string& path, const std::optional<std::string>& name,
-                     const std::optional<std::vector<std::string>>& servers);
-  Outcome<SharedRoot> remove(const std::string& path);
-  Outcome<SharedRoot> setServers(const std::string& path, const std::vector<std::string>& servers);
+  /// `root` must be canonical. Returns the folder and whether it is newly shared.
+  Result<Added> add(const std::string& root, const std::optional<std::string>& name,
+                    const std::optional<std::vector<std::string>>& servers);
+  Result<SharedRoot> remove(const std::string& path);
+  Result<SharedRoot> setServers(const std::string& path, const std::vector<std::string>& servers);
 
-  /// The root that a path leads to.
-  Outcome<std::string> find(const std::string& path) const;
+  /// Returns the root that a path leads to.
+  [[nodiscard]] Result<std::string> find(const std::string& path) const;
 
-  /// Takes over what the index says; false when that folder is no longer shared. A file that got
-  /// another content has to be embedded again.
+  /// Stores what the index reports; returns false when that folder is no longer shared. A file
+  /// whose content has changed has to be embedded again.
   bool apply(const IndexReport& report);
 
-  /// Embeds this many files, folder after folder; answers with the folders that this finished.
+  /// Embeds this many files, folder after folder; returns the folders that this finished.
   std::vector<SharedRoot> embed(double files);
 
-  bool indexing() const;
-  /// A folder whose index is ready holds files that are not embedded yet.
-  bool embeddingOutstanding() const;
+  [[nodiscard]] bool isIndexing() const;
+  /// Returns whether a folder whose index is ready holds files that are not embedded yet.
+  [[nodiscard]] bool isEmbeddingOutstanding() const;
 
-  std::vector<IndexProgress> progress(bool modelReady, bool modelFailed) const;
-  std::vector<SharedRoot> shared() const;
-  std::vector<State::Folder> remember() const;
-  Sums sums() const;
+  [[nodiscard]] std::vector<IndexProgress> progress(bool modelReady, bool modelFailed) const;
+  [[nodiscard]] std::vector<SharedRoot> shared() const;
+  [[nodiscard]] std::vector<SavedFolder> saved() const;
+  [[nodiscard]] Sums sums() const;
 
  private:
   struct Folder {
@@ -65,13 +65,14 @@ class Folders {
     IndexReport index;
     double embedded = 0;
 
-    bool outstanding() const;
-    IndexProgress progress(bool modelReady, bool modelFailed) const;
+    [[nodiscard]] bool isOutstanding() const;
+    [[nodiscard]] IndexProgress progress(bool modelReady, bool modelFailed) const;
   };
 
-  Outcome<std::size_t> locate(const std::string& path) const;
-  Outcome<Added> widen(Folder& folder,
-                       const std::optional<std::vector<std::string>>& servers) const;
+  [[nodiscard]] const Folder* locate(const std::string& path) const;
+  Result<Folder*> locateShared(const std::string& path);
+  static Result<Added> widen(Folder& folder,
+                             const std::optional<std::vector<std::string>>& servers);
 
   std::vector<Folder> folders_;
 };

@@ -2,8 +2,6 @@
 
 #include <chrono>
 #include <map>
-#include <optional>
-#include <string_view>
 #include <thread>
 #include <utility>
 
@@ -11,114 +9,68 @@
 #include <boost/asio/io_context.hpp>
 #include <boost/asio/posix/stream_descriptor.hpp>
 #include <boost/asio/post.hpp>
-#include <boost/asio/steady_timer.hpp>
 
 #include <fcntl.h>
 
-#include "Agent/FolderIndex.hpp"
+#include "Common/Async.hpp"
 
 namespace zephyl::sandbox {
 namespace asio = boost::asio;
 using namespace std::chrono_literals;
-using std::chrono::steady_clock;
 namespace {
 
-constexpr std::size_t mostFound = 100;
-/// How long one folder works before others have their turn.
-constexpr auto turn = 10ms;
-constexpr auto reportInterval = 100ms;
-/// An editor that saves touches a file several times; so long is waited for the end of it.
-constexpr auto settling = 30ms;
-constexpr auto missingRetry = 1s;
+constexpr std::size_t maxFound = 100;
+/// How long one folder is worked on before others have their turn.
+constexpr auto turnLength = 10ms;
+/// An editor that saves touches a file several times.
+constexpr auto settlingTime = 30ms;
+constexpr auto missingRetryInterval = 1s;
 
-/// One folder's index with what drives it on the worker's thread: its turns, its changes, and the
-/// wait for a missing folder. Every callback holds it weakly, so dropping it ends it.
-class DrivenFolder : public std::enable_shared_from_this<DrivenFolder> {
- public:
-  DrivenFolder(asio::io_context& io, std::string root, Indexer::OnReport onReport)
-      : io_(io), index_(std::move(root)), pause_(io), onReport_(std::move(onReport)) {}
-
-  void start() {
-    // The descriptor closes what it is given, and the index closes its own.
-    const int descriptor = ::fcntl(index_.changesDescriptor(), F_DUPFD_CLOEXEC, 0);
-    if (descriptor >= 0) changes_.emplace(io_, descriptor);
-    awaitChanges();
-    takeTurn();
+/// One folder's index and the descriptor that reports its changes, on the worker's thread.
+struct WatchedFolder {
+  WatchedFolder(asio::io_context& io, std::string root) : index(std::move(root)), changes(io) {
+    // The stream closes its descriptor, and so does the index.
+    const int descriptor = ::fcntl(index.changesDescriptor(), F_DUPFD_CLOEXEC, 0);
+    if (descriptor >= 0) changes.assign(descriptor);
   }
 
-  const FolderIndex& index() const { return index_; }
-
- private:
-  void takeTurn() {
-    const auto end = steady_clock::now() + turn;
-    while (index_.hasWork() && steady_clock::now() < end) index_.step();
-    if (!index_.hasWork()) {
-      working_ = false;
-      report();
-      if (index_.missing()) lookAgainLater();
-      return;
-    }
-    if (steady_clock::now() >= reported_ + reportInterval) report();
-    asio::post(io_, guarded(&DrivenFolder::takeTurn));
-  }
-
-  void report() {
-    reported_ = steady_clock::now();
-    onReport_(index_.report());
-  }
-
-  void awaitChanges() {
-    if (!changes_) return;
-    changes_->async_wait(asio::posix::descriptor_base::wait_read,
-                         [weak = weak_from_this()](boost::system::error_code error) {
-                           const auto self = weak.lock();
-                           if (self && !error) self->onChanges();
-                         });
-  }
-
-  void onChanges() {
-    index_.takeChanges();
-    awaitChanges();
-    if (!std::exchange(working_, true)) runAfter(settling, &DrivenFolder::takeTurn);
-  }
-
-  void lookAgainLater() {
-    working_ = true;
-    runAfter(missingRetry, &DrivenFolder::lookAgain);
-  }
-
-  void lookAgain() {
-    index_.restart();
-    index_.step();
-    if (index_.missing()) {
-      lookAgainLater();
-    } else {
-      takeTurn();
-    }
-  }
-
-  void runAfter(steady_clock::duration delay, void (DrivenFolder::*then)()) {
-    pause_.expires_after(delay);
-    pause_.async_wait([run = guarded(then)](boost::system::error_code error) {
-      if (!error) run();
-    });
-  }
-
-  std::function<void()> guarded(void (DrivenFolder::*member)()) {
-    return [weak = weak_from_this(), member] {
-      if (const auto self = weak.lock()) (self.get()->*member)();
-    };
-  }
-
-  asio::io_context& io_;
-  FolderIndex index_;
-  std::optional<asio::posix::stream_descriptor> changes_;
-  asio::steady_timer pause_;
-  Indexer::OnReport onReport_;
-  steady_clock::time_point reported_ = steady_clock::now();
-  /// A turn, or the pause before one, is under way.
-  bool working_ = true;
+  FolderIndex index;
+  asio::posix::stream_descriptor changes;
+  bool isRemoved = false;
 };
+
+asio::awaitable<void> awaitFolder(WatchedFolder& folder) {
+  do {
+    co_await pause(missingRetryInterval);
+    folder.index.restart();
+    folder.index.step();
+  } while (folder.index.isMissing() && !folder.isRemoved);
+}
+
+asio::awaitable<void> awaitChanges(WatchedFolder& folder) {
+  co_await folder.changes.async_wait(asio::posix::descriptor_base::wait_read, asTuple);
+  folder.index.applyChanges();
+  co_await pause(settlingTime);
+}
+
+/// Keeps the index up to date until the folder is removed.
+asio::awaitable<void> keepUp(std::shared_ptr<WatchedFolder> folder, Indexer::OnReport onReport) {
+  while (!folder->isRemoved) {
+    folder->index.applyChanges();
+    const auto end = steady_clock::now() + turnLength;
+    while (folder->index.hasWork() && steady_clock::now() < end) folder->index.step();
+    onReport(folder->index.report());
+    if (folder->index.hasWork()) {
+      co_await asio::post(asio::use_awaitable);
+    } else if (folder->index.isMissing()) {
+      co_await awaitFolder(*folder);
+    } else if (folder->changes.is_open()) {
+      co_await awaitChanges(*folder);
+    } else {
+      co_return;
+    }
+  }
+}
 
 }  // namespace
 
@@ -139,46 +91,49 @@ class Indexer::Worker {
 
   void add(const std::string& root) {
     asio::post(io_, [this, root] {
-      auto folder = std::make_shared<DrivenFolder>(
-          io_, root, [this](const IndexReport& report) { bringHome(report); });
+      const auto folder = std::make_shared<WatchedFolder>(io_, root);
       folders_[root] = folder;
-      folder->start();
+      asio::co_spawn(io_, keepUp(folder, [this](const IndexReport& report) { deliver(report); }),
+                     asio::detached);
     });
   }
 
   void remove(const std::string& root) {
-    asio::post(io_, [this, root] { folders_.erase(root); });
-  }
-
-  void find(std::string word, OnFound onFound) {
-    asio::post(io_, [this, word = std::move(word), onFound = std::move(onFound)] {
-      asio::post(home_, [found = findHere(word), onFound] { onFound(found); });
+    asio::post(io_, [this, root] {
+      const auto folder = folders_.extract(root);
+      if (folder.empty()) return;
+      folder.mapped()->isRemoved = true;
+      folder.mapped()->changes.close();
     });
   }
 
+  asio::awaitable<std::vector<std::string>> find(std::string word) {
+    return asio::co_spawn(io_, findHere(std::move(word)), asio::use_awaitable);
+  }
+
  private:
-  void bringHome(const IndexReport& report) {
-    // Held weakly: with the worker gone, a report still under way is nobody's.
+  void deliver(const IndexReport& report) {
+    // Held weakly, because a report may be on its way when the worker goes away.
     asio::post(home_, [weak = std::weak_ptr(onReport_), report] {
       if (const auto onReport = weak.lock()) (*onReport)(report);
     });
   }
 
-  std::vector<std::string> findHere(std::string_view word) const {
+  asio::awaitable<std::vector<std::string>> findHere(std::string word) const {
     std::vector<std::string> found;
     for (const auto& [root, folder] : folders_) {
-      for (auto& path : folder->index().find(word)) {
-        if (found.size() < mostFound) found.push_back(std::move(path));
+      for (auto& path : folder->index.find(word, maxFound - found.size())) {
+        found.push_back(std::move(path));
       }
     }
-    return found;
+    co_return found;
   }
 
   asio::any_io_executor home_;
   std::shared_ptr<OnReport> onReport_;
   asio::io_context io_{1};
   asio::executor_work_guard<asio::io_context::executor_type> work_ = asio::make_work_guard(io_);
-  std::map<std::string, std::shared_ptr<DrivenFolder>> folders_;
+  std::map<std::string, std::shared_ptr<WatchedFolder>> folders_;
   std::thread thread_;
 };
 
@@ -195,8 +150,8 @@ void Indexer::remove(const std::string& root) {
   worker_->remove(root);
 }
 
-void Indexer::find(std::string word, OnFound onFound) {
-  worker_->find(std::move(word), std::move(onFound));
+asio::awaitable<std::vector<std::string>> Indexer::find(const std::string& word) {
+  return worker_->find(word);
 }
 
 }  // namespace zephyl::sandbox

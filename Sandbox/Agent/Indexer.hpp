@@ -6,19 +6,19 @@
 #include <vector>
 
 #include <boost/asio/any_io_executor.hpp>
+#include <boost/asio/awaitable.hpp>
 
-#include "Agent/IndexReport.hpp"
+#include "Agent/FolderIndex.hpp"
 
 namespace zephyl::sandbox {
 
-/// Keeps the lexical indexes of all shared folders on a thread of its own, so that walking a large
-/// folder never holds up an answer. Used from the home executor, where the reports arrive too: some
-/// while a folder is being walked, and one whenever it is caught up with. Destruction ends the
-/// thread within one step of its work, and no report comes afterwards.
+/// Keeps the indexes of all shared folders on a thread of its own, so that walking a large folder
+/// delays no answer. Used from the home executor, where reports are delivered: some while a folder
+/// is being walked, and one whenever its index is up to date. The destructor ends the thread after
+/// at most one step of its work; no report is delivered afterwards.
 class Indexer {
  public:
   using OnReport = std::function<void(const IndexReport&)>;
-  using OnFound = std::function<void(std::vector<std::string>)>;
 
   Indexer(boost::asio::any_io_executor home, OnReport onReport);
   ~Indexer();
@@ -28,9 +28,8 @@ class Indexer {
   void add(const std::string& root);
   void remove(const std::string& root);
 
-  /// Answers, at home, with the absolute paths of files that hold the word, in all folders; at most
-  /// 100.
-  void find(std::string word, OnFound onFound);
+  /// Returns the absolute paths of at most 100 files that hold the word.
+  boost::asio::awaitable<std::vector<std::string>> find(const std::string& word);
 
  private:
   class Worker;

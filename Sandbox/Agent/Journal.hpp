@@ -1,11 +1,11 @@
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
-#include <deque>
 #include <map>
-#include <optional>
 #include <string>
-#include <string_view>
+#include <utility>
+#include <vector>
 
 #include "Agent/Records.hpp"
 
@@ -14,18 +14,22 @@ namespace zephyl::sandbox {
 /// What the agent did lately, newest last and at most 20 entries, and how often it did what.
 class Journal {
  public:
-  /// Stamps the event with the present time.
-  void record(ActivityEvent event);
-  void count(std::string_view counter);
+  /// Sets the event's time to now.
+  void record(ActivityEvent event) {
+    constexpr std::size_t maxEvents = 20;
+    event.at = millisecondsSinceEpoch();
+    if (recent_.size() == maxEvents) recent_.erase(recent_.begin());
+    recent_.push_back(std::move(event));
+  }
+  void count(const std::string& counter) { ++counters_[counter]; }
 
-  const std::deque<ActivityEvent>& recent() const { return recent_; }
-  const std::map<std::string, std::int64_t, std::less<>>& counters() const { return counters_; }
+  [[nodiscard]] const std::vector<ActivityEvent>& recent() const { return recent_; }
+  [[nodiscard]] const std::map<std::string, std::int64_t>& counters() const { return counters_; }
 
  private:
-  std::deque<ActivityEvent> recent_;
-  std::map<std::string, std::int64_t, std::less<>> counters_{{"requests", 0}, {"approved", 0},
-                                                             {"denied", 0},   {"withdrawn", 0},
-                                                             {"passed", 0},   {"searches", 0}};
+  std::vector<ActivityEvent> recent_;
+  std::map<std::string, std::int64_t> counters_{{"requests", 0},  {"approved", 0}, {"denied", 0},
+                                                {"withdrawn", 0}, {"passed", 0},   {"searches", 0}};
 };
 
 }  // namespace zephyl::sandbox

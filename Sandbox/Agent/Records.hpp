@@ -1,43 +1,64 @@
 #pragma once
 
+#include <array>
+#include <chrono>
 #include <cstdint>
 #include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
 
-#include <boost/json.hpp>
+#include "Common/Record.hpp"
+#include "System/Data/Format.hpp"
 
-/// The records of the agent's JSON API. Keys are the field names; an absent optional is left out.
-/// Timestamps are milliseconds since 1970. All texts are valid UTF-8.
+/// The records of the agent's JSON API and of its state. An absent optional is left out. Timestamps
+/// are milliseconds since 1970. All texts are valid UTF-8.
 namespace zephyl::sandbox {
 
 enum class AgentState { connecting, connected, enrolled, disconnected };
+
+constexpr std::array<std::string_view, 4> enumNames(AgentState) {
+  return {"connecting", "connected", "enrolled", "disconnected"};
+}
+
 enum class ModelPhase { absent, checking, downloading, ready, failed };
 
-struct AgentConnection {
+constexpr std::array<std::string_view, 5> enumNames(ModelPhase) {
+  return {"absent", "checking", "downloading", "ready", "failed"};
+}
+
+enum class RequestState { pending, approved, denied, withdrawn };
+
+constexpr std::array<std::string_view, 4> enumNames(RequestState) {
+  return {"pending", "approved", "denied", "withdrawn"};
+}
+
+struct AgentConnection : Record<AgentConnection> {
   std::string serverId;
   AgentState state = AgentState::connecting;
-  std::optional<std::string> machineId;
-  std::optional<std::string> lastError;
+  std::optional<std::string> machineId = {};
+  std::optional<std::string> lastError = {};
 };
+BOOST_DESCRIBE_STRUCT(AgentConnection, (), (serverId, state, machineId, lastError))
 
-struct SharedRoot {
+struct SharedRoot : Record<SharedRoot> {
   std::string root;
   std::string name;
   /// Absent or empty: shared with every server.
-  std::optional<std::vector<std::string>> servers;
+  std::optional<std::vector<std::string>> servers = {};
 };
+BOOST_DESCRIBE_STRUCT(SharedRoot, (), (root, name, servers))
 
-struct ActivityEvent {
+struct ActivityEvent : Record<ActivityEvent> {
   std::string tool;
-  std::optional<std::string> path;
-  std::optional<std::string> detail;
+  std::optional<std::string> path = {};
+  std::optional<std::string> detail = {};
   bool ok = true;
   std::int64_t at = 0;
 };
+BOOST_DESCRIBE_STRUCT(ActivityEvent, (), (tool, path, detail, ok, at))
 
-struct IndexProgress {
+struct IndexProgress : Record<IndexProgress> {
   std::string root;
   bool ready = false;
   bool embedding = false;
@@ -47,57 +68,92 @@ struct IndexProgress {
   bool ragEnabled = true;
   std::int64_t indexBytes = 0;
 };
+BOOST_DESCRIBE_STRUCT(IndexProgress, (),
+                      (root, ready, embedding, filesEmbedded, chunksEmbedded, lexicalFiles,
+                       ragEnabled, indexBytes))
 
-struct ModelStatus {
+struct ModelStatus : Record<ModelStatus> {
   ModelPhase phase = ModelPhase::absent;
   std::int64_t downloadedBytes = 0;
   std::int64_t totalBytes = 0;
-  std::optional<std::string> error;
+  std::optional<std::string> error = {};
 };
+BOOST_DESCRIBE_STRUCT(ModelStatus, (), (phase, downloadedBytes, totalBytes, error))
 
-struct EscapeReason {
+struct EscapeReason : Record<EscapeReason> {
   std::string code;
   std::string detail;
 };
+BOOST_DESCRIBE_STRUCT(EscapeReason, (), (code, detail))
 
-struct PendingApproval {
-  std::string id;
+struct PendingApproval : Record<PendingApproval> {
+  std::string id = {};
   std::string kind;
   std::string tool;
   std::string target;
   std::string root;
   std::vector<EscapeReason> reasons;
-  std::optional<std::string> userName;
-  std::optional<std::string> chatTitle;
+  std::optional<std::string> userName = {};
+  std::optional<std::string> chatTitle = {};
   std::int64_t createdAt = 0;
 };
+BOOST_DESCRIBE_STRUCT(PendingApproval, (),
+                      (id, kind, tool, target, root, reasons, userName, chatTitle, createdAt))
 
-struct EscapeGrant {
+struct EscapeGrant : Record<EscapeGrant> {
   std::string path;
   std::string root;
   std::string kind;
   std::int64_t grantedAt = 0;
-  std::optional<std::string> grantedBy;
+  std::optional<std::string> grantedBy = {};
 };
+BOOST_DESCRIBE_STRUCT(EscapeGrant, (), (path, root, kind, grantedAt, grantedBy))
 
-std::int64_t millisecondsSinceEpoch();
+/// A shared folder as the state file keeps it.
+struct SavedFolder : Record<SavedFolder> {
+  std::string root;
+  std::string name;
+  std::optional<std::vector<std::string>> servers = {};
+  std::int64_t filesEmbedded = 0;
+};
+BOOST_DESCRIBE_STRUCT(SavedFolder, (), (root, name, servers, filesEmbedded))
 
-std::string_view name(AgentState state);
-std::string_view name(ModelPhase phase);
+/// What the agent keeps from one run to the next.
+struct State : Record<State> {
+  /// Random, stable for the life of the file.
+  std::string machineId;
+  std::vector<SavedFolder> roots = {};
+  std::vector<EscapeGrant> escapeGrants = {};
+  bool modelReady = false;
+  /// How many requests were ever held; the id of the last one.
+  std::int64_t requests = 0;
+};
+BOOST_DESCRIBE_STRUCT(State, (), (machineId, roots, escapeGrants, modelReady, requests))
 
-boost::json::object toJson(const AgentConnection& connection);
-boost::json::object toJson(const SharedRoot& root);
-boost::json::object toJson(const ActivityEvent& event);
-boost::json::object toJson(const IndexProgress& progress);
-boost::json::object toJson(const ModelStatus& status);
-boost::json::object toJson(const PendingApproval& approval);
-boost::json::object toJson(const EscapeGrant& grant);
+/// One server that the agent is to connect to.
+struct ServerAddress : Record<ServerAddress> {
+  std::string url;
+  std::string label;
+  /// "address:port" of the SOCKS proxy through which the server is reached.
+  std::optional<std::string> socks5 = {};
+  std::optional<std::string> agentId = {};
+};
+BOOST_DESCRIBE_STRUCT(ServerAddress, (), (url, label, socks5, agentId))
 
-template <typename Records>
-boost::json::array toJsonArray(const Records& records) {
-  boost::json::array array;
-  for (const auto& record : records) array.push_back(toJson(record));
-  return array;
+template <json::NamedEnum Enum>
+std::string_view nameOf(Enum value) {
+  static constexpr auto names = enumNames(Enum{});
+  return names[static_cast<std::size_t>(value)];
+}
+
+inline std::int64_t millisecondsSinceEpoch() {
+  const auto now = std::chrono::system_clock::now().time_since_epoch();
+  return std::chrono::duration_cast<std::chrono::milliseconds>(now).count();
+}
+
+/// "1 file", "2 files".
+inline std::string counted(std::int64_t count, std::string_view noun) {
+  return formatText("{} {}{}", count, noun, count == 1 ? "" : "s");
 }
 
 }  // namespace zephyl::sandbox

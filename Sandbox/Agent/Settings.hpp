@@ -1,25 +1,24 @@
 #pragma once
 
 #include <chrono>
-#include <optional>
 #include <string>
-#include <variant>
 #include <vector>
 
-#include "Agent/Outcome.hpp"
+#include "Common/Ending.hpp"
+#include "Common/Program.hpp"
 
 namespace zephyl::sandbox {
 
 /// How this run is to behave, from the command line first and the environment second.
 struct Settings {
-  /// 0 means any free port.
+  /// 0 is any free port.
   unsigned short port = 0;
   std::string stateDirectory;
   /// What to share on the very first start.
   std::vector<std::string> firstFolders;
   /// The JSON list of servers to connect to, as handed over.
   std::string servers;
-  /// Runs from the packaged runtime.
+  /// Whether the agent runs from the packaged runtime.
   bool standalone = false;
 
   double filesEmbeddedPerSecond = 0;
@@ -30,17 +29,14 @@ struct Settings {
   std::chrono::milliseconds connectInterval{};
   std::chrono::milliseconds streamKeepAlive{};
 
-  /// Ends by itself after so long, with `exitStatus`; zero is at once, before anything is served.
-  std::optional<std::chrono::milliseconds> exitAfter;
-  int exitStatus = 1;
+  /// An exit after no time at all happens before anything is served.
+  Misbehavior misbehavior;
 };
 
-/// A text to print instead of running.
-struct Notice {
-  std::string text;
-};
+/// The agent's name, options and help.
+extern const Program agentProgram;
 
-/// A misuse of the command line or the environment is a failure that says what is wrong.
-Outcome<std::variant<Settings, Notice>> readSettings(int argc, const char* const* argv);
+/// An invalid value in the command line or the environment is an error.
+Result<Settings> readSettings(SettingsReader reader);
 
 }  // namespace zephyl::sandbox

@@ -1,18 +1,10 @@
-#include <chrono>
-#include <csignal>
-#include <cstdio>
-#include <exception>
-#include <utility>
-#include <variant>
-
 #include <boost/asio/io_context.hpp>
-#include <boost/asio/signal_set.hpp>
-#include <boost/asio/steady_timer.hpp>
 
 #include "Agent/Agent.hpp"
-#include "Agent/Server.hpp"
+#include "Agent/Api.hpp"
+#include "Agent/EventStream.hpp"
 #include "Agent/Settings.hpp"
-#include "Agent/StateFile.hpp"
+#include "Common/Endpoint.hpp"
 #include "Common/Log.hpp"
 
 namespace zephyl::sandbox {
@@ -21,95 +13,82 @@ namespace {
 namespace asio = boost::asio;
 using namespace std::chrono_literals;
 
-/// How long answers and streams have to come to an end when the agent stops.
-constexpr auto farewell = 300ms;
-constexpr int usageStatus = 2;
+/// How long answers and streams may take to end when the agent stops.
+constexpr auto stopTimeout = 300ms;
+constexpr HTTPServer::Options serverOptions{
+    .maxConnections = 256, .maxBodyBytes = 16'384, .requestTimeout = 60s, .answerTimeout = 10s};
 
-int fail(const Rejection& failure, int status) {
-  fmt::print(stderr, "zephyl-agent: {}\n", failure.message);
-  return status;
-}
-
-/// What ends a run: a signal, or the time that it was given.
-class Ending {
+/// The agent's API and its event stream over HTTP.
+class Service {
  public:
-  Ending(asio::io_context& io, const Settings& settings)
-      : signals_(io, SIGTERM, SIGINT), time_(io) {
-    signals_.async_wait([this, &io](boost::system::error_code error, int signal) {
-      if (!error) end(io, 0, signal == SIGTERM ? "stopping (SIGTERM)" : "stopping (SIGINT)");
-    });
-    if (!settings.exitAfter) return;
-    time_.expires_after(*settings.exitAfter);
-    time_.async_wait([this, &io, status = settings.exitStatus](boost::system::error_code error) {
-      if (!error) end(io, status, fmt::format("exiting with status {}, as asked", status));
-    });
-  }
+  Service(Agent& agent, std::chrono::milliseconds keepAlive)
+      : agent_(agent),
+        keepAlive_(keepAlive),
+        server_(
+            serverOptions,
+            {.answer = [this](const HTTPRequest& request,
+                              boost::beast::tcp_stream& stream) { return answer(request, stream); },
+             .refuse = errorResponse}) {}
 
-  int status() const { return status_; }
+  HTTPServer& server() { return server_; }
 
  private:
-  void end(asio::io_context& io, int status, std::string_view line) {
-    logLine(line);
-    status_ = status;
-    io.stop();
+  asio::awaitable<std::optional<HTTPResponse>> answer(const HTTPRequest& request,
+                                                      boost::beast::tcp_stream& stream) {
+    if (!isFromThisMachine(request)) {
+      auto refusal = errorResponse(403, "only programs of this machine may ask");
+      refusal.keep_alive(false);
+      co_return refusal;
+    }
+    const bool isGet = request.method() == boost::beast::http::verb::get;
+    if (!isGet || pathOf(request) != "/api/events") {
+      co_return co_await answerRequest(agent_, request);
+    }
+    co_await serveEvents(agent_, server_, request, stream, keepAlive_);
+    co_return std::nullopt;
   }
 
-  asio::signal_set signals_;
-  asio::steady_timer time_;
-  int status_ = 0;
+  Agent& agent_;
+  std::chrono::milliseconds keepAlive_;
+  HTTPServer server_;
 };
 
-int serve(const Settings& settings) {
+Result<int> serve(const Settings& settings) {
+  if (settings.misbehavior.exitsAfter == 0ms) {
+    log("exiting with status {}, as asked", settings.misbehavior.exitStatus);
+    return settings.misbehavior.exitStatus;
+  }
   asio::io_context io(1);
-  // The port first: whoever has it may still be using the state.
-  auto acceptor = listenOn(io, settings.port);
-  if (!acceptor) return fail(acceptor.error(), 1);
-  const auto file = StateFile::open(settings.stateDirectory);
-  if (!file) return fail(file.error(), 1);
+  // The port first: a program that has it may still be using the state.
+  auto acceptor = listenOn(io.get_executor(), {asio::ip::address_v4::loopback(), settings.port});
+  if (!acceptor) return acceptor.error();
+  const auto file = StateFile::open(settings.stateDirectory, "state.json");
+  if (!file) return file.error();
   const auto port = acceptor->local_endpoint().port();
-  if (settings.standalone) log("running from the packaged runtime");
+  if (settings.standalone) logLine("running from the packaged runtime");
 
-  Ending ending(io, settings);
-  Agent agent(io, settings, *file);
-  Server server(io, *std::move(acceptor), agent, settings.streamKeepAlive);
+  Ending ending(io, settings.misbehavior);
+  Agent agent(io.get_executor(), settings, *file);
+  Service service(agent, settings.streamKeepAlive);
+  service.server().start(*std::move(acceptor));
   log("listening on 127.0.0.1:{}", port);
   io.run();
 
   agent.save();
-  server.stop();
+  service.server().stop();
+  agent.changes().notify();
   io.restart();
-  const auto deadline = std::chrono::steady_clock::now() + farewell;
-  while (!server.idle() && io.run_one_until(deadline) > 0) {
+  const auto deadline = steady_clock::now() + stopTimeout;
+  while (!service.server().isIdle() && io.run_one_until(deadline) > 0) {
   }
-  log("stopped");
+  logLine("stopped");
   return ending.status();
-}
-
-int run(int argc, char** argv) {
-  const auto invocation = readSettings(argc, argv);
-  if (!invocation) return fail(invocation.error(), usageStatus);
-  if (const auto* notice = std::get_if<Notice>(&*invocation)) {
-    fmt::print("{}", notice->text);
-    return 0;
-  }
-  const auto& settings = std::get<Settings>(*invocation);
-  if (settings.exitAfter == 0ms) {
-    log("exiting with status {}, as asked", settings.exitStatus);
-    return settings.exitStatus;
-  }
-  return serve(settings);
 }
 
 }  // namespace
 }  // namespace zephyl::sandbox
 
 int main(int argc, char** argv) {
-  // A client or a reader of the log that goes away is an error of that write, no reason to die.
-  std::signal(SIGPIPE, SIG_IGN);
-  try {
-    return zephyl::sandbox::run(argc, argv);
-  } catch (const std::exception& error) {
-    std::fprintf(stderr, "zephyl-agent: %s\n", error.what());
-    return 1;
-  }
+  using namespace zephyl::sandbox;
+  return runProgram(agentProgram, std::span(argv, argc), readSettings, serve);
 }

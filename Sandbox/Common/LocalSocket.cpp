@@ -1,43 +1,32 @@
 #include "Common/LocalSocket.hpp"
 
 #include <cerrno>
-#include <cstddef>
-#include <cstring>
 #include <utility>
 
 #include <boost/asio/io_context.hpp>
-#include <fmt/format.h>
+#include <boost/asio/read_until.hpp>
+#include <boost/asio/write.hpp>
 
 #include <sys/stat.h>
 #include <sys/un.h>
 #include <unistd.h>
+
+#include "Common/Async.hpp"
+#include "System/Data/Format.hpp"
 
 namespace zephyl::sandbox {
 namespace asio = boost::asio;
 using boost::system::error_code;
 namespace {
 
-constexpr std::size_t mostPathBytes = sizeof(sockaddr_un::sun_path) - 1;
-
-/// Everything made while it lives is for the user alone: a socket has no other way to be so from
-/// its first moment on.
-class PrivateFiles {
- public:
-  PrivateFiles() : previous_(::umask(S_IXUSR | S_IRWXG | S_IRWXO)) {}
-  ~PrivateFiles() { ::umask(previous_); }
-  PrivateFiles(const PrivateFiles&) = delete;
-  PrivateFiles& operator=(const PrivateFiles&) = delete;
-
- private:
-  mode_t previous_;
-};
+constexpr std::size_t maxPathBytes = sizeof(sockaddr_un::sun_path) - 1;
 
 error_code tryToConnect(const LocalProtocol::endpoint& endpoint) {
   asio::io_context io;
   LocalProtocol::socket socket(io);
   error_code error;
   socket.open(endpoint.protocol(), error);
-  // Not to wait for a program whose queue of clients is full: it is alive.
+  // A program whose queue of clients is full is alive and must not be waited for.
   if (!error) socket.native_non_blocking(true, error);
   if (!error && ::connect(socket.native_handle(), endpoint.data(),
                           static_cast<socklen_t>(endpoint.size())) != 0) {
@@ -50,26 +39,32 @@ Result<void> removeStaleSocket(const LocalProtocol::endpoint& endpoint) {
   const auto path = endpoint.path();
   struct stat status {};
   if (::lstat(path.c_str(), &status) != 0) return {};
-  if (!S_ISSOCK(status.st_mode)) {
-    return Failure{fmt::format("{} is there already and no socket; it stays", path)};
-  }
+  if (!S_ISSOCK(status.st_mode)) return Error{path, " is there already and no socket; it stays"};
   const auto error = tryToConnect(endpoint);
   if (!error || error == asio::error::would_block) {
-    return Failure{fmt::format("another program listens on {}", path)};
+    return Error{"another program listens on ", path};
   }
   if (error != asio::error::connection_refused || ::unlink(path.c_str()) != 0) {
-    return Failure{fmt::format("cannot tell whether {} is still in use", path)};
+    return Error{"cannot tell whether ", path, " is still in use"};
   }
   return {};
+}
+
+/// Binds with a mask that makes the socket private from its first moment on.
+void bindPrivately(LocalProtocol::acceptor& acceptor, const LocalProtocol::endpoint& endpoint,
+                   error_code& error) {
+  const auto previous = ::umask(S_IXUSR | S_IRWXG | S_IRWXO);
+  acceptor.bind(endpoint, error);
+  ::umask(previous);
 }
 
 }  // namespace
 
 Result<LocalProtocol::endpoint> localEndpoint(const std::string& path) {
-  if (path.empty()) return Failure{"the socket path is empty"};
-  if (path.size() <= mostPathBytes) return LocalProtocol::endpoint(path);
-  return Failure{fmt::format("the socket path is {} bytes long, {} is the most: {}", path.size(),
-                             mostPathBytes, path)};
+  if (path.empty()) return Error{"the socket path is empty"};
+  if (path.size() <= maxPathBytes) return LocalProtocol::endpoint(path);
+  return Error{formatText("the socket path is {} bytes long, {} is the most: {}", path.size(),
+                          maxPathBytes, path)};
 }
 
 SocketFile::SocketFile(std::string path) : path_(std::move(path)) {
@@ -81,8 +76,8 @@ SocketFile::SocketFile(std::string path) : path_(std::move(path)) {
 
 SocketFile::~SocketFile() {
   struct stat status {};
-  const bool isThere = !path_.empty() && ::lstat(path_.c_str(), &status) == 0;
-  if (isThere && status.st_dev == device_ && status.st_ino == inode_) ::unlink(path_.c_str());
+  const bool exists = !path_.empty() && ::lstat(path_.c_str(), &status) == 0;
+  if (exists && status.st_dev == device_ && status.st_ino == inode_) ::unlink(path_.c_str());
 }
 
 SocketFile::SocketFile(SocketFile&& other) noexcept
@@ -93,19 +88,34 @@ Result<LocalListener> listenOnLocal(const asio::any_io_executor& executor,
   const auto endpoint = localEndpoint(path);
   if (!endpoint) return endpoint.error();
   if (const auto removed = removeStaleSocket(*endpoint); !removed) return removed.error();
-
+  const auto failure = [&](const error_code& error) {
+    return Error{"cannot listen on ", path, ": ", error.message()};
+  };
   LocalProtocol::acceptor acceptor(executor);
   error_code error;
   acceptor.open(endpoint->protocol(), error);
-  if (!error) {
-    const PrivateFiles guard;
-    acceptor.bind(*endpoint, error);
-  }
-  if (error) return Failure{fmt::format("cannot listen on {}: {}", path, error.message())};
+  if (!error) bindPrivately(acceptor, *endpoint, error);
+  if (error) return failure(error);
   SocketFile file(path);
   acceptor.listen(asio::socket_base::max_listen_connections, error);
-  if (error) return Failure{fmt::format("cannot listen on {}: {}", path, error.message())};
+  if (error) return failure(error);
   return LocalListener{std::move(acceptor), std::move(file)};
+}
+
+asio::awaitable<Result<std::string>> readLine(LocalStream& stream, std::string& received,
+                                              std::size_t maxBytes) {
+  const auto [error, size] = co_await asio::async_read_until(
+      stream, asio::dynamic_buffer(received, maxBytes), '\n', asTuple);
+  if (error) co_return Error{error.message()};
+  auto line = received.substr(0, size - 1);
+  received.erase(0, size);
+  co_return line;
+}
+
+asio::awaitable<bool> writeLine(LocalStream& stream, std::string line) {
+  line += '\n';
+  const auto [error, size] = co_await asio::async_write(stream, asio::buffer(line), asTuple);
+  co_return !error;
 }
 
 }  // namespace zephyl::sandbox

@@ -1,24 +1,27 @@
 #pragma once
 
+#include <cstddef>
 #include <string>
 
 #include <boost/asio/any_io_executor.hpp>
+#include <boost/asio/awaitable.hpp>
 #include <boost/asio/local/stream_protocol.hpp>
+#include <boost/beast/core/basic_stream.hpp>
 
 #include <sys/types.h>
 
-#include "Common/Result.hpp"
+#include "System/Data/Result.hpp"
 
-/// Stream sockets with a name in the file system.
+/// Stream sockets with a name in the file system, and lines over them.
 namespace zephyl::sandbox {
 
 using LocalProtocol = boost::asio::local::stream_protocol;
+using LocalStream = boost::beast::basic_stream<LocalProtocol>;
 
-/// A path that does not fit into the system's address of a local socket is a failure.
+/// An error when the path is too long for the address of a local socket, or empty.
 Result<LocalProtocol::endpoint> localEndpoint(const std::string& path);
 
-/// The name of a bound local socket in the file system, removed at the end, unless another socket
-/// has taken its place meanwhile.
+/// Removes a socket's name when it goes away, unless another socket has that name by then.
 class SocketFile {
  public:
   explicit SocketFile(std::string path);
@@ -37,9 +40,16 @@ struct LocalListener {
   SocketFile file;
 };
 
-/// Listens on the path, for the user alone (0600). A socket that nobody listens on any more is
-/// removed first; anything else that has the path stays and is a failure.
+/// Listens on the path, for the user alone (0600). Replaces a socket that nobody listens on.
+/// Anything else at the path stays and is an error.
 Result<LocalListener> listenOnLocal(const boost::asio::any_io_executor& executor,
                                     const std::string& path);
+
+/// Reads the next line, without its end. `received` holds what arrived behind it.
+boost::asio::awaitable<Result<std::string>> readLine(LocalStream& stream, std::string& received,
+                                                     std::size_t maxBytes);
+
+/// Sends the line with its end. Returns false when the peer has gone away.
+boost::asio::awaitable<bool> writeLine(LocalStream& stream, std::string line);
 
 }  // namespace zephyl::sandbox

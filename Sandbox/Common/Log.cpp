@@ -7,20 +7,23 @@
 
 #include <unistd.h>
 
-#include "Common/Text.hpp"
+#include "System/Data/Text.hpp"
 
 namespace zephyl::sandbox {
 
+void print(std::string_view text) {
+  while (!text.empty()) {
+    const auto written = ::write(STDOUT_FILENO, text.data(), text.size());
+    if (written < 0 && errno != EINTR) return;
+    if (written > 0) text.remove_prefix(static_cast<std::size_t>(written));
+  }
+}
+
 void logLine(std::string_view text) {
   static std::mutex mutex;
-  const auto line = printable(text) + '\n';
+  const auto line = visible(text) + '\n';
   const std::lock_guard lock(mutex);
-  std::string_view rest = line;
-  while (!rest.empty()) {
-    const auto written = ::write(STDOUT_FILENO, rest.data(), rest.size());
-    if (written < 0 && errno != EINTR) return;
-    if (written > 0) rest.remove_prefix(static_cast<std::size_t>(written));
-  }
+  print(line);
 }
 
 }  // namespace zephyl::sandbox

@@ -3,18 +3,21 @@
 #include <string_view>
 #include <utility>
 
-#include <fmt/format.h>
+#include "System/Data/Format.hpp"
 
 namespace zephyl::sandbox {
 
-/// Writes the text as one line to standard output, where the tray reads it, and at once: nothing is
-/// buffered. Lines of several threads never mix. Control characters are made visible, so that no
-/// value can begin a line of its own. A reader that has gone away is ignored.
+/// Writes the text to standard output without buffering. Gives up when the reader has gone away.
+void print(std::string_view text);
+
+/// Writes the text as one line to standard output, where the tray reads it. Control characters are
+/// made visible, so no value can start a line of its own. Callable from any thread; lines do not
+/// interleave.
 void logLine(std::string_view text);
 
 template <typename... Args>
 void log(fmt::format_string<Args...> format, Args&&... args) {
-  logLine(fmt::format(format, std::forward<Args>(args)...));
+  logLine(formatText(format, std::forward<Args>(args)...));
 }
 
 }  // namespace zephyl::sandbox

@@ -26,5 +26,6 @@
 #include <boost/asio/use_awaitable.hpp>
 #include <boost/beast/core/tcp_stream.hpp>
 #include <boost/beast/http.hpp>
+#include <boost/describe.hpp>
 #include <boost/json.hpp>
 #include <fmt/format.h>

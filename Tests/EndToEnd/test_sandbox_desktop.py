@@ -276,10 +276,10 @@ def test_the_list_of_servers_is_a_table(desktop, tray):
     tray.answers["GET /servers"] = (200, {"servers": SERVERS})
     desktop.start()
     assert desktop.say("servers").splitlines() == [
-        "ID        NAME         COLOUR   STATE         ADDRESS                RELAY    TROUBLE",
-        "5a7d0b7e  Büro         #3366cc  connected     http://127.100.0.1:80  relay-1",
-        "5a7d0b7f  Zephyl 2              network down                                  key expired",
-        "9c        Lab\\x1b[31m           disabled"]
+        "ID        NAME      COLOUR   STATE         ADDRESS                RELAY    TROUBLE",
+        "5a7d0b7e  Büro      #3366cc  connected     http://127.100.0.1:80  relay-1",
+        "5a7d0b7f  Zephyl 2           network down                                  key expired",
+        "9c        Lab␛[31m           disabled"]
 
 
 def test_where_there_is_nothing_a_hint_stands(desktop):
@@ -379,7 +379,7 @@ def test_requests_are_printed_as_they_are_handed_out(desktop, tray):
         eventually(lambda: len(tray.asked) > 1)
         tray.requests += ["join", "servers/5/rename\x1b"]
         assert watch.stdout.readline() == "join\n"
-        assert watch.stdout.readline() == "servers/5/rename\\x1b\n"
+        assert watch.stdout.readline() == "servers/5/rename␛\n"
         assert json.loads(other.stdout.readline()) == {"request": "join"}
 
 

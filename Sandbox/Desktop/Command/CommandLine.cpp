@@ -4,7 +4,7 @@
 #include <cstddef>
 #include <utility>
 
-#include <fmt/format.h>
+#include "System/Data/Format.hpp"
 
 namespace zephyl::sandbox::desktop {
 namespace {
@@ -27,15 +27,15 @@ Without a command, started by the tray, it is the window itself.
 
 std::string usageOf(const Verb& verb) {
   return verb.operands.empty() ? std::string(verb.name)
-                               : fmt::format("{} {}", verb.name, verb.operands);
+                               : formatText("{} {}", verb.name, verb.operands);
 }
 
 std::string helpText(std::string_view program, std::span<const Verb> verbs) {
-  auto text = fmt::format(
+  auto text = formatText(
       "A stand-in for the desktop window app, to try everything with.\n\n"
       "Usage: {} [--json] COMMAND\n\nCommands:\n",
       program);
-  for (const auto& verb : verbs) text += fmt::format("  {:<20}  {}\n", usageOf(verb), verb.help);
+  for (const auto& verb : verbs) text += formatText("  {:<20}  {}\n", usageOf(verb), verb.help);
   return text + closingHelp;
 }
 
@@ -53,7 +53,7 @@ Result<Invocation> readWords(std::span<const char* const> words) {
     } else if (!optionsEnded && word == "--json") {
       invocation.json = true;
     } else if (!optionsEnded && word.size() > 1 && word.starts_with('-')) {
-      return Failure{"unknown option '", word, "'"};
+      return Error{"unknown option '", word, "'"};
     } else if (invocation.verb.empty()) {
       invocation.verb = word;
     } else {
@@ -78,12 +78,12 @@ Result<std::variant<Invocation, Notice>> readCommandLine(std::string_view progra
   if (wantsHelp(words)) return Reading(Notice{helpText(program, verbs)});
   auto invocation = readWords(words);
   if (!invocation) return invocation.error();
-  if (invocation->verb.empty()) return Failure{"no command"};
+  if (invocation->verb.empty()) return Error{"no command"};
   const auto verb = std::find_if(verbs.begin(), verbs.end(),
                                  [&](const Verb& known) { return known.name == invocation->verb; });
-  if (verb == verbs.end()) return Failure{"unknown command '", invocation->verb, "'"};
+  if (verb == verbs.end()) return Error{"unknown command '", invocation->verb, "'"};
   if (invocation->operands.size() != countOperands(*verb)) {
-    return Failure{"the command is: ", usageOf(*verb)};
+    return Error{"the command is: ", usageOf(*verb)};
   }
   return Reading(*std::move(invocation));
 }

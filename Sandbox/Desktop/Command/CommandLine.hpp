@@ -6,11 +6,11 @@
 #include <variant>
 #include <vector>
 
-#include "Common/Result.hpp"
+#include "Common/Program.hpp"
 
 namespace zephyl::sandbox::desktop {
 
-/// One word of the program's language: what it is called, what it needs, what it does.
+/// A command of the program.
 struct Verb {
   std::string_view name;
   /// As in the help, separated by spaces.
@@ -18,7 +18,7 @@ struct Verb {
   std::string_view help;
 };
 
-/// What the user wants done.
+/// A command with its operands, as the user wrote it.
 struct Invocation {
   std::string verb;
   std::vector<std::string> operands;
@@ -26,13 +26,8 @@ struct Invocation {
   bool json = false;
 };
 
-/// A text to print instead of running.
-struct Notice {
-  std::string text;
-};
-
-/// Reads the words after the program's name: a verb with exactly its operands; --json may stand
-/// anywhere, "--" ends the options, --help goes before all else. A failure says what is wrong.
+/// Parses the words after the program's name: a verb with exactly its operands. --json may stand
+/// anywhere, "--" ends the options, --help goes before all else.
 Result<std::variant<Invocation, Notice>> readCommandLine(std::string_view program,
                                                          std::span<const Verb> verbs,
                                                          std::span<const char* const> words);

@@ -8,150 +8,177 @@
 #include <variant>
 #include <vector>
 
-#include <boost/json.hpp>
-#include <fmt/format.h>
-
-#include "Common/Text.hpp"
+#include "Common/Log.hpp"
 #include "Desktop/Command/Choice.hpp"
 #include "Desktop/Command/CommandLine.hpp"
-#include "Desktop/Command/Fields.hpp"
 #include "Desktop/Command/Reports.hpp"
-#include "Desktop/Command/Session.hpp"
-#include "Desktop/Common/SocketPath.hpp"
+#include "Desktop/Command/WindowLink.hpp"
+#include "Desktop/Window/Messages.hpp"
+#include "System/Data/Text.hpp"
 
 namespace zephyl::sandbox::desktop {
-namespace json = boost::json;
 namespace {
 
-constexpr int usageStatus = 2;
+/// What a command works with: the window, and what the user wrote.
+struct Session {
+  std::string_view program;
+  Invocation invocation;
+  WindowLink link;
 
-using Outcome = Result<void>;
+  [[nodiscard]] const std::string& operand(std::size_t index) const {
+    return invocation.operands[index];
+  }
 
-struct Entry {
-  Verb verb;
-  Outcome (*run)(const Session&);
+  template <typename T>
+  [[nodiscard]] Result<T> ask(const Request& request) const {
+    const auto answer = link.ask(request);
+    if (!answer) return answer.error();
+    return contentAs<T>(*answer);
+  }
+
+  /// Sends the request that the command is about. With --json its answer is printed as it is.
+  [[nodiscard]] Result<json::Value> askAndShow(const Request& request) const {
+    const auto answer = link.ask(request);
+    if (!answer) return answer.error();
+    if (invocation.json) print(answer->body + '\n');
+    return contentOf(*answer);
+  }
+
+  /// Prints the text, unless the answer was printed already.
+  [[nodiscard]] Result<void> show(std::string_view text) const {
+    if (!invocation.json) print(text);
+    return {};
+  }
+
+  /// The id of the server that the first operand means.
+  [[nodiscard]] Result<std::string> server() const {
+    const auto known = ask<ServerList>(getServers());
+    if (!known) return known.error();
+    return chooseServer(known->servers, operand(0));
+  }
 };
 
-std::string serverPath(const std::string& id, std::string_view rest = "") {
-  return fmt::format("/servers/{}{}", id, rest);
-}
-
-Outcome show(const Session& session, std::string_view text) {
-  if (!session.invocation().json) fmt::print("{}", text);
-  return {};
-}
-
-/// Sends the request, and says so in words when it succeeds.
-Outcome change(const Session& session, const Request& request, std::string_view words) {
+/// Prints what `report` makes of the answer.
+template <typename T, typename Report>
+Result<void> showAnswer(const Session& session, const Request& request, Report report) {
   const auto answer = session.askAndShow(request);
   if (!answer) return answer.error();
-  return show(session, fmt::format("{}\n", words));
+  const auto content = json::decode<T>(*answer);
+  if (!content) return content.error();
+  return report(*content);
+}
+
+/// Sends the request, and prints the text when it succeeds.
+Result<void> change(const Session& session, const Request& request, const std::string& text) {
+  const auto answer = session.askAndShow(request);
+  if (!answer) return answer.error();
+  return session.show(text + '\n');
 }
 
 /// A change of the server that the first operand means.
-Outcome changeServer(const Session& session, std::string_view property, const json::object& body,
-                     std::string_view words) {
+template <typename MakeRequest>
+Result<void> changeServer(const Session& session, MakeRequest makeRequest,
+                          const std::string& text) {
   const auto id = session.server();
   if (!id) return id.error();
-  return change(
-      session, {.method = "POST", .path = serverPath(*id, property), .body = json::serialize(body)},
-      words);
+  return change(session, makeRequest(*id), text);
 }
 
-Outcome status(const Session& session) {
-  const auto answer = session.askAndShow({.method = "GET", .path = "/status"});
-  if (!answer) return answer.error();
-  return show(session, statusReport(*answer));
-}
-
-Outcome join(const Session& session) {
-  auto key = session.invocation().operands.front();
-  if (key == "-" && !std::getline(std::cin, key)) return Failure{"no key on standard input"};
-  return change(
-      session,
-      {.method = "POST", .path = "/invite", .body = json::serialize(json::object{{"key", key}})},
-      fmt::format("Joining. See how it goes with: {} servers", session.program()));
-}
-
-Outcome servers(const Session& session) {
-  const auto answer = session.askAndShow({.method = "GET", .path = "/servers"});
-  if (!answer) return answer.error();
-  const auto& list = listField(*answer, "servers");
-  return show(session, list.empty() ? fmt::format("No servers yet. Join one with: {} join KEY\n",
-                                                  session.program())
-                                    : serversReport(list));
-}
-
-Outcome rename(const Session& session) {
-  return changeServer(session, "/label", {{"label", session.invocation().operands[1]}}, "Renamed.");
-}
-
-Outcome accent(const Session& session) {
-  return changeServer(session, "/accent", {{"accent", session.invocation().operands[1]}},
-                      "Coloured.");
-}
-
-Outcome enable(const Session& session) {
-  return changeServer(session, "/enabled", {{"enabled", true}}, "Enabled.");
-}
-
-Outcome disable(const Session& session) {
-  return changeServer(session, "/enabled", {{"enabled", false}}, "Disabled.");
-}
-
-Outcome remove(const Session& session) {
-  const auto id = session.server();
-  if (!id) return id.error();
-  return change(session, {.method = "DELETE", .path = serverPath(*id)}, "Removed.");
-}
-
-Outcome folders(const Session& session) {
-  const auto answer = session.askAndShow({.method = "GET", .path = "/roots"});
-  if (!answer) return answer.error();
-  const auto& roots = listField(*answer, "roots");
-  if (roots.empty()) {
-    return show(session, fmt::format("No folder is shared. Share one with: {} share ID\n",
-                                     session.program()));
-  }
-  const auto known = session.servers();
-  if (!known) return known.error();
-  return show(session, foldersReport(roots, *known));
-}
-
-Outcome share(const Session& session) {
-  const auto id = session.server();
-  if (!id) return id.error();
-  // A user who cancels the choice is a success to the API.
-  return change(session, {.method = "POST", .path = serverPath(*id, "/roots")},
-                fmt::format("Done. See what is shared with: {} folders", session.program()));
-}
-
-Outcome unshare(const Session& session) {
-  const auto roots = session.ask({.method = "GET", .path = "/roots"});
-  if (!roots) return roots.error();
-  const auto folder = chooseFolder(listField(*roots, "roots"), session.invocation().operands[1]);
-  return changeServer(session, "/roots/scope", {{"root", folder}, {"shared", false}},
-                      "No longer shared with this server.");
-}
-
-Outcome restartAgent(const Session& session) {
-  return change(session, {.method = "POST", .path = "/agent/restart"}, "The agent restarts.");
-}
-
-Outcome diagnostics(const Session& session) {
-  const auto answer = session.askAndShow({.method = "GET", .path = "/diagnostics"});
-  if (!answer) return answer.error();
-  return show(session, outline(*answer));
-}
-
-Outcome requests(const Session& session) {
-  return session.link().watch([&](const std::string& route) {
-    const auto line = session.invocation().json ? json::serialize(json::object{{"request", route}})
-                                                : printable(route);
-    fmt::print("{}\n", line);
-    std::fflush(stdout);
+Result<void> status(const Session& session) {
+  return showAnswer<TrayStatus>(session, getStatus(), [&](const TrayStatus& status) {
+    return session.show(statusReport(status));
   });
 }
+
+Result<void> join(const Session& session) {
+  auto key = session.operand(0);
+  if (key == "-" && !std::getline(std::cin, key)) return Error{"no key on standard input"};
+  return change(session, joinServer(key),
+                formatText("Joining. See how it goes with: {} servers", session.program));
+}
+
+Result<void> servers(const Session& session) {
+  return showAnswer<ServerList>(session, getServers(), [&](const ServerList& list) {
+    return session.show(
+        list.servers.empty()
+            ? formatText("No servers yet. Join one with: {} join KEY\n", session.program)
+            : serversReport(list.servers));
+  });
+}
+
+Result<void> rename(const Session& session) {
+  return changeServer(
+      session, [&](const auto& id) { return renameServer(id, session.operand(1)); }, "Renamed.");
+}
+
+Result<void> accent(const Session& session) {
+  return changeServer(
+      session, [&](const auto& id) { return setAccent(id, session.operand(1)); }, "Coloured.");
+}
+
+Result<void> enable(const Session& session) {
+  return changeServer(
+      session, [](const auto& id) { return setEnabled(id, true); }, "Enabled.");
+}
+
+Result<void> disable(const Session& session) {
+  return changeServer(
+      session, [](const auto& id) { return setEnabled(id, false); }, "Disabled.");
+}
+
+Result<void> remove(const Session& session) {
+  return changeServer(session, removeServer, "Removed.");
+}
+
+Result<void> folders(const Session& session) {
+  return showAnswer<FolderList>(session, getFolders(), [&](const FolderList& list) -> Result<void> {
+    if (list.roots.empty()) {
+      return session.show(
+          formatText("No folder is shared. Share one with: {} share ID\n", session.program));
+    }
+    const auto known = session.ask<ServerList>(getServers());
+    if (!known) return known.error();
+    return session.show(foldersReport(list.roots, known->servers));
+  });
+}
+
+Result<void> share(const Session& session) {
+  // When the user cancels the choice, the API answers with success.
+  return changeServer(session, shareFolder,
+                      formatText("Done. See what is shared with: {} folders", session.program));
+}
+
+Result<void> unshare(const Session& session) {
+  const auto list = session.ask<FolderList>(getFolders());
+  if (!list) return list.error();
+  const auto folder = chooseFolder(list->roots, session.operand(1));
+  return changeServer(
+      session, [&](const auto& id) { return unshareFolder(id, folder); },
+      "No longer shared with this server.");
+}
+
+Result<void> restart(const Session& session) {
+  return change(session, restartAgent(), "The agent restarts.");
+}
+
+Result<void> diagnostics(const Session& session) {
+  const auto answer = session.askAndShow(getDiagnostics());
+  if (!answer) return answer.error();
+  return session.show(outline(*answer));
+}
+
+Result<void> requests(const Session& session) {
+  return session.link.watch([&](const std::string& route) {
+    const auto line =
+        session.invocation.json ? json::compact(json::Object{{"request", route}}) : visible(route);
+    print(line + '\n');
+  });
+}
+
+struct Entry {
+  Verb verb;
+  Result<void> (*run)(const Session&);
+};
 
 const std::vector<Entry>& entries() {
   static const std::vector<Entry> all{
@@ -168,21 +195,15 @@ const std::vector<Entry>& entries() {
       {{"folders", "", "list the shared folders"}, folders},
       {{"share", "ID", "have the tray ask for a folder to share with a server"}, share},
       {{"unshare", "ID FOLDER", "take a folder away from a server"}, unshare},
-      {{"restart-agent", "", "restart the agent"}, restartAgent},
+      {{"restart-agent", "", "restart the agent"}, restart},
       {{"diagnostics", "", "everything that a bug report needs"}, diagnostics},
       {{"requests", "", "print each screen that the tray asks for, until interrupted"}, requests},
   };
   return all;
 }
 
-int fail(std::string_view program, const Failure& failure) {
-  fmt::print(stderr, "{}: {}\n", program, printable(failure.message));
-  return 1;
-}
-
-int refuse(std::string_view program, const Failure& failure) {
-  fmt::print(stderr, "{0}: {1}\nTry: {0} --help\n", program, printable(failure.message));
-  return usageStatus;
+int fail(std::string_view program, const Error& error) {
+  return reportFailure(std::string(program).c_str(), visible(error.message));
 }
 
 }  // namespace
@@ -191,19 +212,23 @@ int runCommand(std::string_view program, std::span<const char* const> words) {
   std::vector<Verb> verbs;
   for (const auto& entry : entries()) verbs.push_back(entry.verb);
   auto reading = readCommandLine(program, verbs, words);
-  if (!reading) return refuse(program, reading.error());
+  if (!reading) {
+    fail(program, reading.error());
+    std::fputs(formatText("Try: {} --help\n", program).c_str(), stderr);
+    return usageStatus;
+  }
   if (const auto* notice = std::get_if<Notice>(&*reading)) {
-    fmt::print("{}", notice->text);
+    print(notice->text);
     return 0;
   }
   auto& invocation = std::get<Invocation>(*reading);
-  const auto entry = std::find_if(entries().begin(), entries().end(), [&](const Entry& known) {
-    return known.verb.name == invocation.verb;
-  });
+  const auto entry = std::ranges::find(entries(), invocation.verb,
+                                       [](const Entry& known) { return known.verb.name; });
   const auto path = socketPath();
   if (!path) return fail(program, path.error());
-  const auto outcome = entry->run(Session(program, std::move(invocation), WindowLink(*path)));
-  return outcome ? 0 : fail(program, outcome.error());
+  const Session session{program, std::move(invocation), WindowLink(*path)};
+  const auto result = entry->run(session);
+  return result ? 0 : fail(program, result.error());
 }
 
 }  // namespace zephyl::sandbox::desktop

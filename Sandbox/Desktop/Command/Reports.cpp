@@ -4,24 +4,15 @@
 #include <cstddef>
 #include <string_view>
 
-#include <boost/json.hpp>
-#include <fmt/format.h>
-
-#include "Common/Text.hpp"
-#include "Desktop/Command/Fields.hpp"
 #include "Desktop/Command/Table.hpp"
+#include "System/Data/Format.hpp"
+#include "System/Data/Text.hpp"
 
 namespace zephyl::sandbox::desktop {
-namespace json = boost::json;
 namespace {
 
-constexpr std::size_t shortIdLength = 8;
+constexpr std::size_t minIdLength = 8;
 constexpr std::size_t indentation = 2;
-
-const json::object& objectOf(const json::value& value) {
-  static const json::object none;
-  return value.is_object() ? value.get_object() : none;
-}
 
 std::string_view yesOrNo(bool flag) {
   return flag ? "yes" : "no";
@@ -33,66 +24,62 @@ std::string joined(std::string text, std::string_view separator, std::string_vie
   return text.append(more);
 }
 
-/// As short as it can be and still tell the servers apart.
-std::string shortId(const std::string& id, const json::array& servers) {
-  for (auto length = shortIdLength; length < id.size(); ++length) {
+/// The shortest beginning of the id that only this server has.
+std::string shortId(const std::string& id, const std::vector<ServerEntry>& servers) {
+  for (auto length = minIdLength; length < id.size(); ++length) {
     const auto prefix = std::string_view(id).substr(0, length);
-    const auto same = std::count_if(servers.begin(), servers.end(), [&](const json::value& other) {
-      return textField(objectOf(other), "id").starts_with(prefix);
-    });
+    const auto same = std::ranges::count_if(
+        servers, [&](const ServerEntry& other) { return other.id.starts_with(prefix); });
     if (same <= 1) return std::string(prefix);
   }
   return id;
 }
 
-std::string stateOf(const json::object& server) {
-  if (!flagField(server, "enabled")) return "disabled";
-  if (flagField(server, "enrolled")) return "connected";
-  if (flagField(server, "running")) return "network up";
-  return flagField(server, "usesTailnet") ? "network down" : "not connected";
+std::string stateOf(const ServerEntry& server) {
+  if (!server.enabled) return "disabled";
+  if (server.enrolled) return "connected";
+  if (server.running) return "network up";
+  return server.usesTailnet ? "network down" : "not connected";
 }
 
-std::string troubleOf(const json::object& server) {
+std::string troubleOf(const ServerEntry& server) {
   std::string trouble;
-  for (const auto* key : {"enrolError", "tailnetStalled", "agentError"}) {
-    trouble = joined(trouble, "; ", textField(server, key));
+  for (const auto& reason : {server.enrolError, server.tailnetStalled, server.agentError}) {
+    trouble = joined(trouble, "; ", reason.value_or(""));
   }
-  const auto unresolved = textField(server, "addressUnresolved");
-  return unresolved.empty() ? trouble : joined(trouble, "; ", "cannot resolve " + unresolved);
+  if (!server.addressUnresolved) return trouble;
+  return joined(trouble, "; ", "cannot resolve " + *server.addressUnresolved);
 }
 
-std::string nameOf(const json::value& id, const json::array& servers) {
-  for (const auto& server : servers) {
-    const auto* known = objectOf(server).if_contains("id");
-    if (known && *known == id) return textField(objectOf(server), "name");
-  }
-  return id.is_string() ? std::string(id.get_string()) : std::string();
+std::string nameOf(const std::string& id, const std::vector<ServerEntry>& servers) {
+  const auto server = std::ranges::find(servers, id, &ServerEntry::id);
+  return server == servers.end() ? id : server->name;
 }
 
-std::string scalarText(const json::value& value) {
+std::string scalarText(const json::Value& value) {
   if (value.is_null()) return "none";
   if (value.is_bool()) return std::string(yesOrNo(value.get_bool()));
-  if (value.is_string()) return printable(std::string(value.get_string()));
-  if (value.is_double()) return fmt::format("{:.15g}", value.get_double());
-  return json::serialize(value);
+  if (value.is_string()) return visible(std::string(value.get_string()));
+  if (value.is_double()) return formatText("{:.15g}", value.get_double());
+  return json::compact(value);
 }
 
-bool isScalar(const json::value& value) {
+bool isScalar(const json::Value& value) {
   return !value.is_object() && !value.is_array();
 }
 
-bool isEmpty(const json::value& value) {
+bool isEmpty(const json::Value& value) {
   return (value.is_object() && value.get_object().empty()) ||
          (value.is_array() && value.get_array().empty());
 }
 
-void outline(const json::value& value, std::size_t indent, std::string& text);
+void outline(const json::Value& value, std::size_t indent, std::string& text);
 
-void outlineObject(const json::object& object, std::size_t indent, std::string& text) {
+void outlineObject(const json::Object& object, std::size_t indent, std::string& text) {
   std::size_t widest = 0;
   for (const auto& field : object) widest = std::max(widest, field.key().size());
   for (const auto& field : object) {
-    const std::string key = printable(std::string_view(field.key().data(), field.key().size()));
+    const std::string key = visible(std::string_view(field.key().data(), field.key().size()));
     text.append(indent, ' ');
     if (isScalar(field.value()) || isEmpty(field.value())) {
       const auto shown = isEmpty(field.value()) ? "none" : scalarText(field.value());
@@ -104,7 +91,7 @@ void outlineObject(const json::object& object, std::size_t indent, std::string& 
   }
 }
 
-void outlineArray(const json::array& array, std::size_t indent, std::string& text) {
+void outlineArray(const json::Array& array, std::size_t indent, std::string& text) {
   for (const auto& element : array) {
     const auto start = text.size();
     if (isScalar(element) || isEmpty(element)) {
@@ -117,7 +104,7 @@ void outlineArray(const json::array& array, std::size_t indent, std::string& tex
   }
 }
 
-void outline(const json::value& value, std::size_t indent, std::string& text) {
+void outline(const json::Value& value, std::size_t indent, std::string& text) {
   if (value.is_object()) {
     outlineObject(value.get_object(), indent, text);
   } else if (value.is_array()) {
@@ -129,47 +116,40 @@ void outline(const json::value& value, std::size_t indent, std::string& text) {
 
 }  // namespace
 
-std::string statusReport(const json::object& status) {
-  json::object shown{{"tailnet programs", flagField(status, "available") ? "found" : "missing"},
-                     {"joined a server", flagField(status, "enrolled")},
-                     {"tailnet running", flagField(status, "running")}};
-  const auto showIfThere = [&](std::string_view label, std::string_view key) {
-    if (auto value = textField(status, key); !value.empty()) shown[label] = value;
-  };
-  showIfThere("web address", "url");
-  showIfThere("relay", "relay");
-  showIfThere("wants to see", "request");
+std::string statusReport(const TrayStatus& status) {
+  json::Object shown{{"tailnet programs", status.available ? "found" : "missing"},
+                     {"joined a server", status.enrolled},
+                     {"tailnet running", status.running}};
+  if (status.url) shown["web address"] = *status.url;
+  if (status.relay) shown["relay"] = *status.relay;
+  if (status.request) shown["wants to see"] = *status.request;
   return outline(shown);
 }
 
-std::string serversReport(const json::array& servers) {
+std::string serversReport(const std::vector<ServerEntry>& servers) {
   Table table({"ID", "NAME", "COLOUR", "STATE", "ADDRESS", "RELAY", "TROUBLE"});
-  for (const auto& value : servers) {
-    const auto& server = objectOf(value);
-    auto address = textField(server, "webUrl");
-    if (address.empty()) address = textField(server, "boundAddress");
-    table.add({shortId(textField(server, "id"), servers), textField(server, "name"),
-               textField(server, "accent"), stateOf(server), address, textField(server, "relay"),
-               troubleOf(server)});
+  for (const auto& server : servers) {
+    const auto address = server.webUrl ? server.webUrl : server.boundAddress;
+    table.add({shortId(server.id, servers), server.name, server.accent, stateOf(server),
+               address.value_or(""), server.relay.value_or(""), troubleOf(server)});
   }
   return table.text();
 }
 
-std::string foldersReport(const json::array& roots, const json::array& servers) {
+std::string foldersReport(const std::vector<FolderEntry>& folders,
+                          const std::vector<ServerEntry>& servers) {
   Table table({"FOLDER", "NAME", "SHARED WITH"});
-  for (const auto& value : roots) {
-    const auto& root = objectOf(value);
+  for (const auto& folder : folders) {
     std::string sharedWith;
-    for (const auto& id : listField(root, "servers")) {
+    for (const auto& id : folder.servers.value_or(std::vector<std::string>())) {
       sharedWith = joined(sharedWith, ", ", nameOf(id, servers));
     }
-    table.add({textField(root, "root"), textField(root, "name"),
-               sharedWith.empty() ? "every server" : sharedWith});
+    table.add({folder.root, folder.name, sharedWith.empty() ? "every server" : sharedWith});
   }
   return table.text();
 }
 
-std::string outline(const json::value& value) {
+std::string outline(const json::Value& value) {
   std::string text;
   outline(value, 0, text);
   return text;

@@ -1,21 +1,19 @@
 #pragma once
 
 #include <string>
+#include <vector>
 
-#include <boost/json/array.hpp>
-#include <boost/json/object.hpp>
-#include <boost/json/value.hpp>
+#include "Desktop/Client/Records.hpp"
 
+/// The answers of the control API as texts for a terminal.
 namespace zephyl::sandbox::desktop {
 
-// What the answers of the control API look like to a human. A field that is missing shows as
-// nothing.
-
-std::string statusReport(const boost::json::object& status);
-std::string serversReport(const boost::json::array& servers);
-/// The servers give the names of those that a folder is shared with.
-std::string foldersReport(const boost::json::array& roots, const boost::json::array& servers);
-/// Any JSON, indented: for what is to be read but has no form of its own.
-std::string outline(const boost::json::value& value);
+std::string statusReport(const TrayStatus& status);
+std::string serversReport(const std::vector<ServerEntry>& servers);
+/// `servers` gives the names of those that a folder is shared with.
+std::string foldersReport(const std::vector<FolderEntry>& folders,
+                          const std::vector<ServerEntry>& servers);
+/// Any JSON, indented.
+std::string outline(const json::Value& value);
 
 }  // namespace zephyl::sandbox::desktop

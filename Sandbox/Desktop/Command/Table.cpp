@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <utility>
 
-#include "Common/Text.hpp"
+#include "System/Data/Text.hpp"
 
 namespace zephyl::sandbox::desktop {
 namespace {
@@ -35,7 +35,7 @@ std::string padded(const std::string& text, std::size_t columns) {
 }
 
 void Table::add(Row row) {
-  for (auto& cell : row) cell = printable(cell);
+  for (auto& cell : row) cell = visible(cell);
   rows_.push_back(std::move(row));
 }
 

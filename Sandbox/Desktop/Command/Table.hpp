@@ -13,16 +13,16 @@ class Table {
 
   explicit Table(Row heading) { rows_.push_back(std::move(heading)); }
 
-  /// As many cells as the heading has. Control characters are made visible.
+  /// Requires as many cells as the heading has. Makes control characters visible.
   void add(Row row);
 
-  std::string text() const;
+  [[nodiscard]] std::string text() const;
 
  private:
   std::vector<Row> rows_;
 };
 
-/// How many columns of a terminal a text takes, where every character takes one.
+/// The columns of a terminal that a text occupies when every character occupies one.
 std::size_t width(const std::string& text);
 
 /// The text, followed by spaces up to the width.

@@ -1,13 +1,11 @@
 #include "Desktop/Command/WindowLink.hpp"
 
-#include <optional>
-#include <utility>
-
 #include <boost/asio/io_context.hpp>
 #include <boost/asio/read_until.hpp>
 #include <boost/asio/write.hpp>
 
 #include "Common/LocalSocket.hpp"
+#include "Desktop/Window/Messages.hpp"
 
 namespace zephyl::sandbox::desktop {
 namespace asio = boost::asio;
@@ -22,21 +20,23 @@ class Connection {
     if (!endpoint) return endpoint.error();
     error_code error;
     socket_.connect(*endpoint, error);
-    if (error) return Failure{"no window takes commands at ", path, ": ", error.message()};
-    asio::write(socket_, asio::buffer(toLine(command) + '\n'), error);
-    if (error) return Failure{"the window does not listen: ", error.message()};
+    if (error) return Error{"no window takes commands at ", path, ": ", error.message()};
+    asio::write(socket_, asio::buffer(json::compact(json::encode(command)) + '\n'), error);
+    if (error) return Error{"the window does not listen: ", error.message()};
     return {};
   }
 
-  /// Waits for the next line.
-  Result<std::string> line() {
+  /// Waits for the next reply. One that says what is wrong is an error.
+  Result<Reply> reply() {
     error_code error;
     const auto size =
-        asio::read_until(socket_, asio::dynamic_buffer(received_, mostAnswerBytes), '\n', error);
-    if (error) return Failure{"the window has ended: ", error.message()};
-    auto line = received_.substr(0, size - 1);
+        asio::read_until(socket_, asio::dynamic_buffer(received_, maxReplyBytes), '\n', error);
+    if (error) return Error{"the window has ended: ", error.message()};
+    const auto reply = json::decodeText<Reply>(std::string_view(received_).substr(0, size));
     received_.erase(0, size);
-    return line;
+    if (!reply) return Error{"the window's answer makes no sense"};
+    if (reply->error) return Error{*reply->error};
+    return reply;
   }
 
  private:
@@ -49,21 +49,24 @@ class Connection {
 
 Result<Answer> WindowLink::ask(const Request& request) const {
   Connection connection;
-  if (const auto opened = connection.open(path_, request); !opened) return opened.error();
-  const auto line = connection.line();
-  if (!line) return line.error();
-  return parseAnswer(*line);
+  const auto opened = connection.open(
+      path_, {.method = request.method, .path = request.path, .body = request.body});
+  if (!opened) return opened.error();
+  const auto reply = connection.reply();
+  if (!reply) return reply.error();
+  if (!reply->status || !reply->body) return Error{"the window's answer is incomplete"};
+  return Answer{.status = static_cast<int>(*reply->status), .body = *reply->body};
 }
 
-Failure WindowLink::watch(const std::function<void(const std::string&)>& onRoute) const {
+Error WindowLink::watch(const std::function<void(const std::string&)>& onRoute) const {
   Connection connection;
-  if (const auto opened = connection.open(path_, Watch{}); !opened) return opened.error();
+  const auto opened = connection.open(path_, {.watch = "requests"});
+  if (!opened) return opened.error();
   for (;;) {
-    const auto line = connection.line();
-    if (!line) return line.error();
-    const auto route = parseRoute(*line);
-    if (!route) return route.error();
-    onRoute(*route);
+    const auto reply = connection.reply();
+    if (!reply) return reply.error();
+    if (!reply->request) return Error{"the window's answer is incomplete"};
+    onRoute(*reply->request);
   }
 }
 

@@ -2,9 +2,9 @@
 
 #include <functional>
 #include <string>
+#include <utility>
 
-#include "Common/Result.hpp"
-#include "Desktop/Common/Messages.hpp"
+#include "Desktop/Client/Requests.hpp"
 
 namespace zephyl::sandbox::desktop {
 
@@ -14,12 +14,12 @@ class WindowLink {
  public:
   explicit WindowLink(std::string socketPath) : path_(std::move(socketPath)) {}
 
-  /// Any status is an answer; a failure says why there is none.
-  Result<Answer> ask(const Request& request) const;
+  /// Returns the control API's answer, whatever its status, or why there is none.
+  [[nodiscard]] Result<Answer> ask(const Request& request) const;
 
-  /// Calls `onRoute` with each route that the tray asks for, until the window is gone, which is the
-  /// failure.
-  Failure watch(const std::function<void(const std::string&)>& onRoute) const;
+  /// Calls `onRoute` with each route that the tray asks for. Returns why it ended: the window is
+  /// gone.
+  [[nodiscard]] Error watch(const std::function<void(const std::string&)>& onRoute) const;
 
  private:
   std::string path_;

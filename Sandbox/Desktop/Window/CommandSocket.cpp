@@ -1,46 +1,65 @@
 #include "Desktop/Window/CommandSocket.hpp"
 
+#include <algorithm>
 #include <array>
 #include <chrono>
-#include <string>
 #include <utility>
 
 #include <boost/asio/experimental/awaitable_operators.hpp>
-#include <boost/asio/read_until.hpp>
-#include <boost/asio/write.hpp>
-#include <boost/beast/core/basic_stream.hpp>
 
 #include "Common/Async.hpp"
-#include "Desktop/Common/Messages.hpp"
+#include "Desktop/Window/Messages.hpp"
 
 namespace zephyl::sandbox::desktop {
 namespace asio = boost::asio;
 using namespace asio::experimental::awaitable_operators;
-using namespace std::chrono_literals;
 namespace {
 
-using Stream = boost::beast::basic_stream<LocalProtocol>;
+constexpr std::chrono::seconds commandTimeout(10);
 
-constexpr auto patience = 10s;
-
-asio::awaitable<Result<Command>> receive(Stream& stream) {
-  std::string received;
-  stream.expires_after(patience);
-  const auto [error, size] = co_await asio::async_read_until(
-      stream, asio::dynamic_buffer(received, mostCommandBytes), '\n', asTuple);
-  if (error) co_return Failure{"no command came: ", error.message()};
-  co_return parseCommand(std::string_view(received).substr(0, size - 1));
+std::string toLine(const Reply& reply) {
+  return json::compact(json::encode(reply));
 }
 
-/// Whether the line could be sent.
-asio::awaitable<bool> send(Stream& stream, std::string line) {
-  line += '\n';
-  stream.expires_after(patience);
-  const auto [error, size] = co_await asio::async_write(stream, asio::buffer(line), asTuple);
-  co_return !error;
+std::string errorLine(const Error& error) {
+  return toLine({.error = error.message});
 }
 
-asio::awaitable<void> awaitEnd(Stream& stream) {
+std::string routeLine(const std::string& route) {
+  return toLine({.request = route});
+}
+
+std::string answerLine(const Result<Answer>& answer) {
+  if (!answer) return errorLine(answer.error());
+  return toLine({.status = answer->status, .body = answer->body});
+}
+
+bool isWord(std::string_view text) {
+  return !text.empty() && std::ranges::all_of(text, [](char character) {
+    const auto byte = static_cast<unsigned char>(character);
+    return byte > 0x20 && byte != 0x7F;
+  });
+}
+
+/// Returns nullopt for a command that watches the routes.
+Result<std::optional<Request>> parseCommand(const std::string& line) {
+  const auto command = json::decodeText<Command>(line);
+  if (!command) return Error{"the command makes no sense: ", command.error().message};
+  if (command->watch == "requests") return std::optional<Request>();
+  if (!command->method || !command->path) return Error{"the command is incomplete"};
+  if (!isWord(*command->method) || !isWord(*command->path) || !command->path->starts_with('/')) {
+    return Error{"the command's method or path makes no sense"};
+  }
+  return std::optional<Request>(
+      {.method = *command->method, .path = *command->path, .body = command->body.value_or("")});
+}
+
+asio::awaitable<bool> send(LocalStream& stream, std::string line) {
+  stream.expires_after(commandTimeout);
+  co_return co_await writeLine(stream, std::move(line));
+}
+
+asio::awaitable<void> awaitEnd(LocalStream& stream) {
   std::array<char, 64> ignored{};
   for (;;) {
     const auto [error, size] = co_await stream.async_read_some(asio::buffer(ignored), asTuple);
@@ -48,7 +67,7 @@ asio::awaitable<void> awaitEnd(Stream& stream) {
   }
 }
 
-asio::awaitable<void> serveWatch(Stream& stream, Routes& routes) {
+asio::awaitable<void> serveWatch(LocalStream& stream, Routes& routes) {
   Routes::Watcher watcher(routes, stream.get_executor());
   for (;;) {
     stream.expires_never();
@@ -63,18 +82,20 @@ asio::awaitable<void> serveWatch(Stream& stream, Routes& routes) {
 }  // namespace
 
 asio::awaitable<void> serveCommand(LocalProtocol::socket socket, TrayClient& tray, Routes& routes) {
-  Stream stream(std::move(socket));
-  auto command = co_await receive(stream);
+  LocalStream stream(std::move(socket));
+  stream.expires_after(commandTimeout);
+  std::string received;
+  const auto line = co_await readLine(stream, received, maxCommandBytes);
+  const auto command = line ? parseCommand(*line) : Error{"no command came"};
   if (!command) {
-    co_await send(stream, toLine(command.error()));
-  } else if (auto* request = std::get_if<Request>(&*command)) {
-    const auto answer = co_await tray.ask(std::move(*request));
-    auto line = answer ? toLine(*answer) : toLine(answer.error());
-    co_await send(stream, std::move(line));
+    co_await send(stream, errorLine(command.error()));
+  } else if (*command) {
+    const auto answer = co_await tray.ask(**command);
+    co_await send(stream, answerLine(answer));
   } else {
     co_await serveWatch(stream, routes);
   }
-  co_await sayFarewell(stream);
+  co_await drain(stream);
 }
 
 }  // namespace zephyl::sandbox::desktop

@@ -3,12 +3,11 @@
 #include <boost/asio/awaitable.hpp>
 
 #include "Common/LocalSocket.hpp"
-#include "Desktop/Window/Routes.hpp"
-#include "Desktop/Window/TrayClient.hpp"
+#include "Desktop/Client/TrayClient.hpp"
 
 namespace zephyl::sandbox::desktop {
 
-/// Does what one client of the window's socket asks for; see Common/Messages.hpp.
+/// Serves one client of the window's socket; see Window/Messages.hpp.
 boost::asio::awaitable<void> serveCommand(LocalProtocol::socket socket, TrayClient& tray,
                                           Routes& routes);
 

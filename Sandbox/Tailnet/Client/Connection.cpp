@@ -1,91 +1,94 @@
 #include "Tailnet/Client/Connection.hpp"
 
 #include <chrono>
-#include <cstddef>
-#include <filesystem>
 #include <memory>
 #include <string_view>
 #include <utility>
 
-#include <boost/asio/detached.hpp>
-#include <fmt/format.h>
+#include <boost/beast/http.hpp>
 
 #include "Common/Async.hpp"
+#include "Common/Endpoint.hpp"
+#include "Common/HTTPServer.hpp"
 #include "Common/Log.hpp"
-#include "Common/PrivateFile.hpp"
+#include "System/Files/Files.hpp"
 #include "Tailnet/Client/DaemonCheck.hpp"
-#include "Tailnet/Client/Enrolment.hpp"
-#include "Tailnet/Client/HttpServer.hpp"
-#include "Tailnet/Client/ServerIdentity.hpp"
 #include "Tailnet/Client/Target.hpp"
 #include "Tailnet/Client/WelcomePage.hpp"
-#include "Tailnet/Common/Endpoint.hpp"
-#include "Tailnet/Common/StateFile.hpp"
 
 namespace zephyl::sandbox {
 namespace asio = boost::asio;
+namespace http = boost::beast::http;
 using asio::ip::tcp;
 using namespace std::chrono_literals;
 namespace {
 
-constexpr std::string_view relay = "relay-1.zephyl.example";
-constexpr auto daemonPatience = 3s;
-constexpr std::size_t mostClients = 128;
-
-/// The relay is out of reach for as long as a file `fail` says so.
-bool relayIsReachable(const Settings& settings) {
-  std::error_code error;
-  return !std::filesystem::exists(settings.stateDirectory + "/fail", error);
-}
+constexpr std::string_view relayName = "relay-1.zephyl.example";
+constexpr HTTPServer::Options siteOptions{
+    .maxConnections = 128, .maxBodyBytes = 4'096, .requestTimeout = 30s, .answerTimeout = 30s};
 
 asio::awaitable<Result<void>> join(const Settings& settings, PreauthKey& key) {
-  if (!relayIsReachable(settings)) co_return Failure{"relay unreachable"};
-  const auto executor = co_await asio::this_coro::executor;
-  const auto daemon = co_await awaitDaemon(executor, settings.controlSocket, daemonPatience);
+  if (fileExists(settings.stateDirectory + "/fail")) co_return Error{"relay unreachable"};
+  const auto daemon = co_await awaitDaemon(settings.controlSocket);
   if (!daemon) co_return daemon.error();
-  const auto proxy = co_await checkProxy(executor, settings.socks5);
+  const auto proxy = co_await checkProxy(settings.socks5);
   if (!proxy) co_return proxy.error();
   log("tailscaled is up as node {}", daemon->node);
 
-  const auto made = makePrivateDirectory(settings.stateDirectory);
-  if (!made) co_return made.error();
-  const auto enrolled = enrol(settings.stateDirectory, settings.fingerprint, key);
+  const auto file = StateFile::open(settings.stateDirectory, "enrolment.json");
+  if (!file) co_return file.error();
+  const auto enrolled = enrol(*file, settings.fingerprint, key);
   key.forget();
-  if (!enrolled) co_return Failure{"ENROLMENT FAILED: ", enrolled.error().message};
+  if (!enrolled) co_return Error{"ENROLMENT FAILED: ", enrolled.error().message};
   logLine("joined the tailnet");
-  log("verified control plane via {}", relay);
+  log("verified control plane via {}", relayName);
   co_return Result<void>();
 }
 
-void serve(tcp::acceptor acceptor, Site site) {
-  const auto executor = acceptor.get_executor();
-  const auto shared = std::make_shared<const Site>(std::move(site));
-  const auto serveClient = [shared](tcp::socket socket) {
-    return serveHttp(std::move(socket), shared);
-  };
-  asio::co_spawn(executor, acceptAll(std::move(acceptor), mostClients, serveClient),
-                 asio::detached);
+HTTPResponse siteResponse(unsigned status, std::string_view type, std::string body) {
+  auto response = httpResponse(status, type, std::move(body));
+  response.set(http::field::x_frame_options, "DENY");
+  response.set("X-Content-Type-Options", "nosniff");
+  return response;
 }
 
-Site shimSite() {
-  return [](std::string_view) { return Content{.type = "text/plain", .body = "agent shim"}; };
+HTTPResponse siteError(http::status status) {
+  const std::string_view reason = http::obsolete_reason(status);
+  return siteResponse(static_cast<unsigned>(status), "text/plain", std::string(reason) + '\n');
 }
 
-Site welcomeSite(const Settings& settings, const ServerIdentity& server,
-                 std::shared_ptr<const Target> target) {
-  return [fingerprint = settings.fingerprint, server,
-          target = std::move(target)](std::string_view path) -> std::optional<Content> {
-    if (path != "/") return std::nullopt;
-    return Content{.type = "text/html; charset=utf-8",
-                   .body = composeWelcomePage({.server = server,
-                                               .fingerprint = fingerprint,
-                                               .relay = relay,
-                                               .target = target->address(),
-                                               .targetResolved = target->isResolved()})};
-  };
+/// The server of a site that is read with GET and HEAD. `find` returns what there is at a path.
+template <typename Find>
+HTTPServer::Handlers siteHandlers(Find find) {
+  return {
+      .answer = [find](const HTTPRequest& request,
+                       boost::beast::tcp_stream&) -> asio::awaitable<std::optional<HTTPResponse>> {
+        if (request.method() != http::verb::get && request.method() != http::verb::head) {
+          auto response = siteError(http::status::method_not_allowed);
+          response.set(http::field::allow, "GET, HEAD");
+          co_return response;
+        }
+        co_return find(pathOf(request));
+      },
+      .refuse = [](unsigned, std::string_view) { return siteError(http::status::bad_request); }};
 }
 
-/// The alias's port 80 when the system lets us have it, the fallback otherwise.
+HTTPResponse shimResponse(std::string_view) {
+  return siteResponse(200, "text/plain", "agent shim");
+}
+
+HTTPResponse welcomeResponse(std::string_view path, const Settings& settings,
+                             const Target& target) {
+  if (path != "/") return siteError(http::status::not_found);
+  return siteResponse(200, "text/html; charset=utf-8",
+                      composeWelcomePage({.server = identityOf(settings.fingerprint),
+                                          .fingerprint = settings.fingerprint,
+                                          .relay = relayName,
+                                          .target = target.address(),
+                                          .targetResolved = target.isResolved()}));
+}
+
+/// The alias's port 80 when the system allows it, the fallback otherwise.
 Result<tcp::acceptor> listenForTunnel(const asio::any_io_executor& executor,
                                       const Settings& settings) {
   auto first = listenOn(executor, settings.tunnel);
@@ -94,12 +97,8 @@ Result<tcp::acceptor> listenForTunnel(const asio::any_io_executor& executor,
   return listenOn(executor, settings.tunnelFallback);
 }
 
-std::shared_ptr<Target> targetOf(const Settings& settings) {
-  auto address = settings.target.value_or("http://" + toText(settings.shim));
-  return std::make_shared<Target>(std::move(address), settings.stateDirectory);
-}
-
-void tell(const tcp::endpoint& tunnel, const ServerIdentity& server, const Settings& settings) {
+void logTunnel(const tcp::endpoint& tunnel, const Settings& settings) {
+  const auto server = identityOf(settings.fingerprint);
   log("data tunnel on http://{}", toText(tunnel));
   log("server name: {}", server.name);
   log("server accent: {}", server.accent);
@@ -117,15 +116,19 @@ asio::awaitable<Result<void>> bringUp(const Settings& settings, PreauthKey& key)
   if (!shim) co_return shim.error();
   auto tunnel = listenForTunnel(executor, settings);
   if (!tunnel) co_return tunnel.error();
-  const auto tunnelEndpoint = tunnel->local_endpoint();
-  const auto server = identityOf(settings.fingerprint);
-  const auto target = targetOf(settings);
-  serve(*std::move(shim), shimSite());
-  serve(*std::move(tunnel), welcomeSite(settings, server, target));
+  logTunnel(tunnel->local_endpoint(), settings);
 
-  tell(tunnelEndpoint, server, settings);
-  target->resolve();
-  co_await target->keepResolving();
+  Target target(settings.target.value_or("http://" + toText(settings.shim)),
+                settings.stateDirectory);
+  HTTPServer shimServer(siteOptions, siteHandlers(shimResponse));
+  HTTPServer tunnelServer(siteOptions, siteHandlers([&](std::string_view path) {
+                            return welcomeResponse(path, settings, target);
+                          }));
+  shimServer.start(*std::move(shim));
+  tunnelServer.start(*std::move(tunnel));
+  target.resolve();
+  co_await target.keepResolving();
+  co_await pauseUntil(steady_clock::time_point::max());
   co_return Result<void>();
 }
 

@@ -1,16 +1,36 @@
 #pragma once
 
 #include <string>
+#include <string_view>
 
-#include "Common/Result.hpp"
-#include "Tailnet/Client/PreauthKey.hpp"
+#include "Common/StateFile.hpp"
 
 namespace zephyl::sandbox {
 
-/// Enrols with the key, unless `enrolment.json` in the state directory remembers an enrolment in
-/// this very tailnet. The file holds the fingerprint, nothing of the key. A failure is the reason,
-/// in the words of a coordination server.
-Result<void> enrol(const std::string& stateDirectory, const std::string& fingerprint,
-                   const PreauthKey& key);
+/// The one-time key of ZEPHYL_PREAUTH_KEY. Reading it removes it from the environment of this
+/// process, which other programs could read. `forget` overwrites the only copy. It cannot be copied
+/// or printed.
+class PreauthKey {
+ public:
+  PreauthKey();
+  ~PreauthKey() { forget(); }
+  PreauthKey(const PreauthKey&) = delete;
+  PreauthKey& operator=(const PreauthKey&) = delete;
+
+  [[nodiscard]] bool isGiven() const { return !text_.empty(); }
+  [[nodiscard]] bool contains(std::string_view part) const {
+    return text_.find(part) != std::string::npos;
+  }
+
+  void forget();
+
+ private:
+  std::string text_;
+};
+
+/// Enrols with the key, unless the file holds an enrolment in the same tailnet. It holds the
+/// fingerprint and nothing of the key. The error is the reason, in the words of a coordination
+/// server.
+Result<void> enrol(const StateFile& file, const std::string& fingerprint, const PreauthKey& key);
 
 }  // namespace zephyl::sandbox

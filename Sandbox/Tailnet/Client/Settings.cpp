@@ -1,19 +1,14 @@
 #include "Tailnet/Client/Settings.hpp"
 
 #include <array>
-#include <cstdlib>
-#include <string_view>
-#include <utility>
 
-#include <boost/algorithm/string/case_conv.hpp>
-#include <fmt/format.h>
-
-#include "Tailnet/Common/Endpoint.hpp"
+#include "System/Data/Text.hpp"
+#include "Tailnet/Common/TailnetSettings.hpp"
 
 namespace zephyl::sandbox {
 namespace {
 
-constexpr auto options = std::to_array<Option>({
+constexpr auto companionOptions = std::to_array<Option>({
     {"fingerprint", "FINGERPRINT", "the server's tailnet"},
     {"socks5", "HOST:PORT", "the daemon's SOCKS5 proxy"},
     {"state-dir", "DIR", "remember the enrolment here"},
@@ -23,7 +18,7 @@ constexpr auto options = std::to_array<Option>({
     {"target", "URL", "the server's web address; discovered when it is not given", false},
 });
 
-constexpr auto closingHelp = R"(
+constexpr auto companionHelp = R"(
 All but --target are needed; an option and its value are separate arguments.
 
 Environment:
@@ -39,82 +34,31 @@ For trying things:
                                          hosts below .invalid or with "unresolved" do not
 )";
 
-constexpr Program program{
+}  // namespace
+
+const Program companionProgram{
     .name = "zephyl-tailnet",
     .summary =
         "a stand-in for the companion that joins a server's tailnet, to try everything with.",
     .valueForm = ValueForm::separate,
-    .options = options,
-    .closingHelp = closingHelp};
+    .options = companionOptions,
+    .closingHelp = companionHelp};
 
-/// Gathers the values, keeping the first complaint.
-class Source {
- public:
-  explicit Source(const Arguments& arguments) : arguments_(arguments) {}
-
-  const std::string& text(const char* name) const { return arguments_.at(name); }
-
-  std::optional<std::string> optionalText(const char* name) const {
-    if (!arguments_.contains(name)) return std::nullopt;
-    return text(name);
-  }
-
-  boost::asio::ip::tcp::endpoint endpoint(const char* name) {
-    const auto parsed = parseLoopbackEndpoint(text(name));
-    if (parsed) return *parsed;
-    complain(fmt::format("--{}: {}", name, parsed.error().message));
-    return {};
-  }
-
-  std::string environment(const char* name) {
-    const char* value = std::getenv(name);
-    if (value && *value != '\0') return value;
-    complain(fmt::format("{} is not set", name));
-    return {};
-  }
-
-  Misbehaviour misbehaviour() {
-    const auto read = misbehaviourFromEnvironment();
-    if (read) return *read;
-    complain(read.error().message);
-    return {};
-  }
-
-  const std::optional<Failure>& complaint() const { return complaint_; }
-
- private:
-  void complain(const std::string& message) {
-    if (!complaint_) complaint_ = Failure{message};
-  }
-
-  const Arguments& arguments_;
-  std::optional<Failure> complaint_;
-};
-
-Result<std::variant<Settings, Notice>> interpret(const Arguments& arguments) {
-  Source source(arguments);
-  Settings settings{.fingerprint = boost::to_lower_copy(source.text("fingerprint")),
-                    .socks5 = source.endpoint("socks5"),
-                    .stateDirectory = source.text("state-dir"),
-                    .shim = source.endpoint("shim-listen"),
-                    .tunnel = source.endpoint("tunnel-listen"),
-                    .tunnelFallback = source.endpoint("tunnel-fallback"),
-                    .target = source.optionalText("target"),
-                    .controlSocket = source.environment("ZEPHYL_TAILSCALED_SOCKET"),
-                    .misbehaviour = source.misbehaviour()};
-  if (source.complaint()) return *source.complaint();
-  return std::variant<Settings, Notice>(std::move(settings));
-}
-
-}  // namespace
-
-Result<std::variant<Settings, Notice>> readSettings(std::span<const char* const> words) {
-  auto commandLine = readCommandLine(program, words);
-  if (!commandLine) return commandLine.error();
-  if (auto* notice = std::get_if<Notice>(&*commandLine)) {
-    return std::variant<Settings, Notice>(std::move(*notice));
-  }
-  return interpret(std::get<Arguments>(*commandLine));
+Result<Settings> readSettings(SettingsReader reader) {
+  constexpr auto socketVariable = "ZEPHYL_TAILSCALED_SOCKET";
+  Settings settings{.fingerprint = lowerCased(reader.text("fingerprint")),
+                    .socks5 = readEndpoint(reader, "socks5"),
+                    .stateDirectory = reader.text("state-dir"),
+                    .shim = readEndpoint(reader, "shim-listen"),
+                    .tunnel = readEndpoint(reader, "tunnel-listen"),
+                    .tunnelFallback = readEndpoint(reader, "tunnel-fallback"),
+                    .target = reader.find("target"),
+                    .controlSocket = reader.text(nullptr, socketVariable),
+                    .misbehavior = {.ignoresTerm = ignoresTerm(reader)}};
+  if (settings.controlSocket.empty()) reader.fail({socketVariable, " is not set"});
+  settings.misbehavior.exitsAfter = reader.seconds(nullptr, "ZEPHYL_SANDBOX_TAILNET_EXIT_AFTER");
+  if (reader.error()) return *reader.error();
+  return settings;
 }
 
 }  // namespace zephyl::sandbox

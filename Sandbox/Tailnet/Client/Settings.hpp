@@ -1,15 +1,12 @@
 #pragma once
 
 #include <optional>
-#include <span>
 #include <string>
-#include <variant>
 
 #include <boost/asio/ip/tcp.hpp>
 
-#include "Common/Result.hpp"
-#include "Tailnet/Common/CommandLine.hpp"
-#include "Tailnet/Common/Ending.hpp"
+#include "Common/Ending.hpp"
+#include "Common/Program.hpp"
 
 namespace zephyl::sandbox {
 
@@ -23,14 +20,17 @@ struct Settings {
   boost::asio::ip::tcp::endpoint shim;
   boost::asio::ip::tcp::endpoint tunnel;
   boost::asio::ip::tcp::endpoint tunnelFallback;
-  /// The server's web address; none when it is to be discovered.
+  /// The server's web address; nullopt when it is to be discovered.
   std::optional<std::string> target;
   /// The daemon's control socket.
   std::string controlSocket;
-  Misbehaviour misbehaviour;
+  Misbehavior misbehavior;
 };
 
-/// A misuse of the command line or the environment is a failure that says what is wrong.
-Result<std::variant<Settings, Notice>> readSettings(std::span<const char* const> words);
+/// The companion's name, options and help.
+extern const Program companionProgram;
+
+/// An invalid value in the command line or the environment is an error.
+Result<Settings> readSettings(SettingsReader reader);
 
 }  // namespace zephyl::sandbox

@@ -1,13 +1,12 @@
 #include "Tailnet/Client/Target.hpp"
 
 #include <chrono>
-#include <filesystem>
 #include <utility>
-
-#include <boost/algorithm/string/case_conv.hpp>
 
 #include "Common/Async.hpp"
 #include "Common/Log.hpp"
+#include "System/Data/Text.hpp"
+#include "System/Files/Files.hpp"
 
 namespace zephyl::sandbox {
 namespace {
@@ -16,8 +15,7 @@ using namespace std::chrono_literals;
 
 constexpr auto resolveInterval = 5s;
 
-}  // namespace
-
+/// The host of a web address, in lower case. An address without scheme begins with its host.
 std::string hostOf(std::string_view address) {
   if (const auto scheme = address.find("://"); scheme != std::string_view::npos) {
     address.remove_prefix(scheme + 3);
@@ -27,8 +25,10 @@ std::string hostOf(std::string_view address) {
     authority.remove_prefix(user + 1);
   }
   const auto end = authority.starts_with('[') ? authority.find(']') : authority.find(':');
-  return boost::to_lower_copy(std::string(authority.substr(0, end)));
+  return lowerCased(authority.substr(0, end));
 }
+
+}  // namespace
 
 Target::Target(std::string address, std::string stateDirectory)
     : address_(std::move(address)), stateDirectory_(std::move(stateDirectory)) {}
@@ -52,8 +52,7 @@ boost::asio::awaitable<void> Target::keepResolving() {
 bool Target::canResolve() const {
   const auto host = hostOf(address_);
   if (!host.ends_with(".invalid") && host.find("unresolved") == std::string::npos) return true;
-  std::error_code error;
-  return std::filesystem::exists(stateDirectory_ + "/resolve", error);
+  return fileExists(stateDirectory_ + "/resolve");
 }
 
 }  // namespace zephyl::sandbox

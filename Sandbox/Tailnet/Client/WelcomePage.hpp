@@ -3,9 +3,17 @@
 #include <string>
 #include <string_view>
 
-#include "Tailnet/Client/ServerIdentity.hpp"
-
 namespace zephyl::sandbox {
+
+/// What the server says about itself.
+struct ServerIdentity {
+  std::string name;
+  /// "#RRGGBB".
+  std::string accent;
+};
+
+/// The same fingerprint always gives the same identity.
+ServerIdentity identityOf(std::string_view fingerprint);
 
 struct PageFacts {
   ServerIdentity server;
@@ -15,8 +23,8 @@ struct PageFacts {
   bool targetResolved = false;
 };
 
-/// What a browser shows at the other end of the data tunnel: one HTML page that needs nothing else.
-/// The facts may hold any text.
+/// The page at the other end of the data tunnel: HTML that loads nothing else. The facts may hold
+/// any text.
 std::string composeWelcomePage(const PageFacts& facts);
 
 }  // namespace zephyl::sandbox

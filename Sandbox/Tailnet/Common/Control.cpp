@@ -1,34 +1,58 @@
 #include "Tailnet/Common/Control.hpp"
 
-#include <boost/json.hpp>
+#include <chrono>
+#include <utility>
+
+#include "Common/Async.hpp"
 
 namespace zephyl::sandbox::control {
-namespace json = boost::json;
+namespace asio = boost::asio;
+using namespace std::chrono_literals;
 namespace {
 
-std::string errorAnswer(std::string_view message) {
-  return json::serialize(json::object{{"error", message}});
+constexpr auto requestTimeout = 10s;
+constexpr auto answerTimeout = 1s;
+/// The end of the line included.
+constexpr std::size_t maxLineBytes = 4096;
+
+std::string answerTo(const std::string& line, const Status& status) {
+  const auto request = json::decodeText<Request>(line);
+  if (!request) return json::compact({{"error", request.error().message}});
+  if (request->op != "status") return json::compact({{"error", "unknown \"op\""}});
+  return json::compact(json::encode(status));
+}
+
+// Not within the coroutine: GCC 12 destroys such a temporary twice there.
+std::string statusRequest() {
+  return json::compact(json::encode(Request{.op = "status"}));
 }
 
 }  // namespace
 
-std::string answer(std::string_view request, const Status& status) {
-  boost::system::error_code error;
-  const auto value = json::parse(request, error);
-  if (error || !value.is_object()) return errorAnswer("the request is not a JSON object");
-  const auto* operation = value.get_object().if_contains("op");
-  if (!operation || *operation != "status") return errorAnswer("unknown \"op\"");
-  return json::serialize(json::object{{"running", status.running}, {"node", status.node}});
+asio::awaitable<void> serve(LocalProtocol::socket socket, Status status) {
+  LocalStream stream(std::move(socket));
+  std::string received;
+  for (;;) {
+    stream.expires_after(requestTimeout);
+    const auto line = co_await readLine(stream, received, maxLineBytes);
+    if (!line || !co_await writeLine(stream, answerTo(*line, status))) break;
+  }
+  co_await drain(stream);
 }
 
-std::optional<Status> parseStatus(std::string_view line) {
-  boost::system::error_code error;
-  const auto value = json::parse(line, error);
-  if (error || !value.is_object()) return std::nullopt;
-  const auto* running = value.get_object().if_contains("running");
-  const auto* node = value.get_object().if_contains("node");
-  if (!running || !running->is_bool() || !node || !node->is_string()) return std::nullopt;
-  return Status{.running = running->get_bool(), .node = std::string(node->get_string())};
+asio::awaitable<Result<Status>> askStatus(LocalProtocol::endpoint endpoint) {
+  LocalStream stream(co_await asio::this_coro::executor);
+  stream.expires_after(answerTimeout);
+  const auto [error] = co_await stream.async_connect(endpoint, asTuple);
+  if (error) co_return Error{error.message()};
+  co_await writeLine(stream, statusRequest());
+  std::string received;
+  const auto line = co_await readLine(stream, received, maxLineBytes);
+  if (!line) co_return line.error();
+  auto status = json::decodeText<Status>(*line);
+  if (!status) co_return Error{"its answer makes no sense"};
+  if (!status->running) co_return Error{"it is not running yet"};
+  co_return status;
 }
 
 }  // namespace zephyl::sandbox::control

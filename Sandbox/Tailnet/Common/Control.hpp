@@ -1,13 +1,12 @@
 #pragma once
 
 #include <cstddef>
-#include <optional>
 #include <string>
-#include <string_view>
 
-#include <boost/beast/core/basic_stream.hpp>
+#include <boost/asio/awaitable.hpp>
 
 #include "Common/LocalSocket.hpp"
+#include "Common/Record.hpp"
 
 /// The protocol of the daemon's control socket, a local stream socket: a JSON object on a line
 /// asks, a JSON object on a line answers, as often as the client likes.
@@ -16,22 +15,23 @@
 ///     anything else       {"error":"..."}
 namespace zephyl::sandbox::control {
 
-using Stream = boost::beast::basic_stream<LocalProtocol>;
+struct Request : Record<Request> {
+  std::string op;
+};
+BOOST_DESCRIBE_STRUCT(Request, (), (op))
 
-/// The end of the line included.
-constexpr std::size_t mostLineBytes = 4096;
-constexpr std::string_view statusRequest = "{\"op\":\"status\"}\n";
-
-struct Status {
+struct Status : Record<Status> {
   bool running = false;
   /// The daemon's identity, stable for the life of its state.
   std::string node;
 };
+BOOST_DESCRIBE_STRUCT(Status, (), (running, node))
 
-/// The line that answers the line. Neither carries the end of line.
-std::string answer(std::string_view request, const Status& status);
+/// Answers one client until it closes, is silent for 10 s or sends a line that is too long.
+boost::asio::awaitable<void> serve(LocalProtocol::socket socket, Status status);
 
-/// None when the line is not the answer to a status request.
-std::optional<Status> parseStatus(std::string_view line);
+/// Asks the daemon at the endpoint once, for at most a second. A daemon that is not running yet is
+/// an error.
+boost::asio::awaitable<Result<Status>> askStatus(LocalProtocol::endpoint endpoint);
 
 }  // namespace zephyl::sandbox::control

@@ -1,14 +1,11 @@
 #pragma once
 
-#include <span>
 #include <string>
-#include <variant>
 
 #include <boost/asio/ip/tcp.hpp>
 
-#include "Common/Result.hpp"
-#include "Tailnet/Common/CommandLine.hpp"
-#include "Tailnet/Common/Ending.hpp"
+#include "Common/Ending.hpp"
+#include "Common/Program.hpp"
 
 namespace zephyl::sandbox {
 
@@ -18,10 +15,13 @@ struct Settings {
   boost::asio::ip::tcp::endpoint socks5;
   std::string stateDirectory;
   std::string controlSocket;
-  Misbehaviour misbehaviour;
+  Misbehavior misbehavior;
 };
 
-/// A misuse of the command line or the environment is a failure that says what is wrong.
-Result<std::variant<Settings, Notice>> readSettings(std::span<const char* const> words);
+/// The daemon's name, options and help.
+extern const Program daemonProgram;
+
+/// An invalid value in the command line or the environment is an error.
+Result<Settings> readSettings(SettingsReader reader);
 
 }  // namespace zephyl::sandbox

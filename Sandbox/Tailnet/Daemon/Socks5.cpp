@@ -2,11 +2,11 @@
 
 #include <optional>
 
-#include <boost/algorithm/string/case_conv.hpp>
 #include <boost/asio/error.hpp>
-#include <fmt/format.h>
 
-#include "Tailnet/Common/Endpoint.hpp"
+#include "Common/Endpoint.hpp"
+#include "System/Data/Format.hpp"
+#include "System/Data/Text.hpp"
 
 namespace zephyl::sandbox::socks5 {
 namespace asio = boost::asio;
@@ -23,7 +23,7 @@ std::optional<asio::ip::address> asAddress(const Destination& destination) {
 }
 
 bool isLocalhost(const std::string& name) {
-  const auto lower = boost::to_lower_copy(name);
+  const auto lower = lowerCased(name);
   return lower == "localhost" || lower.ends_with(".localhost");
 }
 
@@ -50,7 +50,7 @@ std::string describe(const Destination& destination) {
   for (auto& character : name) {
     if (character <= ' ' || character > '~') character = '?';
   }
-  return fmt::format("{}:{}", name, destination.port);
+  return formatText("{}:{}", name, destination.port);
 }
 
 Reply replyTo(boost::system::error_code error) {

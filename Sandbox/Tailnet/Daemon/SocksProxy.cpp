@@ -3,17 +3,18 @@
 #include <algorithm>
 #include <array>
 #include <chrono>
+#include <cstddef>
 #include <cstdint>
 #include <optional>
 #include <utility>
 #include <vector>
 
+#include <boost/asio/experimental/awaitable_operators.hpp>
 #include <boost/asio/read.hpp>
 #include <boost/asio/write.hpp>
 #include <boost/beast/core/tcp_stream.hpp>
 
 #include "Common/Async.hpp"
-#include "Tailnet/Daemon/Relay.hpp"
 #include "Tailnet/Daemon/Socks5.hpp"
 
 namespace zephyl::sandbox {
@@ -23,9 +24,10 @@ using asio::ip::tcp;
 using namespace std::chrono_literals;
 namespace {
 
-constexpr auto handshakePatience = 10s;
+constexpr auto handshakeTimeout = 10s;
+constexpr std::size_t relayBufferBytes = 16'384;
 
-/// What a client asked for. Without a destination its kind of address was not understood.
+/// What a client asks for. There is no destination when its kind of address is not supported.
 struct Request {
   std::uint8_t command = 0;
   std::optional<socks5::Destination> destination;
@@ -84,7 +86,7 @@ asio::awaitable<std::optional<Request>> readRest(beast::tcp_stream& client, std:
   co_return Request{command, socks5::Destination{*std::move(host), *port}};
 }
 
-/// None when the client does not speak SOCKS 5, or no more.
+/// Returns nullopt when the client does not speak SOCKS 5 or has gone away.
 asio::awaitable<std::optional<Request>> readRequest(beast::tcp_stream& client) {
   using socks5::AddressType;
   std::array<std::uint8_t, 4> head{};
@@ -115,18 +117,44 @@ asio::awaitable<socks5::Reply> connect(const Request& request, beast::tcp_stream
     onRefusal(socks5::describe(*request.destination));
     co_return Reply::notAllowed;
   }
-  server.expires_after(handshakePatience);
+  server.expires_after(handshakeTimeout);
   const auto [error, endpoint] = co_await server.async_connect(endpoints, asTuple);
   co_return socks5::replyTo(error);
+}
+
+asio::awaitable<void> pump(beast::tcp_stream& from, beast::tcp_stream& to) {
+  std::array<char, relayBufferBytes> bytes{};
+  for (;;) {
+    const auto [readError, size] = co_await from.async_read_some(asio::buffer(bytes), asTuple);
+    if (readError == asio::error::eof) {
+      boost::system::error_code ignored;
+      to.socket().shutdown(asio::socket_base::shutdown_send, ignored);
+      co_return;
+    }
+    if (readError) break;
+    const auto [writeError, written] =
+        co_await asio::async_write(to, asio::buffer(bytes.data(), size), asTuple);
+    if (writeError) break;
+  }
+  from.close();
+  to.close();
+}
+
+/// Carries bytes both ways until both sides have ended. A side that ends its own direction is still
+/// sent to; an error on either side ends both. A slow reader slows the writer down. The streams
+/// must not have a deadline.
+asio::awaitable<void> relay(beast::tcp_stream& one, beast::tcp_stream& other) {
+  using namespace asio::experimental::awaitable_operators;
+  co_await (pump(one, other) && pump(other, one));
 }
 
 }  // namespace
 
 asio::awaitable<void> serveSocks(tcp::socket socket, std::shared_ptr<const OnRefusal> onRefusal) {
   beast::tcp_stream client(std::move(socket));
-  client.expires_after(handshakePatience);
+  client.expires_after(handshakeTimeout);
   if (!co_await agreeOnMethod(client)) {
-    co_await sayFarewell(client);
+    co_await drain(client);
     co_return;
   }
   const auto request = co_await readRequest(client);
@@ -138,7 +166,7 @@ asio::awaitable<void> serveSocks(tcp::socket socket, std::shared_ptr<const OnRef
   const auto message = socks5::encode(reply, server.socket().local_endpoint(ignored));
   const bool sent = co_await send(client, asio::buffer(message));
   if (!sent || reply != socks5::Reply::succeeded) {
-    co_await sayFarewell(client);
+    co_await drain(client);
     co_return;
   }
   client.expires_never();

@@ -1,23 +1,18 @@
-#include <csignal>
 #include <cstddef>
-#include <cstdio>
-#include <exception>
 #include <memory>
-#include <span>
 #include <string>
 #include <utility>
-#include <variant>
 
-#include <boost/asio/co_spawn.hpp>
-#include <boost/asio/detached.hpp>
 #include <boost/asio/io_context.hpp>
+#include <boost/uuid/random_generator.hpp>
+#include <boost/uuid/uuid_io.hpp>
 
 #include "Common/Async.hpp"
+#include "Common/Endpoint.hpp"
 #include "Common/Log.hpp"
-#include "Tailnet/Common/Ending.hpp"
-#include "Tailnet/Common/Endpoint.hpp"
-#include "Tailnet/Daemon/ControlSocket.hpp"
-#include "Tailnet/Daemon/Node.hpp"
+#include "Common/Record.hpp"
+#include "Common/StateFile.hpp"
+#include "Tailnet/Common/Control.hpp"
 #include "Tailnet/Daemon/Settings.hpp"
 #include "Tailnet/Daemon/SocksProxy.hpp"
 
@@ -25,19 +20,28 @@ namespace zephyl::sandbox {
 namespace {
 
 namespace asio = boost::asio;
-using asio::ip::tcp;
 
-/// Each may take two descriptors, so all fit into the usual limit of 1024.
-constexpr std::size_t mostSocksClients = 256;
-constexpr std::size_t mostControlClients = 32;
-constexpr int usageStatus = 2;
+/// Each may use two descriptors, so all fit into the usual limit of 1024.
+constexpr std::size_t maxSocksClients = 256;
+constexpr std::size_t maxControlClients = 32;
 
-int fail(const Failure& failure, int status) {
-  fmt::print(stderr, "tailscaled: {}\n", failure.message);
-  return status;
+struct Node : Record<Node> {
+  std::string node;
+};
+BOOST_DESCRIBE_STRUCT(Node, (), (node))
+
+/// The identity of the node in this state directory: random at the first start and kept in
+/// `node.json`.
+Result<std::string> nodeIn(const std::string& stateDirectory) {
+  const auto file = StateFile::open(stateDirectory, "node.json");
+  if (!file) return file.error();
+  if (const auto saved = file->load<Node>()) return saved->node;
+  const Node fresh{.node = to_string(boost::uuids::random_generator()())};
+  if (const auto saved = file->save(json::encode(fresh)); !saved) return saved.error();
+  return fresh.node;
 }
 
-/// Logs a refusal, once for a client that keeps trying the same.
+/// Logs each refused destination once while a client keeps trying it.
 std::shared_ptr<const OnRefusal> refusalLog() {
   return std::make_shared<const OnRefusal>(
       [last = std::string()](const std::string& destination) mutable {
@@ -47,30 +51,25 @@ std::shared_ptr<const OnRefusal> refusalLog() {
       });
 }
 
-int serve(const Settings& settings) {
+Result<int> serve(const Settings& settings) {
   asio::io_context io(1);
-  Ending ending(io, settings.misbehaviour);
+  Ending ending(io, settings.misbehavior);
   const auto executor = io.get_executor();
   auto proxy = listenOn(executor, settings.socks5);
-  if (!proxy) return fail(proxy.error(), 1);
+  if (!proxy) return proxy.error();
   auto control = listenOnLocal(executor, settings.controlSocket);
-  if (!control) return fail(control.error(), 1);
+  if (!control) return control.error();
   const auto node = nodeIn(settings.stateDirectory);
-  if (!node) return fail(node.error(), 1);
+  if (!node) return node.error();
 
   const control::Status status{.running = true, .node = *node};
-  asio::co_spawn(io,
-                 acceptAll(*std::move(proxy), mostSocksClients,
-                           [onRefusal = refusalLog()](tcp::socket socket) {
-                             return serveSocks(std::move(socket), onRefusal);
-                           }),
-                 asio::detached);
-  asio::co_spawn(io,
-                 acceptAll(std::move(control->acceptor), mostControlClients,
-                           [status](LocalProtocol::socket socket) {
-                             return serveControl(std::move(socket), status);
-                           }),
-                 asio::detached);
+  spawnAcceptor(*std::move(proxy), maxSocksClients,
+                [onRefusal = refusalLog()](asio::ip::tcp::socket socket) {
+                  return serveSocks(std::move(socket), onRefusal);
+                });
+  spawnAcceptor(
+      std::move(control->acceptor), maxControlClients,
+      [status](LocalProtocol::socket socket) { return control::serve(std::move(socket), status); });
   log("node {}", *node);
   log("SOCKS5 proxy on {}", toText(settings.socks5));
   log("control socket at {}", settings.controlSocket);
@@ -79,26 +78,10 @@ int serve(const Settings& settings) {
   return ending.status();
 }
 
-int run(std::span<const char* const> words) {
-  const auto invocation = readSettings(words);
-  if (!invocation) return fail(invocation.error(), usageStatus);
-  if (const auto* notice = std::get_if<Notice>(&*invocation)) {
-    fmt::print("{}", notice->text);
-    return 0;
-  }
-  return serve(std::get<Settings>(*invocation));
-}
-
 }  // namespace
 }  // namespace zephyl::sandbox
 
 int main(int argc, char** argv) {
-  // A client or a reader of the log that goes away is an error of that write, no reason to die.
-  std::signal(SIGPIPE, SIG_IGN);
-  try {
-    return zephyl::sandbox::run(std::span(argv, argc).subspan(1));
-  } catch (const std::exception& error) {
-    std::fprintf(stderr, "tailscaled: %s\n", error.what());
-    return 1;
-  }
+  using namespace zephyl::sandbox;
+  return runProgram(daemonProgram, std::span(argv, argc), readSettings, serve);
 }

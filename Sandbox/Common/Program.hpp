@@ -1,0 +1,105 @@
+#pragma once
+
+#include <chrono>
+#include <csignal>
+#include <cstdint>
+#include <cstdio>
+#include <exception>
+#include <map>
+#include <optional>
+#include <span>
+#include <string>
+#include <string_view>
+#include <variant>
+
+#include "System/Data/Result.hpp"
+
+/// What the stand-ins' main functions share: command line, environment, exit status.
+namespace zephyl::sandbox {
+
+constexpr int usageStatus = 2;
+
+/// How an option's value is written: "--name=value", "--name value", or either.
+enum class ValueForm { attached, separate, either };
+
+struct Option {
+  const char* name;
+  const char* placeholder;
+  const char* help;
+  bool isRequired = true;
+};
+
+struct Program {
+  const char* name;
+  const char* summary;
+  ValueForm valueForm;
+  std::span<const Option> options;
+  /// What --help says below the options.
+  const char* closingHelp;
+};
+
+/// The options' values by name.
+using Arguments = std::map<std::string, std::string, std::less<>>;
+
+/// A text to print instead of running: the help or the version.
+struct Notice {
+  std::string text;
+};
+
+/// Parses the words after the program's name: exactly the program's options, in any order, each at
+/// most once and with a value that is not empty. Anything else is an error. --help and --version go
+/// before all else.
+Result<std::variant<Arguments, Notice>> readCommandLine(const Program& program,
+                                                        std::span<const char* const> words);
+
+/// Reads settings from the command line and the environment and keeps the first error. An invalid
+/// value reads as zero or empty.
+class SettingsReader {
+ public:
+  explicit SettingsReader(const Arguments& arguments) : arguments_(arguments) {}
+
+  /// The option's value, else that of the variable. Either may be null. Empty counts as absent.
+  [[nodiscard]] std::optional<std::string> find(const char* option,
+                                                const char* variable = nullptr) const;
+  [[nodiscard]] std::string text(const char* option, const char* variable = nullptr) const;
+
+  double number(const char* option, const char* variable, double otherwise, double min = 0);
+  std::int64_t integer(std::string_view name, std::string_view text, std::int64_t max);
+  /// A number of seconds.
+  std::optional<std::chrono::milliseconds> seconds(const char* option,
+                                                   const char* variable = nullptr, double min = 0);
+
+  void fail(Error error);
+  [[nodiscard]] const std::optional<Error>& error() const { return error_; }
+
+ private:
+  const Arguments& arguments_;
+  std::optional<Error> error_;
+};
+
+/// Prints "<program>: <message>" to standard error; returns the status for the caller to return.
+int reportFailure(const char* program, std::string_view message, int status = 1);
+
+/// Runs a stand-in: reads the command line and then its settings, and serves until it ends. Returns
+/// the exit status. `serve` returns the exit status or why it could not start.
+template <typename Settings>
+int runProgram(const Program& program, std::span<const char* const> words,
+               Result<Settings> (*readSettings)(SettingsReader reader),
+               Result<int> (*serve)(const Settings& settings)) try {
+  // A client or a reader of the log that has gone away is an error of that write alone.
+  std::signal(SIGPIPE, SIG_IGN);
+  const auto commandLine = readCommandLine(program, words.subspan(1));
+  if (!commandLine) return reportFailure(program.name, commandLine.error().message, usageStatus);
+  if (const auto* notice = std::get_if<Notice>(&*commandLine)) {
+    std::fputs(notice->text.c_str(), stdout);
+    return 0;
+  }
+  const auto settings = readSettings(SettingsReader(std::get<Arguments>(*commandLine)));
+  if (!settings) return reportFailure(program.name, settings.error().message, usageStatus);
+  const auto status = serve(*settings);
+  return status ? *status : reportFailure(program.name, status.error().message);
+} catch (const std::exception& error) {
+  return reportFailure(program.name, error.what());
+}
+
+}  // namespace zephyl::sandbox

@@ -1,0 +1,62 @@
+#pragma once
+
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "Common/Record.hpp"
+
+/// What the tray's control API answers, as far as a window shows it.
+namespace zephyl::sandbox::desktop {
+
+struct TrayStatus : Record<TrayStatus> {
+  bool available = false;
+  bool enrolled = false;
+  bool running = false;
+  std::optional<std::string> url;
+  std::optional<std::string> relay;
+  /// A screen that the tray wants the window to show.
+  std::optional<std::string> request;
+};
+BOOST_DESCRIBE_STRUCT(TrayStatus, (), (available, enrolled, running, url, relay, request))
+
+struct ServerEntry : Record<ServerEntry> {
+  std::string id;
+  std::string name;
+  std::string accent;
+  bool enabled = false;
+  bool usesTailnet = false;
+  bool running = false;
+  bool enrolled = false;
+  std::optional<std::string> webUrl;
+  std::optional<std::string> boundAddress;
+  std::optional<std::string> relay;
+  std::optional<std::string> enrolError;
+  std::optional<std::string> tailnetStalled;
+  std::optional<std::string> agentError;
+  std::optional<std::string> addressUnresolved;
+};
+BOOST_DESCRIBE_STRUCT(ServerEntry, (),
+                      (id, name, accent, enabled, usesTailnet, running, enrolled, webUrl,
+                       boundAddress, relay, enrolError, tailnetStalled, agentError,
+                       addressUnresolved))
+
+struct ServerList : Record<ServerList> {
+  std::vector<ServerEntry> servers;
+};
+BOOST_DESCRIBE_STRUCT(ServerList, (), (servers))
+
+struct FolderEntry : Record<FolderEntry> {
+  std::string root;
+  std::string name;
+  /// The ids of servers; absent or empty: shared with every server.
+  std::optional<std::vector<std::string>> servers;
+};
+BOOST_DESCRIBE_STRUCT(FolderEntry, (), (root, name, servers))
+
+struct FolderList : Record<FolderList> {
+  std::vector<FolderEntry> roots;
+};
+BOOST_DESCRIBE_STRUCT(FolderList, (), (roots))
+
+}  // namespace zephyl::sandbox::desktop
