@@ -2,25 +2,25 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <ctime>
 #include <deque>
 #include <map>
-#include <set>
 #include <string>
 #include <string_view>
 #include <vector>
 
-#include "Agent/FolderWatch.hpp"
+#include "System/Files/FileDescriptor.hpp"
 
 namespace zephyl::sandbox {
 
 /// What is known about the index of one folder at one moment.
 struct IndexReport {
   std::string root;
-  /// The folder was walked to its end and nothing waits to be read.
+  /// The folder was walked to its end.
   bool ready = false;
-  /// A walk through the whole folder ends with this report.
+  /// The first walk, or the first one after the folder was missing, ends with this report.
   bool walked = false;
-  /// The folder does not exist at present; it is looked for again.
+  /// The folder does not exist at present.
   bool missing = false;
   std::int64_t files = 0;
   std::int64_t bytes = 0;
@@ -36,34 +36,33 @@ struct IndexReport {
   std::string changedPath;
 };
 
-/// The index of one shared folder: its text files with their sizes, kept up to date while the
-/// folder changes. A search reads the files.
+/// The index of one shared folder: its text files with their sizes. When the folder has changed it
+/// is walked again; only files that are new or changed are read. A search reads the files.
 ///
 /// Left out are symbolic links, everything else that is not a regular file, binary files (a NUL
 /// among the first 8 KiB), directories whose name begins with a dot, and directories that tools
 /// fill (node_modules, build, target and the like). Of each file the first 256 KiB count, and no
-/// more than 200 000 files.
+/// more than 200 000 files. Changes in directories that the kernel refuses to watch are not
+/// noticed.
 ///
-/// The work is cut into small steps, so that the thread that owns the index stays responsive; all
+/// A walk is cut into small steps, so that the thread that owns the index stays responsive; all
 /// calls come from that thread.
 class FolderIndex {
  public:
   explicit FolderIndex(std::string root);
 
-  /// Readable when the folder has changed and `applyChanges` should be called; -1 when the system
-  /// does not report changes.
-  [[nodiscard]] int changesDescriptor() const { return watch_.descriptor(); }
-  void applyChanges();
+  /// Readable when the folder has changed; -1 when the system gives no descriptor.
+  [[nodiscard]] int changesDescriptor() const { return watch_.get(); }
 
-  /// Walks the folder again from the start.
+  /// Starts a walk. Changes that happened before do not count as new ones.
   void restart();
 
   [[nodiscard]] bool hasWork() const { return !directories_.empty() || !files_.empty(); }
 
-  /// Does one piece of the outstanding work: one directory, or one file.
+  /// Does one piece of the walk: one directory, or one file.
   void step();
 
-  [[nodiscard]] bool isMissing() const { return missing_; }
+  [[nodiscard]] bool isMissing() const { return isMissing_; }
 
   /// Returns the present state; the next report counts changes from here.
   IndexReport report();
@@ -73,33 +72,37 @@ class FolderIndex {
   [[nodiscard]] std::vector<std::string> find(std::string_view word, std::size_t maxFound) const;
 
  private:
-  struct File {
+  /// Tells the content of a file from that of an earlier walk without reading it.
+  struct Stamp {
     std::int64_t bytes = 0;
+    std::int64_t inode = 0;
+    std::int64_t changedNanoseconds = 0;
+    bool operator==(const Stamp&) const = default;
+  };
+  struct File {
+    Stamp stamp;
+    bool isText = false;
     std::size_t contentHash = 0;
+    unsigned walk = 0;
   };
 
   [[nodiscard]] std::string absolute(const std::string& path) const;
-  void apply(const FolderChange& change);
   void scanDirectory(const std::string& directory);
-  void readFile(const std::string& path);
-  void add(const std::string& path, std::int64_t bytes, const std::string& text);
-  void drop(const std::string& path);
-  void dropDirectory(const std::string& directory);
-  void erase(std::map<std::string, File>::iterator entry);
-  void clear();
-  void noteChange(const std::string& path);
+  void examineFile(const std::string& path);
+  void update(const std::string& path, const File& file);
+  void count(const File& file, int sign);
+  void endWalk();
 
   std::string root_;
-  FolderWatch watch_;
-  bool missing_ = false;
-  bool watchRefused_ = false;
-  /// The first walk has come to its end.
-  bool complete_ = false;
+  FileDescriptor watch_;
+  bool isMissing_ = false;
+  bool isWatchRefused_ = false;
+  /// A walk has ended since the folder was missing.
+  bool isComplete_ = false;
 
-  // Outstanding work.
+  unsigned walk_ = 0;
   std::deque<std::string> directories_;
-  std::set<std::string> files_;
-
+  std::deque<std::string> files_;
   std::map<std::string, File> known_;
   IndexReport report_;
 };

@@ -1,5 +1,6 @@
 #include "Agent/Indexer.hpp"
 
+#include <algorithm>
 #include <chrono>
 #include <map>
 #include <thread>
@@ -39,6 +40,7 @@ struct WatchedFolder {
   bool isRemoved = false;
 };
 
+/// Waits until the folder exists again.
 asio::awaitable<void> awaitFolder(WatchedFolder& folder) {
   do {
     co_await pause(missingRetryInterval);
@@ -47,16 +49,17 @@ asio::awaitable<void> awaitFolder(WatchedFolder& folder) {
   } while (folder.index.isMissing() && !folder.isRemoved);
 }
 
-asio::awaitable<void> awaitChanges(WatchedFolder& folder) {
+/// Waits for a change and for the end of what changes the folder, longer where a walk takes longer.
+asio::awaitable<void> awaitChange(WatchedFolder& folder, steady_clock::duration walkTime) {
   co_await folder.changes.async_wait(asio::posix::descriptor_base::wait_read, asTuple);
-  folder.index.applyChanges();
-  co_await pause(settlingTime);
+  co_await pause(std::max<steady_clock::duration>(settlingTime, walkTime));
+  folder.index.restart();
 }
 
 /// Keeps the index up to date until the folder is removed.
 asio::awaitable<void> keepUp(std::shared_ptr<WatchedFolder> folder, Indexer::OnReport onReport) {
+  auto walkBegan = steady_clock::now();
   while (!folder->isRemoved) {
-    folder->index.applyChanges();
     const auto end = steady_clock::now() + turnLength;
     while (folder->index.hasWork() && steady_clock::now() < end) folder->index.step();
     onReport(folder->index.report());
@@ -64,8 +67,10 @@ asio::awaitable<void> keepUp(std::shared_ptr<WatchedFolder> folder, Indexer::OnR
       co_await asio::post(asio::use_awaitable);
     } else if (folder->index.isMissing()) {
       co_await awaitFolder(*folder);
+      walkBegan = steady_clock::now();
     } else if (folder->changes.is_open()) {
-      co_await awaitChanges(*folder);
+      co_await awaitChange(*folder, steady_clock::now() - walkBegan);
+      walkBegan = steady_clock::now();
     } else {
       co_return;
     }
