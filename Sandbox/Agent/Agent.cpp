@@ -31,13 +31,13 @@ std::string scopeText(const SharedRoot& shared) {
 
 }  // namespace
 
-Agent::Agent(const asio::any_io_executor& executor, const Settings& settings, StateFile file)
+Agent::Agent(const asio::any_io_executor& executor, const Settings& settings, const StateFile& file)
     : Agent(executor, settings, file, loadState(file, settings)) {}
 
-Agent::Agent(const asio::any_io_executor& executor, const Settings& settings, StateFile file,
+Agent::Agent(const asio::any_io_executor& executor, const Settings& settings, const StateFile& file,
              const State& state)
     : executor_(executor),
-      file_(std::move(file)),
+      file_(file),
       machineId_(state.machineId),
       filesEmbeddedPerSecond_(settings.filesEmbeddedPerSecond),
       isModelSaved_(state.modelReady),

@@ -32,7 +32,8 @@ namespace zephyl::sandbox {
 /// exceptions and machine identity are saved whenever they change.
 class Agent {
  public:
-  Agent(const boost::asio::any_io_executor& executor, const Settings& settings, StateFile file);
+  Agent(const boost::asio::any_io_executor& executor, const Settings& settings,
+        const StateFile& file);
   Agent(const Agent&) = delete;
   Agent& operator=(const Agent&) = delete;
 
@@ -73,8 +74,8 @@ class Agent {
   static State loadState(const StateFile& file, const Settings& settings);
   static EmbeddingModel makeModel(const State& state, const Settings& settings);
 
-  Agent(const boost::asio::any_io_executor& executor, const Settings& settings, StateFile file,
-        const State& state);
+  Agent(const boost::asio::any_io_executor& executor, const Settings& settings,
+        const StateFile& file, const State& state);
 
   [[nodiscard]] json::Object describeActivity() const;
   [[nodiscard]] bool isForcedBusy() const;

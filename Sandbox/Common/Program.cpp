@@ -13,7 +13,7 @@
 namespace zephyl::sandbox {
 namespace {
 
-constexpr double maxNumber = 1e12;
+constexpr double maxSeconds = 1e9;
 
 std::string usageOf(const Program& program, const Option& option) {
   const char separator = program.valueForm == ValueForm::attached ? '=' : ' ';
@@ -102,13 +102,13 @@ std::string SettingsReader::text(const char* option, const char* variable) const
 }
 
 double SettingsReader::number(const char* option, const char* variable, double otherwise,
-                              double min) {
+                              double min, double max) {
   const auto given = find(option, variable);
   if (!given) return otherwise;
   const auto value = parseNumber(*given);
-  if (value && *value >= min && *value <= maxNumber) return *value;
+  if (value && *value >= min && *value <= max) return *value;
   const bool isOption = option && arguments_.contains(option);
-  fail({isOption ? option : variable, formatText(" must be a number from {}", min)});
+  fail({isOption ? option : variable, formatText(" must be a number from {} to {}", min, max)});
   return 0;
 }
 
@@ -123,7 +123,8 @@ std::int64_t SettingsReader::integer(std::string_view name, std::string_view tex
 std::optional<std::chrono::milliseconds> SettingsReader::seconds(const char* option,
                                                                  const char* variable, double min) {
   if (!find(option, variable)) return std::nullopt;
-  return std::chrono::milliseconds(std::llround(number(option, variable, 0, min) * 1000));
+  return std::chrono::milliseconds(
+      std::llround(number(option, variable, 0, min, maxSeconds) * 1000));
 }
 
 void SettingsReader::fail(Error error) {

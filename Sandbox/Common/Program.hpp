@@ -63,9 +63,10 @@ class SettingsReader {
                                                 const char* variable = nullptr) const;
   [[nodiscard]] std::string text(const char* option, const char* variable = nullptr) const;
 
-  double number(const char* option, const char* variable, double otherwise, double min = 0);
+  double number(const char* option, const char* variable, double otherwise, double min = 0,
+                double max = 1e12);
   std::int64_t integer(std::string_view name, std::string_view text, std::int64_t max);
-  /// A number of seconds.
+  /// A number of seconds, at most a billion.
   std::optional<std::chrono::milliseconds> seconds(const char* option,
                                                    const char* variable = nullptr, double min = 0);
 

@@ -2,9 +2,10 @@
 
 #include <algorithm>
 #include <cstddef>
+#include <span>
 #include <string_view>
+#include <utility>
 
-#include "Desktop/Command/Table.hpp"
 #include "System/Data/Format.hpp"
 #include "System/Data/Text.hpp"
 
@@ -13,6 +14,45 @@ namespace {
 
 constexpr std::size_t minIdLength = 8;
 constexpr std::size_t indentation = 2;
+constexpr std::size_t columnGap = 2;
+
+using Row = std::vector<std::string>;
+
+/// The columns of a terminal that a text occupies when every character occupies one.
+std::size_t widthOf(std::string_view text) {
+  return static_cast<std::size_t>(std::ranges::count_if(
+      text, [](char byte) { return (static_cast<unsigned char>(byte) >> 6U) != 2; }));
+}
+
+std::string padded(const std::string& text, std::size_t columns) {
+  return text + std::string(columns - std::min(columns, widthOf(text)), ' ');
+}
+
+/// The width of a column of a table; 0 when there is nothing below its heading.
+std::size_t columnWidth(const std::vector<Row>& rows, std::size_t column) {
+  std::size_t width = 0;
+  for (const auto& row : std::span(rows).subspan(1)) {
+    width = std::max(width, widthOf(row[column]));
+  }
+  return width == 0 ? 0 : std::max(width, widthOf(rows.front()[column]));
+}
+
+/// A table whose first row is the heading. Empty columns are left out, and control characters are
+/// made visible.
+std::string tableText(std::vector<Row> rows) {
+  std::vector<std::string> lines(rows.size());
+  for (auto& row : rows) std::ranges::transform(row, row.begin(), visible);
+  for (std::size_t column = 0; column < rows.front().size(); ++column) {
+    const auto width = columnWidth(rows, column);
+    if (width == 0) continue;
+    for (std::size_t i = 0; i < rows.size(); ++i) {
+      lines[i] += padded(rows[i][column], width + columnGap);
+    }
+  }
+  std::string text;
+  for (const auto& line : lines) text += line.substr(0, line.find_last_not_of(' ') + 1) + '\n';
+  return text;
+}
 
 std::string_view yesOrNo(bool flag) {
   return flag ? "yes" : "no";
@@ -127,26 +167,26 @@ std::string statusReport(const TrayStatus& status) {
 }
 
 std::string serversReport(const std::vector<ServerEntry>& servers) {
-  Table table({"ID", "NAME", "COLOUR", "STATE", "ADDRESS", "RELAY", "TROUBLE"});
+  std::vector<Row> rows{{"ID", "NAME", "COLOUR", "STATE", "ADDRESS", "RELAY", "TROUBLE"}};
   for (const auto& server : servers) {
     const auto address = server.webUrl ? server.webUrl : server.boundAddress;
-    table.add({shortId(server.id, servers), server.name, server.accent, stateOf(server),
-               address.value_or(""), server.relay.value_or(""), troubleOf(server)});
+    rows.push_back({shortId(server.id, servers), server.name, server.accent, stateOf(server),
+                    address.value_or(""), server.relay.value_or(""), troubleOf(server)});
   }
-  return table.text();
+  return tableText(std::move(rows));
 }
 
 std::string foldersReport(const std::vector<FolderEntry>& folders,
                           const std::vector<ServerEntry>& servers) {
-  Table table({"FOLDER", "NAME", "SHARED WITH"});
+  std::vector<Row> rows{{"FOLDER", "NAME", "SHARED WITH"}};
   for (const auto& folder : folders) {
     std::string sharedWith;
     for (const auto& id : folder.servers.value_or(std::vector<std::string>())) {
       sharedWith = joined(sharedWith, ", ", nameOf(id, servers));
     }
-    table.add({folder.root, folder.name, sharedWith.empty() ? "every server" : sharedWith});
+    rows.push_back({folder.root, folder.name, sharedWith.empty() ? "every server" : sharedWith});
   }
-  return table.text();
+  return tableText(std::move(rows));
 }
 
 std::string outline(const json::Value& value) {
