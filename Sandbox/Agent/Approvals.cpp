@@ -23,7 +23,7 @@ Approvals::Approvals(std::vector<EscapeGrant> grants, std::int64_t lastId)
     : grants_(std::move(grants)), lastId_(lastId) {}
 
 bool Approvals::isGranted(const PendingApproval& request) const {
-  return std::any_of(grants_.begin(), grants_.end(), [&](const EscapeGrant& grant) {
+  return std::ranges::any_of(grants_, [&](const EscapeGrant& grant) {
     return grant.kind == request.kind && grant.path == request.target && grant.root == request.root;
   });
 }
@@ -51,7 +51,7 @@ Result<std::vector<PendingApproval>> Approvals::decide(std::string_view id, Deci
                        .grantedBy = request.userName});
   }
   auto same = settle(state, [&](const PendingApproval& other) { return alike(request, other); });
-  std::move(same.begin(), same.end(), std::back_inserter(settled));
+  std::ranges::move(same, std::back_inserter(settled));
   return settled;
 }
 
@@ -76,9 +76,9 @@ Result<void> Approvals::revoke(std::string_view kind, std::string_view path) {
 }
 
 Result<RequestState> Approvals::stateOf(const std::string& id) const {
-  const auto named = [&](const PendingApproval& request) { return request.id == id; };
-  if (std::any_of(pending_.begin(), pending_.end(), named)) return RequestState::pending;
-  const auto found = settled_.find(id);
+  const auto held = std::ranges::find(pending_, id, &PendingApproval::id);
+  if (held != pending_.end()) return RequestState::pending;
+  const auto found = std::ranges::find(settled_, id, &std::pair<std::string, RequestState>::first);
   if (found == settled_.end()) return Error{"there is no request \"", id, "\""};
   return found->second;
 }
@@ -86,16 +86,10 @@ Result<RequestState> Approvals::stateOf(const std::string& id) const {
 template <typename Predicate>
 std::vector<PendingApproval> Approvals::settle(RequestState state, Predicate concerned) {
   std::vector<PendingApproval> settled;
-  std::copy_if(pending_.begin(), pending_.end(), std::back_inserter(settled), concerned);
+  std::ranges::copy_if(pending_, std::back_inserter(settled), concerned);
   std::erase_if(pending_, concerned);
-  for (const auto& request : settled) {
-    settled_[request.id] = state;
-    settledOrder_.push_back(request.id);
-  }
-  while (settledOrder_.size() > maxSettled) {
-    settled_.erase(settledOrder_.front());
-    settledOrder_.pop_front();
-  }
+  for (const auto& request : settled) settled_.emplace_back(request.id, state);
+  while (settled_.size() > maxSettled) settled_.pop_front();
   return settled;
 }
 

@@ -1,10 +1,11 @@
 #pragma once
 
+#include <array>
 #include <cstdint>
 #include <deque>
-#include <map>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "Agent/Records.hpp"
@@ -58,8 +59,8 @@ class Approvals {
 
   std::vector<PendingApproval> pending_;
   std::vector<EscapeGrant> grants_;
-  std::map<std::string, RequestState, std::less<>> settled_;
-  std::deque<std::string> settledOrder_;
+  /// The ids of the last settled requests with their states, oldest first.
+  std::deque<std::pair<std::string, RequestState>> settled_;
   std::int64_t lastId_;
 };
 

@@ -32,7 +32,7 @@ class Connection {
     const auto size =
         asio::read_until(socket_, asio::dynamic_buffer(received_, maxReplyBytes), '\n', error);
     if (error) return Error{"the window has ended: ", error.message()};
-    const auto reply = json::decodeText<Reply>(std::string_view(received_).substr(0, size));
+    auto reply = json::decodeText<Reply>(std::string_view(received_).substr(0, size));
     received_.erase(0, size);
     if (!reply) return Error{"the window's answer makes no sense"};
     if (reply->error) return Error{*reply->error};
