@@ -44,7 +44,7 @@ Agent::Agent(const asio::any_io_executor& executor, const Settings& settings, co
       folders_(state.roots),
       approvals_(state.escapeGrants, state.requests),
       model_(makeModel(state, settings)),
-      changes_(executor),
+      snapshot_{.changes = Changes(executor)},
       connections_(executor, serversOf(settings), machineId_, settings.connectInterval,
                    [this](const AgentConnection& connection) { onConnection(connection); }),
       indexer_(executor, [this](const IndexReport& report) { onReport(report); }) {
@@ -95,13 +95,13 @@ json::Object Agent::grants() const {
 }
 
 std::shared_ptr<const std::string> Agent::activity() {
-  if (std::exchange(isSnapshotOutdated_, false)) {
+  if (std::exchange(snapshot_.isOutdated, false)) {
     auto text = json::compact(describeActivity());
-    if (!snapshot_ || *snapshot_ != text) {
-      snapshot_ = std::make_shared<const std::string>(std::move(text));
+    if (!snapshot_.text || *snapshot_.text != text) {
+      snapshot_.text = std::make_shared<const std::string>(std::move(text));
     }
   }
-  return snapshot_;
+  return snapshot_.text;
 }
 
 json::Object Agent::describeActivity() const {
@@ -329,8 +329,8 @@ void Agent::advanceModel(double seconds) {
 }
 
 void Agent::announce() {
-  isSnapshotOutdated_ = true;
-  changes_.notify();
+  snapshot_.isOutdated = true;
+  snapshot_.changes.notify();
 }
 
 }  // namespace zephyl::sandbox

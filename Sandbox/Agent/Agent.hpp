@@ -45,7 +45,7 @@ class Agent {
   std::shared_ptr<const std::string> activity();
 
   /// Notifies when the activity may have changed.
-  Changes& changes() { return changes_; }
+  Changes& changes() { return snapshot_.changes; }
 
   /// `root` must be canonical.
   Result<void> share(const std::string& root, const std::optional<std::string>& name,
@@ -71,6 +71,13 @@ class Agent {
   void save();
 
  private:
+  /// The activity record as it was last encoded.
+  struct Snapshot {
+    Changes changes;
+    std::shared_ptr<const std::string> text = {};
+    bool isOutdated = true;
+  };
+
   static State loadState(const StateFile& file, const Settings& settings);
   static EmbeddingModel makeModel(const State& state, const Settings& settings);
 
@@ -107,9 +114,7 @@ class Agent {
   int searches_ = 0;
   std::optional<steady_clock::time_point> busyUntil_;
 
-  std::shared_ptr<const std::string> snapshot_;
-  bool isSnapshotOutdated_ = true;
-  Changes changes_;
+  Snapshot snapshot_;
   bool isSimulating_ = false;
 
   Connections connections_;
