@@ -10,6 +10,7 @@
 #include <boost/url/parse.hpp>
 #include <boost/url/url_view.hpp>
 
+#include "System/Data/JSON.hpp"
 #include "System/Data/Text.hpp"
 
 namespace zephyl::sandbox {
@@ -61,7 +62,7 @@ HTTPResponse rootsAfter(Agent& agent, const Result<void>& change, unsigned error
   return change ? answerWith(agent.roots()) : answerWith(change, errorStatus);
 }
 
-struct NewRoot : Record<NewRoot> {
+struct NewRoot {
   std::string root;
   std::optional<std::string> name;
   std::optional<std::vector<std::string>> servers;
@@ -75,7 +76,7 @@ HTTPResponse addRoot(Agent& agent, const NewRoot& body) {
   return rootsAfter(agent, agent.share(**root, body.name, body.servers), 409);
 }
 
-struct OldRoot : Record<OldRoot> {
+struct OldRoot {
   std::string root;
 };
 BOOST_DESCRIBE_STRUCT(OldRoot, (), (root))
@@ -84,7 +85,7 @@ HTTPResponse removeRoot(Agent& agent, const OldRoot& body) {
   return rootsAfter(agent, agent.unshare(body.root), 404);
 }
 
-struct RootServers : Record<RootServers> {
+struct RootServers {
   std::string root;
   std::vector<std::string> servers;
 };
@@ -94,7 +95,7 @@ HTTPResponse setRootServers(Agent& agent, const RootServers& body) {
   return rootsAfter(agent, agent.setServers(body.root, body.servers), 404);
 }
 
-struct ApprovalDecision : Record<ApprovalDecision> {
+struct ApprovalDecision {
   std::string id;
   Decision decision = Decision::deny;
   std::optional<std::string> confirm;
@@ -109,7 +110,7 @@ HTTPResponse decideApproval(Agent& agent, const ApprovalDecision& body) {
   return answerWith(agent.decide(body.id, body.decision), 404);
 }
 
-struct OldGrant : Record<OldGrant> {
+struct OldGrant {
   std::string kind;
   std::string path;
 };
@@ -120,7 +121,7 @@ HTTPResponse revokeGrant(Agent& agent, const OldGrant& body) {
   return revoked ? answerWith(agent.grants()) : answerWith(revoked, 404);
 }
 
-struct NewRequest : Record<NewRequest> {
+struct NewRequest {
   std::optional<std::string> kind;
   std::optional<std::string> tool;
   std::optional<std::string> target;
@@ -175,7 +176,7 @@ HTTPResponse withdrawRequest(Call& call) {
   return answerWith(call.agent.withdraw(call.id), 404);
 }
 
-struct ForcedActivity : Record<ForcedActivity> {
+struct ForcedActivity {
   bool busy = false;
   std::optional<double> seconds;
 };

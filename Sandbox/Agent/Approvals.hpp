@@ -8,16 +8,15 @@
 #include <utility>
 #include <vector>
 
+#include <boost/describe/enum.hpp>
+
 #include "Agent/Records.hpp"
 #include "System/Data/Result.hpp"
 
 namespace zephyl::sandbox {
 
 enum class Decision { approve, always, deny };
-
-constexpr std::array<std::string_view, 3> enumNames(Decision) {
-  return {"approve", "always", "deny"};
-}
+BOOST_DESCRIBE_ENUM(Decision, approve, always, deny)
 
 /// The requests that reach outside a shared folder, and the permanent exceptions to asking.
 ///

@@ -8,32 +8,27 @@
 #include <string_view>
 #include <vector>
 
-#include "Common/Record.hpp"
+#include <boost/describe/class.hpp>
+#include <boost/describe/enum.hpp>
+#include <boost/describe/enum_to_string.hpp>
+
 #include "System/Data/Format.hpp"
+#include "System/Data/JSON.hpp"
 
 /// The records of the agent's JSON API and of its state. An absent optional is left out. Timestamps
 /// are milliseconds since 1970. All texts are valid UTF-8.
 namespace zephyl::sandbox {
 
 enum class AgentState { connecting, connected, enrolled, disconnected };
-
-constexpr std::array<std::string_view, 4> enumNames(AgentState) {
-  return {"connecting", "connected", "enrolled", "disconnected"};
-}
+BOOST_DESCRIBE_ENUM(AgentState, connecting, connected, enrolled, disconnected)
 
 enum class ModelPhase { absent, checking, downloading, ready, failed };
-
-constexpr std::array<std::string_view, 5> enumNames(ModelPhase) {
-  return {"absent", "checking", "downloading", "ready", "failed"};
-}
+BOOST_DESCRIBE_ENUM(ModelPhase, absent, checking, downloading, ready, failed)
 
 enum class RequestState { pending, approved, denied, withdrawn };
+BOOST_DESCRIBE_ENUM(RequestState, pending, approved, denied, withdrawn)
 
-constexpr std::array<std::string_view, 4> enumNames(RequestState) {
-  return {"pending", "approved", "denied", "withdrawn"};
-}
-
-struct AgentConnection : Record<AgentConnection> {
+struct AgentConnection {
   std::string serverId;
   AgentState state = AgentState::connecting;
   std::optional<std::string> machineId = {};
@@ -41,7 +36,7 @@ struct AgentConnection : Record<AgentConnection> {
 };
 BOOST_DESCRIBE_STRUCT(AgentConnection, (), (serverId, state, machineId, lastError))
 
-struct SharedRoot : Record<SharedRoot> {
+struct SharedRoot {
   std::string root;
   std::string name;
   /// Absent or empty: shared with every server.
@@ -49,7 +44,7 @@ struct SharedRoot : Record<SharedRoot> {
 };
 BOOST_DESCRIBE_STRUCT(SharedRoot, (), (root, name, servers))
 
-struct ActivityEvent : Record<ActivityEvent> {
+struct ActivityEvent {
   std::string tool;
   std::optional<std::string> path = {};
   std::optional<std::string> detail = {};
@@ -58,7 +53,7 @@ struct ActivityEvent : Record<ActivityEvent> {
 };
 BOOST_DESCRIBE_STRUCT(ActivityEvent, (), (tool, path, detail, ok, at))
 
-struct IndexProgress : Record<IndexProgress> {
+struct IndexProgress {
   std::string root;
   bool ready = false;
   bool embedding = false;
@@ -72,7 +67,7 @@ BOOST_DESCRIBE_STRUCT(IndexProgress, (),
                       (root, ready, embedding, filesEmbedded, chunksEmbedded, lexicalFiles,
                        ragEnabled, indexBytes))
 
-struct ModelStatus : Record<ModelStatus> {
+struct ModelStatus {
   ModelPhase phase = ModelPhase::absent;
   std::int64_t downloadedBytes = 0;
   std::int64_t totalBytes = 0;
@@ -80,13 +75,13 @@ struct ModelStatus : Record<ModelStatus> {
 };
 BOOST_DESCRIBE_STRUCT(ModelStatus, (), (phase, downloadedBytes, totalBytes, error))
 
-struct EscapeReason : Record<EscapeReason> {
+struct EscapeReason {
   std::string code;
   std::string detail;
 };
 BOOST_DESCRIBE_STRUCT(EscapeReason, (), (code, detail))
 
-struct PendingApproval : Record<PendingApproval> {
+struct PendingApproval {
   std::string id = {};
   std::string kind;
   std::string tool;
@@ -100,7 +95,7 @@ struct PendingApproval : Record<PendingApproval> {
 BOOST_DESCRIBE_STRUCT(PendingApproval, (),
                       (id, kind, tool, target, root, reasons, userName, chatTitle, createdAt))
 
-struct EscapeGrant : Record<EscapeGrant> {
+struct EscapeGrant {
   std::string path;
   std::string root;
   std::string kind;
@@ -110,7 +105,7 @@ struct EscapeGrant : Record<EscapeGrant> {
 BOOST_DESCRIBE_STRUCT(EscapeGrant, (), (path, root, kind, grantedAt, grantedBy))
 
 /// A shared folder as the state file keeps it.
-struct SavedFolder : Record<SavedFolder> {
+struct SavedFolder {
   std::string root;
   std::string name;
   std::optional<std::vector<std::string>> servers = {};
@@ -119,7 +114,7 @@ struct SavedFolder : Record<SavedFolder> {
 BOOST_DESCRIBE_STRUCT(SavedFolder, (), (root, name, servers, filesEmbedded))
 
 /// What the agent keeps from one run to the next.
-struct State : Record<State> {
+struct State {
   /// Random, stable for the life of the file.
   std::string machineId;
   std::vector<SavedFolder> roots = {};
@@ -131,7 +126,7 @@ struct State : Record<State> {
 BOOST_DESCRIBE_STRUCT(State, (), (machineId, roots, escapeGrants, modelReady, requests))
 
 /// One server that the agent is to connect to.
-struct ServerAddress : Record<ServerAddress> {
+struct ServerAddress {
   std::string url;
   std::string label;
   /// "address:port" of the SOCKS proxy through which the server is reached.
@@ -142,8 +137,7 @@ BOOST_DESCRIBE_STRUCT(ServerAddress, (), (url, label, socks5, agentId))
 
 template <json::NamedEnum Enum>
 std::string_view nameOf(Enum value) {
-  static constexpr auto names = enumNames(Enum{});
-  return names[static_cast<std::size_t>(value)];
+  return boost::describe::enum_to_string(value, "");
 }
 
 inline std::int64_t millisecondsSinceEpoch() {

@@ -4,12 +4,14 @@
 #include <string>
 #include <vector>
 
-#include "Common/Record.hpp"
+#include <boost/describe/class.hpp>
+
+#include "System/Data/JSON.hpp"
 
 /// What the tray's control API answers, as far as a window shows it.
 namespace zephyl::sandbox::desktop {
 
-struct TrayStatus : Record<TrayStatus> {
+struct TrayStatus {
   bool available = false;
   bool enrolled = false;
   bool running = false;
@@ -20,7 +22,7 @@ struct TrayStatus : Record<TrayStatus> {
 };
 BOOST_DESCRIBE_STRUCT(TrayStatus, (), (available, enrolled, running, url, relay, request))
 
-struct ServerEntry : Record<ServerEntry> {
+struct ServerEntry {
   std::string id;
   std::string name;
   std::string accent;
@@ -41,12 +43,12 @@ BOOST_DESCRIBE_STRUCT(ServerEntry, (),
                        boundAddress, relay, enrolError, tailnetStalled, agentError,
                        addressUnresolved))
 
-struct ServerList : Record<ServerList> {
+struct ServerList {
   std::vector<ServerEntry> servers;
 };
 BOOST_DESCRIBE_STRUCT(ServerList, (), (servers))
 
-struct FolderEntry : Record<FolderEntry> {
+struct FolderEntry {
   std::string root;
   std::string name;
   /// The ids of servers; absent or empty: shared with every server.
@@ -54,7 +56,7 @@ struct FolderEntry : Record<FolderEntry> {
 };
 BOOST_DESCRIBE_STRUCT(FolderEntry, (), (root, name, servers))
 
-struct FolderList : Record<FolderList> {
+struct FolderList {
   std::vector<FolderEntry> roots;
 };
 BOOST_DESCRIBE_STRUCT(FolderList, (), (roots))

@@ -5,7 +5,9 @@
 #include <optional>
 #include <string>
 
-#include "Common/Record.hpp"
+#include <boost/describe/class.hpp>
+
+#include "System/Data/JSON.hpp"
 
 /// What a command and the window say to each other on the window's local socket. A JSON object on
 /// a line asks, once per connection; a JSON object on a line answers.
@@ -19,7 +21,7 @@ namespace zephyl::sandbox::desktop {
 constexpr std::size_t maxCommandBytes = 131'072;
 constexpr std::size_t maxReplyBytes = 134'217'728;
 
-struct Command : Record<Command> {
+struct Command {
   std::optional<std::string> method = {};
   std::optional<std::string> path = {};
   std::optional<std::string> body = {};
@@ -27,7 +29,7 @@ struct Command : Record<Command> {
 };
 BOOST_DESCRIBE_STRUCT(Command, (), (method, path, body, watch))
 
-struct Reply : Record<Reply> {
+struct Reply {
   std::optional<std::int64_t> status = {};
   std::optional<std::string> body = {};
   std::optional<std::string> request = {};

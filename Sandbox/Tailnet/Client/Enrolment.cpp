@@ -1,13 +1,15 @@
 #include "Tailnet/Client/Enrolment.hpp"
 
-#include "Common/Record.hpp"
+#include <boost/describe/class.hpp>
+
 #include "Common/TakenVariable.hpp"
+#include "System/Data/JSON.hpp"
 #include "System/Data/Secret.hpp"
 
 namespace zephyl::sandbox {
 namespace {
 
-struct Enrolment : Record<Enrolment> {
+struct Enrolment {
   std::string fingerprint;
 };
 BOOST_DESCRIBE_STRUCT(Enrolment, (), (fingerprint))

@@ -4,9 +4,10 @@
 #include <string>
 
 #include <boost/asio/awaitable.hpp>
+#include <boost/describe/class.hpp>
 
 #include "Common/LocalSocket.hpp"
-#include "Common/Record.hpp"
+#include "System/Data/JSON.hpp"
 
 /// The protocol of the daemon's control socket, a local stream socket: a JSON object on a line
 /// asks, a JSON object on a line answers, as often as the client likes.
@@ -15,12 +16,12 @@
 ///     anything else       {"error":"..."}
 namespace zephyl::sandbox::control {
 
-struct Request : Record<Request> {
+struct Request {
   std::string op;
 };
 BOOST_DESCRIBE_STRUCT(Request, (), (op))
 
-struct Status : Record<Status> {
+struct Status {
   bool running = false;
   /// The daemon's identity, stable for the life of its state.
   std::string node;

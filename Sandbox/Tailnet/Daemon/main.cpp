@@ -4,14 +4,15 @@
 #include <utility>
 
 #include <boost/asio/io_context.hpp>
+#include <boost/describe/class.hpp>
 #include <boost/uuid/random_generator.hpp>
 #include <boost/uuid/uuid_io.hpp>
 
 #include "Common/Async.hpp"
 #include "Common/Endpoint.hpp"
 #include "Common/Log.hpp"
-#include "Common/Record.hpp"
 #include "Common/StateFile.hpp"
+#include "System/Data/JSON.hpp"
 #include "Tailnet/Common/Control.hpp"
 #include "Tailnet/Daemon/Settings.hpp"
 #include "Tailnet/Daemon/SocksProxy.hpp"
@@ -25,7 +26,7 @@ namespace asio = boost::asio;
 constexpr std::size_t maxSocksClients = 256;
 constexpr std::size_t maxControlClients = 32;
 
-struct Node : Record<Node> {
+struct Node {
   std::string node;
 };
 BOOST_DESCRIBE_STRUCT(Node, (), (node))

@@ -15,7 +15,7 @@ namespace {
 std::vector<ServerEntry> wantedServers() {
   std::vector<ServerEntry> wanted;
   for (auto& entry : Servers::enabled()) {
-    if (!entry.tailnetFingerprint.value_or("").empty()) wanted.push_back(std::move(entry));
+    if (entry.isJoined()) wanted.push_back(std::move(entry));
   }
   return wanted;
 }
@@ -23,7 +23,7 @@ std::vector<ServerEntry> wantedServers() {
 }  // namespace
 
 void TailnetManager::syncWithStore() {
-  if (!Config::tailnetBinary("tailscaled") || !Config::tailnetBinary("zephyl-tailnet")) return;
+  if (!Config::tailnetProgramsInstalled()) return;
   auto wanted = wantedServers();
   std::vector<Instance> removed;
   {

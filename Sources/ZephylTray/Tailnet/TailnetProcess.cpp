@@ -135,7 +135,7 @@ void TailnetProcess::launchPair() {
   const auto tailscaled = Config::tailnetBinary(daemonName);
   const auto client = Config::tailnetBinary(clientName);
   if (!tailscaled || !client) return;
-  if (server_.tailnetFingerprint.value_or("").empty()) {
+  if (!server_.isJoined()) {
     note("no tailnet invite has been redeemed yet; not starting the tailnet");
     return;
   }
