@@ -28,6 +28,16 @@ struct Progress {
 };
 BOOST_DESCRIBE_STRUCT(Progress, (), (fraction, text))
 
+/// A line in which the user types. (Clang could not default-construct it in a `std::optional` if it
+/// were defined within `Alert`.)
+struct AlertTextField {
+  std::string placeholder;
+  int width = 0;  ///< in points
+
+  bool operator==(const AlertTextField&) const = default;
+};
+BOOST_DESCRIBE_STRUCT(AlertTextField, (), (placeholder, width))
+
 /// A message that asks for an answer. All texts are plain: shown as they are, without markup.
 struct Alert {
   enum class Style { warning, critical, question, information };
@@ -38,12 +48,7 @@ struct Alert {
   std::vector<std::string> buttons;  ///< at least one; the first is the default
   std::size_t safeButton = 0;        ///< what Escape, closing, or the dialog's death chooses
 
-  struct TextField {
-    std::string placeholder;
-    int width = 0;  ///< in points
-
-    bool operator==(const TextField&) const = default;
-  };
+  using TextField = AlertTextField;
   std::optional<TextField> textField;  ///< has the focus at first
   std::optional<Progress> progress;    ///< a bar below the texts, which the dialog's handle moves
   /// Places in `buttons` of those that permit something. They can be pressed only after the whole
@@ -57,7 +62,6 @@ struct Alert {
   bool operator==(const Alert&) const = default;
 };
 BOOST_DESCRIBE_ENUM(Alert::Style, warning, critical, question, information)
-BOOST_DESCRIBE_STRUCT(Alert::TextField, (), (placeholder, width))
 BOOST_DESCRIBE_STRUCT(Alert, (),
                       (style, messageText, informativeText, buttons, safeButton, textField,
                        progress, permittingButtons, requestedByUser))

@@ -1,5 +1,6 @@
 #include "Helpers/Updates/Client/UpdaterProcess.hpp"
 
+#include <functional>
 #include <utility>
 
 namespace zephyl {
@@ -11,10 +12,9 @@ constexpr std::size_t maxReportBytes = 64UL * 1024;
 
 }  // namespace
 
-std::unique_ptr<UpdaterProcess> startUpdater(MainLoop& mainLoop, ProcessLauncher& launcher,
-                                             const std::string& program,
-                                             const UpdateCommand& command,
-                                             std::function<void(const UpdateReport&)> report) {
+std::unique_ptr<UpdaterProcess> startUpdater(
+    MainLoop& mainLoop, ProcessLauncher& launcher, const std::string& program,
+    const UpdateCommand& command, const std::function<void(const UpdateReport&)>& report) {
   HelperOptions options{.name = "zephyl-tray-updater", .process = updaterOptions(program)};
   options.process.maxLineBytes = maxReportBytes;
   const auto fail = [report](const std::string& reason) {

@@ -17,10 +17,9 @@ using UpdaterProcess = HelperProcess<UpdatesProtocol>;
 /// with `UpdateFailed` if the program cannot be run or sends an invalid report, and when it ends.
 /// The caller destroys the process after a report that is not `UpdateProgress`. `mainLoop` outlives
 /// it.
-std::unique_ptr<UpdaterProcess> startUpdater(MainLoop& mainLoop, ProcessLauncher& launcher,
-                                             const std::string& program,
-                                             const UpdateCommand& command,
-                                             std::function<void(const UpdateReport&)> report);
+std::unique_ptr<UpdaterProcess> startUpdater(
+    MainLoop& mainLoop, ProcessLauncher& launcher, const std::string& program,
+    const UpdateCommand& command, const std::function<void(const UpdateReport&)>& report);
 
 /// What all runs of the program have in common: it outlives the tray and has input. Its output goes
 /// where the tray's goes unless that is changed.
