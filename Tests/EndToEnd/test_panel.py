@@ -69,7 +69,9 @@ def test_the_item_appears_opens_its_menu_acts_and_comes_back(desktop, start_demo
     assert demo.names() == ["needsUpdate", "willOpen", "didClose", "chosen"]
 
     desktop.point(WIDTH // 2, HEIGHT - 1)
+    with_panel = desktop.picture(BAR)
     desktop.kill_panel()
+    desktop.until_it_differs(with_panel, BAR)
     start_panel(desktop)
     eventually(lambda: desktop.picture(BAR).difference(busy) is None, 15, "the item's return")
     desktop.click(*middle)

@@ -54,7 +54,7 @@ std::vector<std::string> argumentsOf(const ProcessOptions& options) {
 }
 
 std::vector<SecretString> entriesOf(const Environment& environment) {
-  constexpr std::string_view end("", 1);
+  constexpr std::string_view end("\0", 1);
   std::vector<SecretString> entries;
   entries.reserve(environment.size());
   for (const auto& [name, value] : environment) {

@@ -43,7 +43,7 @@ Environment DesktopLaunch::environment(Environment inherited) const {
   return environment;
 }
 
-void DesktopApp::launch(DesktopLaunch context) {
+void DesktopApp::launch(const DesktopLaunch& context) {
   if (!activateRunning()) start(context);
 }
 

@@ -52,7 +52,7 @@ class DesktopApp : public std::enable_shared_from_this<DesktopApp> {
 
   /// Activates a running copy, else starts one, after a log line when the control server does not
   /// listen.
-  void launch(DesktopLaunch context);
+  void launch(const DesktopLaunch& context);
   /// Asks every running copy to end. Does not wait.
   void quit();
   /// Waits until the child that `quit` asked to end has done so, until `deadline` at most; then

@@ -42,11 +42,12 @@ ServerActions::Failure ServerActions::redeem(std::string_view key) {
 
 void ServerActions::promptForInviteKey() {
   if (inviteDialog_) return inviteDialog_->bringToFront();
-  inviteDialog_ = port_.ask(
-      alerts::inviteKey(), weakly(this, [](ServerActions& self, std::optional<AlertAnswer> answer) {
-        self.inviteDialog_.reset();
-        self.redeemAnswer(answer);
-      }));
+  inviteDialog_ =
+      port_.ask(alerts::inviteKey(),
+                weakly(this, [](ServerActions& self, const std::optional<AlertAnswer>& answer) {
+                  self.inviteDialog_.reset();
+                  self.redeemAnswer(answer);
+                }));
 }
 
 void ServerActions::redeemAnswer(const std::optional<AlertAnswer>& answer) {

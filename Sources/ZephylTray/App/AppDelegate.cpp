@@ -177,7 +177,7 @@ bool AppDelegate::startControlServer() {
   auto port = ports::controlAPI(components_, monitor_, windows_);
   port.serverActions = servers_;
   port.folderSharing = folders_;
-  ControlAPI::install(control_, components_.runtime.mainLoop, std::move(port));
+  ControlAPI::install(control_, components_.runtime.mainLoop, port);
   if (control_.start(Config::onboardingPort())) return true;
   exitStatus_ = EXIT_FAILURE;
   quit();

@@ -98,8 +98,8 @@ LogWindows::Port logWindows(const Components& components) {
 WindowLauncher::Port windowLauncher(const Components& components, ControlServer& control) {
   WindowLauncher::Port port;
   port.isInstalled = &DesktopApp::isInstalled;
-  port.launch = [&components](DesktopLaunch launch) {
-    components.desktopApp->launch(std::move(launch));
+  port.launch = [&components](const DesktopLaunch& launch) {
+    components.desktopApp->launch(launch);
   };
   port.setPendingRoute = [&control](std::string screen) {
     control.setPendingRoute(std::move(screen));
@@ -133,8 +133,8 @@ ApprovalPrompts::Port approvalPrompts(const Components& components,
   };
   port.ask = presentingAlerts(components.dialogs);
   port.decide = [&components](const auto& id, const auto& decision, const auto& confirm,
-                              Decided done) {
-    components.agentAccess.client().decideApproval(id, decision, confirm, std::move(done));
+                              const Decided& done) {
+    components.agentAccess.client().decideApproval(id, decision, confirm, done);
   };
   port.revoke = [&components](const EscapeGrant& grant, Decided done) {
     components.agentAccess.client().revokeEscapeGrant(

@@ -85,7 +85,7 @@ json::Object ControlAPI::diagnostics() const {
   return diagnostics.toJSON();
 }
 
-void ControlAPI::install(ControlServer& server, MainLoop& mainLoop, Port port) {
+void ControlAPI::install(ControlServer& server, MainLoop& mainLoop, const Port& port) {
   const auto api = std::make_shared<const ControlAPI>(port);
   server.statusProvider = [api] { return api->status(); };
   server.serversProvider = [api] { return api->servers(); };

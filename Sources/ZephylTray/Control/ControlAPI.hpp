@@ -50,7 +50,7 @@ class ControlAPI {
 
   /// Makes the handlers of `server` answer from `port`. Called before the server is started.
   /// `mainLoop` and everything that `port` refers to outlive the server.
-  static void install(ControlServer& server, MainLoop& mainLoop, Port port);
+  static void install(ControlServer& server, MainLoop& mainLoop, const Port& port);
 
   /// Return the documents of GET /status, GET /servers and GET /diagnostics.
   [[nodiscard]] json::Object status() const;

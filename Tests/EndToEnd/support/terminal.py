@@ -10,6 +10,11 @@ import subprocess
 from support.tray import command_name, descendants, eventually, is_alive
 
 
+def label(row):
+    """The text of a row of the menu, without mark and dot."""
+    return row.lstrip("›").strip().removeprefix("● ")
+
+
 class Terminal:
     """Runs one program, then waits; `screen` is what a user would see."""
 
@@ -95,19 +100,27 @@ class Terminal:
 
     def go_to(self, text):
         self.see(text)
-        self.press("Home")
         for _ in range(60):
-            if self._chosen().startswith(text):
+            if not self._chosen():
+                self.press("Home")
+            chosen = eventually(self._chosen, what="a menu that is not covered")
+            if chosen.startswith(text):
                 return
-            before = self._chosen()
-            self.press("Down")
-            eventually(lambda before=before: self._chosen() != before, what=f"a row after {before!r}")
+            # One step at a time: the screen shows the effect of a key only after a while.
+            self.press("Down" if self._is_below(text) else "Up")
+            eventually(lambda chosen=chosen: self._chosen() not in ("", chosen),
+                       what=f"a row beside {chosen!r}")
         raise AssertionError(f"{text!r} cannot be chosen in\n{self.screen()}")
 
+    def _is_below(self, text):
+        """Whether a row of the menu is below the one that Enter is about."""
+        rows = self.screen().split("\n")
+        chosen = next((at for at, row in enumerate(rows) if row.startswith("›")), 0)
+        return any(label(row).startswith(text) for row in rows[chosen:])
+
     def _chosen(self):
-        """The row that Enter is about, without mark and dot."""
-        rows = [line for line in self.screen().split("\n") if line.startswith("›")]
-        return rows[0].lstrip("›").strip().removeprefix("● ") if rows else ""
+        """The row that Enter is about, without mark and dot; empty if there is none."""
+        return next((label(row) for row in self.screen().split("\n") if row.startswith("›")), "")
 
     def answer(self, button):
         """Goes to a button of the box that is open, and presses Enter there."""
