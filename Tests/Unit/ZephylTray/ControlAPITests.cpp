@@ -32,6 +32,7 @@ class ControlAPITest : public ::testing::Test {
       .tailnetReports =
           [this] {
             std::vector<Diagnostics::Tailnet> reports;
+            reports.reserve(tailnets_.size());
             for (const auto& [id, view] : tailnets_) {
               reports.push_back({.serverId = id,
                                  .running = view.running,
