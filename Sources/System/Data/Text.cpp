@@ -92,11 +92,9 @@ Piece pieceOf(Character character) {
   using Kind = Piece::Kind;
   if (!character.isValid()) return {Kind::invalid, 1};
   const auto code = character.code;
-  const bool control = code < 0x20 || (code >= 0x7F && code < 0xA0);
-  return {control                        ? Kind::control
-          : isIn(hiddenCharacters, code) ? Kind::hidden
-                                         : Kind::printable,
-          character.length};
+  if (code < 0x20 || (code >= 0x7F && code < 0xA0)) return {Kind::control, character.length};
+  const bool hidden = code >= 0xA0 && isIn(hiddenCharacters, code);
+  return {hidden ? Kind::hidden : Kind::printable, character.length};
 }
 
 /// Printable characters as many as there are in a row, so that plain text is one piece.
@@ -223,9 +221,9 @@ Character firstCharacter(std::string_view text) {
 
 bool isValidUTF8(std::string_view text) {
   while (!text.empty()) {
-    const Piece piece = firstPiece(text);
-    if (piece.kind == Piece::Kind::invalid) return false;
-    text.remove_prefix(piece.length);
+    const Character character = firstCharacter(text);
+    if (!character.isValid()) return false;
+    text.remove_prefix(character.length);
   }
   return true;
 }
