@@ -30,8 +30,7 @@ void overwriteRegisters() {
 }  // namespace
 
 void wipe(std::span<char> secret) {
-  if (secret.empty()) return;
-  ::explicit_bzero(secret.data(), secret.size());
+  if (!secret.empty()) ::explicit_bzero(secret.data(), secret.size());
   overwriteRegisters();
 }
 
