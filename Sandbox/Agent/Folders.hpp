@@ -43,7 +43,7 @@ class Folders {
   /// Returns the root that a path leads to.
   [[nodiscard]] Result<std::string> find(const std::string& path) const;
 
-  /// Stores what the index reports; returns false when that folder is no longer shared. A file
+  /// Stores the progress of the index. Returns false if its folder is no longer shared. A file
   /// whose content has changed has to be embedded again.
   bool apply(const IndexReport& report);
 

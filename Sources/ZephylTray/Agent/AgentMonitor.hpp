@@ -70,7 +70,7 @@ class AgentMonitor : public std::enable_shared_from_this<AgentMonitor> {
   [[nodiscard]] const AgentSnapshot& snapshot() const { return snapshot_; }
   /// Whether a poll has ended yet. Until then nothing is known about the agent.
   [[nodiscard]] bool hasPolled() const { return polled_; }
-  /// Returns a function that tells whether the agent is busy. It may be called from any thread and
+  /// Returns a query for whether the agent is busy. The query may be called from any thread and may
   /// outlive the monitor.
   [[nodiscard]] std::function<bool()> busyQuery() const;
 

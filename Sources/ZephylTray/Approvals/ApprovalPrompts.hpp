@@ -29,10 +29,10 @@ namespace zephyl {
 ///     Sending     the decision is on its way to the agent. Accepted: Idle. Refused: an error is
 ///                 shown, and once the user has closed it: Idle.
 ///
-/// While Prompting or Confirming, a request that is no longer pending closes what is open about
-/// it: Idle. Whenever a request has been dealt with, the pending ones are looked at again.
+/// While Prompting or Confirming, the dialog is closed when its request is no longer pending: Idle.
+/// After each decided request, the pending ones are checked again.
 ///
-/// An id is seen until it is no longer pending. Its notification is withdrawn then.
+/// An id counts as seen while its request is pending. Afterwards its notification is withdrawn.
 ///
 /// Main thread only. Owned by a `shared_ptr`; dialogs and requests hold it weakly.
 class ApprovalPrompts : public std::enable_shared_from_this<ApprovalPrompts> {

@@ -31,7 +31,7 @@ class MainLoop;
 /// The token is checked as soon as the head of a request is complete.
 /// Most handlers run on the main thread while the control thread waits; the main thread never
 /// waits for it. A handler with a completion must not wait, and may complete later, on any thread;
-/// a request whose completion is destroyed unused is told that the tray is shutting down. Once the
+/// a completion that is destroyed unused answers that the tray is shutting down. Once the
 /// server is gone nothing is answered any more.
 ///
 /// Owned by the controller, which sets the handlers before `start`. Created and destroyed on the

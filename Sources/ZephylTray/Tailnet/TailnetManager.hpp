@@ -42,7 +42,7 @@ class TailnetManager : public std::enable_shared_from_this<TailnetManager> {
   /// Removes the server's instance from the table and stops it. The server's next instance starts
   /// no child before the children of this one have ended.
   void retire(const std::string& id);
-  /// Retires the server's instance; until `resume`, `syncWithStore` starts none for the server.
+  /// Retires the server's instance. `syncWithStore` starts no other one before `resume`.
   void suspend(const std::string& id);
   void resume(const std::string& id);
   /// Calls `then` when the children of all instances that are retired now have ended, later, also

@@ -35,7 +35,7 @@ class ServerActionsTest : public ::testing::Test {
     return entries_.back();
   }
 
-  /// Removes a server whose children end at once, and returns what the user is told.
+  /// Removes a server whose children end at once, and returns the failure; nullopt on success.
   std::optional<std::string> remove(const std::string& id) {
     std::optional<ServerActions::Failure> result;
     actions_->removeServer(id, [&](auto failure) { result = std::move(failure); });

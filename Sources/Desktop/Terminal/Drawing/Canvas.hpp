@@ -14,8 +14,8 @@
 /// - it never waits for a terminal that does not keep up: `Painter` returns the bytes of a change,
 ///   and `TerminalDevice` writes as many as the terminal takes, on the main loop's terms. A curses
 ///   refresh blocks;
-/// - a typed key is a secret: what held it, the bytes read and painted included, is overwritten
-///   when it is no longer needed. A library keeps copies of the screen and of its input;
+/// - a typed key is a secret: all memory that held it, including the bytes read and painted, is
+///   overwritten after use. A curses library keeps copies of the screen and of its input;
 /// - views are values from keys to cells, so they are tested without a terminal.
 namespace zephyl {
 

@@ -12,7 +12,7 @@ namespace zephyl::displayText {
 
 namespace {
 
-/// The columns of a character: two for wide ones, none for those that combine with the one before.
+/// Returns the columns of a character: 2 if it is wide, 0 if it combines with the one before it.
 int widthOf(char32_t character) {
   return utf8proc_charwidth(static_cast<utf8proc_int32_t>(character));
 }

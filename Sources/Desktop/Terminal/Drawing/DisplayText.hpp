@@ -6,9 +6,9 @@
 
 #include "Desktop/Terminal/Drawing/Look.hpp"
 
-/// Texts by the columns that they take on a terminal: two for wide characters, none for those that
-/// combine with the one before. Widths are those of utf8proc. Texts are UTF-8; each byte that is
-/// not counts as one column. All functions are pure.
+/// Measures and cuts texts by the columns that they occupy on a terminal. A wide character has 2
+/// columns, one that combines with the character before it has 0. Widths are those of utf8proc.
+/// Texts are UTF-8. Each byte that is not valid UTF-8 counts as one column. All functions are pure.
 namespace zephyl::displayText {
 
 /// What is shown in one place: a character and those that combine with it.
