@@ -1,5 +1,6 @@
 #include "Desktop/Headless/HeadlessDesktop.hpp"
 
+#include "System/Concurrency/MainLoop.hpp"
 #include "System/Files/Log.hpp"
 
 namespace zephyl {
@@ -21,8 +22,7 @@ void HeadlessDesktop::Item::setDescription(const std::string& description) {
   if (laterLine_ || current_ == logged_) return;
   const Duration wait = lastLine_ + logInterval - clock_.now();
   if (lastLine_ == Instant{} || wait <= Duration::zero()) return logIfChanged();
-  // The item lives as long as the main loop runs tasks, and the timer no longer than the item.
-  laterLine_ = clock_.after(wait, [this] { mainLoop_.async([this] { logIfChanged(); }); });
+  laterLine_ = mainLoop_.after(clock_, wait, [this] { logIfChanged(); });
 }
 
 void HeadlessDesktop::Item::logIfChanged() {

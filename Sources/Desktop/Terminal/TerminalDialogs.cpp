@@ -80,12 +80,13 @@ class FolderQuestion final : public Dialog {
          .textField = Alert::TextField{.placeholder = "~/src/project"},
          .requestedByUser = true},
         text, [weakScreen, weak = std::weak_ptr(state)](const std::optional<AlertAnswer>& answer) {
-          if (const auto asked = weak.lock()) take(weakScreen, asked, answer);
+          if (const auto asked = weak.lock()) handle(weakScreen, asked, answer);
         });
   }
 
-  static void take(const std::weak_ptr<TerminalScreen>& screen, const std::shared_ptr<State>& state,
-                   const std::optional<AlertAnswer>& answer) {
+  static void handle(const std::weak_ptr<TerminalScreen>& screen,
+                     const std::shared_ptr<State>& state,
+                     const std::optional<AlertAnswer>& answer) {
     if (!answer) return state->done(Error{"There is no terminal any more to choose a folder on."});
     if (answer->button != 0) return state->done(std::optional<std::string>());
     const auto path = meantPath(answer->text);

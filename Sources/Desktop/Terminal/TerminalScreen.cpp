@@ -6,6 +6,8 @@
 #include <fmt/ranges.h>
 
 #include "Desktop/Terminal/Drawing/DisplayText.hpp"
+#include "System/Concurrency/MainLoop.hpp"
+#include "System/Concurrency/Weakly.hpp"
 #include "System/Data/Format.hpp"
 #include "System/Data/Text.hpp"
 
@@ -140,9 +142,7 @@ void TerminalScreen::end() {
 
 void TerminalScreen::changed() {
   if (std::exchange(drawingIsDue_, true) || ended_) return;
-  services_.mainLoop.async([weak = weak_from_this()] {
-    if (const auto self = weak.lock()) self->draw();
-  });
+  services_.mainLoop.async(weakly(this, [](TerminalScreen& self) { self.draw(); }));
 }
 
 void TerminalScreen::resized() {
@@ -195,11 +195,7 @@ void TerminalScreen::scheduleFading() {
 }
 
 void TerminalScreen::changedAfter(Duration delay, Timer& timer) {
-  timer = services_.clock.after(delay, [&mainLoop = services_.mainLoop, weak = weak_from_this()] {
-    mainLoop.async([weak] {
-      if (const auto self = weak.lock()) self->changed();
-    });
-  });
+  timer = services_.mainLoop.after(services_.clock, delay, [this] { changed(); });
 }
 
 void TerminalScreen::drawStatus(Canvas& canvas, int rows) const {
@@ -253,15 +249,10 @@ void TerminalScreen::receive(std::string_view bytes) {
 }
 
 void TerminalScreen::waitForRestOfKey() {
-  keyTimer_ =
-      services_.clock.after(keyDelay, [&mainLoop = services_.mainLoop, weak = weak_from_this()] {
-        mainLoop.async([weak] {
-          const auto self = weak.lock();
-          if (!self || !self->keyTimer_) return;  // the rest has come
-          self->keyTimer_.cancel();
-          for (const auto& key : self->decoder_.flush()) self->handle(key);
-        });
-      });
+  keyTimer_ = services_.mainLoop.after(services_.clock, keyDelay, [this] {
+    keyTimer_.cancel();
+    for (const auto& key : decoder_.flush()) handle(key);
+  });
 }
 
 void TerminalScreen::handle(const Key& key) {

@@ -6,6 +6,7 @@
 #include "System/Concurrency/NoChildWaits.hpp"
 #include "System/Concurrency/TaskFailure.hpp"
 #include "System/Concurrency/Weakly.hpp"
+#include "System/Files/Log.hpp"
 
 namespace zephyl {
 
@@ -22,34 +23,52 @@ class LoopTimer final : public Timer::Registration {
   const Timer timer_;
 };
 
-/// Posts the task while its timer exists, and runs it unless the timer has gone meanwhile.
-Task posting(MainLoop& loop, const std::shared_ptr<Task>& task) {
-  const auto run = weakly(task, [](const Task& due) { due(); });
-  return [&loop, run] { loop.async(run); };
+double seconds(Duration time) {
+  return std::chrono::duration<double>(time).count();
 }
 
 }  // namespace
 
-MainLoop::MainLoop() : thread_(std::this_thread::get_id()) {}
+MainLoop::MainLoop(std::function<Instant()> now)
+    : thread_(std::this_thread::get_id()), watch_(std::move(now)) {}
 
 void MainLoop::async(Task task) {
+  const std::type_info& type = task.target_type();
+  enqueue({std::move(task), &type});
+}
+
+void MainLoop::enqueue(Entry entry) {
+  std::optional<TaskWatch::Overrun> overrun;
   {
     const std::scoped_lock lock(mutex_);
     if (closed_) return;
-    tasks_.push_back(std::move(task));
+    tasks_.push_back(std::move(entry));
+    overrun = watch_.check();
   }
   wake_.notify_one();
+  if (overrun) {
+    log("the main thread has been running one task for {:.1f} s and does nothing else meanwhile: "
+        "{}",
+        seconds(overrun->time), overrun->task);
+  }
+}
+
+/// Returns a function that posts the task while its timer exists. The task runs unless the timer
+/// has gone meanwhile.
+Task MainLoop::posting(const std::shared_ptr<Task>& task) {
+  const auto run = weakly(task, [](const Task& due) { due(); });
+  return [this, run, &type = task->target_type()] { enqueue({run, &type}); };
 }
 
 Timer MainLoop::after(Clock& clock, Duration delay, Task task) {
   auto owned = std::make_shared<Task>(std::move(task));
-  Timer timer = clock.after(delay, posting(*this, owned));
+  Timer timer = clock.after(delay, posting(owned));
   return Timer(std::make_unique<LoopTimer>(std::move(owned), std::move(timer)));
 }
 
 Timer MainLoop::every(Clock& clock, Duration interval, Task task) {
   auto owned = std::make_shared<Task>(std::move(task));
-  Timer timer = clock.every(interval, posting(*this, owned));
+  Timer timer = clock.every(interval, posting(owned));
   return Timer(std::make_unique<LoopTimer>(std::move(owned), std::move(timer)));
 }
 
@@ -58,21 +77,30 @@ void MainLoop::run() {
   std::unique_lock lock(mutex_);
   while (!quitting_) {
     wake_.wait(lock, [this] { return quitting_ || !tasks_.empty(); });
-    while (!quitting_ && !tasks_.empty()) {
-      Task task = std::move(tasks_.front());
-      tasks_.pop_front();
-      lock.unlock();
-      taskFailure::guard("main", task);
-      task = nullptr;
-      lock.lock();
-    }
+    while (!quitting_ && !tasks_.empty()) runNext(lock);
   }
+}
+
+void MainLoop::runNext(std::unique_lock<std::mutex>& lock) {
+  Entry next = std::move(tasks_.front());
+  tasks_.pop_front();
+  watch_.begin(*next.type);
+  lock.unlock();
+  taskFailure::guard("main", next.task);
+  next.task = nullptr;
+  lock.lock();
+  const auto overrun = watch_.end();
+  if (!overrun) return;
+  lock.unlock();
+  log("the main thread was busy with one task for {:.1f} s: {}", seconds(overrun->time),
+      overrun->task);
+  lock.lock();
 }
 
 void MainLoop::runPending() {
   std::unique_lock lock(mutex_);
   for (std::size_t count = tasks_.size(); count > 0 && !tasks_.empty(); --count) {
-    Task task = std::move(tasks_.front());
+    Task task = std::move(tasks_.front().task);
     tasks_.pop_front();
     lock.unlock();
     task();
@@ -95,7 +123,7 @@ void MainLoop::quit() {
 }
 
 void MainLoop::close() {
-  std::deque<Task> dropped;  // destroyed without the lock: their captures may call back here
+  std::deque<Entry> dropped;  // destroyed without the lock: their captures may call back here
   {
     const std::scoped_lock lock(mutex_);
     closed_ = true;
@@ -136,7 +164,7 @@ bool MainLoop::runAndWait(const Task& work, const std::stop_token& stop) {
   const auto ending = [&] { return closed_ || stop.stop_requested(); };
   std::unique_lock lock(mutex_);
   if (ending()) return false;
-  tasks_.emplace_back(perform);
+  tasks_.push_back({perform, &work.target_type()});
   lock.unlock();
   wake_.notify_one();  // without the lock, for which the main thread would have to wait again
   lock.lock();

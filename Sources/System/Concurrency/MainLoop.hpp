@@ -10,6 +10,7 @@
 #include <utility>
 
 #include "System/Concurrency/Clock.hpp"
+#include "System/Concurrency/TaskWatch.hpp"
 #include "System/Data/Result.hpp"
 
 namespace zephyl {
@@ -19,9 +20,13 @@ namespace zephyl {
 ///
 /// Once closed it takes no more tasks: `async` drops them, and every `sync`, also one that is
 /// already waiting, ends with the error "shutting down". So nobody hangs on a loop that is gone.
+///
+/// While `run` runs, a task that takes longer than `TaskWatch::limit` is logged once: by the next
+/// thread that adds a task, at the latest when the task ends.
 class MainLoop {
  public:
-  MainLoop();
+  /// `now` is the time by which tasks are watched, of a clock that never goes back.
+  explicit MainLoop(std::function<Instant()> now = std::chrono::steady_clock::now);
   ~MainLoop() { close(); }
   MainLoop(const MainLoop&) = delete;
   MainLoop& operator=(const MainLoop&) = delete;
@@ -73,6 +78,14 @@ class MainLoop {
     Progress progress = Progress::pending;
   };
 
+  struct Entry {
+    Task task;
+    const std::type_info* type;  ///< of the task that the caller gave, without what wraps it
+  };
+
+  void enqueue(Entry entry);
+  [[nodiscard]] Task posting(const std::shared_ptr<Task>& task);
+  void runNext(std::unique_lock<std::mutex>& lock);
   /// False when the loop was closed, or a stop requested, before the work began, or when the work
   /// threw.
   bool runAndWait(const Task& work, const std::stop_token& stop);
@@ -81,7 +94,8 @@ class MainLoop {
   std::mutex mutex_;
   std::condition_variable wake_;     // tasks came, or quit
   std::condition_variable visited_;  // a sync ended, or the loop was closed
-  std::deque<Task> tasks_;
+  std::deque<Entry> tasks_;
+  TaskWatch watch_;
   bool quitting_ = false;
   bool closed_ = false;
 };

@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "System/Concurrency/MainLoop.hpp"
+#include "System/Concurrency/Weakly.hpp"
 #include "System/Data/Format.hpp"
 #include "System/Files/Log.hpp"
 
@@ -35,29 +36,24 @@ HelperLines::~HelperLines() {
 }
 
 void HelperLines::launch(ProcessLauncher& launcher, ProcessOptions options) {
-  const std::weak_ptr<Events> weak = events_;
   options.hasInput = true;
-  options.onOutput = [&loop = mainLoop_, weak](OutputLines lines) {
+  const auto handle =
+      weakly(events_, [](const Events& events, const std::string& line) { events.line(line); });
+  options.onOutput = [&loop = mainLoop_, handle](OutputLines lines) {
     auto held = std::make_shared<OutputLines>(std::move(lines));  // delays further output
-    loop.async([weak, held] {
-      for (const auto& line : held->lines()) {
-        if (const auto events = weak.lock()) events->line(line);
-      }
+    loop.async([handle, held] {
+      for (const auto& line : held->lines()) handle(line);
     });
   };
-  options.onExit = [&loop = mainLoop_, weak](ExitStatus status) {
-    loop.async([weak, status] {
-      if (const auto events = weak.lock()) events->ended(describe(status));
-    });
-  };
+  options.onExit = mainLoop_.later(weakly(
+      events_, [](const Events& events, ExitStatus status) { events.ended(describe(status)); }));
   auto child = launcher.launch(std::move(options));
   if (child) {
     child_ = std::move(*child);
     return;
   }
-  mainLoop_.async([weak, reason = child.error().message] {
-    if (const auto events = weak.lock()) events->failed(reason);
-  });
+  mainLoop_.async(weakly(
+      events_, [reason = child.error().message](const Events& events) { events.failed(reason); }));
 }
 
 void HelperLines::write(const std::string& line) {

@@ -7,6 +7,7 @@
 #include "System/Concurrency/MainLoop.hpp"
 #include "System/Concurrency/Weakly.hpp"
 #include "System/Data/Format.hpp"
+#include "System/Data/Overloaded.hpp"
 #include "System/Files/Bundle.hpp"
 #include "ZephylTray/App/Ports.hpp"
 #include "ZephylTray/Config/Config.hpp"
@@ -28,14 +29,6 @@ Components makeComponents(const Runtime& runtime, Desktop& desktop, Dialogs& dia
           .desktopApp = std::make_shared<DesktopApp>(runtime, desktop),
           .updater = std::make_shared<Updater>(runtime, desktop, std::move(updates))};
 }
-
-/// Calls the one of several functions that takes the type of its argument.
-template <typename... Functions>
-struct Overloaded : Functions... {
-  using Functions::operator()...;
-};
-template <typename... Functions>
-Overloaded(Functions...) -> Overloaded<Functions...>;
 
 }  // namespace
 

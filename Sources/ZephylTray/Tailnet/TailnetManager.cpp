@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "System/Concurrency/MainLoop.hpp"
+#include "System/Concurrency/Weakly.hpp"
 #include "System/Data/Format.hpp"
 #include "ZephylTray/Config/Config.hpp"
 #include "ZephylTray/Registry/Servers.hpp"
@@ -92,11 +93,9 @@ void TailnetManager::whenRetired(Task then) {
 void TailnetManager::stopRetired(const std::vector<Instance>& instances) {
   for (const auto& instance : instances) instance->requestStop();
   for (const auto& instance : instances) {
-    instance->stop([weak = weak_from_this(), ended = std::weak_ptr(instance)] {
-      const auto self = weak.lock();
-      const auto retired = ended.lock();
-      if (self && retired) self->handleEnd(retired);
-    });
+    instance->stop(weakly(this, [ended = std::weak_ptr(instance)](TailnetManager& self) {
+      if (const auto retired = ended.lock()) self.handleEnd(retired);
+    }));
   }
 }
 
@@ -162,47 +161,31 @@ TailnetManager::Instance TailnetManager::make(const ServerEntry& entry) {
                         [](const Instance& retired) { return retired->server().id; });
   auto made = std::make_shared<TailnetProcess>(
       runtime_, entry, predecessor == retired_.rend() ? nullptr : *predecessor);
-  const auto weak = weak_from_this();
-  made->onStateChange = [weak] {
-    if (const auto self = weak.lock()) self->relayStateChange();
-  };
-  made->onAddressLearned = [weak] {
-    if (const auto self = weak.lock()) self->scheduleAddressLearned();
-  };
-  made->onTargetUnresolved = [weak, instance = std::weak_ptr(made)](const std::string& target) {
-    const auto self = weak.lock();
-    const auto from = instance.lock();
-    if (!self || !from) return;
-    self->runtime_.mainLoop.async([weak, server = from->server(), target] {
-      const auto manager = weak.lock();
-      if (manager && manager->onTargetUnresolved) manager->onTargetUnresolved(server, target);
-    });
-  };
+  made->onStateChange = weakly(this, [](TailnetManager& self) { self.relayStateChange(); });
+  made->onAddressLearned =
+      weakly(this, [](TailnetManager& self) { self.scheduleAddressLearned(); });
+  made->onTargetUnresolved =
+      weakly(this, [server = entry](TailnetManager& self, const std::string& target) {
+        if (self.onTargetUnresolved) self.onTargetUnresolved(server, target);
+      });
   return made;
 }
 
 /// Many changes in a row, as when fifty tailnets start, are one for who shows them.
 void TailnetManager::relayStateChange() {
   if (std::exchange(stateChangePending_, true)) return;
-  runtime_.mainLoop.async([weak = weak_from_this()] {
-    const auto self = weak.lock();
-    if (!self) return;
-    self->stateChangePending_ = false;
-    if (self->onStateChange) self->onStateChange();
-  });
+  runtime_.mainLoop.async(weakly(this, [](TailnetManager& self) {
+    self.stateChangePending_ = false;
+    if (self.onStateChange) self.onStateChange();
+  }));
 }
 
 void TailnetManager::scheduleAddressLearned() {
-  if (std::exchange(addressLearnedPending_, true)) return;
-  runtime_.clock.afterDetached(addressNotificationDelay,
-                               [weak = weak_from_this(), &mainLoop = runtime_.mainLoop] {
-                                 mainLoop.async([weak] {
-                                   const auto self = weak.lock();
-                                   if (!self) return;
-                                   self->addressLearnedPending_ = false;
-                                   if (self->onAddressLearned) self->onAddressLearned();
-                                 });
-                               });
+  if (addressNotification_) return;
+  addressNotification_ = runtime_.mainLoop.after(runtime_.clock, addressNotificationDelay, [this] {
+    addressNotification_.cancel();
+    if (onAddressLearned) onAddressLearned();
+  });
 }
 
 }  // namespace zephyl

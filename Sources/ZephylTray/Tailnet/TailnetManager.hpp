@@ -80,7 +80,7 @@ class TailnetManager : public std::enable_shared_from_this<TailnetManager> {
   // Main thread:
   std::vector<Waiter> waiters_;
   bool stateChangePending_ = false;
-  bool addressLearnedPending_ = false;
+  Timer addressNotification_;  // set while a learned address waits to be reported
 };
 
 }  // namespace zephyl

@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "System/Concurrency/MainLoop.hpp"
+#include "System/Concurrency/Weakly.hpp"
 #include "System/Data/Format.hpp"
 #include "System/Data/Secret.hpp"
 #include "System/Data/Text.hpp"
@@ -32,13 +33,6 @@ std::chrono::seconds retryDelay(std::int64_t failures) {
 }
 
 }  // namespace
-
-template <typename Work>
-auto TailnetProcess::weakly(Work work) {
-  return [weak = weak_from_this(), work = std::move(work)](auto&&... values) {
-    if (const auto self = weak.lock()) work(*self, std::forward<decltype(values)>(values)...);
-  };
-}
 
 TailnetProcess::TailnetProcess(const Runtime& runtime, ServerEntry server,
                                std::shared_ptr<TailnetProcess> predecessor)
@@ -87,10 +81,10 @@ void TailnetProcess::requestStop() {
     pair = visible_.pair;
   }
   if (pair) pair->askToEnd();
-  queue_.async(weakly([](TailnetProcess& self) {
+  onQueue([](TailnetProcess& self) {
     self.forbidStarts();
     self.endPair(nullptr);
-  }));
+  });
 }
 
 void TailnetProcess::finishStop(Instant deadline) {
@@ -144,7 +138,7 @@ void TailnetProcess::launchPair() {
   const auto pair = std::make_shared<TailnetPair>();
   if (!launchDaemon(pair, {*tailscaled, *client})) return;
   ++attempts_;
-  queue_.after(clientDelay, weakly([pair, program = *client](TailnetProcess& self) {
+  queue_.after(clientDelay, weakly(this, [pair, program = *client](TailnetProcess& self) {
                  self.launchClient(pair, program);
                }));
 }
@@ -159,7 +153,7 @@ void TailnetProcess::restartLocked() {
 
 /// Starts after `delay` unless something has overtaken it by then.
 void TailnetProcess::startLater(Duration delay) {
-  queue_.after(delay, weakly([attempt = ++attempts_](TailnetProcess& self) {
+  queue_.after(delay, weakly(this, [attempt = ++attempts_](TailnetProcess& self) {
                  if (self.attempts_ != attempt) return;
                  self.startLocked();
                  self.reportStateChange();
@@ -244,27 +238,24 @@ ProcessOptions TailnetProcess::childOptions(const SharedPair& pair, const std::s
                                             const std::string& tag) {
   ProcessOptions options{.environment = currentEnvironment()};
   attachLogging(options, pair, tag);
-  options.onExit = [weak = weak_from_this(), pair = std::weak_ptr(pair), name](ExitStatus status) {
-    const auto self = weak.lock();
-    if (!self) return;
-    self->queue_.async(self->weakly([pair, name, status](TailnetProcess& tailnet) {
-      tailnet.handleChildExit(pair.lock(), name, status);
-    }));
-  };
+  options.onExit =
+      weakly(this, [pair = std::weak_ptr(pair), name](TailnetProcess& self, ExitStatus status) {
+        self.onQueue([pair, name, status](TailnetProcess& tailnet) {
+          tailnet.handleChildExit(pair.lock(), name, status);
+        });
+      });
   return options;
 }
 
 void TailnetProcess::attachLogging(ProcessOptions& options, const SharedPair& pair,
                                    const std::string& tag) {
-  options.onOutput = [weak = weak_from_this(), pair = std::weak_ptr(pair),
-                      tag](OutputLines output) {
-    const auto self = weak.lock();
-    if (!self) return;
-    const auto shared = std::make_shared<OutputLines>(std::move(output));
-    self->queue_.async(self->weakly([pair, shared, tag](TailnetProcess& tailnet) {
-      tailnet.appendLog(pair.lock(), *shared, tag);
-    }));
-  };
+  options.onOutput =
+      weakly(this, [pair = std::weak_ptr(pair), tag](TailnetProcess& self, OutputLines output) {
+        const auto shared = std::make_shared<OutputLines>(std::move(output));
+        self.onQueue([pair, shared, tag](TailnetProcess& tailnet) {
+          tailnet.appendLog(pair.lock(), *shared, tag);
+        });
+      });
 }
 
 void TailnetProcess::forbidStarts() {
@@ -276,13 +267,11 @@ void TailnetProcess::forbidStarts() {
 void TailnetProcess::endPair(Task then) {
   if (then) ending_.then.push_back(std::move(then));
   if (predecessor_) {
-    predecessor_->stop([weak = weak_from_this()] {
-      const auto self = weak.lock();
-      if (!self) return;
-      self->queue_.async(self->weakly([](TailnetProcess& tailnet) {
+    predecessor_->stop(weakly(this, [](TailnetProcess& self) {
+      self.onQueue([](TailnetProcess& tailnet) {
         if (std::exchange(tailnet.predecessor_, nullptr)) tailnet.finishEnding();
-      }));
-    });
+      });
+    }));
     return;
   }
   if (visible_.pair) visible_.pair->askToEnd();
@@ -298,7 +287,7 @@ void TailnetProcess::continueEnding() {
   const auto child = visible_.pair ? visible_.pair->nextToEnd() : nullptr;
   if (!child) return finishEnding();
   if (std::exchange(ending_.graceHolder, child) == child) return;
-  queue_.after(terminationGrace, weakly([weak = std::weak_ptr(child)](TailnetProcess& self) {
+  queue_.after(terminationGrace, weakly(this, [weak = std::weak_ptr(child)](TailnetProcess& self) {
                  const auto late = weak.lock();
                  if (late && late->isRunning()) self.kill(*late);
                }));
@@ -366,8 +355,12 @@ void TailnetProcess::note(const std::string& text) {
   keepLine("[tray] " + text);
 }
 
+void TailnetProcess::onQueue(std::function<void(TailnetProcess&)> work) {
+  queue_.async(weakly(this, std::move(work)));
+}
+
 void TailnetProcess::onMain(std::function<void(TailnetProcess&)> work) {
-  runtime_.mainLoop.async(weakly(std::move(work)));
+  runtime_.mainLoop.async(weakly(this, std::move(work)));
 }
 
 void TailnetProcess::reportStateChange() {

@@ -174,12 +174,11 @@ class TailnetProcess : public std::enable_shared_from_this<TailnetProcess> {
     const std::scoped_lock lock(published_);
     change();
   }
+  /// Runs `work` on the queue, later, unless this has gone by then. So does `onMain` on the main
+  /// loop.
+  void onQueue(std::function<void(TailnetProcess&)> work);
   void onMain(std::function<void(TailnetProcess&)> work);
   void reportStateChange();
-
-  /// Wraps work for a queue, a timer or a child so that it does nothing once this is gone.
-  template <typename Work>
-  auto weakly(Work work);
 
   const Runtime runtime_;
   const ServerEntry server_;

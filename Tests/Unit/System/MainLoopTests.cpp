@@ -1,5 +1,6 @@
 #include "System/Concurrency/MainLoop.hpp"
 
+#include <algorithm>
 #include <atomic>
 #include <string>
 #include <thread>
@@ -8,6 +9,7 @@
 #include <gtest/gtest.h>
 
 #include "Support/Eventually.hpp"
+#include "Support/LogCapture.hpp"
 #include "Support/ManualClock.hpp"
 
 namespace zephyl {
@@ -158,6 +160,68 @@ TEST(MainLoop, RunsACompletionLaterWithItsArguments) {
   EXPECT_TRUE(received.empty());
   loop.runPending();
   EXPECT_EQ(received, (std::vector<std::string>{"a1", "b2"}));
+}
+
+/// A loop whose tasks seem to last as long as the test wants.
+class WatchedLoop : public ::testing::Test {
+ protected:
+  void runWithin(Task task) {
+    loop_.async(std::move(task));
+    loop_.async([this] { loop_.quit(); });
+    loop_.run();
+  }
+
+  Instant now_;
+  MainLoop loop_{[this] { return now_; }};
+};
+
+TEST_F(WatchedLoop, LogsATaskThatIsStuckWhenAnotherIsAdded) {
+  const auto log = test::logOf([this] {
+    runWithin([this] {
+      now_ += 2500ms;
+      std::thread([this] {
+        loop_.async([] {});
+        loop_.async([] {});
+      }).join();
+      now_ += 10s;
+    });
+  });
+  EXPECT_NE(log.find("running one task for 2.5 s"), std::string::npos) << log;
+  EXPECT_NE(log.find("LogsATaskThatIsStuck"), std::string::npos) << log;
+  EXPECT_EQ(std::ranges::count(log, '\n'), 1) << log;
+}
+
+TEST_F(WatchedLoop, LogsALongTaskAtItsEndIfNobodyAddedOne) {
+  const auto log = test::logOf([this] { runWithin([this] { now_ += 3s; }); });
+  EXPECT_NE(log.find("busy with one task for 3.0 s"), std::string::npos) << log;
+}
+
+TEST_F(WatchedLoop, LogsNothingOfTasksWithinTheLimitAndOfIdleTime) {
+  EXPECT_EQ(test::logOf([this] {
+              runWithin([this] { now_ += TaskWatch::limit; });
+              now_ += 1h;
+              loop_.async([] {});
+            }),
+            "");
+}
+
+TEST_F(WatchedLoop, NamesTheTaskOfATimerAndOfAVisit) {
+  test::ManualClock clock;
+  const Timer timer = loop_.after(clock, 1s, [this] { now_ += 3s; });
+  clock.advance(1s);
+  std::thread visitor;
+  const auto log = test::logOf([&] {
+    visitor = std::thread([this] {
+      static_cast<void>(loop_.sync([this] { now_ += 4s; }));
+      loop_.quit();
+    });
+    loop_.run();
+    visitor.join();
+  });
+  EXPECT_NE(log.find("3.0 s: zephyl::(anonymous namespace)::WatchedLoop_NamesTheTask"),
+            std::string::npos)
+      << log;
+  EXPECT_NE(log.find("4.0 s: zephyl::MainLoop::sync"), std::string::npos) << log;
 }
 
 }  // namespace

@@ -8,6 +8,7 @@
 #include "Helpers/Updates/Client/Updater.hpp"
 #include "Helpers/Updates/Protocol/UpdateFiles.hpp"
 #include "System/Concurrency/MainLoop.hpp"
+#include "System/Concurrency/Weakly.hpp"
 #include "System/Files/Bundle.hpp"
 #include "System/Files/Files.hpp"
 #include "System/Files/Log.hpp"
@@ -64,14 +65,14 @@ std::unique_ptr<UpdaterController::Observation> ProcessUpdater::observeCanCheckF
 
 void ProcessUpdater::startSession(UpdateSession::Trigger trigger) {
   if (session_) return;
-  const std::weak_ptr<ProcessUpdater*> weak = self_;
   UpdateSession::Events events;
-  events.checked = [weak, trigger](const std::optional<std::string>& failure) {
-    if (const auto self = weak.lock()) (*self)->checkEnded(trigger, failure);
-  };
-  events.ended = [weak, trigger](UpdateSession::Outcome outcome) {
-    if (const auto self = weak.lock()) (*self)->endSession(trigger, outcome);
-  };
+  events.checked =
+      weakly(self_, [trigger](ProcessUpdater* self, const std::optional<std::string>& failure) {
+        self->checkEnded(trigger, failure);
+      });
+  events.ended = weakly(self_, [trigger](ProcessUpdater* self, UpdateSession::Outcome outcome) {
+    self->endSession(trigger, outcome);
+  });
   session_ =
       std::make_shared<UpdateSession>(runtime_, dialogs_, setup_, delegate_, std::move(events));
   session_->start(trigger);
@@ -120,8 +121,9 @@ void ProcessUpdater::planNextCheck() {
 void ProcessUpdater::plan(std::chrono::milliseconds delay) {
   due_ = runtime_.clock.calendarNow() + delay;
   dueInstant_ = runtime_.clock.now() + delay;
-  scheduleTimer_ = runtime_.clock.after(std::min<Duration>(delay, lookInterval),
-                                        onMainThread(&ProcessUpdater::checkSchedule));
+  scheduleTimer_ =
+      runtime_.mainLoop.after(runtime_.clock, std::min<Duration>(delay, lookInterval),
+                              weakly(self_, [](ProcessUpdater* self) { self->checkSchedule(); }));
 }
 
 void ProcessUpdater::checkSchedule() {
@@ -146,12 +148,10 @@ void ProcessUpdater::confirmIfUnconfirmed() {
     return log("version {} is on trial, but this process is not that version",
                note->displayVersion);
   }
-  trialTimer_ = runtime_.clock.after(settleTime, [&loop = runtime_.mainLoop, path = files->trial] {
-    loop.async([path] {
-      const auto removed = removePath(path);
-      if (removed) log("version {} is up", Updater::currentVersion());
-      if (!removed) log("could not report up: {}", removed.error().message);
-    });
+  trialTimer_ = runtime_.mainLoop.after(runtime_.clock, settleTime, [path = files->trial] {
+    const auto removed = removePath(path);
+    if (removed) log("version {} is up", Updater::currentVersion());
+    if (!removed) log("could not report up: {}", removed.error().message);
   });
 }
 
@@ -180,14 +180,6 @@ void ProcessUpdater::reportMissingChecks(const std::string& reason) {
   setup_.settings.setMissingChecksTold(true);
   missingChecksDialog_ = dialogs_.presentAlert(alerts::updateChecksMissing(reason),
                                                [](const std::optional<AlertAnswer>&) {});
-}
-
-Task ProcessUpdater::onMainThread(void (ProcessUpdater::*work)()) {
-  return [&loop = runtime_.mainLoop, weak = std::weak_ptr(self_), work] {
-    loop.async([weak, work] {
-      if (const auto self = weak.lock()) ((*self)->*work)();
-    });
-  };
 }
 
 std::string updaterProgram(const Bundle& bundle) {

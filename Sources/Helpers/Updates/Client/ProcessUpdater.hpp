@@ -63,9 +63,6 @@ class ProcessUpdater final : public UpdaterController {
   void reportFailedVersion();
   void reportMissingChecks(const std::string& reason);
 
-  /// Runs on the main thread, later, unless this is gone by then.
-  Task onMainThread(void (ProcessUpdater::*work)());
-
   const Runtime runtime_;
   Dialogs& dialogs_;
   const UpdateSetup setup_;

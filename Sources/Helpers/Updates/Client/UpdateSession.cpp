@@ -11,6 +11,7 @@
 #include "Helpers/Updates/Client/Updater.hpp"
 #include "Helpers/Updates/Protocol/UpdateFiles.hpp"
 #include "System/Concurrency/MainLoop.hpp"
+#include "System/Concurrency/Weakly.hpp"
 #include "System/Data/JSON.hpp"
 #include "System/Files/Bundle.hpp"
 #include "System/Files/Files.hpp"
@@ -80,7 +81,7 @@ CheckCommand UpdateSession::checkCommand() const {
 
 void UpdateSession::run(const UpdateCommand& command, Handler handler) {
   updater_ = startUpdater(runtime_.mainLoop, runtime_.launcher, setup_.program, command,
-                          weakly([handler](UpdateSession& self, const UpdateReport& report) {
+                          weakly(this, [handler](UpdateSession& self, const UpdateReport& report) {
                             const bool isLast = !std::holds_alternative<UpdateProgress>(report);
                             if (isLast) self.updater_.reset();
                             (self.*handler)(report);
@@ -167,7 +168,7 @@ void UpdateSession::show() {
   Alert alert = alerts::updateFound(offer_, Updater::currentVersion());
   alert.requestedByUser = isUserInitiated();
   dialog_ = dialogs_.presentAlert(
-      alert, weakly([](UpdateSession& self, const std::optional<AlertAnswer>& answer) {
+      alert, weakly(this, [](UpdateSession& self, const std::optional<AlertAnswer>& answer) {
         self.choose(answer);
       }));
 }
@@ -205,7 +206,7 @@ void UpdateSession::download() {
 void UpdateSession::showDownload() {
   dialog_ = dialogs_.presentAlert(
       alerts::updateDownloading(offer_),
-      weakly([](UpdateSession& self, const std::optional<AlertAnswer>& answer) {
+      weakly(this, [](UpdateSession& self, const std::optional<AlertAnswer>& answer) {
         self.dialog_.reset();
         if (answer) self.cancelDownload();  // not being shown is no wish to cancel
       }));
@@ -226,10 +227,8 @@ void UpdateSession::showProgress(const UpdateProgress& progress) {
 void UpdateSession::drawProgress() {
   if (!dialog_ || !progress_) return progressPause_.cancel();
   dialog_->showProgress(alerts::downloadProgress(*std::exchange(progress_, std::nullopt)));
-  progressPause_ = runtime_.clock.after(
-      progressInterval, [&loop = runtime_.mainLoop, draw = weakly([](UpdateSession& self) {
-                                                      self.drawProgress();
-                                                    })] { loop.async(draw); });
+  progressPause_ =
+      runtime_.mainLoop.after(runtime_.clock, progressInterval, [this] { drawProgress(); });
 }
 
 void UpdateSession::handleDownload(const UpdateReport& report) {
@@ -243,7 +242,7 @@ void UpdateSession::handleDownload(const UpdateReport& report) {
 void UpdateSession::relaunchWhenAllowed() {
   stage_ = Stage::waiting;
   const auto delegate = delegate_.lock();
-  const auto proceed = weakly([](UpdateSession& self) { self.allowInstallation(); });
+  const auto proceed = weakly(this, [](UpdateSession& self) { self.allowInstallation(); });
   if (delegate && delegate->shouldPostponeRelaunch(item(), proceed)) return;
   install();
 }
@@ -291,7 +290,7 @@ void UpdateSession::watchRelaunch() {
 void UpdateSession::conclude(const Alert& alert, Outcome outcome) {
   if (!showsWindows_) return end(outcome);
   dialog_ = dialogs_.presentAlert(
-      alert, weakly([outcome](UpdateSession& self, const std::optional<AlertAnswer>&) {
+      alert, weakly(this, [outcome](UpdateSession& self, const std::optional<AlertAnswer>&) {
         self.end(outcome);
       }));
 }

@@ -111,12 +111,6 @@ class UpdateSession : public std::enable_shared_from_this<UpdateSession> {
   [[nodiscard]] bool isUserInitiated() const { return trigger_ == Trigger::user; }
   [[nodiscard]] UpdateItem item() const;
   void notify(const std::function<void(UpdateDelegate&)>& event) const;
-  template <typename Work>
-  auto weakly(Work work) {
-    return [weak = weak_from_this(), work = std::move(work)](auto&&... values) {
-      if (const auto self = weak.lock()) work(*self, std::forward<decltype(values)>(values)...);
-    };
-  }
 
   const Runtime runtime_;
   Dialogs& dialogs_;

@@ -4,6 +4,7 @@
 
 #include "Desktop/Desktop.hpp"
 #include "System/Concurrency/MainLoop.hpp"
+#include "System/Concurrency/Weakly.hpp"
 #include "System/Files/Bundle.hpp"
 #include "System/Files/Environment.hpp"
 
@@ -35,9 +36,8 @@ void Updater::start() {
   if (controller_ || !factory_ || !isAvailable()) return;
   controller_ = factory_(weak_from_this());
   if (!controller_) return;
-  canCheckObservation_ = controller_->observeCanCheckForUpdates([weak = weak_from_this()](bool) {
-    if (const auto self = weak.lock()) self->reportStateChange();
-  });
+  canCheckObservation_ = controller_->observeCanCheckForUpdates(
+      weakly(this, [](Updater& self, bool) { self.reportStateChange(); }));
 }
 
 void Updater::checkForUpdates() {
@@ -117,9 +117,7 @@ void Updater::didAbandonRelaunch() {
 }
 
 void Updater::onMainThread(std::function<void(Updater&)> work) {
-  runtime_.mainLoop.async([weak = weak_from_this(), work = std::move(work)] {
-    if (const auto self = weak.lock()) work(*self);
-  });
+  runtime_.mainLoop.async(weakly(this, std::move(work)));
 }
 
 void Updater::changePendingVersion(std::optional<std::string> version) {
