@@ -137,7 +137,7 @@ def test_a_long_request_scrolls_and_stays_on_the_screen(screen, show, target):
         left, upper, width, height = each.box()
         assert left >= 0 and upper >= 0 and left + width <= WIDTH and upper + height <= HEIGHT
     assert top.box()[2] < WIDTH / 2
-    assert window.times[0] < 3
+    assert window.costs[0] < 3
     screen.press("Return")
     assert window.answer()["button"] == 0
 
@@ -400,8 +400,11 @@ def test_without_a_screen_it_says_so_and_ends(screen, environment):
 
 
 def test_it_is_on_screen_soon(show):
-    times = [show(alert=APPROVAL).times[0] for _ in range(5)]
-    assert sorted(times)[2] < 0.3, times
+    windows = [show(alert=APPROVAL) for _ in range(5)]
+    for window in windows:
+        window.report("shown")
+    costs = [window.costs[0] for window in windows]
+    assert sorted(costs)[2] < 0.3, costs
 
 
 # How it looks
