@@ -32,7 +32,7 @@ function(zephyl_library name)
   target_include_directories(${name} PUBLIC "${include_root}")
   target_link_libraries(${name}
     PUBLIC ${LIBRARY_DEPENDS}
-    PRIVATE ${LIBRARY_PRIVATE_DEPENDS} ZephylOptions)
+    PRIVATE ${LIBRARY_PRIVATE_DEPENDS} ZephylOptions ZephylSmall)
   if(LIBRARY_PRECOMPILED)
     target_precompile_headers(${name} REUSE_FROM ${LIBRARY_PRECOMPILED})
   endif()
