@@ -1,12 +1,9 @@
 #include "Desktop/Freedesktop/StatusIcons.hpp"
 
 #include <algorithm>
-#include <vector>
 
 #include "StatusPixmaps.hpp"
-#include "System/Data/Text.hpp"
 #include "System/Files/Directories.hpp"
-#include "System/Files/Environment.hpp"
 #include "System/Files/Files.hpp"
 
 namespace zephyl {
@@ -23,25 +20,12 @@ bool holdsIcons(const std::string& themes) {
       themes, std::string("hicolor/symbolic/apps/") + iconName(StatusIcon::idle) + ".svg"));
 }
 
-/// The directories that themes are looked for in.
-std::vector<std::string> themeDirectories() {
-  std::vector<std::string> directories;
-  if (const auto own = directories::applicationSupport()) {
-    directories.push_back(joinPath(*own, "icons"));
-  }
-  const auto named = environmentVariable("XDG_DATA_DIRS");
-  const std::string shared = named && !named->empty() ? *named : "/usr/local/share:/usr/share";
-  for (const auto directory : splitNonEmpty(shared, ':')) {
-    directories.push_back(joinPath(directory, "icons"));
-  }
-  return directories;
-}
-
 }  // namespace
 
 std::optional<IconLocation> locateIcons(const std::optional<std::string>& executable) {
-  const auto usual = themeDirectories();
-  if (std::any_of(usual.begin(), usual.end(), holdsIcons)) return IconLocation{};
+  const auto usual = directories::data();
+  const auto holds = [](const auto& directory) { return holdsIcons(joinPath(directory, "icons")); };
+  if (std::any_of(usual.begin(), usual.end(), holds)) return IconLocation{};
   if (!executable) return std::nullopt;
   const auto beside = parentDirectory(*executable);
   for (const auto& themes :

@@ -5,6 +5,7 @@
 #include <pwd.h>
 #include <unistd.h>
 
+#include "System/Data/Text.hpp"
 #include "System/Files/Environment.hpp"
 #include "System/Files/Files.hpp"
 
@@ -50,6 +51,14 @@ std::optional<std::string> applicationSupport() {
   if (auto directory = absoluteVariable("XDG_DATA_HOME")) return directory;
   if (const auto home = knownHome()) return joinPath(*home, ".local/share");
   return std::nullopt;
+}
+
+std::vector<std::string> data() {
+  std::vector<std::string> directories;
+  if (auto own = applicationSupport()) directories.push_back(std::move(*own));
+  const auto shared = nonEmptyVariable("XDG_DATA_DIRS").value_or("/usr/local/share:/usr/share");
+  for (const auto directory : splitNonEmpty(shared, ':')) directories.emplace_back(directory);
+  return directories;
 }
 
 std::string configuration() {
