@@ -17,6 +17,14 @@ def item(demo, watcher):
     return watcher.item()
 
 
+@pytest.fixture
+def emoji(tmp_path):
+    """The environment of a desktop with a font for emoji."""
+    (tmp_path / "fonts").mkdir()
+    (tmp_path / "fonts" / "ColorEmoji.ttf").touch()
+    return {"XDG_DATA_DIRS": str(tmp_path)}
+
+
 def test_registers_by_path_with_its_menu_complete(item):
     assert item.path == "/org/ayatana/NotificationItem/zephyl_tray"
     assert outline(item.layout()) == OUTLINE
@@ -95,9 +103,9 @@ def test_appears_only_with_a_menu(watcher, start_demo):
 
 # How hosts read a menu
 
-def test_gnome_reads_ids_and_then_properties_in_batches(bus, watcher, start_demo):
+def test_gnome_reads_ids_and_then_properties_in_batches(bus, watcher, start_demo, emoji):
     watcher.peer.own("org.gnome.Shell")
-    start_demo()
+    start_demo(**emoji)
     item = watcher.item()
     layout = item.layout(0, -1, ["type", "children-display"])
     for _, properties, _ in rows(layout):
@@ -119,9 +127,9 @@ def test_gnome_reads_ids_and_then_properties_in_batches(bus, watcher, start_demo
             item.event(identifier, "opened")
 
 
-def test_gnome_is_told_of_a_dot_in_the_label(watcher, start_demo):
+def test_gnome_is_told_of_a_dot_in_the_label(watcher, start_demo, emoji):
     watcher.peer.own("org.gnome.Shell")
-    demo = start_demo()
+    demo = start_demo(**emoji)
     item = watcher.item()
     item.layout()
     menu = copy.deepcopy(SAMPLE)

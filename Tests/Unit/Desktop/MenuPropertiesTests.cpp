@@ -51,6 +51,18 @@ TEST(MenuProperties, ADotIsACharacterWhereImagesAreMissingOrOnTheWrongSide) {
       (Properties{{"label", "🟢 Lab"}, {"enabled", true}, {"accessible-desc", "Lab, connected"}}));
 }
 
+TEST(MenuProperties, TheStateOfAServerIsInWordsWhereCirclesHaveNoColour) {
+  EXPECT_EQ(propertiesOf(&server, DotStyle::words),
+            (Properties{{"label", "Lab — connected"},
+                        {"enabled", true},
+                        {"children-display", "submenu"},
+                        {"accessible-desc", "Lab, connected"}}));
+  auto line = server;
+  line.submenu.clear();
+  EXPECT_EQ(propertiesOf(&line, DotStyle::words).front(), (MenuProperty{"label", "Lab"}))
+      << "its text is the state";
+}
+
 TEST(MenuProperties, ADotIsACharacterOnADisabledRowWhereImagesAreGreyed) {
   auto line = server;
   EXPECT_EQ(propertiesOf(&line, DotStyle::characterWhenDisabled),

@@ -38,18 +38,21 @@ std::string_view stateInWords(DotColor color) {
   return "off";
 }
 
-bool hasDotInLabel(const MenuEntry& entry, DotStyle style) {
+bool hasDotAsIcon(const MenuEntry& entry, DotStyle style) {
   if (!entry.dot) return false;
-  return style == DotStyle::character ||
-         (style == DotStyle::characterWhenDisabled && !entry.enabled);
+  return style == DotStyle::icon || (style == DotStyle::characterWhenDisabled && entry.enabled);
 }
 
-std::string label(const MenuEntry& entry, bool dotInLabel) {
+std::string label(const MenuEntry& entry, DotStyle style) {
   std::string text;
-  if (dotInLabel) text = dotCharacter(*entry.dot);
+  const bool hasDotInLabel = entry.dot && !hasDotAsIcon(entry, style);
+  if (hasDotInLabel && style != DotStyle::words) text = dotCharacter(*entry.dot);
   for (const char c : visible(entry.title)) {
     text += c;
     if (c == '_') text += c;  // a single one would mark the next letter as a mnemonic
+  }
+  if (hasDotInLabel && style == DotStyle::words && !entry.submenu.empty()) {
+    text.append(" — ").append(stateInWords(*entry.dot));
   }
   return text;
 }
@@ -59,15 +62,16 @@ std::string label(const MenuEntry& entry, bool dotInLabel) {
 std::vector<MenuProperty> propertiesOf(const MenuEntry* entry, DotStyle style) {
   if (entry == nullptr) return {{"children-display", "submenu"}};
   if (entry->kind == MenuEntry::Kind::separator) return {{"type", "separator"}};
-  const bool dotInLabel = hasDotInLabel(*entry, style);
-  std::vector<MenuProperty> properties{{"label", label(*entry, dotInLabel)},
+  std::vector<MenuProperty> properties{{"label", label(*entry, style)},
                                        {"enabled", entry->enabled}};
   if (!entry->submenu.empty()) properties.push_back({"children-display", "submenu"});
   if (!entry->keyEquivalent.empty()) {
     properties.push_back({"shortcut", Shortcut{entry->keyEquivalent}});
   }
   if (entry->dot) {
-    if (!dotInLabel) properties.push_back({"icon-data", ImageBytes{dotImage(*entry->dot)}});
+    if (hasDotAsIcon(*entry, style)) {
+      properties.push_back({"icon-data", ImageBytes{dotImage(*entry->dot)}});
+    }
     properties.push_back(
         {"accessible-desc", visible(entry->title).append(", ").append(stateInWords(*entry->dot))});
   }

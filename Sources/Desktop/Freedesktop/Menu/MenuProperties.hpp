@@ -9,11 +9,14 @@
 
 namespace zephyl {
 
-/// How a host is shown dots: as icons, or as coloured circles before the label.
+/// How a host is shown dots: as icons, as coloured circles before the label, or as words.
 enum class DotStyle {
   icon,
   /// For GNOME, which draws no icon on a row with a submenu, and any other icon behind the label.
   character,
+  /// For GNOME without a font for emoji, which draws every circle as the same white box: the state
+  /// of a server stands in words behind its name. The texts of other rows say their state anyway.
+  words,
   /// For Qt, which greys the icon of a disabled row, so that its colour is lost.
   characterWhenDisabled,
 };

@@ -1,6 +1,15 @@
 #include "Desktop/Freedesktop/Menu/MenuReaders.hpp"
 
+#include "Desktop/Freedesktop/Menu/EmojiFont.hpp"
+
 namespace zephyl {
+
+void MenuReaders::connected(const BusConnection& connection) {
+  gnomeShell_.watch(connection, [this](const std::string& owner) {
+    if (owner.empty()) return;
+    gnomeStyle_ = hasEmojiFont() ? DotStyle::character : DotStyle::words;
+  });
+}
 
 void MenuReaders::disconnected() {
   gnomeShell_.forget();
@@ -11,7 +20,7 @@ void MenuReaders::disconnected() {
 DotStyle MenuReaders::styleFor(sd_bus_message& call) {
   any_ = true;
   if (gnomeShell_.sent(call)) {
-    lastStyle_ = DotStyle::character;
+    lastStyle_ = gnomeStyle_;
   } else if (levelReaders_.contains(senderOf(call))) {
     lastStyle_ = DotStyle::characterWhenDisabled;
   } else {

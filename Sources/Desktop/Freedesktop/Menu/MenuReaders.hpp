@@ -12,7 +12,7 @@ namespace zephyl {
 /// The hosts that read the menu over one connection to the bus. Bus thread only.
 class MenuReaders {
  public:
-  void connected(const BusConnection& connection) { gnomeShell_.watch(connection); }
+  void connected(const BusConnection& connection);
   void disconnected();
 
   /// Notes that the caller reads. Returns how it is shown dots.
@@ -30,6 +30,7 @@ class MenuReaders {
 
  private:
   WatchedName gnomeShell_{"org.gnome.Shell"};
+  DotStyle gnomeStyle_ = DotStyle::character;
   LevelReaders levelReaders_;
   DotStyle lastStyle_ = DotStyle::icon;
   bool any_ = false;
