@@ -42,6 +42,16 @@ def test_a_notification_is_posted_and_replaced_and_taken_away(bus, demo):
     assert server.asked <= 2  # again only when it was asked before it was heard to be there
 
 
+@pytest.mark.parametrize("name", ["Xfce Notify Daemon", "lxqt-notificationd"])
+def test_a_server_that_shows_the_default_action_as_a_button_gets_no_second_one(bus, demo, name):
+    server = NotificationServer(bus.peer(), name=name)
+    post(demo, action="Review…")
+    eventually(lambda: server.posted)
+    assert server.posted[0]["actions"] == ["default", "Review…"]
+    server.say("ActionInvoked", "(us)", server.posted[0]["id"], "default")
+    assert demo.event("notification")["identifier"] == "a"
+
+
 def test_posts_in_a_hurry_become_one_notification(bus, demo):
     server = NotificationServer(bus.peer())
     for number in range(10):

@@ -24,6 +24,11 @@ std::set<std::string> readCapabilities(sd_bus_message& reply) {
   return capabilities;
 }
 
+/// These show the default action as a button, beside one that does the same.
+bool showsDefaultAction(std::string_view serverName) {
+  return serverName == "Xfce Notify Daemon" || serverName == "lxqt-notificationd";
+}
+
 }  // namespace
 
 void Notifications::connected(BusConnection& connection) {
@@ -52,14 +57,15 @@ void Notifications::disconnected() {
 
 void Notifications::forget() {
   posted_.clear();
-  capabilities_.reset();
+  about_.reset();
+  answers_ = {};
   query_.reset();
   waiting_.clear();
 }
 
 void Notifications::post(const Notification& notification) {
   if (connection_ == nullptr) return;
-  if (!capabilities_) return postOnceCapabilitiesAreKnown(notification);
+  if (!about_) return postOnceServerIsKnown(notification);
   Posted& posted = posted_[notification.identifier];
   posted.removed = false;
   if (posted.call) {
@@ -69,18 +75,30 @@ void Notifications::post(const Notification& notification) {
   }
 }
 
-void Notifications::postOnceCapabilitiesAreKnown(const Notification& notification) {
+void Notifications::postOnceServerIsKnown(const Notification& notification) {
   std::erase_if(waiting_,
                 [&](const auto& each) { return each.identifier == notification.identifier; });
   waiting_.push_back(notification);
-  if (query_) return;
-  const auto call = connection_->newCall(server, "GetCapabilities");
-  query_ = connection_->call(call, [this](sd_bus_message& reply) {
-    capabilities_ = readCapabilities(reply);
+  if (!query_) askForCapabilities();
+}
+
+void Notifications::askForCapabilities() {
+  query_ = connection_->call(connection_->newCall(server, "GetCapabilities"),
+                             [this](sd_bus_message& reply) {
+                               answers_.capabilities = readCapabilities(reply);
+                               askForName();
+                             });
+}
+
+void Notifications::askForName() {
+  const auto answered = [this](sd_bus_message& reply) {
+    if (!isError(reply)) answers_.name = readString(reply);
+    about_ = std::exchange(answers_, {});
+    query_.reset();
     const auto waiting = std::exchange(waiting_, {});
     for (const auto& each : waiting) post(each);
-    query_.reset();
-  });
+  };
+  query_ = connection_->call(connection_->newCall(server, "GetServerInformation"), answered);
 }
 
 void Notifications::send(Posted& posted, const Notification& notification) {
@@ -100,20 +118,26 @@ void Notifications::write(BusWriter& writer, std::uint32_t replaces,
       serverCan("body-markup") ? escapedMarkup(notification.body) : visibleLines(notification.body);
   writer.append("susss", "Zephyl", replaces, iconName_.c_str(),
                 visibleLines(notification.title).c_str(), body.c_str());
-  writer.open('a', "s");
-  if (serverCan("actions")) {
-    // Some servers show the default action as a button too. Both do the same and are called so.
-    const auto title = visibleLines(notification.actionTitle);
-    writer.append("ss", "default", title.empty() ? "Show" : title.c_str());
-    if (!title.empty()) writer.append("ss", actionKey, title.c_str());
-  }
+  writeActions(writer, notification);
   constexpr int serversChoice = -1;
-  writer.close()
-      .open('a', "{sv}")
+  writer.open('a', "{sv}")
       .append("{sv}", "desktop-entry", "s", applicationId)
       .append("{sv}", "sound-name", "s", "message-new-instant")
       .close()
       .append("i", serversChoice);
+}
+
+/// Both actions do the same, and have one title, since a server may show the default one as well.
+void Notifications::writeActions(BusWriter& writer, const Notification& notification) const {
+  writer.open('a', "s");
+  if (serverCan("actions")) {
+    const auto title = visibleLines(notification.actionTitle);
+    writer.append("ss", "default", title.empty() ? "Show" : title.c_str());
+    if (!title.empty() && !showsDefaultAction(about_->name)) {
+      writer.append("ss", actionKey, title.c_str());
+    }
+  }
+  writer.close();
 }
 
 void Notifications::answered(const std::string& identifier, sd_bus_message& reply) {
@@ -173,7 +197,7 @@ void Notifications::receive(sd_bus_message& signal) {
 }
 
 bool Notifications::serverCan(const char* capability) const {
-  return capabilities_ && capabilities_->contains(capability);
+  return about_ && about_->capabilities.contains(capability);
 }
 
 }  // namespace zephyl

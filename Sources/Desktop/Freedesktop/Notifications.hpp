@@ -49,7 +49,9 @@ class Notifications final : public Bus::Client {
 
   void serverChanged(const std::string& owner);
   void forget();
-  void postOnceCapabilitiesAreKnown(const Notification& notification);
+  void postOnceServerIsKnown(const Notification& notification);
+  void askForCapabilities();
+  void askForName();
   void send(Posted& posted, const Notification& notification);
   void write(BusWriter& writer, std::uint32_t replaces, const Notification& notification) const;
   void answered(const std::string& identifier, sd_bus_message& reply);
@@ -57,13 +59,20 @@ class Notifications final : public Bus::Client {
   [[nodiscard]] std::optional<std::string> identifierOf(std::uint32_t id) const;
   void receive(sd_bus_message& signal);
   [[nodiscard]] bool serverCan(const char* capability) const;
+  void writeActions(BusWriter& writer, const Notification& notification) const;
 
   const std::string iconName_;
   const Listener listener_;
 
   std::map<std::string, Posted> posted_;
-  std::optional<std::set<std::string>> capabilities_;  // once the server has told
-  std::vector<Notification> waiting_;                  // for the capabilities
+  /// What the server says about itself.
+  struct Server {
+    std::set<std::string> capabilities;
+    std::string name;
+  };
+  std::optional<Server> about_;        // once the server has told everything
+  Server answers_;                     // what it has told so far
+  std::vector<Notification> waiting_;  // for that
 
   BusConnection* connection_ = nullptr;
   WatchedName server_{"org.freedesktop.Notifications"};

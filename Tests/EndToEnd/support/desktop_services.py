@@ -18,15 +18,20 @@ class NotificationServer:
         <arg type="u" direction="out"/>
       </method>
       <method name="CloseNotification"><arg type="u" direction="in"/></method>
+      <method name="GetServerInformation">
+        <arg type="s" direction="out"/><arg type="s" direction="out"/>
+        <arg type="s" direction="out"/><arg type="s" direction="out"/>
+      </method>
     </interface></node>"""
 
-    def __init__(self, peer, capabilities=("body", "body-markup", "actions")):
+    def __init__(self, peer, capabilities=("body", "body-markup", "actions"), name="Test"):
         self.peer, self.capabilities = peer, capabilities
         self.posted = []
         self.closed = []
         self.asked = 0
         peer.export(self.PATH, self.DESCRIPTION, {
             "GetCapabilities": self._capabilities, "Notify": self._notify,
+            "GetServerInformation": lambda sender: GLib.Variant("(ssss)", (name, "", "1", "1.2")),
             "CloseNotification": lambda sender, number: self.closed.append(number)})
         peer.own(NOTIFICATIONS)
 
