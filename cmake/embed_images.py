@@ -6,6 +6,7 @@
 FORMAT is "png", or "pixels": four bytes for each pixel (alpha, red, green, blue), rows from the
 top. An IMAGE is NAME=FILE:SIDE:COLOR[,COLOR...]: the image drawn SIDE pixels square as the array
 NAME, its first shape of the class ColorScheme-Text in the first color, its second in the second and so on.
+COLOR/COLOR is the color of a shape and that of an outline around it, a 32nd of the image wide.
 """
 
 import pathlib
@@ -19,13 +20,23 @@ import zlib
 def rendered(converter, file, side, colors):
     """The image as PNG. The colors replace those that the file gives its shapes."""
     shape = ".ColorScheme-Text"
-    rules = "".join(f"{f'{shape} ~ ' * place}{shape} {{ color: {color} !important; }}\n"
+    rules = "".join(f"{f'{shape} ~ ' * place}{shape} {{ {style(color)} }}\n"
                     for place, color in enumerate(colors))
     with tempfile.NamedTemporaryFile("w", suffix=".css") as sheet:
         sheet.write(rules)
         sheet.flush()
         return subprocess.run([converter, "--stylesheet", sheet.name, "-w", side, "-h", side, file],
                               check=True, capture_output=True).stdout
+
+
+def style(color):
+    """The style of a shape. Half of the outline's width lies under the shape."""
+    fill, _, outline = color.partition("/")
+    rules = f"color: {fill} !important;"
+    if outline:
+        rules += (f" stroke: {outline}; stroke-width: 6.25%; stroke-linejoin: round;"
+                  " paint-order: stroke;")
+    return rules
 
 
 def chunks(png):

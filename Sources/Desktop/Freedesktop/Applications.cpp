@@ -97,15 +97,7 @@ void Applications::processLearned(Watch& watch, pid_t pid) {
 }
 
 void Applications::askForProcess(Watch& watch, std::function<void(pid_t)> answer) const {
-  const auto query = connection_->newCall(
-      {BusConnection::busName, "/org/freedesktop/DBus", BusConnection::busName},
-      "GetConnectionUnixProcessID");
-  BusWriter(query.get()).append("s", watch.name.owner().c_str());
-  watch.question = connection_->call(query, [answer = std::move(answer)](sd_bus_message& reply) {
-    std::uint32_t pid = 0;
-    if (!isError(reply)) sd_bus_message_read(&reply, "u", &pid);
-    answer(static_cast<pid_t>(pid));
-  });
+  watch.question = connection_->askForProcess(watch.name.owner(), std::move(answer));
 }
 
 void Applications::learn(const std::string& identifier, Known known) {

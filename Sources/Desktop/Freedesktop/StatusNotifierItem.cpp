@@ -96,6 +96,7 @@ void StatusNotifierItem::disconnected() {
   connection_ = nullptr;
   object_.reset();
   watcher_.forget();
+  panelQuery_.reset();
   plasmaShell_.forget();
   hostWatch_.reset();
   registration_.reset();
@@ -110,7 +111,7 @@ void StatusNotifierItem::show() {
 void StatusNotifierItem::watchForWatcher() {
   watcher_.watch(*connection_, [this](const std::string& owner) {
     if (!owner.empty()) {
-      registerItem();
+      watcherAppeared(owner);
     } else if (!std::exchange(toldThatItWaits_, true)) {
       log("no panel shows status items yet; the item appears when one does");
     }
@@ -119,6 +120,13 @@ void StatusNotifierItem::watchForWatcher() {
       *connection_,
       std::string("interface='") + watcherName + "',member='StatusNotifierHostRegistered'",
       [this](sd_bus_message&) { registerItem(); });
+}
+
+void StatusNotifierItem::watcherAppeared(const std::string& owner) {
+  panelQuery_ = connection_->askForProcess(owner, [this](pid_t process) {
+    panel_ = panelOf(programOf(process));
+    registerItem();
+  });
 }
 
 void StatusNotifierItem::registerItem() {
@@ -189,13 +197,22 @@ std::string StatusNotifierItem::text(std::string_view name) const {
   if (name == "Status") return "Active";
   if (name == "Title") return withoutMarkup(title());
   if (name == "IconAccessibleDesc") return visibleLines(title());
-  if (name == "IconName" && icons_) return iconName(appearance_.icon);
+  if (name == "IconName" && hasIconName()) return iconName(appearance_.icon);
   if (name == "IconThemePath" && icons_) return icons_->themePath;
   if (name.starts_with("XAyatanaLabel")) return visibleLines(appearance_.label);
   return "";
 }
 
+bool StatusNotifierItem::hasIconName() const {
+  if (!icons_ || panel_ == Panel::waybar) return false;
+  return panel_ != Panel::cinnamon || icons_->themePath.empty();
+}
+
 void StatusNotifierItem::writeToolTip(BusWriter& writer) const {
+  if (panel_ == Panel::lxqt) {
+    writer.append("(sa(iiay)ss)", "", 0, withoutMarkup(title()).c_str(), "");
+    return;
+  }
   writer.append("(sa(iiay)ss)", "", 0, "Zephyl", escapedMarkup(appearance_.description).c_str());
 }
 

@@ -10,6 +10,7 @@
 #include "Desktop/Freedesktop/Bus/Bus.hpp"
 #include "Desktop/Freedesktop/Bus/WatchedName.hpp"
 #include "Desktop/Freedesktop/Menu/SignalPacer.hpp"
+#include "Desktop/Freedesktop/Panel.hpp"
 #include "Desktop/Freedesktop/StatusIcons.hpp"
 
 namespace zephyl {
@@ -66,10 +67,14 @@ class StatusNotifierItem final : public Bus::Client {
   int provideToken(sd_bus_message& call);
 
   void watchForWatcher();
+  /// A watcher has appeared: registers once it is known which program it is.
+  void watcherAppeared(const std::string& owner);
   void registerItem();
   /// How many were sent.
   std::size_t sendSignal(const char* name, std::initializer_list<const char*> texts = {}) const;
   [[nodiscard]] std::string title() const;
+  /// Whether hosts are given the name of the icon. They prefer it to the pixmaps.
+  [[nodiscard]] bool hasIconName() const;
   void writeToolTip(BusWriter& writer) const;
   void writePixmaps(BusWriter& writer) const;
 
@@ -86,6 +91,8 @@ class StatusNotifierItem final : public Bus::Client {
   BusConnection* connection_ = nullptr;
   BusSlot object_;
   WatchedName watcher_{"org.kde.StatusNotifierWatcher"};
+  BusSlot panelQuery_;
+  Panel panel_ = Panel::other;  // the program that owns the watcher's name
   WatchedName plasmaShell_{"org.kde.plasmashell"};
   BusSlot hostWatch_;
   BusSlot registration_;

@@ -100,6 +100,18 @@ std::vector<BusSlot> BusConnection::watchOwner(const std::string& name,
   return slots;
 }
 
+BusSlot BusConnection::askForProcess(const std::string& name,
+                                     std::function<void(pid_t)> answer) const {
+  const auto query =
+      newCall({busName, "/org/freedesktop/DBus", busName}, "GetConnectionUnixProcessID");
+  BusWriter(query.get()).append("s", name.c_str());
+  return call(query, [answer = std::move(answer)](sd_bus_message& reply) {
+    std::uint32_t process = 0;
+    if (!isError(reply)) sd_bus_message_read(&reply, "u", &process);
+    answer(static_cast<pid_t>(process));
+  });
+}
+
 BusSlot BusConnection::addObject(const char* path, const char* interface,
                                  const sd_bus_vtable* table, void* self) const {
   sd_bus_slot* slot = nullptr;

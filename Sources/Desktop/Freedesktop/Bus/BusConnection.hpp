@@ -7,6 +7,7 @@
 #include <string_view>
 #include <vector>
 
+#include <sys/types.h>
 #include <systemd/sd-bus.h>
 
 #include "System/Concurrency/Clock.hpp"
@@ -101,6 +102,9 @@ class BusConnection {
   /// Follows the owner of a name, as the bus itself reports it. Both slots are needed.
   [[nodiscard]] std::vector<BusSlot> watchOwner(const std::string& name,
                                                 const OwnerHandler& changed) const;
+  /// Asks the bus for the process that owns a name; 0 when there is none.
+  [[nodiscard]] BusSlot askForProcess(const std::string& name,
+                                      std::function<void(pid_t)> answer) const;
   /// `self` outlives the slot.
   [[nodiscard]] BusSlot addObject(const char* path, const char* interface,
                                   const sd_bus_vtable* table, void* self) const;
