@@ -70,7 +70,9 @@ AlertWindow::AlertWindow(Conversation& conversation, const Alert& alert)
   if (alert.progress) addProgress(*alert.progress);
   if (!permittingButtons_.empty()) requireReading();
   acceptInput(acceptsInput());
-  resize(sizeHint());  // the toolkit's own choice would be cut on a small screen
+  const QSize size = sizeHint();  // the toolkit's own choice would be cut on a small screen
+  setFixedWidth(size.width());    // so that a tiling window manager lets it float
+  resize(size);
 }
 
 DialogReport AlertWindow::answerOf(std::size_t button) const {

@@ -4,7 +4,12 @@
 #include <QDBusConnection>
 #include <QDBusMessage>
 #include <QDBusVariant>
+#include <QPixmap>
 #include <QStyleFactory>
+#include <array>
+#include <span>
+
+#include "ApplicationIcon.hpp"
 
 namespace zephyl {
 
@@ -63,6 +68,18 @@ QPalette darkPalette() {
 void followColorScheme() {
   if (isDark(QApplication::palette()) || !desktopPrefersDark()) return;
   QApplication::setPalette(darkPalette());
+}
+
+QIcon applicationIcon() {
+  constexpr std::array<std::span<const unsigned char>, 4> sizes{
+      images::application16, images::application32, images::application48, images::application128};
+  QIcon icon;
+  for (const auto png : sizes) {
+    QPixmap pixmap;
+    pixmap.loadFromData(png.data(), static_cast<uint>(png.size()), "PNG");
+    icon.addPixmap(pixmap);
+  }
+  return icon;
 }
 
 QColor alarmingColor(const QPalette& palette) {

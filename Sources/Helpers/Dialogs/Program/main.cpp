@@ -4,7 +4,6 @@
 // closed, 1 if there is no screen to show it on, 2 if the request is invalid.
 
 #include <QApplication>
-#include <QIcon>
 #include <cstdio>
 #include <cstdlib>
 #include <memory>
@@ -64,7 +63,7 @@ int run(int& argumentCount, char** arguments) {
   QApplication::setQuitOnLastWindowClosed(false);
   QGuiApplication::setDesktopFileName(QStringLiteral("com.zephyl.tray"));
   followColorScheme();
-  QApplication::setWindowIcon(QIcon::fromTheme(QStringLiteral("com.zephyl.tray")));
+  QApplication::setWindowIcon(applicationIcon());
 
   Conversation conversation;
   const auto request = conversation.readRequest();

@@ -1,0 +1,60 @@
+"""What a window manager and a task bar learn about the windows."""
+
+import configparser
+import re
+
+import pytest
+
+from support.dialogs import APPROVAL, INVITE, Screen, Window
+from support.tray import REPOSITORY, eventually
+
+LOG = {"title": "Tailnet Logs", "message": "", "shownText": "one", "fullText": "one",
+       "requestedByUser": True}
+LONG = {**APPROVAL, "informativeText": "Command:\n" + "\n".join(f"line {n}" for n in range(200))}
+
+
+@pytest.fixture(scope="module")
+def screen():
+    screen = Screen()
+    yield screen
+    screen.close()
+
+
+@pytest.fixture
+def show(screen):
+    windows = []
+
+    def start(**request):
+        windows.append(Window(screen, request).shown())
+        return windows[-1]
+
+    yield start
+    for window in windows:
+        window.close()
+
+
+def property_of(screen, window, name):
+    number = eventually(lambda: screen.window_ids(window.process.pid), what="a window")[0]
+    return screen.run("xprop", "-id", number, name)
+
+
+@pytest.mark.parametrize("request_", [{"alert": APPROVAL}, {"logWindow": LOG}], ids=["alert", "log"])
+def test_a_window_belongs_to_the_desktop_entry_and_has_the_icon(screen, show, request_):
+    entry = configparser.ConfigParser(interpolation=None)
+    entry.read(REPOSITORY / "Packaging" / "com.zephyl.tray.desktop")
+    window = show(**request_)
+    assert f'"{entry["Desktop Entry"]["StartupWMClass"]}"' in property_of(screen, window, "WM_CLASS")
+    sizes = re.findall(r"Icon \((\d+) x (\d+)\)", property_of(screen, window, "_NET_WM_ICON"))
+    assert {("16", "16"), ("48", "48"), ("128", "128")} <= set(sizes)
+
+
+@pytest.mark.parametrize("alert", [APPROVAL, INVITE, LONG], ids=["approval", "invite", "long"])
+def test_an_alert_has_one_width_so_that_it_is_not_tiled(screen, show, alert):
+    hints = property_of(screen, show(alert=alert), "WM_NORMAL_HINTS")
+    least, = re.findall(r"minimum size: (\d+) by", hints)
+    most, = re.findall(r"maximum size: (\d+) by", hints)
+    assert least == most
+
+
+def test_a_log_has_any_size(screen, show):
+    assert "maximum size" not in property_of(screen, show(logWindow=LOG), "WM_NORMAL_HINTS")
