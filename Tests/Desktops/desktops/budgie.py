@@ -1,0 +1,35 @@
+"""Budgie: openbox, budgie-panel with the AppIndicator Applet."""
+
+import time
+
+NAME = "Budgie:GNOME"
+PROGRAM = "budgie-panel"
+PACKAGES = ["budgie-core", "budgie-indicator-applet", "ayatana-indicator-application", "openbox"]
+SETTLING = 4
+PANEL = (640, 755, 640, 45)
+BUTTON = 1
+OPENS_SILENTLY = True
+CANNOT = {"tool tip": "the applet shows none"}
+
+SERVICE = "/usr/libexec/ayatana-indicator-application/ayatana-indicator-application-service"
+
+
+def start(session):
+    session.set("com.solus-project.budgie-panel", "dark-theme", str(session.dark).lower())
+    session.start("indicators", SERVICE)
+    session.start("daemon", "budgie-daemon")
+    session.start("wm", "openbox")
+    time.sleep(1)
+    start_shell(session)  # which writes its default panel; its own tray shows XEmbed icons alone
+    settings = session.home / ".config/glib-2.0/settings/keyfile"
+    for _ in range(60):
+        time.sleep(0.5)
+        if settings.exists() and "'System Tray'" in settings.read_text():
+            break
+    time.sleep(2)
+    session.kill("shell")
+    settings.write_text(settings.read_text().replace("'System Tray'", "'AppIndicator Applet'"))
+
+
+def start_shell(session):
+    session.start("shell", "budgie-panel")

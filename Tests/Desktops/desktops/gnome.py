@@ -1,0 +1,31 @@
+"""GNOME on X11 with the AppIndicator extension."""
+
+NAME = "GNOME"
+PROGRAM = "gnome-shell"
+PACKAGES = ["gnome-shell", "gnome-shell-extension-appindicator", "gjs",
+            "fonts-noto-color-emoji"]
+SETTLING = 6
+PANEL = (1000, 0, 280, 36)
+BUTTON = 1
+CANNOT = {"tool tip": "the extension shows none"}
+
+EXTENSIONS = "['ubuntu-appindicators@ubuntu.com', 'appindicatorsupport@rgcjonas.gmail.com']"
+
+
+def start(session):
+    session.set("org.gnome.shell", "disable-user-extensions", "false")
+    session.set("org.gnome.shell", "enabled-extensions", EXTENSIONS)
+    session.set("org.gnome.shell", "welcome-dialog-last-shown-version", "'99'")
+    session.set("org.gnome.desktop.interface", "enable-animations", "false")
+    session.set("org.gnome.desktop.interface", "color-scheme",
+                "'prefer-dark'" if session.dark else "'default'")
+    session.set("org.gnome.desktop.session", "idle-delay", "0")
+    session.set("org.gnome.desktop.lockdown", "disable-lock-screen", "true")  # or it complains
+
+
+def start_shell(session):
+    session.start("shell", "gnome-shell", "--x11")
+
+
+def after_shell(session):
+    session.screen.press("Escape", delay=2)  # it begins with its overview

@@ -1,0 +1,32 @@
+"""KDE Plasma on X11."""
+
+import time
+
+NAME = "KDE"
+PROGRAM = "plasmashell"
+PACKAGES = ["plasma-workspace", "plasma-desktop", "kwin-x11", "kded5", "breeze",
+            "breeze-icon-theme"]
+SETTLING = 12
+PANEL = (900, 758, 240, 42)  # without the clock
+BUTTON = 1
+NOTIFICATION_ACTION = (0.87, 0.85)  # its button
+CANNOT = {"number beside it": "the system tray shows no text beside an item"}
+
+
+def start(session):
+    config = session.home / ".config"
+    config.mkdir(exist_ok=True)
+    scheme, theme = ("BreezeDark", "breeze-dark") if session.dark else ("BreezeLight", "breeze-light")
+    (config / "kdeglobals").write_text(
+        f"[General]\nColorScheme={scheme}\n[KDE]\nAnimationDurationFactor=0\n")
+    (config / "plasmarc").write_text(f"[Theme]\nname={theme}\n")
+    (config / "kwinrc").write_text("[Compositing]\nEnabled=false\n")
+    session.environment.update(KDE_FULL_SESSION="true", KDE_SESSION_VERSION="5")
+    session.start("wm", "kwin_x11")
+    time.sleep(2)
+    session.start("daemon", "kded5")
+    time.sleep(3)
+
+
+def start_shell(session):
+    session.start("shell", "plasmashell")

@@ -1,0 +1,91 @@
+"""A private X screen: what it shows, a pointer and a keyboard."""
+
+import os
+import pathlib
+import subprocess
+import time
+
+from support.panel import Picture
+from support.tray import eventually
+
+WIDTH, HEIGHT = 1280, 800
+
+
+class Screen:
+    def __init__(self, environment):
+        self.environment = environment
+        reader, writer = os.pipe()
+        self._server = subprocess.Popen(
+            ["Xvfb", "-displayfd", str(writer), "-screen", "0", f"{WIDTH}x{HEIGHT}x24", "-nolisten",
+             "tcp", "+extension", "GLX", "+extension", "RANDR", "-noreset", "-ac"],
+            pass_fds=[writer], stdin=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+        os.close(writer)
+        with os.fdopen(reader) as number:
+            environment["DISPLAY"] = f":{number.readline().strip()}"
+
+    def run(self, *command, limit=20):
+        """The output of a command; a failing one gives what it printed."""
+        done = subprocess.run(command, env=self.environment, capture_output=True, text=True,
+                              timeout=limit, stdin=subprocess.DEVNULL)
+        return done.stdout
+
+    def picture(self, area=None):
+        """What an area shows: left, top, width and height; by default everything."""
+        cut = [] if area is None else ["-crop", "{2}x{3}+{0}+{1}".format(*area), "+repage"]
+        return Picture(subprocess.run(["import", "-window", "root", *cut, "-depth", "8", "ppm:-"],
+                                      env=self.environment, check=True, capture_output=True,
+                                      timeout=20).stdout)
+
+    def save(self, path):
+        pathlib.Path(path).unlink(missing_ok=True)
+        self.run("import", "-window", "root", str(path))
+
+    def at_rest(self, area=None, looks=4, limit=30.0):
+        """Waits until an area has looked the same for a while, and returns what it shows."""
+        pictures = []
+
+        def rests():
+            pictures.append(self.picture(area))
+            time.sleep(0.15)
+            return len(pictures) > looks and all(
+                not pictures[-1].difference(each) for each in pictures[-looks - 1:-1])
+        eventually(rests, limit, "a screen at rest")
+        return pictures[-1]
+
+    def change(self, before, area=None, limit=10.0):
+        """Waits until an area differs from a picture and rests; returns the box that differs, in
+        coordinates of the screen."""
+        eventually(lambda: self.picture(area).difference(before), limit, "a change on the screen")
+        box = eventually(lambda: self.at_rest(area).difference(before), limit, "a lasting change")
+        left, top = (area or (0, 0))[:2]
+        return box[0] + left, box[1] + top, box[2] + left, box[3] + top
+
+    def point(self, x, y):
+        self.run("xdotool", "mousemove", str(x), str(y))
+
+    def click(self, x, y, button=1):
+        self.point(x, y)
+        time.sleep(0.3)  # a panel that animates the pointer's arrival
+        self.run("xdotool", "click", str(button))
+
+    def press(self, *keys, delay=0.3):
+        """Presses keys as a person does: some menus lose what comes while they open."""
+        for key in keys:
+            self.run("xdotool", "key", key)
+            time.sleep(delay)
+
+    def type(self, text, delay=60):
+        self.run("xdotool", "type", "--delay", str(delay), text)
+
+    def windows_of(self, pid):
+        """The visible windows of a process; none on a Wayland desktop, which hides them."""
+        return self.run("xdotool", "search", "--onlyvisible", "--all", "--pid", str(pid), "--name",
+                        "").split()
+
+    def close(self):
+        self._server.terminate()
+        self._server.wait()
+
+
+def middle(box):
+    return (box[0] + box[2]) // 2, (box[1] + box[3]) // 2

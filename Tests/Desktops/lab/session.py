@@ -1,0 +1,145 @@
+"""A private session: two buses, a screen, a home, and the programs of one desktop in it."""
+
+import os
+import pathlib
+import shutil
+import signal
+import subprocess
+import time
+
+from lab.screen import Screen
+from lab.traffic import Traffic
+from lab.world import LabWorld
+from support.session_bus import WATCHER, Item, SessionBus
+from support.tray import command_line, eventually
+
+ITEM_PATH = "/org/ayatana/NotificationItem/zephyl_tray"
+
+
+class Session:
+    """Owns everything that it starts; `close` leaves nothing behind. `desktop` is one of the modules
+    in Tests/Desktops/desktops."""
+
+    def __init__(self, desktop, dark, number):
+        self.desktop, self.dark = desktop, dark
+        self.world = LabWorld(number)
+        self.home, self.root = self.world.home, self.world.root
+        self.runtime = self.root / "run"
+        self.runtime.mkdir(mode=0o700)
+        self.environment = self.world.environment
+        self._set_environment()
+        self.screen = Screen(self.environment)
+        self.system_bus = SessionBus().start()
+        self.environment["DBUS_SYSTEM_BUS_ADDRESS"] = self.system_bus.address
+        self.bus = SessionBus(self.environment).start()
+        self.environment["DBUS_SESSION_BUS_ADDRESS"] = self.bus.address
+        self.traffic = Traffic(self.bus.address)
+        self.peer = self.bus.peer()
+        self.processes = {}
+
+    def _set_environment(self):
+        shared = f"{self.world.prefix}/share:/usr/local/share:/usr/share"
+        self.environment.update({
+            "USER": "root", "SHELL": "/bin/sh", "XDG_RUNTIME_DIR": str(self.runtime),
+            "XDG_CURRENT_DESKTOP": self.desktop.NAME, "XDG_SESSION_TYPE": "x11",
+            "XDG_CONFIG_DIRS": "/etc/xdg", "XDG_DATA_DIRS": shared, "LIBGL_ALWAYS_SOFTWARE": "1",
+            "GVFS_DISABLE_FUSE": "1", "GSETTINGS_BACKEND": "keyfile", "NO_AT_BRIDGE": "1"})
+
+    # Programs
+
+    def start(self, name, *command, **environment):
+        """Starts a program of the desktop; what it prints is kept in the session's directory."""
+        with open(self.root / f"{name}.log", "a") as log:
+            self.processes[name] = subprocess.Popen(
+                command, env={**self.environment, **environment}, stdin=subprocess.DEVNULL,
+                stdout=log, stderr=log, start_new_session=True, cwd=self.home)
+        return self.processes[name]
+
+    def kill(self, name):
+        """Ends a program and what it has started in its own process group."""
+        process = self.processes.pop(name)
+        try:
+            os.killpg(process.pid, signal.SIGKILL)
+        except ProcessLookupError:
+            pass
+        process.wait()
+
+    def run(self, *command):
+        return self.screen.run(*command)
+
+    def set(self, schema, key, value):
+        self.run("gsettings", "set", schema, key, value)
+
+    def start_desktop(self):
+        self.desktop.start(self)
+        self.start_shell()
+
+    def start_shell(self):
+        """Starts the panel, and waits until it shows status items and has come to rest."""
+        self.desktop.start_shell(self)
+        eventually(self.shows_items, 90, "a host of status items")
+        time.sleep(self.desktop.SETTLING)
+        self.screen.at_rest(limit=60)
+
+    def kill_shell(self):
+        before = self.traffic.readers()
+        self.kill("shell")
+        names = lambda: self.peer.call(  # noqa: E731
+            "org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus", "ListNames")[0]
+        eventually(lambda: not set(before[-1:]) & set(names()), what="the end of the shell")
+
+    def shows_items(self):
+        try:
+            return self.peer.call(
+                WATCHER, "/StatusNotifierWatcher", "org.freedesktop.DBus.Properties", "Get", "(ss)",
+                WATCHER, "IsStatusNotifierHostRegistered")[0]
+        except Exception:  # nobody owns the name yet
+            return False
+
+    @property
+    def item(self):
+        return Item(self.peer, "com.zephyl.tray", ITEM_PATH)
+
+    # The end
+
+    def close(self, keep_logs=None):
+        for name in list(self.processes):
+            self.kill(name)
+        self.traffic.close()
+        self.screen.close()
+        for bus in (self.bus, self.system_bus):
+            bus.close()
+        self._end_strays()
+        self._unmount()
+        if keep_logs is not None:
+            for log in self.root.glob("*.log"):
+                shutil.copy(log, keep_logs / f"{self.desktop.__name__.split('.')[-1]}-{log.name}")
+        self.world.remove()
+
+    def _end_strays(self):
+        """Services that the bus has started: nothing else has this home in its environment."""
+        def strays():
+            return [int(entry.name) for entry in pathlib.Path("/proc").iterdir()
+                    if entry.name.isdigit() and self._is_ours(entry)]
+        deadline = time.monotonic() + 5
+        while (left := strays()) and time.monotonic() < deadline:
+            for pid in left:
+                try:
+                    os.kill(pid, signal.SIGKILL)
+                except ProcessLookupError:
+                    pass
+            time.sleep(0.1)
+        if left:
+            print("still running:", [command_line(pid) for pid in left])
+
+    def _is_ours(self, process):
+        try:
+            return f"HOME={self.home}".encode() in (process / "environ").read_bytes().split(b"\0")
+        except OSError:
+            return False
+
+    def _unmount(self):
+        for line in pathlib.Path("/proc/mounts").read_text().splitlines():
+            place = line.split()[1]
+            if place.startswith(f"{self.root}/"):
+                subprocess.run(["umount", "--lazy", place], check=False)
