@@ -29,6 +29,7 @@
 #include "System/Processes/CoreDumps.hpp"
 #include "System/Processes/Guardian.hpp"
 #include "System/Processes/ProcessState.hpp"
+#include "System/Processes/ServiceManager.hpp"
 #include "System/Processes/SystemProcessLauncher.hpp"
 #include "ZephylTray/App/AppDelegate.hpp"
 #include "ZephylTray/App/CommandLine.hpp"
@@ -85,25 +86,35 @@ class FailureHandler {
 /// Runs the main loop and shuts down. Records an end that was asked for as early as possible: who
 /// asks for one may not wait for the whole shutdown.
 Ending runUntilEnd(AppDelegate& delegate, const Runtime& runtime, const Requests& requests,
-                   std::optional<EndSignals>& signals) {
+                   std::optional<EndSignals>& signals, const ServiceManager& manager) {
   const Instant started = runtime.clock.now();
   const auto recordEnd = [&] { recordRequestedEnd(Bundle::main(), runtime.clock.now() - started); };
-  runtime.mainLoop.async([&] { delegate.applicationDidFinishLaunching(); });
+  const Timer watchdog = manager.feedWatchdog(runtime.mainLoop, runtime.clock);
+  runtime.mainLoop.async([&] {
+    delegate.applicationDidFinishLaunching();
+    if (delegate.exitStatus() == EXIT_SUCCESS) manager.notifyReady();
+  });
   runtime.mainLoop.run();
   const int status = requests.failed ? EXIT_FAILURE : delegate.exitStatus();
   const bool relaunches = status == EXIT_SUCCESS && requests.wantRelaunch();
-  if (status == EXIT_SUCCESS && !relaunches) recordEnd();
+  if (relaunches) {
+    manager.notifyReloading();
+  } else {
+    manager.notifyStopping();
+    if (status == EXIT_SUCCESS) recordEnd();
+  }
   delegate.applicationWillTerminate();
   runtime.mainLoop.close();
   signals.reset();  // what was read is known from here on, and what comes later stays pending
   if (!relaunches || requests.wantRelaunch()) return {.status = status, .relaunch = relaunches};
+  manager.notifyStopping();
   recordEnd();
   return {.status = status};
 }
 
 /// Runs the tray until it is asked to end.
 Ending runTray(Guardian& guardian, const CommandLine& commandLine,
-               std::vector<std::string> arguments) {
+               std::vector<std::string> arguments, const ServiceManager& manager) {
   // The reactor goes before the pool: what it still delivers may end up there.
   MainLoop mainLoop;
   ThreadPool pool;
@@ -136,12 +147,14 @@ Ending runTray(Guardian& guardian, const CommandLine& commandLine,
   const auto delegate = std::make_shared<AppDelegate>(
       runtime, *chosen.desktop, *chosen.dialogs,
       ProcessUpdater::factory(runtime, *chosen.dialogs, std::move(updates)));
-  return runUntilEnd(*delegate, runtime, requests, signals);
+  return runUntilEnd(*delegate, runtime, requests, signals, manager);
 }
 
 /// There is no second tray for the same base directory: the one that runs is asked to show itself.
-int handOver(const SingleOwnerLock::Taken& taken, const std::string& activationToken) {
+int handOver(const SingleOwnerLock::Taken& taken, const std::string& activationToken,
+             const ServiceManager& manager) {
   if (taken.holder && SingleInstance::askToReopen(*taken.holder, activationToken)) {
+    manager.notifyReady();  // a service that ends without it has failed, and would be restarted
     log("already running as process {}; asked it to show itself", *taken.holder);
     return EXIT_SUCCESS;
   }
@@ -154,7 +167,7 @@ int handOver(const SingleOwnerLock::Taken& taken, const std::string& activationT
 }
 
 Ending start(const CommandLine& commandLine, const std::string& activationToken,
-             std::vector<std::string> arguments) {
+             std::vector<std::string> arguments, const ServiceManager& manager) {
   if (const auto claimed = Servers::claimBaseDir(); !claimed) {
     log("could not start: {}", claimed.error().message);
     return {EXIT_FAILURE};
@@ -162,7 +175,7 @@ Ending start(const CommandLine& commandLine, const std::string& activationToken,
   auto outcome = SingleOwnerLock::acquire(joinPath(Servers::baseDir(), "tray.lock"));
   if (const auto* taken = std::get_if<SingleOwnerLock::Taken>(&outcome)) {
     EndSignals::block({});  // nothing is lost if this process ends at once
-    return {handOver(*taken, activationToken)};
+    return {handOver(*taken, activationToken, manager)};
   }
   if (const auto* error = std::get_if<Error>(&outcome)) {
     log("could not start: {}", error->message);
@@ -175,7 +188,7 @@ Ending start(const CommandLine& commandLine, const std::string& activationToken,
     return {EXIT_FAILURE};
   }
   try {
-    Ending ending = runTray(*guardian, commandLine, std::move(arguments));
+    Ending ending = runTray(*guardian, commandLine, std::move(arguments), manager);
     if (ending.relaunch) ending.lock = std::get<SingleOwnerLock>(std::move(outcome));
     return ending;
   } catch (const std::exception& error) {  // the system has no thread, descriptor or memory to give
@@ -187,8 +200,9 @@ Ending start(const CommandLine& commandLine, const std::string& activationToken,
 /// Executes the installed program with the lock and the signals that are pending. A previous
 /// version, to which there is a return without the lock, may know of neither. Returns only if that
 /// fails.
-int becomeInstalledProgram(const Ending& ending, char** arguments) {
+int becomeInstalledProgram(const Ending& ending, char** arguments, const ServiceManager& manager) {
   const std::string executable = Bundle::main().executable().value_or("");
+  manager.restoreEnvironment();
   if (ending.lock) {
     ending.lock->keepAcrossExec();
   } else {
@@ -212,6 +226,7 @@ int main(int argc, char** argv) {
   Bundle::setMain(Bundle(Bundle::runningExecutable()));
   // Whoever started this program lets its first window come to the front; nobody else's.
   const std::string activationToken = environmentVariable("XDG_ACTIVATION_TOKEN").value_or("");
+  const ServiceManager manager = ServiceManager::fromEnvironment();
   removePrivateEnvironmentVariables();
   const auto commandLine = CommandLine::parse(argc, argv);
   if (!commandLine) {
@@ -224,6 +239,6 @@ int main(int argc, char** argv) {
   }
   const bool inTerminal = commandLine->mode == CommandLine::Mode::terminal;
   if (inTerminal) EndSignals::block(endSignals(inTerminal));
-  const Ending ending = start(*commandLine, activationToken, {argv + 1, argv + argc});
-  return ending.relaunch ? becomeInstalledProgram(ending, argv) : ending.status;
+  const Ending ending = start(*commandLine, activationToken, {argv + 1, argv + argc}, manager);
+  return ending.relaunch ? becomeInstalledProgram(ending, argv, manager) : ending.status;
 }
