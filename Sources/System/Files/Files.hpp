@@ -21,6 +21,8 @@ std::string parentDirectory(std::string_view path);
 
 /// Whether something exists at `path` (links followed).
 bool fileExists(const std::string& path);
+/// Returns whether both paths name the same file (links followed). False if either names none.
+bool isSameFile(const std::string& one, const std::string& other);
 bool isDirectory(const std::string& path);
 /// A regular file that this process may execute.
 bool isExecutableFile(const std::string& path);

@@ -42,6 +42,7 @@ AppDelegate::AppDelegate(const Runtime& runtime, Desktop& desktop, Dialogs& dial
       approvals_(std::make_shared<ApprovalPrompts>(ports::approvalPrompts(components_, monitor_))),
       servers_(std::make_shared<ServerActions>(ports::serverActions(components_))),
       folders_(std::make_shared<FolderSharing>(ports::folderSharing(components_, monitor_))),
+      replacement_(ports::replacementNotice(components_)),
       control_(runtime.mainLoop) {}
 
 void AppDelegate::applicationDidFinishLaunching() {
@@ -122,7 +123,9 @@ void AppDelegate::connectAgent() {
 
 void AppDelegate::agentChanged(const AgentSnapshot& snapshot, AgentMonitor::Update update) {
   using Update = AgentMonitor::Update;
-  if (update != Update::poll) {
+  if (update == Update::poll) {
+    replacement_.check();
+  } else {
     approvals_->processPendingApprovals(std::vector(snapshot.activity->pendingApprovals));
     components_.updater->agentDidUpdateActivity(snapshot.activity->busy);
   }

@@ -8,6 +8,7 @@
 #include "ZephylTray/Actions/WindowLauncher.hpp"
 #include "ZephylTray/Agent/AgentMonitor.hpp"
 #include "ZephylTray/App/Components.hpp"
+#include "ZephylTray/App/ReplacementNotice.hpp"
 #include "ZephylTray/Approvals/ApprovalPrompts.hpp"
 #include "ZephylTray/Control/ControlServer.hpp"
 #include "ZephylTray/Menu/StatusItemController.hpp"
@@ -60,6 +61,7 @@ class AppDelegate : public std::enable_shared_from_this<AppDelegate> {
   const std::shared_ptr<ServerActions> servers_;
   const std::shared_ptr<FolderSharing> folders_;
   std::shared_ptr<StatusItemController> statusItem_;  // created at launch
+  ReplacementNotice replacement_;
   int exitStatus_ = 0;
   // Last, so that it goes first: its thread asks all of the above.
   ControlServer control_;

@@ -2,8 +2,10 @@
 
 #include <utility>
 
+#include "Helpers/Updates/Client/TrialStart.hpp"
 #include "System/Concurrency/Clock.hpp"
 #include "System/Files/Bundle.hpp"
+#include "System/Files/Files.hpp"
 #include "System/Files/UserDefaults.hpp"
 #include "System/Network/HostLookup.hpp"
 #include "ZephylTray/Actions/LogFile.hpp"
@@ -119,6 +121,21 @@ WindowLauncher::Port windowLauncher(const Components& components, ControlServer&
     zephyl::lookUpHost(runtime.launcher, runtime.mainLoop, host, std::move(done));
   };
   return port;
+}
+
+ReplacementNotice::Port replacementNotice(const Components& components) {
+  return {
+      .isReplaced =
+          [] {
+            const std::string executable = Bundle::main().executable().value_or("");
+            return fileExists(executable) && !isSameFile("/proc/self/exe", executable);
+          },
+      .isUpdatingItself = [] { return isUpdateUnconfirmed(Bundle::main()); },
+      .notify =
+          [&components](const Notification& notification) {
+            if (Bundle::main().identifier()) components.desktop.postNotification(notification);
+          },
+  };
 }
 
 ApprovalPrompts::Port approvalPrompts(const Components& components,

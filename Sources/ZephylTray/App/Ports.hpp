@@ -7,6 +7,7 @@
 #include "ZephylTray/Actions/ServerActions.hpp"
 #include "ZephylTray/Actions/WindowLauncher.hpp"
 #include "ZephylTray/App/Components.hpp"
+#include "ZephylTray/App/ReplacementNotice.hpp"
 #include "ZephylTray/Approvals/ApprovalPrompts.hpp"
 #include "ZephylTray/Control/ControlAPI.hpp"
 #include "ZephylTray/Control/ControlServer.hpp"
@@ -24,6 +25,7 @@ ApprovalPrompts::Port approvalPrompts(const Components& components,
 ServerActions::Port serverActions(const Components& components);
 FolderSharing::Port folderSharing(const Components& components,
                                   const std::shared_ptr<AgentMonitor>& monitor);
+ReplacementNotice::Port replacementNotice(const Components& components);
 /// Without `perform`, which the caller sets.
 StatusItemController::Port statusItem(const Components& components,
                                       const std::shared_ptr<AgentMonitor>& monitor);

@@ -396,6 +396,18 @@ TEST(MovePath, RefusesATargetThatExistsAndASourceThatDoesNot) {
   EXPECT_EQ(movePath(none, directory / "to").error().message, reasonOf(none, ENOENT));
 }
 
+TEST(IsSameFile, ComparesFilesAndNotTheirNames) {
+  const TemporaryDirectory directory;
+  const std::string one = directory.write("one", "text");
+  const std::string other = directory.write("other", "text");
+  fs::create_symlink(one, directory / "link");
+  EXPECT_TRUE(isSameFile(one, one));
+  EXPECT_TRUE(isSameFile(one, directory / "link"));
+  EXPECT_FALSE(isSameFile(one, other));
+  EXPECT_FALSE(isSameFile(one, directory / "none"));
+  EXPECT_FALSE(isSameFile(directory / "none", directory / "none"));
+}
+
 TEST(RemovePath, DeletesADirectoryButNotWhatItLinksTo) {
   const TemporaryDirectory directory;
   fill(directory, "doomed");

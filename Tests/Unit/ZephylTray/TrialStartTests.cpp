@@ -86,6 +86,14 @@ TEST_F(TrialStartTest, RemovesANoteOfAVersionThatIsNotInstalledUnlessAnUpdaterIs
   EXPECT_EQ(told(), "");
 }
 
+TEST_F(TrialStartTest, KnowsWhetherAnUpdateIsUnconfirmed) {
+  EXPECT_FALSE(isUpdateUnconfirmed(bundle_));
+  putOnTrial("3.0", 0);
+  EXPECT_TRUE(isUpdateUnconfirmed(bundle_));
+  ASSERT_TRUE(removePath(files_.trial));
+  EXPECT_FALSE(isUpdateUnconfirmed(bundle_));
+}
+
 TEST_F(TrialStartTest, ComparesVersionsAsUpdatesDo) {
   directory_.write("opt/zephyl/share/zephyl-tray/Info.json",
                    R"({"CFBundleShortVersionString": "2.0", "CFBundleVersion": "200"})");

@@ -132,13 +132,6 @@ void removeOldNote(const UpdateFiles& files, const Bundle& bundle) {
   }
 }
 
-bool isSameFile(const char* one, const std::string& other) {
-  struct stat first {
-  }, second{};
-  return ::stat(one, &first) == 0 && ::stat(other.c_str(), &second) == 0 &&
-         first.st_dev == second.st_dev && first.st_ino == second.st_ino;
-}
-
 }  // namespace
 
 bool rollBackIfUnconfirmed(const Bundle& bundle) {
@@ -174,6 +167,11 @@ void recordRequestedEnd(const Bundle& bundle, Duration ran) {
   if (const auto written = writeNote(files->trial, *note); !written) {
     log("could not record that: {}", written.error().message);
   }
+}
+
+bool isUpdateUnconfirmed(const Bundle& bundle) {
+  const auto files = UpdateFiles::trusted(installationPrefix(bundle));
+  return files && readNote(files->trial);
 }
 
 std::string installedVersion(const Bundle& bundle) {

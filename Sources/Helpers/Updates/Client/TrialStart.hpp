@@ -36,6 +36,9 @@ bool rollBackIfUnconfirmed(const Bundle& bundle);
 /// long this process has run; a start shorter than `confirmationLimit` is not counted.
 void recordRequestedEnd(const Bundle& bundle, Duration ran);
 
+/// Returns whether an update is being installed, or was installed and has not confirmed itself.
+bool isUpdateUnconfirmed(const Bundle& bundle);
+
 /// Returns the installed version as versions are compared: "CFBundleVersion", otherwise
 /// "CFBundleShortVersionString", otherwise an empty string.
 std::string installedVersion(const Bundle& bundle);
