@@ -1,0 +1,48 @@
+"""The installed packages in a session: started from the desktop entry and by the bus, and upgraded.
+
+Installs packages, so it needs a system that may be changed at will (see `check`)."""
+
+import os
+import pathlib
+
+import pytest
+
+from session import PROGRAM, install
+from support.tray import command_line, eventually, is_alive
+
+
+def test_an_upgrade_keeps_everything_and_asks_for_a_restart(packages, session):
+    if not (packages / "previous").is_dir():
+        pytest.skip("there are no packages to upgrade from")
+    install(packages / "previous")
+    data = session.join_servers()
+    old = session.start_from_entry()
+    install(packages / "current")
+    session.wait_for_line("zephyl-tray was updated; quit it and start it again")
+    assert is_alive(old), "an upgrade ends no tray"
+    assert session.data() == data
+    session.end()
+    assert session.start_from_entry() != old
+    assert session.data() == data
+
+
+def test_the_desktop_entry_starts_it_in_the_panel(packages, session):
+    install(packages / "current")
+    pid = session.start_from_entry()
+    assert command_line(pid).split() == ["zephyl-tray"]
+    assert os.readlink(f"/proc/{pid}/exe") == PROGRAM
+
+
+def test_the_bus_starts_it(packages, session):
+    install(packages / "current")
+    assert command_line(session.start_by_bus()).split() == [PROGRAM, "--desktop"]
+
+
+def test_its_windows_are_found(packages, session):
+    """There is no agent, which a window says."""
+    install(packages / "current")
+    pid = session.start_from_entry()
+    eventually(lambda: any("zephyl-tray-dialogs" in command_line(int(entry.name))
+                           for entry in pathlib.Path("/proc").iterdir() if entry.name.isdigit()),
+               20, "a window")
+    assert is_alive(pid)
