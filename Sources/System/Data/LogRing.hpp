@@ -1,11 +1,19 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <deque>
 #include <string>
 #include <vector>
 
 namespace zephyl {
+
+/// The lines of a log from one position to its end.
+struct LogTail {
+  std::uint64_t skipped = 0;  ///< lines after the position that the log no longer holds
+  std::vector<std::string> lines;
+  std::uint64_t end = 0;  ///< the position after the last line
+};
 
 /// The newest lines of a log: at most `maxLines` and at most `maxBytes`. The oldest make room; a
 /// line that is too large for the whole ring is not kept. A plain value; its owner keeps it to one
@@ -18,9 +26,13 @@ class LogRing {
   void append(std::string line);
   [[nodiscard]] std::vector<std::string> lines() const { return {lines_.begin(), lines_.end()}; }
   [[nodiscard]] bool empty() const { return lines_.empty(); }
+  /// Returns the lines after `position`, which counts the lines that were appended before it. A
+  /// position beyond the end belongs to another log and counts as 0.
+  [[nodiscard]] LogTail since(std::uint64_t position) const;
 
  private:
   std::deque<std::string> lines_;
+  std::uint64_t end_ = 0;  // how many lines were appended
   std::size_t bytes_ = 0;
 };
 

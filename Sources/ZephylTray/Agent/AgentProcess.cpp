@@ -73,6 +73,10 @@ std::vector<std::string> AgentProcess::recentLog() const {
   return queue_.sync([this] { return recentLog_.lines(); });
 }
 
+LogTail AgentProcess::logSince(std::uint64_t position) const {
+  return queue_.sync([this, position] { return recentLog_.since(position); });
+}
+
 void AgentProcess::appendLog(std::string text) {
   queue_.async(weakly(this, [text = std::move(text)](AgentProcess& self) {
     for (const auto line : splitNonEmpty(text, '\n')) self.recentLog_.append(std::string(line));

@@ -65,6 +65,8 @@ class AgentProcess : public std::enable_shared_from_this<AgentProcess> {
   [[nodiscard]] bool isManaged() const;
   /// The newest lines of the agent's output and of the supervisor's own notes, oldest first.
   [[nodiscard]] std::vector<std::string> recentLog() const;
+  /// The lines of that log after `position`; see `LogRing::since`.
+  [[nodiscard]] LogTail logSince(std::uint64_t position) const;
 
   /// Adds each line of `text` to the log, later, on the queue. From any thread.
   void appendLog(std::string text);

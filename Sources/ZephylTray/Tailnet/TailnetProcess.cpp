@@ -114,6 +114,11 @@ std::vector<std::string> TailnetProcess::recentLog() const {
   return visible_.log.lines();
 }
 
+LogTail TailnetProcess::logSince(std::uint64_t position) const {
+  const std::scoped_lock lock(published_);
+  return visible_.log.since(position);
+}
+
 bool TailnetProcess::hasLog() const {
   const std::scoped_lock lock(published_);
   return !visible_.log.empty();

@@ -107,6 +107,8 @@ class TailnetProcess : public std::enable_shared_from_this<TailnetProcess> {
   [[nodiscard]] bool isRunning() const;
   [[nodiscard]] TailnetState state() const;
   [[nodiscard]] std::vector<std::string> recentLog() const;
+  /// The lines of that log after `position`; see `LogRing::since`.
+  [[nodiscard]] LogTail logSince(std::uint64_t position) const;
   [[nodiscard]] bool hasLog() const;
 
  private:

@@ -53,5 +53,30 @@ TEST(LogRing, TakesEmptyLines) {
   EXPECT_EQ(ring.lines().size(), 200U);
 }
 
+TEST(LogRing, ReturnsTheLinesAfterAPosition) {
+  LogRing ring;
+  for (const auto* line : {"one", "two", "three"}) ring.append(line);
+  const auto all = ring.since(0);
+  EXPECT_EQ(all.lines.size(), 3U);
+  EXPECT_EQ(all.end, 3U);
+  EXPECT_EQ(ring.since(2).lines, std::vector<std::string>{"three"});
+  EXPECT_TRUE(ring.since(3).lines.empty());
+}
+
+TEST(LogRing, CountsTheLinesThatAReaderHasMissed) {
+  LogRing ring;
+  for (int i = 1; i <= 250; ++i) ring.append(std::to_string(i));
+  const auto tail = ring.since(10);
+  EXPECT_EQ(tail.skipped, 40U);
+  EXPECT_EQ(tail.lines.front(), "51");
+  EXPECT_EQ(tail.end, 250U);
+}
+
+TEST(LogRing, ReturnsEverythingForAPositionOfAnotherLog) {
+  LogRing ring;
+  ring.append("first");
+  EXPECT_EQ(ring.since(77).lines, std::vector<std::string>{"first"});
+}
+
 }  // namespace
 }  // namespace zephyl
