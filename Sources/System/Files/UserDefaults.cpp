@@ -44,11 +44,11 @@ std::optional<std::string> UserDefaults::string(const std::string& key) const {
 }
 
 void UserDefaults::setString(const std::string& key, const std::string& value) {
-  change([&](Values& values) { values[key] = value; });
+  changeOrLog([&](Values& values) { values[key] = value; });
 }
 
 void UserDefaults::remove(const std::string& key) {
-  change([&](Values& values) { values.erase(key); });
+  changeOrLog([&](Values& values) { values.erase(key); });
 }
 
 std::string UserDefaults::path() const {
@@ -66,17 +66,28 @@ std::optional<T> UserDefaults::read(const std::string& key) const {
   return std::move(*decoded);
 }
 
-void UserDefaults::change(const std::function<void(Values&)>& edit) {
+Result<UserDefaults::Values> UserDefaults::values() const {
+  const auto file = path();
+  if (!fileExists(file)) return Values();
+  return readObject(file);
+}
+
+Result<void> UserDefaults::change(const std::function<void(Values&)>& edit) {
   const std::scoped_lock lock(changing_);
   const std::string file = path();
   const auto old = readObject(file);
   Values values = old ? *old : Values();
   edit(values);
-  if (values == (old ? *old : Values())) return;
+  if (values == (old ? *old : Values())) return {};
 
-  Result<void> saved;
-  if (!old && fileExists(file)) saved = keepUnreadable(file, old.error());
-  if (saved) saved = writeObject(file, values);
+  if (!old && fileExists(file)) {
+    if (auto kept = keepUnreadable(file, old.error()); !kept) return kept;
+  }
+  return writeObject(file, values);
+}
+
+void UserDefaults::changeOrLog(const std::function<void(Values&)>& edit) {
+  const auto saved = change(edit);
   if (!saved) log("could not write the user defaults: {}", saved.error().message);
 }
 

@@ -9,6 +9,8 @@
 
 #include <boost/json/object.hpp>
 
+#include "System/Data/Result.hpp"
+
 namespace zephyl {
 
 /// A per-user store of named settings, kept in one JSON file: <configuration
@@ -16,10 +18,12 @@ namespace zephyl {
 /// program writes counts at once; keys that this program does not know are kept on writing.
 ///
 /// A file that exists and cannot be read or decoded counts as empty, and is copied aside before
-/// the first write that would replace it. Writes that fail are logged, and change nothing.
+/// the first write that would replace it. Writes that fail change nothing.
 /// Callable from any thread.
 class UserDefaults {
  public:
+  using Values = boost::json::object;
+
   explicit UserDefaults(std::string domain) : domain_(std::move(domain)) {}
 
   /// None when the value is absent or no integer of 64 bits; a text or a truth value is none.
@@ -27,17 +31,21 @@ class UserDefaults {
   /// None when the value is absent or no string.
   [[nodiscard]] std::optional<std::string> string(const std::string& key) const;
 
+  /// All values; empty if there is no file. An error if the file cannot be read or decoded.
+  [[nodiscard]] Result<Values> values() const;
+  /// Changes the values and saves them, unless they stay the same.
+  Result<void> change(const std::function<void(Values&)>& edit);
+
+  /// Failures of these two are logged.
   void setString(const std::string& key, const std::string& value);
   void remove(const std::string& key);
 
   [[nodiscard]] std::string path() const;
 
  private:
-  using Values = boost::json::object;
-
   template <typename T>
   [[nodiscard]] std::optional<T> read(const std::string& key) const;
-  void change(const std::function<void(Values&)>& edit);
+  void changeOrLog(const std::function<void(Values&)>& edit);
 
   const std::string domain_;
   std::mutex changing_;

@@ -7,6 +7,7 @@
 
 #include "Support/LogCapture.hpp"
 #include "Support/TemporaryDirectory.hpp"
+#include "System/Data/JSON.hpp"
 #include "System/Files/Files.hpp"
 
 namespace zephyl {
@@ -155,6 +156,20 @@ TEST_F(UserDefaultsTest, LoseNoneOfTheChangesOfSeveralThreads) {
       EXPECT_EQ(defaults_.string(std::to_string(thread) + "." + std::to_string(key)), "x");
     }
   }
+}
+
+TEST_F(UserDefaultsTest, ReturnAllValuesWithTheirTypes) {
+  EXPECT_EQ(*defaults_.values(), json::Object());
+  ASSERT_TRUE(defaults_.change([](auto& values) { values["port"] = 9000; }));
+  defaults_.setString("name", "9000");
+  EXPECT_EQ(*defaults_.values(), (json::Object{{"port", 9000}, {"name", "9000"}}));
+  EXPECT_EQ(defaults_.integer("port"), 9000);
+}
+
+TEST_F(UserDefaultsTest, SayWhyTheyCannotBeReadOrChanged) {
+  write("[]");
+  EXPECT_FALSE(defaults_.values());
+  EXPECT_FALSE(defaults_.change([](auto& values) { values["a"] = "\xC3("; }));
 }
 
 }  // namespace
