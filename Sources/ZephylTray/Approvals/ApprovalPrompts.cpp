@@ -100,10 +100,7 @@ void ApprovalPrompts::askAboutApproval(const Alert& alert, Answered answered) {
 }
 
 void ApprovalPrompts::decideApproval(const std::string& id, const std::string& decision) {
-  const auto confirm =
-      decision == "always" ? std::optional<std::string>(alwaysAllowPhrase) : std::nullopt;
-  port_.decide(id, decision, confirm,
-               weakly(this, [id](ApprovalPrompts& self, const Result<void>& result) {
+  sendDecision(id, decision, weakly(this, [id](ApprovalPrompts& self, const Result<void>& result) {
                  if (!result) {
                    return self.showError(result.error().message,
                                          weakly(&self, [](ApprovalPrompts& acknowledged) {
@@ -113,6 +110,42 @@ void ApprovalPrompts::decideApproval(const std::string& id, const std::string& d
                  self.port_.withdraw(id);
                  self.goOnWithApprovals();
                }));
+}
+
+void ApprovalPrompts::sendDecision(const std::string& id, const std::string& decision,
+                                   Decided done) {
+  const auto confirm =
+      decision == "always" ? std::optional<std::string>(alwaysAllowPhrase) : std::nullopt;
+  port_.decide(id, decision, confirm, std::move(done));
+}
+
+void ApprovalPrompts::answer(const std::string& id, const std::string& decision,
+                             const Decided& done) {
+  const auto pending = port_.pending();
+  if (!pending || find(*pending, id) == nullptr) return done(Error{"No request has this id."});
+  const bool isPrompted = presentingApproval_ && promptedApprovalId_ == id;
+  if (isPrompted && !approvalDialog_) return done(Error{"This request is being decided already."});
+  // From now on no prompt about it is wanted; if the decision fails, one may still come.
+  const bool isNew = seenApprovalIds_.insert(id).second;
+  sendDecision(id, decision,
+               weakly(this, [id, isNew, done](ApprovalPrompts& self, const Result<void>& result) {
+                 if (result) {
+                   self.settle(id);
+                 } else if (isNew) {
+                   self.seenApprovalIds_.erase(id);
+                 }
+                 done(result);
+               }));
+}
+
+/// The request has been decided elsewhere: withdraws what is shown about it.
+void ApprovalPrompts::settle(const std::string& id) {
+  port_.withdraw(id);
+  if (approvalDialog_ && promptedApprovalId_ == id) {
+    approvalDialog_.reset();
+    goOnWithApprovals();
+  }
+  port_.refresh();
 }
 
 /// The request has been dealt with: asks about the next one, if there is one.

@@ -30,7 +30,8 @@ namespace zephyl {
 ///                 shown, and once the user has closed it: Idle.
 ///
 /// While Prompting or Confirming, the dialog is closed when its request is no longer pending: Idle.
-/// After each decided request, the pending ones are checked again.
+/// After each decided request, the pending ones are checked again. A decision that the user makes
+/// elsewhere (`answer`) does not depend on these states, and ends the prompt about its request.
 ///
 /// An id counts as seen while its request is pending. Afterwards its notification is withdrawn.
 ///
@@ -53,7 +54,7 @@ class ApprovalPrompts : public std::enable_shared_from_this<ApprovalPrompts> {
                        const std::optional<std::string>& confirm, Decided done)>
         decide;
     std::function<void(const EscapeGrant&, Decided done)> revoke;
-    /// Polls the agent, because a permanent exception has been revoked.
+    /// Polls the agent, because what it reports about requests or exceptions has changed.
     std::function<void()> refresh;
     /// Returns what is pending now, or nullopt if that is not known.
     std::function<std::optional<std::vector<PendingApproval>>()> pending;
@@ -67,6 +68,11 @@ class ApprovalPrompts : public std::enable_shared_from_this<ApprovalPrompts> {
   void reviewPendingApprovals();
   /// The same for a request whose notification the user has chosen.
   void reviewNotified(const std::string& id);
+  /// Decides a request for the user, who has read it elsewhere: "approve", "always" or "deny".
+  /// Calls `done` when the agent has answered; an error is its caller's to show. The prompt about
+  /// the request, if it is open, stays until the agent has accepted the decision. Fails if no
+  /// request with this id is pending, or if its prompt's own decision is on its way.
+  void answer(const std::string& id, const std::string& decision, const Decided& done);
   /// Revokes a permanent exception. Does not ask, because it can be granted again.
   void revokeEscapeGrant(const EscapeGrant& grant);
 
@@ -81,6 +87,8 @@ class ApprovalPrompts : public std::enable_shared_from_this<ApprovalPrompts> {
   void askAboutApproval(const Alert& alert, Answered answered);
   void decideApproval(const std::string& id, const std::string& decision);
   void goOnWithApprovals();
+  void settle(const std::string& id);
+  void sendDecision(const std::string& id, const std::string& decision, Decided done);
   void reviewApproval(const PendingApproval& approval);
   [[nodiscard]] bool showCurrentApproval();
   void showError(const std::string& description, Task acknowledged = {});

@@ -265,5 +265,58 @@ TEST_F(ApprovalPromptsTest, AnAnswerThatComesAfterTheyAreGoneDoesNothing) {
   EXPECT_EQ(notifications_.size(), 1U);
 }
 
+TEST_F(ApprovalPromptsTest, ADecisionMadeElsewhereClosesThePromptOnceTheAgentHasAcceptedIt) {
+  pend({"a", "b"});
+  std::vector<Result<void>> outcomes;
+  prompts_->answer("a", "approve", [&](const auto& outcome) { outcomes.push_back(outcome); });
+  EXPECT_EQ(decisions_, Strings{"a=approve"});
+  EXPECT_EQ(prompts(), Strings{"a"});
+  answer();
+  EXPECT_EQ(prompts(), Strings{"b"});
+  ASSERT_EQ(notifications_.size(), 1U);
+  EXPECT_EQ(notifications_[0].identifier, "b");
+  EXPECT_EQ(refreshes_, 1);
+  ASSERT_EQ(outcomes.size(), 1U);
+  EXPECT_TRUE(outcomes[0]);
+}
+
+TEST_F(ApprovalPromptsTest, ADecisionMadeElsewhereLeavesThePromptAboutAnotherRequest) {
+  pend({"a", "b"});
+  prompts_->answer("b", "always", [](const auto&) {});
+  EXPECT_EQ(decisions_, Strings{"b=always ALWAYS ALLOW"});
+  answer();
+  EXPECT_EQ(prompts(), Strings{"a"});
+  dialogs_.press("Deny");
+  answer();
+  EXPECT_EQ(prompts(), Strings{});  // although "b" is still listed
+}
+
+TEST_F(ApprovalPromptsTest, AFailureOfADecisionMadeElsewhereIsItsCallersAlone) {
+  pend({"a", "b"});
+  Result<void> outcome;
+  prompts_->answer("b", "deny", [&](const auto& result) { outcome = result; });
+  answer(Error{"too late"});
+  EXPECT_EQ(outcome.error().message, "too late");
+  EXPECT_EQ(prompts(), Strings{"a"});
+  dialogs_.press("Deny");
+  answer();
+  EXPECT_EQ(prompts(), Strings{"b"});
+}
+
+TEST_F(ApprovalPromptsTest, OnlyARequestThatWaitsCanBeDecidedElsewhere) {
+  std::vector<std::string> reasons;
+  const auto keep = [&](const Result<void>& outcome) {
+    reasons.push_back(outcome.error().message);
+  };
+  prompts_->answer("a", "deny", keep);
+  pend({"a"});
+  prompts_->answer("b", "deny", keep);
+  dialogs_.press("Allow once");
+  prompts_->answer("a", "deny", keep);  // the prompt's own answer is on its way
+  EXPECT_EQ(reasons, (Strings{"No request has this id.", "No request has this id.",
+                              "This request is being decided already."}));
+  EXPECT_EQ(decisions_, Strings{"a=approve"});
+}
+
 }  // namespace
 }  // namespace zephyl
