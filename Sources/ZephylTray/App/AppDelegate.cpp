@@ -33,8 +33,9 @@ Components makeComponents(const Runtime& runtime, Desktop& desktop, Dialogs& dia
 }  // namespace
 
 AppDelegate::AppDelegate(const Runtime& runtime, Desktop& desktop, Dialogs& dialogs,
-                         UpdaterFactory updates)
+                         UpdaterFactory updates, CommandSetup commands)
     : components_(makeComponents(runtime, desktop, dialogs, std::move(updates))),
+      commandSetup_(std::move(commands)),
       monitor_(std::make_shared<AgentMonitor>(runtime.mainLoop, runtime.clock,
                                               components_.agentAccess.monitorPort())),
       logs_(std::make_shared<LogWindows>(ports::logWindows(components_))),
@@ -63,6 +64,7 @@ void AppDelegate::applicationDidFinishLaunching() {
 }
 
 void AppDelegate::applicationWillTerminate() {
+  if (commands_) commands_->stop();
   monitor_->stopActivityStream();
   components_.agent->stop();
   components_.tailnet->stopAll();
@@ -174,10 +176,24 @@ bool AppDelegate::startControlServer() {
   port.serverActions = servers_;
   port.folderSharing = folders_;
   ControlAPI::install(control_, components_.runtime.mainLoop, port);
-  if (control_.start(Config::onboardingPort())) return true;
+  if (control_.start(Config::onboardingPort())) {
+    startCommandServer(std::make_shared<const ControlAPI>(port));
+    return true;
+  }
   exitStatus_ = EXIT_FAILURE;
   quit();
   return false;
+}
+
+void AppDelegate::startCommandServer(const std::shared_ptr<const ControlAPI>& controlAPI) {
+  if (commandSetup_.baseDirectory.empty()) return;
+  auto port = ports::commands(
+      components_, control_, commandSetup_,
+      {.monitor = monitor_, .windows = windows_, .approvals = approvals_, .servers = servers_});
+  port.diagnostics = [controlAPI] { return controlAPI->diagnostics(); };
+  port.quit = weakly(this, [](AppDelegate& self) { self.quit(); });
+  commands_ = std::make_shared<CommandServer>(components_.runtime, std::move(port));
+  commands_->start(commandSetup_.baseDirectory);
 }
 
 void AppDelegate::perform(const TrayAction& action) {

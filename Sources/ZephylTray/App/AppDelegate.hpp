@@ -7,13 +7,17 @@
 #include "ZephylTray/Actions/ServerActions.hpp"
 #include "ZephylTray/Actions/WindowLauncher.hpp"
 #include "ZephylTray/Agent/AgentMonitor.hpp"
+#include "ZephylTray/App/CommandSetup.hpp"
 #include "ZephylTray/App/Components.hpp"
 #include "ZephylTray/App/ReplacementNotice.hpp"
 #include "ZephylTray/Approvals/ApprovalPrompts.hpp"
+#include "ZephylTray/Commands/Server/CommandServer.hpp"
 #include "ZephylTray/Control/ControlServer.hpp"
 #include "ZephylTray/Menu/StatusItemController.hpp"
 
 namespace zephyl {
+
+class ControlAPI;
 
 /// The tray controller: constructs the components and the parts that hold the tray's state,
 /// connects them, starts them in a fixed order, and stops them in a fixed order. It holds no logic
@@ -24,9 +28,10 @@ namespace zephyl {
 class AppDelegate : public std::enable_shared_from_this<AppDelegate> {
  public:
   /// What `runtime` refers to, `desktop` and `dialogs` outlive it. `updates` makes the framework
-  /// that updates this program; if it is null, the program is not updated.
+  /// that updates this program; if it is null, the program is not updated. `commands` says how the
+  /// commands of other programs are served.
   AppDelegate(const Runtime& runtime, Desktop& desktop, Dialogs& dialogs,
-              UpdaterFactory updates = nullptr);
+              UpdaterFactory updates = nullptr, CommandSetup commands = {});
 
   /// Starts everything, in order. Returns at once; what takes time goes on in tasks.
   void applicationDidFinishLaunching();
@@ -51,16 +56,19 @@ class AppDelegate : public std::enable_shared_from_this<AppDelegate> {
   void tailnetsChanged();
   void launchAgentUnlessOneAnswers();
   bool startControlServer();
+  void startCommandServer(const std::shared_ptr<const ControlAPI>& controlAPI);
   void perform(const TrayAction& action);
 
   const Components components_;
+  const CommandSetup commandSetup_;
   const std::shared_ptr<AgentMonitor> monitor_;
   const std::shared_ptr<LogWindows> logs_;
   const std::shared_ptr<WindowLauncher> windows_;
   const std::shared_ptr<ApprovalPrompts> approvals_;
   const std::shared_ptr<ServerActions> servers_;
   const std::shared_ptr<FolderSharing> folders_;
-  std::shared_ptr<StatusItemController> statusItem_;  // created at launch
+  std::shared_ptr<StatusItemController> statusItem_;  // created at launch, as is the next
+  std::shared_ptr<CommandServer> commands_;
   ReplacementNotice replacement_;
   int exitStatus_ = 0;
   // Last, so that it goes first: its thread asks all of the above.

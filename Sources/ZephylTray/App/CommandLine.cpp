@@ -6,6 +6,8 @@
 #include <boost/program_options/parsers.hpp>
 #include <boost/program_options/variables_map.hpp>
 
+#include "ZephylTray/Commands/Client/CommandArguments.hpp"
+
 namespace zephyl {
 
 namespace options = boost::program_options;
@@ -17,7 +19,7 @@ options::options_description description() {
   auto add = all.add_options();
   add("desktop", "show a status item in the desktop's panel (the default)");
   add("terminal", "show the menu in this terminal");
-  add("headless", "show nothing; tell the state on standard error");
+  add("headless", "show nothing; write the state to standard error");
   add("version", "print the version and exit");
   add("help", "print this help and exit");
   return all;
@@ -25,10 +27,13 @@ options::options_description description() {
 
 std::string help() {
   std::ostringstream text;
-  text << "Usage: zephyl-tray [--desktop | --terminal | --headless]\n\n"
+  text << "Usage: zephyl-tray [--desktop | --terminal | --headless]\n"
+          "       zephyl-tray COMMAND [ARGUMENT...]\n\n"
           "Keeps this workstation connected to its Zephyl servers: starts and watches the agent\n"
-          "that shares project folders, and shows what it does.\n\n"
-       << description();
+          "that shares project folders, and shows what it does. A command asks the tray that "
+          "runs.\n\n"
+       << description() << "\n"
+       << CommandArguments::summary() << "\n'zephyl-tray COMMAND --help' describes one.\n";
   return text.str();
 }
 

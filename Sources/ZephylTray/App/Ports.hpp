@@ -6,9 +6,11 @@
 #include "ZephylTray/Actions/LogWindows.hpp"
 #include "ZephylTray/Actions/ServerActions.hpp"
 #include "ZephylTray/Actions/WindowLauncher.hpp"
+#include "ZephylTray/App/CommandSetup.hpp"
 #include "ZephylTray/App/Components.hpp"
 #include "ZephylTray/App/ReplacementNotice.hpp"
 #include "ZephylTray/Approvals/ApprovalPrompts.hpp"
+#include "ZephylTray/Commands/Server/CommandServer.hpp"
 #include "ZephylTray/Control/ControlAPI.hpp"
 #include "ZephylTray/Control/ControlServer.hpp"
 #include "ZephylTray/Menu/StatusItemController.hpp"
@@ -33,5 +35,16 @@ StatusItemController::Port statusItem(const Components& components,
 ControlAPI::Port controlAPI(const Components& components,
                             const std::shared_ptr<AgentMonitor>& monitor,
                             const std::shared_ptr<WindowLauncher>& windows);
+
+/// The parts that commands ask and act through.
+struct CommandOwners {
+  std::shared_ptr<AgentMonitor> monitor;
+  std::shared_ptr<WindowLauncher> windows;
+  std::shared_ptr<ApprovalPrompts> approvals;
+  std::shared_ptr<ServerActions> servers;
+};
+/// Without `diagnostics` and `quit`, which the caller sets.
+CommandServer::Port commands(const Components& components, ControlServer& control,
+                             const CommandSetup& setup, const CommandOwners& owners);
 
 }  // namespace zephyl::ports

@@ -7,6 +7,8 @@
 #include <iostream>
 #include <optional>
 #include <random>
+#include <span>
+#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -35,6 +37,9 @@
 #include "ZephylTray/App/CommandLine.hpp"
 #include "ZephylTray/App/DesktopChoice.hpp"
 #include "ZephylTray/App/SingleOwnerLock.hpp"
+#include "ZephylTray/Commands/Client/CommandClient.hpp"
+#include "ZephylTray/Commands/Doctor/Doctor.hpp"
+#include "ZephylTray/Commands/Doctor/SessionChecks.hpp"
 #include "ZephylTray/Config/Config.hpp"
 #include "ZephylTray/Registry/Servers.hpp"
 
@@ -112,6 +117,23 @@ Ending runUntilEnd(AppDelegate& delegate, const Runtime& runtime, const Requests
   return {.status = status};
 }
 
+CommandSetup commandSetup(CommandLine::Mode mode) {
+  CommandSetup setup{.baseDirectory = Servers::baseDir()};
+  switch (mode) {
+    case CommandLine::Mode::desktop:
+      setup.mode = "desktop";
+      setup.findTrayHost = &findTrayHost;
+      break;
+    case CommandLine::Mode::terminal:
+      setup.mode = "terminal";
+      break;
+    case CommandLine::Mode::headless:
+      setup.mode = "headless";
+      break;
+  }
+  return setup;
+}
+
 /// Runs the tray until it is asked to end.
 Ending runTray(Guardian& guardian, const CommandLine& commandLine,
                std::vector<std::string> arguments, const ServiceManager& manager) {
@@ -146,7 +168,8 @@ Ending runTray(Guardian& guardian, const CommandLine& commandLine,
   }
   const auto delegate = std::make_shared<AppDelegate>(
       runtime, *chosen.desktop, *chosen.dialogs,
-      ProcessUpdater::factory(runtime, *chosen.dialogs, std::move(updates)));
+      ProcessUpdater::factory(runtime, *chosen.dialogs, std::move(updates)),
+      commandSetup(commandLine.mode));
   return runUntilEnd(*delegate, runtime, requests, signals, manager);
 }
 
@@ -215,13 +238,34 @@ int becomeInstalledProgram(const Ending& ending, char** arguments, const Service
   return EXIT_FAILURE;
 }
 
+int refuse(const Error& error) {
+  std::cerr << "zephyl-tray: " << error.message << "\nTry 'zephyl-tray --help'.\n";
+  return commandStatus::wrongUse;
+}
+
+/// Runs `zephyl-tray VERB`, which starts no tray. A reader of its output that goes away ends it.
+int runVerb(std::span<const char* const> arguments) {
+  std::signal(SIGPIPE, SIG_DFL);
+  Bundle::setMain(Bundle(Bundle::runningExecutable()));
+  const auto command = CommandArguments::parse(arguments);
+  if (!command) return refuse(command.error());
+  if (!command->help.empty()) {
+    std::cout << command->help;
+    return EXIT_SUCCESS;
+  }
+  return command->verb == CommandVerb::doctor ? runDoctor(command->json) : runCommand(*command);
+}
+
 }  // namespace
 }  // namespace zephyl
 
 int main(int argc, char** argv) {
   using namespace zephyl;
+  if (argc < 1) return commandStatus::wrongUse;
   establishProcessState();
   coreDumps::disable();
+  const std::span<const char* const> arguments(argv + 1, static_cast<std::size_t>(argc - 1));
+  if (CommandArguments::nameVerb(arguments)) return runVerb(arguments);
   EndSignals::block(endSignals(/*inTerminal=*/false));
   Bundle::setMain(Bundle(Bundle::runningExecutable()));
   // Whoever started this program lets its first window come to the front; nobody else's.
@@ -229,10 +273,7 @@ int main(int argc, char** argv) {
   const ServiceManager manager = ServiceManager::fromEnvironment();
   removePrivateEnvironmentVariables();
   const auto commandLine = CommandLine::parse(argc, argv);
-  if (!commandLine) {
-    std::cerr << "zephyl-tray: " << commandLine.error().message << "\nTry 'zephyl-tray --help'.\n";
-    return 2;
-  }
+  if (!commandLine) return refuse(commandLine.error());
   if (!commandLine->answer.empty()) {
     std::cout << commandLine->answer;
     return EXIT_SUCCESS;

@@ -1,0 +1,10 @@
+#pragma once
+
+#include "ZephylTray/Commands/Doctor/Finding.hpp"
+
+namespace zephyl {
+
+/// The installation, and the programs that the tray runs.
+Findings checkPrograms(bool hasDisplay);
+
+}  // namespace zephyl
