@@ -42,8 +42,8 @@ def test_a_request_is_listed_in_full_and_decided(headless_agent, commands):
     listed(commands, other)
     assert commands.run("answer", other, "deny").returncode == 0
     assert headless_agent.state(other) == "denied"
-    again = commands.run("answer", other, "deny")
-    assert (again.returncode, again.stderr) == (1, "zephyl-tray: No request has this id.\n")
+    again = commands.run("answer", other, "deny")  # refused by the tray or, just before, by the agent
+    assert again.returncode == 1 and "request" in again.stderr
 
 
 def test_a_permanent_exception_needs_the_phrase_on_a_terminal(headless_agent, commands):
@@ -76,6 +76,6 @@ def test_the_prompt_closes_when_its_request_is_decided_by_a_command(
 
 
 def test_status_tells_whether_a_panel_shows_the_icon(world, tray, commands):  # noqa: F811
-    assert commands.attention() == ["noTrayHost"]
+    eventually(lambda: commands.attention() == ["noTrayHost"])
     answer = commands.run("status")
     assert answer.returncode == 1 and "AppIndicator" in answer.stdout

@@ -45,7 +45,8 @@ class TrayFixture : public ::testing::Test {
   }
 
   void launch() {
-    delegate_ = std::make_shared<AppDelegate>(runtime_.runtime(), desktop_, dialogs_);
+    delegate_ = std::make_shared<AppDelegate>(runtime_.runtime(), desktop_, dialogs_, nullptr,
+                                              commandSetup_);
     delegate_->applicationDidFinishLaunching();
   }
   /// Launches the tray beside an agent that answers, and waits until the tray knows.
@@ -124,6 +125,7 @@ class TrayFixture : public ::testing::Test {
   TestRuntime runtime_;
   FakeDesktop desktop_;
   FakeDialogs dialogs_;
+  CommandSetup commandSetup_;  // serves no commands until a test says otherwise
   std::shared_ptr<AppDelegate> delegate_;
   std::string status_;  // of the last answer of the control API
 
