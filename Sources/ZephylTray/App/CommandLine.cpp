@@ -1,74 +1,71 @@
 #include "ZephylTray/App/CommandLine.hpp"
 
-#include <sstream>
+#include <algorithm>
+#include <array>
+#include <span>
+#include <string_view>
 
-#include <boost/program_options/options_description.hpp>
-#include <boost/program_options/parsers.hpp>
-#include <boost/program_options/variables_map.hpp>
-
+#include "System/Data/Format.hpp"
+#include "System/Data/Text.hpp"
 #include "ZephylTray/Commands/Client/CommandArguments.hpp"
 
 namespace zephyl {
 
-namespace options = boost::program_options;
-
 namespace {
 
-options::options_description description() {
-  options::options_description all("Options");
-  auto add = all.add_options();
-  add("desktop", "show a status item in the desktop's panel (the default)");
-  add("terminal", "show the menu in this terminal");
-  add("headless", "show nothing; write the state to standard error");
-  add("version", "print the version and exit");
-  add("help", "print this help and exit");
-  return all;
-}
+using Mode = CommandLine::Mode;
+
+struct Option {
+  std::string_view name;
+  std::string_view description;
+};
+
+/// The first three are the modes, in their order.
+constexpr std::array<Option, 5> options{{
+    {"--desktop", "show a status item in the desktop's panel (the default)"},
+    {"--terminal", "show the menu in this terminal"},
+    {"--headless", "show nothing; write the state to standard error"},
+    {"--version", "print the version and exit"},
+    {"--help", "print this help and exit"},
+}};
 
 std::string help() {
-  std::ostringstream text;
-  text << "Usage: zephyl-tray [--desktop | --terminal | --headless]\n"
-          "       zephyl-tray COMMAND [ARGUMENT...]\n\n"
-          "Keeps this workstation connected to its Zephyl servers: starts and watches the agent\n"
-          "that shares project folders, and shows what it does. A command asks the tray that "
-          "runs.\n\n"
-       << description() << "\n"
-       << CommandArguments::summary() << "\n'zephyl-tray COMMAND --help' describes one.\n";
-  return text.str();
-}
-
-options::variables_map parsed(int argc, const char* const* argv) {
-  using style = options::command_line_style::style_t;
-  options::variables_map values;
-  const options::options_description all = description();
-  options::store(options::command_line_parser(argc, argv)
-                     .options(all)
-                     .positional({})
-                     .style(style::unix_style & ~style::allow_guessing)
-                     .run(),
-                 values);
-  return values;
+  std::string text =
+      "Usage: zephyl-tray [--desktop | --terminal | --headless]\n"
+      "       zephyl-tray COMMAND [ARGUMENT...]\n\n"
+      "Keeps this workstation connected to its Zephyl servers: starts and watches the agent\n"
+      "that shares project folders, and shows what it does. A command asks the tray that runs.\n\n"
+      "Options:\n";
+  for (const auto& option : options) {
+    text += formatText("  {:<21} {}\n", option.name, option.description);
+  }
+  return text + "\n" + CommandArguments::summary() +
+         "\nzephyl-tray COMMAND --help describes one.\n";
 }
 
 }  // namespace
 
 Result<CommandLine> CommandLine::parse(int argc, const char* const* argv) {
-  try {
-    const auto values = parsed(argc, argv);
-    if (values.contains("help")) return CommandLine{.answer = help()};
-    if (values.contains("version"))
-      return CommandLine{.answer = "zephyl-tray " ZEPHYL_VERSION "\n"};
-    const bool terminal = values.contains("terminal");
-    const bool headless = values.contains("headless");
-    if (values.count("desktop") + values.count("terminal") + values.count("headless") > 1) {
-      return Error{"--desktop, --terminal and --headless exclude each other"};
+  CommandLine commandLine;
+  bool hasMode = false;
+  for (const std::string_view argument :
+       std::span(argv, static_cast<std::size_t>(argc)).subspan(1)) {
+    const auto* const option = std::ranges::find(options, argument, &Option::name);
+    if (option == options.end()) return Error{"unknown argument '", visible(argument), "'"};
+    if (argument == "--help") {
+      commandLine.answer = help();
+    } else if (argument == "--version") {
+      if (commandLine.answer.empty()) commandLine.answer = "zephyl-tray " ZEPHYL_VERSION "\n";
+    } else {
+      const auto mode = static_cast<Mode>(option - options.begin());
+      if (hasMode && mode != commandLine.mode) {
+        return Error{"--desktop, --terminal and --headless exclude each other"};
+      }
+      commandLine.mode = mode;
+      hasMode = true;
     }
-    return CommandLine{.mode = terminal   ? Mode::terminal
-                               : headless ? Mode::headless
-                                          : Mode::desktop};
-  } catch (const options::error& error) {
-    return Error{error.what()};
   }
+  return commandLine;
 }
 
 }  // namespace zephyl
