@@ -37,8 +37,7 @@
 #include "ZephylTray/App/CommandLine.hpp"
 #include "ZephylTray/App/DesktopChoice.hpp"
 #include "ZephylTray/App/SingleOwnerLock.hpp"
-#include "ZephylTray/Commands/Client/CommandClient.hpp"
-#include "ZephylTray/Commands/Doctor/Doctor.hpp"
+#include "ZephylTray/Commands/Client/CommandArguments.hpp"
 #include "ZephylTray/Commands/Doctor/SessionChecks.hpp"
 #include "ZephylTray/Config/Config.hpp"
 #include "ZephylTray/Registry/Servers.hpp"
@@ -238,22 +237,29 @@ int becomeInstalledProgram(const Ending& ending, char** arguments, const Service
   return EXIT_FAILURE;
 }
 
+constexpr int wrongUse = 2;
+
 int refuse(const Error& error) {
   std::cerr << "zephyl-tray: " << error.message << "\nTry 'zephyl-tray --help'.\n";
-  return commandStatus::wrongUse;
+  return wrongUse;
 }
 
-/// Runs `zephyl-tray VERB`, which starts no tray. A reader of its output that goes away ends it.
-int runVerb(std::span<const char* const> arguments) {
-  std::signal(SIGPIPE, SIG_DFL);
-  Bundle::setMain(Bundle(Bundle::runningExecutable()));
-  const auto command = CommandArguments::parse(arguments);
-  if (!command) return refuse(command.error());
-  if (!command->help.empty()) {
-    std::cout << command->help;
-    return EXIT_SUCCESS;
+/// Executes the program that carries out `zephyl-tray VERB`: beside the tray's executable, or in
+/// <prefix>/libexec/zephyl-tray. Tells it where the tray is in place of its own name. Returns only
+/// if that fails.
+int becomeCommandProgram(std::span<char*> arguments) {
+  constexpr auto name = "zephyl-tray-command";
+  std::string tray = Bundle::runningExecutable().value_or("");
+  const auto directory = parentDirectory(tray);
+  auto program = joinPath(directory, name);
+  if (!isExecutableFile(program)) {
+    program = joinPath(parentDirectory(directory), std::string("libexec/zephyl-tray/") + name);
   }
-  return command->verb == CommandVerb::doctor ? runDoctor(command->json) : runCommand(*command);
+  arguments.front() = tray.data();
+  ::execv(program.c_str(), arguments.data());
+  std::cerr << "zephyl-tray: " << systemError(program, errno).message
+            << "\nInstall zephyl-tray again.\n";
+  return EXIT_FAILURE;
 }
 
 }  // namespace
@@ -261,11 +267,11 @@ int runVerb(std::span<const char* const> arguments) {
 
 int main(int argc, char** argv) {
   using namespace zephyl;
-  if (argc < 1) return commandStatus::wrongUse;
+  if (argc < 1) return wrongUse;
+  const std::span arguments(argv, static_cast<std::size_t>(argc));
+  if (CommandArguments::nameVerb(arguments.subspan(1))) return becomeCommandProgram(arguments);
   establishProcessState();
   coreDumps::disable();
-  const std::span<const char* const> arguments(argv + 1, static_cast<std::size_t>(argc - 1));
-  if (CommandArguments::nameVerb(arguments)) return runVerb(arguments);
   EndSignals::block(endSignals(/*inTerminal=*/false));
   Bundle::setMain(Bundle(Bundle::runningExecutable()));
   // Whoever started this program lets its first window come to the front; nobody else's.

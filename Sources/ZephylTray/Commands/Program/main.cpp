@@ -1,0 +1,44 @@
+#include <csignal>
+#include <span>
+
+#include "System/Files/Bundle.hpp"
+#include "System/Processes/CoreDumps.hpp"
+#include "System/Processes/ProcessState.hpp"
+#include "ZephylTray/Commands/Client/CommandClient.hpp"
+#include "ZephylTray/Commands/Client/CommandTerminal.hpp"
+#include "ZephylTray/Commands/Doctor/Doctor.hpp"
+
+namespace zephyl {
+namespace {
+
+int run(std::span<const char* const> arguments) {
+  const auto command = CommandArguments::parse(arguments);
+  if (!command) {
+    commandTerminal::complain(command.error().message + "\nTry 'zephyl-tray --help'.");
+    return commandStatus::wrongUse;
+  }
+  if (!command->help.empty()) {
+    commandTerminal::print(command->help);
+    return commandStatus::success;
+  }
+  return command->verb == CommandVerb::doctor ? runDoctor(command->json) : runCommand(*command);
+}
+
+}  // namespace
+}  // namespace zephyl
+
+/// Carries out `zephyl-tray VERB`, which executes this program in its place. The first argument is
+/// the path of the tray's executable, which tells where the installation is; the verb follows.
+int main(int argc, char** argv) {
+  using namespace zephyl;
+  establishProcessState();
+  coreDumps::disable();
+  std::signal(SIGPIPE, SIG_DFL);  // a reader of the output that goes away ends this program
+  const std::span<const char* const> arguments(argv, static_cast<std::size_t>(argc));
+  if (!CommandArguments::nameVerb(arguments.subspan(arguments.empty() ? 0 : 1))) {
+    commandTerminal::complain("this program carries out commands; run `zephyl-tray --help`");
+    return commandStatus::wrongUse;
+  }
+  Bundle::setMain(Bundle(arguments.front()));
+  return run(arguments.subspan(1));
+}
