@@ -1,6 +1,7 @@
 #include "ZephylTray/Commands/Protocol/CommandSocket.hpp"
 
 #include <filesystem>
+#include <optional>
 
 #include <gtest/gtest.h>
 
@@ -99,9 +100,9 @@ TEST_F(CommandSocketTest, IsRemovedInTheEndUnlessAnotherHasItsPlace) {
   EXPECT_FALSE(std::filesystem::exists(path));
   EXPECT_EQ(CommandSocket::connect(path).error().value(), ENOENT);
   {
-    auto first = CommandSocket::listen(base_);
+    std::optional<CommandSocket> first(*CommandSocket::listen(base_));
     const auto second = CommandSocket::listen(base_);
-    first = CommandSocket::listen(directory_.path());
+    first.reset();
     EXPECT_TRUE(std::filesystem::exists(path));
     EXPECT_TRUE(CommandSocket::connect(path));
   }

@@ -27,7 +27,7 @@ class CommandSocket {
   static Result<CommandSocket> listen(const std::string& baseDirectory);
 
   CommandSocket(CommandSocket&&) = default;
-  CommandSocket& operator=(CommandSocket&&) = default;
+  CommandSocket& operator=(CommandSocket&&) = delete;
   /// Removes the socket's file, unless another socket has taken its place.
   ~CommandSocket();
 

@@ -38,14 +38,15 @@ class CommandListener::Server : public std::enable_shared_from_this<Server> {
  public:
   Server(Reactor& reactor, CommandSocket socket, Options options, Handlers handlers)
       : reactor_(reactor),
-        socket_(std::move(socket)),
+        path_(socket.path()),
         options_(options),
-        handlers_(std::move(handlers)) {}
+        handlers_(std::move(handlers)),
+        socket_(std::move(socket)) {}
 
   void start();
-  /// Closes everything, on the calling thread's behalf.
+  /// Closes everything and removes the socket.
   void stop();
-  [[nodiscard]] const std::string& path() const { return socket_.path(); }
+  [[nodiscard]] const std::string& path() const { return path_; }
   /// From any thread.
   void deliver(std::uint64_t id, std::string line, bool last);
 
@@ -89,11 +90,12 @@ class CommandListener::Server : public std::enable_shared_from_this<Server> {
   void close(std::uint64_t id);
 
   Reactor& reactor_;
-  const CommandSocket socket_;
+  const std::string path_;
   const Options options_;
   const Handlers handlers_;
   // On the reactor's thread:
-  std::optional<Descriptor> acceptor_;  // until the end
+  std::optional<CommandSocket> socket_;  // until the end, as is the next
+  std::optional<Descriptor> acceptor_;
   std::optional<asio::steady_timer> acceptTimer_;
   std::uint64_t lastId_ = 0;
   Connections connections_;  // the oldest first
@@ -102,7 +104,7 @@ class CommandListener::Server : public std::enable_shared_from_this<Server> {
 
 void CommandListener::Server::start() {
   reactor_.run([this] {
-    acceptor_.emplace(reactor_.context(), ::dup(socket_.descriptor()));
+    acceptor_.emplace(reactor_.context(), ::dup(socket_->descriptor()));
     acceptTimer_.emplace(reactor_.context());
     accept();
   });
@@ -112,6 +114,7 @@ void CommandListener::Server::stop() {
   reactor_.run([this] {
     acceptor_.reset();
     acceptTimer_.reset();
+    socket_.reset();
     connections_.clear();
   });
 }
@@ -142,7 +145,7 @@ void CommandListener::Server::onConnection(std::uint64_t id,
 
 void CommandListener::Server::accept() {
   const int socket =
-      ::accept4(socket_.descriptor(), nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC);
+      ::accept4(socket_->descriptor(), nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC);
   const int error = socket < 0 ? errno : 0;
   if (socket >= 0) add(FileDescriptor(socket));
   acceptLater(error);
