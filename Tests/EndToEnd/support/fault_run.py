@@ -245,6 +245,10 @@ class FaultRun:
                 row = self.random.choice(["Restart Tailnet", "Connect", "Agent Logs…"])
                 found = [each for each, properties, _ in rows(self.item.layout())
                          if properties.get("label") == row]
+                if row == "Connect":  # enables a server, of which nothing is acknowledged here
+                    for server in self.servers:
+                        if (server, "enabled") in self.acknowledged:
+                            self.acknowledged[server, "enabled"].add(True)
                 if found:
                     self.item.event(self.random.choice(found), "clicked")
             elif action == "about to show":
