@@ -5,6 +5,7 @@
 
 #include "Common/Program.hpp"
 #include "Desktop/Command/Commands.hpp"
+#include "Desktop/View/WindowProgram.hpp"
 #include "Desktop/Window/WindowService.hpp"
 
 namespace zephyl::sandbox::desktop {
@@ -12,21 +13,27 @@ namespace {
 
 constexpr auto programName = "zephyl-desktop";
 
-int runWindow(TrayAccess access) {
+/// Stands for the window where there is no screen: takes commands.
+int runWithoutScreen(TrayAccess access) {
   // A client or a reader of the log that has gone away is an error of that write alone.
   std::signal(SIGPIPE, SIG_IGN);
   WindowService service(std::move(access));
-  const auto started = service.start();
+  const auto started = service.start(WindowService::Polling::everySecond);
   if (!started) return reportFailure(programName, started.error().message);
   service.run();
   return 0;
 }
 
-int run(const char* program, std::span<const char* const> words) try {
+int run(std::span<char*> words) try {
   auto access = takeTrayAccess();
-  if (!words.empty()) return runCommand(program, words);
+  const char* const program = words.empty() ? programName : words.front();
+  const auto rest = words.subspan(words.empty() ? 0 : 1);
+  if (!rest.empty()) return runCommand(program, rest);
   if (!access) return reportFailure(programName, access.error().message);
-  return *access ? runWindow(**std::move(access)) : runCommand(program, words);
+  if (canShowWindow()) {
+    return runWindow(static_cast<int>(words.size()), words.data(), *std::move(access));
+  }
+  return *access ? runWithoutScreen(**std::move(access)) : runCommand(program, {});
 } catch (const std::exception& error) {
   return reportFailure(programName, error.what());
 }
@@ -35,6 +42,5 @@ int run(const char* program, std::span<const char* const> words) try {
 }  // namespace zephyl::sandbox::desktop
 
 int main(int argc, char** argv) {
-  return zephyl::sandbox::desktop::run(argc > 0 ? argv[0] : "zephyl-desktop",
-                                       std::span(argv, argc).subspan(argc > 0 ? 1 : 0));
+  return zephyl::sandbox::desktop::run(std::span(argv, argc));
 }

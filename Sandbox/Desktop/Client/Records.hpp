@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <optional>
 #include <string>
 #include <vector>
@@ -25,6 +26,8 @@ BOOST_DESCRIBE_STRUCT(TrayStatus, (), (available, enrolled, running, url, relay,
 struct ServerEntry {
   std::string id;
   std::string name;
+  /// The user's own name for the server; may be empty.
+  std::optional<std::string> label;
   std::string accent;
   bool enabled = false;
   bool usesTailnet = false;
@@ -39,7 +42,7 @@ struct ServerEntry {
   std::optional<std::string> addressUnresolved;
 };
 BOOST_DESCRIBE_STRUCT(ServerEntry, (),
-                      (id, name, accent, enabled, usesTailnet, running, enrolled, webUrl,
+                      (id, name, label, accent, enabled, usesTailnet, running, enrolled, webUrl,
                        boundAddress, relay, enrolError, tailnetStalled, agentError,
                        addressUnresolved))
 
@@ -60,5 +63,36 @@ struct FolderList {
   std::vector<FolderEntry> roots;
 };
 BOOST_DESCRIBE_STRUCT(FolderList, (), (roots))
+
+struct AgentEntry {
+  bool reachable = false;
+  bool running = false;
+  std::optional<std::string> state;
+};
+BOOST_DESCRIBE_STRUCT(AgentEntry, (), (reachable, running, state))
+
+/// How far the index of one shared folder is.
+struct IndexEntry {
+  bool ready = false;
+  bool embedding = false;
+  std::int64_t filesEmbedded = 0;
+  std::int64_t lexicalFiles = 0;
+};
+BOOST_DESCRIBE_STRUCT(IndexEntry, (), (ready, embedding, filesEmbedded, lexicalFiles))
+
+struct ModelEntry {
+  std::string phase;
+  std::int64_t downloadedBytes = 0;
+  std::int64_t totalBytes = 0;  ///< 0 while the size is not known
+};
+BOOST_DESCRIBE_STRUCT(ModelEntry, (), (phase, downloadedBytes, totalBytes))
+
+/// What a window shows of GET /diagnostics.
+struct Diagnostics {
+  AgentEntry agent;
+  std::vector<IndexEntry> indexing;
+  ModelEntry model;
+};
+BOOST_DESCRIBE_STRUCT(Diagnostics, (), (agent, indexing, model))
 
 }  // namespace zephyl::sandbox::desktop

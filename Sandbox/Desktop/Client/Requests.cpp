@@ -69,8 +69,8 @@ Request shareFolder(const std::string& id) {
   return {.method = "POST", .path = formatText("/servers/{}/roots", id)};
 }
 
-Request unshareFolder(const std::string& id, const std::string& root) {
-  return changeOf(id, "roots/scope", {{"root", root}, {"shared", false}});
+Request setFolderShared(const std::string& id, const std::string& root, bool shared) {
+  return changeOf(id, "roots/scope", {{"root", root}, {"shared", shared}});
 }
 
 Request restartAgent() {

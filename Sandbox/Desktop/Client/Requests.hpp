@@ -35,7 +35,7 @@ inline constexpr auto statusPath = "/status";
 Request getStatus();       ///< TrayStatus
 Request getServers();      ///< ServerList
 Request getFolders();      ///< FolderList
-Request getDiagnostics();  ///< any JSON
+Request getDiagnostics();  ///< Diagnostics, and more
 
 /// Joins a server. How it goes shows in its entry of GET /servers.
 Request joinServer(const std::string& inviteKey);
@@ -47,7 +47,8 @@ Request setEnabled(const std::string& id, bool enabled);
 Request removeServer(const std::string& id);
 /// Has the tray ask the user for a folder. Answered when the user has chosen or cancelled.
 Request shareFolder(const std::string& id);
-Request unshareFolder(const std::string& id, const std::string& root);
+/// Shares a folder that the agent shares already with this server as well, or no longer.
+Request setFolderShared(const std::string& id, const std::string& root, bool shared);
 Request restartAgent();
 
 }  // namespace zephyl::sandbox::desktop

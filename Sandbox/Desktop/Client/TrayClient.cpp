@@ -17,6 +17,7 @@ namespace http = beast::http;
 namespace {
 
 constexpr std::chrono::seconds sendTimeout(10);
+constexpr std::chrono::seconds readingTimeout(10);
 constexpr std::uint64_t maxBodyBytes = 33'554'432;
 
 Error noAnswer(const beast::error_code& error) {
@@ -54,6 +55,7 @@ asio::awaitable<beast::error_code> send(beast::tcp_stream& stream, const Request
 asio::awaitable<Result<Answer>> TrayClient::ask(Request request) {
   beast::tcp_stream stream(co_await asio::this_coro::executor);
   if (const auto error = co_await send(stream, request, access_)) co_return noAnswer(error);
+  if (request.method == "GET") stream.expires_after(readingTimeout);
   beast::flat_buffer buffer;
   http::response_parser<http::string_body> parser;
   parser.body_limit(maxBodyBytes);

@@ -17,8 +17,8 @@ class TrayClient {
  public:
   TrayClient(TrayAccess access, Routes& routes) : access_(std::move(access)), routes_(routes) {}
 
-  /// Returns the answer, whatever its status, or why there is none. There is no limit to an
-  /// answer's time, because sharing a folder waits for the user.
+  /// Returns the answer, whatever its status, or why there is none. A GET is given up after 10 s;
+  /// there is no limit to the time of a change, because sharing a folder waits for the user.
   boost::asio::awaitable<Result<Answer>> ask(Request request);
 
  private:

@@ -153,7 +153,7 @@ Result<void> unshare(const Session& session) {
   if (!list) return list.error();
   const auto folder = chooseFolder(list->roots, session.operand(1));
   return changeServer(
-      session, [&](const auto& id) { return unshareFolder(id, folder); },
+      session, [&](const auto& id) { return setFolderShared(id, folder, false); },
       "No longer shared with this server.");
 }
 

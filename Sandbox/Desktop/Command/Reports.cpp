@@ -6,6 +6,7 @@
 #include <string_view>
 #include <utility>
 
+#include "Desktop/Client/ServerState.hpp"
 #include "System/Data/Format.hpp"
 #include "System/Data/Text.hpp"
 
@@ -75,20 +76,10 @@ std::string shortId(const std::string& id, const std::vector<ServerEntry>& serve
   return id;
 }
 
-std::string stateOf(const ServerEntry& server) {
-  if (!server.enabled) return "disabled";
-  if (server.enrolled) return "connected";
-  if (server.running) return "network up";
-  return server.usesTailnet ? "network down" : "not connected";
-}
-
 std::string troubleOf(const ServerEntry& server) {
   std::string trouble;
-  for (const auto& reason : {server.enrolError, server.tailnetStalled, server.agentError}) {
-    trouble = joined(trouble, "; ", reason.value_or(""));
-  }
-  if (!server.addressUnresolved) return trouble;
-  return joined(trouble, "; ", "cannot resolve " + *server.addressUnresolved);
+  for (const auto& problem : problemsOf(server)) trouble = joined(trouble, "; ", problem.reason);
+  return trouble;
 }
 
 std::string nameOf(const std::string& id, const std::vector<ServerEntry>& servers) {
@@ -170,8 +161,9 @@ std::string serversReport(const std::vector<ServerEntry>& servers) {
   std::vector<Row> rows{{"ID", "NAME", "COLOUR", "STATE", "ADDRESS", "RELAY", "TROUBLE"}};
   for (const auto& server : servers) {
     const auto address = server.webUrl ? server.webUrl : server.boundAddress;
-    rows.push_back({shortId(server.id, servers), server.name, server.accent, stateOf(server),
-                    address.value_or(""), server.relay.value_or(""), troubleOf(server)});
+    rows.push_back({shortId(server.id, servers), server.name, server.accent,
+                    std::string(wordsFor(stateOf(server))), address.value_or(""),
+                    server.relay.value_or(""), troubleOf(server)});
   }
   return tableText(std::move(rows));
 }

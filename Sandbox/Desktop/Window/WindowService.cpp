@@ -35,7 +35,7 @@ void WindowService::end(std::string_view reason) {
   io_.stop();
 }
 
-Result<std::string> WindowService::start() {
+Result<std::string> WindowService::start(Polling polling) {
   const auto path = socketPath();
   if (!path) return path.error();
   // The socket is in the tray's base directory, which may not exist yet.
@@ -47,7 +47,7 @@ Result<std::string> WindowService::start() {
                 [this](LocalProtocol::socket socket) {
                   return serveCommand(std::move(socket), tray_, routes_);
                 });
-  asio::co_spawn(io_, poll(), asio::detached);
+  if (polling == Polling::everySecond) asio::co_spawn(io_, poll(), asio::detached);
   log("zephyl-desktop: taking commands at {}", *path);
   return *path;
 }

@@ -14,22 +14,28 @@
 
 namespace zephyl::sandbox::desktop {
 
-/// What a window that the tray started does besides being shown: it asks the tray for its state
-/// once a second, stores the screens that the tray wants to see, and serves commands on its socket.
+/// What a window that the tray started does besides being shown: it stores the screens that the
+/// tray wants to see, and serves commands on its socket. Without a window on top it also asks the
+/// tray for its state once a second, and ends when the process that started it has ended.
 ///
-/// Has an event loop of its own, which `run` runs; everything else is for the thread that runs it.
+/// Has an event loop of its own, which `run` runs; everything else is for the thread that runs it,
+/// except where a comment says otherwise.
 class WindowService {
  public:
+  enum class Polling { everySecond, never };
+
   explicit WindowService(TrayAccess access);
   WindowService(const WindowService&) = delete;
   WindowService& operator=(const WindowService&) = delete;
 
   /// Returns the path of the socket that now accepts commands.
-  Result<std::string> start();
+  Result<std::string> start(Polling polling);
 
   /// Returns when a signal asks for the end, when the tray is gone, or when the loop was stopped;
   /// the first two are logged.
   void run() { io_.run(); }
+  /// Makes `run` return. Callable from any thread.
+  void stop() { io_.stop(); }
 
   boost::asio::io_context& io() { return io_; }
   TrayClient& tray() { return tray_; }

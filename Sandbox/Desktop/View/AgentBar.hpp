@@ -1,0 +1,41 @@
+#pragma once
+
+#include <QHBoxLayout>
+#include <QLabel>
+#include <QProgressBar>
+#include <QPushButton>
+#include <QTimer>
+#include <QWidget>
+#include <string>
+
+#include "Desktop/Model/WindowModel.hpp"
+#include "Desktop/View/Parts.hpp"
+
+namespace zephyl::sandbox::desktop {
+
+/// The state of the agent, and what to do about it.
+class AgentBar final : public QWidget {
+ public:
+  /// The model outlives the bar.
+  explicit AgentBar(WindowModel& model);
+
+  void showAgent();
+
+ private:
+  void showLine(const AgentLine& line);
+  void restart();
+  void copyDiagnostics();
+  /// Shows a message for a while instead of the state.
+  void announce(const std::string& message);
+
+  WindowModel& model_;
+  QHBoxLayout layout_{this};
+  QLabel dot_;
+  TextLabel text_;
+  QProgressBar progress_;
+  QPushButton restart_{QStringLiteral("Restart &agent")};
+  QPushButton copy_{QStringLiteral("Copy &diagnostics")};
+  QTimer announcement_;
+};
+
+}  // namespace zephyl::sandbox::desktop

@@ -1,0 +1,169 @@
+#include "Desktop/View/WindowProgram.hpp"
+
+#include <QApplication>
+#include <QIcon>
+#include <QTimer>
+#include <chrono>
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <memory>
+#include <utility>
+
+#include <unistd.h>
+
+#include "Common/Log.hpp"
+#include "Common/TakenVariable.hpp"
+#include "Desktop/View/MainWindow.hpp"
+#include "Desktop/View/Screen.hpp"
+#include "Desktop/View/TrayLink.hpp"
+#include "Desktop/View/WindowBus.hpp"
+#include "Helpers/Dialogs/Program/Appearance.hpp"
+#include "System/Files/Environment.hpp"
+
+namespace zephyl::sandbox::desktop {
+namespace {
+
+constexpr std::chrono::seconds pollInterval(1);
+
+/// The toolkit would abort without a screen, which leaves a core dump for nothing.
+void printMessage(QtMsgType type, const QMessageLogContext&, const QString& message) {
+  if (type != QtDebugMsg) std::fprintf(stderr, "%s\n", message.toUtf8().constData());
+  if (type == QtFatalMsg) ::_exit(EXIT_FAILURE);
+}
+
+/// The toolkit prefers X11 on some desktops that have both.
+void preferWayland() {
+  if (qEnvironmentVariableIsSet("WAYLAND_DISPLAY") && !qEnvironmentVariableIsSet("QT_QPA_PLATFORM"))
+    qputenv("QT_QPA_PLATFORM", "wayland;xcb");
+}
+
+/// The parts of the running program, connected: the model asks the tray through the link and is
+/// shown by the window; the bus brings the window to the front.
+class WindowProgram {
+ public:
+  explicit WindowProgram(std::optional<TrayAccess> access);
+
+  /// Shows the window, or has the one that is there already come to the front.
+  void start();
+
+ private:
+  void begin();
+  void pollWhile(bool visible);
+  void windowClosed();
+  void modelChanged();
+  void activate(const std::string& token);
+  void reconnect();
+
+  std::unique_ptr<TrayLink> link_;
+  WindowModel model_;
+  MainWindow window_;
+  WindowBus bus_;
+  QTimer polls_;
+  const std::string startToken_ = environmentVariable("XDG_ACTIVATION_TOKEN").value_or("");
+  bool begun_ = false;
+  bool reconnecting_ = false;
+};
+
+std::unique_ptr<TrayLink> linkTo(std::optional<TrayAccess> access, TrayLink::Events events) {
+  if (!access) return nullptr;
+  return std::make_unique<TrayLink>(*std::move(access), std::move(events));
+}
+
+WindowProgram::WindowProgram(std::optional<TrayAccess> access)
+    : link_(linkTo(std::move(access),
+                   {.route = [this](const std::string& route) { model_.open(route); },
+                    .ended = [] { QCoreApplication::quit(); }})),
+      model_({.ask =
+                  [this](const Request& request, auto answered) {
+                    if (link_) link_->ask(request, std::move(answered));
+                  },
+              .changed = [this] { modelChanged(); }}),
+      window_(model_, {.visibilityChanged = [this](bool visible) { pollWhile(visible); },
+                       .closed = [this] { windowClosed(); },
+                       .reconnect = [this] { reconnect(); }}),
+      bus_([this](const std::string& token) { activate(token); }) {
+  polls_.setInterval(pollInterval);
+  QObject::connect(&polls_, &QTimer::timeout, &polls_, [this] { model_.refresh(); });
+  if (!link_) model_.setAbsent();
+}
+
+void WindowProgram::start() {
+  bus_.requestName([this](WindowBus::Name name) {
+    if (name != WindowBus::Name::takenByAnother) return begin();
+    bus_.activateOther(startToken_, [] { QCoreApplication::quit(); });
+  });
+}
+
+void WindowProgram::begin() {
+  begun_ = true;
+  if (environmentVariable("ZEPHYL_ONBOARD") == "1") model_.open("join");
+  if (link_) {
+    if (const auto started = link_->start(); !started) {
+      log("zephyl-desktop: no commands are taken: {}", started.error().message);
+    }
+  }
+  window_.present({});
+}
+
+void WindowProgram::pollWhile(bool visible) {
+  if (!visible) return polls_.stop();
+  polls_.start();
+  model_.refresh();
+}
+
+/// A window that nothing can bring back is not kept.
+void WindowProgram::windowClosed() {
+  const bool isUseful = model_.link() == WindowModel::Link::answers;
+  if (!isUseful || !bus_.ownsName()) QCoreApplication::quit();
+}
+
+void WindowProgram::modelChanged() {
+  window_.refresh();
+  const bool isReplaced = model_.link() == WindowModel::Link::replaced;
+  if (isReplaced && model_.wasConnected() && !window_.hasTypedText()) reconnect();
+}
+
+void WindowProgram::activate(const std::string& token) {
+  if (!begun_) return;
+  window_.present(token);
+  model_.refresh();
+}
+
+/// Another run of the tray accepts only a window that it has started itself.
+void WindowProgram::reconnect() {
+  if (std::exchange(reconnecting_, true)) return;
+  bus_.findTray([this](bool found) {
+    if (!found) {
+      reconnecting_ = false;
+      return;
+    }
+    link_.reset();  // frees the socket for the new window
+    model_.setAbsent();
+    bus_.askTrayForWindow([](bool asked) {
+      if (asked) QCoreApplication::quit();
+    });
+  });
+}
+
+}  // namespace
+
+bool canShowWindow() {
+  return isScreenReachable();
+}
+
+int runWindow(int argumentCount, char** arguments, std::optional<TrayAccess> access) {
+  std::signal(SIGPIPE, SIG_IGN);
+  qInstallMessageHandler(printMessage);
+  preferWayland();
+  const QApplication application(argumentCount, arguments);
+  QApplication::setQuitOnLastWindowClosed(false);
+  QGuiApplication::setDesktopFileName(QStringLiteral("com.zephyl.desktop"));
+  followColorScheme();
+  QApplication::setWindowIcon(QIcon::fromTheme(QStringLiteral("com.zephyl.tray")));
+  WindowProgram program(std::move(access));
+  program.start();
+  return QApplication::exec();
+}
+
+}  // namespace zephyl::sandbox::desktop
