@@ -8,70 +8,17 @@ import signal
 import socket
 import stat
 import subprocess
-import threading
 import time
 
 import pytest
 
 from support.control_api import stop
+from support.scripted_tray import TOKEN, ScriptedTray
 from support.tray import SANDBOX, Tray, World, command_name, descendants, eventually, free_port, is_alive
 
 PROGRAM = SANDBOX / "zephyl-desktop"
 IDLE = "#!/bin/sh\nexec sleep 1000\n"
-TOKEN = "0123456789abcdef0123456789abcdef"
 FINGERPRINT = "0123456789abcdef0123456789abcdef"
-
-
-class ScriptedTray:
-    """The control API as far as the window sees it: answers with what it was given, and keeps what
-    it was asked. GET /status hands out what stands in `requests`, one at a time."""
-
-    def __init__(self):
-        self.asked = []  # (method, path, headers, body)
-        self.requests = []
-        self.answers = {"GET /servers": (200, {"servers": []}), "GET /roots": (200, {"roots": []})}
-        self.listener = socket.create_server(("127.0.0.1", 0))
-        self.port = self.listener.getsockname()[1]
-        self.thread = threading.Thread(target=self._serve)
-        self.thread.start()
-
-    def _serve(self):
-        with contextlib.suppress(OSError):
-            while True:
-                connection, _ = self.listener.accept()
-                with contextlib.suppress(OSError), connection:
-                    self._answer(connection)
-
-    def _answer(self, connection):
-        head, body = b"", b""
-        with connection.makefile("rb") as stream:
-            while (line := stream.readline()) not in (b"\r\n", b""):
-                head += line
-            if not head:
-                return  # a window that ended before it asked
-            first, *lines = head.decode().splitlines()
-            headers = dict(line.split(": ", 1) for line in lines)
-            body = stream.read(int(headers.get("Content-Length", 0)))
-        method, path, _ = first.split()
-        self.asked.append((method, path, headers, body.decode()))
-        status, answer = self.answers.get(f"{method} {path}", (200, {"ok": True}))
-        if path == "/status":
-            answer = {"available": True, "enrolled": False, "running": False}
-            if self.requests:
-                answer["request"] = self.requests.pop(0)
-        text = json.dumps(answer).encode()
-        connection.sendall(f"HTTP/1.1 {status} X\r\nContent-Length: {len(text)}\r\nConnection: close\r\n\r\n".encode()
-                           + text)
-
-    def last(self):
-        """The newest change that was asked for."""
-        method, path, headers, body = next(entry for entry in reversed(self.asked) if entry[0] != "GET")
-        return f"{method} {path}", json.loads(body) if body else None
-
-    def close(self):
-        self.listener.shutdown(socket.SHUT_RDWR)
-        self.thread.join()
-        self.listener.close()
 
 
 class Desktop:

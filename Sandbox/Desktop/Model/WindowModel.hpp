@@ -56,8 +56,9 @@ class WindowModel {
   [[nodiscard]] Link link() const { return link_; }
   /// Whether the tray has answered a poll at any time.
   [[nodiscard]] bool wasConnected() const { return wasConnected_; }
-  /// Whether servers can be joined: the programs of the private network are installed.
-  [[nodiscard]] bool canJoin() const { return state_.status.available; }
+  /// Whether servers can be joined: the programs of the private network are installed, as far as is
+  /// known.
+  [[nodiscard]] bool canJoin() const { return !wasConnected_ || state_.status.available; }
   [[nodiscard]] const std::vector<ServerEntry>& servers() const { return state_.servers.servers; }
   /// nullopt while the agent does not answer.
   [[nodiscard]] const std::optional<std::vector<FolderEntry>>& folders() const {

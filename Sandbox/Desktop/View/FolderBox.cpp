@@ -14,6 +14,15 @@ bool isSharedWith(const FolderEntry& folder, const std::string& serverId) {
   return std::ranges::find(*folder.servers, serverId) != folder.servers->end();
 }
 
+/// What the Tab key leaves for a widget.
+QWidget* focusBefore(const QWidget& widget) {
+  auto* before = widget.previousInFocusChain();
+  while (before != &widget && (before->focusPolicy() & Qt::TabFocus) == 0) {
+    before = before->previousInFocusChain();
+  }
+  return before;
+}
+
 std::string noteFor(const std::optional<std::vector<FolderEntry>>& folders) {
   if (!folders) return "The folders are shown when the agent runs.";
   return folders->empty() ? "No folder is shared from this computer." : "";
@@ -60,18 +69,19 @@ bool FolderBox::hasRowsOf(const std::vector<FolderEntry>& folders) const {
 
 void FolderBox::makeRows(const std::vector<FolderEntry>& folders) {
   rows_.clear();
-  QWidget* previous = nullptr;
+  QWidget* previous = focusBefore(share_);
   for (const auto& folder : folders) {
     auto box = std::make_unique<QCheckBox>(buttonText(folder.root));
+    outline(*box);
     box->setAccessibleName(plainText(folder.root));
     connect(box.get(), &QCheckBox::clicked, this,
             [this, root = folder.root](bool checked) { onShared(root, checked); });
     listLayout_.addWidget(box.get());
-    if (previous != nullptr) setTabOrder(previous, box.get());
+    setTabOrder(previous, box.get());
     previous = box.get();
     rows_.push_back({folder.root, std::move(box)});
   }
-  if (previous != nullptr) setTabOrder(previous, &share_);
+  setTabOrder(previous, &share_);
 }
 
 }  // namespace zephyl::sandbox::desktop

@@ -56,7 +56,7 @@ void JoinPage::join() {
 
 std::string JoinPage::errorText() const {
   if (!model_.joining().error().empty()) return model_.joining().error();
-  if (model_.link() != WindowModel::Link::answers || model_.canJoin()) return {};
+  if (model_.canJoin()) return {};
   return "Servers cannot be joined, because the programs of the private network, tailscaled and "
          "zephyl-tailnet, are not installed.";
 }

@@ -86,7 +86,7 @@ void MainWindow::addShortcuts() {
     shortcut.release();  // belongs to the window
   };
   bind(QKeySequence::Close, [this] { close(); });
-  bind(QKeySequence::Quit, [] { QCoreApplication::quit(); });
+  bind(QKeySequence::Quit, [] { QCoreApplication::exit(); });
 }
 
 void MainWindow::refresh() {

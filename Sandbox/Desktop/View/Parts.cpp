@@ -29,6 +29,12 @@ QPixmap dotOf(const QColor& color, int size, qreal scale) {
   return pixmap;
 }
 
+void outline(QCheckBox& box) {
+  auto palette = box.palette();
+  palette.setColor(QPalette::Base, palette.color(QPalette::Button).lighter(115));
+  box.setPalette(palette);
+}
+
 TextLabel::TextLabel() {
   setTextFormat(Qt::PlainText);
   setWordWrap(true);

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <QCheckBox>
 #include <QColor>
 #include <QLabel>
 #include <QLineEdit>
@@ -21,6 +22,9 @@ inline const QColor idle(0x8c, 0x8c, 0x8c);
 /// A disc with a diameter of `size` pixels that do not depend on the device.
 QPixmap dotOf(const QColor& color, int size, qreal scale);
 
+/// Makes the square of a box that is not checked visible on a dark background, too.
+void outline(QCheckBox& box);
+
 /// A text from outside: plain, wrapped, at most 2000 bytes long. Can be selected with the mouse and
 /// the keyboard.
 class TextLabel final : public QLabel {
@@ -31,6 +35,10 @@ class TextLabel final : public QLabel {
   void showText(const std::string& text);
   void setAlarming();
   void setSecondary();
+
+  /// One line; a longer text takes what it needs at the width that it is given.
+  [[nodiscard]] QSize sizeHint() const override { return minimumSizeHint(); }
+  [[nodiscard]] QSize minimumSizeHint() const override { return {0, fontMetrics().height()}; }
 
  private:
   void setColor(const QColor& color);

@@ -36,6 +36,7 @@ void ServerPage::addProperties() {
   color_.onChosen = [this](const std::string& color) {
     model_.setAccent(server_.id, color, reportFailure());
   };
+  outline(enabled_);
   connect(&enabled_, &QCheckBox::clicked, this,
           [this](bool enabled) { model_.setEnabled(server_.id, enabled, reportFailure()); });
   form_.addRow(QStringLiteral("&Name"), &name_);

@@ -127,6 +127,8 @@ ServerSidebar::ServerSidebar() {
 
 void ServerSidebar::showServers(const WindowModel& model) {
   const QSignalBlocker blocker(this);
+  // A list that gets the keyboard chooses its first row, so there must be none yet.
+  if (model.page() == WindowModel::Page::none) return clear();
   const auto& servers = model.servers();
   if (!hasRowsOf(servers)) makeRows(servers);
   const bool isCurrent = model.link() == WindowModel::Link::answers;
@@ -155,7 +157,7 @@ void ServerSidebar::makeRows(const std::vector<ServerEntry>& servers) {
 
 void ServerSidebar::selectRow(const WindowModel& model) {
   const auto* const selected = model.selected();
-  int row = model.page() == WindowModel::Page::join ? count() - 1 : -1;
+  int row = count() - 1;
   for (int i = 0; selected != nullptr && i < count(); ++i) {
     if (idOf(*item(i)) == selected->id) row = i;
   }

@@ -72,6 +72,12 @@ bool WindowBus::handleMessage(const QDBusMessage& message, const QDBusConnection
 }
 
 void WindowBus::call(const QDBusMessage& message, std::function<void(const QDBusMessage&)> done) {
+  if (!bus_.isConnected()) {
+    // The watcher of such a call would not report anything.
+    QMetaObject::invokeMethod(
+        this, [done = std::move(done)] { done({}); }, Qt::QueuedConnection);
+    return;
+  }
   const auto pending = bus_.asyncCall(message, callTimeoutMilliseconds);
   auto watcher = std::make_unique<QDBusPendingCallWatcher>(pending);
   connect(watcher.get(), &QDBusPendingCallWatcher::finished, this,

@@ -73,7 +73,7 @@ std::unique_ptr<TrayLink> linkTo(std::optional<TrayAccess> access, TrayLink::Eve
 WindowProgram::WindowProgram(std::optional<TrayAccess> access)
     : link_(linkTo(std::move(access),
                    {.route = [this](const std::string& route) { model_.open(route); },
-                    .ended = [] { QCoreApplication::quit(); }})),
+                    .ended = [] { QCoreApplication::exit(); }})),
       model_({.ask =
                   [this](const Request& request, auto answered) {
                     if (link_) link_->ask(request, std::move(answered));
@@ -91,7 +91,7 @@ WindowProgram::WindowProgram(std::optional<TrayAccess> access)
 void WindowProgram::start() {
   bus_.requestName([this](WindowBus::Name name) {
     if (name != WindowBus::Name::takenByAnother) return begin();
-    bus_.activateOther(startToken_, [] { QCoreApplication::quit(); });
+    bus_.activateOther(startToken_, [] { QCoreApplication::exit(); });
   });
 }
 
@@ -115,7 +115,7 @@ void WindowProgram::pollWhile(bool visible) {
 /// A window that nothing can bring back is not kept.
 void WindowProgram::windowClosed() {
   const bool isUseful = model_.link() == WindowModel::Link::answers;
-  if (!isUseful || !bus_.ownsName()) QCoreApplication::quit();
+  if (!isUseful || !bus_.ownsName()) QCoreApplication::exit();
 }
 
 void WindowProgram::modelChanged() {
@@ -141,7 +141,7 @@ void WindowProgram::reconnect() {
     link_.reset();  // frees the socket for the new window
     model_.setAbsent();
     bus_.askTrayForWindow([](bool asked) {
-      if (asked) QCoreApplication::quit();
+      if (asked) QCoreApplication::exit();
     });
   });
 }

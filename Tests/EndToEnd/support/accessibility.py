@@ -7,7 +7,8 @@ from support.tray import eventually
 
 INTERFACE = "org.a11y.atspi."
 ROOT = ("org.a11y.atspi.Registry", "/org/a11y/atspi/accessible/root")
-STATES = {"enabled": 8, "focused": 12, "focusable": 11, "visible": 30, "showing": 25, "default": 39}
+STATES = {"checked": 4, "enabled": 8, "focused": 12, "focusable": 11, "visible": 30, "selected": 23, "showing": 25,
+          "default": 39}
 
 
 class Accessible:

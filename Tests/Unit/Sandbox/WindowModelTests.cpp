@@ -35,7 +35,7 @@ class WindowModelTest : public testing::Test {
     pending_.pop_front();
     const auto found = answers_.find(request.method + " " + request.path);
     answered(found == answers_.end() ? Result<Answer>(Answer{200, R"({"ok": true})"})
-                                    : found->second);
+                                     : found->second);
   }
 
   void answerAll() {
@@ -273,6 +273,14 @@ TEST_F(WindowModelTest, ShowsAJoinedServerOnceItIsConnected) {
   EXPECT_EQ(model_.page(), Page::server);
   EXPECT_EQ(model_.selected()->id, "c");
   EXPECT_FALSE(model_.joining().isUnderWay());
+}
+
+TEST_F(WindowModelTest, TakesAKeyUnlessItKnowsThatTheProgramsAreMissing) {
+  EXPECT_TRUE(model_.canJoin());
+  answers_.at("GET /status") =
+      Answer{200, R"({"available": false, "enrolled": false, "running": false})"};
+  poll();
+  EXPECT_FALSE(model_.canJoin());
 }
 
 TEST_F(WindowModelTest, StaysOnThePageWhenAKeyIsRefused) {
