@@ -26,8 +26,6 @@ BOOST_DESCRIBE_STRUCT(TrayStatus, (), (available, enrolled, running, url, relay,
 struct ServerEntry {
   std::string id;
   std::string name;
-  /// The user's own name for the server; may be empty.
-  std::optional<std::string> label;
   std::string accent;
   bool enabled = false;
   bool usesTailnet = false;
@@ -42,7 +40,7 @@ struct ServerEntry {
   std::optional<std::string> addressUnresolved;
 };
 BOOST_DESCRIBE_STRUCT(ServerEntry, (),
-                      (id, name, label, accent, enabled, usesTailnet, running, enrolled, webUrl,
+                      (id, name, accent, enabled, usesTailnet, running, enrolled, webUrl,
                        boundAddress, relay, enrolError, tailnetStalled, agentError,
                        addressUnresolved))
 

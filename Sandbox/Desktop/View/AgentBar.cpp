@@ -7,8 +7,8 @@
 namespace zephyl::sandbox::desktop {
 namespace {
 
-constexpr int margin = 10;
-constexpr int dotSize = 10;
+constexpr int barMargin = 10;
+constexpr int moodDotSize = 10;
 constexpr int progressWidth = 160;
 constexpr int progressSteps = 1000;
 constexpr std::chrono::seconds announcementTime(3);
@@ -28,7 +28,7 @@ QColor colorOf(AgentLine::Mood mood) {
 }  // namespace
 
 AgentBar::AgentBar(WindowModel& model) : model_(model) {
-  layout_.setContentsMargins(margin, margin, margin, margin);
+  layout_.setContentsMargins(barMargin, barMargin, barMargin, barMargin);
   progress_.setAccessibleName(QStringLiteral("Indexing"));
   progress_.setRange(0, progressSteps);
   progress_.setTextVisible(false);
@@ -50,7 +50,7 @@ void AgentBar::showAgent() {
 }
 
 void AgentBar::showLine(const AgentLine& line) {
-  dot_.setPixmap(dotOf(colorOf(line.mood), dotSize, devicePixelRatio()));
+  dot_.setPixmap(dotOf(colorOf(line.mood), moodDotSize, devicePixelRatio()));
   if (!announcement_.isActive()) text_.showText(line.text);
   progress_.setVisible(line.progress.has_value());
   progress_.setValue(static_cast<int>(line.progress.value_or(0) * progressSteps));

@@ -3,16 +3,16 @@
 namespace zephyl::sandbox::desktop {
 namespace {
 
-constexpr int margin = 32;
-constexpr int spacing = 12;
+constexpr int joinMargin = 32;
+constexpr int joinSpacing = 12;
 constexpr double titleScale = 1.5;
 constexpr int maxKeyCharacters = 4096;
 
 }  // namespace
 
 JoinPage::JoinPage(WindowModel& model) : model_(model) {
-  layout_.setContentsMargins(margin, margin, margin, margin);
-  layout_.setSpacing(spacing);
+  layout_.setContentsMargins(joinMargin, joinMargin, joinMargin, joinMargin);
+  layout_.setSpacing(joinSpacing);
   auto font = title_.font();
   font.setPointSizeF(font.pointSizeF() * titleScale);
   font.setBold(true);

@@ -9,8 +9,8 @@
 namespace zephyl::sandbox::desktop {
 namespace {
 
-constexpr int margin = 16;
-constexpr int spacing = 12;
+constexpr int pageMargin = 16;
+constexpr int pageSpacing = 12;
 
 QUrl webAddressOf(const ServerEntry& server) {
   const QUrl url(QString::fromStdString(server.webUrl.value_or("")), QUrl::StrictMode);
@@ -20,8 +20,8 @@ QUrl webAddressOf(const ServerEntry& server) {
 }  // namespace
 
 ServerPage::ServerPage(WindowModel& model) : model_(model) {
-  layout_.setContentsMargins(margin, margin, margin, margin);
-  layout_.setSpacing(spacing);
+  layout_.setContentsMargins(pageMargin, pageMargin, pageMargin, pageMargin);
+  layout_.setSpacing(pageSpacing);
   addProperties();
   addButtons();
   failure_.setAlarming();

@@ -11,11 +11,11 @@
 namespace zephyl::sandbox::desktop {
 namespace {
 
-enum Role { id = Qt::UserRole, state, stateColor, accent };
+enum Role { idRole = Qt::UserRole, stateRole, stateColorRole, accentRole };
 
-constexpr int padding = 8;
+constexpr int rowPadding = 8;
 constexpr int stripeWidth = 4;
-constexpr int dotSize = 9;
+constexpr int stateDotSize = 9;
 constexpr int sidebarWidth = 220;
 
 QColor colorOf(ServerState state) {
@@ -47,31 +47,50 @@ void fill(QListWidgetItem& item, const ServerEntry& server, bool isCurrent) {
   const auto words = isCurrent ? capitalized(wordsFor(stateOf(server))) : QStringLiteral("Unknown");
   setIfChanged(item, Qt::DisplayRole, name);
   setIfChanged(item, Qt::AccessibleTextRole, name + ", " + words);
-  setIfChanged(item, state, words);
-  setIfChanged(item, stateColor, isCurrent ? colorOf(stateOf(server)) : stateColors::idle);
-  setIfChanged(item, accent, QColor(QString::fromStdString(server.accent)));
+  setIfChanged(item, stateRole, words);
+  setIfChanged(item, stateColorRole, isCurrent ? colorOf(stateOf(server)) : stateColors::idle);
+  setIfChanged(item, accentRole, QColor(QString::fromStdString(server.accent)));
 }
 
 std::string idOf(const QListWidgetItem& item) {
-  return item.data(id).toString().toStdString();
+  return item.data(idRole).toString().toStdString();
 }
 
-/// The pen's colour surrounds the dot, which would hardly be seen on the colour of a selection.
-void drawState(QPainter& painter, const QRect& line, const QModelIndex& index, bool isSelected) {
-  const QRect dot(line.left(), line.center().y() - dotSize / 2, dotSize, dotSize);
-  const auto pen = painter.pen();
-  painter.setBrush(index.data(stateColor).value<QColor>());
-  painter.setPen(isSelected ? pen : Qt::NoPen);
-  painter.drawEllipse(dot);
-  painter.setPen(pen);
-  const auto text = line.adjusted(dotSize + padding / 2, 0, 0, 0);
-  painter.drawText(text, Qt::AlignVCenter | Qt::AlignLeft, index.data(state).toString());
+bool isSelected(const QStyleOptionViewItem& option) {
+  return option.state.testFlag(QStyle::State_Selected);
+}
+
+QColor textColor(const QStyleOptionViewItem& option) {
+  return option.palette.color(isSelected(option) ? QPalette::HighlightedText : QPalette::Text);
+}
+
+/// Beside the content of a row, in the colour of its server.
+void drawStripe(QPainter& painter, const QRect& content, const QColor& color) {
+  if (!color.isValid()) return;
+  painter.setBrush(color);
+  painter.setPen(Qt::NoPen);
+  const QRect stripe(content.left() - rowPadding - stripeWidth, content.top(), stripeWidth,
+                     content.height());
+  painter.drawRoundedRect(stripe, stripeWidth / 2, stripeWidth / 2);
+}
+
+/// A selected row's dot has an edge, as it would hardly be seen on the colour of a selection.
+void drawState(QPainter& painter, const QRect& line, const QStyleOptionViewItem& option,
+               const QModelIndex& index) {
+  const auto color = isSelected(option) ? textColor(option) : secondaryColor(option.palette);
+  painter.setBrush(index.data(stateColorRole).value<QColor>());
+  painter.setPen(isSelected(option) ? QPen(color) : QPen(Qt::NoPen));
+  painter.drawEllipse(line.left(), line.center().y() - stateDotSize / 2, stateDotSize,
+                      stateDotSize);
+  painter.setPen(color);
+  painter.drawText(line.adjusted(stateDotSize + rowPadding / 2, 0, 0, 0),
+                   Qt::AlignVCenter | Qt::AlignLeft, index.data(stateRole).toString());
 }
 
 }  // namespace
 
 QSize ServerRowPainter::sizeHint(const QStyleOptionViewItem& option, const QModelIndex&) const {
-  return {sidebarWidth / 2, 2 * option.fontMetrics.height() + 2 * padding};
+  return {sidebarWidth / 2, 2 * option.fontMetrics.height() + 2 * rowPadding};
 }
 
 void ServerRowPainter::paint(QPainter* painter, const QStyleOptionViewItem& option,
@@ -83,26 +102,18 @@ void ServerRowPainter::paint(QPainter* painter, const QStyleOptionViewItem& opti
 
   painter->save();
   painter->setRenderHint(QPainter::Antialiasing);
-  const bool isSelected = option.state.testFlag(QStyle::State_Selected);
-  const auto& palette = option.palette;
-  const auto textColor = palette.color(isSelected ? QPalette::HighlightedText : QPalette::Text);
-  const auto content = option.rect.adjusted(stripeWidth + 2 * padding, padding, -padding, -padding);
-  painter->setPen(textColor);
-  const bool isServer = !index.data(id).toString().isEmpty();
-  const int nameHeight = isServer ? content.height() / 2 : content.height();
-  const QRect nameLine(content.left(), content.top(), content.width(), nameHeight);
-  const auto name = index.data(Qt::DisplayRole).toString();
-  painter->drawText(nameLine, Qt::AlignVCenter | Qt::AlignLeft,
-                    option.fontMetrics.elidedText(name, Qt::ElideRight, nameLine.width()));
+  const bool isServer = !index.data(idRole).toString().isEmpty();
+  const auto content =
+      option.rect.adjusted(stripeWidth + 2 * rowPadding, rowPadding, -rowPadding, -rowPadding);
+  auto name = content;
+  if (isServer) name.setHeight(content.height() / 2);
+  const auto text = index.data(Qt::DisplayRole).toString();
+  painter->setPen(textColor(option));
+  painter->drawText(name, Qt::AlignVCenter | Qt::AlignLeft,
+                    option.fontMetrics.elidedText(text, Qt::ElideRight, name.width()));
   if (isServer) {
-    if (const auto color = index.data(accent).value<QColor>(); color.isValid()) {
-      painter->setBrush(color);
-      painter->setPen(Qt::NoPen);
-      painter->drawRoundedRect(
-          QRect(option.rect.left() + padding, content.top(), stripeWidth, content.height()), 2, 2);
-    }
-    painter->setPen(isSelected ? textColor : secondaryColor(palette));
-    drawState(*painter, content.adjusted(0, nameHeight, 0, 0), index, isSelected);
+    drawStripe(*painter, content, index.data(accentRole).value<QColor>());
+    drawState(*painter, content.adjusted(0, name.height(), 0, 0), option, index);
   }
   painter->restore();
 }
@@ -150,7 +161,7 @@ void ServerSidebar::makeRows(const std::vector<ServerEntry>& servers) {
   clear();
   for (const auto& server : servers) {
     addItem(plainText(server.name));
-    item(count() - 1)->setData(id, QString::fromStdString(server.id));
+    item(count() - 1)->setData(idRole, QString::fromStdString(server.id));
   }
   addItem(QStringLiteral("Add server…"));
 }

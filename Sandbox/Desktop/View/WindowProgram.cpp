@@ -13,7 +13,6 @@
 #include <unistd.h>
 
 #include "Common/Log.hpp"
-#include "Common/TakenVariable.hpp"
 #include "Desktop/View/MainWindow.hpp"
 #include "Desktop/View/Screen.hpp"
 #include "Desktop/View/TrayLink.hpp"
