@@ -2,6 +2,7 @@
 and in the window."""
 
 import os
+import pathlib
 import signal
 import subprocess
 import time
@@ -13,7 +14,7 @@ from support.panel import BAR
 from support.panel import Desktop as Panel
 from support.session_bus import Watcher, outline, rows
 from support.tray import command_line, descendants, eventually, is_alive
-from support.window import PROGRAM, WindowView, keep
+from support.window import PROGRAM, WindowView
 
 GOOD = "inv_v2_0123456789abcdef0123456789abcdef_anything"
 EXPIRED = "inv_v2_0123456789abcdef0123456789abcdef_expired"
@@ -223,7 +224,7 @@ def test_rows_of_the_menu_lead_to_screens_of_the_window(desk, screen, joined):
     assert desk.window_pid() == window.pid
 
 
-def test_the_window_is_there_soon_after_the_click(desk, screen, joined):
+def test_the_window_is_there_soon_after_the_click_and_not_a_part_of_the_tray(desk, screen, joined):
     times = []
     for _ in range(5):
         window = desk.window()
@@ -237,6 +238,8 @@ def test_the_window_is_there_soon_after_the_click(desk, screen, joined):
         eventually(window.is_active)
     print("seconds from the click to the window:", sorted(times))
     assert sorted(times)[2] < 0.4, times
+    assert "libQt6" in pathlib.Path(f"/proc/{desk.window_pid()}/maps").read_text()
+    assert "libQt6" not in pathlib.Path(f"/proc/{desk.tray.pid}/maps").read_text()
 
 
 def test_a_killed_tray_takes_its_window_along_and_a_new_one_opens_another(desk, joined):

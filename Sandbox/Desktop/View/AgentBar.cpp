@@ -16,13 +16,13 @@ constexpr std::chrono::seconds announcementTime(3);
 QColor colorOf(AgentLine::Mood mood) {
   switch (mood) {
     case AgentLine::Mood::calm:
-      return stateColors::good;
+      return colors::good;
     case AgentLine::Mood::busy:
-      return stateColors::busy;
+      return colors::busy;
     case AgentLine::Mood::alarming:
       break;
   }
-  return stateColors::bad;
+  return colors::bad;
 }
 
 }  // namespace

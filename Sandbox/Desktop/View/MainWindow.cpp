@@ -83,7 +83,7 @@ void MainWindow::addShortcuts() {
   const auto bind = [this](const QKeySequence& keys, auto action) {
     auto shortcut = std::make_unique<QShortcut>(keys, this);
     connect(shortcut.get(), &QShortcut::activated, this, action);
-    shortcut.release();  // belongs to the window
+    (void)shortcut.release();  // belongs to the window
   };
   bind(QKeySequence::Close, [this] { close(); });
   bind(QKeySequence::Quit, [] { QCoreApplication::exit(); });

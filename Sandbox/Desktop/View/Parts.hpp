@@ -12,12 +12,12 @@
 /// Parts that several widgets of the window are made of.
 namespace zephyl::sandbox::desktop {
 
-namespace stateColors {
+namespace colors {
 inline const QColor good(0x2e, 0xa0, 0x4f);
 inline const QColor busy(0xe8, 0x89, 0x0c);
 inline const QColor bad(0xd6, 0x2f, 0x2f);
 inline const QColor idle(0x8c, 0x8c, 0x8c);
-}  // namespace stateColors
+}  // namespace colors
 
 /// A disc with a diameter of `size` pixels that do not depend on the device.
 QPixmap dotOf(const QColor& color, int size, qreal scale);

@@ -15,22 +15,23 @@ enum Role { idRole = Qt::UserRole, stateRole, stateColorRole, accentRole };
 
 constexpr int rowPadding = 8;
 constexpr int stripeWidth = 4;
+constexpr double stripeRadius = 2;
 constexpr int stateDotSize = 9;
 constexpr int sidebarWidth = 220;
 
 QColor colorOf(ServerState state) {
   switch (state) {
     case ServerState::connected:
-      return stateColors::good;
+      return colors::good;
     case ServerState::networkUp:
-      return stateColors::busy;
+      return colors::busy;
     case ServerState::disabled:
-      return stateColors::idle;
+      return colors::idle;
     case ServerState::networkDown:
     case ServerState::notConnected:
       break;
   }
-  return stateColors::bad;
+  return colors::bad;
 }
 
 QString capitalized(std::string_view text) {
@@ -48,7 +49,7 @@ void fill(QListWidgetItem& item, const ServerEntry& server, bool isCurrent) {
   setIfChanged(item, Qt::DisplayRole, name);
   setIfChanged(item, Qt::AccessibleTextRole, name + ", " + words);
   setIfChanged(item, stateRole, words);
-  setIfChanged(item, stateColorRole, isCurrent ? colorOf(stateOf(server)) : stateColors::idle);
+  setIfChanged(item, stateColorRole, isCurrent ? colorOf(stateOf(server)) : colors::idle);
   setIfChanged(item, accentRole, QColor(QString::fromStdString(server.accent)));
 }
 
@@ -71,7 +72,7 @@ void drawStripe(QPainter& painter, const QRect& content, const QColor& color) {
   painter.setPen(Qt::NoPen);
   const QRect stripe(content.left() - rowPadding - stripeWidth, content.top(), stripeWidth,
                      content.height());
-  painter.drawRoundedRect(stripe, stripeWidth / 2, stripeWidth / 2);
+  painter.drawRoundedRect(stripe, stripeRadius, stripeRadius);
 }
 
 /// A selected row's dot has an edge, as it would hardly be seen on the colour of a selection.
