@@ -22,8 +22,8 @@ Environment:
   ZEPHYL_SANDBOX_DESKTOP_SOCKET   the window's socket, else Zephyl/desktop.sock in $XDG_DATA_HOME
                                   or ~/.local/share
 
-Without a command it is the window itself, or brings the one that is open to the front. Started by the
-tray where there is no display, it only takes commands.
+Without a command it is the window itself, or brings the one that is open to the front. Started by
+the tray where there is no display, it only takes commands.
 )";
 
 std::string usageOf(const Verb& verb) {

@@ -145,6 +145,12 @@ void WindowProgram::reconnect() {
   });
 }
 
+int show(std::optional<TrayAccess> access) {
+  WindowProgram program(std::move(access));
+  program.start();
+  return QApplication::exec();
+}
+
 }  // namespace
 
 bool canShowWindow() {
@@ -160,9 +166,10 @@ int runWindow(int argumentCount, char** arguments, std::optional<TrayAccess> acc
   QGuiApplication::setDesktopFileName(QStringLiteral("com.zephyl.desktop"));
   followColorScheme();
   QApplication::setWindowIcon(QIcon::fromTheme(QStringLiteral("com.zephyl.tray")));
-  WindowProgram program(std::move(access));
-  program.start();
-  return QApplication::exec();
+  const int status = show(std::move(access));
+  // Qt 6.4 can wait for its Wayland thread forever when the application object is destroyed.
+  if (QGuiApplication::platformName().startsWith(QStringLiteral("wayland"))) std::_Exit(status);
+  return status;
 }
 
 }  // namespace zephyl::sandbox::desktop
