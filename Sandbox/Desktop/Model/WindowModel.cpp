@@ -54,19 +54,27 @@ void WindowModel::refresh() {
     poll_->status = *std::move(status);
     pollServers();
   });
+  pollFolders();
+}
+
+void WindowModel::pollFolders() {
+  if (std::exchange(folders_.isPolled, true)) return;
+  port_.ask(getFolders(), [this, changes = changes_](const auto& answer) {
+    folders_.isPolled = false;
+    if (changesUnderWay_ > 0) return;  // polled after them
+    if (changes != changes_) return pollFolders();
+    if (!answer) return;
+    auto list = contentAs<FolderList>(*answer);
+    folders_.known.reset();
+    if (list) folders_.known = std::move(list->roots);
+    port_.changed();
+  });
 }
 
 void WindowModel::pollServers() {
   pollNext<ServerList>(getServers(), [this](Result<ServerList> servers) {
     if (!servers) return failPoll(Link::gone);
     poll_->servers = *std::move(servers);
-    pollFolders();
-  });
-}
-
-void WindowModel::pollFolders() {
-  pollNext<FolderList>(getFolders(), [this](Result<FolderList> folders) {
-    if (folders) poll_->folders = std::move(folders->roots);
     pollDiagnostics();
   });
 }

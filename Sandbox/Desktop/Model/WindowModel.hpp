@@ -17,7 +17,9 @@ namespace zephyl::sandbox::desktop {
 /// `refresh` while the window is visible.
 ///
 /// A poll that was under way while something was changed is repeated, so a widget never falls back
-/// to the value before a change. Lives on one thread, and outlives the requests that it has sent.
+/// to the value before a change. The folders are polled apart from the rest, because the tray asks
+/// the agent for them, which may take a minute. Lives on one thread, and outlives the requests that
+/// it has sent.
 class WindowModel {
  public:
   /// The connection to the tray.
@@ -62,7 +64,7 @@ class WindowModel {
   [[nodiscard]] const std::vector<ServerEntry>& servers() const { return state_.servers.servers; }
   /// nullopt while the agent does not answer.
   [[nodiscard]] const std::optional<std::vector<FolderEntry>>& folders() const {
-    return state_.folders;
+    return folders_.known;
   }
   [[nodiscard]] const AgentLine& agent() const { return agent_; }
   [[nodiscard]] const Joining& joining() const { return joining_; }
@@ -97,8 +99,11 @@ class WindowModel {
   struct Poll {
     TrayStatus status;
     ServerList servers;
-    std::optional<std::vector<FolderEntry>> folders;
     Diagnostics diagnostics;
+  };
+  struct Folders {
+    std::optional<std::vector<FolderEntry>> known;
+    bool isPolled = false;
   };
   struct ServerRoute {
     std::string id;
@@ -109,10 +114,10 @@ class WindowModel {
   template <typename T>
   void pollNext(const Request& request, std::function<void(Result<T>)> next);
   void pollServers();
-  void pollFolders();
   void pollDiagnostics();
   void failPoll(Link link);
   void finishPoll();
+  void pollFolders();
   void change(const Request& request, Done done);
   void focusOn(const ServerRoute& route);
   void resolveRoute();
@@ -122,6 +127,7 @@ class WindowModel {
   bool wasConnected_ = false;
   Poll state_;                // the newest complete one
   std::optional<Poll> poll_;  // under way
+  Folders folders_;
   int changesUnderWay_ = 0;
   unsigned changes_ = 0;  // begun or ended
   AgentLine agent_;

@@ -111,7 +111,7 @@ void WindowProgram::pollWhile(bool visible) {
   model_.refresh();
 }
 
-/// A window that nothing can bring back is not kept.
+/// Keeps the closed window only if it can be shown again, and has something to show then.
 void WindowProgram::windowClosed() {
   const bool isUseful = model_.link() == WindowModel::Link::answers;
   if (!isUseful || !bus_.ownsName()) QCoreApplication::exit();
