@@ -49,6 +49,7 @@ class WindowModelTest : public testing::Test {
 
   std::vector<std::string> paths() const {
     std::vector<std::string> paths;
+    paths.reserve(pending_.size());
     for (const auto& [request, answered] : pending_) paths.push_back(request.path);
     return paths;
   }
