@@ -7,8 +7,10 @@ SETTLING    seconds that the shell needs after it shows status items
 PANEL       where its items are: left, top, width and height on the screen
 BUTTON      the pointer button that opens the menu
 CANNOT      what this desktop does not do, by the name of the step, and why
+NOTIFIER             optional: the program of its notifications, unless the shell shows them
 NOTIFICATION_ACTION  optional: where a notification is chosen, as parts of its width and height
-KEYS, CHOOSE         optional: the keys to the first server's submenu, and to its first row
+ROWS                 optional: where rows are in their menus, as parts of the height, on a desktop
+                     whose menus take no keys
 OPENS_SILENTLY       optional: whether it shows a menu without a call to it
 WAYLAND              optional: whether its windows are hidden from the X screen
 start       starts what belongs to the session but is not restarted

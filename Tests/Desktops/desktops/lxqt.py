@@ -4,6 +4,7 @@ NAME = "LXQt"
 PROGRAM = "lxqt-panel"
 PACKAGES = ["lxqt-panel", "lxqt-notificationd", "openbox"]
 SETTLING = 2
+NOTIFIER = "/usr/bin/lxqt-notificationd"
 PANEL = (640, 760, 640, 40)
 BUTTON = 3  # a left click activates the item, which opens the desktop window
 CANNOT = {"number beside it": "the panel shows no text beside an item"}
@@ -29,7 +30,6 @@ def start(session):
     (config / "lxqt.conf").write_text(f"theme={theme}\nicon_theme=Adwaita\n")
     (config / "panel.conf").write_text(PANEL_SETTINGS)
     session.start("wm", "openbox")
-    session.start("notify", "lxqt-notificationd")
 
 
 def start_shell(session):

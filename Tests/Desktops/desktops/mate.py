@@ -6,7 +6,8 @@ NAME = "MATE"
 PROGRAM = "mate-panel"
 PACKAGES = ["mate-panel", "marco", "mate-settings-daemon", "mate-notification-daemon"]
 SETTLING = 4
-PANEL = (640, 0, 640, 28)
+NOTIFIER = "/usr/lib/mate-notification-daemon/mate-notification-daemon"
+PANEL = (900, 0, 240, 28)  # without the clock
 BUTTON = 3  # a left click activates the item, which opens the desktop window
 CANNOT = {}
 
@@ -17,7 +18,6 @@ def start(session):
     session.start("settings", "mate-settings-daemon")  # without it items are one pixel small
     time.sleep(2)
     session.start("wm", "marco")
-    session.start("notify", "/usr/lib/mate-notification-daemon/mate-notification-daemon")
 
 
 def start_shell(session):

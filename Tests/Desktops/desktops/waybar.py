@@ -11,6 +11,7 @@ SETTLING = 2
 PANEL = (640, 0, 640, 30)
 BUTTON = 1
 WAYLAND = True
+ROWS = {"request": 0.06, "server": 0.23, "page": 0.15}
 CANNOT = {"number beside it": "the bar shows no text beside an item"}
 
 FILES = {

@@ -4,6 +4,7 @@ NAME = "XFCE"
 PROGRAM = "xfce4-panel"
 PACKAGES = ["xfce4-panel", "xfwm4", "xfce4-notifyd"]
 SETTLING = 2
+NOTIFIER = "/usr/lib/x86_64-linux-gnu/xfce4/notifyd/xfce4-notifyd"
 PANEL = (0, 0, 1280, 28)
 BUTTON = 1
 NOTIFICATION_ACTION = (0.85, 0.75)  # its button; a click elsewhere dismisses it
@@ -28,7 +29,6 @@ def start(session):
     channel.mkdir(parents=True)
     (channel / "xfce4-panel.xml").write_text(CHANNEL.format(dark=str(session.dark).lower()))
     session.start("wm", "xfwm4")
-    session.start("notify", "/usr/lib/x86_64-linux-gnu/xfce4/notifyd/xfce4-notifyd")
 
 
 def start_shell(session):

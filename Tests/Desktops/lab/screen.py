@@ -89,3 +89,24 @@ class Screen:
 
 def middle(box):
     return (box[0] + box[2]) // 2, (box[1] + box[3]) // 2
+
+
+class Cut:
+    """A part of a picture, to be found again in another one of the same height."""
+
+    def __init__(self, picture, box):
+        self.left, self.top, self.right, self.bottom = box
+        self._lines = self._cut(picture, self.left)
+
+    def _cut(self, picture, left):
+        size = 3 * (self.right - self.left + 1)
+        starts = (3 * (line * picture.width + left) for line in range(self.top, self.bottom + 1))
+        return [picture.pixels[start:start + size] for start in starts]
+
+    def find(self, picture):
+        """The middle of the place at which it is, from the left; None when it is nowhere."""
+        width = self.right - self.left
+        for left in range(picture.width - width):
+            if self._cut(picture, left) == self._lines:
+                return left + width // 2
+        return None

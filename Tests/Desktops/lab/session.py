@@ -28,6 +28,7 @@ class Session:
         self.runtime.mkdir(mode=0o700)
         self.environment = self.world.environment
         self._set_environment()
+        self._add_notifier()
         self.screen = Screen(self.environment)
         self.system_bus = SessionBus().start()
         self.environment["DBUS_SYSTEM_BUS_ADDRESS"] = self.system_bus.address
@@ -44,6 +45,16 @@ class Session:
             "XDG_CURRENT_DESKTOP": self.desktop.NAME, "XDG_SESSION_TYPE": "x11",
             "XDG_CONFIG_DIRS": "/etc/xdg", "XDG_DATA_DIRS": shared, "LIBGL_ALWAYS_SOFTWARE": "1",
             "GVFS_DISABLE_FUSE": "1", "GSETTINGS_BACKEND": "keyfile", "NO_AT_BRIDGE": "1"})
+
+    def _add_notifier(self):
+        """Lets the bus start this desktop's notifications, whatever else is installed."""
+        program = getattr(self.desktop, "NOTIFIER", None)
+        if program is None:
+            return
+        services = self.home / ".local/share/dbus-1/services"
+        services.mkdir(parents=True)
+        (services / "org.freedesktop.Notifications.service").write_text(
+            f"[D-BUS Service]\nName=org.freedesktop.Notifications\nExec={program}\n")
 
     # Programs
 

@@ -4,7 +4,7 @@ passes over the bus, by what the agent and the browser were given, and by the sc
 import signal
 import time
 
-from lab.screen import HEIGHT, WIDTH, middle
+from lab.screen import HEIGHT, WIDTH, Cut, middle
 from lab.traffic import ITEM, MENU, NOTIFICATIONS, differences, outline_of
 from lab.world import DISABLED
 from support.tray import Tray, eventually
@@ -50,14 +50,31 @@ class Tour:
 
     def step_icon(self):
         """The icon changes while the agent is busy, which also tells where it is."""
-        eventually(self.is_idle, 20, "an idle agent")
-        before = self.screen.at_rest(self.desktop.PANEL)
-        self.world.agent.call("POST", "/sandbox/activity", {"busy": True, "seconds": 6})
-        self.place = middle(self.screen.change(before, self.desktop.PANEL))
+        before = self.locate()
         self.shot("2-busy")
         eventually(self.is_idle, 20, "an idle agent")
         eventually(lambda: not self.screen.picture(self.desktop.PANEL).difference(before), 10,
                    "the icon of an idle agent")
+
+    def locate(self):
+        """Finds the item by its icon, which changes. Returns what the panel showed before."""
+        eventually(self.is_idle, 20, "an idle agent")
+        before = self.screen.at_rest(self.desktop.PANEL)
+        self.world.agent.call("POST", "/sandbox/activity", {"busy": True, "seconds": 6})
+        box = self.screen.change(before, self.desktop.PANEL)
+        self.place = middle(box)
+        busy = self.screen.at_rest(self.desktop.PANEL)
+        left, top = self.desktop.PANEL[:2]
+        area = box[0] - left, box[1] - top, box[2] - left, box[3] - top
+        self.icons = [Cut(picture, area) for picture in (before, busy)]
+        return before
+
+    def find(self):
+        """Finds the item by its icon as it was seen before, if something has moved it."""
+        now = self.screen.at_rest(self.desktop.PANEL)
+        for icon in self.icons:
+            if (found := icon.find(now)) is not None:
+                self.place = found + self.desktop.PANEL[0], self.place[1]
 
     def is_idle(self):
         return not self.world.agent.call("GET", "/api/activity")["busy"]
@@ -90,7 +107,16 @@ class Tour:
     # The menu
 
     def open_menu(self):
-        """Opens the menu by the pointer; returns what it covers."""
+        """Opens the menu by the pointer; returns what it covers. An item that has moved, because
+        something else came into the panel, is looked for again."""
+        try:
+            return self._open_menu()
+        except AssertionError:
+            self.close_menu()
+            self.find()
+            return self._open_menu()
+
+    def _open_menu(self):
         self.park()
         before = self.screen.at_rest()
         begin = time.monotonic()
@@ -102,8 +128,31 @@ class Tour:
         return box
 
     def close_menu(self):
-        self.screen.press("Escape", "Escape", delay=0.5)
+        if self.uses_pointer:
+            self.screen.click(640, 600)
+        else:
+            self.screen.press("Escape", "Escape", delay=0.5)
         self.park()
+
+    @property
+    def uses_pointer(self):
+        return hasattr(self.desktop, "ROWS")
+
+    def go_to_row(self, menu, name, keys):
+        """Goes to a row of an open menu: by keys, or where the desktop's menus take none, by the
+        pointer."""
+        if not self.uses_pointer:
+            return self.screen.press(*keys)
+        left, top, right, bottom = menu
+        self.screen.point((left + right) // 2, int(top + self.desktop.ROWS[name] * (bottom - top)))
+        time.sleep(1)
+
+    def choose_row(self):
+        """Chooses the row that was gone to."""
+        if self.uses_pointer:
+            self.screen.run("xdotool", "click", "1")
+        else:
+            self.screen.press("Return")
 
     def step_menu(self):
         self.open_menu()
@@ -111,17 +160,20 @@ class Tour:
         self.close_menu()
 
     def step_submenu(self):
-        """Goes by keys to the first server and opens its submenu."""
-        self.open_menu()
+        """Opens the submenu of the first server."""
+        menu = self.open_menu()
         before = self.screen.at_rest()
-        self.screen.press(*getattr(self.desktop, "KEYS", ("Down", "Down", "Right")))
+        self.go_to_row(menu, "server", ("Down", "Down", "Right"))
         box = self.screen.change(before)
+        beside = (box[0], menu[0]) if box[0] < menu[0] else (menu[2], box[2])
+        self.submenu = beside[0], box[1], beside[1], box[3]
         assert box[2] <= WIDTH and box[3] - box[1] > 40, f"the submenu is at {box}"
         self.shot("5-submenu")
 
     def step_a_row_that_acts(self):
-        """Chooses the first row of the submenu that is open."""
-        self.screen.press(*getattr(self.desktop, "CHOOSE", ("Return",)))
+        """Opens a server's page by the first row of the submenu that is open."""
+        self.go_to_row(self.submenu, "page", ())
+        self.choose_row()
         text = eventually(lambda: self.world.opened.exists() and self.world.opened.read_text(),
                           what="an address in the browser")
         assert text.startswith("http://"), text
@@ -216,8 +268,9 @@ class Tour:
 
     def go_to_prompt(self):
         """Goes to an open prompt as a user does who chooses its row in the menu."""
-        self.open_menu()
-        self.screen.press("Down", "Return")
+        menu = self.open_menu()
+        self.go_to_row(menu, "request", ("Down",))
+        self.choose_row()
         self.park()
 
     def step_typing_on(self):
