@@ -8,6 +8,7 @@ NAME = "sway"
 PROGRAM = "waybar"
 PACKAGES = ["sway", "waybar", "mako-notifier", "foot"]
 SETTLING = 2
+NOTIFIER = "mako"
 PANEL = (640, 0, 640, 30)
 BUTTON = 1
 WAYLAND = True
@@ -34,7 +35,6 @@ def start(session):
     session.start("sway", *command)
     time.sleep(4)
     session.environment["WAYLAND_DISPLAY"] = "wayland-1"
-    session.start("notify", "mako")
 
 
 def start_shell(session):

@@ -28,7 +28,6 @@ class Session:
         self.runtime.mkdir(mode=0o700)
         self.environment = self.world.environment
         self._set_environment()
-        self._add_notifier()
         self.screen = Screen(self.environment)
         self.system_bus = SessionBus().start()
         self.environment["DBUS_SYSTEM_BUS_ADDRESS"] = self.system_bus.address
@@ -45,16 +44,6 @@ class Session:
             "XDG_CURRENT_DESKTOP": self.desktop.NAME, "XDG_SESSION_TYPE": "x11",
             "XDG_CONFIG_DIRS": "/etc/xdg", "XDG_DATA_DIRS": shared, "LIBGL_ALWAYS_SOFTWARE": "1",
             "GVFS_DISABLE_FUSE": "1", "GSETTINGS_BACKEND": "keyfile", "NO_AT_BRIDGE": "1"})
-
-    def _add_notifier(self):
-        """Lets the bus start this desktop's notifications, whatever else is installed."""
-        program = getattr(self.desktop, "NOTIFIER", None)
-        if program is None:
-            return
-        services = self.home / ".local/share/dbus-1/services"
-        services.mkdir(parents=True)
-        (services / "org.freedesktop.Notifications.service").write_text(
-            f"[D-BUS Service]\nName=org.freedesktop.Notifications\nExec={program}\n")
 
     # Programs
 
@@ -83,7 +72,22 @@ class Session:
 
     def start_desktop(self):
         self.desktop.start(self)
+        self.ensure_notifier()
         self.start_shell()
+
+    def ensure_notifier(self):
+        """Starts the program of the notifications, unless the shell shows them. It may end when it
+        has nothing to do; the bus would then start that of any desktop."""
+        program = getattr(self.desktop, "NOTIFIER", None)
+        running = self.processes.get("notify")
+        if program is not None and (running is None or running.poll() is not None):
+            self.start("notify", program)
+            eventually(lambda: self.owns("org.freedesktop.Notifications"), what="a notifier")
+
+    def owns(self, name):
+        """Whether a program of the session has this name on the bus."""
+        return self.peer.call("org.freedesktop.DBus", "/org/freedesktop/DBus",
+                              "org.freedesktop.DBus", "NameHasOwner", "(s)", name)[0]
 
     def start_shell(self):
         """Starts the panel, and waits until it shows status items and has come to rest."""

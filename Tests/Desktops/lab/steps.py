@@ -220,6 +220,7 @@ class Tour:
 
     def step_notification(self):
         """A request waits in the menu; choosing its notification opens the prompt."""
+        self.session.ensure_notifier()
         self.world.hide_dialogs()
         area = self.beyond_panel()
         before = self.screen.at_rest(area)
