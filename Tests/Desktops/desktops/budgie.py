@@ -5,7 +5,7 @@ import time
 NAME = "Budgie:GNOME"
 PROGRAM = "budgie-panel"
 PACKAGES = ["budgie-core", "budgie-indicator-applet", "ayatana-indicator-application", "openbox"]
-SETTLING = 4
+SETTLING = 8
 PANEL = (640, 755, 640, 45)
 BUTTON = 1
 OPENS_SILENTLY = True

@@ -52,11 +52,17 @@ class Screen:
         eventually(rests, limit, "a screen at rest")
         return pictures[-1]
 
-    def change(self, before, area=None, limit=10.0):
-        """Waits until an area differs from a picture and rests; returns the box that differs, in
-        coordinates of the screen."""
+    def change(self, before, area=None, limit=10.0, rests=True):
+        """Waits until an area differs from a picture and rests, or, if it never does, for 1.5 s;
+        returns the box that differs, in coordinates of the screen."""
         eventually(lambda: self.picture(area).difference(before), limit, "a change on the screen")
-        box = eventually(lambda: self.at_rest(area).difference(before), limit, "a lasting change")
+        if rests:
+            now = self.at_rest(area)
+        else:
+            time.sleep(1.5)
+            now = self.picture(area)
+        box = now.difference(before)
+        assert box is not None, "what has changed on the screen is as before"
         left, top = (area or (0, 0))[:2]
         return box[0] + left, box[1] + top, box[2] + left, box[3] + top
 

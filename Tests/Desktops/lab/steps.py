@@ -227,7 +227,7 @@ class Tour:
         begin = time.monotonic()
         identifier = self.world.raise_request()
         eventually(lambda: self.traffic.calls("Notify", NOTIFICATIONS, begin), what="a notification")
-        box = self.screen.change(before, area)
+        box = self.screen.change(before, area, rests=False)  # some count down
         self.shot("8-notification")
         self.world.restore_dialogs()
         self._choose_notification(box, begin)
