@@ -2,6 +2,8 @@
 
 import time
 
+from support.tray import eventually
+
 NAME = "Budgie:GNOME"
 PROGRAM = "budgie-panel"
 PACKAGES = ["budgie-core", "budgie-indicator-applet", "ayatana-indicator-application", "openbox"]
@@ -22,11 +24,9 @@ def start(session):
     time.sleep(1)
     start_shell(session)  # which writes its default panel; its own tray shows XEmbed icons alone
     settings = session.home / ".config/glib-2.0/settings/keyfile"
-    for _ in range(60):
-        time.sleep(0.5)
-        if settings.exists() and "'System Tray'" in settings.read_text():
-            break
-    time.sleep(2)
+    eventually(lambda: settings.exists() and "'System Tray'" in settings.read_text()
+               and "'Raven Trigger'" in settings.read_text(), 60, "a default panel")
+    time.sleep(4)  # it goes on writing
     session.kill("shell")
     settings.write_text(settings.read_text().replace("'System Tray'", "'AppIndicator Applet'"))
 
