@@ -29,7 +29,7 @@ def test_an_upgrade_keeps_everything_and_asks_for_a_restart(packages, session):
 def test_the_desktop_entry_starts_it_in_the_panel(packages, session):
     install(packages / "current")
     pid = session.start_from_entry()
-    assert command_line(pid).split() == ["zephyl-tray"]
+    assert len(command_line(pid).split()) == 1, "the entry has no arguments"
     assert os.readlink(f"/proc/{pid}/exe") == PROGRAM
 
 
