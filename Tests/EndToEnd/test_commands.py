@@ -118,6 +118,17 @@ def test_a_wrong_invite_key_is_refused_and_not_repeated(world, tray, commands):
     assert not (world.base / "servers.json").exists() or world.registry() == []
 
 
+def test_an_expired_invite_key_is_explained(world, start_tray, commands):
+    world.use_sandbox_agent()
+    world.use_sandbox_tailnet()
+    start_tray().log_line("reachable, 1 folder")
+    assert commands.run("join", text=KEY.replace("anything", "expired")).returncode == 0
+    eventually(lambda: commands.attention() == ["joinFailed"], 20, what="a refused key")
+    answer = commands.run("status")
+    assert answer.returncode == 1
+    assert "expired" in answer.stdout and "zephyl-tray join" in answer.stdout
+
+
 def test_a_key_that_is_typed_is_not_shown(tray, commands):
     status, shown = commands.type("join", answers=[("Invite key: ", "inv_v2_secret\n")])
     assert status == 1

@@ -69,6 +69,7 @@ TEST_F(CommandReportsTest, AProblemIsTheOneThatComesFirst) {
   EXPECT_EQ(reports().servers()[0].problem, "keeps failing");
   tailnet_->state.lastEnrolError = "the key was used";
   EXPECT_EQ(reports().servers()[0].problem, "the key was used");
+  EXPECT_TRUE(reports().servers()[0].joinFailed);
 }
 
 TEST_F(CommandReportsTest, FoldersCarryTheProgressOfTheirIndex) {

@@ -29,7 +29,7 @@ class StatusReport : public ::testing::Test {
                         .name = "Patient Hill",
                         .state = "connected",
                         .enabled = true,
-                        .joined = true});
+                        .usesTailnet = true});
   }
 
   [[nodiscard]] CommandStatus report() const {
@@ -96,6 +96,10 @@ TEST_F(StatusReport, NamesServersThatAreNotConnected) {
   EXPECT_EQ(notice.code, "serverNotConnected");
   EXPECT_EQ(notice.message, "Patient Hill is not connected: the key has expired");
   EXPECT_NE(notice.advice.find("zephyl-tray logs 'Patient Hill'"), std::string::npos);
+  servers_[0].joinFailed = true;
+  EXPECT_EQ(report().attention.at(0).message,
+            "Patient Hill could not be joined: the key has expired");
+  EXPECT_NE(report().attention.at(0).advice.find("new invite key"), std::string::npos);
   servers_[0].state = "starting";
   EXPECT_EQ(attention(), Strings{});
 }
@@ -104,7 +108,7 @@ TEST_F(StatusReport, NamesMissingProgramsInsteadOfEachServer) {
   servers_[0].state = "disconnected";
   tray_.tailnetProgramsInstalled = false;
   EXPECT_EQ(attention(), Strings{"tailnetProgramsMissing"});
-  servers_[0] = {.id = "a1", .state = "disabled", .joined = true};
+  servers_[0] = {.id = "a1", .state = "disabled", .usesTailnet = true};
   EXPECT_EQ(attention(), Strings{});
 }
 

@@ -62,7 +62,8 @@ struct CommandServerRecord {
   std::string name;
   std::string state;  ///< "connected", "starting", "disconnected" or "disabled"
   bool enabled = false;
-  bool joined = false;                 ///< an invite to its private network has been redeemed
+  bool usesTailnet = false;            ///< it is reached through a private network
+  bool joinFailed = false;             ///< its network has refused the invite key
   std::optional<std::string> address;  ///< where its pages are found
   std::optional<std::string> relay;
   std::optional<std::string> problem;
@@ -70,7 +71,7 @@ struct CommandServerRecord {
   bool operator==(const CommandServerRecord&) const = default;
 };
 BOOST_DESCRIBE_STRUCT(CommandServerRecord, (),
-                      (id, name, state, enabled, joined, address, relay, problem))
+                      (id, name, state, enabled, usesTailnet, joinFailed, address, relay, problem))
 
 /// An element of the answer of `folders`.
 struct CommandFolder {

@@ -98,11 +98,12 @@ std::vector<CommandServerRecord> CommandReports::servers() const {
                                .name = server.displayName(),
                                .state = stateOf(server, tailnet, connection),
                                .enabled = server.enabled,
-                               .joined = server.isJoined(),
+                               .usesTailnet = server.isJoined(),
                                .problem = problemOf(tailnet, connection)};
     if (tailnet) {
       record.address = port_.webAddressOf(tailnet->state.boundAddress);
       record.relay = nonEmpty(tailnet->state.activeRelay);
+      record.joinFailed = nonEmpty(tailnet->state.lastEnrolError).has_value();
     }
     records.push_back(std::move(record));
   }

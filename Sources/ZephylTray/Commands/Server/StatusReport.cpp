@@ -68,6 +68,13 @@ void addModel(const StatusFacts& facts, Notices& attention) {
 void addServer(const CommandServerRecord& server, Notices& attention) {
   if (server.state != "disconnected") return;
   const auto name = visible(server.name);
+  if (server.joinFailed) {
+    attention.push_back({.code = "joinFailed",
+                         .message = formatText("{} could not be joined: {}", name,
+                                               visible(server.problem.value_or("?"))),
+                         .advice = "Ask for a new invite key and run `zephyl-tray join`."});
+    return;
+  }
   const auto quoted = visible(shellQuoted(server.name));
   attention.push_back(
       {.code = "serverNotConnected",
@@ -81,7 +88,7 @@ void addServer(const CommandServerRecord& server, Notices& attention) {
 
 void addServers(const StatusFacts& facts, Notices& attention) {
   const bool anyJoined = std::ranges::any_of(
-      facts.servers, [](const auto& server) { return server.enabled && server.joined; });
+      facts.servers, [](const auto& server) { return server.enabled && server.usesTailnet; });
   if (anyJoined && !facts.tray.tailnetProgramsInstalled) {
     attention.push_back(
         {.code = "tailnetProgramsMissing",
