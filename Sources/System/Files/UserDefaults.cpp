@@ -1,14 +1,35 @@
 #include "System/Files/UserDefaults.hpp"
 
+#include <cerrno>
+#include <thread>
+
+#include <fcntl.h>
+#include <sys/file.h>
+
 #include "System/Data/JSON.hpp"
 #include "System/Data/Text.hpp"
 #include "System/Files/Directories.hpp"
+#include "System/Files/FileDescriptor.hpp"
 #include "System/Files/Files.hpp"
 #include "System/Files/Log.hpp"
 
 namespace zephyl {
 
 namespace {
+
+/// Locks a directory against other processes. Returns a descriptor that holds the lock while it is
+/// open, whether or not the lock could be had in time.
+FileDescriptor lockDirectory(const std::string& path, std::chrono::milliseconds patience) {
+  using std::chrono::steady_clock;
+  constexpr std::chrono::milliseconds interval{2};
+  FileDescriptor directory(::open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  const auto deadline = steady_clock::now() + patience;
+  while (directory && ::flock(directory.get(), LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK &&
+         steady_clock::now() < deadline) {
+    std::this_thread::sleep_for(interval);
+  }
+  return directory;
+}
 
 Result<json::Object> readObject(const std::string& path) {
   const auto text = readFile(path);
@@ -29,7 +50,6 @@ Result<void> keepUnreadable(const std::string& path, const Error& reason) {
 Result<void> writeObject(const std::string& path, const json::Object& values) {
   const std::string text = json::prettySorted(values);
   if (!isValidUTF8(text)) return Error{path + ": the new value is not valid UTF-8"};
-  if (auto created = createDirectories(parentDirectory(path)); !created) return created;
   return writeFileAtomically(path, text, Durability::flushed);
 }
 
@@ -75,6 +95,8 @@ Result<UserDefaults::Values> UserDefaults::values() const {
 Result<void> UserDefaults::change(const std::function<void(Values&)>& edit) {
   const std::scoped_lock lock(changing_);
   const std::string file = path();
+  if (const auto made = createDirectories(parentDirectory(file)); !made) return made;
+  const auto directoryLock = lockDirectory(parentDirectory(file), patience);
   const auto old = readObject(file);
   Values values = old ? *old : Values();
   edit(values);

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <cstdint>
 #include <functional>
 #include <mutex>
@@ -19,10 +20,14 @@ namespace zephyl {
 ///
 /// A file that exists and cannot be read or decoded counts as empty, and is copied aside before
 /// the first write that would replace it. Writes that fail change nothing.
-/// Callable from any thread.
+///
+/// Changes of several processes follow each other, so that none is lost. A change waits for another
+/// process for `patience` of real time at most, and then goes on: that process may have been
+/// stopped. Callable from any thread.
 class UserDefaults {
  public:
   using Values = boost::json::object;
+  static constexpr std::chrono::milliseconds patience{500};
 
   explicit UserDefaults(std::string domain) : domain_(std::move(domain)) {}
 

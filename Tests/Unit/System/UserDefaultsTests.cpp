@@ -5,9 +5,13 @@
 
 #include <gtest/gtest.h>
 
+#include <fcntl.h>
+#include <sys/file.h>
+
 #include "Support/LogCapture.hpp"
 #include "Support/TemporaryDirectory.hpp"
 #include "System/Data/JSON.hpp"
+#include "System/Files/FileDescriptor.hpp"
 #include "System/Files/Files.hpp"
 
 namespace zephyl {
@@ -156,6 +160,29 @@ TEST_F(UserDefaultsTest, LoseNoneOfTheChangesOfSeveralThreads) {
       EXPECT_EQ(defaults_.string(std::to_string(thread) + "." + std::to_string(key)), "x");
     }
   }
+}
+
+TEST_F(UserDefaultsTest, LoseNoneOfTheChangesOfSeveralProcesses) {
+  // Each with a store of its own, as processes have.
+  std::vector<std::jthread> processes(2);
+  for (int process = 0; process < 2; ++process) {
+    processes[static_cast<std::size_t>(process)] = std::jthread([process] {
+      UserDefaults defaults("com.test");
+      for (int key = 0; key < 10; ++key) {
+        defaults.setString(std::to_string(process) + "." + std::to_string(key), "x");
+      }
+    });
+  }
+  processes.clear();
+  EXPECT_EQ(defaults_.values()->size(), 20U);
+}
+
+TEST_F(UserDefaultsTest, AreNotHeldUpByAProcessThatNeverEndsItsChange) {
+  defaults_.setString("a", "1");
+  const FileDescriptor stopped(::open((directory_ / "com.test").c_str(), O_RDONLY | O_CLOEXEC));
+  ASSERT_EQ(::flock(stopped.get(), LOCK_EX), 0);
+  defaults_.setString("a", "2");
+  EXPECT_EQ(defaults_.string("a"), "2");
 }
 
 TEST_F(UserDefaultsTest, ReturnAllValuesWithTheirTypes) {
