@@ -11,6 +11,7 @@ import time
 import pytest
 
 from support.commands import Commands
+from support.memory import copies_in_memory
 from support.other_user import as_other_user, skip_unless_root
 from support.tray import REPOSITORY, eventually
 
@@ -127,6 +128,21 @@ def test_an_expired_invite_key_is_explained(world, start_tray, commands):
     answer = commands.run("status")
     assert answer.returncode == 1
     assert "expired" in answer.stdout and "zephyl-tray join" in answer.stdout
+
+
+def test_a_key_leaves_the_memory_of_the_tray_when_it_was_used(world, start_tray, commands):
+    section = "kq7vgood2secret3of4the5lab6server7and8nobody9else"
+    rest = section[16:]  # the allocator overwrites the beginning of what is freed
+    world.use_agent_script("#!/bin/sh\nexec sleep 1000\n")
+    world.use_sandbox_tailnet()
+    tray = start_tray()
+    eventually(lambda: commands.run("status").returncode != 3, what="a tray")
+    assert commands.run("join", text=KEY.replace("anything", section)).returncode == 0
+    assert copies_in_memory(tray.pid, rest) > 0, "the search finds nothing at all"
+    tray.log_line("1 of 1 server connected")
+    assert copies_in_memory(tray.pid, rest) == 0
+    for text in (commands.run("diagnostics").stdout, commands.run("logs").stdout, *tray.lines):
+        assert section not in text
 
 
 def test_a_key_that_is_typed_is_not_shown(tray, commands):
