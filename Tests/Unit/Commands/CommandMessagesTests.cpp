@@ -5,7 +5,8 @@
 namespace zephyl {
 namespace {
 
-using namespace commandRequests;
+namespace requests = commandRequests;
+using requests::Decision;
 
 template <typename Request>
 Request roundTrip(const Request& request) {
@@ -16,16 +17,18 @@ Request roundTrip(const Request& request) {
 }
 
 TEST(CommandMessages, CarryRequests) {
-  EXPECT_EQ(encodeCommandRequest(Status{}), "{\"status\":true}\n");
-  EXPECT_EQ(encodeCommandRequest(Join{"inv_v2"}), "{\"join\":\"inv_v2\"}\n");
-  EXPECT_EQ(roundTrip(Answer{.id = "a", .decision = Decision::always, .confirm = "x"}).confirm,
-            "x");
-  EXPECT_EQ(roundTrip(Answer{.id = "a", .decision = Decision::once}).decision, Decision::once);
-  const auto logs = roundTrip(Logs{.server = "Patient Hill", .follow = true});
+  EXPECT_EQ(encodeCommandRequest(requests::Status{}), "{\"status\":true}\n");
+  EXPECT_EQ(encodeCommandRequest(requests::Join{"inv_v2"}), "{\"join\":\"inv_v2\"}\n");
+  EXPECT_EQ(
+      roundTrip(requests::Answer{.id = "a", .decision = Decision::always, .confirm = "x"}).confirm,
+      "x");
+  EXPECT_EQ(roundTrip(requests::Answer{.id = "a", .decision = Decision::once}).decision,
+            Decision::once);
+  const auto logs = roundTrip(requests::Logs{.server = "Patient Hill", .follow = true});
   EXPECT_EQ(logs.server, "Patient Hill");
   EXPECT_TRUE(logs.follow);
-  EXPECT_EQ(roundTrip(Open{.screen = "join"}).screen, "join");
-  EXPECT_EQ(roundTrip(RestartTailnet{}).server, std::nullopt);
+  EXPECT_EQ(roundTrip(requests::Open{.screen = "join"}).screen, "join");
+  EXPECT_EQ(roundTrip(requests::RestartTailnet{}).server, std::nullopt);
 }
 
 TEST(CommandMessages, RefuseWhatIsNoRequest) {

@@ -11,9 +11,7 @@
 namespace zephyl {
 namespace {
 
-constexpr auto ok = FindingState::ok;
-constexpr auto note = FindingState::note;
-constexpr auto wrong = FindingState::wrong;
+using enum FindingState;
 constexpr uid_t user = 1000;
 
 bool isAnyWrong(const Findings& findings) {

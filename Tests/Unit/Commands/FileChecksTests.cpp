@@ -12,8 +12,7 @@
 namespace zephyl {
 namespace {
 
-constexpr auto ok = FindingState::ok;
-constexpr auto wrong = FindingState::wrong;
+using enum FindingState;
 
 TEST(FileChecks, ADirectoryMustBeOursAlone) {
   const test::TemporaryDirectory directory;

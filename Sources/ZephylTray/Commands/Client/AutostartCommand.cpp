@@ -67,7 +67,7 @@ std::string installedEntry() {
   return entry ? *entry : "";
 }
 
-int fail(const std::string& message) {
+int giveUp(const std::string& message) {
   complain(message);
   return commandStatus::failure;
 }
@@ -89,24 +89,25 @@ int turnOn() {
   const auto state = findUnit();
   if (state != Unit::absent && systemdRunsSession()) {
     if (systemctl({"enable", unit}).status != 0) {
-      return fail(formatText("`systemctl --user enable {}` failed; run it to see why.", unit));
+      return giveUp(formatText("`systemctl --user enable {}` failed; run it to see why.", unit));
     }
     if (const auto removed = removePath(entryPath()); !removed)
-      return fail(removed.error().message);
+      return giveUp(removed.error().message);
     return say(formatText("Zephyl starts with your session, as the systemd unit {}.", unit));
   }
   if (state == Unit::enabled && systemctl({"disable", unit}).status != 0) {
-    return fail(formatText("`systemctl --user disable {}` failed; run it to see why.", unit));
+    return giveUp(formatText("`systemctl --user disable {}` failed; run it to see why.", unit));
   }
-  if (const auto written = writeEntry(); !written) return fail(written.error().message);
+  if (const auto written = writeEntry(); !written) return giveUp(written.error().message);
   return say(formatText("Zephyl starts with your session, through {}.", entryPath()));
 }
 
 int turnOff() {
   if (findUnit() == Unit::enabled && systemctl({"disable", unit}).status != 0) {
-    return fail(formatText("`systemctl --user disable {}` failed; run it to see why.", unit));
+    return giveUp(formatText("`systemctl --user disable {}` failed; run it to see why.", unit));
   }
-  if (const auto removed = removePath(entryPath()); !removed) return fail(removed.error().message);
+  if (const auto removed = removePath(entryPath()); !removed)
+    return giveUp(removed.error().message);
   return say("Zephyl does not start with your session.");
 }
 

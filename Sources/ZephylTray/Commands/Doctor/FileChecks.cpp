@@ -19,7 +19,7 @@ namespace zephyl {
 
 namespace {
 
-constexpr auto wrong = FindingState::wrong;
+using enum FindingState;
 
 std::string nearestExisting(std::string path) {
   while (!fileExists(path) && path != "/" && path != ".") path = parentDirectory(path);

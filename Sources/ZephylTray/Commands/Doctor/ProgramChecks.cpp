@@ -20,9 +20,7 @@ namespace zephyl {
 
 namespace {
 
-constexpr auto ok = FindingState::ok;
-constexpr auto note = FindingState::note;
-constexpr auto wrong = FindingState::wrong;
+using enum FindingState;
 
 Finding checkBundle() {
   constexpr auto check = "installation";
