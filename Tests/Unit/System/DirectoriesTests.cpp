@@ -31,6 +31,17 @@ TEST(Directories, LieInTheHomeDirectoryWhenTheEnvironmentIsSilentOrRelative) {
   }
 }
 
+TEST(Directories, SharedDataIsLookedForInTheUsersDirectoryFirst) {
+  using Paths = std::vector<std::string>;
+  const ScopedVariable own("XDG_DATA_HOME", "/d");
+  {
+    const ScopedVariable shared("XDG_DATA_DIRS", "");
+    EXPECT_EQ(directories::data(), (Paths{"/d", "/usr/local/share", "/usr/share"}));
+  }
+  const ScopedVariable shared("XDG_DATA_DIRS", "/a::/b");
+  EXPECT_EQ(directories::data(), (Paths{"/d", "/a", "/b"}));
+}
+
 TEST(Directories, TakeTheHomeDirectoryFromThePasswordDatabaseWhenTheEnvironmentHasNone) {
   const passwd* entry = ::getpwuid(::geteuid());
   if (entry == nullptr) GTEST_SKIP() << "the user is in no database";
