@@ -4,7 +4,7 @@ NAME = "X-Cinnamon"
 PROGRAM = "cinnamon"
 PACKAGES = ["cinnamon", "xapp-sn-watcher"]
 SETTLING = 6
-PANEL = (640, 755, 640, 45)
+PANEL = (640, 755, 560, 45)  # without the clock
 BUTTON = 1
 CANNOT = {"number beside it": "the panel shows no text beside an item"}
 

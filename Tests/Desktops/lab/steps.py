@@ -22,9 +22,10 @@ class Tour:
         self.tray = None
 
     FIRST = ("item", "icon")  # the others need them
-    STEPS = ("item", "icon", "number beside it", "tool tip", "menu", "submenu", "a row that acts", "closed menu follows",
-             "open menu stays", "notification", "prompt", "typing on", "shell restarts",
-             "tray restarts", "second start", "silence", "menu is what the tray says")
+    STEPS = ("item", "icon", "number beside it", "tool tip", "menu", "submenu", "a row that acts",
+             "closed menu follows", "open menu stays", "notification", "prompt", "typing on",
+             "shell restarts", "tray restarts", "second start", "silence",
+             "menu is what the tray says")
 
     def step(self, name):
         """Performs a step; raises an error that says what is wrong."""
