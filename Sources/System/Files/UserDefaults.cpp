@@ -95,7 +95,7 @@ Result<UserDefaults::Values> UserDefaults::values() const {
 Result<void> UserDefaults::change(const std::function<void(Values&)>& edit) {
   const std::scoped_lock lock(changing_);
   const std::string file = path();
-  if (const auto made = createDirectories(parentDirectory(file)); !made) return made;
+  if (auto made = createDirectories(parentDirectory(file)); !made) return made;
   const auto directoryLock = lockDirectory(parentDirectory(file), patience);
   const auto old = readObject(file);
   Values values = old ? *old : Values();

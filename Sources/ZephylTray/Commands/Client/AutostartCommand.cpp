@@ -80,7 +80,7 @@ int say(const std::string& sentence) {
 Result<void> writeEntry() {
   const auto& executable = Bundle::main().executable();
   if (!executable) return Error{"The path of this program is not known."};
-  if (const auto made = createDirectories(parentDirectory(entryPath())); !made) return made;
+  if (auto made = createDirectories(parentDirectory(entryPath())); !made) return made;
   return writeFileAtomically(entryPath(), autostartEntry(installedEntry(), *executable),
                              Durability::flushed);
 }

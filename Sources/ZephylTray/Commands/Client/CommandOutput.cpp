@@ -122,6 +122,7 @@ std::string folders(const std::vector<CommandFolder>& folders,
   Rows rows{{"FOLDER", "SHARED WITH", "INDEX"}};
   for (const auto& folder : folders) {
     std::vector<std::string> names;
+    names.reserve(folder.servers.size());
     for (const auto& id : folder.servers) names.push_back(nameOf(id, servers));
     rows.push_back({visible(folder.path),
                     names.empty() ? "every server" : formatText("{}", fmt::join(names, ", ")),

@@ -42,6 +42,7 @@ class Redirections {
 
 pid_t spawn(const std::vector<std::string>& command, int output) {
   std::vector<char*> arguments;
+  arguments.reserve(command.size() + 1);
   for (const auto& argument : command) arguments.push_back(const_cast<char*>(argument.c_str()));
   arguments.push_back(nullptr);
   const Redirections redirections(output);
