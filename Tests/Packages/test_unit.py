@@ -80,7 +80,7 @@ def test_the_unit_runs_the_tray_with_the_session(session, manager):
     eventually(session.has_item, 20, "an item in the panel")
     pid = session.owner(NAME)
     assert manager.value("MainPID") == str(pid)
-    assert manager.value("ActiveState") == "active"
+    eventually(lambda: manager.value("ActiveState") == "active", what="a unit that is ready")
     manager.call("stop", "test-session.target")
     eventually(lambda: not is_alive(pid), 20, "the end of the tray")
     eventually(lambda: manager.value("ActiveState") == "inactive", what="a unit that has ended")
