@@ -16,9 +16,9 @@ constexpr auto agentOptions = std::to_array<Option>({
     {"state", "DIR", "keep the state here", false},
     {"embed-rate", "N", "files embedded per second (40)", false},
     {"model-rate", "N", "bytes of the 130 MB model downloaded per second (8700000)", false},
-    {"connect-interval", "N", "seconds between looks at each server (2)", false},
+    {"connect-interval", "N", "seconds between checks of each server (2)", false},
     {"stream-keep-alive", "N", "seconds of silence before a comment on event streams (15)", false},
-    {"exit-after", "N", "end by itself after so many seconds", false},
+    {"exit-after", "N", "exit after so many seconds", false},
     {"exit-status", "N", "with --exit-after: the exit status (1)", false},
 });
 

@@ -45,7 +45,7 @@ Result<void> removeStaleSocket(const LocalProtocol::endpoint& endpoint) {
     return Error{"another program listens on ", path};
   }
   if (error != asio::error::connection_refused || ::unlink(path.c_str()) != 0) {
-    return Error{"cannot tell whether ", path, " is still in use"};
+    return Error{"cannot determine whether ", path, " is still in use"};
   }
   return {};
 }

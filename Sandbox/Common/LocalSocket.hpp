@@ -49,7 +49,7 @@ Result<LocalListener> listenOnLocal(const boost::asio::any_io_executor& executor
 boost::asio::awaitable<Result<std::string>> readLine(LocalStream& stream, std::string& received,
                                                      std::size_t maxBytes);
 
-/// Sends the line with its end. Returns false when the peer has gone away.
+/// Sends the line with its end. Returns false if the peer has disconnected.
 boost::asio::awaitable<bool> writeLine(LocalStream& stream, std::string line);
 
 }  // namespace zephyl::sandbox

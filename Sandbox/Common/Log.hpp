@@ -7,7 +7,7 @@
 
 namespace zephyl::sandbox {
 
-/// Writes the text to standard output without buffering. Gives up when the reader has gone away.
+/// Writes the text to standard output without buffering. Gives up if the reader has disconnected.
 void print(std::string_view text);
 
 /// Writes the text as one line to standard output, where the tray reads it. Control characters are

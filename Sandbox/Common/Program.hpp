@@ -87,7 +87,7 @@ template <typename Settings>
 int runProgram(const Program& program, std::span<const char* const> words,
                Result<Settings> (*readSettings)(SettingsReader reader),
                Result<int> (*serve)(const Settings& settings)) try {
-  // A client or a reader of the log that has gone away is an error of that write alone.
+  // A client or a reader of the log that has disconnected is an error of that write alone.
   std::signal(SIGPIPE, SIG_IGN);
   const auto commandLine = readCommandLine(program, words.subspan(1));
   if (!commandLine) return reportFailure(program.name, commandLine.error().message, usageStatus);

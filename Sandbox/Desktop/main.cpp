@@ -15,7 +15,7 @@ constexpr auto programName = "zephyl-desktop";
 
 /// Stands for the window where there is no screen: takes commands.
 int runWithoutScreen(TrayAccess access) {
-  // A client or a reader of the log that has gone away is an error of that write alone.
+  // A client or a reader of the log that has disconnected is an error of that write alone.
   std::signal(SIGPIPE, SIG_IGN);
   WindowService service(std::move(access));
   const auto started = service.start(WindowService::Polling::everySecond);

@@ -37,7 +37,7 @@ struct RunningApplication {
 /// The programs that a text file can be opened in. The desktop knows what they are called.
 enum class Editor { cursor, vsCode, textEdit };
 
-/// What comes from the desktop unasked. Unset ones are not told.
+/// Events of the desktop. An event without a handler is ignored.
 struct DesktopEvents {
   std::function<void()> reopened;  ///< the user has started the running program again
   /// The user has chosen a notification, or its button.

@@ -77,7 +77,7 @@ struct AlertAnswer {
 };
 BOOST_DESCRIBE_STRUCT(AlertAnswer, (), (button, text))
 
-/// A log to be looked at.
+/// A log that the user may read.
 struct LogWindow {
   std::string title;
   std::string message;           ///< what went wrong; empty when nothing did
@@ -135,7 +135,7 @@ class Dialogs {
   /// Tells what the user does until the window is closed. A window that cannot be shown goes to
   /// the log instead, and is closed.
   [[nodiscard]] virtual Handle presentLogWindow(const LogWindow& window,
-                                                std::function<void(LogWindowEvent)> tell) = 0;
+                                                std::function<void(LogWindowEvent)> notify) = 0;
 };
 
 }  // namespace zephyl

@@ -9,7 +9,7 @@
 
 namespace zephyl {
 
-/// The colour of the dot before an entry, which tells a state at a glance.
+/// The color of the dot before an entry, which shows a state.
 enum class DotColor { grey, green, orange, red };
 
 /// What choosing an entry asks for: a value of a type of the program's own, which a desktop hands

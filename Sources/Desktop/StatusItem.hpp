@@ -10,7 +10,7 @@ namespace zephyl {
 /// The status item's picture.
 enum class StatusIcon { idle, busy };
 
-/// What the user does with the menu, told on the main thread. Unset ones are not told.
+/// What the user does with the menu. Called on the main thread. An unset event is ignored.
 struct MenuEvents {
   std::function<void()> needsUpdate;  ///< it is about to open: `setMenu` with what it should say
   std::function<void()> willOpen;

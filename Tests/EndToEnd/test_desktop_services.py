@@ -148,7 +148,7 @@ def test_a_portal_that_leaves_is_an_error(bus, demo):
     demo.do("folder", prompt="Share", message="?")
     eventually(lambda: chooser.questions)
     peer.close()
-    assert "gone away" in demo.event("folder")["error"]
+    assert "chosen" in demo.event("folder")["error"]
 
 
 # Applications

@@ -26,16 +26,16 @@ def host(bus, item):
     return host
 
 
-def in_colour(labels):
+def in_color(labels):
     """The labels as such a host gets them: a disabled row has its dot in the label."""
-    return [in_colour(each) if isinstance(each, list) else each.replace("Preparing", "🟠 Preparing")
+    return [in_color(each) if isinstance(each, list) else each.replace("Preparing", "🟠 Preparing")
             for each in labels]
 
 
 def shows(host, labels):
     def looks():
         host.follow()
-        return host.outline() == in_colour(labels)
+        return host.outline() == in_color(labels)
     return eventually(looks, what=f"{labels} instead of {host.outline()}")
 
 
@@ -54,7 +54,7 @@ def settle(demo):
 
 
 def test_submenus_are_read_before_they_open(host):
-    assert host.outline() == in_colour([each if isinstance(each, str) else [] for each in OUTLINE])
+    assert host.outline() == in_color([each if isinstance(each, str) else [] for each in OUTLINE])
     shows(host, OUTLINE)
     assert len(host.reads) == len(set(host.reads)) == 4, "each once, also the inner one"
 

@@ -66,9 +66,9 @@ def test_any_other_program_gets_name_and_text(item_in):
 
 
 @pytest.mark.parametrize("font, label", [
-    ("truetype/NotoColorEmoji.ttf", "🟢 Lab__1"), ("google-noto-emoji-fonts/Colour.ttf", "🟢 Lab__1"),
+    ("truetype/NotoColorEmoji.ttf", "🟢 Lab__1"), ("google-noto-emoji-fonts/Color.ttf", "🟢 Lab__1"),
     ("truetype/DejaVuSans.ttf", "Lab__1 — connected")])
-def test_gnome_has_the_state_in_words_unless_circles_have_colours(bus, start_demo, start_panel,
+def test_gnome_has_the_state_in_words_unless_circles_have_colors(bus, start_demo, start_panel,
                                                                   tmp_path, font, label):
     path = tmp_path / "fonts" / font
     path.parent.mkdir(parents=True)

@@ -159,7 +159,7 @@ def test_plasma_reads_level_by_level(item):
 
     grey = [label.replace("Preparing", "🟠 Preparing") if "Preparing" in label else label
             for label in OUTLINE]
-    assert read(0) == grey, "an icon on a disabled row would lose its colour"
+    assert read(0) == grey, "an icon on a disabled row would lose its color"
 
 
 def test_mate_says_opened_before_it_asks(demo, item):

@@ -273,7 +273,7 @@ def test_it_fits_the_terminal_whatever_its_size(with_agent, open_terminal):
     terminal.miss("Allow once")
 
 
-def test_it_does_without_colour_and_without_unicode(sandbox, open_terminal):
+def test_it_does_without_color_and_without_unicode(sandbox, open_terminal):
     terminal = open_terminal(NO_COLOR="1", LANG="C", LC_ALL="C")
     terminal.see("> Open Zephyl", "* Server 1 >", limit=20)
     assert terminal.screen().isascii()

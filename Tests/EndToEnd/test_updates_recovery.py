@@ -1,4 +1,4 @@
-"""A version that an update brought and that never comes up is taken back, also when nobody is left
+"""A version that an update installed and that never starts is rolled back, also when nobody is left
 to watch it, as after a power cut."""
 
 import json
@@ -82,8 +82,8 @@ def test_a_version_that_never_comes_up_is_taken_back_by_a_later_start(world, sta
         cut_power(tray)
         assert version_at(world.prefix) == "2.0"
     tray = start_tray()
-    tray.log_line("version 2.0 was started 3 times and never came up")
-    tray.log_line("version 2.0 did not come up; this is version 1.0 again")
+    tray.log_line("version 2.0 failed to start 3 times")
+    tray.log_line("version 2.0 failed to start; version 1.0 was restored")
     is_up(tray, updater, "1.0")
     assert note(updater, "failed.json")["version"] == "2.0"
     assert not (updater.directory / "previous").exists()
@@ -103,7 +103,7 @@ def test_a_version_that_ends_by_itself_at_once_is_taken_back(world, start_tray, 
     assert version_at(world.prefix) == "2.0"
     last = start_tray()
     assert last.wait() == 1
-    assert any("returning to the version before" in line for line in last.lines)
+    assert any("rolling back to the previous version" in line for line in last.lines)
     assert version_at(world.prefix) == "1.0"
     world.environment["ZEPHYL_ONBOARD_PORT"] = port
     tray = start_tray()
@@ -134,7 +134,7 @@ def test_a_cut_before_the_exchange_leaves_the_old_version(world, start_tray, pub
     put_on_trial(updater, starts=9)
     tray = start_tray()
     is_up(tray, updater, "1.0")
-    assert not any("never came up" in line for line in tray.lines)
+    assert not any("rolling back" in line for line in tray.lines)
     assert (updater.directory / "staged").exists()
     assert tray.stop() == 0
 
@@ -172,7 +172,7 @@ def test_a_cut_behind_the_way_back_changes_nothing_any_more(world, start_tray, p
     tray = start_tray()
     tray.log_line("this is version 1.0 again")
     is_up(tray, updater, "1.0")
-    assert not any("never came up" in line for line in tray.lines)
+    assert not any("rolling back" in line for line in tray.lines)
     assert tray.stop() == 0
 
 

@@ -69,7 +69,7 @@ def asks(tray, *requests):
 def test_it_shows_the_servers_and_the_selected_one(screen, window):
     assert window.rows() == ["Office, Connected", "Lab, Network down", "Add server…"]
     assert window.part("text", "Name").text == "Office"
-    assert window.part("button menu", "Colour: Purple")
+    assert window.part("button menu", "Color: Purple")
     assert window.part("check box", "Connect to this server").has("checked")
     assert {"http://127.100.0.1:80", "relay-1", "Agent connected"} <= set(window.labels())
     assert window.part("check box", "/src/a").has("checked")
@@ -98,7 +98,7 @@ def test_the_keyboard_reaches_everything(screen, window):
         screen.press("Tab")
         eventually(lambda: window.focused() not in (None, reached[-1]), what="the next part")
     assert [name for name in reached if not name.startswith("http") and name != "relay-1"][:9] == [
-        "Office, Connected", "Name", "Colour: Purple", "Connect to this server", "Open in browser",
+        "Office, Connected", "Name", "Color: Purple", "Connect to this server", "Open in browser",
         "Remove…", "/src/a", "/src/b", "Share a folder…"], reached
 
 
@@ -137,8 +137,8 @@ def test_each_change_asks_for_what_it_says(screen, tray, window):
     window.replace("text", "Name", "Home")
     screen.press("Return")
     asks(tray, (f"POST {path}/label", '{"label":"Home"}'))
-    window.part("button menu", "Colour: Purple").grab_focus()
-    window.has_focus_on("Colour: Purple")
+    window.part("button menu", "Color: Purple").grab_focus()
+    window.has_focus_on("Color: Purple")
     screen.press("space")
     eventually(lambda: screen.windows_of(window.pid) == 2, what="the menu")
     screen.press("Down", "Down", "Return")

@@ -139,7 +139,7 @@ def joined(desk, screen):
     return window
 
 
-def test_a_server_is_renamed_recoloured_disabled_enabled_and_removed(desk, screen, joined):
+def test_a_server_is_renamed_recolored_disabled_enabled_and_removed(desk, screen, joined):
     window = joined
     window.replace("text", "Name", "Office")
     screen.press("Return")
@@ -151,10 +151,10 @@ def test_a_server_is_renamed_recoloured_disabled_enabled_and_removed(desk, scree
     color.grab_focus()
     window.has_focus_on(color.name)
     screen.press("space")
-    eventually(lambda: screen.windows_of(window.pid) == 2, what="the colours")
+    eventually(lambda: screen.windows_of(window.pid) == 2, what="the colors")
     screen.press("Down", "Return")
     desk.registered(accent="#c62f3a")
-    window.part("button menu", "Colour: Red")
+    window.part("button menu", "Color: Red")
 
     window.toggle("Connect to this server")
     desk.registered(enabled=False)

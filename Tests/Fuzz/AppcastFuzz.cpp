@@ -7,7 +7,7 @@
 #include "Helpers/Updates/Program/Version.hpp"
 #include "System/Data/Text.hpp"
 
-/// Any bytes as a feed: nothing crashes, none is taken for signed, and what is offered is newer
+/// Any bytes as a feed: nothing crashes, none counts as signed, and what is offered is newer
 /// than what is installed and comes from where it may.
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
@@ -19,13 +19,13 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   const auto appcast = parseAppcast(feed);
   if (!appcast) return 0;
   static_cast<void>(checkFeedDate(*appcast, std::chrono::sys_seconds()));
-  const Asker asker{.installedVersion = "1.0",
-                    .architecture = "x86_64",
-                    .systemVersion = "2.36",
-                    .channels = {"beta"},
-                    .userInitiated = true};
-  const auto offer =
-      chooseUpdate(appcast->items, appcast->date.value_or(std::chrono::sys_seconds()), asker);
+  const InstallationProfile installation{.installedVersion = "1.0",
+                                         .architecture = "x86_64",
+                                         .systemVersion = "2.36",
+                                         .channels = {"beta"},
+                                         .userInitiated = true};
+  const auto offer = chooseUpdate(appcast->items,
+                                  appcast->date.value_or(std::chrono::sys_seconds()), installation);
   if (!offer || !*offer) return 0;
   const bool sound = compareVersions((*offer)->version, "1.0") > 0 && (*offer)->length > 0 &&
                      lowerCased((*offer)->url).starts_with("http");

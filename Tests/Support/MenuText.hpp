@@ -11,8 +11,8 @@
 
 namespace zephyl::test {
 
-inline std::string nameOf(DotColor colour) {
-  switch (colour) {
+inline std::string nameOf(DotColor color) {
+  switch (color) {
     case DotColor::grey:
       return "grey";
     case DotColor::green:

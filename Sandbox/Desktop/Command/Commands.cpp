@@ -113,7 +113,7 @@ Result<void> rename(const Session& session) {
 
 Result<void> accent(const Session& session) {
   return changeServer(
-      session, [&](const auto& id) { return setAccent(id, session.operand(1)); }, "Coloured.");
+      session, [&](const auto& id) { return setAccent(id, session.operand(1)); }, "Colored.");
 }
 
 Result<void> enable(const Session& session) {
@@ -187,7 +187,7 @@ const std::vector<Entry>& entries() {
        join},
       {{"servers", "", "list the servers"}, servers},
       {{"rename", "ID NAME", "give a server a name of your own; \"\" takes it back"}, rename},
-      {{"accent", "ID COLOUR", "give a server a colour, such as #3366cc; \"\" takes it back"},
+      {{"accent", "ID COLOUR", "give a server a color, such as #3366cc; \"\" takes it back"},
        accent},
       {{"enable", "ID", "connect to a server"}, enable},
       {{"disable", "ID", "stay away from a server without forgetting it"}, disable},

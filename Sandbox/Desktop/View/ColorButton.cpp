@@ -58,7 +58,7 @@ void ColorButton::showColor(const std::string& color) {
   const QColor shown(QString::fromStdString(color));
   setIcon(shown.isValid() ? dotOf(shown, swatchSize, devicePixelRatio()) : QIcon());
   setText(nameOf(shown));
-  setAccessibleName(QStringLiteral("Colour: ") + text());
+  setAccessibleName(QStringLiteral("Color: ") + text());
 }
 
 void ColorButton::chooseOther() {

@@ -65,7 +65,7 @@ QColor textColor(const QStyleOptionViewItem& option) {
   return option.palette.color(isSelected(option) ? QPalette::HighlightedText : QPalette::Text);
 }
 
-/// Beside the content of a row, in the colour of its server.
+/// Beside the content of a row, in the color of its server.
 void drawStripe(QPainter& painter, const QRect& content, const QColor& color) {
   if (!color.isValid()) return;
   painter.setBrush(color);
@@ -75,7 +75,7 @@ void drawStripe(QPainter& painter, const QRect& content, const QColor& color) {
   painter.drawRoundedRect(stripe, stripeRadius, stripeRadius);
 }
 
-/// A selected row's dot has an edge, as it would hardly be seen on the colour of a selection.
+/// A selected row's dot has an edge, as it would hardly be seen on the color of a selection.
 void drawState(QPainter& painter, const QRect& line, const QStyleOptionViewItem& option,
                const QModelIndex& index) {
   const auto color = isSelected(option) ? textColor(option) : secondaryColor(option.palette);

@@ -9,7 +9,7 @@
 
 namespace zephyl::sandbox::desktop {
 
-/// Draws a server: a stripe in its colour, its name, and its state with a dot.
+/// Draws a server: a stripe in its color, its name, and its state with a dot.
 class ServerRowPainter final : public QStyledItemDelegate {
  public:
   void paint(QPainter* painter, const QStyleOptionViewItem& option,

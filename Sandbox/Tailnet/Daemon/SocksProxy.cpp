@@ -86,7 +86,7 @@ asio::awaitable<std::optional<Request>> readRest(beast::tcp_stream& client, std:
   co_return Request{command, socks5::Destination{*std::move(host), *port}};
 }
 
-/// Returns nullopt when the client does not speak SOCKS 5 or has gone away.
+/// Returns nullopt when the client does not speak SOCKS 5 or has disconnected.
 asio::awaitable<std::optional<Request>> readRequest(beast::tcp_stream& client) {
   using socks5::AddressType;
   std::array<std::uint8_t, 4> head{};

@@ -66,7 +66,7 @@ std::vector<RunningApplication> Applications::running(const std::string& identif
   Known& known = entry->second;
   if (isFirst) {
     bus_.post([this, identifier] { watch(identifier); });
-    answered_.wait_for(lock, firstAnswerLimit, [&] { return known.answered; });
+    answered_.wait_for(lock, firstAnswerTimeout, [&] { return known.answered; });
   }
   if (known.pid == 0) return {};
   return {{identifier, known.pid}};

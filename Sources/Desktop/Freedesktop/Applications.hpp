@@ -27,12 +27,12 @@ BusMessage newActivation(const BusConnection& connection, const char* service,
 /// once the application has ended. The bus confirms the id after the pidfd was opened. An owner
 /// whose process cannot be opened is running, but is never sent a signal.
 ///
-/// The first question about an identifier waits for the bus, for `firstAnswerLimit` of real time
+/// The first question about an identifier waits for the bus, for `firstAnswerTimeout` of real time
 /// at most; from then on its name is watched and the answer is at hand. Called from the main
 /// thread; lives on the bus thread.
 class Applications final : public Bus::Client {
  public:
-  static constexpr Duration firstAnswerLimit = std::chrono::milliseconds(200);
+  static constexpr Duration firstAnswerTimeout = std::chrono::milliseconds(200);
 
   /// The bus outlives it.
   explicit Applications(Bus& bus) : bus_(bus) {}

@@ -71,14 +71,15 @@ void FolderPortal::connected(BusConnection& connection) {
   connection_ = &connection;
   portal_.watch(connection, [this, before = std::string()](const std::string& owner) mutable {
     const auto previous = std::exchange(before, owner);
-    if (!previous.empty() && owner != previous) failAll("The folder chooser has gone away.");
+    if (!previous.empty() && owner != previous)
+      failAll("The folder chooser ended before a folder was chosen.");
   });
 }
 
 void FolderPortal::disconnected() {
   connection_ = nullptr;
   portal_.forget();
-  failAll("The session bus has gone away.");
+  failAll("The connection to the session bus was lost before a folder was chosen.");
 }
 
 void FolderPortal::choose(const FolderRequest& request, Done done) {
@@ -103,7 +104,7 @@ void FolderPortal::choose(const FolderRequest& request, Done done) {
         if (read && version >= versionWithDirectories) return ask(token);
         fail(token, Error{"The desktop's file chooser cannot choose folders."});
       },
-      startLimit);
+      startTimeout);
   if (!question.call) fail(token, Error{"The folder chooser could not be called."});
 }
 
@@ -117,12 +118,12 @@ void FolderPortal::ask(const std::string& token) {
   if (writer.status() >= 0) {
     question.call = connection_->call(
         call, [this, token](sd_bus_message& reply) { accepted(token, reply); },
-        BusConnection::noLimit);
+        BusConnection::noTimeout);
   } else {
     question.call.reset();
   }
   if (!question.call) return fail(token, Error{"The folder chooser could not be called."});
-  question.limit = bus_.after(startLimit, [this, token] { giveUp(token); });
+  question.limit = bus_.after(startTimeout, [this, token] { giveUp(token); });
 }
 
 void FolderPortal::accepted(const std::string& token, sd_bus_message& reply) {

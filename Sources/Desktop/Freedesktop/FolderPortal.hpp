@@ -27,7 +27,7 @@ class FolderPortal final : public Bus::Client {
 
   /// A portal may have to be started first. One that has not accepted a question by then is given
   /// up; should it accept the question later, it is asked to close its window again.
-  static constexpr Duration startLimit = std::chrono::seconds(25);
+  static constexpr Duration startTimeout = std::chrono::seconds(25);
 
   /// The bus outlives it.
   explicit FolderPortal(Bus& bus) : bus_(bus) {}

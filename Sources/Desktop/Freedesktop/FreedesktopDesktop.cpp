@@ -10,7 +10,7 @@ namespace zephyl {
 
 namespace {
 
-/// The application's icon, where hosts can find it without being told where.
+/// The application's icon, where hosts can find it in any case.
 std::string notificationIcon(const std::optional<IconLocation>& icons) {
   return icons && icons->themePath.empty() ? applicationId : "";
 }
@@ -53,7 +53,7 @@ FreedesktopDesktop::~FreedesktopDesktop() {
 DBusMenu::Listener FreedesktopDesktop::menuListener() {
   return {.session =
               [this](MenuSession::Event event, unsigned opening) {
-                backlog_.post([this, event, opening] { item_.tell(event, opening); });
+                backlog_.post([this, event, opening] { item_.notify(event, opening); });
               },
           .chosen =
               [this](const MenuAction& action) {
@@ -177,7 +177,7 @@ void FreedesktopDesktop::Item::setMenu(const Menu& menu) {
   });
 }
 
-void FreedesktopDesktop::Item::tell(MenuSession::Event event, unsigned opening) {
+void FreedesktopDesktop::Item::notify(MenuSession::Event event, unsigned opening) {
   switch (event) {
     case MenuSession::Event::needsUpdate:
       if (events_.needsUpdate) events_.needsUpdate();

@@ -11,8 +11,8 @@
 #include "Desktop/Freedesktop/Backlog.hpp"
 #include "Desktop/Freedesktop/Bus/Bus.hpp"
 #include "Desktop/Freedesktop/FolderPortal.hpp"
+#include "Desktop/Freedesktop/Menu/BusSignalThrottle.hpp"
 #include "Desktop/Freedesktop/Menu/DBusMenu.hpp"
-#include "Desktop/Freedesktop/Menu/SignalPacer.hpp"
 #include "Desktop/Freedesktop/Notifications.hpp"
 #include "Desktop/Freedesktop/SingleInstance.hpp"
 #include "Desktop/Freedesktop/StatusNotifierItem.hpp"
@@ -60,8 +60,8 @@ class FreedesktopDesktop final : public Desktop {
   void openFile(const std::string& path, Editor editor) override;
   void chooseFolder(const FolderRequest& request, std::function<void(FolderChoice)> done) override;
 
-  /// What lets the next window come to the front, for whoever shows it; empty when there is
-  /// nothing.
+  /// What lets the next window come to the front, for the program that shows it; empty when there
+  /// is nothing.
   std::string takeActivationToken() { return std::exchange(activationToken_, {}); }
 
  private:
@@ -76,7 +76,7 @@ class FreedesktopDesktop final : public Desktop {
     void setMenu(const Menu& menu) override;
     void setMenuEvents(MenuEvents events) override { events_ = std::move(events); }
 
-    void tell(MenuSession::Event event, unsigned opening);
+    void notify(MenuSession::Event event, unsigned opening);
     void choose(const MenuAction& action);
     /// As long as there is no bus.
     void showInLog();
@@ -121,7 +121,7 @@ class FreedesktopDesktop final : public Desktop {
 
   Backlog backlog_;
   Bus bus_;
-  SignalPacer pacer_;  // and what follows: the bus thread's
+  BusSignalThrottle pacer_;  // and what follows: the bus thread's
   DBusMenu menu_;
   StatusNotifierItem statusNotifier_;
   Notifications notifications_;

@@ -40,7 +40,7 @@ class Notifications final : public Bus::Client {
  private:
   /// One identifier, from its first post until the notification is closed.
   struct Posted {
-    std::uint32_t id = 0;  ///< the server's; 0 until it has told
+    std::uint32_t id = 0;  ///< the server's; 0 until it has answered
     BusSlot call;          ///< while the server has not answered
     /// What to show after the answer, when something else was posted meanwhile.
     std::optional<Notification> next;
@@ -70,7 +70,7 @@ class Notifications final : public Bus::Client {
     std::set<std::string> capabilities;
     std::string name;
   };
-  std::optional<Server> about_;        // once the server has told everything
+  std::optional<Server> about_;        // once the server has answered everything
   Server answers_;                     // what it has told so far
   std::vector<Notification> waiting_;  // for that
 

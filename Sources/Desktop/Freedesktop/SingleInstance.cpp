@@ -13,7 +13,7 @@ namespace {
 
 constexpr const char* applicationInterface = "org.freedesktop.Application";
 constexpr std::uint32_t inQueue = 2;
-constexpr std::uint64_t askingLimit = std::chrono::microseconds(std::chrono::seconds(3)).count();
+constexpr std::uint64_t reopenTimeout = std::chrono::microseconds(std::chrono::seconds(3)).count();
 
 /// The activation token in a call's platform data; empty when there is none.
 std::string readToken(sd_bus_message& call) {
@@ -104,12 +104,12 @@ int SingleInstance::reopen(sd_bus_message& call) {
 bool SingleInstance::askToReopen(pid_t holder, const std::string& activationToken) {
   const auto bus = Bus::openAndWait();
   if (!bus) return false;
-  sd_bus_set_method_call_timeout(bus.get(), askingLimit);
+  sd_bus_set_method_call_timeout(bus.get(), reopenTimeout);
   const auto owner = ownerIfItIs(holder, *bus);
   if (owner.empty()) return false;
   const auto call =
       newActivation(BusConnection(*bus), owner.c_str(), applicationId, activationToken);
-  return call && sd_bus_call(bus.get(), call.get(), askingLimit, nullptr, nullptr) >= 0;
+  return call && sd_bus_call(bus.get(), call.get(), reopenTimeout, nullptr, nullptr) >= 0;
 }
 
 }  // namespace zephyl

@@ -18,7 +18,7 @@ constexpr BusAddress watcher{watcherName, "/StatusNotifierWatcher", watcherName}
 
 }  // namespace
 
-StatusNotifierItem::StatusNotifierItem(SignalPacer& pacer, std::optional<IconLocation> icons,
+StatusNotifierItem::StatusNotifierItem(BusSignalThrottle& pacer, std::optional<IconLocation> icons,
                                        Listener listener)
     : pacer_(pacer),
       icons_(std::move(icons)),

@@ -9,7 +9,7 @@
 
 #include "Desktop/Freedesktop/Bus/Bus.hpp"
 #include "Desktop/Freedesktop/Bus/WatchedName.hpp"
-#include "Desktop/Freedesktop/Menu/SignalPacer.hpp"
+#include "Desktop/Freedesktop/Menu/BusSignalThrottle.hpp"
 #include "Desktop/Freedesktop/Panel.hpp"
 #include "Desktop/Freedesktop/StatusIcons.hpp"
 
@@ -38,7 +38,8 @@ class StatusNotifierItem final : public Bus::Client {
   };
 
   /// The pacer outlives it. No location: the icons are not in the theme.
-  StatusNotifierItem(SignalPacer& pacer, std::optional<IconLocation> icons, Listener listener);
+  StatusNotifierItem(BusSignalThrottle& pacer, std::optional<IconLocation> icons,
+                     Listener listener);
 
   void connected(BusConnection& connection) override;
   void disconnected() override;
@@ -78,7 +79,7 @@ class StatusNotifierItem final : public Bus::Client {
   void writeToolTip(BusWriter& writer) const;
   void writePixmaps(BusWriter& writer) const;
 
-  SignalPacer& pacer_;
+  BusSignalThrottle& pacer_;
   const std::optional<IconLocation> icons_;
   const Listener listener_;
   const Sources sources_;
@@ -86,7 +87,7 @@ class StatusNotifierItem final : public Bus::Client {
   Appearance appearance_;
   bool shown_ = false;
   bool toldThatItWaits_ = false;
-  bool wasRead_ = false;  // who has read nothing need not be told what changes
+  bool wasRead_ = false;  // a host that has read nothing needs no signal of a change
 
   BusConnection* connection_ = nullptr;
   BusSlot object_;

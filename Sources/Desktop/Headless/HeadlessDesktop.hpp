@@ -8,8 +8,8 @@ namespace zephyl {
 
 /// The desktop of a machine that has none: nothing is shown. The state goes to the log in words,
 /// a line for each change; changes that follow each other faster than `logInterval` share the
-/// line that tells the last of them. Nobody can be asked, no menu is opened, and no application is
-/// known.
+/// line with the last of them. No question can be answered, no menu is opened, and no application
+/// is known.
 class HeadlessDesktop final : public Desktop {
  public:
   static constexpr Duration logInterval = std::chrono::milliseconds(250);

@@ -43,9 +43,9 @@ Dialogs::Handle HeadlessDialogs::chooseFolder(
 }
 
 Dialogs::Handle HeadlessDialogs::presentLogWindow(const LogWindow& window,
-                                                  std::function<void(LogWindowEvent)> tell) {
+                                                  std::function<void(LogWindowEvent)> notify) {
   logInsteadOfWindow(window);
-  return answerLater(mainLoop_, [tell = std::move(tell)] { tell(LogWindowEvent::closed); });
+  return answerLater(mainLoop_, [notify = std::move(notify)] { notify(LogWindowEvent::closed); });
 }
 
 void logInsteadOfWindow(const LogWindow& window) {

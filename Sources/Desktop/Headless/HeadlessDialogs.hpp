@@ -17,7 +17,7 @@ class HeadlessDialogs final : public Dialogs {
   Handle chooseFolder(const FolderRequest& request,
                       std::function<void(Result<std::optional<std::string>>)> done) override;
   Handle presentLogWindow(const LogWindow& window,
-                          std::function<void(LogWindowEvent)> tell) override;
+                          std::function<void(LogWindowEvent)> notify) override;
 
  private:
   MainLoop& mainLoop_;

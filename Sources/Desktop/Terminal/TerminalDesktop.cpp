@@ -25,7 +25,7 @@ bool hasUnicode() {
   return false;
 }
 
-bool wantsColours() {
+bool wantsColors() {
   return environmentVariable("NO_COLOR").value_or("").empty();
 }
 
@@ -44,18 +44,18 @@ Result<std::unique_ptr<TerminalDesktop>> TerminalDesktop::open(const Services& s
 }
 
 Result<void> TerminalDesktop::start() {
-  auto type = TerminalType::load(environmentVariable("TERM").value_or(""), wantsColours());
+  auto type = TerminalType::load(environmentVariable("TERM").value_or(""), wantsColors());
   if (!type) return type.error();
-  const Look look{.unicode = hasUnicode(), .colours = type->hasColours()};
+  const TerminalCapabilities capabilities{.unicode = hasUnicode(), .colors = type->hasColors()};
   auto device = TerminalDevice::open(services_.reactor, *type, deviceListener());
   if (!device) return device.error();
   device_ = *std::move(device);
   screen_ = std::make_shared<TerminalScreen>(
       TerminalScreen::Services{services_.mainLoop, services_.clock, *device_}, *std::move(type),
-      look);
+      capabilities);
   screen_->events = screenEvents();
   captureOutput();
-  signals_ = std::make_unique<SignalWatcher>(
+  signals_ = std::make_unique<UnixSignalWatcher>(
       services_.reactor, std::initializer_list<int>{SIGWINCH, SIGCONT, SIGHUP},
       [resized = onMain(&TerminalDesktop::resized), continued = onMain(&TerminalDesktop::continued),
        headless = onMain(&TerminalDesktop::becomeHeadless)](int signal) {
@@ -163,7 +163,7 @@ void TerminalDesktop::activate(const RunningApplication&) {
   if (screen_) screen_->say("Zephyl's window is open already; a terminal cannot bring it up.");
 }
 
-/// Whoever sits at the terminal may have a browser where this machine has none.
+/// The user at the terminal may have a browser even if this machine does not.
 void TerminalDesktop::openURL(const std::string& url) {
   if (!screen_) return headless_.openURL(url);
   screen_->presentAlert({.messageText = "Open this address in a browser:",

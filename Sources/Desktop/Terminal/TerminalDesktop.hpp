@@ -12,7 +12,7 @@
 #include "Desktop/Terminal/TerminalDevice.hpp"
 #include "Desktop/Terminal/TerminalScreen.hpp"
 #include "System/Concurrency/Reactor.hpp"
-#include "System/Concurrency/SignalWatcher.hpp"
+#include "System/Concurrency/UnixSignalWatcher.hpp"
 #include "System/Files/Log.hpp"
 
 namespace zephyl {
@@ -21,8 +21,8 @@ namespace zephyl {
 /// the program and its children print goes to a log that is part of the screen; what of it the
 /// user has not seen in the end is printed then.
 ///
-/// When the terminal is closed, which is told by SIGHUP, it is the desktop of a machine that has
-/// none from then on: dialogs that were open are told that nobody can be asked.
+/// When the terminal is closed, which SIGHUP reports, it is the desktop of a machine that has
+/// none from then on: open dialogs end as unanswered.
 ///
 /// Main thread. The main loop runs no more tasks once it is gone.
 class TerminalDesktop final : public Desktop {
@@ -98,7 +98,7 @@ class TerminalDesktop final : public Desktop {
   std::shared_ptr<TerminalScreen> screen_;  // none once there is no terminal any more
   std::unique_ptr<OutputCapture> capture_;
   std::unique_ptr<LogSink> logSink_;
-  std::unique_ptr<SignalWatcher> signals_;
+  std::unique_ptr<UnixSignalWatcher> signals_;
 };
 
 }  // namespace zephyl

@@ -61,7 +61,7 @@ void removeCrashHandler() {
   for (const int signal : crashSignals) std::signal(signal, SIG_DFL);
 }
 
-/// Keys one by one, none of them with a meaning of its own but the one that interrupts.
+/// Delivers keys one by one and interprets none of them but the interrupt key.
 termios forKeys(termios settings) {
   settings.c_iflag &= ~static_cast<tcflag_t>(ICRNL | INLCR | IXON | ISTRIP | BRKINT);
   settings.c_lflag &= ~static_cast<tcflag_t>(ICANON | ECHO | IEXTEN);

@@ -27,7 +27,7 @@ class TerminalDevice final : public TerminalOutput {
   struct Listener {
     std::function<void(SecretString)> input;
     std::function<void()> writable;  ///< `resume` what was busy
-    std::function<void()> closed;    ///< nobody is there any more; told once
+    std::function<void()> closed;    ///< the terminal was closed; called once
   };
 
   /// Fails where there is no terminal, or where another program has it in the foreground. The

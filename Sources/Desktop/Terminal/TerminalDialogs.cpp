@@ -13,7 +13,7 @@ namespace {
 
 class OpenDialog final : public Dialog {
  public:
-  OpenDialog(std::weak_ptr<TerminalScreen> screen, BoxStack::Number number)
+  OpenDialog(std::weak_ptr<TerminalScreen> screen, DialogStack::Number number)
       : screen_(std::move(screen)), number_(number) {}
   ~OpenDialog() override {
     if (const auto screen = screen_.lock()) screen->close(number_);
@@ -27,7 +27,7 @@ class OpenDialog final : public Dialog {
 
  private:
   const std::weak_ptr<TerminalScreen> screen_;
-  const BoxStack::Number number_;
+  const DialogStack::Number number_;
 };
 
 /// What the user means by a path: `~` is the home directory, and so is what is relative to it.
@@ -64,7 +64,7 @@ class FolderQuestion final : public Dialog {
 
     const FolderRequest request;
     const Done done;
-    BoxStack::Number number = 0;
+    DialogStack::Number number = 0;
   };
 
   static void ask(const std::weak_ptr<TerminalScreen>& weakScreen,
@@ -115,10 +115,10 @@ Dialogs::Handle TerminalDialogs::chooseFolder(
 }
 
 Dialogs::Handle TerminalDialogs::presentLogWindow(const LogWindow& window,
-                                                  std::function<void(LogWindowEvent)> tell) {
+                                                  std::function<void(LogWindowEvent)> notify) {
   const auto screen = screen_.lock();
-  if (!screen) return headless_.presentLogWindow(window, std::move(tell));
-  return std::make_unique<OpenDialog>(screen, screen->presentLog(window, std::move(tell)));
+  if (!screen) return headless_.presentLogWindow(window, std::move(notify));
+  return std::make_unique<OpenDialog>(screen, screen->presentLog(window, std::move(notify)));
 }
 
 }  // namespace zephyl

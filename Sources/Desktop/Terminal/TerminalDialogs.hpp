@@ -22,7 +22,7 @@ class TerminalDialogs final : public Dialogs {
   Handle chooseFolder(const FolderRequest& request,
                       std::function<void(Result<std::optional<std::string>>)> done) override;
   Handle presentLogWindow(const LogWindow& window,
-                          std::function<void(LogWindowEvent)> tell) override;
+                          std::function<void(LogWindowEvent)> notify) override;
 
  private:
   std::weak_ptr<TerminalScreen> screen_;

@@ -16,10 +16,10 @@ namespace zephyl {
 namespace {
 
 /// As a terminal of this look can show it.
-Menu shownMenu(Menu menu, const Look& look) {
+Menu shownMenu(Menu menu, const TerminalCapabilities& capabilities) {
   for (auto& entry : menu) {
-    entry.title = displayText::shown(visible(entry.title), look);
-    entry.submenu = shownMenu(std::move(entry.submenu), look);
+    entry.title = displayText::shown(visible(entry.title), capabilities);
+    entry.submenu = shownMenu(std::move(entry.submenu), capabilities);
   }
   return menu;
 }
@@ -41,12 +41,13 @@ constexpr std::string_view helpText =
 
 }  // namespace
 
-TerminalScreen::TerminalScreen(const Services& services, TerminalType type, Look look)
+TerminalScreen::TerminalScreen(const Services& services, TerminalType type,
+                               TerminalCapabilities capabilities)
     : services_(services),
       type_(std::move(type)),
-      look_(look),
+      capabilities_(capabilities),
       painter_(type_),
-      decoder_(type_.keys(), look.unicode) {}
+      decoder_(type_.keys(), capabilities.unicode) {}
 
 void TerminalScreen::setIcon(StatusIcon icon) {
   if (std::exchange(icon_, icon) != icon) changed();
@@ -65,7 +66,7 @@ void TerminalScreen::setDescription(const std::string& description) {
 }
 
 void TerminalScreen::setMenu(const Menu& menu) {
-  menu_.setMenu(shownMenu(menu, look_));
+  menu_.setMenu(shownMenu(menu, capabilities_));
   changed();
 }
 
@@ -106,26 +107,27 @@ void TerminalScreen::copy(const std::string& text) {
   }
 }
 
-BoxStack::Number TerminalScreen::presentAlert(const Alert& alert, const std::string& text,
-                                              BoxStack::AlertDone done) {
-  const auto number = boxes_.addAlert(alert, look_, text, std::move(done));
+DialogStack::Number TerminalScreen::presentAlert(const Alert& alert, const std::string& text,
+                                                 DialogStack::AlertDone done) {
+  const auto number = boxes_.addAlert(alert, capabilities_, text, std::move(done));
   if (alert.style == Alert::Style::critical) unsent_ += type_.bell();
   changed();
   return number;
 }
 
-BoxStack::Number TerminalScreen::presentLog(const LogWindow& window, BoxStack::LogTold tell) {
-  const auto number = boxes_.addLog(window, look_, std::move(tell));
+DialogStack::Number TerminalScreen::presentLog(const LogWindow& window,
+                                               DialogStack::LogNotify notify) {
+  const auto number = boxes_.addLog(window, capabilities_, std::move(notify));
   if (!window.message.empty()) unsent_ += type_.bell();
   changed();
   return number;
 }
 
-void TerminalScreen::showProgress(BoxStack::Number dialog, const Progress& progress) {
+void TerminalScreen::showProgress(DialogStack::Number dialog, const Progress& progress) {
   if (boxes_.showProgress(dialog, progress)) changed();
 }
 
-void TerminalScreen::close(BoxStack::Number dialog) {
+void TerminalScreen::close(DialogStack::Number dialog) {
   boxes_.close(dialog);
   changed();
 }
@@ -173,7 +175,7 @@ void TerminalScreen::draw() {
   logTimer_.cancel();
   topWasDrawn();
   notices_.expire(services_.clock.now());
-  Canvas canvas(services_.output.size(), look_);
+  Canvas canvas(services_.output.size(), capabilities_);
   drawMenuScreen(canvas);
   if (logBox_) {
     canvas.clear(canvas.area());
@@ -205,8 +207,10 @@ void TerminalScreen::drawStatus(Canvas& canvas, int rows) const {
   const auto* const icon = icon_ == StatusIcon::busy ? "busy" : "idle";
   canvas.put(0, column, formatText("{}  {}", visible(title_), icon), {.reverse = true});
   if (rows < 2) return;
-  auto lines = displayText::wrapped(displayText::shown(visible(description_), look_), columns - 2);
-  if (lines.size() > 2) lines[1] = displayText::cut(lines[1] + " " + lines[2], columns - 2, look_);
+  auto lines =
+      displayText::wrapped(displayText::shown(visible(description_), capabilities_), columns - 2);
+  if (lines.size() > 2)
+    lines[1] = displayText::cut(lines[1] + " " + lines[2], columns - 2, capabilities_);
   for (int i = 0; i < std::min<int>(2, static_cast<int>(lines.size())); ++i) {
     canvas.put(1 + i, 1, lines[static_cast<std::size_t>(i)]);
   }
@@ -223,7 +227,7 @@ void TerminalScreen::drawMenuScreen(Canvas& canvas) {
   if (!roomy && notices_.shown() != nullptr) {
     return notices_.draw(canvas, {height - 1, 1, 1, columns - 2}, now);
   }
-  canvas.put(height - 1, 1, displayText::cut(hints(columns - 2), columns - 2, look_),
+  canvas.put(height - 1, 1, displayText::cut(hints(columns - 2), columns - 2, capabilities_),
              {.dim = true});
 }
 
@@ -237,7 +241,7 @@ void TerminalScreen::drawNoticeOverLog(Canvas& canvas) const {
 std::string TerminalScreen::hints(int columns) const {
   const std::string news = unseenLines_ > 0 ? formatText(" ({} new)", unseenLines_) : "";
   auto all = displayText::shown(
-      formatText("↑↓ move  Enter choose  l log{}  ? help  Ctrl-C quit", news), look_);
+      formatText("↑↓ move  Enter choose  l log{}  ? help  Ctrl-C quit", news), capabilities_);
   if (displayText::width(all) <= columns) return all;
   return formatText("? help  l log{}", news);
 }
@@ -313,7 +317,7 @@ std::string TerminalScreen::wholeLog() const {
 }
 
 void TerminalScreen::openLog() {
-  logBox_.emplace("Log", "", look_);
+  logBox_.emplace("Log", "", capabilities_);
   logBox_->toEnd();
   showLogLines();
 }
@@ -325,7 +329,7 @@ void TerminalScreen::showLogLines() {
 
 void TerminalScreen::openHelp() {
   presentAlert({.messageText = "Keys",
-                .informativeText = displayText::shown(helpText, look_),
+                .informativeText = displayText::shown(helpText, capabilities_),
                 .buttons = {"Close"},
                 .requestedByUser = true},
                "", [](const auto&) {});

@@ -13,7 +13,7 @@
 #include "Desktop/Terminal/Drawing/Canvas.hpp"
 #include "Desktop/Terminal/Drawing/KeyDecoder.hpp"
 #include "Desktop/Terminal/Drawing/Painter.hpp"
-#include "Desktop/Terminal/Views/BoxStack.hpp"
+#include "Desktop/Terminal/Views/DialogStack.hpp"
 #include "Desktop/Terminal/Views/MenuView.hpp"
 #include "Desktop/Terminal/Views/NoticeLine.hpp"
 #include "System/Concurrency/Clock.hpp"
@@ -31,7 +31,7 @@ class TerminalOutput {
   TerminalOutput& operator=(const TerminalOutput&) = delete;
 
   [[nodiscard]] virtual ScreenSize size() const = 0;
-  /// Whether earlier bytes are still on their way; whoever waits for them calls `drained`.
+  /// Whether earlier bytes are still on their way; the caller that waits for them calls `drained`.
   [[nodiscard]] virtual bool isBusy() const = 0;
   virtual void write(std::string_view bytes) = 0;
 };
@@ -61,7 +61,7 @@ class TerminalScreen : public std::enable_shared_from_this<TerminalScreen> {
     TerminalOutput& output;
   };
 
-  /// What the user does, and what is asked in return. Unset ones are not told.
+  /// What the user does, and what the screen asks for. An unset one is ignored.
   struct Events {
     MenuEvents menu;
     std::function<void(const std::string& identifier)> notificationActivated;
@@ -69,7 +69,7 @@ class TerminalScreen : public std::enable_shared_from_this<TerminalScreen> {
   };
 
   /// The services outlive it.
-  TerminalScreen(const Services& services, TerminalType type, Look look);
+  TerminalScreen(const Services& services, TerminalType type, TerminalCapabilities capabilities);
 
   Events events;
 
@@ -86,12 +86,12 @@ class TerminalScreen : public std::enable_shared_from_this<TerminalScreen> {
   /// Puts a text on the clipboard, if the terminal can.
   void copy(const std::string& text);
 
-  BoxStack::Number presentAlert(const Alert& alert, const std::string& text,
-                                BoxStack::AlertDone done);
-  BoxStack::Number presentLog(const LogWindow& window, BoxStack::LogTold tell);
-  void showProgress(BoxStack::Number dialog, const Progress& progress);
-  void close(BoxStack::Number dialog);
-  /// There is nobody at the screen any more: every dialog is told so, and nothing is drawn again.
+  DialogStack::Number presentAlert(const Alert& alert, const std::string& text,
+                                   DialogStack::AlertDone done);
+  DialogStack::Number presentLog(const LogWindow& window, DialogStack::LogNotify notify);
+  void showProgress(DialogStack::Number dialog, const Progress& progress);
+  void close(DialogStack::Number dialog);
+  /// Ends every dialog as unanswered and draws nothing from now on. For a terminal that was closed.
   void end();
 
   // What comes from the terminal.
@@ -133,7 +133,7 @@ class TerminalScreen : public std::enable_shared_from_this<TerminalScreen> {
 
   Services services_;
   const TerminalType type_;
-  const Look look_;
+  const TerminalCapabilities capabilities_;
   Painter painter_;
   KeyDecoder decoder_;
   Timer keyTimer_;
@@ -146,8 +146,9 @@ class TerminalScreen : public std::enable_shared_from_this<TerminalScreen> {
   std::string description_;
   MenuView menu_;
   NoticeLine notices_;
-  BoxStack boxes_;
-  std::optional<BoxStack::Number> drawnTop_;  // the topmost dialog when the screen was drawn last
+  DialogStack boxes_;
+  std::optional<DialogStack::Number>
+      drawnTop_;  // the topmost dialog when the screen was drawn last
   Instant topSince_{};
   bool topIsGuarded_ = false;
   InputGuard guard_;  // of the topmost dialog

@@ -13,7 +13,7 @@
 namespace zephyl {
 
 namespace {
-constexpr std::chrono::milliseconds idleLimit{500};
+constexpr std::chrono::milliseconds idleTimeout{500};
 }
 
 ThreadPool::ThreadPool() {
@@ -74,7 +74,7 @@ bool ThreadPool::waitForTask(std::unique_lock<std::mutex>& lock, Kind kind) {
   if (kind == Kind::permanent) {
     wake_.wait(lock, awaited);
   } else {
-    wake_.wait_for(lock, idleLimit, awaited);
+    wake_.wait_for(lock, idleTimeout, awaited);
   }
   --idle_;
   return !tasks_.empty();

@@ -29,7 +29,7 @@ class WipingMemory final : public boost::json::memory_resource {
   }
 };
 
-/// Values outlive whoever parsed them, and may be freed at the very end.
+/// Values may outlive the parser and be freed at the very end.
 boost::json::storage_ptr wipingMemory() {
   static WipingMemory memory;
   return &memory;

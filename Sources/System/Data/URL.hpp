@@ -6,7 +6,7 @@
 
 namespace zephyl {
 
-/// The parts of an absolute or relative URL that the tray looks at. A value.
+/// The parts of an absolute or relative URL that the tray uses. A value.
 struct URL {
   std::string scheme;  ///< as written, without the colon; empty when there is none
   std::string host;    ///< as written, an IPv6 address with its brackets; empty when there is none

@@ -17,7 +17,8 @@ Environment currentEnvironment();
 /// The value of a variable of the process's own environment; none when unset.
 std::optional<std::string> environmentVariable(const char* name);
 
-/// Hands on a token that lets a child's first window come to the front; an empty one is none.
+/// Passes a token to the environment that lets a child's first window come to the front. Does
+/// nothing if `token` is empty.
 void setActivationToken(Environment& environment, const std::string& token);
 
 /// Takes what was meant for this process alone out of its environment, so that no child inherits

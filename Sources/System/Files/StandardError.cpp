@@ -43,7 +43,7 @@ bool waitUntilWritable(SteadyClock::time_point deadline) {
 
 void StandardError::write(std::string_view line) {
   const std::scoped_lock lock(mutex_);
-  if (dropped_ > 0 && !writeNote()) {
+  if (dropped_ > 0 && !writeMarker()) {
     ++dropped_;
     return;
   }
@@ -53,7 +53,7 @@ void StandardError::write(std::string_view line) {
   ++dropped_;
 }
 
-bool StandardError::writeNote() {
+bool StandardError::writeMarker() {
   const auto note = formatText("{}[tray] {} log lines were dropped: standard error took nothing\n",
                                withinLine_ ? "\n" : "", dropped_);
   std::size_t written = 0;

@@ -27,7 +27,7 @@ class StandardError {
   enum class Outcome { written, failed, blocked };
   static Outcome writeWhole(std::string_view text, std::chrono::milliseconds limit,
                             std::size_t& written);
-  bool writeNote();
+  bool writeMarker();
 
   std::mutex mutex_;
   std::size_t dropped_ = 0;  // lines since the last one that was written; guarded by mutex_

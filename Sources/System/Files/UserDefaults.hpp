@@ -31,7 +31,7 @@ class UserDefaults {
 
   explicit UserDefaults(std::string domain) : domain_(std::move(domain)) {}
 
-  /// None when the value is absent or no integer of 64 bits; a text or a truth value is none.
+  /// Returns nullopt if the value is absent or not a 64-bit integer.
   [[nodiscard]] std::optional<std::int64_t> integer(const std::string& key) const;
   /// None when the value is absent or no string.
   [[nodiscard]] std::optional<std::string> string(const std::string& key) const;

@@ -297,7 +297,7 @@ void Connection::proceed(error_code error) {
   finish(std::nullopt);
 }
 
-/// One timer watches both limits. It is not moved for every piece that arrives, but looks at the
+/// One timer watches both limits. It is not moved for every piece that arrives, but checks the
 /// time of the last one when it fires.
 void Connection::watch() {
   const auto next = std::min(silenceEnd(), wholeEnd());

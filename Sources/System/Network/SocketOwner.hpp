@@ -15,7 +15,7 @@ namespace zephyl {
 /// thread.
 
 /// Returns the user that owns the socket that accepts connections to `address`, a numeric IPv4 or
-/// IPv6 address, at `port`. An error when nothing listens there or the system does not tell.
+/// IPv6 address, at `port`. Fails if nothing listens there or the system does not reveal the owner.
 ///
 /// Asks the kernel for the one socket, which takes microseconds. Where the kernel does not answer
 /// that question (some sandboxes and containers), reads its tables of all sockets.

@@ -56,7 +56,7 @@ class OutputPipe::Allowance : public std::enable_shared_from_this<Allowance> {
     return std::make_shared<Credit>(shared_from_this(), bytes);
   }
 
-  /// When there is none, `resume` is called once there is.
+  /// Without an allowance, `resume` is called as soon as there is one.
   [[nodiscard]] bool hasRoom() {
     const std::scoped_lock lock(mutex_);
     refused_ = outstanding_ >= maxOutstandingBytes;

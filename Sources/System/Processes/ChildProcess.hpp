@@ -27,8 +27,8 @@ struct ExitStatus {
 };
 
 /// Whole lines of a child's output, without their ends. While a batch is alive its size counts
-/// against the child's allowance, and a child that has used it up is not read from: whoever
-/// queues batches up is never run over. The lines, which may hold a secret, are overwritten when
+/// against the child's allowance, and a child that has used it up is not read from, so that
+/// a queue of batches stays bounded. The lines, which may hold a secret, are overwritten when
 /// the batch goes. Movable only.
 class OutputLines {
  public:
@@ -60,7 +60,7 @@ struct ProcessOptions {
   Environment environment;             ///< the whole of it
   std::string workingDirectory;        ///< empty: the tray's own
 
-  /// Whether the child lives only as long as the tray. Such a child is told to end when the tray
+  /// Whether the child lives only as long as the tray. Such a child is asked to end when the tray
   /// dies, whatever the cause, and its process group (it leads one of its own) is ended with it,
   /// grandchildren included. Any other child outlives the tray.
   enum class Lifetime { tied, independent };
@@ -74,7 +74,7 @@ struct ProcessOptions {
   /// Called with output as it comes, standard output and error together. Unset: the child's
   /// output goes where the tray's own goes.
   std::function<void(OutputLines)> onOutput;
-  /// Called with what comes on standard error, where that is to be told from standard output.
+  /// Called with the lines of standard error, if they are to be separated from standard output.
   std::function<void(OutputLines)> onErrorOutput;
   /// Called once, after the last output, when the child has ended and been reaped.
   std::function<void(ExitStatus)> onExit;

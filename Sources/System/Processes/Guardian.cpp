@@ -20,7 +20,7 @@ namespace {
 using namespace std::chrono_literals;
 
 constexpr auto grace = 1s;           // from SIGTERM to SIGKILL
-constexpr auto pollInterval = 20ms;  // between looks at whether the groups are gone
+constexpr auto pollInterval = 20ms;  // between two checks whether the groups have ended
 constexpr pid_t none = 0;            // an empty place in the table
 constexpr pid_t smallestGroup = 2;   // kill(-1) would hit every process there is
 constexpr const char* processName = "zephyl-guardian";  // 15 characters, as many as there can be

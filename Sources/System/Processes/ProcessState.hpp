@@ -2,8 +2,8 @@
 
 namespace zephyl {
 
-/// The state of this process that the rest of the program relies on. Whoever starts a program
-/// decides about its descriptors, signals and limits, and they survive exec.
+/// The state of this process that the rest of the program relies on. A process that starts a
+/// program decides about its descriptors, signals and limits, and they survive exec.
 
 /// Establishes that state:
 /// - descriptors 0 to 2 are open, on /dev/null where they were closed, so that no file of the

@@ -18,7 +18,7 @@ struct SpawnedChild {
   FileDescriptor input;    ///< the writing end of its input, where that is asked for
   FileDescriptor output;   ///< the reading end of its output, where that is asked for
   FileDescriptor errors;   ///< the same of standard error, where that has a pipe of its own
-  FileDescriptor verdict;  ///< tells why the program could not be started; ends when it was
+  FileDescriptor verdict;  ///< receives why the program could not be started; ends when it was
 };
 
 /// Forks a child that goes on to run the program. A tied child is known to the guardian before
@@ -29,7 +29,7 @@ Result<SpawnedChild> spawn(const ProcessOptions& options, Guardian& guardian);
 void discard(pid_t pid, Guardian& guardian);
 
 /// Waits, on any thread, until the child runs its program. If it cannot, nothing is left of the
-/// child, and the error tells the reason.
+/// child, and the error contains the reason.
 Result<void> awaitProgram(SpawnedChild& child, const ProcessOptions& options, Guardian& guardian);
 
 }  // namespace zephyl

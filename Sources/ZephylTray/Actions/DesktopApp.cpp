@@ -110,7 +110,7 @@ void DesktopApp::runDevProcess(const char* what, std::string executable,
   devProcess_.emplace(DevProcess{number, *std::move(child)});
 }
 
-/// A child that was replaced or told to quit is not the current one, and changes nothing.
+/// A child that was replaced or asked to quit is not the current one, and changes nothing.
 void DesktopApp::childExited(std::uint64_t launch) {
   if (devProcess_ && devProcess_->number == launch) devProcess_.reset();
 }

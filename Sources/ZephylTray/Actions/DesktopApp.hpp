@@ -20,7 +20,7 @@ struct ControlAccess {
   std::int64_t port = 0;
 };
 
-/// What the desktop window app is told at its start: how to reach the tray's control server, and
+/// What the desktop window app receives at its start: how to reach the tray's control server, and
 /// what to show.
 struct DesktopLaunch {
   std::optional<std::string> serverURL;  ///< the primary server's web address

@@ -31,14 +31,14 @@ struct ErrorResponse {
 };
 BOOST_DESCRIBE_STRUCT(ErrorResponse, (), (error))
 
-/// Decodes an answer as `Record`, takes the wanted part out of it and passes that on.
-template <typename Record, typename Value, typename Take>
-auto decoding(std::function<void(Result<Value>)> done, Take take) {
-  return [done = std::move(done), take](Result<std::string> body) {
+/// Returns a completion that decodes an answer as `Record` and passes `part` of it to `done`.
+template <typename Record, typename Value, typename Part>
+auto decoding(std::function<void(Result<Value>)> done, Part part) {
+  return [done = std::move(done), part](Result<std::string> body) {
     if (!body) return done(body.error());
     Result<Record> record = json::decodeText<Record>(*body);
     if (!record) return done(record.error());
-    done(take(std::move(*record)));
+    done(part(std::move(*record)));
   };
 }
 
@@ -116,7 +116,7 @@ void AgentClient::revokeEscapeGrant(const std::string& kind, const std::string& 
 }
 
 void AgentClient::get(const std::string& path, Answer done) const {
-  // The status is not looked at: what counts is whether the body is the record.
+  // The status is ignored: the body alone decides whether the request succeeded.
   session_
       .send({.url = base_ + path},
             [done = std::move(done)](Result<ClientResponse> response) {

@@ -10,7 +10,7 @@
 
 namespace zephyl {
 
-/// Which agent to launch and how it is told about the world: pure functions of settings, registry
+/// Which agent to launch and with which environment: pure functions of settings, registry
 /// and file system, for `AgentProcess`.
 struct AgentLaunch {
   std::string executable;

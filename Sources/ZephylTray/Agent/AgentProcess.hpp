@@ -27,8 +27,8 @@ struct AgentLaunch;
 /// `stop` asks the child to end and leaves the move to Idle to its exit. `restart` asks the same
 /// and launches again once the old child is gone and at least `restartDelay` has passed, so that
 /// the port is free; a child that has not gone after `terminationGrace` is killed. A launch frees
-/// the agent's port first: whatever listens there is told to end, so a restart also replaces an
-/// agent that somebody else launched.
+/// the agent's port first: the process that listens there is asked to end, so a restart also
+/// replaces an agent that somebody else launched.
 ///
 /// An exit belongs to the launch that made the child: one that comes late cannot disturb the
 /// next. Lines of earlier runs stay in the log until newer ones push them out.

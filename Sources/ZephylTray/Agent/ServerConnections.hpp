@@ -13,7 +13,7 @@
 namespace zephyl {
 
 /// Finds the agent's connection to a server: the first one under the server's id, else the first
-/// one under the `agentId`, which is the name that the agent is told.
+/// one under the `agentId`, which is the name that the agent is given.
 ///
 /// Refers to the status that it was made from.
 class ServerConnections {

@@ -85,8 +85,8 @@ void setEnrolment(const std::optional<std::string>& fingerprint) {
 
 LogWindows::Port logWindows(const Components& components) {
   LogWindows::Port port;
-  port.present = [&components](const LogWindow& window, auto tell) {
-    return components.dialogs.presentLogWindow(window, std::move(tell));
+  port.present = [&components](const LogWindow& window, auto notify) {
+    return components.dialogs.presentLogWindow(window, std::move(notify));
   };
   port.write = [&components](const std::string& text) {
     return writeLogFile(text, components.runtime.clock.calendarNow());

@@ -20,10 +20,10 @@
 #include "System/Concurrency/EndSignals.hpp"
 #include "System/Concurrency/MainLoop.hpp"
 #include "System/Concurrency/Reactor.hpp"
-#include "System/Concurrency/SignalWatcher.hpp"
 #include "System/Concurrency/SystemClock.hpp"
 #include "System/Concurrency/TaskFailure.hpp"
 #include "System/Concurrency/ThreadPool.hpp"
+#include "System/Concurrency/UnixSignalWatcher.hpp"
 #include "System/Files/Bundle.hpp"
 #include "System/Files/Environment.hpp"
 #include "System/Files/Files.hpp"
@@ -35,7 +35,7 @@
 #include "System/Processes/SystemProcessLauncher.hpp"
 #include "ZephylTray/App/AppDelegate.hpp"
 #include "ZephylTray/App/CommandLine.hpp"
-#include "ZephylTray/App/DesktopChoice.hpp"
+#include "ZephylTray/App/FrontEnd.hpp"
 #include "ZephylTray/App/SingleOwnerLock.hpp"
 #include "ZephylTray/Commands/Client/CommandArguments.hpp"
 #include "ZephylTray/Commands/Doctor/SessionChecks.hpp"
@@ -109,7 +109,7 @@ Ending runUntilEnd(AppDelegate& delegate, const Runtime& runtime, const Requests
   }
   delegate.applicationWillTerminate();
   runtime.mainLoop.close();
-  signals.reset();  // what was read is known from here on, and what comes later stays pending
+  signals.reset();  // signals read so far are recorded; later ones stay pending
   if (!relaunches || requests.wantRelaunch()) return {.status = status, .relaunch = relaunches};
   manager.notifyStopping();
   recordEnd();
@@ -160,8 +160,8 @@ Ending runTray(Guardian& guardian, const CommandLine& commandLine,
   const bool inTerminal = commandLine.mode == CommandLine::Mode::terminal;
   const auto end = [&] { request(requests.end); };
   std::optional<EndSignals> signals(std::in_place, reactor, endSignals(inTerminal), end);
-  const auto chosen = DesktopChoice::make(commandLine.mode, runtime);
-  std::optional<SignalWatcher> hangUp;
+  const auto chosen = FrontEnd::make(commandLine.mode, runtime);
+  std::optional<UnixSignalWatcher> hangUp;
   if (inTerminal && chosen.endsAtHangUp && !hangUpIsIgnored()) {
     hangUp.emplace(reactor, std::initializer_list<int>{SIGHUP}, [end](int) { end(); });
   }
@@ -274,7 +274,7 @@ int main(int argc, char** argv) {
   coreDumps::disable();
   EndSignals::block(endSignals(/*inTerminal=*/false));
   Bundle::setMain(Bundle(Bundle::runningExecutable()));
-  // Whoever started this program lets its first window come to the front; nobody else's.
+  // The token of the program that started this one, for the first window alone.
   const std::string activationToken = environmentVariable("XDG_ACTIVATION_TOKEN").value_or("");
   const ServiceManager manager = ServiceManager::fromEnvironment();
   removePrivateEnvironmentVariables();

@@ -5,7 +5,7 @@
 
 #include <boost/describe/class.hpp>
 
-/// What the control API tells, as plain values (see System/JSON.hpp for how they encode). What is
+/// What the control API returns, as plain values (see System/JSON.hpp for how they encode). What is
 /// not known is left out.
 namespace zephyl {
 

@@ -46,16 +46,16 @@ bool ControlServer::start(std::int64_t port) {
     log("the onboarding port {} is not between 0 and 65535", port);
     return false;
   }
-  auto listener = MessageListener::open({.port = static_cast<std::uint16_t>(port),
-                                         .label = "com.zephyl.tray.control",
-                                         .readSize = maxReadBytes,
-                                         .maxConnections = maxConnections},
-                                        {.onAccepted = [this] { return reader(); },
-                                         .onFailed =
-                                             [this](const Error& error) {
-                                               failed_ = true;
-                                               log("onboarding listener failed: {}", error.message);
-                                             }});
+  auto listener = LoopbackServer::open({.port = static_cast<std::uint16_t>(port),
+                                        .label = "com.zephyl.tray.control",
+                                        .readSize = maxReadBytes,
+                                        .maxConnections = maxConnections},
+                                       {.onAccepted = [this] { return reader(); },
+                                        .onFailed =
+                                            [this](const Error& error) {
+                                              failed_ = true;
+                                              log("onboarding listener failed: {}", error.message);
+                                            }});
   if (listener) {
     listener_ = std::move(*listener);
     port_ = port;
@@ -75,15 +75,15 @@ void ControlServer::setPendingRoute(std::string route) {
   pendingRoute_ = std::move(route);
 }
 
-MessageListener::Reader ControlServer::reader() {
+LoopbackServer::Reader ControlServer::reader() {
   return [this, incoming = IncomingRequest()](const Peer& peer, std::string_view received) mutable {
     return receive(incoming, peer, received);
   };
 }
 
-MessageListener::Verdict ControlServer::receive(IncomingRequest& incoming, const Peer& peer,
-                                                std::string_view received) {
-  using Verdict = MessageListener::Verdict;
+LoopbackServer::Verdict ControlServer::receive(IncomingRequest& incoming, const Peer& peer,
+                                               std::string_view received) {
+  using Verdict = LoopbackServer::Verdict;
   using Stage = HTTPRequestParser::Stage;
   if (received.size() > maxRequestBytes) {
     refuse(peer, HTTPStatus::payloadTooLarge, "request too large");

@@ -15,7 +15,7 @@
 
 #include "System/Data/JSON.hpp"
 #include "System/Data/Result.hpp"
-#include "System/Network/MessageListener.hpp"
+#include "System/Network/LoopbackServer.hpp"
 #include "ZephylTray/Control/HTTPRequest.hpp"
 #include "ZephylTray/Control/HTTPStatus.hpp"
 
@@ -38,7 +38,7 @@ class MainLoop;
 /// main thread, which `mainLoop` outlives.
 class ControlServer {
  public:
-  /// What to tell the user; none means success.
+  /// A message for the user; nullopt means success.
   using Failure = std::optional<std::string>;
   using Completion = std::function<void(Failure)>;
   using RootsCompletion = std::function<void(Result<std::vector<json::Object>>)>;
@@ -50,7 +50,7 @@ class ControlServer {
   static constexpr auto shuttingDown = "The Zephyl tray is shutting down.";
 
   explicit ControlServer(MainLoop& mainLoop);
-  /// Requests that still wait for the main thread are told that the tray is shutting down.
+  /// Answers requests that still wait for the main thread with "shutting down".
   ~ControlServer();
   ControlServer(const ControlServer&) = delete;
   ControlServer& operator=(const ControlServer&) = delete;
@@ -74,14 +74,14 @@ class ControlServer {
   /// The secret of this run: 32 hexadecimal digits. Never logged.
   [[nodiscard]] const std::string& token() const { return token_; }
 
-  /// Opens the listener on `port`; when that fails one line is logged, and there is none. Does
+  /// Opens the listener on `port`; when that fails one line is logged and nothing listens. Does
   /// nothing while there is one. False when `port` is no port at all.
   bool start(std::int64_t port);
   /// Whether requests can reach this server. Main thread only.
   [[nodiscard]] bool isListening() const;
   /// The port of the listener. Requires `isListening`.
   [[nodiscard]] std::int64_t port() const { return port_; }
-  /// Closes the listener. Requests under way that still wait for the main thread are told that
+  /// Closes the listener. Requests that still wait for the main thread are answered that
   /// the tray is shutting down.
   void cancel();
 
@@ -90,7 +90,7 @@ class ControlServer {
   void setPendingRoute(std::string route);
 
  private:
-  using Peer = MessageListener::Peer;
+  using Peer = LoopbackServer::Peer;
 
   /// The request of one connection while it arrives.
   struct IncomingRequest {
@@ -117,9 +117,9 @@ class ControlServer {
   using RouteHandler = void (ControlServer::*)(const Call&);
 
   // Transport (ControlServer.cpp), on the control thread:
-  [[nodiscard]] MessageListener::Reader reader();
-  MessageListener::Verdict receive(IncomingRequest& incoming, const Peer& peer,
-                                   std::string_view received);
+  [[nodiscard]] LoopbackServer::Reader reader();
+  LoopbackServer::Verdict receive(IncomingRequest& incoming, const Peer& peer,
+                                  std::string_view received);
   [[nodiscard]] bool isAuthorized(const HTTPRequest& request) const;
   static void respond(const Peer& peer, HTTPStatus status, const json::Object& json);
   static void refuse(const Peer& peer, HTTPStatus status, std::string_view reason);
@@ -157,7 +157,7 @@ class ControlServer {
   std::optional<std::string> pendingRoute_;  // guarded by routeLock_
   std::int64_t port_ = 0;
   std::atomic<bool> failed_ = false;  // set on the control thread
-  std::unique_ptr<MessageListener> listener_;
+  std::unique_ptr<LoopbackServer> listener_;
 };
 
 }  // namespace zephyl

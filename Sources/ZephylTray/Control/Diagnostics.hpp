@@ -14,7 +14,7 @@ namespace zephyl {
 
 /// What a bug report needs to know, gathered at one moment. Nothing in it is secret.
 struct Diagnostics {
-  /// How much of a tailnet's log is told: its newest lines.
+  /// How many of the newest lines of a tailnet's log are included.
   static constexpr std::size_t maxLogLines = 40;
 
   struct Tray {

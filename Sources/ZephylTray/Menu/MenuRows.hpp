@@ -25,7 +25,7 @@ inline MenuEntry group(std::string key, std::string title, Menu submenu) {
   return {.key = std::move(key), .title = std::move(title), .submenu = std::move(submenu)};
 }
 
-/// A dot line: the row with a dot in the colour of its state.
+/// A dot line: the row with a dot in the color of its state.
 inline MenuEntry attributed(MenuEntry entry, DotColor dot) {
   entry.dot = dot;
   return entry;

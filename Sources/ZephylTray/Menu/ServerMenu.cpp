@@ -27,7 +27,7 @@ bool enrolled(const ServerView& view) {
   return view.connection != nullptr && view.connection->state == AgentState::enrolled;
 }
 
-DotColor colour(const ServerView& view) {
+DotColor color(const ServerView& view) {
   if (!view.server.enabled) return DotColor::grey;
   if (usable(view)) return DotColor::green;
   return running(view) ? DotColor::orange : DotColor::red;
@@ -94,7 +94,7 @@ Menu serverSubmenu(const ServerView& view) {
 
 MenuEntry serverMenu(std::string key, const ServerView& view) {
   return attributed(group(std::move(key), visible(view.server.displayName()), serverSubmenu(view)),
-                    colour(view));
+                    color(view));
 }
 
 }  // namespace zephyl

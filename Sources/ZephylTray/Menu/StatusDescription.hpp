@@ -28,7 +28,7 @@ std::string approvalsNeeded(std::size_t count);
 /// What there is to say about the embeddings model.
 struct ModelStatusLine {
   std::string text;
-  DotColor colour;
+  DotColor color;
 };
 
 /// None while the model is there, or none is wanted. Pure.

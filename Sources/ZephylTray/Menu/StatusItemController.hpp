@@ -13,7 +13,7 @@ namespace zephyl {
 
 /// Shows the tray's state in the status item, and passes on what the user chooses there. Each
 /// change sets icon, title, description and menu at most once. The menu stays as it is while the
-/// user looks at it; the rest does not.
+/// menu is open; the rest does not.
 ///
 /// Main thread only. Owned by a `shared_ptr`; the item holds it weakly.
 class StatusItemController : public std::enable_shared_from_this<StatusItemController> {

@@ -93,7 +93,7 @@ void addModel(const AgentSnapshot& agent, Menu& menu) {
   if (activity == nullptr || !activity->model) return;
   const auto line = modelStatusLine(*activity->model);
   if (!line) return;
-  menu.push_back(attributed(information("model", line->text), line->colour));
+  menu.push_back(attributed(information("model", line->text), line->color));
 }
 
 Menu grantSubmenu(const EscapeGrant& grant) {
@@ -108,7 +108,7 @@ Menu grantSubmenu(const EscapeGrant& grant) {
   return menu;
 }
 
-/// Kind and path are what tells exceptions apart. A kind comes from outside, so that it must not
+/// Kind and path identify an exception. A kind comes from outside, so that it must not
 /// run into the path.
 std::string grantName(const EscapeGrant& grant) {
   std::string name;

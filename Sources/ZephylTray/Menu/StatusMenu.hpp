@@ -39,7 +39,7 @@ Menu statusMenu(const StatusMenuState& state);
 /// Busy while the agent answers and works. Pure.
 StatusIcon statusIcon(const AgentSnapshot& agent);
 
-/// The text beside the icon: how many folders are shared, none while the agent does not answer.
+/// The text beside the icon: how many folders are shared; empty while the agent does not answer.
 /// Pure.
 std::string statusTitle(const AgentSnapshot& agent);
 

@@ -32,7 +32,7 @@ class InviteKey {
     Kind kind;
     std::string version;  ///< of an unsupported version: what the key begins with
 
-    /// What the user is told.
+    /// The message for the user.
     [[nodiscard]] std::string errorDescription() const;
 
     bool operator==(const ParseError&) const = default;

@@ -18,8 +18,8 @@ struct ServerEntry {
   std::string id;     ///< a UUID in lower case, made with the entry, never changed
   std::string label;  ///< the user's own name for the server; empty when there is none
   std::optional<std::string> serverName;          ///< what the server calls itself
-  std::optional<std::string> accent;              ///< the user's colour for the server
-  std::optional<std::string> serverAccent;        ///< the colour that the server asks for
+  std::optional<std::string> accent;              ///< the user's color for the server
+  std::optional<std::string> serverAccent;        ///< the color that the server asks for
   std::optional<std::int64_t> ordinal;            ///< counts the servers as they were added, from 1
   std::optional<std::string> address;             ///< web address: scheme, host, perhaps a port
   std::optional<std::string> tailnetFingerprint;  ///< case does not matter
@@ -37,7 +37,7 @@ struct ServerEntry {
   [[nodiscard]] std::string displayName() const;
   /// Whether a label, a name of the server's own or an address is known.
   [[nodiscard]] bool nameResolved() const;
-  /// The user's colour, else the server's; may be empty.
+  /// The user's color, else the server's; may be empty.
   [[nodiscard]] std::string displayAccent() const;
 
   bool operator==(const ServerEntry&) const = default;

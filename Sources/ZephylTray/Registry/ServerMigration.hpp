@@ -18,7 +18,7 @@ std::optional<std::string> legacyAddress(std::string_view host,
                                          const std::optional<std::string>& webTarget);
 
 /// The entry of the only server of the time before there was a registry; none when the user had
-/// joined none. A fingerprint that was never stored is none.
+/// joined none. An absent fingerprint counts as empty.
 std::optional<ServerEntry> singleServer(std::string id, std::string_view host,
                                         const std::optional<std::string>& fingerprint);
 

@@ -26,7 +26,7 @@ std::string alias(int index) {
 }
 
 /// Whether a listener could have the port on 127.0.0.1 now. Without a socket nothing can be said,
-/// and the port is taken for free.
+/// and the port counts as free.
 bool isFree(std::int64_t port) {
   const FileDescriptor socket(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
   if (!socket) return true;

@@ -99,7 +99,7 @@ class Servers {
   static Result<void> remove(const std::string& id);
   static void replaceAll(std::vector<ServerEntry> entries);
 
-  /// What a server tells about itself; a blank value is ignored. True when the stored address
+  /// What a server reports about itself. A blank value is ignored. True when the stored address
   /// changed.
   static bool recordDiscoveredAddress(const std::string& id, std::string_view address);
   static void recordDiscoveredName(const std::string& id, std::string_view name);

@@ -171,7 +171,7 @@ TailnetManager::Instance TailnetManager::make(const ServerEntry& entry) {
   return made;
 }
 
-/// Many changes in a row, as when fifty tailnets start, are one for who shows them.
+/// Reports many changes in a row, as when fifty tailnets start, as one.
 void TailnetManager::relayStateChange() {
   if (std::exchange(stateChangePending_, true)) return;
   runtime_.mainLoop.async(weakly(this, [](TailnetManager& self) {

@@ -21,7 +21,7 @@ constexpr auto daemonName = "tailscaled";
 constexpr auto clientName = "zephyl-tailnet";
 constexpr auto daemonTag = "tailscaled";
 constexpr auto clientTag = "tailnet";
-constexpr std::size_t socketPathLimit = 104;
+constexpr std::size_t maxSocketPathBytes = 104;
 
 std::string loopback(std::int64_t port) {
   return formatText("127.0.0.1:{}", port);
@@ -174,10 +174,10 @@ void TailnetProcess::prepareDirectories() {
     note("could not create socket dir: " + made.error().message);
   }
   (void)removePath(socket);
-  if (socket.size() >= socketPathLimit) {
+  if (socket.size() >= maxSocketPathBytes) {
     note(
         formatText("socket path is {} bytes; macOS caps it at {}. tailscaled will fail to bind: {}",
-                   socket.size(), socketPathLimit, socket));
+                   socket.size(), maxSocketPathBytes, socket));
   }
 }
 

@@ -47,7 +47,7 @@ std::string TailnetProcess::withoutPreauthKey(const std::string& line) const {
   return rest;
 }
 
-/// A pair that has been ended can only tell that it has used up the key.
+/// A pair that is ending can only report that it has used up the key.
 void TailnetProcess::scrape(const TailnetPair& pair, std::string_view line) {
   for (auto& announcement : findAnnouncements(line)) {
     if (announcement.marker == TailnetMarker::joined && pair.keyNumber() == keyNumber_) {

@@ -177,7 +177,7 @@ class WaylandScreen:
         eventually((self.root / "wayland-test").exists, what="the screen")
 
     def dark_red_pixels(self):
-        """How much of the screen has the colour of what went wrong."""
+        """How much of the screen has the color of what went wrong."""
         subprocess.run(["weston-screenshooter"], env=self.environment, cwd=self.root, check=True,
                        capture_output=True, timeout=10)
         shot = next(self.root.glob("*.png"))

@@ -32,8 +32,9 @@ Alert question() {
           .textField = Alert::TextField{.placeholder = "inv_v2_…"}};
 }
 
-std::string drawn(AlertBox& box, int rows = 12, int columns = 50, Look look = {}) {
-  Canvas canvas({rows, columns}, look);
+std::string drawn(AlertBox& box, int rows = 12, int columns = 50,
+                  TerminalCapabilities capabilities = {}) {
+  Canvas canvas({rows, columns}, capabilities);
   box.draw(canvas);
   return test::canvasText(canvas);
 }

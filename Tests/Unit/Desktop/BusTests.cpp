@@ -116,7 +116,7 @@ TEST(Bus, ABusThatDoesNotAnswerIsAbsentAfterAFewSecondsAndAskedAgain) {
   bus.onChange([&](bool connected) { ++(connected ? present : absent); });
   bus.start();
   ASSERT_TRUE(test::eventually([&] { return clock.pendingTimers() == 1; })) << "of the handshake";
-  clock.advance(Bus::handshakeLimit);
+  clock.advance(Bus::handshakeTimeout);
   EXPECT_TRUE(test::eventually([&] { return absent == 1; }));
   daemon.resume();
   ASSERT_TRUE(test::eventually([&] { return clock.pendingTimers() == 1; })) << "of the retry";
@@ -133,7 +133,7 @@ TEST(Bus, AConnectionOfItsOwnIsNotWaitedForLonger) {
   daemon.suspend();
   const auto begin = std::chrono::steady_clock::now();
   EXPECT_EQ(Bus::openAndWait(), nullptr);
-  EXPECT_LT(std::chrono::steady_clock::now() - begin, Bus::handshakeLimit + 2s);
+  EXPECT_LT(std::chrono::steady_clock::now() - begin, Bus::handshakeTimeout + 2s);
   daemon.resume();
 }
 

@@ -26,7 +26,7 @@ TEST(DisplayText, LeavesOutTheMarkWhoseWidthNoTwoTerminalsAgreeOn) {
 }
 
 TEST(DisplayText, IsASCIIWhereThereIsNoUnicode) {
-  const Look plain{.unicode = false};
+  const TerminalCapabilities plain{.unicode = false};
   EXPECT_EQ(shown("⚠️ Rename… “x” — é", plain), "(!) Rename... \"x\" - ?");
 }
 

@@ -122,7 +122,7 @@ class FolderPortalTest : public ::testing::Test {
 
 TEST_F(FolderPortalTest, APortalThatIsStillStartingIsWaitedFor) {
   ask();
-  clock_.advance(FolderPortal::startLimit - 1s);
+  clock_.advance(FolderPortal::startTimeout - 1s);
   settle();
   EXPECT_TRUE(choices().empty());
   portalBus_.post([this] { portal_.accept(); });
@@ -135,7 +135,7 @@ TEST_F(FolderPortalTest, APortalThatIsStillStartingIsWaitedFor) {
 
 TEST_F(FolderPortalTest, AQuestionThatIsAcceptedTooLateIsClosed) {
   ask();
-  clock_.advance(FolderPortal::startLimit);
+  clock_.advance(FolderPortal::startTimeout);
   ASSERT_TRUE(test::eventually([&] { return choices().size() == 1; }));
   EXPECT_FALSE(choices()[0].answered);
   EXPECT_EQ(choices()[0].answer.error().message, "The folder chooser does not answer.");

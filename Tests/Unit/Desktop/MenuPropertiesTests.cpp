@@ -51,7 +51,7 @@ TEST(MenuProperties, ADotIsACharacterWhereImagesAreMissingOrOnTheWrongSide) {
       (Properties{{"label", "🟢 Lab"}, {"enabled", true}, {"accessible-desc", "Lab, connected"}}));
 }
 
-TEST(MenuProperties, TheStateOfAServerIsInWordsWhereCirclesHaveNoColour) {
+TEST(MenuProperties, TheStateOfAServerIsInWordsWhereCirclesHaveNoColor) {
   EXPECT_EQ(propertiesOf(&server, DotStyle::words),
             (Properties{{"label", "Lab — connected"},
                         {"enabled", true},

@@ -41,8 +41,8 @@ class MenuViewTest : public ::testing::Test {
   MenuView::Outcome press(Kind kind) { return view_.handle({.kind = kind}); }
   MenuView::Outcome type(const char* text) { return view_.handle({.text = text}); }
 
-  std::string drawn(int rows = 12, int columns = 30, Look look = {}) {
-    Canvas canvas({rows + 1, columns}, look);
+  std::string drawn(int rows = 12, int columns = 30, TerminalCapabilities capabilities = {}) {
+    Canvas canvas({rows + 1, columns}, capabilities);
     view_.draw(canvas, {0, 0, rows, columns});
     return test::canvasText(canvas);
   }
@@ -171,15 +171,15 @@ TEST_F(MenuViewTest, WrapsATitleThatIsTooLong) {
   EXPECT_EQ(drawn(4, 20), "  Folders here\n  aren't shared with\n  it");
 }
 
-TEST_F(MenuViewTest, ShapesTellTheStateWhereThereIsNoColour) {
+TEST_F(MenuViewTest, ShapesTellTheStateWhereThereIsNoColor) {
   Menu menu;
   for (const auto dot : {DotColor::green, DotColor::orange, DotColor::red, DotColor::grey}) {
     menu.push_back(
         {.key = std::to_string(menu.size()), .title = "s", .dot = dot, .enabled = false});
   }
   view_.setMenu(menu);
-  EXPECT_EQ(drawn(4, 20, {.colours = false}), "  ● s\n  ◐ s\n  ✗ s\n  ○ s");
-  EXPECT_EQ(drawn(4, 20, {.unicode = false, .colours = false}), "  * s\n  ~ s\n  x s\n  o s");
+  EXPECT_EQ(drawn(4, 20, {.colors = false}), "  ● s\n  ◐ s\n  ✗ s\n  ○ s");
+  EXPECT_EQ(drawn(4, 20, {.unicode = false, .colors = false}), "  * s\n  ~ s\n  x s\n  o s");
 }
 
 TEST_F(MenuViewTest, TakesTheMouse) {

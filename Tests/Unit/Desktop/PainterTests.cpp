@@ -97,12 +97,12 @@ TEST(TerminalType, RefusesWhatCannotShowAMenu) {
             "the type of the terminal is not known (TERM is not set)");
 }
 
-TEST(TerminalType, HasColoursWhereTheTerminalHasThemAndTheUserWantsThem) {
-  EXPECT_TRUE(TerminalType::load("xterm", true)->hasColours());
-  EXPECT_FALSE(TerminalType::load("vt100", true)->hasColours());
+TEST(TerminalType, HasColorsWhereTheTerminalHasThemAndTheUserWantsThem) {
+  EXPECT_TRUE(TerminalType::load("xterm", true)->hasColors());
+  EXPECT_FALSE(TerminalType::load("vt100", true)->hasColors());
   const auto plain = TerminalType::load("xterm-256color", false);
-  EXPECT_FALSE(plain->hasColours());
-  EXPECT_EQ(plain->style({.colour = CellStyle::Colour::red}), plain->style({}));
+  EXPECT_FALSE(plain->hasColors());
+  EXPECT_EQ(plain->style({.color = CellStyle::Color::red}), plain->style({}));
 }
 
 TEST(TerminalType, CopiesToTheClipboardWhereTerminalsKnowHow) {

@@ -77,7 +77,7 @@ class TerminalScreenTest : public ::testing::Test {
   FakeOutput output_;
   std::shared_ptr<TerminalScreen> screen_ =
       std::make_shared<TerminalScreen>(TerminalScreen::Services{mainLoop_, clock_, output_},
-                                       *TerminalType::load("vt100", true), Look{});
+                                       *TerminalType::load("vt100", true), TerminalCapabilities{});
   TerminalDialogs dialogs_{mainLoop_, screen_};
   std::vector<std::string> chosen_;
   std::vector<int> answers_;

@@ -318,7 +318,7 @@ TEST_F(HTTPSessionTest, StopsReadingAHugeAnswerAtTheLimit) {
     });
     EXPECT_EQ(outcome({.url = server.url()}, {.maxBodyBytes = 1UL << 20}),
               server.authority() + " sent more than 1048576 bytes");
-    // What fits into the buffers of the sockets was sent in vain.
+    // The bytes in the buffers of the sockets are lost.
     EXPECT_LT(sent, hundredMegabytes / 2);
   }
 }

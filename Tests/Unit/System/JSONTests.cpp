@@ -7,8 +7,8 @@
 namespace zephyl::json {
 namespace {
 
-enum class Colour { red, darkGreen };
-BOOST_DESCRIBE_ENUM(Colour, red, darkGreen)
+enum class Color { red, darkGreen };
+BOOST_DESCRIBE_ENUM(Color, red, darkGreen)
 
 struct Leaf {
   std::string name;
@@ -18,7 +18,7 @@ struct Leaf {
 BOOST_DESCRIBE_STRUCT(Leaf, (), (name, size))
 
 struct Tree {
-  Colour colour = Colour::red;
+  Color color = Color::red;
   std::vector<Leaf> leaves;
   std::map<std::string, std::int64_t> counters;
   double height = 0;
@@ -26,7 +26,7 @@ struct Tree {
   std::vector<std::string> tags;
   bool operator==(const Tree&) const = default;
 };
-BOOST_DESCRIBE_STRUCT(Tree, (), (colour, leaves, counters, height, healthy, tags))
+BOOST_DESCRIBE_STRUCT(Tree, (), (color, leaves, counters, height, healthy, tags))
 constexpr auto fieldsWithDefault(const Tree*) {
   return std::tuple(&Tree::tags);
 }
@@ -47,7 +47,7 @@ constexpr std::array<std::string_view, 3> messageNames(const Order*) {
   return {"ping", "plant", "close"};
 }
 
-constexpr auto wholeTree = R"({"colour":"darkGreen","leaves":[{"name":"a"},{"name":"b","size":3}],
+constexpr auto wholeTree = R"({"color":"darkGreen","leaves":[{"name":"a"},{"name":"b","size":3}],
   "counters":{"x":1},"height":2,"healthy":true,"tags":["t"],"unknown":{"deep":[1,2]}})";
 
 std::string failureOf(std::string_view text) {
@@ -57,7 +57,7 @@ std::string failureOf(std::string_view text) {
 TEST(JSON, DecodesARecordAndIgnoresUnknownKeys) {
   const auto tree = decodeText<Tree>(wholeTree);
   ASSERT_TRUE(tree);
-  EXPECT_EQ(tree->colour, Colour::darkGreen);
+  EXPECT_EQ(tree->color, Color::darkGreen);
   EXPECT_EQ(tree->leaves, (std::vector<Leaf>{{"a", std::nullopt}, {"b", 3}}));
   EXPECT_EQ(tree->counters.at("x"), 1);
   EXPECT_EQ(tree->height, 2.0);
@@ -73,18 +73,18 @@ TEST(JSON, EncodesWhatItDecodesAndLeavesAbsentOptionalsOut) {
 
 TEST(JSON, NullCountsAsAbsentForOptionalAndDefaultedFieldsOnly) {
   EXPECT_EQ(decodeText<Leaf>(R"({"name":"a","size":null})")->size, std::nullopt);
-  EXPECT_EQ(failureOf(R"({"colour":null})"), "colour: not a string");
+  EXPECT_EQ(failureOf(R"({"color":null})"), "color: not a string");
   auto tree = *parse(wholeTree);
   tree.as_object()["tags"] = nullptr;
   EXPECT_TRUE(decode<Tree>(tree)->tags.empty());
 }
 
 TEST(JSON, NamesThePathOfTheOffendingKey) {
-  EXPECT_EQ(failureOf(R"({"colour":"red"})"), "leaves: missing");
-  EXPECT_EQ(failureOf(R"({"colour":"red","leaves":[{"name":"a"},{"name":7}]})"),
+  EXPECT_EQ(failureOf(R"({"color":"red"})"), "leaves: missing");
+  EXPECT_EQ(failureOf(R"({"color":"red","leaves":[{"name":"a"},{"name":7}]})"),
             "leaves[1].name: not a string");
-  EXPECT_EQ(failureOf(R"({"colour":"blue"})"), "colour: not one of the known values");
-  EXPECT_EQ(failureOf(R"({"colour":"red","leaves":[],"counters":{"n":"1"}})"),
+  EXPECT_EQ(failureOf(R"({"color":"blue"})"), "color: not one of the known values");
+  EXPECT_EQ(failureOf(R"({"color":"red","leaves":[],"counters":{"n":"1"}})"),
             "counters.n: not an integer of 64 bits");
   EXPECT_EQ(failureOf("[]"), "not an object");
 }

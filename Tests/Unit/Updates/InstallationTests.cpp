@@ -95,7 +95,7 @@ TEST_F(InstallationTest, TakesTheNewVersionAndKeepsTheOldOne) {
   ASSERT_TRUE(swap("2.0"));
   EXPECT_EQ(version(), "2.0");
   EXPECT_EQ(InstalledBundle::read(files_.previous)->version, "1.0");
-  EXPECT_EQ(readNote(files_.trial)->version, "2.0");
+  EXPECT_EQ(readMarker(files_.trial)->version, "2.0");
   EXPECT_FALSE(fileExists(files_.staged));
 }
 
@@ -104,7 +104,7 @@ TEST_F(InstallationTest, ReturnsToThePreviousVersion) {
   ASSERT_TRUE(swap("2.0"));
   ASSERT_TRUE(goBack());
   EXPECT_EQ(version(), "1.0");
-  EXPECT_EQ(readNote(files_.failed)->version, "2.0");
+  EXPECT_EQ(readMarker(files_.failed)->version, "2.0");
   EXPECT_FALSE(fileExists(files_.trial));
   EXPECT_FALSE(fileExists(files_.previous));
   EXPECT_EQ(goBack().error().message, "No version is on trial.");

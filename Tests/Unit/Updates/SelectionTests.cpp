@@ -32,11 +32,11 @@ class SelectionTest : public ::testing::Test {
   }
 
   const std::chrono::sys_seconds feedDate_{900'000s};
-  Asker asker_{.installedVersion = "5",
-               .architecture = "x86_64",
-               .systemVersion = "2.36",
-               .rolloutGroup = 3,
-               .now = std::chrono::sys_seconds(1'000'000s)};
+  InstallationProfile asker_{.installedVersion = "5",
+                             .architecture = "x86_64",
+                             .systemVersion = "2.36",
+                             .rolloutGroup = 3,
+                             .now = std::chrono::sys_seconds(1'000'000s)};
 };
 
 TEST_F(SelectionTest, TakesTheHighestNewerVersion) {

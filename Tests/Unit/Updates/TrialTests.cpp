@@ -42,7 +42,7 @@ class TrialTest : public ::testing::Test {
     process_ = 0;
   }
   void put(std::optional<std::int64_t> endedProcess) {
-    ASSERT_TRUE(writeNote(
+    ASSERT_TRUE(writeMarker(
         files_.trial, {.version = "2.0", .displayVersion = "2.0", .endedProcess = endedProcess}));
   }
   [[nodiscard]] TrialOutcome outcome(const WatchedProcess& process,

@@ -67,11 +67,11 @@ TEST_F(UpdateFilesTest, LoseANoteThatCannotBeDecoded) {
     EXPECT_TRUE(removeUndecodableNote(files_.trial)) << damaged;
     EXPECT_FALSE(fileExists(files_.trial)) << damaged;
   }
-  ASSERT_TRUE(writeNote(
+  ASSERT_TRUE(writeMarker(
       files_.trial,
       {.version = "2.0", .displayVersion = "2", .starts = 1, .endedProcess = 7, .feedDate = 8}));
   EXPECT_FALSE(removeUndecodableNote(files_.trial));
-  const auto note = readNote(files_.trial);
+  const auto note = readMarker(files_.trial);
   ASSERT_TRUE(note);
   EXPECT_EQ(note->starts, 1);
   EXPECT_EQ(note->endedProcess, 7);

@@ -133,7 +133,7 @@ TEST_F(ProcessUpdaterTest, NotesTheDateOfTheFeedWithAVersionThatFailed) {
   makeStateDirectory();
   settings().rememberFeedDate("https://a.example/feed",
                               std::chrono::sys_seconds(std::chrono::seconds(500)));
-  ASSERT_TRUE(writeNote(files_.failed, {.version = "200", .displayVersion = "2.0"}));
+  ASSERT_TRUE(writeMarker(files_.failed, {.version = "200", .displayVersion = "2.0"}));
   start();
   press("OK");
   settings().rememberFeedDate("https://a.example/feed",
@@ -209,8 +209,8 @@ TEST_F(ProcessUpdaterTest, ChecksWhenItIsDueAfterASuspend) {
 TEST_F(ProcessUpdaterTest, BelievesNothingInADirectoryThatOthersMayEnter) {
   makeStateDirectory();
   ASSERT_TRUE(createDirectories(files_.staged));
-  ASSERT_TRUE(writeNote(files_.failed, {.version = "200", .displayVersion = "2.0, call …"}));
-  ASSERT_TRUE(writeNote(files_.trial, {.version = "1.0", .displayVersion = "1.0"}));
+  ASSERT_TRUE(writeMarker(files_.failed, {.version = "200", .displayVersion = "2.0, call …"}));
+  ASSERT_TRUE(writeMarker(files_.trial, {.version = "1.0", .displayVersion = "1.0"}));
   ASSERT_EQ(::chmod(files_.directory.c_str(), 0755), 0);
   settings().setLastCheck(now());
   start();
@@ -237,7 +237,7 @@ TEST_F(ProcessUpdaterTest, HasThePreviousVersionWatchTheRestart) {
 
 TEST_F(ProcessUpdaterTest, DoesNotConfirmAVersionThatItIsNot) {
   makeStateDirectory();
-  ASSERT_TRUE(writeNote(files_.trial, {.version = "2.0", .displayVersion = "2.0"}));
+  ASSERT_TRUE(writeMarker(files_.trial, {.version = "2.0", .displayVersion = "2.0"}));
   const auto log = test::logOf([&] {
     start();
     runtime_.advance(10s);

@@ -150,7 +150,7 @@ TEST_F(ProcessUpdaterTest, LeavesAnUpdateForLaterOrSkipsIt) {
   EXPECT_EQ(command<CheckCommand>().skip, std::vector<std::string>{"200"});
   findNothing();
   controller_->checkForUpdates();
-  EXPECT_TRUE(command<CheckCommand>().skip.empty()) << "who asks gets to see it all the same";
+  EXPECT_TRUE(command<CheckCommand>().skip.empty()) << "a check that the user asked for shows it";
 }
 
 TEST_F(ProcessUpdaterTest, TellsAUserThatNothingWasFoundOrWentWrong) {
@@ -275,7 +275,7 @@ TEST_F(ProcessUpdaterTest, TellsItsObserversWhenChecksArePossible) {
 
 TEST_F(ProcessUpdaterTest, ReportsANewVersionUpOnceItHasRunForAWhile) {
   makeStateDirectory();
-  ASSERT_TRUE(writeNote(files_.trial, {.version = "1.0", .displayVersion = "1.0"}));
+  ASSERT_TRUE(writeMarker(files_.trial, {.version = "1.0", .displayVersion = "1.0"}));
   start();
   runtime_.advance(999ms);
   EXPECT_TRUE(fileExists(files_.trial));
@@ -285,7 +285,7 @@ TEST_F(ProcessUpdaterTest, ReportsANewVersionUpOnceItHasRunForAWhile) {
 
 TEST_F(ProcessUpdaterTest, ReportsOnceAVersionThatWasRolledBackAndDoesNotRetryIt) {
   makeStateDirectory();
-  ASSERT_TRUE(writeNote(files_.failed, {.version = "200", .displayVersion = "2.0"}));
+  ASSERT_TRUE(writeMarker(files_.failed, {.version = "200", .displayVersion = "2.0"}));
   start();
   EXPECT_EQ(shown(), "Zephyl 2.0 could not be started");
   press("OK");

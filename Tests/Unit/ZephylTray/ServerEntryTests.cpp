@@ -57,7 +57,7 @@ TEST(ServerEntry, HasAResolvedNameOnceAnythingButItsNumberIsKnown) {
   EXPECT_FALSE(withAddress(" \t").nameResolved());
 }
 
-TEST(ServerEntry, PrefersTheUsersColourToTheServers) {
+TEST(ServerEntry, PrefersTheUsersColorToTheServers) {
   EXPECT_EQ((ServerEntry{.accent = " red ", .serverAccent = "blue"}).displayAccent(), "red");
   EXPECT_EQ((ServerEntry{.accent = " ", .serverAccent = " blue"}).displayAccent(), "blue");
   EXPECT_EQ(ServerEntry{}.displayAccent(), "");

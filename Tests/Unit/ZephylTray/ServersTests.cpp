@@ -244,7 +244,7 @@ TEST_F(ServersTest, HaveNotLearnedAnAddressThatCouldNotBeSaved) {
   EXPECT_EQ(Servers::all()[0].address, std::nullopt);
 }
 
-TEST_F(ServersTest, LearnTheirNameAndColour) {
+TEST_F(ServersTest, LearnTheirNameAndColor) {
   Servers::replaceAll({entry("a")});
   Servers::recordDiscoveredName("a", " Lab ");
   Servers::recordDiscoveredAccent("a", " red ");

@@ -97,7 +97,7 @@ class Bus::Mailbox {
   void postSoon(Task task) {
     const std::scoped_lock lock(mutex_);
     tasks_.push_back(std::move(task));
-    if (!std::exchange(gathering_, true)) wake();  // else the thread looks again by itself
+    if (!std::exchange(gathering_, true)) wake();  // else the thread checks again anyway
   }
 
   std::vector<Task> take() {
@@ -187,7 +187,7 @@ Bus::Handle Bus::open() {
 Bus::Handle Bus::openAndWait() {
   using std::chrono::steady_clock;
   auto bus = open();
-  const auto deadline = steady_clock::now() + handshakeLimit;
+  const auto deadline = steady_clock::now() + handshakeTimeout;
   while (bus && sd_bus_is_ready(bus.get()) == 0) {
     const int handled = sd_bus_process(bus.get(), nullptr);
     if (handled < 0) return nullptr;
@@ -217,7 +217,7 @@ void Bus::connect() {
   if (bus_ || stopping_) return;
   bus_ = open();
   if (!bus_) return lose();
-  handshake_ = after(handshakeLimit, [this] {
+  handshake_ = after(handshakeTimeout, [this] {
     if (bus_ && !connection_) lose();
   });
 }
@@ -236,7 +236,7 @@ void Bus::arrive() {
   handshake_.cancel();
   connection_.emplace(*bus_);
   for (auto* client : clients_) client->connected(*connection_);
-  tell(true);
+  notify(true);
 }
 
 void Bus::lose() {
@@ -246,11 +246,11 @@ void Bus::lose() {
   connection_.reset();
   bus_.reset();
   if (stopping_) return;
-  tell(false);
+  notify(false);
   retry_ = after(retryInterval, [this] { connect(); });
 }
 
-void Bus::tell(bool connected) {
+void Bus::notify(bool connected) {
   if (std::exchange(told_, connected) == connected) return;
   if (changed_) changed_(connected);
 }

@@ -25,13 +25,13 @@ class Bus {
 
   /// A bus that accepts the connection has to complete the handshake within this time; otherwise it
   /// counts as absent.
-  static constexpr Duration handshakeLimit = std::chrono::seconds(3);
+  static constexpr Duration handshakeTimeout = std::chrono::seconds(3);
 
   /// Messages that are handled before tasks, timers and `stop` get their turn.
   static constexpr int messagesPerTurn = 64;
 
-  /// Something that lives on the bus thread. It is told of every connection and of its loss, and
-  /// of a first attempt that found no bus. Its slots are gone when `disconnected` returns.
+  /// Something that lives on the bus thread. It is notified of every connection and of its loss,
+  /// and of a first attempt that found no bus. Its slots are gone when `disconnected` returns.
   class Client {
    public:
     virtual ~Client() = default;
@@ -69,7 +69,7 @@ class Bus {
 
   using Handle = std::unique_ptr<sd_bus, BusRelease>;
   /// Connects to the session bus apart from this class, and waits for the handshake, for
-  /// `handshakeLimit` of real time at most. Null when no bus answers.
+  /// `handshakeTimeout` of real time at most. Null when no bus answers.
   static Handle openAndWait();
 
  private:
@@ -86,7 +86,7 @@ class Bus {
   /// Handles what the bus has sent, `messagesPerTurn` messages at most.
   void process();
   void wait();
-  void tell(bool connected);
+  void notify(bool connected);
 
   Clock& clock_;
   const std::shared_ptr<Mailbox> mailbox_;

@@ -7,7 +7,7 @@ namespace zephyl {
 namespace {
 
 std::uint64_t microseconds(Duration duration) {
-  if (duration == BusConnection::noLimit) return UINT64_MAX;
+  if (duration == BusConnection::noTimeout) return UINT64_MAX;
   return static_cast<std::uint64_t>(
       std::chrono::duration_cast<std::chrono::microseconds>(duration).count());
 }
@@ -67,7 +67,7 @@ void BusConnection::send(const BusMessage& message) const {
 BusSlot BusConnection::subscribe(const std::string& matchRule, Handler onSignal) const {
   auto handler = std::make_unique<Handler>(std::move(onSignal));
   sd_bus_slot* slot = nullptr;
-  // A refusal must not close the connection, which is what happens when nobody looks at it.
+  // A refusal must be received, or the library closes the connection.
   const auto installed = [](sd_bus_message* reply, void*, sd_bus_error*) {
     if (isError(*reply)) log("the session bus refused a subscription: {}", errorText(*reply));
     return 0;

@@ -24,7 +24,7 @@ using BusSlot = std::unique_ptr<sd_bus_slot, BusRelease>;
 /// None when it could not be made; sending that does nothing.
 using BusMessage = std::unique_ptr<sd_bus_message, BusRelease>;
 
-/// Fills a message; after the first failure it does nothing more and `status` tells the reason.
+/// Fills a message; after the first failure it does nothing more and `status` returns the error.
 class BusWriter {
  public:
   explicit BusWriter(sd_bus_message* message)
@@ -71,9 +71,9 @@ class BusConnection {
   using Handler = std::function<void(sd_bus_message&)>;
   /// Called with the unique name of a name's owner, at first and on every change; empty for none.
   using OwnerHandler = std::function<void(const std::string& owner)>;
-  static constexpr Duration replyLimit = std::chrono::seconds(10);
+  static constexpr Duration replyTimeout = std::chrono::seconds(10);
   /// The limit of a call whose reply is waited for as long as the connection lasts.
-  static constexpr Duration noLimit = Duration::max();
+  static constexpr Duration noTimeout = Duration::max();
   /// The bus itself: the name under which it sends.
   static constexpr const char* busName = "org.freedesktop.DBus";
 
@@ -91,7 +91,7 @@ class BusConnection {
   /// Sends a call; the reply, or the error that takes its place, goes to `onReply` unless the slot
   /// is gone by then.
   [[nodiscard]] BusSlot call(const BusMessage& message, Handler onReply,
-                             Duration limit = replyLimit) const;
+                             Duration limit = replyTimeout) const;
   /// Sends a signal, or a call whose reply nobody waits for.
   void send(const BusMessage& message) const;
 

@@ -106,7 +106,7 @@ int refuse(sd_bus_message& call, const char* message) {
 
 }  // namespace
 
-DBusMenu::DBusMenu(Bus& bus, Clock& clock, SignalPacer& pacer, std::string iconThemePath,
+DBusMenu::DBusMenu(Bus& bus, Clock& clock, BusSignalThrottle& pacer, std::string iconThemePath,
                    Listener listener)
     : bus_(bus),
       clock_(clock),
@@ -153,7 +153,7 @@ void DBusMenu::disconnected() {
   connection_ = nullptr;
   object_.reset();
   readers_.disconnected();
-  tell(session_.hostGone());
+  notify(session_.hostGone());
 }
 
 int DBusMenu::property(const std::string& name, BusWriter& writer) {
@@ -270,11 +270,11 @@ bool DBusMenu::handle(sd_bus_message& call, std::int32_t id, const std::string& 
   const bool root = id == MenuLayout::rootId;
   const MenuRow* row = published_.layout().find(id);
   if (event == "closed" && root) {
-    tell(session_.closedRoot(senderOf(call)));
+    notify(session_.closedRoot(senderOf(call)));
   } else if (listener_.isBusy()) {
     return false;
   } else if (event == "opened") {
-    tell(session_.opened(senderOf(call), root, clock_.now()));
+    notify(session_.opened(senderOf(call), root, clock_.now()));
   } else if (event == "clicked" && row != nullptr) {
     click(*row);
   }
@@ -283,17 +283,17 @@ bool DBusMenu::handle(sd_bus_message& call, std::int32_t id, const std::string& 
 
 void DBusMenu::announced(sd_bus_message& call) {
   if (listener_.isBusy()) return;
-  tell(session_.aboutToShowRoot(senderOf(call), clock_.now()));
+  notify(session_.aboutToShowRoot(senderOf(call), clock_.now()));
 }
 
 void DBusMenu::click(const MenuRow& row) {
   if (!row.children.empty()) return;
   const auto action = row.entry->enabled ? row.entry->action : std::nullopt;
-  tell(session_.clicked());
+  notify(session_.clicked());
   if (action) listener_.chosen(*action);
 }
 
-void DBusMenu::tell(const MenuSession::Events& events) {
+void DBusMenu::notify(const MenuSession::Events& events) {
   using Event = MenuSession::Event;
   // What `needsUpdate` brings may still be published; `updateAnswered` ends that.
   const bool isUpdated = std::ranges::find(events, Event::needsUpdate) != events.end();
@@ -319,7 +319,7 @@ void DBusMenu::watchHost() {
   host_ = {.name = session_.host(), .slots = {}};
   if (connection_ == nullptr || host_.name.empty()) return;
   host_.slots = connection_->watchOwner(host_.name, [this](const std::string& owner) {
-    if (owner.empty()) tell(session_.hostGone());
+    if (owner.empty()) notify(session_.hostGone());
   });
 }
 
@@ -327,7 +327,8 @@ void DBusMenu::expireLater() {
   silence_.cancel();
   const auto deadline = session_.deadline();
   if (!deadline) return;
-  silence_ = bus_.after(*deadline - clock_.now(), [this] { tell(session_.expire(clock_.now())); });
+  silence_ =
+      bus_.after(*deadline - clock_.now(), [this] { notify(session_.expire(clock_.now())); });
 }
 
 void DBusMenu::setMenu(std::shared_ptr<const Menu> menu) {

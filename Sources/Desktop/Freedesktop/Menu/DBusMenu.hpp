@@ -6,10 +6,10 @@
 #include <vector>
 
 #include "Desktop/Freedesktop/Bus/Bus.hpp"
+#include "Desktop/Freedesktop/Menu/BusSignalThrottle.hpp"
 #include "Desktop/Freedesktop/Menu/MenuReaders.hpp"
 #include "Desktop/Freedesktop/Menu/MenuSession.hpp"
 #include "Desktop/Freedesktop/Menu/PublishedMenu.hpp"
-#include "Desktop/Freedesktop/Menu/SignalPacer.hpp"
 
 namespace zephyl {
 
@@ -17,7 +17,7 @@ namespace zephyl {
 /// answered at once from what is published; AboutToShow says that nothing needs an update.
 ///
 /// A menu that is set is published before anything of it is read, at the latest when the signals
-/// about it are due. The signals tell the difference from what the hosts were notified of last: the
+/// about it are due. The signals report the difference to what the hosts were notified of last: the
 /// properties of rows that show something else, and a LayoutUpdated for each menu whose own rows
 /// came, went or moved, since some hosts read a submenu again only when it is named. For the limits
 /// of the pacer the LayoutUpdated signals of one publication count as one. While the menu is open
@@ -39,7 +39,7 @@ class DBusMenu final : public Bus::Client {
   };
 
   /// All outlive it. `iconThemePath` may be empty.
-  DBusMenu(Bus& bus, Clock& clock, SignalPacer& pacer, std::string iconThemePath,
+  DBusMenu(Bus& bus, Clock& clock, BusSignalThrottle& pacer, std::string iconThemePath,
            Listener listener);
 
   void connected(BusConnection& connection) override;
@@ -72,7 +72,7 @@ class DBusMenu final : public Bus::Client {
   void click(const MenuRow& row);
   /// A host announces that it shows the root.
   void announced(sd_bus_message& call);
-  void tell(const MenuSession::Events& events);
+  void notify(const MenuSession::Events& events);
   void watchHost();
   void expireLater();
 
@@ -85,7 +85,7 @@ class DBusMenu final : public Bus::Client {
 
   Bus& bus_;
   Clock& clock_;
-  SignalPacer& pacer_;
+  BusSignalThrottle& pacer_;
   const std::string iconThemePath_;
   const Listener listener_;
   const std::size_t source_;

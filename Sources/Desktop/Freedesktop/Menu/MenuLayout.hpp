@@ -18,7 +18,7 @@ struct MenuRow {
 
 /// The menu as hosts know it. A row keeps its id as long as it stays what it is: the same key
 /// under the same parent, with the same action, of the same shape (separator, submenu, dot, key
-/// equivalent); title, colour of the dot and enabled may change. An id is never used again, so a
+/// equivalent); title, color of the dot and enabled may change. An id is never used again, so a
 /// click on a row of an earlier layout finds that row or none.
 ///
 /// A menu without rows gets one that says so: some hosts show a menu of their own in place of an

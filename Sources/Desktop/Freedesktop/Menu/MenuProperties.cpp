@@ -23,7 +23,7 @@ std::string_view dotCharacter(DotColor color) {
   return "⚪ ";
 }
 
-/// What the colour says, for who cannot see it.
+/// What the color says, for who cannot see it.
 std::string_view stateInWords(DotColor color) {
   switch (color) {
     case DotColor::green:

@@ -9,7 +9,7 @@
 
 namespace zephyl {
 
-/// How a host is shown dots: as icons, as coloured circles before the label, or as words.
+/// How a host is shown dots: as icons, as colored circles before the label, or as words.
 enum class DotStyle {
   icon,
   /// For GNOME, which draws no icon on a row with a submenu, and any other icon behind the label.
@@ -17,7 +17,7 @@ enum class DotStyle {
   /// For GNOME without a font for emoji, which draws every circle as the same white box: the state
   /// of a server stands in words behind its name. The texts of other rows say their state anyway.
   words,
-  /// For Qt, which greys the icon of a disabled row, so that its colour is lost.
+  /// For Qt, which greys the icon of a disabled row, so that its color is lost.
   characterWhenDisabled,
 };
 
@@ -54,7 +54,7 @@ std::vector<MenuProperty> changedProperties(const MenuEntry& before, const MenuE
 std::vector<std::string_view> removedProperties(const MenuEntry& before, const MenuEntry& now,
                                                 DotStyle style);
 
-/// A PNG image, 16 pixels square: a disc in the status colour. Lives as long as the program.
+/// A PNG image, 16 pixels square: a disc in the status color. Lives as long as the program.
 std::string_view dotImage(DotColor color);
 
 }  // namespace zephyl

@@ -41,7 +41,7 @@ MenuSession::Events MenuSession::expire(Instant now) {
 
 std::optional<Instant> MenuSession::deadline() const {
   if (!open_ || speakingHosts_.contains(host_)) return std::nullopt;
-  return lastCall_ + silenceLimit;
+  return lastCall_ + silenceTimeout;
 }
 
 MenuSession::Events MenuSession::open(Events before, std::string_view host, Instant now) {

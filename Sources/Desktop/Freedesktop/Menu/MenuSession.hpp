@@ -23,7 +23,7 @@ class MenuSession {
 
   /// A menu that nobody has called for so long counts as closed, if its host has said neither
   /// "opened" nor "closed" for the root: one that says the first says the second as well.
-  static constexpr Duration silenceLimit = std::chrono::seconds(30);
+  static constexpr Duration silenceTimeout = std::chrono::seconds(30);
   /// Hosts that said either are remembered up to this number; one more, and all are forgotten.
   static constexpr std::size_t rememberedHosts = 8;
   /// A host that announces the root within this time after it said "opened" means that opening.

@@ -26,9 +26,9 @@ constexpr Cell secondHalf(CellStyle style) {
 
 }  // namespace
 
-Canvas::Canvas(ScreenSize size, Look look)
+Canvas::Canvas(ScreenSize size, TerminalCapabilities capabilities)
     : size_{std::max(size.rows, 0), std::max(size.columns, 0)},
-      look_(look),
+      capabilities_(capabilities),
       cells_(static_cast<std::size_t>(size_.rows) * static_cast<std::size_t>(size_.columns)) {}
 
 void Canvas::set(int row, int column, const Cell& cell) {

@@ -6,7 +6,7 @@
 #include <string_view>
 #include <vector>
 
-#include "Desktop/Terminal/Drawing/Look.hpp"
+#include "Desktop/Terminal/Drawing/TerminalCapabilities.hpp"
 
 /// What the terminal's views draw on. The screen is drawn by code of this project, with the
 /// terminfo database and without a library such as curses, because
@@ -20,9 +20,9 @@
 namespace zephyl {
 
 struct CellStyle {
-  enum class Colour : unsigned char { normal, grey, green, orange, red };
+  enum class Color : unsigned char { normal, grey, green, orange, red };
 
-  Colour colour = Colour::normal;
+  Color color = Color::normal;
   bool bold = false;
   bool dim = false;
   bool reverse = false;
@@ -72,12 +72,12 @@ struct CursorPosition {
 /// scroll.
 class Canvas {
  public:
-  Canvas(ScreenSize size, Look look);
+  Canvas(ScreenSize size, TerminalCapabilities capabilities);
 
   [[nodiscard]] ScreenSize size() const { return size_; }
   [[nodiscard]] Area area() const { return {0, 0, size_.rows, size_.columns}; }
-  [[nodiscard]] const Look& look() const { return look_; }
-  [[nodiscard]] const Symbols& symbols() const { return look_.symbols(); }
+  [[nodiscard]] const TerminalCapabilities& capabilities() const { return capabilities_; }
+  [[nodiscard]] const Symbols& symbols() const { return capabilities_.symbols(); }
   [[nodiscard]] const Cell& at(int row, int column) const {
     return cells_[static_cast<std::size_t>(row) * static_cast<std::size_t>(size_.columns) +
                   static_cast<std::size_t>(column)];
@@ -103,7 +103,7 @@ class Canvas {
   void set(int row, int column, const Cell& cell);
 
   ScreenSize size_;
-  Look look_;
+  TerminalCapabilities capabilities_;
   std::vector<Cell> cells_;
   std::optional<CursorPosition> cursor_;
 };

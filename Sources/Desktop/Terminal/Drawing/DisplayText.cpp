@@ -111,7 +111,7 @@ int width(std::string_view text) {
   return columns;
 }
 
-std::string shown(std::string_view text, const Look& look) {
+std::string shown(std::string_view text, const TerminalCapabilities& capabilities) {
   constexpr char32_t pictureMark = 0xFE0F;
   std::string result;
   result.reserve(text.size());
@@ -120,7 +120,7 @@ std::string shown(std::string_view text, const Look& look) {
     const auto bytes = text.substr(0, character.length);
     text.remove_prefix(character.length);
     if (character.code == pictureMark) continue;
-    if (look.unicode || character.code < 0x80) {
+    if (capabilities.unicode || character.code < 0x80) {
       result += bytes;
     } else if (widthOf(character.code) > 0) {
       result += replacementOf(character.code);
@@ -129,9 +129,9 @@ std::string shown(std::string_view text, const Look& look) {
   return result;
 }
 
-std::string cut(std::string_view text, int columns, const Look& look) {
+std::string cut(std::string_view text, int columns, const TerminalCapabilities& capabilities) {
   if (width(text) <= columns) return std::string(text);
-  const std::string_view ellipsis = look.symbols().ellipsis;
+  const std::string_view ellipsis = capabilities.symbols().ellipsis;
   const int room = columns - width(ellipsis);
   if (room < 0) return std::string(static_cast<std::size_t>(std::max(columns, 0)), '.');
   std::string result;

@@ -11,8 +11,8 @@
 namespace zephyl {
 
 /// Turns the bytes that a terminal sends into keys. A key may arrive in pieces; one that begins
-/// with Escape is told from the Escape key itself by what follows at once, so the owner calls
-/// `flush` when something waits and a moment has passed. Pure.
+/// with Escape is distinguished from the Escape key by the bytes that follow at once, so the owner
+/// calls `flush` when something waits and a moment has passed. Pure.
 class KeyDecoder {
  public:
   using Sequences = std::vector<std::pair<std::string, Key::Kind>>;

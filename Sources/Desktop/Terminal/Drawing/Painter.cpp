@@ -14,7 +14,7 @@ SecretString Painter::paint(const Canvas& canvas) {
   if (cursorWasShown) bytes.append(type_.hideCursor());
   if (whole) {
     bytes.append(type_.style({})).append(type_.clear());
-    shown_ = Canvas(canvas.size(), canvas.look());
+    shown_ = Canvas(canvas.size(), canvas.capabilities());
   }
   for (int row = 0; row < canvas.size().rows; ++row) paintRow(canvas, row, bytes);
   if (style_ && *style_ != CellStyle{}) bytes.append(type_.style({}));

@@ -27,7 +27,7 @@ class Painter {
 
   const TerminalType& type_;
   std::optional<Canvas> shown_;
-  std::optional<CursorPosition> position_;  // none when it cannot be told
+  std::optional<CursorPosition> position_;  // nullopt: unknown
   std::optional<CellStyle> style_;
 };
 

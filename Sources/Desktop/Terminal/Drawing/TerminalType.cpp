@@ -75,7 +75,7 @@ constexpr std::string_view extensionsOff = "\x1b[?2004l\x1b[?1006l\x1b[?1004l\x1
 
 }  // namespace
 
-Result<TerminalType> TerminalType::load(const std::string& name, bool colours) {
+Result<TerminalType> TerminalType::load(const std::string& name, bool colors) {
   if (name.empty()) return Error{"the type of the terminal is not known (TERM is not set)"};
   int found = 0;
   if (::setupterm(name.c_str(), 1, &found) != OK) {
@@ -83,7 +83,7 @@ Result<TerminalType> TerminalType::load(const std::string& name, bool colours) {
   }
   TerminalType type;
   type.read();
-  if (!colours) type.colours_ = 0;
+  if (!colors) type.colors_ = 0;
   ::del_curterm(cur_term);
   if (type.move_.empty() || type.clear_.empty()) {
     return Error{formatText("a terminal of type \"{}\" cannot show a menu", name)};
@@ -106,7 +106,7 @@ void TerminalType::read() {
   leave_ = capability("rmkx") + capability("rmcup");
   // Linux's console has a mouse's name in its entry, but no second screen.
   isExtended_ = !capability("kmous").empty() && !capability("smcup").empty();
-  colours_ = foreground_.empty() ? 0 : ::tigetnum("colors");
+  colors_ = foreground_.empty() ? 0 : ::tigetnum("colors");
   for (const auto& [name, kind] : keyCapabilities) {
     if (auto sequence = capability(name); !sequence.empty()) {
       keys_.emplace_back(std::move(sequence), kind);
@@ -118,19 +118,19 @@ std::string TerminalType::moveTo(int row, int column) const {
   return filledIn(move_, row, column);
 }
 
-std::string TerminalType::colour(CellStyle::Colour colour) const {
-  using Colour = CellStyle::Colour;
-  const bool many = colours_ >= 256;
-  switch (colour) {
-    case Colour::grey:
-      return colours_ >= 16 ? filledIn(foreground_, 8) : dim_;
-    case Colour::green:
+std::string TerminalType::color(CellStyle::Color color) const {
+  using Color = CellStyle::Color;
+  const bool many = colors_ >= 256;
+  switch (color) {
+    case Color::grey:
+      return colors_ >= 16 ? filledIn(foreground_, 8) : dim_;
+    case Color::green:
       return filledIn(foreground_, 2);
-    case Colour::orange:
+    case Color::orange:
       return filledIn(foreground_, many ? 208 : 3);
-    case Colour::red:
+    case Color::red:
       return filledIn(foreground_, 1);
-    case Colour::normal:
+    case Color::normal:
       break;
   }
   return {};
@@ -141,7 +141,7 @@ std::string TerminalType::style(const CellStyle& style) const {
   if (style.bold) bytes += bold_;
   if (style.dim) bytes += dim_;
   if (style.reverse) bytes += reverse_;
-  if (hasColours()) bytes += colour(style.colour);
+  if (hasColors()) bytes += color(style.color);
   return bytes;
 }
 

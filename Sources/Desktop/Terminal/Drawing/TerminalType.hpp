@@ -13,9 +13,9 @@ namespace zephyl {
 /// How a type of terminal is driven, from the terminfo database: which bytes do what. A value.
 class TerminalType {
  public:
-  /// Fails for a type that is not known, and for one whose cursor cannot be moved. `colours` says
+  /// Fails for a type that is not known, and for one whose cursor cannot be moved. `colors` says
   /// whether the user wants any.
-  static Result<TerminalType> load(const std::string& name, bool colours);
+  static Result<TerminalType> load(const std::string& name, bool colors);
 
   [[nodiscard]] std::string moveTo(int row, int column) const;
   /// From whatever style is set to this one.
@@ -28,16 +28,17 @@ class TerminalType {
   /// Takes over the screen, and gives it back as it was.
   [[nodiscard]] std::string enter() const;
   [[nodiscard]] std::string leave() const;
-  /// Puts `text` on the clipboard of whoever sits at the terminal; none where it cannot.
+  /// Returns the sequence that puts `text` on the clipboard of the terminal's user; empty if the
+  /// terminal cannot.
   [[nodiscard]] std::optional<std::string> copy(std::string_view text) const;
 
-  [[nodiscard]] bool hasColours() const { return colours_ >= 8; }
+  [[nodiscard]] bool hasColors() const { return colors_ >= 8; }
   [[nodiscard]] const KeyDecoder::Sequences& keys() const { return keys_; }
 
  private:
   TerminalType() = default;
   void read();
-  [[nodiscard]] std::string colour(CellStyle::Colour colour) const;
+  [[nodiscard]] std::string color(CellStyle::Color color) const;
 
   std::string move_;
   std::string plain_;
@@ -52,7 +53,7 @@ class TerminalType {
   std::string enter_;
   std::string leave_;
   bool isExtended_ = false;  // knows what terminals in windows know: mouse, paste, clipboard
-  int colours_ = 0;
+  int colors_ = 0;
   KeyDecoder::Sequences keys_;
 };
 

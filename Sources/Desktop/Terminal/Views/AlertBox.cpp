@@ -16,12 +16,15 @@ constexpr int brackets = 4;  ///< around a button's title
 constexpr int shortestBar = 8;
 constexpr int longestBar = 40;
 
-std::string buttonLabel(const std::string& title, bool chosen, const Look& look) {
-  return (chosen ? "[" + std::string(look.symbols().chosen) : "[ ") + title + " ]";
+std::string buttonLabel(const std::string& title, bool chosen,
+                        const TerminalCapabilities& capabilities) {
+  return (chosen ? "[" + std::string(capabilities.symbols().chosen) : "[ ") + title + " ]";
 }
 
-Alert asShown(Alert alert, const Look& look) {
-  const auto show = [&](std::string& text) { text = displayText::shown(visibleLines(text), look); };
+Alert asShown(Alert alert, const TerminalCapabilities& capabilities) {
+  const auto show = [&](std::string& text) {
+    text = displayText::shown(visibleLines(text), capabilities);
+  };
   show(alert.messageText);
   show(alert.informativeText);
   for (auto& button : alert.buttons) show(button);
@@ -36,9 +39,9 @@ std::vector<std::string> linesOf(const Alert& alert) {
 
 }  // namespace
 
-AlertBox::AlertBox(Alert alert, const Look& look)
-    : look_(look),
-      alert_(asShown(std::move(alert), look)),
+AlertBox::AlertBox(Alert alert, const TerminalCapabilities& capabilities)
+    : capabilities_(capabilities),
+      alert_(asShown(std::move(alert), capabilities)),
       field_(alert_.textField ? alert_.textField->placeholder : ""),
       focus_(alert_.textField ? alert_.buttons.size() : 0) {
   text_.setLines(linesOf(alert_));
@@ -46,7 +49,7 @@ AlertBox::AlertBox(Alert alert, const Look& look)
 
 void AlertBox::showProgress(const Progress& progress) {
   if (!alert_.progress) return;
-  alert_.progress = {progress.fraction, displayText::shown(visible(progress.text), look_)};
+  alert_.progress = {progress.fraction, displayText::shown(visible(progress.text), capabilities_)};
 }
 
 std::optional<AlertAnswer> AlertBox::handle(const Key& key, bool mayAnswer) {
@@ -166,9 +169,9 @@ void AlertBox::drawText(Canvas& canvas, const Area& inside, const Layout& layout
 
 void AlertBox::drawHint(Canvas& canvas, const Area& box) const {
   if (alert_.permittingButtons.empty() || isEnabled(alert_.permittingButtons.front())) return;
-  const std::string hint = displayText::shown(" Scroll to the end (↓) to allow ", look_);
-  canvas.put(box.row + box.rows - 1, box.column + 2, displayText::cut(hint, box.columns - 4, look_),
-             {.bold = true});
+  const std::string hint = displayText::shown(" Scroll to the end (↓) to allow ", capabilities_);
+  canvas.put(box.row + box.rows - 1, box.column + 2,
+             displayText::cut(hint, box.columns - 4, capabilities_), {.bold = true});
 }
 
 void AlertBox::drawFrame(Canvas& canvas, const Area& box) const {
@@ -178,7 +181,7 @@ void AlertBox::drawFrame(Canvas& canvas, const Area& box) const {
   const bool critical = alert_.style == Alert::Style::critical;
   canvas.hideCursor();
   canvas.clear({box.row, box.column - margin, box.rows, box.columns + 2 * margin + 1});
-  canvas.frame(box, {.colour = critical ? CellStyle::Colour::red : CellStyle::Colour::normal,
+  canvas.frame(box, {.color = critical ? CellStyle::Color::red : CellStyle::Color::normal,
                      .bold = critical});
 }
 
@@ -216,8 +219,8 @@ void AlertBox::drawButtons(Canvas& canvas, const Area& inside, const std::vector
     // With the focus in the text field, the first button is what Enter means.
     const bool chosen = mayAnswer && (focus_ == index || (fieldHasFocus() && index == 0));
     const auto title =
-        displayText::cut(alert_.buttons[index], area.columns - brackets, canvas.look());
-    canvas.put(area.row, area.column, buttonLabel(title, chosen, canvas.look()),
+        displayText::cut(alert_.buttons[index], area.columns - brackets, canvas.capabilities());
+    canvas.put(area.row, area.column, buttonLabel(title, chosen, canvas.capabilities()),
                {.bold = chosen,
                 .dim = !mayAnswer || !isEnabled(index),
                 .reverse = mayAnswer && focus_ == index});

@@ -19,7 +19,7 @@ namespace zephyl {
 /// pressed is dim. Pure.
 class AlertBox {
  public:
-  AlertBox(Alert alert, const Look& look);
+  AlertBox(Alert alert, const TerminalCapabilities& capabilities);
 
   /// What the text field holds at first.
   void setText(const std::string& text) { field_.setText(text); }
@@ -65,7 +65,7 @@ class AlertBox {
   void drawField(Canvas& canvas, const Area& inside, int row) const;
   void drawProgress(Canvas& canvas, const Area& row) const;
 
-  const Look look_;
+  const TerminalCapabilities capabilities_;
   Alert alert_;
   TextField field_;
   ScrollingText text_;

@@ -7,15 +7,17 @@
 
 namespace zephyl {
 
-LogBox::LogBox(std::string_view title, std::string_view message, const Look& look)
-    : look_(look),
-      title_(displayText::shown(visible(title), look)),
-      message_(displayText::shown(visibleLines(message), look)) {}
+LogBox::LogBox(std::string_view title, std::string_view message,
+               const TerminalCapabilities& capabilities)
+    : capabilities_(capabilities),
+      title_(displayText::shown(visible(title), capabilities)),
+      message_(displayText::shown(visibleLines(message), capabilities)) {}
 
 void LogBox::setText(const std::vector<std::string>& lines) {
   std::vector<std::string> shown;
   shown.reserve(lines.size());
-  for (const auto& line : lines) shown.push_back(displayText::shown(visibleLines(line), look_));
+  for (const auto& line : lines)
+    shown.push_back(displayText::shown(visibleLines(line), capabilities_));
   text_.setLines(std::move(shown));
 }
 
@@ -33,7 +35,7 @@ LogBox::Outcome LogBox::handle(const Key& key, bool mayClose) {
 
 std::string LogBox::hints(int columns) const {
   const std::string toggle = toggle_.empty() ? "" : "  f " + toggle_;
-  std::string all = displayText::shown("↑↓ scroll", look_) + toggle +
+  std::string all = displayText::shown("↑↓ scroll", capabilities_) + toggle +
                     "  c copy all  w write to a file  Esc close";
   if (displayText::width(all) <= columns) return all;
   return "Esc close  c copy  w write";
@@ -43,18 +45,18 @@ void LogBox::draw(Canvas& canvas, const Area& area, bool mayClose) {
   int row = area.row;
   const int columns = area.columns - 2;
   canvas.clear({row, area.column, 1, area.columns}, {.reverse = true});
-  canvas.put(row++, area.column + 1, displayText::cut(title_, columns, look_),
+  canvas.put(row++, area.column + 1, displayText::cut(title_, columns, capabilities_),
              {.bold = true, .reverse = true});
   if (!message_.empty()) {
     for (const auto& line : displayText::wrapped(message_, columns)) {
-      canvas.put(row++, area.column + 1, line, {.colour = CellStyle::Colour::red, .bold = true});
+      canvas.put(row++, area.column + 1, line, {.color = CellStyle::Color::red, .bold = true});
     }
   }
   if (area.rows > 8) ++row;
   const int last = area.row + area.rows - 1;
   text_.draw(canvas, {row, area.column + 1, last - row, area.columns - 1});
   if (!mayClose) return;
-  canvas.put(last, area.column + 1, displayText::cut(hints(columns), columns, look_),
+  canvas.put(last, area.column + 1, displayText::cut(hints(columns), columns, capabilities_),
              {.dim = true});
 }
 

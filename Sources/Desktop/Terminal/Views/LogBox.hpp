@@ -15,7 +15,8 @@ class LogBox {
  public:
   enum class Outcome { none, copy, write, toggle, close };
 
-  LogBox(std::string_view title, std::string_view message, const Look& look);
+  LogBox(std::string_view title, std::string_view message,
+         const TerminalCapabilities& capabilities);
 
   /// From outside: control characters are made visible.
   void setText(const std::vector<std::string>& lines);
@@ -30,7 +31,7 @@ class LogBox {
  private:
   [[nodiscard]] std::string hints(int columns) const;
 
-  const Look look_;
+  const TerminalCapabilities capabilities_;
   const std::string title_;
   const std::string message_;
   std::string toggle_;

@@ -12,35 +12,35 @@ namespace {
 constexpr int marginColumns = 2;
 constexpr int indentColumns = 3;
 
-CellStyle::Colour colourOf(DotColor dot) {
-  using Colour = CellStyle::Colour;
+CellStyle::Color colorOf(DotColor dot) {
+  using Color = CellStyle::Color;
   switch (dot) {
     case DotColor::green:
-      return Colour::green;
+      return Color::green;
     case DotColor::orange:
-      return Colour::orange;
+      return Color::orange;
     case DotColor::red:
-      return Colour::red;
+      return Color::red;
     case DotColor::grey:
       break;
   }
-  return Colour::grey;
+  return Color::grey;
 }
 
-/// Where there is no colour, the shape tells.
-std::string_view dotOf(DotColor dot, const Look& look) {
-  if (look.colours) return look.symbols().dot;
+/// Without color the shape shows the state.
+std::string_view dotOf(DotColor dot, const TerminalCapabilities& capabilities) {
+  if (capabilities.colors) return capabilities.symbols().dot;
   switch (dot) {
     case DotColor::green:
-      return look.symbols().dot;
+      return capabilities.symbols().dot;
     case DotColor::orange:
-      return look.unicode ? "◐" : "~";
+      return capabilities.unicode ? "◐" : "~";
     case DotColor::red:
-      return look.unicode ? "✗" : "x";
+      return capabilities.unicode ? "✗" : "x";
     case DotColor::grey:
       break;
   }
-  return look.unicode ? "○" : "o";
+  return capabilities.unicode ? "○" : "o";
 }
 
 std::string shortcutOf(const MenuEntry& entry) {
@@ -194,14 +194,16 @@ MenuView::Outcome MenuView::press(const Key& key) {
   return activate(row);
 }
 
-std::vector<MenuView::Line> MenuView::lines(int columns, const Look& look) const {
+std::vector<MenuView::Line> MenuView::lines(int columns,
+                                            const TerminalCapabilities& capabilities) const {
   std::vector<Line> all;
   for (std::size_t index = 0; index < rows_.size(); ++index) {
     const Row& row = rows_[index];
     const int indent = marginColumns + indentColumns * static_cast<int>(row.depth());
     std::string title = row.entry->title;
     if (row.hasSubmenu()) {
-      title.append(" ").append(row.open ? look.symbols().openMenu : look.symbols().closedMenu);
+      title.append(" ").append(row.open ? capabilities.symbols().openMenu
+                                        : capabilities.symbols().closedMenu);
     }
     const int dot = row.entry->dot ? 2 : 0;
     const int shortcut = displayText::width(shortcutOf(*row.entry));
@@ -235,7 +237,7 @@ void MenuView::scrollTo(const std::vector<Line>& lines, int height) {
 
 void MenuView::draw(Canvas& canvas, const Area& area) {
   area_ = area;
-  const auto all = lines(area.columns, canvas.look());
+  const auto all = lines(area.columns, canvas.capabilities());
   scrollTo(all, area.rows);
   rowOfLine_.clear();
   for (int row = 0; row < area.rows; ++row) {
@@ -270,8 +272,8 @@ void MenuView::drawLine(Canvas& canvas, const Area& area, int row, const Line& l
     if (line.first) canvas.put(row, area.column, canvas.symbols().chosen, style);
   }
   if (entry.dot && line.first) {
-    canvas.put(row, column, dotOf(*entry.dot, canvas.look()),
-               {.colour = colourOf(*entry.dot), .bold = true, .reverse = isChosen});
+    canvas.put(row, column, dotOf(*entry.dot, canvas.capabilities()),
+               {.color = colorOf(*entry.dot), .bold = true, .reverse = isChosen});
   }
   if (entry.dot) column += 2;
   canvas.put(row, column, line.text, style);

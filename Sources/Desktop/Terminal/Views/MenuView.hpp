@@ -12,9 +12,9 @@
 
 namespace zephyl {
 
-/// The menu as a list whose submenus open in place. It may change while the user looks at it: what
+/// The menu as a list whose submenus open in place. It may change while it is open: what
 /// is open stays open and what is chosen stays chosen, by the rows' keys. When the chosen row goes,
-/// none is chosen, so that Enter never meets a row that the user has not looked at. Pure.
+/// none is chosen, so that Enter never acts on a row that the user has not seen. Pure.
 class MenuView {
  public:
   /// What came of a key.
@@ -64,7 +64,8 @@ class MenuView {
   Outcome leave(std::size_t row);
   Outcome press(const Key& key);
 
-  [[nodiscard]] std::vector<Line> lines(int columns, const Look& look) const;
+  [[nodiscard]] std::vector<Line> lines(int columns,
+                                        const TerminalCapabilities& capabilities) const;
   void scrollTo(const std::vector<Line>& lines, int height);
   void drawLine(Canvas& canvas, const Area& area, int row, const Line& line) const;
 

@@ -37,9 +37,9 @@ void NoticeLine::draw(Canvas& canvas, const Area& area, Instant now) const {
   if (!text.empty() && !notification.body.empty()) text += ": ";
   text += notification.body;
   if (!notification.actionTitle.empty()) text += "  [n] " + notification.actionTitle;
-  const auto shown = displayText::shown(visible(text), canvas.look());
-  canvas.put(area.row, area.column, displayText::cut(shown, area.columns, canvas.look()),
-             {.colour = CellStyle::Colour::orange, .bold = bright, .dim = !bright});
+  const auto shown = displayText::shown(visible(text), canvas.capabilities());
+  canvas.put(area.row, area.column, displayText::cut(shown, area.columns, canvas.capabilities()),
+             {.color = CellStyle::Color::orange, .bold = bright, .dim = !bright});
 }
 
 }  // namespace zephyl

@@ -111,7 +111,7 @@ void TextField::draw(Canvas& canvas, const Area& area, bool focused) const {
   }
   if (text_.empty()) {
     canvas.putWithin(area.row, area.column, area.columns,
-                     displayText::shown(placeholder_, canvas.look()), {.dim = true});
+                     displayText::shown(placeholder_, canvas.capabilities()), {.dim = true});
   } else {
     canvas.putWithin(area.row, area.column, area.columns, rest);
   }

@@ -104,16 +104,16 @@ Dialogs::Handle ProcessDialogs::chooseFolder(
 }
 
 Dialogs::Handle ProcessDialogs::presentLogWindow(const LogWindow& window,
-                                                 std::function<void(LogWindowEvent)> tell) {
+                                                 std::function<void(LogWindowEvent)> notify) {
   DialogProcess::Owner owner;
-  owner.interpret = [tell](DialogReport& report) -> MaybeStep {
+  owner.interpret = [notify](DialogReport& report) -> MaybeStep {
     const auto* const event = std::get_if<LogWindowEvent>(&report);
     if (event == nullptr) return std::nullopt;
-    return Step{*event == LogWindowEvent::closed, [tell, event = *event] { tell(event); }};
+    return Step{*event == LogWindowEvent::closed, [notify, event = *event] { notify(event); }};
   };
-  owner.failed = [tell, window](bool wasShown) {
+  owner.failed = [notify, window](bool wasShown) {
     if (!wasShown) logInsteadOfWindow(window);
-    tell(LogWindowEvent::closed);
+    notify(LogWindowEvent::closed);
   };
   return start(valid(window), window.requestedByUser, std::move(owner));
 }

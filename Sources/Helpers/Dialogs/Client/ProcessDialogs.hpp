@@ -40,7 +40,7 @@ class ProcessDialogs final : public Dialogs {
   Handle chooseFolder(const FolderRequest& request,
                       std::function<void(Result<std::optional<std::string>>)> done) override;
   Handle presentLogWindow(const LogWindow& window,
-                          std::function<void(LogWindowEvent)> tell) override;
+                          std::function<void(LogWindowEvent)> notify) override;
 
  private:
   Handle start(const DialogRequest& request, bool requestedByUser, DialogProcess::Owner owner);

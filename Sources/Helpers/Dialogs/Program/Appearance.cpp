@@ -15,7 +15,7 @@ namespace zephyl {
 
 namespace {
 
-/// An answer that takes longer is not waited for: the window matters more than its colour.
+/// An answer that takes longer is not waited for: the window matters more than its color.
 constexpr int settingsLimitMilliseconds = 100;
 constexpr unsigned preferDark = 1;
 

@@ -4,7 +4,7 @@
 #include <QIcon>
 #include <QPalette>
 
-/// How the windows look where the toolkit does not take it from the desktop by itself.
+/// How the windows look where the toolkit does not follow the desktop.
 namespace zephyl {
 
 /// Dark where the desktop's settings say that it prefers that.

@@ -73,7 +73,7 @@ void DialogWindow::dismiss() {
   report(DialogHidden{});
   const auto* const clipboard = QGuiApplication::clipboard();
   if (!clipboard->ownsClipboard()) return ending_.start(0);
-  ending_.start(copiedTextLimit);
+  ending_.start(copiedTextTimeout);
   connect(clipboard, &QClipboard::dataChanged, this, [clipboard] {
     if (!clipboard->ownsClipboard()) QCoreApplication::quit();
   });

@@ -11,10 +11,10 @@ namespace zephyl {
 
 /// A window that is shown once. It reports when it is on screen, what the user answers, and when it
 /// has left the screen. The program then ends, unless the clipboard holds text copied from the
-/// window: in that case it ends when something else is copied, or after `copiedTextLimit`.
+/// window: in that case it ends when something else is copied, or after `copiedTextTimeout`.
 class DialogWindow : public QDialog {
  public:
-  static constexpr std::chrono::minutes copiedTextLimit{30};
+  static constexpr std::chrono::minutes copiedTextTimeout{30};
 
   /// The conversation outlives the window.
   DialogWindow(Conversation& conversation, InputShield::Policy shielding);

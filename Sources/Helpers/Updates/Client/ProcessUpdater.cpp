@@ -142,7 +142,7 @@ std::chrono::sys_seconds ProcessUpdater::now() const {
 
 void ProcessUpdater::confirmIfUnconfirmed() {
   const auto files = UpdateFiles::trusted(setup_.prefix);
-  const auto note = files ? readNote(files->trial) : std::nullopt;
+  const auto note = files ? readMarker(files->trial) : std::nullopt;
   if (!note) return;
   if (note->version != setup_.version) {
     return log("version {} is on trial, but this process is not that version",
@@ -151,21 +151,21 @@ void ProcessUpdater::confirmIfUnconfirmed() {
   trialTimer_ = runtime_.mainLoop.after(runtime_.clock, settleTime, [path = files->trial] {
     const auto removed = removePath(path);
     if (removed) log("version {} is up", Updater::currentVersion());
-    if (!removed) log("could not report up: {}", removed.error().message);
+    if (!removed) log("could not confirm the update: {}", removed.error().message);
   });
 }
 
 void ProcessUpdater::reportFailedVersion() {
   const auto files = UpdateFiles::trusted(setup_.prefix);
-  auto note = files ? readNote(files->failed) : std::nullopt;
+  auto note = files ? readMarker(files->failed) : std::nullopt;
   if (!note || note->told) return;
-  log("version {} did not come up; this is version {} again", note->displayVersion,
+  log("version {} failed to start; version {} was restored", note->displayVersion,
       Updater::currentVersion());
   note->told = true;
   if (const auto newest = setup_.settings.newestFeedDate(Updater::feedAddress())) {
     note->feedDate = newest->time_since_epoch().count();
   }
-  if (const auto written = writeNote(files->failed, *note); !written) {
+  if (const auto written = writeMarker(files->failed, *note); !written) {
     log("{}", written.error().message);
   }
   failureDialog_ = dialogs_.presentAlert(
@@ -174,7 +174,7 @@ void ProcessUpdater::reportFailedVersion() {
 }
 
 void ProcessUpdater::reportMissingChecks(const std::string& reason) {
-  const bool tooLong = setup_.settings.lastSuccess(now()) < now() - missingChecksLimit;
+  const bool tooLong = setup_.settings.lastSuccess(now()) < now() - missingChecksTimeout;
   if (!tooLong || setup_.settings.missingChecksTold()) return;
   log("no check for updates has succeeded for four weeks");
   setup_.settings.setMissingChecksTold(true);

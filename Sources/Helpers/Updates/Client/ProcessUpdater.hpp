@@ -22,11 +22,11 @@ class Bundle;
 /// Checks for updates when the settings (UpdateSchedule.hpp) say so, also while an installation
 /// waits. Confirms an unconfirmed version (see UpdateFiles) when it has run for `settleTime`;
 /// otherwise the updater that watches rolls it back. Tells the user once about a version that was
-/// rolled back, and once when no check has succeeded for `missingChecksLimit`. Main thread.
+/// rolled back, and once when no check has succeeded for `missingChecksTimeout`. Main thread.
 class ProcessUpdater final : public UpdaterController {
  public:
   static constexpr Duration settleTime = std::chrono::seconds(1);
-  /// The longest time between two looks at the schedule, because timers stop while the computer is
+  /// The longest time between two checks of the schedule, because timers stop while the computer is
   /// suspended.
   static constexpr Duration lookInterval = std::chrono::hours(1);
 

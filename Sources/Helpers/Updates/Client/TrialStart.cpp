@@ -90,7 +90,7 @@ bool runUpdater(const std::string& program, const UpdateCommand& command,
 /// Returns whether another version is installed now, whatever the updater programs report.
 bool rollBack(const Bundle& bundle, const UpdateFiles& files, const std::string& onTrial) {
   const UpdateCommand command = RollBackCommand{.prefix = files.prefix};
-  const auto deadline = steady_clock::now() + trialStartLimit;
+  const auto deadline = steady_clock::now() + trialStartTimeout;
   // The previous version is in `staged` if the exchange was interrupted.
   const std::array<Bundle, 3> bundles = {Bundle(joinPath(files.previous, "bin/zephyl-tray")),
                                          Bundle(joinPath(files.staged, "bin/zephyl-tray")), bundle};
@@ -112,9 +112,9 @@ std::optional<UpdateFiles> filesOfUpdates(const std::string& prefix) {
   return UpdateFiles::trusted(prefix);
 }
 
-void countStart(const UpdateFiles& files, UpdateNote note) {
+void countStart(const UpdateFiles& files, UpdateMarker note) {
   ++note.starts;
-  if (const auto written = writeNote(files.trial, note); !written) {
+  if (const auto written = writeMarker(files.trial, note); !written) {
     log("could not count the start of version {}: {}", note.displayVersion,
         written.error().message);
   }
@@ -126,7 +126,7 @@ void removeOldNote(const UpdateFiles& files, const Bundle& bundle) {
   const FileDescriptor lock(
       ::open(files.lock.c_str(), O_RDWR | O_CREAT | O_NOFOLLOW | O_CLOEXEC, S_IRUSR | S_IWUSR));
   if (!lock || ::flock(lock.get(), LOCK_EX | LOCK_NB) != 0) return;
-  const auto note = readNote(files.trial);
+  const auto note = readMarker(files.trial);
   if (note && note->version != installedVersion(bundle)) {
     static_cast<void>(removePath(files.trial));
   }
@@ -138,7 +138,7 @@ bool rollBackIfUnconfirmed(const Bundle& bundle) {
   const auto files = filesOfUpdates(installationPrefix(bundle));
   if (!files) return false;
   if (removeUndecodableNote(files->trial)) log("removed {}: it is damaged", files->trial);
-  const auto note = readNote(files->trial);
+  const auto note = readMarker(files->trial);
   if (!note) return false;
   if (note->version != installedVersion(bundle)) {
     removeOldNote(*files, bundle);
@@ -148,7 +148,7 @@ bool rollBackIfUnconfirmed(const Bundle& bundle) {
     countStart(*files, *note);
     return false;
   }
-  log("version {} was started {} times and never came up; returning to the version before",
+  log("version {} failed to start {} times; rolling back to the previous version",
       note->displayVersion, note->starts);
   if (rollBack(bundle, *files, note->version)) return true;
   log("could not return to the version before");
@@ -158,20 +158,20 @@ bool rollBackIfUnconfirmed(const Bundle& bundle) {
 void recordRequestedEnd(const Bundle& bundle, Duration ran) {
   const auto files = UpdateFiles::trusted(installationPrefix(bundle));
   if (!files) return;
-  auto note = readNote(files->trial);
+  auto note = readMarker(files->trial);
   if (!note || note->version != installedVersion(bundle)) return;
   note->endedProcess = ::getpid();
-  if (ran < confirmationLimit && note->starts > 0) --note->starts;
+  if (ran < confirmationTimeout && note->starts > 0) --note->starts;
   log("ended before version {} was confirmed; the next start continues its trial",
       note->displayVersion);
-  if (const auto written = writeNote(files->trial, *note); !written) {
+  if (const auto written = writeMarker(files->trial, *note); !written) {
     log("could not record that: {}", written.error().message);
   }
 }
 
 bool isUpdateUnconfirmed(const Bundle& bundle) {
   const auto files = UpdateFiles::trusted(installationPrefix(bundle));
-  return files && readNote(files->trial);
+  return files && readMarker(files->trial);
 }
 
 std::string installedVersion(const Bundle& bundle) {

@@ -66,7 +66,7 @@ Alert updateDownloading(const UpdateOffer& offer) {
           .messageText = formatText("Downloading Zephyl {}…", offer.displayVersion),
           .informativeText =
               "The update is verified, and installed when the agent is idle. "
-              "Zephyl then restarts by itself.",
+              "Zephyl then restarts.",
           .buttons = {"Cancel"},
           .progress = downloadProgress({.received = 0, .total = offer.length}),
           .requestedByUser = true};

@@ -26,7 +26,7 @@ Alert upToDate(const std::string& currentVersion);
 
 Alert updateFailed(const std::string& message);
 
-/// No check has succeeded for `missingChecksLimit`; `reason`: why the last one failed.
+/// No check has succeeded for `missingChecksTimeout`; `reason`: why the last one failed.
 Alert updateChecksMissing(const std::string& reason);
 
 /// A version was rolled back.

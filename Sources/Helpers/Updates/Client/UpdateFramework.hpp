@@ -21,7 +21,7 @@ struct UpdateState {
   bool userInitiated = false;  ///< the user asked for the check; otherwise it was due
 };
 
-/// What the framework tells and asks. It may come on any thread.
+/// Events and questions of the framework. Called on any thread.
 class UpdateDelegate {
  public:
   virtual ~UpdateDelegate() = default;
@@ -73,7 +73,7 @@ class UpdaterController {
   /// Calls `changed` with each new value of `canCheckForUpdates`, on any thread.
   [[nodiscard]] virtual std::unique_ptr<Observation> observeCanCheckForUpdates(
       std::function<void(bool)> changed) = 0;
-  /// Checks because the user asked, and shows what comes of it in front of everything else.
+  /// Checks because the user asked, and shows the result in front of everything else.
   virtual void checkForUpdates() = 0;
 };
 

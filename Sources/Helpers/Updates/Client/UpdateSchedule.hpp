@@ -58,7 +58,7 @@ class UpdateSettings {
 };
 
 /// The user is notified after this long without a successful check.
-inline constexpr std::chrono::hours missingChecksLimit{24 * 28};
+inline constexpr std::chrono::hours missingChecksTimeout{24 * 28};
 
 /// How long until the next scheduled check. `random`, in [0, 1), keeps installations from asking
 /// all at once: a check that is due is put off by up to 1/720 of the interval (two minutes of a

@@ -61,7 +61,7 @@ void UpdateSession::recheck() {
   run(checkCommand(), &UpdateSession::handleRecheck);
 }
 
-/// A user who asks is offered what was skipped, or has failed before, as well.
+/// A check that the user asked for also offers versions that were skipped or have failed.
 CheckCommand UpdateSession::checkCommand() const {
   CheckCommand command{.prefix = setup_.prefix,
                        .channels = setup_.settings.channels(),
@@ -73,7 +73,7 @@ CheckCommand UpdateSession::checkCommand() const {
   if (isUserInitiated()) return command;
   if (auto skipped = setup_.settings.skippedVersion()) command.skip.push_back(std::move(*skipped));
   const auto files = UpdateFiles::trusted(setup_.prefix);
-  if (const auto failed = files ? readNote(files->failed) : std::nullopt) {
+  if (const auto failed = files ? readMarker(files->failed) : std::nullopt) {
     command.failed = FailedVersion{failed->version, failed->feedDate.value_or(0)};
   }
   return command;
@@ -148,7 +148,7 @@ void UpdateSession::find(const UpdateFound& found) {
 }
 
 void UpdateSession::remind() {
-  // A scheduled check never comes in front of the user by itself.
+  // A scheduled check never takes the focus.
   const auto delegate = delegate_.lock();
   const bool handled = delegate && (!delegate->supportsGentleScheduledUpdateReminders() ||
                                     delegate->shouldHandleShowingScheduledUpdate(
@@ -283,7 +283,7 @@ void UpdateSession::watchRelaunch() {
   const UpdateCommand command = WatchCommand{.prefix = setup_.prefix,
                                              .process = ::getpid(),
                                              .arguments = setup_.arguments,
-                                             .limitSeconds = confirmationLimit.count()};
+                                             .limitSeconds = confirmationTimeout.count()};
   (*child)->write(json::compact(json::encode(command)));
 }
 

@@ -35,8 +35,8 @@ struct UpdateSetup {
 /// While the delegate postpones the installation, `recheck` looks for updates again: a newer
 /// version replaces the one that waits, and one that is no longer offered is not installed.
 ///
-/// A check that the user asked for shows what comes of it; a scheduled one leaves that to the
-/// delegate, shows no window, and tells of failures in the log alone. What can fail changes nothing
+/// A check that the user asked for shows its result; a scheduled one leaves that to the
+/// delegate, shows no window, and only logs failures. What can fail changes nothing
 /// of the installation. Main thread.
 class UpdateSession : public std::enable_shared_from_this<UpdateSession> {
  public:

@@ -48,7 +48,8 @@ class Updater final : public UpdateDelegate, public std::enable_shared_from_this
   void start();
   /// The user asks for updates.
   void checkForUpdates();
-  /// The agent has told what it does; an installation that waits for it goes on when it is idle.
+  /// The agent has reported its activity. An installation that waits for it proceeds when it is
+  /// idle.
   void agentDidUpdateActivity(bool busy);
 
   [[nodiscard]] bool canCheckForUpdates() const;

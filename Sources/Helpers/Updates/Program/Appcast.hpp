@@ -11,7 +11,7 @@
 
 namespace zephyl {
 
-/// One release, as an appcast tells it. What is absent is empty.
+/// One release of an appcast. Absent fields are empty.
 struct AppcastItem {
   std::string version;
   std::string shortVersionString;
@@ -28,7 +28,7 @@ struct AppcastItem {
     std::string architecture;
     std::string sha256;
     std::string signature;
-    std::int64_t length = 0;  ///< 0: not told
+    std::int64_t length = 0;  ///< 0: not stated
 
     bool operator==(const Enclosure&) const = default;
   };

@@ -11,9 +11,9 @@
 #include "Helpers/Updates/Archive/Archive.hpp"
 #include "Helpers/Updates/Archive/FreeSpace.hpp"
 #include "Helpers/Updates/Program/Appcast.hpp"
+#include "Helpers/Updates/Program/ArchiveCache.hpp"
 #include "Helpers/Updates/Program/Download.hpp"
 #include "Helpers/Updates/Program/Installation.hpp"
-#include "Helpers/Updates/Program/KeptArchives.hpp"
 #include "Helpers/Updates/Program/Selection.hpp"
 #include "Helpers/Updates/Program/Signature.hpp"
 #include "Helpers/Updates/Program/Trial.hpp"
@@ -27,8 +27,8 @@ namespace {
 using namespace std::chrono_literals;
 
 constexpr std::int64_t maxFeedBytes = std::int64_t{2} << 20;
-constexpr auto feedLimit = 60s;
-constexpr auto archiveLimit = 2h;
+constexpr auto feedTimeout = 60s;
+constexpr auto archiveTimeout = 2h;
 constexpr auto defaultStall = 30s;
 constexpr auto progressInterval = 100ms;
 constexpr auto retryInterval = 100ms;
@@ -45,17 +45,17 @@ UpdateReport failure(const Error& error) {
 Result<std::string> fetchFeed(const InstalledBundle& bundle, std::chrono::seconds stall,
                               const CommandClient& client) {
   std::string feed;
-  const TransferOwner owner{.take = [&](std::string_view bytes) -> Result<void> {
-                              feed += bytes;
-                              return {};
-                            },
-                            .isCancelled = client.hasCancelled};
-  const TransferLimits limits{.bytes = maxFeedBytes, .total = feedLimit, .stall = stall};
+  const TransferCallbacks owner{.take = [&](std::string_view bytes) -> Result<void> {
+                                  feed += bytes;
+                                  return {};
+                                },
+                                .isCancelled = client.hasCancelled};
+  const TransferLimits limits{.bytes = maxFeedBytes, .total = feedTimeout, .stall = stall};
   if (auto fetched = fetch(bundle.feedURL, limits, owner); !fetched) return fetched.error();
   return feed;
 }
 
-Asker askerFor(const CheckCommand& command, const InstalledBundle& bundle) {
+InstallationProfile askerFor(const CheckCommand& command, const InstalledBundle& bundle) {
   utsname system{};
   ::uname(&system);
   return {.installedVersion = bundle.version,
@@ -117,19 +117,19 @@ class MappedFile {
   const std::size_t size_;
 };
 
-/// Writes what comes to a file, and tells how far it is.
+/// Writes the received bytes to a file and reports the progress.
 class ArchiveDownload {
  public:
   ArchiveDownload(const UpdateOffer& offer, FileDescriptor& file, const CommandClient& client)
       : offer_(offer), file_(file), client_(client) {}
 
   Result<void> run(std::chrono::seconds stall) {
-    const TransferOwner owner{.take = [this](std::string_view bytes) { return take(bytes); },
-                              .isCancelled = [this] { return isCancelled(); }};
-    const TransferLimits limits{.bytes = offer_.length, .total = archiveLimit, .stall = stall};
+    const TransferCallbacks owner{.take = [this](std::string_view bytes) { return take(bytes); },
+                                  .isCancelled = [this] { return isCancelled(); }};
+    const TransferLimits limits{.bytes = offer_.length, .total = archiveTimeout, .stall = stall};
     if (auto fetched = fetch(offer_.url, limits, owner); !fetched) return fetched;
     if (received_ != offer_.length) return Error{"The update is shorter than it should be."};
-    tell();
+    report();
     return {};
   }
 
@@ -146,7 +146,7 @@ class ArchiveDownload {
     return {};
   }
 
-  /// Asked now and then, also when nothing comes: then what came last has perhaps not been told.
+  /// Called periodically, also while nothing arrives: the last bytes may not have been reported.
   bool isCancelled() {
     if (received_ > told_) tellSometimes();
     return client_.hasCancelled();
@@ -156,11 +156,11 @@ class ArchiveDownload {
     const auto now = std::chrono::steady_clock::now();
     if (now - toldAt_ >= progressInterval) {
       toldAt_ = now;
-      tell();
+      report();
     }
   }
 
-  void tell() {
+  void report() {
     told_ = received_;
     client_.report({.received = received_, .total = offer_.length});
   }
@@ -196,7 +196,7 @@ bool stageKept(const UpdateOffer& offer, const TrustedKeys& keys, Installation& 
                const CommandClient& client) {
   const auto file = installation.makeUnnamedFile();
   if (!file) return false;
-  const KeptArchives kept(installation.files());
+  const ArchiveCache kept(installation.files());
   if (!kept.copyTo(*file, offer.sha256, offer.length)) return false;
   client.report({.received = offer.length, .total = offer.length});
   return checkAndStage(*file, offer, keys, installation).has_value();
@@ -214,7 +214,7 @@ Result<void> downloadAndStage(const DownloadCommand& command, const CommandClien
   if (!installation) return installation.error();
   if (stageKept(offer, *keys, *installation, client)) return {};
 
-  const KeptArchives kept(installation->files());
+  const ArchiveCache kept(installation->files());
   kept.removeAll();
   auto file = installation->makeUnnamedFile();
   if (!file) return file.error();
@@ -244,7 +244,7 @@ Result<void> rollBack(const std::string& prefix) {
 
 /// What was kept and is of no use any more goes.
 void tidy(const std::string& prefix, const std::string& offered) {
-  const KeptArchives kept(UpdateFiles::of(prefix));
+  const ArchiveCache kept(UpdateFiles::of(prefix));
   if (!kept.hasUnwanted(offered)) return;
   const auto installation = Installation::open(prefix);
   if (installation && !fileExists(installation->files().trial)) kept.removeUnwanted(offered);
@@ -281,7 +281,7 @@ UpdateReport perform(const InstallCommand& command) {
   if (auto swapped = installation->swap(command.version); !swapped) {
     return failure(swapped.error());
   }
-  KeptArchives(installation->files()).removeAll();
+  ArchiveCache(installation->files()).removeAll();
   return UpdateInstalled{command.version};
 }
 
@@ -289,7 +289,7 @@ Result<void> perform(const WatchCommand& command) {
   const WatchedProcess process(static_cast<pid_t>(command.process));
   const auto limit = std::chrono::seconds(command.limitSeconds);
   if (outcomeOfTrial(command.prefix, process, limit) != TrialOutcome::failed) return {};
-  log("the new version did not come up; returning to the previous one");
+  log("the new version did not start; rolling back to the previous one");
   process.end();
   if (auto rolledBack = rollBack(command.prefix); !rolledBack) return rolledBack;
   return becomeProgram(joinPath(command.prefix, "bin/zephyl-tray"), command.arguments);

@@ -22,7 +22,7 @@ constexpr const char* userAgent = "zephyl-tray-updater";
 /// One request and its answer.
 struct Transfer {
   const TransferLimits& limits;
-  const TransferOwner& owner;
+  const TransferCallbacks& owner;
   CURL* handle = nullptr;
   std::int64_t received = 0;
   std::chrono::steady_clock::time_point lastBytes = std::chrono::steady_clock::now();
@@ -45,7 +45,7 @@ struct Transfer {
     return bytes.size();
   }
 
-  /// The library's own limit on low speed looks at an average, and is seconds late.
+  /// The library's own limit on low speed is based on an average, which is seconds late.
   bool goesOn() {
     if (owner.isCancelled()) return false;
     if (std::chrono::steady_clock::now() - lastBytes < limits.stall) return true;
@@ -111,7 +111,7 @@ Result<std::optional<std::string>> fetchOnce(const std::string& url, Transfer tr
 }  // namespace
 
 Result<void> fetch(const std::string& url, const TransferLimits& limits,
-                   const TransferOwner& owner) {
+                   const TransferCallbacks& owner) {
   std::string address = url;
   if (auto allowed = checkAddress(address); !allowed) return allowed;
   for (int redirect = 0; redirect <= maxRedirects; ++redirect) {

@@ -18,7 +18,7 @@ struct TransferLimits {
 };
 
 /// What becomes of the bytes, and whether they are still wanted.
-struct TransferOwner {
+struct TransferCallbacks {
   /// Takes bytes as they come; an error ends the transfer with it.
   std::function<Result<void>(std::string_view)> take;
   /// Asked at least once a second; true ends the transfer.
@@ -29,6 +29,6 @@ struct TransferOwner {
 /// each address that it is sent on to. Nothing that is not asked for is accepted: no cookies, no
 /// compression, no other answer than 200. Blocks.
 Result<void> fetch(const std::string& url, const TransferLimits& limits,
-                   const TransferOwner& owner);
+                   const TransferCallbacks& owner);
 
 }  // namespace zephyl

@@ -156,7 +156,7 @@ Result<Installation> Installation::open(const std::string& prefix) {
 
 /// Where an earlier run was killed.
 void Installation::recover() {
-  const auto trial = readNote(files_.trial);
+  const auto trial = readMarker(files_.trial);
   if (!trial) return;
   const auto installed = InstalledBundle::read(files_.prefix);
   if (!installed || installed->version != trial->version) {
@@ -232,9 +232,9 @@ Result<void> Installation::swap(const std::string& version) {
   }
   const auto inside = InstalledBundle::read(files_.staged);
   if (!inside) return inside.error();
-  const UpdateNote note{.version = version, .displayVersion = inside->displayVersion};
+  const UpdateMarker note{.version = version, .displayVersion = inside->displayVersion};
   if (auto removed = removePath(files_.previous); !removed) return removed;
-  if (auto written = writeNote(files_.trial, note); !written) return written;
+  if (auto written = writeMarker(files_.trial, note); !written) return written;
   if (auto swapped = exchangeDirectories(files_.staged, files_.prefix); !swapped) {
     static_cast<void>(removePath(files_.trial));
     return swapped;
@@ -246,13 +246,13 @@ Result<void> Installation::swap(const std::string& version) {
 }
 
 Result<void> Installation::rollBack() {
-  const auto trial = readNote(files_.trial);
+  const auto trial = readMarker(files_.trial);
   if (!trial) return Error{"No version is on trial."};
   if (!isExecutableFile(joinPath(files_.previous, executableInPrefix))) {
     return Error{"There is no previous version to return to."};
   }
-  const UpdateNote note{.version = trial->version, .displayVersion = trial->displayVersion};
-  if (auto written = writeNote(files_.failed, note); !written) return written;
+  const UpdateMarker note{.version = trial->version, .displayVersion = trial->displayVersion};
+  if (auto written = writeMarker(files_.failed, note); !written) return written;
   if (auto swapped = exchangeDirectories(files_.previous, files_.prefix); !swapped) return swapped;
   if (auto flushed = flushBoth(files_); !flushed) return flushed;
   if (auto removed = removePath(files_.trial); !removed) return removed;

@@ -109,7 +109,7 @@ std::optional<std::string> Installation::obstacle(const std::string& prefix) {
   }
   if (!isWritable(prefix) || !isWritable(parentDirectory(prefix))) {
     return "You may not change the installation in " + visible(prefix) +
-           ". Ask whoever installed it to update it.";
+           ". Ask the user who installed it to update it.";
   }
   if (auto obstacle = obstacleInParent(prefix)) return obstacle;
   if (auto obstacle = obstacleAt(prefix, prefix)) return obstacle;

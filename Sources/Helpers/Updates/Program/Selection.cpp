@@ -19,36 +19,39 @@ bool contains(const std::vector<std::string>& list, const std::string& value) {
   return std::ranges::find(list, value) != list.end();
 }
 
-const AppcastItem::Enclosure* enclosureFor(const AppcastItem& item, const Asker& asker) {
-  const auto found =
-      std::ranges::find(item.enclosures, asker.architecture, &AppcastItem::Enclosure::architecture);
+const AppcastItem::Enclosure* enclosureFor(const AppcastItem& item,
+                                           const InstallationProfile& installation) {
+  const auto found = std::ranges::find(item.enclosures, installation.architecture,
+                                       &AppcastItem::Enclosure::architecture);
   return found == item.enclosures.end() ? nullptr : &*found;
 }
 
-bool hasReached(const AppcastItem& item, const Asker& asker) {
+bool hasReached(const AppcastItem& item, const InstallationProfile& installation) {
   if (!item.phasedRolloutInterval || !item.published) return true;
-  if (item.critical || asker.userInitiated) return true;
-  const auto group = std::clamp<std::int64_t>(asker.rolloutGroup, 0, rolloutGroups - 1);
+  if (item.critical || installation.userInitiated) return true;
+  const auto group = std::clamp<std::int64_t>(installation.rolloutGroup, 0, rolloutGroups - 1);
   // Divided rather than multiplied: the interval is any number.
-  return (asker.now - *item.published) / *item.phasedRolloutInterval >= group &&
-         asker.now >= *item.published;
+  return (installation.now - *item.published) / *item.phasedRolloutInterval >= group &&
+         installation.now >= *item.published;
 }
 
 /// Whether the user, or a failure of this version, has ruled it out. A critical version cannot be
 /// skipped. One that has failed gets another chance only when its maker knows more than then.
-bool isRuledOut(const AppcastItem& item, std::chrono::sys_seconds feedDate, const Asker& asker) {
-  if (contains(asker.skip, item.version) && !item.critical) return true;
-  if (!asker.failed || asker.failed->version != item.version) return false;
-  return !item.critical || feedDate.time_since_epoch().count() <= asker.failed->feedDate;
+bool isRuledOut(const AppcastItem& item, std::chrono::sys_seconds feedDate,
+                const InstallationProfile& installation) {
+  if (contains(installation.skip, item.version) && !item.critical) return true;
+  if (!installation.failed || installation.failed->version != item.version) return false;
+  return !item.critical || feedDate.time_since_epoch().count() <= installation.failed->feedDate;
 }
 
-bool isFor(const AppcastItem& item, std::chrono::sys_seconds feedDate, const Asker& asker) {
+bool isFor(const AppcastItem& item, std::chrono::sys_seconds feedDate,
+           const InstallationProfile& installation) {
   return isVersion(item.version) &&
-         std::is_gt(compareVersions(item.version, asker.installedVersion)) &&
-         enclosureFor(item, asker) != nullptr &&
-         std::is_lteq(compareVersions(item.minimumSystemVersion, asker.systemVersion)) &&
-         (item.channel.empty() || contains(asker.channels, item.channel)) &&
-         !isRuledOut(item, feedDate, asker) && hasReached(item, asker);
+         std::is_gt(compareVersions(item.version, installation.installedVersion)) &&
+         enclosureFor(item, installation) != nullptr &&
+         std::is_lteq(compareVersions(item.minimumSystemVersion, installation.systemVersion)) &&
+         (item.channel.empty() || contains(installation.channels, item.channel)) &&
+         !isRuledOut(item, feedDate, installation) && hasReached(item, installation);
 }
 
 /// As "2026-11-21".
@@ -76,15 +79,15 @@ UpdateOffer offerOf(const AppcastItem& item, const AppcastItem::Enclosure& enclo
 
 Result<std::optional<UpdateOffer>> chooseUpdate(const std::vector<AppcastItem>& items,
                                                 std::chrono::sys_seconds feedDate,
-                                                const Asker& asker) {
+                                                const InstallationProfile& installation) {
   const AppcastItem* best = nullptr;
   for (const auto& item : items) {
-    if (!isFor(item, feedDate, asker)) continue;
+    if (!isFor(item, feedDate, installation)) continue;
     if (best == nullptr || std::is_gt(compareVersions(item.version, best->version))) best = &item;
   }
   if (best == nullptr) return std::optional<UpdateOffer>();
-  auto offer = offerOf(*best, *enclosureFor(*best, asker));
-  if (auto sound = checkOffer(offer, asker.installedVersion); !sound) return sound.error();
+  auto offer = offerOf(*best, *enclosureFor(*best, installation));
+  if (auto sound = checkOffer(offer, installation.installedVersion); !sound) return sound.error();
   return std::optional(std::move(offer));
 }
 

@@ -13,7 +13,7 @@
 namespace zephyl {
 
 /// The installation that checks for updates.
-struct Asker {
+struct InstallationProfile {
   std::string installedVersion;
   std::string architecture;   ///< as the kernel names it, such as "x86_64"
   std::string systemVersion;  ///< of the C library, on which it depends what starts here
@@ -29,12 +29,12 @@ struct Asker {
 /// A phased roll-out reaches one group after the other, an interval apart.
 inline constexpr std::int64_t rolloutGroups = 7;
 
-/// Returns the highest version that is newer than the installed one and meant for `asker`; nullopt
-/// if there is none. Fails if the feed does not describe that version completely. `feedDate`: of
-/// the feed that lists the items.
+/// Returns the highest version that is newer than the installed one and meant for `installation`;
+/// nullopt if there is none. Fails if the feed does not describe that version completely.
+/// `feedDate`: of the feed that lists the items.
 Result<std::optional<UpdateOffer>> chooseUpdate(const std::vector<AppcastItem>& items,
                                                 std::chrono::sys_seconds feedDate,
-                                                const Asker& asker);
+                                                const InstallationProfile& installation);
 
 /// Returns the date of a feed. Fails if it has none, or is older than `newest`, the date of the
 /// newest feed seen before: a feed that was signed once can be served again at any time.

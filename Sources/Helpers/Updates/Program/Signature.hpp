@@ -28,7 +28,7 @@ class TrustedKeys {
   /// Whether any of the keys made this signature (raw) of these bytes.
   [[nodiscard]] bool verify(std::string_view bytes, std::string_view signature) const;
   /// The same of any of several signatures, base64 texts separated by spaces, of which only the
-  /// first few are looked at.
+  /// first few are tried.
   [[nodiscard]] bool verifyAny(std::string_view bytes, std::string_view signatures) const;
 
  private:

@@ -19,7 +19,7 @@ namespace {
 
 using namespace std::chrono_literals;
 
-constexpr auto startLimit = 10s;
+constexpr auto startTimeout = 10s;
 constexpr auto terminationGrace = 8s;  // the tray's own shutdown may take that long
 constexpr auto watchInterval = 50ms;
 
@@ -59,7 +59,7 @@ Result<void> checkItStarts(const std::string& executable) {
   const pid_t child = spawnSilently({executable, "--version"});
   if (child == 0) return Error{"The new version cannot be started on this machine."};
   const WatchedProcess process(child);
-  if (!process.waitForEnd(startLimit)) ::kill(child, SIGKILL);
+  if (!process.waitForEnd(startTimeout)) ::kill(child, SIGKILL);
   const int status = reap(child);
   if (WIFEXITED(status) && WEXITSTATUS(status) == 0) return {};
   return Error{"The new version does not work on this machine."};
@@ -95,7 +95,7 @@ TrialOutcome outcomeOfTrial(const std::string& prefix, const WatchedProcess& pro
   while (fileExists(path) && std::chrono::steady_clock::now() < deadline) {
     if (process.waitForEnd(watchInterval)) break;
   }
-  const auto note = readNote(path);
+  const auto note = readMarker(path);
   if (!fileExists(path)) return TrialOutcome::confirmed;  // asked last: it may just have gone
   // The note names the process, because the next start may have changed the note already.
   const bool wasAsked = note && note->endedProcess == process.id();

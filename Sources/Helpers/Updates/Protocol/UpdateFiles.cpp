@@ -53,21 +53,21 @@ std::string UpdateFiles::archive(const std::string& sha256) const {
   return joinPath(directory, "archive-" + sha256);
 }
 
-std::optional<UpdateNote> readNote(const std::string& path) {
+std::optional<UpdateMarker> readMarker(const std::string& path) {
   const auto text = readFile(path);
   if (!text) return std::nullopt;
-  auto note = json::decodeText<UpdateNote>(*text);
+  auto note = json::decodeText<UpdateMarker>(*text);
   if (!note) return std::nullopt;
   return std::move(*note);
 }
 
-Result<void> writeNote(const std::string& path, const UpdateNote& note) {
+Result<void> writeMarker(const std::string& path, const UpdateMarker& note) {
   return replaceFile(path, json::prettySorted(json::encode(note)), Durability::flushed);
 }
 
 bool removeUndecodableNote(const std::string& path) {
   const auto text = readFile(path);
-  if (!text || json::decodeText<UpdateNote>(*text)) return false;
+  if (!text || json::decodeText<UpdateMarker>(*text)) return false;
   return removePath(path).has_value();
 }
 

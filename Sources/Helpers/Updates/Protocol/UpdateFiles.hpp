@@ -25,7 +25,7 @@
 namespace zephyl {
 
 /// The contents of trial.json and failed.json.
-struct UpdateNote {
+struct UpdateMarker {
   std::string version;         ///< the new version
   std::string displayVersion;  ///< the same, for people
   bool told = false;           ///< failed.json: the user has been told
@@ -36,10 +36,10 @@ struct UpdateNote {
   /// failed.json: the date of the newest feed when the version failed, in seconds since 1970.
   std::optional<std::int64_t> feedDate;
 };
-BOOST_DESCRIBE_STRUCT(UpdateNote, (),
+BOOST_DESCRIBE_STRUCT(UpdateMarker, (),
                       (version, displayVersion, told, starts, endedProcess, feedDate))
-constexpr auto fieldsWithDefault(const UpdateNote*) {
-  return std::tuple(&UpdateNote::told, &UpdateNote::starts);
+constexpr auto fieldsWithDefault(const UpdateMarker*) {
+  return std::tuple(&UpdateMarker::told, &UpdateMarker::starts);
 }
 
 struct UpdateFiles {
@@ -68,8 +68,8 @@ struct UpdateFiles {
 };
 
 /// Returns nullopt if there is no note at `path`, or one that cannot be read or decoded.
-std::optional<UpdateNote> readNote(const std::string& path);
-Result<void> writeNote(const std::string& path, const UpdateNote& note);
+std::optional<UpdateMarker> readMarker(const std::string& path);
+Result<void> writeMarker(const std::string& path, const UpdateMarker& note);
 /// Removes the note at `path` if it can be read but not decoded. Returns whether it did.
 bool removeUndecodableNote(const std::string& path);
 

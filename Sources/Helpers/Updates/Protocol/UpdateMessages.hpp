@@ -82,7 +82,7 @@ BOOST_DESCRIBE_STRUCT(InstallCommand, (), (prefix, version))
 
 /// Watches a process that is about to execute the new version. Rolls back to the previous version
 /// and executes it if the process ends, or `limitSeconds` pass, before the new version has
-/// confirmed that it works. Does nothing if the process was asked to end (see UpdateNote).
+/// confirmed that it works. Does nothing if the process was asked to end (see UpdateMarker).
 struct WatchCommand {
   std::string prefix;
   std::int64_t process = 0;

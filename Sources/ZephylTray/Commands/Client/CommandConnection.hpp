@@ -22,7 +22,7 @@ struct TrayAbsence {
   Kind kind = Kind::notRunning;
   std::optional<pid_t> process;  ///< of a tray that does not answer
 
-  /// What the user is told.
+  /// The message for the user.
   [[nodiscard]] std::string message() const;
 };
 

@@ -11,7 +11,7 @@ namespace {
 constexpr auto watcherName = "org.kde.StatusNotifierWatcher";
 constexpr auto notificationsName = "org.freedesktop.Notifications";
 constexpr auto portalName = "org.freedesktop.portal.Desktop";
-constexpr std::uint64_t replyLimit = 1'000'000;  // microseconds
+constexpr std::uint64_t replyTimeout = 1'000'000;  // microseconds
 
 BusMessage callBus(sd_bus& bus, const char* method, const char* name) {
   sd_bus_message* reply = nullptr;
@@ -50,7 +50,7 @@ bool hasHost(sd_bus& bus) {
 
 Bus::Handle connect() {
   auto bus = Bus::openAndWait();
-  if (bus) sd_bus_set_method_call_timeout(bus.get(), replyLimit);
+  if (bus) sd_bus_set_method_call_timeout(bus.get(), replyTimeout);
   return bus;
 }
 

@@ -25,7 +25,7 @@ namespace zephyl {
 /// is closed.
 ///
 /// Received bytes may be secret and are overwritten when they are no longer needed.
-class MessageListener {
+class LoopbackServer {
  private:
   class Server;
 
@@ -74,19 +74,19 @@ class MessageListener {
     std::function<void(const Error&)> onFailed;
   };
 
-  static Result<std::unique_ptr<MessageListener>> open(Options options, Handlers handlers);
+  static Result<std::unique_ptr<LoopbackServer>> open(Options options, Handlers handlers);
   /// Closes everything; no handler runs afterwards. Waits for one that is running, so it must be
   /// able to end.
-  ~MessageListener();
-  MessageListener(const MessageListener&) = delete;
-  MessageListener& operator=(const MessageListener&) = delete;
+  ~LoopbackServer();
+  LoopbackServer(const LoopbackServer&) = delete;
+  LoopbackServer& operator=(const LoopbackServer&) = delete;
 
   [[nodiscard]] std::uint16_t port() const;
   /// Stops accepting; what is under way goes on. Does not wait.
   void cancel();
 
  private:
-  explicit MessageListener(std::shared_ptr<Server> server);
+  explicit LoopbackServer(std::shared_ptr<Server> server);
 
   std::shared_ptr<Server> server_;
 };

@@ -1,41 +1,41 @@
-#include "Desktop/Freedesktop/Menu/SignalPacer.hpp"
+#include "Desktop/Freedesktop/Menu/BusSignalThrottle.hpp"
 
 #include <algorithm>
 #include <utility>
 
 namespace zephyl {
 
-std::size_t SignalPacer::add(Source source) {
+std::size_t BusSignalThrottle::add(Source source) {
   sources_.push_back({std::move(source)});
   return sources_.size() - 1;
 }
 
-void SignalPacer::request(std::size_t source) {
+void BusSignalThrottle::request(std::size_t source) {
   if (std::exchange(sources_[source].requested, true)) return;
   queue_.push_back(source);
   sendWhatMay();
 }
 
-void SignalPacer::sendNow(std::size_t source) {
+void BusSignalThrottle::sendNow(std::size_t source) {
   send(sources_[source], clock_.now());
 }
 
-void SignalPacer::send(Waiting& waiting, Instant now) {
+void BusSignalThrottle::send(Waiting& waiting, Instant now) {
   const std::size_t count = waiting.source.send();
   if (count > 0) waiting.earliest = now + waiting.source.interval;
   sent_.insert(sent_.end(), count, now);
   while (sent_.size() > perWindow) sent_.pop_front();
 }
 
-Instant SignalPacer::roomFor(std::size_t most) const {
+Instant BusSignalThrottle::roomFor(std::size_t most) const {
   if (sent_.size() + most <= perWindow) return {};
   return sent_[sent_.size() + most - perWindow - 1] + window;
 }
 
-void SignalPacer::sendWhatMay() {
+void BusSignalThrottle::sendWhatMay() {
   const Instant now = clock_.now();
   auto next = Instant::max();
-  Instant roomBefore{};  // whoever waits for room keeps its place: those behind do not take it
+  Instant roomBefore{};  // a source that waits for capacity blocks those queued behind it
   std::deque<std::size_t> later;
   for (const std::size_t number : std::exchange(queue_, {})) {
     Waiting& waiting = sources_[number];

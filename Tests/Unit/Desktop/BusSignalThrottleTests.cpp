@@ -1,4 +1,4 @@
-#include "Desktop/Freedesktop/Menu/SignalPacer.hpp"
+#include "Desktop/Freedesktop/Menu/BusSignalThrottle.hpp"
 
 #include <gtest/gtest.h>
 
@@ -9,7 +9,7 @@ namespace {
 
 using namespace std::chrono_literals;
 
-class SignalPacerTest : public ::testing::Test {
+class BusSignalThrottleTest : public ::testing::Test {
  protected:
   /// A source that sends `count` signals under its name each time.
   std::size_t source(char name, std::size_t count = 1, Duration interval = {}) {
@@ -26,26 +26,26 @@ class SignalPacerTest : public ::testing::Test {
     for (const auto start : times_) {
       most = std::max(most, static_cast<std::size_t>(
                                 std::count_if(times_.begin(), times_.end(), [&](Instant time) {
-                                  return time >= start && time < start + SignalPacer::window;
+                                  return time >= start && time < start + BusSignalThrottle::window;
                                 })));
     }
     return most;
   }
 
   test::ManualClock clock_;
-  SignalPacer pacer_{
+  BusSignalThrottle pacer_{
       clock_, [this](Duration delay, Task task) { return clock_.after(delay, std::move(task)); }};
   std::string sent_;
   std::vector<Instant> times_;
 };
 
-TEST_F(SignalPacerTest, AQuietSourceSendsAtOnce) {
+TEST_F(BusSignalThrottleTest, AQuietSourceSendsAtOnce) {
   pacer_.request(source('a'));
   EXPECT_EQ(sent_, "a");
   EXPECT_EQ(clock_.pendingTimers(), 0U);
 }
 
-TEST_F(SignalPacerTest, WhatAUserWaitsForIsSentAtOnceAndCounts) {
+TEST_F(BusSignalThrottleTest, WhatAUserWaitsForIsSentAtOnceAndCounts) {
   const auto a = source('a');
   const auto b = source('b');
   for (int i = 0; i < 4; ++i) pacer_.request(a);
@@ -57,7 +57,7 @@ TEST_F(SignalPacerTest, WhatAUserWaitsForIsSentAtOnceAndCounts) {
   EXPECT_EQ(sent_, "aaaaba");
 }
 
-TEST_F(SignalPacerTest, AFloodIsCutToFourInASecond) {
+TEST_F(BusSignalThrottleTest, AFloodIsCutToFourInASecond) {
   const auto a = source('a');
   const auto b = source('b', 2);
   for (int i = 0; i < 10'000; ++i) {
@@ -65,12 +65,12 @@ TEST_F(SignalPacerTest, AFloodIsCutToFourInASecond) {
     pacer_.request(b);
     clock_.advance(1ms);
   }
-  EXPECT_LE(mostInAnyWindow(), SignalPacer::perWindow);
+  EXPECT_LE(mostInAnyWindow(), BusSignalThrottle::perWindow);
   EXPECT_GE(sent_.size(), 36U);  // and no fewer than it may
   EXPECT_NEAR(static_cast<double>(std::count(sent_.begin(), sent_.end(), 'a')), 20, 2);
 }
 
-TEST_F(SignalPacerTest, TheLastStateIsTold) {
+TEST_F(BusSignalThrottleTest, TheLastStateIsTold) {
   const auto a = source('a');
   for (int i = 0; i < 6; ++i) pacer_.request(a);
   EXPECT_EQ(sent_, "aaaa");
@@ -81,7 +81,7 @@ TEST_F(SignalPacerTest, TheLastStateIsTold) {
   EXPECT_EQ(clock_.pendingTimers(), 0U);
 }
 
-TEST_F(SignalPacerTest, ASourceWithAnIntervalWaitsAloneForIt) {
+TEST_F(BusSignalThrottleTest, ASourceWithAnIntervalWaitsAloneForIt) {
   const auto a = source('a', 1, 250ms);
   const auto b = source('b');
   pacer_.request(a);
@@ -94,7 +94,7 @@ TEST_F(SignalPacerTest, ASourceWithAnIntervalWaitsAloneForIt) {
   EXPECT_EQ(sent_, "aba");
 }
 
-TEST_F(SignalPacerTest, ASourceThatHadNothingToSayUsesNothingUp) {
+TEST_F(BusSignalThrottleTest, ASourceThatHadNothingToSayUsesNothingUp) {
   int asked = 0;
   const auto silent = pacer_.add({.interval = 1h, .send = [&asked] {
                                     ++asked;

@@ -15,14 +15,16 @@ namespace zephyl {
 /// The dialogs that are open. Alerts are asked one after the other, in the order in which they
 /// came, so that none takes the place of another under the user's fingers; logs lie below them,
 /// the newest on top. Main thread only.
-class BoxStack {
+class DialogStack {
  public:
   using Number = unsigned;  ///< of a dialog; never used again
   using AlertDone = std::function<void(std::optional<AlertAnswer>)>;
-  using LogTold = std::function<void(LogWindowEvent)>;
+  using LogNotify = std::function<void(LogWindowEvent)>;
 
-  Number addAlert(const Alert& alert, const Look& look, const std::string& text, AlertDone done);
-  Number addLog(const LogWindow& window, const Look& look, LogTold tell);
+  Number addAlert(const Alert& alert, const TerminalCapabilities& capabilities,
+                  const std::string& text, AlertDone done);
+  Number addLog(const LogWindow& window, const TerminalCapabilities& capabilities,
+                LogNotify notify);
   /// Whether it has a bar that is on screen now, which has moved.
   bool showProgress(Number number, const Progress& progress);
   /// Without an answer. Nothing when it is gone already.
@@ -47,24 +49,26 @@ class BoxStack {
 
  private:
   struct OpenAlert {
-    OpenAlert(Number ownNumber, const Alert& alert, const Look& look, AlertDone whenDone)
-        : number(ownNumber), box(alert, look), done(std::move(whenDone)) {}
+    OpenAlert(Number ownNumber, const Alert& alert, const TerminalCapabilities& capabilities,
+              AlertDone whenDone)
+        : number(ownNumber), box(alert, capabilities), done(std::move(whenDone)) {}
 
     Number number;
     AlertBox box;
     AlertDone done;
   };
   struct OpenLog {
-    OpenLog(Number ownNumber, const LogWindow& shown, const Look& look, LogTold whenTold)
+    OpenLog(Number ownNumber, const LogWindow& shown, const TerminalCapabilities& capabilities,
+            LogNotify whenNotified)
         : number(ownNumber),
           window(shown),
-          box(shown.title, shown.message, look),
-          tell(std::move(whenTold)) {}
+          box(shown.title, shown.message, capabilities),
+          notify(std::move(whenNotified)) {}
 
     Number number;
     LogWindow window;
     LogBox box;
-    LogTold tell;
+    LogNotify notify;
     bool showsAll = false;
   };
 

@@ -1,4 +1,4 @@
-#include "System/Network/MessageListener.hpp"
+#include "System/Network/LoopbackServer.hpp"
 
 #include <atomic>
 #include <deque>
@@ -21,8 +21,8 @@ namespace {
 
 using namespace std::chrono_literals;
 using test::RawClient;
-using Peer = MessageListener::Peer;
-using Verdict = MessageListener::Verdict;
+using Peer = LoopbackServer::Peer;
+using Verdict = LoopbackServer::Verdict;
 
 constexpr std::size_t fewConnections = 4;
 
@@ -43,23 +43,23 @@ void breakListeningSocket(int port) {
 }
 
 /// A listener whose messages hold a "."; what it does with one is the test's.
-class MessageListenerTest : public ::testing::Test {
+class LoopbackServerTest : public ::testing::Test {
  protected:
   void open(const std::function<void(const Peer&, std::string_view)>& onMessage) {
     auto listener =
-        MessageListener::open({.label = "com.example.listener",
-                               .maxConnections = fewConnections,
-                               .sendTimeout = sendTimeout_},
-                              {.onAccepted = [this, onMessage] { return reader(onMessage); },
-                               .onFailed =
-                                   [this](const Error& error) {
-                                     const std::scoped_lock lock(mutex_);
-                                     failures_.push_back(error.message);
-                                   }});
+        LoopbackServer::open({.label = "com.example.listener",
+                              .maxConnections = fewConnections,
+                              .sendTimeout = sendTimeout_},
+                             {.onAccepted = [this, onMessage] { return reader(onMessage); },
+                              .onFailed =
+                                  [this](const Error& error) {
+                                    const std::scoped_lock lock(mutex_);
+                                    failures_.push_back(error.message);
+                                  }});
     ASSERT_TRUE(listener) << listener.error().message;
     listener_ = std::move(*listener);
   }
-  MessageListener::Reader reader(std::function<void(const Peer&, std::string_view)> onMessage) {
+  LoopbackServer::Reader reader(std::function<void(const Peer&, std::string_view)> onMessage) {
     return [this, onMessage = std::move(onMessage)](const Peer& peer, std::string_view received) {
       ++calls_;
       if (received.find('.') == std::string_view::npos) return Verdict::incomplete;
@@ -95,17 +95,17 @@ class MessageListenerTest : public ::testing::Test {
   std::mutex mutex_;
   std::vector<std::string> failures_;
   std::deque<Peer> waiting_;
-  std::unique_ptr<MessageListener> listener_;
+  std::unique_ptr<LoopbackServer> listener_;
 };
 
-TEST_F(MessageListenerTest, AnswersAMessageAndCloses) {
+TEST_F(LoopbackServerTest, AnswersAMessageAndCloses) {
   openEcho();
   const auto peer = client();
   peer.send("hello.");
   EXPECT_EQ(peer.receiveAll(), "hello.");
 }
 
-TEST_F(MessageListenerTest, JoinsAMessageThatComesInPieces) {
+TEST_F(LoopbackServerTest, JoinsAMessageThatComesInPieces) {
   openEcho();
   const auto peer = client();
   for (const char letter : std::string("hello.")) {
@@ -116,7 +116,7 @@ TEST_F(MessageListenerTest, JoinsAMessageThatComesInPieces) {
   EXPECT_EQ(peer.receiveAll(), "hello.");
 }
 
-TEST_F(MessageListenerTest, ClosesWithoutAnAnswerWhenTheMessageNeverBecomesWhole) {
+TEST_F(LoopbackServerTest, ClosesWithoutAnAnswerWhenTheMessageNeverBecomesWhole) {
   openEcho();
   const auto peer = client();
   peer.send("hello");
@@ -124,7 +124,7 @@ TEST_F(MessageListenerTest, ClosesWithoutAnAnswerWhenTheMessageNeverBecomesWhole
   EXPECT_EQ(peer.receiveAll(), "");
 }
 
-TEST_F(MessageListenerTest, AnswersAPeerThatHasFinishedSending) {
+TEST_F(LoopbackServerTest, AnswersAPeerThatHasFinishedSending) {
   openEcho();
   const auto peer = client();
   peer.send("hello.");
@@ -132,7 +132,7 @@ TEST_F(MessageListenerTest, AnswersAPeerThatHasFinishedSending) {
   EXPECT_EQ(peer.receiveAll(), "hello.");
 }
 
-TEST_F(MessageListenerTest, AnswersFromAnotherThreadLater) {
+TEST_F(LoopbackServerTest, AnswersFromAnotherThreadLater) {
   openSilent();
   const auto peer = client();
   peer.send("hello.");
@@ -141,7 +141,7 @@ TEST_F(MessageListenerTest, AnswersFromAnotherThreadLater) {
   EXPECT_EQ(peer.receiveAll(), "late");
 }
 
-TEST_F(MessageListenerTest, ClosesWhenEverybodyHasLetGoOfAPeer) {
+TEST_F(LoopbackServerTest, ClosesWhenEverybodyHasLetGoOfAPeer) {
   openSilent();
   const auto peer = client();
   peer.send("hello.");
@@ -150,7 +150,7 @@ TEST_F(MessageListenerTest, ClosesWhenEverybodyHasLetGoOfAPeer) {
   EXPECT_EQ(peer.receiveAll(), "");
 }
 
-TEST_F(MessageListenerTest, AnswersAPeerOnce) {
+TEST_F(LoopbackServerTest, AnswersAPeerOnce) {
   open([](const Peer& peer, std::string_view) {
     peer.send("first");
     peer.send("second");
@@ -160,7 +160,7 @@ TEST_F(MessageListenerTest, AnswersAPeerOnce) {
   EXPECT_EQ(peer.receiveAll(), "first");
 }
 
-TEST_F(MessageListenerTest, SendsALongAnswerToASlowReader) {
+TEST_F(LoopbackServerTest, SendsALongAnswerToASlowReader) {
   const std::string answer(8UL << 20, 'x');
   open([&](const Peer& peer, std::string_view) { peer.send(answer); });
   const auto slow = client();
@@ -171,7 +171,7 @@ TEST_F(MessageListenerTest, SendsALongAnswerToASlowReader) {
   EXPECT_EQ(slow.receiveAll(), answer);
 }
 
-TEST_F(MessageListenerTest, GivesUpPeersThatTakeNothingOfTheirAnswer) {
+TEST_F(LoopbackServerTest, GivesUpPeersThatTakeNothingOfTheirAnswer) {
   sendTimeout_ = 20ms;
   const std::string answer(32UL << 20, 'x');
   open([&](const Peer& peer, std::string_view received) {
@@ -198,7 +198,7 @@ TEST_F(MessageListenerTest, GivesUpPeersThatTakeNothingOfTheirAnswer) {
   }
 }
 
-TEST_F(MessageListenerTest, AnswersWhileThePeerStillSendsALot) {
+TEST_F(LoopbackServerTest, AnswersWhileThePeerStillSendsALot) {
   open([](const Peer& peer, std::string_view) { peer.refuse("enough"); });
   const auto peer = client();
   peer.send(".");
@@ -207,7 +207,7 @@ TEST_F(MessageListenerTest, AnswersWhileThePeerStillSendsALot) {
   EXPECT_EQ(peer.receiveAll(), "enough");
 }
 
-TEST_F(MessageListenerTest, IsNotDelayedByASilentPeer) {
+TEST_F(LoopbackServerTest, IsNotDelayedByASilentPeer) {
   openEcho();
   const auto silent = client();
   silent.send("hel");
@@ -218,7 +218,7 @@ TEST_F(MessageListenerTest, IsNotDelayedByASilentPeer) {
   EXPECT_EQ(silent.receiveAll(), "hello.");
 }
 
-TEST_F(MessageListenerTest, NewPeersDoNotKeepWaitingThoseWhoAreThere) {
+TEST_F(LoopbackServerTest, NewPeersDoNotKeepWaitingThoseWhoAreThere) {
   openEcho();
   constexpr std::size_t crowdSize = 2;
   std::vector<std::jthread> crowd;
@@ -242,7 +242,7 @@ TEST_F(MessageListenerTest, NewPeersDoNotKeepWaitingThoseWhoAreThere) {
   }
 }
 
-TEST_F(MessageListenerTest, MakesRoomByClosingTheOldestThatHasNotSentAWholeMessage) {
+TEST_F(LoopbackServerTest, MakesRoomByClosingTheOldestThatHasNotSentAWholeMessage) {
   openSilent();
   const auto whole = client();
   whole.send("whole.");
@@ -268,7 +268,7 @@ std::vector<RawClient> refusedClients(const std::function<RawClient()>& connect)
   return clients;
 }
 
-TEST_F(MessageListenerTest, MakesRoomByClosingRefusedPeersThatGoOnSending) {
+TEST_F(LoopbackServerTest, MakesRoomByClosingRefusedPeersThatGoOnSending) {
   open([](const Peer& peer, std::string_view received) {
     if (received == "bad.") return peer.refuse("no");
     peer.send("yes");
@@ -281,7 +281,7 @@ TEST_F(MessageListenerTest, MakesRoomByClosingRefusedPeersThatGoOnSending) {
   EXPECT_EQ(refused.front().receiveAll(), "no");
 }
 
-TEST_F(MessageListenerTest, PrefersRefusedPeersToThoseThatHaveNotSentAWholeMessage) {
+TEST_F(LoopbackServerTest, PrefersRefusedPeersToThoseThatHaveNotSentAWholeMessage) {
   open([](const Peer& peer, std::string_view received) {
     if (received == "bad.") return peer.refuse("no");
     peer.send("yes");
@@ -302,7 +302,7 @@ TEST_F(MessageListenerTest, PrefersRefusedPeersToThoseThatHaveNotSentAWholeMessa
   EXPECT_EQ(slow.receiveAll(), "yes");
 }
 
-TEST_F(MessageListenerTest, LetsNewPeersWaitWhileAllHaveSentAWholeMessage) {
+TEST_F(LoopbackServerTest, LetsNewPeersWaitWhileAllHaveSentAWholeMessage) {
   openSilent();
   std::vector<RawClient> clients;
   for (std::size_t i = 0; i < fewConnections; ++i) {
@@ -319,7 +319,7 @@ TEST_F(MessageListenerTest, LetsNewPeersWaitWhileAllHaveSentAWholeMessage) {
   EXPECT_TRUE(test::eventually([this] { return waitingCount() == fewConnections + 1; }));
 }
 
-TEST_F(MessageListenerTest, AcceptsNoMoreOnceCancelledAndEndsWhatIsUnderWay) {
+TEST_F(LoopbackServerTest, AcceptsNoMoreOnceCancelledAndEndsWhatIsUnderWay) {
   openSilent();
   const auto peer = client();
   peer.send("hello.");
@@ -331,7 +331,7 @@ TEST_F(MessageListenerTest, AcceptsNoMoreOnceCancelledAndEndsWhatIsUnderWay) {
   EXPECT_EQ(peer.receiveAll(), "done");
 }
 
-TEST_F(MessageListenerTest, APeerOutlivesTheListenerAndThenSaysNothing) {
+TEST_F(LoopbackServerTest, APeerOutlivesTheListenerAndThenSaysNothing) {
   openSilent();
   const auto peer = client();
   peer.send("hello.");
@@ -342,7 +342,7 @@ TEST_F(MessageListenerTest, APeerOutlivesTheListenerAndThenSaysNothing) {
   waiting_.clear();
 }
 
-TEST_F(MessageListenerTest, SaysOnceWhenItHasFailedForGood) {
+TEST_F(LoopbackServerTest, SaysOnceWhenItHasFailedForGood) {
   openSilent();
   const auto peer = client();
   peer.send("hello.");
@@ -354,9 +354,9 @@ TEST_F(MessageListenerTest, SaysOnceWhenItHasFailedForGood) {
   EXPECT_EQ(peer.receiveAll(), "done") << "what is under way goes on";
 }
 
-TEST_F(MessageListenerTest, SaysWhyItCannotBeOpened) {
+TEST_F(LoopbackServerTest, SaysWhyItCannotBeOpened) {
   openEcho();
-  const auto second = MessageListener::open({.port = listener_->port()}, {});
+  const auto second = LoopbackServer::open({.port = listener_->port()}, {});
   ASSERT_FALSE(second);
   EXPECT_EQ(second.error().message,
             "127.0.0.1:" + std::to_string(listener_->port()) + ": Address already in use");

@@ -1,4 +1,4 @@
-#include "Helpers/Updates/Program/KeptArchives.hpp"
+#include "Helpers/Updates/Program/ArchiveCache.hpp"
 
 #include <algorithm>
 #include <cstdio>
@@ -32,7 +32,7 @@ bool isOld(const fs::path& path) {
   struct stat status {};
   if (::lstat(path.c_str(), &status) != 0) return true;
   const auto written = std::chrono::system_clock::from_time_t(status.st_mtime);
-  return std::chrono::system_clock::now() - written > KeptArchives::keptFor;
+  return std::chrono::system_clock::now() - written > ArchiveCache::keptFor;
 }
 
 std::vector<fs::path> unwantedIn(const UpdateFiles& files, const std::string& offered) {
@@ -50,7 +50,7 @@ void removeEach(const std::vector<fs::path>& paths) {
 
 }  // namespace
 
-void KeptArchives::keep(const FileDescriptor& file, const std::string& sha256) const {
+void ArchiveCache::keep(const FileDescriptor& file, const std::string& sha256) const {
   removeAll();
   const std::string nameless = "/proc/self/fd/" + std::to_string(file.get());
   // An archive that cannot be kept is downloaded again.
@@ -58,7 +58,7 @@ void KeptArchives::keep(const FileDescriptor& file, const std::string& sha256) c
                          AT_SYMLINK_FOLLOW);
 }
 
-bool KeptArchives::copyTo(const FileDescriptor& file, const std::string& sha256,
+bool ArchiveCache::copyTo(const FileDescriptor& file, const std::string& sha256,
                           std::int64_t length) const {
   constexpr int flags = O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC;
   const FileDescriptor kept(::open(files_.archive(sha256).c_str(), flags));
@@ -73,15 +73,15 @@ bool KeptArchives::copyTo(const FileDescriptor& file, const std::string& sha256,
   return true;
 }
 
-void KeptArchives::removeAll() const {
+void ArchiveCache::removeAll() const {
   removeEach(archivesIn(files_.directory));
 }
 
-bool KeptArchives::hasUnwanted(const std::string& offered) const {
+bool ArchiveCache::hasUnwanted(const std::string& offered) const {
   return !unwantedIn(files_, offered).empty();
 }
 
-void KeptArchives::removeUnwanted(const std::string& offered) const {
+void ArchiveCache::removeUnwanted(const std::string& offered) const {
   removeEach(unwantedIn(files_, offered));
   if (archivesIn(files_.directory).empty()) static_cast<void>(removePath(files_.staged));
 }

@@ -11,10 +11,10 @@ namespace zephyl {
 
 /// Holds back signals about what is shown, so that a tray whose state changes a thousand times a
 /// second costs its hosts next to nothing: at most `perWindow` signals leave in any `window`, and
-/// those that wait tell only the last state. Sources take turns, so none starves.
+/// a source that waits reports only its last state. Sources take turns, so none starves.
 ///
 /// One thread only.
-class SignalPacer {
+class BusSignalThrottle {
  public:
   static constexpr std::size_t perWindow = 4;
   static constexpr Duration window = std::chrono::seconds(1);
@@ -29,9 +29,9 @@ class SignalPacer {
   /// Runs a task on the pacer's thread after a delay.
   using Later = std::function<Timer(Duration, Task)>;
 
-  SignalPacer(Clock& clock, Later later) : clock_(clock), later_(std::move(later)) {}
-  SignalPacer(const SignalPacer&) = delete;
-  SignalPacer& operator=(const SignalPacer&) = delete;
+  BusSignalThrottle(Clock& clock, Later later) : clock_(clock), later_(std::move(later)) {}
+  BusSignalThrottle(const BusSignalThrottle&) = delete;
+  BusSignalThrottle& operator=(const BusSignalThrottle&) = delete;
 
   /// Returns the source's number.
   std::size_t add(Source source);

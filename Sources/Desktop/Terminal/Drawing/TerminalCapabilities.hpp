@@ -24,9 +24,9 @@ struct Symbols {
 };
 
 /// What a terminal can show.
-struct Look {
+struct TerminalCapabilities {
   bool unicode = true;
-  bool colours = true;
+  bool colors = true;
 
   [[nodiscard]] const Symbols& symbols() const {
     static constexpr Symbols rich{"●", "▸", "▾", "›", "─", "│", "┌", "┐",
@@ -36,7 +36,7 @@ struct Look {
     return unicode ? rich : plain;
   }
 
-  bool operator==(const Look&) const = default;
+  bool operator==(const TerminalCapabilities&) const = default;
 };
 
 }  // namespace zephyl

@@ -1,4 +1,4 @@
-#include "System/Network/MessageListener.hpp"
+#include "System/Network/LoopbackServer.hpp"
 
 #include <algorithm>
 #include <array>
@@ -70,7 +70,7 @@ bool hasUnreadBytes(int socket) {
 }
 
 /// Bytes that the system has been given to send and that the peer has not taken.
-std::size_t untakenBytes(int socket) {
+std::size_t unacknowledgedBytes(int socket) {
   int count = 0;
   return ::ioctl(socket, SIOCOUTQ, &count) == 0 ? static_cast<std::size_t>(count) : 0;
 }
@@ -82,7 +82,7 @@ std::string threadName(const std::string& label) {
 
 }  // namespace
 
-struct MessageListener::Peer::Ticket {
+struct LoopbackServer::Peer::Ticket {
   Ticket(std::weak_ptr<Server> listener, Identifier connection)
       : server(std::move(listener)), id(connection) {}
   ~Ticket();
@@ -95,7 +95,7 @@ struct MessageListener::Peer::Ticket {
 };
 
 /// What the listener's thread works on. Lives on, closed, while somebody still holds a peer.
-class MessageListener::Server : public std::enable_shared_from_this<Server> {
+class LoopbackServer::Server : public std::enable_shared_from_this<Server> {
  public:
   Server(Options options, Handlers handlers, FileDescriptor socket);
 
@@ -133,8 +133,8 @@ class MessageListener::Server : public std::enable_shared_from_this<Server> {
     Reader reader;
     SecretString received;  // a request may hold a key
     std::string unsent;
-    std::size_t untaken = 0;  // of the answer, when it was last looked at
-    int looksInVain = 0;
+    std::size_t untaken = 0;  // of the answer, at the last check
+    int stalledChecks = 0;
     bool refused = false;
     std::size_t drained = 0;
     std::optional<Descriptor> waiter;  // made when there is something to wait for
@@ -177,34 +177,34 @@ class MessageListener::Server : public std::enable_shared_from_this<Server> {
   std::vector<char> scratch_;
 };
 
-MessageListener::Peer::Ticket::~Ticket() {
+LoopbackServer::Peer::Ticket::~Ticket() {
   if (answered) return;
   if (const auto listener = server.lock()) listener->drop(id);
 }
 
-void MessageListener::Peer::send(std::string message) const {
+void LoopbackServer::Peer::send(std::string message) const {
   deliver(std::move(message), false);
 }
 
-void MessageListener::Peer::refuse(std::string message) const {
+void LoopbackServer::Peer::refuse(std::string message) const {
   deliver(std::move(message), true);
 }
 
-void MessageListener::Peer::deliver(std::string message, bool refused) const {
+void LoopbackServer::Peer::deliver(std::string message, bool refused) const {
   if (ticket_->answered.exchange(true)) return;
   if (const auto server = ticket_->server.lock()) {
     server->deliver(ticket_->id, std::move(message), refused);
   }
 }
 
-MessageListener::Server::Server(Options options, Handlers handlers, FileDescriptor socket)
+LoopbackServer::Server::Server(Options options, Handlers handlers, FileDescriptor socket)
     : options_(std::move(options)),
       handlers_(std::move(handlers)),
       reactor_(std::make_unique<Reactor>(threadName(options_.label))),
       socket_(std::move(socket)),
       scratch_(options_.readSize) {}
 
-void MessageListener::Server::start() {
+void LoopbackServer::Server::start() {
   reactor_->run([this] {
     acceptor_.emplace(reactor_->context(), socket_.get());
     acceptTimer_.emplace(reactor_->context());
@@ -212,7 +212,7 @@ void MessageListener::Server::start() {
   reactor_->post([this] { acceptPending(); });
 }
 
-void MessageListener::Server::cancel() {
+void LoopbackServer::Server::cancel() {
   reactor_->post([this] {
     if (std::exchange(acceptsNoMore_, true)) return;
     acceptTimer_->cancel();
@@ -221,7 +221,7 @@ void MessageListener::Server::cancel() {
   });
 }
 
-void MessageListener::Server::close() {
+void LoopbackServer::Server::close() {
   {
     const std::scoped_lock lock(mutex_);
     closed_ = true;
@@ -237,14 +237,14 @@ void MessageListener::Server::close() {
   lock.unlock();
 }
 
-std::uint16_t MessageListener::Server::port() const {
+std::uint16_t LoopbackServer::Server::port() const {
   sockaddr_in address{};
   socklen_t size = sizeof address;
   ::getsockname(socket_.get(), reinterpret_cast<sockaddr*>(&address), &size);
   return ntohs(address.sin_port);
 }
 
-void MessageListener::Server::deliver(Identifier id, std::string message, bool refused) {
+void LoopbackServer::Server::deliver(Identifier id, std::string message, bool refused) {
   onThread([this, id, refused, message = std::move(message)]() mutable {
     const auto found = connections_.find(id);
     if (found == connections_.end()) return;
@@ -255,7 +255,7 @@ void MessageListener::Server::deliver(Identifier id, std::string message, bool r
   });
 }
 
-void MessageListener::Server::drop(Identifier id) {
+void LoopbackServer::Server::drop(Identifier id) {
   onThread([this, id] {
     const auto found = connections_.find(id);
     if (found != connections_.end()) end(id, found->second);
@@ -263,7 +263,7 @@ void MessageListener::Server::drop(Identifier id) {
 }
 
 /// Runs the task now when this is the thread, else there, later; not at all when it is gone.
-void MessageListener::Server::onThread(Task task) {
+void LoopbackServer::Server::onThread(Task task) {
   std::unique_lock lock(mutex_);
   if (!reactor_) return;
   if (reactor_->isCurrent()) {
@@ -275,7 +275,7 @@ void MessageListener::Server::onThread(Task task) {
 }
 
 /// A few at a time, so that those who come do not keep those waiting who are there already.
-void MessageListener::Server::acceptPending() {
+void LoopbackServer::Server::acceptPending() {
   for (int turn = 0; !acceptsNoMore_; ++turn) {
     if (turn == acceptsPerTurn) return reactor_->post([this] { acceptPending(); });
     waitsForRoom_ = isFull() && evictable() == connections_.end();
@@ -291,7 +291,7 @@ void MessageListener::Server::acceptPending() {
   }
 }
 
-void MessageListener::Server::acceptLater(int error) {
+void LoopbackServer::Server::acceptLater(int error) {
   const auto again = [this](const boost::system::error_code& aborted) {
     if (!aborted) acceptPending();
   };
@@ -301,7 +301,7 @@ void MessageListener::Server::acceptLater(int error) {
 }
 
 /// Returns the connection that gives way to a new one when all places are taken.
-auto MessageListener::Server::evictable() -> std::map<Identifier, Connection>::iterator {
+auto LoopbackServer::Server::evictable() -> std::map<Identifier, Connection>::iterator {
   const auto refused = std::ranges::find_if(
       connections_, [](const auto& each) { return each.second.isDrainingAfterRefusal(); });
   if (refused != connections_.end()) return refused;
@@ -310,7 +310,7 @@ auto MessageListener::Server::evictable() -> std::map<Identifier, Connection>::i
   });
 }
 
-void MessageListener::Server::add(FileDescriptor socket) {
+void LoopbackServer::Server::add(FileDescriptor socket) {
   if (isFull()) connections_.erase(evictable());
   const Identifier id = ++lastId_;
   Peer peer(std::make_shared<Peer::Ticket>(weak_from_this(), id));
@@ -320,7 +320,7 @@ void MessageListener::Server::add(FileDescriptor socket) {
   receive(id, added->second);
 }
 
-void MessageListener::Server::receive(Identifier id, Connection& connection) {
+void LoopbackServer::Server::receive(Identifier id, Connection& connection) {
   for (;;) {
     const auto count = ::recv(connection.socket.get(), scratch_.data(), scratch_.size(), 0);
     if (count > 0) {
@@ -335,7 +335,7 @@ void MessageListener::Server::receive(Identifier id, Connection& connection) {
 }
 
 /// Appends a piece to what was received and passes it to the reader. Returns whether to read on.
-bool MessageListener::Server::hand(Identifier id, Connection& connection, std::string_view piece) {
+bool LoopbackServer::Server::hand(Identifier id, Connection& connection, std::string_view piece) {
   connection.received.append(piece);
   ::explicit_bzero(scratch_.data(), piece.size());
   handled_ = id;
@@ -352,7 +352,7 @@ bool MessageListener::Server::hand(Identifier id, Connection& connection, std::s
   return false;
 }
 
-void MessageListener::Server::transmit(Identifier id, Connection& connection) {
+void LoopbackServer::Server::transmit(Identifier id, Connection& connection) {
   while (!connection.unsent.empty()) {
     const auto count = ::send(connection.socket.get(), connection.unsent.data(),
                               connection.unsent.size(), MSG_NOSIGNAL);
@@ -371,7 +371,7 @@ void MessageListener::Server::transmit(Identifier id, Connection& connection) {
 
 /// Reads what the peer is still sending, so that closing does not reset the connection while the
 /// answer is on its way.
-void MessageListener::Server::startDraining(Identifier id, Connection& connection) {
+void LoopbackServer::Server::startDraining(Identifier id, Connection& connection) {
   ::shutdown(connection.socket.get(), SHUT_WR);
   connection.state = Connection::State::draining;
   connection.timer.emplace(reactor_->context(), drainTime);
@@ -384,22 +384,22 @@ void MessageListener::Server::startDraining(Identifier id, Connection& connectio
 
 /// Looks again and again whether the peer takes of its answer, and ends the connection when not. A
 /// slow peer may take some long before there is room for more.
-void MessageListener::Server::watchSending(Identifier id, Connection& connection) {
-  connection.untaken = connection.unsent.size() + untakenBytes(connection.socket.get());
+void LoopbackServer::Server::watchSending(Identifier id, Connection& connection) {
+  connection.untaken = connection.unsent.size() + unacknowledgedBytes(connection.socket.get());
   connection.timer.emplace(reactor_->context(), options_.sendTimeout / looksPerSendTimeout);
   connection.timer->async_wait([this, id](const boost::system::error_code& aborted) {
     const auto found = aborted ? connections_.end() : connections_.find(id);
     if (found == connections_.end()) return;
     Connection& slow = found->second;
     if (slow.state != Connection::State::sending) return;
-    const auto untaken = slow.unsent.size() + untakenBytes(slow.socket.get());
-    slow.looksInVain = untaken == slow.untaken ? slow.looksInVain + 1 : 0;
-    if (slow.looksInVain == looksPerSendTimeout) return end(id, slow);
+    const auto untaken = slow.unsent.size() + unacknowledgedBytes(slow.socket.get());
+    slow.stalledChecks = untaken == slow.untaken ? slow.stalledChecks + 1 : 0;
+    if (slow.stalledChecks == looksPerSendTimeout) return end(id, slow);
     watchSending(id, slow);
   });
 }
 
-void MessageListener::Server::drain(Identifier id, Connection& connection) {
+void LoopbackServer::Server::drain(Identifier id, Connection& connection) {
   for (;;) {
     const auto count = ::recv(connection.socket.get(), scratch_.data(), scratch_.size(), 0);
     if (count > 0) {
@@ -413,8 +413,8 @@ void MessageListener::Server::drain(Identifier id, Connection& connection) {
   }
 }
 
-void MessageListener::Server::waitFor(Identifier id, Connection& connection,
-                                      Descriptor::wait_type what, Step step) {
+void LoopbackServer::Server::waitFor(Identifier id, Connection& connection,
+                                     Descriptor::wait_type what, Step step) {
   if (!connection.waiter) {
     connection.waiter.emplace(reactor_->context(), connection.socket.get());
   }
@@ -425,37 +425,37 @@ void MessageListener::Server::waitFor(Identifier id, Connection& connection,
   });
 }
 
-void MessageListener::Server::end(Identifier id, Connection& connection) {
+void LoopbackServer::Server::end(Identifier id, Connection& connection) {
   connection.state = Connection::State::ended;
-  if (handled_ == id) return;  // its handler still looks at what was received
+  if (handled_ == id) return;  // its handler still reads what was received
   connections_.erase(id);
   acceptIfWaitingForRoom();
 }
 
-void MessageListener::Server::acceptIfWaitingForRoom() {
+void LoopbackServer::Server::acceptIfWaitingForRoom() {
   if (std::exchange(waitsForRoom_, false)) reactor_->post([this] { acceptPending(); });
 }
 
-Result<std::unique_ptr<MessageListener>> MessageListener::open(Options options, Handlers handlers) {
+Result<std::unique_ptr<LoopbackServer>> LoopbackServer::open(Options options, Handlers handlers) {
   auto socket = listenOnLoopback(options.port);
   if (!socket) return socket.error();
   const auto server =
       std::make_shared<Server>(std::move(options), std::move(handlers), std::move(*socket));
   server->start();
-  return std::unique_ptr<MessageListener>(new MessageListener(server));
+  return std::unique_ptr<LoopbackServer>(new LoopbackServer(server));
 }
 
-MessageListener::MessageListener(std::shared_ptr<Server> server) : server_(std::move(server)) {}
+LoopbackServer::LoopbackServer(std::shared_ptr<Server> server) : server_(std::move(server)) {}
 
-MessageListener::~MessageListener() {
+LoopbackServer::~LoopbackServer() {
   server_->close();
 }
 
-std::uint16_t MessageListener::port() const {
+std::uint16_t LoopbackServer::port() const {
   return server_->port();
 }
 
-void MessageListener::cancel() {
+void LoopbackServer::cancel() {
   server_->cancel();
 }
 

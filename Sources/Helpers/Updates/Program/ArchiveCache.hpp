@@ -11,14 +11,14 @@ namespace zephyl {
 
 /// Archives that were downloaded and verified and not installed yet (see UpdateFiles), so that a
 /// tray which ends meanwhile needs not download them again. What was kept is trusted no more than
-/// what comes over the network: whoever takes it verifies it. Whatever fails leaves nothing kept.
-/// Used by whoever has the lock of the installation, except for `hasUnwanted`.
-class KeptArchives {
+/// what comes over the network: the caller verifies what it reuses. After a failure nothing is
+/// kept. Requires the installation's lock, except for `hasUnwanted`.
+class ArchiveCache {
  public:
   /// After that long nobody waits for it any more.
   static constexpr std::chrono::hours keptFor{24 * 28};
 
-  explicit KeptArchives(UpdateFiles files) : files_(std::move(files)) {}
+  explicit ArchiveCache(UpdateFiles files) : files_(std::move(files)) {}
 
   /// Gives `file`, which has no name, one. A file system that cannot do that keeps nothing.
   void keep(const FileDescriptor& file, const std::string& sha256) const;

@@ -1,4 +1,4 @@
-#include "Helpers/Updates/Program/KeptArchives.hpp"
+#include "Helpers/Updates/Program/ArchiveCache.hpp"
 
 #include <gtest/gtest.h>
 
@@ -12,9 +12,9 @@
 namespace zephyl {
 namespace {
 
-class KeptArchivesTest : public ::testing::Test {
+class ArchiveCacheTest : public ::testing::Test {
  protected:
-  KeptArchivesTest() {
+  ArchiveCacheTest() {
     if (!createDirectories(files_.directory)) ADD_FAILURE();
   }
 
@@ -43,10 +43,10 @@ class KeptArchivesTest : public ::testing::Test {
 
   const test::TemporaryDirectory directory_;
   const UpdateFiles files_ = UpdateFiles::of(directory_ / "opt/zephyl");
-  const KeptArchives kept_{files_};
+  const ArchiveCache kept_{files_};
 };
 
-TEST_F(KeptArchivesTest, GiveBackWhatWasKeptAndOnlyTheLastOne) {
+TEST_F(ArchiveCacheTest, GiveBackWhatWasKeptAndOnlyTheLastOne) {
   EXPECT_EQ(copyOf("aa", 5), "none");
   keep("bytes", "aa");
   EXPECT_EQ(copyOf("aa", 5), "bytes");
@@ -60,7 +60,7 @@ TEST_F(KeptArchivesTest, GiveBackWhatWasKeptAndOnlyTheLastOne) {
   EXPECT_EQ(copyOf("bb", 5), "none");
 }
 
-TEST_F(KeptArchivesTest, AreNothingButFilesOfTheRightLength) {
+TEST_F(ArchiveCacheTest, AreNothingButFilesOfTheRightLength) {
   keep("bytes", "aa");
   EXPECT_EQ(copyOf("aa", 4), "none");
   EXPECT_EQ(copyOf("aa", 6), "none");
@@ -70,7 +70,7 @@ TEST_F(KeptArchivesTest, AreNothingButFilesOfTheRightLength) {
   EXPECT_EQ(copyOf("cc", 5), "none");
 }
 
-TEST_F(KeptArchivesTest, GoWhenAnotherIsOfferedAndWithThemWhatWasLaidOut) {
+TEST_F(ArchiveCacheTest, GoWhenAnotherIsOfferedAndWithThemWhatWasLaidOut) {
   keep("bytes", "aa");
   ASSERT_TRUE(createDirectories(files_.staged));
   EXPECT_FALSE(kept_.hasUnwanted("aa"));
@@ -83,7 +83,7 @@ TEST_F(KeptArchivesTest, GoWhenAnotherIsOfferedAndWithThemWhatWasLaidOut) {
   EXPECT_FALSE(fileExists(files_.staged));
 }
 
-TEST_F(KeptArchivesTest, GoAfterFourWeeks) {
+TEST_F(ArchiveCacheTest, GoAfterFourWeeks) {
   using namespace std::chrono_literals;
   keep("bytes", "aa");
   age(files_.archive("aa"), 27 * 24h);
@@ -95,7 +95,7 @@ TEST_F(KeptArchivesTest, GoAfterFourWeeks) {
   EXPECT_EQ(copyOf("aa", 5), "none");
 }
 
-TEST_F(KeptArchivesTest, LeaveWhatWasLaidOutNoLongerThanThat) {
+TEST_F(ArchiveCacheTest, LeaveWhatWasLaidOutNoLongerThanThat) {
   using namespace std::chrono_literals;
   ASSERT_TRUE(createDirectories(files_.staged));
   EXPECT_FALSE(kept_.hasUnwanted(""));

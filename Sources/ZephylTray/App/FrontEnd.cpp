@@ -1,4 +1,4 @@
-#include "ZephylTray/App/DesktopChoice.hpp"
+#include "ZephylTray/App/FrontEnd.hpp"
 
 #include <optional>
 #include <utility>
@@ -16,7 +16,7 @@ namespace zephyl {
 
 namespace {
 
-DesktopChoice onDesktop(const Runtime& runtime) {
+FrontEnd onDesktop(const Runtime& runtime) {
   auto desktop = std::make_unique<FreedesktopDesktop>(
       FreedesktopDesktop::Services{runtime.mainLoop, runtime.clock, runtime.launcher});
   auto dialogs = std::make_unique<ProcessDialogs>(
@@ -25,12 +25,12 @@ DesktopChoice onDesktop(const Runtime& runtime) {
   return {.desktop = std::move(desktop), .dialogs = std::move(dialogs)};
 }
 
-DesktopChoice withoutDesktop(const Runtime& runtime) {
+FrontEnd withoutDesktop(const Runtime& runtime) {
   return {.desktop = std::make_unique<HeadlessDesktop>(runtime.mainLoop, runtime.clock),
           .dialogs = std::make_unique<HeadlessDialogs>(runtime.mainLoop)};
 }
 
-DesktopChoice inTerminal(const Runtime& runtime) {
+FrontEnd inTerminal(const Runtime& runtime) {
   auto desktop = TerminalDesktop::open({runtime.mainLoop, runtime.clock, runtime.reactor});
   if (!desktop) {
     log("{}; running as with --headless", desktop.error().message);
@@ -42,7 +42,7 @@ DesktopChoice inTerminal(const Runtime& runtime) {
 
 }  // namespace
 
-DesktopChoice DesktopChoice::make(CommandLine::Mode mode, const Runtime& runtime) {
+FrontEnd FrontEnd::make(CommandLine::Mode mode, const Runtime& runtime) {
   switch (mode) {
     case CommandLine::Mode::desktop:
       return onDesktop(runtime);

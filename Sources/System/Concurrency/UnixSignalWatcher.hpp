@@ -10,13 +10,13 @@ class Reactor;
 
 /// Catches signals sent to the process and reports each on the reactor's thread, for as long as
 /// it lives. The reactor outlives it.
-class SignalWatcher {
+class UnixSignalWatcher {
  public:
-  SignalWatcher(Reactor& reactor, std::initializer_list<int> signals,
-                std::function<void(int signal)> onSignal);
-  ~SignalWatcher();
-  SignalWatcher(const SignalWatcher&) = delete;
-  SignalWatcher& operator=(const SignalWatcher&) = delete;
+  UnixSignalWatcher(Reactor& reactor, std::initializer_list<int> signals,
+                    std::function<void(int signal)> onSignal);
+  ~UnixSignalWatcher();
+  UnixSignalWatcher(const UnixSignalWatcher&) = delete;
+  UnixSignalWatcher& operator=(const UnixSignalWatcher&) = delete;
 
  private:
   class Watch;

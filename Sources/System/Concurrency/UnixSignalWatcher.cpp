@@ -1,4 +1,4 @@
-#include "System/Concurrency/SignalWatcher.hpp"
+#include "System/Concurrency/UnixSignalWatcher.hpp"
 
 #include <boost/asio/io_context.hpp>
 #include <boost/asio/signal_set.hpp>
@@ -7,7 +7,7 @@
 
 namespace zephyl {
 
-class SignalWatcher::Watch : public std::enable_shared_from_this<Watch> {
+class UnixSignalWatcher::Watch : public std::enable_shared_from_this<Watch> {
  public:
   Watch(Reactor& reactor, std::initializer_list<int> signals, std::function<void(int)> onSignal)
       : signals_(reactor.context()), onSignal_(std::move(onSignal)) {
@@ -32,13 +32,13 @@ class SignalWatcher::Watch : public std::enable_shared_from_this<Watch> {
   std::function<void(int)> onSignal_;
 };
 
-SignalWatcher::SignalWatcher(Reactor& reactor, std::initializer_list<int> signals,
-                             std::function<void(int)> onSignal)
+UnixSignalWatcher::UnixSignalWatcher(Reactor& reactor, std::initializer_list<int> signals,
+                                     std::function<void(int)> onSignal)
     : watch_(std::make_shared<Watch>(reactor, signals, std::move(onSignal))), reactor_(reactor) {
   reactor_.run([this] { watch_->wait(); });
 }
 
-SignalWatcher::~SignalWatcher() {
+UnixSignalWatcher::~UnixSignalWatcher() {
   reactor_.run([this] { watch_->cancel(); });
 }
 
