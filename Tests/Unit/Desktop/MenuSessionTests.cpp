@@ -77,27 +77,6 @@ TEST_F(MenuSessionTest, StaysOpenHoweverLongOnAHostThatSaysClosed) {
   EXPECT_EQ(session_.closedRoot(host), Events{didClose});
 }
 
-TEST_F(MenuSessionTest, StaysOpenHoweverLongAtItsFirstOpeningOnAHostThatSaysOpened) {
-  (void)session_.aboutToShowRoot(host, now_);
-  (void)session_.opened(host, true, now_);
-  EXPECT_EQ(session_.deadline(), std::nullopt);
-  wait(1h);
-  EXPECT_EQ(session_.expire(now_), Events{});
-  EXPECT_TRUE(session_.isOpen());
-}
-
-TEST_F(MenuSessionTest, AnOpenedSubmenuDoesNotTellThatTheRootsEndWillBeSaid) {
-  (void)session_.opened(host, false, now_);
-  EXPECT_EQ(session_.deadline(), now_ + 30s);
-}
-
-TEST_F(MenuSessionTest, AMenuThatIsOpenedAgainWasClosedBefore) {
-  (void)session_.opened(host, true, now_);
-  EXPECT_EQ(session_.opened(host, true, now_), Events{}) << "the same opening";
-  wait(1001ms);
-  EXPECT_EQ(session_.opened(host, true, now_), (Events{didClose, willOpen}));
-}
-
 TEST_F(MenuSessionTest, ASilentMenuIsClosedOnAHostThatNeverSaysClosedWhateverOthersSay) {
   (void)session_.closedRoot(":1.6");
   (void)session_.aboutToShowRoot(host, now_);

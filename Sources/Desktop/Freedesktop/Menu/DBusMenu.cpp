@@ -295,11 +295,10 @@ void DBusMenu::click(const MenuRow& row) {
 
 void DBusMenu::notify(const MenuSession::Events& events) {
   using Event = MenuSession::Event;
-  // What `needsUpdate` brings may still be published; `updateAnswered` ends that.
-  const bool isUpdated = std::ranges::find(events, Event::needsUpdate) != events.end();
   for (const auto event : events) {
     if (event == Event::needsUpdate) ++opening_;
-    published_.setHeld(event == Event::willOpen && !isUpdated);
+    // What `needsUpdate` brings may still be published; `updateAnswered` ends that.
+    published_.setHeld(event == Event::willOpen && events.front() == Event::willOpen);
     listener_.session(event, opening_);
     if (event == Event::didClose && published_.isOutdated()) pacer_.request(source_);
   }

@@ -13,23 +13,15 @@ MenuSession::Events MenuSession::aboutToShowRoot(std::string_view host, Instant 
 }
 
 MenuSession::Events MenuSession::opened(std::string_view host, bool root, Instant now) {
-  if (!root) return open({}, host, now);
-  remember(host);
-  // Opened again: the host has not said that it was closed in between.
-  const bool again = open_ && rootOpened_ && now - *rootOpened_ > sameOpening;
-  auto events = again ? close() : Events{};
-  rootOpened_ = now;
-  return open(std::move(events), host, now);
-}
-
-void MenuSession::remember(std::string_view host) {
-  if (speakingHosts_.contains(host)) return;
-  if (speakingHosts_.size() == rememberedHosts) speakingHosts_.clear();
-  speakingHosts_.emplace(host);
+  if (root) rootOpened_ = now;
+  return open({}, host, now);
 }
 
 MenuSession::Events MenuSession::closedRoot(std::string_view host) {
-  remember(host);
+  if (!closingHosts_.contains(host)) {
+    if (closingHosts_.size() == rememberedHosts) closingHosts_.clear();
+    closingHosts_.emplace(host);
+  }
   return close();
 }
 
@@ -40,7 +32,7 @@ MenuSession::Events MenuSession::expire(Instant now) {
 }
 
 std::optional<Instant> MenuSession::deadline() const {
-  if (!open_ || speakingHosts_.contains(host_)) return std::nullopt;
+  if (!open_ || closingHosts_.contains(host_)) return std::nullopt;
   return lastCall_ + silenceTimeout;
 }
 

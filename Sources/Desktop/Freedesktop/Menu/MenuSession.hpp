@@ -21,10 +21,10 @@ class MenuSession {
   enum class Event { needsUpdate, willOpen, didClose };
   using Events = std::vector<Event>;
 
-  /// A menu that nobody has called for so long counts as closed, if its host has said neither
-  /// "opened" nor "closed" for the root: one that says the first says the second as well.
+  /// A menu that nobody has called for so long counts as closed, if its host has never said
+  /// "closed" for the root.
   static constexpr Duration silenceTimeout = std::chrono::seconds(30);
-  /// Hosts that said either are remembered up to this number; one more, and all are forgotten.
+  /// Hosts that said "closed" are remembered up to this number; one more, and all are forgotten.
   static constexpr std::size_t rememberedHosts = 8;
   /// A host that announces the root within this time after it said "opened" means that opening.
   static constexpr Duration sameOpening = std::chrono::seconds(1);
@@ -46,17 +46,16 @@ class MenuSession {
   [[nodiscard]] bool isOpen() const { return open_; }
   /// The host that has opened the menu; empty while it is closed.
   [[nodiscard]] const std::string& host() const { return host_; }
-  /// When to call `expire`; nullopt while the menu is closed or its host is going to say "closed".
+  /// When to call `expire`; nullopt while the menu is closed or its host will say "closed".
   [[nodiscard]] std::optional<Instant> deadline() const;
 
  private:
-  void remember(std::string_view host);
   Events open(Events before, std::string_view host, Instant now);
   Events close();
 
   bool open_ = false;
   std::string host_;
-  std::set<std::string, std::less<>> speakingHosts_;  // said "opened" or "closed" for the root
+  std::set<std::string, std::less<>> closingHosts_;  // have said "closed" for the root
   Instant lastCall_{};
   std::optional<Instant> rootOpened_;  // and not closed since
 };
