@@ -25,8 +25,8 @@ std::set<std::string> readCapabilities(sd_bus_message& reply) {
 }
 
 /// These show the default action as a button, beside one that does the same.
-bool showsDefaultAction(std::string_view serverName) {
-  return serverName == "Xfce Notify Daemon" || serverName == "lxqt-notificationd";
+bool showsDefaultAction(std::string_view name) {
+  return name == "Xfce Notify Daemon" || name == "lxqt-notificationd";
 }
 
 }  // namespace

@@ -124,11 +124,12 @@ WindowLauncher::Port windowLauncher(const Components& components, ControlServer&
 }
 
 ReplacementNotice::Port replacementNotice(const Components& components) {
+  constexpr auto running = "/proc/self/exe";
+  const std::string executable = Bundle::main().executable().value_or("");
   return {
       .isReplaced =
-          [] {
-            const std::string executable = Bundle::main().executable().value_or("");
-            return fileExists(executable) && !isSameFile("/proc/self/exe", executable);
+          [executable, isWatched = isSameFile(running, executable)] {
+            return isWatched && fileExists(executable) && !isSameFile(running, executable);
           },
       .isUpdatingItself = [] { return isUpdateUnconfirmed(Bundle::main()); },
       .notify =
