@@ -98,6 +98,8 @@ class FaultRun:
 
     def hurt_child(self):
         children = [pid for pid in descendants(self.tray.pid) if command_name(pid) in FAULTY]
+        if self.random.random() < 0.8:  # a dead agent stays dead, and with it nothing is decided
+            children = [pid for pid in children if command_name(pid) != "zephyl-agent"]
         if not children:
             return
         pid = self.random.choice(sorted(children))
@@ -349,10 +351,14 @@ class FaultRun:
         first, next_quiet = self.footprint(), time.monotonic() + 20
         while time.monotonic() < end:
             self.random.choices(chosen, weights)[0](self)
+            if self.random.random() < 0.1 and not self.tray_agent():
+                self.restart_agent()
             time.sleep(self.random.uniform(0, 0.2))
             self.end_faults()
             self.check_alive()
             self.check_answer()
+            if self.random.random() < 0.2:
+                self.check_decisions()
             if time.monotonic() > next_quiet:
                 self.be_quiet()
                 next_quiet = time.monotonic() + 20
