@@ -40,7 +40,7 @@ void ServerPage::addProperties() {
   connect(&enabled_, &QCheckBox::clicked, this,
           [this](bool enabled) { model_.setEnabled(server_.id, enabled, reportFailure()); });
   form_.addRow(QStringLiteral("&Name"), &name_);
-  form_.addRow(QStringLiteral("Co&lour"), &color_);
+  form_.addRow(QStringLiteral("Co&lor"), &color_);
   form_.addRow(QString(), &enabled_);
   connection_.addTo(form_);
   form_.setFieldGrowthPolicy(QFormLayout::AllNonFixedFieldsGrow);
