@@ -145,7 +145,7 @@ def test_a_cut_right_behind_the_exchange_loses_no_previous_version(world, start_
     (updater.directory / "previous").rename(updater.directory / "staged")
     put_on_trial(updater, starts=MAX_STARTS)
     tray = start_tray()
-    tray.log_line("this is version 1.0 again")
+    tray.log_line("version 1.0 was restored")
     is_up(tray, updater, "1.0")
     assert tray.stop() == 0
 
@@ -155,7 +155,7 @@ def test_a_cut_before_the_way_back_goes_the_whole_way(world, start_tray, publish
     put_on_trial(updater, starts=MAX_STARTS)
     shutil.copy(updater.directory / "trial.json", updater.directory / "failed.json")
     tray = start_tray()
-    tray.log_line("this is version 1.0 again")
+    tray.log_line("version 1.0 was restored")
     is_up(tray, updater, "1.0")
     assert tray.stop() == 0
 
@@ -170,7 +170,7 @@ def test_a_cut_behind_the_way_back_changes_nothing_any_more(world, start_tray, p
     spare.rename(updater.directory / "previous")
     assert version_at(world.prefix) == "1.0"
     tray = start_tray()
-    tray.log_line("this is version 1.0 again")
+    tray.log_line("version 1.0 was restored")
     is_up(tray, updater, "1.0")
     assert not any("rolling back" in line for line in tray.lines)
     assert tray.stop() == 0

@@ -248,43 +248,42 @@ std::optional<std::string> onlyOperand(const CommandArguments& arguments) {
 }  // namespace
 
 int runCommand(const CommandArguments& arguments) {
-  using Verb = CommandVerb;
   const bool asJSON = arguments.json;
   switch (arguments.verb) {
-    case Verb::status:
+    case CommandVerb::status:
       return reportStatus(asJSON);
-    case Verb::servers:
+    case CommandVerb::servers:
       return reportOnly<std::vector<CommandServerRecord>>(commandRequests::Servers{}, asJSON,
                                                           &commandOutput::servers);
-    case Verb::folders:
+    case CommandVerb::folders:
       return reportFolders(asJSON);
-    case Verb::requests:
+    case CommandVerb::requests:
       return reportOnly<CommandPending>(commandRequests::Requests{}, asJSON,
                                         &commandOutput::requests);
-    case Verb::answer:
+    case CommandVerb::answer:
       return decide(arguments);
-    case Verb::logs:
+    case CommandVerb::logs:
       return showLogs(arguments);
-    case Verb::diagnostics:
+    case CommandVerb::diagnostics:
       return showDiagnostics();
-    case Verb::watch:
+    case CommandVerb::watch:
       return watch(asJSON);
-    case Verb::join:
+    case CommandVerb::join:
       return join();
-    case Verb::open:
+    case CommandVerb::open:
       return carryOut(commandRequests::Open{onlyOperand(arguments)}, "The window is opening.");
-    case Verb::restartAgent:
+    case CommandVerb::restartAgent:
       return carryOut(commandRequests::RestartAgent{}, "The agent is restarting.");
-    case Verb::restartTailnet:
+    case CommandVerb::restartTailnet:
       return carryOut(commandRequests::RestartTailnet{onlyOperand(arguments)},
                       "The private network is restarting.");
-    case Verb::quit:
+    case CommandVerb::quit:
       return quit();
-    case Verb::defaults:
+    case CommandVerb::defaults:
       return runDefaults(arguments);
-    case Verb::autostart:
+    case CommandVerb::autostart:
       return runAutostart(arguments.operands.front());
-    case Verb::doctor:
+    case CommandVerb::doctor:
       break;
   }
   return commandStatus::wrongUse;
