@@ -6,7 +6,7 @@ import time
 
 import pytest
 
-from support.session_bus import Watcher
+from support.session_bus import Watcher, rows
 from support.terminal import Terminal
 from support.tray import command_line, descendants, eventually
 from support.updates import ARCHIVE, Publisher, set_up
@@ -101,8 +101,15 @@ def use_dialogs(world, dies=False):
 
 
 def ask_for_updates(watcher):
+    """Chooses the row of the menu once it is enabled; in the first menu it may not be yet."""
     item = watcher.item()
-    item.event(eventually(lambda: item.find("Check for Updates…")), "clicked")
+
+    def enabled_row():
+        return next((identifier for identifier, properties, _ in rows(item.layout())
+                     if properties.get("label") == "Check for Updates…"
+                     and properties.get("enabled", True)), None)
+
+    item.event(eventually(enabled_row, what="a row to check for updates"), "clicked")
 
 
 def updaters_of(pid):

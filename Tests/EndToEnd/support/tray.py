@@ -210,7 +210,7 @@ class Tray:
         """The process id of the agent, once the shell that frees its port has turned into it."""
         def find():
             return next((pid for pid in descendants(self.pid)
-                         if command_name(pid) == "zephyl-agent"), None)
+                         if command_name(pid) == "zephyl-agent" and is_alive(pid)), None)
         return eventually(find, what="an agent process")
 
     def children(self):
