@@ -141,7 +141,7 @@ def test_a_user_who_asks_sees_what_there_is_and_installs_it(world, start_tray, p
     until_menu(watcher, "Check for Updates…")
     assert publisher.server.requests == []
     item = watcher.item()
-    item.event(item.find("Check for Updates…"), "clicked")
+    item.event(item.find_enabled("Check for Updates…"), "clicked")
     tray.log_line("version 2.0 is up")
     until_menu(watcher, "Version 2.0")
     found, *rest = [json.loads(line) for line in shown.read_text().splitlines()]

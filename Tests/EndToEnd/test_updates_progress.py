@@ -6,7 +6,7 @@ import time
 
 import pytest
 
-from support.session_bus import Watcher, rows
+from support.session_bus import Watcher
 from support.terminal import Terminal
 from support.tray import command_line, descendants, eventually
 from support.updates import ARCHIVE, Publisher, set_up
@@ -101,15 +101,8 @@ def use_dialogs(world, dies=False):
 
 
 def ask_for_updates(watcher):
-    """Chooses the row of the menu once it is enabled; in the first menu it may not be yet."""
     item = watcher.item()
-
-    def enabled_row():
-        return next((identifier for identifier, properties, _ in rows(item.layout())
-                     if properties.get("label") == "Check for Updates…"
-                     and properties.get("enabled", True)), None)
-
-    item.event(eventually(enabled_row, what="a row to check for updates"), "clicked")
+    item.event(item.find_enabled("Check for Updates…"), "clicked")
 
 
 def updaters_of(pid):

@@ -273,6 +273,14 @@ class Item:
         return next(identifier for identifier, properties, _ in rows(self.layout())
                     if properties.get("label") == label)
 
+    def find_enabled(self, label):
+        """The id of the row with this label, once it is enabled. In a first menu it may not be yet."""
+        def enabled():
+            return next((identifier for identifier, properties, _ in rows(self.layout())
+                         if properties.get("label") == label and properties.get("enabled", True)),
+                        None)
+        return eventually(enabled, what=f"an enabled row {label!r}")
+
     def menu_signals(self):
         return [signal for signal in self.peer.signals
                 if signal.interface == self.MENU and signal.sender == self.service]
