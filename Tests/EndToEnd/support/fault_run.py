@@ -8,6 +8,7 @@ import pathlib
 import random
 import signal
 import resource
+import shutil
 import socket
 import subprocess
 import threading
@@ -57,7 +58,7 @@ class FaultRun:
         self.peer = self.bus.peer()
         self.watcher = Watcher(self.peer)
         self.world.base.mkdir(parents=True)
-        self.own_disk = os.geteuid() == 0 and subprocess.run(
+        self.own_disk = os.geteuid() == 0 and shutil.which("mount") and subprocess.run(
             ["mount", "-t", "tmpfs", "-o", "size=2m,mode=0700", "tmpfs", self.world.base],
             check=False).returncode == 0
         self.servers = self.world.add_servers(SERVERS)
