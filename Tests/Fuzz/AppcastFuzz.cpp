@@ -7,7 +7,7 @@
 #include "Helpers/Updates/Program/Version.hpp"
 #include "System/Data/Text.hpp"
 
-/// Any bytes as a feed: nothing crashes, none counts as signed, and what is offered is newer
+/// Any bytes as a feed: nothing crashes, no feed counts as signed, and what is offered is newer
 /// than what is installed and comes from where it may.
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {

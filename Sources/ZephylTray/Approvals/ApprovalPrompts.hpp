@@ -29,7 +29,7 @@ namespace zephyl {
 ///     Sending     the decision is on its way to the agent. Accepted: Idle. Refused: an error is
 ///                 shown, and once the user has closed it: Idle.
 ///
-/// While Prompting or Confirming, the dialog is closed when its request is no longer pending: Idle.
+/// In Prompting and Confirming, the end of the request closes the dialog: Idle.
 /// After each decided request, the pending ones are checked again. A decision that the user makes
 /// elsewhere (`answer`) does not depend on these states, and ends the prompt about its request.
 ///

@@ -6,9 +6,9 @@ import json
 import os
 import pathlib
 import random
-import signal
 import resource
 import shutil
+import signal
 import socket
 import subprocess
 import threading
