@@ -3,13 +3,14 @@
 # the headers of the libraries that it depends on, and nothing else, so an include against the
 # direction of dependency does not compile.
 #
-#   zephyl_library(NAME [INTERFACE] [FOLDER path] [PRECOMPILED target]
+#   zephyl_library(NAME [INTERFACE] [FOR_SPEED] [FOLDER path] [PRECOMPILED target]
 #                  [SOURCES file...] [DEPENDS target...] [PRIVATE_DEPENDS target...])
 #
 # FOLDER is the folder below Sources/, by default NAME. PRECOMPILED names the target whose
-# precompiled header is used.
+# precompiled header is used. FOR_SPEED is for code that every request runs through; the rest is
+# compiled for size.
 function(zephyl_library name)
-  cmake_parse_arguments(LIBRARY "INTERFACE" "FOLDER;PRECOMPILED" "SOURCES;DEPENDS;PRIVATE_DEPENDS" ${ARGN})
+  cmake_parse_arguments(LIBRARY "INTERFACE;FOR_SPEED" "FOLDER;PRECOMPILED" "SOURCES;DEPENDS;PRIVATE_DEPENDS" ${ARGN})
   if(NOT LIBRARY_FOLDER)
     set(LIBRARY_FOLDER ${name})
   endif()
@@ -32,7 +33,7 @@ function(zephyl_library name)
   target_include_directories(${name} PUBLIC "${include_root}")
   target_link_libraries(${name}
     PUBLIC ${LIBRARY_DEPENDS}
-    PRIVATE ${LIBRARY_PRIVATE_DEPENDS} ZephylOptions ZephylSmall)
+    PRIVATE ${LIBRARY_PRIVATE_DEPENDS} ZephylOptions $<$<NOT:$<BOOL:${LIBRARY_FOR_SPEED}>>:ZephylSmall>)
   if(LIBRARY_PRECOMPILED)
     target_precompile_headers(${name} REUSE_FROM ${LIBRARY_PRECOMPILED})
   endif()
