@@ -4,6 +4,7 @@
 
 #include "System/Data/JSON.hpp"
 #include "System/Files/Files.hpp"
+#include "System/Files/JSONFile.hpp"
 
 namespace zephyl {
 
@@ -22,14 +23,13 @@ std::vector<std::string> nonEmpty(std::vector<std::string> texts) {
   return texts;
 }
 
-/// What the information dictionary says; null when it says nothing.
+/// Returns a value of the information dictionary, or null if it has none of that name.
 json::Value valueIn(const std::optional<std::string>& resources, const std::string& key) {
+  static JSONFile file;
   if (!resources) return nullptr;
-  const auto text = readFile(joinPath(*resources, "Info.json"));
-  if (!text) return nullptr;
-  const auto dictionary = json::parse(*text);
-  if (!dictionary || !dictionary->is_object()) return nullptr;
-  const auto* value = dictionary->get_object().if_contains(key);
+  const auto dictionary = file.read(joinPath(*resources, "Info.json"));
+  if (!dictionary) return nullptr;
+  const auto* value = (*dictionary)->if_contains(key);
   return value != nullptr ? *value : json::Value(nullptr);
 }
 

@@ -11,9 +11,9 @@ namespace zephyl {
 /// <prefix>/bin/zephyl-tray and <prefix>/share/zephyl-tray, its resource directory, exists. The
 /// resource directory may hold `Info.json`, the information dictionary.
 ///
-/// The path of the executable is taken once, at the start: after an update the kernel's own link
-/// would name a file that was moved away. The rest is read afresh each time. Callable from any
-/// thread.
+/// The path of the executable is determined once, at the start: after an update the kernel's own
+/// link would name a file that was moved away. Everything else follows the files as they are now.
+/// Callable from any thread.
 class Bundle {
  public:
   /// The running program's bundle.

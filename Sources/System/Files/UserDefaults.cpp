@@ -31,15 +31,6 @@ FileDescriptor lockDirectory(const std::string& path, std::chrono::milliseconds 
   return directory;
 }
 
-Result<json::Object> readObject(const std::string& path) {
-  const auto text = readFile(path);
-  if (!text) return text.error();
-  auto value = json::parse(*text);
-  if (!value) return Error{path + ": " + value.error().message};
-  if (!value->is_object()) return Error{path + ": not an object"};
-  return std::move(value->get_object());
-}
-
 Result<void> keepUnreadable(const std::string& path, const Error& reason) {
   const auto copy = copyAside(path);
   if (!copy) return copy.error();
@@ -77,9 +68,9 @@ std::string UserDefaults::path() const {
 
 template <typename T>
 std::optional<T> UserDefaults::read(const std::string& key) const {
-  const auto values = readObject(path());
+  const auto values = file_.read(path());
   if (!values) return std::nullopt;
-  const auto* value = values->if_contains(key);
+  const auto* value = (*values)->if_contains(key);
   if (value == nullptr) return std::nullopt;
   auto decoded = json::decode<T>(*value);
   if (!decoded) return std::nullopt;
@@ -89,7 +80,9 @@ std::optional<T> UserDefaults::read(const std::string& key) const {
 Result<UserDefaults::Values> UserDefaults::values() const {
   const auto file = path();
   if (!fileExists(file)) return Values();
-  return readObject(file);
+  auto values = file_.read(file);
+  if (!values) return values.error();
+  return **values;
 }
 
 Result<void> UserDefaults::change(const std::function<void(Values&)>& edit) {
@@ -97,10 +90,10 @@ Result<void> UserDefaults::change(const std::function<void(Values&)>& edit) {
   const std::string file = path();
   if (auto made = createDirectories(parentDirectory(file)); !made) return made;
   const auto directoryLock = lockDirectory(parentDirectory(file), patience);
-  const auto old = readObject(file);
-  Values values = old ? *old : Values();
+  const auto old = file_.read(file);
+  Values values = old ? **old : Values();
   edit(values);
-  if (values == (old ? *old : Values())) return {};
+  if (values == (old ? **old : Values())) return {};
 
   if (!old && fileExists(file)) {
     if (auto kept = keepUnreadable(file, old.error()); !kept) return kept;

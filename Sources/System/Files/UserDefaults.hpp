@@ -11,12 +11,13 @@
 #include <boost/json/object.hpp>
 
 #include "System/Data/Result.hpp"
+#include "System/Files/JSONFile.hpp"
 
 namespace zephyl {
 
 /// A per-user store of named settings, kept in one JSON file: <configuration
-/// directory>/<domain>/defaults.json. The file is read afresh on every read, so what another
-/// program writes counts at once; keys that this program does not know are kept on writing.
+/// directory>/<domain>/defaults.json. Every read checks whether the file has changed, so a change
+/// by another program counts at once. Keys that this program does not know are kept on writing.
 ///
 /// A file that exists and cannot be read or decoded counts as empty, and is copied aside before
 /// the first write that would replace it. Writes that fail change nothing.
@@ -54,6 +55,7 @@ class UserDefaults {
 
   const std::string domain_;
   std::mutex changing_;
+  mutable JSONFile file_;
 };
 
 }  // namespace zephyl

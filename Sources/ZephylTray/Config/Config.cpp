@@ -3,6 +3,8 @@
 #include <filesystem>
 #include <mutex>
 #include <set>
+#include <utility>
+#include <vector>
 
 #include <sys/stat.h>
 #include <unistd.h>
@@ -119,6 +121,23 @@ std::optional<std::string> developerBuild(const char* targetDirectory, const cha
   return std::nullopt;
 }
 
+/// Returns the directories that may hold the tailnet programs, the preferred one first.
+std::vector<std::string> tailnetDirectories() {
+  std::vector<std::string> directories;
+  if (auto bundled = Config::bundledRuntimeDir()) directories.push_back(std::move(*bundled));
+  if (const auto root = Config::programRoot())
+    directories.push_back(joinPath(*root, "packages/tailnet-client"));
+  return directories;
+}
+
+std::optional<std::string> programIn(const std::vector<std::string>& directories,
+                                     const std::string& name) {
+  for (const auto& directory : directories) {
+    if (auto program = ifExecutable(joinPath(directory, name))) return program;
+  }
+  return std::nullopt;
+}
+
 }  // namespace
 
 UserDefaults& Config::defaults() {
@@ -191,16 +210,12 @@ std::optional<std::string> Config::bundledDesktopApp() {
 }
 
 std::optional<std::string> Config::tailnetBinary(const std::string& name) {
-  if (const auto directory = bundledRuntimeDir()) {
-    if (auto binary = ifExecutable(joinPath(*directory, name))) return binary;
-  }
-  const auto root = programRoot();
-  if (!root) return std::nullopt;
-  return ifExecutable(joinPath(joinPath(*root, "packages/tailnet-client"), name));
+  return programIn(tailnetDirectories(), name);
 }
 
 bool Config::tailnetProgramsInstalled() {
-  return tailnetBinary("tailscaled") && tailnetBinary("zephyl-tailnet");
+  const auto directories = tailnetDirectories();
+  return programIn(directories, "tailscaled") && programIn(directories, "zephyl-tailnet");
 }
 
 std::optional<std::string> Config::agentDevBinary() {
