@@ -91,16 +91,14 @@ LoopbackServer::Verdict ControlServer::receive(IncomingRequest& incoming, const 
   }
   const Stage stage = incoming.parser.advance(received);
   if (stage == Stage::head || stage == Stage::invalid) return Verdict::incomplete;
-  HTTPRequest& request = incoming.parser.request();
+  const HTTPRequest& request = incoming.parser.request();
   if (!incoming.authorized && !isAuthorized(request)) {
-    wipe(request.body);
     refuse(peer, HTTPStatus::forbidden, "bad or missing onboarding token");
     return Verdict::complete;
   }
   incoming.authorized = true;
   if (stage == Stage::body) return Verdict::incomplete;
   dispatch(peer, request);
-  wipe(request.body);
   return Verdict::complete;
 }
 

@@ -67,7 +67,7 @@ HTTPRequestParser::Stage HTTPRequestParser::parseHead(std::string_view received)
 std::optional<HTTPRequest> HTTPRequest::parse(std::string_view bytes) {
   HTTPRequestParser parser;
   if (parser.advance(bytes) != HTTPRequestParser::Stage::whole) return std::nullopt;
-  return std::move(parser.request());
+  return std::move(parser).request();
 }
 
 std::optional<std::string> HTTPRequest::header(const std::string& name) const {

@@ -5,6 +5,9 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
+
+#include "System/Data/Secret.hpp"
 
 namespace zephyl {
 
@@ -13,7 +16,7 @@ struct HTTPRequest {
   std::string method;                          ///< in upper case
   std::string path;                            ///< the target without its query
   std::map<std::string, std::string> headers;  ///< names in lower case; of a repeated one the last
-  std::string body;                            ///< exactly as long as Content-Length says
+  SecretString body;                           ///< of exactly Content-Length bytes
 
   /// Returns the request at the beginning of `bytes`, or nullopt while it is incomplete or cannot
   /// be parsed. Ignores what follows the request. Pure.
@@ -45,8 +48,8 @@ class HTTPRequestParser {
   Stage advance(std::string_view received);
 
   /// The request: without its body at stage `body`, with it at stage `whole`.
-  [[nodiscard]] const HTTPRequest& request() const { return request_; }
-  [[nodiscard]] HTTPRequest& request() { return request_; }
+  [[nodiscard]] const HTTPRequest& request() const& { return request_; }
+  [[nodiscard]] HTTPRequest&& request() && { return std::move(request_); }
 
  private:
   Stage parseHead(std::string_view received);
