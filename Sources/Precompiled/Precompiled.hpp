@@ -3,12 +3,10 @@
 #include <algorithm>
 #include <array>
 #include <atomic>
-#include <charconv>
 #include <chrono>
 #include <condition_variable>
 #include <cstdint>
 #include <deque>
-#include <filesystem>
 #include <functional>
 #include <map>
 #include <memory>
@@ -24,5 +22,5 @@
 #include <variant>
 #include <vector>
 
-#include <boost/json.hpp>
-#include <fmt/format.h>
+#include <boost/describe.hpp>
+#include <fmt/core.h>

@@ -3,8 +3,6 @@
 #include <algorithm>
 #include <utility>
 
-#include <fmt/ranges.h>
-
 #include "Desktop/Terminal/Drawing/DisplayText.hpp"
 #include "System/Concurrency/MainLoop.hpp"
 #include "System/Concurrency/Weakly.hpp"
@@ -313,7 +311,7 @@ void TerminalScreen::handleInLog(const Key& key) {
 std::string TerminalScreen::wholeLog() const {
   auto lines = log_.lines();
   for (auto& line : lines) line = visible(line);
-  return formatText("{}", fmt::join(lines, "\n"));
+  return joined(lines, "\n");
 }
 
 void TerminalScreen::openLog() {

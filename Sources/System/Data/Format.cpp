@@ -1,4 +1,8 @@
+// The implementation of fmt is compiled here, so that the program needs no shared library for it.
+#define FMT_HEADER_ONLY
 #include "System/Data/Format.hpp"
+
+#include <fmt/format.h>
 
 namespace zephyl {
 

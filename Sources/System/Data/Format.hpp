@@ -3,7 +3,11 @@
 #include <string>
 #include <utility>
 
-#include <fmt/format.h>
+#if __has_include(<fmt/base.h>)
+#include <fmt/base.h>
+#else
+#include <fmt/core.h>
+#endif
 
 namespace zephyl {
 
@@ -11,8 +15,8 @@ namespace zephyl {
 std::string formatArguments(fmt::string_view format, fmt::format_args arguments);
 
 /// Returns `format` with its replacement fields filled in. The compiler verifies the format string.
-/// Only this function formats text in the program: fmt is used as a library of headers, and one
-/// source compiles what they implement.
+/// Only this function formats text in the program: its source alone compiles the implementation of
+/// fmt.
 template <typename... Args>
 std::string formatText(fmt::format_string<Args...> format, Args&&... arguments) {
   return formatArguments(format, fmt::make_format_args(arguments...));

@@ -5,11 +5,9 @@
 #include <cstring>
 #include <vector>
 
-#include <fmt/ranges.h>
-
 #include <sys/random.h>
 
-#include "System/Data/Format.hpp"
+#include "System/Data/Text.hpp"
 
 namespace zephyl {
 
@@ -68,7 +66,7 @@ std::string randomHexadecimal(std::size_t bytes) {
     const auto count = ::getrandom(drawn.data() + filled, bytes - filled, 0);
     if (count > 0) filled += static_cast<std::size_t>(count);
   }
-  return formatText("{:02x}", fmt::join(drawn, ""));
+  return hexadecimal(drawn);
 }
 
 }  // namespace zephyl

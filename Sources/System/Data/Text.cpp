@@ -152,6 +152,16 @@ void appendBlanks(Character character, std::size_t count, std::string& out) {
   if (isLong) out += formatText("×{}", count);
 }
 
+template <typename Piece>
+std::string joinedPieces(std::span<const Piece> pieces, std::string_view separator) {
+  std::string text;
+  for (const auto& piece : pieces) {
+    if (&piece != pieces.data()) text += separator;
+    text += piece;
+  }
+  return text;
+}
+
 }  // namespace
 
 std::string_view trimmed(std::string_view text) {
@@ -189,6 +199,21 @@ std::vector<std::string_view> splitNonEmpty(std::string_view text, char separato
     if (end == std::string_view::npos) return pieces;
     text.remove_prefix(end + 1);
   }
+}
+
+std::string joined(std::span<const std::string> pieces, std::string_view separator) {
+  return joinedPieces(pieces, separator);
+}
+
+std::string joined(std::span<const std::string_view> pieces, std::string_view separator) {
+  return joinedPieces(pieces, separator);
+}
+
+std::string hexadecimal(std::span<const unsigned char> bytes) {
+  std::string digits;
+  digits.reserve(2 * bytes.size());
+  for (const auto byte : bytes) digits += formatText("{:02x}", byte);
+  return digits;
 }
 
 std::optional<long long> parseDecimal(std::string_view text) {

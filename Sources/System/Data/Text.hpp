@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <optional>
+#include <span>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -20,6 +21,13 @@ std::string upperCased(std::string_view text);
 
 /// The pieces between `separator`; empty pieces are dropped.
 std::vector<std::string_view> splitNonEmpty(std::string_view text, char separator);
+
+/// Returns the pieces in order, with `separator` between each two.
+std::string joined(std::span<const std::string> pieces, std::string_view separator);
+std::string joined(std::span<const std::string_view> pieces, std::string_view separator);
+
+/// Returns two lower-case hexadecimal digits for each byte.
+std::string hexadecimal(std::span<const unsigned char> bytes);
 
 /// The whole text as a decimal integer: one optional sign, digits, nothing else, within 64 bits.
 std::optional<long long> parseDecimal(std::string_view text);

@@ -1,9 +1,6 @@
 #include "ZephylTray/Actions/LogWindows.hpp"
 
-#include <fmt/ranges.h>
-
 #include "System/Concurrency/Weakly.hpp"
-#include "System/Data/Format.hpp"
 #include "System/Data/Text.hpp"
 #include "ZephylTray/Actions/LogExcerpt.hpp"
 
@@ -13,7 +10,7 @@ void LogWindows::presentLogWindow(LogWindow window, const std::vector<std::strin
   std::vector<std::string> lines;
   lines.reserve(log.size());
   for (const auto& line : log) lines.push_back(visible(line));
-  currentLogText_ = formatText("{}", fmt::join(lines, "\n"));
+  currentLogText_ = joined(lines, "\n");
   logWindow_.reset();
   window.shownText = logExcerpt(log);
   window.fullText = currentLogText_;

@@ -3,8 +3,6 @@
 #include <algorithm>
 #include <vector>
 
-#include <fmt/ranges.h>
-
 #include "System/Data/Format.hpp"
 #include "System/Data/Text.hpp"
 
@@ -29,7 +27,7 @@ std::string reasonLines(const std::vector<EscapeReason>& reasons) {
   if (reasons.size() > count) {
     lines.push_back(formatText("  … and {} more", reasons.size() - count));
   }
-  return formatText("{}", fmt::join(lines, "\n"));
+  return joined(lines, "\n");
 }
 
 std::string boundedRequester(const PendingApproval& approval, std::size_t maxBytes) {

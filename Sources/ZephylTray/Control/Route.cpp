@@ -1,7 +1,5 @@
 #include "ZephylTray/Control/Route.hpp"
 
-#include <fmt/ranges.h>
-
 #include "System/Data/Format.hpp"
 #include "System/Data/Text.hpp"
 
@@ -14,7 +12,7 @@ Route route(std::string_view method, std::string_view path) {
     found.id = pieces[1];
     pieces[1] = ":id";
   }
-  found.path = formatText("{} /{}", method, fmt::join(pieces, "/"));
+  found.path = formatText("{} /{}", method, joined(pieces, "/"));
   return found;
 }
 

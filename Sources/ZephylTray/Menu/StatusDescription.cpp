@@ -4,7 +4,6 @@
 #include <array>
 
 #include <boost/describe/enum_to_string.hpp>
-#include <fmt/ranges.h>
 
 #include "System/Data/Format.hpp"
 #include "System/Data/Text.hpp"
@@ -101,7 +100,7 @@ std::string describe(const AgentSnapshot& view, const TailnetSummary& tailnets) 
   }
   if (view.status) add(enrolment(*view.status));
   add(servers(tailnets));
-  return formatText("{}", fmt::join(parts, ", "));
+  return joined(parts, ", ");
 }
 
 std::string folderCount(std::size_t count) {

@@ -3,7 +3,6 @@
 #include <atomic>
 #include <filesystem>
 
-#include <fmt/format.h>
 #include <gtest/gtest.h>
 
 #include <fcntl.h>
@@ -16,6 +15,7 @@
 #include "Support/Eventually.hpp"
 #include "Support/Processes.hpp"
 #include "System/Concurrency/Reactor.hpp"
+#include "System/Data/Format.hpp"
 
 namespace zephyl {
 namespace {
@@ -55,7 +55,7 @@ class HTTPSessionTest : public testing::Test {
   std::string outcome(ClientRequest request, const HTTPSession::Configuration& limits = {}) {
     const auto answer = fetch(std::move(request), limits);
     if (!answer) return answer.error().message;
-    return fmt::format("{} {}", answer->status, answer->body);
+    return formatText("{} {}", answer->status, answer->body);
   }
 
   std::string outcomeOf(const std::string& answer, const HTTPSession::Configuration& limits = {}) {
@@ -180,7 +180,7 @@ TEST_F(HTTPSessionTest, ConnectsToAName) {
   if (!isKnown("localhost")) GTEST_SKIP() << "this system does not resolve localhost";
   const ScriptedServer server(answering("HTTP/1.1 200 OK\r\n\r\nnamed"));
   // Where the name has an IPv6 address as well, nothing listens there.
-  EXPECT_EQ(outcome({.url = fmt::format("http://localhost:{}/", server.port())}), "200 named");
+  EXPECT_EQ(outcome({.url = formatText("http://localhost:{}/", server.port())}), "200 named");
 }
 
 TEST_F(HTTPSessionTest, NeedsNoThreadForANumericAddress) {
@@ -361,11 +361,11 @@ TEST_F(HTTPSessionTest, RunsManyExchangesAtOnce) {
   std::vector<AnswerRecorder> recorders(count);
   std::vector<HTTPTask> tasks(count);
   for (std::size_t i = 0; i < count; ++i)
-    tasks[i] = session.send({.url = server.url(fmt::format("/{}", i))}, recorders[i].done());
+    tasks[i] = session.send({.url = server.url(formatText("/{}", i))}, recorders[i].done());
   for (std::size_t i = 0; i < count; ++i) {
     const auto answer = recorders[i].wait();
     ASSERT_TRUE(answer) << answer.error().message;
-    EXPECT_EQ(answer->body, fmt::format("/{}", i));
+    EXPECT_EQ(answer->body, formatText("/{}", i));
   }
 }
 

@@ -5,8 +5,6 @@
 #include <filesystem>
 #include <stdexcept>
 
-#include <fmt/format.h>
-
 #include <fcntl.h>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
@@ -15,6 +13,7 @@
 #include <sys/socket.h>
 
 #include "Support/Eventually.hpp"
+#include "System/Data/Format.hpp"
 
 namespace zephyl::test {
 
@@ -143,7 +142,7 @@ ScriptedServer::ScriptedServer(Script script, int threads, int family)
   listener_ = std::move(listener);
   require(::listen(listener_.get(), 128) == 0, "listen");
   port_ = address.port();
-  authority_ = fmt::format("{}:{}", family == AF_INET6 ? "[::1]" : "127.0.0.1", port_);
+  authority_ = formatText("{}:{}", family == AF_INET6 ? "[::1]" : "127.0.0.1", port_);
   for (int i = 0; i < threads; ++i) threads_.emplace_back([this] { serve(); });
 }
 
@@ -172,7 +171,7 @@ void ScriptedServer::serve() {
 }
 
 std::string ScriptedServer::url(std::string_view target) const {
-  return fmt::format("http://{}{}", authority_, target);
+  return formatText("http://{}{}", authority_, target);
 }
 
 std::vector<int> ScriptedServer::clientDescriptors() const {
@@ -182,14 +181,14 @@ std::vector<int> ScriptedServer::clientDescriptors() const {
 RefusingPort::RefusingPort() {
   auto [socket, address] = bindLoopback(AF_INET);
   socket_ = std::move(socket);
-  authority_ = fmt::format("127.0.0.1:{}", address.port());
+  authority_ = formatText("127.0.0.1:{}", address.port());
 }
 
 StallingPort::StallingPort() {
   auto [listener, address] = bindLoopback(AF_INET);
   listener_ = std::move(listener);
   require(::listen(listener_.get(), 0) == 0, "listen");
-  authority_ = fmt::format("127.0.0.1:{}", address.port());
+  authority_ = formatText("127.0.0.1:{}", address.port());
   // Once the queue of connections that nobody accepts is full, further ones stay unanswered.
   for (int i = 0; i < 4; ++i) {
     auto& client =

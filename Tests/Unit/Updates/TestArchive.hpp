@@ -3,9 +3,9 @@
 #include <string>
 #include <string_view>
 
-#include <fmt/format.h>
-
 #include <zlib.h>
+
+#include "System/Data/Format.hpp"
 
 namespace zephyl::test {
 
@@ -19,7 +19,7 @@ class TestArchive {
     std::string header(block, '\0');
     put(header, 0, name);
     put(header, 100, mode);
-    put(header, 124, fmt::format("{:011o}", contents.size()));
+    put(header, 124, formatText("{:011o}", contents.size()));
     header[156] = type;
     put(header, 157, target);
     put(header, 257, std::string_view("ustar\00000", 8));
@@ -66,7 +66,7 @@ class TestArchive {
     put(header, 148, "        ");
     unsigned sum = 0;
     for (const char byte : header) sum += static_cast<unsigned char>(byte);
-    put(header, 148, fmt::format("{:06o}", sum) + std::string("\0 ", 2));
+    put(header, 148, formatText("{:06o}", sum) + std::string("\0 ", 2));
   }
 
   std::string bytes_;

@@ -3,9 +3,9 @@
 #include <cstdint>
 #include <set>
 
-#include <fmt/format.h>
 #include <gtest/gtest.h>
 
+#include "System/Data/Format.hpp"
 #include "System/Data/JSON.hpp"
 
 namespace zephyl {
@@ -121,7 +121,7 @@ TEST(AgentRecords, EveryKeyIsRequiredAndOfItsTypeButForThoseThatAreOptional) {
 
 TEST(AgentRecords, APhaseThatIsNotOneOfTheFiveFails) {
   for (const auto* phase : {"absent", "checking", "downloading", "ready", "failed"}) {
-    const auto text = fmt::format(R"({{"phase":"{}","downloadedBytes":0,"totalBytes":0}})", phase);
+    const auto text = formatText(R"({{"phase":"{}","downloadedBytes":0,"totalBytes":0}})", phase);
     EXPECT_EQ(failureOf<ModelStatus>(text), "decoded");
   }
   EXPECT_EQ(failureOf<ModelStatus>(R"({"phase":"","downloadedBytes":0,"totalBytes":0})"),

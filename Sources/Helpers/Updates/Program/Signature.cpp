@@ -4,11 +4,8 @@
 #include <memory>
 #include <span>
 
-#include <fmt/ranges.h>
-
 #include <openssl/evp.h>
 
-#include "System/Data/Format.hpp"
 #include "System/Data/Text.hpp"
 
 namespace zephyl {
@@ -84,7 +81,7 @@ std::string sha256Of(std::string_view bytes) {
   std::array<unsigned char, EVP_MAX_MD_SIZE> digest{};
   unsigned size = 0;
   EVP_Digest(bytes.data(), bytes.size(), digest.data(), &size, EVP_sha256(), nullptr);
-  return formatText("{:02x}", fmt::join(std::span(digest).first(size), ""));
+  return hexadecimal(std::span(digest).first(size));
 }
 
 Result<std::string_view> verifiedFeed(std::string_view feed, const TrustedKeys& keys) {

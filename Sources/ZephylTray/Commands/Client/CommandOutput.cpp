@@ -2,8 +2,6 @@
 
 #include <algorithm>
 
-#include <fmt/ranges.h>
-
 #include "System/Data/Format.hpp"
 #include "System/Data/Text.hpp"
 
@@ -101,7 +99,7 @@ std::string status(const CommandStatus& status) {
 std::string change(const CommandStatus& status) {
   std::vector<std::string> parts{visible(status.summary)};
   for (const auto& each : status.attention) parts.push_back("! " + visible(each.message));
-  return formatText("{}\n", fmt::join(parts, "  "));
+  return joined(parts, "  ") + "\n";
 }
 
 std::string servers(const std::vector<CommandServerRecord>& servers) {
@@ -124,8 +122,7 @@ std::string folders(const std::vector<CommandFolder>& folders,
     std::vector<std::string> names;
     names.reserve(folder.servers.size());
     for (const auto& id : folder.servers) names.push_back(nameOf(id, servers));
-    rows.push_back({visible(folder.path),
-                    names.empty() ? "every server" : formatText("{}", fmt::join(names, ", ")),
+    rows.push_back({visible(folder.path), names.empty() ? "every server" : joined(names, ", "),
                     indexState(folder)});
   }
   return table(rows);
