@@ -33,14 +33,14 @@ std::string help() {
   std::string text =
       "Usage: zephyl-tray [--desktop | --terminal | --headless]\n"
       "       zephyl-tray COMMAND [ARGUMENT...]\n\n"
-      "Keeps this workstation connected to its Zephyl servers: starts and watches the agent\n"
-      "that shares project folders, and shows what it does. A command asks the tray that runs.\n\n"
+      "Keeps this workstation connected to its Zephyl servers: starts and supervises the agent\n"
+      "that shares project folders, and shows its state. A command controls the running tray.\n\n"
       "Options:\n";
   for (const auto& option : options) {
     text += formatText("  {:<21} {}\n", option.name, option.description);
   }
   return text + "\n" + CommandArguments::summary() +
-         "\nzephyl-tray COMMAND --help describes one.\n";
+         "\nFor help on a command, run zephyl-tray COMMAND --help.\n";
 }
 
 }  // namespace

@@ -25,10 +25,11 @@ struct Usage {
 
 constexpr std::array<Usage, 16> usages{{
     {Verb::status, "status", "[--json]", 0, 0, "--json",
-     "say what the tray does and what needs your attention"},
+     "print the state and what needs your attention"},
     {Verb::servers, "servers", "[--json]", 0, 0, "--json", "list the servers"},
     {Verb::folders, "folders", "[--json]", 0, 0, "--json", "list the shared folders"},
-    {Verb::requests, "requests", "[--json]", 0, 0, "--json", "list what waits for your approval"},
+    {Verb::requests, "requests", "[--json]", 0, 0, "--json",
+     "list requests that wait for your approval"},
     {Verb::answer, "answer", "ID deny|once|always", 2, 2, "", "decide a request"},
     {Verb::logs, "logs", "[SERVER] [--follow]", 0, 1, "--follow -f",
      "show the log of the agent or of a server's network"},
@@ -42,8 +43,9 @@ constexpr std::array<Usage, 16> usages{{
     {Verb::quit, "quit", "", 0, 0, "", "end the tray and the agent"},
     {Verb::defaults, "defaults", "read|write|delete [KEY] [VALUE]", 1, 3,
      "--json --string --integer", "read or change the stored settings"},
-    {Verb::autostart, "autostart", "on|off|status", 1, 1, "", "start the tray with the session"},
-    {Verb::doctor, "doctor", "[--json]", 0, 0, "--json", "find out what is wrong, and what to do"},
+    {Verb::autostart, "autostart", "on|off|status", 1, 1, "",
+     "set whether the tray starts with the session"},
+    {Verb::doctor, "doctor", "[--json]", 0, 0, "--json", "list problems and their solutions"},
 }};
 
 const Usage* find(std::string_view name) {
