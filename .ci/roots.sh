@@ -1,25 +1,25 @@
-# Fresh minimal roots of Debian releases. Sourced, not run. Needs root and debootstrap.
-# What is slow to make is kept in $XDG_CACHE_HOME/zephyl-tray for the next run.
+# Functions that create fresh minimal roots of Debian releases. Sourced, not run. Needs root and
+# debootstrap. Results that take long are cached in $XDG_CACHE_HOME/zephyl-tray.
 
 cache="${XDG_CACHE_HOME:-$HOME/.cache}/zephyl-tray"
 
 # The exit status of a check that could not be made.
 readonly skipped=77
 
-# skip TEXT...: ends the script because a check cannot be made.
+# skip TEXT...: prints the reason and ends the script, because a check is impossible.
 skip() {
   echo "SKIPPED: $*"
   exit "$skipped"
 }
 
-# Ends the script unless roots can be made here. $1 says what is not checked.
+# require_roots TEXT: ends the script unless it can create roots. TEXT names the skipped check.
 require_roots() {
   ((EUID == 0)) || skip "$1: this needs root"
   command -v debootstrap >/dev/null || skip "$1: debootstrap is not installed"
   mkdir -p "$cache"
 }
 
-# make_root RELEASE ROOT: a root as debootstrap makes it. ROOT is an empty directory.
+# make_root RELEASE ROOT: creates a root with debootstrap. ROOT is an empty directory.
 make_root() {
   local release="$1" root="$2" base="$cache/$1.tar" fresh
   if [[ ! -f "$base" ]]; then
@@ -34,14 +34,14 @@ make_root() {
     rm -rf --one-file-system "$fresh" "$fresh.log"
   fi
   tar -C "$root" -xf "$base"
-  # mktemp made it, and the archive, for root alone; tests run programs of another user.
+  # mktemp grants access to root only, but tests run programs as another user.
   chmod 0755 "$root"
 }
 
 # enter_root ROOT [NAME=VALUE...] COMMAND...: runs a command in the sources that are in the root.
-# Everything happens in a mount and process namespace of its own, which the kernel takes down with all
-# processes and mounts, whatever becomes of this script. The directory $shared, if it is set, is
-# /shared in the root. With $cgroups set it sees the control groups, which a systemd needs.
+# The command runs in a mount and process namespace of its own. The kernel removes the namespace with
+# all processes and mounts, even if this script is killed. The directory $shared, if it is set, is
+# /shared in the root. If $cgroups is set, the root sees the control groups, which systemd needs.
 enter_root() {
   cp -L /etc/resolv.conf "$1/etc/resolv.conf"
   SHARED="${shared:-}" CGROUPS="${cgroups:-}" unshare --mount --pid --fork --kill-child bash -euo pipefail -s -- "$@" <<'INSIDE'

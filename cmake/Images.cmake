@@ -1,9 +1,8 @@
 # Embeds images of Packaging/icons in a library.
 #
 #   zephyl_embed_images(TARGET HEADER FORMAT IMAGE...)
-#
-# The library's sources include HEADER, which holds an array for each IMAGE. FORMAT and IMAGE are
-# described in embed_images.py; the file of an image is relative to Packaging/icons. The header is
+# Creates HEADER, which contains an array for each IMAGE, for the library's sources. embed_images.py
+# describes FORMAT and IMAGE. The file of an image is relative to Packaging/icons. The header is
 # written when the tree is configured, so that tools which only read the sources find it.
 find_program(ZEPHYL_RSVG_CONVERT rsvg-convert REQUIRED)
 find_package(Python3 3.9 REQUIRED COMPONENTS Interpreter)

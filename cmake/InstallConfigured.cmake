@@ -1,5 +1,5 @@
-# Installs a file that names paths of the installation. The paths are filled in when it is installed,
-# so that `cmake --install --prefix` is followed.
+# Installs a file that contains paths of the installation. The paths are inserted during the
+# installation, so that `cmake --install --prefix` is respected.
 #
 #   zephyl_install_configured(FILE DESTINATION COMPONENT)
 #

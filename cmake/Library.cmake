@@ -7,8 +7,7 @@
 #                  [SOURCES file...] [DEPENDS target...] [PRIVATE_DEPENDS target...])
 #
 # FOLDER is the folder below Sources/, by default NAME. PRECOMPILED names the target whose
-# precompiled header is used. FOR_SPEED is for code that every request runs through; the rest is
-# compiled for size.
+# precompiled header is used. FOR_SPEED compiles the library for speed instead of size.
 function(zephyl_library name)
   cmake_parse_arguments(LIBRARY "INTERFACE;FOR_SPEED" "FOLDER;PRECOMPILED" "SOURCES;DEPENDS;PRIVATE_DEPENDS" ${ARGN})
   if(NOT LIBRARY_FOLDER)

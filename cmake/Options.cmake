@@ -1,13 +1,13 @@
-# How targets are compiled and linked. Everything here is an interface target, so that a user's own
-# CXXFLAGS and LDFLAGS stand in front and stay in force:
+# Options for compiling and linking. They are interface targets, so that they do not change or
+# replace the user's CXXFLAGS and LDFLAGS:
 #
 #   ZephylWarnings   the warnings of our own code
 #   ZephylHardening  run-time checks of the compiler, the C library and the linker
 #   ZephylSanitizers the sanitizers of ZEPHYL_SANITIZE and ZEPHYL_FUZZ
-#   ZephylSections   code that the linker can leave out, and calls that need no indirection
+#   ZephylSections   removal of unused code, and calls without indirection
 #   ZephylOptions    all of these
-#   ZephylSmall      code that is compiled for size
-#   ZephylLean       how the tray itself is linked: as few shared libraries as possible
+#   ZephylSmall      optimization for size
+#   ZephylLean       linking with as few shared libraries as possible
 option(ZEPHYL_WERROR "Treat warnings as errors" OFF)
 set(ZEPHYL_SANITIZE "" CACHE STRING "Sanitizers to build with: address,undefined or thread")
 option(ZEPHYL_FUZZ "Build the fuzz targets, with sanitizers (Clang only)" OFF)
@@ -29,13 +29,13 @@ set(gnu "$<CXX_COMPILER_ID:GNU>")
 set(clang "$<CXX_COMPILER_ID:Clang>")
 set(optimized "$<NOT:$<CONFIG:Debug>>")
 
-# Warnings. Designated initializers leave fields to their defaults on purpose.
+# Warnings. Designated initializers omit fields deliberately.
 add_library(ZephylWarnings INTERFACE)
 target_compile_options(ZephylWarnings INTERFACE
   -Wall -Wextra -Wshadow -Wnon-virtual-dtor -Woverloaded-virtual -Wno-missing-field-initializers)
 if(CMAKE_CXX_COMPILER_ID STREQUAL GNU)
-  # These report false alarms about the inside of std::string, std::function and std::optional, which
-  # differ from one version of the compiler to the next.
+  # These give false positives inside std::string, std::function and std::optional, which differ
+  # between compiler versions.
   target_compile_options(ZephylWarnings INTERFACE
     -Wno-array-bounds -Wno-maybe-uninitialized -Wno-restrict -Wno-stringop-overflow -Wno-stringop-overread)
   if(CMAKE_UNITY_BUILD)
@@ -47,10 +47,9 @@ if(ZEPHYL_WERROR)
   target_compile_options(ZephylWarnings INTERFACE -Werror)
 endif()
 
-# Hardening. Assertions stay on in every build: they cost next to nothing. Functions are bound at
-# the start, because the lazy binder saves the processor's registers, and with them pieces of
-# secrets, on the stack. Programs are compiled like libraries, so that both can use one precompiled
-# header.
+# Hardening. Assertions are enabled in every build because they cost little. Functions are bound at
+# the start, because the lazy binder saves registers, which may contain parts of secrets, on the
+# stack. Programs are compiled with -fPIC like libraries, so that both can use one precompiled header.
 add_library(ZephylHardening INTERFACE)
 target_compile_options(ZephylHardening INTERFACE -fPIC -UNDEBUG -fstack-protector-strong)
 target_compile_definitions(ZephylHardening INTERFACE _GLIBCXX_ASSERTIONS)
@@ -67,7 +66,7 @@ if(ZEPHYL_SANITIZE)
     -fsanitize=${ZEPHYL_SANITIZE} -fno-omit-frame-pointer -fno-sanitize-recover=all)
   target_link_options(ZephylSanitizers INTERFACE -fsanitize=${ZEPHYL_SANITIZE})
   if(ZEPHYL_SANITIZE MATCHES undefined)
-    # This check probes memory through a pipe, and fails in a test that uses up all descriptors.
+    # This check probes memory through a pipe, so it fails in a test that uses up all descriptors.
     target_compile_options(ZephylSanitizers INTERFACE -fno-sanitize=vptr)
   endif()
   if(ZEPHYL_SANITIZE MATCHES thread)
@@ -79,36 +78,36 @@ if(ZEPHYL_FUZZ)
   target_compile_options(ZephylSanitizers INTERFACE -fsanitize=fuzzer-no-link)
 endif()
 
-# Everything is linked into programs, so nothing has to be replaceable by another library at run
-# time, and what nothing calls is left out. Together this takes a seventh off the tray's code.
+# All libraries are linked into programs, so no symbol has to be replaceable at run time, and unused
+# functions are removed. Together this makes the tray's code a seventh smaller.
 set(CMAKE_CXX_VISIBILITY_PRESET hidden)
 set(CMAKE_VISIBILITY_INLINES_HIDDEN ON)
 add_library(ZephylSections INTERFACE)
 target_compile_options(ZephylSections INTERFACE -fno-semantic-interposition -ffunction-sections -fdata-sections)
 target_link_options(ZephylSections INTERFACE -Wl,--gc-sections)
 
-# Line numbers for back traces; variables cost too much to compile and link.
+# Debug information has line numbers for back traces. Variables would make builds too slow.
 add_library(ZephylOptions INTERFACE)
 target_compile_options(ZephylOptions INTERFACE -g1)
 target_link_libraries(ZephylOptions INTERFACE ZephylWarnings ZephylHardening ZephylSections ZephylSanitizers)
 
-# The programs wait most of the time. Compiled for size the tray's code is a fifth smaller, takes less
-# memory and compiles sooner. Code that every request to the control API runs through is compiled for
+# The programs wait most of the time. Compiled for size, the tray's code is a fifth smaller, uses less
+# memory and compiles faster. Libraries that every request to the control API uses are compiled for
 # speed instead (FOR_SPEED in Library.cmake).
 add_library(ZephylSmall INTERFACE)
 if(NOT CMAKE_CXX_FLAGS MATCHES "-O")
   target_compile_options(ZephylSmall INTERFACE $<$<CONFIG:RelWithDebInfo,Release>:-Os>)
 endif()
 
-# Fewer shared libraries to map mean less memory and a faster start. Programs whose other libraries
-# use the shared standard library must not bring a second one.
+# Fewer shared libraries mean less memory and a faster start. Not for programs that use other
+# libraries written in C++, because those load the shared standard library as well.
 add_library(ZephylLean INTERFACE)
 if(NOT ZEPHYL_SANITIZE)
   target_link_options(ZephylLean INTERFACE -static-libstdc++ -static-libgcc)
 endif()
 set(Boost_USE_STATIC_LIBS ON)
 
-# A compiler cache, unless the user has named a launcher. Precompiled headers need these settings.
+# Uses a compiler cache unless the user has set a launcher. Precompiled headers need these settings.
 find_program(ZEPHYL_CCACHE ccache)
 if(ZEPHYL_CCACHE AND NOT CMAKE_CXX_COMPILER_LAUNCHER)
   set(CMAKE_CXX_COMPILER_LAUNCHER

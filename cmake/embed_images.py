@@ -4,9 +4,10 @@
     embed_images.py RSVG_CONVERT HEADER FORMAT IMAGE...
 
 FORMAT is "png", or "pixels": four bytes for each pixel (alpha, red, green, blue), rows from the
-top. An IMAGE is NAME=FILE:SIDE:COLOR[,COLOR...]: the image drawn SIDE pixels square as the array
-NAME, its first shape of the class ColorScheme-Text in the first color, its second in the second and so on.
-COLOR/COLOR is the color of a shape and that of an outline around it, a 32nd of the image wide.
+top. An IMAGE is NAME=FILE:SIDE:COLOR[,COLOR...]: the array NAME contains the
+image with SIDE by SIDE pixels. The first shape of the class ColorScheme-Text has the first color, the
+second shape the second color, and so on. COLOR/COLOR is the color of a shape and of an outline around
+it, which is a 32nd of the image wide.
 """
 
 import pathlib
@@ -18,7 +19,7 @@ import zlib
 
 
 def rendered(converter, file, side, colors):
-    """The image as PNG. The colors replace those that the file gives its shapes."""
+    """Returns the image as PNG. The colors replace those of the shapes in the file."""
     shape = ".ColorScheme-Text"
     rules = "".join(f"{f'{shape} ~ ' * place}{shape} {{ {style(color)} }}\n"
                     for place, color in enumerate(colors))
@@ -30,7 +31,7 @@ def rendered(converter, file, side, colors):
 
 
 def style(color):
-    """The style of a shape. Half of the outline's width lies under the shape."""
+    """Returns the style of a shape. Half of the outline's width is hidden under the shape."""
     fill, _, outline = color.partition("/")
     rules = f"color: {fill} !important;"
     if outline:
@@ -48,13 +49,13 @@ def chunks(png):
 
 
 def nearest(left, above, corner):
-    """The predictor of PNG's filter 4."""
+    """Returns the prediction of PNG's filter 4."""
     estimate = left + above - corner
     return min((left, above, corner), key=lambda value: abs(estimate - value))
 
 
 def pixels(png):
-    """Alpha, red, green and blue of every pixel of a PNG image with eight bits for each."""
+    """Yields alpha, red, green and blue of every pixel of a PNG image with eight bits per channel."""
     header = next(data for kind, data in chunks(png) if kind == b"IHDR")
     width, height, *layout = struct.unpack(">IIBBBBB", header)
     assert layout == [8, 6, 0, 0, 0], "expected eight bits for each of red, green, blue and alpha"
