@@ -1,6 +1,7 @@
 # Embeds images of Packaging/icons in a library.
 #
 #   zephyl_embed_images(TARGET HEADER FORMAT IMAGE...)
+#
 # Creates HEADER, which contains an array for each IMAGE, for the library's sources. embed_images.py
 # describes FORMAT and IMAGE. The file of an image is relative to Packaging/icons. The header is
 # written when the tree is configured, so that tools which only read the sources find it.
