@@ -5,11 +5,12 @@ import re
 
 import pytest
 
-from support.dialogs import APPROVAL, INVITE, Screen, Window
+from support.dialogs import APPROVAL, CONFIRMATION, DOWNLOAD, HEIGHT, INVITE, WIDTH, Screen, Window
 from support.tray import REPOSITORY, eventually
 
 LOG = {"title": "Tailnet Logs", "message": "", "shownText": "one", "fullText": "one",
        "requestedByUser": True}
+FOLDER = {"prompt": "Share", "message": "Choose a project folder to share with this Zephyl."}
 LONG = {**APPROVAL, "informativeText": "Command:\n" + "\n".join(f"line {n}" for n in range(200))}
 
 
@@ -24,8 +25,8 @@ def screen():
 def show(screen):
     windows = []
 
-    def start(**request):
-        windows.append(Window(screen, request).shown())
+    def start(environment=None, **request):
+        windows.append(Window(screen, request, **environment or {}).shown())
         return windows[-1]
 
     yield start
@@ -58,3 +59,15 @@ def test_an_alert_has_one_width_so_that_it_is_not_tiled(screen, show, alert):
 
 def test_a_log_has_any_size(screen, show):
     assert "maximum size" not in property_of(screen, show(logWindow=LOG), "WM_NORMAL_HINTS")
+
+
+@pytest.mark.parametrize("request_", [
+    {"alert": LONG}, {"alert": CONFIRMATION}, {"alert": DOWNLOAD}, {"folderPicker": FOLDER},
+    {"logWindow": {**LOG, "message": "The agent exited with code 3.\n" * 20}}],
+    ids=["long", "confirmation", "download", "folder", "log"])
+def test_a_window_fits_on_a_screen_with_few_large_pixels(screen, show, request_):
+    window = show({"QT_SCALE_FACTOR": "2.5"}, **request_)
+    number = eventually(lambda: screen.window_ids(window.process.pid), what="a window")[0]
+    shape = dict(line.split("=") for line in
+                 screen.run("xdotool", "getwindowgeometry", "--shell", number).split())
+    assert int(shape["WIDTH"]) < WIDTH and int(shape["HEIGHT"]) < HEIGHT, shape

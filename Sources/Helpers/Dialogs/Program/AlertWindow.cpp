@@ -1,11 +1,10 @@
 #include "Helpers/Dialogs/Program/AlertWindow.hpp"
 
-#include <QGuiApplication>
 #include <QKeyEvent>
-#include <QScreen>
 #include <QStyle>
 #include <algorithm>
 
+#include "Helpers/Dialogs/Program/Screens.hpp"
 #include "Helpers/Dialogs/Program/Symbol.hpp"
 
 namespace zephyl {
@@ -28,9 +27,9 @@ QFont messageFont(QFont font) {
   return font;
 }
 
-/// The screen bounds what a text may take, whatever it says.
+/// The screens bound what a text may take, whatever it says.
 WrappedText::Room roomFor(double shareOfHeight) {
-  const QSize screen = QGuiApplication::primaryScreen()->availableSize();
+  const QSize screen = roomOnEveryScreen();
   return {std::min(textWidth, screen.width() * 2 / 3),
           static_cast<int>(screen.height() * shareOfHeight)};
 }

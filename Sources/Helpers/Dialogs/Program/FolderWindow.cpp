@@ -3,6 +3,7 @@
 #include <QDir>
 
 #include "Helpers/Dialogs/Program/PlainText.hpp"
+#include "Helpers/Dialogs/Program/Screens.hpp"
 
 namespace zephyl {
 
@@ -45,7 +46,7 @@ FolderWindow::FolderWindow(Conversation& conversation, const FolderRequest& requ
   layout_.setSpacing(0);
   layout_.addWidget(&message_);
   layout_.addWidget(&picker_, 1);
-  resize(pickerSize);
+  resize(pickerSize.boundedTo(roomOnEveryScreen()));
 }
 
 void FolderWindow::nameParts() {

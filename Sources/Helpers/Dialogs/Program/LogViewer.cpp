@@ -6,6 +6,7 @@
 #include <algorithm>
 
 #include "Helpers/Dialogs/Program/Appearance.hpp"
+#include "Helpers/Dialogs/Program/Screens.hpp"
 #include "System/Data/Text.hpp"
 
 namespace zephyl {
@@ -55,7 +56,8 @@ LogViewer::LogViewer(Conversation& conversation, const LogWindow& window)
   addButtons();
   acceptInput(acceptsInput());
   const int missing = logHeight - log_.sizeHint().height();
-  resize(logWindowSize.expandedTo(sizeHint() + QSize(0, missing)));
+  const QSize wanted = logWindowSize.expandedTo(sizeHint() + QSize(0, missing));
+  resize(wanted.boundedTo(roomOnEveryScreen()));
 }
 
 DialogReport LogViewer::safeAnswer() const {
