@@ -5,8 +5,8 @@ import subprocess
 
 import pytest
 
-from support.dialogs import (APPROVAL, CONFIRMATION, ERROR, HEIGHT, INVITE, PROGRAM, WIDTH, Screen,
-                             WaylandScreen, Window)
+from support.dialogs import (APPROVAL, CONFIRMATION, DOWNLOAD, ERROR, HEIGHT, INVITE, PROGRAM,
+                             WIDTH, Screen, WaylandScreen, Window)
 from support.tray import eventually, is_alive
 
 @pytest.fixture(scope="module")
@@ -198,12 +198,6 @@ def test_an_invite_is_cancelled_by_escape(screen, show):
 
 
 # Progress
-
-DOWNLOAD = {
-    "style": "information", "messageText": "Downloading Zephyl 2.0…",
-    "informativeText": "The update is verified, and installed when the agent is idle.",
-    "buttons": ["Cancel"], "safeButton": 0, "requestedByUser": True,
-    "progress": {"fraction": 0, "text": "0.0 of 12.4 MB"}}
 
 
 def words_below(window):

@@ -12,7 +12,7 @@ NOTIFICATION_ACTION  optional: where a notification is chosen, as parts of its w
 ROWS                 optional: where rows are in their menus, as parts of the height, on a desktop
                      whose menus take no keys
 OPENS_SILENTLY       optional: whether it shows a menu without a call to it
-WAYLAND              optional: whether its windows are hidden from the X screen
+WAYLAND              optional: whether its windows are hidden from the X screen, in which it is nested
 start       starts what belongs to the session but is not restarted
 start_shell starts the program that shows the items, as the session's "shell"
 after_shell optional: what a user does once it has started

@@ -13,12 +13,17 @@ EXTENSIONS = "['ubuntu-appindicators@ubuntu.com', 'appindicatorsupport@rgcjonas.
 
 
 def start(session):
+    configure(session)
+
+
+def configure(session):
     session.set("org.gnome.shell", "disable-user-extensions", "false")
     session.set("org.gnome.shell", "enabled-extensions", EXTENSIONS)
     session.set("org.gnome.shell", "welcome-dialog-last-shown-version", "'99'")
     session.set("org.gnome.desktop.interface", "enable-animations", "false")
     session.set("org.gnome.desktop.interface", "color-scheme",
                 "'prefer-dark'" if session.dark else "'default'")
+    session.set("org.gnome.desktop.interface", "scaling-factor", str(int(session.scale)))
     session.set("org.gnome.desktop.session", "idle-delay", "0")
     session.set("org.gnome.desktop.lockdown", "disable-lock-screen", "true")  # or it complains
 

@@ -4,6 +4,8 @@ import os
 import subprocess
 import time
 
+from lab.screen import HEIGHT, WIDTH
+
 NAME = "sway"
 PROGRAM = "waybar"
 PACKAGES = ["sway", "waybar", "mako-notifier", "foot"]
@@ -17,13 +19,17 @@ CANNOT = {"number beside it": "the bar shows no text beside an item"}
 
 FILES = {
     "waybar/config": '{"modules-right":["tray"],"tray":{"show-passive-items":true}}',
-    "sway/config": "output X11-1 resolution 1280x800\nfocus_on_window_activation smart\n"}
+    "sway/config": "output X11-1 resolution {width}x{height} scale {scale:g}\n"
+                   "focus_on_window_activation smart\n"}
 
 
 def start(session):
     for name, text in FILES.items():
         path = session.home / ".config" / name
         path.parent.mkdir(parents=True)
+        if name.startswith("sway"):
+            text = text.format(width=int(WIDTH * session.scale), height=int(HEIGHT * session.scale),
+                               scale=session.scale)
         path.write_text(text)
     session.environment.update(WLR_BACKENDS="x11", WLR_RENDERER="pixman", XDG_SESSION_TYPE="wayland",
                                SWAYSOCK=str(session.runtime / "sway.sock"))

@@ -12,12 +12,16 @@ WIDTH, HEIGHT = 1280, 800
 
 
 class Screen:
-    def __init__(self, environment):
-        self.environment = environment
+    """All coordinates and pictures are those of a screen of WIDTH by HEIGHT pixels, whatever its
+    scale."""
+
+    def __init__(self, environment, scale=1.0):
+        self.environment, self.scale = environment, scale
         reader, writer = os.pipe()
+        size = f"{int(WIDTH * scale)}x{int(HEIGHT * scale)}x24"
         self._server = subprocess.Popen(
-            ["Xvfb", "-displayfd", str(writer), "-screen", "0", f"{WIDTH}x{HEIGHT}x24", "-nolisten",
-             "tcp", "+extension", "GLX", "+extension", "RANDR", "-noreset", "-ac"],
+            ["Xvfb", "-displayfd", str(writer), "-screen", "0", size, "-nolisten", "tcp",
+             "+extension", "GLX", "+extension", "RANDR", "-noreset", "-ac"],
             pass_fds=[writer], stdin=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
         os.close(writer)
         with os.fdopen(reader) as number:
@@ -31,7 +35,11 @@ class Screen:
 
     def picture(self, area=None):
         """What an area shows: left, top, width and height; by default everything."""
-        cut = [] if area is None else ["-crop", "{2}x{3}+{0}+{1}".format(*area), "+repage"]
+        left, top, width, height = area or (0, 0, WIDTH, HEIGHT)
+        pixels = [round(each * self.scale) for each in (width, height, left, top)]
+        cut = ["-crop", "{}x{}+{}+{}".format(*pixels), "+repage"]
+        if self.scale != 1:
+            cut += ["-sample", f"{width}x{height}!"]
         return Picture(subprocess.run(["import", "-window", "root", *cut, "-depth", "8", "ppm:-"],
                                       env=self.environment, check=True, capture_output=True,
                                       timeout=20).stdout)
@@ -67,7 +75,7 @@ class Screen:
         return box[0] + left, box[1] + top, box[2] + left, box[3] + top
 
     def point(self, x, y):
-        self.run("xdotool", "mousemove", str(x), str(y))
+        self.run("xdotool", "mousemove", str(round(x * self.scale)), str(round(y * self.scale)))
 
     def click(self, x, y, button=1):
         self.point(x, y)
@@ -87,6 +95,12 @@ class Screen:
         """The visible windows of a process; none on a Wayland desktop, which hides them."""
         return self.run("xdotool", "search", "--onlyvisible", "--all", "--pid", str(pid), "--name",
                         "").split()
+
+    def activate(self, title):
+        """Goes to the window with this title, as a user does who chooses it in a task bar."""
+        def find():
+            return self.run("xdotool", "search", "--onlyvisible", "--name", title).split()
+        self.run("xdotool", "windowactivate", "--sync", eventually(find, what=f"a window {title!r}")[-1])
 
     def close(self):
         self._server.terminate()

@@ -20,15 +20,18 @@ class Session:
     """Owns everything that it starts; `close` leaves nothing behind. `desktop` is one of the modules
     in Tests/Desktops/desktops."""
 
-    def __init__(self, desktop, dark, number):
-        self.desktop, self.dark = desktop, dark
+    def __init__(self, desktop, dark, number, scale=1.0, settings=()):
+        self.desktop, self.dark, self.scale = desktop, dark, scale
         self.world = LabWorld(number)
         self.home, self.root = self.world.home, self.world.root
         self.runtime = self.root / "run"
         self.runtime.mkdir(mode=0o700)
         self.environment = self.world.environment
         self._set_environment()
-        self.screen = Screen(self.environment)
+        self.environment.update(settings)
+        self.screen = Screen(self.environment, scale)
+        if scale != 1:
+            self._set_scale()
         self.system_bus = SessionBus().start()
         self.environment["DBUS_SYSTEM_BUS_ADDRESS"] = self.system_bus.address
         self.bus = SessionBus(self.environment).start()
@@ -44,6 +47,14 @@ class Session:
             "XDG_CURRENT_DESKTOP": self.desktop.NAME, "XDG_SESSION_TYPE": "x11",
             "XDG_CONFIG_DIRS": "/etc/xdg", "XDG_DATA_DIRS": shared, "LIBGL_ALWAYS_SOFTWARE": "1",
             "GVFS_DISABLE_FUSE": "1", "GSETTINGS_BACKEND": "keyfile", "NO_AT_BRIDGE": "1"})
+
+    def _set_scale(self):
+        """As the settings of the desktops do, each in its way; see also the modules."""
+        subprocess.run(["xrdb", "-merge"], input=f"Xft.dpi: {96 * self.scale:.0f}\n", text=True,
+                       env=self.environment, check=True)
+        if self.scale == int(self.scale):
+            self.environment["GDK_SCALE"] = str(int(self.scale))
+            self.environment["GDK_DPI_SCALE"] = str(1 / self.scale)
 
     # Programs
 

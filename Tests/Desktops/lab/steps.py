@@ -6,6 +6,7 @@ import time
 
 from lab.screen import HEIGHT, WIDTH, Cut, middle
 from lab.traffic import ITEM, MENU, NOTIFICATIONS, differences, outline_of
+from lab.windows import WindowSteps
 from lab.world import DISABLED
 from support.tray import Tray, eventually
 
@@ -13,7 +14,7 @@ QUIET = 1.5         # seconds after which a host shows what has changed
 TYPED = "Tab space Left space Return".split()
 
 
-class Tour:
+class Tour(WindowSteps):
     def __init__(self, session, pictures):
         self.session, self.world, self.screen = session, session.world, session.screen
         self.traffic, self.desktop = session.traffic, session.desktop
@@ -25,7 +26,7 @@ class Tour:
     STEPS = ("item", "icon", "number beside it", "tool tip", "menu", "submenu", "a row that acts",
              "closed menu follows", "open menu stays", "notification", "prompt", "typing on",
              "shell restarts", "tray restarts", "second start", "silence",
-             "menu is what the tray says")
+             "menu is what the tray says", "log window", "folder window", "update window")
 
     def step(self, name):
         """Performs a step; raises an error that says what is wrong."""
@@ -337,7 +338,7 @@ class Tour:
         assert len(said) <= 1, said  # the download may have got a percent further
 
     def step_menu_is_what_the_tray_says(self):
-        """Last, because reading the menu makes this program one of its hosts."""
+        """The last one with the panel: reading the menu makes this program one of its hosts."""
         known, wanted = self.known(), outline_of(self.session.item.layout())
         assert not differences(known, wanted), differences(known, wanted)
 

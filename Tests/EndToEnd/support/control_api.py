@@ -48,9 +48,9 @@ class ControlApi:
         self.port = port
         self.token = token
 
-    def ask(self, method, path, body=None):
+    def ask(self, method, path, body=None, limit=10):
         """Answers with the status and the decoded JSON. A body that is no text is sent as JSON."""
-        connection = http.client.HTTPConnection("127.0.0.1", self.port, timeout=10)
+        connection = http.client.HTTPConnection("127.0.0.1", self.port, timeout=limit)
         try:
             content = body if body is None or isinstance(body, (str, bytes)) else json.dumps(body)
             connection.request(method, path, content, {TOKEN_HEADER: self.token})

@@ -45,6 +45,11 @@ ERROR = {
     "style": "warning", "messageText": "Couldn't update shared folders",
     "informativeText": "The agent answered with status 500.", "buttons": ["OK"], "safeButton": 0,
     "requestedByUser": True}
+DOWNLOAD = {
+    "style": "information", "messageText": "Downloading Zephyl 2.0…",
+    "informativeText": "The update is verified, and installed when the agent is idle.",
+    "buttons": ["Cancel"], "safeButton": 0, "requestedByUser": True,
+    "progress": {"fraction": 0, "text": "0.0 of 12.4 MB"}}
 
 SETTINGS = """<node><interface name="org.freedesktop.portal.Settings">
   <method name="Read"><arg type="s" direction="in"/><arg type="s" direction="in"/>

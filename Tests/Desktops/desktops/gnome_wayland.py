@@ -1,0 +1,21 @@
+"""GNOME on Wayland with the AppIndicator extension, nested in the X screen."""
+
+from desktops.gnome import (BUTTON, CANNOT, NAME, PACKAGES, PANEL, PROGRAM, SETTLING,  # noqa: F401
+                            after_shell, configure)
+from lab.screen import HEIGHT, WIDTH
+
+WAYLAND = True
+SOCKET = "wayland-5"
+
+
+def start(session):
+    configure(session)
+    size = f"{int(WIDTH * session.scale)}x{int(HEIGHT * session.scale)}"
+    session.environment.update(XDG_SESSION_TYPE="wayland", MUTTER_DEBUG_DUMMY_MODE_SPECS=size,
+                               MUTTER_DEBUG_DUMMY_MONITOR_SCALES=f"{session.scale:g}")
+
+
+def start_shell(session):
+    session.environment.pop("WAYLAND_DISPLAY", None)
+    session.start("shell", "gnome-shell", "--nested", "--no-x11", "--wayland-display", SOCKET)
+    session.environment["WAYLAND_DISPLAY"] = SOCKET
