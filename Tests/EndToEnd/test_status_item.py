@@ -298,6 +298,17 @@ def test_an_update_that_opening_asks_for_is_shown_before_the_menu_holds_still(de
     eventually(lambda: "Quit later" in outline(item.layout()))
 
 
+def test_a_menu_that_was_announced_long_before_is_up_to_date_when_it_opens(demo, item):
+    item.layout()
+    item.about_to_show(0)  # as GNOME's extension does when it connects
+    demo.event("willOpen")
+    demo.set_menu_on_update(changed(quit="Quit now"))
+    time.sleep(1.1)  # what makes the next call another opening
+    item.event(0, "opened")
+    demo.event("willOpen", 2)
+    eventually(lambda: "Quit now" in str(item.menu_signals()), what="a signal of the new row")
+
+
 def test_a_click_on_a_row_that_is_gone_does_nothing(demo, item):
     old = item.find("Rename…")
     menu = copy.deepcopy(SAMPLE)

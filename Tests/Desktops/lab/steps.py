@@ -158,6 +158,7 @@ class Tour(WindowSteps):
 
     def step_menu(self):
         self.open_menu()
+        self.knows(lambda menu: any("embeddings" in str(row) for row in menu), "what came later")
         self.shot("4-menu")
         self.close_menu()
 

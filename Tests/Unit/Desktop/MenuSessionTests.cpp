@@ -93,6 +93,25 @@ TEST_F(MenuSessionTest, AMenuWhoseEndNobodyToldIsClosedAndUpdatedWhenItOpensAgai
   EXPECT_EQ(session_.aboutToShowRoot(host, now_), (Events{didClose, needsUpdate, willOpen}));
 }
 
+TEST_F(MenuSessionTest, AnOpeningLongAfterTheAnnouncementIsAnotherOne) {
+  (void)session_.aboutToShowRoot(host, now_);  // as GNOME's extension does when it connects
+  wait(1001ms);
+  EXPECT_EQ(session_.opened(host, true, now_), (Events{didClose, needsUpdate, willOpen}));
+  EXPECT_EQ(session_.aboutToShowRoot(host, now_), Events{});
+}
+
+TEST_F(MenuSessionTest, AMenuThatOpensTwiceWasClosedInBetween) {
+  (void)session_.opened(host, true, now_);
+  wait(1001ms);
+  EXPECT_EQ(session_.opened(host, true, now_), (Events{didClose, needsUpdate, willOpen}));
+}
+
+TEST_F(MenuSessionTest, AnOpenedSubmenuNeverUpdatesTheMenuUnderThePointer) {
+  (void)session_.aboutToShowRoot(host, now_);
+  wait(5s);
+  EXPECT_EQ(session_.opened(host, false, now_), Events{});
+}
+
 TEST_F(MenuSessionTest, AHostThatAnnouncesTheRootAgainAtOnceGetsWhatIsNew) {
   (void)session_.aboutToShowRoot(host, now_);
   EXPECT_EQ(session_.aboutToShowRoot(host, now_), (Events{didClose, needsUpdate, willOpen}));

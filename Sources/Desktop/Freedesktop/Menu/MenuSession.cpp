@@ -7,14 +7,16 @@ namespace zephyl {
 MenuSession::Events MenuSession::aboutToShowRoot(std::string_view host, Instant now) {
   if (open_ && rootOpened_ && now - *rootOpened_ <= sameOpening) return {};
   // Still open: then nobody has said that it was closed.
-  auto events = close();
-  events.push_back(Event::needsUpdate);
-  return open(std::move(events), host, now);
+  return openAfresh(host, now);
 }
 
 MenuSession::Events MenuSession::opened(std::string_view host, bool root, Instant now) {
-  if (root) rootOpened_ = now;
-  return open({}, host, now);
+  if (!root) return open({}, host, now);
+  // A host may have announced the root when it connected, or not have said that it was closed.
+  const bool isAnother = open_ && rootCalled_ && now - *rootCalled_ > sameOpening;
+  auto events = isAnother ? openAfresh(host, now) : open({}, host, now);
+  rootCalled_ = rootOpened_ = now;
+  return events;
 }
 
 MenuSession::Events MenuSession::closedRoot(std::string_view host) {
@@ -36,6 +38,13 @@ std::optional<Instant> MenuSession::deadline() const {
   return lastCall_ + silenceTimeout;
 }
 
+MenuSession::Events MenuSession::openAfresh(std::string_view host, Instant now) {
+  auto events = close();
+  events.push_back(Event::needsUpdate);
+  rootCalled_ = now;
+  return open(std::move(events), host, now);
+}
+
 MenuSession::Events MenuSession::open(Events before, std::string_view host, Instant now) {
   called(now);
   host_ = host;
@@ -45,6 +54,7 @@ MenuSession::Events MenuSession::open(Events before, std::string_view host, Inst
 
 MenuSession::Events MenuSession::close() {
   rootOpened_.reset();
+  rootCalled_.reset();
   host_.clear();
   if (!std::exchange(open_, false)) return {};
   return {Event::didClose};

@@ -26,7 +26,8 @@ class MenuSession {
   static constexpr Duration silenceTimeout = std::chrono::seconds(30);
   /// Hosts that said "closed" are remembered up to this number; one more, and all are forgotten.
   static constexpr std::size_t rememberedHosts = 8;
-  /// A host that announces the root within this time after it said "opened" means that opening.
+  /// A host that announces the root within this time after it said "opened" means that opening, and
+  /// one that says "opened" later than this after its last call for the root means another.
   static constexpr Duration sameOpening = std::chrono::seconds(1);
 
   /// AboutToShow, or AboutToShowGroup, named the root.
@@ -50,6 +51,8 @@ class MenuSession {
   [[nodiscard]] std::optional<Instant> deadline() const;
 
  private:
+  /// Closes the menu, if it is open, and opens it with an update.
+  Events openAfresh(std::string_view host, Instant now);
   Events open(Events before, std::string_view host, Instant now);
   Events close();
 
@@ -58,6 +61,7 @@ class MenuSession {
   std::set<std::string, std::less<>> closingHosts_;  // have said "closed" for the root
   Instant lastCall_{};
   std::optional<Instant> rootOpened_;  // and not closed since
+  std::optional<Instant> rootCalled_;  // opened or announced, and not closed since
 };
 
 }  // namespace zephyl
