@@ -460,3 +460,23 @@ def test_on_wayland_it_is_a_wayland_program():
             window.close()
             screen.close()
     assert 3 < symbol[1] / symbol[0] < 5, symbol  # twice as wide and as high
+
+
+def test_on_wayland_it_ends_with_its_window():
+    """Qt 6.4 can wait for its own thread forever, in about one run of twenty."""
+    screen = WaylandScreen(1)
+    windows = []
+    try:
+        for _ in range(5):
+            windows = [Window(screen, {"alert": ERROR}) for _ in range(8)]
+            for window in windows:
+                window.report("shown")
+            for window in windows:
+                window.say({"close": True})
+            for window in windows:
+                assert window.ends() == 0
+                window.close()
+    finally:
+        for window in windows:
+            window.close()
+        screen.close()

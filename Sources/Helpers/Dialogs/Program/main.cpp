@@ -78,7 +78,11 @@ int run(int& argumentCount, char** arguments) {
        .progress = [&](const Progress& progress) { window->showProgress(progress); },
        .bringToFront =
            [&](const BringToFront& order) { window->bringToFront(order.activationToken); }});
-  return QApplication::exec();
+  const int status = QApplication::exec();
+  // Qt 6.4 can wait for its Wayland thread forever when the application object is destroyed. All
+  // reports have been written.
+  if (QGuiApplication::platformName().startsWith(QStringLiteral("wayland"))) std::_Exit(status);
+  return status;
 }
 
 }  // namespace
