@@ -24,9 +24,10 @@ std::optional<HTTPDestination> HTTPDestination::parse(std::string_view url) {
   return destination;
 }
 
-std::string HTTPDestination::wireForm(const ClientRequest& request) const {
+std::string HTTPDestination::wireForm(const ClientRequest& request, bool keepsOpen) const {
   std::string text = request.method + " " + target + " HTTP/1.1\r\n";
-  text += "Host: " + authority + "\r\nAccept: */*\r\nConnection: close\r\n";
+  text += "Host: " + authority + "\r\nAccept: */*\r\n";
+  if (!keepsOpen) text += "Connection: close\r\n";
   if (request.contentType) text += "Content-Type: " + *request.contentType + "\r\n";
   if (request.method != "GET" || !request.body.empty())
     text += "Content-Length: " + std::to_string(request.body.size()) + "\r\n";

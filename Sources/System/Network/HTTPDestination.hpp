@@ -19,8 +19,9 @@ struct HTTPDestination {
   /// None unless `url` is absolute, with the scheme "http", a host and a port within range.
   static std::optional<HTTPDestination> parse(std::string_view url);
 
-  /// `request` as it goes over the wire.
-  [[nodiscard]] std::string wireForm(const ClientRequest& request) const;
+  /// Returns `request` as it goes over the wire. `keepsOpen` lets the server keep the connection
+  /// open after its answer.
+  [[nodiscard]] std::string wireForm(const ClientRequest& request, bool keepsOpen = false) const;
 };
 
 }  // namespace zephyl

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <utility>
 #include <vector>
 
 #include <boost/asio/io_context.hpp>
@@ -17,6 +18,7 @@
 #include "System/Concurrency/Reactor.hpp"
 #include "System/Files/FileDescriptor.hpp"
 #include "System/Network/HTTPDestination.hpp"
+#include "System/Network/KeptConnection.hpp"
 
 namespace zephyl {
 
@@ -104,17 +106,20 @@ class AnswerParser final : public http::basic_parser<false> {
   bool refused_ = false;
 };
 
-/// One request and its answer on a connection of its own. Lives on the reactor's thread.
+/// One request and its answer, on a connection of its own or on a kept one. Lives on the reactor's
+/// thread.
 class Connection final : public std::enable_shared_from_this<Connection> {
  public:
   Connection(asio::io_context& context, std::shared_ptr<Handle> handle, const HTTPLimits& limits,
-             ConnectionCheck check, std::unique_ptr<HTTPReceiver> receiver)
+             ConnectionCheck check, std::unique_ptr<HTTPReceiver> receiver,
+             std::shared_ptr<KeptConnection> kept)
       : socket_(context),
         timer_(context),
         limits_(limits),
         check_(std::move(check)),
         handle_(std::move(handle)),
-        receiver_(std::move(receiver)) {
+        receiver_(std::move(receiver)),
+        kept_(std::move(kept)) {
     renewParser();
   }
 
@@ -125,7 +130,8 @@ class Connection final : public std::enable_shared_from_this<Connection> {
  private:
   using SteadyClock = std::chrono::steady_clock;
 
-  void resolve(const HTTPDestination& destination);
+  bool reuseConnection();
+  void resolve();
   void connect();
   error_code open(const tcp& protocol);
   [[nodiscard]] std::optional<Error> checkPeer() const;
@@ -135,6 +141,7 @@ class Connection final : public std::enable_shared_from_this<Connection> {
   error_code parse();
   error_code parseEnd();
   void proceed(error_code error);
+  void keepConnection();
   void renewParser() { parser_.emplace(*receiver_, *handle_, limits_.bodyBytes); }
 
   void watch();
@@ -156,12 +163,15 @@ class Connection final : public std::enable_shared_from_this<Connection> {
   std::optional<AnswerParser> parser_;
   boost::beast::flat_static_buffer<pieceBytes> buffer_;
   std::size_t headBytes_ = 0;  ///< read before the header, interim answers and all, was whole
-  std::string authority_;
+  const std::shared_ptr<KeptConnection> kept_;  ///< null unless connections are kept
+  HTTPDestination destination_;
   std::string request_;
   std::vector<tcp::endpoint> endpoints_;  ///< left to try, the next one last
   Instant started_ = SteadyClock::now();
   Instant quietSince_ = started_;
   bool connected_ = false;
+  bool reused_ = false;   ///< the connection has carried other exchanges before
+  bool written_ = false;  ///< the whole request
   bool ended_ = false;
 };
 
@@ -174,22 +184,31 @@ void Handle::cancel() {
 void Connection::start(const ClientRequest& request) {
   if (handle_->isCancelled()) return;
   watch();
-  const auto destination = HTTPDestination::parse(request.url);
+  auto destination = HTTPDestination::parse(request.url);
   if (!destination) return finish(Error{"not an http address: ", request.url});
-  authority_ = destination->authority;
-  request_ = destination->wireForm(request);
-  resolve(*destination);
+  destination_ = std::move(*destination);
+  request_ = destination_.wireForm(request, kept_ != nullptr);
+  if (!reuseConnection()) resolve();
 }
 
-void Connection::resolve(const HTTPDestination& destination) {
+bool Connection::reuseConnection() {
+  auto socket = kept_ ? kept_->take(destination_.authority) : std::nullopt;
+  if (!socket) return false;
+  socket_ = std::move(*socket);
+  reused_ = true;
+  exchange();
+  return true;
+}
+
+void Connection::resolve() {
   error_code notNumeric;
-  const auto address = asio::ip::make_address(destination.host, notNumeric);
+  const auto address = asio::ip::make_address(destination_.host, notNumeric);
   if (!notNumeric) {
-    endpoints_ = {tcp::endpoint(address, destination.port)};
+    endpoints_ = {tcp::endpoint(address, destination_.port)};
     return connect();
   }
   resolver_.emplace(socket_.get_executor())
-      .async_resolve(destination.host, std::to_string(destination.port),
+      .async_resolve(destination_.host, std::to_string(destination_.port),
                      tcp::resolver::numeric_service,
                      [self = shared_from_this()](error_code error,
                                                  const tcp::resolver::results_type& results) {
@@ -226,10 +245,10 @@ error_code Connection::open(const tcp& protocol) {
 }
 
 std::optional<Error> Connection::checkPeer() const {
-  if (!check_) return std::nullopt;
+  if (!check_ || reused_) return std::nullopt;
   error_code error;
   const auto peer = socket_.remote_endpoint(error);
-  if (error) return Error{"lost the connection to ", authority_, ": ", error.message()};
+  if (error) return Error{"lost the connection to ", destination_.authority, ": ", error.message()};
   return check_(peer.address().to_string(), peer.port());
 }
 
@@ -237,13 +256,16 @@ void Connection::exchange() {
   connected_ = true;
   if (auto refusal = checkPeer()) return finish(std::move(refusal));
   quietSince_ = SteadyClock::now();
+  written_ = false;
   error_code ignored;
   socket_.set_option(tcp::no_delay(true), ignored);
   // The server may answer before it has read everything, or without; when writing fails, what
   // there is to read says why.
   asio::async_write(socket_, asio::buffer(request_),
                     [self = shared_from_this()](error_code error, std::size_t) {
-                      if (!error) self->quietSince_ = SteadyClock::now();
+                      if (error) return;
+                      self->written_ = true;
+                      self->quietSince_ = SteadyClock::now();
                     });
   read();
 }
@@ -257,6 +279,11 @@ void Connection::read() {
 
 void Connection::received(error_code error, std::size_t size) {
   quietSince_ = SteadyClock::now();
+  if (error && std::exchange(reused_, false) && !parser_->got_some()) {
+    // The server has ended the kept connection, which it may at any time.
+    connected_ = false;
+    return resolve();
+  }
   if (!error) {
     buffer_.commit(size);
     if (!parser_->is_header_done()) headBytes_ += size;
@@ -294,7 +321,13 @@ void Connection::proceed(error_code error) {
   if (error) return finish(describe(error));
   if (!parser_->is_done()) return read();
   receiver_->finishBody();
+  keepConnection();
   finish(std::nullopt);
+}
+
+void Connection::keepConnection() {
+  if (!kept_ || !written_ || !parser_->keep_alive() || buffer_.size() > 0) return;
+  kept_->keep(destination_.authority, std::move(socket_));
 }
 
 /// One timer watches both limits. It is not moved for every piece that arrives, but checks the
@@ -312,8 +345,9 @@ void Connection::checkTime() {
   const auto now = SteadyClock::now();
   if (now < std::min(silenceEnd(), wholeEnd())) return watch();
   if (!connected_) return couldNotConnect("timed out");
-  if (now >= wholeEnd()) return finish(Error{"timed out: ", authority_, " did not finish in time"});
-  finish(Error{"timed out waiting for ", authority_});
+  if (now >= wholeEnd())
+    return finish(Error{"timed out: ", destination_.authority, " did not finish in time"});
+  finish(Error{"timed out waiting for ", destination_.authority});
 }
 
 Instant Connection::silenceEnd() const {
@@ -325,17 +359,19 @@ Instant Connection::wholeEnd() const {
 }
 
 void Connection::couldNotConnect(std::string_view reason) {
-  finish(Error{"could not connect to ", authority_, ": ", reason});
+  finish(Error{"could not connect to ", destination_.authority, ": ", reason});
 }
 
 Error Connection::describe(error_code error) const {
   if (error == http::error::body_limit)
-    return {authority_, " sent more than ", std::to_string(*limits_.bodyBytes), " bytes"};
+    return {destination_.authority, " sent more than ", std::to_string(*limits_.bodyBytes),
+            " bytes"};
   if (error.category() == boost::system::system_category())
-    return {"lost the connection to ", authority_, ": ", error.message()};
+    return {"lost the connection to ", destination_.authority, ": ", error.message()};
   if (!parser_->is_header_done()) return {"no response"};
-  if (error == http::error::partial_message) return {authority_, " broke off its answer"};
-  return {authority_, " sent a malformed answer"};
+  if (error == http::error::partial_message)
+    return {destination_.authority, " broke off its answer"};
+  return {destination_.authority, " sent a malformed answer"};
 }
 
 void Connection::finish(std::optional<Error> error) {
@@ -357,10 +393,11 @@ void Connection::stop() {
 
 std::shared_ptr<HTTPTask::Exchange> startExchange(Reactor& reactor, ClientRequest request,
                                                   const HTTPLimits& limits, ConnectionCheck check,
-                                                  std::unique_ptr<HTTPReceiver> receiver) {
+                                                  std::unique_ptr<HTTPReceiver> receiver,
+                                                  std::shared_ptr<KeptConnection> kept) {
   auto handle = std::make_shared<Handle>(reactor.context());
-  auto connection = std::make_shared<Connection>(reactor.context(), handle, limits,
-                                                 std::move(check), std::move(receiver));
+  auto connection = std::make_shared<Connection>(
+      reactor.context(), handle, limits, std::move(check), std::move(receiver), std::move(kept));
   handle->attach(connection);
   reactor.post([connection = std::move(connection), request = std::move(request)] {
     connection->start(request);

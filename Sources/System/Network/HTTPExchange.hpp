@@ -8,6 +8,8 @@
 
 namespace zephyl {
 
+class KeptConnection;
+
 /// Takes in one answer as it arrives, on the reactor's thread, and makes the caller's callbacks of
 /// it: at most one per call, because the exchange may be cancelled between two of them.
 class HTTPReceiver {
@@ -37,8 +39,14 @@ struct HTTPLimits {
 /// Starts an exchange on a connection of its own, which `check` must pass. It lives on the reactor
 /// until it is over; the handle that is returned only cancels it. The receiver is let go on the
 /// reactor's thread.
+///
+/// If `kept` is not null, uses its connection, which has passed the check before, and returns it
+/// there after the answer unless the server ends it. A kept connection that ends before anything
+/// was received is replaced by a new one and the request sent again, so `request` must be one that
+/// may be carried out twice.
 std::shared_ptr<HTTPTask::Exchange> startExchange(Reactor& reactor, ClientRequest request,
                                                   const HTTPLimits& limits, ConnectionCheck check,
-                                                  std::unique_ptr<HTTPReceiver> receiver);
+                                                  std::unique_ptr<HTTPReceiver> receiver,
+                                                  std::shared_ptr<KeptConnection> kept = nullptr);
 
 }  // namespace zephyl

@@ -2,6 +2,7 @@
 
 #include "System/Data/LineSplitter.hpp"
 #include "System/Network/HTTPExchange.hpp"
+#include "System/Network/KeptConnection.hpp"
 
 namespace zephyl {
 
@@ -70,13 +71,19 @@ void HTTPTask::cancel() {
   if (const auto exchange = std::move(exchange_)) exchange->cancel();
 }
 
+HTTPSession::HTTPSession(Reactor& reactor, Configuration configuration)
+    : reactor_(&reactor),
+      configuration_(std::move(configuration)),
+      kept_(configuration_.keepsConnection ? std::make_shared<KeptConnection>() : nullptr) {}
+
 HTTPTask HTTPSession::send(ClientRequest request,
                            std::function<void(Result<ClientResponse>)> done) const {
   const HTTPLimits limits{.silence = configuration_.requestTimeout,
                           .whole = request.timeout,
                           .bodyBytes = configuration_.maxBodyBytes};
+  const auto kept = request.method == "GET" ? kept_ : nullptr;
   return HTTPTask(startExchange(*reactor_, std::move(request), limits, configuration_.onConnected,
-                                std::make_unique<WholeReceiver>(std::move(done))));
+                                std::make_unique<WholeReceiver>(std::move(done)), kept));
 }
 
 HTTPTask HTTPSession::stream(ClientRequest request, StreamHandlers handlers) const {

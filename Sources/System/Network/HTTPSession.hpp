@@ -14,6 +14,7 @@
 
 namespace zephyl {
 
+class KeptConnection;
 class Reactor;
 
 /// A request to an HTTP server.
@@ -94,10 +95,12 @@ class HTTPSession {
     std::size_t maxLineBytes = 16UL << 20;
     /// Checks each connection once it stands, before anything is sent on it. May be empty.
     ConnectionCheck onConnected = nullptr;
+    /// Whether `send` keeps the connection of a GET open after its answer and uses it for the next
+    /// GET to the same host and port. The check runs only when a connection is made.
+    bool keepsConnection = false;
   };
 
-  HTTPSession(Reactor& reactor, Configuration configuration)
-      : reactor_(&reactor), configuration_(std::move(configuration)) {}
+  HTTPSession(Reactor& reactor, Configuration configuration);
 
   /// Sends `request` and delivers the whole answer, whatever its status, or the reason why there
   /// is none: refused, timed out, cut off, too long, not HTTP ("no response").
@@ -110,6 +113,7 @@ class HTTPSession {
  private:
   Reactor* reactor_;
   Configuration configuration_;
+  std::shared_ptr<KeptConnection> kept_;  ///< null unless connections are kept
 };
 
 }  // namespace zephyl
