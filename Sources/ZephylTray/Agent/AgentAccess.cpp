@@ -12,9 +12,10 @@ namespace {
 HTTPSession verifiedSession(Reactor& reactor, std::shared_ptr<AgentPeer> peer) {
   return {reactor,
           {.requestTimeout = AgentAccess::requestTimeout,
-           .onConnected = [peer = std::move(peer)](const std::string& address, std::uint16_t port) {
-             return peer->verify(address, port);
-           }}};
+           .onConnected = [peer = std::move(peer)](
+                              const std::string& address,
+                              std::uint16_t port) { return peer->verify(address, port); },
+           .keepsConnection = true}};
 }
 
 }  // namespace
@@ -27,9 +28,7 @@ AgentAccess::AgentAccess(const Runtime& runtime, std::int64_t port)
 
 AgentMonitor::Port AgentAccess::monitorPort() const {
   AgentMonitor::Port port;
-  port.getStatus = [client = client_](auto done) { client.getStatus(std::move(done)); };
-  port.getRoots = [client = client_](auto done) { client.getRoots(std::move(done)); };
-  port.getActivity = [client = client_](auto done) { client.getActivity(std::move(done)); };
+  port.poll = [client = client_](auto done) { client.poll(std::move(done)); };
   port.followEvents = [runtime = runtime_, url = client_.base() + "/api/events",
                        peer = peer_](auto onActivity) {
     return std::make_shared<ActivityStream>(runtime, url, peer, std::move(onActivity));

@@ -64,12 +64,27 @@ APIError refusal(const ClientResponse& response) {
 
 }  // namespace
 
-void AgentClient::getStatus(Completion<AgentStatus> done) const {
-  get(statusPath, decoding<AgentStatus>(onMainLoop(std::move(done))));
-}
-
-void AgentClient::getActivity(Completion<Activity> done) const {
-  get(activityPath, decoding<Activity>(onMainLoop(std::move(done))));
+/// The main thread sees the end alone, so that a poll wakes it once.
+void AgentClient::poll(Completion<AgentPoll> done) const {
+  const auto found = std::make_shared<AgentPoll>();
+  const Completion<AgentPoll> finish = onMainLoop(std::move(done));
+  const auto receiveActivity = [found, finish](Result<Activity> activity) {
+    if (activity) found->activity = std::move(*activity);
+    finish(std::move(*found));
+  };
+  const auto receiveRoots = [client = *this, found, finish,
+                             receiveActivity](Result<std::vector<SharedRoot>> roots) {
+    if (!roots) return finish(roots.error());
+    found->roots = std::move(*roots);
+    client.get(activityPath, decoding<Activity>(receiveActivity));
+  };
+  const auto receiveStatus = [client = *this, found, finish,
+                              receiveRoots](Result<AgentStatus> status) {
+    if (!status) return finish(status.error());
+    found->status = std::move(*status);
+    client.get(rootsPath, decodingRoots(receiveRoots));
+  };
+  get(statusPath, decoding<AgentStatus>(receiveStatus));
 }
 
 void AgentClient::getRoots(Completion<std::vector<SharedRoot>> done) const {

@@ -11,6 +11,7 @@
 #include "System/Data/Result.hpp"
 #include "System/Network/HTTPSession.hpp"
 #include "ZephylTray/Agent/AgentRecords.hpp"
+#include "ZephylTray/Agent/AgentSnapshot.hpp"
 
 namespace zephyl {
 
@@ -19,7 +20,7 @@ namespace zephyl {
 using APIError = Error;
 
 /// Client of the agent's JSON API on the loopback interface: one operation per endpoint, one
-/// request per operation, no retries.
+/// request per operation, no retries. A poll alone makes three requests.
 ///
 /// An immutable value; copies share the session. Operations may be called from any thread and run
 /// concurrently. Answers are decoded on the reactor's thread; each operation then calls its
@@ -36,8 +37,9 @@ class AgentClient {
 
   [[nodiscard]] const std::string& base() const { return base_; }
 
-  void getStatus(Completion<AgentStatus> done) const;
-  void getActivity(Completion<Activity> done) const;
+  /// Requests status, folders and activity, one after the other. Fails with the first of status and
+  /// folders that fails.
+  void poll(Completion<AgentPoll> done) const;
   void getRoots(Completion<std::vector<SharedRoot>> done) const;
 
   /// `name` and `servers` are sent only when not empty.

@@ -23,36 +23,14 @@ void AgentMonitor::startPolling() {
                                weakly(this, [](AgentMonitor& self) { self.refresh(); }));
 }
 
-/// Three requests, one after the other.
 void AgentMonitor::pollOnce(Task done) {
-  const PollCompletion finish =
-      weakly(this, [done = std::move(done)](AgentMonitor& self, std::optional<Poll> poll) {
-        self.apply(std::move(poll));
-        if (done) done();
-      });
-  port_.getStatus(weakly(this, [finish](AgentMonitor& self, Result<AgentStatus> status) {
-    if (!status) return finish(std::nullopt);
-    self.requestRoots(std::move(*status), finish);
+  port_.poll(weakly(this, [done = std::move(done)](AgentMonitor& self, Result<AgentPoll> poll) {
+    self.apply(std::move(poll));
+    if (done) done();
   }));
 }
 
-void AgentMonitor::requestRoots(AgentStatus status, const PollCompletion& done) {
-  port_.getRoots(weakly(this, [status = std::move(status), done](
-                                  AgentMonitor& self, Result<std::vector<SharedRoot>> roots) {
-    if (!roots) return done(std::nullopt);
-    self.requestActivity({.status = status, .roots = std::move(*roots), .activity = {}}, done);
-  }));
-}
-
-void AgentMonitor::requestActivity(Poll poll, const PollCompletion& done) {
-  port_.getActivity([poll = std::move(poll), done](Result<Activity> activity) {
-    Poll complete = poll;
-    if (activity) complete.activity = std::move(*activity);
-    done(std::move(complete));
-  });
-}
-
-void AgentMonitor::apply(std::optional<Poll> poll) {
+void AgentMonitor::apply(Result<AgentPoll> poll) {
   polled_ = true;
   snapshot_.reachable = poll.has_value();
   if (poll) {

@@ -28,14 +28,10 @@ class AgentMonitor : public std::enable_shared_from_this<AgentMonitor> {
  public:
   static constexpr Duration pollInterval = std::chrono::seconds(2);
 
-  template <typename T>
-  using Completion = std::function<void(Result<T>)>;
-
-  /// What the monitor asks of the agent. Completions come later, once each, on the main thread.
+  /// What the monitor asks of the agent.
   struct Port {
-    std::function<void(Completion<AgentStatus>)> getStatus;
-    std::function<void(Completion<std::vector<SharedRoot>>)> getRoots;
-    std::function<void(Completion<Activity>)> getActivity;
+    /// Requests status, folders and activity. Completes later, once, on the main thread.
+    std::function<void(std::function<void(Result<AgentPoll>)>)> poll;
     /// Follows the event stream as long as the returned handle lives.
     std::function<std::shared_ptr<void>(std::function<void(Activity)>)> followEvents;
     /// A poll has failed, so another program may own the agent's port by now.
@@ -75,17 +71,7 @@ class AgentMonitor : public std::enable_shared_from_this<AgentMonitor> {
   [[nodiscard]] std::function<bool()> busyQuery() const;
 
  private:
-  /// What one successful poll brought. `activity` is nullopt if only that request failed.
-  struct Poll {
-    AgentStatus status;
-    std::vector<SharedRoot> roots;
-    std::optional<Activity> activity;
-  };
-  using PollCompletion = std::function<void(std::optional<Poll>)>;
-
-  void requestRoots(AgentStatus status, const PollCompletion& done);
-  void requestActivity(Poll poll, const PollCompletion& done);
-  void apply(std::optional<Poll> poll);
+  void apply(Result<AgentPoll> poll);
   void receive(Activity activity);
   void report(Update update);
 

@@ -7,6 +7,13 @@
 
 namespace zephyl {
 
+/// What one successful poll found. `activity` is nullopt if only that request failed.
+struct AgentPoll {
+  AgentStatus status;
+  std::vector<SharedRoot> roots;
+  std::optional<Activity> activity;
+};
+
 /// What is known about the agent. While it is not reachable, `status` is nullopt and `roots` is
 /// empty.
 struct AgentSnapshot {

@@ -44,21 +44,55 @@ class AgentClientTest : public ::testing::Test {
   AgentClient client_{mainLoop_, agent_.base(), HTTPSession(reactor_, {.requestTimeout = 4s})};
 };
 
-TEST_F(AgentClientTest, ReadsStatusRootsAndActivity) {
+TEST_F(AgentClientTest, APollReadsStatusRootsAndActivityInThisOrder) {
   agent_.answerHealthily(R"([{"root":"/a","name":"a"}])");
-  EXPECT_EQ(call<AgentStatus>(&AgentClient::getStatus)->state, AgentState::connected);
-  EXPECT_EQ(call<std::vector<SharedRoot>>(&AgentClient::getRoots)->front().root, "/a");
-  EXPECT_FALSE(call<Activity>(&AgentClient::getActivity)->busy);
+  const auto found = call<AgentPoll>(&AgentClient::poll);
+  ASSERT_TRUE(found);
+  EXPECT_EQ(found->status.state, AgentState::connected);
+  EXPECT_EQ(found->roots.front().root, "/a");
+  ASSERT_TRUE(found->activity);
+  EXPECT_FALSE(found->activity->busy);
+  std::vector<std::string> paths;
+  for (const auto& request : agent_.requests()) paths.push_back(request.path);
+  EXPECT_EQ(paths, (std::vector<std::string>{"/api/status", "/api/roots", "/api/activity"}));
+}
+
+TEST_F(AgentClientTest, APollFailsWithTheFirstOfStatusAndRootsThatFails) {
+  agent_.answerHealthily();
+  agent_.answer("GET /api/roots", 404, R"({"error":"no such thing"})");
+  EXPECT_EQ(call<AgentPoll>(&AgentClient::poll).error().message, "roots: missing");
+  agent_.answer("GET /api/status", 404, R"({"error":"no such thing"})");
+  EXPECT_EQ(call<AgentPoll>(&AgentClient::poll).error().message, "state: missing");
+  EXPECT_EQ(agent_.requestCount("GET /api/roots"), 1U);
+  EXPECT_EQ(agent_.requestCount("GET /api/activity"), 0U);
+}
+
+TEST_F(AgentClientTest, APollWhoseActivityFailsSucceedsWithoutOne) {
+  agent_.answerHealthily();
+  agent_.answer("GET /api/activity", 404, "{}");
+  const auto found = call<AgentPoll>(&AgentClient::poll);
+  ASSERT_TRUE(found);
+  EXPECT_FALSE(found->activity);
+}
+
+TEST_F(AgentClientTest, APollWakesTheMainThreadOnce) {
+  agent_.answerHealthily();
+  bool isDone = false;
+  client_.poll([&](const Result<AgentPoll>&) { isDone = true; });
+  ASSERT_TRUE(mainLoop_.waitForTask(30s));
+  mainLoop_.runPending();
+  EXPECT_TRUE(isDone);
 }
 
 TEST_F(AgentClientTest, AReadDoesNotLookAtTheStatusCode) {
-  agent_.answer("GET /api/status", 500, R"({"state":"connecting"})");
-  EXPECT_EQ(call<AgentStatus>(&AgentClient::getStatus)->state, AgentState::connecting);
+  agent_.answer("GET /api/roots", 500, R"({"roots":[]})");
+  EXPECT_TRUE(call<std::vector<SharedRoot>>(&AgentClient::getRoots));
 }
 
 TEST_F(AgentClientTest, AReadThatIsAnsweredWithSomethingElseFailsInDecoding) {
-  agent_.answer("GET /api/status", 404, R"({"error":"no such thing"})");
-  EXPECT_EQ(call<AgentStatus>(&AgentClient::getStatus).error().message, "state: missing");
+  agent_.answer("GET /api/roots", 404, R"({"error":"no such thing"})");
+  EXPECT_EQ(call<std::vector<SharedRoot>>(&AgentClient::getRoots).error().message,
+            "roots: missing");
 }
 
 TEST_F(AgentClientTest, AWriteFailsWithTheAgentsOwnWords) {
@@ -134,8 +168,8 @@ TEST_F(AgentClientTest, RevokingAGrantReturnsTheRest) {
 TEST_F(AgentClientTest, ARefusedConnectionIsAnErrorWithAReason) {
   const AgentClient nowhere(mainLoop_, "http://127.0.0.1:1", HTTPSession(reactor_, {}));
   std::string message;
-  nowhere.getStatus([&](const Result<AgentStatus>& status) {
-    message = status ? "no error" : status.error().message;
+  nowhere.poll([&](const Result<AgentPoll>& found) {
+    message = found ? "no error" : found.error().message;
   });
   EXPECT_TRUE(runUntil([&] { return !message.empty(); }));
   EXPECT_NE(message.find("refused"), std::string::npos) << message;

@@ -23,8 +23,8 @@ class AgentMonitorTest : public ::testing::Test {
   }
 
   void answerPoll() {
-    statusAsked_.front()(status_);
-    statusAsked_.erase(statusAsked_.begin());
+    polls_.front()(result_);
+    polls_.erase(polls_.begin());
   }
   void poll() {
     monitor_->refresh();
@@ -32,10 +32,11 @@ class AgentMonitorTest : public ::testing::Test {
   }
 
   const Error refused_{"refused"};
-  Result<AgentStatus> status_ = AgentStatus{.state = AgentState::connected};
-  Result<std::vector<SharedRoot>> roots_ = std::vector<SharedRoot>{};
-  Result<Activity> activity_ = Activity{};
-  std::vector<AgentMonitor::Completion<AgentStatus>> statusAsked_;
+  const AgentPoll found_{.status = {.state = AgentState::connected},
+                         .roots = {{.root = "/a", .name = "a"}},
+                         .activity = Activity{.busy = true}};
+  Result<AgentPoll> result_ = found_;
+  std::vector<std::function<void(Result<AgentPoll>)>> polls_;
   std::function<void(Activity)> event_;
   int streams_ = 0;  // followed now
   int peerForgotten_ = 0;
@@ -45,9 +46,7 @@ class AgentMonitorTest : public ::testing::Test {
   std::shared_ptr<AgentMonitor> monitor_ = std::make_shared<AgentMonitor>(
       mainLoop_, clock_,
       AgentMonitor::Port{
-          .getStatus = [this](auto done) { statusAsked_.push_back(done); },
-          .getRoots = [this](auto done) { done(roots_); },
-          .getActivity = [this](auto done) { done(activity_); },
+          .poll = [this](auto done) { polls_.push_back(done); },
           .followEvents =
               [this](auto onActivity) {
                 event_ = onActivity;
@@ -66,58 +65,51 @@ TEST_F(AgentMonitorTest, KnowsNothingBeforeTheFirstPoll) {
 }
 
 TEST_F(AgentMonitorTest, APollThatSucceedsMakesTheAgentReachable) {
-  roots_ = std::vector<SharedRoot>{{.root = "/a", .name = "a"}};
-  activity_ = Activity{.busy = true};
   poll();
   EXPECT_TRUE(monitor_->hasPolled());
   EXPECT_TRUE(monitor_->snapshot().reachable);
-  EXPECT_EQ(monitor_->snapshot().status, *status_);
-  EXPECT_EQ(monitor_->snapshot().roots, *roots_);
-  EXPECT_EQ(monitor_->snapshot().activity, *activity_);
+  EXPECT_EQ(monitor_->snapshot().status, found_.status);
+  EXPECT_EQ(monitor_->snapshot().roots, found_.roots);
+  EXPECT_EQ(monitor_->snapshot().activity, found_.activity);
   EXPECT_EQ(updates_, std::vector{Update::poll});
   EXPECT_EQ(peerForgotten_, 0);
 }
 
-TEST_F(AgentMonitorTest, AFailureOfStatusOrRootsClearsEverything) {
+TEST_F(AgentMonitorTest, AFailedPollClearsEverything) {
   poll();
-  for (const bool statusFails : {true, false}) {
-    status_ = statusFails ? Result<AgentStatus>(refused_) : AgentStatus{};
-    roots_ = statusFails ? std::vector<SharedRoot>{} : Result<std::vector<SharedRoot>>(refused_);
-    poll();
-    EXPECT_TRUE(monitor_->hasPolled());
-    EXPECT_FALSE(monitor_->snapshot().reachable);
-    EXPECT_FALSE(monitor_->snapshot().status);
-    EXPECT_FALSE(monitor_->snapshot().activity);
-    EXPECT_TRUE(monitor_->snapshot().roots.empty());
-    status_ = AgentStatus{};
-    roots_ = std::vector<SharedRoot>{{.root = "/a", .name = "a"}};
-    poll();
-    EXPECT_TRUE(monitor_->snapshot().reachable);
-  }
-  EXPECT_EQ(peerForgotten_, 2);
-}
-
-TEST_F(AgentMonitorTest, AFailureOfTheActivityAloneKeepsTheLastOne) {
-  activity_ = Activity{.busy = true};
+  result_ = refused_;
   poll();
-  activity_ = refused_;
-  roots_ = std::vector<SharedRoot>{{.root = "/a", .name = "a"}};
+  EXPECT_TRUE(monitor_->hasPolled());
+  EXPECT_FALSE(monitor_->snapshot().reachable);
+  EXPECT_FALSE(monitor_->snapshot().status);
+  EXPECT_FALSE(monitor_->snapshot().activity);
+  EXPECT_TRUE(monitor_->snapshot().roots.empty());
+  EXPECT_EQ(peerForgotten_, 1);
+  result_ = found_;
   poll();
   EXPECT_TRUE(monitor_->snapshot().reachable);
-  EXPECT_EQ(monitor_->snapshot().roots.size(), 1U);
+  EXPECT_EQ(peerForgotten_, 1);
+}
+
+TEST_F(AgentMonitorTest, APollWithoutActivityKeepsTheLastOne) {
+  poll();
+  result_ = AgentPoll{};
+  poll();
+  EXPECT_TRUE(monitor_->snapshot().reachable);
+  EXPECT_TRUE(monitor_->snapshot().roots.empty());
   EXPECT_TRUE(monitor_->snapshot().activity->busy);
 }
 
 TEST_F(AgentMonitorTest, PollsEveryTwoSecondsAndASlowPollDoesNotHoldUpTheNext) {
   monitor_->startPolling();
-  EXPECT_TRUE(statusAsked_.empty());
+  EXPECT_TRUE(polls_.empty());
   clock_.advance(1999ms);
   mainLoop_.runPending();
-  EXPECT_TRUE(statusAsked_.empty());
+  EXPECT_TRUE(polls_.empty());
   for (std::size_t polls = 1; polls <= 3; ++polls) {
     clock_.advance(polls == 1 ? 1ms : 2000ms);
     mainLoop_.runPending();
-    EXPECT_EQ(statusAsked_.size(), polls);
+    EXPECT_EQ(polls_.size(), polls);
   }
 }
 
@@ -163,7 +155,7 @@ TEST_F(AgentMonitorTest, TheBusyQueryFollowsTheActivityAndOutlivesTheMonitor) {
   monitor_->startActivityStream();
   event_(Activity{.busy = true});
   EXPECT_TRUE(isBusy());
-  status_ = refused_;
+  result_ = refused_;
   poll();
   EXPECT_FALSE(isBusy());
   event_(Activity{.busy = true});
@@ -183,7 +175,7 @@ TEST_F(AgentMonitorTest, WhatArrivesAfterItIsGoneDoesNothing) {
   mainLoop_.runPending();
   EXPECT_FALSE(done);
   EXPECT_TRUE(updates_.empty());
-  EXPECT_TRUE(statusAsked_.empty());
+  EXPECT_TRUE(polls_.empty());
   EXPECT_EQ(streams_, 0);
 }
 
