@@ -12,7 +12,7 @@ import pytest
 from support.agent_fixtures import folder, start  # noqa: F401 (fixtures)
 from support.agent_process import FAST, PROGRAM, run
 from support.agent_sockets import exchange, listener
-from support.tray import eventually, free_port
+from support.tray import SANITIZERS, eventually, free_port
 
 
 # Starting
@@ -411,7 +411,7 @@ def test_a_signal_ends_it_in_order(start, folder, number):
 
 
 def test_a_reader_of_its_log_that_goes_away_does_not_matter(start, tmp_path):
-    process = subprocess.Popen([PROGRAM, *FAST], env={"HOME": str(tmp_path)}, text=True,
+    process = subprocess.Popen([PROGRAM, *FAST], env={"HOME": str(tmp_path), **SANITIZERS}, text=True,
                                stdout=subprocess.PIPE)
     try:
         port = int(process.stdout.readline().rpartition(":")[2])

@@ -14,7 +14,8 @@ import pytest
 
 from support.control_api import stop
 from support.scripted_tray import TOKEN, ScriptedTray
-from support.tray import SANDBOX, Tray, World, command_name, descendants, eventually, free_port, is_alive
+from support.tray import (SANDBOX, SANITIZERS, Tray, World, command_name, descendants, eventually,
+                          free_port, is_alive)
 
 PROGRAM = SANDBOX / "zephyl-desktop"
 IDLE = "#!/bin/sh\nexec sleep 1000\n"
@@ -27,7 +28,7 @@ class Desktop:
     def __init__(self, root, port):
         self.root = root
         self.socket = root / "data" / "Zephyl" / "desktop.sock"
-        self.environment = {"HOME": str(root), "XDG_DATA_HOME": str(root / "data")}
+        self.environment = {"HOME": str(root), "XDG_DATA_HOME": str(root / "data")} | SANITIZERS
         self.told = self.environment | {"ZEPHYL_ONBOARD_TOKEN": TOKEN, "ZEPHYL_ONBOARD_PORT": str(port)}
         self.windows = []
 
@@ -366,7 +367,7 @@ def fixture_home():
         tray = Tray(world)
         running.callback(tray.close)
         desktop = Desktop(world.root, world.control_port)
-        desktop.environment = {"HOME": str(world.home)}
+        desktop.environment = {"HOME": str(world.home)} | SANITIZERS
         desktop.socket = world.base / "desktop.sock"
         desktop.world, desktop.tray = world, tray
         eventually(desktop.socket.exists, what="the window's socket")

@@ -12,7 +12,7 @@ import threading
 import time
 
 from support import agent_records
-from support.tray import eventually
+from support.tray import SANITIZERS, eventually
 
 REPOSITORY = pathlib.Path(__file__).resolve().parents[3]
 PROGRAM = pathlib.Path(
@@ -36,7 +36,7 @@ class RunningAgent:
     def __init__(self, home, *arguments, **environment):
         self.lines = []
         self.process = subprocess.Popen(
-            [PROGRAM, *(arguments or FAST)], env={"HOME": str(home), **environment},
+            [PROGRAM, *(arguments or FAST)], env={"HOME": str(home), **SANITIZERS, **environment},
             stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, text=True)
         self._reader = threading.Thread(target=self._read)
         self._reader.start()

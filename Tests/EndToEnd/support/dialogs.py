@@ -14,7 +14,7 @@ from support.accessibility import Accessibility
 from support.desktop_services import PORTAL, PORTAL_PATH
 from support.panel import Picture
 from support.session_bus import SessionBus
-from support.tray import BUILD, eventually
+from support.tray import BUILD, SANITIZERS, eventually
 
 PROGRAM = BUILD / "zephyl-tray-dialogs"
 WIDTH, HEIGHT = 1600, 1000
@@ -67,7 +67,7 @@ class Screen:
         (self.root / "run").mkdir(mode=0o700)
         self.environment = {
             "PATH": os.environ["PATH"], "LANG": "C.UTF-8", "HOME": str(self.home),
-            "XDG_RUNTIME_DIR": str(self.root / "run"), "QT_LINUX_ACCESSIBILITY_ALWAYS_ON": "1"}
+            "XDG_RUNTIME_DIR": str(self.root / "run"), "QT_LINUX_ACCESSIBILITY_ALWAYS_ON": "1"} | SANITIZERS
         reader, writer = os.pipe()
         self._server = subprocess.Popen(
             ["Xvfb", "-displayfd", str(writer), "-screen", "0", f"{WIDTH}x{HEIGHT}x24",
@@ -173,7 +173,7 @@ class WaylandScreen:
         self.environment = {
             "PATH": os.environ["PATH"], "LANG": "C.UTF-8", "HOME": str(self.root),
             "XDG_RUNTIME_DIR": str(self.root), "WAYLAND_DISPLAY": "wayland-test",
-            "DBUS_SESSION_BUS_ADDRESS": "unix:path=/nonexistent/bus"}
+            "DBUS_SESSION_BUS_ADDRESS": "unix:path=/nonexistent/bus"} | SANITIZERS
         self._server = subprocess.Popen(
             ["weston", "--backend=headless-backend.so", "--socket=wayland-test", "--use-pixman",
              f"--width={WIDTH}", f"--height={HEIGHT}", f"--scale={scale}", "--no-config", "--debug"],

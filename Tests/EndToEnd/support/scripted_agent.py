@@ -12,7 +12,7 @@ class ScriptedAgent:
     """Answers on a port of its own. `answers` maps a path to bytes (sent with 200) or to a function
     that is given the request's handler."""
 
-    def __init__(self, port=0):
+    def __init__(self, port=0, keeps_connections=False):
         agent = self
         self.requests = []  # (monotonic time, path)
         self.answers = {
@@ -39,7 +39,8 @@ class ScriptedAgent:
             def reply(self, status, body):
                 self.send_response(status)
                 self.send_header("Content-Length", str(len(body)))
-                self.send_header("Connection", "close")
+                if not keeps_connections:
+                    self.send_header("Connection", "close")
                 self.end_headers()
                 self.wfile.write(body)
 

@@ -16,6 +16,8 @@ import time
 REPOSITORY = pathlib.Path(__file__).resolve().parents[3]
 BUILD = pathlib.Path(os.environ.get("ZEPHYL_BUILD_DIR", REPOSITORY / "build"))
 SANDBOX = BUILD / "sandbox"
+SLOWNESS = float(os.environ.get("ZEPHYL_SLOWNESS", 1))  # of programs with sanitizers
+SANITIZERS = {name: value for name, value in os.environ.items() if name.endswith("SAN_OPTIONS")}
 
 
 def free_port():
@@ -26,7 +28,7 @@ def free_port():
 
 def eventually(condition, limit=10.0, what="the condition"):
     """Waits until condition() is true and returns what it returned."""
-    deadline = time.monotonic() + limit
+    deadline = time.monotonic() + limit * SLOWNESS
     while not (value := condition()):
         assert time.monotonic() < deadline, f"{what} did not come true within {limit} s"
         time.sleep(0.005)
@@ -119,7 +121,7 @@ class World:
             "ZEPHYL_SANDBOX_FOLDERS": str(self.folder),
             "ZEPHYL_SANDBOX_MODEL_RATE": "1000000000",
             "ZEPHYL_SANDBOX_EMBED_RATE": "1000",
-        }
+        } | SANITIZERS
 
     def install(self, component):
         """Adds a component of the build to the installation: "tray", "desktop" or "updater"."""
@@ -221,7 +223,7 @@ class Tray:
         self.process.send_signal(number)
 
     def wait(self, limit=10.0):
-        status = self.process.wait(limit)
+        status = self.process.wait(limit * SLOWNESS)
         self._reader.join(limit)
         return status
 
