@@ -1,1 +1,1 @@
-// Exists to give the precompiled header an object to be compiled with.
+// Compiles the precompiled header, which requires a source file.

@@ -12,11 +12,11 @@ using Task = std::function<void()>;
 using Duration = std::chrono::nanoseconds;
 using Instant = std::chrono::steady_clock::time_point;
 
-/// A timer that has been set; destroying or resetting it cancels it. Cancelling does not wait
-/// for a task that is already running.
+/// A running timer. Destroying or cancelling it cancels the timer. Cancelling does not wait for a
+/// task that is already running.
 class Timer {
  public:
-  /// What a clock knows of one timer.
+  /// A clock's state of one timer. Its destructor cancels the timer.
   class Registration {
    public:
     virtual ~Registration() = default;
@@ -36,11 +36,11 @@ class Timer {
   std::unique_ptr<Registration> registration_;
 };
 
-/// Where time comes from: monotonic now and timers, the calendar for what people read. The
-/// program has one, made by `main`; tests own theirs and move it by hand.
+/// The source of time: a monotonic time, timers, and the calendar time for display. `main` makes
+/// the only clock of the program. Tests make clocks that they set themselves.
 ///
-/// Callable from any thread. Tasks run on the clock's own thread and must be short: they hand
-/// their work to a queue.
+/// Callable from any thread. Tasks run on the clock's own thread. They must be short and pass
+/// longer work to a queue.
 class Clock {
  public:
   virtual ~Clock() = default;
@@ -53,9 +53,9 @@ class Clock {
 
   /// Runs `task` once, `delay` from now.
   [[nodiscard]] virtual Timer after(Duration delay, Task task) = 0;
-  /// Runs `task` every `interval`, first one interval from now. A late tick is not made up for.
+  /// Runs `task` every `interval`, first one interval from now. Missed ticks are not repeated.
   [[nodiscard]] virtual Timer every(Duration interval, Task task) = 0;
-  /// Like `after`, for work that nobody cancels; it must hold its owner weakly.
+  /// Like `after`, but the task cannot be cancelled, so it must hold its owner weakly.
   virtual void afterDetached(Duration delay, Task task) = 0;
 };
 

@@ -12,7 +12,7 @@ namespace zephyl {
 
 namespace {
 
-/// A timer whose task runs on the main thread. Owns the task; what is on its way there does not.
+/// A timer whose task runs on the main thread. Owns the task, so that pending posts hold it weakly.
 class LoopTimer final : public Timer::Registration {
  public:
   LoopTimer(std::shared_ptr<Task> task, Timer timer)
@@ -47,14 +47,14 @@ void MainLoop::enqueue(Entry entry) {
   }
   wake_.notify_one();
   if (overrun) {
-    log("the main thread has been running one task for {:.1f} s and does nothing else meanwhile: "
+    log("the main thread is blocked: it has been running one task for {:.1f} s: "
         "{}",
         seconds(overrun->time), overrun->task);
   }
 }
 
-/// Returns a function that posts the task while its timer exists. The task runs unless the timer
-/// has gone meanwhile.
+/// Returns a function that posts the task. The posted task does nothing if its timer was destroyed
+/// meanwhile.
 Task MainLoop::posting(const std::shared_ptr<Task>& task) {
   const auto run = weakly(task, [](const Task& due) { due(); });
   return [this, run, &type = task->target_type()] { enqueue({run, &type}); };
@@ -92,7 +92,7 @@ void MainLoop::runNext(std::unique_lock<std::mutex>& lock) {
   const auto overrun = watch_.end();
   if (!overrun) return;
   lock.unlock();
-  log("the main thread was busy with one task for {:.1f} s: {}", seconds(overrun->time),
+  log("the main thread was blocked by one task for {:.1f} s: {}", seconds(overrun->time),
       overrun->task);
   lock.lock();
 }
@@ -123,7 +123,7 @@ void MainLoop::quit() {
 }
 
 void MainLoop::close() {
-  std::deque<Entry> dropped;  // destroyed without the lock: their captures may call back here
+  std::deque<Entry> dropped;  // destroyed without the lock, because captures may call back
   {
     const std::scoped_lock lock(mutex_);
     closed_ = true;
@@ -158,7 +158,7 @@ bool MainLoop::runAndWait(const Task& work, const std::stop_token& stop) {
   };
 
   const std::stop_callback wakeUp(stop, [this] {
-    { const std::scoped_lock lock(mutex_); }  // a waiter has seen the request, or waits already
+    { const std::scoped_lock lock(mutex_); }  // orders the request before or after a waiter's check
     visited_.notify_all();
   });
   const auto ending = [&] { return closed_ || stop.stop_requested(); };
@@ -166,7 +166,7 @@ bool MainLoop::runAndWait(const Task& work, const std::stop_token& stop) {
   if (ending()) return false;
   tasks_.push_back({perform, &work.target_type()});
   lock.unlock();
-  wake_.notify_one();  // without the lock, for which the main thread would have to wait again
+  wake_.notify_one();  // without the lock, which the main thread needs next
   lock.lock();
   visited_.wait(lock, [&] {
     return visit->progress == Progress::done || visit->progress == Progress::abandoned ||

@@ -15,34 +15,34 @@
 
 namespace zephyl {
 
-/// The main thread's task loop: all controller state and every decision about what is shown
-/// lives here. The thread that constructs it is the main thread.
+/// The task loop of the main thread, which owns all controller state and decides what is shown. The
+/// thread that constructs the loop is the main thread.
 ///
-/// Once closed it takes no more tasks: `async` drops them, and every `sync`, also one that is
-/// already waiting, ends with the error "shutting down". So nobody hangs on a loop that is gone.
+/// After `close`, `async` drops its tasks, and every `sync`, including those that wait, fails with
+/// "shutting down", so that no thread waits for a closed loop.
 ///
-/// While `run` runs, a task that takes longer than `TaskWatch::limit` is logged once: by the next
-/// thread that adds a task, at the latest when the task ends.
+/// During `run`, a task that takes longer than `TaskWatch::limit` is logged once: by the next
+/// thread that adds a task, or when the task ends.
 class MainLoop {
  public:
-  /// `now` is the time by which tasks are watched, of a clock that never goes back.
+  /// Measures the duration of tasks with `now`, a clock that never goes back.
   explicit MainLoop(std::function<Instant()> now = std::chrono::steady_clock::now);
   ~MainLoop() { close(); }
   MainLoop(const MainLoop&) = delete;
   MainLoop& operator=(const MainLoop&) = delete;
 
-  /// Runs `task` on the main thread, later. From any thread.
+  /// Runs `task` on the main thread, later. Callable from any thread.
   void async(Task task);
 
   /// Runs `task` on the main thread once, `delay` from now. Destroying or cancelling the timer on
-  /// the main thread cancels the task, also when it is due already. From any thread, as is `every`.
-  /// `clock` outlives the timer, and the loop outlives the clock's timers.
+  /// the main thread cancels the task even if it is already due. Callable from any thread, as is
+  /// `every`. `clock` must outlive the timer, and the loop must outlive the clock's timers.
   [[nodiscard]] Timer after(Clock& clock, Duration delay, Task task);
   /// Runs `task` on the main thread every `interval`, first one interval from now.
   [[nodiscard]] Timer every(Clock& clock, Duration interval, Task task);
 
-  /// Returns a function that runs `work` on the main thread, later, with its arguments. It may be
-  /// called from any thread, so it suits a completion that comes from another one.
+  /// Returns a function that runs `work` with its arguments on the main thread, later. It is
+  /// callable from any thread, so it suits as a completion handler that another thread calls.
   template <typename Work>
   [[nodiscard]] auto later(Work work) {
     return [this, work = std::move(work)](auto&&... values) {
@@ -52,22 +52,22 @@ class MainLoop {
     };
   }
 
-  /// Runs `work` on the main thread, waits for it and returns what it returns. From any thread
-  /// but the main one. A request to stop, too, ends the wait with "shutting down", unless the work
-  /// has begun; so does work that throws (see TaskFailure).
+  /// Runs `work` on the main thread, waits for it and returns its result. Callable from any thread
+  /// but the main one. Fails with "shutting down" if the loop is closed or `stop` is requested
+  /// before the work begins, or if the work throws (see TaskFailure).
   template <typename Work>
   auto sync(Work&& work, std::stop_token stop = {}) -> Result<std::invoke_result_t<Work>>;
 
-  /// Runs tasks until `quit`. Main thread only, as are the next two.
+  /// Runs tasks until `quit`. Main thread only, as are the next two functions.
   void run();
-  /// Runs what is pending now and returns; the crank that tests turn.
+  /// Runs the tasks that are pending now, and returns. For tests.
   void runPending();
-  /// Waits at most `limit` of real time for a task to come; whether one is pending.
+  /// Waits for a task for at most `limit` of real time. Returns whether a task is pending.
   bool waitForTask(Duration limit);
 
-  /// Makes `run` return after the task that is running. From any thread.
+  /// Makes `run` return after the current task. Callable from any thread.
   void quit();
-  /// From now on nothing runs any more. From any thread.
+  /// Drops all pending and future tasks. Callable from any thread.
   void close();
 
   [[nodiscard]] bool isCurrent() const { return std::this_thread::get_id() == thread_; }
@@ -80,19 +80,19 @@ class MainLoop {
 
   struct Entry {
     Task task;
-    const std::type_info* type;  ///< of the task that the caller gave, without what wraps it
+    const std::type_info* type;  ///< of the caller's task, without its wrappers
   };
 
   void enqueue(Entry entry);
   [[nodiscard]] Task posting(const std::shared_ptr<Task>& task);
   void runNext(std::unique_lock<std::mutex>& lock);
-  /// False when the loop was closed, or a stop requested, before the work began, or when the work
+  /// Returns false if the loop was closed or a stop requested before the work began, or if the work
   /// threw.
   bool runAndWait(const Task& work, const std::stop_token& stop);
 
   const std::thread::id thread_;
   std::mutex mutex_;
-  std::condition_variable wake_;     // tasks came, or quit
+  std::condition_variable wake_;     // a task was added, or quit was called
   std::condition_variable visited_;  // a sync ended, or the loop was closed
   std::deque<Entry> tasks_;
   TaskWatch watch_;

@@ -2,9 +2,9 @@
 
 namespace zephyl {
 
-/// Declares that the current thread must not wait for the end of a child as long as an object of
-/// this class exists on it: the thread has other work to do, and a child may take long to end.
-/// Waits are asserted not to happen there. Objects nest. Destroyed on the thread that made it.
+/// Declares that the current thread must not wait for the end of a child while an object of this
+/// class exists on it, because a child may take long to end. Such waits fail an assertion. Objects
+/// nest. An object must be destroyed on the thread that made it.
 class NoChildWaits {
  public:
   NoChildWaits() { ++count_; }
@@ -12,7 +12,7 @@ class NoChildWaits {
   NoChildWaits(const NoChildWaits&) = delete;
   NoChildWaits& operator=(const NoChildWaits&) = delete;
 
-  /// Whether the current thread may wait for the end of a child.
+  /// Returns whether the current thread may wait for the end of a child.
   [[nodiscard]] static bool allowWaiting() { return count_ == 0; }
 
  private:

@@ -13,25 +13,25 @@ class io_context;
 
 namespace zephyl {
 
-/// A thread that waits on descriptors and deadlines. The program's main one, "io", waits for its
-/// children as well; it lives as long as the process, so they can be forked on it: the kernel's
-/// parent-death signal follows the thread that forked.
+/// A thread that waits for descriptors and deadlines. The program's main reactor, "io", also
+/// watches the children. They can be forked on it because it lives as long as the process, and the
+/// kernel's parent-death signal follows the thread that forked.
 ///
-/// Handlers on it must be short and never wait for another thread. After one that throws (see
-/// TaskFailure) the thread goes on with the next.
+/// Handlers must be short and must never wait for another thread. If a handler throws (see
+/// TaskFailure), the thread continues with the next one.
 class Reactor {
  public:
-  /// Starts the thread. The system shows up to 15 characters of its name.
+  /// Starts the thread. The system shows at most 15 characters of its name.
   explicit Reactor(std::string name = "io");
-  /// Drops what is still waiting and joins the thread; not called from the thread itself.
+  /// Drops pending tasks and joins the thread. Must not be called from the thread itself.
   ~Reactor();
   Reactor(const Reactor&) = delete;
   Reactor& operator=(const Reactor&) = delete;
 
-  /// Runs `task` on the reactor's thread, later. From any thread.
+  /// Runs `task` on the reactor's thread, later. Callable from any thread.
   void post(Task task);
-  /// Runs `task` on the reactor's thread and waits for it. Runs it at once when already there.
-  /// Throws what the task throws.
+  /// Runs `task` on the reactor's thread and waits for it, or runs it at once if called on that
+  /// thread. Rethrows what the task throws.
   void run(const Task& task);
   [[nodiscard]] bool isCurrent() const;
 

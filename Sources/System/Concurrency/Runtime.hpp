@@ -8,8 +8,8 @@ class ProcessLauncher;
 class Reactor;
 class ThreadPool;
 
-/// What the components run on: made by `main` before the first of them, outliving them all.
-/// Tests put a clock and a launcher of their own here.
+/// The facilities that the components share. Made by `main` before the components, and outlives
+/// them. Tests substitute the clock and the launcher.
 struct Runtime {
   MainLoop& mainLoop;
   Reactor& reactor;

@@ -18,17 +18,18 @@ struct SerialQueue::State : std::enable_shared_from_this<State> {
   ThreadPool& pool;
   std::mutex mutex;
   std::deque<Task> tasks;
-  bool busy = false;  // a task runs, or a drain has been handed to the pool
+  bool busy = false;  // a task runs, or a drain was submitted to the pool
 
   void enqueue(Task task);
   void drain();
-  /// Gives the queue back after a task, to the pool when more are pending. Caller holds `mutex`.
+  /// Ends the turn of the current thread. Submits another drain if tasks are pending. The caller
+  /// holds `mutex`.
   void release();
 };
 
 namespace {
 
-/// The queues whose tasks are running on this thread, innermost first.
+/// A stack of the queues whose tasks are running on this thread, innermost first.
 struct Frame {
   explicit Frame(const void* runningQueue) : queue(runningQueue), outer(innermost) {
     innermost = this;
@@ -51,7 +52,7 @@ struct Frame {
 
 thread_local Frame* Frame::innermost = nullptr;
 
-/// Runs the work of a `sync` and returns what it threw; null if nothing.
+/// Runs the work of a `sync`. Returns its exception, or null.
 std::exception_ptr attempt(void (*step)(void*), void* context) noexcept {
   try {
     step(context);
@@ -61,7 +62,7 @@ std::exception_ptr attempt(void (*step)(void*), void* context) noexcept {
   }
 }
 
-constexpr std::size_t tasksPerTurn = 64;  // so that a busy queue leaves the pool to others
+constexpr std::size_t tasksPerTurn = 64;  // so that a busy queue does not occupy a thread for long
 
 }  // namespace
 

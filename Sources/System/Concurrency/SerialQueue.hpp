@@ -11,13 +11,13 @@ namespace zephyl {
 
 class ThreadPool;
 
-/// Runs tasks one at a time, in the order in which they came; what they touch needs no other
-/// lock. Tasks run on threads of the pool, except that `sync` on an idle queue (nothing running,
-/// nothing pending) runs on the caller's thread at once.
+/// Runs tasks one at a time, in the order in which they were added, so the state that they share
+/// needs no other lock. Tasks run on threads of the pool, except that `sync` on an idle queue
+/// (nothing running, nothing pending) runs on the caller's thread at once.
 ///
-/// All operations may be called from any thread. A queue may go away while tasks are pending;
-/// they still run, so they hold what they touch weakly. The pool and the clock outlive the queue
-/// and its tasks.
+/// All operations are callable from any thread. A queue may be destroyed while tasks are pending.
+/// They still run, so they must hold their owner weakly. The pool and the clock must outlive the
+/// queue and its tasks.
 class SerialQueue {
  public:
   SerialQueue(std::string label, ThreadPool& pool, Clock& clock);
@@ -26,20 +26,20 @@ class SerialQueue {
 
   void async(Task task);
 
-  /// Runs `work` on the queue, waits for it and returns what it returns, or throws what it throws.
-  /// Calling it from the queue itself is a programming error and asserts.
+  /// Runs `work` on the queue, waits for it and returns its result or rethrows its exception. Must
+  /// not be called from the queue itself, which is asserted.
   template <typename Work>
   auto sync(Work&& work) -> std::invoke_result_t<Work>;
 
-  /// Like `async`, `delay` from now.
+  /// Like `async`, but adds the task `delay` from now.
   void after(Duration delay, Task task);
 
-  /// Whether the calling code runs on this queue.
+  /// Returns whether the caller runs on this queue.
   [[nodiscard]] bool isCurrent() const;
 
  private:
   struct State;
-  using Step = void (*)(void*);  // a borrowed callable: sync allocates nothing when idle
+  using Step = void (*)(void*);  // a borrowed callable, so sync on an idle queue does not allocate
 
   void runSync(Step step, void* context);
 

@@ -11,7 +11,7 @@ namespace zephyl {
 
 namespace {
 
-/// One timer. The reactor's handlers share it with the handle that cancels it.
+/// One timer, shared by the reactor's handlers and the handle that cancels it.
 class Alarm : public std::enable_shared_from_this<Alarm> {
  public:
   Alarm(Reactor& reactor, Duration interval, bool repeats, Task task)

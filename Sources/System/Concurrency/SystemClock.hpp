@@ -6,8 +6,8 @@ namespace zephyl {
 
 class Reactor;
 
-/// The real clock. Timers fire on the reactor's thread; timers still set when the reactor goes
-/// away never fire.
+/// The real clock. Timers fire on the reactor's thread. Timers that are still set when the reactor
+/// is destroyed never fire.
 class SystemClock final : public Clock {
  public:
   explicit SystemClock(Reactor& reactor) : reactor_(reactor) {}

@@ -32,7 +32,7 @@ void setHandler(std::function<void()> newHandler) {
 void report(std::string_view thread, const std::exception_ptr& failure) noexcept {
   try {
     log("a task of the thread \"{}\" failed: {}", thread, reasonOf(failure));
-  } catch (...) {  // without memory for a line there is none
+  } catch (...) {  // no memory for a log line
   }
   const std::scoped_lock lock(mutex);
   if (handler) handler();

@@ -7,17 +7,17 @@
 
 namespace zephyl::taskFailure {
 
-/// Sets what is called after a task of a thread has thrown, on that thread, or null. `main` sets it
-/// before it starts threads, to shut the tray down in order, and resets it after they have ended.
-/// The handler must not throw.
+/// Sets the handler, or null, that is called on a thread after one of its tasks has thrown. `main`
+/// sets it before it starts threads, to shut the tray down in order, and resets it after they have
+/// ended. The handler must not throw.
 void setHandler(std::function<void()> handler);
 
-/// Logs that a task of a thread has thrown `failure`, and calls the handler.
+/// Logs that a task of `thread` has thrown `failure`, and calls the handler.
 void report(std::string_view thread, const std::exception_ptr& failure) noexcept;
 
-/// Runs `work`, and reports an exception that it throws. Returns whether it threw none. Every
-/// thread of the program runs its work through this, so that no exception ends the process without
-/// a line in the log and an orderly shutdown.
+/// Runs `work` and reports an exception that it throws. Returns whether it threw none. Every thread
+/// of the program runs its tasks through this function, so that no exception ends the process
+/// without a log line and an orderly shutdown.
 template <typename Work>
 bool guard(std::string_view thread, Work&& work) noexcept {
   try {

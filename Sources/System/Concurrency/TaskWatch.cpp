@@ -10,7 +10,7 @@ namespace zephyl {
 
 namespace {
 
-/// Of a type's name, which repeats the names of all template arguments.
+/// A limit for type names, which repeat the names of all template arguments.
 constexpr std::size_t maxNameBytes = 300;
 
 }  // namespace

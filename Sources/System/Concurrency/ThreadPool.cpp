@@ -44,10 +44,10 @@ void ThreadPool::submit(Task task) {
       wake_.notify_one();
     }
   }
-  if (failed) log("could not start another thread; work is done by fewer of them");
+  if (failed) log("could not start another thread: continuing with fewer");
 }
 
-/// Caller holds `mutex_`.
+/// The caller holds `mutex_`.
 bool ThreadPool::startThread() {
   try {
     threads_.emplace_back([this] { work(Kind::temporary); });
@@ -67,7 +67,7 @@ std::size_t ThreadPool::threadCount() const {
   return threads_.size() - ended_.size();
 }
 
-/// Whether there is a task. Without one the thread is to end.
+/// Returns whether a task is pending. If false, the thread must end.
 bool ThreadPool::waitForTask(std::unique_lock<std::mutex>& lock, Kind kind) {
   const auto awaited = [this] { return closing_ || !tasks_.empty(); };
   ++idle_;

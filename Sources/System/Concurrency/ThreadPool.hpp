@@ -10,26 +10,25 @@
 
 namespace zephyl {
 
-/// The few threads behind the serial queues. One lives as long as the pool. Another is started when
-/// there is work and none is free, up to `maxThreads`, and ends when it has had nothing to do for a
-/// while. When the system has no thread to give, one line is logged and the work waits for those
-/// there are.
+/// The threads that run the tasks of the serial queues. One lives as long as the pool. Up to
+/// `maxThreads` are started while tasks are pending and no thread is free. These end when they are
+/// idle for a while. If no thread can be started, logs one line, and the existing threads do the
+/// work.
 class ThreadPool {
  public:
   static constexpr std::size_t maxThreads = 4;
 
-  /// Starts the first thread; throws `std::system_error` when that fails.
+  /// Starts the first thread. Throws `std::system_error` if that fails.
   ThreadPool();
-  /// Finishes what was submitted, then joins.
+  /// Runs all submitted tasks, then joins the threads.
   ~ThreadPool();
   ThreadPool(const ThreadPool&) = delete;
   ThreadPool& operator=(const ThreadPool&) = delete;
 
-  /// Runs `task` on one of the threads. From any thread.
+  /// Runs `task` on one of the threads. Callable from any thread.
   void submit(Task task);
 
-  /// Waits until nothing is pending and nothing runs: for tests, which have set something in
-  /// motion and want to see where it ends.
+  /// Waits until no task is pending or running. For tests.
   void waitUntilIdle();
 
   [[nodiscard]] std::size_t threadCount() const;
@@ -45,12 +44,12 @@ class ThreadPool {
   std::condition_variable wake_;
   std::deque<Task> tasks_;
   std::vector<std::thread> threads_;
-  std::vector<std::thread::id> ended_;  // have left work() and wait to be joined
+  std::vector<std::thread::id> ended_;  // have left work(), not joined yet
   std::condition_variable finished_;
   std::size_t idle_ = 0;
   std::size_t running_ = 0;
   bool closing_ = false;
-  bool shortage_ = false;  // the last attempt to start a thread has failed
+  bool shortage_ = false;  // the last attempt to start a thread failed
 };
 
 }  // namespace zephyl

@@ -8,8 +8,8 @@ namespace zephyl {
 
 class Reactor;
 
-/// Catches signals sent to the process and reports each on the reactor's thread, for as long as
-/// it lives. The reactor outlives it.
+/// Catches signals sent to the process and reports each one on the reactor's thread while it
+/// exists. `reactor` must outlive it.
 class UnixSignalWatcher {
  public:
   UnixSignalWatcher(Reactor& reactor, std::initializer_list<int> signals,

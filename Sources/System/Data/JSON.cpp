@@ -15,7 +15,7 @@ namespace {
 
 constexpr std::size_t parserBufferBytes = 4096;
 
-/// Overwrites what it takes back: what was parsed may have held a secret.
+/// A memory resource that overwrites freed memory, because the parsed text may contain a secret.
 class WipingMemory final : public boost::json::memory_resource {
   void* do_allocate(std::size_t size, std::size_t) override {  // NOLINT(*-naming)
     return ::operator new(size);
@@ -29,7 +29,7 @@ class WipingMemory final : public boost::json::memory_resource {
   }
 };
 
-/// Values may outlive the parser and be freed at the very end.
+/// Returns a static resource, because values may outlive the parser and be freed at exit.
 boost::json::storage_ptr wipingMemory() {
   static WipingMemory memory;
   return &memory;

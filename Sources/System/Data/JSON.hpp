@@ -28,8 +28,8 @@
 #include "System/Data/Result.hpp"
 #include "System/Data/Secret.hpp"
 
-/// Typed JSON. A structure that is described with Boost.Describe can be decoded and encoded; its
-/// members are the fields, in this order, and their names the keys:
+/// Typed JSON. A structure that is described with Boost.Describe can be decoded and encoded. Its
+/// members are the fields, in this order, and the members' names are the keys:
 ///
 ///     struct SharedRoot {
 ///       std::string root;
@@ -37,41 +37,43 @@
 ///     };
 ///     BOOST_DESCRIBE_STRUCT(SharedRoot, (), (root, servers))
 ///
-/// A field is required, unless it is a `std::optional`: an absent field or null is nullopt, which
-/// is left out on encoding. A field that `fieldsWithDefault` names keeps the value that it was
-/// constructed with if it is absent or null:
+/// A field is required unless it is a `std::optional`. An absent or null optional field becomes
+/// nullopt, and nullopt is omitted on encoding. A field that `fieldsWithDefault` names keeps its
+/// initial value if it is absent or null:
 ///
 ///     constexpr auto fieldsWithDefault(const Activity*) { return std::tuple(&Activity::grants); }
 ///
-/// Unknown keys are ignored; of a repeated key the last counts. An enumeration that is described
-/// with BOOST_DESCRIBE_ENUM is a string, the name of the enumerator.
+/// Unknown keys are ignored. If a key is repeated, its last value counts. An enumeration that is
+/// described with BOOST_DESCRIBE_ENUM is encoded as a string, the name of the enumerator.
 ///
-/// A `std::variant` is a message: an object in which exactly one of the keys that `messageNames`
-/// lists is present, one for each alternative. An alternative without fields is written as `true`,
-/// one with a single field called `value` as the value of that field.
+/// A `std::variant` is encoded as a message: an object in which exactly one of the keys that
+/// `messageNames` lists is present, one for each alternative. An alternative without fields is
+/// written as `true`, and one with a single field called `value` as the value of that field.
 ///
 ///     using Order = std::variant<Ping, Close>;
 ///     constexpr std::array<std::string_view, 2> messageNames(const Order*) {
 ///       return {"ping", "close"};
 ///     }
 ///
-/// All functions are pure. They report failure as a `Result` that names the path of the offending
-/// key, such as "connections[2].state: not one of the known values".
+/// All functions are pure. Errors name the path of the offending key, such as
+/// "connections[2].state: not one of the known values".
 namespace zephyl::json {
 
 using Value = boost::json::value;
 using Array = boost::json::array;
 using Object = boost::json::object;
 
-/// Deeper nesting is refused.
+/// `parse` refuses deeper nesting.
 inline constexpr std::size_t maxDepth = 512;
 
-/// What it allocates is overwritten when it is freed.
+/// Parses a JSON text. All memory that the parser and the value allocate is overwritten before it
+/// is freed.
 Result<Value> parse(std::string_view text);
 
-/// One line without spaces.
+/// Returns the value on one line without spaces.
 std::string compact(const Value& value);
-/// Indented by two spaces, the keys of every object sorted, with a newline at the end.
+/// Returns the value indented by two spaces, with the keys of every object sorted and a newline at
+/// the end.
 std::string prettySorted(const Value& value);
 
 /// A described structure.
@@ -108,7 +110,7 @@ constexpr bool isSameMember(Left left, Right right) {
   return false;
 }
 
-/// Whether a member, given by its descriptor, keeps its default if it is absent.
+/// Returns whether a member, given by its descriptor, keeps its default if it is absent.
 template <Record T, typename Member>
 constexpr bool keepsDefault() {
   constexpr const T* record = nullptr;
@@ -120,7 +122,7 @@ constexpr bool keepsDefault() {
   return false;
 }
 
-/// Fills one value from JSON. Holds the reason and the path of a failure.
+/// Decodes one value. Holds the reason and the path of a failure.
 class Decoder {
  public:
   template <typename T>
@@ -152,12 +154,12 @@ class Decoder {
   bool decodeMessage(const Value& from, T& into);
   bool decodeSignal(const Value& from);
 
-  /// Returns the place of the only key that is present, or nullopt after `fail`.
+  /// Returns the index of the only key that is present. Returns nullopt after a call of `fail`.
   std::optional<std::size_t> onlyKey(const Value& from, std::span<const std::string_view> keys);
 
   bool fail(std::string_view reason);
-  /// Adds the key or index that the failed value stood under. Returns false, for the caller to
-  /// return.
+  /// Prepends the key or index of the failed value to the path. Always returns false, so that a
+  /// caller can return the result.
   bool under(std::string_view key);
   bool under(std::size_t index);
 

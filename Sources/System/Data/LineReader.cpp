@@ -6,7 +6,7 @@ namespace zephyl {
 
 namespace {
 
-/// The longest character of UTF-8 has this many bytes after its first.
+/// The number of bytes that follow the first one in the longest UTF-8 character.
 constexpr std::size_t maxContinuationBytes = 3;
 
 std::string_view withoutCarriageReturn(std::string_view line) {
@@ -41,7 +41,7 @@ std::string_view LineReader::join(std::string_view piece) {
 }
 
 void LineReader::keep(std::string_view piece) {
-  // A line is known to be too long, whether or not a CR ends it, with two bytes beyond the limit.
+  // Two bytes beyond the limit suffice to see that a line is too long, even if one of them is a CR.
   partial_.append(piece.substr(0, limit_ + 2 - partial_.size()));
 }
 

@@ -8,24 +8,23 @@
 
 namespace zephyl {
 
-/// Joins what arrives in pieces into whole lines, at a bounded cost: a line is cut at
-/// a limit (at the boundary of a character) and its rest dropped; a line that is not valid
-/// UTF-8 is dropped whole; empty lines are dropped. A line ends with LF; a CR before it is part
-/// of the end. It leaves no copy of what it has given out.
+/// Joins pieces of input into whole lines at a bounded cost. A line ends with LF, and a CR before
+/// it belongs to the line end. A line is cut at a limit, at the boundary of a character. Lines that
+/// are empty or not valid UTF-8 are dropped. Keeps no copy of the lines that it has returned.
 class LineReader {
  public:
-  static constexpr std::size_t maxLineBytes = 4096;  ///< unless another limit is given
+  static constexpr std::size_t maxLineBytes = 4096;  ///< the default limit
 
   explicit LineReader(std::size_t limit = maxLineBytes) : limit_(limit) {}
 
-  /// The lines completed by `bytes`.
+  /// Returns the lines completed by `bytes`.
   std::vector<std::string> append(std::string_view bytes);
 
-  /// The unterminated line that is left when the input has ended, if there is one.
+  /// Returns the unterminated line that remains at the end of the input, if there is one.
   std::vector<std::string> finish();
 
  private:
-  /// What has come of the line so far, ending with `piece`; valid until the next call.
+  /// Returns the current line, including `piece`. The result is valid until the next call.
   std::string_view join(std::string_view piece);
   void keep(std::string_view piece);
 
@@ -34,7 +33,7 @@ class LineReader {
   [[nodiscard]] std::string_view cut(std::string_view line) const;
 
   std::size_t limit_;
-  SecretString partial_;  // the beginning of a line: enough of it to see where to cut
+  SecretString partial_;  // the beginning of a line, long enough to find the cut
 };
 
 }  // namespace zephyl

@@ -24,7 +24,7 @@ std::optional<std::string_view> LineSplitter::rest() {
 }
 
 void LineSplitter::keep(std::string_view piece) {
-  // One byte more than the limit: the last one may be the CR of the line's end.
+  // One byte more than the limit, because the last one may be the CR of the line end.
   skipping_ = skipping_ || begun_.size() + piece.size() > maxLineBytes_ + 1;
   if (skipping_) {
     begun_ = {};

@@ -15,9 +15,9 @@ struct LogTail {
   std::uint64_t end = 0;  ///< the position after the last line
 };
 
-/// The newest lines of a log: at most `maxLines` and at most `maxBytes`. The oldest make room; a
-/// line that is too large for the whole ring is not kept. A plain value; its owner keeps it to one
-/// thread.
+/// The newest lines of a log: at most `maxLines` and at most `maxBytes`. The oldest lines are
+/// dropped to make room. A line larger than `maxBytes` is not kept. A plain value without
+/// synchronization: its owner must use it from one thread.
 class LogRing {
  public:
   static constexpr std::size_t maxLines = 200;
@@ -32,7 +32,7 @@ class LogRing {
 
  private:
   std::deque<std::string> lines_;
-  std::uint64_t end_ = 0;  // how many lines were appended
+  std::uint64_t end_ = 0;  // the number of lines ever appended
   std::size_t bytes_ = 0;
 };
 

@@ -10,7 +10,7 @@ Error systemError(std::string_view what, int number) {
 }
 
 void throw_exception_from_error(const Error& error, const boost::source_location&) {
-  throw std::logic_error("the value of a failed result was taken: " + error.message);
+  throw std::logic_error("value() of a failed result: " + error.message);
 }
 
 }  // namespace zephyl

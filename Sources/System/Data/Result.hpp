@@ -9,11 +9,11 @@
 
 namespace zephyl {
 
-/// Why something could not be done, in words fit for a user or a log line.
+/// The reason why an operation failed, in words fit for a user or a log line.
 struct Error {
   Error() = default;
-  /// The message is the parts, joined. Braces only, `Error{"not a list"}`, so that a string never
-  /// turns into an error by itself.
+  /// Joins the parts to the message. Only braces, as in `Error{"not a list"}`, make an error, so a
+  /// string is never converted implicitly.
   Error(std::initializer_list<std::string_view> parts) {
     for (const auto part : parts) message += part;
   }
@@ -23,14 +23,15 @@ struct Error {
   bool operator==(const Error&) const = default;
 };
 
-/// "<what>: <the system's description of the error number>".
+/// Returns "<what>: <the system's description of the error number>".
 Error systemError(std::string_view what, int number);
 
-/// Called by `Result::value()` when there is none; reaching it is a programming error.
+/// Called by `Result::value()` if there is no value, which is a programming error.
 [[noreturn]] void throw_exception_from_error(  // NOLINT(readability-identifier-naming)
     const Error& error, const boost::source_location& where);
 
-/// A value, or the reason why there is none. `Result<void>` reports mere success.
+/// A value or the reason for its absence. `Result<void>` holds only success or the reason of a
+/// failure.
 template <typename T>
 using Result = boost::system::result<T, Error>;
 

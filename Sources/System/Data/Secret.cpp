@@ -13,16 +13,16 @@ namespace zephyl {
 
 namespace {
 
-/// Overwrites the processor's wide registers. The copy of a secret leaves pieces of it there, which
-/// the next signal or lazily bound function saves on the stack: without this, a search of the
-/// memory finds them. Copying something else through them is the only portable way.
+/// Overwrites the processor's wide registers. Copying a secret leaves parts of it there, and the
+/// next signal or lazily bound function saves them on the stack, where a search of the memory finds
+/// them. Copying other data through the same registers is the only portable way to clear them.
 void overwriteRegisters() {
   static constexpr std::array<char, 1024> zeros{};
   std::array<char, zeros.size()> copy;
   std::size_t size = zeros.size();
-  __asm__ volatile("" : "+r"(size));  // hides it from the compiler, which would fill with zeros
+  __asm__ volatile("" : "+r"(size));  // hides the size, or the compiler would fill with zeros
   ::memcpy(copy.data(), zeros.data(), size);
-  __asm__ volatile("" : : "r"(copy.data()) : "memory");  // keeps the copy
+  __asm__ volatile("" : : "r"(copy.data()) : "memory");  // prevents removal of the copy
 }
 
 }  // namespace
@@ -33,7 +33,7 @@ void wipe(std::span<char> secret) {
 }
 
 void wipe(std::string& secret) {
-  secret.resize(secret.capacity());  // it may have been longer
+  secret.resize(secret.capacity());  // the text may have been longer before
   wipe(std::span(secret));
   secret.clear();
 }

@@ -9,25 +9,25 @@
 #include <utility>
 #include <vector>
 
-/// Texts that must not stay in memory after they were used: keys, tokens, what a user types.
+/// Texts that must not stay in memory after use: keys, tokens and what a user types.
 ///
-/// Promised: memory that a `SecretString` has occupied is overwritten before it is used for
-/// something else, also when the string grows, shrinks, is moved or is assigned to, and so are the
-/// registers that copied it last. Copies are made only where the code makes one.
+/// Promised: memory that a `SecretString` has occupied is overwritten before it is reused, also
+/// when the string grows, shrinks, is moved or is assigned to. So are the registers that copied it
+/// last. Copies are made only where the code makes one explicitly.
 ///
-/// Not promised: what happens to the copies that others make. These are other types (a
-/// `std::string` made of the secret, a `json::Value` that is encoded), registers and stack of a
-/// thread that is interrupted while it handles the text, the pipe or terminal that it came
-/// through, the kernel, and the environment of a child that was given it. Nothing is locked in
-/// memory, so it may be written to swap; no core is dumped (see coreDumps).
+/// Not promised: anything about copies elsewhere. These include other types (a `std::string` made
+/// of the secret, a `json::Value` that is encoded), the registers and stack of a thread that is
+/// interrupted while it handles the text, the pipe or terminal that carried it, the kernel, and the
+/// environment of a child that received it. No memory is locked, so it may be written to swap. Core
+/// dumps are off (see CoreDumps.hpp).
 namespace zephyl {
 
-/// Overwrites memory and the registers that copied it last. The compiler does not remove it.
+/// Overwrites memory and the registers that copied it last. The compiler does not remove the calls.
 void wipe(std::span<char> secret);
-/// Overwrites a text that cannot be a `SecretString`, and empties it.
+/// Overwrites and empties a text that cannot be a `SecretString`.
 void wipe(std::string& secret);
 
-/// Overwrites what it frees.
+/// An allocator that overwrites the memory it frees.
 template <typename T>
 class WipingAllocator {
  public:
@@ -45,8 +45,8 @@ class WipingAllocator {
   bool operator==(const WipingAllocator&) const = default;
 };
 
-/// A text that overwrites itself; see above. Converts to `std::string_view`; a `std::string` has to
-/// be made explicitly, and is not overwritten.
+/// A text that overwrites itself, see above. Converts to `std::string_view`. A `std::string` must
+/// be made explicitly and is not overwritten.
 class SecretString {
  public:
   SecretString() = default;
@@ -72,7 +72,7 @@ class SecretString {
   }
   /// `text` must not be part of this string.
   void insert(std::size_t place, std::string_view text);
-  /// Removes `count` bytes from `place` on.
+  /// Removes `count` bytes, beginning at `place`.
   void erase(std::size_t place, std::size_t count);
   void clear() { erase(0, size()); }
 
@@ -85,10 +85,11 @@ class SecretString {
   std::vector<char, WipingAllocator<char>> bytes_;
 };
 
-/// Returns whether both are the same, in a time that does not depend on where they differ.
+/// Returns whether both texts are equal, in a time that does not depend on where they differ.
 bool equalSecrets(std::string_view left, std::string_view right);
 
-/// Returns bytes from the system's secure source, as two lower-case hexadecimal digits each.
+/// Returns `bytes` random bytes from the system's secure source, as two lower-case hexadecimal
+/// digits each.
 std::string randomHexadecimal(std::size_t bytes);
 
 }  // namespace zephyl

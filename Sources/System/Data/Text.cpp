@@ -19,9 +19,9 @@ unsigned char byteAt(std::string_view text, std::size_t index) {
   return static_cast<unsigned char>(text[index]);
 }
 
-/// What the first byte of a character of several bytes says: how many they are, and between which
-/// values the second one lies (which rules out surrogates, overlong forms and what lies beyond
-/// U+10FFFF). Further ones lie between 0x80 and 0xBF.
+/// Properties of a multi-byte character that follow from its first byte: its length, and the range
+/// of its second byte. That range excludes surrogates, overlong forms and codes beyond U+10FFFF.
+/// All further bytes lie between 0x80 and 0xBF.
 struct Lead {
   std::size_t length;
   unsigned char lowestSecond = 0x80;
@@ -50,9 +50,9 @@ struct CharacterRange {
   char32_t last;
 };
 
-/// Characters that show nothing themselves, or change how others are shown: those that Unicode
-/// lets be ignored, what directs or breaks lines, notes between lines, and what is no character.
-/// Not among them is U+FE0F, which stands in every other emoji.
+/// Characters that are invisible, or change how others are shown: default-ignorable ones, direction
+/// and line-break controls, interlinear annotations and noncharacters. U+FE0F is not included,
+/// because it is part of many emoji.
 constexpr std::array hiddenCharacters{
     CharacterRange{0xAD, 0xAD},       CharacterRange{0x34F, 0x34F},
     CharacterRange{0x61C, 0x61C},     CharacterRange{0x115F, 0x1160},
@@ -66,7 +66,7 @@ constexpr std::array hiddenCharacters{
     CharacterRange{0xE0000, 0xE0FFF},
 };
 
-/// Characters other than the space that are printable and leave the paper white.
+/// Printable characters, other than the space, that have no visible mark.
 constexpr std::array blankCharacters{
     CharacterRange{0xA0, 0xA0},       CharacterRange{0x1680, 0x1680},
     CharacterRange{0x2000, 0x200A},   CharacterRange{0x202F, 0x202F},
@@ -80,8 +80,8 @@ bool isIn(const auto& ranges, char32_t character) {
   return range != ranges.end() && range->first <= character;
 }
 
-/// A beginning of a text: printable characters, or one control character, or another that cannot
-/// be seen, or one byte that is no UTF-8.
+/// The beginning of a text: a run of printable characters, one control character, one other
+/// invisible character, or one byte that is not valid UTF-8.
 struct Piece {
   enum class Kind { printable, control, hidden, invalid };
   Kind kind;
@@ -97,7 +97,7 @@ Piece pieceOf(Character character) {
   return {hidden ? Kind::hidden : Kind::printable, character.length};
 }
 
-/// Printable characters as many as there are in a row, so that plain text is one piece.
+/// Joins a run of printable characters, so that plain text is one piece.
 Piece firstPiece(std::string_view text) {
   Piece piece = pieceOf(firstCharacter(text));
   while (piece.kind == Piece::Kind::printable && piece.length < text.size()) {
@@ -124,7 +124,7 @@ bool isBlankCharacter(Character character) {
   return character.isValid() && (character.code == ' ' || isIn(blankCharacters, character.code));
 }
 
-/// The number of times that `text` begins with its first character.
+/// Returns how often `text` repeats its first character at its beginning.
 std::size_t firstRun(std::string_view text, std::size_t characterLength) {
   const auto character = text.substr(0, characterLength);
   std::size_t count = 0;

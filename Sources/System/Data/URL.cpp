@@ -7,7 +7,7 @@ namespace zephyl {
 std::optional<URL> URL::parse(std::string_view text) {
   const auto view = boost::urls::parse_uri_reference({text.data(), text.size()});
   if (!view) return std::nullopt;
-  // The library takes what follows a host or a port for a path, even without a slash.
+  // The library parses text after a host or a port as a path, even without a slash.
   if (view->has_authority() && !view->encoded_path().empty() && !view->is_path_absolute())
     return std::nullopt;
   URL url{.scheme = view->scheme(),

@@ -46,7 +46,7 @@ void Bundle::setMain(Bundle bundle) {
 std::optional<std::string> Bundle::runningExecutable() {
   std::error_code failure;
   std::string path = std::filesystem::read_symlink("/proc/self/exe", failure);
-  // The kernel adds " (deleted)" to the name of a file that is gone.
+  // The kernel appends " (deleted)" to the path of a deleted file.
   if (failure || !fileExists(path)) return std::nullopt;
   return path;
 }

@@ -8,21 +8,22 @@
 
 namespace zephyl {
 
-/// The environment handed to a child: names to values, of which some may be secrets.
+/// The environment of a child: names and values. Some values may be secrets.
 using Environment = std::map<std::string, SecretString, std::less<>>;
 
-/// A copy of the process's own environment.
+/// Returns a copy of this process's environment.
 Environment currentEnvironment();
 
-/// The value of a variable of the process's own environment; none when unset.
+/// Returns the value of a variable in this process's environment, or nullopt if it is unset.
 std::optional<std::string> environmentVariable(const char* name);
 
-/// Passes a token to the environment that lets a child's first window come to the front. Does
-/// nothing if `token` is empty.
+/// Adds a token that permits a child's first window to come to the front. Does nothing if `token`
+/// is empty.
 void setActivationToken(Environment& environment, const std::string& token);
 
-/// Takes what was meant for this process alone out of its environment, so that no child inherits
-/// it: `NOTIFY_SOCKET`, `WATCHDOG_*` and activation tokens. Called once, before any thread starts.
+/// Removes variables that are meant for this process alone from its environment, so that no child
+/// inherits them: `NOTIFY_SOCKET`, `WATCHDOG_*` and activation tokens. Must be called once, before
+/// any thread starts.
 void removePrivateEnvironmentVariables();
 
 }  // namespace zephyl

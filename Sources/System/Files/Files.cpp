@@ -22,9 +22,9 @@ namespace fs = std::filesystem;
 constexpr mode_t privateMode = 0600;
 constexpr std::size_t copyChunk = std::size_t{64} << 10;
 constexpr int maxLinks = 40;   // the kernel's own limit
-constexpr int maxCopies = 99;  // with the same time in their names
+constexpr int maxCopies = 99;  // with the same timestamp in their names
 
-/// What `call` returns once no signal interrupts it.
+/// Repeats `call` until no signal interrupts it, and returns its result.
 template <typename Call>
 auto uninterrupted(Call call) {
   auto outcome = call();
@@ -37,7 +37,7 @@ std::string lastComponent(std::string_view path) {
 }
 
 FileDescriptor openForReading(const std::string& path) {
-  // Not blocking, because opening a pipe would wait for its writer.
+  // Non-blocking, because opening a FIFO would wait for its writer.
   constexpr int flags = O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY;
   return FileDescriptor(uninterrupted([&] { return ::open(path.c_str(), flags); }));
 }
@@ -56,7 +56,7 @@ Result<RegularFile> openRegularFile(const std::string& path) {
   return RegularFile{std::move(descriptor), static_cast<std::size_t>(status.st_size)};
 }
 
-/// Makes the names in a directory last. A file system that cannot do so is taken as it is.
+/// Makes renames in a directory durable. Succeeds on a file system that cannot flush directories.
 Result<void> flushDirectory(const std::string& path) {
   const FileDescriptor directory = openForReading(path);
   if (!directory) return systemError(path, errno);
@@ -65,7 +65,7 @@ Result<void> flushDirectory(const std::string& path) {
   return {};
 }
 
-/// The path that writing to `path` writes to, which need not exist.
+/// Returns the path that a write to `path` modifies. It need not exist.
 Result<std::string> followLinks(std::string path) {
   std::array<char, 4096> target{};
   for (int link = 0; link < maxLinks; ++link) {
@@ -77,7 +77,7 @@ Result<std::string> followLinks(std::string path) {
   return systemError(path, ELOOP);
 }
 
-/// A new file that is removed again unless it was kept. Errors name the file that it is to become.
+/// A new file that is removed in the destructor unless it was kept. Errors name the target file.
 class NewFile {
  public:
   NewFile(FileDescriptor descriptor, std::string path, std::string target)
@@ -98,12 +98,12 @@ class NewFile {
     return {};
   }
 
-  /// Gives the file its mode, closes it, and puts it where it belongs.
+  /// Sets the mode, closes the file and renames it to its target.
   Result<void> finish(Durability durability) {
     const bool flushed = durability == Durability::flushed;
     if (::fchmod(descriptor_.get(), privateMode) != 0) return failure();
     if (flushed && uninterrupted([&] { return ::fsync(descriptor_.get()); }) != 0) return failure();
-    // Some errors of writing come only now. An interrupted close has closed all the same.
+    // Some write errors are reported only by close. An interrupted close has closed the descriptor.
     if (::close(descriptor_.release()) != 0 && errno != EINTR) return failure();
     if (path_ != target_ && ::rename(path_.c_str(), target_.c_str()) != 0) return failure();
     kept_ = true;
@@ -112,7 +112,7 @@ class NewFile {
   }
 
  private:
-  /// The file has its name already, so a failure takes nothing back.
+  /// The file already has its name, so a failure is logged and not returned.
   void flushName() const {
     if (const auto flushed = flushDirectory(parentDirectory(target_)); !flushed) {
       log("could not flush the directory of {}: {}", target_, flushed.error().message);
@@ -126,7 +126,7 @@ class NewFile {
   bool kept_ = false;
 };
 
-/// Creates the first of `path`, "<path>-2", "<path>-3" and so on that does not exist yet.
+/// Creates the first of `path`, "<path>-2", "<path>-3" and so on that does not exist.
 template <typename Create>
 Result<std::string> createFree(const std::string& path, Create create) {
   std::string candidate = path;
@@ -183,7 +183,7 @@ void copyEntry(const fs::path& from, const fs::path& to, std::error_code& failur
   }
 }
 
-/// Copies a file or directory with all that is in it, except sockets and the like.
+/// Copies a file, or a directory with its contents, except sockets and other special files.
 Result<void> copyTree(const fs::path& from, const fs::path& to) {
   std::error_code failure;
   copyEntry(from, to, failure);
@@ -251,7 +251,7 @@ Result<std::string> readFile(const std::string& path) {
   if (!file) return file.error();
   if (file->size > maxReadableFile) return systemError(path, EFBIG);
 
-  std::string contents(file->size + 1, '\0');  // a byte more, to meet the end without growing
+  std::string contents(file->size + 1, '\0');  // one byte more, to reach the end without growing
   std::size_t length = 0;
   for (;;) {
     const auto count = uninterrupted([&] {
@@ -274,11 +274,12 @@ Result<void> createDirectories(const std::string& path, mode_t mode) {
     if (auto created = createDirectories(parent, mode); !created) return created;
   }
   if (::mkdir(path.c_str(), mode) == 0) {
-    if (::chmod(path.c_str(), mode) != 0) return systemError(path, errno);  // whatever the umask
+    if (::chmod(path.c_str(), mode) != 0)
+      return systemError(path, errno);  // because mkdir applies the umask
     return {};
   }
   const int failure = errno;
-  if (isDirectory(path)) return {};  // somebody else was faster
+  if (isDirectory(path)) return {};  // another process created it meanwhile
   return systemError(path, failure == EEXIST ? ENOTDIR : failure);
 }
 

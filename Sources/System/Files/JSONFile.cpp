@@ -11,8 +11,8 @@ namespace zephyl {
 
 namespace {
 
-/// A change that follows another one sooner than this may leave the same times: the kernel's clock
-/// for files advances in steps of up to 10 ms.
+/// Two changes within this time may have the same timestamps, because the kernel's clock for files
+/// advances in steps of up to 10 ms.
 constexpr std::chrono::milliseconds settleTime{100};
 
 bool isSame(const timespec& one, const timespec& other) {
@@ -24,7 +24,7 @@ bool isUnchanged(const struct stat& one, const struct stat& other) {
          isSame(one.st_mtim, other.st_mtim) && isSame(one.st_ctim, other.st_ctim);
 }
 
-/// Returns whether any later change gives the file another status change time.
+/// Returns whether any later change will give the file another status change time.
 bool isSettled(const struct stat& status) {
   using namespace std::chrono;
   const auto changed = seconds(status.st_ctim.tv_sec) + nanoseconds(status.st_ctim.tv_nsec);
@@ -47,14 +47,15 @@ Result<JSONFile::Contents> JSONFile::read(const std::string& path) {
   if (::stat(path.c_str(), &status) != 0) return systemError(path, errno);
   {
     const std::scoped_lock lock(mutex_);
-    if (kept_ && kept_->path == path && isUnchanged(kept_->status, status)) return kept_->contents;
+    if (cached_ && cached_->path == path && isUnchanged(cached_->status, status))
+      return cached_->contents;
   }
-  // The status is the older of the two: contents that are newer than it are decoded again.
+  // The status is read before the contents, so a change in between only causes another read.
   const bool settled = isSettled(status);
   auto contents = decode(path);
   if (!contents || !settled) return contents;
   const std::scoped_lock lock(mutex_);
-  kept_ = Kept{path, status, *contents};
+  cached_ = Cached{path, status, *contents};
   return contents;
 }
 

@@ -13,25 +13,25 @@
 
 namespace zephyl {
 
-/// Reads a file that holds a JSON object, and keeps what it read until the file changes. A read of
+/// Reads a file that contains a JSON object, and caches the object until the file changes. Reading
 /// an unchanged file costs one system call. Callable from any thread.
 class JSONFile {
  public:
   using Contents = std::shared_ptr<const boost::json::object>;
 
-  /// Returns the object in the file at `path`. An error if the file cannot be read or holds
-  /// anything but a JSON object. Errors are not kept.
+  /// Returns the object in the file at `path`. Returns an error, which is not cached, if the file
+  /// cannot be read or does not contain a JSON object.
   Result<Contents> read(const std::string& path);
 
  private:
-  struct Kept {
+  struct Cached {
     std::string path;
     struct stat status;
     Contents contents;
   };
 
   std::mutex mutex_;
-  std::optional<Kept> kept_;
+  std::optional<Cached> cached_;
 };
 
 }  // namespace zephyl

@@ -10,22 +10,22 @@ namespace zephyl {
 
 namespace {
 
-/// Where lines go besides, or instead.
+/// Where lines are sent in addition to standard error, or instead of it.
 struct Redirection {
   std::mutex mutex;
-  std::function<void(const std::string&)> take;
+  std::function<void(const std::string&)> receive;
   bool instead = false;
 
-  /// Whether the line is dealt with.
+  /// Returns whether the line must not be written to standard error.
   bool handle(const std::string& line) {
     const std::scoped_lock lock(mutex);
-    if (take) take(line);
-    return take && instead;
+    if (receive) receive(line);
+    return receive && instead;
   }
 
-  void set(std::function<void(const std::string&)> newTake, bool isInstead) {
+  void set(std::function<void(const std::string&)> newReceive, bool isInstead) {
     const std::scoped_lock lock(mutex);
-    take = std::move(newTake);
+    receive = std::move(newReceive);
     instead = isInstead;
   }
 };
@@ -42,8 +42,8 @@ StandardError& standardError() {
 
 }  // namespace
 
-LogSink::LogSink(std::function<void(const std::string&)> take, bool instead) {
-  redirection().set(std::move(take), instead);
+LogSink::LogSink(std::function<void(const std::string&)> receive, bool instead) {
+  redirection().set(std::move(receive), instead);
 }
 
 LogSink::~LogSink() {

@@ -9,20 +9,19 @@
 
 namespace zephyl {
 
-/// Writes "[tray] <text>" as one line to the process's diagnostic log (standard error). Control
-/// characters in the text are made visible, so that nothing from outside can drive a terminal.
-/// From any thread; lines never interleave. Never waits longer than 100 ms: when standard error
-/// takes nothing, lines are dropped, and the next one that is written says how many.
+/// Writes "[tray] <text>" as one line to the diagnostic log (standard error). Control characters in
+/// the text are made visible, so that untrusted text cannot control a terminal. Callable from any
+/// thread. Lines never interleave. Waits for at most 100 ms: while standard error is blocked, lines
+/// are dropped, and the next line that is written reports how many.
 void logLine(std::string_view text);
 
-/// Shows the lines of the diagnostic log somewhere else for as long as it lives. There is one at a
-/// time.
+/// Receives the lines of the diagnostic log while it exists. Only one may exist at a time.
 class LogSink {
  public:
-  /// `take` is given each line, without its end, on whatever thread it comes from: it must be short
-  /// and must not log. With `instead`, nothing goes to standard error meanwhile.
-  LogSink(std::function<void(const std::string& line)> take, bool instead);
-  /// `take` is not called any more once this has returned.
+  /// Calls `receive` with each line, without its end, on the thread that logs it. `receive` must be
+  /// short and must not log. If `instead` is true, nothing is written to standard error.
+  LogSink(std::function<void(const std::string& line)> receive, bool instead);
+  /// After it returns, `receive` is not called any more.
   ~LogSink();
   LogSink(const LogSink&) = delete;
   LogSink& operator=(const LogSink&) = delete;

@@ -4,7 +4,7 @@
 
 namespace zephyl {
 
-/// The shell that commands for the user's programs are run with: /bin/zsh where it is installed,
+/// Returns the shell that runs commands of the user's environment: /bin/zsh if it is installed,
 /// else /bin/sh.
 std::string loginShell();
 

@@ -19,8 +19,9 @@ namespace {
 
 using SteadyClock = std::chrono::steady_clock;
 
-/// A descriptor of standard error that never blocks. The flag belongs to the open file, which other
-/// programs share, so a pipe or a terminal is opened once more; files never block.
+/// Opens standard error non-blocking. Setting the flag on descriptor 2 would affect other programs
+/// that share the open file, so a pipe or a terminal is opened again. Files never block. Returns an
+/// empty descriptor where none is needed or possible.
 FileDescriptor openNonBlocking() {
   struct stat status {};
   if (::fstat(STDERR_FILENO, &status) != 0) return {};
@@ -28,7 +29,7 @@ FileDescriptor openNonBlocking() {
   return FileDescriptor(::open("/proc/self/fd/2", O_WRONLY | O_NONBLOCK | O_CLOEXEC | O_NOCTTY));
 }
 
-/// Waits until standard error can take something. False when it cannot until `deadline`.
+/// Waits until standard error accepts bytes. Returns false if it does not before `deadline`.
 bool waitUntilWritable(SteadyClock::time_point deadline) {
   for (;;) {
     const auto left =
@@ -54,17 +55,17 @@ void StandardError::write(std::string_view line) {
 }
 
 bool StandardError::writeMarker() {
-  const auto note = formatText("{}[tray] {} log lines were dropped: standard error took nothing\n",
-                               withinLine_ ? "\n" : "", dropped_);
+  const auto marker = formatText("{}[tray] {} log lines were dropped: standard error was blocked\n",
+                                 withinLine_ ? "\n" : "", dropped_);
   std::size_t written = 0;
   const bool blocked =
-      writeWhole(note, std::chrono::milliseconds::zero(), written) == Outcome::blocked;
+      writeWhole(marker, std::chrono::milliseconds::zero(), written) == Outcome::blocked;
   withinLine_ = blocked && (withinLine_ || written > 0);
   if (!blocked) dropped_ = 0;
   return !blocked;
 }
 
-/// `limit` is the longest time in which nothing is taken.
+/// Returns `blocked` if no byte is accepted for `limit`.
 StandardError::Outcome StandardError::writeWhole(std::string_view text,
                                                  std::chrono::milliseconds limit,
                                                  std::size_t& written) {
@@ -73,7 +74,7 @@ StandardError::Outcome StandardError::writeWhole(std::string_view text,
   auto deadline = SteadyClock::now() + limit;
   while (written < text.size()) {
     if (!nonBlocking && !waitUntilWritable(deadline)) return Outcome::blocked;
-    // A pipe that can take anything can take as much as this at once.
+    // A pipe that accepts any byte accepts at least this many at once.
     const auto piece = text.substr(written, PIPE_BUF);
     const auto count = ::write(descriptor, piece.data(), piece.size());
     if (count > 0) {

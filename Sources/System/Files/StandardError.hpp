@@ -8,19 +8,19 @@
 
 namespace zephyl {
 
-/// Writes lines to standard error without ever waiting long for its reader: a paused pager, a
-/// terminal whose output is stopped, a journal that hangs.
+/// Writes lines to standard error with a bounded wait for its reader, which may be a paused pager,
+/// a stopped terminal or a hanging journal.
 ///
-/// When standard error takes nothing for `patience` the line is dropped, and so are further ones,
-/// without waiting, until one can be written again. That one is preceded by a line that says how
-/// many were dropped. Time is the system's steady clock.
+/// If standard error accepts no bytes for `patience`, the line is dropped. Further lines are
+/// dropped without waiting until one can be written again, preceded by a line that reports the
+/// number of dropped ones. Uses the system's steady clock.
 ///
-/// Callable from any thread; lines do not interleave.
+/// Callable from any thread. Lines do not interleave.
 class StandardError {
  public:
   static constexpr std::chrono::milliseconds patience{100};
 
-  /// `line` ends with a line feed.
+  /// Writes `line`, which must end with a line feed.
   void write(std::string_view line);
 
  private:
@@ -30,8 +30,8 @@ class StandardError {
   bool writeMarker();
 
   std::mutex mutex_;
-  std::size_t dropped_ = 0;  // lines since the last one that was written; guarded by mutex_
-  bool withinLine_ = false;  // a line was written in part; guarded by mutex_
+  std::size_t dropped_ = 0;  // since the last line that was written; guarded by mutex_
+  bool withinLine_ = false;  // the last line was written in part; guarded by mutex_
 };
 
 }  // namespace zephyl

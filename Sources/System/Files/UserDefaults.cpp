@@ -18,7 +18,7 @@ namespace zephyl {
 namespace {
 
 /// Locks a directory against other processes. Returns a descriptor that holds the lock while it is
-/// open, whether or not the lock could be had in time.
+/// open, or no lock if it was not available within `patience`.
 FileDescriptor lockDirectory(const std::string& path, std::chrono::milliseconds patience) {
   using std::chrono::steady_clock;
   constexpr std::chrono::milliseconds interval{2};
@@ -34,7 +34,7 @@ FileDescriptor lockDirectory(const std::string& path, std::chrono::milliseconds 
 Result<void> keepUnreadable(const std::string& path, const Error& reason) {
   const auto copy = copyAside(path);
   if (!copy) return copy.error();
-  log("user defaults are unreadable ({}); kept as {}", reason.message, *copy);
+  log("user defaults are unreadable ({}): copied to {}", reason.message, *copy);
   return {};
 }
 

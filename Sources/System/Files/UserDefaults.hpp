@@ -15,16 +15,16 @@
 
 namespace zephyl {
 
-/// A per-user store of named settings, kept in one JSON file: <configuration
+/// A per-user store of named settings in one JSON file: <configuration
 /// directory>/<domain>/defaults.json. Every read checks whether the file has changed, so a change
-/// by another program counts at once. Keys that this program does not know are kept on writing.
+/// by another program takes effect at once. Unknown keys are kept on writing.
 ///
-/// A file that exists and cannot be read or decoded counts as empty, and is copied aside before
-/// the first write that would replace it. Writes that fail change nothing.
+/// A file that exists and cannot be read or decoded counts as empty. It is copied aside before the
+/// first write that would replace it. Failed writes change nothing.
 ///
-/// Changes of several processes follow each other, so that none is lost. A change waits for another
-/// process for `patience` of real time at most, and then goes on: that process may have been
-/// stopped. Callable from any thread.
+/// Changes of several processes are serialized, so that no change is lost. A change waits for
+/// another process for at most `patience` of real time and then continues, because that process may
+/// be stopped. Callable from any thread.
 class UserDefaults {
  public:
   using Values = boost::json::object;
@@ -34,15 +34,16 @@ class UserDefaults {
 
   /// Returns nullopt if the value is absent or not a 64-bit integer.
   [[nodiscard]] std::optional<std::int64_t> integer(const std::string& key) const;
-  /// None when the value is absent or no string.
+  /// Returns nullopt if the value is absent or not a string.
   [[nodiscard]] std::optional<std::string> string(const std::string& key) const;
 
-  /// All values; empty if there is no file. An error if the file cannot be read or decoded.
+  /// Returns all values, or an empty object if there is no file. Returns an error if the file
+  /// cannot be read or decoded.
   [[nodiscard]] Result<Values> values() const;
-  /// Changes the values and saves them, unless they stay the same.
+  /// Calls `edit` with the values and saves them if they have changed.
   Result<void> change(const std::function<void(Values&)>& edit);
 
-  /// Failures of these two are logged.
+  /// These two functions log failures.
   void setString(const std::string& key, const std::string& value);
   void remove(const std::string& key);
 

@@ -17,7 +17,7 @@ std::optional<HTTPDestination> HTTPDestination::parse(std::string_view url) {
                               .target = std::string(view->encoded_target())};
   if (destination.host.empty()) return std::nullopt;
   if (!destination.target.starts_with('/')) destination.target.insert(0, 1, '/');
-  // The library's own port number wraps around for some that are out of range.
+  // The library's own port number wraps around for some values that are out of range.
   const std::string_view port = view->port();
   const auto parsed = std::from_chars(port.begin(), port.end(), destination.port);
   if (!port.empty() && parsed.ec != std::errc()) return std::nullopt;

@@ -29,20 +29,21 @@ namespace http = boost::beast::http;
 using asio::ip::tcp;
 using boost::system::error_code;
 
-/// As much of an answer as is read at a time. A header does not get longer than this.
+/// The number of bytes of an answer that are read at a time, which also limits the size of a
+/// header.
 constexpr std::size_t pieceBytes = 16UL << 10;
 
 class Connection;
 
-/// What the caller holds. The connection itself is kept by its pending operations alone, so it
-/// goes with the reactor even when a handle stays.
+/// The caller's handle. The connection is kept alive by its pending operations alone, so it is
+/// destroyed with the reactor even if a handle remains.
 class Handle final : public HTTPTask::Exchange {
  public:
   explicit Handle(asio::io_context& context) : context_(context) {}
 
   void attach(std::weak_ptr<Connection> connection) { connection_ = std::move(connection); }
   void cancel() override;
-  /// To be asked before each callback.
+  /// Returns whether the exchange was cancelled. Must be checked before each callback.
   [[nodiscard]] bool isCancelled() const { return cancelled_; }
 
  private:
@@ -51,7 +52,7 @@ class Handle final : public HTTPTask::Exchange {
   std::atomic<bool> cancelled_ = false;
 };
 
-/// Takes an answer apart and gives it to the receiver, as long as that one wants it.
+/// Parses an answer and passes it to the receiver, until the receiver refuses the body.
 class AnswerParser final : public http::basic_parser<false> {
  public:
   AnswerParser(HTTPReceiver& receiver, const Handle& handle,
@@ -65,9 +66,10 @@ class AnswerParser final : public http::basic_parser<false> {
     }
   }
 
-  /// A whole interim answer, such as "100 Continue"; the real one follows.
+  /// Returns whether a complete interim answer, such as "100 Continue", was parsed. The final
+  /// answer follows.
   [[nodiscard]] bool isInterim() const { return is_done() && isInterimStatus(); }
-  /// The receiver does not want the body.
+  /// Returns whether the receiver does not want the body.
   [[nodiscard]] bool isRefused() const { return refused_; }
 
  private:
@@ -106,8 +108,7 @@ class AnswerParser final : public http::basic_parser<false> {
   bool refused_ = false;
 };
 
-/// One request and its answer, on a connection of its own or on a kept one. Lives on the reactor's
-/// thread.
+/// One request and its answer, on a new connection or on a kept one. Reactor's thread only.
 class Connection final : public std::enable_shared_from_this<Connection> {
  public:
   Connection(asio::io_context& context, std::shared_ptr<Handle> handle, const HTTPLimits& limits,
@@ -124,7 +125,7 @@ class Connection final : public std::enable_shared_from_this<Connection> {
   }
 
   void start(const ClientRequest& request);
-  /// Ends it without a callback.
+  /// Ends the exchange without a callback.
   void stop();
 
  private:
@@ -162,11 +163,11 @@ class Connection final : public std::enable_shared_from_this<Connection> {
   std::unique_ptr<HTTPReceiver> receiver_;
   std::optional<AnswerParser> parser_;
   boost::beast::flat_static_buffer<pieceBytes> buffer_;
-  std::size_t headBytes_ = 0;  ///< read before the header, interim answers and all, was whole
+  std::size_t headBytes_ = 0;  ///< read until the header was complete, including interim answers
   const std::shared_ptr<KeptConnection> kept_;  ///< null unless connections are kept
   HTTPDestination destination_;
   std::string request_;
-  std::vector<tcp::endpoint> endpoints_;  ///< left to try, the next one last
+  std::vector<tcp::endpoint> endpoints_;  ///< not tried yet, the next one last
   Instant started_ = SteadyClock::now();
   Instant quietSince_ = started_;
   bool connected_ = false;
@@ -236,7 +237,7 @@ void Connection::connect() {
 error_code Connection::open(const tcp& protocol) {
   error_code error;
   socket_.close(error);
-  // Asio's own way to open a socket does not set close-on-exec.
+  // Asio does not set close-on-exec when it opens a socket.
   FileDescriptor descriptor(::socket(protocol.family(), SOCK_STREAM | SOCK_CLOEXEC, 0));
   if (!descriptor) return {errno, boost::system::system_category()};
   socket_.assign(protocol, descriptor.get(), error);
@@ -259,8 +260,8 @@ void Connection::exchange() {
   written_ = false;
   error_code ignored;
   socket_.set_option(tcp::no_delay(true), ignored);
-  // The server may answer before it has read everything, or without; when writing fails, what
-  // there is to read says why.
+  // The server may answer before it has read the request. If writing fails, the result of reading
+  // gives the reason.
   asio::async_write(socket_, asio::buffer(request_),
                     [self = shared_from_this()](error_code error, std::size_t) {
                       if (error) return;
@@ -294,7 +295,7 @@ void Connection::received(error_code error, std::size_t size) {
   proceed(error);
 }
 
-/// Parses what there is. No error when more is needed.
+/// Parses the buffered bytes. Returns success if more are needed.
 error_code Connection::parse() {
   error_code error;
   buffer_.consume(parser_->put(buffer_.data(), error));
@@ -330,8 +331,8 @@ void Connection::keepConnection() {
   kept_->keep(destination_.authority, std::move(socket_));
 }
 
-/// One timer watches both limits. It is not moved for every piece that arrives, but checks the
-/// time of the last one when it fires.
+/// One timer watches both limits. It is not restarted for every piece that arrives. When it fires,
+/// it checks the time of the last piece.
 void Connection::watch() {
   const auto next = std::min(silenceEnd(), wholeEnd());
   if (next == Instant::max()) return;
@@ -370,7 +371,7 @@ Error Connection::describe(error_code error) const {
     return {"lost the connection to ", destination_.authority, ": ", error.message()};
   if (!parser_->is_header_done()) return {"no response"};
   if (error == http::error::partial_message)
-    return {destination_.authority, " broke off its answer"};
+    return {destination_.authority, " closed the connection before the end of its answer"};
   return {destination_.authority, " sent a malformed answer"};
 }
 

@@ -10,8 +10,8 @@ namespace zephyl {
 
 class KeptConnection;
 
-/// Takes in one answer as it arrives, on the reactor's thread, and makes the caller's callbacks of
-/// it: at most one per call, because the exchange may be cancelled between two of them.
+/// Receives one answer piece by piece on the reactor's thread, and calls the caller's callbacks: at
+/// most one per call, because the exchange may be cancelled between two of them.
 class HTTPReceiver {
  public:
   virtual ~HTTPReceiver() = default;
@@ -19,25 +19,25 @@ class HTTPReceiver {
   HTTPReceiver(const HTTPReceiver&) = delete;
   HTTPReceiver& operator=(const HTTPReceiver&) = delete;
 
-  /// False when the body is not wanted.
+  /// Returns whether the body is wanted.
   virtual bool receiveStatus(int status) = 0;
-  /// Takes at least one byte of the body off the front of `bytes`.
+  /// Removes at least one byte from the front of `bytes`.
   virtual void receiveBody(std::string_view& bytes) = 0;
-  /// The body has arrived whole.
+  /// Called when the whole body has arrived.
   virtual void finishBody() {}
-  /// The exchange is over, with nothing or with what went wrong.
+  /// Called once at the end of the exchange. `error` is nullopt on success.
   virtual void end(std::optional<Error> error) = 0;
 };
 
-/// How far an exchange may go.
+/// The limits of an exchange.
 struct HTTPLimits {
-  Duration silence{};                    ///< while connecting and between two pieces; zero: none
-  Duration whole{};                      ///< for the whole exchange; zero: none
-  std::optional<std::size_t> bodyBytes;  ///< of the answer
+  Duration silence{};  ///< while connecting and between two pieces; zero: no limit
+  Duration whole{};    ///< for the whole exchange; zero: no limit
+  std::optional<std::size_t> bodyBytes;  ///< of the answer; nullopt: no limit
 };
 
-/// Starts an exchange on a connection of its own, which `check` must pass. It lives on the reactor
-/// until it is over; the handle that is returned only cancels it. The receiver is let go on the
+/// Starts an exchange on a new connection, which `check` must accept. The exchange lives on the
+/// reactor until its end. The returned handle can only cancel it. The receiver is destroyed on the
 /// reactor's thread.
 ///
 /// If `kept` is not null, uses its connection, which has passed the check before, and returns it

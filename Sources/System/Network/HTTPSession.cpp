@@ -8,7 +8,7 @@ namespace zephyl {
 
 namespace {
 
-/// Collects an answer.
+/// Collects the whole answer.
 class WholeReceiver final : public HTTPReceiver {
  public:
   explicit WholeReceiver(std::function<void(Result<ClientResponse>)> done)
@@ -34,7 +34,7 @@ class WholeReceiver final : public HTTPReceiver {
   ClientResponse response_;
 };
 
-/// Passes an answer on line by line.
+/// Delivers the answer line by line.
 class LineReceiver final : public HTTPReceiver {
  public:
   LineReceiver(StreamHandlers handlers, std::size_t maxLineBytes)

@@ -17,12 +17,12 @@ namespace {
 namespace ip = boost::asio::ip;
 
 constexpr auto resolverProgram = "/usr/bin/getent";
-constexpr std::size_t mostAddresses = 256;
+constexpr std::size_t maxAddresses = 256;
 
-/// The resolver prints one line per address and kind of socket, which begins with the address.
+/// The resolver prints one line per address and socket type. The line begins with the address.
 void addAddresses(const OutputLines& output, HostAddresses& addresses) {
   for (const auto& line : output.lines()) {
-    if (addresses.size() == mostAddresses) return;
+    if (addresses.size() == maxAddresses) return;
     const auto words = splitNonEmpty(line, ' ');
     if (!words.empty()) addresses.emplace_back(words.front());
   }

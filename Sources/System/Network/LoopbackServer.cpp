@@ -33,7 +33,7 @@ constexpr int acceptsPerTurn = 8;
 constexpr std::chrono::milliseconds acceptRetryDelay{100};
 constexpr std::chrono::seconds drainTime{2};
 constexpr std::size_t drainBytes = 1UL << 20;
-constexpr int looksPerSendTimeout = 6;
+constexpr int checksPerSendTimeout = 6;
 
 using Identifier = std::uint64_t;
 using Descriptor = asio::posix::stream_descriptor;
@@ -59,7 +59,7 @@ bool isShortage(int error) {
   return error == EMFILE || error == ENFILE || error == ENOBUFS || error == ENOMEM;
 }
 
-/// Whether the error is of the listening socket itself, not of the connection that was to come.
+/// Returns whether the error concerns the listening socket and not a single connection.
 bool isFatal(int error) {
   return error == EBADF || error == EINVAL || error == ENOTSOCK || error == EOPNOTSUPP;
 }
@@ -69,13 +69,13 @@ bool hasUnreadBytes(int socket) {
   return ::ioctl(socket, FIONREAD, &count) == 0 && count > 0;
 }
 
-/// Bytes that the system has been given to send and that the peer has not taken.
+/// Returns the number of sent bytes that the peer has not acknowledged.
 std::size_t unacknowledgedBytes(int socket) {
   int count = 0;
   return ::ioctl(socket, SIOCOUTQ, &count) == 0 ? static_cast<std::size_t>(count) : 0;
 }
 
-/// What a thread is called after "com.example.purpose".
+/// Returns the part of "com.example.purpose" that names the thread.
 std::string threadName(const std::string& label) {
   return label.substr(label.rfind('.') + 1);
 }
@@ -94,7 +94,7 @@ struct LoopbackServer::Peer::Ticket {
   std::atomic<bool> answered = false;
 };
 
-/// What the listener's thread works on. Lives on, closed, while somebody still holds a peer.
+/// The state of the listener's thread. Stays alive, closed, while a `Peer` exists.
 class LoopbackServer::Server : public std::enable_shared_from_this<Server> {
  public:
   Server(Options options, Handlers handlers, FileDescriptor socket);
@@ -104,12 +104,12 @@ class LoopbackServer::Server : public std::enable_shared_from_this<Server> {
   void close();
   [[nodiscard]] std::uint16_t port() const;
 
-  /// Ways in for peers, from any thread.
+  /// Operations of peers. Callable from any thread.
   void deliver(Identifier id, std::string message, bool refused);
   void drop(Identifier id);
 
  private:
-  /// Reads until the message is whole, then waits for the owner's answer, sends it and, where the
+  /// Reads until the message is complete, then waits for the owner's answer, sends it and, if the
   /// peer may still be sending, drains.
   struct Connection {
     enum class State { reading, waiting, sending, draining, ended };
@@ -117,7 +117,7 @@ class LoopbackServer::Server : public std::enable_shared_from_this<Server> {
     Connection(FileDescriptor descriptor, Peer owner, Reader messageReader)
         : socket(std::move(descriptor)), peer(std::move(owner)), reader(std::move(messageReader)) {}
     ~Connection() {
-      if (peer) peer->ticket_->answered = true;  // it has nothing to end any more
+      if (peer) peer->ticket_->answered = true;  // the ticket has no connection to end
       if (waiter) waiter->release();
     }
     Connection(const Connection&) = delete;
@@ -129,15 +129,15 @@ class LoopbackServer::Server : public std::enable_shared_from_this<Server> {
 
     FileDescriptor socket;
     State state = State::reading;
-    std::optional<Peer> peer;  // until the message is whole
+    std::optional<Peer> peer;  // until the message is complete
     Reader reader;
     SecretString received;  // a request may hold a key
     std::string unsent;
-    std::size_t untaken = 0;  // of the answer, at the last check
+    std::size_t unacknowledged = 0;  // bytes of the answer at the last check
     int stalledChecks = 0;
     bool refused = false;
     std::size_t drained = 0;
-    std::optional<Descriptor> waiter;  // made when there is something to wait for
+    std::optional<Descriptor> waiter;  // made for the first wait
     std::optional<asio::steady_timer> timer;
   };
   using Step = void (Server::*)(Identifier, Connection&);
@@ -150,7 +150,7 @@ class LoopbackServer::Server : public std::enable_shared_from_this<Server> {
   void acceptIfWaitingForRoom();
   void add(FileDescriptor socket);
   void receive(Identifier id, Connection& connection);
-  bool hand(Identifier id, Connection& connection, std::string_view piece);
+  bool passToReader(Identifier id, Connection& connection, std::string_view piece);
   void transmit(Identifier id, Connection& connection);
   void startDraining(Identifier id, Connection& connection);
   void watchSending(Identifier id, Connection& connection);
@@ -161,19 +161,19 @@ class LoopbackServer::Server : public std::enable_shared_from_this<Server> {
   const Options options_;
   const Handlers handlers_;
 
-  std::mutex mutex_;  // guards both against those who come when they go
+  std::mutex mutex_;  // guards reactor_ and closed_ during destruction
   std::unique_ptr<Reactor> reactor_;
   bool closed_ = false;
 
-  // On the thread:
+  // Used on the listener's thread only:
   FileDescriptor socket_;
   std::optional<Descriptor> acceptor_;
   std::optional<asio::steady_timer> acceptTimer_;
   bool acceptsNoMore_ = false;
   bool waitsForRoom_ = false;
   Identifier lastId_ = 0;
-  std::map<Identifier, Connection> connections_;  // the oldest first
-  std::optional<Identifier> handled_;             // whose handler is running
+  std::map<Identifier, Connection> connections_;  // oldest first
+  std::optional<Identifier> handled_;             // the connection whose reader is running
   std::vector<char> scratch_;
 };
 
@@ -262,7 +262,8 @@ void LoopbackServer::Server::drop(Identifier id) {
   });
 }
 
-/// Runs the task now when this is the thread, else there, later; not at all when it is gone.
+/// Runs the task now if called on the listener's thread, otherwise later on that thread. Drops it
+/// after `close`.
 void LoopbackServer::Server::onThread(Task task) {
   std::unique_lock lock(mutex_);
   if (!reactor_) return;
@@ -274,7 +275,7 @@ void LoopbackServer::Server::onThread(Task task) {
   }
 }
 
-/// A few at a time, so that those who come do not keep those waiting who are there already.
+/// Accepts a few connections per turn, so that existing connections are served in between.
 void LoopbackServer::Server::acceptPending() {
   for (int turn = 0; !acceptsNoMore_; ++turn) {
     if (turn == acceptsPerTurn) return reactor_->post([this] { acceptPending(); });
@@ -292,15 +293,15 @@ void LoopbackServer::Server::acceptPending() {
 }
 
 void LoopbackServer::Server::acceptLater(int error) {
-  const auto again = [this](const boost::system::error_code& aborted) {
+  const auto retry = [this](const boost::system::error_code& aborted) {
     if (!aborted) acceptPending();
   };
-  if (error == EAGAIN) return acceptor_->async_wait(Descriptor::wait_read, again);
+  if (error == EAGAIN) return acceptor_->async_wait(Descriptor::wait_read, retry);
   acceptTimer_->expires_after(acceptRetryDelay);
-  acceptTimer_->async_wait(again);
+  acceptTimer_->async_wait(retry);
 }
 
-/// Returns the connection that gives way to a new one when all places are taken.
+/// Returns the connection that a new one replaces when the limit is reached, or the end.
 auto LoopbackServer::Server::evictable() -> std::map<Identifier, Connection>::iterator {
   const auto refused = std::ranges::find_if(
       connections_, [](const auto& each) { return each.second.isDrainingAfterRefusal(); });
@@ -325,7 +326,7 @@ void LoopbackServer::Server::receive(Identifier id, Connection& connection) {
     const auto count = ::recv(connection.socket.get(), scratch_.data(), scratch_.size(), 0);
     if (count > 0) {
       const std::string_view piece(scratch_.data(), static_cast<std::size_t>(count));
-      if (!hand(id, connection, piece)) return;
+      if (!passToReader(id, connection, piece)) return;
     } else if (count < 0 && errno == EAGAIN) {
       return waitFor(id, connection, Descriptor::wait_read, &Server::receive);
     } else if (count == 0 || errno != EINTR) {
@@ -334,8 +335,9 @@ void LoopbackServer::Server::receive(Identifier id, Connection& connection) {
   }
 }
 
-/// Appends a piece to what was received and passes it to the reader. Returns whether to read on.
-bool LoopbackServer::Server::hand(Identifier id, Connection& connection, std::string_view piece) {
+/// Appends a piece to the received bytes and passes them to the reader. Returns whether to read on.
+bool LoopbackServer::Server::passToReader(Identifier id, Connection& connection,
+                                          std::string_view piece) {
   connection.received.append(piece);
   ::explicit_bzero(scratch_.data(), piece.size());
   handled_ = id;
@@ -348,7 +350,7 @@ bool LoopbackServer::Server::hand(Identifier id, Connection& connection, std::st
   if (verdict == Verdict::incomplete) return true;
   connection.received.clear();
   if (connection.state == Connection::State::reading) connection.state = Connection::State::waiting;
-  connection.peer.reset();  // the connection ends here when the owner kept none
+  connection.peer.reset();  // closes the connection unless the owner kept a copy
   return false;
 }
 
@@ -369,8 +371,8 @@ void LoopbackServer::Server::transmit(Identifier id, Connection& connection) {
   startDraining(id, connection);
 }
 
-/// Reads what the peer is still sending, so that closing does not reset the connection while the
-/// answer is on its way.
+/// Reads what the peer is still sending, because closing now would reset the connection and destroy
+/// the answer in transit.
 void LoopbackServer::Server::startDraining(Identifier id, Connection& connection) {
   ::shutdown(connection.socket.get(), SHUT_WR);
   connection.state = Connection::State::draining;
@@ -382,19 +384,21 @@ void LoopbackServer::Server::startDraining(Identifier id, Connection& connection
   drain(id, connection);
 }
 
-/// Looks again and again whether the peer takes of its answer, and ends the connection when not. A
-/// slow peer may take some long before there is room for more.
+/// Checks periodically whether the peer accepts bytes of its answer, and ends the connection if it
+/// does not. Unacknowledged bytes are counted because a slow peer may accept some long before the
+/// socket is writable again.
 void LoopbackServer::Server::watchSending(Identifier id, Connection& connection) {
-  connection.untaken = connection.unsent.size() + unacknowledgedBytes(connection.socket.get());
-  connection.timer.emplace(reactor_->context(), options_.sendTimeout / looksPerSendTimeout);
+  connection.unacknowledged =
+      connection.unsent.size() + unacknowledgedBytes(connection.socket.get());
+  connection.timer.emplace(reactor_->context(), options_.sendTimeout / checksPerSendTimeout);
   connection.timer->async_wait([this, id](const boost::system::error_code& aborted) {
     const auto found = aborted ? connections_.end() : connections_.find(id);
     if (found == connections_.end()) return;
     Connection& slow = found->second;
     if (slow.state != Connection::State::sending) return;
-    const auto untaken = slow.unsent.size() + unacknowledgedBytes(slow.socket.get());
-    slow.stalledChecks = untaken == slow.untaken ? slow.stalledChecks + 1 : 0;
-    if (slow.stalledChecks == looksPerSendTimeout) return end(id, slow);
+    const auto unacknowledged = slow.unsent.size() + unacknowledgedBytes(slow.socket.get());
+    slow.stalledChecks = unacknowledged == slow.unacknowledged ? slow.stalledChecks + 1 : 0;
+    if (slow.stalledChecks == checksPerSendTimeout) return end(id, slow);
     watchSending(id, slow);
   });
 }
@@ -427,7 +431,7 @@ void LoopbackServer::Server::waitFor(Identifier id, Connection& connection,
 
 void LoopbackServer::Server::end(Identifier id, Connection& connection) {
   connection.state = Connection::State::ended;
-  if (handled_ == id) return;  // its handler still reads what was received
+  if (handled_ == id) return;  // its reader still uses the received bytes
   connections_.erase(id);
   acceptIfWaitingForRoom();
 }

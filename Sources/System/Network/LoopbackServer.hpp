@@ -12,34 +12,34 @@
 
 namespace zephyl {
 
-/// Accepts TCP connections on 127.0.0.1 that carry one message each way: the peer sends a message,
-/// whose end only the owner recognises, receives one, and the connection is closed.
+/// Accepts TCP connections on 127.0.0.1. Each carries one message in each direction: the peer sends
+/// a message, whose end only the owner can detect, receives one, and the connection is closed.
 ///
-/// The listener has a thread of its own. All handlers run there, one at a time. They may wait, and
-/// every other connection waits with them. A silent or slow peer delays no other peer.
+/// The listener has its own thread. All handlers run there, one at a time. While a handler waits,
+/// all other connections wait, too. A silent or slow peer does not delay other peers.
 ///
-/// The number of connections is limited. At the limit a new connection replaces the oldest one that
-/// was refused and is being drained, else the oldest one that has not sent a whole message. If
-/// there is neither, new connections wait to be accepted. When descriptors or memory run out,
-/// accepting is retried a little later. A peer that accepts no byte of its answer for `sendTimeout`
-/// is closed.
+/// The number of connections is limited. At the limit a new connection replaces the oldest refused
+/// one that is being drained, or else the oldest one that has not sent a complete message. If there
+/// is neither, new connections wait to be accepted. If descriptors or memory run out, accepting is
+/// retried after a short delay. A connection is closed if its peer accepts no byte of the answer
+/// for `sendTimeout`.
 ///
-/// Received bytes may be secret and are overwritten when they are no longer needed.
+/// Received bytes may be secret. They are overwritten when they are no longer needed.
 class LoopbackServer {
  private:
   class Server;
 
  public:
-  /// A peer, to be answered once. Copies are the same peer; when the last one goes without an
-  /// answer the connection is closed. May be used from any thread, and after the listener is gone:
-  /// then nothing is sent.
+  /// A peer that expects one answer. Copies refer to the same peer. If the last copy is destroyed
+  /// without an answer, the connection is closed. Callable from any thread. Does nothing after the
+  /// listener is gone.
   class Peer {
    public:
     /// Sends `message` and closes the connection.
     void send(std::string message) const;
-    /// Sends `message` and closes the connection; until then what the peer is still sending is read
-    /// and dropped, for a limited time, so that a reset does not destroy the message on its way. A
-    /// refused connection gives way to new ones.
+    /// Sends `message` and closes the connection. Until then, bytes that the peer is still sending
+    /// are read and dropped for a limited time, so that a reset does not destroy the message in
+    /// transit. New connections may replace a refused one.
     void refuse(std::string message) const;
 
    private:
@@ -52,37 +52,38 @@ class LoopbackServer {
   };
 
   enum class Verdict {
-    incomplete,  ///< more is needed; the connection is closed when the peer has finished sending
-    complete,    ///< no more is needed
+    incomplete,  ///< more bytes are needed; the connection is closed at the end of input
+    complete,    ///< no more bytes are needed
   };
 
-  /// Reads the message of one connection. `received` is everything that the peer has sent so far;
-  /// called again with more until it returns `complete`.
+  /// Reads the message of one connection. `received` contains all bytes that the peer has sent.
+  /// Called again with more bytes until it returns `complete`.
   using Reader = std::function<Verdict(const Peer& peer, std::string_view received)>;
 
   struct Options {
-    std::uint16_t port = 0;        ///< 0: any
-    std::string label;             ///< such as "com.example.purpose": its end names the thread
-    std::size_t readSize = 16384;  ///< most bytes taken in one piece
+    std::uint16_t port = 0;  ///< 0: any free port
+    std::string label;       ///< such as "com.example.purpose"; the last part names the thread
+    std::size_t readSize = 16384;  ///< the largest piece to read, in bytes
     std::size_t maxConnections = 256;
     Duration sendTimeout = std::chrono::seconds(30);
   };
   struct Handlers {
-    /// Makes the reader of a new connection, which lives as long as the connection at most.
+    /// Returns the reader of a new connection. The reader is destroyed with the connection at the
+    /// latest.
     std::function<Reader()> onAccepted;
-    /// The listener has failed for good.
+    /// Called when the listener has failed permanently.
     std::function<void(const Error&)> onFailed;
   };
 
   static Result<std::unique_ptr<LoopbackServer>> open(Options options, Handlers handlers);
-  /// Closes everything; no handler runs afterwards. Waits for one that is running, so it must be
-  /// able to end.
+  /// Closes all connections. No handler runs afterwards. Waits for a running handler, which must
+  /// therefore be able to return.
   ~LoopbackServer();
   LoopbackServer(const LoopbackServer&) = delete;
   LoopbackServer& operator=(const LoopbackServer&) = delete;
 
   [[nodiscard]] std::uint16_t port() const;
-  /// Stops accepting; what is under way goes on. Does not wait.
+  /// Stops accepting connections. Existing ones continue. Does not wait.
   void cancel();
 
  private:

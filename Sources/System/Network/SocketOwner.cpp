@@ -23,7 +23,7 @@ namespace zephyl {
 
 namespace {
 
-/// An IP address as the kernel holds it: one word of four bytes, or four.
+/// An IP address in the kernel's form: one 32-bit word, or four.
 struct Address {
   int family = AF_UNSPEC;
   std::array<std::uint32_t, 4> words{};
@@ -39,14 +39,14 @@ struct Address {
   }
 };
 
-// The kernel's own answer
+// Query by netlink
 
 struct DiagnosticRequest {
   nlmsghdr header{};
   inet_diag_req_v2 query{};
 };
 
-/// The socket that a first packet to this address and port would reach.
+/// Returns a query for the socket that a connection to this address and port would reach.
 DiagnosticRequest requestFor(const Address& address, std::uint16_t port) {
   DiagnosticRequest request;
   request.header.nlmsg_len = sizeof request;
@@ -61,8 +61,8 @@ DiagnosticRequest requestFor(const Address& address, std::uint16_t port) {
   return request;
 }
 
-/// Returns nullopt when the kernel does not know the socket, or does not answer such questions.
-std::optional<uid_t> askKernel(const Address& address, std::uint16_t port) {
+/// Returns nullopt if the kernel does not know the socket or does not support the query.
+std::optional<uid_t> queryKernel(const Address& address, std::uint16_t port) {
   const FileDescriptor netlink(
       ::socket(AF_NETLINK, SOCK_DGRAM | SOCK_NONBLOCK | SOCK_CLOEXEC, NETLINK_SOCK_DIAG));
   if (!netlink) return std::nullopt;
@@ -81,7 +81,7 @@ std::optional<uid_t> askKernel(const Address& address, std::uint16_t port) {
   return message.idiag_uid;
 }
 
-// The kernel's tables
+// Query by tables
 
 std::string hexadecimal(const Address& address, std::uint16_t port) {
   const std::size_t words = address.family == AF_INET ? 1 : 4;
@@ -90,7 +90,7 @@ std::string hexadecimal(const Address& address, std::uint16_t port) {
   return formatText("{}:{:04X}", text, port);
 }
 
-/// The owner of the socket of a table that listens at `local`, an address as tables write it.
+/// Returns the owner of the socket that listens at `local`, an address in the form of the tables.
 std::optional<uid_t> findListener(std::string_view table, const std::string& local) {
   enum Column : std::size_t { localAddress = 1, state = 3, owner = 7 };
   constexpr std::string_view listening = "0A";
@@ -106,7 +106,7 @@ std::optional<uid_t> findListener(std::string_view table, const std::string& loc
   return std::nullopt;
 }
 
-/// The IPv6 addresses at which a socket accepts connections to an IPv4 address, too.
+/// Returns the IPv6 addresses whose sockets also accept connections to an IPv4 address.
 std::vector<std::string> dualStackAddresses(const Address& address, std::uint16_t port) {
   Address mapped{.family = AF_INET6, .words = {0, 0, htonl(0xffff), address.words[0]}};
   return {hexadecimal(mapped, port), hexadecimal(Address{.family = AF_INET6}, port)};
@@ -124,7 +124,7 @@ std::optional<uid_t> listeningUser(const SocketTables& tables, const std::string
   const auto parsed = Address::parse(address);
   if (!parsed) return std::nullopt;
   const bool isIPv4 = parsed->family == AF_INET;
-  // The kernel prefers the socket that is bound most closely.
+  // The kernel prefers the socket that is bound most specifically.
   const std::string& own = isIPv4 ? tables.tcp : tables.tcp6;
   for (const auto& bound : {*parsed, Address{.family = parsed->family}}) {
     if (const auto user = findListener(own, hexadecimal(bound, port))) return user;
@@ -139,11 +139,11 @@ std::optional<uid_t> listeningUser(const SocketTables& tables, const std::string
 Result<uid_t> listeningUser(const std::string& address, std::uint16_t port) {
   const auto parsed = Address::parse(address);
   if (!parsed) return Error{address, " is not a numeric address"};
-  if (const auto user = askKernel(*parsed, port)) return *user;
+  if (const auto user = queryKernel(*parsed, port)) return *user;
   const SocketTables tables{.tcp = contentsOf("/proc/net/tcp"),
                             .tcp6 = contentsOf("/proc/net/tcp6")};
   if (const auto user = listeningUser(tables, address, port)) return *user;
-  return Error{"the owner of ", address, ":", std::to_string(port), " is not known"};
+  return Error{"could not determine the owner of ", address, ":", std::to_string(port)};
 }
 
 }  // namespace zephyl

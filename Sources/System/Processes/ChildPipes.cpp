@@ -18,21 +18,22 @@ namespace {
 namespace asio = boost::asio;
 using boost::system::error_code;
 
-/// How much of a child's output may be alive in memory before the child is not read from.
+/// The size of a child's unconsumed output, in bytes, at which reading from the child pauses.
 constexpr std::size_t maxOutstandingBytes = 256UL * 1024;
 
-/// How much is read in one turn of the reactor. Small, since a line of one character takes many
-/// times its size: this bounds by how much one turn can overdraw the allowance.
+/// The number of bytes that are read in one turn of the reactor. Small, because a line of one
+/// character occupies many times its size in memory, and one turn can exceed the allowance by that
+/// much.
 constexpr std::size_t bytesPerTurn = 16UL * 1024;
 
-/// What a batch takes up in memory, which for short lines is mostly the lines' own frames.
+/// Returns the memory of a batch in bytes. Short lines consist mostly of their own string objects.
 std::size_t costOf(const std::vector<std::string>& lines) {
   std::size_t cost = lines.size() * sizeof(std::string);
   for (const std::string& line : lines) cost += line.size();
   return cost;
 }
 
-error_code take(asio::posix::stream_descriptor& descriptor, FileDescriptor& end) {
+error_code adopt(asio::posix::stream_descriptor& descriptor, FileDescriptor& end) {
   error_code error;
   descriptor.assign(end.get(), error);
   if (error) return error;
@@ -43,27 +44,28 @@ error_code take(asio::posix::stream_descriptor& descriptor, FileDescriptor& end)
 
 }  // namespace
 
-/// Counts the bytes of a child's lines that are alive. They come back on any thread, at any time.
+/// Counts the bytes of a child's lines that are alive. Credits are released on any thread, at any
+/// time.
 class OutputPipe::Allowance : public std::enable_shared_from_this<Allowance> {
  public:
-  /// `resume` is called on whatever thread gives back.
+  /// `resume` is called on the thread that releases a credit.
   explicit Allowance(Task resume) : resume_(std::move(resume)) {}
 
-  /// Takes `bytes` until the returned credit goes.
-  std::shared_ptr<void> take(std::size_t bytes) {
+  /// Counts `bytes` as outstanding until the returned credit is destroyed.
+  std::shared_ptr<void> acquire(std::size_t bytes) {
     const std::scoped_lock lock(mutex_);
     outstanding_ += bytes;
     return std::make_shared<Credit>(shared_from_this(), bytes);
   }
 
-  /// Without an allowance, `resume` is called as soon as there is one.
+  /// Returns whether reading may continue. If not, `resume` is called as soon as it may.
   [[nodiscard]] bool hasRoom() {
     const std::scoped_lock lock(mutex_);
     refused_ = outstanding_ >= maxOutstandingBytes;
     return !refused_;
   }
 
-  /// `resume` is not called any more once this has returned.
+  /// After it returns, `resume` is not called any more.
   void close() {
     const std::scoped_lock lock(mutex_);
     resume_ = nullptr;
@@ -73,7 +75,7 @@ class OutputPipe::Allowance : public std::enable_shared_from_this<Allowance> {
   struct Credit {
     Credit(std::shared_ptr<Allowance> owner, std::size_t size)
         : allowance(std::move(owner)), bytes(size) {}
-    ~Credit() { allowance->giveBack(bytes); }
+    ~Credit() { allowance->release(bytes); }
     Credit(const Credit&) = delete;
     Credit& operator=(const Credit&) = delete;
 
@@ -81,7 +83,7 @@ class OutputPipe::Allowance : public std::enable_shared_from_this<Allowance> {
     const std::size_t bytes;
   };
 
-  void giveBack(std::size_t bytes) {
+  void release(std::size_t bytes) {
     const std::scoped_lock lock(mutex_);
     outstanding_ -= bytes;
     if (!refused_ || outstanding_ >= maxOutstandingBytes) return;
@@ -104,7 +106,7 @@ OutputPipe::~OutputPipe() {
 }
 
 error_code OutputPipe::attach(FileDescriptor& readingEnd) {
-  return take(descriptor_, readingEnd);
+  return adopt(descriptor_, readingEnd);
 }
 
 void OutputPipe::start() {
@@ -127,8 +129,8 @@ void OutputPipe::await() {
                          });
 }
 
-/// Reads once; how many bytes. At the end of the output, which may come long before that of the
-/// child, the pipe is closed.
+/// Reads once and returns the number of bytes. Closes the pipe at the end of the output, which may
+/// be long before the end of the child.
 std::size_t OutputPipe::read() {
   std::array<char, bytesPerTurn> buffer;
   const ssize_t count = ::read(descriptor_.native_handle(), buffer.data(), buffer.size());
@@ -168,7 +170,7 @@ void OutputPipe::close() {
 
 void OutputPipe::deliver(std::vector<std::string> lines) {
   if (lines.empty()) return;
-  auto credit = allowance_->take(costOf(lines));
+  auto credit = allowance_->acquire(costOf(lines));
   onOutput_(OutputLines(std::move(lines), std::move(credit)));
 }
 
@@ -185,7 +187,7 @@ void InputBuffer::end() {
   if (wake_) wake_();
 }
 
-InputBuffer::Content InputBuffer::take() {
+InputBuffer::Content InputBuffer::drain() {
   const std::scoped_lock lock(mutex_);
   return {std::exchange(content_.text, {}), content_.ends};
 }
@@ -199,7 +201,7 @@ InputPipe::InputPipe(asio::io_context& context, std::shared_ptr<InputBuffer> buf
     : descriptor_(context), buffer_(std::move(buffer)) {}
 
 error_code InputPipe::attach(FileDescriptor& writingEnd) {
-  const error_code error = take(descriptor_, writingEnd);
+  const error_code error = adopt(descriptor_, writingEnd);
   if (error) return error;
   buffer_->setWake([executor = descriptor_.get_executor(), weak = weak_from_this()] {
     asio::post(executor, [weak] {
@@ -218,7 +220,7 @@ void InputPipe::close() {
 void InputPipe::pump() {
   while (descriptor_.is_open() && !waiting_) {
     if (written_ == content_.text.size()) {
-      content_ = buffer_->take();
+      content_ = buffer_->drain();
       written_ = 0;
     }
     if (content_.text.empty()) {
@@ -229,7 +231,7 @@ void InputPipe::pump() {
   }
 }
 
-/// Writes once. What nobody will read is dropped.
+/// Writes once. Closes the pipe if it has no reader any more.
 void InputPipe::write() {
   const std::string_view rest = std::string_view(content_.text).substr(written_);
   const ssize_t count = ::write(descriptor_.native_handle(), rest.data(), rest.size());

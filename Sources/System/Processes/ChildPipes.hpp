@@ -14,12 +14,12 @@
 #include "System/Files/FileDescriptor.hpp"
 #include "System/Processes/ChildProcess.hpp"
 
-/// The tray's ends of the pipes to a child. Everything is for the reactor's thread, except where it
-/// says otherwise.
+/// The tray's ends of the pipes to a child. Everything runs on the reactor's thread unless stated
+/// otherwise.
 namespace zephyl {
 
-/// Reads what a child prints, as lines, and no faster than they are taken. Kept alive by what it
-/// waits for, so it goes with the reactor at the latest.
+/// Reads a child's output as lines, no faster than the lines are consumed. Its pending operations
+/// keep it alive, so it is destroyed with the reactor at the latest.
 class OutputPipe : public std::enable_shared_from_this<OutputPipe> {
  public:
   OutputPipe(boost::asio::io_context& context, std::size_t maxLineBytes,
@@ -28,13 +28,13 @@ class OutputPipe : public std::enable_shared_from_this<OutputPipe> {
   OutputPipe(const OutputPipe&) = delete;
   OutputPipe& operator=(const OutputPipe&) = delete;
 
-  /// Takes over the reading end.
+  /// Takes ownership of the reading end.
   boost::system::error_code attach(FileDescriptor& readingEnd);
   void start();
-  /// Reads what the pipe holds at this moment and no more: a descendant that got away may still
-  /// be writing.
+  /// Reads only the bytes that the pipe holds at this moment, because a descendant that escaped the
+  /// process group may still be writing.
   void readRest();
-  /// Delivers the line that has no end.
+  /// Delivers the unterminated last line.
   void finish();
 
  private:
@@ -51,20 +51,21 @@ class OutputPipe : public std::enable_shared_from_this<OutputPipe> {
   std::shared_ptr<Allowance> allowance_;
 };
 
-/// What is still to be written to a child. Filled on any thread; knows nothing of the reactor, so
-/// it may outlive it.
+/// Bytes that are still to be written to a child. `append` and `end` are callable from any thread.
+/// Independent of the reactor, so it may outlive it.
 class InputBuffer {
  public:
   struct Content {
     std::string text;
-    bool ends = false;  ///< nothing will follow
+    bool ends = false;  ///< the input ends after `text`
   };
 
   void append(std::string_view line);
   void end();
-  Content take();
+  Content drain();
 
-  /// `wake` is called on whatever thread fills, and not any more once it is set to another.
+  /// Sets the function that is called, on the caller's thread, after `append` and `end`. The
+  /// previous function is not called any more once this has returned.
   void setWake(Task wake);
 
  private:
@@ -73,8 +74,8 @@ class InputBuffer {
   Content content_;
 };
 
-/// Writes what the buffer holds to a child, as fast as the child reads. Owned and kept alive as
-/// the pipe for output is.
+/// Writes the contents of the buffer to a child, as fast as the child reads. Its pending operations
+/// keep it alive, as with OutputPipe.
 class InputPipe : public std::enable_shared_from_this<InputPipe> {
  public:
   InputPipe(boost::asio::io_context& context, std::shared_ptr<InputBuffer> buffer);
@@ -82,9 +83,9 @@ class InputPipe : public std::enable_shared_from_this<InputPipe> {
   InputPipe(const InputPipe&) = delete;
   InputPipe& operator=(const InputPipe&) = delete;
 
-  /// Takes over the writing end.
+  /// Takes ownership of the writing end.
   boost::system::error_code attach(FileDescriptor& writingEnd);
-  /// The child has ended.
+  /// Closes the pipe. Must be called when the child has ended.
   void close();
 
  private:
@@ -94,8 +95,8 @@ class InputPipe : public std::enable_shared_from_this<InputPipe> {
 
   boost::asio::posix::stream_descriptor descriptor_;
   const std::shared_ptr<InputBuffer> buffer_;
-  InputBuffer::Content content_;  // taken from the buffer
-  std::size_t written_ = 0;       // of it
+  InputBuffer::Content content_;  // drained from the buffer
+  std::size_t written_ = 0;       // bytes of `content_`
   bool waiting_ = false;
 };
 

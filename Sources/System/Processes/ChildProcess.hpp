@@ -26,10 +26,10 @@ struct ExitStatus {
   bool operator==(const ExitStatus&) const = default;
 };
 
-/// Whole lines of a child's output, without their ends. While a batch is alive its size counts
-/// against the child's allowance, and a child that has used it up is not read from, so that
-/// a queue of batches stays bounded. The lines, which may hold a secret, are overwritten when
-/// the batch goes. Movable only.
+/// Whole lines of a child's output, without their ends. Movable only. While a batch is alive, its
+/// size counts against the child's allowance. A child that has exhausted its allowance is not read
+/// from, so a queue of batches stays bounded. The lines may hold a secret and are overwritten in
+/// the destructor.
 class OutputLines {
  public:
   OutputLines(std::vector<std::string> lines, std::shared_ptr<void> credit)
@@ -39,7 +39,7 @@ class OutputLines {
   }
   OutputLines(OutputLines&&) = default;
   OutputLines& operator=(OutputLines&& other) noexcept {
-    lines_.swap(other.lines_);  // which overwrites those of this
+    lines_.swap(other.lines_);  // `other` overwrites the previous lines
     credit_.swap(other.credit_);
     return *this;
   }
@@ -50,42 +50,41 @@ class OutputLines {
 
  private:
   std::vector<std::string> lines_;
-  std::shared_ptr<void> credit_;  // given back when it goes
+  std::shared_ptr<void> credit_;  // released in the destructor
 };
 
-/// What to run, and how.
+/// Which program to run, and how.
 struct ProcessOptions {
   std::string executable;  ///< an absolute path, or one relative to the working directory
   std::vector<std::string> arguments;  ///< without the program's own name
-  Environment environment;             ///< the whole of it
-  std::string workingDirectory;        ///< empty: the tray's own
+  Environment environment;             ///< complete: nothing is inherited
+  std::string workingDirectory;        ///< empty: that of the tray
 
-  /// Whether the child lives only as long as the tray. Such a child is asked to end when the tray
-  /// dies, whatever the cause, and its process group (it leads one of its own) is ended with it,
-  /// grandchildren included. Any other child outlives the tray.
+  /// Whether the child lives only as long as the tray. When the tray ends or is killed, a tied
+  /// child and its process group, which it leads, are sent SIGTERM and later SIGKILL, grandchildren
+  /// included. An independent child outlives the tray.
   enum class Lifetime { tied, independent };
   Lifetime lifetime = Lifetime::tied;
 
-  /// Whether `ChildProcess::write` reaches the child's standard input, which is /dev/null
-  /// otherwise.
+  /// Whether `ChildProcess::write` reaches the child's standard input. Otherwise it is /dev/null.
   bool hasInput = false;
-  /// A longer line of output is cut, and its rest dropped.
+  /// Longer lines of output are cut at this size, in bytes.
   std::size_t maxLineBytes = LineReader::maxLineBytes;
-  /// Called with output as it comes, standard output and error together. Unset: the child's
-  /// output goes where the tray's own goes.
+  /// Called with output when it is read, standard output and error together. If unset, the child
+  /// inherits the tray's standard output and error.
   std::function<void(OutputLines)> onOutput;
-  /// Called with the lines of standard error, if they are to be separated from standard output.
+  /// Called with the lines of standard error, if set. `onOutput` then receives standard output
+  /// only.
   std::function<void(OutputLines)> onErrorOutput;
-  /// Called once, after the last output, when the child has ended and been reaped.
+  /// Called once, after the last output, when the child has ended and was reaped.
   std::function<void(ExitStatus)> onExit;
 };
 
-/// A child that was started. Operations may be called from any thread; a signal never reaches
-/// another process that got the same id. Destroying the handle leaves the child running and its
-/// callbacks in force.
+/// A child that was started. Callable from any thread. A signal never reaches another process that
+/// reuses the id. Destroying the handle neither ends the child nor removes its callbacks.
 class ChildProcess {
  public:
-  /// How long the process group of a child has to end, from the first request on.
+  /// The time in which a child's process group must end after the first request.
   static constexpr Duration terminationGrace = std::chrono::seconds(3);
 
   virtual ~ChildProcess() = default;
@@ -94,32 +93,32 @@ class ChildProcess {
   ChildProcess& operator=(const ChildProcess&) = delete;
 
   [[nodiscard]] virtual pid_t pid() const = 0;
-  /// False as soon as the child has been seen to end, before `onExit` is called. A tied child that
-  /// was asked to end has ended when its whole process group has, which is sent SIGTERM once the
-  /// child itself has gone; what is left of the group after `terminationGrace` is killed. After an
-  /// end without a request the group is killed at once.
+  /// Returns false after the child has ended, before `onExit` is called. If a tied child was asked
+  /// to end, it counts as ended when its whole process group has ended: the group is sent SIGTERM
+  /// when the child itself ends, and SIGKILL after `terminationGrace`. If a child ends without a
+  /// request, its group is killed at once.
   [[nodiscard]] virtual bool isRunning() const = 0;
 
-  /// SIGTERM to the child alone.
+  /// Sends SIGTERM to the child alone.
   virtual void terminate() = 0;
-  /// SIGTERM to the child's whole process group.
+  /// Sends SIGTERM to the child's whole process group.
   virtual void terminateGroup() = 0;
-  /// SIGKILL to the child's whole process group.
+  /// Sends SIGKILL to the child's whole process group.
   virtual void killGroup() = 0;
-  /// Waits until the child has ended, for at most `limit` of real time, and returns whether it has.
-  /// Must not be called from a callback, from a task of the main loop or from a thread of the pool
-  /// (see NoChildWaits): the shutdown alone waits.
+  /// Waits for the end of the child for at most `limit` of real time. Returns whether it has ended.
+  /// Must not be called from a callback, a task of the main loop or a thread of the pool (see
+  /// NoChildWaits). Only the shutdown waits.
   [[nodiscard]] virtual bool waitForExit(Duration limit) = 0;
 
-  /// Sends a line, without its end, to a child that has input. Returns at once: what the child
-  /// has not read yet waits in memory, and what it never reads is dropped when it ends.
+  /// Sends a line, given without its end, to a child that has input. Returns at once. Unread input
+  /// waits in memory and is dropped when the child ends.
   virtual void write(std::string_view line) = 0;
-  /// Ends the child's input behind what was written so far.
+  /// Closes the child's input after all that was written.
   virtual void closeInput() = 0;
 };
 
-/// Starts children. The one seam between the supervisors and the system: tests put a launcher of
-/// their own here.
+/// Starts children. The only interface between the supervisors and the system's processes. Tests
+/// substitute it.
 class ProcessLauncher {
  public:
   virtual ~ProcessLauncher() = default;
@@ -127,9 +126,9 @@ class ProcessLauncher {
   ProcessLauncher(const ProcessLauncher&) = delete;
   ProcessLauncher& operator=(const ProcessLauncher&) = delete;
 
-  /// Starts a child, or says why not ("<executable>: No such file or directory"). When it
-  /// returns, the child runs the new program. Callbacks come on the reactor's thread, possibly
-  /// before this returns; they must be short.
+  /// Starts a child. When it returns successfully, the child runs the new program. Otherwise
+  /// returns the reason ("<executable>: No such file or directory"). Callbacks are called on the
+  /// reactor's thread, possibly before this returns, and must be short.
   [[nodiscard]] virtual Result<std::shared_ptr<ChildProcess>> launch(ProcessOptions options) = 0;
 };
 

@@ -1,14 +1,14 @@
 #pragma once
 
-/// A core file would hold what the process keeps secret, such as keys and tokens, and stay on disk.
+/// Core dumps are disabled because a core file would put keys and tokens on disk.
 namespace zephyl::coreDumps {
 
-/// Sets the soft limit of this process for core files to zero and remembers the limit so far.
-/// Called once, by `main`.
+/// Sets the soft limit of this process for core files to zero, and remembers the previous limit.
+/// Must be called once, by `main`.
 void disable();
 
-/// Gives this process the remembered limit back, before it becomes another program. Does nothing
-/// unless `disable` was called. Async-signal-safe.
+/// Restores the remembered limit before this process executes another program. Does nothing unless
+/// `disable` was called. Async-signal-safe.
 void restore();
 
 }  // namespace zephyl::coreDumps

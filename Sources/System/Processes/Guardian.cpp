@@ -20,28 +20,28 @@ namespace {
 using namespace std::chrono_literals;
 
 constexpr auto grace = 1s;           // from SIGTERM to SIGKILL
-constexpr auto pollInterval = 20ms;  // between two checks whether the groups have ended
-constexpr pid_t none = 0;            // an empty place in the table
-constexpr pid_t smallestGroup = 2;   // kill(-1) would hit every process there is
-constexpr const char* processName = "zephyl-guardian";  // 15 characters, as many as there can be
+constexpr auto pollInterval = 20ms;  // between checks whether the groups have ended
+constexpr pid_t noGroup = 0;         // an empty entry of the table
+constexpr pid_t smallestGroup = 2;   // kill(-1) would reach every process
+constexpr const char* processName = "zephyl-guardian";  // 15 characters, the longest possible name
 
 }  // namespace
 
 /// Shared between the tray, its forked children and the guardian.
 struct Guardian::Groups {
-  std::array<std::atomic<pid_t>, maxGroups> places{};
+  std::array<std::atomic<pid_t>, maxGroups> entries{};
 
-  /// Sends `signal` to every group; whether any was there to take it. One that was not is taken
-  /// out, since its id may come to belong to others.
+  /// Sends `signal` to every group. Returns whether any group still exists. Removes groups that do
+  /// not exist, because their ids may be reused.
   bool signalAll(int signal) {
     bool found = false;
-    for (auto& place : places) {
-      const pid_t group = place.load();
-      if (group == none) continue;
+    for (auto& entry : entries) {
+      const pid_t group = entry.load();
+      if (group == noGroup) continue;
       if (::kill(-group, signal) == 0) {
         found = true;
       } else {
-        place.store(none);
+        entry.store(noGroup);
       }
     }
     return found;
@@ -65,18 +65,18 @@ void Guardian::Unmap::operator()(Groups* groups) const {
 
 namespace {
 
-constexpr int guardedPipe = 3;
+constexpr int guardianPipe = 3;
 
-/// Leaves nothing of the tray's open but the pipe: a descriptor kept here would keep a terminal,
-/// a log or the tray's own end of the pipe alive.
+/// Closes all descriptors of the tray but the pipe, because they would keep a terminal, a log or
+/// the tray's own end of the pipe open.
 void keepOnly(int pipe) {
-  ::dup2(pipe, guardedPipe);
+  ::dup2(pipe, guardianPipe);
   const int null = ::open("/dev/null", O_RDWR);
   for (const int standard : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) ::dup2(null, standard);
-  ::close_range(guardedPipe + 1, ~0U, 0);
+  ::close_range(guardianPipe + 1, ~0U, 0);
 }
 
-/// Returns when nobody holds the other end of the pipe open. What is read is of no importance.
+/// Waits until no process holds the other end of the pipe open. Ignores what it reads.
 void waitForEnd(int pipe) {
   char unused = 0;
   ssize_t count = 0;
@@ -87,17 +87,17 @@ void waitForEnd(int pipe) {
 
 }  // namespace
 
-void Guardian::standGuard(int pipe, Groups& groups) {
+void Guardian::runGuardian(int pipe, Groups& groups) {
   sigset_t all;
   sigfillset(&all);
   ::sigprocmask(SIG_BLOCK, &all, nullptr);
   ::setsid();
   ::prctl(PR_SET_NAME, processName);
   if (::chdir("/") != 0) {
-    // Then it stays where the tray was started, which does no harm.
+    // It stays in the working directory of the tray, which does no harm.
   }
   keepOnly(pipe);
-  waitForEnd(guardedPipe);
+  waitForEnd(guardianPipe);
   groups.end();
   ::_exit(0);
 }
@@ -109,12 +109,12 @@ Result<Guardian> Guardian::start() {
   SharedGroups groups(std::construct_at(static_cast<Groups*>(memory)));
   std::array<int, 2> ends{};
   if (::pipe2(ends.data(), O_CLOEXEC) != 0) return systemError("guardian", errno);
-  const FileDescriptor guardsEnd(ends[0]);
-  FileDescriptor traysEnd(ends[1]);
+  const FileDescriptor readingEnd(ends[0]);
+  FileDescriptor writingEnd(ends[1]);
   const pid_t process = ::fork();
   if (process < 0) return systemError("guardian", errno);
-  if (process == 0) standGuard(guardsEnd.get(), *groups);
-  return Guardian(std::move(traysEnd), process, std::move(groups));
+  if (process == 0) runGuardian(readingEnd.get(), *groups);
+  return Guardian(std::move(writingEnd), process, std::move(groups));
 }
 
 Guardian::~Guardian() {
@@ -126,17 +126,17 @@ Guardian::~Guardian() {
 
 bool Guardian::add(pid_t group) {
   if (group < smallestGroup) return false;
-  for (auto& place : groups_->places) {
-    pid_t expected = none;
-    if (place.compare_exchange_strong(expected, group)) return true;
+  for (auto& entry : groups_->entries) {
+    pid_t expected = noGroup;
+    if (entry.compare_exchange_strong(expected, group)) return true;
   }
   return false;
 }
 
 void Guardian::remove(pid_t group) {
-  for (auto& place : groups_->places) {
+  for (auto& entry : groups_->entries) {
     pid_t expected = group;
-    if (place.compare_exchange_strong(expected, none)) return;
+    if (entry.compare_exchange_strong(expected, noGroup)) return;
   }
 }
 

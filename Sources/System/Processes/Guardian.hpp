@@ -9,38 +9,38 @@
 
 namespace zephyl {
 
-/// Ends the tray's children when the tray is gone, however it went.
+/// Ends the tray's children when the tray has ended, for whatever reason.
 ///
-/// A small process, forked before the tray starts its first thread, shares with the tray a table
-/// of the process groups that the tray is responsible for, and waits for the end of a pipe that
-/// only the tray holds open. When the tray has ended or was killed, it sends the groups that are
-/// left SIGTERM, after a grace of one second SIGKILL, and ends. It leads a session of its own and
-/// blocks every signal that can be blocked, so that neither Ctrl-C nor the end of a login takes
-/// it first.
+/// The guardian is a small process, forked before the tray starts its first thread. It shares a
+/// table of process groups with the tray and waits for the end of a pipe that only the tray holds
+/// open. When the tray has ended, it sends SIGTERM to the groups in the table, SIGKILL after a
+/// grace of one second, and ends. It leads a session of its own and blocks all signals that can be
+/// blocked, so that neither Ctrl-C nor the end of a login ends it before the tray.
 ///
-/// The table is memory, not messages: entering a group cannot block, be lost or come too late,
-/// whatever state the guardian is in, and the guardian sleeps as long as the tray lives. Should
-/// the guardian be killed, children still have their death signal, but not their groups.
+/// The table is shared memory instead of messages, so that adding a group cannot block, be lost or
+/// be delayed, regardless of the guardian's state. The guardian sleeps as long as the tray lives.
+/// If the guardian is killed, the children still have their death signals, but their groups have no
+/// protection.
 ///
-/// Owned by `main`; outlives the reactor. `add` and `remove` may be called from any thread.
+/// Owned by `main`. Must outlive the reactor. `add` and `remove` are callable from any thread.
 class Guardian {
  public:
-  /// How many groups the table holds: many times what a tray ever starts.
+  /// The capacity of the table, many times the number of groups that a tray ever has.
   static constexpr std::size_t maxGroups = 1024;
 
-  /// Forks the guardian. Only while the process has a single thread.
+  /// Forks the guardian. Must be called while the process has a single thread.
   static Result<Guardian> start();
 
   Guardian(Guardian&&) noexcept = default;
-  /// Has the guardian end what is left, and waits until it is gone: in a moment when no group is
-  /// left, as after an orderly shutdown; within little more than the grace otherwise.
+  /// Lets the guardian end the remaining groups, and waits for it to end. Returns at once if the
+  /// table is empty, as after an orderly shutdown, otherwise after little more than the grace.
   ~Guardian();
 
-  /// Makes the guardian responsible for a process group. False when the table is full: then
-  /// nobody would end the group, and it must not be started. Async-signal-safe, so that a forked
-  /// child can enter its own group before it runs a program.
+  /// Adds a process group to the table. Returns false if the table is full. The group must not be
+  /// started then, because nothing would end it. Async-signal-safe, so that a forked child can add
+  /// its own group before it runs a program.
   [[nodiscard]] bool add(pid_t group);
-  /// The group is gone. Call it while the id cannot have been given to another group yet.
+  /// Removes a group that has ended. Must be called before its id can be reused.
   void remove(pid_t group);
 
  private:
@@ -53,9 +53,9 @@ class Guardian {
   Guardian(FileDescriptor pipe, pid_t process, SharedGroups groups)
       : pipe_(std::move(pipe)), process_(process), groups_(std::move(groups)) {}
 
-  [[noreturn]] static void standGuard(int pipe, Groups& groups);
+  [[noreturn]] static void runGuardian(int pipe, Groups& groups);
 
-  FileDescriptor pipe_;  // its end means the tray's end; nothing is ever written
+  FileDescriptor pipe_;  // nothing is written; its end is the tray's end
   pid_t process_;
   SharedGroups groups_;
 };

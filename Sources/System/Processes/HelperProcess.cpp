@@ -40,7 +40,8 @@ void HelperLines::launch(ProcessLauncher& launcher, ProcessOptions options) {
   const auto handle =
       weakly(events_, [](const Events& events, const std::string& line) { events.line(line); });
   options.onOutput = [&loop = mainLoop_, handle](OutputLines lines) {
-    auto held = std::make_shared<OutputLines>(std::move(lines));  // delays further output
+    auto held = std::make_shared<OutputLines>(
+        std::move(lines));  // alive until handled, which limits further output
     loop.async([handle, held] {
       for (const auto& line : held->lines()) handle(line);
     });

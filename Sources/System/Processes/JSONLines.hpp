@@ -14,9 +14,9 @@
 
 namespace zephyl {
 
-/// A helper program's side of a `HelperProcess`: reads and writes messages, one JSON object a line,
-/// on two descriptors, which outlive it. Lines longer than `maxLineBytes` are skipped. Blocks where
-/// it says so. Not thread-safe.
+/// The helper program's side of a `HelperProcess`. Reads and writes messages, one JSON object a
+/// line, on two descriptors, which must outlive it. Lines longer than `maxLineBytes` are skipped.
+/// Functions block only where stated. Not thread-safe.
 class JSONLines {
  public:
   static constexpr std::size_t maxLineBytes = std::size_t{16} << 20;
@@ -33,10 +33,10 @@ class JSONLines {
     return *next<Message>();
   }
 
-  /// Waits for input and receives it. Returns false at the end of the input.
+  /// Waits for input and reads it. Returns false at the end of the input.
   bool receive();
-  /// Returns the next of the messages that were received, an error if it is not a `Message`, or
-  /// nullopt if all have been returned.
+  /// Returns the next received message, an error if it is not a `Message`, or nullopt if none is
+  /// left.
   template <typename Message>
   std::optional<Result<Message>> next() {
     if (!hasLine()) return std::nullopt;
@@ -44,10 +44,10 @@ class JSONLines {
     lines_.pop_front();
     return json::decodeText<Message>(line);
   }
-  /// Receives what there is, without waiting, and returns whether the input has ended.
+  /// Reads all available input without waiting. Returns whether the input has ended.
   bool inputHasEnded();
 
-  /// Writes a message. Waits while a pipe is full, and does nothing if its reader is gone.
+  /// Writes a message. Waits while the pipe is full. Does nothing if its reader is gone.
   template <typename Message>
   void write(const Message& message) {
     writeLine(json::compact(json::encode(message)) + '\n');

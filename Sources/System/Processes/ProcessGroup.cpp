@@ -22,7 +22,7 @@ std::optional<Membership> membershipOf(const fs::path& process) {
   std::ifstream file(process / "stat");
   std::string text;
   std::getline(file, text);
-  const auto nameEnd = text.rfind(')');  // a name may hold anything
+  const auto nameEnd = text.rfind(')');  // a name may contain any characters
   if (nameEnd == std::string::npos) return std::nullopt;
   std::istringstream fields(text.substr(nameEnd + 1));
   Membership membership;

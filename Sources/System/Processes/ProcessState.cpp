@@ -12,7 +12,7 @@ namespace zephyl {
 
 namespace {
 
-/// Written once, before any thread is started.
+/// Written once, before any thread starts.
 struct Inherited {
   bool isKnown = false;
   rlimit descriptors{};
@@ -23,7 +23,7 @@ bool isOpen(int descriptor) {
   return ::fcntl(descriptor, F_GETFD) >= 0 || errno != EBADF;
 }
 
-/// The lowest free number is the one that is missing, as those below it are open.
+/// Opens each missing descriptor. `open` returns the lowest free number, so it is the missing one.
 void openStandardDescriptors() {
   for (const int descriptor : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
     if (!isOpen(descriptor) && ::open("/dev/null", O_RDWR) < 0) return;

@@ -2,26 +2,26 @@
 
 namespace zephyl {
 
-/// The state of this process that the rest of the program relies on. A process that starts a
-/// program decides about its descriptors, signals and limits, and they survive exec.
+/// The process state that the rest of the program relies on. The parent process determines
+/// descriptors, signals and limits, and they survive exec.
 
 /// Establishes that state:
-/// - descriptors 0 to 2 are open, on /dev/null where they were closed, so that no file of the
-///   program's own becomes a standard descriptor;
-/// - SIGCHLD has its default action, without which no child's end can be waited for;
+/// - descriptors 0 to 2 are open, on /dev/null if they were closed, so that no other file becomes a
+///   standard descriptor;
+/// - SIGCHLD has its default action, which is required to wait for children;
 /// - SIGPIPE is ignored;
-/// - the soft limit of open descriptors is as high as the hard one.
+/// - the soft limit of open descriptors equals the hard one.
 ///
-/// Must be called first in `main`, before a descriptor is opened or a thread is started. The mask
-/// of blocked signals is that of `EndSignals::block`.
+/// Must be called first in `main`, before a descriptor is opened or a thread is started. Does not
+/// change the signal mask (see `EndSignals::block`).
 void establishProcessState();
 
-/// Whether SIGHUP was ignored when the program was started, as `nohup` does. Such a program must
-/// not end at a hang-up.
+/// Returns whether SIGHUP was ignored when the program was started, as by `nohup`. Then the program
+/// must not end at a hang-up.
 bool hangUpIsIgnored();
 
-/// Gives this process back the limit of descriptors that it was started with, before it becomes
-/// another program: some take a high limit badly. Async-signal-safe.
+/// Restores the original limit of descriptors before this process executes another program, because
+/// some programs cannot handle a high limit. Async-signal-safe.
 void restoreDescriptorLimit();
 
 }  // namespace zephyl

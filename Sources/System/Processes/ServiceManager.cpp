@@ -43,7 +43,7 @@ SocketAddress socketAddress(const std::string& text) {
   return address;
 }
 
-/// The watchdog's limit is meant for the process that the manager started, not for its children.
+/// The limit applies to the process that the manager started, not to its children.
 bool isForThisProcess() {
   const auto process = environmentVariable(processVariable);
   return !process || parseDecimal(*process) == static_cast<long long>(::getpid());

@@ -11,35 +11,35 @@ namespace zephyl {
 
 class MainLoop;
 
-/// The service manager that started this process as a service of the type "notify", for example the
-/// systemd of the user's session; see sd_notify(3). Without a service manager every function does
-/// nothing.
+/// The service manager that started this process as a service of the type "notify", such as systemd
+/// (see sd_notify(3)). Without a service manager, no function has an effect.
 ///
-/// A notification never blocks. One that cannot be sent is logged and lost. Callable from any
-/// thread unless stated otherwise.
+/// Notifications never block. A notification that cannot be sent is logged and dropped. Callable
+/// from any thread unless stated otherwise.
 class ServiceManager {
  public:
   /// Reads `NOTIFY_SOCKET`, `WATCHDOG_USEC` and `WATCHDOG_PID`. Must be called before
-  /// `removePrivateEnvironmentVariables`, which keeps them from children.
+  /// `removePrivateEnvironmentVariables`, which removes them.
   static ServiceManager fromEnvironment();
 
   [[nodiscard]] bool exists() const { return static_cast<bool>(socket_); }
 
-  /// The service has started.
+  /// Reports that the service has started.
   void notifyReady() const { notify("READY=1"); }
-  /// The service executes another program in its process, which will notify that it is ready.
+  /// Reports that the service is about to execute another program, which will report that it is
+  /// ready.
   void notifyReloading() const { notify("RELOADING=1\nWATCHDOG=1"); }
-  /// The service shuts down.
+  /// Reports that the service is shutting down.
   void notifyStopping() const { notify("STOPPING=1"); }
 
-  /// Notifies from `mainLoop` that the service works, twice in the time after which the manager
-  /// would kill it, until the returned timer is destroyed. A main loop that hangs stops the
-  /// notifications. Returns an empty timer, which costs no wake-ups, if the manager watches
-  /// nothing. This object outlives the timer. Main thread only.
+  /// Sends watchdog notifications from `mainLoop`, twice within the manager's time limit, until the
+  /// returned timer is destroyed. They stop if the main loop hangs. Returns an empty timer, which
+  /// causes no wake-ups, if the manager set no limit. This object must outlive the timer. Main
+  /// thread only.
   [[nodiscard]] Timer feedWatchdog(MainLoop& mainLoop, Clock& clock) const;
 
-  /// Puts the variables back for the program that this process executes next. Must be called when
-  /// no other thread is left.
+  /// Restores the environment variables for the program that this process executes next. Must be
+  /// called when no other thread is left.
   void restoreEnvironment() const;
 
  private:
@@ -50,7 +50,7 @@ class ServiceManager {
   std::string address_;  ///< as in the environment: a path, or "@" and an abstract name
   std::string watchdogLimit_;
   std::optional<Duration> watchdogInterval_;
-  FileDescriptor socket_;  // kept open, so that a shortage of descriptors does not end the service
+  FileDescriptor socket_;  // kept open, so that notifications work when descriptors run out
 };
 
 }  // namespace zephyl

@@ -21,26 +21,26 @@ namespace zephyl {
 
 namespace {
 
-/// Why the program could not be started, as it crosses the verdict pipe.
+/// The reason why the program could not be started, as written to the verdict pipe.
 struct Failure {
   int number = 0;
   bool ofDirectory = false;
 };
 
-/// What becomes the child's standard descriptors; -1: the tray's own.
+/// The child's standard descriptors. -1 means that of the tray.
 struct StandardDescriptors {
   int input = -1;  // -1: /dev/null
   int output = -1;
   int errors = -1;
 };
 
-/// Everything the child needs, made before the fork: from there to exec it may call nothing that
-/// allocates or locks, since another thread may have been inside it.
+/// All that the child needs, prepared before the fork. Between fork and exec the child must not
+/// allocate or lock, because another thread may have held a lock at the fork.
 struct Program {
   const char* executable;
   char* const* arguments;
   char* const* environment;
-  const char* directory;  // null: stays where it is
+  const char* directory;  // null: that of the tray
   bool tied;
   pid_t parent;
   Guardian& guardian;
@@ -63,7 +63,7 @@ std::vector<SecretString> entriesOf(const Environment& environment) {
   return entries;
 }
 
-/// Texts as exec takes them: a pointer to each, then null.
+/// Returns pointers to the texts, followed by null, as exec requires.
 template <typename Text>
 std::vector<char*> pointersTo(std::vector<Text>& texts) {
   std::vector<char*> pointers;
@@ -73,8 +73,8 @@ std::vector<char*> pointersTo(std::vector<Text>& texts) {
   return pointers;
 }
 
-/// Blocks all signals on this thread, so that no handler of the tray's runs in a forked child and
-/// acts on what the two share.
+/// Blocks all signals on this thread, so that no signal handler of the tray runs in a forked child
+/// and modifies shared state.
 class SignalsBlocked {
  public:
   SignalsBlocked() {
@@ -90,7 +90,7 @@ class SignalsBlocked {
   sigset_t before_{};
 };
 
-// What follows, up to `becomeProgram`, runs in the child: async-signal-safe calls only.
+// The functions up to `becomeProgram` run in the child: async-signal-safe calls only.
 
 void resetSignals() {
   struct sigaction standard {};
@@ -101,7 +101,7 @@ void resetSignals() {
   ::sigprocmask(SIG_SETMASK, &noSignals, nullptr);
 }
 
-/// The guardian sees this entry even if the tray dies right now: the child holds the tray's end
+/// The guardian sees this entry even if the tray dies now, because the child holds the tray's end
 /// of the guardian's pipe open until exec.
 bool tie(const Program& program) {
   if (::setpgid(0, 0) != 0) return false;
@@ -110,7 +110,8 @@ bool tie(const Program& program) {
     return false;
   }
   ::prctl(PR_SET_PDEATHSIG, SIGTERM);
-  if (::getppid() != program.parent) ::_exit(EXIT_FAILURE);  // it died before it could be asked for
+  if (::getppid() != program.parent)
+    ::_exit(EXIT_FAILURE);  // the parent died before the signal was set
   return true;
 }
 
@@ -119,7 +120,7 @@ bool arrangeDescriptors(const StandardDescriptors& standard) {
   if (input < 0 || ::dup2(input, STDIN_FILENO) < 0) return false;
   if (standard.output >= 0 && ::dup2(standard.output, STDOUT_FILENO) < 0) return false;
   if (standard.errors >= 0 && ::dup2(standard.errors, STDERR_FILENO) < 0) return false;
-  // All are close-on-exec already; this is for those of a library that is not as careful.
+  // All descriptors should be close-on-exec already. This covers libraries that do not set it.
   ::close_range(STDERR_FILENO + 1, ~0U, CLOSE_RANGE_CLOEXEC);
   return true;
 }
@@ -179,8 +180,8 @@ pid_t forkProgram(const ProcessOptions& options, Guardian& guardian,
   return pid;
 }
 
-/// Nothing when the program runs. (Nor when the child was killed before it could: that is an exit
-/// like any other.)
+/// Returns nullopt if the program runs, or if the child was killed before that, which is treated as
+/// an ordinary exit.
 std::optional<Failure> readVerdict(const FileDescriptor& verdict) {
   Failure failure;
   ssize_t count = 0;
@@ -200,7 +201,7 @@ void discard(pid_t pid, Guardian& guardian) {
   while (::waitid(P_PID, static_cast<id_t>(pid), &ignored, WEXITED | WNOWAIT) < 0 &&
          errno == EINTR) {
   }
-  guardian.remove(pid);  // before it is reaped: until then its id is its own
+  guardian.remove(pid);  // before it is reaped, while its id cannot be reused
   ::waitpid(pid, nullptr, 0);
 }
 

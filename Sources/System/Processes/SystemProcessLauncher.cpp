@@ -30,7 +30,7 @@ namespace asio = boost::asio;
 using boost::system::error_code;
 using SteadyClock = std::chrono::steady_clock;
 
-/// What the owner of a child sees. Knows nothing of the reactor, so it may outlive it.
+/// The owner's handle of a child. Independent of the reactor, so it may outlive it.
 class SystemChild final : public ChildProcess {
  public:
   SystemChild(pid_t pid, std::shared_ptr<InputBuffer> input)
@@ -43,10 +43,10 @@ class SystemChild final : public ChildProcess {
     return !reaped_;
   }
 
-  void terminate() override { askToEnd(pid_); }
+  void terminate() override { requestEnd(pid_); }
   void terminateGroup() override {
-    groupAsked_ = true;
-    askToEnd(-pid_);
+    groupSignalled_ = true;
+    requestEnd(-pid_);
   }
   void killGroup() override { signal(-pid_, SIGKILL); }
 
@@ -59,7 +59,8 @@ class SystemChild final : public ChildProcess {
   void write(std::string_view line) override { input_->append(line); }
   void closeInput() override { input_->end(); }
 
-  /// How it ended. It has, and stays a zombie: its id is still its own.
+  /// Returns how the child ended. Requires that it has ended and was not reaped, so that its id is
+  /// not reused.
   [[nodiscard]] ExitStatus exitStatus() const {
     siginfo_t information{};
     ::waitid(P_PID, static_cast<id_t>(pid_), &information, WEXITED | WNOWAIT);
@@ -68,18 +69,18 @@ class SystemChild final : public ChildProcess {
             information.si_status};
   }
 
-  /// Asks the rest of the group to end, unless it was asked together with the child.
+  /// Sends SIGTERM to the rest of the group, unless the whole group received it before.
   void terminateRest() {
-    if (!groupAsked_.exchange(true)) signal(-pid_, SIGTERM);
+    if (!groupSignalled_.exchange(true)) signal(-pid_, SIGTERM);
   }
 
-  /// Until when the rest of its process group may go on, if it was asked to end.
+  /// Returns the end of the process group's grace, or nullopt if the child was not asked to end.
   [[nodiscard]] std::optional<SteadyClock::time_point> graceEnd() const {
     const std::scoped_lock lock(mutex_);
     return graceEnd_;
   }
 
-  /// From here on the id may belong to another process, and no signal is sent any more.
+  /// Reaps the child. Its id may be reused afterwards, so no signal is sent any more.
   void reap() {
     {
       const std::scoped_lock lock(mutex_);
@@ -90,7 +91,7 @@ class SystemChild final : public ChildProcess {
   }
 
  private:
-  void askToEnd(pid_t target) {
+  void requestEnd(pid_t target) {
     {
       const std::scoped_lock lock(mutex_);
       if (!graceEnd_) graceEnd_ = SteadyClock::now() + terminationGrace;
@@ -105,15 +106,15 @@ class SystemChild final : public ChildProcess {
 
   const pid_t pid_;
   const std::shared_ptr<InputBuffer> input_;
-  std::atomic<bool> groupAsked_ = false;
+  std::atomic<bool> groupSignalled_ = false;
   mutable std::mutex mutex_;
   std::condition_variable ended_;
   bool reaped_ = false;
   std::optional<SteadyClock::time_point> graceEnd_;
 };
 
-/// Follows a child on the reactor's thread, until it has ended. Kept alive by what it waits for,
-/// so it goes with the reactor at the latest.
+/// Watches a child on the reactor's thread until it has ended. Its pending operations keep it
+/// alive, so it is destroyed with the reactor at the latest.
 class ChildWatch : public std::enable_shared_from_this<ChildWatch> {
  public:
   ChildWatch(asio::io_context& context, Guardian& guardian, std::shared_ptr<SystemChild> child,
@@ -125,7 +126,7 @@ class ChildWatch : public std::enable_shared_from_this<ChildWatch> {
         child_(std::move(child)),
         options_(std::move(options)) {}
 
-  /// Takes over the descriptors.
+  /// Takes ownership of the descriptors.
   error_code attach(SpawnedChild& spawned, const std::shared_ptr<InputBuffer>& input) {
     error_code error;
     process_.assign(spawned.process.get(), error);
@@ -156,7 +157,7 @@ class ChildWatch : public std::enable_shared_from_this<ChildWatch> {
     return outputs_.back()->attach(end);
   }
 
-  /// The child has ended. As long as it is not reaped its id, and that of its group, is its own.
+  /// The child has ended. Its id, and that of its group, cannot be reused before it is reaped.
   void conclude() {
     if (mustWaitForGroup()) {
       child_->terminateRest();
@@ -178,7 +179,8 @@ class ChildWatch : public std::enable_shared_from_this<ChildWatch> {
     if (options_.onExit) options_.onExit(status);
   }
 
-  /// A child that was asked to end has ended, but members of its group still use its grace.
+  /// Returns whether the child was asked to end and members of its group may use the rest of its
+  /// grace.
   [[nodiscard]] bool mustWaitForGroup() const {
     if (options_.lifetime != ProcessOptions::Lifetime::tied) return false;
     const auto end = child_->graceEnd();

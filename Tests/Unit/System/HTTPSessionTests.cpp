@@ -223,9 +223,9 @@ TEST_F(HTTPSessionTest, ReportsAServerThatDoesNotSpeakHTTP) {
 
 TEST_F(HTTPSessionTest, ReportsABodyThatIsCutOff) {
   EXPECT_EQ(outcomeOf("HTTP/1.1 200 OK\r\nContent-Length: 10\r\n\r\nhello"),
-            "SERVER broke off its answer");
+            "SERVER closed the connection before the end of its answer");
   EXPECT_EQ(outcomeOf("HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n5\r\nhel"),
-            "SERVER broke off its answer");
+            "SERVER closed the connection before the end of its answer");
 }
 
 TEST_F(HTTPSessionTest, ReportsAMalformedBody) {

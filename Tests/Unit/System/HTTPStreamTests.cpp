@@ -125,7 +125,8 @@ TEST_F(HTTPStreamTest, ReportsAStreamThatBreaksOff) {
   const auto record = recordOf(chunkedHead + chunk("one\ntw"));
   EXPECT_THAT(record.lines, ElementsAre("one"));
   ASSERT_EQ(record.ends.size(), 1U);
-  EXPECT_TRUE(record.ends[0]->message.ends_with("broke off its answer"));
+  EXPECT_TRUE(
+      record.ends[0]->message.ends_with("closed the connection before the end of its answer"));
 }
 
 TEST_F(HTTPStreamTest, ReportsWhatIsNoAnswer) {

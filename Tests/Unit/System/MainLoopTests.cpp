@@ -193,7 +193,7 @@ TEST_F(WatchedLoop, LogsATaskThatIsStuckWhenAnotherIsAdded) {
 
 TEST_F(WatchedLoop, LogsALongTaskAtItsEndIfNobodyAddedOne) {
   const auto log = test::logOf([this] { runWithin([this] { now_ += 3s; }); });
-  EXPECT_NE(log.find("busy with one task for 3.0 s"), std::string::npos) << log;
+  EXPECT_NE(log.find("was blocked by one task for 3.0 s"), std::string::npos) << log;
 }
 
 TEST_F(WatchedLoop, LogsNothingOfTasksWithinTheLimitAndOfIdleTime) {

@@ -60,7 +60,7 @@ TEST(SocketOwner, IsNotKnownWhereNothingListens) {
   const auto owner = listeningUser("127.0.0.1", port);
   ASSERT_FALSE(owner);
   EXPECT_EQ(owner.error().message,
-            "the owner of 127.0.0.1:" + std::to_string(port) + " is not known");
+            "could not determine the owner of 127.0.0.1:" + std::to_string(port));
   EXPECT_FALSE(listeningUser("localhost", port)) << "not a numeric address";
 }
 

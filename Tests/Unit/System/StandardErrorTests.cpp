@@ -73,7 +73,7 @@ TEST_F(StandardErrorTest, WaitsOnceAndThenDropsLinesUntilOneGoesThrough) {
   EXPECT_LT(timeToWrite("more\n"), StandardError::patience / 2) << "it does not wait again";
   EXPECT_EQ(read(), filler_);
   error_.write("last\n");
-  EXPECT_EQ(read(), "[tray] 102 log lines were dropped: standard error took nothing\nlast\n");
+  EXPECT_EQ(read(), "[tray] 102 log lines were dropped: standard error was blocked\nlast\n");
   error_.write("after\n");
   EXPECT_EQ(read(), "after\n");
 }
@@ -83,7 +83,7 @@ TEST_F(StandardErrorTest, BeginsANewLineAfterOneThatWasCutOff) {
   error_.write(longLine);
   EXPECT_EQ(read(), longLine.substr(0, 4096));
   error_.write("last\n");
-  EXPECT_EQ(read(), "\n[tray] 1 log lines were dropped: standard error took nothing\nlast\n");
+  EXPECT_EQ(read(), "\n[tray] 1 log lines were dropped: standard error was blocked\nlast\n");
 }
 
 TEST_F(StandardErrorTest, ForgetsLinesThatNobodyCanRead) {
