@@ -9,24 +9,23 @@
 #include "Desktop/FolderRequest.hpp"
 #include "Desktop/StatusItem.hpp"
 
-/// What the components ask of a desktop session. Everything here is a value or a narrow
-/// interface, so that an adapter can be D-Bus, a terminal, nothing at all, or another system's
-/// application framework. All of it is called on the main thread, and calls back there; nothing
-/// here waits for a user.
+/// The services of a desktop session, as values and narrow interfaces, so that an adapter can use
+/// D-Bus, a terminal, nothing at all, or another system's application framework. All functions must
+/// be called on the main thread and call back there. No function waits for the user.
 namespace zephyl {
 
-/// A message that appears beside what the user is doing. One with the identifier of an earlier one
-/// replaces it.
+/// A message that is shown beside the user's current work. It replaces an earlier one with the same
+/// identifier.
 struct Notification {
   std::string identifier;
   std::string title;
   std::string body;
-  std::string actionTitle;  ///< of its button; empty for none
+  std::string actionTitle;  ///< title of its button; empty for no button
 
   bool operator==(const Notification&) const = default;
 };
 
-/// A program in the user's session that is known by an identifier, such as "com.zephyl.desktop".
+/// A program in the user's session with an identifier such as "com.zephyl.desktop".
 struct RunningApplication {
   std::string identifier;
   pid_t pid = 0;
@@ -34,16 +33,17 @@ struct RunningApplication {
   bool operator==(const RunningApplication&) const = default;
 };
 
-/// The programs that a text file can be opened in. The desktop knows what they are called.
+/// The programs that can open a text file. The adapter knows their names.
 enum class Editor { cursor, vsCode, textEdit };
 
-/// Events of the desktop. An event without a handler is ignored.
+/// The desktop's events. Events without a handler are ignored.
 struct DesktopEvents {
-  std::function<void()> reopened;  ///< the user has started the running program again
-  /// The user has chosen a notification, or its button.
+  std::function<void()> reopened;  ///< called when the user starts the running program again
+  /// Called when the user has chosen a notification or its button.
   std::function<void(const std::string& identifier)> notificationActivated;
 };
 
+/// The services of one desktop session.
 class Desktop {
  public:
   virtual ~Desktop() = default;
@@ -53,16 +53,16 @@ class Desktop {
 
   virtual void setEvents(DesktopEvents events) = 0;
 
-  /// Created on first use; lives as long as the desktop.
+  /// Returns the status item, which is created on first use and lives as long as the desktop.
   virtual StatusItem& statusItem() = 0;
 
-  /// Asks for the right to post notifications; without an answer they simply do not appear.
+  /// Requests permission to post notifications. Without permission they are not shown.
   virtual void requestNotificationAuthorization() = 0;
   virtual void postNotification(const Notification& notification) = 0;
-  /// Takes a posted notification away again; nothing when it is gone.
+  /// Removes a posted notification. Does nothing if it is gone.
   virtual void removeNotification(const std::string& identifier) = 0;
 
-  /// Those that run under this identifier now.
+  /// Returns the running applications with this identifier.
   [[nodiscard]] virtual std::vector<RunningApplication> runningApplications(
       const std::string& identifier) = 0;
   /// Brings all windows of a running application to the front.
@@ -72,9 +72,9 @@ class Desktop {
 
   /// Opens a web address in the user's browser.
   virtual void openURL(const std::string& url) = 0;
-  /// Opens a file in an editor, where that is installed.
+  /// Opens a file in an editor if that editor is installed.
   virtual void openFile(const std::string& path, Editor editor) = 0;
-  /// Asks the user for a folder. Calls `done` once.
+  /// Lets the user choose a folder. Calls `done` once.
   virtual void chooseFolder(const FolderRequest& request,
                             std::function<void(FolderChoice)> done) = 0;
 };

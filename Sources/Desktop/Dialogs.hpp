@@ -17,19 +17,19 @@
 
 namespace zephyl {
 
-// The values are described, so that they can be sent to a helper program as they are.
+// The values are described, so that they can be sent to a helper program unchanged.
 
-/// The progress of something that takes time.
+/// The progress of a long operation.
 struct Progress {
-  std::optional<double> fraction;  ///< from 0 to 1; nullopt while it is unknown
-  std::string text;                ///< the same in words, a line
+  std::optional<double> fraction;  ///< from 0 to 1; nullopt while unknown
+  std::string text;                ///< the progress in words, on one line
 
   bool operator==(const Progress&) const = default;
 };
 BOOST_DESCRIBE_STRUCT(Progress, (), (fraction, text))
 
-/// A line in which the user types. (Clang could not default-construct it in a `std::optional` if it
-/// were defined within `Alert`.)
+/// A line of text that the user types. (Clang could not default-construct it in a `std::optional`
+/// if it were defined within `Alert`.)
 struct AlertTextField {
   std::string placeholder;
   int width = 0;  ///< in points
@@ -38,7 +38,7 @@ struct AlertTextField {
 };
 BOOST_DESCRIBE_STRUCT(AlertTextField, (), (placeholder, width))
 
-/// A message that asks for an answer. All texts are plain: shown as they are, without markup.
+/// A message that requires an answer. All texts are plain and shown without markup.
 struct Alert {
   enum class Style { warning, critical, question, information };
 
@@ -46,17 +46,17 @@ struct Alert {
   std::string messageText;
   std::string informativeText;
   std::vector<std::string> buttons;  ///< at least one; the first is the default
-  std::size_t safeButton = 0;        ///< what Escape, closing, or the dialog's death chooses
+  std::size_t safeButton = 0;        ///< chosen by Escape, by closing and by a crash of the dialog
 
   using TextField = AlertTextField;
-  std::optional<TextField> textField;  ///< has the focus at first
-  std::optional<Progress> progress;    ///< a bar below the texts, which the dialog's handle moves
-  /// Places in `buttons` of those that permit something. They can be pressed only after the whole
-  /// text has been on screen, and arrow keys never move the focus to them.
+  std::optional<TextField> textField;  ///< has the initial focus
+  std::optional<Progress> progress;  ///< a bar below the texts, updated through the dialog's handle
+  /// Indices in `buttons` of the buttons that permit something. They can be pressed only after the
+  /// whole text was on screen, and arrow keys never move the focus to them.
   std::vector<std::size_t> permittingButtons;
-  /// Whether the alert answers something that the user has just done. Any other alert is shown
-  /// without taking the focus where the window system allows that, and ignores keys and clicks as
-  /// `InputGuard` says, also each time it becomes active.
+  /// Whether the alert responds to an action of the user. Any other alert is shown without taking
+  /// the focus, if the window system permits that, and ignores keys and clicks as `InputGuard`
+  /// requires, also each time it becomes active.
   bool requestedByUser = false;
 
   bool operator==(const Alert&) const = default;
@@ -69,21 +69,22 @@ constexpr auto fieldsWithDefault(const Alert*) {
   return std::tuple(&Alert::permittingButtons, &Alert::requestedByUser);
 }
 
+/// The user's answer to an alert.
 struct AlertAnswer {
-  std::size_t button = 0;  ///< its place in `Alert::buttons`
-  SecretString text;       ///< of the text field
+  std::size_t button = 0;  ///< index in `Alert::buttons`
+  SecretString text;       ///< the content of the text field
 
   bool operator==(const AlertAnswer&) const = default;
 };
 BOOST_DESCRIBE_STRUCT(AlertAnswer, (), (button, text))
 
-/// A log that the user may read.
+/// A window that shows a log.
 struct LogWindow {
   std::string title;
-  std::string message;           ///< what went wrong; empty when nothing did
-  std::string shownText;         ///< what is on screen
-  std::string fullText;          ///< what is copied
-  bool requestedByUser = false;  ///< as in `Alert`
+  std::string message;           ///< the error; empty if there is none
+  std::string shownText;         ///< the text on screen
+  std::string fullText;          ///< the text for the clipboard
+  bool requestedByUser = false;  ///< see `Alert`
 
   bool operator==(const LogWindow&) const = default;
 };
@@ -92,12 +93,11 @@ constexpr auto fieldsWithDefault(const LogWindow*) {
   return std::tuple(&LogWindow::requestedByUser);
 }
 
-/// What the user does with a log window.
+/// An action of the user in a log window.
 enum class LogWindowEvent { openInCursor, openInVSCode, openInTextEdit, closed };
 BOOST_DESCRIBE_ENUM(LogWindowEvent, openInCursor, openInVSCode, openInTextEdit, closed)
 
-/// A dialog on screen, or on its way there. Destroying it closes the dialog, which is not answered
-/// afterwards.
+/// A dialog that is open or being opened. Destroying it closes the dialog without an answer.
 class Dialog {
  public:
   virtual ~Dialog() = default;
@@ -105,17 +105,18 @@ class Dialog {
   Dialog(const Dialog&) = delete;
   Dialog& operator=(const Dialog&) = delete;
 
-  /// Moves the bar of an alert that has one; nothing for any other dialog, and for one that is not
-  /// on screen any more. Each call is drawn, so there should be few in a second.
+  /// Updates the progress bar of an alert that has one. Does nothing for other dialogs and for
+  /// closed ones. Each call is drawn, so it should be called only a few times a second.
   virtual void showProgress(const Progress& /*progress*/) {}
 
-  /// Brings the dialog to the front, with the focus, because the user has just asked for it. Does
-  /// nothing where a dialog cannot be behind something else, and for one that is gone.
+  /// Brings the dialog to the front, with the focus, on request of the user. Does nothing if
+  /// dialogs cannot be covered, or if it is closed.
   virtual void bringToFront() {}
 };
 
-/// Windows that ask the user or show something. Presenting returns at once; answers come later, on
-/// the main thread, on which everything is called, too. Several dialogs may be open side by side.
+/// Windows that ask the user or show information. Presenting returns at once, and answers are
+/// delivered later. Main thread only, including the callbacks. Several dialogs may be open at the
+/// same time.
 class Dialogs {
  public:
   using Handle = std::unique_ptr<Dialog>;
@@ -125,15 +126,16 @@ class Dialogs {
   Dialogs(const Dialogs&) = delete;
   Dialogs& operator=(const Dialogs&) = delete;
 
-  /// Answers once: none when the alert could not be shown, so that nobody has seen it.
+  /// Calls `done` once, with nullopt if the alert could not be shown.
   [[nodiscard]] virtual Handle presentAlert(
       const Alert& alert, std::function<void(std::optional<AlertAnswer>)> done) = 0;
-  /// Answers once: a folder's path, nothing when the user cancelled, or why nobody could be asked.
+  /// Calls `done` once with the folder's path, nullopt if the user cancelled, or an error if the
+  /// dialog could not be shown.
   [[nodiscard]] virtual Handle chooseFolder(
       const FolderRequest& request,
       std::function<void(Result<std::optional<std::string>>)> done) = 0;
-  /// Tells what the user does until the window is closed. A window that cannot be shown goes to
-  /// the log instead, and is closed.
+  /// Calls `notify` with the user's actions until the window is closed. If the window cannot be
+  /// shown, its text is logged and `closed` is reported.
   [[nodiscard]] virtual Handle presentLogWindow(const LogWindow& window,
                                                 std::function<void(LogWindowEvent)> notify) = 0;
 };

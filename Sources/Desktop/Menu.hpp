@@ -12,24 +12,24 @@ namespace zephyl {
 /// The color of the dot before an entry, which shows a state.
 enum class DotColor { grey, green, orange, red };
 
-/// What choosing an entry asks for: a value of a type of the program's own, which a desktop hands
-/// back unread. An immutable value; copies share it. Any thread.
+/// The action of an entry: a value of any type of the program, which an adapter returns unread when
+/// the entry is chosen. Immutable. Copies share the value. Callable from any thread.
 class MenuAction {
  public:
-  /// `Value` can be copied and compared.
+  /// `Value` must be copyable and comparable.
   template <std::equality_comparable Value>
     requires(!std::same_as<Value, MenuAction>)
   explicit MenuAction(Value value)
       : content_(std::make_shared<const Holder<Value>>(std::move(value))) {}
 
-  /// Returns the value, or null if it is of another type. Valid as long as a copy of this exists.
+  /// Returns the value, or null if it has another type. It is valid while a copy of this exists.
   template <typename Value>
   [[nodiscard]] const Value* as() const {
     const auto* const holder = dynamic_cast<const Holder<Value>*>(content_.get());
     return holder != nullptr ? &holder->value : nullptr;
   }
 
-  /// Whether type and value are the same.
+  /// Returns whether type and value are equal.
   bool operator==(const MenuAction& other) const {
     return content_ == other.content_ || content_->equals(*other.content_);
   }
@@ -59,16 +59,16 @@ class MenuAction {
 struct MenuEntry {
   enum class Kind { item, separator };
 
-  /// What the row means, unique among its siblings: as long as a row means the same thing it keeps
-  /// its key, whatever its title says, and another meaning never gets it.
+  /// The identity of the row, unique among its siblings. A row with the same meaning keeps its key
+  /// when its title changes, and a key is never reused for another meaning.
   std::string key;
   Kind kind = Kind::item;
   std::string title;            ///< plain text, without the dot
-  std::optional<DotColor> dot;  ///< a dot line: the dot, then the title in bold
-  bool enabled = true;          ///< a disabled row is information
-  std::string keyEquivalent;    ///< one letter, pressed with Control; empty for none
+  std::optional<DotColor> dot;  ///< if set, the title is shown in bold after the dot
+  bool enabled = true;          ///< a disabled row only shows information
+  std::string keyEquivalent;    ///< one letter, pressed with Control; may be empty
   std::optional<MenuAction> action;
-  std::vector<MenuEntry> submenu;  ///< empty for none
+  std::vector<MenuEntry> submenu;  ///< empty for no submenu
 
   bool operator==(const MenuEntry&) const = default;
 };

@@ -10,15 +10,15 @@ namespace zephyl {
 /// The status item's picture.
 enum class StatusIcon { idle, busy };
 
-/// What the user does with the menu. Called on the main thread. An unset event is ignored.
+/// The user's actions in the menu. Called on the main thread. Unset functions are ignored.
 struct MenuEvents {
-  std::function<void()> needsUpdate;  ///< it is about to open: `setMenu` with what it should say
+  std::function<void()> needsUpdate;  ///< the menu is about to open and `setMenu` should be called
   std::function<void()> willOpen;
   std::function<void()> didClose;
   std::function<void(const MenuAction&)> chosen;
 };
 
-/// The one item that the tray shows in the panel. Setting what is shown already costs nothing.
+/// The tray's only item in the panel. Setting a value that is already shown costs nothing.
 class StatusItem {
  public:
   virtual ~StatusItem() = default;
@@ -27,9 +27,9 @@ class StatusItem {
   StatusItem& operator=(const StatusItem&) = delete;
 
   virtual void setIcon(StatusIcon icon) = 0;
-  /// The short text beside the icon; empty for none.
+  /// Sets the short text beside the icon, which may be empty.
   virtual void setTitle(const std::string& title) = 0;
-  /// The state in words: for the tool tip, for screen readers, for a log.
+  /// Sets the state in words, for the tool tip, screen readers and the log.
   virtual void setDescription(const std::string& description) = 0;
   virtual void setMenu(const Menu& menu) = 0;
   virtual void setMenuEvents(MenuEvents events) = 0;

@@ -192,7 +192,7 @@ int main(int argc, char** argv) {
   using namespace zephyl;
   std::signal(SIGPIPE, SIG_IGN);
   // "--ask PID": as a second start would.
-  if (argc == 3) return SingleInstance::askToReopen(std::stoi(argv[2]), "token-of-start") ? 0 : 1;
+  if (argc == 3) return SingleInstance::requestReopen(std::stoi(argv[2]), "token-of-start") ? 0 : 1;
   Bundle::setMain(Bundle(Bundle::runningExecutable()));
   removePrivateEnvironmentVariables();
   auto guardian = Guardian::start();

@@ -206,7 +206,7 @@ def test_a_web_address_is_opened_and_nothing_else(start_demo, tmp_path):
     demo.do("open", url="--help")
     demo.do("open", url="file:///etc/passwd")
     demo.do("open", url="http://127.100.0.1:5173")
-    demo.log_line("ended with status 3")
+    demo.log_line("exited with status 3")
     assert (tmp_path / "opened").read_text() == "http://127.100.0.1:5173\n"
 
 
@@ -237,7 +237,7 @@ def test_another_owner_of_the_name_is_left_in_peace(bus, start_demo):
     peer = bus.peer()
     peer.own(NAME)
     demo = start_demo()
-    demo.log_line("another process has the bus name")
+    demo.log_line("another process owns the bus name")
     assert ask_holder(bus, demo.pid) == 1
     peer.release(NAME)
     eventually(lambda: ask_holder(bus, demo.pid) == 0)

@@ -107,7 +107,7 @@ def test_a_folder_elsewhere_is_an_answer_that_cannot_be_used(bus, demo, uri):
     FolderChooser(bus.peer(), (0, uri))
     ask(demo)
     answer = demo.event("folder")
-    assert "named no folder on this machine" in answer["error"]
+    assert "returned no folder on this machine" in answer["error"]
     assert "unanswered" not in answer, "the user is not asked again"
 
 

@@ -87,7 +87,7 @@ def test_registers_again_with_every_watcher_and_host(bus, watcher, item):
 
 def test_waits_for_a_watcher_that_comes_late(bus, start_demo):
     demo = start_demo()
-    demo.log_line("no panel shows status items yet")
+    demo.log_line("no panel shows status items; waiting for one")
     assert outline(Watcher(bus.peer()).item().layout()) == OUTLINE
 
 

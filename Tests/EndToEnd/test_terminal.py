@@ -169,7 +169,7 @@ def test_a_hang_up_alone_gives_the_terminal_back_and_goes_on_headless(with_agent
     terminal = open_terminal()
     terminal.see("reachable, 1 folder", "idle")
     os.kill(terminal.pid, signal.SIGHUP)
-    terminal.see("[tray] the terminal is gone: running without a screen",
+    terminal.see("[tray] the terminal was closed: running without a screen",
                  "[tray] reachable, 1 folder")
     assert "icanon" in terminal.settings() and not terminal.has_second_screen()
     os.kill(terminal.pid, signal.SIGTERM)
@@ -207,7 +207,7 @@ def test_why_it_could_not_go_on_is_told_once_the_screen_is_gone(world, open_term
 
 @pytest.mark.parametrize("term, reason", [
     ("dumb", "a terminal of type \"dumb\" cannot show a menu"),
-    ("unheard-of", "the terminal's type \"unheard-of\" is not known here")])
+    ("unheard-of", "unknown terminal type \"unheard-of\"")])
 def test_a_terminal_that_cannot_show_a_menu_is_refused(world, open_terminal, term, reason):
     world.use_agent_script("#!/bin/sh\nexec sleep 1000\n")
     terminal = open_terminal(term=term, columns=120)

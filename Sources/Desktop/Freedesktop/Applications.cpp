@@ -12,7 +12,7 @@ namespace zephyl {
 
 namespace {
 
-/// A pidfd; closed when there is no such process.
+/// Returns a pidfd, or a closed descriptor if there is no such process.
 FileDescriptor openProcess(pid_t pid) {
   if (pid <= 0) return {};
   return FileDescriptor(static_cast<int>(::syscall(SYS_pidfd_open, pid, 0)));
@@ -74,33 +74,33 @@ std::vector<RunningApplication> Applications::running(const std::string& identif
 
 void Applications::watch(const std::string& identifier) {
   if (!settled_) return;
-  if (connection_ == nullptr) return learn(identifier, {});
+  if (connection_ == nullptr) return store(identifier, {});
   Watch& watch = watches_.try_emplace(identifier, identifier).first->second;
   watch.name.watch(*connection_, [this, &watch](const std::string&) { ownerChanged(watch); });
 }
 
 void Applications::ownerChanged(Watch& watch) {
   watch.question.reset();
-  if (watch.name.owner().empty()) return learn(watch.name.name(), {});
-  askForProcess(watch, [this, &watch](pid_t pid) { processLearned(watch, pid); });
+  if (watch.name.owner().empty()) return store(watch.name.name(), {});
+  queryProcess(watch, [this, &watch](pid_t pid) { openOwner(watch, pid); });
 }
 
-/// Opens the process and asks once more: an owner that is still connected has not ended, so the
-/// pidfd, which is older than the second answer, is its process and not a successor of that id.
-void Applications::processLearned(Watch& watch, pid_t pid) {
+/// Opens the process and queries again. An owner that is still connected has not ended, so the
+/// pidfd, which is older than the second answer, refers to its process and not to a successor.
+void Applications::openOwner(Watch& watch, pid_t pid) {
   const auto process = std::make_shared<const FileDescriptor>(openProcess(pid));
-  if (!*process) return learn(watch.name.name(), {.pid = pid, .process = nullptr});
-  askForProcess(watch, [this, &watch, pid, process](pid_t again) {
+  if (!*process) return store(watch.name.name(), {.pid = pid, .process = nullptr});
+  queryProcess(watch, [this, &watch, pid, process](pid_t again) {
     const bool confirmed = again == pid;
-    learn(watch.name.name(), confirmed ? Known{.pid = pid, .process = process} : Known{});
+    store(watch.name.name(), confirmed ? Known{.pid = pid, .process = process} : Known{});
   });
 }
 
-void Applications::askForProcess(Watch& watch, std::function<void(pid_t)> answer) const {
-  watch.question = connection_->askForProcess(watch.name.owner(), std::move(answer));
+void Applications::queryProcess(Watch& watch, std::function<void(pid_t)> answer) const {
+  watch.question = connection_->queryProcess(watch.name.owner(), std::move(answer));
 }
 
-void Applications::learn(const std::string& identifier, Known known) {
+void Applications::store(const std::string& identifier, Known known) {
   known.answered = true;
   const std::scoped_lock lock(mutex_);
   known_[identifier] = std::move(known);

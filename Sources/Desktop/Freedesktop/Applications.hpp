@@ -15,47 +15,48 @@
 
 namespace zephyl {
 
-/// A call that asks an application, reached under the bus name `service`, to come to the front.
-/// The token allows it to; empty for none. None when it cannot be said.
+/// Returns a call that asks an application, reached at the bus name `service`, to come to the
+/// front. The token, which may be empty, permits that. Returns null if the call could not be
+/// created.
 BusMessage newActivation(const BusConnection& connection, const char* service,
                          const std::string& identifier, const std::string& token);
 
-/// The applications of the session that own a bus name: an identifier whose name has an owner is
-/// running.
+/// The applications of the session that own a bus name: an application is running while its
+/// identifier, as a bus name, has an owner.
 ///
-/// The owner's process is known by its id and by a pidfd, which cannot come to mean another process
-/// once the application has ended. The bus confirms the id after the pidfd was opened. An owner
-/// whose process cannot be opened is running, but is never sent a signal.
+/// The owner's process is identified by its id and by a pidfd, which cannot refer to another
+/// process after the application has ended. The bus confirms the id after the pidfd was opened. An
+/// owner whose process cannot be opened counts as running, but is never sent a signal.
 ///
-/// The first question about an identifier waits for the bus, for `firstAnswerTimeout` of real time
-/// at most; from then on its name is watched and the answer is at hand. Called from the main
-/// thread; lives on the bus thread.
+/// The first query for an identifier waits for the bus for at most `firstAnswerTimeout` of real
+/// time. From then on its name is watched, and queries return at once. Called from the main thread.
+/// The state belongs to the bus thread.
 class Applications final : public Bus::Client {
  public:
   static constexpr Duration firstAnswerTimeout = std::chrono::milliseconds(200);
 
-  /// The bus outlives it.
+  /// `bus` must outlive it.
   explicit Applications(Bus& bus) : bus_(bus) {}
 
   void connected(BusConnection& connection) override;
   void disconnected() override;
 
-  // Main thread
+  // Main thread:
   std::vector<RunningApplication> running(const std::string& identifier);
-  /// Brings it to the front, with a token that allows it (empty for none).
+  /// Brings it to the front with a token, which may be empty, that permits that.
   void activate(const std::string& identifier, const std::string& token);
-  /// Sends SIGTERM to the process that `running` named, unless it has ended or the name has
-  /// another owner meanwhile.
+  /// Sends SIGTERM to the process that `running` returned, unless it has ended or the name has
+  /// another owner now.
   void terminate(const RunningApplication& application);
 
  private:
-  /// What is known of an identifier. Guarded by the mutex.
+  /// The state of an identifier. Guarded by the mutex.
   struct Known {
     bool answered = false;
     pid_t pid = 0;                                  // 0: not running
-    std::shared_ptr<const FileDescriptor> process;  // a pidfd; null when there is none
+    std::shared_ptr<const FileDescriptor> process;  // a pidfd; null if not available
   };
-  /// What watches it, on the bus thread.
+  /// The subscription for an identifier, on the bus thread.
   struct Watch {
     explicit Watch(const std::string& identifier) : name(identifier) {}
 
@@ -65,10 +66,10 @@ class Applications final : public Bus::Client {
 
   void watch(const std::string& identifier);
   void ownerChanged(Watch& watch);
-  void processLearned(Watch& watch, pid_t pid);
-  /// Asks the bus for the process id of the name's owner; 0 when it is not known.
-  void askForProcess(Watch& watch, std::function<void(pid_t)> answer) const;
-  void learn(const std::string& identifier, Known known);
+  void openOwner(Watch& watch, pid_t pid);
+  /// Queries the process id of the name's owner, 0 if unknown.
+  void queryProcess(Watch& watch, std::function<void(pid_t)> answer) const;
+  void store(const std::string& identifier, Known known);
   void sendActivation(const std::string& identifier, const std::string& token) const;
 
   Bus& bus_;
@@ -76,9 +77,9 @@ class Applications final : public Bus::Client {
   std::condition_variable answered_;
   std::map<std::string, Known> known_;
 
-  // The bus thread's own
+  // Bus thread only:
   BusConnection* connection_ = nullptr;
-  bool settled_ = false;  // whether there is a bus is known; before that, questions wait for it
+  bool settled_ = false;  // the first attempt to connect has ended; queries wait for that
   std::map<std::string, Watch> watches_;  // by identifier
 };
 

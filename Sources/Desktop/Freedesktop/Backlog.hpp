@@ -6,21 +6,21 @@
 
 namespace zephyl {
 
-/// The tasks that the bus thread has posted to the main thread and that have not run yet. Bounds
-/// them, so that a peer cannot fill the memory by calling while the main thread is busy.
+/// The tasks that the bus thread has posted to the main thread and that have not run yet. Limits
+/// their number, so that a peer cannot exhaust the memory with calls while the main thread is busy.
 ///
-/// Thread-safe. Outlives its tasks.
+/// Thread-safe. Must outlive its tasks.
 class Backlog {
  public:
   static constexpr int limit = 64;
 
   explicit Backlog(MainLoop& mainLoop) : mainLoop_(mainLoop) {}
 
-  /// Whether the main thread is too far behind for `offer`. One log line reports the beginning.
+  /// Returns whether too many tasks are waiting for `offer`. Logs one line when that begins.
   [[nodiscard]] bool isFull();
-  /// Posts the task, unless the backlog is full.
+  /// Posts the task unless the backlog is full.
   void offer(Task task);
-  /// Posts the task in any case; for those whose number is bounded in another way.
+  /// Posts the task in any case. For tasks whose number is limited otherwise.
   void post(Task task);
 
  private:

@@ -19,7 +19,7 @@ constexpr std::uint32_t versionWithDirectories = 3;
 constexpr std::uint32_t success = 0;
 constexpr std::size_t tokenBytes = 16;
 
-/// The first of the chosen files in a response's results.
+/// Returns the first of the chosen files in a response's results.
 std::optional<std::string> firstURI(sd_bus_message& signal) {
   if (sd_bus_message_enter_container(&signal, 'a', "{sv}") <= 0) return std::nullopt;
   while (sd_bus_message_enter_container(&signal, 'e', "sv") > 0) {
@@ -49,7 +49,7 @@ std::optional<std::string> pathOfFileURI(std::string_view uri) {
   constexpr std::string_view scheme = "file://";
   if (!uri.starts_with(scheme)) return std::nullopt;
   uri.remove_prefix(scheme.size());
-  const auto start = uri.find('/');  // what stands before it is this machine's name
+  const auto start = uri.find('/');  // preceded by this machine's name
   if (start == std::string_view::npos) return std::nullopt;
   std::string path;
   for (std::size_t i = start; i < uri.size(); ++i) {
@@ -110,30 +110,30 @@ void FolderPortal::choose(const FolderRequest& request, Done done) {
 
 void FolderPortal::ask(const std::string& token) {
   Question& question = questions_.at(token);
-  // Subscribed before the call: the response could come before the reply.
+  // Subscribes before the call, because the response could arrive before the reply.
   awaitResponse(token, portalRequestPath(connection_->uniqueName(), token));
   const auto call = connection_->newCall(fileChooser, "OpenFile");
   BusWriter writer(call.get());
   writeQuestion(writer, question.request, token);
   if (writer.status() >= 0) {
     question.call = connection_->call(
-        call, [this, token](sd_bus_message& reply) { accepted(token, reply); },
+        call, [this, token](sd_bus_message& reply) { handleReply(token, reply); },
         BusConnection::noTimeout);
   } else {
     question.call.reset();
   }
   if (!question.call) return fail(token, Error{"The folder chooser could not be called."});
-  question.limit = bus_.after(startTimeout, [this, token] { giveUp(token); });
+  question.limit = bus_.after(startTimeout, [this, token] { handleTimeout(token); });
 }
 
-void FolderPortal::accepted(const std::string& token, sd_bus_message& reply) {
+void FolderPortal::handleReply(const std::string& token, sd_bus_message& reply) {
   const auto found = questions_.find(token);
   if (found == questions_.end()) return;
   Question& question = found->second;
   const char* handle = nullptr;
   const bool valid =
       !isError(reply) && portal_.sent(reply) && sd_bus_message_read_basic(&reply, 'o', &handle) > 0;
-  if (!question.done) {  // given up meanwhile
+  if (!question.done) {  // timed out meanwhile
     if (valid) close(handle);
     questions_.erase(found);
     return;
@@ -147,7 +147,7 @@ void FolderPortal::accepted(const std::string& token, sd_bus_message& reply) {
   if (portalRequestPath(connection_->uniqueName(), token) != handle) awaitResponse(token, handle);
 }
 
-void FolderPortal::giveUp(const std::string& token) {
+void FolderPortal::handleTimeout(const std::string& token) {
   const auto found = questions_.find(token);
   if (found == questions_.end() || !found->second.call || !found->second.done) return;
   found->second.response.reset();
@@ -167,20 +167,18 @@ void FolderPortal::awaitResponse(const std::string& token, const std::string& pa
   questions_.at(token).response = portal_.subscribe(
       *connection_,
       "interface='org.freedesktop.portal.Request',member='Response',path='" + path + "'",
-      [this, token](sd_bus_message& signal) { responded(token, signal); });
+      [this, token](sd_bus_message& signal) { handleResponse(token, signal); });
 }
 
-void FolderPortal::responded(const std::string& token, sd_bus_message& signal) {
+void FolderPortal::handleResponse(const std::string& token, sd_bus_message& signal) {
   std::uint32_t response = 0;
   if (sd_bus_message_read(&signal, "u", &response) <= 0) return;
   if (response != success) return finish(token, {.answer = std::optional<std::string>()});
   const auto uri = firstURI(signal);
   auto path = uri ? pathOfFileURI(*uri) : std::nullopt;
   if (!path) {
-    return finish(
-        token,
-        {.answer = Error{
-             "The folder chooser named no folder on this machine. Choose one on a local disk."}});
+    return finish(token, {.answer = Error{"The folder chooser returned no folder on this machine. "
+                                          "Choose one on a local disk."}});
   }
   finish(token, {.answer = std::move(path)});
 }

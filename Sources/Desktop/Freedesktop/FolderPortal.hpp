@@ -12,24 +12,25 @@
 
 namespace zephyl {
 
-/// The path of a "file" URI, decoded; nullopt for anything else. Pure.
+/// Returns the decoded path of a "file" URI, or nullopt for anything else. Pure.
 std::optional<std::string> pathOfFileURI(std::string_view uri);
 
-/// Asks for a folder through org.freedesktop.portal.FileChooser. Each question is answered once.
+/// Lets the user choose a folder through org.freedesktop.portal.FileChooser. Each request is
+/// answered once.
 ///
-/// The choice of a folder is the consent to share it, so only the owner of the portal's name may
-/// answer, and the handle of a request cannot be guessed.
+/// Choosing a folder is the consent to share it. So only the owner of the portal's name may answer,
+/// and request handles cannot be guessed.
 ///
-/// Bus thread only, with the answers.
+/// Bus thread only, including the callbacks.
 class FolderPortal final : public Bus::Client {
  public:
   using Done = std::function<void(FolderChoice)>;
 
-  /// A portal may have to be started first. One that has not accepted a question by then is given
-  /// up; should it accept the question later, it is asked to close its window again.
+  /// The portal may have to be started first. A request that is not accepted within this time
+  /// fails. If the portal accepts it later, it is asked to close its window.
   static constexpr Duration startTimeout = std::chrono::seconds(25);
 
-  /// The bus outlives it.
+  /// `bus` must outlive it.
   explicit FolderPortal(Bus& bus) : bus_(bus) {}
 
   void connected(BusConnection& connection) override;
@@ -40,18 +41,18 @@ class FolderPortal final : public Bus::Client {
  private:
   struct Question {
     FolderRequest request;
-    Done done;         ///< empty once the question was answered
-    BusSlot call;      ///< while the portal has not accepted the question
-    BusSlot response;  ///< while the user has not answered
-    Timer limit;       ///< while the portal has not accepted the question
+    Done done;         ///< empty after the request was answered
+    BusSlot call;      ///< until the portal has accepted the request
+    BusSlot response;  ///< until the user has answered
+    Timer limit;       ///< until the portal has accepted the request
   };
 
   void ask(const std::string& token);
-  void accepted(const std::string& token, sd_bus_message& reply);
-  /// The portal has not accepted the question in time.
-  void giveUp(const std::string& token);
+  void handleReply(const std::string& token, sd_bus_message& reply);
+  /// Handles that the portal has not accepted the request in time.
+  void handleTimeout(const std::string& token);
   void awaitResponse(const std::string& token, const std::string& path);
-  void responded(const std::string& token, sd_bus_message& signal);
+  void handleResponse(const std::string& token, sd_bus_message& signal);
   void close(const std::string& handle) const;
   void finish(const std::string& token, FolderChoice choice);
   void fail(const std::string& token, Error reason) {

@@ -10,7 +10,7 @@ namespace zephyl {
 
 namespace {
 
-/// The application's icon, where hosts can find it in any case.
+/// Returns the application's icon if all hosts can find it, otherwise an empty string.
 std::string notificationIcon(const std::optional<IconLocation>& icons) {
   return icons && icons->themePath.empty() ? applicationId : "";
 }
@@ -27,15 +27,15 @@ FreedesktopDesktop::FreedesktopDesktop(const Services& services,
       item_(*this),
       backlog_(services.mainLoop),
       bus_(services.clock),
-      pacer_(services.clock,
-             [this](Duration delay, Task task) { return bus_.after(delay, std::move(task)); }),
-      menu_(bus_, services.clock, pacer_, icons ? icons->themePath : "", menuListener()),
-      statusNotifier_(pacer_, icons, itemListener()),
+      throttle_(services.clock,
+                [this](Duration delay, Task task) { return bus_.after(delay, std::move(task)); }),
+      menu_(bus_, services.clock, throttle_, icons ? icons->themePath : "", menuListener()),
+      statusNotifier_(throttle_, icons, itemListener()),
       notifications_(notificationIcon(icons), notificationListener()),
       folderPortal_(bus_),
       applications_(bus_),
       instance_(instanceListener()) {
-  // The menu before the item: it stands ready when the item registers.
+  // The menu before the item, so that it is exported when the item registers.
   for (Bus::Client* client : std::initializer_list<Bus::Client*>{
            &menu_, &statusNotifier_, &instance_, &notifications_, &folderPortal_, &applications_}) {
     bus_.add(*client);
@@ -64,17 +64,17 @@ DBusMenu::Listener FreedesktopDesktop::menuListener() {
 
 StatusNotifierItem::Listener FreedesktopDesktop::itemListener() {
   return {.activated = onMain(&FreedesktopDesktop::reopened),
-          .tokenProvided = onMain(&FreedesktopDesktop::keepToken)};
+          .tokenProvided = onMain(&FreedesktopDesktop::storeToken)};
 }
 
 Notifications::Listener FreedesktopDesktop::notificationListener() {
   return {.activated = onMain(&FreedesktopDesktop::notificationActivated),
-          .tokenProvided = onMain(&FreedesktopDesktop::keepToken)};
+          .tokenProvided = onMain(&FreedesktopDesktop::storeToken)};
 }
 
 SingleInstance::Listener FreedesktopDesktop::instanceListener() {
   return {.reopened = onMain(&FreedesktopDesktop::reopened),
-          .tokenProvided = onMain(&FreedesktopDesktop::keepToken)};
+          .tokenProvided = onMain(&FreedesktopDesktop::storeToken)};
 }
 
 void FreedesktopDesktop::reopened() {
@@ -87,7 +87,7 @@ void FreedesktopDesktop::notificationActivated(const std::string& identifier) {
 
 void FreedesktopDesktop::busChanged(bool connected) {
   if (!connected) {
-    log("no session bus answers: running without a status item, and looking for one every {} s",
+    log("no session bus answers: running without a status item and retrying every {} s",
         std::chrono::duration_cast<std::chrono::seconds>(Bus::retryInterval).count());
   } else if (withoutBus_) {
     log("connected to the session bus");
@@ -105,12 +105,12 @@ void FreedesktopDesktop::removeNotification(const std::string& identifier) {
 }
 
 void FreedesktopDesktop::activate(const RunningApplication& application) {
-  applications_.activate(application.identifier, takeActivationToken());
+  applications_.activate(application.identifier, consumeActivationToken());
 }
 
 void FreedesktopDesktop::openURL(const std::string& url) {
   if (!url.starts_with("http://") && !url.starts_with("https://")) {
-    return log("not opened, it is no web address: {}", url);
+    return log("cannot open {}: not a web address", url);
   }
   launch("xdg-open", url);
 }
@@ -127,16 +127,16 @@ void FreedesktopDesktop::openFile(const std::string& path, Editor editor) {
 }
 
 void FreedesktopDesktop::launch(const std::string& program, const std::string& argument) {
-  ProcessOptions options{.executable = "/usr/bin/env",  // which looks for it in PATH
+  ProcessOptions options{.executable = "/usr/bin/env",  // finds the program in PATH
                          .arguments = {program, argument},
                          .environment = currentEnvironment(),
                          .lifetime = ProcessOptions::Lifetime::independent};
-  setActivationToken(options.environment, takeActivationToken());
+  setActivationToken(options.environment, consumeActivationToken());
   options.onExit = [program, argument](ExitStatus status) {
-    if (status.isFailure()) log("{} {} ended with status {}", program, argument, status.status);
+    if (status.isFailure()) log("{} {} exited with status {}", program, argument, status.status);
   };
   if (const auto child = services_.launcher.launch(std::move(options)); !child) {
-    log("{} could not be started: {}", program, child.error().message);
+    log("could not start {}: {}", program, child.error().message);
   }
 }
 
@@ -151,27 +151,27 @@ void FreedesktopDesktop::chooseFolder(const FolderRequest& request,
 
 void FreedesktopDesktop::Item::setIcon(StatusIcon icon) {
   if (std::exchange(icon_, icon) == icon) return;
-  desktop_.bus_.postSoon([&shown = desktop_.statusNotifier_, icon] { shown.setIcon(icon); });
+  desktop_.bus_.postBatched([&shown = desktop_.statusNotifier_, icon] { shown.setIcon(icon); });
 }
 
 void FreedesktopDesktop::Item::setTitle(const std::string& title) {
   if (title == title_) return;
   title_ = title;
-  desktop_.bus_.postSoon([&shown = desktop_.statusNotifier_, title] { shown.setLabel(title); });
+  desktop_.bus_.postBatched([&shown = desktop_.statusNotifier_, title] { shown.setLabel(title); });
 }
 
 void FreedesktopDesktop::Item::setDescription(const std::string& description) {
   if (description == description_) return;
   description_ = description;
   showInLog();
-  desktop_.bus_.postSoon(
+  desktop_.bus_.postBatched(
       [&shown = desktop_.statusNotifier_, description] { shown.setDescription(description); });
 }
 
 void FreedesktopDesktop::Item::setMenu(const Menu& menu) {
   if (menu_ && menu == *menu_) return;
   menu_ = std::make_shared<const Menu>(menu);
-  desktop_.bus_.postSoon([&desktop = desktop_, newMenu = menu_] {
+  desktop_.bus_.postBatched([&desktop = desktop_, newMenu = menu_] {
     desktop.menu_.setMenu(newMenu);
     desktop.statusNotifier_.show();
   });

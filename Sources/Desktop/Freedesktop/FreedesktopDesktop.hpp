@@ -23,14 +23,14 @@
 
 namespace zephyl {
 
-/// A Linux desktop, spoken to over the session bus on a thread of its own. What a host asks about
-/// the item and its menu is answered there at once, from what was published last, also while the
-/// main thread is busy; what the user does goes to the main thread.
+/// A Linux desktop, used over the session bus on a separate thread. That thread answers the queries
+/// of hosts about the item and its menu at once from the published state, even while the main
+/// thread is busy. Actions of the user are posted to the main thread.
 ///
-/// As long as no session bus answers it is a desktop without anything on it: the state goes to the
-/// log, as on a machine that has none. When the bus comes, or comes back, so does the item.
+/// While no session bus answers, the desktop shows nothing and logs the state like the headless
+/// one. When the bus becomes available again, the item is shown again.
 ///
-/// Main thread. The main loop runs no more tasks once it is gone.
+/// Main thread only. The main loop must not run tasks after its destruction.
 class FreedesktopDesktop final : public Desktop {
  public:
   struct Services {
@@ -39,14 +39,14 @@ class FreedesktopDesktop final : public Desktop {
     ProcessLauncher& launcher;
   };
 
-  /// Begins to look for the bus. The services outlive it.
+  /// Starts to connect to the bus. The services must outlive it.
   explicit FreedesktopDesktop(const Services& services);
   ~FreedesktopDesktop() override;
 
   void setEvents(DesktopEvents events) override { events_ = std::move(events); }
-  /// The item appears with its first menu.
+  /// Returns the item, which appears with its first menu.
   StatusItem& statusItem() override { return item_; }
-  void requestNotificationAuthorization() override {}  // nobody asks for it here
+  void requestNotificationAuthorization() override {}  // no permission is required here
   void postNotification(const Notification& notification) override;
   void removeNotification(const std::string& identifier) override;
   std::vector<RunningApplication> runningApplications(const std::string& identifier) override {
@@ -60,12 +60,11 @@ class FreedesktopDesktop final : public Desktop {
   void openFile(const std::string& path, Editor editor) override;
   void chooseFolder(const FolderRequest& request, std::function<void(FolderChoice)> done) override;
 
-  /// What lets the next window come to the front, for the program that shows it; empty when there
-  /// is nothing.
-  std::string takeActivationToken() { return std::exchange(activationToken_, {}); }
+  /// Returns and clears the token that permits the next window to come to the front. May be empty.
+  std::string consumeActivationToken() { return std::exchange(activationToken_, {}); }
 
  private:
-  /// What is shown, on the main thread: passes on what differs.
+  /// The displayed state on the main thread. Forwards changes to the bus thread.
   class Item final : public StatusItem {
    public:
     explicit Item(FreedesktopDesktop& desktop) : desktop_(desktop) {}
@@ -78,7 +77,7 @@ class FreedesktopDesktop final : public Desktop {
 
     void notify(MenuSession::Event event, unsigned opening);
     void choose(const MenuAction& action);
-    /// As long as there is no bus.
+    /// Logs the state while there is no bus.
     void showInLog();
 
    private:
@@ -92,7 +91,8 @@ class FreedesktopDesktop final : public Desktop {
 
   FreedesktopDesktop(const Services& services, const std::optional<IconLocation>& icons);
 
-  /// Lets the bus thread call a member function on the main thread, unless that is too far behind.
+  /// Returns a function for the bus thread that calls a member function on the main thread, unless
+  /// too many tasks are waiting.
   template <typename... Values>
   auto onMain(void (FreedesktopDesktop::*member)(Values...)) {
     return [this, member](const auto&... values) {
@@ -107,7 +107,7 @@ class FreedesktopDesktop final : public Desktop {
 
   void reopened();
   void notificationActivated(const std::string& identifier);
-  void keepToken(const std::string& token) { activationToken_ = token; }
+  void storeToken(const std::string& token) { activationToken_ = token; }
   void busChanged(bool connected);
   /// Starts a program that outlives the tray.
   void launch(const std::string& program, const std::string& argument);
@@ -116,12 +116,12 @@ class FreedesktopDesktop final : public Desktop {
   HeadlessDesktop headless_;
   Item item_;
   DesktopEvents events_;
-  bool withoutBus_ = false;      // and that was said
-  std::string activationToken_;  // the newest that nobody has used
+  bool withoutBus_ = false;      // whether the missing bus was logged
+  std::string activationToken_;  // the newest unused token
 
   Backlog backlog_;
   Bus bus_;
-  BusSignalThrottle pacer_;  // and what follows: the bus thread's
+  BusSignalThrottle throttle_;  // this and the following members belong to the bus thread
   DBusMenu menu_;
   StatusNotifierItem statusNotifier_;
   Notifications notifications_;

@@ -24,7 +24,7 @@ std::set<std::string> readCapabilities(sd_bus_message& reply) {
   return capabilities;
 }
 
-/// These show the default action as a button, beside one that does the same.
+/// Returns whether a server shows the default action as a button, beside one that does the same.
 bool showsDefaultAction(std::string_view name) {
   return name == "Xfce Notify Daemon" || name == "lxqt-notificationd";
 }
@@ -38,8 +38,8 @@ void Notifications::connected(BusConnection& connection) {
                                [this](sd_bus_message& signal) { receive(signal); });
 }
 
-/// What another server has shown is gone, and it may be able to do other things. What waits is for
-/// the new one, which our own question may have started.
+/// Another server does not have the posted notifications and may have other capabilities. Waiting
+/// notifications are posted to the new one, which the query may have started.
 void Notifications::serverChanged(const std::string& owner) {
   if (std::exchange(shownBy_, owner) == owner) return;
   const auto waiting = std::exchange(waiting_, {});
@@ -65,7 +65,7 @@ void Notifications::forget() {
 
 void Notifications::post(const Notification& notification) {
   if (connection_ == nullptr) return;
-  if (!about_) return postOnceServerIsKnown(notification);
+  if (!about_) return postWhenServerIsKnown(notification);
   Posted& posted = posted_[notification.identifier];
   posted.removed = false;
   if (posted.call) {
@@ -75,22 +75,22 @@ void Notifications::post(const Notification& notification) {
   }
 }
 
-void Notifications::postOnceServerIsKnown(const Notification& notification) {
+void Notifications::postWhenServerIsKnown(const Notification& notification) {
   std::erase_if(waiting_,
                 [&](const auto& each) { return each.identifier == notification.identifier; });
   waiting_.push_back(notification);
-  if (!query_) askForCapabilities();
+  if (!query_) queryCapabilities();
 }
 
-void Notifications::askForCapabilities() {
+void Notifications::queryCapabilities() {
   query_ = connection_->call(connection_->newCall(server, "GetCapabilities"),
                              [this](sd_bus_message& reply) {
                                answers_.capabilities = readCapabilities(reply);
-                               askForName();
+                               queryName();
                              });
 }
 
-void Notifications::askForName() {
+void Notifications::queryName() {
   const auto answered = [this](sd_bus_message& reply) {
     if (!isError(reply)) answers_.name = readString(reply);
     about_ = std::exchange(answers_, {});
@@ -108,7 +108,7 @@ void Notifications::send(Posted& posted, const Notification& notification) {
   if (writer.status() < 0) return;
   posted.call =
       connection_->call(call, [this, identifier = notification.identifier](sd_bus_message& reply) {
-        answered(identifier, reply);
+        handleReply(identifier, reply);
       });
 }
 
@@ -127,7 +127,8 @@ void Notifications::write(BusWriter& writer, std::uint32_t replaces,
       .append("i", serversChoice);
 }
 
-/// Both actions do the same, and have one title, since a server may show the default one as well.
+/// Both actions do the same and have the same title, because a server may also show the default
+/// one.
 void Notifications::writeActions(BusWriter& writer, const Notification& notification) const {
   writer.open('a', "s");
   if (serverCan("actions")) {
@@ -140,7 +141,7 @@ void Notifications::writeActions(BusWriter& writer, const Notification& notifica
   writer.close();
 }
 
-void Notifications::answered(const std::string& identifier, sd_bus_message& reply) {
+void Notifications::handleReply(const std::string& identifier, sd_bus_message& reply) {
   const auto found = posted_.find(identifier);
   if (found == posted_.end()) return;
   Posted& posted = found->second;

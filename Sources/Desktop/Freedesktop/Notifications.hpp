@@ -14,16 +14,16 @@
 
 namespace zephyl {
 
-/// Notifications through org.freedesktop.Notifications. What cannot be posted is dropped: a
-/// notification is never the only way to learn something.
+/// Notifications through org.freedesktop.Notifications. A notification that cannot be posted is
+/// dropped, because it is never the only source of an information.
 ///
-/// Bus thread only, with its listener.
+/// Bus thread only, including the listener.
 class Notifications final : public Bus::Client {
  public:
   struct Listener {
-    /// The user has chosen a notification, or its button.
+    /// Called when the user has chosen a notification or its button.
     std::function<void(const std::string& identifier)> activated;
-    /// A token with which the next window may come to the front.
+    /// Called with a token that permits the next window to come to the front.
     std::function<void(const std::string& token)> tokenProvided;
   };
 
@@ -38,23 +38,23 @@ class Notifications final : public Bus::Client {
   void remove(const std::string& identifier);
 
  private:
-  /// One identifier, from its first post until the notification is closed.
+  /// The state of one identifier, from its first post until the notification is closed.
   struct Posted {
-    std::uint32_t id = 0;  ///< the server's; 0 until it has answered
-    BusSlot call;          ///< while the server has not answered
-    /// What to show after the answer, when something else was posted meanwhile.
+    std::uint32_t id = 0;  ///< the server's id; 0 until it has answered
+    BusSlot call;          ///< until the server has answered
+    /// The notification to show after the answer, if another one was posted meanwhile.
     std::optional<Notification> next;
     bool removed = false;
   };
 
   void serverChanged(const std::string& owner);
   void forget();
-  void postOnceServerIsKnown(const Notification& notification);
-  void askForCapabilities();
-  void askForName();
+  void postWhenServerIsKnown(const Notification& notification);
+  void queryCapabilities();
+  void queryName();
   void send(Posted& posted, const Notification& notification);
   void write(BusWriter& writer, std::uint32_t replaces, const Notification& notification) const;
-  void answered(const std::string& identifier, sd_bus_message& reply);
+  void handleReply(const std::string& identifier, sd_bus_message& reply);
   void close(std::uint32_t id) const;
   [[nodiscard]] std::optional<std::string> identifierOf(std::uint32_t id) const;
   void receive(sd_bus_message& signal);
@@ -65,18 +65,18 @@ class Notifications final : public Bus::Client {
   const Listener listener_;
 
   std::map<std::string, Posted> posted_;
-  /// What the server says about itself.
+  /// The properties of the notification server.
   struct Server {
     std::set<std::string> capabilities;
     std::string name;
   };
-  std::optional<Server> about_;        // once the server has answered everything
-  Server answers_;                     // what it has told so far
-  std::vector<Notification> waiting_;  // for that
+  std::optional<Server> about_;        // once all queries were answered
+  Server answers_;                     // the answers received yet
+  std::vector<Notification> waiting_;  // posted when `about_` is known
 
   BusConnection* connection_ = nullptr;
   WatchedName server_{"org.freedesktop.Notifications"};
-  std::string shownBy_;  // the unique name of the server that knows what was posted
+  std::string shownBy_;  // the unique name of the server that has the notifications
   BusSlot signals_;
   BusSlot query_;
 };

@@ -15,7 +15,7 @@ constexpr const char* applicationInterface = "org.freedesktop.Application";
 constexpr std::uint32_t inQueue = 2;
 constexpr std::uint64_t reopenTimeout = std::chrono::microseconds(std::chrono::seconds(3)).count();
 
-/// The activation token in a call's platform data; empty when there is none.
+/// Returns the activation token in a call's platform data, or empty if there is none.
 std::string readToken(sd_bus_message& call) {
   if (sd_bus_message_enter_container(&call, 'a', "{sv}") <= 0) return {};
   while (sd_bus_message_enter_container(&call, 'e', "sv") > 0) {
@@ -29,8 +29,9 @@ std::string readToken(sd_bus_message& call) {
   return {};
 }
 
-/// The unique name of the owner of the application's bus name, when it is this process.
-std::string ownerIfItIs(pid_t process, sd_bus& bus) {
+/// Returns the unique name of the owner of the application's bus name if it is `process`, otherwise
+/// empty.
+std::string ownerIfProcess(pid_t process, sd_bus& bus) {
   sd_bus_creds* raw = nullptr;
   constexpr std::uint64_t asked = SD_BUS_CREDS_PID | SD_BUS_CREDS_UNIQUE_NAME;
   if (sd_bus_get_name_creds(&bus, applicationId, asked, &raw) < 0) return {};
@@ -60,13 +61,13 @@ const sd_bus_vtable* SingleInstance::table() {
 void SingleInstance::connected(BusConnection& connection) {
   object_ = connection.addObject(applicationPath(applicationId).c_str(), applicationInterface,
                                  table(), this);
-  // With a callback of our own: without one a refusal closes the connection.
+  // With a callback, because without one a refusal closes the connection.
   const auto answered = [](sd_bus_message* reply, void*, sd_bus_error*) {
     std::uint32_t outcome = 0;
     if (isError(*reply)) {
-      log("no bus name: {}", errorText(*reply));
+      log("could not own the bus name: {}", errorText(*reply));
     } else if (sd_bus_message_read(reply, "u", &outcome) > 0 && outcome == inQueue) {
-      log("another process has the bus name {}; running without it", applicationId);
+      log("another process owns the bus name {}; running without it", applicationId);
     }
     return 0;
   };
@@ -101,11 +102,11 @@ int SingleInstance::reopen(sd_bus_message& call) {
   return sd_bus_reply_method_return(&call, "");
 }
 
-bool SingleInstance::askToReopen(pid_t holder, const std::string& activationToken) {
+bool SingleInstance::requestReopen(pid_t holder, const std::string& activationToken) {
   const auto bus = Bus::openAndWait();
   if (!bus) return false;
   sd_bus_set_method_call_timeout(bus.get(), reopenTimeout);
-  const auto owner = ownerIfItIs(holder, *bus);
+  const auto owner = ownerIfProcess(holder, *bus);
   if (owner.empty()) return false;
   const auto call =
       newActivation(BusConnection(*bus), owner.c_str(), applicationId, activationToken);

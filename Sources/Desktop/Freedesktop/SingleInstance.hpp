@@ -9,16 +9,16 @@
 
 namespace zephyl {
 
-/// Owns the application's bus name and exports org.freedesktop.Application, so that the user's
-/// starting it again reaches the program that runs. Whether another tray runs is not decided
-/// here; when another process has the name, this one runs without it, and gets it when it is free.
+/// Owns the application's bus name and exports org.freedesktop.Application, so that starting the
+/// program again reaches the running one. Does not decide whether another tray runs. If another
+/// process has the name, this one runs without it and gets it when it becomes free.
 ///
-/// Bus thread only, with its listener.
+/// Bus thread only, including the listener.
 class SingleInstance final : public Bus::Client {
  public:
   struct Listener {
     std::function<void()> reopened;
-    /// A token with which the next window may come to the front.
+    /// Called with a token that permits the next window to come to the front.
     std::function<void(const std::string& token)> tokenProvided;
   };
 
@@ -27,10 +27,10 @@ class SingleInstance final : public Bus::Client {
   void connected(BusConnection& connection) override;
   void disconnected() override;
 
-  /// For a second start: asks the process that has the lock to open its window, when it is the
-  /// one that owns the name. Over a connection of its own, for a few seconds at most; whether it
-  /// could be asked. The token, when there is one, lets the window come to the front.
-  static bool askToReopen(pid_t holder, const std::string& activationToken);
+  /// Asks the process that holds the lock to open its window, if it owns the bus name. Called by a
+  /// second start. Uses a separate connection and waits for at most a few seconds. Returns whether
+  /// the process was asked. The token, which may be empty, permits the window to come to the front.
+  static bool requestReopen(pid_t holder, const std::string& activationToken);
 
  private:
   static const sd_bus_vtable* table();

@@ -12,31 +12,31 @@ namespace zephyl {
 /// The application's identifier on the desktop: bus name, desktop entry, icon.
 inline constexpr const char* applicationId = "com.zephyl.tray";
 
-/// The name of an icon in the theme.
+/// Returns the name of an icon in the theme.
 const char* iconName(StatusIcon icon);
 
-/// Where hosts find the icons by name.
+/// The directory in which hosts find the icons.
 struct IconLocation {
-  /// Outside the theme's usual places; empty when they are in one of them.
+  /// A directory outside the theme's usual places, or empty if the icons are in one of them.
   std::string themePath;
 
   bool operator==(const IconLocation&) const = default;
 };
 
-/// Looks for the icons where the desktop looks for them ($XDG_DATA_HOME and $XDG_DATA_DIRS), then
-/// under the prefix that the executable is installed in, then beside the executable, where the
-/// build puts them. None when they are nowhere: then no name may be given to a host, for some
-/// show nothing for a name that they do not find, not even the picture that comes with it.
+/// Searches the icons in the desktop's directories ($XDG_DATA_HOME and $XDG_DATA_DIRS), then under
+/// the prefix of the executable, then beside the executable, where the build puts them. Returns
+/// nullopt if there are none. In that case hosts must not receive a name, because some show nothing
+/// for an unknown name, not even the pixmap.
 std::optional<IconLocation> locateIcons(const std::optional<std::string>& executable);
 
-/// An icon drawn `side` pixels square: four bytes for each pixel (alpha, red, green, blue), rows
-/// from the top. Lives as long as the program.
+/// A square icon of `side` pixels: four bytes for each pixel (alpha, red, green, blue), in rows
+/// from the top. The pixels are static.
 struct IconPixmap {
   int side = 0;
   std::span<const unsigned char> pixels;
 };
 
-/// Returns the icon in all sizes, in colors that show on dark and light panels.
+/// Returns the icon in all sizes, in colors that are visible on dark and light panels.
 std::array<IconPixmap, 4> pixmapsOf(StatusIcon icon);
 
 }  // namespace zephyl

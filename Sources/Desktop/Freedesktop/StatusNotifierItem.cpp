@@ -18,9 +18,9 @@ constexpr BusAddress watcher{watcherName, "/StatusNotifierWatcher", watcherName}
 
 }  // namespace
 
-StatusNotifierItem::StatusNotifierItem(BusSignalThrottle& pacer, std::optional<IconLocation> icons,
-                                       Listener listener)
-    : pacer_(pacer),
+StatusNotifierItem::StatusNotifierItem(BusSignalThrottle& throttle,
+                                       std::optional<IconLocation> icons, Listener listener)
+    : throttle_(throttle),
       icons_(std::move(icons)),
       listener_(std::move(listener)),
       sources_(addSources()) {}
@@ -31,9 +31,9 @@ StatusNotifierItem::Sources StatusNotifierItem::addSources() {
     return sendSignal("XAyatanaNewLabel", {label.c_str(), label.c_str()});
   };
   const auto sendWords = [this] { return sendSignal("NewToolTip") + sendSignal("NewTitle"); };
-  return {.icon = pacer_.add({.send = [this] { return sendSignal("NewIcon"); }}),
-          .label = pacer_.add({.send = sendLabel}),
-          .words = pacer_.add({.most = 2, .send = sendWords})};
+  return {.icon = throttle_.add({.send = [this] { return sendSignal("NewIcon"); }}),
+          .label = throttle_.add({.send = sendLabel}),
+          .words = throttle_.add({.maxSignals = 2, .send = sendWords})};
 }
 
 const sd_bus_vtable* StatusNotifierItem::table() {
@@ -44,7 +44,7 @@ const sd_bus_vtable* StatusNotifierItem::table() {
   constexpr auto token = answerCall<&StatusNotifierItem::provideToken, StatusNotifierItem>;
   static const sd_bus_vtable table[] = {
       SD_BUS_VTABLE_START(0),
-      // Where a host can see it, it waits for the double click that would call it.
+      // Hidden, because hosts that see the method wait for a double click before they call it.
       SD_BUS_METHOD("Activate", "ii", "", activate, SD_BUS_VTABLE_HIDDEN),
       SD_BUS_METHOD("ContextMenu", "ii", "", openWindow, 0),
       SD_BUS_METHOD("SecondaryActivate", "ii", "", openWindow, 0),
@@ -112,8 +112,8 @@ void StatusNotifierItem::watchForWatcher() {
   watcher_.watch(*connection_, [this](const std::string& owner) {
     if (!owner.empty()) {
       watcherAppeared(owner);
-    } else if (!std::exchange(toldThatItWaits_, true)) {
-      log("no panel shows status items yet; the item appears when one does");
+    } else if (!std::exchange(waitWasLogged_, true)) {
+      log("no panel shows status items; waiting for one");
     }
   });
   hostWatch_ = watcher_.subscribe(
@@ -123,7 +123,7 @@ void StatusNotifierItem::watchForWatcher() {
 }
 
 void StatusNotifierItem::watcherAppeared(const std::string& owner) {
-  panelQuery_ = connection_->askForProcess(owner, [this](pid_t process) {
+  panelQuery_ = connection_->queryProcess(owner, [this](pid_t process) {
     panel_ = panelOf(programOf(process));
     registerItem();
   });
@@ -134,24 +134,24 @@ void StatusNotifierItem::registerItem() {
   sd_bus_message_set_auto_start(call.get(), 0);
   BusWriter(call.get()).append("s", path);
   registration_ = connection_->call(call, [](sd_bus_message& reply) {
-    if (isError(reply)) log("the status item could not be registered: {}", errorText(reply));
+    if (isError(reply)) log("could not register the status item: {}", errorText(reply));
   });
 }
 
 void StatusNotifierItem::setIcon(StatusIcon icon) {
-  if (std::exchange(appearance_.icon, icon) != icon) pacer_.request(sources_.icon);
+  if (std::exchange(appearance_.icon, icon) != icon) throttle_.request(sources_.icon);
 }
 
 void StatusNotifierItem::setLabel(std::string label) {
   if (label == appearance_.label) return;
   appearance_.label = std::move(label);
-  pacer_.request(sources_.label);
+  throttle_.request(sources_.label);
 }
 
 void StatusNotifierItem::setDescription(std::string description) {
   if (description == appearance_.description) return;
   appearance_.description = std::move(description);
-  pacer_.request(sources_.words);
+  throttle_.request(sources_.words);
 }
 
 std::size_t StatusNotifierItem::sendSignal(const char* name,
@@ -225,7 +225,7 @@ void StatusNotifierItem::writePixmaps(BusWriter& writer) const {
   writer.close();
 }
 
-/// Plasma opens the menu itself, but only when this call fails.
+/// Plasma opens the menu itself, but only if this call fails.
 int StatusNotifierItem::activate(sd_bus_message& call) {
   if (plasmaShell_.sent(call)) {
     return sd_bus_reply_method_errorf(&call, SD_BUS_ERROR_NOT_SUPPORTED, "the item is a menu");

@@ -15,43 +15,43 @@
 
 namespace zephyl {
 
-/// The status item, exported as org.kde.StatusNotifierItem. It registers with the watcher, by
-/// path, once it is shown and whenever a watcher or a host appears; without one it waits.
+/// The status item, exported as org.kde.StatusNotifierItem. Registers with the watcher, by path,
+/// when it is shown and whenever a watcher or a host appears. Without a watcher it waits.
 ///
-/// Bus thread only, with its listener.
+/// Bus thread only, including the listener.
 class StatusNotifierItem final : public Bus::Client {
  public:
   static constexpr const char* path = "/org/ayatana/NotificationItem/zephyl_tray";
 
   struct Listener {
-    /// The user has asked for the program itself rather than for its menu.
+    /// Called when the user has activated the item instead of its menu.
     std::function<void()> activated;
-    /// A token with which the next window may come to the front.
+    /// Called with a token that permits the next window to come to the front.
     std::function<void(const std::string& token)> tokenProvided;
   };
 
-  /// What the item shows. A value.
+  /// The appearance of the item. A value.
   struct Appearance {
     StatusIcon icon = StatusIcon::idle;
     std::string label;        ///< the text beside the icon
     std::string description;  ///< the state in words
   };
 
-  /// The pacer outlives it. No location: the icons are not in the theme.
-  StatusNotifierItem(BusSignalThrottle& pacer, std::optional<IconLocation> icons,
+  /// `throttle` must outlive it. `icons` is nullopt if the icons are not in the theme.
+  StatusNotifierItem(BusSignalThrottle& throttle, std::optional<IconLocation> icons,
                      Listener listener);
 
   void connected(BusConnection& connection) override;
   void disconnected() override;
 
-  /// Lets it appear; before this it does not register.
+  /// Shows the item. Before that it does not register.
   void show();
   void setIcon(StatusIcon icon);
   void setLabel(std::string label);
   void setDescription(std::string description);
 
  private:
-  /// What the pacer calls the signals about each part of the appearance.
+  /// The throttle's numbers for the signals about each part of the appearance.
   struct Sources {
     std::size_t icon;
     std::size_t label;
@@ -68,32 +68,32 @@ class StatusNotifierItem final : public Bus::Client {
   int provideToken(sd_bus_message& call);
 
   void watchForWatcher();
-  /// A watcher has appeared: registers once it is known which program it is.
+  /// Identifies the program of a new watcher, then registers.
   void watcherAppeared(const std::string& owner);
   void registerItem();
-  /// How many were sent.
+  /// Sends a signal. Returns the number of sent signals.
   std::size_t sendSignal(const char* name, std::initializer_list<const char*> texts = {}) const;
   [[nodiscard]] std::string title() const;
-  /// Whether hosts are given the name of the icon. They prefer it to the pixmaps.
+  /// Returns whether hosts receive the name of the icon, which they prefer to the pixmaps.
   [[nodiscard]] bool hasIconName() const;
   void writeToolTip(BusWriter& writer) const;
   void writePixmaps(BusWriter& writer) const;
 
-  BusSignalThrottle& pacer_;
+  BusSignalThrottle& throttle_;
   const std::optional<IconLocation> icons_;
   const Listener listener_;
   const Sources sources_;
 
   Appearance appearance_;
   bool shown_ = false;
-  bool toldThatItWaits_ = false;
-  bool wasRead_ = false;  // a host that has read nothing needs no signal of a change
+  bool waitWasLogged_ = false;
+  bool wasRead_ = false;  // without a reader no signals are needed
 
   BusConnection* connection_ = nullptr;
   BusSlot object_;
   WatchedName watcher_{"org.kde.StatusNotifierWatcher"};
   BusSlot panelQuery_;
-  Panel panel_ = Panel::other;  // the program that owns the watcher's name
+  Panel panel_ = Panel::other;  // the program of the watcher
   WatchedName plasmaShell_{"org.kde.plasmashell"};
   BusSlot hostWatch_;
   BusSlot registration_;

@@ -6,11 +6,11 @@
 namespace zephyl {
 
 void HeadlessDesktop::openURL(const std::string& url) {
-  log("not opened, there is no desktop: {}", url);
+  log("cannot open {}: there is no desktop", url);
 }
 
 void HeadlessDesktop::openFile(const std::string& path, Editor) {
-  log("not opened, there is no desktop: {}", path);
+  log("cannot open {}: there is no desktop", path);
 }
 
 void HeadlessDesktop::chooseFolder(const FolderRequest&, std::function<void(FolderChoice)> done) {
@@ -19,14 +19,14 @@ void HeadlessDesktop::chooseFolder(const FolderRequest&, std::function<void(Fold
 
 void HeadlessDesktop::Item::setDescription(const std::string& description) {
   current_ = description;
-  if (laterLine_ || current_ == logged_) return;
+  if (delayedLine_ || current_ == logged_) return;
   const Duration wait = lastLine_ + logInterval - clock_.now();
   if (lastLine_ == Instant{} || wait <= Duration::zero()) return logIfChanged();
-  laterLine_ = mainLoop_.after(clock_, wait, [this] { logIfChanged(); });
+  delayedLine_ = mainLoop_.after(clock_, wait, [this] { logIfChanged(); });
 }
 
 void HeadlessDesktop::Item::logIfChanged() {
-  laterLine_.cancel();
+  delayedLine_.cancel();
   if (current_ == logged_) return;
   logged_ = current_;
   lastLine_ = clock_.now();

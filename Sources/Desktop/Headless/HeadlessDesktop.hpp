@@ -6,15 +6,14 @@
 
 namespace zephyl {
 
-/// The desktop of a machine that has none: nothing is shown. The state goes to the log in words,
-/// a line for each change; changes that follow each other faster than `logInterval` share the
-/// line with the last of them. No question can be answered, no menu is opened, and no application
-/// is known.
+/// The desktop of a machine without one. Nothing is shown. Each change of the state is logged in
+/// words. If changes follow each other within `logInterval`, only the last is logged. No question
+/// is answered, no menu is opened, and no application is known.
 class HeadlessDesktop final : public Desktop {
  public:
   static constexpr Duration logInterval = std::chrono::milliseconds(250);
 
-  /// Both outlive it.
+  /// `mainLoop` and `clock` must outlive it.
   HeadlessDesktop(MainLoop& mainLoop, Clock& clock) : item_(mainLoop, clock) {}
 
   void setEvents(DesktopEvents) override {}
@@ -48,7 +47,7 @@ class HeadlessDesktop final : public Desktop {
     std::string current_;
     std::string logged_;
     Instant lastLine_{};
-    Timer laterLine_;
+    Timer delayedLine_;
   };
 
   Item item_;

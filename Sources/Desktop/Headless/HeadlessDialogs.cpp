@@ -13,7 +13,7 @@ namespace {
 
 constexpr std::size_t shownLogLines = 12;
 
-/// Answers on the main loop, unless the dialog is gone by then.
+/// Calls `answer` later on the main loop, unless the dialog was destroyed by then.
 template <typename Answer>
 std::unique_ptr<Dialog> answerLater(MainLoop& mainLoop, Answer answer) {
   class Pending final : public Dialog {

@@ -6,8 +6,8 @@ namespace zephyl {
 
 class MainLoop;
 
-/// The dialogs of a machine that has no screen: none can be shown, nobody can be asked. A log
-/// window becomes its message and the end of its log in the diagnostic log.
+/// The dialogs of a machine without a screen. No dialog can be shown. The message of a log window
+/// and the end of its log are written to the diagnostic log.
 class HeadlessDialogs final : public Dialogs {
  public:
   explicit HeadlessDialogs(MainLoop& mainLoop) : mainLoop_(mainLoop) {}
@@ -23,7 +23,7 @@ class HeadlessDialogs final : public Dialogs {
   MainLoop& mainLoop_;
 };
 
-/// Writes a log window that cannot be shown to the diagnostic log.
+/// Writes the content of a log window that cannot be shown to the diagnostic log.
 void logInsteadOfWindow(const LogWindow& window);
 
 }  // namespace zephyl

@@ -10,27 +10,27 @@
 
 namespace zephyl {
 
-/// Lines on their way to the main thread: the newest, should more come than are taken. From any
-/// thread.
+/// A queue of lines for the main thread. It keeps only the newest lines if they are added faster
+/// than they are removed. Callable from any thread.
 class LineInbox {
  public:
-  /// `wake` is called, on whatever thread, when there are lines again. It must be short and must
-  /// not put any.
+  /// Calls `wake`, on the thread that adds a line, when the queue was empty before. `wake` must be
+  /// short and must not add lines.
   explicit LineInbox(Task wake) : wake_(std::move(wake)) {}
 
-  void put(std::string line) {
+  void add(std::string line) {
     const std::scoped_lock lock(mutex_);
     const bool isFirst = lines_.empty();
     lines_.append(std::move(line));
     if (isFirst && wake_) wake_();
   }
 
-  std::vector<std::string> take() {
+  std::vector<std::string> drain() {
     const std::scoped_lock lock(mutex_);
     return std::exchange(lines_, {}).lines();
   }
 
-  /// `wake` is not called any more.
+  /// After it returns, `wake` is not called any more.
   void close() {
     const std::scoped_lock lock(mutex_);
     wake_ = nullptr;

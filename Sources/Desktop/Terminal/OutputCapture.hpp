@@ -14,20 +14,20 @@ namespace zephyl {
 class OutputPipe;
 class Reactor;
 
-/// Takes what would be printed over the screen: standard output and standard error, where they are
-/// a terminal, lead into a pipe from now on, also those of the children started from now on. The
-/// pipe is read as long as anybody holds it, also when the capture has gone and the program prints
-/// where it did before.
+/// Captures output that would be printed over the screen: redirects standard output and standard
+/// error, if they are a terminal, into a pipe, also for the children that are started later. The
+/// pipe is read while any process holds it, even after the capture has ended and the program prints
+/// to the original descriptors.
 class OutputCapture {
  public:
-  /// `onLines` is called on the reactor's thread. The reactor outlives it.
+  /// Calls `onLines` on the reactor's thread. `reactor` must outlive it.
   static Result<std::unique_ptr<OutputCapture>> start(Reactor& reactor,
                                                       std::function<void(OutputLines)> onLines);
   ~OutputCapture();
   OutputCapture(const OutputCapture&) = delete;
   OutputCapture& operator=(const OutputCapture&) = delete;
 
-  /// Whether standard error is captured, rather than, say, a file.
+  /// Returns whether standard error is captured. It is not if it is a file, for example.
   [[nodiscard]] bool hasStandardError() const;
 
  private:

@@ -14,8 +14,8 @@ namespace zephyl {
 
 namespace {
 
-/// By the locale's name: a terminal's encoding does not depend on what is installed on the machine
-/// that it shows.
+/// Decided by the locale's name, because the encoding of a terminal does not depend on the locales
+/// that are installed on this machine.
 bool hasUnicode() {
   for (const char* const variable : {"LC_ALL", "LC_CTYPE", "LANG"}) {
     const auto locale = lowerCased(environmentVariable(variable).value_or(""));
@@ -35,7 +35,7 @@ TerminalDesktop::TerminalDesktop(const Services& services)
     : services_(services),
       headless_(services.mainLoop, services.clock),
       item_(*this),
-      lines_(std::make_shared<LineInbox>(onMain(&TerminalDesktop::takeLines))) {}
+      lines_(std::make_shared<LineInbox>(onMain(&TerminalDesktop::drainLines))) {}
 
 Result<std::unique_ptr<TerminalDesktop>> TerminalDesktop::open(const Services& services) {
   std::unique_ptr<TerminalDesktop> desktop(new TerminalDesktop(services));
@@ -64,24 +64,24 @@ Result<void> TerminalDesktop::start() {
   return {};
 }
 
-/// A library's own words would ruin the screen as well, so the descriptors are taken; the tray's
-/// lines do not take that way, since the thread that reads them must not wait for itself.
+/// Redirects the descriptors, because output of a library would damage the screen, too. The tray's
+/// own lines do not use the pipe, because the thread that reads it must not wait for itself.
 void TerminalDesktop::captureOutput() {
   auto capture =
       OutputCapture::start(services_.reactor, [lines = lines_](const OutputLines& output) {
-        for (const auto& line : output.lines()) lines->put(line);
+        for (const auto& line : output.lines()) lines->add(line);
       });
   if (capture) capture_ = *std::move(capture);
   const bool onScreenOnly = capture_ && capture_->hasStandardError();
   logSink_ = std::make_unique<LogSink>(
-      [lines = lines_](const std::string& line) { lines->put(line); }, onScreenOnly);
+      [lines = lines_](const std::string& line) { lines->add(line); }, onScreenOnly);
 }
 
 TerminalDesktop::~TerminalDesktop() {
   signals_.reset();
   logSink_.reset();
   lines_->close();
-  takeLines();
+  drainLines();
   if (!screen_) return;
   const bool onScreenOnly = capture_ && capture_->hasStandardError();
   const auto unseen = screen_->unseenLog();
@@ -91,7 +91,7 @@ TerminalDesktop::~TerminalDesktop() {
   if (onScreenOnly) printUnseenLog(unseen);
 }
 
-/// The end of it: that is where it says why, if anything went wrong.
+/// Prints the last lines, which show the reason if an error has occurred.
 void TerminalDesktop::printUnseenLog(const std::vector<std::string>& lines) const {
   constexpr std::size_t most = 10;
   for (std::size_t i = lines.size() - std::min(lines.size(), most); i < lines.size(); ++i) {
@@ -118,8 +118,8 @@ TerminalScreen::Events TerminalDesktop::screenEvents() {
           .writeLog = [this](const std::string& text) { writeLog(text); }};
 }
 
-void TerminalDesktop::takeLines() {
-  auto lines = lines_->take();
+void TerminalDesktop::drainLines() {
+  auto lines = lines_->drain();
   if (screen_) return screen_->appendLog(std::move(lines));
   for (const auto& line : lines) std::fprintf(stderr, "%s\n", visible(line).c_str());
 }
@@ -136,7 +136,7 @@ void TerminalDesktop::resized() {
 
 void TerminalDesktop::continued() {
   if (!screen_) return;
-  device_->takeAgain();
+  device_->reacquire();
   screen_->resized();
 }
 
@@ -146,7 +146,7 @@ void TerminalDesktop::becomeHeadless() {
   capture_.reset();
   const auto screen = std::exchange(screen_, nullptr);
   device_.reset();
-  log("the terminal is gone: running without a screen");
+  log("the terminal was closed: running without a screen");
   item_.showInLog();
   screen->end();
 }
@@ -160,10 +160,12 @@ void TerminalDesktop::removeNotification(const std::string& identifier) {
 }
 
 void TerminalDesktop::activate(const RunningApplication&) {
-  if (screen_) screen_->say("Zephyl's window is open already; a terminal cannot bring it up.");
+  if (screen_)
+    screen_->showNotice(
+        "Zephyl's window is already open. A terminal cannot bring it to the front.");
 }
 
-/// The user at the terminal may have a browser even if this machine does not.
+/// The user at the terminal may have a browser even if this machine has none.
 void TerminalDesktop::openURL(const std::string& url) {
   if (!screen_) return headless_.openURL(url);
   screen_->presentAlert({.messageText = "Open this address in a browser:",
@@ -177,7 +179,7 @@ void TerminalDesktop::openURL(const std::string& url) {
 
 void TerminalDesktop::openFile(const std::string& path, Editor editor) {
   if (!screen_) return headless_.openFile(path, editor);
-  screen_->say("Written to " + path);
+  screen_->showNotice("Written to " + path);
 }
 
 void TerminalDesktop::writeLog(const std::string& text) {
@@ -185,7 +187,7 @@ void TerminalDesktop::writeLog(const std::string& text) {
       joinPath(directories::temporary(),
                formatText("zephyl-tray-log-{}.log", fileTimestamp(services_.clock.calendarNow())));
   const auto written = replaceFile(path, text, Durability::unflushed);
-  if (screen_) screen_->say(written ? "Written to " + path : written.error().message);
+  if (screen_) screen_->showNotice(written ? "Written to " + path : written.error().message);
 }
 
 void TerminalDesktop::Item::setIcon(StatusIcon icon) {
@@ -206,7 +208,7 @@ void TerminalDesktop::Item::setMenu(const Menu& menu) {
   if (desktop_.screen_) desktop_.screen_->setMenu(menu);
 }
 
-/// The menu is always on screen, and kept up to date there: it never opens nor closes.
+/// The menu is always on screen and updated there, so it never opens or closes.
 void TerminalDesktop::Item::setMenuEvents(MenuEvents events) {
   if (desktop_.screen_) desktop_.screen_->events.menu = std::move(events);
 }

@@ -17,14 +17,14 @@
 
 namespace zephyl {
 
-/// A desktop in the terminal that the program was started from, for machines without another. What
-/// the program and its children print goes to a log that is part of the screen; what of it the
-/// user has not seen in the end is printed then.
+/// A desktop in the terminal from which the program was started. Output of the program and its
+/// children goes to a log on the screen. The part of it that the user has not seen is printed at
+/// the end.
 ///
-/// When the terminal is closed, which SIGHUP reports, it is the desktop of a machine that has
-/// none from then on: open dialogs end as unanswered.
+/// When the terminal is closed, which SIGHUP reports, this becomes the desktop of a machine without
+/// one, and open dialogs end unanswered.
 ///
-/// Main thread. The main loop runs no more tasks once it is gone.
+/// Main thread only. The main loop must not run tasks after its destruction.
 class TerminalDesktop final : public Desktop {
  public:
   struct Services {
@@ -33,16 +33,16 @@ class TerminalDesktop final : public Desktop {
     Reactor& reactor;
   };
 
-  /// Takes the terminal over, or says why it cannot be used. The services outlive it.
+  /// Opens the terminal, or returns why it cannot be used. The services must outlive it.
   static Result<std::unique_ptr<TerminalDesktop>> open(const Services& services);
   ~TerminalDesktop() override;
 
-  /// For the dialogs; it goes when the terminal does.
+  /// Returns the screen for the dialogs. It is destroyed when the terminal is closed.
   [[nodiscard]] std::weak_ptr<TerminalScreen> screen() const { return screen_; }
 
   void setEvents(DesktopEvents events) override { events_ = std::move(events); }
   StatusItem& statusItem() override { return item_; }
-  void requestNotificationAuthorization() override {}  // nobody asks for it here
+  void requestNotificationAuthorization() override {}  // no permission is required here
   void postNotification(const Notification& notification) override;
   void removeNotification(const std::string& identifier) override;
   std::vector<RunningApplication> runningApplications(const std::string&) override { return {}; }
@@ -51,7 +51,7 @@ class TerminalDesktop final : public Desktop {
   void openURL(const std::string& url) override;
   void openFile(const std::string& path, Editor editor) override;
   void chooseFolder(const FolderRequest& request, std::function<void(FolderChoice)> done) override {
-    headless_.chooseFolder(request, std::move(done));  // the dialogs can
+    headless_.chooseFolder(request, std::move(done));  // the tray's dialogs do it
   }
 
  private:
@@ -77,11 +77,11 @@ class TerminalDesktop final : public Desktop {
   void captureOutput();
   TerminalDevice::Listener deviceListener();
   TerminalScreen::Events screenEvents();
-  /// Wraps a member function so that it runs on the main thread, to be called on any.
+  /// Returns a function, callable from any thread, that runs a member function on the main thread.
   Task onMain(void (TerminalDesktop::*member)()) {
     return [this, member] { services_.mainLoop.async([this, member] { (this->*member)(); }); };
   }
-  void takeLines();
+  void drainLines();
   void printUnseenLog(const std::vector<std::string>& lines) const;
   void resume();
   void resized();
@@ -95,7 +95,7 @@ class TerminalDesktop final : public Desktop {
   DesktopEvents events_;
   const std::shared_ptr<LineInbox> lines_;
   std::unique_ptr<TerminalDevice> device_;
-  std::shared_ptr<TerminalScreen> screen_;  // none once there is no terminal any more
+  std::shared_ptr<TerminalScreen> screen_;  // null after the terminal was closed
   std::unique_ptr<OutputCapture> capture_;
   std::unique_ptr<LogSink> logSink_;
   std::unique_ptr<UnixSignalWatcher> signals_;

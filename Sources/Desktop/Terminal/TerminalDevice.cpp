@@ -27,8 +27,8 @@ namespace {
 namespace asio = boost::asio;
 using boost::system::error_code;
 
-/// What a handler needs to give the terminal back when the program crashes. Set while no crash
-/// handler is installed, read by that alone.
+/// The data that the crash handler needs to restore the terminal. Written only while the handler is
+/// not installed.
 struct CrashRestoration {
   int descriptor = -1;
   termios before{};
@@ -39,8 +39,8 @@ CrashRestoration crashRestoration;
 
 constexpr std::array crashSignals{SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGABRT, SIGSYS, SIGQUIT};
 
-/// The handler stands for one signal only, so raising it again ends the program as it would have.
-void giveBackAndCrash(int signal) {
+/// The handler is reset after one signal, so raising the signal again ends the program as usual.
+void restoreAndCrash(int signal) {
   std::ignore = ::write(crashRestoration.descriptor, crashRestoration.leave.data(),
                         crashRestoration.leaveLength);
   ::tcsetattr(crashRestoration.descriptor, TCSANOW, &crashRestoration.before);
@@ -52,7 +52,7 @@ void installCrashHandler(int descriptor, const termios& before, const std::strin
   crashRestoration.leaveLength =
       leave.copy(crashRestoration.leave.data(), crashRestoration.leave.size());
   struct sigaction action {};
-  action.sa_handler = giveBackAndCrash;
+  action.sa_handler = restoreAndCrash;
   action.sa_flags = SA_RESETHAND | SA_NODEFER;
   for (const int signal : crashSignals) ::sigaction(signal, &action, nullptr);
 }
@@ -61,7 +61,7 @@ void removeCrashHandler() {
   for (const int signal : crashSignals) std::signal(signal, SIG_DFL);
 }
 
-/// Delivers keys one by one and interprets none of them but the interrupt key.
+/// Returns settings that deliver single keys and interpret only the interrupt key.
 termios forKeys(termios settings) {
   settings.c_iflag &= ~static_cast<tcflag_t>(ICRNL | INLCR | IXON | ISTRIP | BRKINT);
   settings.c_lflag &= ~static_cast<tcflag_t>(ICANON | ECHO | IEXTEN);
@@ -74,7 +74,7 @@ termios forKeys(termios settings) {
 
 }  // namespace
 
-/// Waits for the terminal, on the reactor's thread.
+/// Waits for the terminal on the reactor's thread.
 class TerminalDevice::Watch : public std::enable_shared_from_this<Watch> {
  public:
   Watch(Reactor& reactor, Listener listener)
@@ -113,7 +113,7 @@ class TerminalDevice::Watch : public std::enable_shared_from_this<Watch> {
     const ssize_t count = ::read(descriptor_.native_handle(), buffer.data(), buffer.size());
     if (count > 0) {
       listener_.input(std::string_view(buffer.data(), static_cast<std::size_t>(count)));
-      wipe(buffer);  // it may have been a secret
+      wipe(buffer);  // it may contain a secret
       return true;
     }
     if (count < 0 && (errno == EAGAIN || errno == EINTR)) return true;
@@ -132,14 +132,14 @@ Result<std::unique_ptr<TerminalDevice>> TerminalDevice::open(Reactor& reactor,
   termios before{};
   if (!terminal || ::tcgetattr(terminal.get(), &before) != 0) return Error{"there is no terminal"};
   if (::tcgetpgrp(terminal.get()) != ::getpgrp()) {
-    return Error{"the terminal is another program's: this one was started in the background"};
+    return Error{"another program uses the terminal: this one was started in the background"};
   }
   const int descriptor = terminal.get();
   auto watch = std::make_shared<Watch>(reactor, std::move(listener));
   if (const error_code error = watch->attach(terminal)) return Error{error.message()};
   std::unique_ptr<TerminalDevice> device(new TerminalDevice(reactor, descriptor, before, type));
   device->watch_ = std::move(watch);
-  device->takeOver();
+  device->acquire();
   reactor.post([watch = device->watch_] { watch->awaitInput(); });
   return device;
 }
@@ -154,36 +154,36 @@ TerminalDevice::TerminalDevice(Reactor& reactor, int descriptor, const termios& 
 
 TerminalDevice::~TerminalDevice() {
   removeCrashHandler();
-  if (isForeground()) giveBack();
+  if (isForeground()) restore();
   reactor_.run([this] { watch_->close(); });
 }
 
-void TerminalDevice::takeOver() {
+void TerminalDevice::acquire() {
   installCrashHandler(descriptor_, before_, leave_);
   const termios settings = forKeys(before_);
   ::tcsetattr(descriptor_, TCSANOW, &settings);
   write(enter_);
 }
 
-/// A program in the background that touches its terminal is stopped.
+/// The kernel stops a background program that changes its terminal.
 bool TerminalDevice::isForeground() const {
   return ::tcgetpgrp(descriptor_) == ::getpgrp();
 }
 
-void TerminalDevice::takeAgain() {
+void TerminalDevice::reacquire() {
   if (!isForeground()) return;
   pending_.clear();
-  takeOver();
+  acquire();
 }
 
-/// Waits a moment for a terminal that does not keep up, no longer.
-void TerminalDevice::giveBack() {
+/// Waits only a moment for a slow terminal.
+void TerminalDevice::restore() {
   constexpr int longestWait = 200;  // ms
   pollfd room{.fd = descriptor_, .events = POLLOUT, .revents = 0};
   if (::poll(&room, 1, longestWait) > 0 && (room.revents & POLLOUT) != 0) {
     std::ignore = ::write(descriptor_, leave_.data(), leave_.size());
   }
-  ::tcflush(descriptor_, TCIFLUSH);  // what was typed for the screen is not for the shell
+  ::tcflush(descriptor_, TCIFLUSH);  // unread keys were meant for the screen, not the shell
   ::tcsetattr(descriptor_, TCSANOW, &before_);
 }
 

@@ -14,24 +14,24 @@ namespace zephyl {
 
 class Reactor;
 
-/// The terminal that the program was started from. Opened anew, so that nothing that is set on it
-/// here reaches the shell's own descriptors.
+/// The terminal from which the program was started. It is opened again, so that flags set here do
+/// not affect the shell's own descriptors.
 ///
-/// From `open` on it is the program's alone: keys come as they are pressed, and the screen is
-/// another one. It is given back by the destructor, and by a handler of the signals that a crash
-/// ends in; that handler is the one thing here that is global, so there is one device at a time.
+/// After `open` the program uses the terminal exclusively: keys are received when they are pressed,
+/// and the alternate screen is shown. The destructor restores the terminal, as does a handler for
+/// crash signals. That handler is global, so only one device may exist at a time.
 ///
-/// Main thread; the listener is called on the reactor's.
+/// Main thread only. The listener is called on the reactor's thread.
 class TerminalDevice final : public TerminalOutput {
  public:
   struct Listener {
     std::function<void(SecretString)> input;
-    std::function<void()> writable;  ///< `resume` what was busy
-    std::function<void()> closed;    ///< the terminal was closed; called once
+    std::function<void()> writable;  ///< call `resume`
+    std::function<void()> closed;    ///< called once when the terminal was closed
   };
 
-  /// Fails where there is no terminal, or where another program has it in the foreground. The
-  /// reactor outlives it.
+  /// Fails if there is no terminal, or if another program has it in the foreground. `reactor` must
+  /// outlive it.
   static Result<std::unique_ptr<TerminalDevice>> open(Reactor& reactor, const TerminalType& type,
                                                       Listener listener);
   ~TerminalDevice() override;
@@ -39,21 +39,21 @@ class TerminalDevice final : public TerminalOutput {
   [[nodiscard]] ScreenSize size() const override;
   [[nodiscard]] bool isBusy() const override { return !pending_.empty(); }
   void write(std::string_view bytes) override;
-  /// Goes on with what the terminal did not take.
+  /// Writes the bytes that the terminal has not accepted yet.
   void resume();
-  /// Takes the terminal over again, after it was somebody else's.
-  void takeAgain();
+  /// Acquires the terminal again after another program has used it.
+  void reacquire();
 
  private:
   class Watch;
 
   TerminalDevice(Reactor& reactor, int descriptor, const termios& before, const TerminalType& type);
   [[nodiscard]] bool isForeground() const;
-  void takeOver();
-  void giveBack();
+  void acquire();
+  void restore();
 
   Reactor& reactor_;
-  const int descriptor_;  // the watch's
+  const int descriptor_;  // owned by the watch
   const termios before_;
   const std::string enter_;
   const std::string leave_;

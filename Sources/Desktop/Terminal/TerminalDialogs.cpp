@@ -30,8 +30,8 @@ class OpenDialog final : public Dialog {
   const DialogStack::Number number_;
 };
 
-/// What the user means by a path: `~` is the home directory, and so is what is relative to it.
-std::string meantPath(std::string_view typed) {
+/// Expands a typed path: `~` and relative paths refer to the home directory.
+std::string expandedPath(std::string_view typed) {
   typed = trimmed(typed);
   if (typed.starts_with('/')) {
     while (typed.size() > 1 && typed.ends_with('/')) typed.remove_suffix(1);
@@ -43,7 +43,7 @@ std::string meantPath(std::string_view typed) {
   return joinPath(directories::home(), typed);
 }
 
-/// Asks for a path until it is that of a folder.
+/// Asks for a path until it is the path of a folder.
 class FolderQuestion final : public Dialog {
  public:
   using Done = std::function<void(Result<std::optional<std::string>>)>;
@@ -87,9 +87,9 @@ class FolderQuestion final : public Dialog {
   static void handle(const std::weak_ptr<TerminalScreen>& screen,
                      const std::shared_ptr<State>& state,
                      const std::optional<AlertAnswer>& answer) {
-    if (!answer) return state->done(Error{"There is no terminal any more to choose a folder on."});
+    if (!answer) return state->done(Error{"The terminal was closed before a folder was chosen."});
     if (answer->button != 0) return state->done(std::optional<std::string>());
-    const auto path = meantPath(answer->text);
+    const auto path = expandedPath(answer->text);
     if (isDirectory(path)) return state->done(std::optional(path));
     ask(screen, state, std::string(answer->text), path + " is not a folder.");
   }

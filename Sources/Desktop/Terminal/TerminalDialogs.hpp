@@ -9,11 +9,10 @@ namespace zephyl {
 
 class TerminalScreen;
 
-/// Dialogs as boxes on the terminal's screen, and once that is gone, those of a machine without
-/// one.
+/// Dialogs as boxes on the terminal's screen. After the terminal was closed, headless dialogs.
 class TerminalDialogs final : public Dialogs {
  public:
-  /// The main loop outlives it; the screen may go.
+  /// `mainLoop` must outlive it. The screen may be destroyed earlier.
   TerminalDialogs(MainLoop& mainLoop, std::weak_ptr<TerminalScreen> screen)
       : screen_(std::move(screen)), headless_(mainLoop) {}
 

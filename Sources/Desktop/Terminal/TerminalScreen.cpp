@@ -13,7 +13,7 @@ namespace zephyl {
 
 namespace {
 
-/// As a terminal of this look can show it.
+/// Returns the menu with texts that the terminal can show.
 Menu shownMenu(Menu menu, const TerminalCapabilities& capabilities) {
   for (auto& entry : menu) {
     entry.title = displayText::shown(visible(entry.title), capabilities);
@@ -26,14 +26,15 @@ constexpr std::string_view helpText =
     "Arrows, PgUp, Home …     move\n"
     "Enter                    choose; open or close a submenu\n"
     "Right, Left              open, close a submenu\n"
-    "Ctrl-O, Ctrl-Q           what stands beside an entry\n"
-    "n                        what a notification offers\n"
-    "l                        the log: all that is said here\n"
-    "Ctrl-L                   draw the screen again\n"
+    "Ctrl-O, Ctrl-Q           the entry with this shortcut\n"
+    "n                        the action of a notification\n"
+    "l                        show the log\n"
+    "Ctrl-L                   redraw the screen\n"
     "Ctrl-C                   end the tray\n"
     "\n"
-    "In a box, Tab goes from button to button and Enter chooses the marked one; Escape is the safe "
-    "way out. In a log, c copies and w writes to a file.\n"
+    "In a dialog, Tab moves between buttons, Enter presses the marked button, and Escape is the "
+    "safe "
+    "answer. In a log, c copies and w writes to a file.\n"
     "\n"
     "To select text with the mouse, hold Shift. Closing the terminal does not end the tray.";
 
@@ -78,7 +79,7 @@ void TerminalScreen::removeNotification(const std::string& identifier) {
   changed();
 }
 
-void TerminalScreen::say(const std::string& text) {
+void TerminalScreen::showNotice(const std::string& text) {
   post({.identifier = "zephyl-tray", .body = text});
 }
 
@@ -99,9 +100,9 @@ std::vector<std::string> TerminalScreen::unseenLog() const {
 void TerminalScreen::copy(const std::string& text) {
   if (auto bytes = type_.copy(text)) {
     unsent_ += *bytes;
-    say("Copied, if your terminal allows it.");
+    showNotice("Copied, if your terminal allows it.");
   } else {
-    say("This terminal has no clipboard; w writes the log to a file.");
+    showNotice("This terminal has no clipboard; w writes the log to a file.");
   }
 }
 
@@ -273,7 +274,7 @@ void TerminalScreen::guardTopAgain() {
   guard_.restart(services_.clock.now());
 }
 
-/// A key that comes before the dialog is on screen was not meant for it either.
+/// A key that is pressed before the dialog is on screen was not meant for it.
 void TerminalScreen::handleInDialog(const Key& key) {
   if (drawnTop_ != boxes_.top()) return;
   const Instant now = services_.clock.now();

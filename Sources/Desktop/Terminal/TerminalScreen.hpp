@@ -22,7 +22,7 @@
 
 namespace zephyl {
 
-/// Where a screen is drawn.
+/// The output on which a screen is drawn.
 class TerminalOutput {
  public:
   virtual ~TerminalOutput() = default;
@@ -31,28 +31,28 @@ class TerminalOutput {
   TerminalOutput& operator=(const TerminalOutput&) = delete;
 
   [[nodiscard]] virtual ScreenSize size() const = 0;
-  /// Whether earlier bytes are still on their way; the caller that waits for them calls `drained`.
+  /// Returns whether earlier bytes are not written yet. Its owner must call `drained` afterwards.
   [[nodiscard]] virtual bool isBusy() const = 0;
   virtual void write(std::string_view bytes) = 0;
 };
 
-/// All that is on the screen: the status line, the menu, a line for notifications, a line of
-/// hints, and over them the log, the dialogs, one at a time. Decides which of them a key goes to.
+/// The contents of the screen: the status line, the menu, a line for notifications, a line of
+/// hints, and above them the log and one dialog at a time. Dispatches keys to them.
 ///
-/// Draws once for all that changes in one turn of the main loop, and only what changed; while the
-/// terminal does not keep up, nothing. Nothing happens while nothing changes.
+/// Draws once for all changes in one turn of the main loop, and only the changed cells. Draws
+/// nothing while the terminal does not keep up. Idle while nothing changes.
 ///
-/// Main thread. Owned by a `shared_ptr`; what is on its way holds it weakly.
+/// Main thread only. Owned by a `shared_ptr`. Pending tasks hold it weakly.
 class TerminalScreen : public std::enable_shared_from_this<TerminalScreen> {
  public:
-  /// How long a dialog that the user requested takes no answer after it appeared. Any other dialog
-  /// ignores all keys as `InputGuard` says, also when the terminal becomes active and reports that;
-  /// the latter goes for a requested dialog that permits something as well. What cannot be answered
-  /// yet shows no mark on a button, and no hint how to close it.
+  /// How long a dialog that the user requested accepts no answer after it appeared. Any other
+  /// dialog ignores all keys as `InputGuard` requires, also when the terminal reports that it has
+  /// become active. The latter also applies to a requested dialog that permits something. While a
+  /// dialog accepts no answer, no button is marked and no hint for closing it is shown.
   static constexpr Duration answerDelay = std::chrono::milliseconds(400);
   /// How often new lines of the log are drawn.
   static constexpr Duration logInterval = std::chrono::milliseconds(50);
-  /// How long the rest of a key's bytes may take.
+  /// The maximum delay of the remaining bytes of a key.
   static constexpr Duration keyDelay = std::chrono::milliseconds(50);
 
   struct Services {
@@ -61,14 +61,14 @@ class TerminalScreen : public std::enable_shared_from_this<TerminalScreen> {
     TerminalOutput& output;
   };
 
-  /// What the user does, and what the screen asks for. An unset one is ignored.
+  /// Actions of the user and requests of the screen. Unset functions are ignored.
   struct Events {
     MenuEvents menu;
     std::function<void(const std::string& identifier)> notificationActivated;
-    std::function<void(const std::string& log)> writeLog;  ///< the tray's own log
+    std::function<void(const std::string& log)> writeLog;  ///< writes the tray's own log
   };
 
-  /// The services outlive it.
+  /// The services must outlive it.
   TerminalScreen(const Services& services, TerminalType type, TerminalCapabilities capabilities);
 
   Events events;
@@ -79,11 +79,11 @@ class TerminalScreen : public std::enable_shared_from_this<TerminalScreen> {
   void setMenu(const Menu& menu);
   void post(const Notification& notification);
   void removeNotification(const std::string& identifier);
-  /// Says something in the line for notifications.
-  void say(const std::string& text);
-  /// Drawn a moment later, together with what follows.
+  /// Shows a text in the line for notifications.
+  void showNotice(const std::string& text);
+  /// Adds lines to the log. They are drawn a moment later, together with following ones.
   void appendLog(std::vector<std::string> lines);
-  /// Puts a text on the clipboard, if the terminal can.
+  /// Copies a text to the clipboard, if the terminal supports that.
   void copy(const std::string& text);
 
   DialogStack::Number presentAlert(const Alert& alert, const std::string& text,
@@ -91,15 +91,16 @@ class TerminalScreen : public std::enable_shared_from_this<TerminalScreen> {
   DialogStack::Number presentLog(const LogWindow& window, DialogStack::LogNotify notify);
   void showProgress(DialogStack::Number dialog, const Progress& progress);
   void close(DialogStack::Number dialog);
-  /// Ends every dialog as unanswered and draws nothing from now on. For a terminal that was closed.
+  /// Ends all dialogs unanswered and draws nothing any more. Must be called when the terminal was
+  /// closed.
   void end();
 
-  // What comes from the terminal.
+  // Events of the terminal:
   void receive(std::string_view bytes);
   void resized();
   void drained() { draw(); }
 
-  /// The newest lines of the log that were never on screen.
+  /// Returns the newest lines of the log that were never on screen.
   [[nodiscard]] std::vector<std::string> unseenLog() const;
 
  private:
@@ -111,12 +112,12 @@ class TerminalScreen : public std::enable_shared_from_this<TerminalScreen> {
   void drawNoticeOverLog(Canvas& canvas) const;
   [[nodiscard]] std::string hints(int columns) const;
   void scheduleFading();
-  /// The topmost dialog is on screen now.
+  /// Records that the topmost dialog is on screen.
   void topWasDrawn();
-  /// The terminal has become active.
+  /// Handles that the terminal has become active.
   void guardTopAgain();
   void handleInDialog(const Key& key);
-  /// From when on the topmost dialog, of which there is one, can be answered if no further key is
+  /// Returns when the topmost dialog, which must exist, accepts an answer if no further key is
   /// pressed.
   [[nodiscard]] Instant topMayBeAnsweredAt(Instant now) const;
 
@@ -147,15 +148,14 @@ class TerminalScreen : public std::enable_shared_from_this<TerminalScreen> {
   MenuView menu_;
   NoticeLine notices_;
   DialogStack boxes_;
-  std::optional<DialogStack::Number>
-      drawnTop_;  // the topmost dialog when the screen was drawn last
+  std::optional<DialogStack::Number> drawnTop_;  // the topmost dialog at the last drawing
   Instant topSince_{};
   bool topIsGuarded_ = false;
-  InputGuard guard_;  // of the topmost dialog
+  InputGuard guard_;  // guards the topmost dialog
   LogRing log_;
   std::size_t unseenLines_ = 0;
   std::optional<LogBox> logBox_;
-  std::string unsent_;  // goes with the next drawing
+  std::string unsent_;  // written with the next drawing
   bool drawingIsDue_ = false;
   bool ended_ = false;
 };

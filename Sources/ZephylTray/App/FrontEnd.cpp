@@ -21,7 +21,7 @@ FrontEnd onDesktop(const Runtime& runtime) {
       FreedesktopDesktop::Services{runtime.mainLoop, runtime.clock, runtime.launcher});
   auto dialogs = std::make_unique<ProcessDialogs>(
       runtime.mainLoop, runtime.clock, runtime.launcher, dialogsProgram(Bundle::main()),
-      [&desktop = *desktop] { return desktop.takeActivationToken(); });
+      [&desktop = *desktop] { return desktop.consumeActivationToken(); });
   return {.desktop = std::move(desktop), .dialogs = std::move(dialogs)};
 }
 

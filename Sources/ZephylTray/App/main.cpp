@@ -50,24 +50,24 @@ double randomFraction() {
   return std::generate_canonical<double, 32>(source);
 }
 
-/// What becomes of this process when the tray has ended: it exits, or executes the program that is
-/// now installed at its path.
+/// What the process does after the tray has ended: exit, or execute the program that is installed
+/// at its path.
 struct Ending {
   int status = EXIT_SUCCESS;
   bool relaunch = false;
-  /// What the next program inherits when an update relaunches.
+  /// The lock that the next program inherits when an update relaunches the tray.
   std::optional<SingleOwnerLock> lock = std::nullopt;
 };
 
-/// The signals that end the tray in order. In a terminal SIGHUP reports that the terminal has gone,
-/// after which the tray runs on without one.
+/// Returns the signals that end the tray in order. In a terminal, SIGHUP reports that the terminal
+/// was closed, and the tray continues without it.
 std::vector<int> endSignals(bool inTerminal) {
   if (inTerminal || hangUpIsIgnored()) return {SIGTERM, SIGINT};
   return {SIGTERM, SIGINT, SIGHUP};
 }
 
-/// What the tray was asked for while it ran. An end that a signal asks for wins over a relaunch,
-/// whichever came first. Set on any thread.
+/// The requests to the tray while it ran. A signal that asks it to end takes precedence over a
+/// relaunch, in either order. Set on any thread.
 struct Requests {
   std::atomic<bool> end = false;
   std::atomic<bool> relaunch = false;
@@ -76,7 +76,7 @@ struct Requests {
   [[nodiscard]] bool wantRelaunch() const { return relaunch && !end && !EndSignals::arePending(); }
 };
 
-/// Handles failures of tasks for as long as it lives.
+/// Handles failures of tasks while it exists.
 class FailureHandler {
  public:
   explicit FailureHandler(std::function<void()> handler) {
@@ -87,8 +87,8 @@ class FailureHandler {
   FailureHandler& operator=(const FailureHandler&) = delete;
 };
 
-/// Runs the main loop and shuts down. Records an end that was asked for as early as possible: who
-/// asks for one may not wait for the whole shutdown.
+/// Runs the main loop and shuts down. Records a requested end as early as possible, because the
+/// requester may not wait for the whole shutdown.
 Ending runUntilEnd(AppDelegate& delegate, const Runtime& runtime, const Requests& requests,
                    std::optional<EndSignals>& signals, const ServiceManager& manager) {
   const Instant started = runtime.clock.now();
@@ -109,7 +109,7 @@ Ending runUntilEnd(AppDelegate& delegate, const Runtime& runtime, const Requests
   }
   delegate.applicationWillTerminate();
   runtime.mainLoop.close();
-  signals.reset();  // signals read so far are recorded; later ones stay pending
+  signals.reset();  // signals read until now are recorded, later ones stay pending
   if (!relaunches || requests.wantRelaunch()) return {.status = status, .relaunch = relaunches};
   manager.notifyStopping();
   recordEnd();
@@ -136,7 +136,8 @@ CommandSetup commandSetup(CommandLine::Mode mode) {
 /// Runs the tray until it is asked to end.
 Ending runTray(Guardian& guardian, const CommandLine& commandLine,
                std::vector<std::string> arguments, const ServiceManager& manager) {
-  // The reactor goes before the pool: what it still delivers may end up there.
+  // The reactor is destroyed before the pool, because its last handlers may submit tasks to the
+  // pool.
   MainLoop mainLoop;
   ThreadPool pool;
   Reactor reactor;
@@ -172,10 +173,10 @@ Ending runTray(Guardian& guardian, const CommandLine& commandLine,
   return runUntilEnd(*delegate, runtime, requests, signals, manager);
 }
 
-/// There is no second tray for the same base directory: the one that runs is asked to show itself.
-int handOver(const SingleOwnerLock::Taken& taken, const std::string& activationToken,
-             const ServiceManager& manager) {
-  if (taken.holder && SingleInstance::askToReopen(*taken.holder, activationToken)) {
+/// Another tray owns the base directory. Asks it to show itself.
+int delegateToRunningTray(const SingleOwnerLock::Taken& taken, const std::string& activationToken,
+                          const ServiceManager& manager) {
+  if (taken.holder && SingleInstance::requestReopen(*taken.holder, activationToken)) {
     manager.notifyReady();  // a service that ends without it has failed, and would be restarted
     log("already running as process {}; asked it to show itself", *taken.holder);
     return EXIT_SUCCESS;
@@ -196,8 +197,8 @@ Ending start(const CommandLine& commandLine, const std::string& activationToken,
   }
   auto outcome = SingleOwnerLock::acquire(joinPath(Servers::baseDir(), "tray.lock"));
   if (const auto* taken = std::get_if<SingleOwnerLock::Taken>(&outcome)) {
-    EndSignals::block({});  // nothing is lost if this process ends at once
-    return {handOver(*taken, activationToken, manager)};
+    EndSignals::block({});  // this process may end at once
+    return {delegateToRunningTray(*taken, activationToken, manager)};
   }
   if (const auto* error = std::get_if<Error>(&outcome)) {
     log("could not start: {}", error->message);
@@ -213,15 +214,15 @@ Ending start(const CommandLine& commandLine, const std::string& activationToken,
     Ending ending = runTray(*guardian, commandLine, std::move(arguments), manager);
     if (ending.relaunch) ending.lock = std::get<SingleOwnerLock>(std::move(outcome));
     return ending;
-  } catch (const std::exception& error) {  // the system has no thread, descriptor or memory to give
-    log("could not go on: {}", error.what());
+  } catch (const std::exception& error) {  // out of threads, descriptors or memory
+    log("could not continue: {}", error.what());
     return {EXIT_FAILURE};
   }
 }
 
-/// Executes the installed program with the lock and the signals that are pending. A previous
-/// version, to which there is a return without the lock, may know of neither. Returns only if that
-/// fails.
+/// Executes the installed program with the lock and the pending signals. After a rollback it runs
+/// without the lock and the mask, which the previous version may not support. Returns only on
+/// failure.
 int becomeInstalledProgram(const Ending& ending, char** arguments, const ServiceManager& manager) {
   const std::string executable = Bundle::main().executable().value_or("");
   manager.restoreEnvironment();
@@ -244,9 +245,9 @@ int refuse(const Error& error) {
   return wrongUse;
 }
 
-/// Executes the program that carries out `zephyl-tray VERB`: beside the tray's executable, or in
-/// <prefix>/libexec/zephyl-tray. Tells it where the tray is in place of its own name. Returns only
-/// if that fails.
+/// Executes the program that implements `zephyl-tray VERB`, which is beside the tray's executable
+/// or in <prefix>/libexec/zephyl-tray. Passes the path of the tray in place of the program name.
+/// Returns only on failure.
 int becomeCommandProgram(std::span<char*> arguments) {
   constexpr auto name = "zephyl-tray-command";
   std::string tray = Bundle::runningExecutable().value_or("");
@@ -274,7 +275,7 @@ int main(int argc, char** argv) {
   coreDumps::disable();
   EndSignals::block(endSignals(/*inTerminal=*/false));
   Bundle::setMain(Bundle(Bundle::runningExecutable()));
-  // The token of the program that started this one, for the first window alone.
+  // The token of the program that started this one, used only for the first window.
   const std::string activationToken = environmentVariable("XDG_ACTIVATION_TOKEN").value_or("");
   const ServiceManager manager = ServiceManager::fromEnvironment();
   removePrivateEnvironmentVariables();

@@ -13,13 +13,13 @@ class BusSignalThrottleTest : public ::testing::Test {
  protected:
   /// A source that sends `count` signals under its name each time.
   std::size_t source(char name, std::size_t count = 1, Duration interval = {}) {
-    return pacer_.add({.most = count, .interval = interval, .send = [this, name, count] {
-                         for (std::size_t i = 0; i < count; ++i) {
-                           sent_ += name;
-                           times_.push_back(clock_.now());
-                         }
-                         return count;
-                       }});
+    return throttle_.add({.maxSignals = count, .interval = interval, .send = [this, name, count] {
+                            for (std::size_t i = 0; i < count; ++i) {
+                              sent_ += name;
+                              times_.push_back(clock_.now());
+                            }
+                            return count;
+                          }});
   }
   std::size_t mostInAnyWindow() const {
     std::size_t most = 0;
@@ -33,14 +33,14 @@ class BusSignalThrottleTest : public ::testing::Test {
   }
 
   test::ManualClock clock_;
-  BusSignalThrottle pacer_{
+  BusSignalThrottle throttle_{
       clock_, [this](Duration delay, Task task) { return clock_.after(delay, std::move(task)); }};
   std::string sent_;
   std::vector<Instant> times_;
 };
 
 TEST_F(BusSignalThrottleTest, AQuietSourceSendsAtOnce) {
-  pacer_.request(source('a'));
+  throttle_.request(source('a'));
   EXPECT_EQ(sent_, "a");
   EXPECT_EQ(clock_.pendingTimers(), 0U);
 }
@@ -48,10 +48,10 @@ TEST_F(BusSignalThrottleTest, AQuietSourceSendsAtOnce) {
 TEST_F(BusSignalThrottleTest, WhatAUserWaitsForIsSentAtOnceAndCounts) {
   const auto a = source('a');
   const auto b = source('b');
-  for (int i = 0; i < 4; ++i) pacer_.request(a);
-  pacer_.sendNow(b);
+  for (int i = 0; i < 4; ++i) throttle_.request(a);
+  throttle_.sendNow(b);
   EXPECT_EQ(sent_, "aaaab");
-  pacer_.request(a);
+  throttle_.request(a);
   EXPECT_EQ(sent_, "aaaab");
   clock_.advance(1s);
   EXPECT_EQ(sent_, "aaaaba");
@@ -61,8 +61,8 @@ TEST_F(BusSignalThrottleTest, AFloodIsCutToFourInASecond) {
   const auto a = source('a');
   const auto b = source('b', 2);
   for (int i = 0; i < 10'000; ++i) {
-    pacer_.request(a);
-    pacer_.request(b);
+    throttle_.request(a);
+    throttle_.request(b);
     clock_.advance(1ms);
   }
   EXPECT_LE(mostInAnyWindow(), BusSignalThrottle::perWindow);
@@ -72,7 +72,7 @@ TEST_F(BusSignalThrottleTest, AFloodIsCutToFourInASecond) {
 
 TEST_F(BusSignalThrottleTest, TheLastStateIsTold) {
   const auto a = source('a');
-  for (int i = 0; i < 6; ++i) pacer_.request(a);
+  for (int i = 0; i < 6; ++i) throttle_.request(a);
   EXPECT_EQ(sent_, "aaaa");
   clock_.advance(1s);
   EXPECT_EQ(sent_, "aaaaa");
@@ -84,9 +84,9 @@ TEST_F(BusSignalThrottleTest, TheLastStateIsTold) {
 TEST_F(BusSignalThrottleTest, ASourceWithAnIntervalWaitsAloneForIt) {
   const auto a = source('a', 1, 250ms);
   const auto b = source('b');
-  pacer_.request(a);
-  pacer_.request(a);
-  pacer_.request(b);
+  throttle_.request(a);
+  throttle_.request(a);
+  throttle_.request(b);
   EXPECT_EQ(sent_, "ab");
   clock_.advance(249ms);
   EXPECT_EQ(sent_, "ab");
@@ -96,11 +96,11 @@ TEST_F(BusSignalThrottleTest, ASourceWithAnIntervalWaitsAloneForIt) {
 
 TEST_F(BusSignalThrottleTest, ASourceThatHadNothingToSayUsesNothingUp) {
   int asked = 0;
-  const auto silent = pacer_.add({.interval = 1h, .send = [&asked] {
-                                    ++asked;
-                                    return std::size_t{0};
-                                  }});
-  for (int i = 0; i < 10; ++i) pacer_.request(silent);
+  const auto silent = throttle_.add({.interval = 1h, .send = [&asked] {
+                                       ++asked;
+                                       return std::size_t{0};
+                                     }});
+  for (int i = 0; i < 10; ++i) throttle_.request(silent);
   EXPECT_EQ(asked, 10);
 }
 

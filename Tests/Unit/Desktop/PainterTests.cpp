@@ -92,9 +92,8 @@ TEST(TerminalType, RefusesWhatCannotShowAMenu) {
   EXPECT_EQ(TerminalType::load("dumb", true).error().message,
             "a terminal of type \"dumb\" cannot show a menu");
   EXPECT_EQ(TerminalType::load("no-such-terminal", true).error().message,
-            "the terminal's type \"no-such-terminal\" is not known here");
-  EXPECT_EQ(TerminalType::load("", true).error().message,
-            "the type of the terminal is not known (TERM is not set)");
+            "unknown terminal type \"no-such-terminal\"");
+  EXPECT_EQ(TerminalType::load("", true).error().message, "unknown terminal type: TERM is not set");
 }
 
 TEST(TerminalType, HasColorsWhereTheTerminalHasThemAndTheUserWantsThem) {

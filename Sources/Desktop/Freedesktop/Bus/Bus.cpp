@@ -20,8 +20,8 @@ namespace zephyl {
 
 namespace {
 
-/// Milliseconds until a deadline of the library, which counts microseconds of monotonic time;
-/// -1 for none.
+/// Returns the milliseconds until a deadline of the library in microseconds of monotonic time, or
+/// -1 for no deadline.
 int millisecondsUntil(std::uint64_t deadline) {
   if (deadline == UINT64_MAX) return -1;
   timespec now{};
@@ -33,23 +33,23 @@ int millisecondsUntil(std::uint64_t deadline) {
   return static_cast<int>(std::min((deadline - nowMicroseconds + 999) / 1'000, longest));
 }
 
-constexpr int gatheringMilliseconds =
-    std::chrono::duration_cast<std::chrono::milliseconds>(Bus::gatheringTime).count();
+constexpr int batchMilliseconds =
+    std::chrono::duration_cast<std::chrono::milliseconds>(Bus::batchTime).count();
 
-/// How often the thread looks for tasks while nothing can wake it.
-constexpr int lookingMilliseconds = 100;
+/// How often the thread checks for tasks while no descriptor can wake it.
+constexpr int checkMilliseconds = 100;
 
 int sooner(int limit, int other) {
   return limit < 0 ? other : std::min(limit, other);
 }
 
-/// What `poll` has to wait for so that the library can go on.
+/// The conditions for which `poll` must wait on behalf of the library.
 struct BusInterest {
   pollfd descriptor{-1, 0, 0};
-  int limit = -1;  ///< in milliseconds; -1 for none
+  int limit = -1;  ///< in milliseconds; -1 for no limit
 };
 
-/// nullopt when the connection is lost.
+/// Returns nullopt if the connection is lost.
 std::optional<BusInterest> interestOf(sd_bus& bus) {
   std::uint64_t deadline = UINT64_MAX;
   const int events = sd_bus_get_events(&bus);
@@ -58,7 +58,7 @@ std::optional<BusInterest> interestOf(sd_bus& bus) {
                      .limit = millisecondsUntil(deadline)};
 }
 
-/// A path as addresses of buses spell it.
+/// Escapes a path for a bus address.
 std::string escapedForAddress(const std::string& path) {
   std::string escaped;
   for (const char c : path) {
@@ -73,7 +73,7 @@ std::string escapedForAddress(const std::string& path) {
   return escaped;
 }
 
-/// The address of the session bus; none when the environment names none.
+/// Returns the address of the session bus, or nullopt if the environment does not define it.
 std::optional<std::string> address() {
   if (auto named = environmentVariable("DBUS_SESSION_BUS_ADDRESS"); named && !named->empty()) {
     return named;
@@ -85,7 +85,7 @@ std::optional<std::string> address() {
 
 }  // namespace
 
-/// Where tasks wait for the bus thread. Timers may outlive the bus, so they hold it weakly.
+/// The queue of tasks for the bus thread. Timers may outlive the bus, so they hold it weakly.
 class Bus::Mailbox {
  public:
   void post(Task task) {
@@ -94,28 +94,28 @@ class Bus::Mailbox {
     wake();
   }
 
-  void postSoon(Task task) {
+  void postBatched(Task task) {
     const std::scoped_lock lock(mutex_);
     tasks_.push_back(std::move(task));
-    if (!std::exchange(gathering_, true)) wake();  // else the thread checks again anyway
+    if (!std::exchange(batching_, true)) wake();  // otherwise the thread checks again later
   }
 
-  std::vector<Task> take() {
+  std::vector<Task> drain() {
     const std::scoped_lock lock(mutex_);
     return std::exchange(tasks_, {});
   }
 
-  [[nodiscard]] bool isGathering() {
+  [[nodiscard]] bool isBatching() {
     const std::scoped_lock lock(mutex_);
-    return gathering_;
+    return batching_;
   }
-  /// The time to gather is over; when something came meanwhile, more may follow.
-  void endGathering() {
+  /// Ends the batch time. If tasks were posted meanwhile, another batch time begins.
+  void endBatch() {
     const std::scoped_lock lock(mutex_);
-    gathering_ = !tasks_.empty();
+    batching_ = !tasks_.empty();
   }
 
-  /// Readable when something was posted; -1 while the system is short of descriptors.
+  /// Returns a descriptor that is readable after a post, or -1 if no descriptor is available.
   [[nodiscard]] int descriptor() {
     const std::scoped_lock lock(mutex_);
     if (!wake_) {
@@ -138,7 +138,7 @@ class Bus::Mailbox {
   std::mutex mutex_;
   FileDescriptor wake_;
   std::vector<Task> tasks_;
-  bool gathering_ = false;
+  bool batching_ = false;
 };
 
 Bus::Bus(Clock& clock) : clock_(clock), mailbox_(std::make_shared<Mailbox>()) {}
@@ -164,8 +164,8 @@ void Bus::post(Task task) {
   mailbox_->post(std::move(task));
 }
 
-void Bus::postSoon(Task task) {
-  mailbox_->postSoon(std::move(task));
+void Bus::postBatched(Task task) {
+  mailbox_->postBatched(std::move(task));
 }
 
 Timer Bus::after(Duration delay, Task task) {
@@ -204,9 +204,9 @@ Bus::Handle Bus::openAndWait() {
 void Bus::run() {
   connect();
   while (true) {
-    for (const auto& task : mailbox_->take()) {
+    for (const auto& task : mailbox_->drain()) {
       task();
-      if (stopping_) return lose();
+      if (stopping_) return dropConnection();
     }
     process();
     wait();
@@ -216,31 +216,31 @@ void Bus::run() {
 void Bus::connect() {
   if (bus_ || stopping_) return;
   bus_ = open();
-  if (!bus_) return lose();
+  if (!bus_) return dropConnection();
   handshake_ = after(handshakeTimeout, [this] {
-    if (bus_ && !connection_) lose();
+    if (bus_ && !connection_) dropConnection();
   });
 }
 
 void Bus::process() {
-  // What is left makes the next `wait` return at once.
+  // Remaining messages make the next `wait` return at once.
   for (int message = 0; bus_ && message < messagesPerTurn; ++message) {
     const int handled = sd_bus_process(bus_.get(), nullptr);
-    if (handled < 0) return lose();
-    if (!connection_ && sd_bus_is_ready(bus_.get()) > 0) arrive();
+    if (handled < 0) return dropConnection();
+    if (!connection_ && sd_bus_is_ready(bus_.get()) > 0) completeConnection();
     if (handled == 0) return;
   }
 }
 
-void Bus::arrive() {
+void Bus::completeConnection() {
   handshake_.cancel();
   connection_.emplace(*bus_);
   for (auto* client : clients_) client->connected(*connection_);
   notify(true);
 }
 
-void Bus::lose() {
-  if (connection_ || !told_) {
+void Bus::dropConnection() {
+  if (connection_ || !notified_) {
     for (auto* client : clients_) client->disconnected();
   }
   connection_.reset();
@@ -251,7 +251,7 @@ void Bus::lose() {
 }
 
 void Bus::notify(bool connected) {
-  if (std::exchange(told_, connected) == connected) return;
+  if (std::exchange(notified_, connected) == connected) return;
   if (changed_) changed_(connected);
 }
 
@@ -259,16 +259,16 @@ void Bus::wait() {
   BusInterest interest;
   if (bus_) {
     const auto wanted = interestOf(*bus_);
-    if (!wanted) return lose();
+    if (!wanted) return dropConnection();
     interest = *wanted;
   }
   pollfd descriptors[] = {{mailbox_->descriptor(), POLLIN, 0}, interest.descriptor};
   int limit = interest.limit;
-  if (descriptors[0].fd < 0) limit = sooner(limit, lookingMilliseconds);
-  const bool gathering = mailbox_->isGathering();
-  if (gathering) limit = sooner(limit, gatheringMilliseconds);
+  if (descriptors[0].fd < 0) limit = sooner(limit, checkMilliseconds);
+  const bool batching = mailbox_->isBatching();
+  if (batching) limit = sooner(limit, batchMilliseconds);
   const int ready = poll(descriptors, std::size(descriptors), limit);
-  if (gathering && ready == 0) mailbox_->endGathering();
+  if (batching && ready == 0) mailbox_->endBatch();
   if (descriptors[0].revents != 0) mailbox_->clear();
 }
 

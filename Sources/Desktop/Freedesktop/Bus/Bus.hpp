@@ -12,26 +12,26 @@
 
 namespace zephyl {
 
-/// The session bus and the thread, "bus", that talks to it. Where there is no bus, or it is lost,
-/// it is looked for again every `retryInterval`; nothing of that ends the process.
+/// The session bus and the thread "bus" that uses it. If there is no bus, or the connection is
+/// lost, connecting is retried every `retryInterval`. No error ends the process.
 ///
-/// The thread sleeps until the bus, a task or a deadline of the library wakes it. Handlers on it
-/// must be short and never wait for another thread.
+/// The thread sleeps until the bus, a task or a deadline of the library wakes it. Its handlers must
+/// be short and must never wait for another thread.
 class Bus {
  public:
   static constexpr Duration retryInterval = std::chrono::seconds(10);
 
-  static constexpr Duration gatheringTime = std::chrono::milliseconds(20);
+  static constexpr Duration batchTime = std::chrono::milliseconds(20);
 
-  /// A bus that accepts the connection has to complete the handshake within this time; otherwise it
+  /// A bus that accepts the connection must complete the handshake within this time, otherwise it
   /// counts as absent.
   static constexpr Duration handshakeTimeout = std::chrono::seconds(3);
 
-  /// Messages that are handled before tasks, timers and `stop` get their turn.
+  /// The number of messages that are handled before tasks, timers and `stop` are checked.
   static constexpr int messagesPerTurn = 64;
 
-  /// Something that lives on the bus thread. It is notified of every connection and of its loss,
-  /// and of a first attempt that found no bus. Its slots are gone when `disconnected` returns.
+  /// A user of the bus thread. It is notified of every connection and its loss, and if the first
+  /// attempt found no bus. Its slots must be gone when `disconnected` returns.
   class Client {
    public:
     virtual ~Client() = default;
@@ -43,47 +43,49 @@ class Bus {
     virtual void disconnected() = 0;
   };
 
-  /// The clock outlives the bus.
+  /// `clock` must outlive the bus.
   explicit Bus(Clock& clock);
   ~Bus();
   Bus(const Bus&) = delete;
   Bus& operator=(const Bus&) = delete;
 
-  /// Before `start`, in the order in which they learn of a connection. They outlive `stop`.
+  /// Adds a client. Clients are notified in this order. Must be called before `start`. The client
+  /// must outlive `stop`.
   void add(Client& client) { clients_.push_back(&client); }
-  /// Called on the bus thread: when the bus has answered, when it is lost, and once when the first
-  /// attempt found none. Before `start`.
+  /// Sets a function that is called on the bus thread when the bus has answered, when it is lost,
+  /// and if the first attempt found no bus. Must be called before `start`.
   void onChange(std::function<void(bool connected)> changed) { changed_ = std::move(changed); }
 
   void start();
-  /// Disconnects and joins the thread. Tasks that are still waiting do not run.
+  /// Disconnects and joins the thread. Pending tasks are dropped.
   void stop();
 
-  /// Runs `task` on the bus thread, connected or not. From any thread.
+  /// Runs `task` on the bus thread, connected or not. Callable from any thread.
   void post(Task task);
-  /// Like `post`, for what may come a thousand times a second: the first wakes the thread, those
-  /// that follow wait for `gatheringTime` and go together. The order among all tasks is kept.
-  void postSoon(Task task);
-  /// Like `post`, `delay` from now. A cancelled one may still run when it was due already.
+  /// Like `post`, for tasks that may be posted a thousand times a second. The first one wakes the
+  /// thread, and the following ones wait for `batchTime` and run together. The order of all tasks
+  /// is kept.
+  void postBatched(Task task);
+  /// Like `post`, `delay` from now. A cancelled task may still run if it was already due.
   [[nodiscard]] Timer after(Duration delay, Task task);
 
   using Handle = std::unique_ptr<sd_bus, BusRelease>;
-  /// Connects to the session bus apart from this class, and waits for the handshake, for
-  /// `handshakeTimeout` of real time at most. Null when no bus answers.
+  /// Connects to the session bus independently of any object, and waits for the handshake for at
+  /// most `handshakeTimeout` of real time. Returns null if no bus answers.
   static Handle openAndWait();
 
  private:
   class Mailbox;
 
-  /// Begins a connection; null when there is no bus.
+  /// Begins a connection. Returns null if there is no bus.
   static Handle open();
 
   void run();
   void connect();
-  /// The bus has answered.
-  void arrive();
-  void lose();
-  /// Handles what the bus has sent, `messagesPerTurn` messages at most.
+  /// Handles that the bus has answered.
+  void completeConnection();
+  void dropConnection();
+  /// Handles received messages, at most `messagesPerTurn`.
   void process();
   void wait();
   void notify(bool connected);
@@ -94,13 +96,13 @@ class Bus {
   std::function<void(bool)> changed_;
   std::thread thread_;
 
-  // The bus thread's own
+  // Bus thread only:
   bool stopping_ = false;
   Handle bus_;
-  std::optional<BusConnection> connection_;  // once the bus has answered
-  std::optional<bool> told_;
+  std::optional<BusConnection> connection_;  // set when the bus has answered
+  std::optional<bool> notified_;
   Timer retry_;
-  Timer handshake_;  // runs out when the bus does not answer
+  Timer handshake_;  // limits the time until the bus answers
 };
 
 }  // namespace zephyl

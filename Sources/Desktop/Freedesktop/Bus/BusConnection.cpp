@@ -16,12 +16,12 @@ int deliver(sd_bus_message* message, void* handler, sd_bus_error*) {
   try {
     (*static_cast<BusConnection::Handler*>(handler))(*message);
     return 0;
-  } catch (...) {  // nothing may pass through the C library
+  } catch (...) {  // exceptions must not pass through the C library
     return -ENOMEM;
   }
 }
 
-/// The slot takes the handler over.
+/// Transfers the ownership of the handler to the slot.
 BusSlot adopt(sd_bus_slot* slot, std::unique_ptr<BusConnection::Handler> handler) {
   (void)handler.release();
   sd_bus_slot_set_destroy_callback(slot, [](void* held) {
@@ -67,7 +67,7 @@ void BusConnection::send(const BusMessage& message) const {
 BusSlot BusConnection::subscribe(const std::string& matchRule, Handler onSignal) const {
   auto handler = std::make_unique<Handler>(std::move(onSignal));
   sd_bus_slot* slot = nullptr;
-  // A refusal must be received, or the library closes the connection.
+  // A refusal must be received, otherwise the library closes the connection.
   const auto installed = [](sd_bus_message* reply, void*, sd_bus_error*) {
     if (isError(*reply)) log("the session bus refused a subscription: {}", errorText(*reply));
     return 0;
@@ -100,8 +100,8 @@ std::vector<BusSlot> BusConnection::watchOwner(const std::string& name,
   return slots;
 }
 
-BusSlot BusConnection::askForProcess(const std::string& name,
-                                     std::function<void(pid_t)> answer) const {
+BusSlot BusConnection::queryProcess(const std::string& name,
+                                    std::function<void(pid_t)> answer) const {
   const auto query =
       newCall({busName, "/org/freedesktop/DBus", busName}, "GetConnectionUnixProcessID");
   BusWriter(query.get()).append("s", name.c_str());

@@ -14,17 +14,18 @@
 
 namespace zephyl {
 
+/// Releases objects of the bus library.
 struct BusRelease {
   void operator()(sd_bus* bus) const { sd_bus_close_unref(bus); }
   void operator()(sd_bus_slot* slot) const { sd_bus_slot_unref(slot); }
   void operator()(sd_bus_message* message) const { sd_bus_message_unref(message); }
 };
-/// A match, an exported object or a call that waits for its reply; destroying it ends it.
+/// A match, an exported object or a pending call, which ends when this is destroyed.
 using BusSlot = std::unique_ptr<sd_bus_slot, BusRelease>;
-/// None when it could not be made; sending that does nothing.
+/// Null if the message could not be created. Sending null does nothing.
 using BusMessage = std::unique_ptr<sd_bus_message, BusRelease>;
 
-/// Fills a message; after the first failure it does nothing more and `status` returns the error.
+/// Fills a message. After the first failure it does nothing, and `status` returns the error.
 class BusWriter {
  public:
   explicit BusWriter(sd_bus_message* message)
@@ -47,7 +48,7 @@ class BusWriter {
     if (status_ >= 0) status_ = sd_bus_message_append_array(message_, 'y', data, size);
     return *this;
   }
-  /// A negative error number when something could not be written.
+  /// Returns a negative error number if something could not be written.
   [[nodiscard]] int status() const { return status_; }
 
  private:
@@ -55,26 +56,27 @@ class BusWriter {
   int status_;
 };
 
-/// Where a method call goes.
+/// The destination of a method call.
 struct BusAddress {
   const char* service;
   const char* path;
   const char* interface;
 };
 
-/// A live connection to the session bus, as the parts of the adapter use it. Exists from the
-/// moment the bus has answered until it is lost. Bus thread only; nothing here waits.
+/// A live connection to the session bus for the parts of the adapter. Exists from the answer of the
+/// bus until the connection is lost. Bus thread only. No function waits.
 ///
-/// Handlers must not throw; messages they get are borrowed.
+/// Handlers must not throw. Their messages are borrowed.
 class BusConnection {
  public:
   using Handler = std::function<void(sd_bus_message&)>;
-  /// Called with the unique name of a name's owner, at first and on every change; empty for none.
+  /// Called with the unique name of a name's owner, initially and after every change. Empty for no
+  /// owner.
   using OwnerHandler = std::function<void(const std::string& owner)>;
   static constexpr Duration replyTimeout = std::chrono::seconds(10);
-  /// The limit of a call whose reply is waited for as long as the connection lasts.
+  /// A limit for calls that may take as long as the connection exists.
   static constexpr Duration noTimeout = Duration::max();
-  /// The bus itself: the name under which it sends.
+  /// The name under which the bus itself sends.
   static constexpr const char* busName = "org.freedesktop.DBus";
 
   explicit BusConnection(sd_bus& bus) : bus_(bus) {}
@@ -88,24 +90,23 @@ class BusConnection {
   [[nodiscard]] BusMessage newSignal(const char* path, const char* interface,
                                      const char* member) const;
 
-  /// Sends a call; the reply, or the error that takes its place, goes to `onReply` unless the slot
-  /// is gone by then.
+  /// Sends a call. Calls `onReply` with the reply or the error, unless the slot was destroyed.
   [[nodiscard]] BusSlot call(const BusMessage& message, Handler onReply,
                              Duration limit = replyTimeout) const;
-  /// Sends a signal, or a call whose reply nobody waits for.
+  /// Sends a signal, or a call without waiting for its reply.
   void send(const BusMessage& message) const;
 
   /// Calls `onSignal` for every signal that matches, from any sender: a signal that is addressed to
-  /// this connection arrives whatever sender the rule names. For signals of a service use
+  /// this connection arrives regardless of the sender in the rule. For signals of a service, use
   /// `WatchedName::subscribe`.
   [[nodiscard]] BusSlot subscribe(const std::string& matchRule, Handler onSignal) const;
-  /// Follows the owner of a name, as the bus itself reports it. Both slots are needed.
+  /// Watches the owner of a name. Both slots must be kept.
   [[nodiscard]] std::vector<BusSlot> watchOwner(const std::string& name,
                                                 const OwnerHandler& changed) const;
-  /// Asks the bus for the process that owns a name; 0 when there is none.
-  [[nodiscard]] BusSlot askForProcess(const std::string& name,
-                                      std::function<void(pid_t)> answer) const;
-  /// `self` outlives the slot.
+  /// Queries the process that owns a name. Calls `answer` with 0 if there is none.
+  [[nodiscard]] BusSlot queryProcess(const std::string& name,
+                                     std::function<void(pid_t)> answer) const;
+  /// `self` must outlive the slot.
   [[nodiscard]] BusSlot addObject(const char* path, const char* interface,
                                   const sd_bus_vtable* table, void* self) const;
 
@@ -116,15 +117,15 @@ class BusConnection {
 [[nodiscard]] inline bool isError(sd_bus_message& reply) {
   return sd_bus_message_is_method_error(&reply, nullptr) > 0;
 }
-/// "<name>: <message>" of an error reply.
+/// Returns "<name>: <message>" of an error reply.
 std::string errorText(sd_bus_message& reply);
-/// The unique name of the connection that sent a message, or `BusConnection::busName`; empty when
-/// the message carries none.
+/// Returns the unique name of the sender of a message, or `BusConnection::busName`. Empty if the
+/// message contains none.
 std::string_view senderOf(sd_bus_message& message);
-/// The next string of a message; empty when there is none.
+/// Returns the next string of a message, or empty if there is none.
 std::string readString(sd_bus_message& message);
 
-/// Answers a call with what `fill` writes; what a method handler returns.
+/// Answers a call with what `fill` writes. Returns the result of a method handler.
 template <typename Fill>
 int reply(sd_bus_message& call, Fill fill) {
   sd_bus_message* message = nullptr;
@@ -135,18 +136,19 @@ int reply(sd_bus_message& call, Fill fill) {
   return writer.status() < 0 ? writer.status() : sd_bus_send(nullptr, message, nullptr);
 }
 
-/// Lets a member function answer a method call: it returns a negative error number, or what
-/// sending the reply returned.
+/// Adapts a member function to a method handler. It must return a negative error number, or the
+/// result of sending the reply.
 template <auto Member, typename Owner>
 int answerCall(sd_bus_message* call, void* self, sd_bus_error*) {
   try {
     return (static_cast<Owner*>(self)->*Member)(*call);
-  } catch (...) {  // nothing may pass through the C library
+  } catch (...) {  // exceptions must not pass through the C library
     return -ENOMEM;
   }
 }
 
-/// Lets a member function write the value of a property: it returns the writer's status.
+/// Adapts a member function that writes the value of a property. It must return the writer's
+/// status.
 template <auto Member, typename Owner>
 int answerProperty(sd_bus*, const char*, const char*, const char* property, sd_bus_message* reply,
                    void* self, sd_bus_error*) {

@@ -3,18 +3,18 @@
 #include <string>
 #include <string_view>
 
-/// Spellings that D-Bus services ask for. Pure.
+/// Text conversions for D-Bus services. Pure.
 namespace zephyl {
 
-/// Visible lines with `&`, `<` and `>` escaped, for where markup is understood.
+/// Returns visible lines with `&`, `<` and `>` escaped, for services that interpret markup.
 std::string escapedMarkup(std::string_view text);
-/// Visible lines with look-alikes for `&`, `<` and `>`, for where nobody knows whether markup is
-/// understood.
+/// Returns visible lines with look-alikes for `&`, `<` and `>`, for services that may interpret
+/// markup.
 std::string withoutMarkup(std::string_view text);
 
-/// Where an application with this identifier exports itself: "/com/zephyl/desktop".
+/// Returns the object path of an application: "/com/zephyl/desktop".
 std::string applicationPath(std::string_view identifier);
-/// Where a portal will answer a request with this token from the connection of this unique name.
+/// Returns the path at which a portal answers a request with this token from this connection.
 std::string portalRequestPath(std::string_view uniqueName, std::string_view token);
 
 }  // namespace zephyl

@@ -13,7 +13,7 @@ std::size_t BusSignalThrottle::add(Source source) {
 void BusSignalThrottle::request(std::size_t source) {
   if (std::exchange(sources_[source].requested, true)) return;
   queue_.push_back(source);
-  sendWhatMay();
+  sendPermitted();
 }
 
 void BusSignalThrottle::sendNow(std::size_t source) {
@@ -27,22 +27,22 @@ void BusSignalThrottle::send(Waiting& waiting, Instant now) {
   while (sent_.size() > perWindow) sent_.pop_front();
 }
 
-Instant BusSignalThrottle::roomFor(std::size_t most) const {
-  if (sent_.size() + most <= perWindow) return {};
-  return sent_[sent_.size() + most - perWindow - 1] + window;
+Instant BusSignalThrottle::earliestFor(std::size_t count) const {
+  if (sent_.size() + count <= perWindow) return {};
+  return sent_[sent_.size() + count - perWindow - 1] + window;
 }
 
-void BusSignalThrottle::sendWhatMay() {
+void BusSignalThrottle::sendPermitted() {
   const Instant now = clock_.now();
   auto next = Instant::max();
-  Instant roomBefore{};  // a source that waits for capacity blocks those queued behind it
+  Instant blockedUntil{};  // a source that waits for capacity blocks those queued behind it
   std::deque<std::size_t> later;
   for (const std::size_t number : std::exchange(queue_, {})) {
     Waiting& waiting = sources_[number];
-    const Instant room = std::max(roomBefore, roomFor(waiting.source.most));
+    const Instant room = std::max(blockedUntil, earliestFor(waiting.source.maxSignals));
     const Instant due = std::max(room, waiting.earliest);
     if (due > now) {
-      if (room > now) roomBefore = room;
+      if (room > now) blockedUntil = room;
       next = std::min(next, due);
       later.push_back(number);
       continue;
@@ -53,7 +53,7 @@ void BusSignalThrottle::sendWhatMay() {
   queue_ = std::move(later);
   timer_.cancel();
   if (!queue_.empty()) {
-    timer_ = later_(std::max(next - now, Duration::zero()), [this] { sendWhatMay(); });
+    timer_ = later_(std::max(next - now, Duration::zero()), [this] { sendPermitted(); });
   }
 }
 

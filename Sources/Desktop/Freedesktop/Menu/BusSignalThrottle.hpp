@@ -9,35 +9,36 @@
 
 namespace zephyl {
 
-/// Holds back signals about what is shown, so that a tray whose state changes a thousand times a
-/// second costs its hosts next to nothing: at most `perWindow` signals leave in any `window`, and
-/// a source that waits reports only its last state. Sources take turns, so none starves.
+/// Limits the rate of signals about the shown state, so that a state that changes a thousand times
+/// a second causes little work in the hosts. At most `perWindow` signals are sent in any `window`,
+/// and a waiting source reports only its last state. Sources take turns.
 ///
-/// One thread only.
+/// Not thread-safe.
 class BusSignalThrottle {
  public:
   static constexpr std::size_t perWindow = 4;
   static constexpr Duration window = std::chrono::seconds(1);
 
-  /// Something that sends signals.
+  /// A sender of signals.
   struct Source {
-    std::size_t most = 1;  ///< signals that it sends at a time, at most, as `send` counts them
-    Duration interval{};   ///< least time between two times
-    /// Sends what there is to say now; returns how many signals that were.
+    std::size_t maxSignals = 1;  ///< the most signals of one call of `send`
+    Duration interval{};         ///< the minimum time between two calls
+    /// Sends the current state. Returns the number of sent signals.
     std::function<std::size_t()> send;
   };
-  /// Runs a task on the pacer's thread after a delay.
+  /// Runs a task on the throttle's thread after a delay.
   using Later = std::function<Timer(Duration, Task)>;
 
   BusSignalThrottle(Clock& clock, Later later) : clock_(clock), later_(std::move(later)) {}
   BusSignalThrottle(const BusSignalThrottle&) = delete;
   BusSignalThrottle& operator=(const BusSignalThrottle&) = delete;
 
-  /// Returns the source's number.
+  /// Adds a source and returns its number.
   std::size_t add(Source source);
-  /// The source has something to say: it sends now, or when its turn comes.
+  /// Requests that the source sends, now or when its turn comes.
   void request(std::size_t source);
-  /// The source sends now, whatever the limits; what it sends counts. For what a user waits for.
+  /// Makes the source send now regardless of the limits. Its signals count. For states that a user
+  /// is waiting for.
   void sendNow(std::size_t source);
 
  private:
@@ -47,10 +48,10 @@ class BusSignalThrottle {
     bool requested = false;
   };
 
-  void sendWhatMay();
+  void sendPermitted();
   void send(Waiting& waiting, Instant now);
-  /// When `most` more signals may leave.
-  [[nodiscard]] Instant roomFor(std::size_t most) const;
+  /// Returns the time at which `count` more signals may be sent.
+  [[nodiscard]] Instant earliestFor(std::size_t count) const;
 
   Clock& clock_;
   Later later_;

@@ -52,7 +52,7 @@ struct ValueWriter {
   }
 };
 
-/// Writes the properties that were asked for: no names mean all.
+/// Writes the properties with the given names, or all if there are no names.
 void writeProperties(BusWriter& writer, const std::vector<MenuProperty>& properties,
                      const Names& names) {
   writer.open('a', "{sv}");
@@ -67,7 +67,7 @@ void writeProperties(BusWriter& writer, const std::vector<MenuProperty>& propert
   writer.close();
 }
 
-/// Writes the names of properties that rows do not have any more, by the ids of the rows.
+/// Writes the names of properties that rows no longer have, by the ids of the rows.
 void writeRemoved(BusWriter& writer,
                   const std::map<std::int32_t, std::vector<std::string_view>>& removed) {
   writer.open('a', "(ias)");
@@ -84,7 +84,7 @@ struct LayoutWriter {
   const Names& names;
   DotStyle style;
 
-  /// A row and `depth` levels below it; all of them when negative.
+  /// Writes a row and `depth` levels below it, or all levels if `depth` is negative.
   void write(const MenuRow& row, int depth) const {
     writer.open('r', "ia{sv}av").append("i", row.id);
     writeProperties(writer, propertiesOf(row.entry, style), names);
@@ -106,15 +106,15 @@ int refuse(sd_bus_message& call, const char* message) {
 
 }  // namespace
 
-DBusMenu::DBusMenu(Bus& bus, Clock& clock, BusSignalThrottle& pacer, std::string iconThemePath,
+DBusMenu::DBusMenu(Bus& bus, Clock& clock, BusSignalThrottle& throttle, std::string iconThemePath,
                    Listener listener)
     : bus_(bus),
       clock_(clock),
-      pacer_(pacer),
+      throttle_(throttle),
       iconThemePath_(std::move(iconThemePath)),
       listener_(std::move(listener)),
-      source_(pacer.add(
-          {.most = 2, .interval = layoutInterval, .send = [this] { return publish(); }})) {}
+      source_(throttle.add(
+          {.maxSignals = 2, .interval = layoutInterval, .send = [this] { return publish(); }})) {}
 
 const sd_bus_vtable* DBusMenu::table() {
   constexpr auto property = answerProperty<&DBusMenu::property, DBusMenu>;
@@ -297,10 +297,10 @@ void DBusMenu::notify(const MenuSession::Events& events) {
   using Event = MenuSession::Event;
   for (const auto event : events) {
     if (event == Event::needsUpdate) ++opening_;
-    // What `needsUpdate` brings may still be published; `updateAnswered` ends that.
+    // The menu for `needsUpdate` may still be published. `updateAnswered` ends that.
     published_.setHeld(event == Event::willOpen && events.front() == Event::willOpen);
     listener_.session(event, opening_);
-    if (event == Event::didClose && published_.isOutdated()) pacer_.request(source_);
+    if (event == Event::didClose && published_.isOutdated()) throttle_.request(source_);
   }
   watchHost();
   expireLater();
@@ -308,8 +308,8 @@ void DBusMenu::notify(const MenuSession::Events& events) {
 
 void DBusMenu::updateAnswered(unsigned opening) {
   if (opening != opening_ || !session_.isOpen()) return;
-  // The user is looking at the menu: the signals do not wait for their turn.
-  pacer_.sendNow(source_);
+  // The user is looking at the menu, so the signals are not delayed.
+  throttle_.sendNow(source_);
   published_.setHeld(true);
 }
 
@@ -332,7 +332,7 @@ void DBusMenu::expireLater() {
 
 void DBusMenu::setMenu(std::shared_ptr<const Menu> menu) {
   published_.set(std::move(menu));
-  if (!published_.isHeld()) pacer_.request(source_);
+  if (!published_.isHeld()) throttle_.request(source_);
 }
 
 void DBusMenu::update() {

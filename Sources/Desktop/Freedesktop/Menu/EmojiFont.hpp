@@ -2,9 +2,9 @@
 
 namespace zephyl {
 
-/// Returns whether a font for emoji is installed where fonts usually are: below "fonts" in the
-/// data directories. Decides by the names of files and directories and reads no font. Looks at no
-/// more than 20,000 of them, which takes a few milliseconds. Any thread.
+/// Returns whether an emoji font is installed below "fonts" in the data directories. Checks the
+/// names of at most 20,000 files and directories and reads no font, which takes a few milliseconds.
+/// Callable from any thread.
 bool hasEmojiFont();
 
 }  // namespace zephyl

@@ -4,7 +4,7 @@ namespace zephyl {
 
 namespace {
 
-/// Appends the submenus that lie `depth` levels below `row`.
+/// Appends the submenus that are `depth` levels below `row`.
 void collect(const MenuRow& row, int depth, std::vector<std::int32_t>& found) {
   if (depth == 0) {
     if (!row.children.empty() && row.id != MenuLayout::rootId) found.push_back(row.id);

@@ -10,18 +10,20 @@
 
 namespace zephyl {
 
-/// What has changed in the published menu since the hosts were notified last. Differences are
-/// merged: of several changes of one row only the first state counts. A value without a thread.
+/// The changes of the published menu since the last notification of the hosts. Differences are
+/// merged: of several changes of one row, only its first state is kept. A value without
+/// synchronization.
 class MenuChanges {
  public:
   void add(const MenuLayout::Difference& difference);
   void clear();
 
   [[nodiscard]] bool empty() const { return before_.empty() && menus_.empty(); }
-  /// What the rows showed when the hosts were notified last, by id. The entries live until `clear`.
+  /// Returns the rows' entries at the last notification of the hosts, by id. They are valid until
+  /// `clear`.
   [[nodiscard]] const std::map<std::int32_t, const MenuEntry*>& before() const { return before_; }
-  /// The menus whose own rows came, went or moved, by the ids of their parents; an outer menu comes
-  /// before the menus in it.
+  /// Returns the menus whose own rows were added, removed or moved, by the ids of their parents. An
+  /// outer menu precedes the menus in it.
   [[nodiscard]] const std::set<std::int32_t>& menus() const { return menus_; }
 
  private:

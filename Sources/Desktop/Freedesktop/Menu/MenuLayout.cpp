@@ -12,25 +12,25 @@ std::shared_ptr<const Menu> placeholder() {
   return std::make_shared<const Menu>(Menu{{.key = "", .title = "Zephyl", .enabled = false}});
 }
 
-/// Whether hosts may go on knowing the row by its id: they do not expect these to change.
+/// Returns whether the row may keep its id. Hosts do not expect these properties to change.
 bool sameRow(const MenuEntry& before, const MenuEntry& now) {
   return before.key == now.key && before.kind == now.kind && before.action == now.action &&
          before.submenu.empty() == now.submenu.empty() &&
          before.dot.has_value() == now.dot.has_value() && before.keyEquivalent == now.keyEquivalent;
 }
 
-bool looksTheSame(const MenuEntry& before, const MenuEntry& now) {
+bool hasSameAppearance(const MenuEntry& before, const MenuEntry& now) {
   return before.title == now.title && before.dot == now.dot && before.enabled == now.enabled;
 }
 
-/// Finds the rows of an earlier layout again, each once. A row that follows the one found before
-/// is found by one comparison, any other by its key.
+/// Matches entries with the rows of an earlier layout, each row once. A row that follows the last
+/// match is found with one comparison, any other row by its key.
 class EarlierRows {
  public:
-  explicit EarlierRows(const std::vector<MenuRow>& rows) : rows_(rows), taken_(rows.size()) {}
+  explicit EarlierRows(const std::vector<MenuRow>& rows) : rows_(rows), used_(rows.size()) {}
 
-  const MenuRow* take(const MenuEntry& entry) {
-    if (next_ < rows_.size() && isMatch(next_, entry)) return takeAt(next_);
+  const MenuRow* match(const MenuEntry& entry) {
+    if (next_ < rows_.size() && isMatch(next_, entry)) return use(next_);
     makeIndex();
     const auto [first, last] = byKey_.equal_range(entry.key);
     const auto found = std::find_if(
@@ -39,17 +39,17 @@ class EarlierRows {
     inOrder_ = false;
     const std::size_t index = found->second;
     byKey_.erase(found);
-    return takeAt(index);
+    return use(index);
   }
   [[nodiscard]] bool inOrder() const { return inOrder_; }
 
  private:
   [[nodiscard]] bool isMatch(std::size_t index, const MenuEntry& entry) const {
-    return !taken_[index] && sameRow(*rows_[index].entry, entry);
+    return !used_[index] && sameRow(*rows_[index].entry, entry);
   }
 
-  const MenuRow* takeAt(std::size_t index) {
-    taken_[index] = true;
+  const MenuRow* use(std::size_t index) {
+    used_[index] = true;
     next_ = index + 1;
     return &rows_[index];
   }
@@ -61,7 +61,7 @@ class EarlierRows {
   }
 
   const std::vector<MenuRow>& rows_;
-  std::vector<bool> taken_;
+  std::vector<bool> used_;
   std::unordered_multimap<std::string_view, std::size_t> byKey_;
   std::size_t next_ = 0;
   bool hasIndex_ = false;
@@ -94,7 +94,7 @@ std::vector<MenuRow> MenuLayout::matched(const std::vector<MenuEntry>& entries,
   EarlierRows earlier(before);
   std::vector<MenuRow> rows(entries.size());
   for (std::size_t i = 0; i < entries.size(); ++i) {
-    const MenuRow* known = earlier.take(entries[i]);
+    const MenuRow* known = earlier.match(entries[i]);
     rows[i].entry = &entries[i];
     if (known == nullptr) {
       changed = true;
@@ -106,7 +106,7 @@ std::vector<MenuRow> MenuLayout::matched(const std::vector<MenuEntry>& entries,
     bool submenuChanged = false;
     rows[i].children = matched(entries[i].submenu, known->children, difference, submenuChanged);
     if (submenuChanged) difference.menus.push_back(known->id);
-    if (!looksTheSame(*known->entry, entries[i])) {
+    if (!hasSameAppearance(*known->entry, entries[i])) {
       difference.changes.push_back({&rows[i], known->entry});
     }
   }

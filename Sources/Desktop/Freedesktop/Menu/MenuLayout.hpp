@@ -9,31 +9,31 @@
 
 namespace zephyl {
 
-/// A row of the menu as it is published: what it shows, under the id by which hosts know it.
+/// A row of the published menu with the id by which hosts know it.
 struct MenuRow {
   std::int32_t id = 0;
-  const MenuEntry* entry = nullptr;  ///< none for the root
+  const MenuEntry* entry = nullptr;  ///< null for the root
   std::vector<MenuRow> children;
 };
 
-/// The menu as hosts know it. A row keeps its id as long as it stays what it is: the same key
-/// under the same parent, with the same action, of the same shape (separator, submenu, dot, key
-/// equivalent); title, color of the dot and enabled may change. An id is never used again, so a
-/// click on a row of an earlier layout finds that row or none.
+/// The menu as hosts know it. A row keeps its id as long as it has the same key under the same
+/// parent, the same action and the same shape (separator, submenu, dot, key equivalent). Title, dot
+/// color and enabled may change. An id is never reused, so a click on a row of an earlier layout
+/// refers to that row or to no row.
 ///
-/// A menu without rows gets one that says so: some hosts show a menu of their own in place of an
-/// empty one. A value without a thread.
+/// An empty menu gets a placeholder row, because some hosts show their own menu instead of an empty
+/// one. A value without synchronization.
 class MenuLayout {
  public:
-  /// What an update has changed. Valid until the next one.
+  /// The changes of an update. Valid until the next update.
   struct Difference {
     struct Change {
       const MenuRow* row;
       const MenuEntry* before;
     };
-    std::vector<Change> changes;  ///< rows that stayed, but show something else
-    /// The menus, by the ids of their parents, whose own rows came, went or moved. A new submenu is
-    /// not among them: no host has read it yet.
+    std::vector<Change> changes;  ///< rows that remained with a changed appearance
+    /// The menus, by the ids of their parents, whose own rows were added, removed or moved. Does
+    /// not contain new submenus, because no host has read them yet.
     std::vector<std::int32_t> menus;
     std::shared_ptr<const Menu> old;  ///< keeps `before` alive
   };
@@ -47,18 +47,18 @@ class MenuLayout {
   Difference update(std::shared_ptr<const Menu> menu);
 
   [[nodiscard]] const MenuRow& root() const { return root_; }
-  /// None when the id is not in this layout.
+  /// Returns null if the id is not in this layout.
   [[nodiscard]] const MenuRow* find(std::int32_t id) const;
-  /// Of all rows, the root's among them.
+  /// Returns the ids of all rows, including the root.
   [[nodiscard]] std::vector<std::int32_t> ids() const;
 
  private:
-  /// The rows for `entries`; those of `before` keep their ids. Returns whether rows came, went or
-  /// moved in `changed`.
+  /// Returns the rows for `entries`. Rows that match `before` keep their ids. Sets `changed` if
+  /// rows were added, removed or moved.
   std::vector<MenuRow> matched(const std::vector<MenuEntry>& entries,
                                const std::vector<MenuRow>& before, Difference& difference,
                                bool& changed);
-  /// All rows for `entries` are new.
+  /// Returns new rows for `entries`.
   std::vector<MenuRow> added(const std::vector<MenuEntry>& entries);
   void index(const MenuRow& row);
 

@@ -23,7 +23,7 @@ std::string_view dotCharacter(DotColor color) {
   return "⚪ ";
 }
 
-/// What the color says, for who cannot see it.
+/// Returns the meaning of the color, for users who cannot see it.
 std::string_view stateInWords(DotColor color) {
   switch (color) {
     case DotColor::green:
@@ -49,7 +49,7 @@ std::string label(const MenuEntry& entry, DotStyle style) {
   if (hasDotInLabel && style != DotStyle::words) text = dotCharacter(*entry.dot);
   for (const char c : visible(entry.title)) {
     text += c;
-    if (c == '_') text += c;  // a single one would mark the next letter as a mnemonic
+    if (c == '_') text += c;  // a single underscore marks a mnemonic
   }
   if (hasDotInLabel && style == DotStyle::words && !entry.submenu.empty()) {
     text.append(" — ").append(stateInWords(*entry.dot));

@@ -9,15 +9,15 @@
 
 namespace zephyl {
 
-/// How a host is shown dots: as icons, as colored circles before the label, or as words.
+/// How dots are shown to a host: as icons, as colored circles before the label, or as words.
 enum class DotStyle {
   icon,
-  /// For GNOME, which draws no icon on a row with a submenu, and any other icon behind the label.
+  /// For GNOME, which shows no icon on a row with a submenu, and other icons after the label.
   character,
-  /// For GNOME without a font for emoji, which draws every circle as the same white box: the state
-  /// of a server stands in words behind its name. The texts of other rows say their state anyway.
+  /// For GNOME without an emoji font, which draws every circle as the same white box. The state of
+  /// a server is appended to its name in words. The texts of other rows contain their state.
   words,
-  /// For Qt, which greys the icon of a disabled row, so that its color is lost.
+  /// For Qt, which draws the icon of a disabled row in grey, so that its color is lost.
   characterWhenDisabled,
 };
 
@@ -34,7 +34,7 @@ struct Shortcut {
   bool operator==(const Shortcut&) const = default;
 };
 
-/// A property of a row, as com.canonical.dbusmenu names it.
+/// A property of a row with its name in com.canonical.dbusmenu.
 struct MenuProperty {
   std::string_view name;
   std::variant<std::string, bool, ImageBytes, Shortcut> value;
@@ -42,19 +42,20 @@ struct MenuProperty {
   bool operator==(const MenuProperty&) const = default;
 };
 
-/// All properties of a row that differ from their defaults, and label and enabled in any case.
-/// No entry: those of the root. Pure.
+/// Returns the properties of a row that differ from their defaults, and always label and enabled.
+/// Returns the root's properties if `entry` is null. Pure.
 std::vector<MenuProperty> propertiesOf(const MenuEntry* entry, DotStyle style);
 
-/// Those of `now` that are not the same in `before`, both of one row. Pure.
+/// Returns the properties of `now` that differ from `before`. Both must be the same row. Pure.
 std::vector<MenuProperty> changedProperties(const MenuEntry& before, const MenuEntry& now,
                                             DotStyle style);
 
-/// The names of the properties of `before` that `now` does not have, both of one row. Pure.
+/// Returns the names of the properties of `before` that `now` does not have. Both must be the same
+/// row. Pure.
 std::vector<std::string_view> removedProperties(const MenuEntry& before, const MenuEntry& now,
                                                 DotStyle style);
 
-/// A PNG image, 16 pixels square: a disc in the status color. Lives as long as the program.
+/// Returns a PNG image of 16 by 16 pixels: a disc in the status color. The bytes are static.
 std::string_view dotImage(DotColor color);
 
 }  // namespace zephyl

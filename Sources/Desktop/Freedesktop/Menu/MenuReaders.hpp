@@ -15,17 +15,17 @@ class MenuReaders {
   void connected(const BusConnection& connection);
   void disconnected();
 
-  /// Notes that the caller reads. Returns how it is shown dots.
+  /// Records that the caller reads. Returns how dots are shown to it.
   DotStyle styleFor(sd_bus_message& call);
-  /// The same for the host that has read last.
+  /// Returns how dots are shown to the host that has read last.
   [[nodiscard]] DotStyle lastStyle() const { return lastStyle_; }
-  /// Whether any host has read. Without a reader there is no need for signals.
+  /// Returns whether any host has read. Without a reader no signals are needed.
   [[nodiscard]] bool any() const { return any_; }
 
-  /// Notes that the caller reads `depth` levels below `row`. Returns the ids of the submenus that
-  /// it has to be notified of, see `LevelReaders`.
+  /// Records that the caller reads `depth` levels below `row`. Returns the ids of the submenus that
+  /// must be announced to it, see `LevelReaders`.
   std::vector<std::int32_t> unread(sd_bus_message& call, const MenuRow& row, int depth);
-  /// Forgets the submenus that are not in the layout any more.
+  /// Forgets the submenus that are no longer in the layout.
   void retain(const MenuLayout& layout) { levelReaders_.retain(layout); }
 
  private:

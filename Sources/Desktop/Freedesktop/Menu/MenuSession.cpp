@@ -6,7 +6,7 @@ namespace zephyl {
 
 MenuSession::Events MenuSession::aboutToShowRoot(std::string_view host, Instant now) {
   if (open_ && rootOpened_ && now - *rootOpened_ <= sameOpening) return {};
-  // Still open: then nobody has said that it was closed.
+  // If it is still open, the host did not report that it was closed.
   return openAfresh(host, now);
 }
 
@@ -21,7 +21,7 @@ MenuSession::Events MenuSession::opened(std::string_view host, bool root, Instan
 
 MenuSession::Events MenuSession::closedRoot(std::string_view host) {
   if (!closingHosts_.contains(host)) {
-    if (closingHosts_.size() == rememberedHosts) closingHosts_.clear();
+    if (closingHosts_.size() == maxRememberedHosts) closingHosts_.clear();
     closingHosts_.emplace(host);
   }
   return close();

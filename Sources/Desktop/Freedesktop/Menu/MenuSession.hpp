@@ -11,43 +11,45 @@
 
 namespace zephyl {
 
-/// Whether the menu is open, concluded from what a tray host calls. Hosts differ: some never say
-/// that the root was opened, some say it before they announce it, and some never say that it was
-/// closed. A host is named by the unique name of its connection.
+/// Determines from the calls of tray hosts whether the menu is open. Hosts differ: some never
+/// report that the root was opened, some report it before they announce it, and some never report
+/// that it was closed. A host is identified by the unique name of its connection.
 ///
-/// A value without a thread; the events that a call returns are to be passed on in their order.
+/// A value without synchronization. Returned events must be forwarded in their order.
 class MenuSession {
  public:
   enum class Event { needsUpdate, willOpen, didClose };
   using Events = std::vector<Event>;
 
-  /// A menu that nobody has called for so long counts as closed, if its host has never said
-  /// "closed" for the root.
+  /// A menu without any call for this time counts as closed if its host has never sent "closed" for
+  /// the root.
   static constexpr Duration silenceTimeout = std::chrono::seconds(30);
-  /// Hosts that said "closed" are remembered up to this number; one more, and all are forgotten.
-  static constexpr std::size_t rememberedHosts = 8;
-  /// A host that announces the root within this time after it said "opened" means that opening, and
-  /// one that says "opened" later than this after its last call for the root means another.
+  /// The maximum number of remembered hosts that have sent "closed". When it is exceeded, all are
+  /// forgotten.
+  static constexpr std::size_t maxRememberedHosts = 8;
+  /// An announcement of the root within this time after "opened" belongs to the same opening. An
+  /// "opened" later than this after the last call for the root begins another opening.
   static constexpr Duration sameOpening = std::chrono::seconds(1);
 
-  /// AboutToShow, or AboutToShowGroup, named the root.
+  /// Handles an AboutToShow or AboutToShowGroup that names the root.
   [[nodiscard]] Events aboutToShowRoot(std::string_view host, Instant now);
-  /// "opened" of the root, or of one of its submenus.
+  /// Handles "opened" of the root or of a submenu.
   [[nodiscard]] Events opened(std::string_view host, bool root, Instant now);
-  /// "closed" of the root.
+  /// Handles "closed" of the root.
   [[nodiscard]] Events closedRoot(std::string_view host);
   [[nodiscard]] Events clicked() { return close(); }
-  /// The host has left the bus, or the bus is lost.
+  /// Handles that the host has left the bus or the bus is lost.
   [[nodiscard]] Events hostGone() { return close(); }
-  /// Any call to the menu.
+  /// Records a call to the menu.
   void called(Instant now) { lastCall_ = now; }
-  /// Closes a menu that has been silent too long.
+  /// Closes a menu whose host has been silent for too long.
   [[nodiscard]] Events expire(Instant now);
 
   [[nodiscard]] bool isOpen() const { return open_; }
-  /// The host that has opened the menu; empty while it is closed.
+  /// Returns the host that has opened the menu, or empty while it is closed.
   [[nodiscard]] const std::string& host() const { return host_; }
-  /// When to call `expire`; nullopt while the menu is closed or its host will say "closed".
+  /// Returns when `expire` must be called, or nullopt while the menu is closed or its host is known
+  /// to send "closed".
   [[nodiscard]] std::optional<Instant> deadline() const;
 
  private:
@@ -58,10 +60,10 @@ class MenuSession {
 
   bool open_ = false;
   std::string host_;
-  std::set<std::string, std::less<>> closingHosts_;  // have said "closed" for the root
+  std::set<std::string, std::less<>> closingHosts_;  // hosts that have sent "closed" for the root
   Instant lastCall_{};
-  std::optional<Instant> rootOpened_;  // and not closed since
-  std::optional<Instant> rootCalled_;  // opened or announced, and not closed since
+  std::optional<Instant> rootOpened_;  // when the root was opened, if it was not closed since
+  std::optional<Instant> rootCalled_;  // when it was opened or announced, if not closed since
 };
 
 }  // namespace zephyl

@@ -8,23 +8,24 @@
 
 namespace zephyl {
 
-/// The menu that hosts are given, and the newer one that was set and not published yet. While it is
-/// held, what is published stays as it is. A value without a thread.
+/// The menu that hosts read, and a newer menu that is not published yet. While held, the published
+/// menu does not change. A value without synchronization.
 class PublishedMenu {
  public:
   void set(std::shared_ptr<const Menu> menu) { wanted_ = std::move(menu); }
-  /// Whether a menu was set that is not published yet.
+  /// Returns whether a newer menu is not published yet.
   [[nodiscard]] bool isOutdated() const { return wanted_ != nullptr; }
-  /// Publishes the menu that was set, unless it is held. Returns whether rows came, went or moved.
+  /// Publishes the newer menu unless held. Returns whether rows were added, removed or moved.
   bool update();
 
   void setHeld(bool held) { held_ = held; }
   [[nodiscard]] bool isHeld() const { return held_; }
 
   [[nodiscard]] const MenuLayout& layout() const { return layout_; }
-  /// Grows whenever rows come, go or move.
+  /// Returns a number that increases whenever rows are added, removed or moved.
   [[nodiscard]] std::uint32_t revision() const { return revision_; }
-  /// What has changed since the hosts were notified last. The caller that notifies them clears it.
+  /// Returns the changes since the last notification of the hosts. The caller must clear them after
+  /// notifying.
   [[nodiscard]] MenuChanges& changes() { return changes_; }
 
  private:

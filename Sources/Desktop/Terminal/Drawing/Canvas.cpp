@@ -6,7 +6,7 @@ namespace zephyl {
 
 namespace {
 
-/// Combining characters beyond what a cell holds are left out.
+/// Drops combining characters that do not fit into a cell.
 Cell cellOf(const displayText::Glyph& glyph, CellStyle style) {
   Cell cell{.width = static_cast<unsigned char>(glyph.width), .style = style};
   auto length = std::min(glyph.bytes.size(), cell.bytes.size());
@@ -37,7 +37,7 @@ void Canvas::set(int row, int column, const Cell& cell) {
   auto* const place =
       &cells_[static_cast<std::size_t>(row) * static_cast<std::size_t>(size_.columns) +
               static_cast<std::size_t>(column)];
-  // Half of a wide character cannot stay.
+  // Half of a wide character must not remain.
   if (place->width == 0 && cell.width != 0 && column > 0) {
     *(place - 1) = Cell{.style = (place - 1)->style};
   }

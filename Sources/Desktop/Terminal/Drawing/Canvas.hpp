@@ -8,15 +8,15 @@
 
 #include "Desktop/Terminal/Drawing/TerminalCapabilities.hpp"
 
-/// What the terminal's views draw on. The screen is drawn by code of this project, with the
-/// terminfo database and without a library such as curses, because
+/// The surface on which the terminal's views draw. The screen is drawn by this project's own code
+/// with the terminfo database, and not by a library such as curses, for these reasons:
 ///
-/// - it never waits for a terminal that does not keep up: `Painter` returns the bytes of a change,
-///   and `TerminalDevice` writes as many as the terminal takes, on the main loop's terms. A curses
-///   refresh blocks;
-/// - a typed key is a secret: all memory that held it, including the bytes read and painted, is
-///   overwritten after use. A curses library keeps copies of the screen and of its input;
-/// - views are values from keys to cells, so they are tested without a terminal.
+/// - It never waits for a slow terminal: `Painter` returns the bytes of a change, and
+///   `TerminalDevice` writes as many as the terminal accepts, without blocking the main loop. A
+///   curses refresh blocks.
+/// - A typed key is a secret: all memory that contained it, including the read and painted bytes,
+///   is overwritten after use. A curses library keeps copies of the screen and of its input.
+/// - Views are values that convert keys to cells, so they are tested without a terminal.
 namespace zephyl {
 
 struct CellStyle {
@@ -30,7 +30,7 @@ struct CellStyle {
   bool operator==(const CellStyle&) const = default;
 };
 
-/// One place on the screen. A wide character takes two; the second one is empty.
+/// One cell of the screen. A wide character occupies two cells, of which the second is empty.
 struct Cell {
   std::array<char, 8> bytes{' '};
   unsigned char length = 1;
@@ -48,7 +48,7 @@ struct ScreenSize {
   bool operator==(const ScreenSize&) const = default;
 };
 
-/// A part of the screen.
+/// A rectangle of the screen.
 struct Area {
   int row = 0;
   int column = 0;
@@ -67,9 +67,8 @@ struct CursorPosition {
   bool operator==(const CursorPosition&) const = default;
 };
 
-/// What is to be on the screen, cell by cell: a value that views draw on. What lies outside is
-/// left out. The last cell of the last row stays empty, since writing there makes some terminals
-/// scroll.
+/// The intended contents of the screen, cell by cell. A value. Drawing outside is ignored. The last
+/// cell of the last row stays empty, because writing to it makes some terminals scroll.
 class Canvas {
  public:
   Canvas(ScreenSize size, TerminalCapabilities capabilities);
@@ -83,16 +82,16 @@ class Canvas {
                   static_cast<std::size_t>(column)];
   }
 
-  /// Draws a text of one line; returns the column behind it.
+  /// Draws a text of one line. Returns the column after it.
   int put(int row, int column, std::string_view text, CellStyle style = {});
-  /// The same, cut where `columns` of it are drawn.
+  /// Does the same, but draws at most `columns` columns.
   int putWithin(int row, int column, int columns, std::string_view text, CellStyle style = {});
   void clear(const Area& area, CellStyle style = {});
-  /// A line from left to right.
+  /// Draws a horizontal line.
   void rule(int row, int column, int columns, CellStyle style = {});
-  /// An empty box with a border.
+  /// Draws an empty box with a border.
   void frame(const Area& area, CellStyle style = {});
-  /// Where the terminal's cursor is to stand; hidden unless set.
+  /// Sets the position of the terminal's cursor, which is hidden otherwise.
   void setCursor(CursorPosition position) { cursor_ = position; }
   void hideCursor() { cursor_.reset(); }
   [[nodiscard]] std::optional<CursorPosition> cursor() const { return cursor_; }

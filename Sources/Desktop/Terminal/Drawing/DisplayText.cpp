@@ -17,8 +17,8 @@ int widthOf(char32_t character) {
   return utf8proc_charwidth(static_cast<utf8proc_int32_t>(character));
 }
 
-/// What stands for a character where there is only ASCII. Symbols that people read as words or
-/// marks; letters with accents lose them.
+/// The ASCII replacement of a character. Symbols become words or marks, and other characters a
+/// question mark.
 struct Replacement {
   char32_t character;
   std::string_view text;
@@ -44,14 +44,14 @@ class Wrapping {
   Wrapping(std::string_view line, int columns) : columns_(columns) {
     const auto indent = std::min(line.find_first_not_of(' '), line.size());
     if (static_cast<int>(indent) < columns / 2) indent_ = std::string(indent, ' ');
-    for (const auto& glyph : glyphs(line)) take(glyph);
+    for (const auto& glyph : glyphs(line)) append(glyph);
     if (!line_.empty() || lines_.empty()) lines_.push_back(line_);
   }
 
-  std::vector<std::string> take() { return std::move(lines_); }
+  std::vector<std::string> result() { return std::move(lines_); }
 
  private:
-  void take(const Glyph& glyph) {
+  void append(const Glyph& glyph) {
     if (width_ + glyph.width > columns_) {
       if (glyph.bytes == " ") return startLine(line_.size(), line_.size());
       breakLine();
@@ -82,7 +82,7 @@ class Wrapping {
   std::string indent_;
   std::string line_;
   int width_ = 0;
-  std::size_t afterSpace_ = 0;  // where the line's last word begins
+  std::size_t afterSpace_ = 0;  // the beginning of the line's last word
   std::vector<std::string> lines_;
 };
 
@@ -148,7 +148,7 @@ std::vector<std::string> wrapped(std::string_view text, int columns) {
   std::vector<std::string> lines;
   for (;;) {
     const auto end = text.find('\n');
-    for (auto& line : Wrapping(text.substr(0, end), std::max(columns, 2)).take()) {
+    for (auto& line : Wrapping(text.substr(0, end), std::max(columns, 2)).result()) {
       lines.push_back(std::move(line));
     }
     if (end == std::string_view::npos) return lines;

@@ -6,18 +6,18 @@
 
 namespace zephyl {
 
-/// What a user did at the terminal.
+/// An input of the user at the terminal.
 struct Key {
   enum class Kind {
-    character,  ///< `text` holds it
-    paste,      ///< `text` holds all of it
+    character,  ///< in `text`
+    paste,      ///< the whole text in `text`
     control,    ///< with the letter in `text`, in lower case
     enter,
     escape,
     tab,
     backTab,
     backspace,
-    remove,  ///< what is right of the cursor
+    remove,  ///< deletes the character at the cursor
     up,
     down,
     left,
@@ -29,7 +29,7 @@ struct Key {
     press,  ///< of the mouse's first button, at `row` and `column`
     wheelUp,
     wheelDown,
-    focusIn,  ///< no key: the terminal has become active
+    focusIn,  ///< not a key: the terminal has become active
   };
 
   Kind kind = Kind::character;

@@ -13,10 +13,10 @@ namespace {
 
 constexpr char escapeByte = '\x1b';
 constexpr std::string_view endOfPaste = "\x1b[201~";
-/// Longer ones are no keys.
-constexpr std::size_t longestSequence = 32;
-/// What is pasted beyond this is dropped.
-constexpr std::size_t largestPaste = 64UL * 1024;
+/// Longer sequences are not keys.
+constexpr std::size_t maxSequenceBytes = 32;
+/// Pasted text beyond this size is dropped.
+constexpr std::size_t maxPasteBytes = 64UL * 1024;
 
 std::optional<Key::Kind> kindOfFinal(char final) {
   switch (final) {
@@ -57,7 +57,7 @@ std::optional<Key::Kind> kindOfNumber(std::string_view parameters) {
   return std::nullopt;
 }
 
-/// "<button;column;row" as the mouse reports it, counted from 1.
+/// Parses "<button;column;row", as the mouse reports it. Positions begin at 1.
 std::optional<Key> mouseKey(std::string_view parameters, char final) {
   std::array<int, 3> values{};
   std::size_t count = 0;
@@ -84,7 +84,7 @@ std::optional<Key> keyOf(std::optional<Key::Kind> kind) {
   return Key{.kind = *kind};
 }
 
-/// The length of the UTF-8 character that begins with this byte; 0 for none.
+/// Returns the length of the UTF-8 character that begins with this byte, or 0 if it begins none.
 std::size_t characterLength(unsigned char lead) {
   if (lead < 0x80) return 1;
   if (lead < 0xC2 || lead > 0xF4) return 0;
@@ -119,18 +119,18 @@ std::optional<Key> controlKey(char byte) {
 
 std::vector<Key> KeyDecoder::decode(std::string_view bytes) {
   pending_.append(bytes);
-  return take(false);
+  return decodePending(false);
 }
 
 std::vector<Key> KeyDecoder::flush() {
-  return take(true);
+  return decodePending(true);
 }
 
-std::vector<Key> KeyDecoder::take(bool complete) {
+std::vector<Key> KeyDecoder::decodePending(bool complete) {
   std::vector<Key> keys;
   while (!pending_.empty()) {
     if (pasting_) {
-      auto paste = takePaste();
+      auto paste = decodePaste();
       if (!paste) break;
       keys.push_back(*std::move(paste));
       continue;
@@ -143,14 +143,14 @@ std::vector<Key> KeyDecoder::take(bool complete) {
   return keys;
 }
 
-/// The text up to the end of what is pasted, once that has come.
-std::optional<Key> KeyDecoder::takePaste() {
+/// Returns the pasted text, or nullopt until its end has arrived.
+std::optional<Key> KeyDecoder::decodePaste() {
   const std::string_view pending = pending_;
   const auto end = pending.find(endOfPaste);
   if (end == std::string_view::npos) {
-    if (pending_.size() > largestPaste) {
-      // What is behind the limit goes; the mark that ends it must stay recognizable.
-      pending_.erase(largestPaste - endOfPaste.size(), pending_.size() - largestPaste);
+    if (pending_.size() > maxPasteBytes) {
+      // Drops bytes beyond the limit, but keeps a possible beginning of the end mark.
+      pending_.erase(maxPasteBytes - endOfPaste.size(), pending_.size() - maxPasteBytes);
     }
     return std::nullopt;
   }
@@ -181,13 +181,13 @@ KeyDecoder::Step KeyDecoder::nextEscaped(std::string_view bytes, bool complete) 
     return step;
   }
   if (bytes[1] == escapeByte) return {1, Key{.kind = Key::Kind::escape}};
-  return {2, std::nullopt};  // a key together with Alt
+  return {2, std::nullopt};  // a key with Alt
 }
 
 KeyDecoder::Step KeyDecoder::nextControlSequence(std::string_view bytes) {
   std::size_t end = 2;
   while (end < bytes.size() && bytes[end] >= '\x20' && bytes[end] < '\x40') ++end;
-  if (end > longestSequence) return {end, std::nullopt};
+  if (end > maxSequenceBytes) return {end, std::nullopt};
   if (end >= bytes.size()) return {};
   const char final = bytes[end];
   auto parameters = bytes.substr(2, end - 2);
@@ -202,8 +202,8 @@ KeyDecoder::Step KeyDecoder::nextText(std::string_view bytes, bool complete) con
   const std::size_t length = characterLength(static_cast<unsigned char>(bytes.front()));
   std::size_t present = 1;
   while (present < std::min(length, bytes.size()) && continues(bytes[present])) ++present;
-  const bool mayGoOn = present == bytes.size() && !complete;
-  if (present < length && mayGoOn) return {};
+  const bool mayContinue = present == bytes.size() && !complete;
+  if (present < length && mayContinue) return {};
   const auto text = bytes.substr(0, present);
   if (present != length || !isValidUTF8(text) || (length > 1 && !unicode_)) {
     return {present, std::nullopt};

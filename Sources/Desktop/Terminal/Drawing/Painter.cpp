@@ -26,11 +26,11 @@ SecretString Painter::paint(const Canvas& canvas) {
   return bytes;
 }
 
-/// A short stretch that has not changed is written again rather than jumped over.
+/// Repaints a short unchanged stretch instead of moving the cursor over it.
 void Painter::paintRow(const Canvas& canvas, int row, SecretString& bytes) {
   constexpr int shortestJump = 5;
-  int unpainted = -1;  // where the unchanged stretch before this cell begins
-  int painted = 0;     // how many cells of this row are, in a row, up to that stretch
+  int unpainted = -1;  // the beginning of the unchanged stretch before this cell
+  int painted = 0;     // the number of painted cells before that stretch
   for (int column = 0; column < canvas.size().columns; ++column) {
     if (canvas.at(row, column) == shown_->at(row, column)) {
       if (unpainted < 0) unpainted = column;
@@ -48,7 +48,7 @@ void Painter::paintRow(const Canvas& canvas, int row, SecretString& bytes) {
 
 void Painter::paintCell(const Canvas& canvas, CursorPosition place, SecretString& bytes) {
   const Cell& cell = canvas.at(place.row, place.column);
-  if (cell.width == 0) return;  // its first half shows it
+  if (cell.width == 0) return;  // shown by its first half
   moveTo(place, bytes);
   if (style_ != cell.style) {
     bytes.append(type_.style(cell.style));
@@ -56,8 +56,8 @@ void Painter::paintCell(const Canvas& canvas, CursorPosition place, SecretString
   }
   bytes.append(cell.text());
   position_ = CursorPosition{place.row, place.column + 1};
-  // Terminals do not agree on the width of all characters, nor on where the cursor is at the end
-  // of a row.
+  // Terminals differ in the width of some characters, and in the cursor position after the end of a
+  // row.
   const bool plain = cell.width == 1 && cell.length <= 3;
   if (!plain || position_->column >= canvas.size().columns) position_.reset();
 }

@@ -8,16 +8,16 @@
 
 namespace zephyl {
 
-/// Says what to write to a terminal so that it shows a canvas, given what it shows already. Pure
-/// but for remembering that. What is shown may be a secret that the user types: what it returns is
-/// the only copy.
+/// Returns the bytes that make a terminal show a canvas, given what it already shows, which is the
+/// only state. The canvas may contain a typed secret. The result is its only copy outside the
+/// canvases.
 class Painter {
  public:
   explicit Painter(const TerminalType& type) : type_(type) {}
 
-  /// Nothing when the terminal shows it already.
+  /// Returns nothing if the terminal already shows the canvas.
   SecretString paint(const Canvas& canvas);
-  /// What the terminal shows is not known any more: the next canvas is painted whole.
+  /// Forgets what the terminal shows, so that the next canvas is painted completely.
   void forget() { shown_.reset(); }
 
  private:
@@ -27,7 +27,7 @@ class Painter {
 
   const TerminalType& type_;
   std::optional<Canvas> shown_;
-  std::optional<CursorPosition> position_;  // nullopt: unknown
+  std::optional<CursorPosition> position_;  // nullopt if unknown
   std::optional<CellStyle> style_;
 };
 

@@ -4,12 +4,12 @@
 
 namespace zephyl {
 
-/// The characters that views draw with.
+/// The characters that views use for drawing.
 struct Symbols {
   std::string_view dot;
   std::string_view closedMenu;
   std::string_view openMenu;
-  std::string_view chosen;  ///< before the row or the button that Enter is about
+  std::string_view chosen;  ///< before the chosen row or button
   std::string_view horizontal;
   std::string_view vertical;
   std::string_view topLeft;
@@ -19,11 +19,11 @@ struct Symbols {
   std::string_view ellipsis;
   std::string_view moreAbove;
   std::string_view moreBelow;
-  std::string_view filled;  ///< of a bar
+  std::string_view filled;  ///< the filled part of a bar
   std::string_view empty;
 };
 
-/// What a terminal can show.
+/// The capabilities of a terminal.
 struct TerminalCapabilities {
   bool unicode = true;
   bool colors = true;

@@ -7,7 +7,7 @@
 #include <boost/archive/iterators/base64_from_binary.hpp>
 #include <boost/archive/iterators/transform_width.hpp>
 
-// Last, since their macros have everyday names.
+// Last, because their macros have common names.
 // clang-format off
 #include <curses.h>
 #include <term.h>
@@ -19,7 +19,7 @@ namespace zephyl {
 
 namespace {
 
-/// Without the pauses that terminals of old needed.
+/// Removes the delays that old terminals needed.
 std::string withoutPadding(std::string_view text) {
   std::string result;
   while (!text.empty()) {
@@ -39,8 +39,8 @@ std::string capability(const char* name) {
   return withoutPadding(value);
 }
 
-/// With its parameters filled in.
-std::string filledIn(const std::string& capability, long first, long second = 0) {
+/// Returns a sequence with its parameters filled in.
+std::string expanded(const std::string& capability, long first, long second = 0) {
   if (capability.empty()) return {};
   const char* const value = ::tparm(capability.c_str(), first, second, 0L, 0L, 0L, 0L, 0L, 0L, 0L);
   return value == nullptr ? "" : value;
@@ -69,17 +69,18 @@ constexpr std::array<std::pair<const char*, Key::Kind>, 11> keyCapabilities{
      {"kcbt", Key::Kind::backTab},
      {"kbs", Key::Kind::backspace}}};
 
-/// Reports of the mouse's buttons in numbers and of the focus; marks around pasted text.
+/// Reports of the mouse's buttons in decimal form, reports of the focus, and marks around pasted
+/// text.
 constexpr std::string_view extensionsOn = "\x1b[?1000h\x1b[?1004h\x1b[?1006h\x1b[?2004h";
 constexpr std::string_view extensionsOff = "\x1b[?2004l\x1b[?1006l\x1b[?1004l\x1b[?1000l";
 
 }  // namespace
 
 Result<TerminalType> TerminalType::load(const std::string& name, bool colors) {
-  if (name.empty()) return Error{"the type of the terminal is not known (TERM is not set)"};
+  if (name.empty()) return Error{"unknown terminal type: TERM is not set"};
   int found = 0;
   if (::setupterm(name.c_str(), 1, &found) != OK) {
-    return Error{formatText("the terminal's type \"{}\" is not known here", name)};
+    return Error{formatText("unknown terminal type \"{}\"", name)};
   }
   TerminalType type;
   type.read();
@@ -104,7 +105,7 @@ void TerminalType::read() {
   bell_ = capability("bel");
   enter_ = capability("smcup") + capability("smkx");
   leave_ = capability("rmkx") + capability("rmcup");
-  // Linux's console has a mouse's name in its entry, but no second screen.
+  // The entry of Linux's console has a mouse, but no alternate screen.
   isExtended_ = !capability("kmous").empty() && !capability("smcup").empty();
   colors_ = foreground_.empty() ? 0 : ::tigetnum("colors");
   for (const auto& [name, kind] : keyCapabilities) {
@@ -115,7 +116,7 @@ void TerminalType::read() {
 }
 
 std::string TerminalType::moveTo(int row, int column) const {
-  return filledIn(move_, row, column);
+  return expanded(move_, row, column);
 }
 
 std::string TerminalType::color(CellStyle::Color color) const {
@@ -123,13 +124,13 @@ std::string TerminalType::color(CellStyle::Color color) const {
   const bool many = colors_ >= 256;
   switch (color) {
     case Color::grey:
-      return colors_ >= 16 ? filledIn(foreground_, 8) : dim_;
+      return colors_ >= 16 ? expanded(foreground_, 8) : dim_;
     case Color::green:
-      return filledIn(foreground_, 2);
+      return expanded(foreground_, 2);
     case Color::orange:
-      return filledIn(foreground_, many ? 208 : 3);
+      return expanded(foreground_, many ? 208 : 3);
     case Color::red:
-      return filledIn(foreground_, 1);
+      return expanded(foreground_, 1);
     case Color::normal:
       break;
   }

@@ -10,26 +10,26 @@
 
 namespace zephyl {
 
-/// How a type of terminal is driven, from the terminfo database: which bytes do what. A value.
+/// The control sequences of a terminal type, from the terminfo database. A value.
 class TerminalType {
  public:
-  /// Fails for a type that is not known, and for one whose cursor cannot be moved. `colors` says
-  /// whether the user wants any.
+  /// Fails for an unknown type, and for a terminal that cannot move its cursor. `colors` is whether
+  /// the user wants colors.
   static Result<TerminalType> load(const std::string& name, bool colors);
 
   [[nodiscard]] std::string moveTo(int row, int column) const;
-  /// From whatever style is set to this one.
+  /// Returns the sequence that sets a style, independently of the current style.
   [[nodiscard]] std::string style(const CellStyle& style) const;
 
   [[nodiscard]] const std::string& clear() const { return clear_; }
   [[nodiscard]] const std::string& showCursor() const { return showCursor_; }
   [[nodiscard]] const std::string& hideCursor() const { return hideCursor_; }
   [[nodiscard]] const std::string& bell() const { return bell_; }
-  /// Takes over the screen, and gives it back as it was.
+  /// Return the sequences that show the alternate screen and that restore the original one.
   [[nodiscard]] std::string enter() const;
   [[nodiscard]] std::string leave() const;
-  /// Returns the sequence that puts `text` on the clipboard of the terminal's user; empty if the
-  /// terminal cannot.
+  /// Returns the sequence that copies `text` to the clipboard of the terminal's user, or nullopt if
+  /// the terminal does not support that.
   [[nodiscard]] std::optional<std::string> copy(std::string_view text) const;
 
   [[nodiscard]] bool hasColors() const { return colors_ >= 8; }
@@ -52,7 +52,7 @@ class TerminalType {
   std::string bell_;
   std::string enter_;
   std::string leave_;
-  bool isExtended_ = false;  // knows what terminals in windows know: mouse, paste, clipboard
+  bool isExtended_ = false;  // supports mouse, paste and clipboard, like terminals in windows
   int colors_ = 0;
   KeyDecoder::Sequences keys_;
 };

@@ -10,11 +10,11 @@ namespace zephyl {
 
 namespace {
 
-constexpr int widest = 72;
-constexpr int betweenButtons = 2;
+constexpr int maxColumns = 72;
+constexpr int buttonGap = 2;
 constexpr int brackets = 4;  ///< around a button's title
-constexpr int shortestBar = 8;
-constexpr int longestBar = 40;
+constexpr int minBarColumns = 8;
+constexpr int maxBarColumns = 40;
 
 std::string buttonLabel(const std::string& title, bool chosen,
                         const TerminalCapabilities& capabilities) {
@@ -81,7 +81,7 @@ std::optional<AlertAnswer> AlertBox::handlePress(const Key& key, bool mayAnswer)
   return std::nullopt;
 }
 
-/// The stop that has the focus is the last candidate, so that the search ends.
+/// The focused stop is the last candidate, so the search terminates.
 void AlertBox::moveFocus(bool forwards, bool withArrow) {
   const auto mayHaveFocus = [&](std::size_t stop) {
     return !permits(stop) || (!withArrow && isEnabled(stop));
@@ -101,16 +101,17 @@ bool AlertBox::isEnabled(std::size_t button) const {
   return !permits(button) || (messageWasDrawn_ && text_.endWasDrawn());
 }
 
-/// In one row where they fit, below each other otherwise; relative to the box's inside.
+/// Returns the buttons' areas relative to the inside of the box: in one row if they fit, otherwise
+/// in a column.
 std::vector<Area> AlertBox::placeButtons(int columns) const {
   std::vector<Area> places;
   int column = 0;
   for (const auto& title : alert_.buttons) {
     const int width = displayText::width(buttonLabel(title, false, {}));
     places.push_back({0, column, 1, width});
-    column += width + betweenButtons;
+    column += width + buttonGap;
   }
-  if (column - betweenButtons <= columns) return places;
+  if (column - buttonGap <= columns) return places;
   for (std::size_t index = 0; index < places.size(); ++index) {
     places[index].row = static_cast<int>(index);
     places[index].column = 0;
@@ -118,8 +119,8 @@ std::vector<Area> AlertBox::placeButtons(int columns) const {
   return places;
 }
 
-AlertBox::Layout AlertBox::layOut(ScreenSize size) {
-  const int columns = std::min(size.columns - (size.columns > 30 ? 4 : 0), widest);
+AlertBox::Layout AlertBox::computeLayout(ScreenSize size) {
+  const int columns = std::min(size.columns - (size.columns > 30 ? 4 : 0), maxColumns);
   const int inner = columns - 4;
   Layout layout{.message = displayText::wrapped(alert_.messageText, inner),
                 .buttons = placeButtons(inner)};
@@ -127,7 +128,7 @@ AlertBox::Layout AlertBox::layOut(ScreenSize size) {
   const int lines = text_.rowsAt(inner - 1);
   const int needed = 2 + static_cast<int>(layout.message.size()) + layout.buttonRows +
                      (alert_.textField ? 2 : 0) + (alert_.progress ? 2 : 0);
-  // Where it is narrow, the text matters more than the room around it.
+  // On a small screen the text has priority over the space around it.
   layout.gap = needed + std::min(lines, 3) + 2 <= size.rows ? 1 : 0;
   layout.textRows = std::min(lines, std::max(size.rows - needed - 2 * layout.gap, 1));
   const int rows = std::min(needed + layout.textRows + 2 * layout.gap, size.rows);
@@ -136,7 +137,7 @@ AlertBox::Layout AlertBox::layOut(ScreenSize size) {
 }
 
 void AlertBox::draw(Canvas& canvas, bool mayAnswer) {
-  const auto layout = layOut(canvas.size());
+  const auto layout = computeLayout(canvas.size());
   drawFrame(canvas, layout.box);
   const Area inside{layout.box.row + 1, layout.box.column + 2, layout.box.rows - 2,
                     layout.box.columns - 4};
@@ -154,13 +155,13 @@ void AlertBox::draw(Canvas& canvas, bool mayAnswer) {
   drawHint(canvas, layout.box);
 }
 
-/// Where the screen is low, field, bar and buttons take rows of the text, which then does not count
-/// as shown.
+/// On a low screen, field, bar and buttons cover rows of the text, which then does not count as
+/// shown.
 void AlertBox::drawText(Canvas& canvas, const Area& inside, const Layout& layout) {
   int row = inside.row;
   for (const auto& line : layout.message) canvas.put(row++, inside.column, line, {.bold = true});
   const int others = layout.buttonRows + (alert_.textField ? 2 : 0) + (alert_.progress ? 2 : 0);
-  const int free = inside.row + inside.rows - others;  // the first row that is not the text's
+  const int free = inside.row + inside.rows - others;  // the first row below the text
   messageWasDrawn_ = messageWasDrawn_ || row <= free;
   row += layout.gap;
   const int covered = std::clamp(row + layout.textRows - free, 0, layout.textRows);
@@ -175,9 +176,9 @@ void AlertBox::drawHint(Canvas& canvas, const Area& box) const {
 }
 
 void AlertBox::drawFrame(Canvas& canvas, const Area& box) const {
-  // Where only scraps would be left of what is behind, nothing is.
-  constexpr int scrap = 12;
-  const int margin = box.column < scrap ? box.column : 2;
+  // A background too narrow to be useful is cleared.
+  constexpr int minBackgroundColumns = 12;
+  const int margin = box.column < minBackgroundColumns ? box.column : 2;
   const bool critical = alert_.style == Alert::Style::critical;
   canvas.hideCursor();
   canvas.clear({box.row, box.column - margin, box.rows, box.columns + 2 * margin + 1});
@@ -192,11 +193,11 @@ void AlertBox::drawField(Canvas& canvas, const Area& inside, int row) const {
   field_.draw(canvas, {row, inside.column + 2, 1, right - inside.column - 2}, fieldHasFocus());
 }
 
-/// The bar where there is room for one and anything to be measured, and beside it the words.
+/// Draws the bar if there is enough space and a known fraction, and the text beside it.
 void AlertBox::drawProgress(Canvas& canvas, const Area& row) const {
   const auto& progress = *alert_.progress;
   const int room = row.columns - displayText::width(progress.text) - 1;
-  const int length = progress.fraction && room >= shortestBar ? std::min(room, longestBar) : 0;
+  const int length = progress.fraction && room >= minBarColumns ? std::min(room, maxBarColumns) : 0;
   const double fraction = std::clamp(progress.fraction.value_or(0), 0.0, 1.0);
   const int filled = static_cast<int>(fraction * length);
   for (int place = 0; place < length; ++place) {
@@ -210,13 +211,13 @@ void AlertBox::drawProgress(Canvas& canvas, const Area& row) const {
 void AlertBox::drawButtons(Canvas& canvas, const Area& inside, const std::vector<Area>& places,
                            bool mayAnswer) {
   buttonAreas_ = places;
-  canvas.clear(inside);  // where it is low, something else stands here
+  canvas.clear(inside);  // on a low screen, text may be here
   for (std::size_t index = 0; index < places.size(); ++index) {
     auto& area = buttonAreas_[index];
     area.row += inside.row;
     area.column += inside.column;
     area.columns = std::min(area.columns, inside.columns);
-    // With the focus in the text field, the first button is what Enter means.
+    // While the text field has the focus, Enter means the first button.
     const bool chosen = mayAnswer && (focus_ == index || (fieldHasFocus() && index == 0));
     const auto title =
         displayText::cut(alert_.buttons[index], area.columns - brackets, canvas.capabilities());

@@ -13,23 +13,23 @@
 
 namespace zephyl {
 
-/// An alert as a box in the middle of the screen. The first button is chosen at first; while the
-/// text field has the focus, Enter means the first button as well. Escape means the safe one. Where
-/// the box shows that it takes no answer, no button is marked as chosen; a button that cannot be
-/// pressed is dim. Pure.
+/// An alert as a box in the middle of the screen. The first button is chosen initially. While the
+/// text field has the focus, Enter also means the first button. Escape means the safe button. While
+/// the alert accepts no answer, no button is marked as chosen. A button that cannot be pressed is
+/// dim. Pure.
 class AlertBox {
  public:
   AlertBox(Alert alert, const TerminalCapabilities& capabilities);
 
-  /// What the text field holds at first.
+  /// Sets the initial content of the text field.
   void setText(const std::string& text) { field_.setText(text); }
-  /// Moves the bar of an alert that has one.
+  /// Updates the progress bar of an alert that has one.
   void showProgress(const Progress& progress);
 
-  /// Returns the user's answer, once there is one. Unless `mayAnswer`, keys that would give one do
-  /// nothing: the user may have meant what was on screen before.
+  /// Returns the user's answer if the key gives one. If `mayAnswer` is false, such keys do nothing,
+  /// because the user may have meant the previous contents of the screen.
   std::optional<AlertAnswer> handle(const Key& key, bool mayAnswer = true);
-  /// `mayAnswer`: as in `handle`.
+  /// `mayAnswer` has the same meaning as in `handle`.
   void draw(Canvas& canvas, bool mayAnswer = true);
   [[nodiscard]] bool isRequestedByUser() const { return alert_.requestedByUser; }
   [[nodiscard]] bool permitsSomething() const { return !alert_.permittingButtons.empty(); }
@@ -37,7 +37,7 @@ class AlertBox {
  private:
   struct Layout {
     std::vector<std::string> message;
-    std::vector<Area> buttons;  // relative to their own place
+    std::vector<Area> buttons;  // relative to the inside of the box
     int buttonRows = 0;
     int gap = 0;  // rows around the text
     int textRows = 0;
@@ -52,13 +52,14 @@ class AlertBox {
   [[nodiscard]] std::optional<AlertAnswer> handlePress(const Key& key, bool mayAnswer);
   void moveFocus(bool forwards, bool withArrow);
   [[nodiscard]] bool permits(std::size_t button) const;
-  /// Whether the button may be pressed: it permits nothing, or the text has been on screen.
+  /// Returns whether the button may be pressed: it permits nothing, or the whole text was on
+  /// screen.
   [[nodiscard]] bool isEnabled(std::size_t button) const;
   [[nodiscard]] std::vector<Area> placeButtons(int columns) const;
-  [[nodiscard]] Layout layOut(ScreenSize size);
+  [[nodiscard]] Layout computeLayout(ScreenSize size);
   void drawFrame(Canvas& canvas, const Area& box) const;
   void drawText(Canvas& canvas, const Area& inside, const Layout& layout);
-  /// On the frame: what has to be done before the alert can be answered.
+  /// Draws, on the frame, what the user must do before the alert can be answered.
   void drawHint(Canvas& canvas, const Area& box) const;
   void drawButtons(Canvas& canvas, const Area& inside, const std::vector<Area>& places,
                    bool mayAnswer);
@@ -70,8 +71,8 @@ class AlertBox {
   TextField field_;
   ScrollingText text_;
   bool messageWasDrawn_ = false;
-  std::size_t focus_ = 0;          // a button's place, or one more for the text field
-  std::vector<Area> buttonAreas_;  // on screen
+  std::size_t focus_ = 0;          // index of a button; the number of buttons means the text field
+  std::vector<Area> buttonAreas_;  // positions on the screen
 };
 
 }  // namespace zephyl

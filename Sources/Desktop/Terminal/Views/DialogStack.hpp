@@ -12,12 +12,12 @@
 
 namespace zephyl {
 
-/// The dialogs that are open. Alerts are asked one after the other, in the order in which they
-/// came, so that none takes the place of another under the user's fingers; logs lie below them,
-/// the newest on top. Main thread only.
+/// The open dialogs. Alerts are shown one after the other, in the order of their addition, so that
+/// none replaces another while the user is answering. Logs are shown below them, newest on top.
+/// Main thread only.
 class DialogStack {
  public:
-  using Number = unsigned;  ///< of a dialog; never used again
+  using Number = unsigned;  ///< identifies a dialog; never reused
   using AlertDone = std::function<void(std::optional<AlertAnswer>)>;
   using LogNotify = std::function<void(LogWindowEvent)>;
 
@@ -25,26 +25,27 @@ class DialogStack {
                   const std::string& text, AlertDone done);
   Number addLog(const LogWindow& window, const TerminalCapabilities& capabilities,
                 LogNotify notify);
-  /// Whether it has a bar that is on screen now, which has moved.
+  /// Updates the progress bar of an alert. Returns whether the alert is on screen.
   bool showProgress(Number number, const Progress& progress);
-  /// Without an answer. Nothing when it is gone already.
+  /// Closes a dialog without an answer. Does nothing if it is not open.
   void close(Number number);
-  /// Answers everything as not shown.
+  /// Ends all dialogs as not shown.
   void failAll();
 
   [[nodiscard]] bool hasAlert() const { return !alerts_.empty(); }
   [[nodiscard]] bool hasLog() const { return !logs_.empty(); }
   [[nodiscard]] std::size_t waiting() const { return alerts_.empty() ? 0 : alerts_.size() - 1; }
-  /// The dialog that gets the keys; empty if nothing is open.
+  /// Returns the dialog that receives the keys, or nullopt if none is open.
   [[nodiscard]] std::optional<Number> top() const;
-  /// Whether the topmost dialog, of which there is one, answers something that the user did.
+  /// Returns whether the topmost dialog, which must exist, responds to an action of the user.
   [[nodiscard]] bool topIsRequestedByUser() const;
-  /// Whether a button of the topmost dialog permits something.
+  /// Returns whether a button of the topmost dialog permits something.
   [[nodiscard]] bool topPermitsSomething() const;
 
-  /// For the topmost dialog, of which there is one. `copy` is given a text for the clipboard.
+  /// Passes a key to the topmost dialog, which must exist. Calls `copy` with a text for the
+  /// clipboard.
   void handle(const Key& key, bool mayAnswer, const std::function<void(const std::string&)>& copy);
-  /// `mayAnswer`: as in `handle`.
+  /// `mayAnswer` has the same meaning as in `handle`.
   void draw(Canvas& canvas, bool mayAnswer);
 
  private:

@@ -18,14 +18,14 @@ class LogBox {
   LogBox(std::string_view title, std::string_view message,
          const TerminalCapabilities& capabilities);
 
-  /// From outside: control characters are made visible.
+  /// Sets untrusted text. Control characters are made visible.
   void setText(const std::vector<std::string>& lines);
   void toEnd() { text_.toEnd(); }
-  /// Offers to show the whole log, or again a part of it; empty for neither.
+  /// Sets the title of the toggle between the whole log and a part of it. Empty for no toggle.
   void setToggle(std::string title) { toggle_ = std::move(title); }
 
   Outcome handle(const Key& key, bool mayClose = true);
-  /// The hints are shown only if the box may be closed.
+  /// Draws the log. Shows the hints only if the box may be closed.
   void draw(Canvas& canvas, const Area& area, bool mayClose = true);
 
  private:

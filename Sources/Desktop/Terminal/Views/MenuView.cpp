@@ -27,7 +27,7 @@ CellStyle::Color colorOf(DotColor dot) {
   return Color::grey;
 }
 
-/// Without color the shape shows the state.
+/// Returns a dot, whose shape shows the state if there are no colors.
 std::string_view dotOf(DotColor dot, const TerminalCapabilities& capabilities) {
   if (capabilities.colors) return capabilities.symbols().dot;
   switch (dot) {
@@ -56,7 +56,7 @@ std::string shortcutOf(const MenuEntry& entry) {
 
 void MenuView::setMenu(Menu menu) {
   menu_ = std::move(menu);
-  listAfresh();
+  rebuildList();
   if (chosen_ && !chosenRow()) chosen_.reset();
   if (!hasBeenShown_) moveToEnd(-1);
 }
@@ -71,7 +71,7 @@ void MenuView::list(const Menu& menu, const Path& above) {
   }
 }
 
-void MenuView::listAfresh() {
+void MenuView::rebuildList() {
   rows_.clear();
   list(menu_, {});
   std::erase_if(open_, [this](const Path& path) {
@@ -88,7 +88,7 @@ std::optional<std::size_t> MenuView::chosenRow() const {
   return static_cast<std::size_t>(found - rows_.begin());
 }
 
-/// The first that can be chosen, from `from` on in the direction of `step`.
+/// Returns the first row that can be chosen, from `from` in the direction of `step`.
 std::optional<std::size_t> MenuView::nextChoosable(std::size_t from, int step) const {
   for (auto row = static_cast<std::ptrdiff_t>(from); row >= 0 && row < std::ssize(rows_);
        row += step) {
@@ -173,11 +173,11 @@ MenuView::Outcome MenuView::setOpen(std::size_t row, bool open) {
   } else {
     open_.erase(rows_[row].path);
   }
-  listAfresh();
+  rebuildList();
   return {.handled = true, .opened = opened};
 }
 
-/// Closes the submenu, or the one that the row is in.
+/// Closes the row's submenu, or the submenu that contains the row.
 MenuView::Outcome MenuView::leave(std::size_t row) {
   if (rows_[row].open) return setOpen(row, false);
   if (rows_[row].depth() == 0) return {.handled = true};
@@ -216,8 +216,8 @@ std::vector<MenuView::Line> MenuView::lines(int columns,
   return all;
 }
 
-/// Shows the chosen row with as much around it as belongs to it: what cannot be chosen at either
-/// end of the list is shown with the nearest row that can.
+/// Shows the chosen row with its context: rows at the ends of the list that cannot be chosen are
+/// shown together with the nearest row that can.
 void MenuView::scrollTo(const std::vector<Line>& lines, int height) {
   const int count = static_cast<int>(lines.size());
   if (const auto chosen = chosenRow()) {

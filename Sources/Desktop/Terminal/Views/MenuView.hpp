@@ -12,25 +12,26 @@
 
 namespace zephyl {
 
-/// The menu as a list whose submenus open in place. It may change while it is open: what
-/// is open stays open and what is chosen stays chosen, by the rows' keys. When the chosen row goes,
-/// none is chosen, so that Enter never acts on a row that the user has not seen. Pure.
+/// The menu as a list whose submenus open in place. It may change while it is shown: submenus stay
+/// open and the chosen row stays chosen, according to the rows' keys. If the chosen row is removed,
+/// no row is chosen, so that Enter never acts on a row that the user has not seen. Pure.
 class MenuView {
  public:
-  /// What came of a key.
+  /// The result of a key.
   struct Outcome {
     bool handled = false;
     bool opened = false;               ///< a submenu was opened
-    std::optional<MenuAction> chosen;  ///< a row's action is to run
+    std::optional<MenuAction> chosen;  ///< the action to run
   };
 
   void setMenu(Menu menu);
   Outcome handle(const Key& key);
-  /// Draws the part around the chosen row.
+  /// Draws the part of the menu around the chosen row.
   void draw(Canvas& canvas, const Area& area);
 
  private:
-  using Path = std::vector<std::string>;  // the keys from the outermost menu to a row
+  using Path =
+      std::vector<std::string>;  // the keys of the rows from the outermost menu to this row
 
   struct Row {
     const MenuEntry* entry = nullptr;
@@ -44,7 +45,7 @@ class MenuView {
              (entry->action || hasSubmenu());
     }
   };
-  /// A line on screen: a row, or how a row that is too long goes on.
+  /// A line on screen: the first or a later line of a row.
   struct Line {
     std::size_t row = 0;
     bool first = true;
@@ -52,7 +53,7 @@ class MenuView {
   };
 
   void list(const Menu& menu, const Path& above);
-  void listAfresh();
+  void rebuildList();
   [[nodiscard]] std::optional<std::size_t> chosenRow() const;
   [[nodiscard]] std::optional<std::size_t> nextChoosable(std::size_t from, int step) const;
   void choose(std::size_t row);
@@ -73,10 +74,10 @@ class MenuView {
   std::set<Path> open_;
   std::vector<Row> rows_;
   std::optional<Path> chosen_;
-  std::size_t lastRow_ = 0;  // where the chosen row was seen last
+  std::size_t lastRow_ = 0;  // the last index of the chosen row
   bool hasBeenShown_ = false;
   int scroll_ = 0;
-  // Of the last drawing.
+  // The last drawing:
   Area area_;
   std::vector<std::size_t> rowOfLine_;
 };

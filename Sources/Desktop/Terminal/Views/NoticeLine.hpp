@@ -10,21 +10,21 @@
 
 namespace zephyl {
 
-/// Notifications as one line: the newest is shown, at first bright, then dim, then it is gone.
-/// Pure; the owner says what time it is.
+/// Notifications in one line. The newest one is shown bright, later dim, and then removed. Pure.
+/// The owner supplies the time.
 class NoticeLine {
  public:
   static constexpr Duration brightFor = std::chrono::seconds(8);
   static constexpr Duration dimFor = std::chrono::seconds(4);
 
-  /// Takes the place of an earlier one with its identifier.
+  /// Replaces an earlier notification with the same identifier.
   void post(const Notification& notification, Instant now);
   void remove(const std::string& identifier);
-  /// Forgets those whose time is over.
+  /// Removes expired notifications.
   void expire(Instant now);
 
   [[nodiscard]] const Notification* shown() const;
-  /// When it will look different; none when nothing is shown.
+  /// Returns when its appearance will change, or nullopt if nothing is shown.
   [[nodiscard]] std::optional<Instant> nextChange(Instant now) const;
   void draw(Canvas& canvas, const Area& area, Instant now) const;
 

@@ -8,21 +8,21 @@
 
 namespace zephyl {
 
-/// A text of many lines in an area that may be smaller. Lines that are too wide go on below. When
-/// its end is on screen and more comes, it follows. Pure.
+/// A text of many lines in an area that may be smaller. Lines that are too wide are wrapped. If the
+/// end is on screen and lines are added, it scrolls to the new end. Pure.
 class ScrollingText {
  public:
-  /// Lines as they are to be shown; what is on screen stays there.
+  /// Sets the lines. The position on screen is kept.
   void setLines(std::vector<std::string> lines);
   void toEnd() { follows_ = true; }
 
-  /// Whether the key was one for scrolling.
+  /// Scrolls if `key` is a scrolling key, and returns whether it is.
   bool handle(const Key& key);
-  /// The lowest `covered` rows of the area are drawn over by the caller.
+  /// Draws the text. The caller draws over the lowest `covered` rows of the area.
   void draw(Canvas& canvas, const Area& area, int covered = 0);
-  /// How many rows the text takes at a width.
+  /// Returns the number of rows at a width.
   [[nodiscard]] int rowsAt(int columns);
-  /// Whether the end of the text has been drawn.
+  /// Returns whether the end of the text was drawn.
   [[nodiscard]] bool endWasDrawn() const { return endWasDrawn_; }
 
  private:
@@ -32,7 +32,7 @@ class ScrollingText {
 
   std::vector<std::string> lines_;
   std::vector<std::string> wrapped_;
-  int wrappedAt_ = 0;  // the width; 0 when it is to be done again
+  int wrappedAt_ = 0;  // the wrapping width; 0 if lines must be wrapped again
   int top_ = 0;
   int height_ = 1;
   bool follows_ = false;

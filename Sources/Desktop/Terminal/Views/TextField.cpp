@@ -51,7 +51,7 @@ bool TextField::handle(const Key& key) {
   }
 }
 
-/// As in a shell.
+/// Handles the editing keys of a shell.
 bool TextField::handleControl(std::string_view letter) {
   if (letter == "a") {
     cursor_ = 0;

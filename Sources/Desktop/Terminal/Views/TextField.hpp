@@ -9,7 +9,7 @@
 
 namespace zephyl {
 
-/// A line of text that the user types, which may be a secret. No I/O.
+/// A line of text that the user types and that may be secret. No I/O.
 class TextField {
  public:
   explicit TextField(std::string placeholder) : placeholder_(std::move(placeholder)) {}
@@ -17,9 +17,9 @@ class TextField {
   [[nodiscard]] const SecretString& text() const { return text_; }
   void setText(std::string_view text);
 
-  /// Whether the key was one for a text field.
+  /// Handles a key. Returns whether it was a key for a text field.
   bool handle(const Key& key);
-  /// Draws the part around the cursor, and sets the canvas's cursor when `focused`.
+  /// Draws the part around the cursor. Sets the canvas's cursor if `focused`.
   void draw(Canvas& canvas, const Area& area, bool focused) const;
 
  private:
