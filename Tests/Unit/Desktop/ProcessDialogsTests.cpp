@@ -268,7 +268,7 @@ TEST_F(ProcessDialogsTest, TwoMissedPingsAreTheSafeAnswer) {
   const auto log = test::logOf([&] { advance(1ms); });
   EXPECT_EQ(answers_, (std::vector<Answer>{AlertAnswer{0, ""}}));
   EXPECT_FALSE(program().isRunning());
-  EXPECT_EQ(log, "[tray] zephyl-tray-dialogs lost its window: it does not answer any more\n");
+  EXPECT_EQ(log, "[tray] zephyl-tray-dialogs lost its window: it does not answer pings\n");
 }
 
 TEST_F(ProcessDialogsTest, OneMissedPingIsForgiven) {

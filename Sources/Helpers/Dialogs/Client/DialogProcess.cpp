@@ -12,7 +12,7 @@ namespace zephyl {
 
 namespace {
 
-/// Enough for the longest path, with every character escaped.
+/// Large enough for the longest path with every character escaped.
 constexpr std::size_t maxReportBytes = 64UL * 1024;
 
 HelperOptions optionsFor(const std::string& program, const std::string& activationToken) {
@@ -25,7 +25,8 @@ HelperOptions optionsFor(const std::string& program, const std::string& activati
   return options;
 }
 
-/// Returns freed memory to the system. The allocator would keep that of the copies of a log.
+/// Returns freed memory to the system, because the allocator would keep the memory of large copies
+/// of a log.
 void returnFreeMemory() {
   ::malloc_trim(0);
 }
@@ -95,14 +96,14 @@ void DialogProcess::becomeShown() {
 }
 
 void DialogProcess::failUnlessShown() {
-  if (state_ == State::starting) fail("it showed nothing");
+  if (state_ == State::starting) fail("it showed no window");
 }
 
-/// The next ping is due only after this one has run, so that a delay of the main thread does not
-/// count as the program's.
+/// Starts the interval to the next ping here, so that a delay of the main thread is not attributed
+/// to the program.
 void DialogProcess::ping() {
   missedPings_ = lastPong_ == lastPing_ ? 0 : missedPings_ + 1;
-  if (missedPings_ == maxMissedPings) return fail("it does not answer any more");
+  if (missedPings_ == maxMissedPings) return fail("it does not answer pings");
   program_->send(Ping{++lastPing_});
   after(pingInterval, &DialogProcess::ping);
 }

@@ -14,44 +14,44 @@ namespace zephyl {
 
 class MainLoop;
 
-/// One run of zephyl-tray-dialogs, from its start until its window is gone. Main thread.
+/// One run of zephyl-tray-dialogs, from its start until its window is hidden. Main thread only.
 ///
-/// The program has `shownTimeout` to show its window. From then on it is pinged every
-/// `pingInterval`, and counts as dead when `maxMissedPings` in a row were not answered. It is
-/// killed if it sends an invalid or unexpected message, and if its window is still there
-/// `hiddenTimeout` after it was closed.
+/// The program must show its window within `shownTimeout`. Then it is pinged every `pingInterval`
+/// and counts as dead after `maxMissedPings` unanswered pings in a row. It is killed if it sends an
+/// invalid or unexpected message, or if its window is still visible `hiddenTimeout` after it was
+/// closed.
 class DialogProcess : public std::enable_shared_from_this<DialogProcess> {
  public:
   static constexpr Duration shownTimeout = std::chrono::seconds(5);
   static constexpr Duration pingInterval = std::chrono::seconds(3);
   static constexpr Duration hiddenTimeout = std::chrono::seconds(2);
   static constexpr int maxMissedPings = 2;
-  static constexpr int maxErrorLines = 20;  ///< of its standard error that are logged
+  static constexpr int maxErrorLines = 20;  ///< the number of logged lines of its standard error
 
-  /// How to handle a report.
+  /// The handling of a report.
   struct Step {
-    bool isLast = false;  ///< the window is gone, or about to go
+    bool isLast = false;  ///< whether the window is closed or closing
     Task notify;
   };
   struct Owner {
-    /// Called with answers and events while the window is shown. Returns nullopt if the report
-    /// does not answer the request.
+    /// Called with answers and events while the window is shown. Returns nullopt if the report is
+    /// not valid for the request.
     std::function<std::optional<Step>(DialogReport&)> interpret;
-    /// Called instead of any further answer: the program has failed, before its window was shown
-    /// or after.
+    /// Called instead of any further answer if the program has failed, before or after its window
+    /// was shown.
     std::function<void(bool wasShown)> failed;
   };
 
-  /// `mainLoop` and `clock` outlive it.
+  /// `mainLoop` and `clock` must outlive it.
   DialogProcess(MainLoop& mainLoop, Clock& clock, Owner owner);
 
-  /// Starts `program`. `activationToken` permits its window to come to the front; it may be empty.
+  /// Starts `program`. `activationToken` permits its window to come to the front and may be empty.
   /// A failure is reported to the owner later.
   void start(ProcessLauncher& launcher, const std::string& program, const DialogRequest& request,
              const std::string& activationToken);
-  /// Sends a message, unless the window is gone.
+  /// Sends a message unless the window was closed.
   void send(const DialogOrder& order);
-  /// Closes the window. The owner is not called any more.
+  /// Closes the window. The owner is not called afterwards.
   void close();
 
  private:
@@ -77,7 +77,7 @@ class DialogProcess : public std::enable_shared_from_this<DialogProcess> {
   std::int64_t lastPing_ = 0;
   std::int64_t lastPong_ = 0;
   int missedPings_ = 0;
-  Timer timer_;  // until the window is shown, then between pings
+  Timer timer_;  // the limit for showing the window, later the time between pings
 };
 
 }  // namespace zephyl

@@ -17,7 +17,7 @@ namespace {
 using Step = DialogProcess::Step;
 using MaybeStep = std::optional<Step>;
 
-/// JSON cannot carry text that is not valid UTF-8.
+/// Replaces text that is not valid UTF-8, which JSON cannot represent.
 void makeValid(std::string& text) {
   if (!isValidUTF8(text)) text = visibleLines(text);
 }
@@ -49,12 +49,12 @@ LogWindow valid(LogWindow window) {
   return window;
 }
 
-/// Closes its window when it is destroyed.
+/// A handle that closes its window in the destructor.
 class ProcessDialog final : public Dialog {
  public:
   ProcessDialog(std::shared_ptr<DialogProcess> process,
-                ProcessDialogs::TakeToken takeActivationToken)
-      : process_(std::move(process)), takeActivationToken_(std::move(takeActivationToken)) {}
+                ProcessDialogs::TokenSource consumeActivationToken)
+      : process_(std::move(process)), consumeActivationToken_(std::move(consumeActivationToken)) {}
   ~ProcessDialog() override { process_->close(); }
   ProcessDialog(const ProcessDialog&) = delete;
   ProcessDialog& operator=(const ProcessDialog&) = delete;
@@ -62,12 +62,12 @@ class ProcessDialog final : public Dialog {
   void showProgress(const Progress& progress) override { process_->send(valid(progress)); }
 
   void bringToFront() override {
-    process_->send(BringToFront{takeActivationToken_ ? takeActivationToken_() : ""});
+    process_->send(BringToFront{consumeActivationToken_ ? consumeActivationToken_() : ""});
   }
 
  private:
   const std::shared_ptr<DialogProcess> process_;
-  const ProcessDialogs::TakeToken takeActivationToken_;
+  const ProcessDialogs::TokenSource consumeActivationToken_;
 };
 
 }  // namespace
@@ -121,10 +121,10 @@ Dialogs::Handle ProcessDialogs::presentLogWindow(const LogWindow& window,
 Dialogs::Handle ProcessDialogs::start(const DialogRequest& request, bool requestedByUser,
                                       DialogProcess::Owner owner) {
   auto process = std::make_shared<DialogProcess>(mainLoop_, clock_, std::move(owner));
-  // A token belongs to an action of the user, which an unrequested window does not follow from.
-  const bool usesToken = takeActivationToken_ && requestedByUser;
-  process->start(launcher_, program_, request, usesToken ? takeActivationToken_() : "");
-  return std::make_unique<ProcessDialog>(std::move(process), takeActivationToken_);
+  // A token belongs to an action of the user, which did not cause an unrequested window.
+  const bool usesToken = consumeActivationToken_ && requestedByUser;
+  process->start(launcher_, program_, request, usesToken ? consumeActivationToken_() : "");
+  return std::make_unique<ProcessDialog>(std::move(process), consumeActivationToken_);
 }
 
 std::string dialogsProgram(const Bundle& bundle) {

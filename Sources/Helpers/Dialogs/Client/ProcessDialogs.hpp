@@ -14,26 +14,26 @@ namespace zephyl {
 class Bundle;
 class MainLoop;
 
-/// Dialogs as windows of zephyl-tray-dialogs, one run of it for each dialog. If the toolkit
-/// crashes, only that window is lost. Failures of the program are logged.
+/// Dialogs as windows of zephyl-tray-dialogs, with one run of the program for each dialog. If the
+/// toolkit crashes, only that window is lost. Failures of the program are logged.
 ///
-/// An alert whose window was never shown is answered with nullopt; one that was shown and then
-/// lost, with its safe button. A folder question is answered with an error, or as cancelled.
+/// If the window of an alert could not be shown, its answer is nullopt. If it was shown and then
+/// lost, its answer is the safe button. In these cases a folder request fails with an error or
+/// counts as cancelled.
 class ProcessDialogs final : public Dialogs {
  public:
-  /// Returns and forgets the token that permits the window of the user's latest action to come to
-  /// the front; empty if there is no such token. Not called for a window that the user did not
-  /// request.
-  using TakeToken = std::function<std::string()>;
+  /// Returns and clears the token that permits the window of the user's latest action to come to
+  /// the front, or an empty string. Not called for a window that the user did not request.
+  using TokenSource = std::function<std::string()>;
 
-  /// The first three outlive it.
+  /// The first three objects must outlive it.
   ProcessDialogs(MainLoop& mainLoop, Clock& clock, ProcessLauncher& launcher, std::string program,
-                 TakeToken takeActivationToken = {})
+                 TokenSource consumeActivationToken = {})
       : mainLoop_(mainLoop),
         clock_(clock),
         launcher_(launcher),
         program_(std::move(program)),
-        takeActivationToken_(std::move(takeActivationToken)) {}
+        consumeActivationToken_(std::move(consumeActivationToken)) {}
 
   Handle presentAlert(const Alert& alert,
                       std::function<void(std::optional<AlertAnswer>)> done) override;
@@ -49,7 +49,7 @@ class ProcessDialogs final : public Dialogs {
   Clock& clock_;
   ProcessLauncher& launcher_;
   const std::string program_;
-  const TakeToken takeActivationToken_;
+  const TokenSource consumeActivationToken_;
 };
 
 /// Returns the path of zephyl-tray-dialogs: beside the tray's executable, otherwise in

@@ -18,7 +18,7 @@ constexpr int iconSize = 48;
 constexpr int textWidth = 460;
 constexpr int progressSteps = 1000;
 
-/// What is typed is an answer of a line; a paste without end is not.
+/// An answer is a typed line, so a very long pasted text is cut.
 constexpr int maxTypedCharacters = 4096;
 
 QFont messageFont(QFont font) {
@@ -27,7 +27,7 @@ QFont messageFont(QFont font) {
   return font;
 }
 
-/// The screens bound what a text may take, whatever it says.
+/// Limits the size of a text to a part of the smallest screen.
 WrappedText::Room roomFor(double shareOfHeight) {
   const QSize screen = roomOnEveryScreen();
   return {std::min(textWidth, screen.width() * 2 / 3),
@@ -69,8 +69,8 @@ AlertWindow::AlertWindow(Conversation& conversation, const Alert& alert)
   if (alert.progress) addProgress(*alert.progress);
   if (!permittingButtons_.empty()) requireReading();
   acceptInput(acceptsInput());
-  const QSize size = sizeHint();  // the toolkit's own choice would be cut on a small screen
-  setFixedWidth(size.width());    // so that a tiling window manager lets it float
+  const QSize size = sizeHint();  // the toolkit's default is too large for small screens
+  setFixedWidth(size.width());    // makes tiling window managers let it float
   resize(size);
 }
 
@@ -124,7 +124,7 @@ void AlertWindow::requireReading() {
   for (auto& button : buttons_) button.installEventFilter(this);
   message_.onEndShown = information_.onEndShown = [this] { updateButtons(); };
   if (!message_.scrolls() && !information_.scrolls()) return;
-  // It keeps its room when it goes, so that no button moves under the pointer.
+  // The hint keeps its space when it is hidden, so that no button moves under the pointer.
   auto policy = readingHint_.sizePolicy();
   policy.setRetainSizeWhenHidden(true);
   readingHint_.setSizePolicy(policy);
@@ -159,7 +159,7 @@ void AlertWindow::acceptInput(bool accepts) {
   }
 }
 
-/// Keys that would move the focus from one button to another scroll the text instead.
+/// Arrow keys scroll the text instead of moving the focus between buttons.
 bool AlertWindow::eventFilter(QObject* watched, QEvent* event) {
   if (event->type() != QEvent::KeyPress || !watched->isWidgetType()) {
     return DialogWindow::eventFilter(watched, event);

@@ -13,9 +13,9 @@
 
 namespace zephyl {
 
-/// A message with buttons, one of which the user presses. Return presses the button that has the
-/// focus, else the first; Escape presses the safe one. Buttons are disabled while the window does
-/// not accept input, those that permit something also until the end of the text was on screen.
+/// A message with buttons, of which the user presses one. Return presses the focused button, or the
+/// first one. Escape presses the safe one. Buttons are disabled while the window does not accept
+/// input. Permitting buttons are also disabled until the end of the text was on screen.
 class AlertWindow final : public DialogWindow {
  public:
   AlertWindow(Conversation& conversation, const Alert& alert);
@@ -31,11 +31,11 @@ class AlertWindow final : public DialogWindow {
   void addTextField(const Alert::TextField& field);
   void addProgress(const Progress& progress);
   void addButtons(const std::vector<std::string>& titles);
-  /// Keeps the buttons that permit something disabled until the text was read.
+  /// Keeps the permitting buttons disabled until the text was read.
   void requireReading();
   void updateButtons();
   [[nodiscard]] bool wasRead() const;
-  /// From left to right, as this desktop has them.
+  /// Returns the buttons from left to right in this desktop's order.
   std::vector<QPushButton*> buttonsInOrder();
 
   const std::size_t safeButton_;
@@ -49,7 +49,7 @@ class AlertWindow final : public DialogWindow {
   QProgressBar progress_;
   QLabel progressText_;
   QLabel readingHint_;
-  std::deque<QPushButton> buttons_;  // as they were asked for
+  std::deque<QPushButton> buttons_;  // in the order of the request
 };
 
 }  // namespace zephyl

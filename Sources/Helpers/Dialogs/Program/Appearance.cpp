@@ -15,7 +15,7 @@ namespace zephyl {
 
 namespace {
 
-/// An answer that takes longer is not waited for: the window matters more than its color.
+/// A slow answer is not waited for, because showing the window is more important than its colors.
 constexpr int settingsLimitMilliseconds = 100;
 constexpr unsigned preferDark = 1;
 

@@ -16,7 +16,7 @@ Result<DialogRequest> Conversation::readRequest() {
   auto request = lines_.await<DialogRequest>();
   const auto* const alert = request ? std::get_if<Alert>(&*request) : nullptr;
   if (alert != nullptr && alert->safeButton >= alert->buttons.size()) {
-    return Error{"an alert has buttons, and one of them is safe"};
+    return Error{"the safe button of an alert is not one of its buttons"};
   }
   return request;
 }

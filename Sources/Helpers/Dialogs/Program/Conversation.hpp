@@ -9,21 +9,21 @@
 
 namespace zephyl {
 
-/// What the window does when the tray orders it.
+/// The window's handlers for the tray's orders.
 struct WindowOrders {
   std::function<void()> close;
   std::function<void(const Progress&)> progress;
   std::function<void(const BringToFront&)> bringToFront;
 };
 
-/// The messages between this program and the tray, on standard input and output. Main thread.
+/// The messages between this program and the tray, on standard input and output. Main thread only.
 class Conversation {
  public:
   Conversation();
 
-  /// Waits for what is to be shown. Fails if the input ends first, or the request is invalid.
+  /// Waits for the request. Fails if the input ends first or the request is invalid.
   Result<DialogRequest> readRequest();
-  /// From now on answers pings and hands orders on.
+  /// Starts to answer pings and to pass orders to `orders`.
   void follow(WindowOrders orders);
   void report(const DialogReport& report) { lines_.write(report); }
 

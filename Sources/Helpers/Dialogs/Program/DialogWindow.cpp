@@ -39,7 +39,7 @@ void DialogWindow::present(bool requestedByUser) {
 bool DialogWindow::eventFilter(QObject* watched, QEvent* event) {
   if (event->type() == QEvent::Expose && !shown_ && windowHandle()->isExposed()) {
     shown_ = true;
-    painted_.start(0);  // what is exposed is painted first
+    painted_.start(0);  // the exposed window is painted first
   }
   return QDialog::eventFilter(watched, event);
 }
@@ -51,7 +51,7 @@ void DialogWindow::changeEvent(QEvent* event) {
 
 void DialogWindow::bringToFront(const std::string& activationToken) {
   if (dismissed_) return;
-  // The toolkit reads the token when it asks for the activation.
+  // The toolkit reads the token when it requests the activation.
   if (!activationToken.empty()) {
     qputenv("XDG_ACTIVATION_TOKEN", QByteArray::fromStdString(activationToken));
   }

@@ -24,7 +24,8 @@ FolderWindow::FolderWindow(Conversation& conversation, const FolderRequest& requ
   message_.setTextInteractionFlags(Qt::TextSelectableByMouse);
   message_.setContentsMargins(messageMargin, messageMargin, messageMargin, 0);
 
-  // Not the desktop's own: what that shows could not be watched, and is asked for elsewhere.
+  // Not the desktop's own dialog, because its visibility cannot be observed. The tray uses that
+  // dialog elsewhere.
   picker_.setOption(QFileDialog::DontUseNativeDialog);
   picker_.setOption(QFileDialog::ShowDirsOnly);
   picker_.setFileMode(QFileDialog::Directory);
@@ -34,8 +35,8 @@ FolderWindow::FolderWindow(Conversation& conversation, const FolderRequest& requ
   picker_.setSizeGripEnabled(false);
   picker_.setAccessibleName(plainText(request.prompt));
   nameParts();
-  for (const char* const needless : {"fileTypeLabel", "fileTypeCombo"}) {
-    if (auto* const widget = picker_.findChild<QWidget*>(needless)) widget->hide();
+  for (const char* const unneeded : {"fileTypeLabel", "fileTypeCombo"}) {
+    if (auto* const widget = picker_.findChild<QWidget*>(unneeded)) widget->hide();
   }
   connect(&picker_, &QFileDialog::finished, this, [this](int result) {
     if (result != QDialog::Accepted) return reject();

@@ -8,14 +8,14 @@
 
 namespace zephyl {
 
-/// Asks for a folder.
+/// A window in which the user chooses a folder.
 class FolderWindow final : public DialogWindow {
  public:
   FolderWindow(Conversation& conversation, const FolderRequest& request);
 
  private:
   [[nodiscard]] DialogReport safeAnswer() const override { return ChosenFolder{}; }
-  /// For who cannot see what they are; the toolkit leaves them without a name.
+  /// Sets the accessible names of the parts that the toolkit leaves unnamed.
   void nameParts();
 
   QVBoxLayout layout_{this};

@@ -79,7 +79,7 @@ void InputShield::update() {
   const bool open = isOpen();
   const bool accepts = open && (active_ || policy_ != Policy::always);
   if (!open && exposed_) {
-    // Rounded up: a timer that fires early would find the guard closed and start again.
+    // Rounded up, because a timer that fires early would find the guard closed and start again.
     const auto remaining = std::min(guard_.remaining(now()), InputGuard::settling);
     opening_.start(std::chrono::ceil<std::chrono::milliseconds>(remaining));
   }
@@ -93,11 +93,11 @@ bool InputShield::eventFilter(QObject* watched, QEvent* event) {
     return true;
   }
   if (accepts_ || !isInput(type)) return QObject::eventFilter(watched, event);
-  noteIgnored(type);
+  handleIgnored(type);
   return true;
 }
 
-void InputShield::noteIgnored(QEvent::Type type) {
+void InputShield::handleIgnored(QEvent::Type type) {
   if (type == QEvent::KeyPress) {
     guard_.keyPressed(now());
     update();

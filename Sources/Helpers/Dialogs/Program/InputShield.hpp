@@ -11,27 +11,26 @@ class QWidget;
 
 namespace zephyl {
 
-/// Keeps keys and clicks that were meant for another window from a window of this program. No
-/// window accepts input before it is on screen. A shielded one accepts it only while it is active
-/// and its `InputGuard` is open; a click on it while it is inactive makes it active and does
-/// nothing else.
+/// Protects a window from keys and clicks that were meant for another window. No window accepts
+/// input before it is on screen. A shielded window accepts it only while it is active and its
+/// `InputGuard` is open. A click on a shielded inactive window only activates it.
 class InputShield final : public QObject {
  public:
   enum class Policy {
     never,
-    afterReturning,  ///< from the first time on that the window stops being active
+    afterReturning,  ///< after the window was inactive for the first time
     always,
   };
 
-  /// `changed` is called when the window begins or stops accepting input. The window outlives the
+  /// Calls `changed` when the window starts or stops accepting input. The window must outlive the
   /// shield.
   InputShield(QWidget& window, Policy policy, std::function<void(bool accepts)> changed);
 
-  /// Starts to watch the window, which has a native window.
+  /// Starts to filter the events of the window, which must have a native window.
   void watch();
-  /// The window has come on screen.
+  /// Must be called when the window is on screen.
   void exposed();
-  /// The window has become active, or has stopped being so.
+  /// Must be called when the window becomes active or inactive.
   void activationChanged(bool active);
 
   [[nodiscard]] bool accepts() const { return accepts_; }
@@ -43,7 +42,7 @@ class InputShield final : public QObject {
   [[nodiscard]] bool isOpen() const;
   void restart();
   void update();
-  void noteIgnored(QEvent::Type type);
+  void handleIgnored(QEvent::Type type);
 
   QWidget& window_;
   Policy policy_;

@@ -24,7 +24,7 @@ constexpr int logHeight = 260;
 constexpr int logInset = 4;
 constexpr int maxMessageLines = 8;
 
-/// Sizes are relative to the desktop's own font, which counts as 13.
+/// Font sizes are relative to the desktop's own font, which counts as 13.
 constexpr double smallFont = 11.0 / 13.0;
 
 QFont bold(QFont font, double scale = 1) {

@@ -12,7 +12,7 @@
 
 namespace zephyl {
 
-/// A log, perhaps with a message about what went wrong. Stays until it is closed.
+/// Shows a log, optionally with a message about an error, until it is closed.
 class LogViewer final : public DialogWindow {
  public:
   LogViewer(Conversation& conversation, const LogWindow& window);

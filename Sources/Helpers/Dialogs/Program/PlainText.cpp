@@ -16,26 +16,28 @@ namespace zephyl {
 
 namespace {
 
-/// Inside the frame of a text that scrolls.
+/// The margin inside the frame of a scrolling text.
 constexpr int scrollingMargin = 6;
 
-/// A longer text is surely too high, and takes long to measure.
+/// A longer text is certainly too high, and measuring it is slow.
 constexpr int maxMeasuredCharacters = 20'000;
 
-/// The pictures of control characters; in a font without them all look the same.
+/// The pictures of control characters. In a font without them they all look alike.
 constexpr QChar firstPicture{0x2400};
 constexpr QChar lastPicture{0x2421};
 constexpr QChar escapePicture{0x241B};
 
-/// How long a word may be before it is divided. The toolkit needs seconds to break one of a
-/// hundred thousand characters into lines, and no time for many that are this long.
+/// The length at which words are divided. The toolkit needs seconds to wrap a word of a hundred
+/// thousand characters, but no noticeable time for many words of this length.
 constexpr int maxWordCharacters = 512;
 
-/// How many marks may follow a character. Real writing has a few. More of them are spelled: they
-/// take no room, so that one line would hold them all, which the toolkit needs seconds to draw.
+/// The number of combining marks per character, more than in real text. Further marks are written
+/// as escapes. They have no width, so one line would contain them all, and the toolkit needs
+/// seconds to draw it.
 constexpr int maxMarks = 16;
 
-/// A place to break a line that shows nothing. No text from outside has any left.
+/// An invisible line-break opportunity. Untrusted text contains none after its characters were made
+/// visible.
 constexpr QChar breakHere{0x200B};
 
 QString withLongWordsDivided(const QString& text) {
@@ -46,12 +48,12 @@ QString withLongWordsDivided(const QString& text) {
   for (const char32_t character : text.toUcs4()) {
     marks = QChar::isMark(character) ? marks + 1 : 0;
     length = QChar::isSpace(character) ? 0 : length + 1;
-    const bool isSpelled = marks > maxMarks;
-    if (length > maxWordCharacters && (marks == 0 || isSpelled)) {
+    const bool isEscaped = marks > maxMarks;
+    if (length > maxWordCharacters && (marks == 0 || isEscaped)) {
       divided += breakHere;
       length = 1;
     }
-    if (isSpelled) {
+    if (isEscaped) {
       divided += QStringLiteral("\\u%1").arg(static_cast<uint>(character), 4, 16, QLatin1Char('0'));
     } else {
       divided += QChar::fromUcs4(character);
@@ -83,7 +85,7 @@ bool canShowPictures() {
   return QFontMetrics(QGuiApplication::font()).inFont(escapePicture);
 }
 
-void spellPictures(QString& text) {
+void escapePictures(QString& text) {
   const auto isPicture = [](QChar c) { return c >= firstPicture && c <= lastPicture; };
   for (auto at = text.size() - 1; at >= 0; --at) {
     if (!isPicture(text[at])) continue;
@@ -97,7 +99,7 @@ void spellPictures(QString& text) {
 
 QString plainText(const std::string& text) {
   QString shown = QString::fromStdString(visibleLines(text));
-  if (!canShowPictures()) spellPictures(shown);
+  if (!canShowPictures()) escapePictures(shown);
   return shown;
 }
 
@@ -150,7 +152,7 @@ void WrappedText::paintEvent(QPaintEvent* event) {
 
 QMimeData* WrappedText::createMimeDataFromSelection() const {
   auto copied = std::make_unique<QMimeData>();
-  // Paragraphs are separated in the toolkit's own way there.
+  // The toolkit separates paragraphs with its own character.
   copied->setText(textCursor().selectedText().remove(breakHere).replace(
       QChar(QChar::ParagraphSeparator), '\n'));
   return copied.release();

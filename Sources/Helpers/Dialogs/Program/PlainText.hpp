@@ -8,13 +8,14 @@
 
 namespace zephyl {
 
-/// A text from outside as it is shown: whatever it holds can be seen, and nothing of it acts.
+/// Returns untrusted text for display: invisible characters are made visible, and markup has no
+/// effect.
 QString plainText(const std::string& text);
-/// The same for a button, where an ampersand would mark a key.
+/// Does the same for a button, where an ampersand would mark a shortcut.
 QString buttonText(const std::string& text);
 
-/// A text without markup that can be selected. It takes the room that it needs at a given width,
-/// breaks words that are longer than a line, and scrolls what would be too high.
+/// A selectable text without markup. Takes the size that it needs at a given width, breaks words
+/// that are longer than a line, and scrolls if it would be too high.
 class WrappedText final : public QTextEdit {
  public:
   struct Room {
@@ -27,22 +28,22 @@ class WrappedText final : public QTextEdit {
   [[nodiscard]] QSize sizeHint() const override { return hint_; }
   [[nodiscard]] QSize minimumSizeHint() const override;
 
-  /// Whether the text needs more room than it got, so that it has to be scrolled.
+  /// Returns whether the text must be scrolled because it does not fit.
   [[nodiscard]] bool scrolls() const { return scrolls_; }
-  /// Whether the end of the text has been on screen.
+  /// Returns whether the end of the text was on screen.
   [[nodiscard]] bool endWasShown() const { return endWasShown_; }
-  /// Called once, when the end of the text has been on screen.
+  /// Called once when the end of the text was on screen.
   std::function<void()> onEndShown;
-  /// Scrolls if the key is one for scrolling, and returns whether it is.
+  /// Scrolls if `key` is a scrolling key, and returns whether it is.
   bool scrollBy(int key);
 
  protected:
   void paintEvent(QPaintEvent* event) override;
-  /// What is copied is plain, too.
+  /// Copies plain text.
   [[nodiscard]] QMimeData* createMimeDataFromSelection() const override;
 
  private:
-  /// How high the text is when it is so wide.
+  /// Returns the height of the text at a given width.
   [[nodiscard]] int heightAt(int width) const;
 
   QSize hint_;

@@ -23,7 +23,7 @@ QColor colorOf(Style style) {
   return {0xe8, 0x89, 0x0c};
 }
 
-/// Nothing has gone wrong.
+/// Returns whether the style indicates no problem.
 bool isCalm(Style style) {
   return style == Style::question || style == Style::information;
 }
@@ -33,8 +33,8 @@ QString markOf(Style style) {
   return style == Style::information ? QStringLiteral("i") : QStringLiteral("!");
 }
 
-/// On a square with sides of 1: a disc for a calm style, else a triangle whose corners are rounded
-/// by the pen that draws it.
+/// Draws on the unit square: a disc for a calm style, otherwise a triangle with corners rounded by
+/// the pen.
 void drawShape(QPainter& painter, Style style) {
   const QColor color = colorOf(style);
   painter.setBrush(color);
@@ -50,7 +50,7 @@ void drawShape(QPainter& painter, Style style) {
 void drawMark(QPainter& painter, Style style) {
   QFont font = QGuiApplication::font();
   font.setBold(true);
-  font.setPixelSize(100);  // and scaled: a font has no sizes below 1
+  font.setPixelSize(100);  // scaled below, because fonts have no sizes below 1
   QPainterPath mark;
   mark.addText(0, 0, font, markOf(style));
   const QRectF bounds = mark.boundingRect();

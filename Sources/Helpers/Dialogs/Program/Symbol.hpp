@@ -7,11 +7,11 @@
 
 namespace zephyl {
 
-/// The picture beside an alert's text. Drawn, so that it is sharp at every scale and there
-/// whichever icons are installed.
+/// Returns the symbol of an alert. It is drawn, so that it is sharp at every scale and does not
+/// depend on installed icons.
 QPixmap symbolOf(Alert::Style style, int size, qreal scale);
 
-/// The same in a word, for who cannot see it.
+/// Returns the symbol's accessible name.
 QString nameOfSymbol(Alert::Style style);
 
 }  // namespace zephyl

@@ -1,7 +1,7 @@
-// zephyl-tray-dialogs shows one window: an alert, a folder picker or a log. It reads what to show
-// as a line of JSON on standard input and answers on standard output, as described in
+// zephyl-tray-dialogs shows one window: an alert, a folder picker or a log. It reads the request as
+// a line of JSON on standard input and answers on standard output, as described in
 // Helpers/Dialogs/Protocol/DialogMessages.hpp. Its exit status is 0 if the window was shown and
-// closed, 1 if there is no screen to show it on, 2 if the request is invalid.
+// closed, 1 if there is no display, 2 if the request is invalid.
 
 #include <QApplication>
 #include <cstdio>
@@ -22,13 +22,13 @@ namespace zephyl {
 
 namespace {
 
-/// The toolkit would abort without a screen, which leaves a core dump for nothing.
+/// Exits on fatal messages, because without a display the toolkit would abort and dump core.
 void printMessage(QtMsgType type, const QMessageLogContext&, const QString& message) {
   if (type != QtDebugMsg) std::fprintf(stderr, "%s\n", message.toUtf8().constData());
   if (type == QtFatalMsg) ::_exit(EXIT_FAILURE);
 }
 
-/// The toolkit prefers X11 on some desktops that have both.
+/// The toolkit prefers X11 on some desktops that support both.
 void preferWayland() {
   if (qEnvironmentVariableIsSet("WAYLAND_DISPLAY") && !qEnvironmentVariableIsSet("QT_QPA_PLATFORM"))
     qputenv("QT_QPA_PLATFORM", "wayland;xcb");
@@ -49,7 +49,7 @@ Window windowFor(const DialogRequest& request, Conversation& conversation) {
                     request);
 }
 
-/// A folder is asked for only when the user wants to share one.
+/// The tray requests a folder only when the user wants to share one.
 bool isRequestedByUser(const DialogRequest& request) {
   return std::visit(Overloaded{[](const FolderRequest&) { return true; },
                                [](const auto& each) { return each.requestedByUser; }},
@@ -90,6 +90,6 @@ int run(int& argumentCount, char** arguments) {
 }  // namespace zephyl
 
 int main(int argumentCount, char** arguments) {
-  zephyl::coreDumps::disable();  // a typed key may be in its memory
+  zephyl::coreDumps::disable();  // its memory may contain a typed key
   return zephyl::run(argumentCount, arguments);
 }
