@@ -94,7 +94,7 @@ def test_an_update_in_place_stays_the_same_service(world, start_tray):
         set_up(world, SUScheduledCheckInterval=720, SUAutomaticallyUpdate=1)
         publisher.publish(publisher.pack(publisher.copy("2.0")))
         tray = start_tray()
-        tray.log_line("version 2.0 is up", limit=30)
+        tray.log_line("version 2.0 is confirmed", limit=30)
         manager.until("READY=1", 2)
         assert manager.states == ["READY=1", "RELOADING=1", "WATCHDOG=1", "READY=1"]
         assert "was updated" not in json.dumps(tray.lines), "it restarts without the user"

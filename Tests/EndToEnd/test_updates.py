@@ -114,7 +114,7 @@ def test_it_waits_for_the_agent_and_goes_on_as_the_new_version(world, start_tray
 
     assert be_busy(world, False)
     tray.log_line("restarting as version 2.0")
-    tray.log_line("version 2.0 is up")
+    tray.log_line("version 2.0 is confirmed")
     until_menu(watcher, "Version 2.0")
     assert tray.process.poll() is None
     program = str(world.prefix / "bin" / "zephyl-tray")
@@ -142,7 +142,7 @@ def test_a_user_who_asks_sees_what_there_is_and_installs_it(world, start_tray, p
     assert publisher.server.requests == []
     item = watcher.item()
     item.event(item.find_enabled("Check for Updates…"), "clicked")
-    tray.log_line("version 2.0 is up")
+    tray.log_line("version 2.0 is confirmed")
     until_menu(watcher, "Version 2.0")
     found, *rest = [json.loads(line) for line in shown.read_text().splitlines()]
     assert found["messageText"] == "A new version of Zephyl is available!"

@@ -60,7 +60,7 @@ def has_ended_for_good(world, tray, updater):
 
 def goes_on_with_the_trial(start_tray):
     tray = start_tray()
-    tray.log_line("version 2.0 is up")
+    tray.log_line("version 2.0 is confirmed")
     assert tray.stop() == 0
     assert not any("rolling back" in line for line in tray.lines), tray.lines
 
@@ -169,7 +169,7 @@ def test_nobody_else_gets_the_lock_while_the_tray_restarts(world, start_tray, pu
     waiting = threading.Thread(target=wait_for_lock)
     waiting.start()
     try:
-        tray.log_line("version 2.0 is up")
+        tray.log_line("version 2.0 is confirmed")
         assert not got.is_set()
         assert (world.base / "tray.lock").read_text() == f"{tray.pid}\n"
     finally:

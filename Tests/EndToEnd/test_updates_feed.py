@@ -68,7 +68,7 @@ def test_a_feed_without_a_date_is_refused(publisher, updater):
                                 "-in", feed], check=True, capture_output=True).stdout
     publisher.server.answers[FEED] = (feed.read_bytes() + b"<!-- signature: " +
                                       base64.b64encode(signature) + b" -->\n")
-    assert updater.check() == {"failed": "The feed does not say when it was signed."}
+    assert updater.check() == {"failed": "The feed does not contain its date."}
 
 
 def test_the_tray_remembers_the_newest_feed(world, start_tray, publisher):
@@ -131,5 +131,5 @@ def test_a_newer_version_replaces_the_one_that_waits(world, start_tray, scripted
     assert not any("installing" in line for line in tray.lines)
     scripted_agent.answers["/api/activity"] = idle
     becomes_idle.set()
-    tray.log_line("version 3.0 is up", limit=20)
+    tray.log_line("version 3.0 is confirmed", limit=20)
     assert tray.stop() == 0

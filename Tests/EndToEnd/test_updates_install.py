@@ -56,7 +56,7 @@ def test_only_one_at_a_time_works_on_an_installation(world, publisher, updater, 
     try:
         eventually(lambda: reached)
         refused = updater.download(offer)
-        assert "under way already" in refused["failed"]
+        assert "already in progress" in refused["failed"]
         first.stdin.close()  # as when the user cancels, or the tray dies
         first.wait(5)
         assert b"Cancelled" in first.stdout.read()

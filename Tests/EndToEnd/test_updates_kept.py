@@ -65,7 +65,7 @@ def test_a_kept_archive_needs_a_good_signature_too(world, publisher, updater, re
     information = world.prefix / "share" / "zephyl-tray" / "Info.json"
     values = json.loads(information.read_text())
     information.write_text(json.dumps({**values, "SUPublicEDKey": other}))
-    assert "signature is not good" in updater.download(ready)["failed"]
+    assert "signature of the update is invalid" in updater.download(ready)["failed"]
     assert kept(updater) == []
 
 
@@ -121,7 +121,7 @@ def test_a_tray_that_quits_while_it_waits_installs_later_without_a_download(worl
 
         scripted_agent.answers["/api/activity"] = idle
         again = start_tray()
-        again.log_line("version 2.0 is up", limit=30)
+        again.log_line("version 2.0 is confirmed", limit=30)
         assert publisher.server.requests == [FEED, ARCHIVE, FEED]
         assert not list(world.prefix.parent.glob(".*.updates/archive-*"))
         assert again.stop() == 0

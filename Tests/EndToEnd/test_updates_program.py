@@ -97,11 +97,11 @@ def test_a_feed_without_a_good_signature_is_refused_unread(publisher, updater, a
     publisher.publish(archive, feed_keys=[key])
     strange = publisher.server.answers[FEED]
     for feed, reason in {
-            good.replace(b"2.0</version>", b"3.0</version>"): "signature is not good",
-            good.replace(b"signature: ", b"signature: A"): "signature is not good",
+            good.replace(b"2.0</version>", b"3.0</version>"): "signature of the feed is invalid",
+            good.replace(b"signature: ", b"signature: A"): "signature of the feed is invalid",
             good[:good.rindex(b"<!--")]: "not signed",
             good + b"<item/>\n": "not signed",
-            strange: "signature is not good",
+            strange: "signature of the feed is invalid",
             b"": "not signed",
             b"\x00\xff" * 1000: "not signed"}.items():
         publisher.server.answers[FEED] = feed
@@ -128,7 +128,7 @@ def test_a_feed_of_a_gigabyte_is_given_up(publisher, updater):
 
     publisher.server.answers[FEED] = flood
     began = time.monotonic()
-    refused_check(updater, "more than it should")
+    refused_check(updater, "more than expected")
     assert time.monotonic() - began < 5
     eventually(lambda: sum(sent) < 100e6)
 
@@ -158,7 +158,7 @@ def test_only_https_and_loopback_are_asked(world, updater, address):
 
 
 @pytest.mark.parametrize("address, reason", [
-    ("http://192.0.2.1/feed", "https alone"), ("file:///etc/passwd", "not an address")])
+    ("http://192.0.2.1/feed", "only over https"), ("file:///etc/passwd", "not an address")])
 def test_a_redirect_leads_nowhere_else(publisher, updater, address, reason):
     publisher.server.answers[FEED] = lambda handler: handler.reply(302, Location=address)
     refused_check(updater, reason)
@@ -166,7 +166,7 @@ def test_a_redirect_leads_nowhere_else(publisher, updater, address, reason):
 
 def test_redirects_come_to_an_end(publisher, updater):
     publisher.server.answers[FEED] = lambda handler: handler.reply(302, Location=FEED)
-    refused_check(updater, "without end")
+    refused_check(updater, "redirects too often")
     assert len(publisher.server.requests) == 6
 
 
@@ -175,7 +175,7 @@ def test_without_a_feed_or_a_key_nothing_is_contacted(world, publisher, updater,
     for missing in ("SUPublicEDKey", "SUFeedURL"):
         publisher.install()
         rewrite_information(world.prefix, **{missing: None})
-        assert "names no feed" in updater.check()["failed"] or "key" in updater.check()["failed"]
+        assert "has no feed address" in updater.check()["failed"] or "key" in updater.check()["failed"]
     assert publisher.server.requests == []
 
 
@@ -188,9 +188,10 @@ def test_other_bytes_than_were_signed_are_refused(publisher, updater, archive):
     offer = offer_of(updater)
     contents = archive.read_bytes()
     attacks = {
-        "a changed byte": (flipped(contents, len(contents) // 2), "signature is not good"),
-        "longer": (contents + b"x", "more than it should"),
-        "much longer": (contents * 50, "more than it should"),
+        "a changed byte": (flipped(contents, len(contents) // 2),
+                           "signature of the update is invalid"),
+        "longer": (contents + b"x", "more than expected"),
+        "much longer": (contents * 50, "more than expected"),
         "shorter": (contents[:-1], "shorter"),
         "nothing": (b"", "shorter"),
         "cut off": (lambda handler: (handler.send_response(200),
@@ -199,7 +200,7 @@ def test_other_bytes_than_were_signed_are_refused(publisher, updater, archive):
                                      handler.wfile.write(contents[:100])), "cannot be reached"),
         "missing": (lambda handler: handler.reply(404), "status 404"),
         "elsewhere": (lambda handler: handler.reply(302, Location="http://192.0.2.1/"),
-                      "https alone"),
+                      "only over https"),
     }
     for name, (answer, reason) in attacks.items():
         publisher.server.answers[ARCHIVE] = answer
@@ -214,12 +215,12 @@ def test_an_item_that_is_not_enough_to_trust_is_refused(publisher, updater, arch
     good = offer_of(updater)
 
     publisher.publish(archive, keys=[key], feed_keys=[publisher.key])
-    refused_download(updater, offer_of(updater), "signature is not good")
+    refused_download(updater, offer_of(updater), "signature of the update is invalid")
 
     for change, reason in [
             (lambda item: re.sub(r'edSignature="[^"]*"', "", item), "not signed"),
-            (lambda item: re.sub(r'sha256="[^"]*"', "", item), "bytes"),
-            (lambda item: re.sub(r'length="[^"]*"', "", item), "how long"),
+            (lambda item: re.sub(r'sha256="[^"]*"', "", item), "valid hash"),
+            (lambda item: re.sub(r'length="[^"]*"', "", item), "the size of the update"),
             (lambda item: re.sub(r'length="[^"]*"', 'length="99999999999"', item), "too large"),
             (lambda item: re.sub(r'url="http:[^"]*"', 'url="http://192.0.2.1/x"', item), "https")]:
         publisher.publish(archive, change=change)
@@ -227,7 +228,7 @@ def test_an_item_that_is_not_enough_to_trust_is_refused(publisher, updater, arch
 
     wrong_hash = {**good, "sha256": "0" * 64}
     publisher.publish(archive)
-    refused_download(updater, wrong_hash, "not what the feed says")
+    refused_download(updater, wrong_hash, "does not match the hash")
 
 
 def test_a_lower_version_is_refused_whoever_asks(publisher, updater):

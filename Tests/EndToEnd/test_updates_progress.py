@@ -137,7 +137,7 @@ def test_a_window_is_told_how_far_it_is_a_few_times_a_second(world, start_tray, 
     assert fractions == sorted(fractions) and fractions[0] < 0.5
     assert all(each["progress"]["text"].endswith(of_all) for each in told)
     assert 4 <= len(told) <= 4 * seconds + 2, (len(told), seconds)
-    tray.log_line("version 2.0 is up")
+    tray.log_line("version 2.0 is confirmed")
     assert sum("downloading" in line for line in tray.lines) == 1
     assert tray.stop() == 0
 
@@ -200,7 +200,7 @@ def test_a_download_that_nobody_asked_for_opens_no_window(world, start_tray, pub
     slow.may_go_on.set()
     tray = start_tray("--desktop")
     watcher.item()
-    tray.log_line("version 2.0 is up")
+    tray.log_line("version 2.0 is confirmed")
     assert shown() == []
     assert tray.stop() == 0
 
@@ -210,10 +210,10 @@ def test_without_a_desktop_the_log_tells_the_beginning_and_the_end(world, start_
     publisher.publish(publisher.pack(publisher.copy("2.0")))
     SlowArchive(publisher).may_go_on.set()
     tray = start_tray()
-    tray.log_line("version 2.0 is up")
+    tray.log_line("version 2.0 is confirmed")
     about = [line for line in tray.lines if "version 2.0" in line]
     assert about == [f"[tray] {line}" for line in (
         "version 2.0 is available", "downloading version 2.0",
         "version 2.0 is verified and ready to install", "installing version 2.0",
-        "restarting as version 2.0", "version 2.0 is up")]
+        "restarting as version 2.0", "version 2.0 is confirmed")]
     assert tray.stop() == 0

@@ -67,7 +67,7 @@ def test_a_version_that_comes_up_confirms_itself_with_nobody_watching(world, sta
                                                                      updater):
     install(publisher, updater, world)
     tray = start_tray()
-    tray.log_line("version 2.0 is up")
+    tray.log_line("version 2.0 is confirmed")
     is_up(tray, updater, "2.0")
     assert tray.stop() == 0
 
@@ -195,8 +195,8 @@ def test_without_a_version_to_return_to_the_new_one_goes_on(world, start_tray, p
     shutil.rmtree(updater.directory / "previous")
     put_on_trial(updater, starts=MAX_STARTS)
     tray = start_tray()
-    tray.log_line("could not return to the version before")
-    tray.log_line("version 2.0 is up")
+    tray.log_line("could not roll back to the previous version")
+    tray.log_line("version 2.0 is confirmed")
     is_up(tray, updater, "2.0")
     assert note(updater, "failed.json") is None
     assert tray.stop() == 0

@@ -72,7 +72,7 @@ def test_what_the_user_alone_can_change_is_run(world, start_tray):
     planted = world.root / "planted"
     plant(world, f"touch {planted}")
     tray = start_tray()
-    tray.log_line("could not return to the version before")
+    tray.log_line("could not roll back to the previous version")
     tray.log_line("No Rust agent binary found")
     assert tray.stop() == 0
     assert planted.exists()

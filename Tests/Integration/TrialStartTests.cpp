@@ -123,7 +123,7 @@ TEST_F(TrialStartTest, TriesOtherUpdatersAndStartsAllTheSameWhenNoneHelps) {
   const auto log = test::logOf([&] { returned = returns(); });
   EXPECT_FALSE(returned);
   EXPECT_EQ(told(), "opt/.zephyl.updates/staged " + command_ + "opt/zephyl " + command_);
-  EXPECT_NE(log.find("could not return to the version before"), std::string::npos);
+  EXPECT_NE(log.find("could not roll back to the previous version"), std::string::npos);
   EXPECT_TRUE(fileExists(files_.trial));
 }
 
@@ -154,7 +154,7 @@ TEST_F(TrialStartTest, RunsNothingInADirectoryThatOthersMayEnter) {
   for (const mode_t mode : {0777U, 0755U, 0710U}) {
     ASSERT_EQ(::chmod(files_.directory.c_str(), mode), 0);
     const auto log = test::logOf([&] { EXPECT_FALSE(returns()); });
-    EXPECT_EQ(log, "[tray] ignoring what is left of updates: " + files_.directory +
+    EXPECT_EQ(log, "[tray] ignoring the state directory of updates: " + files_.directory +
                        " is open to other users.\n");
   }
   EXPECT_EQ(told(), "");

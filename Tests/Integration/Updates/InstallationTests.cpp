@@ -107,7 +107,7 @@ TEST_F(InstallationTest, ReturnsToThePreviousVersion) {
   EXPECT_EQ(readMarker(files_.failed)->version, "2.0");
   EXPECT_FALSE(fileExists(files_.trial));
   EXPECT_FALSE(fileExists(files_.previous));
-  EXPECT_EQ(goBack().error().message, "No version is on trial.");
+  EXPECT_EQ(goBack().error().message, "No unconfirmed version is installed.");
   EXPECT_EQ(version(), "1.0");
 }
 
@@ -116,23 +116,23 @@ TEST_F(InstallationTest, RefusesWhatIsNotTheUpdateThatWasPromised) {
     const auto staged = stage(archive, "2.0");
     return staged ? "" : staged.error().message;
   };
-  EXPECT_EQ(refusal(archiveOf("2.1")), "The update says it is version 2.1, not 2.0.");
+  EXPECT_EQ(refusal(archiveOf("2.1")), "The update is version 2.1, not 2.0.");
   EXPECT_EQ(refusal(TestArchive().add("bin/zephyl-tray", "x").compressed()),
-            "The update does not say which version it is.");
+            "The update does not contain its version.");
   EXPECT_EQ(
       refusal(TestArchive().add("share/zephyl-tray/Info.json", information("2.0")).compressed()),
-      "The update holds no program.");
+      "The update contains no program.");
   EXPECT_EQ(refusal(TestArchive()
                         .add("bin/zephyl-tray", "", '2', "../share/zephyl-tray/Info.json")
                         .add("share/zephyl-tray/Info.json", information("2.0"))
                         .compressed()),
-            "The update holds no program.");
+            "The update contains no program.");
   EXPECT_EQ(refusal(TestArchive()
                         .add("bin/zephyl-tray", "x")
                         .add("share/zephyl-tray/Info.json",
                              information("2.0", "com.zephyl", "com.others"))
                         .compressed()),
-            "The update is another program.");
+            "The update belongs to another program.");
   EXPECT_EQ(stage(archiveOf("1.0"), "1.0").error().message,
             "Version 1.0 is not newer than 1.0, which is installed.");
   EXPECT_EQ(version(), "1.0");
@@ -158,7 +158,7 @@ TEST_F(InstallationTest, RefusesWhatCouldNotBeUpdatedInTurn) {
   EXPECT_EQ(refusal(usableKey, ""),
             "The update has no usable signing key: There is no signing key.");
   EXPECT_EQ(refusal("https://a.example/", "http://a.example/"),
-            "The update has no usable feed address: Updates are fetched over https alone, not from "
+            "The update has no usable feed address: Updates are fetched only over https, not from "
             "http://a.example/.");
   EXPECT_EQ(refusal("https://a.example/", ""),
             "The update has no usable feed address: \"\" is not an address.");
@@ -203,7 +203,7 @@ TEST_F(InstallationTest, TakesWhatIsLaidOutForThePreviousVersionOnlyWhenItIsOlde
   ASSERT_TRUE(swap("2.0"));
   ASSERT_TRUE(removePath(files_.previous));
   ASSERT_TRUE(stage(archiveOf("3.0"), "3.0"));
-  EXPECT_EQ(goBack().error().message, "There is no previous version to return to.");
+  EXPECT_EQ(goBack().error().message, "There is no previous version to roll back to.");
   EXPECT_EQ(version(), "2.0");
   EXPECT_FALSE(fileExists(files_.failed)) << "nothing was rolled back";
   // As an exchange leaves it that was cut off behind the exchange itself.

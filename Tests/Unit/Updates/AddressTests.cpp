@@ -25,7 +25,7 @@ TEST(UpdateAddress, NeverLeadsFromHttpsToPlainHttp) {
   EXPECT_TRUE(checkRedirect("http://127.0.0.1/a", encrypted).has_value());
   EXPECT_TRUE(checkRedirect(encrypted, "http://updates.example/a").has_error());
   EXPECT_EQ(checkRedirect(encrypted, "http://127.0.0.1/a").error().message,
-            "The server sends on from https to plain http.");
+            "The server redirects from https to plain http.");
 }
 
 }  // namespace

@@ -80,7 +80,7 @@ TEST(Archive, RefusesEverythingElse) {
   for (const char type : std::string("134567xgLKSVM")) {
     if (type == '5') continue;
     const auto all = contentsOf(TestArchive().add("a", "", type, "a").tar());
-    EXPECT_EQ(all.failure, "The archive holds something other than files: a") << type;
+    EXPECT_EQ(all.failure, "The archive contains an entry that is not a file: a") << type;
   }
   EXPECT_NE(contentsOf(TestArchive().add("a", "content", '5').tar()).failure, "");
   EXPECT_NE(contentsOf(TestArchive().add("a", "content", '2', "b").tar()).failure, "");
@@ -103,10 +103,9 @@ TEST(Archive, MustBeWhole) {
   const std::string whole = archive.open() + std::string(TestArchive::block, '\0');
   EXPECT_EQ(contentsOf(whole).failure, "");
   for (std::size_t length = 0; length < whole.size(); length += 100) {
-    EXPECT_EQ(contentsOf(whole.substr(0, length)).failure, "The archive stops in the middle.")
-        << length;
+    EXPECT_EQ(contentsOf(whole.substr(0, length)).failure, "The archive is truncated.") << length;
   }
-  EXPECT_EQ(contentsOf(archive.tar() + "x").failure, "The archive goes on behind its end.");
+  EXPECT_EQ(contentsOf(archive.tar() + "x").failure, "The archive continues after its end.");
 }
 
 TEST(Archive, IsPaddedWithAFewZerosOnly) {
@@ -114,15 +113,15 @@ TEST(Archive, IsPaddedWithAFewZerosOnly) {
   const std::string end(TestArchive::block, '\0');
   EXPECT_EQ(contentsOf(archive + end + std::string(maxArchivePadding, '\0')).failure, "");
   EXPECT_EQ(contentsOf(archive + end + std::string(maxArchivePadding + 1, '\0')).failure,
-            "The archive goes on behind its end.");
+            "The archive continues after its end.");
 }
 
 TEST(Archive, HoldsNoMoreThanIsSensible) {
   TestArchive many;
   for (std::size_t i = 0; i <= maxArchiveEntries; ++i) many.add("a", "");
-  EXPECT_EQ(contentsOf(many.tar()).failure, "The archive holds too many files.");
+  EXPECT_EQ(contentsOf(many.tar()).failure, "The archive contains too many files.");
   std::string huge = TestArchive().add("a", "").open();
-  EXPECT_EQ(contentsOf(huge + huge).failure, "The archive stops in the middle.");
+  EXPECT_EQ(contentsOf(huge + huge).failure, "The archive is truncated.");
 }
 
 TEST(Gzip, IsUnpackedAndMustBeWhole) {
@@ -133,7 +132,7 @@ TEST(Gzip, IsUnpackedAndMustBeWhole) {
   };
   EXPECT_EQ(unpacked(packed).failure, "");
   EXPECT_EQ(unpacked(packed).files[0].size(), 100'000U);
-  EXPECT_EQ(unpacked(packed + "x").failure, "The archive goes on behind its end.");
+  EXPECT_EQ(unpacked(packed + "x").failure, "The archive continues after its end.");
   for (std::size_t length = 0; length < packed.size(); length += 7) {
     EXPECT_NE(unpacked(packed.substr(0, length)).failure, "") << length;
   }

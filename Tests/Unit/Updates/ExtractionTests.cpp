@@ -43,7 +43,7 @@ TEST_F(ExtractionTest, CountsTheDirectoriesThatEntriesImply) {
   }
   const auto extracted = extract(archive.tar());
   ASSERT_TRUE(extracted.has_error());
-  EXPECT_EQ(extracted.error().message, "The archive holds too many directories.");
+  EXPECT_EQ(extracted.error().message, "The archive contains too many directories.");
 }
 
 TEST_F(ExtractionTest, CreatesADirectoryOnce) {

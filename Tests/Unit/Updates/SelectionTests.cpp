@@ -102,10 +102,10 @@ TEST(FeedDate, MustNotBeOlderThanTheNewestSeenBefore) {
   EXPECT_EQ(refusal(newest), "");
   EXPECT_EQ(refusal(newest + 1s), "");
   EXPECT_EQ(refusal(newest - 24h),
-            "The feed is stale: it was signed on 2026-11-20, and a newer one, of 2026-11-21, has "
-            "been seen before.");
+            "The feed is stale: it was signed on 2026-11-20, and a newer one, of 2026-11-21, "
+            "was seen before.");
   EXPECT_NE(refusal(newest - 1s), "");
-  EXPECT_EQ(refusal(std::nullopt), "The feed does not say when it was signed.");
+  EXPECT_EQ(refusal(std::nullopt), "The feed does not contain its date.");
   EXPECT_TRUE(checkFeedDate({.date = std::nullopt}, std::nullopt).has_error());
   EXPECT_EQ(checkFeedDate({.date = newest}, std::nullopt).value(), newest);
 }
@@ -133,15 +133,15 @@ TEST_F(SelectionTest, RefusesTheChosenOneWhenItCannotBeTrusted) {
   EXPECT_EQ(refusal(bad), "The update is not signed.");
   bad = item("6");
   bad.enclosures[0].sha256 = "abc";
-  EXPECT_EQ(refusal(bad), "The feed does not say what the update's bytes are.");
+  EXPECT_EQ(refusal(bad), "The feed does not contain a valid hash of the update.");
   bad = item("6");
   bad.enclosures[0].length = 0;
-  EXPECT_EQ(refusal(bad), "The feed does not say how long the update is.");
+  EXPECT_EQ(refusal(bad), "The feed does not contain the size of the update.");
   bad.enclosures[0].length = std::int64_t{1} << 40;
   EXPECT_EQ(refusal(bad), "The update is too large.");
   bad = item("6");
   bad.enclosures[0].url = "http://a.example/6";
-  EXPECT_EQ(refusal(bad), "Updates are fetched over https alone, not from http://a.example/6.");
+  EXPECT_EQ(refusal(bad), "Updates are fetched only over https, not from http://a.example/6.");
 }
 
 TEST_F(SelectionTest, ShowsWhatIsHiddenInReleaseNotes) {

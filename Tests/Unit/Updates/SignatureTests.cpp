@@ -85,13 +85,13 @@ TEST(SignedFeed, IsReadUpToItsLastLine) {
   EXPECT_EQ(refusal(good + "<item/>\n"), "The feed is not signed.");
   EXPECT_EQ(refusal(""), "The feed is not signed.");
   EXPECT_EQ(refusal("\n<!-- signature: -->\n"), "The feed is not signed.");
-  EXPECT_EQ(refusal("x" + good), "The feed's signature is not good.");
-  EXPECT_EQ(refusal(signedBy(other.signBase64(contents))), "The feed's signature is not good.");
-  EXPECT_EQ(refusal(signedBy("")), "The feed's signature is not good.");
+  EXPECT_EQ(refusal("x" + good), "The signature of the feed is invalid.");
+  EXPECT_EQ(refusal(signedBy(other.signBase64(contents))), "The signature of the feed is invalid.");
+  EXPECT_EQ(refusal(signedBy("")), "The signature of the feed is invalid.");
   std::string many;
   for (int i = 0; i < 8; ++i) many += "QUJD ";
   EXPECT_EQ(refusal(signedBy(many + key.signBase64(contents))),
-            "The feed's signature is not good.");
+            "The signature of the feed is invalid.");
 }
 
 }  // namespace

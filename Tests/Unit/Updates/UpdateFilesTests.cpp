@@ -61,16 +61,16 @@ TEST_F(UpdateFilesTest, AreNotTrustedInADirectoryOfAnotherUser) {
 
 TEST_F(UpdateFilesTest, LoseANoteThatCannotBeDecoded) {
   ASSERT_TRUE(createDirectories(files_.directory, 0700));
-  EXPECT_FALSE(removeUndecodableNote(files_.trial));
+  EXPECT_FALSE(removeUndecodableMarker(files_.trial));
   for (const auto* damaged : {"", "{", "[]", R"({"version": 2})"}) {
     directory_.write("opt/.zephyl.updates/trial.json", damaged);
-    EXPECT_TRUE(removeUndecodableNote(files_.trial)) << damaged;
+    EXPECT_TRUE(removeUndecodableMarker(files_.trial)) << damaged;
     EXPECT_FALSE(fileExists(files_.trial)) << damaged;
   }
   ASSERT_TRUE(writeMarker(
       files_.trial,
       {.version = "2.0", .displayVersion = "2", .starts = 1, .endedProcess = 7, .feedDate = 8}));
-  EXPECT_FALSE(removeUndecodableNote(files_.trial));
+  EXPECT_FALSE(removeUndecodableMarker(files_.trial));
   const auto note = readMarker(files_.trial);
   ASSERT_TRUE(note);
   EXPECT_EQ(note->starts, 1);

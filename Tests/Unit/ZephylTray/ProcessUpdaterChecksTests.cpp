@@ -200,7 +200,7 @@ TEST_F(ProcessUpdaterTest, ChecksWhenItIsDueAfterASuspend) {
   settings().setLastCheck(now());
   start();
   runtime_.clock.setCalendar(25h);
-  runtime_.advance(ProcessUpdater::lookInterval);
+  runtime_.advance(ProcessUpdater::maxTimerInterval);
   EXPECT_EQ(runs(), 1U);
 }
 
@@ -243,7 +243,7 @@ TEST_F(ProcessUpdaterTest, DoesNotConfirmAVersionThatItIsNot) {
     runtime_.advance(10s);
   });
   EXPECT_TRUE(fileExists(files_.trial));
-  EXPECT_EQ(log, "[tray] version 2.0 is on trial, but this process is not that version\n");
+  EXPECT_EQ(log, "[tray] version 2.0 is unconfirmed, but this process runs another version\n");
 }
 
 }  // namespace

@@ -161,7 +161,7 @@ TEST_F(ProcessUpdaterTest, TellsAUserThatNothingWasFoundOrWentWrong) {
   press("OK");
   EXPECT_TRUE(controller_->canCheckForUpdates());
   controller_->checkForUpdates();
-  report(UpdateFailed{"The feed's signature is not good."});
+  report(UpdateFailed{"The signature of the feed is invalid."});
   EXPECT_EQ(shown(), "Update Error!");
   EXPECT_NE(dialogs_.alerts().back().informativeText.find("signature"), std::string::npos);
   press("OK");

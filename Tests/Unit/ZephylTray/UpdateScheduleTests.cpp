@@ -83,11 +83,11 @@ TEST(UpdateSettings, KnowSinceWhenChecksShouldHaveSucceeded) {
   EXPECT_EQ(settings().lastSuccess(now + 1h), now);
   settings().setLastCheck(now + 2h);
   EXPECT_EQ(settings().lastSuccess(now + 3h), now + 2h);
-  EXPECT_FALSE(settings().missingChecksTold());
-  settings().setMissingChecksTold(true);
-  EXPECT_TRUE(settings().missingChecksTold());
-  settings().setMissingChecksTold(false);
-  EXPECT_FALSE(settings().missingChecksTold());
+  EXPECT_FALSE(settings().missingChecksReported());
+  settings().setMissingChecksReported(true);
+  EXPECT_TRUE(settings().missingChecksReported());
+  settings().setMissingChecksReported(false);
+  EXPECT_FALSE(settings().missingChecksReported());
 }
 
 TEST(UpdateSettings, DrawTheGroupOfAPhasedRollOutOnce) {

@@ -17,7 +17,7 @@ constexpr unsigned ownerMayExecute = 0100;
 
 using Block = std::array<char, blockSize>;
 
-/// Where the fields of a header are.
+/// The position of a field in a header.
 struct Field {
   std::size_t offset;
   std::size_t size;
@@ -35,7 +35,7 @@ std::string_view rawText(const Block& block, Field field) {
   return {block.data() + field.offset, field.size};
 }
 
-/// Up to the first null byte, if there is one.
+/// Returns the text up to the first null byte, if there is one.
 std::string_view text(const Block& block, Field field) {
   const auto raw = rawText(block, field);
   return raw.substr(0, raw.find('\0'));
@@ -57,7 +57,7 @@ bool isEmpty(const Block& block) {
   return std::ranges::all_of(block, [](char byte) { return byte == '\0'; });
 }
 
-/// The sum of all bytes, those of the sum itself counted as spaces.
+/// Compares the checksum, in which the bytes of the checksum itself count as spaces.
 bool hasGoodChecksum(const Block& block) {
   std::int64_t sum = 0;
   for (std::size_t i = 0; i < blockSize; ++i) {
@@ -94,7 +94,7 @@ Result<ArchiveEntry> parseHeader(const Block& block) {
   }
   const std::string name = nameOf(block);
   const auto kind = kindOf(block.at(typeField.offset));
-  if (!kind) return Error{"The archive holds something other than files: ", visible(name)};
+  if (!kind) return Error{"The archive contains an entry that is not a file: ", visible(name)};
   auto path = safePath(name);
   if (!path) return path.error();
   const auto mode = number(block, modeField);
@@ -106,7 +106,7 @@ Result<ArchiveEntry> parseHeader(const Block& block) {
                      .executable = (static_cast<unsigned>(*mode) & ownerMayExecute) != 0,
                      .size = isFile ? *size : 0};
   if (entry.path.empty() && *kind != ArchiveEntry::Kind::directory) {
-    return Error{"The archive holds something without a name."};
+    return Error{"The archive contains an entry without a name."};
   }
   if (!isFile && *size != 0) return Error{"The archive is damaged."};
   if (*kind == ArchiveEntry::Kind::link) {
@@ -139,8 +139,9 @@ Result<std::optional<ArchiveEntry>> ArchiveReader::next() {
   }
   auto entry = parseHeader(block);
   if (!entry) return entry.error();
-  if (++entries_ > maxArchiveEntries) return Error{"The archive holds too many files."};
-  if (entry->size > maxUnpackedBytes - total_) return Error{"The archive holds too much."};
+  if (++entries_ > maxArchiveEntries) return Error{"The archive contains too many files."};
+  if (entry->size > maxUnpackedBytes - total_)
+    return Error{"The archive is too large when unpacked."};
   total_ += entry->size;
   left_ = entry->size;
   padding_ = (static_cast<std::int64_t>(blockSize) - left_ % static_cast<std::int64_t>(blockSize)) %
@@ -153,7 +154,7 @@ Result<std::size_t> ArchiveReader::read(std::span<char> into) {
   if (wanted == 0) return std::size_t{0};
   auto count = source_.read(into.first(static_cast<std::size_t>(wanted)));
   if (!count) return count;
-  if (*count == 0) return Error{"The archive stops in the middle."};
+  if (*count == 0) return Error{"The archive is truncated."};
   left_ -= static_cast<std::int64_t>(*count);
   return count;
 }
@@ -162,7 +163,7 @@ Result<void> ArchiveReader::readWhole(std::span<char> into) {
   while (!into.empty()) {
     const auto count = source_.read(into);
     if (!count) return count.error();
-    if (*count == 0) return Error{"The archive stops in the middle."};
+    if (*count == 0) return Error{"The archive is truncated."};
     into = into.subspan(*count);
   }
   return {};
@@ -177,8 +178,8 @@ Result<void> ArchiveReader::skipRest() {
   return readWhole(std::span(block).first(padding));
 }
 
-/// Behind the first empty block there may be nothing but zeros, and not many of them: a few bytes
-/// of gzip can hold a million.
+/// After the first empty block, only a limited number of zeros is permitted, because a few bytes of
+/// gzip can expand to a million.
 Result<void> ArchiveReader::finish() {
   Block block{};
   for (std::size_t padding = 0;;) {
@@ -188,12 +189,14 @@ Result<void> ArchiveReader::finish() {
     if (*count == 0) return {};
     padding += *count;
     if (!isEmpty(block) || padding > maxArchivePadding)
-      return Error{"The archive goes on behind its end."};
+      return Error{"The archive continues after its end."};
   }
 }
 
 Result<std::string> safePath(std::string_view name) {
-  const auto refused = [&] { return Error{"The archive holds a bad path: ", visible(name)}; };
+  const auto refused = [&] {
+    return Error{"The archive contains an invalid path: ", visible(name)};
+  };
   std::string_view path = name;
   if (path == "." || path == "./") return std::string();
   if (path.starts_with("./")) path.remove_prefix(2);
@@ -210,12 +213,12 @@ Result<std::string> safePath(std::string_view name) {
 
 Result<void> checkLink(std::string_view path, std::string_view target) {
   const auto refused = [&] {
-    return Error{"The archive holds a link that leads out: ", visible(path), " to ",
+    return Error{"The archive contains a link to a path outside of it: ", visible(path), " to ",
                  visible(target)};
   };
   if (target.empty() || target.size() > maxPath || !isPlain(target)) return refused();
-  // Behind ".." at the beginning come real directories, into which `path` was unpacked. Further
-  // on, ".." might step out of whatever another link leads to.
+  // Leading ".." parts lead to real directories, into which `path` was unpacked. A later ".." could
+  // leave the target of another link.
   auto depth = std::ranges::count(path, '/');
   while (target.starts_with("../")) {
     if (depth-- == 0) return refused();

@@ -17,7 +17,7 @@ namespace {
 
 constexpr std::size_t chunk = std::size_t{64} << 10;
 constexpr mode_t plainMode = 0644;
-constexpr mode_t openMode = 0755;  // of directories and executable files
+constexpr mode_t openMode = 0755;  // for directories and executable files
 
 Result<void> writeAll(const FileDescriptor& file, std::string_view bytes, std::string_view path) {
   while (!bytes.empty()) {
@@ -29,7 +29,7 @@ Result<void> writeAll(const FileDescriptor& file, std::string_view bytes, std::s
   return {};
 }
 
-/// Unpacks one archive. All paths are relative to the directory that it unpacks into.
+/// Unpacks one archive. All paths are relative to the target directory.
 class Unpacker {
  public:
   Unpacker(ArchiveReader& reader, const FileDescriptor& root, std::size_t maxDirectories)
@@ -41,7 +41,8 @@ class Unpacker {
       return made ? Result<void>() : made.error();
     }
     if (!belongsToProgram(entry.path)) {
-      return Error{"The archive holds what does not belong to this program: ", entry.path};
+      return Error{"The archive contains a file that does not belong to this program: ",
+                   entry.path};
     }
     const auto slash = entry.path.rfind('/');
     const auto parent = slash == std::string::npos ? "" : entry.path.substr(0, slash);
@@ -56,7 +57,7 @@ class Unpacker {
   }
 
  private:
-  /// Opens a directory and creates what is missing of its path, never through a link.
+  /// Opens a directory and creates missing parts of its path. Never follows a link.
   Result<FileDescriptor> openDirectory(std::string_view path) {
     constexpr int flags = O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
     FileDescriptor current(::openat(root_.get(), ".", flags));
@@ -69,7 +70,7 @@ class Unpacker {
       if (made && ::fchmod(next.get(), openMode) != 0) return systemError(path, errno);
       // An entry can imply a hundred directories, which the reader does not count.
       if (made && ++directories_ > maxDirectories_) {
-        return Error{"The archive holds too many directories."};
+        return Error{"The archive contains too many directories."};
       }
       current = std::move(next);
     }

@@ -8,10 +8,9 @@
 
 namespace zephyl {
 
-/// Unpacks all that `reader` holds into the directory `into`, which is empty. Nothing is ever
-/// written through a link, and nothing is overwritten: an entry that is there already is an error.
-/// Directories and executable files get mode 0755, other files 0644. Fails before a file would fill
-/// the disk.
+/// Unpacks all entries of `reader` into the empty directory `into`. Never writes through a link and
+/// never overwrites: an existing entry is an error. Directories and executable files get mode 0755,
+/// other files 0644. Fails before a file would fill the disk.
 Result<void> unpack(ArchiveReader& reader, const FileDescriptor& into,
                     std::size_t maxDirectories = maxArchiveEntries);
 

@@ -21,7 +21,7 @@ Result<void> checkSpace(std::int64_t needed, std::int64_t available) {
 Result<void> checkFreeSpace(const FileDescriptor& at, std::int64_t needed) {
   struct statvfs status {};
   if (::fstatvfs(at.get(), &status) != 0) return systemError("free space", errno);
-  constexpr double most = 1e18;  // well within the integer below
+  constexpr double most = 1e18;  // fits into the integer below
   const double available =
       static_cast<double>(status.f_bavail) * static_cast<double>(status.f_frsize);
   return checkSpace(needed, static_cast<std::int64_t>(std::min(available, most)));

@@ -16,8 +16,8 @@ struct GzipSource::State {
 
 GzipSource::GzipSource(std::string_view compressed) : state_(std::make_unique<State>()) {
   state_->left = compressed;
-  constexpr int gzipAlone = 16;
-  state_->usable = ::inflateInit2(&state_->stream, MAX_WBITS + gzipAlone) == Z_OK;
+  constexpr int gzipOnly = 16;
+  state_->usable = ::inflateInit2(&state_->stream, MAX_WBITS + gzipOnly) == Z_OK;
 }
 
 GzipSource::~GzipSource() {
@@ -32,7 +32,7 @@ Result<std::size_t> GzipSource::read(std::span<char> into) {
   const auto input = std::min(state.left.size(), most);
   const auto output = std::min(into.size(), most);
   z_stream& stream = state.stream;
-  // The interface of zlib is older than const; it does not write to its input.
+  // The interface of zlib is older than const. It does not write to its input.
   stream.next_in =
       reinterpret_cast<Bytef*>(const_cast<char*>(state.left.data()));  // NOLINT(*-const-cast)
   stream.avail_in = static_cast<uInt>(input);
@@ -43,7 +43,7 @@ Result<std::size_t> GzipSource::read(std::span<char> into) {
   const std::size_t count = output - stream.avail_out;
   if (outcome == Z_STREAM_END) {
     state.ended = true;
-    if (!state.left.empty()) return Error{"The archive goes on behind its end."};
+    if (!state.left.empty()) return Error{"The archive continues after its end."};
     return count;
   }
   if (outcome != Z_OK || count == 0) return Error{"The archive is damaged."};

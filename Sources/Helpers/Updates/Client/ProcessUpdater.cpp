@@ -50,10 +50,11 @@ ProcessUpdater::ProcessUpdater(const Runtime& runtime, Dialogs& dialogs, UpdateS
       setup_(std::move(setup)),
       delegate_(std::move(delegate)),
       self_(std::make_shared<ProcessUpdater*>(this)) {
-  static_cast<void>(setup_.settings.lastSuccess(now()));  // from now on checks may be missing
+  static_cast<void>(
+      setup_.settings.lastSuccess(now()));  // records the time from which checks may be missing
   confirmIfUnconfirmed();
   reportFailedVersion();
-  planFirstCheck();
+  scheduleFirstCheck();
 }
 
 ProcessUpdater::~ProcessUpdater() = default;
@@ -68,7 +69,7 @@ void ProcessUpdater::startSession(UpdateSession::Trigger trigger) {
   UpdateSession::Events events;
   events.checked =
       weakly(self_, [trigger](ProcessUpdater* self, const std::optional<std::string>& failure) {
-        self->checkEnded(trigger, failure);
+        self->handleCheckEnd(trigger, failure);
       });
   events.ended = weakly(self_, [trigger](ProcessUpdater* self, UpdateSession::Outcome outcome) {
     self->endSession(trigger, outcome);
@@ -84,45 +85,45 @@ void ProcessUpdater::endSession(UpdateSession::Trigger trigger, UpdateSession::O
   notifyObservers();
   const bool failed = outcome == UpdateSession::Outcome::failed;
   if (failed && trigger == UpdateSession::Trigger::schedule) {
-    return plan(untilRetry(setup_.settings.checkInterval(), setup_.random()));
+    return schedule(untilRetry(setup_.settings.checkInterval(), setup_.random()));
   }
-  planNextCheck();
+  scheduleNextCheck();
 }
 
-/// Plans the next check for the case that the session now waits; its end plans again.
-void ProcessUpdater::checkEnded(UpdateSession::Trigger trigger,
-                                const std::optional<std::string>& failure) {
+/// Schedules the next check in case the session waits now. The end of the session schedules again.
+void ProcessUpdater::handleCheckEnd(UpdateSession::Trigger trigger,
+                                    const std::optional<std::string>& failure) {
   if (failure) {
-    // A user who asked for a check is shown its failure, but not that of a later recheck.
+    // A failure is shown to a user who requested the check, but not the failure of a later recheck.
     const bool isShown = trigger == UpdateSession::Trigger::user && !session_->isWaiting();
     if (!isShown) reportMissingChecks(*failure);
-    return plan(untilRetry(setup_.settings.checkInterval(), setup_.random()));
+    return schedule(untilRetry(setup_.settings.checkInterval(), setup_.random()));
   }
-  setup_.settings.setMissingChecksTold(false);
-  planNextCheck();
+  setup_.settings.setMissingChecksReported(false);
+  scheduleNextCheck();
 }
 
 void ProcessUpdater::notifyObservers() {
   for (const auto& observer : Observers(*observers_)) (*observer)(canCheckForUpdates());
 }
 
-/// An update that was ready when the tray ended last does not wait for the next daily check.
-void ProcessUpdater::planFirstCheck() {
+/// An update that was ready when the tray ended must not wait for the next daily check.
+void ProcessUpdater::scheduleFirstCheck() {
   const auto files = UpdateFiles::trusted(setup_.prefix);
-  if (!files || !isDirectory(files->staged)) return planNextCheck();
-  plan(untilNextCheck(std::nullopt, now(), setup_.settings.checkInterval(), setup_.random()));
+  if (!files || !isDirectory(files->staged)) return scheduleNextCheck();
+  schedule(untilNextCheck(std::nullopt, now(), setup_.settings.checkInterval(), setup_.random()));
 }
 
-void ProcessUpdater::planNextCheck() {
-  plan(untilNextCheck(setup_.settings.lastCheck(), now(), setup_.settings.checkInterval(),
-                      setup_.random()));
+void ProcessUpdater::scheduleNextCheck() {
+  schedule(untilNextCheck(setup_.settings.lastCheck(), now(), setup_.settings.checkInterval(),
+                          setup_.random()));
 }
 
-void ProcessUpdater::plan(std::chrono::milliseconds delay) {
+void ProcessUpdater::schedule(std::chrono::milliseconds delay) {
   due_ = runtime_.clock.calendarNow() + delay;
   dueInstant_ = runtime_.clock.now() + delay;
   scheduleTimer_ =
-      runtime_.mainLoop.after(runtime_.clock, std::min<Duration>(delay, lookInterval),
+      runtime_.mainLoop.after(runtime_.clock, std::min<Duration>(delay, maxTimerInterval),
                               weakly(self_, [](ProcessUpdater* self) { self->checkSchedule(); }));
 }
 
@@ -130,10 +131,10 @@ void ProcessUpdater::checkSchedule() {
   using std::chrono::milliseconds;
   const auto left = std::chrono::ceil<milliseconds>(
       std::min<Duration>(due_ - runtime_.clock.calendarNow(), dueInstant_ - runtime_.clock.now()));
-  if (left > milliseconds::zero()) return plan(left);
+  if (left > milliseconds::zero()) return schedule(left);
   if (!session_) return startSession(UpdateSession::Trigger::schedule);
-  if (session_->isWaiting()) return session_->recheck();  // whose end plans the next
-  plan(std::chrono::floor<milliseconds>(lookInterval));
+  if (session_->isWaiting()) return session_->recheck();  // its end schedules the next check
+  schedule(std::chrono::floor<milliseconds>(maxTimerInterval));
 }
 
 std::chrono::sys_seconds ProcessUpdater::now() const {
@@ -142,42 +143,42 @@ std::chrono::sys_seconds ProcessUpdater::now() const {
 
 void ProcessUpdater::confirmIfUnconfirmed() {
   const auto files = UpdateFiles::trusted(setup_.prefix);
-  const auto note = files ? readMarker(files->trial) : std::nullopt;
-  if (!note) return;
-  if (note->version != setup_.version) {
-    return log("version {} is on trial, but this process is not that version",
-               note->displayVersion);
+  const auto marker = files ? readMarker(files->trial) : std::nullopt;
+  if (!marker) return;
+  if (marker->version != setup_.version) {
+    return log("version {} is unconfirmed, but this process runs another version",
+               marker->displayVersion);
   }
   trialTimer_ = runtime_.mainLoop.after(runtime_.clock, settleTime, [path = files->trial] {
     const auto removed = removePath(path);
-    if (removed) log("version {} is up", Updater::currentVersion());
+    if (removed) log("version {} is confirmed", Updater::currentVersion());
     if (!removed) log("could not confirm the update: {}", removed.error().message);
   });
 }
 
 void ProcessUpdater::reportFailedVersion() {
   const auto files = UpdateFiles::trusted(setup_.prefix);
-  auto note = files ? readMarker(files->failed) : std::nullopt;
-  if (!note || note->told) return;
-  log("version {} failed to start; version {} was restored", note->displayVersion,
+  auto marker = files ? readMarker(files->failed) : std::nullopt;
+  if (!marker || marker->told) return;
+  log("version {} failed to start; version {} was restored", marker->displayVersion,
       Updater::currentVersion());
-  note->told = true;
+  marker->told = true;
   if (const auto newest = setup_.settings.newestFeedDate(Updater::feedAddress())) {
-    note->feedDate = newest->time_since_epoch().count();
+    marker->feedDate = newest->time_since_epoch().count();
   }
-  if (const auto written = writeMarker(files->failed, *note); !written) {
-    log("{}", written.error().message);
+  if (const auto written = writeMarker(files->failed, *marker); !written) {
+    log("could not record the failed version: {}", written.error().message);
   }
   failureDialog_ = dialogs_.presentAlert(
-      alerts::updateRolledBack(note->displayVersion, Updater::currentVersion()),
+      alerts::updateRolledBack(marker->displayVersion, Updater::currentVersion()),
       [](const std::optional<AlertAnswer>&) {});
 }
 
 void ProcessUpdater::reportMissingChecks(const std::string& reason) {
   const bool tooLong = setup_.settings.lastSuccess(now()) < now() - missingChecksTimeout;
-  if (!tooLong || setup_.settings.missingChecksTold()) return;
+  if (!tooLong || setup_.settings.missingChecksReported()) return;
   log("no check for updates has succeeded for four weeks");
-  setup_.settings.setMissingChecksTold(true);
+  setup_.settings.setMissingChecksReported(true);
   missingChecksDialog_ = dialogs_.presentAlert(alerts::updateChecksMissing(reason),
                                                [](const std::optional<AlertAnswer>&) {});
 }

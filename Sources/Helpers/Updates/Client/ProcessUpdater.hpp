@@ -15,22 +15,22 @@ namespace zephyl {
 
 class Bundle;
 
-/// The update framework of Linux. Schedule and windows are in this process; everything that uses
-/// the network, the feed or an archive is in zephyl-tray-updater, which runs only while it is
-/// needed.
+/// The update framework of Linux. This process contains the schedule and the windows. The network,
+/// the feed and archives are handled by zephyl-tray-updater, which runs only when needed.
 ///
-/// Checks for updates when the settings (UpdateSchedule.hpp) say so, also while an installation
-/// waits. Confirms an unconfirmed version (see UpdateFiles) when it has run for `settleTime`;
-/// otherwise the updater that watches rolls it back. Tells the user once about a version that was
-/// rolled back, and once when no check has succeeded for `missingChecksTimeout`. Main thread.
+/// Checks for updates as the settings (UpdateSchedule.hpp) require, also while an installation
+/// waits. Confirms an unconfirmed version (see UpdateFiles) after it has run for `settleTime`.
+/// Otherwise the watching updater rolls it back. Notifies the user once about a version that was
+/// rolled back, and once if no check has succeeded for `missingChecksTimeout`. Main thread only.
 class ProcessUpdater final : public UpdaterController {
  public:
   static constexpr Duration settleTime = std::chrono::seconds(1);
-  /// The longest time between two checks of the schedule, because timers stop while the computer is
-  /// suspended.
-  static constexpr Duration lookInterval = std::chrono::hours(1);
+  /// The longest time between two checks of the schedule. It is limited because timers stop while
+  /// the computer is suspended.
+  static constexpr Duration maxTimerInterval = std::chrono::hours(1);
 
-  /// What `runtime` refers to, and `dialogs`, outlive the controllers that it makes.
+  /// The objects that `runtime` refers to, and `dialogs`, must outlive the controllers that the
+  /// factory creates.
   static UpdaterFactory factory(const Runtime& runtime, Dialogs& dialogs, UpdateSetup setup);
 
   ProcessUpdater(const Runtime& runtime, Dialogs& dialogs, UpdateSetup setup,
@@ -50,12 +50,12 @@ class ProcessUpdater final : public UpdaterController {
 
   void startSession(UpdateSession::Trigger trigger);
   void endSession(UpdateSession::Trigger trigger, UpdateSession::Outcome outcome);
-  void checkEnded(UpdateSession::Trigger trigger, const std::optional<std::string>& failure);
+  void handleCheckEnd(UpdateSession::Trigger trigger, const std::optional<std::string>& failure);
   void notifyObservers();
 
-  void plan(std::chrono::milliseconds delay);
-  void planFirstCheck();
-  void planNextCheck();
+  void schedule(std::chrono::milliseconds delay);
+  void scheduleFirstCheck();
+  void scheduleNextCheck();
   void checkSchedule();
   [[nodiscard]] std::chrono::sys_seconds now() const;
 
@@ -67,20 +67,23 @@ class ProcessUpdater final : public UpdaterController {
   Dialogs& dialogs_;
   const UpdateSetup setup_;
   const std::weak_ptr<UpdateDelegate> delegate_;
-  const std::shared_ptr<ProcessUpdater*> self_;  // expires with this
+  const std::shared_ptr<ProcessUpdater*>
+      self_;  // weakly held by callbacks, so that they end with this
   std::shared_ptr<Observers> observers_ = std::make_shared<Observers>();
   std::shared_ptr<UpdateSession> session_;
   Dialogs::Handle failureDialog_;
   Dialogs::Handle missingChecksDialog_;
-  std::chrono::system_clock::time_point due_;  // whichever comes first: the calendar counts time
-  Instant dueInstant_;                         // in suspend, the other cannot be set back
+  std::chrono::system_clock::time_point
+      due_;             // the next check is due at the earlier of both times: the
+  Instant dueInstant_;  // calendar advances in suspend, the other cannot be set back
   Timer scheduleTimer_;
   Timer trialTimer_;
 };
 
-/// Where zephyl-tray-updater is: beside the tray's executable, or in <prefix>/libexec/zephyl-tray.
+/// Returns the path of zephyl-tray-updater: beside the tray's executable, or in
+/// <prefix>/libexec/zephyl-tray.
 std::string updaterProgram(const Bundle& bundle);
-/// The directory above the executable's; empty when that is not in a directory "bin".
+/// Returns the directory above the executable's "bin" directory, or empty if it is not in one.
 std::string installationPrefix(const Bundle& bundle);
 
 }  // namespace zephyl

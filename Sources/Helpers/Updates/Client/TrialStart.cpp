@@ -29,8 +29,8 @@ namespace {
 
 using std::chrono::steady_clock;
 
-/// Starts a program with a descriptor as its input, no signal blocked, as the leader of a process
-/// group. Returns 0 if that fails.
+/// Starts a program with a descriptor as its input, without blocked signals, as the leader of a
+/// process group. Returns 0 on failure.
 pid_t spawnReading(const std::string& program, const FileDescriptor& input) {
   posix_spawn_file_actions_t actions{};
   posix_spawn_file_actions_init(&actions);
@@ -51,7 +51,7 @@ pid_t spawnReading(const std::string& program, const FileDescriptor& input) {
   return failure == 0 ? child : 0;
 }
 
-/// Waits for the end of a child until `deadline`.
+/// Waits for the end of a child until `deadline`. Returns whether it has ended.
 bool endsInTime(pid_t child, steady_clock::time_point deadline) {
   using std::chrono::milliseconds;
   const FileDescriptor process(static_cast<int>(::syscall(SYS_pidfd_open, child, 0)));
@@ -72,7 +72,7 @@ bool runUpdater(const std::string& program, const UpdateCommand& command,
   const FileDescriptor input(ends[0]);
   FileDescriptor output(ends[1]);
   const std::string line = json::compact(json::encode(command)) + "\n";
-  // The line fits into the pipe, so this does not wait for a reader.
+  // The line fits into the pipe's buffer, so the write does not block.
   if (::write(output.get(), line.data(), line.size()) < 0) return false;
   output.reset();
   const pid_t child = spawnReading(program, input);
@@ -87,7 +87,7 @@ bool runUpdater(const std::string& program, const UpdateCommand& command,
   return WIFEXITED(status) && WEXITSTATUS(status) == 0;
 }
 
-/// Returns whether another version is installed now, whatever the updater programs report.
+/// Returns whether another version is installed now, regardless of the updater programs' reports.
 bool rollBack(const Bundle& bundle, const UpdateFiles& files, const std::string& onTrial) {
   const UpdateCommand command = RollBackCommand{.prefix = files.prefix};
   const auto deadline = steady_clock::now() + trialStartTimeout;
@@ -102,32 +102,32 @@ bool rollBack(const Bundle& bundle, const UpdateFiles& files, const std::string&
   return false;
 }
 
-/// Returns the files of updates if they may be trusted, and logs why if they must not be.
+/// Returns the files of updates, or nullopt and logs the reason if they must not be trusted.
 std::optional<UpdateFiles> filesOfUpdates(const std::string& prefix) {
   if (prefix.empty()) return std::nullopt;
   if (const auto reason = UpdateFiles::of(prefix).reasonForDistrust()) {
-    log("ignoring what is left of updates: {}", *reason);
+    log("ignoring the state directory of updates: {}", *reason);
     return std::nullopt;
   }
   return UpdateFiles::trusted(prefix);
 }
 
-void countStart(const UpdateFiles& files, UpdateMarker note) {
-  ++note.starts;
-  if (const auto written = writeMarker(files.trial, note); !written) {
-    log("could not count the start of version {}: {}", note.displayVersion,
+void countStart(const UpdateFiles& files, UpdateMarker marker) {
+  ++marker.starts;
+  if (const auto written = writeMarker(files.trial, marker); !written) {
+    log("could not count the start of version {}: {}", marker.displayVersion,
         written.error().message);
   }
 }
 
-/// Removes a note that an interrupted installation or rollback has left behind: it names a version
-/// that is not installed. An updater at work holds the lock, and may be about to install it.
-void removeOldNote(const UpdateFiles& files, const Bundle& bundle) {
+/// Removes the marker of an interrupted installation or rollback, which names a version that is not
+/// installed. A running updater holds the lock and may be about to install that version.
+void removeStaleMarker(const UpdateFiles& files, const Bundle& bundle) {
   const FileDescriptor lock(
       ::open(files.lock.c_str(), O_RDWR | O_CREAT | O_NOFOLLOW | O_CLOEXEC, S_IRUSR | S_IWUSR));
   if (!lock || ::flock(lock.get(), LOCK_EX | LOCK_NB) != 0) return;
-  const auto note = readMarker(files.trial);
-  if (note && note->version != installedVersion(bundle)) {
+  const auto marker = readMarker(files.trial);
+  if (marker && marker->version != installedVersion(bundle)) {
     static_cast<void>(removePath(files.trial));
   }
 }
@@ -137,35 +137,35 @@ void removeOldNote(const UpdateFiles& files, const Bundle& bundle) {
 bool rollBackIfUnconfirmed(const Bundle& bundle) {
   const auto files = filesOfUpdates(installationPrefix(bundle));
   if (!files) return false;
-  if (removeUndecodableNote(files->trial)) log("removed {}: it is damaged", files->trial);
-  const auto note = readMarker(files->trial);
-  if (!note) return false;
-  if (note->version != installedVersion(bundle)) {
-    removeOldNote(*files, bundle);
+  if (removeUndecodableMarker(files->trial)) log("removed {}: it is damaged", files->trial);
+  const auto marker = readMarker(files->trial);
+  if (!marker) return false;
+  if (marker->version != installedVersion(bundle)) {
+    removeStaleMarker(*files, bundle);
     return false;
   }
-  if (note->starts < maxTrialStarts) {
-    countStart(*files, *note);
+  if (marker->starts < maxTrialStarts) {
+    countStart(*files, *marker);
     return false;
   }
   log("version {} failed to start {} times; rolling back to the previous version",
-      note->displayVersion, note->starts);
-  if (rollBack(bundle, *files, note->version)) return true;
-  log("could not return to the version before");
+      marker->displayVersion, marker->starts);
+  if (rollBack(bundle, *files, marker->version)) return true;
+  log("could not roll back to the previous version");
   return false;
 }
 
 void recordRequestedEnd(const Bundle& bundle, Duration ran) {
   const auto files = UpdateFiles::trusted(installationPrefix(bundle));
   if (!files) return;
-  auto note = readMarker(files->trial);
-  if (!note || note->version != installedVersion(bundle)) return;
-  note->endedProcess = ::getpid();
-  if (ran < confirmationTimeout && note->starts > 0) --note->starts;
+  auto marker = readMarker(files->trial);
+  if (!marker || marker->version != installedVersion(bundle)) return;
+  marker->endedProcess = ::getpid();
+  if (ran < confirmationTimeout && marker->starts > 0) --marker->starts;
   log("ended before version {} was confirmed; the next start continues its trial",
-      note->displayVersion);
-  if (const auto written = writeMarker(files->trial, *note); !written) {
-    log("could not record that: {}", written.error().message);
+      marker->displayVersion);
+  if (const auto written = writeMarker(files->trial, *marker); !written) {
+    log("could not record the requested end: {}", written.error().message);
   }
 }
 
@@ -181,7 +181,7 @@ std::string installedVersion(const Bundle& bundle) {
 
 std::string runningVersion(const Bundle& bundle) {
   const std::string version = installedVersion(bundle);
-  // Compared after the version was read: what stands there then stood there before.
+  // Compared after the version was read, so that the version is that of the compared file.
   const bool isInstalled = isSameFile("/proc/self/exe", bundle.executable().value_or(""));
   return isInstalled ? version : std::string();
 }

@@ -22,18 +22,18 @@ std::string notesOf(const UpdateOffer& offer) {
 constexpr std::int64_t kilobyte = 1000;
 constexpr std::int64_t megabyte = 1000 * kilobyte;
 
-/// A number without its unit: kilobytes, or megabytes with one decimal.
+/// Returns a number of kilobytes, or of megabytes with one decimal, without its unit.
 std::string amount(std::int64_t bytes, bool inKilobytes) {
   if (inKilobytes) return std::to_string(bytes / kilobyte);
   return formatText("{}.{}", bytes / megabyte, bytes % megabyte / (megabyte / 10));
 }
 
-/// "3.1 of 12.4 MB", or without a total "3.1 MB".
+/// Returns "3.1 of 12.4 MB", or "3.1 MB" if the total is unknown.
 std::string amountInWords(std::int64_t received, std::int64_t total) {
   const bool inKilobytes = std::max(received, total) < megabyte;
   const auto* const unit = inKilobytes ? "kB" : "MB";
   if (total <= 0) return formatText("{} {}", amount(received, inKilobytes), unit);
-  // Something is never nothing.
+  // Rounded up, so that a small total is not shown as 0.
   const std::int64_t all = total + (inKilobytes ? kilobyte : megabyte / 10) - 1;
   return formatText("{} of {} {}", amount(received, inKilobytes), amount(all, inKilobytes), unit);
 }

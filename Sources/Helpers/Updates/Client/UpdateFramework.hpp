@@ -6,22 +6,22 @@
 
 #include "System/Concurrency/Clock.hpp"
 
-/// What the updater asks of a framework that checks a feed for updates, shows them to the user and
-/// installs them, and what that framework asks back.
+/// The interfaces between the updater and a framework that checks a feed for updates, shows them to
+/// the user and installs them.
 namespace zephyl {
 
 /// An update that the feed offers.
 struct UpdateItem {
-  std::string displayVersionString;  ///< as people read it
-  std::string versionString;         ///< as versions are compared
+  std::string displayVersionString;  ///< for display
+  std::string versionString;         ///< for comparison
 };
 
-/// How an update came to be shown.
+/// The reason why an update is shown.
 struct UpdateState {
-  bool userInitiated = false;  ///< the user asked for the check; otherwise it was due
+  bool userInitiated = false;  ///< whether the user requested the check
 };
 
-/// Events and questions of the framework. Called on any thread.
+/// The framework's events and queries. Called on any thread.
 class UpdateDelegate {
  public:
   virtual ~UpdateDelegate() = default;
@@ -31,30 +31,31 @@ class UpdateDelegate {
 
   virtual void didFindValidUpdate(const UpdateItem& item) = 0;
   virtual void didNotFindUpdate() = 0;
-  /// Asked when everything stands ready to relaunch into the update. True: not now, but as soon
-  /// as `proceed` is invoked, once, on the main thread, possibly before this has returned.
+  /// Called when everything is ready to relaunch into the update. If it returns true, the relaunch
+  /// is postponed until `proceed` is called, once, on the main thread, possibly before this has
+  /// returned.
   virtual bool shouldPostponeRelaunch(const UpdateItem& item, Task proceed) = 0;
-  /// The relaunch that was postponed will not happen, because its update was withdrawn.
+  /// Called when a postponed relaunch will not happen, because its update was withdrawn.
   virtual void didAbandonRelaunch() = 0;
 
-  /// Whether the delegate itself reminds the user of updates found by a scheduled check.
+  /// Returns whether the delegate itself reminds the user of updates from scheduled checks.
   virtual bool supportsGentleScheduledUpdateReminders() = 0;
-  /// Whether the framework shows an update found by a scheduled check. `inImmediateFocus`: it
-  /// would do so in front of the user, now.
+  /// Returns whether the framework shows an update from a scheduled check. `inImmediateFocus` tells
+  /// whether it would do so in front of the user, now.
   virtual bool shouldHandleShowingScheduledUpdate(const UpdateItem& item,
                                                   bool inImmediateFocus) = 0;
-  /// `handled`: the framework shows it; otherwise that is left to the delegate.
+  /// Called before an update is shown. If `handled` is false, the delegate must show it.
   virtual void willHandleShowingUpdate(bool handled, const UpdateItem& item,
                                        const UpdateState& state) = 0;
   virtual void didReceiveUserAttention(const UpdateItem& item) = 0;
   virtual void willFinishUpdateSession() = 0;
 };
 
-/// A framework that has been started. Its operations are called on the main thread; it ends when
-/// it is destroyed. It holds its delegate weakly.
+/// A running framework. Must be called on the main thread. Stops when it is destroyed. Holds its
+/// delegate weakly.
 class UpdaterController {
  public:
-  /// Ends when it is destroyed, which is before the controller is.
+  /// An observation that ends when it is destroyed. Must be destroyed before the controller.
   class Observation {
    public:
     virtual ~Observation() = default;
@@ -68,16 +69,16 @@ class UpdaterController {
   UpdaterController(const UpdaterController&) = delete;
   UpdaterController& operator=(const UpdaterController&) = delete;
 
-  /// False while a check or an installation is under way.
+  /// Returns false while a check or an installation is in progress.
   [[nodiscard]] virtual bool canCheckForUpdates() const = 0;
   /// Calls `changed` with each new value of `canCheckForUpdates`, on any thread.
   [[nodiscard]] virtual std::unique_ptr<Observation> observeCanCheckForUpdates(
       std::function<void(bool)> changed) = 0;
-  /// Checks because the user asked, and shows the result in front of everything else.
+  /// Checks on request of the user and shows the result in front of other windows.
   virtual void checkForUpdates() = 0;
 };
 
-/// Makes a controller and starts it.
+/// Creates and starts a controller.
 using UpdaterFactory =
     std::function<std::unique_ptr<UpdaterController>(std::weak_ptr<UpdateDelegate> delegate)>;
 

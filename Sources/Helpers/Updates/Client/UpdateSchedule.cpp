@@ -19,7 +19,7 @@ constexpr auto channelsKey = "SUChannels";
 constexpr auto groupKey = "SUUpdateGroupIdentifier";
 constexpr auto feedDateKey = "SUFeedDate";
 constexpr auto sinceKey = "SUCheckingSince";
-constexpr auto toldKey = "SUMissingChecksTold";
+constexpr auto reportedKey = "SUMissingChecksTold";
 
 constexpr std::chrono::seconds day = std::chrono::hours(24);
 constexpr std::chrono::seconds longestInterval = 365 * day;
@@ -95,16 +95,16 @@ UpdateSettings::Time UpdateSettings::lastSuccess(Time now) const {
   return now;
 }
 
-bool UpdateSettings::missingChecksTold() const {
-  return defaults_->string(toldKey) == "1";
+bool UpdateSettings::missingChecksReported() const {
+  return defaults_->string(reportedKey) == "1";
 }
 
-void UpdateSettings::setMissingChecksTold(bool told) const {
-  if (told == missingChecksTold()) return;
-  if (told) {
-    defaults_->setString(toldKey, "1");
+void UpdateSettings::setMissingChecksReported(bool reported) const {
+  if (reported == missingChecksReported()) return;
+  if (reported) {
+    defaults_->setString(reportedKey, "1");
   } else {
-    defaults_->remove(toldKey);
+    defaults_->remove(reportedKey);
   }
 }
 
@@ -120,12 +120,12 @@ milliseconds untilNextCheck(std::optional<std::chrono::sys_seconds> last,
                             std::chrono::sys_seconds now, std::chrono::seconds interval,
                             double random) {
   constexpr int partsWhenDue = 720;
-  constexpr int partsWhenNot = 24;
-  // A time in the future was written by a clock that was wrong. The difference to a time in the
-  // past is not computed, because a setting may hold any number.
+  constexpr int partsWhenNotDue = 24;
+  // A time in the future comes from a wrong clock. The difference to a past time is not computed,
+  // because it could overflow: a setting may contain any number.
   const bool isDue = !last || *last > now || *last <= now - interval;
   if (isDue) return fraction(interval, partsWhenDue, random);
-  return *last + interval - now + fraction(interval, partsWhenNot, random);
+  return *last + interval - now + fraction(interval, partsWhenNotDue, random);
 }
 
 milliseconds untilRetry(std::chrono::seconds interval, double random) {

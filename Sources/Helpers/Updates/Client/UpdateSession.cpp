@@ -34,7 +34,7 @@ std::optional<std::chrono::sys_seconds> feedDateOf(const UpdateReport& check) {
   return std::nullopt;
 }
 
-/// Returns why a step failed, whose last report this is.
+/// Returns the reason why a step failed. `report` must be its last report.
 std::string failureOf(const UpdateReport& report) {
   const auto* const failed = std::get_if<UpdateFailed>(&report);
   return failed == nullptr ? "The updater sent an unexpected report." : failed->value;
@@ -61,7 +61,7 @@ void UpdateSession::recheck() {
   run(checkCommand(), &UpdateSession::handleRecheck);
 }
 
-/// A check that the user asked for also offers versions that were skipped or have failed.
+/// A check on request of the user also offers versions that were skipped or have failed.
 CheckCommand UpdateSession::checkCommand() const {
   CheckCommand command{.prefix = setup_.prefix,
                        .channels = setup_.settings.channels(),
@@ -101,7 +101,7 @@ bool UpdateSession::recordCheck(const UpdateReport& report) {
 
 void UpdateSession::handleCheck(const UpdateReport& report) {
   if (!recordCheck(report)) return fail(failureOf(report));
-  if (const auto* found = std::get_if<UpdateFound>(&report)) return find(*found);
+  if (const auto* found = std::get_if<UpdateFound>(&report)) return handleFound(*found);
   notify([](UpdateDelegate& delegate) { delegate.didNotFindUpdate(); });
   conclude(alerts::upToDate(Updater::currentVersion()), Outcome::done);
 }
@@ -110,7 +110,8 @@ void UpdateSession::handleRecheck(const UpdateReport& report) {
   const bool allowed = std::exchange(stage_, Stage::waiting) == Stage::allowed;
   const auto* const found = std::get_if<UpdateFound>(&report);
   if (!recordCheck(report)) {
-    log("the check while version {} waits failed: {}", offer_.displayVersion, failureOf(report));
+    log("the check for updates failed while version {} waits: {}", offer_.displayVersion,
+        failureOf(report));
   } else if (found == nullptr) {
     log("version {} is no longer offered and will not be installed", offer_.displayVersion);
     notify([](UpdateDelegate& delegate) {
@@ -124,7 +125,7 @@ void UpdateSession::handleRecheck(const UpdateReport& report) {
   if (allowed) install();
 }
 
-/// Nobody is asked about the version that replaces another that was to be installed.
+/// The user is not asked about a version that replaces one that was accepted.
 void UpdateSession::replace(const UpdateFound& found) {
   log("version {} replaces version {}, which waits to be installed", found.offer.displayVersion,
       offer_.displayVersion);
@@ -133,12 +134,12 @@ void UpdateSession::replace(const UpdateFound& found) {
   obstacle_ = found.obstacle;
   notify([&](UpdateDelegate& delegate) { delegate.didFindValidUpdate(item()); });
   if (!obstacle_) return download();
-  log("{}", *obstacle_);
+  logObstacle();
   notify([](UpdateDelegate& delegate) { delegate.didAbandonRelaunch(); });
   end(Outcome::done);
 }
 
-void UpdateSession::find(const UpdateFound& found) {
+void UpdateSession::handleFound(const UpdateFound& found) {
   offer_ = found.offer;
   obstacle_ = found.obstacle;
   log("version {} is available", offer_.displayVersion);
@@ -156,7 +157,7 @@ void UpdateSession::remind() {
   if (handled) return show();
   notify([&](UpdateDelegate& each) { each.willHandleShowingUpdate(false, item(), {}); });
   if (setup_.settings.installsAutomatically() && !obstacle_) return download();
-  if (obstacle_) log("{}", *obstacle_);
+  if (obstacle_) logObstacle();
   end(Outcome::done);
 }
 
@@ -173,16 +174,20 @@ void UpdateSession::show() {
       }));
 }
 
+void UpdateSession::logObstacle() const {
+  log("cannot install version {}: {}", offer_.displayVersion, *obstacle_);
+}
+
 void UpdateSession::explainObstacle() {
   notify([&](UpdateDelegate& delegate) { delegate.didReceiveUserAttention(item()); });
-  log("{}", *obstacle_);
+  logObstacle();
   conclude(alerts::updateFoundElsewhere(offer_, Updater::currentVersion(), *obstacle_),
            Outcome::done);
 }
 
 void UpdateSession::choose(const std::optional<AlertAnswer>& answer) {
   dialog_.reset();
-  if (!answer) return end(Outcome::done);  // nobody has seen it: the menu goes on offering it
+  if (!answer) return end(Outcome::done);  // not shown, so the menu still offers it
   notify([&](UpdateDelegate& delegate) { delegate.didReceiveUserAttention(item()); });
   switch (static_cast<alerts::UpdateButton>(answer->button)) {
     case alerts::UpdateButton::install:
@@ -208,7 +213,7 @@ void UpdateSession::showDownload() {
       alerts::updateDownloading(offer_),
       weakly(this, [](UpdateSession& self, const std::optional<AlertAnswer>& answer) {
         self.dialog_.reset();
-        if (answer) self.cancelDownload();  // not being shown is no wish to cancel
+        if (answer) self.cancelDownload();  // no answer means not shown, which does not cancel
       }));
 }
 
@@ -250,7 +255,7 @@ void UpdateSession::relaunchWhenAllowed() {
 void UpdateSession::allowInstallation() {
   if (stage_ == Stage::rechecking) stage_ = Stage::allowed;
   if (stage_ == Stage::waiting) install();
-  // In any other stage the delegate allows a version that has been replaced.
+  // In any other stage the permission concerns a version that was replaced.
 }
 
 void UpdateSession::install() {
@@ -267,8 +272,8 @@ void UpdateSession::handleInstallation(const UpdateReport& report) {
   setup_.relaunch();
 }
 
-/// Prefers the program of the previous version, which has proved that it works. The one at the
-/// usual place belongs to the unconfirmed version.
+/// Prefers the updater of the previous version, which is known to work. The one in the installation
+/// belongs to the unconfirmed version.
 std::string UpdateSession::watcherProgram() const {
   const auto files = UpdateFiles::trusted(setup_.prefix);
   if (!files) return setup_.program;
@@ -277,9 +282,10 @@ std::string UpdateSession::watcherProgram() const {
 }
 
 void UpdateSession::watchRelaunch() {
-  // Its output goes where the tray's goes: it may have to become the tray.
+  // Its output is that of the tray, because it may have to become the tray.
   auto child = runtime_.launcher.launch(updaterOptions(watcherProgram()));
-  if (!child) return log("nobody watches the restart: {}", child.error().message);
+  if (!child)
+    return log("could not start the program that watches the restart: {}", child.error().message);
   const UpdateCommand command = WatchCommand{.prefix = setup_.prefix,
                                              .process = ::getpid(),
                                              .arguments = setup_.arguments,

@@ -16,61 +16,62 @@
 
 namespace zephyl {
 
-/// What updates need to know of the program that is to be updated.
+/// The facts about the program that is updated.
 struct UpdateSetup {
   std::string program;                 ///< the path of zephyl-tray-updater
-  std::string prefix;                  ///< of the installation: the directory above bin
-  std::string version;                 ///< the running version, as versions are compared
-  std::vector<std::string> arguments;  ///< the tray's own, for the next version
-  /// Ends the tray in order, and becomes the program that then stands in its place.
+  std::string prefix;                  ///< the installation: the directory above bin
+  std::string version;                 ///< the running version, for comparison
+  std::vector<std::string> arguments;  ///< the tray's arguments, for the next version
+  /// Ends the tray in order and executes the program that is then installed.
   std::function<void()> relaunch;
   std::function<double()> random;  ///< in [0, 1)
   UpdateSettings settings;
 };
 
-/// One check for updates and all that follows from it. The steps, each a run of the updater
-/// program: check; if the user agrees (or wants no questions) download, which verifies; if the
-/// delegate does not postpone it, install; then the relaunch, which another run watches.
+/// One check for updates and its consequences. Each step is one run of the updater program: check,
+/// then download and verification if the user agrees or updates are installed automatically, then
+/// installation if the delegate does not postpone it, and then the relaunch, which another run
+/// watches.
 ///
-/// While the delegate postpones the installation, `recheck` looks for updates again: a newer
-/// version replaces the one that waits, and one that is no longer offered is not installed.
+/// While the delegate postpones the installation, `recheck` checks again: a newer version replaces
+/// the waiting one, and a version that is no longer offered is not installed.
 ///
-/// A check that the user asked for shows its result; a scheduled one leaves that to the
-/// delegate, shows no window, and only logs failures. What can fail changes nothing
-/// of the installation. Main thread.
+/// A check on request of the user shows its result. A scheduled check leaves that to the delegate,
+/// shows no window and only logs failures. A failed step changes nothing in the installation. Main
+/// thread only.
 class UpdateSession : public std::enable_shared_from_this<UpdateSession> {
  public:
   enum class Trigger { user, schedule };
   enum class Outcome { done, failed };
 
   struct Events {
-    /// Called after each check, with the reason if it failed.
+    /// Called after each check, with the reason if it has failed.
     std::function<void(const std::optional<std::string>& failure)> checked;
     /// Called once, later, unless the tray is relaunched.
     std::function<void(Outcome)> ended;
   };
 
-  /// What `runtime` refers to, `dialogs` and `setup` outlive it.
+  /// The objects that `runtime` refers to, `dialogs` and `setup` must outlive it.
   UpdateSession(const Runtime& runtime, Dialogs& dialogs, const UpdateSetup& setup,
                 std::weak_ptr<UpdateDelegate> delegate, Events events);
 
   void start(Trigger trigger);
 
-  /// Whether the installation is postponed and no `recheck` is under way.
+  /// Returns whether the installation is postponed and no `recheck` is in progress.
   [[nodiscard]] bool isWaiting() const { return stage_ == Stage::waiting; }
-  /// Looks for updates again. Requires `isWaiting()`.
+  /// Checks for updates again. Requires `isWaiting()`.
   void recheck();
 
-  /// Progress comes more often than anybody reads it; it is drawn this often at most.
+  /// The minimum interval between two displayed progress values.
   static constexpr Duration progressInterval = std::chrono::milliseconds(250);
 
  private:
   enum class Stage {
-    checking,     // also while the user is asked
-    downloading,  // also a version that replaces one that waits
-    waiting,      // for the delegate
+    checking,     // including the user's decision
+    downloading,  // including a version that replaces a waiting one
+    waiting,      // for the delegate's permission
     rechecking,   // while waiting
-    allowed,      // by the delegate, during the recheck
+    allowed,      // the delegate has permitted the installation during the recheck
     installing,
   };
 
@@ -79,14 +80,15 @@ class UpdateSession : public std::enable_shared_from_this<UpdateSession> {
   /// Starts a step. `handler` is called with each of its reports.
   void run(const UpdateCommand& command, Handler handler);
 
-  /// Remembers what a check found out about the feed. Returns whether the check succeeded.
+  /// Records the result of a check in the settings. Returns whether the check has succeeded.
   bool recordCheck(const UpdateReport& report);
   void handleCheck(const UpdateReport& report);
   void handleRecheck(const UpdateReport& report);
   void replace(const UpdateFound& found);
-  void find(const UpdateFound& found);
+  void handleFound(const UpdateFound& found);
   void remind();
   void show();
+  void logObstacle() const;
   void explainObstacle();
   void choose(const std::optional<AlertAnswer>& answer);
   void download();
@@ -96,14 +98,14 @@ class UpdateSession : public std::enable_shared_from_this<UpdateSession> {
   void showProgress(const UpdateProgress& progress);
   void drawProgress();
   void relaunchWhenAllowed();
-  /// The delegate no longer postpones the installation.
+  /// Handles that the delegate no longer postpones the installation.
   void allowInstallation();
   void install();
   void handleInstallation(const UpdateReport& report);
   [[nodiscard]] std::string watcherProgram() const;
   void watchRelaunch();
 
-  /// Shows an alert that only informs, to a user who asked; then the session is over.
+  /// Shows an informative alert if the user requested the check. Then ends the session.
   void conclude(const Alert& alert, Outcome outcome);
   void fail(const std::string& reason);
   void end(Outcome outcome);
@@ -124,8 +126,8 @@ class UpdateSession : public std::enable_shared_from_this<UpdateSession> {
   std::optional<std::string> obstacle_;
   std::unique_ptr<UpdaterProcess> updater_;
   Dialogs::Handle dialog_;
-  std::optional<UpdateProgress> progress_;  // to be drawn
-  Timer progressPause_;                     // until it may be
+  std::optional<UpdateProgress> progress_;  // not drawn yet
+  Timer progressPause_;                     // until the next value may be drawn
 };
 
 }  // namespace zephyl

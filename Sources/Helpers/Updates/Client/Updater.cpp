@@ -74,7 +74,7 @@ bool Updater::shouldPostponeRelaunch(const UpdateItem&, Task proceed) {
     postponedInstall_.swap(proceed);
   }
   onMainThread([](Updater& self) {
-    // The agent may have become idle, and said so, before there was anything to go on with.
+    // The agent may have reported that it is idle before the installation was postponed.
     if (!self.agentIsBusy()) self.installPostponed();
     if (self.onStateChange) self.onStateChange();
   });
@@ -137,7 +137,7 @@ bool Updater::agentIsBusy() const {
   return isAgentBusy && isAgentBusy();
 }
 
-/// Goes on with the installation that waits; whether there was one.
+/// Proceeds with the postponed installation. Returns whether there was one.
 bool Updater::installPostponed() {
   Task install;
   {

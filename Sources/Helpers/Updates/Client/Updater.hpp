@@ -13,47 +13,46 @@ namespace zephyl {
 
 class Desktop;
 
-/// Updates of the tray itself, through an update framework. Adds to it: no updates without a feed
-/// and a signing key in the bundle, an account of what was found for the menu, and a restart that
-/// waits, without limit, until the agent is idle.
+/// Updates of the tray itself, through an update framework. Requires a feed and a signing key in
+/// the bundle, keeps the found version for the menu, and postpones the restart, without a limit,
+/// until the agent is idle.
 ///
-/// Without a controller (no update can be had, or this program was made without a framework) it
-/// does nothing. With one it is idle; or an update was found (`pendingVersion`); or its
+/// Does nothing without a controller, which is missing if updates are not available or this program
+/// has no framework. Otherwise it is idle, an update was found (`pendingVersion`), or its
 /// installation is postponed (`hasPostponedInstall`).
 ///
-/// Operations belong to the main thread, but the framework's callbacks may come on any: what they
-/// change moves to the main thread as a task, and the postponed installation has a lock. Owned by
-/// a `shared_ptr`; tasks and the framework hold it weakly.
+/// Operations must be called on the main thread. The framework's callbacks may be called on any
+/// thread: their changes are posted to the main thread, and a lock protects the postponed
+/// installation. Owned by a `shared_ptr`. Tasks and the framework hold it weakly.
 class Updater final : public UpdateDelegate, public std::enable_shared_from_this<Updater> {
  public:
-  /// What `runtime` refers to, and `desktop`, outlive it.
+  /// The objects that `runtime` refers to, and `desktop`, must outlive it.
   Updater(const Runtime& runtime, Desktop& desktop, UpdaterFactory factory = nullptr)
       : runtime_(runtime), desktop_(desktop), factory_(std::move(factory)) {}
 
-  // Both are set before `start`.
-  /// Something that the menu shows may have changed. Comes on the main thread.
+  // Must be set before `start`:
+  /// Called on the main thread when the displayed state may have changed.
   std::function<void()> onStateChange;
-  /// Whether the agent is busy now. Asked on the thread on which the framework asks, so it must be
-  /// callable from any. Unset: never.
+  /// Returns whether the agent is busy. Must be callable from any thread, because the framework's
+  /// thread calls it. If unset, the agent is never busy.
   std::function<bool()> isAgentBusy;
 
-  /// Whether the bundle names a feed and a key to check it with, or several in a list.
+  /// Returns whether the bundle names a feed and at least one key to verify it.
   [[nodiscard]] static bool isAvailable();
-  /// The address of the feed that the bundle names; otherwise an empty string.
+  /// Returns the address of the feed in the bundle, or an empty string.
   [[nodiscard]] static std::string feedAddress();
-  /// The bundle's version, `ZEPHYL_TRAY_VERSION`, or "unknown".
+  /// Returns the bundle's version, `ZEPHYL_TRAY_VERSION`, or "unknown".
   [[nodiscard]] static std::string currentVersion();
 
-  /// Starts the framework, where updates are available.
+  /// Starts the framework if updates are available.
   void start();
-  /// The user asks for updates.
+  /// Checks for updates on request of the user.
   void checkForUpdates();
-  /// The agent has reported its activity. An installation that waits for it proceeds when it is
-  /// idle.
+  /// Handles the agent's activity. A postponed installation proceeds when the agent is idle.
   void agentDidUpdateActivity(bool busy);
 
   [[nodiscard]] bool canCheckForUpdates() const;
-  /// The update that was found and not yet dealt with, as people read it.
+  /// Returns the version, for display, of an update that was found and not handled yet.
   [[nodiscard]] const std::optional<std::string>& pendingVersion() const { return pendingVersion_; }
   [[nodiscard]] bool hasPostponedInstall() const;
 
@@ -69,9 +68,9 @@ class Updater final : public UpdateDelegate, public std::enable_shared_from_this
   void didAbandonRelaunch() override;
 
  private:
-  /// Runs `work` on the main thread, later, unless the updater is gone by then.
+  /// Runs `work` later on the main thread, unless the updater was destroyed by then.
   void onMainThread(std::function<void(Updater&)> work);
-  /// Sets what is pending and reports the change, on the main thread, later.
+  /// Sets the pending version and reports the change, later, on the main thread.
   void changePendingVersion(std::optional<std::string> version);
   void reportStateChange();
   [[nodiscard]] bool agentIsBusy() const;
@@ -83,7 +82,7 @@ class Updater final : public UpdateDelegate, public std::enable_shared_from_this
 
   std::optional<std::string> pendingVersion_;
   mutable std::mutex mutex_;
-  Task postponedInstall_;  // guarded by it
+  Task postponedInstall_;  // guarded by mutex_
   std::unique_ptr<UpdaterController> controller_;
   std::unique_ptr<UpdaterController::Observation> canCheckObservation_;
 };

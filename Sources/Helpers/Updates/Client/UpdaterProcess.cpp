@@ -7,7 +7,7 @@ namespace zephyl {
 
 namespace {
 
-/// Release notes with every character escaped.
+/// Large enough for release notes with every character escaped.
 constexpr std::size_t maxReportBytes = 64UL * 1024;
 
 }  // namespace

@@ -9,20 +9,20 @@
 
 namespace zephyl {
 
-/// One run of zephyl-tray-updater. Destroying it ends the program's input, which cancels a check or
-/// a download. Main thread.
+/// One run of zephyl-tray-updater. Destroying it closes the program's input, which cancels a check
+/// or a download. Main thread only.
 using UpdaterProcess = HelperProcess<UpdatesProtocol>;
 
-/// Runs zephyl-tray-updater. `report` is called later, on the main thread, with each report, and
-/// with `UpdateFailed` if the program cannot be run or sends an invalid report, and when it ends.
-/// The caller destroys the process after a report that is not `UpdateProgress`. `mainLoop` outlives
-/// it.
+/// Runs zephyl-tray-updater. Calls `report` later, on the main thread, with each report. Also calls
+/// it with `UpdateFailed` if the program cannot be run or sends an invalid report, and when it
+/// ends. The caller must destroy the process after a report other than `UpdateProgress`. `mainLoop`
+/// must outlive it.
 std::unique_ptr<UpdaterProcess> startUpdater(
     MainLoop& mainLoop, ProcessLauncher& launcher, const std::string& program,
     const UpdateCommand& command, const std::function<void(const UpdateReport&)>& report);
 
-/// What all runs of the program have in common: it outlives the tray and has input. Its output goes
-/// where the tray's goes unless that is changed.
+/// Returns the options of all runs of the program: it outlives the tray and has input. By default
+/// it inherits the tray's output.
 ProcessOptions updaterOptions(const std::string& program);
 
 }  // namespace zephyl

@@ -22,13 +22,13 @@ Result<void> checkAddress(const std::string& url) {
   if (!parsed || parsed->host.empty()) return Error{"\"", visible(url), "\" is not an address."};
   const std::string scheme = schemeOf(*parsed);
   if (scheme == "https" || (scheme == "http" && isLoopback(parsed->host))) return {};
-  return Error{"Updates are fetched over https alone, not from ", visible(url), "."};
+  return Error{"Updates are fetched only over https, not from ", visible(url), "."};
 }
 
 Result<void> checkRedirect(const std::string& from, const std::string& to) {
   if (auto allowed = checkAddress(to); !allowed) return allowed;
   if (isEncrypted(from) && !isEncrypted(to)) {
-    return Error{"The server sends on from https to plain http."};
+    return Error{"The server redirects from https to plain http."};
   }
   return {};
 }

@@ -4,15 +4,15 @@
 
 #include "System/Data/Result.hpp"
 
-/// From where updates may come. Pure.
+/// Rules for the addresses of updates. Pure.
 namespace zephyl {
 
-/// Whether an update may be fetched from `url`: over https, or from this machine itself.
+/// Fails unless updates may be fetched from `url`: over https, or from this machine.
 Result<void> checkAddress(const std::string& url);
-/// Whether an answer at `from` may send on to `to`: never from https to anything less.
+/// Fails unless the address `from` may redirect to `to`. Redirects from https to http are refused.
 Result<void> checkRedirect(const std::string& from, const std::string& to);
 
-/// Whether the scheme of `url` is https.
+/// Returns whether the scheme of `url` is https.
 bool isEncrypted(const std::string& url);
 
 }  // namespace zephyl

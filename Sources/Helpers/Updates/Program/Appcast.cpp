@@ -11,7 +11,7 @@ namespace zephyl {
 namespace {
 
 constexpr std::size_t maxItems = 1000;
-constexpr std::size_t maxNotes = 4000;  // bytes that are shown of release notes
+constexpr std::size_t maxNotes = 4000;  // the number of displayed bytes of release notes
 
 std::string_view localName(std::string_view name) {
   return name.substr(name.find(':') + 1);
@@ -45,7 +45,7 @@ std::optional<std::chrono::sys_seconds> parseDate(const std::string& text) {
   return std::chrono::sys_seconds(std::chrono::seconds(::timegm(&parts) - offset));
 }
 
-/// Cut at the beginning of a character.
+/// Cuts a text at the beginning of a character.
 std::string shortened(std::string text) {
   if (text.size() <= maxNotes) return text;
   std::size_t end = maxNotes;
@@ -102,7 +102,7 @@ Result<Appcast> parseAppcast(std::string_view xml) {
       document.load_buffer(xml.data(), xml.size(), pugi::parse_default, pugi::encoding_utf8);
   if (!outcome) return Error{"The feed cannot be read: ", outcome.description(), "."};
   const auto channel = document.child("rss").child("channel");
-  if (!channel) return Error{"The feed cannot be read: it is no appcast."};
+  if (!channel) return Error{"The feed cannot be read: it is not an appcast."};
   Appcast appcast{.date = parseDate(textOf(channel.child("lastBuildDate")))};
   for (const auto& node : channel.children("item")) {
     if (appcast.items.size() == maxItems) break;

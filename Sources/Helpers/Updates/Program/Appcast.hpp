@@ -28,7 +28,7 @@ struct AppcastItem {
     std::string architecture;
     std::string sha256;
     std::string signature;
-    std::int64_t length = 0;  ///< 0: not stated
+    std::int64_t length = 0;  ///< 0 if absent
 
     bool operator==(const Enclosure&) const = default;
   };
@@ -37,17 +37,18 @@ struct AppcastItem {
   bool operator==(const AppcastItem&) const = default;
 };
 
+/// A parsed feed.
 struct Appcast {
-  std::optional<std::chrono::sys_seconds> date;  ///< "lastBuildDate": when the feed was signed
+  std::optional<std::chrono::sys_seconds> date;  ///< "lastBuildDate", the date of the signature
   std::vector<AppcastItem> items;
 };
 
-/// Reads an appcast: RSS whose channel has an element "lastBuildDate", and whose items have,
-/// besides "pubDate" and "description", elements "version", "shortVersionString",
-/// "minimumSystemVersion", "channel", "phasedRolloutInterval" (seconds) and "criticalUpdate", and
-/// whose enclosures have the attributes "url", "length", "type", "architecture", "sha256" and
-/// "edSignature". Version and short version may be attributes of the enclosure instead. Only the
-/// part of a name behind a namespace's colon counts. Pure.
+/// Parses an appcast: RSS whose channel has an element "lastBuildDate". Its items have, besides
+/// "pubDate" and "description", the elements "version", "shortVersionString",
+/// "minimumSystemVersion", "channel", "phasedRolloutInterval" (seconds) and "criticalUpdate". Their
+/// enclosures have the attributes "url", "length", "type", "architecture", "sha256" and
+/// "edSignature". Version and short version may be attributes of the enclosure instead. Namespace
+/// prefixes of names are ignored. Pure.
 Result<Appcast> parseAppcast(std::string_view xml);
 
 }  // namespace zephyl

@@ -52,9 +52,9 @@ void removeEach(const std::vector<fs::path>& paths) {
 
 void ArchiveCache::keep(const FileDescriptor& file, const std::string& sha256) const {
   removeAll();
-  const std::string nameless = "/proc/self/fd/" + std::to_string(file.get());
-  // An archive that cannot be kept is downloaded again.
-  std::ignore = ::linkat(AT_FDCWD, nameless.c_str(), AT_FDCWD, files_.archive(sha256).c_str(),
+  const std::string unnamed = "/proc/self/fd/" + std::to_string(file.get());
+  // If the archive cannot be kept, it is downloaded again.
+  std::ignore = ::linkat(AT_FDCWD, unnamed.c_str(), AT_FDCWD, files_.archive(sha256).c_str(),
                          AT_SYMLINK_FOLLOW);
 }
 

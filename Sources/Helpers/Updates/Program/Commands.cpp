@@ -32,7 +32,7 @@ constexpr auto archiveTimeout = 2h;
 constexpr auto defaultStall = 30s;
 constexpr auto progressInterval = 100ms;
 constexpr auto retryInterval = 100ms;
-constexpr int maxLooks = 30;  // less than what a start waits for a rollback
+constexpr int maxOpenAttempts = 30;  // takes less time than a start waits for a rollback
 
 std::chrono::seconds stallLimit(std::optional<std::int64_t> seconds) {
   return seconds && *seconds > 0 ? std::chrono::seconds(*seconds) : defaultStall;
@@ -45,7 +45,7 @@ UpdateReport failure(const Error& error) {
 Result<std::string> fetchFeed(const InstalledBundle& bundle, std::chrono::seconds stall,
                               const CommandClient& client) {
   std::string feed;
-  const TransferCallbacks owner{.take = [&](std::string_view bytes) -> Result<void> {
+  const TransferCallbacks owner{.receive = [&](std::string_view bytes) -> Result<void> {
                                   feed += bytes;
                                   return {};
                                 },
@@ -55,7 +55,7 @@ Result<std::string> fetchFeed(const InstalledBundle& bundle, std::chrono::second
   return feed;
 }
 
-InstallationProfile askerFor(const CheckCommand& command, const InstalledBundle& bundle) {
+InstallationProfile profileFor(const CheckCommand& command, const InstalledBundle& bundle) {
   utsname system{};
   ::uname(&system);
   return {.installedVersion = bundle.version,
@@ -74,10 +74,10 @@ struct CheckedFeed {
   std::optional<UpdateOffer> offer;
 };
 
-/// Fetches the feed and chooses from it. Nothing of it is parsed before its signature is verified.
+/// Fetches the feed and chooses an update. Nothing is parsed before the signature is verified.
 Result<CheckedFeed> checkFeed(const CheckCommand& command, const InstalledBundle& bundle,
                               const CommandClient& client) {
-  if (bundle.feedURL.empty()) return Error{"This installation names no feed."};
+  if (bundle.feedURL.empty()) return Error{"This installation has no feed address."};
   const auto keys = TrustedKeys::parse(bundle.keys);
   if (!keys) return keys.error();
   const auto feed = fetchFeed(bundle, stallLimit(command.stallSeconds), client);
@@ -90,12 +90,12 @@ Result<CheckedFeed> checkFeed(const CheckCommand& command, const InstalledBundle
   if (command.newestFeedDate) newest.emplace(std::chrono::seconds(*command.newestFeedDate));
   const auto date = checkFeedDate(*appcast, newest);
   if (!date) return date.error();
-  auto offer = chooseUpdate(appcast->items, *date, askerFor(command, bundle));
+  auto offer = chooseUpdate(appcast->items, *date, profileFor(command, bundle));
   if (!offer) return offer.error();
   return CheckedFeed{*date, std::move(*offer)};
 }
 
-/// The bytes of a file, as long as this lives.
+/// Maps the bytes of a file while it exists.
 class MappedFile {
  public:
   MappedFile(const FileDescriptor& file, std::size_t size) : size_(size) {
@@ -124,8 +124,9 @@ class ArchiveDownload {
       : offer_(offer), file_(file), client_(client) {}
 
   Result<void> run(std::chrono::seconds stall) {
-    const TransferCallbacks owner{.take = [this](std::string_view bytes) { return take(bytes); },
-                                  .isCancelled = [this] { return isCancelled(); }};
+    const TransferCallbacks owner{
+        .receive = [this](std::string_view bytes) { return receive(bytes); },
+        .isCancelled = [this] { return isCancelled(); }};
     const TransferLimits limits{.bytes = offer_.length, .total = archiveTimeout, .stall = stall};
     if (auto fetched = fetch(offer_.url, limits, owner); !fetched) return fetched;
     if (received_ != offer_.length) return Error{"The update is shorter than it should be."};
@@ -134,7 +135,7 @@ class ArchiveDownload {
   }
 
  private:
-  Result<void> take(std::string_view bytes) {
+  Result<void> receive(std::string_view bytes) {
     received_ += static_cast<std::int64_t>(bytes.size());
     while (!bytes.empty()) {
       const auto count = ::write(file_.get(), bytes.data(), bytes.size());
@@ -142,26 +143,26 @@ class ArchiveDownload {
       if (count < 0) return systemError("The update cannot be stored", errno);
       bytes.remove_prefix(static_cast<std::size_t>(count));
     }
-    tellSometimes();
+    reportIfDue();
     return {};
   }
 
-  /// Called periodically, also while nothing arrives: the last bytes may not have been reported.
+  /// Called periodically, even if nothing arrives, so it also reports the last bytes.
   bool isCancelled() {
-    if (received_ > told_) tellSometimes();
+    if (received_ > reported_) reportIfDue();
     return client_.hasCancelled();
   }
 
-  void tellSometimes() {
+  void reportIfDue() {
     const auto now = std::chrono::steady_clock::now();
-    if (now - toldAt_ >= progressInterval) {
-      toldAt_ = now;
+    if (now - reportedAt_ >= progressInterval) {
+      reportedAt_ = now;
       report();
     }
   }
 
   void report() {
-    told_ = received_;
+    reported_ = received_;
     client_.report({.received = received_, .total = offer_.length});
   }
 
@@ -169,20 +170,21 @@ class ArchiveDownload {
   FileDescriptor& file_;
   const CommandClient& client_;
   std::int64_t received_ = 0;
-  std::int64_t told_ = 0;
-  std::chrono::steady_clock::time_point toldAt_;
+  std::int64_t reported_ = 0;
+  std::chrono::steady_clock::time_point reportedAt_;
 };
 
 Result<void> checkBytes(std::string_view archive, const UpdateOffer& offer,
                         const TrustedKeys& keys) {
   if (!keys.verifyAny(archive, offer.signature)) {
-    return Error{"The update's signature is not good."};
+    return Error{"The signature of the update is invalid."};
   }
-  if (sha256Of(archive) != offer.sha256) return Error{"The update is not what the feed says."};
+  if (sha256Of(archive) != offer.sha256)
+    return Error{"The update does not match the hash in the feed."};
   return {};
 }
 
-/// Verifies and stages the bytes of `file`, all of them through the one descriptor.
+/// Verifies and stages the bytes of `file` through the same descriptor.
 Result<void> checkAndStage(const FileDescriptor& file, const UpdateOffer& offer,
                            const TrustedKeys& keys, Installation& installation) {
   const MappedFile archive(file, static_cast<std::size_t>(offer.length));
@@ -191,7 +193,7 @@ Result<void> checkAndStage(const FileDescriptor& file, const UpdateOffer& offer,
   return installation.stage(archive.bytes(), offer.version);
 }
 
-/// Stages the archive that an earlier download has kept. Returns whether there was a good one.
+/// Stages the archive of an earlier download. Returns whether there was a valid one.
 bool stageKept(const UpdateOffer& offer, const TrustedKeys& keys, Installation& installation,
                const CommandClient& client) {
   const auto file = installation.makeUnnamedFile();
@@ -226,10 +228,10 @@ Result<void> downloadAndStage(const DownloadCommand& command, const CommandClien
   return {};
 }
 
-/// Opens the installation, waiting for an updater that the new version has started to end.
+/// Opens the installation. Waits for the end of an updater that the new version has started.
 Result<Installation> openWhenFree(const std::string& prefix) {
   auto installation = Installation::open(prefix);
-  for (int look = 0; !installation && look < maxLooks; ++look) {
+  for (int attempt = 0; !installation && attempt < maxOpenAttempts; ++attempt) {
     std::this_thread::sleep_for(retryInterval);
     installation = Installation::open(prefix);
   }
@@ -242,8 +244,8 @@ Result<void> rollBack(const std::string& prefix) {
   return installation->rollBack();
 }
 
-/// What was kept and is of no use any more goes.
-void tidy(const std::string& prefix, const std::string& offered) {
+/// Removes kept archives and staged versions that are not needed any more.
+void removeUnwanted(const std::string& prefix, const std::string& offered) {
   const ArchiveCache kept(UpdateFiles::of(prefix));
   if (!kept.hasUnwanted(offered)) return;
   const auto installation = Installation::open(prefix);
@@ -258,7 +260,7 @@ UpdateReport perform(const CheckCommand& command, const CommandClient& client) {
   auto feed = checkFeed(command, *bundle, client);
   if (!feed) return failure(feed.error());
   const auto date = feed->date.time_since_epoch().count();
-  tidy(command.prefix, feed->offer ? feed->offer->sha256 : "");
+  removeUnwanted(command.prefix, feed->offer ? feed->offer->sha256 : "");
   if (!feed->offer) {
     return UpToDate{.version = bundle->displayVersion, .feedDate = date};
   }

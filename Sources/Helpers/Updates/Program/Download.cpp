@@ -28,25 +28,25 @@ struct Transfer {
   std::chrono::steady_clock::time_point lastBytes = std::chrono::steady_clock::now();
   std::optional<Error> failure;
 
-  std::size_t take(std::string_view bytes) {
+  std::size_t receive(std::string_view bytes) {
     long status = 0;
     curl_easy_getinfo(handle, CURLINFO_RESPONSE_CODE, &status);
-    if (status != statusOK) return bytes.size();  // what an error page says is of no interest
+    if (status != statusOK) return bytes.size();  // the body of an error page is ignored
     lastBytes = std::chrono::steady_clock::now();
     received += static_cast<std::int64_t>(bytes.size());
     if (received > limits.bytes) {
-      failure = Error{"The server sends more than it should."};
+      failure = Error{"The server sent more than expected."};
       return 0;
     }
-    if (auto taken = owner.take(bytes); !taken) {
-      failure = taken.error();
+    if (auto received = owner.receive(bytes); !received) {
+      failure = received.error();
       return 0;
     }
     return bytes.size();
   }
 
-  /// The library's own limit on low speed is based on an average, which is seconds late.
-  bool goesOn() {
+  /// The library's own limit for low speed uses an average, which reacts seconds late.
+  bool mayContinue() {
     if (owner.isCancelled()) return false;
     if (std::chrono::steady_clock::now() - lastBytes < limits.stall) return true;
     failure = Error{"The server took too long."};
@@ -55,11 +55,11 @@ struct Transfer {
 };
 
 std::size_t onBytes(const char* bytes, std::size_t, std::size_t count, void* transfer) {
-  return static_cast<Transfer*>(transfer)->take({bytes, count});
+  return static_cast<Transfer*>(transfer)->receive({bytes, count});
 }
 
 int onProgress(void* transfer, curl_off_t, curl_off_t, curl_off_t, curl_off_t) {
-  return static_cast<Transfer*>(transfer)->goesOn() ? 0 : 1;
+  return static_cast<Transfer*>(transfer)->mayContinue() ? 0 : 1;
 }
 
 // curl_easy_setopt takes any number of arguments of any type.
@@ -68,7 +68,7 @@ void prepare(CURL* handle, const std::string& url, Transfer& transfer) {
   const bool encrypted = isEncrypted(url);
   curl_easy_setopt(handle, CURLOPT_URL, url.c_str());
   curl_easy_setopt(handle, CURLOPT_PROTOCOLS_STR, encrypted ? "https" : "http");
-  // No proxy of the environment comes between this machine and itself.
+  // A proxy from the environment must not be used for this machine.
   if (!encrypted) curl_easy_setopt(handle, CURLOPT_PROXY, "");
   curl_easy_setopt(handle, CURLOPT_SSLVERSION, static_cast<long>(CURL_SSLVERSION_TLSv1_2));
   curl_easy_setopt(handle, CURLOPT_USERAGENT, userAgent);
@@ -90,7 +90,7 @@ Error describe(CURLcode code, const Transfer& transfer) {
   return Error{"The server cannot be reached: ", curl_easy_strerror(code), "."};
 }
 
-/// Where the answer sends on to; none when it is the end of the way.
+/// Returns the address of a redirect, or nullopt if the document was received.
 Result<std::optional<std::string>> fetchOnce(const std::string& url, Transfer transfer) {
   const Handle handle(curl_easy_init(), curl_easy_cleanup);
   if (!handle) return Error{"The server cannot be reached."};
@@ -104,7 +104,7 @@ Result<std::optional<std::string>> fetchOnce(const std::string& url, Transfer tr
   curl_easy_getinfo(handle.get(), CURLINFO_RESPONSE_CODE, &status);
   curl_easy_getinfo(handle.get(), CURLINFO_REDIRECT_URL, &next);
   if (next != nullptr) return std::optional<std::string>(next);
-  if (status != statusOK) return Error{formatText("The server answers with status {}.", status)};
+  if (status != statusOK) return Error{formatText("The server answered with status {}.", status)};
   return std::optional<std::string>();
 }
 
@@ -121,7 +121,7 @@ Result<void> fetch(const std::string& url, const TransferLimits& limits,
     if (auto allowed = checkRedirect(address, **next); !allowed) return allowed;
     address = std::move(**next);
   }
-  return Error{"The server sends from one address to the next without end."};
+  return Error{"The server redirects too often."};
 }
 
 }  // namespace zephyl

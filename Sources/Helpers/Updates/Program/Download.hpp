@@ -10,24 +10,23 @@
 
 namespace zephyl {
 
-/// What a transfer may cost at most.
+/// The limits of a transfer.
 struct TransferLimits {
   std::int64_t bytes = 0;
   std::chrono::seconds total{};
-  std::chrono::seconds stall{30};  ///< without a byte
+  std::chrono::seconds stall{30};  ///< maximum time without a byte
 };
 
-/// What becomes of the bytes, and whether they are still wanted.
+/// The owner of a transfer.
 struct TransferCallbacks {
-  /// Takes bytes as they come; an error ends the transfer with it.
-  std::function<Result<void>(std::string_view)> take;
-  /// Asked at least once a second; true ends the transfer.
+  /// Receives the bytes. An error ends the transfer with that error.
+  std::function<Result<void>(std::string_view)> receive;
+  /// Called at least once a second. Returning true ends the transfer.
   std::function<bool()> isCancelled;
 };
 
-/// Fetches what is at `url`: over https, or plain http from this machine itself, and the same for
-/// each address that it is sent on to. Nothing that is not asked for is accepted: no cookies, no
-/// compression, no other answer than 200. Blocks.
+/// Fetches the document at `url` over https, or over http from this machine. The same rule applies
+/// to each redirect. Accepts no cookies, no compression and no status but 200. Blocks.
 Result<void> fetch(const std::string& url, const TransferLimits& limits,
                    const TransferCallbacks& owner);
 

@@ -51,7 +51,7 @@ Result<void> flush(const std::string& path) {
   return {};
 }
 
-/// Makes the names of both directories last.
+/// Makes renames in both directories durable.
 Result<void> flushBoth(const UpdateFiles& files) {
   if (auto flushed = flush(files.directory); !flushed) return flushed;
   return flush(parentDirectory(files.prefix));
@@ -62,7 +62,7 @@ Result<void> renameTo(const std::string& from, const std::string& to) {
   return {};
 }
 
-/// Exchanges two directories in one step.
+/// Exchanges two directories atomically.
 Result<void> exchangeDirectories(const std::string& one, const std::string& other) {
   if (::renameat2(AT_FDCWD, one.c_str(), AT_FDCWD, other.c_str(), RENAME_EXCHANGE) == 0) return {};
   if (errno == EINVAL || errno == ENOSYS) {
@@ -71,7 +71,7 @@ Result<void> exchangeDirectories(const std::string& one, const std::string& othe
   return systemError(one, errno);
 }
 
-/// Creates a directory that is open to the same users as the directory `like`.
+/// Creates a directory that is accessible to the same users as the directory `like`.
 Result<void> makeDirectoryLike(const std::string& like, const std::string& path) {
   struct stat status {};
   if (::stat(like.c_str(), &status) != 0) return systemError(like, errno);
@@ -86,7 +86,7 @@ Result<void> makeDirectoryLike(const std::string& like, const std::string& path)
   return {};
 }
 
-/// Creates the state directory. One that exists already is used only if it may be trusted.
+/// Creates the state directory. An existing one is used only if it is trusted.
 Result<void> prepareStateDirectory(const UpdateFiles& files) {
   const bool made = ::mkdir(files.directory.c_str(), privateMode) == 0;
   if (!made && errno != EEXIST) return systemError(files.directory, errno);
@@ -99,7 +99,7 @@ Result<void> prepareStateDirectory(const UpdateFiles& files) {
                " Remove it, then check for updates again."};
 }
 
-/// Checks that the installation at hand could be updated with what the bundle says.
+/// Checks that the bundle's feed address and keys are usable for the next update.
 Result<void> checkCanBeUpdated(const InstalledBundle& bundle) {
   if (const auto usable = checkAddress(bundle.feedURL); !usable) {
     return Error{"The update has no usable feed address: ", usable.error().message};
@@ -110,10 +110,11 @@ Result<void> checkCanBeUpdated(const InstalledBundle& bundle) {
   return {};
 }
 
-Result<FileDescriptor> takeLock(const std::string& path) {
+Result<FileDescriptor> acquireLock(const std::string& path) {
   FileDescriptor lock(::open(path.c_str(), O_RDWR | O_CREAT | O_NOFOLLOW | O_CLOEXEC, 0600));
   if (!lock) return systemError(path, errno);
-  if (::flock(lock.get(), LOCK_EX | LOCK_NB) != 0) return Error{"An update is under way already."};
+  if (::flock(lock.get(), LOCK_EX | LOCK_NB) != 0)
+    return Error{"Another update is already in progress."};
   return lock;
 }
 
@@ -147,20 +148,20 @@ Result<InstalledBundle> InstalledBundle::read(const std::string& prefix) {
 Result<Installation> Installation::open(const std::string& prefix) {
   auto files = UpdateFiles::of(prefix);
   if (auto made = prepareStateDirectory(files); !made) return made.error();
-  auto lock = takeLock(files.lock);
+  auto lock = acquireLock(files.lock);
   if (!lock) return lock.error();
   Installation installation(std::move(files), std::move(*lock));
   installation.recover();
   return installation;
 }
 
-/// Where an earlier run was killed.
+/// Completes or reverts the work of a run that was killed.
 void Installation::recover() {
   const auto trial = readMarker(files_.trial);
   if (!trial) return;
   const auto installed = InstalledBundle::read(files_.prefix);
   if (!installed || installed->version != trial->version) {
-    // Before the exchange, or behind the return.
+    // The earlier run was killed before the exchange, or after a rollback.
     static_cast<void>(removePath(files_.trial));
   } else if (fileExists(files_.staged) && !fileExists(files_.previous) &&
              stagedIsOlder(*installed)) {
@@ -168,7 +169,7 @@ void Installation::recover() {
   }
 }
 
-/// Returns whether the staged version is the previous one, which an exchange has left there.
+/// Returns whether the staged version is the previous one, left there by an interrupted exchange.
 bool Installation::stagedIsOlder(const InstalledBundle& installed) const {
   const auto staged = InstalledBundle::read(files_.staged);
   return staged && std::is_lt(compareVersions(staged->version, installed.version));
@@ -177,7 +178,7 @@ bool Installation::stagedIsOlder(const InstalledBundle& installed) const {
 Result<FileDescriptor> Installation::makeUnnamedFile() const {
   FileDescriptor file(::open(files_.directory.c_str(), O_TMPFILE | O_RDWR | O_CLOEXEC, 0600));
   if (file) return file;
-  // Not every file system has files without names.
+  // Some file systems do not support unnamed files.
   std::string name = joinPath(files_.directory, "download.XXXXXX");
   file.reset(::mkostemp(name.data(), O_CLOEXEC));
   if (!file) return systemError(files_.directory, errno);
@@ -187,10 +188,10 @@ Result<FileDescriptor> Installation::makeUnnamedFile() const {
 
 Result<void> Installation::checkStaged(const std::string& at, const std::string& version) const {
   const auto inside = InstalledBundle::read(at);
-  if (!inside) return Error{"The update does not say which version it is."};
+  if (!inside) return Error{"The update does not contain its version."};
   if (inside->version != version) {
-    return Error{"The update says it is version ", visible(inside->version), ", not ",
-                 visible(version), "."};
+    return Error{"The update is version ", visible(inside->version), ", not ", visible(version),
+                 "."};
   }
   const auto installed = InstalledBundle::read(files_.prefix);
   if (!installed) return installed.error();
@@ -198,11 +199,12 @@ Result<void> Installation::checkStaged(const std::string& at, const std::string&
     return Error{"Version ", visible(version), " is not newer than ", installed->version,
                  ", which is installed."};
   }
-  if (inside->identifier != installed->identifier) return Error{"The update is another program."};
+  if (inside->identifier != installed->identifier)
+    return Error{"The update belongs to another program."};
   if (auto usable = checkCanBeUpdated(*inside); !usable) return usable;
   const std::string executable = joinPath(at, executableInPrefix);
   if (!isRegularFile(executable) || !isExecutableFile(executable)) {
-    return Error{"The update holds no program."};
+    return Error{"The update contains no program."};
   }
   return {};
 }
@@ -232,14 +234,14 @@ Result<void> Installation::swap(const std::string& version) {
   }
   const auto inside = InstalledBundle::read(files_.staged);
   if (!inside) return inside.error();
-  const UpdateMarker note{.version = version, .displayVersion = inside->displayVersion};
+  const UpdateMarker marker{.version = version, .displayVersion = inside->displayVersion};
   if (auto removed = removePath(files_.previous); !removed) return removed;
-  if (auto written = writeMarker(files_.trial, note); !written) return written;
+  if (auto written = writeMarker(files_.trial, marker); !written) return written;
   if (auto swapped = exchangeDirectories(files_.staged, files_.prefix); !swapped) {
     static_cast<void>(removePath(files_.trial));
     return swapped;
   }
-  // What stands is the new version, whatever becomes of the rest: `recover` would do it.
+  // The new version is installed, even if the following steps fail: `recover` repeats them.
   static_cast<void>(renameTo(files_.staged, files_.previous));
   static_cast<void>(flushBoth(files_));
   return {};
@@ -247,12 +249,12 @@ Result<void> Installation::swap(const std::string& version) {
 
 Result<void> Installation::rollBack() {
   const auto trial = readMarker(files_.trial);
-  if (!trial) return Error{"No version is on trial."};
+  if (!trial) return Error{"No unconfirmed version is installed."};
   if (!isExecutableFile(joinPath(files_.previous, executableInPrefix))) {
-    return Error{"There is no previous version to return to."};
+    return Error{"There is no previous version to roll back to."};
   }
-  const UpdateMarker note{.version = trial->version, .displayVersion = trial->displayVersion};
-  if (auto written = writeMarker(files_.failed, note); !written) return written;
+  const UpdateMarker marker{.version = trial->version, .displayVersion = trial->displayVersion};
+  if (auto written = writeMarker(files_.failed, marker); !written) return written;
   if (auto swapped = exchangeDirectories(files_.previous, files_.prefix); !swapped) return swapped;
   if (auto flushed = flushBoth(files_); !flushed) return flushed;
   if (auto removed = removePath(files_.trial); !removed) return removed;

@@ -12,44 +12,44 @@
 
 namespace zephyl {
 
-/// What Info.json of an installation says that matters here.
+/// The values of an installation's Info.json that updates use.
 struct InstalledBundle {
   std::string identifier;
-  std::string version;         ///< "CFBundleVersion", else the following
+  std::string version;         ///< "CFBundleVersion", else `displayVersion`
   std::string displayVersion;  ///< "CFBundleShortVersionString"
   std::string feedURL;
-  std::vector<std::string> keys;  ///< "SUPublicEDKey", a text or a list of texts
-  std::string updateCommand;      ///< set by a package: how its users update
+  std::vector<std::string> keys;  ///< "SUPublicEDKey", a string or a list of strings
+  std::string updateCommand;      ///< set by a package: the command that updates it
 
-  /// Reads that of the installation, or of a staged version, at `prefix`.
+  /// Reads Info.json of the installation or staged version at `prefix`.
   static Result<InstalledBundle> read(const std::string& prefix);
 };
 
-/// An installation and what is beside it (see UpdateFiles). The new version is staged beside the
-/// old one and takes its place in one step of the file system, an exchange of two names, so that
-/// at no moment, a power cut's included, less than one whole version stands at the prefix. One
-/// object at a time works on an installation; a second finds the lock taken.
+/// An installation and its state directory (see UpdateFiles). A new version is staged beside the
+/// old one and replaces it by an exchange of two names, one atomic step of the file system. So the
+/// prefix always contains exactly one complete version, even after a power cut. Only one object can
+/// use an installation at a time: for a second one, the lock is not available.
 class Installation {
  public:
-  /// Returns why the installation at `prefix` must not be replaced, and what to do instead; nullopt
-  /// if it may be. It must belong to this user, hold files of this program only, and not belong to
-  /// a package manager. Nobody else may write to any part of it, or to the directory that holds it,
-  /// which must belong to this user or root.
+  /// Returns why the installation at `prefix` must not be replaced and what to do instead, or
+  /// nullopt if it may be replaced. It must belong to this user, contain only files of this
+  /// program, and not belong to a package manager. Nobody else may write to any part of it or to
+  /// its parent directory, which must belong to this user or root.
   static std::optional<std::string> obstacle(const std::string& prefix);
 
-  /// Opens it for changes. Whatever an earlier run left unfinished is finished or rolled back.
+  /// Opens the installation for changes. Finishes or rolls back what an earlier run left
+  /// unfinished.
   static Result<Installation> open(const std::string& prefix);
 
-  /// A new file without a name, for what is downloaded: it is gone with its descriptor.
+  /// Creates an unnamed file for a download, which is deleted when it is closed.
   [[nodiscard]] Result<FileDescriptor> makeUnnamedFile() const;
-  /// Unpacks `archive`, the verified bytes, which must be version `version` of the same program,
+  /// Unpacks the verified bytes `archive`. They must be version `version` of the same program,
   /// newer than the installed one, with a feed address and keys for the next update. The new
   /// version gets the group and mode of the installation.
   Result<void> stage(std::string_view archive, const std::string& version);
-  /// Installs the staged version, unconfirmed, and keeps the previous one.
+  /// Installs the staged version as unconfirmed and keeps the previous one.
   Result<void> swap(const std::string& version);
-  /// Installs the previous version in place of an unconfirmed one, and records the latter as
-  /// failed.
+  /// Replaces the unconfirmed version by the previous one, and records it as failed.
   Result<void> rollBack();
 
   [[nodiscard]] const UpdateFiles& files() const { return files_; }

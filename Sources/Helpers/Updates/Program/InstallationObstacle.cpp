@@ -18,7 +18,7 @@ namespace fs = std::filesystem;
 
 constexpr std::string_view packageLists = "/var/lib/dpkg/info";
 
-/// Directories whose contents come from packages alone.
+/// Returns whether only packages install files in this directory.
 bool isSystemPath(std::string_view prefix) {
   constexpr std::array<std::string_view, 5> roots = {"/usr", "/nix", "/gnu", "/snap", "/app"};
   const std::string path = std::string(prefix) + "/";
@@ -29,7 +29,7 @@ bool isSystemPath(std::string_view prefix) {
   return false;
 }
 
-/// Whether a package says that it installed this executable.
+/// Returns whether an installed package lists this executable.
 bool isListedByPackage(const std::string& executable) {
   std::error_code failure;
   for (const auto& entry : fs::directory_iterator(packageLists, failure)) {
@@ -49,17 +49,17 @@ bool belongsToThisUser(const struct stat& status) {
   return status.st_uid == ::geteuid();
 }
 
-/// Whether somebody else than the owner may write. The mode of a link has no meaning.
+/// Returns whether anyone but the owner may write. The mode of a link has no meaning.
 bool isOpenToOthers(const struct stat& status) {
   return !S_ISLNK(status.st_mode) && (status.st_mode & (S_IWGRP | S_IWOTH)) != 0;
 }
 
-std::string isForeign(const std::string& path) {
+std::string foreignOwnerMessage(const std::string& path) {
   return visible(path) +
          " belongs to another user. Ask the owner of this installation to update it.";
 }
 
-std::string isOpen(const std::string& path) {
+std::string writableByOthersMessage(const std::string& path) {
   return "Other users may change " + visible(path) +
          ", so updates cannot be installed safely. Run: chmod go-w " + visible(shellQuoted(path));
 }
@@ -68,17 +68,17 @@ std::optional<std::string> obstacleInParent(const std::string& prefix) {
   const std::string parent = parentDirectory(prefix);
   struct stat status {};
   if (::stat(parent.c_str(), &status) != 0) return systemError(parent, errno).message;
-  if (!belongsToThisUser(status) && status.st_uid != 0) return isForeign(parent);
-  if (isOpenToOthers(status)) return isOpen(parent);
+  if (!belongsToThisUser(status) && status.st_uid != 0) return foreignOwnerMessage(parent);
+  if (isOpenToOthers(status)) return writableByOthersMessage(parent);
   return std::nullopt;
 }
 
-/// `path`: of something in the installation at `prefix`, or the prefix itself.
+/// Returns the obstacle at `path`, which is the installation at `prefix` or a part of it.
 std::optional<std::string> obstacleAt(const std::string& path, const std::string& prefix) {
   struct stat status {};
   if (::lstat(path.c_str(), &status) != 0) return systemError(path, errno).message;
-  if (!belongsToThisUser(status)) return isForeign(path);
-  if (isOpenToOthers(status)) return isOpen(path);
+  if (!belongsToThisUser(status)) return foreignOwnerMessage(path);
+  if (isOpenToOthers(status)) return writableByOthersMessage(path);
   const std::string inside = fs::path(path).lexically_relative(prefix);
   if (S_ISDIR(status.st_mode) || belongsToProgram(inside)) return std::nullopt;
   return "The installation in " + visible(prefix) + " shares its folder with other files (" +

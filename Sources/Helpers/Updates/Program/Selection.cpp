@@ -30,14 +30,14 @@ bool hasReached(const AppcastItem& item, const InstallationProfile& installation
   if (!item.phasedRolloutInterval || !item.published) return true;
   if (item.critical || installation.userInitiated) return true;
   const auto group = std::clamp<std::int64_t>(installation.rolloutGroup, 0, rolloutGroups - 1);
-  // Divided rather than multiplied: the interval is any number.
+  // Uses a division, because a product with an arbitrary interval could overflow.
   return (installation.now - *item.published) / *item.phasedRolloutInterval >= group &&
          installation.now >= *item.published;
 }
 
-/// Whether the user, or a failure of this version, has ruled it out. A critical version cannot be
-/// skipped. One that has failed gets another chance only when its maker knows more than then.
-bool isRuledOut(const AppcastItem& item, std::chrono::sys_seconds feedDate,
+/// Returns whether the user has skipped this version or it has failed. A critical version cannot be
+/// skipped. A failed version is offered again only if a newer feed marks it as critical.
+bool isExcluded(const AppcastItem& item, std::chrono::sys_seconds feedDate,
                 const InstallationProfile& installation) {
   if (contains(installation.skip, item.version) && !item.critical) return true;
   if (!installation.failed || installation.failed->version != item.version) return false;
@@ -51,10 +51,10 @@ bool isFor(const AppcastItem& item, std::chrono::sys_seconds feedDate,
          enclosureFor(item, installation) != nullptr &&
          std::is_lteq(compareVersions(item.minimumSystemVersion, installation.systemVersion)) &&
          (item.channel.empty() || contains(installation.channels, item.channel)) &&
-         !isRuledOut(item, feedDate, installation) && hasReached(item, installation);
+         !isExcluded(item, feedDate, installation) && hasReached(item, installation);
 }
 
-/// As "2026-11-21".
+/// Returns a date such as "2026-11-21".
 std::string dayOf(std::chrono::sys_seconds time) {
   const std::chrono::year_month_day day(std::chrono::floor<std::chrono::days>(time));
   return formatText("{:04}-{:02}-{:02}", static_cast<int>(day.year()),
@@ -93,10 +93,10 @@ Result<std::optional<UpdateOffer>> chooseUpdate(const std::vector<AppcastItem>& 
 
 Result<std::chrono::sys_seconds> checkFeedDate(const Appcast& appcast,
                                                std::optional<std::chrono::sys_seconds> newest) {
-  if (!appcast.date) return Error{"The feed does not say when it was signed."};
+  if (!appcast.date) return Error{"The feed does not contain its date."};
   if (!newest || *appcast.date >= *newest) return *appcast.date;
   return Error{"The feed is stale: it was signed on ", dayOf(*appcast.date),
-               ", and a newer one, of ", dayOf(*newest), ", has been seen before."};
+               ", and a newer one, of ", dayOf(*newest), ", was seen before."};
 }
 
 Result<void> checkOffer(const UpdateOffer& offer, const std::string& installedVersion) {
@@ -104,12 +104,12 @@ Result<void> checkOffer(const UpdateOffer& offer, const std::string& installedVe
     return Error{"Version ", visible(offer.version), " is not newer than ", installedVersion,
                  ", which is installed."};
   }
-  if (offer.length <= 0) return Error{"The feed does not say how long the update is."};
+  if (offer.length <= 0) return Error{"The feed does not contain the size of the update."};
   if (offer.length > maxArchiveBytes) return Error{"The update is too large."};
   if (offer.signature.empty()) return Error{"The update is not signed."};
   const bool isHash = offer.sha256.size() == sha256Digits &&
                       offer.sha256.find_first_not_of("0123456789abcdef") == std::string::npos;
-  if (!isHash) return Error{"The feed does not say what the update's bytes are."};
+  if (!isHash) return Error{"The feed does not contain a valid hash of the update."};
   return checkAddress(offer.url);
 }
 

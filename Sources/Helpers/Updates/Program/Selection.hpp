@@ -9,14 +9,14 @@
 #include "Helpers/Updates/Protocol/UpdateMessages.hpp"
 #include "System/Data/Result.hpp"
 
-/// Which release of a feed is for whom. Pure.
+/// The choice of a release from a feed. Pure.
 namespace zephyl {
 
 /// The installation that checks for updates.
 struct InstallationProfile {
   std::string installedVersion;
-  std::string architecture;   ///< as the kernel names it, such as "x86_64"
-  std::string systemVersion;  ///< of the C library, on which it depends what starts here
+  std::string architecture;   ///< the kernel's name, such as "x86_64"
+  std::string systemVersion;  ///< the version of the C library
   std::vector<std::string> channels;
   std::vector<std::string> skip;  ///< offered only if critical
   std::optional<FailedVersion>
@@ -26,22 +26,22 @@ struct InstallationProfile {
   std::chrono::sys_seconds now;
 };
 
-/// A phased roll-out reaches one group after the other, an interval apart.
+/// The number of groups of a phased roll-out, which reaches one group per interval.
 inline constexpr std::int64_t rolloutGroups = 7;
 
-/// Returns the highest version that is newer than the installed one and meant for `installation`;
-/// nullopt if there is none. Fails if the feed does not describe that version completely.
-/// `feedDate`: of the feed that lists the items.
+/// Returns the highest version that is newer than the installed one and suitable for
+/// `installation`, or nullopt if there is none. Fails if the feed does not describe that version
+/// completely. `feedDate` is the date of the feed that contains the items.
 Result<std::optional<UpdateOffer>> chooseUpdate(const std::vector<AppcastItem>& items,
                                                 std::chrono::sys_seconds feedDate,
                                                 const InstallationProfile& installation);
 
-/// Returns the date of a feed. Fails if it has none, or is older than `newest`, the date of the
-/// newest feed seen before: a feed that was signed once can be served again at any time.
+/// Returns the date of a feed. Fails if it has none or is older than `newest`, the date of the
+/// newest known feed, because an attacker can serve an old signed feed at any time.
 Result<std::chrono::sys_seconds> checkFeedDate(const Appcast& appcast,
                                                std::optional<std::chrono::sys_seconds> newest);
 
-/// Whether an offer is complete, and newer than what is installed.
+/// Fails unless an offer is complete and newer than the installed version.
 Result<void> checkOffer(const UpdateOffer& offer, const std::string& installedVersion);
 
 }  // namespace zephyl

@@ -42,7 +42,7 @@ std::optional<std::string> decodeBase64(std::string_view text) {
   std::string bytes(text.size() / 4 * 3, '\0');
   const int decoded = EVP_DecodeBlock(reinterpret_cast<unsigned char*>(bytes.data()), bytesOf(text),
                                       static_cast<int>(text.size()));
-  // The decoder skips blanks at both ends, of which fewer bytes come.
+  // The decoder ignores blanks at both ends, and then returns fewer bytes.
   if (decoded < 0 || static_cast<std::size_t>(decoded) != bytes.size()) return std::nullopt;
   bytes.resize(bytes.size() - padding);
   return bytes;
@@ -69,8 +69,8 @@ bool TrustedKeys::verify(std::string_view bytes, std::string_view signature) con
 
 bool TrustedKeys::verifyAny(std::string_view bytes, std::string_view signatures) const {
   const auto words = splitNonEmpty(signatures, ' ');
-  const auto looked = std::min(words.size(), maxSignatures);
-  return std::any_of(words.begin(), words.begin() + static_cast<std::ptrdiff_t>(looked),
+  const auto tried = std::min(words.size(), maxSignatures);
+  return std::any_of(words.begin(), words.begin() + static_cast<std::ptrdiff_t>(tried),
                      [&](std::string_view word) {
                        const auto signature = decodeBase64(word);
                        return signature && verify(bytes, *signature);
@@ -94,7 +94,7 @@ Result<std::string_view> verifiedFeed(std::string_view feed, const TrustedKeys& 
   if (line.size() < signatureEnd.size()) return Error{"The feed is not signed."};
   line.remove_suffix(signatureEnd.size());
   if (keys.verifyAny(contents, line)) return contents;
-  return Error{"The feed's signature is not good."};
+  return Error{"The signature of the feed is invalid."};
 }
 
 }  // namespace zephyl

@@ -9,25 +9,25 @@
 
 #include "System/Data/Result.hpp"
 
-/// Ed25519 signatures and what they are made of. Pure.
+/// Ed25519 signatures, their keys and their encoding. Pure.
 namespace zephyl {
 
-/// The bytes of a base64 text; none when it is anything else, spaces and missing padding included.
+/// Decodes a base64 text. Returns nullopt if it is malformed, contains blanks or lacks padding.
 std::optional<std::string> decodeBase64(std::string_view text);
 
-/// The keys that an installation trusts. There may be several, so that one can be retired.
+/// The keys that an installation trusts. There may be several, so that keys can be replaced.
 class TrustedKeys {
  public:
   static constexpr std::size_t keySize = 32;
   static constexpr std::size_t signatureSize = 64;
 
-  /// Base64 texts, each perhaps several separated by spaces. Fails when there is none, or one that
-  /// is no key.
+  /// Parses base64 texts, each of which may contain several keys separated by spaces. Fails if
+  /// there is no key or one is malformed.
   static Result<TrustedKeys> parse(const std::vector<std::string>& texts);
 
-  /// Whether any of the keys made this signature (raw) of these bytes.
+  /// Returns whether one of the keys made this signature (raw bytes) of these bytes.
   [[nodiscard]] bool verify(std::string_view bytes, std::string_view signature) const;
-  /// The same of any of several signatures, base64 texts separated by spaces, of which only the
+  /// Returns the same for any of several signatures, base64 texts separated by spaces. Only the
   /// first few are tried.
   [[nodiscard]] bool verifyAny(std::string_view bytes, std::string_view signatures) const;
 
@@ -35,14 +35,14 @@ class TrustedKeys {
   std::vector<std::string> keys_;
 };
 
-/// The SHA-256 of `bytes` in lower-case hexadecimal digits.
+/// Returns the SHA-256 of `bytes` in lower-case hexadecimal digits.
 std::string sha256Of(std::string_view bytes);
 
-/// A feed whose signature was good: what stands before its signature line,
+/// Returns the verified contents of a feed: the text before its last line, which is
 ///
 ///     <!-- signature: BASE64 BASE64... -->
 ///
-/// which is the last one. One good signature is enough.
+/// One valid signature is sufficient.
 Result<std::string_view> verifiedFeed(std::string_view feed, const TrustedKeys& keys);
 
 }  // namespace zephyl

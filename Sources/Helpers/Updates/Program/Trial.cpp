@@ -31,7 +31,7 @@ std::vector<char*> pointersTo(std::vector<std::string>& texts) {
   return pointers;
 }
 
-/// Starts a program with nothing of this one's input and output; 0 when it cannot be.
+/// Starts a program without this process's input and output. Returns 0 on failure.
 pid_t spawnSilently(std::vector<std::string> arguments) {
   posix_spawn_file_actions_t actions{};
   posix_spawn_file_actions_init(&actions);
@@ -95,11 +95,12 @@ TrialOutcome outcomeOfTrial(const std::string& prefix, const WatchedProcess& pro
   while (fileExists(path) && std::chrono::steady_clock::now() < deadline) {
     if (process.waitForEnd(watchInterval)) break;
   }
-  const auto note = readMarker(path);
-  if (!fileExists(path)) return TrialOutcome::confirmed;  // asked last: it may just have gone
-  // The note names the process, because the next start may have changed the note already.
-  const bool wasAsked = note && note->endedProcess == process.id();
-  return wasAsked ? TrialOutcome::suspended : TrialOutcome::failed;
+  const auto marker = readMarker(path);
+  if (!fileExists(path))
+    return TrialOutcome::confirmed;  // checked last, because it may have been removed meanwhile
+  // The marker contains the process id, because the next start may have changed the marker already.
+  const bool wasRequested = marker && marker->endedProcess == process.id();
+  return wasRequested ? TrialOutcome::suspended : TrialOutcome::failed;
 }
 
 Error becomeProgram(const std::string& executable, const std::vector<std::string>& arguments) {

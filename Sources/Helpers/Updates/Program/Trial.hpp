@@ -11,20 +11,21 @@
 
 namespace zephyl {
 
-/// Whether a program can be started on this machine at all: it is run with "--version", and must
-/// end well within ten seconds.
+/// Fails unless a program starts on this machine: it is run with "--version" and must succeed
+/// within ten seconds.
 Result<void> checkItStarts(const std::string& executable);
 
-/// A process that is not a child, followed so that no other with its id is ever taken for it.
+/// A process that is not a child. It is identified by a pidfd, so its id cannot be confused with
+/// that of another process.
 class WatchedProcess {
  public:
   explicit WatchedProcess(pid_t pid);
 
   [[nodiscard]] pid_t id() const { return id_; }
 
-  /// Waits at most `limit` for its end; whether it has ended.
+  /// Waits for its end for at most `limit`. Returns whether it has ended.
   [[nodiscard]] bool waitForEnd(std::chrono::milliseconds limit) const;
-  /// SIGTERM, and SIGKILL when that does not help; waits for the end.
+  /// Sends SIGTERM, and later SIGKILL if necessary. Waits for the end.
   void end() const;
 
  private:
@@ -32,19 +33,19 @@ class WatchedProcess {
   FileDescriptor process_;
 };
 
+/// How the trial of an unconfirmed version has ended.
 enum class TrialOutcome {
   confirmed,  ///< the new version has removed trial.json
-  suspended,  ///< the process was asked to end; the trial goes on at the next start
-  failed,     ///< the process has ended otherwise, or `limit` has passed
+  suspended,  ///< the process was asked to end; the trial continues at the next start
+  failed,     ///< the process has ended for another reason, or `limit` has passed
 };
 
-/// Waits, for `limit` at most, until the unconfirmed version at `prefix`, which `process` executes
-/// or is about to execute, is confirmed or has failed.
+/// Waits for at most `limit` until the unconfirmed version at `prefix` is confirmed or has failed.
+/// `process` executes that version or is about to execute it.
 TrialOutcome outcomeOfTrial(const std::string& prefix, const WatchedProcess& process,
                             std::chrono::seconds limit);
 
-/// Becomes the program: this process goes on as it, with all signals as they are at the start.
-/// Returns only when that fails.
+/// Executes the program in this process, with unchanged signal handling. Returns only on failure.
 Error becomeProgram(const std::string& executable, const std::vector<std::string>& arguments);
 
 }  // namespace zephyl

@@ -16,8 +16,8 @@ bool isLetter(char c) {
   return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z');
 }
 
-/// Takes the next piece off a version; an empty one at the end.
-std::string_view takePiece(std::string_view& version) {
+/// Removes the next piece from a version and returns it, or an empty one at the end.
+std::string_view removePiece(std::string_view& version) {
   while (!version.empty() && !isDigit(version.front()) && !isLetter(version.front())) {
     version.remove_prefix(1);
   }
@@ -47,7 +47,7 @@ std::weak_ordering compareNumbers(std::string_view left, std::string_view right)
 }
 
 std::weak_ordering comparePieces(std::string_view left, std::string_view right) {
-  // An end counts as a zero beside a number, and as more than letters.
+  // An end counts as zero when compared with a number, and as more than letters.
   const bool leftCounts = isNumber(left) || left.empty();
   const bool rightCounts = isNumber(right) || right.empty();
   if (leftCounts && rightCounts) return compareNumbers(left, right);
@@ -59,8 +59,8 @@ std::weak_ordering comparePieces(std::string_view left, std::string_view right) 
 
 std::weak_ordering compareVersions(std::string_view left, std::string_view right) {
   for (;;) {
-    const auto leftPiece = takePiece(left);
-    const auto rightPiece = takePiece(right);
+    const auto leftPiece = removePiece(left);
+    const auto rightPiece = removePiece(right);
     if (leftPiece.empty() && rightPiece.empty()) return std::weak_ordering::equivalent;
     const auto order = comparePieces(leftPiece, rightPiece);
     if (std::is_neq(order)) return order;

@@ -5,13 +5,13 @@
 
 namespace zephyl {
 
-/// Versions are compared piece by piece, a piece being a run of digits or of letters; what stands
-/// between is a separator. Numbers compare by value, letters by the alphabet, and letters come
-/// before the end, which comes before a number: 2.0b1 < 2.0 = 2 < 2.0.1. Pure.
+/// Compares versions piece by piece. A piece is a run of digits or of letters, and other characters
+/// are separators. Numbers compare by value, letters alphabetically. Letters precede the end, which
+/// precedes a number: 2.0b1 < 2.0 = 2 < 2.0.1. Pure.
 std::weak_ordering compareVersions(std::string_view left, std::string_view right);
 
-/// Whether a text may be a version at all: a digit, then at most 63 letters, digits, '.', '-',
-/// '+', '_' or '~'.
+/// Returns whether a text has the form of a version: a digit, then at most 63 letters, digits, '.',
+/// '-', '+', '_' or '~'.
 bool isVersion(std::string_view text);
 
 }  // namespace zephyl

@@ -1,8 +1,8 @@
 // zephyl-tray-updater finds, downloads, verifies and installs updates of the tray, one step per
-// run. It reads a command as a line of JSON on standard input and reports in lines of JSON on
-// standard output, as described in Helpers/Updates/Protocol/UpdateMessages.hpp. It alone uses the
-// network and reads untrusted data. Its exit status is 0 if the command succeeded, 1 if it failed,
-// 2 if there is no valid command.
+// run. It reads a command as a line of JSON on standard input and writes reports as lines of JSON
+// to standard output, as described in Helpers/Updates/Protocol/UpdateMessages.hpp. Only this
+// program uses the network and reads untrusted data. Its exit status is 0 if the command succeeded,
+// 1 if it failed, 2 if there is no valid command.
 
 #include <csignal>
 #include <cstdlib>
@@ -20,13 +20,13 @@ namespace zephyl {
 
 namespace {
 
-/// Gives up all rights beyond the user's own, now and later, and writes no core.
-void giveUpRights() {
+/// Drops all privileges beyond the user's own, permanently, and disables core dumps.
+void dropPrivileges() {
   ::prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0);
   ::prctl(PR_SET_DUMPABLE, 0, 0, 0, 0);
 }
 
-/// A program that watches or rolls back has the tray's own output, where a report would be noise.
+/// Logs a failure instead of reporting it, because these commands write to the tray's own output.
 bool logFailure(const Result<void>& outcome) {
   if (!outcome) log("{}", outcome.error().message);
   return outcome.has_value();
@@ -42,7 +42,7 @@ bool perform(const UpdateCommand& command, JSONLines& lines) {
   const CommandClient client{
       .report = [&](const UpdateProgress& progress) { lines.write(UpdateReport(progress)); },
       .hasCancelled = [&] { return lines.inputHasEnded(); }};
-  if (!std::holds_alternative<WatchCommand>(command)) giveUpRights();
+  if (!std::holds_alternative<WatchCommand>(command)) dropPrivileges();
   return std::visit(
       Overloaded{
           [&](const CheckCommand& check) { return report(perform(check, client), lines); },

@@ -56,16 +56,16 @@ std::string UpdateFiles::archive(const std::string& sha256) const {
 std::optional<UpdateMarker> readMarker(const std::string& path) {
   const auto text = readFile(path);
   if (!text) return std::nullopt;
-  auto note = json::decodeText<UpdateMarker>(*text);
-  if (!note) return std::nullopt;
-  return std::move(*note);
+  auto marker = json::decodeText<UpdateMarker>(*text);
+  if (!marker) return std::nullopt;
+  return std::move(*marker);
 }
 
-Result<void> writeMarker(const std::string& path, const UpdateMarker& note) {
-  return replaceFile(path, json::prettySorted(json::encode(note)), Durability::flushed);
+Result<void> writeMarker(const std::string& path, const UpdateMarker& marker) {
+  return replaceFile(path, json::prettySorted(json::encode(marker)), Durability::flushed);
 }
 
-bool removeUndecodableNote(const std::string& path) {
+bool removeUndecodableMarker(const std::string& path) {
   const auto text = readFile(path);
   if (!text || json::decodeText<UpdateMarker>(*text)) return false;
   return removePath(path).has_value();
