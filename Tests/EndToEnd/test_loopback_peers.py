@@ -70,7 +70,7 @@ def test_an_agent_of_another_user_does_not_count(world, start_api):
         assert reason == f"port {world.agent_port} belongs to another user's program"
         assert complaints(api.tray) == [
             f"[tray] port {world.agent_port} belongs to a program of another user (user id {USER}), which "
-            "does not count as the agent; end that program or set another \"trayPort\""]
+            "is not accepted as the agent; end that program or set another \"trayPort\""]
     finally:
         requests = foreign.close()
     assert requests == [], "nothing is sent to it"

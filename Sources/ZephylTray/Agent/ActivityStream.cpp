@@ -18,7 +18,7 @@ constexpr std::chrono::seconds requestTimeout{3600};
 constexpr std::string_view dataPrefix = "data: ";
 }  // namespace
 
-/// Lives on the reactor's thread, but for `deliver` (main) and `cancel` (any).
+/// Runs on the reactor's thread, except for `deliver` (main thread) and `cancel` (any thread).
 class ActivityStream::Reader : public std::enable_shared_from_this<Reader> {
  public:
   Reader(const Runtime& runtime, std::string url, std::shared_ptr<AgentPeer> peer,
@@ -90,7 +90,7 @@ class ActivityStream::Reader : public std::enable_shared_from_this<Reader> {
   HTTPTask exchange_;
   std::atomic<bool> cancelled_ = false;
   std::mutex mutex_;
-  std::optional<Activity> newest_;  // handed over by the main task that is on its way
+  std::optional<Activity> newest_;  // delivered by the pending task on the main thread
 };
 
 ActivityStream::ActivityStream(const Runtime& runtime, std::string url,

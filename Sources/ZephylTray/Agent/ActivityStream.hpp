@@ -10,18 +10,18 @@
 
 namespace zephyl {
 
-/// Follows the agent's event stream: every line that begins with "data: " carries one `Activity`.
-/// Other lines, and payloads that do not decode, are passed over. When the stream cannot be
-/// opened, answers anything but 200, ends or breaks, it is opened again after a fixed pause, for
-/// as long as the handle lives.
+/// Follows the agent's event stream. Every line that begins with "data: " carries one `Activity`.
+/// Other lines, and payloads that cannot be decoded, are ignored. If the stream cannot be opened,
+/// responds with a status other than 200, ends or fails, it is opened again after a fixed delay,
+/// until the handle is destroyed.
 ///
-/// Reading and decoding happen on the reactor's thread. Activities arrive on the main thread, one
-/// task each, the newest only when the main thread is behind: an agent that floods the stream can
-/// neither stall it nor pile up work.
+/// Lines are read and decoded on the reactor's thread. Activities are delivered on the main thread,
+/// one task each. If the main thread is busy, only the newest is delivered, so an agent that floods
+/// the stream can neither block the main thread nor queue up tasks.
 class ActivityStream {
  public:
-  /// `url` is the stream's address. `onActivity` is called on the main thread; never once the
-  /// handle is gone. Each connection is verified with `peer`, afresh.
+  /// `url` is the stream's address. Verifies each connection with `peer`, without a cached verdict.
+  /// Calls `onActivity` on the main thread, never after this was destroyed.
   ActivityStream(const Runtime& runtime, std::string url, std::shared_ptr<AgentPeer> peer,
                  std::function<void(Activity)> onActivity);
   ~ActivityStream();

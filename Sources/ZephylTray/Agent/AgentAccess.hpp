@@ -10,18 +10,18 @@
 
 namespace zephyl {
 
-/// How the tray reaches the agent on the loopback interface: a client with the tray's time-outs,
-/// whose connections count only if the program that listens belongs to this user or to root.
+/// The tray's access to the agent on the loopback interface: a client with the tray's time-outs. A
+/// connection is used only if the listening program belongs to this user or to root.
 class AgentAccess {
  public:
   static constexpr Duration requestTimeout = std::chrono::seconds(4);
 
-  /// `port` is where the agent listens. What `runtime` refers to outlives this.
+  /// `port` is the agent's port. The objects that `runtime` refers to must outlive this.
   AgentAccess(const Runtime& runtime, std::int64_t port);
 
   [[nodiscard]] std::int64_t port() const { return port_; }
   [[nodiscard]] const AgentClient& client() const { return client_; }
-  /// The agent as the monitor asks it. May outlive this.
+  /// Returns the monitor's port. It may outlive this.
   [[nodiscard]] AgentMonitor::Port monitorPort() const;
 
  private:

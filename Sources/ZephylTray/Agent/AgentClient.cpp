@@ -13,7 +13,7 @@ constexpr auto rootsPath = "/api/roots";
 constexpr auto approvalsPath = "/api/approvals";
 constexpr auto grantsPath = "/api/escape-grants";
 
-/// Of an explanation, which is shown in a window and logged.
+/// The limit of an error text, which is shown in a window and logged.
 constexpr std::size_t maxErrorBytes = 2000;
 
 struct RootsResponse {

@@ -15,22 +15,22 @@
 
 namespace zephyl {
 
-/// Why the agent did not do what was asked: its own words when it sent some, "request failed
-/// (<status>)" when it did not, or what went wrong on the way.
+/// The reason why a request to the agent failed: the agent's own message, "request failed
+/// (<status>)" if it sent none, or the transport error.
 using APIError = Error;
 
-/// Client of the agent's JSON API on the loopback interface: one operation per endpoint, one
-/// request per operation, no retries. A poll alone makes three requests.
+/// A client of the agent's JSON API on the loopback interface. Each operation corresponds to one
+/// endpoint and sends one request, without retries. Only `poll` sends three.
 ///
-/// An immutable value; copies share the session. Operations may be called from any thread and run
-/// concurrently. Answers are decoded on the reactor's thread; each operation then calls its
-/// completion once, on the main loop, unless that is closed.
+/// An immutable value. Copies share the session. Operations are callable from any thread and run
+/// concurrently. Answers are decoded on the reactor's thread. Each operation calls its completion
+/// once, on the main loop, unless the loop is closed.
 class AgentClient {
  public:
   template <typename T>
   using Completion = std::function<void(Result<T>)>;
 
-  /// `base` is the agent's address, such as "http://127.0.0.1:8799". `mainLoop` outlives the
+  /// `base` is the agent's address, such as "http://127.0.0.1:8799". `mainLoop` must outlive the
   /// requests.
   AgentClient(MainLoop& mainLoop, std::string base, HTTPSession session)
       : mainLoop_(&mainLoop), base_(std::move(base)), session_(std::move(session)) {}
@@ -42,7 +42,7 @@ class AgentClient {
   void poll(Completion<AgentPoll> done) const;
   void getRoots(Completion<std::vector<SharedRoot>> done) const;
 
-  /// `name` and `servers` are sent only when not empty.
+  /// Sends `name` and `servers` only if they are not empty.
   void addRoot(const std::string& path, const std::optional<std::string>& name,
                const std::vector<std::string>& servers,
                Completion<std::vector<SharedRoot>> done) const;

@@ -50,7 +50,7 @@ AgentLaunch packaged(const std::string& runtimeDirectory, Environment environmen
   return {joinPath(runtimeDirectory, "zephyl-agent"), runtimeDirectory, std::move(environment)};
 }
 
-/// The shell changes its directory before it looks for the program.
+/// Required because the shell changes its directory before it executes the program.
 std::string absolutePath(const std::string& path) {
   std::error_code failure;
   std::string absolute = std::filesystem::absolute(path, failure);
@@ -86,7 +86,7 @@ std::optional<AgentLaunch> AgentLaunch::choose(const std::vector<ServerEntry>& e
 }
 
 std::string AgentLaunch::shellCommand(std::int64_t port) const {
-  // Listeners only: the tray itself is a client of that port.
+  // Listeners only, because the tray itself is a client of that port.
   const auto cleanUp =
       formatText("lsof -ti tcp:{} -sTCP:LISTEN | xargs kill 2>/dev/null; sleep 0.2", port);
   return formatText("cd {} && {{ {}; }}; exec {}", shellQuoted(workingDirectory), cleanUp,

@@ -10,24 +10,24 @@
 
 namespace zephyl {
 
-/// Which agent to launch and with which environment: pure functions of settings, registry
-/// and file system, for `AgentProcess`.
+/// The agent to launch and its environment. Pure functions of settings, registry and file system,
+/// for `AgentProcess`.
 struct AgentLaunch {
   std::string executable;
   std::string workingDirectory;
   Environment environment;
 
-  /// The packaged agent when there is one, else a developer's build; none when there is neither.
-  /// `inherited` is the environment that the tray itself runs in, `port` where the agent is to
-  /// listen.
+  /// Returns the packaged agent, else a developer's build, or nullopt if there is neither.
+  /// `inherited` is the tray's own environment. `port` is the port that the agent must use.
   static std::optional<AgentLaunch> choose(const std::vector<ServerEntry>& enabledServers,
                                            Environment inherited, std::int64_t port);
 
-  /// The servers as the agent reads them from `ZEPHYL_SERVERS`: one line of JSON; none when no
-  /// server has an address to reach it at.
+  /// Returns the value of `ZEPHYL_SERVERS`, one line of JSON that describes the servers, or nullopt
+  /// if no server has a usable address.
   static std::optional<std::string> serversJSON(const std::vector<ServerEntry>& servers);
 
-  /// The shell command that frees the agent's port, then turns into the agent.
+  /// Returns the shell command that ends the process that listens on the agent's port and then
+  /// executes the agent.
   [[nodiscard]] std::string shellCommand(std::int64_t port) const;
 };
 

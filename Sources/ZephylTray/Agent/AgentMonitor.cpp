@@ -9,8 +9,8 @@ namespace zephyl {
 
 namespace {
 
-/// Whether two activities make different menus. The index's progress is shown elsewhere, and a busy
-/// agent may report it a thousand times a second.
+/// Returns whether two activities result in different menus. The menu does not show the progress of
+/// the index, which a busy agent may report a thousand times a second.
 bool menuDiffers(const Activity& before, const Activity& now) {
   return before.model != now.model || before.pendingApprovals != now.pendingApprovals ||
          before.escapeGrants != now.escapeGrants;

@@ -14,59 +14,59 @@ namespace zephyl {
 
 class MainLoop;
 
-/// Keeps a snapshot of the agent up to date: by a poll every `pollInterval`, and by the agent's
+/// Keeps a snapshot of the agent up to date, by a poll every `pollInterval` and by the agent's
 /// event stream.
 ///
-/// Unreachable at first. A poll in which status and folders both succeed makes the agent reachable,
-/// the first poll in which either fails makes it unreachable and clears the snapshot. A poll whose
-/// activity alone fails keeps the activity of before. Polls may overlap; each is applied whole when
-/// it ends. A poll never starts the agent.
+/// The agent is unreachable at first. A poll in which status and folders both succeed makes it
+/// reachable. The first poll in which either fails makes it unreachable and clears the snapshot. If
+/// only the activity of a poll fails, the previous activity is kept. Polls may overlap. Each is
+/// applied as a whole when it ends. A poll never starts the agent.
 ///
-/// Main thread only, except for the function that `busyQuery` returns. Owned by a `shared_ptr`;
-/// requests and timers hold it weakly.
+/// Main thread only, except for the function that `busyQuery` returns. Owned by a `shared_ptr`.
+/// Requests and timers hold it weakly.
 class AgentMonitor : public std::enable_shared_from_this<AgentMonitor> {
  public:
   static constexpr Duration pollInterval = std::chrono::seconds(2);
 
-  /// What the monitor asks of the agent.
+  /// The requests to the agent.
   struct Port {
-    /// Requests status, folders and activity. Completes later, once, on the main thread.
+    /// Requests status, folders and activity. Calls its completion once, later, on the main thread.
     std::function<void(std::function<void(Result<AgentPoll>)>)> poll;
-    /// Follows the event stream as long as the returned handle lives.
+    /// Follows the event stream until the returned handle is destroyed.
     std::function<std::shared_ptr<void>(std::function<void(Activity)>)> followEvents;
-    /// A poll has failed, so another program may own the agent's port by now.
+    /// Called when a poll has failed, because another program may have taken the agent's port.
     std::function<void()> forgetPeer;
   };
 
-  /// What changed the snapshot.
+  /// The cause of a change of the snapshot.
   enum class Update {
-    poll,      ///< a poll has ended, whatever it found
-    activity,  ///< the event stream brought an activity
-    progress,  ///< the same, but nothing that the menu shows differs from the activity of before
+    poll,      ///< a poll has ended, successfully or not
+    activity,  ///< the event stream reported an activity
+    progress,  ///< an activity that does not change the menu
   };
 
-  /// `mainLoop` and `clock` outlive it.
+  /// `mainLoop` and `clock` must outlive it.
   AgentMonitor(MainLoop& mainLoop, Clock& clock, Port port)
       : mainLoop_(mainLoop), clock_(clock), port_(std::move(port)) {}
 
-  /// The snapshot has been replaced. Set before the first poll.
+  /// Called when the snapshot was replaced. Must be set before the first poll.
   std::function<void(const AgentSnapshot& snapshot, Update update)> onChange;
 
-  /// Polls every `pollInterval` from now on, for as long as this lives.
+  /// Polls every `pollInterval` from now on, until this is destroyed.
   void startPolling();
   /// Polls once, now.
   void refresh() { pollOnce({}); }
-  /// Polls once; runs `done`, if there is one, after the result has been applied and reported.
+  /// Polls once. Calls `done`, if set, after the result was applied and reported.
   void pollOnce(Task done);
 
-  /// Follows the event stream. Ends the stream that is followed already.
+  /// Follows the event stream. Ends the current stream, if there is one.
   void startActivityStream();
   void stopActivityStream() { events_.reset(); }
 
   [[nodiscard]] const AgentSnapshot& snapshot() const { return snapshot_; }
-  /// Whether a poll has ended yet. Until then nothing is known about the agent.
+  /// Returns whether a poll has ended. Until then nothing is known about the agent.
   [[nodiscard]] bool hasPolled() const { return polled_; }
-  /// Returns a query for whether the agent is busy. The query may be called from any thread and may
+  /// Returns a query for whether the agent is busy. The query is callable from any thread and may
   /// outlive the monitor.
   [[nodiscard]] std::function<bool()> busyQuery() const;
 

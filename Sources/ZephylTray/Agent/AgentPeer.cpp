@@ -37,7 +37,7 @@ void AgentPeer::forget() {
 
 void AgentPeer::report(std::uint16_t port, uid_t owner) {
   if (std::exchange(reported_, true)) return;
-  log("port {} belongs to a program of another user (user id {}), which does not count as the "
+  log("port {} belongs to a program of another user (user id {}), which is not accepted as the "
       "agent; end that program or set another \"trayPort\"",
       port, owner);
 }

@@ -13,12 +13,11 @@
 
 namespace zephyl {
 
-/// Decides whether the program that listens on the agent's port may count as the agent. Any local
-/// user can take the port first, so its socket must belong to this user or to root.
+/// Decides whether the program that listens on the agent's port is accepted as the agent. Any local
+/// user could occupy the port first, so the socket must belong to this user or to root.
 ///
-/// The system is asked once, and the verdict is kept until `forget`. When the port turns out to
-/// belong to somebody else one line is logged, and no further one until the port has been in the
-/// right hands again.
+/// Queries the system once and keeps the verdict until `forget`. If the port belongs to another
+/// user, logs one line, and no further line until a verification has succeeded.
 ///
 /// Callable from any thread.
 class AgentPeer {
@@ -27,11 +26,11 @@ class AgentPeer {
 
   explicit AgentPeer(OwnerQuery ownerOf = defaultQuery());
 
-  /// Called for each connection to the agent before anything is sent. Returns why the connection
-  /// must not be used, nullopt when it may be.
+  /// Must be called for each connection to the agent before anything is sent. Returns the reason
+  /// why the connection must not be used, or nullopt if it may be used.
   std::optional<Error> verify(const std::string& address, std::uint16_t port);
-  /// Has the next `verify` ask the system again: a connection has ended or could not be made, so
-  /// another program may listen by now.
+  /// Makes the next `verify` query the system again. Must be called when a connection has ended or
+  /// failed, because another program may have taken the port.
   void forget();
 
  private:

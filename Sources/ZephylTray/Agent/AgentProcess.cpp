@@ -88,7 +88,7 @@ void AgentProcess::startLocked() {
   restartPending_ = false;
   const auto launch = AgentLaunch::choose(Servers::enabled(), currentEnvironment(), port_);
   if (!launch) {
-    note(noExecutable);
+    logMessage(noExecutable);
     reportLaunchFailure(noExecutable);
     return;
   }
@@ -96,7 +96,7 @@ void AgentProcess::startLocked() {
   auto child = runtime_.launcher.launch(launchOptions(*launch));
   if (!child) {
     process_.reset();
-    note("failed to start agent: " + child.error().message);
+    logMessage("failed to start agent: " + child.error().message);
     reportLaunchFailure(child.error().message);
     return;
   }
@@ -135,7 +135,7 @@ void AgentProcess::startWhenRestartIsDue() {
 
 void AgentProcess::killIfStillRunning(std::uint64_t launch) {
   if (!process_ || process_->number != launch || !running()) return;
-  note(formatText("{} ignored SIGTERM; killing it", process_->child->pid()));
+  logMessage(formatText("{} ignored SIGTERM; killing it", process_->child->pid()));
   process_->child->killGroup();
 }
 
@@ -160,7 +160,7 @@ void AgentProcess::append(const OutputLines& output) {
   for (const auto& line : output.lines()) recentLog_.append(line);
 }
 
-void AgentProcess::note(const std::string& text) {
+void AgentProcess::logMessage(const std::string& text) {
   logLine(text);
   recentLog_.append("[tray] " + text);
 }

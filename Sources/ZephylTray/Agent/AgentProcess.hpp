@@ -19,56 +19,59 @@ struct AgentLaunch;
 
 /// Launches and supervises the local agent.
 ///
-/// Idle: no child. `start` launches one: Running, or Idle still when there is no executable or it
-/// cannot be launched (`onLaunchFailure`). Running: the child's exit, whatever its cause, leads
-/// back to Idle (`onStateChange`), and an exit that nobody asked for, with a status other than
-/// zero, also to `onNonZeroExit`. Nothing restarts the agent by itself.
+/// States: Idle without a child, Running with one. `start` launches a child. It stays Idle if there
+/// is no executable or the launch fails (`onLaunchFailure`). When the child exits, for whatever
+/// cause, the state becomes Idle (`onStateChange`). If the exit was not requested and its status is
+/// not zero, `onNonZeroExit` is called, too. The agent is never restarted automatically.
 ///
-/// `stop` asks the child to end and leaves the move to Idle to its exit. `restart` asks the same
-/// and launches again once the old child is gone and at least `restartDelay` has passed, so that
-/// the port is free; a child that has not gone after `terminationGrace` is killed. A launch frees
-/// the agent's port first: the process that listens there is asked to end, so a restart also
-/// replaces an agent that somebody else launched.
+/// `stop` asks the child to end. The state becomes Idle when it exits. `restart` asks it to end and
+/// launches again when the old child has exited and at least `restartDelay` has passed, so that the
+/// port is free. A child that has not exited after `terminationGrace` is killed. Each launch first
+/// ends the process that listens on the agent's port, so a restart also replaces an agent that was
+/// launched elsewhere.
 ///
-/// An exit belongs to the launch that made the child: one that comes late cannot disturb the
-/// next. Lines of earlier runs stay in the log until newer ones push them out.
+/// An exit is assigned to the launch that created the child, so a late exit does not affect the
+/// next child. Lines of earlier runs stay in the log until newer ones displace them.
 ///
-/// Owned by a `shared_ptr`; delayed work and children hold it weakly. All state is touched on the
-/// queue "com.zephyl.tray.agent". The operations wait for it and may be called from any thread
-/// but that queue. Callbacks are set once, before the first `start`, and come on the main thread.
+/// Owned by a `shared_ptr`. Delayed work and children hold it weakly. All state belongs to the
+/// queue "com.zephyl.tray.agent". The operations wait for that queue and are callable from any
+/// thread but the queue. Callbacks must be set before the first `start` and are called on the main
+/// thread.
 class AgentProcess : public std::enable_shared_from_this<AgentProcess> {
  public:
   static constexpr std::size_t maxLogLines = LogRing::maxLines;
   static constexpr Duration restartDelay = std::chrono::milliseconds(600);
   static constexpr Duration terminationGrace = std::chrono::seconds(3);
 
-  /// `port` is where every agent that is launched here listens.
+  /// `port` is the port of every agent that is launched here.
   explicit AgentProcess(const Runtime& runtime, std::int64_t port = Config::trayPort());
 
-  /// The agent was started or restarted, or has exited.
+  /// Called when the agent was started or restarted, or has exited.
   std::function<void()> onStateChange;
-  /// The agent exited by itself with a status other than zero; with the log up to then.
+  /// Called when the agent exited without a request and with a status other than zero. `log`
+  /// contains the log until then.
   std::function<void(int status, std::vector<std::string> log)> onNonZeroExit;
-  /// There is no executable, or it could not be launched; a message for the user.
+  /// Called with a message for the user if there is no executable or the launch failed.
   std::function<void(std::string message)> onLaunchFailure;
 
-  /// Launches the agent; when it runs already, only reports a state change.
+  /// Launches the agent. If it is running, only reports a state change.
   void start();
-  /// Asks the agent to end and drops a restart that is due. Does not wait for the exit.
+  /// Asks the agent to end and cancels a pending restart. Does not wait for the exit.
   void stop();
   void restart();
-  /// Waits for the end of a stopped agent until `deadline`, then kills what is left of it.
+  /// Waits until `deadline` for a stopped agent to exit, then kills its process group.
   void awaitExit(Instant deadline);
 
   [[nodiscard]] bool isRunning() const;
-  /// Whether a child launched here is alive.
+  /// Returns whether a child that was launched here has not exited yet.
   [[nodiscard]] bool isManaged() const;
-  /// The newest lines of the agent's output and of the supervisor's own notes, oldest first.
+  /// Returns the newest lines of the agent's output and of the supervisor's own messages, oldest
+  /// first.
   [[nodiscard]] std::vector<std::string> recentLog() const;
-  /// The lines of that log after `position`; see `LogRing::since`.
+  /// Returns the lines of that log after `position`. See `LogRing::since`.
   [[nodiscard]] LogTail logSince(std::uint64_t position) const;
 
-  /// Adds each line of `text` to the log, later, on the queue. From any thread.
+  /// Adds each line of `text` to the log, later, on the queue. Callable from any thread.
   void appendLog(std::string text);
 
  private:
@@ -79,14 +82,14 @@ class AgentProcess : public std::enable_shared_from_this<AgentProcess> {
     bool exitRequested = false;
   };
 
-  // On the queue:
+  // Runs on the queue:
   void startLocked();
   void stopLocked();
   void startWhenRestartIsDue();
   void killIfStillRunning(std::uint64_t launch);
   void childExited(std::uint64_t launch, ExitStatus status);
   void append(const OutputLines& output);
-  void note(const std::string& text);
+  void logMessage(const std::string& text);
   [[nodiscard]] bool running() const;
 
   [[nodiscard]] ProcessOptions launchOptions(const AgentLaunch& launch);

@@ -10,16 +10,16 @@
 #include <boost/describe/class.hpp>
 #include <boost/describe/enum.hpp>
 
-/// What the agent's JSON API says, as plain values (see System/JSON.hpp for how they decode).
-/// Timestamps are numbers as the agent sends them; their epoch and unit are the agent's. The
-/// names in `counters` and the values of `kind` and `code` are the agent's too.
+/// The records of the agent's JSON API, as plain values (see System/Data/JSON.hpp for their
+/// decoding). Timestamps are numbers in the agent's own epoch and unit. The agent defines the names
+/// in `counters` and the values of `kind` and `code`.
 namespace zephyl {
 
 enum class AgentState { connecting, connected, enrolled, disconnected };
 
 BOOST_DESCRIBE_ENUM(AgentState, connecting, connected, enrolled, disconnected)
 
-/// Where the embeddings model stands.
+/// The state of the embeddings model.
 enum class ModelPhase { absent, checking, downloading, ready, failed };
 
 BOOST_DESCRIBE_ENUM(ModelPhase, absent, checking, downloading, ready, failed)
@@ -35,6 +35,7 @@ struct AgentConnection {
 };
 BOOST_DESCRIBE_STRUCT(AgentConnection, (), (serverId, state, machineId, lastError))
 
+/// The agent's own state and its connections.
 struct AgentStatus {
   AgentState state = AgentState::disconnected;
   std::optional<std::string> machineId;
@@ -48,13 +49,13 @@ BOOST_DESCRIBE_STRUCT(AgentStatus, (), (state, machineId, connections))
 struct SharedRoot {
   std::string root;  ///< the folder's path
   std::string name;
-  std::optional<std::vector<std::string>> servers;  ///< ids; none or empty: every server
+  std::optional<std::vector<std::string>> servers;  ///< ids; nullopt or empty: every server
 
   bool operator==(const SharedRoot&) const = default;
 };
 BOOST_DESCRIBE_STRUCT(SharedRoot, (), (root, name, servers))
 
-/// A tool that the agent ran.
+/// A tool call that the agent has executed.
 struct ActivityEvent {
   std::string tool;
   std::optional<std::string> path;
@@ -66,7 +67,7 @@ struct ActivityEvent {
 };
 BOOST_DESCRIBE_STRUCT(ActivityEvent, (), (tool, path, detail, ok, at))
 
-/// How far the index of one shared folder is.
+/// The progress of one shared folder's index.
 struct IndexProgress {
   std::string root;
   bool ready = false;
@@ -83,17 +84,18 @@ BOOST_DESCRIBE_STRUCT(IndexProgress, (),
                       (root, ready, embedding, filesEmbedded, chunksEmbedded, lexicalFiles,
                        ragEnabled, indexBytes))
 
+/// The state of the embeddings model and of its download.
 struct ModelStatus {
   ModelPhase phase = ModelPhase::absent;
   std::int64_t downloadedBytes = 0;
-  std::int64_t totalBytes = 0;  ///< 0 while the size is not known
+  std::int64_t totalBytes = 0;  ///< 0 while the size is unknown
   std::optional<std::string> error;
 
   bool operator==(const ModelStatus&) const = default;
 };
 BOOST_DESCRIBE_STRUCT(ModelStatus, (), (phase, downloadedBytes, totalBytes, error))
 
-/// Why a request reaches outside a shared folder.
+/// The reason why a request reaches outside a shared folder.
 struct EscapeReason {
   std::string code;
   std::string detail;
@@ -102,7 +104,7 @@ struct EscapeReason {
 };
 BOOST_DESCRIBE_STRUCT(EscapeReason, (), (code, detail))
 
-/// A request that reaches outside a shared folder and waits for the user.
+/// A request that reaches outside a shared folder and awaits the user's decision.
 struct PendingApproval {
   std::string id;
   std::string kind;
@@ -119,7 +121,7 @@ struct PendingApproval {
 BOOST_DESCRIBE_STRUCT(PendingApproval, (),
                       (id, kind, tool, target, root, reasons, userName, chatTitle, createdAt))
 
-/// A permanent exception.
+/// A permanent exception for requests outside shared folders.
 struct EscapeGrant {
   std::string path;
   std::string root;
@@ -131,7 +133,7 @@ struct EscapeGrant {
 };
 BOOST_DESCRIBE_STRUCT(EscapeGrant, (), (path, root, kind, grantedAt, grantedBy))
 
-/// What the agent is doing: one answer of its activity endpoint, or one event of its stream.
+/// The agent's activity: an answer of its activity endpoint or an event of its stream.
 struct Activity {
   bool busy = false;
   std::int64_t inFlight = 0;

@@ -7,15 +7,14 @@
 
 namespace zephyl {
 
-/// What one successful poll found. `activity` is nullopt if only that request failed.
+/// The result of a successful poll. `activity` is nullopt if only that request failed.
 struct AgentPoll {
   AgentStatus status;
   std::vector<SharedRoot> roots;
   std::optional<Activity> activity;
 };
 
-/// What is known about the agent. While it is not reachable, `status` is nullopt and `roots` is
-/// empty.
+/// The known state of the agent. While it is unreachable, `status` is nullopt and `roots` is empty.
 struct AgentSnapshot {
   bool reachable = false;
   std::optional<AgentStatus> status;

@@ -37,7 +37,7 @@ bool reaches(const SharedRoot& root, std::string_view serverId) {
   return reachesAll(root) || std::ranges::find(*root.servers, serverId) != root.servers->end();
 }
 
-/// Goes through the folders' lists once, so that many servers cost no more than few.
+/// Iterates over the folders' lists once, so the cost does not depend on the number of servers.
 std::vector<std::size_t> sharedFolderCounts(const std::vector<SharedRoot>& roots,
                                             const ServerList& servers) {
   struct Count {

@@ -9,33 +9,34 @@
 #include "ZephylTray/Agent/AgentRecords.hpp"
 #include "ZephylTray/Registry/Servers.hpp"
 
-/// What the agent's records say about a registered server. Pure.
+/// Pure queries of the agent's records about registered servers.
 namespace zephyl {
 
-/// Finds the agent's connection to a server: the first one under the server's id, else the first
-/// one under the `agentId`, which is the name that the agent is given.
+/// Finds the agent's connection to a server: the first one with the server's id, else the first one
+/// with its `agentId`, which is the id that the agent received.
 ///
-/// Refers to the status that it was made from.
+/// Refers to the status from which it was constructed, which must outlive it.
 class ServerConnections {
  public:
-  ServerConnections() = default;  ///< there are none
+  ServerConnections() = default;  ///< no connections
   explicit ServerConnections(const AgentStatus& status);
   explicit ServerConnections(AgentStatus&& status) = delete;
 
-  /// Null when the agent has none.
+  /// Returns null if the agent has no connection to the server.
   [[nodiscard]] const AgentConnection* of(const ServerEntry& server) const;
 
  private:
   std::unordered_map<std::string_view, const AgentConnection*> firstByServerId_;
 };
 
-/// The same for one server.
+/// Does the same for one server.
 std::optional<AgentConnection> connectionOf(const AgentStatus& status, const ServerEntry& server);
 
-/// Whether the folder is shared with the server: with every one when it names none.
+/// Returns whether the folder is shared with the server. A folder without servers is shared with
+/// all.
 bool reaches(const SharedRoot& root, std::string_view serverId);
 
-/// How many of `roots` reach each server, in the order of `servers`.
+/// Returns how many of `roots` are shared with each server, in the order of `servers`.
 std::vector<std::size_t> sharedFolderCounts(const std::vector<SharedRoot>& roots,
                                             const ServerList& servers);
 

@@ -35,11 +35,11 @@ std::optional<std::int64_t> storedPort(const char* key) {
   return stored;
 }
 
-std::int64_t port(const char* key, const char* variable, std::int64_t otherwise) {
+std::int64_t port(const char* key, const char* variable, std::int64_t fallback) {
   if (const auto stored = storedPort(key)) return *stored;
   const auto text = environmentVariable(variable);
   const auto number = text ? parseDecimal(*text) : std::nullopt;
-  return number && *number > 0 ? *number : otherwise;
+  return number && *number > 0 ? *number : fallback;
 }
 
 std::optional<std::string> unlessEmpty(std::optional<std::string> text) {
@@ -47,7 +47,7 @@ std::optional<std::string> unlessEmpty(std::optional<std::string> text) {
   return text;
 }
 
-/// A text of the user defaults, else of the environment, that is not empty.
+/// Returns a non-empty text of the user defaults, else of the environment.
 std::optional<std::string> storedText(const char* key, const char* variable) {
   auto stored = unlessEmpty(Config::defaults().string(key));
   return stored ? stored : unlessEmpty(environmentVariable(variable));
@@ -91,16 +91,16 @@ std::optional<std::string> resource(const char* name) {
   return joinPath(*resources, name);
 }
 
-/// Whether what is at `path` belongs to the user or root, and nobody else can write it. Access
-/// control lists that let others write show in the mode of the group.
-bool isOursAlone(const std::string& path) {
+/// Returns whether the file at `path` belongs to the user or root and nobody else can write it. An
+/// access control list that permits others to write shows in the group's mode.
+bool isTrusted(const std::string& path) {
   struct stat status {};
   if (::stat(path.c_str(), &status) != 0) return false;
   const bool ours = status.st_uid == ::geteuid() || status.st_uid == 0;
   return ours && (status.st_mode & (S_IWGRP | S_IWOTH)) == 0;
 }
 
-/// Logs, once for each directory, that its programs are not used.
+/// Logs, once per directory, that its programs are not used.
 void reportRefused(const std::string& root) {
   static std::mutex mutex;
   static std::set<std::string> reported;
@@ -121,7 +121,7 @@ std::optional<std::string> developerBuild(const char* targetDirectory, const cha
   return std::nullopt;
 }
 
-/// Returns the directories that may hold the tailnet programs, the preferred one first.
+/// Returns the directories that may contain the tailnet programs, the preferred one first.
 std::vector<std::string> tailnetDirectories() {
   std::vector<std::string> directories;
   if (auto bundled = Config::bundledRuntimeDir()) directories.push_back(std::move(*bundled));
@@ -179,7 +179,7 @@ std::optional<std::string> Config::programRoot() {
   const bool packaged = Bundle::main().identifier().has_value();
   auto root = detectRepoRoot(directoryOfExecutable(), packaged ? std::nullopt : workingDirectory());
   if (!root) return std::nullopt;
-  if (isOursAlone(*root) && isOursAlone(joinPath(*root, rootMarker))) return root;
+  if (isTrusted(*root) && isTrusted(joinPath(*root, rootMarker))) return root;
   reportRefused(*root);
   return std::nullopt;
 }

@@ -15,7 +15,7 @@ constexpr std::string_view currentPrefix = "inv_v2_";
 constexpr std::string_view olderPrefix = "inv1_";
 constexpr std::size_t fingerprintLength = 32;
 
-/// What surrounds a pasted text: also the spaces and line ends of other scripts and of web pages.
+/// White space that may surround a pasted text, including that of other scripts and of web pages.
 constexpr std::array<std::string_view, 24> whitespace = {
     " ",      "\t",     "\n",     "\v",     "\f",     "\r",     "\u0085", "\u00A0",
     "\u1680", "\u2000", "\u2001", "\u2002", "\u2003", "\u2004", "\u2005", "\u2006",

@@ -8,20 +8,20 @@
 
 namespace zephyl {
 
-/// Reads the invite key that a server's administrator gave the user:
+/// Parses the invite key that the user received from a server's administrator:
 ///
 ///     inv_v2_<fingerprint>_<key section>     the key section is what follows "hskey-auth-"
 ///     inv1_<fingerprint>_<key section>       the key section is the whole key
 ///
-/// The fingerprint is 32 hexadecimal digits; the key section may hold underscores.
+/// The fingerprint has 32 hexadecimal digits. The key section may contain underscores.
 class InviteKey {
  public:
-  /// What a pre-authorisation key begins with; an older one need not.
+  /// The prefix of pre-authorisation keys. Older keys may lack it.
   static constexpr std::string_view preauthPrefix = "hskey-auth-";
 
   struct Parsed {
     std::string fingerprint;  ///< in lower case
-    SecretString preauthKey;  ///< joins the server's tailnet, once
+    SecretString preauthKey;  ///< valid for joining the server's tailnet once
 
     bool operator==(const Parsed&) const = default;
   };
@@ -30,15 +30,15 @@ class InviteKey {
     enum class Kind { unsupportedVersion, malformed, badFingerprint, badPreauthKey };
 
     Kind kind;
-    std::string version;  ///< of an unsupported version: what the key begins with
+    std::string version;  ///< for unsupportedVersion: the key's prefix
 
-    /// The message for the user.
+    /// Returns the message for the user.
     [[nodiscard]] std::string errorDescription() const;
 
     bool operator==(const ParseError&) const = default;
   };
 
-  /// A pure function of the pasted text; white space and newlines around the key do not count.
+  /// Parses the pasted text. Ignores white space and newlines around the key. Pure.
   static boost::system::result<Parsed, ParseError> parse(std::string_view text);
 };
 

@@ -12,32 +12,34 @@
 
 namespace zephyl {
 
-/// One registered server: an element of servers.json. A value; what is derived is worked out on
-/// each use. Blank means that nothing but spaces and tabs is there.
+/// One registered server: an element of servers.json. A value. Derived properties are computed on
+/// each call. A text is blank if it consists of spaces and tabs only.
 struct ServerEntry {
-  std::string id;     ///< a UUID in lower case, made with the entry, never changed
-  std::string label;  ///< the user's own name for the server; empty when there is none
-  std::optional<std::string> serverName;          ///< what the server calls itself
-  std::optional<std::string> accent;              ///< the user's color for the server
-  std::optional<std::string> serverAccent;        ///< the color that the server asks for
-  std::optional<std::int64_t> ordinal;            ///< counts the servers as they were added, from 1
-  std::optional<std::string> address;             ///< web address: scheme, host, perhaps a port
-  std::optional<std::string> tailnetFingerprint;  ///< case does not matter
-  std::string agentId;  ///< what the agent calls the server; empty for the oldest entry
+  std::string id;     ///< a UUID in lower case, generated with the entry, never changed
+  std::string label;  ///< the user's name for the server; may be empty
+  std::optional<std::string> serverName;    ///< the server's own name
+  std::optional<std::string> accent;        ///< the user's color for the server
+  std::optional<std::string> serverAccent;  ///< the server's own color
+  std::optional<std::int64_t>
+      ordinal;  ///< numbers the servers in the order of their addition, from 1
+  std::optional<std::string> address;             ///< web address: scheme, host, optional port
+  std::optional<std::string> tailnetFingerprint;  ///< case-insensitive
+  std::string agentId;  ///< the agent's id of the server; empty for the oldest entry
   ServerPorts ports;
-  bool enabled = false;  ///< whether its tailnet is to run
+  bool enabled = false;  ///< whether its tailnet should run
 
-  /// Whether an invite to the server's private network has been redeemed.
+  /// Returns whether an invite to the server's private network was redeemed.
   [[nodiscard]] bool isJoined() const;
-  /// `address` as a URL; none when it is blank or lacks a scheme or a host.
+  /// Returns `address` as a URL, or nullopt if it is blank or lacks a scheme or a host.
   [[nodiscard]] std::optional<URL> addressURL() const;
-  /// Where the agent reaches the server, "wss://srv:8443/agent"; none without `addressURL`.
+  /// Returns the server's address for the agent, "wss://srv:8443/agent", or nullopt without
+  /// `addressURL`.
   [[nodiscard]] std::optional<std::string> serverURL() const;
-  /// The label, else the server's own name, else "Zephyl <ordinal>".
+  /// Returns the label, else the server's own name, else "Zephyl <ordinal>".
   [[nodiscard]] std::string displayName() const;
-  /// Whether a label, a name of the server's own or an address is known.
+  /// Returns whether the server has a label, a name of its own or an address.
   [[nodiscard]] bool nameResolved() const;
-  /// The user's color, else the server's; may be empty.
+  /// Returns the user's color, else the server's. May be empty.
   [[nodiscard]] std::string displayAccent() const;
 
   bool operator==(const ServerEntry&) const = default;
@@ -46,9 +48,10 @@ BOOST_DESCRIBE_STRUCT(ServerEntry, (),
                       (id, label, serverName, accent, serverAccent, ordinal, address,
                        tailnetFingerprint, agentId, ports, enabled))
 
-/// One more; the largest number stays.
+/// Returns the next ordinal. The largest number is returned unchanged.
 std::int64_t ordinalAfter(std::int64_t ordinal);
-/// The ordinal of the next server: one after the largest, 1 when there is none. Gaps stay.
+/// Returns the ordinal of the next server: the largest plus one, or 1 if there is none. Gaps are
+/// not filled.
 std::int64_t nextOrdinal(const std::vector<ServerEntry>& entries);
 
 }  // namespace zephyl

@@ -12,7 +12,7 @@ constexpr std::string_view generatedLabel = "Zephyl";
 constexpr std::string_view defaultHost = "zephyl";
 constexpr std::string_view defaultPort = ":5173";
 
-/// A text in a JSON object; none when it is absent or something else.
+/// Returns a string of a JSON object, or nullopt if it is absent or not a string.
 std::optional<std::string> text(const json::Object& object, std::string_view key) {
   const auto* value = object.if_contains(key);
   if (value == nullptr || !value->is_string()) return std::nullopt;
@@ -30,7 +30,7 @@ bool hasOldAddressing(const json::Value& value) {
          (object.contains("serverHost") || object.contains("webTarget"));
 }
 
-/// Whether the entry that the object stands for gained an address.
+/// Returns whether the entry that corresponds to the object gained an address.
 bool foldInto(const json::Object& object, std::vector<ServerEntry>& entries) {
   const auto id = text(object, "id");
   if (!id) return false;

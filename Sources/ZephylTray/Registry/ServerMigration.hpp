@@ -8,26 +8,26 @@
 #include "System/Data/JSON.hpp"
 #include "ZephylTray/Registry/ServerEntry.hpp"
 
-/// How older layouts of the registry become today's: pure functions, for `Servers`.
+/// Migration of older layouts of the registry. Pure functions, used by `Servers`.
 namespace zephyl::migration {
 
-/// The web address of a server that had a host and perhaps a web target: the web target unless
-/// blank, else "http://<host>", with the old default port when the host names none; none when the
-/// host is blank too.
+/// Returns the web address that corresponds to an older entry's host and web target: the web target
+/// unless it is blank, else "http://<host>", with the old default port unless the host includes a
+/// port. Returns nullopt if the host is blank, too.
 std::optional<std::string> legacyAddress(std::string_view host,
                                          const std::optional<std::string>& webTarget);
 
-/// The entry of the only server of the time before there was a registry; none when the user had
-/// joined none. An absent fingerprint counts as empty.
+/// Returns the entry of the server of an installation that predates the registry, or nullopt if the
+/// user had not joined a server. An absent fingerprint counts as empty.
 std::optional<ServerEntry> singleServer(std::string id, std::string_view host,
                                         const std::optional<std::string>& fingerprint);
 
-/// Gives entries without an address the one that the old keys "serverHost" and "webTarget" of
-/// `file`, the registry file as it stands, make. Whether an entry was changed.
+/// Sets the address of entries without one from the old keys "serverHost" and "webTarget" in
+/// `file`, the content of the registry file. Returns whether an entry was changed.
 bool foldAddressing(const json::Value& file, std::vector<ServerEntry>& entries);
 
-/// When an entry has no ordinal: numbers all those on from the largest one, and empties every
-/// label that was only generated. Whether that was so.
+/// If any entry lacks an ordinal, numbers all such entries, starting after the largest ordinal, and
+/// clears every generated label. Returns whether any entry lacked one.
 bool reclaimNaming(std::vector<ServerEntry>& entries);
 
 }  // namespace zephyl::migration

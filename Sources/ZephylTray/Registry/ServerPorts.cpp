@@ -25,8 +25,8 @@ std::string alias(int index) {
   return formatText("127.100.0.{}", index);
 }
 
-/// Whether a listener could have the port on 127.0.0.1 now. Without a socket nothing can be said,
-/// and the port counts as free.
+/// Returns whether the port can be bound on 127.0.0.1 now. If no socket can be created, the port
+/// counts as free.
 bool isFree(std::int64_t port) {
   const FileDescriptor socket(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
   if (!socket) return true;
@@ -43,7 +43,7 @@ std::int64_t firstFree(std::int64_t first, const std::set<std::int64_t>& exclude
   for (std::int64_t port = first; port <= lastPort; ++port) {
     if (!excluded.contains(port) && isFree(port)) return port;
   }
-  log("no local port from {} on is left for another server", first);
+  log("no free local port at or above {} for another server", first);
   std::abort();
 }
 
@@ -61,7 +61,7 @@ std::int64_t ServerPorts::aliasIndex() const {
 }
 
 std::string ServerPorts::tunnelFallbackAddr() const {
-  // Unsigned, since the alias in the file may be any number.
+  // Unsigned, because the alias in the file may be any number.
   const auto fromAlias = std::uint64_t{firstFallbackPort} +
                          static_cast<std::uint64_t>(std::max(aliasIndex(), std::int64_t{1}) - 1);
   if (tunnelFallback) return formatText("127.0.0.1:{}", *tunnelFallback);

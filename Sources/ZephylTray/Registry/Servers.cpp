@@ -34,10 +34,10 @@ std::string randomUUID() {
   return boost::uuids::to_string(boost::uuids::random_generator()());
 }
 
-/// Encodes the registry as its file holds it.
+/// Encodes the registry for its file.
 Result<std::string> encoded(const Entries& entries) {
   std::string text = json::prettySorted(json::encode(entries));
-  // The file could not be read again.
+  // The file could not be decoded again.
   if (!isValidUTF8(text)) return Error{"a text in it is not valid UTF-8"};
   return text;
 }
@@ -46,7 +46,7 @@ std::string normalised(std::string_view fingerprint) {
   return lowerCased(trimmed(fingerprint));
 }
 
-/// The first of `entries` with this fingerprint, which is normalised; none when it is empty.
+/// Returns the first of `entries` with this normalised fingerprint, or the end if it is empty.
 auto findFingerprint(auto& entries, const std::string& fingerprint) {
   if (fingerprint.empty()) return entries.end();
   return std::ranges::find(entries, fingerprint, [](const ServerEntry& entry) {
@@ -60,7 +60,7 @@ ServerPorts allocatePorts(const Entries& entries) {
   return ServerPorts::allocate(existing, {Config::trayPort(), Config::onboardingPort()});
 }
 
-/// Whether the paths made of an id lie where those of servers lie, and not elsewhere.
+/// Returns whether paths that contain the id stay within their directories.
 bool isPathComponent(const std::string& id) {
   return !id.empty() && id != "." && id != ".." && id.find('/') == std::string::npos;
 }
@@ -74,13 +74,13 @@ void deleteTailnetState(const std::string& id) {
   }
 }
 
-/// Moves the state of the only server to where servers keep theirs. Whether there was any and it
-/// was moved.
+/// Moves the state of the only server to its directory in the new layout. Returns whether it was
+/// moved.
 bool adoptTailnetState(const std::string& from, const std::string& to) {
   if (!isDirectory(from)) return false;
-  // Without a home directory it lies where any user can have put one.
+  // Without a home directory the path is in a directory where any user can create files.
   if (!directories::applicationSupport() && !isOwnDirectory(from)) {
-    log("{} belongs to another user; it is not used", from);
+    log("ignoring tailnet state {}: it belongs to another user", from);
     return false;
   }
   auto moved = createDirectories(parentDirectory(to));
@@ -98,13 +98,13 @@ bool adoptTailnetState(const std::string& from, const std::string& to) {
 struct Servers::State {
   State(ThreadPool& pool, Clock& clock) : queue("com.zephyl.tray.servers", pool, clock) {}
 
-  /// The open registry; to be without one is a programming error.
+  /// Returns the open registry. Aborts if it is not open, which is a programming error.
   static State& open();
 
-  /// What is in memory; none before the first use. From any thread.
+  /// Returns the cached registry, or nullopt before the first use. Callable from any thread.
   std::optional<ServerList> cached();
 
-  // On the queue:
+  // Runs on the queue:
   ServerList current();
   Entries loadLocked();
   Result<void> saveLocked(Entries entries);
@@ -112,19 +112,19 @@ struct Servers::State {
   Result<void> keepUnreadable(const std::string& path);
   void publish(ServerList list);
 
-  /// Lets `edit` change a copy of the entries, and saves it when `edit` returns true. Returns
-  /// whether there was anything to save, or why it could not be saved.
+  /// Calls `edit` with a copy of the entries and saves the copy if `edit` returns true. Returns
+  /// whether it was saved, or the reason for a failure.
   template <typename Edit>
   Result<bool> change(Edit edit);
-  /// The same for the entry with this id; without such an entry there is nothing to save.
+  /// Does the same for the entry with this id. Returns false if there is none.
   template <typename Edit>
   Result<bool> changeEntry(const std::string& id, Edit edit);
 
   SerialQueue queue;
   std::mutex cacheMutex;
   std::optional<ServerList> cache;
-  std::string flushed;      // what the last save that was flushed to disk wrote
-  bool unreadable = false;  // the file holds what could not be read and is not copied yet
+  std::string flushed;      // the text of the last flushed save
+  bool unreadable = false;  // the file could not be decoded and is not copied yet
 
   static inline std::atomic<State*> instance = nullptr;
 };
@@ -132,7 +132,7 @@ struct Servers::State {
 Servers::State& Servers::State::open() {
   State* state = instance.load(std::memory_order_acquire);
   if (state == nullptr) {
-    log("the server registry is used while it is not open");
+    log("the server registry was used while not open");
     std::abort();
   }
   return *state;
@@ -194,7 +194,7 @@ Result<void> Servers::State::keepUnreadable(const std::string& path) {
   const auto copy = copyAside(path);
   if (!copy) return copy.error();
   unreadable = false;
-  log("the unreadable servers.json is kept as {}", *copy);
+  log("copied the unreadable servers.json to {}", *copy);
   return {};
 }
 
@@ -374,7 +374,7 @@ void Servers::migrateSingleServer() {
   if (saved) {
     log("migrated to multi-server layout as {} ({})", entry->displayName(), entry->id);
   } else if (moved) {
-    // The next launch gives the server another id, and looks for the state where it was.
+    // The next launch gives the server another id and expects the state in the old directory.
     if (const auto back = movePath(newState, oldState); !back) {
       log("could not move tailnet state: {}", back.error().message);
     }

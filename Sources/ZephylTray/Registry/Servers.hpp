@@ -15,7 +15,7 @@ namespace zephyl {
 
 class ThreadPool;
 
-/// The registered servers as they were at one moment. It never changes; copies share it.
+/// An immutable snapshot of the registered servers. Copies share it.
 class ServerList {
  public:
   using Entries = std::vector<ServerEntry>;
@@ -34,26 +34,26 @@ class ServerList {
   std::shared_ptr<const Entries> entries_;
 };
 
-/// The registry of the servers that the user has joined: base/servers.json, one JSON array in the
-/// order in which the servers were added. One for the process; `Store` keeps it open.
+/// The registry of the servers that the user has joined: base/servers.json, a JSON array in the
+/// order of addition. There is one per process, and a `Store` keeps it open.
 ///
-/// The file is read once, on first use, and from then on the registry lives in memory: what
-/// another program writes there is not seen, and overwritten by the next save. Reading never waits
-/// for the disk. A change waits for its turn on the queue "com.zephyl.tray.servers", changes a
-/// copy and saves it whole. When that fails one line is logged, memory and file keep what they had,
-/// and the operation returns the reason. A file that cannot be understood counts as an empty
-/// registry, and is copied aside before the first save replaces it.
+/// The file is read once, on first use. Then the registry is kept in memory: changes by other
+/// programs are not noticed and are overwritten by the next save. Reading never waits for the disk.
+/// A change runs on the queue "com.zephyl.tray.servers", edits a copy and saves it as a whole. If
+/// that fails, logs one line, leaves memory and file unchanged, and returns the reason. A file that
+/// cannot be decoded counts as an empty registry and is copied aside before the first save replaces
+/// it.
 ///
-/// Callable from any thread; a mutation given to `update` must not call back into the registry.
+/// Callable from any thread. A mutation that is passed to `update` must not call the registry.
 class Servers {
  public:
   struct State;
 
-  /// The open registry. There is one at a time, made before the first operation and outliving the
-  /// last; a new one starts by reading the file.
+  /// Keeps the registry open. Only one may exist at a time. It must be constructed before the first
+  /// operation and destroyed after the last. A new one reads the file again.
   class Store {
    public:
-    /// `pool` and `clock` outlive it.
+    /// `pool` and `clock` must outlive it.
     Store(ThreadPool& pool, Clock& clock);
     ~Store();
     Store(const Store&) = delete;
@@ -63,50 +63,51 @@ class Servers {
     std::unique_ptr<State> state_;
   };
 
-  /// Where everything of the tray lies: Zephyl in the application-support directory, or in the
-  /// temporary directory when there is no such.
+  /// Returns the directory of all files of the tray: Zephyl in the application-support directory,
+  /// or in the temporary directory if there is none.
   static std::string baseDir();
-  /// Makes the base directory safe to use; called once, before anything in it is opened. In the
-  /// temporary directory, where any user could have created it, it must belong to this user and be
-  /// closed to others. Elsewhere it is used as it is. The error says what to do.
+  /// Verifies that the base directory is safe to use. Must be called once, before any file in it is
+  /// opened. In the temporary directory, where any user can create it, it must belong to this user
+  /// and be closed to others. Elsewhere it is not checked. The error contains instructions for the
+  /// user.
   static Result<void> claimBaseDir();
-  /// Where the tailnet of a server keeps its state.
+  /// Returns the directory of a server's tailnet state.
   static std::string tailnetStateDir(const std::string& id);
-  /// The socket of a server's tailscaled.
+  /// Returns the path of the control socket of a server's tailscaled.
   static std::string controlSocketPath(const std::string& id);
 
   static ServerList all();
-  /// Whether there is a server with this id.
+  /// Returns whether a server with this id exists.
   static bool contains(const std::string& id);
-  /// Those whose tailnets are to run, in the registry's order.
+  /// Returns the enabled servers in the registry's order.
   static std::vector<ServerEntry> enabled();
-  /// The first server of a tailnet; case and spaces around the fingerprint do not matter. A blank
-  /// fingerprint matches none.
+  /// Returns the first server with this fingerprint. Ignores case and spaces around it. Returns
+  /// nullopt if it is blank.
   static std::optional<ServerEntry> matching(std::string_view fingerprint);
 
-  /// Enables the server with this fingerprint, and gives it the address unless that is blank; its
-  /// label stays. Without a fingerprint or such a server, adds one with an ordinal, ports and
-  /// identifiers of its own. Returns the entry, or why it could not be saved.
+  /// Enables the server with this fingerprint and sets its address unless `address` is blank. Its
+  /// label is not changed. If there is no such server, or no fingerprint, adds one with a new
+  /// ordinal, ports and identifiers. Returns the entry, or the reason why it could not be saved.
   static Result<ServerEntry> add(const std::string& label,
                                  const std::optional<std::string>& address,
                                  const std::optional<std::string>& fingerprint);
-  /// Changes the entry with this id and saves, even when nothing changed. Does nothing when there
+  /// Changes the entry with this id and saves, even if nothing has changed. Does nothing if there
   /// is no such entry.
   static Result<void> update(const std::string& id,
                              const std::function<void(ServerEntry&)>& mutation);
-  /// Removes the entry with this id, then deletes its tailnet state and control socket. Its
-  /// processes are the caller's to stop. When the removal cannot be saved nothing is deleted.
+  /// Removes the entry with this id, then deletes its tailnet state and control socket. The caller
+  /// must stop its processes. Deletes nothing if the removal cannot be saved.
   static Result<void> remove(const std::string& id);
   static void replaceAll(std::vector<ServerEntry> entries);
 
-  /// What a server reports about itself. A blank value is ignored. True when the stored address
-  /// changed.
+  /// Records values that a server reports about itself. Ignores blank values. Returns whether the
+  /// stored address has changed.
   static bool recordDiscoveredAddress(const std::string& id, std::string_view address);
   static void recordDiscoveredName(const std::string& id, std::string_view name);
   static void recordDiscoveredAccent(const std::string& id, std::string_view accent);
 
-  /// Brings older layouts into the current one; called once at launch, before the registry is
-  /// used. What fails leaves the older layout in place for the next launch.
+  /// Migrates older layouts to the current one. Must be called once at launch, before the registry
+  /// is used. A failed migration leaves the older layout for the next launch.
   static void migrateIfNeeded();
 
  private:

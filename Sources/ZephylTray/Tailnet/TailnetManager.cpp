@@ -12,7 +12,7 @@ namespace zephyl {
 
 namespace {
 
-/// Servers that are enabled and joined, in the registry's order.
+/// Returns the enabled and joined servers in the registry's order.
 std::vector<ServerEntry> wantedServers() {
   std::vector<ServerEntry> wanted;
   for (auto& entry : Servers::enabled()) {
@@ -89,7 +89,7 @@ void TailnetManager::whenRetired(Task then) {
   waiters_.push_back({std::move(open), std::move(then)});
 }
 
-/// Signals all before it waits for the end of any.
+/// Signals all instances before it waits for any.
 void TailnetManager::stopRetired(const std::vector<Instance>& instances) {
   for (const auto& instance : instances) instance->requestStop();
   for (const auto& instance : instances) {
@@ -171,7 +171,7 @@ TailnetManager::Instance TailnetManager::make(const ServerEntry& entry) {
   return made;
 }
 
-/// Reports many changes in a row, as when fifty tailnets start, as one.
+/// Combines changes in quick succession, as when fifty tailnets start.
 void TailnetManager::relayStateChange() {
   if (std::exchange(stateChangePending_, true)) return;
   runtime_.mainLoop.async(weakly(this, [](TailnetManager& self) {

@@ -13,9 +13,10 @@
 
 namespace zephyl {
 
-/// Owns one `TailnetProcess` per server that should be connected, and keeps them in step with the
-/// registry. Operations may be called from any thread; a lock guards the table alone and is never
-/// held while an instance is called. Callbacks come on the main thread. Owned by a `shared_ptr`.
+/// Owns one `TailnetProcess` per server that should be connected, and synchronizes them with the
+/// registry. Operations are callable from any thread. A lock protects only the table and is never
+/// held during a call of an instance. Callbacks are called on the main thread. Owned by a
+/// `shared_ptr`.
 class TailnetManager : public std::enable_shared_from_this<TailnetManager> {
  public:
   using Instance = std::shared_ptr<TailnetProcess>;
@@ -23,41 +24,41 @@ class TailnetManager : public std::enable_shared_from_this<TailnetManager> {
 
   explicit TailnetManager(const Runtime& runtime) : runtime_(runtime) {}
 
-  /// Something that an instance shows has changed.
+  /// Called when the displayed state of an instance has changed.
   std::function<void()> onStateChange;
   std::function<void(ServerEntry server, std::string target)> onTargetUnresolved;
-  /// Servers' addresses have changed; one call for all that do within a second.
+  /// Called when addresses of servers have changed, once for all changes within a second.
   std::function<void()> onAddressLearned;
 
-  /// Retires the instances of servers that are gone, disabled or not joined, and starts one for
-  /// every other server, in the registry's order. A pair that runs is left alone. Does nothing when
-  /// a tailnet program is missing.
+  /// Retires the instances of servers that were removed, disabled or not joined, and starts one for
+  /// every other server, in the registry's order. Running pairs are not touched. Does nothing if a
+  /// tailnet program is missing.
   void syncWithStore();
 
-  /// The server's instance, made when there is none. One that exists keeps the entry that it was
-  /// made with.
+  /// Returns the server's instance, or creates it. An existing instance keeps its original entry.
   Instance instance(const ServerEntry& entry);
-  /// The server's instance, if there is one.
+  /// Returns the server's instance, or null.
   [[nodiscard]] Instance find(const std::string& id) const;
   /// Removes the server's instance from the table and stops it. The server's next instance starts
   /// no child before the children of this one have ended.
   void retire(const std::string& id);
-  /// Retires the server's instance. `syncWithStore` starts no other one before `resume`.
+  /// Retires the server's instance. `syncWithStore` starts no other one until `resume`.
   void suspend(const std::string& id);
   void resume(const std::string& id);
-  /// Calls `then` when the children of all instances that are retired now have ended, later, also
-  /// if there are none. Main thread.
+  /// Calls `then` later on the main thread, when the children of all instances that are retired now
+  /// have ended. Main thread only.
   void whenRetired(Task then);
   [[nodiscard]] std::vector<Instance> instances() const;
 
-  /// The instance of the first server that is enabled and joined, if there is one.
+  /// Returns the instance of the first server that is enabled and joined, or null.
   [[nodiscard]] Instance primary() const;
   [[nodiscard]] bool anyRunning() const;
-  /// The logs of all, under a heading each when there are several, by display name.
+  /// Returns the logs of all instances. If there are several, each has a heading, and they are
+  /// sorted by display name.
   [[nodiscard]] std::vector<std::string> recentLog() const;
 
-  /// Stops all, retired ones included: sends each child SIGTERM, waits for all of them until one
-  /// shared deadline, `terminationGrace` after the last signal, and kills the rest.
+  /// Stops all instances, including retired ones: sends SIGTERM to each child, waits for all of
+  /// them until a shared deadline, `terminationGrace` after the last signal, and kills the rest.
   void stopAll();
 
  private:
@@ -75,12 +76,12 @@ class TailnetManager : public std::enable_shared_from_this<TailnetManager> {
   const Runtime runtime_;
   mutable std::mutex lock_;
   std::map<std::string, Instance, std::less<>> instances_;
-  std::vector<Instance> retired_;  // until their children have ended; the newest comes last
+  std::vector<Instance> retired_;  // until their children have ended; newest last
   std::set<std::string, std::less<>> suspended_;
-  // Main thread:
+  // Main thread only:
   std::vector<Waiter> waiters_;
   bool stateChangePending_ = false;
-  Timer addressNotification_;  // set while a learned address waits to be reported
+  Timer addressNotification_;  // set while a new address awaits its report
 };
 
 }  // namespace zephyl

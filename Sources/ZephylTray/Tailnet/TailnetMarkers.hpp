@@ -6,9 +6,9 @@
 
 namespace zephyl {
 
-/// What `zephyl-tailnet` announces in its output.
+/// An announcement in the output of `zephyl-tailnet`.
 enum class TailnetMarker {
-  tunnel,          ///< "data tunnel on ": the tunnel's address; a leading scheme is stripped
+  tunnel,          ///< "data tunnel on ": the tunnel's address, without a leading scheme
   controlPlane,    ///< "verified control plane via ": the relay
   targetResolved,  ///< "target resolved to ": the server's web address
   serverName,      ///< "server name: "
@@ -18,6 +18,7 @@ enum class TailnetMarker {
   enrolmentFailed,
 };
 
+/// One announcement and its value.
 struct TailnetAnnouncement {
   TailnetMarker marker;
   std::string value;  ///< the rest of the line, trimmed, without control characters
@@ -25,10 +26,11 @@ struct TailnetAnnouncement {
   bool operator==(const TailnetAnnouncement&) const = default;
 };
 
-/// Every announcement that a line of output holds, in the order of the enumeration. Pure.
+/// Returns all announcements in a line of output, in the order of the enumeration. Pure.
 std::vector<TailnetAnnouncement> findAnnouncements(std::string_view line);
 
-/// A line of output as the log keeps it: tagged, and cut after the phrase "found Zephyl". Pure.
+/// Returns a line of output in its form for the log: tagged, and cut after the phrase "found
+/// Zephyl". Pure.
 std::string logLineOf(std::string_view line, std::string_view tag);
 
 }  // namespace zephyl

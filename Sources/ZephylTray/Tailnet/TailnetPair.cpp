@@ -74,11 +74,11 @@ std::uint64_t TailnetPair::keyNumber() const {
   return keyNumber_;
 }
 
-void TailnetPair::askToEnd() {
+void TailnetPair::requestEnd() {
   const std::scoped_lock lock(mutex_);
   ended_ = true;
-  if (client_ && !std::exchange(clientAsked_, true)) client_->terminate();
-  if (daemon_ && !std::exchange(daemonAsked_, true)) daemon_->terminate();
+  if (client_ && !std::exchange(clientSignalled_, true)) client_->terminate();
+  if (daemon_ && !std::exchange(daemonSignalled_, true)) daemon_->terminate();
 }
 
 }  // namespace zephyl

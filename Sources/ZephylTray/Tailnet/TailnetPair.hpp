@@ -8,10 +8,10 @@
 
 namespace zephyl {
 
-/// The two children of one start of a tailnet: the overlay daemon, and the client that uses it.
+/// The two children of one start of a tailnet: the overlay daemon and its client.
 ///
-/// Callable from any thread; no operation waits. Owns the handles of the children, not the
-/// children: they go on running when it is destroyed.
+/// Callable from any thread. No operation waits. Owns the handles, not the children, which continue
+/// to run when it is destroyed.
 class TailnetPair {
  public:
   using Child = std::shared_ptr<ChildProcess>;
@@ -21,34 +21,34 @@ class TailnetPair {
 
   [[nodiscard]] Child daemon() const;
   [[nodiscard]] Child client() const;
-  /// Whether both children run and neither is meant to end.
+  /// Returns whether both children run and neither should end.
   [[nodiscard]] bool isRunning() const;
-  /// The child to wait for next when the pair ends: the client while it runs, then the daemon while
-  /// it runs, then null.
+  /// Returns the child to wait for next when the pair ends: the client while it runs, then the
+  /// daemon while it runs, then null.
   [[nodiscard]] Child nextToEnd() const;
 
-  /// Marks the pair as ended: what its children do from now on changes no state.
+  /// Marks the pair as ended. Later events of its children change no state.
   void markEnded();
   /// Marks the pair as ended because a child failed.
   void markFailed();
   [[nodiscard]] bool isEnded() const;
   [[nodiscard]] bool hasFailed() const;
 
-  /// Which pre-authorisation key the client was given; 0 if none.
+  /// Sets the number of the pre-authorisation key that the client received, 0 for no key.
   void setKeyNumber(std::uint64_t number);
   [[nodiscard]] std::uint64_t keyNumber() const;
 
-  /// Marks the pair as ended and sends SIGTERM to each child that has not had one.
-  void askToEnd();
+  /// Marks the pair as ended and sends SIGTERM to each child that has not received it yet.
+  void requestEnd();
 
  private:
-  mutable std::mutex mutex_;  // guards what follows
+  mutable std::mutex mutex_;  // guards all other members
   Child daemon_;
   Child client_;
   bool ended_ = false;
   bool failed_ = false;
-  bool daemonAsked_ = false;
-  bool clientAsked_ = false;
+  bool daemonSignalled_ = false;
+  bool clientSignalled_ = false;
   std::uint64_t keyNumber_ = 0;
 };
 

@@ -54,7 +54,7 @@ void TailnetProcess::start() {
 
 void TailnetProcess::stop(Task ended) {
   queue_.sync([&] {
-    forbidStarts();
+    cancelStarts();
     endPair([this, ended = std::move(ended)] {
       if (ended) onMain([ended](TailnetProcess&) { ended(); });
     });
@@ -80,17 +80,17 @@ void TailnetProcess::requestStop() {
     const std::scoped_lock lock(published_);
     pair = visible_.pair;
   }
-  if (pair) pair->askToEnd();
+  if (pair) pair->requestEnd();
   onQueue([](TailnetProcess& self) {
-    self.forbidStarts();
+    self.cancelStarts();
     self.endPair(nullptr);
   });
 }
 
 void TailnetProcess::finishStop(Instant deadline) {
   const SharedPair pair = queue_.sync([this] {
-    forbidStarts();
-    if (visible_.pair) visible_.pair->askToEnd();
+    cancelStarts();
+    if (visible_.pair) visible_.pair->requestEnd();
     return visible_.pair;
   });
   if (!pair) return;
@@ -135,7 +135,7 @@ void TailnetProcess::launchPair() {
   const auto client = Config::tailnetBinary(clientName);
   if (!tailscaled || !client) return;
   if (!server_.isJoined()) {
-    note("no tailnet invite has been redeemed yet; not starting the tailnet");
+    logMessage("no tailnet invite has been redeemed yet; not starting the tailnet");
     return;
   }
   prepareDirectories();
@@ -156,7 +156,7 @@ void TailnetProcess::restartLocked() {
   });
 }
 
-/// Starts after `delay` unless something has overtaken it by then.
+/// Starts after `delay` unless a later operation supersedes it.
 void TailnetProcess::startLater(Duration delay) {
   queue_.after(delay, weakly(this, [attempt = ++attempts_](TailnetProcess& self) {
                  if (self.attempts_ != attempt) return;
@@ -167,15 +167,15 @@ void TailnetProcess::startLater(Duration delay) {
 
 void TailnetProcess::prepareDirectories() {
   if (const auto made = createDirectories(Servers::tailnetStateDir(server_.id)); !made) {
-    note("could not create tailnet state dir: " + made.error().message);
+    logMessage("could not create tailnet state dir: " + made.error().message);
   }
   const std::string socket = Servers::controlSocketPath(server_.id);
   if (const auto made = createDirectories(parentDirectory(socket)); !made) {
-    note("could not create socket dir: " + made.error().message);
+    logMessage("could not create socket dir: " + made.error().message);
   }
   (void)removePath(socket);
   if (socket.size() >= maxSocketPathBytes) {
-    note(
+    logMessage(
         formatText("socket path is {} bytes; macOS caps it at {}. tailscaled will fail to bind: {}",
                    socket.size(), maxSocketPathBytes, socket));
   }
@@ -190,7 +190,7 @@ bool TailnetProcess::launchDaemon(const SharedPair& pair, const Programs& progra
                        "--socket=" + Servers::controlSocketPath(server_.id)};
   auto tailscaled = runtime_.launcher.launch(std::move(options));
   if (!tailscaled) {
-    note(formatText("failed to start {}: {}", daemonName, tailscaled.error().message));
+    logMessage(formatText("failed to start {}: {}", daemonName, tailscaled.error().message));
     scheduleRetry();
     return false;
   }
@@ -202,7 +202,7 @@ bool TailnetProcess::launchDaemon(const SharedPair& pair, const Programs& progra
 void TailnetProcess::launchClient(const SharedPair& pair, const std::string& program) {
   if (stopRequested_ || (pair->isEnded() && !pair->hasFailed())) return;
   if (!pair->daemon()->isRunning()) {
-    note(formatText("{} did not stay up; not starting {}", daemonName, clientName));
+    logMessage(formatText("{} did not stay up; not starting {}", daemonName, clientName));
     return;
   }
   auto options = childOptions(pair, clientName, clientTag);
@@ -215,7 +215,7 @@ void TailnetProcess::launchClient(const SharedPair& pair, const std::string& pro
   }
   auto client = runtime_.launcher.launch(std::move(options));
   if (!client) {
-    note(formatText("failed to start {}: {}", clientName, client.error().message));
+    logMessage(formatText("failed to start {}: {}", clientName, client.error().message));
     pair->markEnded();
     scheduleRetry();
     return;
@@ -263,12 +263,12 @@ void TailnetProcess::attachLogging(ProcessOptions& options, const SharedPair& pa
       });
 }
 
-void TailnetProcess::forbidStarts() {
+void TailnetProcess::cancelStarts() {
   stopRequested_ = true;
   ++attempts_;
 }
 
-/// Runs `then` on the queue when there is no pair any more, after what earlier calls wait to run.
+/// Runs `then` on the queue when the pair has ended, after the tasks of earlier calls.
 void TailnetProcess::endPair(Task then) {
   if (then) ending_.then.push_back(std::move(then));
   if (predecessor_) {
@@ -279,7 +279,7 @@ void TailnetProcess::endPair(Task then) {
     }));
     return;
   }
-  if (visible_.pair) visible_.pair->askToEnd();
+  if (visible_.pair) visible_.pair->requestEnd();
   publish([this] {
     visible_.state.boundAddress.reset();
     visible_.state.activeRelay.reset();
@@ -287,7 +287,7 @@ void TailnetProcess::endPair(Task then) {
   continueEnding();
 }
 
-/// Gives the next child that still runs its grace. Called after each exit of a child, too.
+/// Starts the grace of the next child that still runs. Called after each exit of a child, too.
 void TailnetProcess::continueEnding() {
   const auto child = visible_.pair ? visible_.pair->nextToEnd() : nullptr;
   if (!child) return finishEnding();
@@ -305,15 +305,15 @@ void TailnetProcess::finishEnding() {
 }
 
 void TailnetProcess::kill(ChildProcess& child) {
-  note(formatText("{} ignored SIGTERM; killing it", child.pid()));
+  logMessage(formatText("{} ignored SIGTERM; killing it", child.pid()));
   child.killGroup();
 }
 
 void TailnetProcess::handleChildExit(const SharedPair& pair, const std::string& name,
                                      ExitStatus status) {
-  note(status.reason == ExitStatus::Reason::exited
-           ? formatText("{} exited with status {}", name, status.status)
-           : formatText("{} terminated", name));
+  logMessage(status.reason == ExitStatus::Reason::exited
+                 ? formatText("{} exited with status {}", name, status.status)
+                 : formatText("{} terminated", name));
   const bool isCurrent = pair && pair == visible_.pair;
   if (isCurrent && !pair->isEnded() && !stopRequested_) {
     pair->markFailed();
@@ -332,13 +332,13 @@ void TailnetProcess::scheduleRetry() {
   Duration delay = stalledDelay;
   if (failures <= maxFailures) {
     const auto seconds = retryDelay(failures);
-    note(formatText("retrying the tailnet in {}s (attempt {}/{})", seconds.count(), failures,
-                    maxFailures));
+    logMessage(formatText("retrying the tailnet in {}s (attempt {}/{})", seconds.count(), failures,
+                          maxFailures));
     delay = seconds;
   } else {
     publish([this] { visible_.state.stalledReason = "Not connecting — retrying every 5 min"; });
-    note(formatText("still cannot start the tailnet after {} attempts; trying again in 5m",
-                    failures));
+    logMessage(formatText("still cannot start the tailnet after {} attempts; trying again in 5m",
+                          failures));
     reportStateChange();
   }
   startLater(delay);
@@ -351,13 +351,13 @@ void TailnetProcess::clearFailures() {
   });
 }
 
-void TailnetProcess::keepLine(std::string line) {
+void TailnetProcess::appendLine(std::string line) {
   publish([&] { visible_.log.append(std::move(line)); });
 }
 
-void TailnetProcess::note(const std::string& text) {
+void TailnetProcess::logMessage(const std::string& text) {
   logLine(text);
-  keepLine("[tray] " + text);
+  appendLine("[tray] " + text);
 }
 
 void TailnetProcess::onQueue(std::function<void(TailnetProcess&)> work) {

@@ -12,11 +12,11 @@ namespace {
 
 constexpr std::string_view redaction = "[redacted]";
 
-/// Anything shorter is no secret, and would be found in ordinary words.
-constexpr std::size_t leastSecretLength = 8;
+/// Shorter texts are not secrets and would match ordinary words.
+constexpr std::size_t minSecretLength = 8;
 
-void strikeOut(std::string& line, std::string_view secret) {
-  if (secret.size() < leastSecretLength) return;
+void redact(std::string& line, std::string_view secret) {
+  if (secret.size() < minSecretLength) return;
   for (auto at = line.find(secret); at != std::string::npos;
        at = line.find(secret, at + redaction.size())) {
     line.replace(at, secret.size(), redaction);
@@ -29,25 +29,25 @@ void TailnetProcess::appendLog(const SharedPair& pair, const OutputLines& output
                                const std::string& tag) {
   for (const auto& received : output.lines()) {
     const std::string line = withoutPreauthKey(received);
-    keepLine(logLineOf(line, tag));
+    appendLine(logLineOf(line, tag));
     if (pair) scrape(*pair, line);
   }
 }
 
-/// Also without the part of the key that all keys begin with.
+/// Also removes the key without the prefix that all keys have in common.
 std::string TailnetProcess::withoutPreauthKey(const std::string& line) const {
   std::string rest = line;
   if (!pendingPreauthKey_) return rest;
   std::string_view key = *pendingPreauthKey_;
-  strikeOut(rest, key);
+  redact(rest, key);
   if (key.starts_with(InviteKey::preauthPrefix)) {
     key.remove_prefix(InviteKey::preauthPrefix.size());
-    strikeOut(rest, key);
+    redact(rest, key);
   }
   return rest;
 }
 
-/// A pair that is ending can only report that it has used up the key.
+/// An ending pair can only report that it has used the key.
 void TailnetProcess::scrape(const TailnetPair& pair, std::string_view line) {
   for (auto& announcement : findAnnouncements(line)) {
     if (announcement.marker == TailnetMarker::joined && pair.keyNumber() == keyNumber_) {
@@ -67,14 +67,14 @@ void TailnetProcess::handle(TailnetAnnouncement announcement) {
       return publish([&] { visible_.state.activeRelay = std::move(value); });
     case TailnetMarker::targetResolved:
       publish([this] { visible_.state.unresolvedTarget.reset(); });
-      return learn(&Discoveries::address, std::move(value));
+      return storeDiscovery(&Discoveries::address, std::move(value));
     case TailnetMarker::serverName:
-      return learn(&Discoveries::name, std::move(value));
+      return storeDiscovery(&Discoveries::name, std::move(value));
     case TailnetMarker::serverAccent:
-      return learn(&Discoveries::accent, std::move(value));
+      return storeDiscovery(&Discoveries::accent, std::move(value));
     case TailnetMarker::targetUnresolved:
       publish([&] { visible_.state.unresolvedTarget = value; });
-      return learn(&Discoveries::unresolvedTarget, std::move(value));
+      return storeDiscovery(&Discoveries::unresolvedTarget, std::move(value));
     case TailnetMarker::joined:
       return publish([this] { visible_.state.lastEnrolError.reset(); });
     case TailnetMarker::enrolmentFailed:
@@ -82,8 +82,9 @@ void TailnetProcess::handle(TailnetAnnouncement announcement) {
   }
 }
 
-/// The newest value of each kind waits for the main thread, however many are printed meanwhile.
-void TailnetProcess::learn(std::optional<std::string> Discoveries::*kind, std::string value) {
+/// Keeps the newest value of each kind for the main thread.
+void TailnetProcess::storeDiscovery(std::optional<std::string> Discoveries::*kind,
+                                    std::string value) {
   bool isFirst = false;
   publish([&] {
     isFirst = !visible_.discoveries;
@@ -93,7 +94,7 @@ void TailnetProcess::learn(std::optional<std::string> Discoveries::*kind, std::s
   if (isFirst) onMain([](TailnetProcess& self) { self.recordDiscoveries(); });
 }
 
-/// Runs on the main thread, from which the registry is changed.
+/// Runs on the main thread, where the registry is changed.
 void TailnetProcess::recordDiscoveries() {
   std::optional<Discoveries> found;
   publish([&] { found = std::exchange(visible_.discoveries, std::nullopt); });
@@ -109,7 +110,7 @@ void TailnetProcess::recordDiscoveries() {
 
 void TailnetProcess::failEnrolment(std::string reason) {
   publish([&] { visible_.state.lastEnrolError = std::move(reason); });
-  forbidStarts();
+  cancelStarts();
   endPair(nullptr);
   reportStateChange();
 }

@@ -24,8 +24,8 @@ class AgentPeerTest : public ::testing::Test {
 };
 
 constexpr auto complaint =
-    "[tray] port 8799 belongs to a program of another user (user id 54321), which does not count "
-    "as the agent; end that program or set another \"trayPort\"\n";
+    "[tray] port 8799 belongs to a program of another user (user id 54321), which is not "
+    "accepted as the agent; end that program or set another \"trayPort\"\n";
 
 TEST_F(AgentPeerTest, IsThisUsersOrRootsProgram) {
   EXPECT_TRUE(verified());

@@ -156,7 +156,7 @@ TEST(ServerPorts, ShareTheLastAliasWhenAllAreTaken) {
 
 TEST(ServerPortsDeathTest, EndTheProcessWhenNoneIsLeft) {
   EXPECT_DEATH(ServerPorts::allocate({}, everythingBelow(65536)),
-               "no local port from 1055 on is left for another server");
+               "no free local port at or above 1055 for another server");
 }
 
 }  // namespace

@@ -148,7 +148,7 @@ TEST_F(ServersFileTest, KeepACopyOfAFileThatCouldNotBeUnderstoodBeforeReplacingI
   const auto log = test::logOf([] { Servers::add("new", std::nullopt, std::nullopt); });
   Servers::add("newer", std::nullopt, std::nullopt);
   ASSERT_EQ(copies().size(), 1U);
-  EXPECT_EQ(log, "[tray] the unreadable servers.json is kept as " + copies().front() + "\n");
+  EXPECT_EQ(log, "[tray] copied the unreadable servers.json to " + copies().front() + "\n");
   EXPECT_EQ(*readFile(copies().front()), "[{}]");
   reopen();
   EXPECT_EQ(labels(), (Labels{"new", "newer"}));
