@@ -102,7 +102,7 @@ def test_what_nobody_saw_is_not_denied_and_waits_for_the_menu(screen, watcher, w
     eventually(lambda: reachable(world))
     agent = Agent(world.agent_port)
     identifier = agent.raise_request("cat /etc/passwd")
-    tray.log_line("cannot be shown; it waits in the menu", 15)
+    tray.log_line("the request waits in the menu", 15)
     assert agent.state(identifier) == "pending"
     world.dialogs.unlink(missing_ok=True)
     whole.rename(world.dialogs)
@@ -121,7 +121,7 @@ def test_a_notification_leads_to_its_request_and_goes_with_it(screen, world, sta
     eventually(lambda: reachable(world))
     agent = Agent(world.agent_port)
     identifier = agent.raise_request("cat /etc/passwd")
-    tray.log_line("cannot be shown; it waits in the menu", 15)
+    tray.log_line("the request waits in the menu", 15)
     whole.rename(world.dialogs)
     posted, = eventually(lambda: server.posted)
     assert posted["title"] == "Zephyl: approval needed"

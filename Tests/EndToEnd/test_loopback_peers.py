@@ -44,7 +44,7 @@ def test_a_window_is_told_neither_token_nor_port_when_another_program_has_the_po
         environment = window.environment()
         assert not {"ZEPHYL_ONBOARD_TOKEN", "ZEPHYL_ONBOARD_PORT"} & set(environment), environment
         assert environment["ZEPHYL_ONBOARD"] == "1", "the other variables are set"
-        tray.log_line("the desktop app is started without the control API")
+        tray.log_line("starting the desktop app without the control API")
         assert len([line for line in tray.lines if "without the control API" in line]) == 1
         tray.log_line("could not start the onboarding listener")
         squatter.settimeout(0)

@@ -19,7 +19,7 @@ namespace {
 constexpr auto tokenVariable = "ZEPHYL_ONBOARD_TOKEN";
 constexpr auto controlPortVariable = "ZEPHYL_ONBOARD_PORT";
 
-/// A packaged app is a program or a directory that holds one.
+/// Returns the app itself, or the program in the app's directory.
 std::string executableOf(const std::string& app) {
   return isDirectory(app) ? joinPath(app, "AppRun") : app;
 }
@@ -50,7 +50,7 @@ void DesktopApp::launch(const DesktopLaunch& context) {
 void DesktopApp::quit() {
   const pid_t own = devProcess_ ? devProcess_->child->pid() : 0;
   for (const auto& application : desktop_.runningApplications(identifier)) {
-    // The own child is asked below: to many programs a second request means "at once".
+    // The own child is asked below. Many programs treat a second request as "end at once".
     if (application.pid != own) desktop_.terminate(application);
   }
   if (!devProcess_) return;
@@ -84,7 +84,7 @@ bool DesktopApp::activateRunning() {
 
 void DesktopApp::start(const DesktopLaunch& context) {
   if (!context.control)
-    log("the desktop app is started without the control API, which is not available");
+    log("starting the desktop app without the control API, which is not available");
   if (const auto app = Config::bundledDesktopApp()) {
     runDevProcess("Zephyl Window.app", executableOf(*app), {}, context);
   } else if (const auto binary = Config::desktopDevBinary()) {
@@ -110,7 +110,7 @@ void DesktopApp::runDevProcess(const char* what, std::string executable,
   devProcess_.emplace(DevProcess{number, *std::move(child)});
 }
 
-/// A child that was replaced or asked to quit is not the current one, and changes nothing.
+/// The exit of a child that was replaced or asked to quit changes nothing.
 void DesktopApp::childExited(std::uint64_t launch) {
   if (devProcess_ && devProcess_->number == launch) devProcess_.reset();
 }

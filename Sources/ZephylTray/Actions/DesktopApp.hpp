@@ -14,52 +14,50 @@ namespace zephyl {
 
 class Desktop;
 
-/// How a program reaches the tray's control server.
+/// The address and the token of the tray's control server.
 struct ControlAccess {
   SecretString token;
   std::int64_t port = 0;
 };
 
-/// What the desktop window app receives at its start: how to reach the tray's control server, and
-/// what to show.
+/// The values that the desktop window app receives at its start: how to reach the tray's control
+/// server, and what to show.
 struct DesktopLaunch {
   std::optional<std::string> serverURL;  ///< the primary server's web address
-  bool needsOnboarding = false;          ///< there is no usable server yet
-  std::optional<ControlAccess> control;  ///< nullopt: the control server does not listen
+  bool needsOnboarding = false;          ///< no server is usable yet
+  std::optional<ControlAccess> control;  ///< nullopt if the control server does not listen
 
-  /// Returns `inherited` with these values as environment variables. Variables of values that are
-  /// absent keep their inherited value, except for those of the control server, which are removed:
+  /// Returns `inherited` with these values as environment variables. Variables without a value here
+  /// keep their inherited value, except for those of the control server, which are removed because
   /// another program may listen on its port.
   [[nodiscard]] Environment environment(Environment inherited = {}) const;
 };
 
-/// Starts the desktop window app, a program of its own, or brings it to the front. The packaged
-/// app comes first, then a developer's build, then the developer's command in a login shell; the
-/// build and the command belong to `Config::programRoot`.
+/// Starts the desktop window app, a separate program, or brings it to the front. Prefers the
+/// packaged app, then a developer's build, then the developer's command in a login shell. The build
+/// and the command belong to `Config::programRoot`.
 ///
-/// A copy counts as running when the desktop knows one under the identifier, or when a child
-/// started here is alive; one that runs is never started again, so it keeps the token and the
-/// addresses that it was started with. A failure to start is logged and nothing more; nothing is
-/// tried again.
+/// A copy counts as running if the desktop session reports one with the identifier, or if a child
+/// that was started here is alive. A running copy is not started again, so it keeps the token and
+/// the addresses from its start. A failure to start is only logged, without a retry.
 ///
-/// Main thread only. Owned by a `shared_ptr`; children hold it weakly, and end with the tray.
+/// Main thread only. Owned by a `shared_ptr`. Children hold it weakly and end with the tray.
 class DesktopApp : public std::enable_shared_from_this<DesktopApp> {
  public:
   static constexpr auto identifier = "com.zephyl.desktop";
 
-  /// What `runtime` refers to, and `desktop`, outlive it.
+  /// The objects that `runtime` refers to, and `desktop`, must outlive it.
   DesktopApp(const Runtime& runtime, Desktop& desktop) : runtime_(runtime), desktop_(desktop) {}
 
-  /// Activates a running copy, else starts one, after a log line when the control server does not
+  /// Activates a running copy, or starts one. Logs a line first if the control server does not
   /// listen.
   void launch(const DesktopLaunch& context);
-  /// Asks every running copy to end. Does not wait.
+  /// Asks all running copies to end. Does not wait.
   void quit();
-  /// Waits until the child that `quit` asked to end has done so, until `deadline` at most; then
-  /// kills its process group.
+  /// Waits until `deadline` for the child that `quit` asked to end, then kills its process group.
   void awaitExit(Instant deadline);
 
-  /// Whether a launch can work.
+  /// Returns whether there is a desktop app to launch.
   [[nodiscard]] static bool isInstalled();
 
  private:
@@ -78,7 +76,7 @@ class DesktopApp : public std::enable_shared_from_this<DesktopApp> {
   const Runtime runtime_;
   Desktop& desktop_;
   std::optional<DevProcess> devProcess_;
-  std::shared_ptr<ChildProcess> ending_;  // was asked to by `quit`
+  std::shared_ptr<ChildProcess> ending_;  // asked to end by `quit`
   std::uint64_t launches_ = 0;
 };
 

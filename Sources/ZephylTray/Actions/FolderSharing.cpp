@@ -22,17 +22,17 @@ void FolderSharing::shellAddRoot(const std::string& id, const Completion& done) 
              }));
 }
 
-/// Asks with the desktop's own picker, and with the tray's where the user could not answer that.
+/// Uses the desktop's own picker, or the tray's dialog if the desktop's picker cannot be used.
 void FolderSharing::pickFolder(const FolderRequest& request, const PickerCompletion& done) {
   port_.desktopPicker(
       request, weakly(this, [request, done](FolderSharing& self, const FolderChoice& choice) {
         if (choice.answered) return done(choice.answer);
-        self.pickFolderOurselves(request, done);
+        self.pickFolderInOwnDialog(request, done);
       }));
 }
 
-void FolderSharing::pickFolderOurselves(const FolderRequest& request,
-                                        const PickerCompletion& done) {
+void FolderSharing::pickFolderInOwnDialog(const FolderRequest& request,
+                                          const PickerCompletion& done) {
   const auto place = folderDialogs_.emplace(folderDialogs_.end());
   *place =
       port_.ownPicker(request, weakly(this, [place, done](FolderSharing& self, const auto& chosen) {
@@ -61,7 +61,8 @@ void FolderSharing::setShared(const SharedRoot& root, const std::string& id, boo
   }
 }
 
-/// Wraps the end of a change of the shared folders: shows them afresh, then reports.
+/// Returns a completion of a change of the shared folders, which polls the agent and then calls
+/// `done`.
 FolderSharing::RootsCompletion FolderSharing::foldersChanged(const Completion& done) {
   return weakly(this, [done](FolderSharing& self, const Roots& roots) {
     self.port_.refresh();

@@ -16,19 +16,19 @@
 
 namespace zephyl {
 
-/// Shares folders of this machine with servers, as the desktop app asks over the control API.
+/// Shares folders of this machine with servers, on request of the desktop app over the control API.
 ///
-/// Main thread only. Owned by a `shared_ptr`; pickers and requests hold it weakly.
+/// Main thread only. Owned by a `shared_ptr`. Pickers and requests hold it weakly.
 class FolderSharing : public std::enable_shared_from_this<FolderSharing> {
  public:
-  /// A message for the user; nullopt means success.
+  /// A message for the user, or nullopt for success.
   using Failure = std::optional<std::string>;
   using Completion = std::function<void(Failure)>;
   using Roots = Result<std::vector<SharedRoot>>;
   using RootsCompletion = std::function<void(Roots)>;
   using PickerCompletion = std::function<void(Result<std::optional<std::string>>)>;
 
-  /// Completions come later, once each, on the main thread.
+  /// Each completion is called once, later, on the main thread.
   struct Port {
     // The agent
     std::function<void(RootsCompletion)> getRoots;
@@ -50,22 +50,22 @@ class FolderSharing : public std::enable_shared_from_this<FolderSharing> {
 
   explicit FolderSharing(Port port) : port_(std::move(port)) {}
 
-  /// Lets the user choose a folder and shares it with a server. A cancelled choice is a success.
+  /// Lets the user choose a folder and shares it with a server. Cancelling is a success.
   void shellAddRoot(const std::string& id, const Completion& done);
-  /// Shares a folder with a server, or no longer. A folder that is then shared with no server is
-  /// removed.
+  /// Shares a folder with a server, or stops sharing it. Removes a folder that is then shared with
+  /// no server.
   void shellSetRootShared(const std::string& id, const std::string& root, bool shared,
                           const Completion& done);
 
  private:
   void pickFolder(const FolderRequest& request, const PickerCompletion& done);
-  void pickFolderOurselves(const FolderRequest& request, const PickerCompletion& done);
+  void pickFolderInOwnDialog(const FolderRequest& request, const PickerCompletion& done);
   void setShared(const SharedRoot& root, const std::string& id, bool shared,
                  const Completion& done);
   RootsCompletion foldersChanged(const Completion& done);
 
   const Port port_;
-  std::list<Dialogs::Handle> folderDialogs_;  // each with a client that waits for its answer
+  std::list<Dialogs::Handle> folderDialogs_;  // each has a client that waits for the answer
 };
 
 }  // namespace zephyl

@@ -5,8 +5,8 @@
 
 namespace zephyl {
 
-/// What a log window shows of a log: all of a short one, of a longer one the beginning, where it
-/// says what was started, and the end. Control characters are made visible. Pure.
+/// Returns the text of a log window: the whole of a short log, or the beginning and the end of a
+/// longer one. The beginning shows what was started. Control characters are made visible. Pure.
 std::string logExcerpt(const std::vector<std::string>& lines);
 
 }  // namespace zephyl

@@ -94,7 +94,7 @@ void ServerActions::removeServer(const std::string& id, const Completion& done) 
       weakly(this, [id, done](ServerActions& self) { done(self.removeStoppedServer(id)); }));
 }
 
-/// What the children of a tailnet have in use must not be deleted before they have ended.
+/// Runs after the children of the tailnet have ended, because they use the files that are deleted.
 ServerActions::Failure ServerActions::removeStoppedServer(const std::string& id) {
   auto failure = failureOf(port_.remove(id));
   port_.resumeTailnet(id);
@@ -115,7 +115,7 @@ void ServerActions::complete(Failure failure, const Completion& done) const {
 void ServerActions::connectServer(const std::string& id) {
   const auto failure = setServerEnabled(id, true);
   if (!failure) return;
-  log("could not connect the server {}: {}", id, *failure);
+  log("server {}: could not connect: {}", id, *failure);
   connectFailureDialog_ = port_.ask(
       alerts::connectFailed(*failure),
       weakly(this, [](ServerActions& self, const auto&) { self.connectFailureDialog_.reset(); }));

@@ -15,13 +15,13 @@
 
 namespace zephyl {
 
-/// Joins, changes and removes servers: changes the registry, then brings tailnets, agent and menu
-/// in step with it. Nothing is started or reported as done for a change that could not be saved.
+/// Joins, changes and removes servers: changes the registry, then updates tailnets, agent and menu.
+/// If a change cannot be saved, nothing is started and it is not reported as done.
 ///
-/// Main thread only. Owned by a `shared_ptr`; dialogs hold it weakly.
+/// Main thread only. Owned by a `shared_ptr`. Dialogs hold it weakly.
 class ServerActions : public std::enable_shared_from_this<ServerActions> {
  public:
-  /// A message for the user; nullopt means success.
+  /// A message for the user, or nullopt for success.
   using Failure = std::optional<std::string>;
   using Completion = std::function<void(Failure)>;
 
@@ -37,18 +37,18 @@ class ServerActions : public std::enable_shared_from_this<ServerActions> {
                                const std::function<void(ServerEntry&)>& mutation)>
         update;
     std::function<Result<void>(const std::string& id)> remove;
-    /// Stores that this machine has redeemed an invite to the network with this fingerprint;
-    /// nullopt: none that it is still a member of.
+    /// Stores the fingerprint of the network for which this machine has redeemed an invite, or
+    /// nullopt if it is no longer a member of any.
     std::function<void(const std::optional<std::string>& fingerprint)> setEnrolment;
     // Tailnets
     /// Replaces the tailnet of a server by one that enrols with the key.
     std::function<void(const ServerEntry&, SecretString preauthKey)> enrol;
-    /// Stops the tailnet of a server, and keeps it from being started until it is resumed.
+    /// Stops the tailnet of a server and prevents its start until it is resumed.
     std::function<void(const std::string& id)> suspendTailnet;
     std::function<void(const std::string& id)> resumeTailnet;
-    /// Calls `then` later, when the children of all tailnets that have been stopped have ended.
+    /// Calls `then` later, when the children of all stopped tailnets have ended.
     std::function<void(Task then)> whenTailnetsEnded;
-    /// Starts and stops tailnets as the registry says.
+    /// Starts and stops tailnets to match the registry.
     std::function<void()> syncTailnets;
     // The rest of the tray
     std::function<void()> restartAgent;
@@ -59,32 +59,33 @@ class ServerActions : public std::enable_shared_from_this<ServerActions> {
 
   explicit ServerActions(Port port) : port_(std::move(port)) {}
 
-  /// What is shown of the servers has changed. Set before the first operation.
+  /// Called when the displayed state of the servers has changed. Must be set before the first
+  /// operation.
   std::function<void()> onChange;
 
-  /// Joins a server with an invite key: registers it, starts its tailnet in enrolment mode and
-  /// restarts the agent. Changes nothing if the key cannot be read. A server that cannot be saved
-  /// is not joined, and its key stays unused. Whether the server accepts the key shows later, in
-  /// the state of its tailnet.
+  /// Joins a server with an invite key: registers it, starts its tailnet with the key and restarts
+  /// the agent. Changes nothing if the key is malformed. If the server cannot be saved, it is not
+  /// joined and its key stays unused. Whether the server accepts the key is reported later, in the
+  /// state of its tailnet.
   Failure redeem(std::string_view key);
-  /// Asks the user for an invite key and redeems it. Brings a prompt that is open to the front.
+  /// Asks the user for an invite key and redeems it. Brings an open prompt to the front instead.
   void promptForInviteKey();
 
-  /// Change one server. Fail, and change nothing, if there is no such server or the change cannot
-  /// be saved.
+  /// These functions change one server. They fail and change nothing if there is no such server or
+  /// the change cannot be saved.
   Failure setServerLabel(const std::string& id, const std::string& label);
-  /// An empty accent gives the choice back to the server.
+  /// An empty accent restores the server's own color.
   Failure setServerAccent(const std::string& id, const std::string& accent);
   Failure setServerEnabled(const std::string& id, bool enabled);
-  /// The server is removed, with the state of its tailnet, when the children of the tailnet have
-  /// ended. Then, or after a failure, calls `done`.
+  /// Removes the server and the state of its tailnet when the children of the tailnet have ended.
+  /// Then, or after a failure, calls `done`.
   void removeServer(const std::string& id, const Completion& done);
 
-  /// Completes an operation that may have stopped tailnets: passes on a failure at once, success
+  /// Completes an operation that may have stopped tailnets. Reports a failure at once, and success
   /// when the children of the stopped tailnets have ended.
   void complete(Failure failure, const Completion& done) const;
 
-  /// Enables a server because the user has asked for it in the menu. Shows a failure.
+  /// Enables a server for the menu's user. Shows a failure.
   void connectServer(const std::string& id);
 
  private:

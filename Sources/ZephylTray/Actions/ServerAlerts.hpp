@@ -8,14 +8,14 @@
 /// The alerts about servers, as values, with the meaning of their buttons.
 namespace zephyl::alerts {
 
-/// Asks for an invite key.
+/// Returns the prompt for an invite key.
 Alert inviteKey();
 enum class InviteKeyButton : std::size_t { join, cancel };
 
-/// That key could not be redeemed.
+/// Returns the alert that an invite key could not be redeemed.
 Alert inviteKeyFailed(const std::string& message);
 
-/// A server could not be connected.
+/// Returns the alert that a server could not be connected.
 Alert connectFailed(const std::string& message);
 
 }  // namespace zephyl::alerts

@@ -8,10 +8,10 @@
 
 namespace zephyl {
 
-/// Returns the ids of the servers that `root` is shared with, once it is shared with `serverId`
-/// (`shared`), or no longer. Drops ids that are not in `servers`. A folder without a list, or with
-/// an empty one, counts as shared with every server. An empty result means that the folder is not
-/// to be shared at all.
+/// Returns the ids of the servers that `root` is shared with after sharing it with `serverId`
+/// (`shared`) or after ending that. Omits ids that are not in `servers`. A folder with no list or
+/// an empty list counts as shared with every server. An empty result means that the folder must not
+/// be shared any more.
 std::vector<std::string> serversSharing(const SharedRoot& root, const ServerList& servers,
                                         const std::string& serverId, bool shared);
 

@@ -10,9 +10,9 @@ namespace zephyl {
 
 namespace {
 
-/// Whether a host name leads to this machine and nowhere else. A resolver that answers for every
-/// name gives addresses of other machines.
-bool leadsHere(const HostAddresses& addresses) {
+/// Returns whether a host name resolves to this machine only. A resolver that answers for every
+/// name returns addresses of other machines.
+bool isThisMachine(const HostAddresses& addresses) {
   return !addresses.empty() && std::ranges::all_of(addresses, isLoopback);
 }
 
@@ -35,7 +35,7 @@ bool WindowLauncher::openInShellIfInstalled(const std::string& screen) {
   return true;
 }
 
-void WindowLauncher::openWhereToGoOn() {
+void WindowLauncher::openNextStep() {
   openInShell(needsOnboarding() ? "join" : "servers");
 }
 
@@ -54,7 +54,7 @@ void WindowLauncher::lookUpInternalHost() {
   if (std::exchange(internalHostLookedUp_, true)) return;
   port_.lookUpHost(std::string(internalWebHost),
                    weakly(this, [](WindowLauncher& self, const HostAddresses& addresses) {
-                     self.zephylInternalResolves_ = leadsHere(addresses);
+                     self.zephylInternalResolves_ = isThisMachine(addresses);
                    }));
 }
 

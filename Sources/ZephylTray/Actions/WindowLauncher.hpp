@@ -14,25 +14,26 @@
 
 namespace zephyl {
 
-/// Leads the user to where servers are shown: to the desktop window app, at one of its screens, or
-/// to a server's web page in a browser.
+/// Opens the displays of servers: the desktop window app at one of its screens, or a server's web
+/// page in a browser.
 ///
-/// A server's web address is that of its tunnel, or the servers' internal host name if that leads
-/// to this machine. The name is looked up once; until its answer comes it counts as unresolved.
+/// A server's web address is that of its tunnel, or the servers' internal host name if that
+/// resolves to this machine. The name is looked up once. Until the result is known it counts as
+/// unresolved.
 ///
-/// Main thread only. Owned by a `shared_ptr`; the look-up holds it weakly.
+/// Main thread only. Owned by a `shared_ptr`. The look-up holds it weakly.
 class WindowLauncher : public std::enable_shared_from_this<WindowLauncher> {
  public:
   struct Port {
     std::function<bool()> isInstalled;          ///< whether the desktop app can be launched
     std::function<void(DesktopLaunch)> launch;  ///< starts the desktop app or shows it
-    /// Keeps a screen for the desktop app, which asks for it over the control API.
+    /// Stores a screen for the desktop app, which requests it over the control API.
     std::function<void(std::string screen)> setPendingRoute;
     /// Returns nullopt while the control API is not available.
     std::function<std::optional<ControlAccess>()> controlAccess;
     std::function<std::vector<ServerEntry>()> enabledServers;
-    /// Return the local address ("host:port") of the tunnel to the first enabled server, and of the
-    /// tunnel to a given server. nullopt while it is unknown.
+    /// Return the local address ("host:port") of the tunnel to the first enabled server and to a
+    /// given server, or nullopt while it is unknown.
     std::function<std::optional<std::string>()> primaryAddress;
     std::function<std::optional<std::string>(const std::string& serverId)> addressOf;
     std::function<void(const std::string& url)> openURL;
@@ -43,28 +44,31 @@ class WindowLauncher : public std::enable_shared_from_this<WindowLauncher> {
 
   explicit WindowLauncher(Port port) : port_(std::move(port)) {}
 
-  /// Shows the desktop app as it is, or starts it at its start page.
+  /// Brings the desktop app to the front without changing its screen, or starts it at its start
+  /// page.
   void openDesktopWindow();
-  /// Shows the desktop app at a screen, such as "servers".
+  /// Opens the desktop app at a screen, such as "servers".
   void openInShell(const std::string& screen);
-  /// The same if the app is installed. Returns whether it is.
+  /// Does the same if the app is installed. Returns whether it is.
   bool openInShellIfInstalled(const std::string& screen);
-  /// Shows the screen where the user goes on: "join" while onboarding is needed, else "servers".
-  void openWhereToGoOn();
-  /// Open the web page of the first enabled server, or of a given server. Do nothing while its
+  /// Opens the screen of the user's next step: "join" while onboarding is needed, otherwise
+  /// "servers".
+  void openNextStep();
+  /// Open the web page of the first enabled server or of a given server. Do nothing while its
   /// address is unknown.
   void openInBrowser() { openWebPage(port_.primaryAddress()); }
   void openServerInBrowser(const std::string& serverId) { openWebPage(port_.addressOf(serverId)); }
 
-  /// Whether no server can be used yet: none that is enabled is joined or has an address.
+  /// Returns whether no enabled server is joined or has an address.
   [[nodiscard]] bool needsOnboarding() const;
-  /// Shows the servers because the target of one could not be resolved: once per server and run.
+  /// Opens the servers screen because the target of a server could not be resolved. Does so once
+  /// per server and run.
   void announceUnresolvedTarget(const ServerEntry& server);
-  /// Looks the internal host name up, in the background. The first call counts; its answer is
-  /// final for the run.
+  /// Looks up the internal host name in the background. Only the first call has an effect, and its
+  /// result is final for the run.
   void lookUpInternalHost();
-  /// Returns the web address of a server whose tunnel is bound to `boundAddress`; nullopt if that
-  /// is nullopt or empty.
+  /// Returns the web address of a server whose tunnel is bound to `boundAddress`, or nullopt if
+  /// that is nullopt or empty.
   [[nodiscard]] std::optional<std::string> webAddressOf(
       const std::optional<std::string>& boundAddress) const;
 

@@ -56,7 +56,7 @@ void AppDelegate::applicationDidFinishLaunching() {
   if (Bundle::main().identifier()) components_.desktop.requestNotificationAuthorization();
   connectUpdater();
   components_.updater->start();
-  launchAgentUnlessOneAnswers();
+  launchAgentUnlessReachable();
   components_.tailnet->syncWithStore();
   monitor_->startPolling();
   monitor_->refresh();
@@ -76,7 +76,7 @@ void AppDelegate::applicationWillTerminate() {
 }
 
 void AppDelegate::applicationShouldHandleReopen() {
-  windows_->openWhereToGoOn();
+  windows_->openNextStep();
 }
 
 void AppDelegate::quit() {
@@ -161,8 +161,8 @@ void AppDelegate::connectUpdater() {
   updater.isAgentBusy = monitor_->busyQuery();
 }
 
-/// After the start, so that an agent that listens already is used as it is.
-void AppDelegate::launchAgentUnlessOneAnswers() {
+/// Runs after the start, so that an agent that is already listening is used.
+void AppDelegate::launchAgentUnlessReachable() {
   components_.runtime.mainLoop.async(weakly(this, [](AppDelegate& self) {
     self.monitor_->pollOnce(weakly(&self, [](AppDelegate& polled) {
       if (!polled.agentSnapshot().reachable) polled.components_.agent->start();

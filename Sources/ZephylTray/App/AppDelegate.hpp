@@ -19,29 +19,29 @@ namespace zephyl {
 
 class ControlAPI;
 
-/// The tray controller: constructs the components and the parts that hold the tray's state,
-/// connects them, starts them in a fixed order, and stops them in a fixed order. It holds no logic
-/// of theirs; each part says in its header what it does and what it needs.
+/// The tray controller. Constructs the components and the parts that own the tray's state, connects
+/// them, and starts and stops them in a fixed order. The logic is in the parts, and each part's
+/// header documents it.
 ///
-/// Main thread only. Owned by a `shared_ptr`, by `main`, for the life of the process. The callbacks
-/// that it gives to components hold it weakly and do nothing once it is gone.
+/// Main thread only. Owned by a `shared_ptr` in `main` for the lifetime of the process. The
+/// callbacks that it passes to components hold it weakly and do nothing after its destruction.
 class AppDelegate : public std::enable_shared_from_this<AppDelegate> {
  public:
-  /// What `runtime` refers to, `desktop` and `dialogs` outlive it. `updates` makes the framework
-  /// that updates this program; if it is null, the program is not updated. `commands` says how the
-  /// commands of other programs are served.
+  /// The objects that `runtime` refers to, `desktop` and `dialogs` must outlive it. `updates`
+  /// creates the framework that updates this program. If it is null, the program is not updated.
+  /// `commands` describes how commands of other programs are served.
   AppDelegate(const Runtime& runtime, Desktop& desktop, Dialogs& dialogs,
               UpdaterFactory updates = nullptr, CommandSetup commands = {});
 
-  /// Starts everything, in order. Returns at once; what takes time goes on in tasks.
+  /// Starts everything in order. Returns at once: long operations continue in tasks.
   void applicationDidFinishLaunching();
-  /// Stops everything, in order, and waits for the children: a few seconds at most.
+  /// Stops everything in order and waits for the children, for a few seconds at most.
   void applicationWillTerminate();
-  /// The user has started the running program again.
+  /// Handles that the user has started the running program again.
   void applicationShouldHandleReopen();
-  /// Ends the program, in order.
+  /// Ends the program in order.
   void quit();
-  /// The status that the program ends with: a failure if it could not go on.
+  /// Returns the exit status of the program: a failure if it could not continue.
   [[nodiscard]] int exitStatus() const { return exitStatus_; }
 
   [[nodiscard]] const AgentSnapshot& agentSnapshot() const { return monitor_->snapshot(); }
@@ -54,7 +54,7 @@ class AppDelegate : public std::enable_shared_from_this<AppDelegate> {
   void connectUpdater();
   void agentChanged(const AgentSnapshot& snapshot, AgentMonitor::Update update);
   void tailnetsChanged();
-  void launchAgentUnlessOneAnswers();
+  void launchAgentUnlessReachable();
   bool startControlServer();
   void startCommandServer(const std::shared_ptr<const ControlAPI>& controlAPI);
   void perform(const TrayAction& action);
@@ -67,11 +67,11 @@ class AppDelegate : public std::enable_shared_from_this<AppDelegate> {
   const std::shared_ptr<ApprovalPrompts> approvals_;
   const std::shared_ptr<ServerActions> servers_;
   const std::shared_ptr<FolderSharing> folders_;
-  std::shared_ptr<StatusItemController> statusItem_;  // created at launch, as is the next
+  std::shared_ptr<StatusItemController> statusItem_;  // created at launch, as is the next member
   std::shared_ptr<CommandServer> commands_;
   ReplacementNotice replacement_;
   int exitStatus_ = 0;
-  // Last, so that it goes first: its thread asks all of the above.
+  // Last, so that it is destroyed first, because its thread uses all of the above.
   ControlServer control_;
 };
 

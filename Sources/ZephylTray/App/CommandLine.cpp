@@ -20,7 +20,7 @@ struct Option {
   std::string_view description;
 };
 
-/// The first three are the modes, in their order.
+/// The first three are the modes, in the order of `Mode`.
 constexpr std::array<Option, 5> options{{
     {"--desktop", "show a status item in the desktop's panel (the default)"},
     {"--terminal", "show the menu in this terminal"},

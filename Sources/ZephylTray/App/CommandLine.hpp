@@ -6,15 +6,15 @@
 
 namespace zephyl {
 
-/// What the program was called with.
+/// The parsed command line.
 struct CommandLine {
   enum class Mode { desktop, terminal, headless };
 
   Mode mode = Mode::desktop;
-  /// Not empty: print this and end (`--help`, `--version`).
+  /// If not empty, the program must print this text and end (`--help`, `--version`).
   std::string answer;
 
-  /// The error says which argument is wrong.
+  /// The error names the wrong argument.
   static Result<CommandLine> parse(int argc, const char* const* argv);
 };
 

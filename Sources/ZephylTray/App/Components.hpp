@@ -13,8 +13,8 @@
 
 namespace zephyl {
 
-/// What the tray consists of apart from its own state: the ways to the user, and the components
-/// that supervise other programs. One of each, as long as the tray runs. Main thread only.
+/// The components of the tray without its own state: the interfaces to the user and the supervisors
+/// of other programs. They live as long as the tray. Main thread only.
 struct Components {
   Runtime runtime;
   Desktop& desktop;

@@ -9,15 +9,14 @@
 
 namespace zephyl {
 
-/// The desktop that the program shows itself on, and the dialogs that go with it. The dialogs go
-/// first.
+/// The desktop adapter of the program and its dialogs. The dialogs are destroyed first.
 struct FrontEnd {
   std::unique_ptr<Desktop> desktop;
   std::unique_ptr<Dialogs> dialogs;
   bool endsAtHangUp = true;  ///< whether SIGHUP ends the program
 
-  /// What `mode` asks for; where that is not to be had, says so and is headless. What `runtime`
-  /// refers to outlives it.
+  /// Returns the front end for `mode`. If it is not available, logs the reason and returns the
+  /// headless one. The objects that `runtime` refers to must outlive it.
   static FrontEnd make(CommandLine::Mode mode, const Runtime& runtime);
 };
 

@@ -15,9 +15,9 @@
 #include "ZephylTray/Control/ControlServer.hpp"
 #include "ZephylTray/Menu/StatusItemController.hpp"
 
-/// The ports of the tray's parts as the running program fills them: from its components, the
-/// registry and the settings. Each port refers to `components` and `control`, which outlive it, and
-/// holds the other parts that it uses.
+/// Returns the ports of the tray's parts, implemented by its components, the registry and the
+/// settings. Each port refers to `components` and `control`, which must outlive it, and owns a
+/// share of the other parts that it uses.
 namespace zephyl::ports {
 
 LogWindows::Port logWindows(const Components& components);
@@ -28,22 +28,22 @@ ServerActions::Port serverActions(const Components& components);
 FolderSharing::Port folderSharing(const Components& components,
                                   const std::shared_ptr<AgentMonitor>& monitor);
 ReplacementNotice::Port replacementNotice(const Components& components);
-/// Without `perform`, which the caller sets.
+/// Returns a port without `perform`, which the caller must set.
 StatusItemController::Port statusItem(const Components& components,
                                       const std::shared_ptr<AgentMonitor>& monitor);
-/// Without `serverActions` and `folderSharing`, which the caller sets.
+/// Returns a port without `serverActions` and `folderSharing`, which the caller must set.
 ControlAPI::Port controlAPI(const Components& components,
                             const std::shared_ptr<AgentMonitor>& monitor,
                             const std::shared_ptr<WindowLauncher>& windows);
 
-/// The parts that commands ask and act through.
+/// The parts that execute commands.
 struct CommandOwners {
   std::shared_ptr<AgentMonitor> monitor;
   std::shared_ptr<WindowLauncher> windows;
   std::shared_ptr<ApprovalPrompts> approvals;
   std::shared_ptr<ServerActions> servers;
 };
-/// Without `diagnostics` and `quit`, which the caller sets.
+/// Returns a port without `diagnostics` and `quit`, which the caller must set.
 CommandServer::Port commands(const Components& components, ControlServer& control,
                              const CommandSetup& setup, const CommandOwners& owners);
 

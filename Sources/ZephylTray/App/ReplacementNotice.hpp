@@ -7,23 +7,25 @@
 
 namespace zephyl {
 
-/// Reports, once, that the program's file was replaced while the program runs, as a package manager
-/// does. The process goes on with the old version until it is restarted. Main thread only.
+/// Notifies the user once when the program's file was replaced while the program runs, for example
+/// by a package manager. The process continues with the old version until it is restarted. Main
+/// thread only.
 class ReplacementNotice {
  public:
   struct Port {
-    /// Whether another file has the name of the running program's file now.
+    /// Returns whether another file now has the name of the running program's file.
     std::function<bool()> isReplaced;
-    /// Whether the program is installing an update itself. It restarts after that without the user.
+    /// Returns whether the program is installing an update itself, after which it restarts
+    /// automatically.
     std::function<bool()> isUpdatingItself;
     std::function<void(const Notification&)> notify;
   };
 
   explicit ReplacementNotice(Port port) : port_(std::move(port)) {}
 
-  /// Looks at the program's file. Reports when two calls in succession have found it replaced, so
-  /// that a package is likely to be complete. Called at each poll of the agent, so that it costs no
-  /// wake-ups.
+  /// Checks the program's file. Notifies after two successive calls have found it replaced, when a
+  /// package is likely to be complete. Must be called at each poll of the agent, so that it causes
+  /// no wake-ups of its own.
   void check();
 
  private:

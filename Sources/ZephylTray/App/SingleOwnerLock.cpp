@@ -37,21 +37,21 @@ std::optional<pid_t> readHolder(const FileDescriptor& file) {
   return holder;
 }
 
-/// Informs only, so that a failure, as on a full disk, does not matter.
+/// Failures, as on a full disk, are ignored because the id is only informative.
 void writeHolder(const FileDescriptor& file) {
   const std::string text = std::to_string(::getpid()) + "\n";
   if (::ftruncate(file.get(), 0) != 0) return;
   static_cast<void>(::pwrite(file.get(), text.data(), text.size(), 0) < 0);
 }
 
-/// Returns the descriptor of the lock file that this process kept across an exec, if it did.
-FileDescriptor takeInherited(const std::string& path) {
+/// Returns the lock file's descriptor that this process kept across an exec, or an empty one.
+FileDescriptor adoptInherited(const std::string& path) {
   const auto number = parseDecimal(environmentVariable(inheritedVariable).value_or(""));
   ::unsetenv(inheritedVariable);
-  constexpr long long mostDescriptors = 1 << 20;
-  if (!number || *number <= STDERR_FILENO || *number > mostDescriptors) return {};
+  constexpr long long maxDescriptors = 1 << 20;
+  if (!number || *number <= STDERR_FILENO || *number > maxDescriptors) return {};
   FileDescriptor file(static_cast<int>(*number));
-  // Whatever else has this number is not this function's to close.
+  // Any other file with this number must not be closed here.
   if (!isStillAt(file, path) || ::fcntl(file.get(), F_SETFD, FD_CLOEXEC) != 0) file.release();
   return file;
 }
@@ -61,7 +61,7 @@ FileDescriptor takeInherited(const std::string& path) {
 std::variant<SingleOwnerLock, SingleOwnerLock::Taken, Error> SingleOwnerLock::acquire(
     const std::string& path) {
   if (const auto made = createDirectories(parentDirectory(path)); !made) return made.error();
-  FileDescriptor file = takeInherited(path);
+  FileDescriptor file = adoptInherited(path);
   for (;; file.reset()) {
     if (!file) file.reset(::open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600));
     if (!file) return systemError(path, errno);
@@ -69,7 +69,7 @@ std::variant<SingleOwnerLock, SingleOwnerLock::Taken, Error> SingleOwnerLock::ac
       if (errno != EWOULDBLOCK) return systemError(path, errno);
       return Taken{readHolder(file)};
     }
-    // The file may have been removed before it was locked. Then the lock excludes nobody.
+    // If the file was removed before it was locked, the lock has no effect.
     if (!isStillAt(file, path)) continue;
     writeHolder(file);
     return SingleOwnerLock(std::move(file));

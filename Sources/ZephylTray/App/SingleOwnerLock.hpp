@@ -11,27 +11,28 @@
 
 namespace zephyl {
 
-/// Ensures that only one process works in a directory: an advisory lock on a file, held for the
-/// lifetime of this value and released by the kernel when the process ends, however it ends. The
-/// file stays, because removing it could hand the lock out twice. It holds the process id of its
-/// last owner.
+/// Ensures that only one process uses a directory, by an advisory lock on a file. The lock is held
+/// for the lifetime of this object and released by the kernel when the process ends. The file is
+/// never removed, because two processes could hold locks on different files of that name otherwise.
+/// It contains the process id of its last owner.
 ///
-/// No program that the process starts inherits the lock. A program that the process executes in its
-/// own place does after `keepAcrossExec`, so that no other process gets the lock in between.
+/// Programs that the process starts do not inherit the lock. A program that the process executes in
+/// its own place inherits it after `keepAcrossExec`, so that no other process gets the lock in
+/// between.
 class SingleOwnerLock {
  public:
-  /// Another process has the lock.
+  /// The result if another process holds the lock.
   struct Taken {
     std::optional<pid_t> holder;  ///< nullopt if the process has not written its id yet
   };
 
-  /// Takes the lock on the file at `path` without waiting, or the one that this process kept across
-  /// an exec. The file (mode 0600) and the directories above it are created if they are missing.
-  /// Changes the environment, so it is called before any thread is started.
+  /// Acquires the lock on the file at `path` without waiting, or adopts the lock that this process
+  /// kept across an exec. Creates the file (mode 0600) and missing parent directories. Must be
+  /// called before any thread is started, because it changes the environment.
   static std::variant<SingleOwnerLock, Taken, Error> acquire(const std::string& path);
 
-  /// Lets the program that this process executes next inherit the lock, through a descriptor that
-  /// the environment names. Called right before the exec, when no other thread is left.
+  /// Lets the next program that this process executes inherit the lock, through a descriptor that
+  /// the environment names. Must be called right before the exec, when no other thread is left.
   void keepAcrossExec() const;
 
  private:

@@ -5,21 +5,21 @@
 #include "Desktop/Dialogs.hpp"
 #include "ZephylTray/Agent/AgentRecords.hpp"
 
-/// The alerts that the tray shows, as values; what their buttons mean stands beside them. Pure.
+/// The alerts about approvals, as values, with the meaning of their buttons. Pure.
 namespace zephyl::alerts {
 
-/// Asks for the decision about a request that reaches outside a shared folder.
+/// Returns the prompt about a request that reaches outside a shared folder.
 Alert approval(const PendingApproval& approval, bool requestedByUser);
 enum class ApprovalButton : std::size_t { deny, allowOnce, alwaysAllow };
 
-/// Asks for the phrase before a permanent exception is made.
+/// Returns the confirmation, with a phrase to type, before a permanent exception is created.
 Alert alwaysAllowConfirmation(const PendingApproval& approval);
 enum class ConfirmationButton : std::size_t { cancel, create };
 
-/// What was typed there was not the phrase.
+/// Returns the alert that the typed text was not the phrase.
 Alert phraseDidNotMatch();
 
-/// Something that the user asked of the agent has failed.
+/// Returns the alert that the agent refused a request of the user.
 Alert error(const std::string& description);
 
 }  // namespace zephyl::alerts

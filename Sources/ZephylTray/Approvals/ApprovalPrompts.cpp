@@ -87,14 +87,14 @@ void ApprovalPrompts::confirm(const std::string& id, std::string_view phrase) {
                 }));
 }
 
-/// An alert that could not be shown decides nothing: the request waits for the menu.
+/// If the alert cannot be shown, nothing is decided and the request stays in the menu.
 void ApprovalPrompts::askAboutApproval(const Alert& alert, Answered answered) {
   approvalDialog_ = port_.ask(
       alert, weakly(this, [answered = std::move(answered)](
                               ApprovalPrompts& self, const std::optional<AlertAnswer>& answer) {
         self.approvalDialog_.reset();
         if (answer) return answered(self, *answer);
-        log("a request needs your approval and cannot be shown; it waits in the menu");
+        log("could not show the prompt about a request; the request waits in the menu");
         self.presentingApproval_ = false;
       }));
 }
@@ -104,11 +104,11 @@ void ApprovalPrompts::decideApproval(const std::string& id, const std::string& d
                  if (!result) {
                    return self.showError(result.error().message,
                                          weakly(&self, [](ApprovalPrompts& acknowledged) {
-                                           acknowledged.goOnWithApprovals();
+                                           acknowledged.presentNextApproval();
                                          }));
                  }
                  self.port_.withdraw(id);
-                 self.goOnWithApprovals();
+                 self.presentNextApproval();
                }));
 }
 
@@ -125,12 +125,12 @@ void ApprovalPrompts::answer(const std::string& id, const std::string& decision,
   if (!pending || find(*pending, id) == nullptr) return done(Error{"No request has this id."});
   const bool isPrompted = presentingApproval_ && promptedApprovalId_ == id;
   if (isPrompted && !approvalDialog_) return done(Error{"This request is being decided already."});
-  // From now on no prompt about it is wanted; if the decision fails, one may still come.
+  // No prompt about the request is wanted now. If the decision fails, it may be prompted again.
   const bool isNew = seenApprovalIds_.insert(id).second;
   sendDecision(id, decision,
                weakly(this, [id, isNew, done](ApprovalPrompts& self, const Result<void>& result) {
                  if (result) {
-                   self.settle(id);
+                   self.withdrawDecided(id);
                  } else if (isNew) {
                    self.seenApprovalIds_.erase(id);
                  }
@@ -138,18 +138,18 @@ void ApprovalPrompts::answer(const std::string& id, const std::string& decision,
                }));
 }
 
-/// The request has been decided elsewhere: withdraws what is shown about it.
-void ApprovalPrompts::settle(const std::string& id) {
+/// Withdraws the notification and the prompt about a request that was decided elsewhere.
+void ApprovalPrompts::withdrawDecided(const std::string& id) {
   port_.withdraw(id);
   if (approvalDialog_ && promptedApprovalId_ == id) {
     approvalDialog_.reset();
-    goOnWithApprovals();
+    presentNextApproval();
   }
   port_.refresh();
 }
 
-/// The request has been dealt with: asks about the next one, if there is one.
-void ApprovalPrompts::goOnWithApprovals() {
+/// Ends the current request and prompts about the next one, if there is one.
+void ApprovalPrompts::presentNextApproval() {
   presentingApproval_ = false;
   if (const auto pending = port_.pending()) processPendingApprovals(*pending);
 }
@@ -172,7 +172,7 @@ void ApprovalPrompts::reviewApproval(const PendingApproval& approval) {
   presentApproval(approval, /*requestedByUser=*/true);
 }
 
-/// Brings what is open about a request to the front. Returns whether a request is being decided.
+/// Brings the open dialog about a request to the front. Returns whether a request is being decided.
 bool ApprovalPrompts::showCurrentApproval() {
   if (!presentingApproval_) return false;
   if (approvalDialog_) {
@@ -190,9 +190,9 @@ void ApprovalPrompts::revokeEscapeGrant(const EscapeGrant& grant) {
                }));
 }
 
-/// A newer error replaces one that is still open, which then counts as acknowledged.
+/// A newer error replaces an open one, which then counts as acknowledged.
 void ApprovalPrompts::showError(const std::string& description, Task acknowledged) {
-  log("could not be done: {}", description);
+  log("the agent refused a change: {}", description);
   const auto earlier = std::exchange(errorAcknowledged_, std::move(acknowledged));
   errorDialog_ =
       port_.ask(alerts::error(description), weakly(this, [](ApprovalPrompts& self, const auto&) {

@@ -14,7 +14,7 @@ constexpr std::size_t maxFieldBytes = 16UL * 1024;
 constexpr std::size_t maxNotifiedFieldBytes = 256;
 constexpr std::size_t maxReasons = 50;
 
-/// A field of the request as the user reads it.
+/// Returns a field of the request in its displayed form.
 std::string shown(std::string_view field, std::size_t maxBytes = maxFieldBytes) {
   return visibleWithBlanks(shortened(field, maxBytes));
 }

@@ -38,7 +38,7 @@ void addTailnet(ControlServerRecord& record, const TailnetView& tailnet) {
 }
 
 void addConnection(ControlServerRecord& record, const AgentConnection& connection) {
-  // The agent calls a connection enrolled once its folders are known to the server.
+  // The agent reports a connection as enrolled when the server knows its folders.
   record.enrolled =
       connection.state == AgentState::connected || connection.state == AgentState::enrolled;
   record.agentError = nonEmpty(connection.lastError);

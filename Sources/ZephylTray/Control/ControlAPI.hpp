@@ -18,14 +18,14 @@ namespace zephyl {
 class ControlServer;
 class MainLoop;
 
-/// Answers the control API from what the tray's parts report, and passes its changes on to them.
-/// Has no state of its own.
+/// Implements the control API: answers requests from the state of the tray's parts and forwards
+/// changes to them. Has no state.
 ///
-/// Main thread only, except for what `install` says.
+/// Main thread only, except for `install`.
 class ControlAPI {
  public:
   struct Port {
-    // What is reported
+    // State of the tray
     std::function<bool()> tailnetProgramsInstalled;
     std::function<bool()> isEnrolled;  ///< whether this machine has redeemed an invite
     std::function<bool()> anyTailnetRunning;
@@ -38,9 +38,9 @@ class ControlAPI {
         webAddressOf;
     std::function<Diagnostics::Tray()> tray;
     std::function<Diagnostics::Agent()> agentProcess;
-    // What can be asked for
+    // Changes
     std::function<void()> restartAgent;
-    /// Called on the control thread; completes on the main thread.
+    /// Called on the control thread. Completes on the main thread.
     std::function<void(FolderSharing::RootsCompletion)> getRoots;
     std::shared_ptr<ServerActions> serverActions;
     std::shared_ptr<FolderSharing> folderSharing;
@@ -48,8 +48,8 @@ class ControlAPI {
 
   explicit ControlAPI(Port port) : port_(std::move(port)) {}
 
-  /// Makes the handlers of `server` answer from `port`. Called before the server is started.
-  /// `mainLoop` and everything that `port` refers to outlive the server.
+  /// Sets the handlers of `server`. Must be called before the server is started. `mainLoop` and all
+  /// objects that `port` refers to must outlive the server.
   static void install(ControlServer& server, MainLoop& mainLoop, const Port& port);
 
   /// Return the documents of GET /status, GET /servers and GET /diagnostics.

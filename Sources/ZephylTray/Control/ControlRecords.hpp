@@ -5,28 +5,28 @@
 
 #include <boost/describe/class.hpp>
 
-/// What the control API returns, as plain values (see System/JSON.hpp for how they encode). What is
-/// not known is left out.
+/// The records of the control API, as plain values (see System/Data/JSON.hpp for their encoding).
+/// Unknown values are omitted.
 namespace zephyl {
 
 /// The answer of GET /status.
 struct ControlStatus {
-  bool available = false;            ///< both tailnet programs are there
-  bool enrolled = false;             ///< an invite has been redeemed on this machine
-  bool running = false;              ///< a tailnet runs
+  bool available = false;            ///< both tailnet programs exist
+  bool enrolled = false;             ///< this machine has redeemed an invite
+  bool running = false;              ///< any tailnet runs
   std::optional<std::string> url;    ///< the primary server's web address
-  std::optional<std::string> relay;  ///< what its connection goes through
+  std::optional<std::string> relay;  ///< the relay of its connection
 };
 BOOST_DESCRIBE_STRUCT(ControlStatus, (), (available, enrolled, running, url, relay))
 
 /// One element of GET /servers.
 struct ControlServerRecord {
   std::string id;
-  std::string name;   ///< as shown
-  std::string label;  ///< as the user set it
+  std::string name;   ///< the displayed name
+  std::string label;  ///< set by the user
   bool nameResolved = false;
-  std::string accent;       ///< as shown
-  std::string localAccent;  ///< as the user set it
+  std::string accent;       ///< the displayed color
+  std::string localAccent;  ///< set by the user
   bool enabled = false;
   bool usesTailnet = false;
   bool running = false;   ///< its tailnet runs

@@ -130,7 +130,7 @@ ControlServer::Completion ControlServer::asyncReply(const Peer& peer) {
 }
 
 ControlServer::PendingReply::~PendingReply() {
-  fail(peer, failureStatus, shuttingDown);  // counts only when nothing has been answered
+  fail(peer, failureStatus, shuttingDown);  // ignored if the peer was answered
 }
 
 }  // namespace zephyl

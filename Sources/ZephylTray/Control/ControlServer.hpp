@@ -23,22 +23,22 @@ namespace zephyl {
 
 class MainLoop;
 
-/// The control API: a small HTTP server on 127.0.0.1 through which the desktop app joins, manages
-/// and diagnoses. One request per connection. Every request must carry the token of this run,
-/// which only the desktop app is given; then it goes to the handler of its route.
+/// The control API: a small HTTP server on 127.0.0.1 that lets the desktop app join, manage and
+/// diagnose servers. One request per connection. Every request must carry the token of this run,
+/// which only the desktop app receives. It is then dispatched to the handler of its route.
 ///
 /// Requests are read, checked and dispatched one at a time on the thread "com.zephyl.tray.control".
-/// The token is checked as soon as the head of a request is complete.
-/// Most handlers run on the main thread while the control thread waits; the main thread never
-/// waits for it. A handler with a completion must not wait, and may complete later, on any thread;
-/// a completion that is destroyed unused answers that the tray is shutting down. Once the
-/// server is gone nothing is answered any more.
+/// The token is checked as soon as the head of a request is complete. Most handlers run on the main
+/// thread while the control thread waits. The main thread never waits for the control thread. A
+/// handler with a completion must not wait, and may complete later on any thread. If its completion
+/// is destroyed without a call, the answer is that the tray is shutting down. After the server is
+/// destroyed, nothing is answered.
 ///
-/// Owned by the controller, which sets the handlers before `start`. Created and destroyed on the
-/// main thread, which `mainLoop` outlives.
+/// Owned by the controller, which sets the handlers before `start`. Must be created and destroyed
+/// on the main thread. `mainLoop` must outlive it.
 class ControlServer {
  public:
-  /// A message for the user; nullopt means success.
+  /// A message for the user, or nullopt for success.
   using Failure = std::optional<std::string>;
   using Completion = std::function<void(Failure)>;
   using RootsCompletion = std::function<void(Result<std::vector<json::Object>>)>;
@@ -46,11 +46,11 @@ class ControlServer {
   static constexpr std::size_t maxRequestBytes = 65536;
   static constexpr std::size_t maxReadBytes = 16384;
   static constexpr std::size_t maxConnections = 256;
-  /// What handlers answer when the controller is gone.
+  /// The answer of handlers when the controller is gone.
   static constexpr auto shuttingDown = "The Zephyl tray is shutting down.";
 
   explicit ControlServer(MainLoop& mainLoop);
-  /// Answers requests that still wait for the main thread with "shutting down".
+  /// Answers requests that wait for the main thread with "shutting down".
   ~ControlServer();
   ControlServer(const ControlServer&) = delete;
   ControlServer& operator=(const ControlServer&) = delete;
@@ -71,39 +71,39 @@ class ControlServer {
   std::function<void(const std::string& id, const std::string& root, bool shared, Completion)>
       onSetRootShared;
 
-  /// The secret of this run: 32 hexadecimal digits. Never logged.
+  /// Returns the secret of this run: 32 hexadecimal digits. Must not be logged.
   [[nodiscard]] const std::string& token() const { return token_; }
 
-  /// Opens the listener on `port`; when that fails one line is logged and nothing listens. Does
-  /// nothing while there is one. False when `port` is no port at all.
+  /// Opens the listener on `port`. If that fails, logs one line and does not listen. Does nothing
+  /// if it is open. Returns false if `port` is not a port number.
   bool start(std::int64_t port);
-  /// Whether requests can reach this server. Main thread only.
+  /// Returns whether requests can reach this server. Main thread only.
   [[nodiscard]] bool isListening() const;
-  /// The port of the listener. Requires `isListening`.
+  /// Returns the port of the listener. Requires `isListening`.
   [[nodiscard]] std::int64_t port() const { return port_; }
-  /// Closes the listener. Requests that still wait for the main thread are answered that
-  /// the tray is shutting down.
+  /// Closes the listener. Requests that wait for the main thread receive the answer that the tray
+  /// is shutting down.
   void cancel();
 
-  /// A screen that the desktop app is to show: handed out once, with the next GET /status. A newer
-  /// one replaces it. From any thread.
+  /// Sets the screen that the desktop app should show. It is sent once, with the next GET /status.
+  /// A newer screen replaces it. Callable from any thread.
   void setPendingRoute(std::string route);
 
  private:
   using Peer = LoopbackServer::Peer;
 
-  /// The request of one connection while it arrives.
+  /// The request of one connection while it is received.
   struct IncomingRequest {
     HTTPRequestParser parser;
-    bool authorized = false;  ///< its head carried the token
+    bool authorized = false;  ///< its head contained the token
   };
-  /// A request that carried the token, under way to its handler.
+  /// An authorized request, to be passed to its handler.
   struct Call {
     Peer peer;
-    std::string id;  ///< the server's, on routes that have one
+    std::string id;  ///< the server's id, for routes that contain one
     std::string_view body;
   };
-  /// A peer that is answered later: with `shuttingDown` should everybody let go of it before.
+  /// A peer that is answered later. If it is destroyed without an answer, it sends `shuttingDown`.
   struct PendingReply {
     PendingReply(Peer waiting, HTTPStatus status)
         : peer(std::move(waiting)), failureStatus(status) {}
@@ -142,13 +142,13 @@ class ControlServer {
   void postRoot(const Call& call);
   void postRootScope(const Call& call);
 
-  /// Runs `handler` on the main thread, waits for it and answers with what it returned.
+  /// Runs `handler` on the main thread, waits for it and sends its result.
   void replyFromMain(const Call& call, const std::function<Failure()>& handler);
   /// Runs `handler` on the main thread, waits for it, and answers when it completes.
   void completeFromMain(const Call& call, const std::function<void(Completion)>& handler);
-  /// The same for a handler that gives an object.
+  /// Does the same for a handler that returns an object.
   void respondFromMain(const Call& call, const std::function<json::Object()>& provider);
-  std::optional<std::string> takePendingRoute();
+  std::optional<std::string> consumePendingRoute();
 
   MainLoop& mainLoop_;
   const std::string token_;

@@ -11,7 +11,7 @@ namespace zephyl {
 
 namespace {
 
-/// The body when it is a JSON object; else one without fields.
+/// Returns the body if it is a JSON object, otherwise an empty object.
 json::Object fieldsOf(std::string_view body) {
   auto value = json::parse(body);
   if (!value || !value->is_object()) return {};
@@ -30,8 +30,8 @@ std::optional<bool> flag(const json::Object& fields, std::string_view key) {
   return value->get_bool();
 }
 
-/// Takes a secret text out of the fields and leaves no copy there.
-std::optional<std::string> takeSecret(json::Object& fields, std::string_view key) {
+/// Returns a secret text of the fields and overwrites it there.
+std::optional<std::string> extractSecret(json::Object& fields, std::string_view key) {
   auto secret = text(fields, key);
   if (secret) {
     auto& original = fields.at(key).get_string();
@@ -69,13 +69,13 @@ void ControlServer::getStatus(const Call& call) {
   auto status = mainLoop_.sync(
       [this] { return statusProvider ? statusProvider() : json::Object(); }, stopping_.get_token());
   if (!status) return reply(call.peer, shuttingDown);
-  if (auto route = takePendingRoute()) (*status)["request"] = *route;
+  if (auto route = consumePendingRoute()) (*status)["request"] = *route;
   respond(call.peer, HTTPStatus::ok, *status);
 }
 
 void ControlServer::postInvite(const Call& call) {
   auto fields = fieldsOf(call.body);
-  auto key = takeSecret(fields, "key");
+  auto key = extractSecret(fields, "key");
   if (!key) return reply(call.peer, "expected a JSON body with a \"key\" field");
   completeFromMain(
       call, [&](const Completion& done) { onInvite ? onInvite(*key, done) : done(std::nullopt); });
@@ -176,7 +176,7 @@ void ControlServer::respondFromMain(const Call& call,
   respond(call.peer, HTTPStatus::ok, *object);
 }
 
-std::optional<std::string> ControlServer::takePendingRoute() {
+std::optional<std::string> ControlServer::consumePendingRoute() {
   const std::scoped_lock lock(routeLock_);
   return std::exchange(pendingRoute_, std::nullopt);
 }

@@ -20,7 +20,7 @@ json::Object objectOf(const Record& record) {
   return json::encode(record).as_object();
 }
 
-/// The value, or null when there is none.
+/// Returns the encoded value, or null if it is absent.
 template <typename T>
 json::Value orNull(const std::optional<T>& value) {
   return value ? json::encode(*value) : json::Value(nullptr);

@@ -12,20 +12,20 @@
 
 namespace zephyl {
 
-/// What a bug report needs to know, gathered at one moment. Nothing in it is secret.
+/// The facts for a bug report, collected at one moment. Contains no secrets.
 struct Diagnostics {
-  /// How many of the newest lines of a tailnet's log are included.
+  /// The number of newest lines of a tailnet's log that are included.
   static constexpr std::size_t maxLogLines = 40;
 
   struct Tray {
     std::string version;
     std::int64_t trayPort = 0;
     std::string repoRoot;
-    bool standalone = false;  ///< the packaged runtime is in use
+    bool standalone = false;  ///< whether the packaged runtime is used
   };
   struct Agent {
-    bool running = false;  ///< a child of the tray runs
-    bool managed = false;  ///< the tray launched it
+    bool running = false;  ///< whether a child of the tray runs
+    bool managed = false;  ///< whether the tray launched it
   };
   struct Tailnet {
     std::string serverId;
@@ -40,7 +40,7 @@ struct Diagnostics {
   ServerList servers{{}};
   std::vector<Tailnet> tailnets;
 
-  /// The document of GET /diagnostics. Pure.
+  /// Returns the document of GET /diagnostics. Pure.
   [[nodiscard]] json::Object toJSON() const;
 };
 

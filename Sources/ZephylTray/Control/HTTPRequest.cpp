@@ -13,14 +13,14 @@ constexpr std::string_view lineEnd = "\r\n";
 constexpr std::string_view headEnd = "\r\n\r\n";
 
 /// Removes the first line from `text` and returns it without its end.
-std::string_view takeLine(std::string_view& text) {
+std::string_view removeLine(std::string_view& text) {
   const auto end = text.find(lineEnd);
   const auto line = text.substr(0, end);
   text.remove_prefix(end == std::string_view::npos ? text.size() : end + lineEnd.size());
   return line;
 }
 
-bool takeRequestLine(std::string_view line, HTTPRequest& request) {
+bool parseRequestLine(std::string_view line, HTTPRequest& request) {
   const auto pieces = splitNonEmpty(line, ' ');
   if (pieces.size() < 2) return false;
   request.method = upperCased(pieces[0]);
@@ -28,7 +28,7 @@ bool takeRequestLine(std::string_view line, HTTPRequest& request) {
   return true;
 }
 
-void takeHeader(std::string_view line, HTTPRequest& request) {
+void parseHeader(std::string_view line, HTTPRequest& request) {
   const auto colon = line.find(':');
   if (colon == std::string_view::npos) return;
   request.headers.insert_or_assign(lowerCased(trimmed(line.substr(0, colon))),
@@ -57,8 +57,8 @@ HTTPRequestParser::Stage HTTPRequestParser::parseHead(std::string_view received)
     return Stage::head;
   }
   auto head = received.substr(0, end);
-  if (!isValidUTF8(head) || !takeRequestLine(takeLine(head), request_)) return Stage::invalid;
-  while (!head.empty()) takeHeader(takeLine(head), request_);
+  if (!isValidUTF8(head) || !parseRequestLine(removeLine(head), request_)) return Stage::invalid;
+  while (!head.empty()) parseHeader(removeLine(head), request_);
   bodyStart_ = end + headEnd.size();
   bodyBytes_ = contentLength(request_);
   return Stage::body;

@@ -4,7 +4,7 @@
 
 namespace zephyl {
 
-/// The statuses that the control API answers with.
+/// The statuses of the control API's answers.
 enum class HTTPStatus {
   ok = 200,
   badRequest = 400,
@@ -14,7 +14,7 @@ enum class HTTPStatus {
   badGateway = 502,
 };
 
-/// Returns code and reason phrase as the status line has them, such as "404 Not Found".
+/// Returns code and reason phrase for the status line, such as "404 Not Found".
 constexpr std::string_view statusText(HTTPStatus status) {
   switch (status) {
     case HTTPStatus::ok:

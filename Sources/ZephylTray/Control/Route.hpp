@@ -5,15 +5,16 @@
 
 namespace zephyl {
 
-/// Where a request to the control server goes: "POST /servers/:id/label", and the id.
+/// The route of a request to the control server: "POST /servers/:id/label", and the id.
 struct Route {
-  std::string path;  ///< the template: method and path, a server's id written ":id"
-  std::string id;    ///< as it stands in the request; empty for a route without
+  std::string path;  ///< the template: method and path, with ":id" for a server's id
+  std::string id;    ///< the id in the request; empty if the route has none
 
   bool operator==(const Route&) const = default;
 };
 
-/// Repeated and trailing slashes do not matter; nothing is percent-decoded. Pure.
+/// Returns the route of a request. Ignores repeated and trailing slashes. Decodes no percent
+/// escapes. Pure.
 Route route(std::string_view method, std::string_view path);
 
 }  // namespace zephyl

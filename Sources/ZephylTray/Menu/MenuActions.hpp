@@ -7,10 +7,10 @@
 
 namespace zephyl {
 
-/// What the rows of the status item's menu ask for: a type for each, which holds what it is about.
+/// The actions of the rows in the status item's menu: one type each, with the data that it needs.
 namespace menuActions {
 
-/// An action that is about nothing in particular.
+/// Base of actions without data.
 struct Plain {
   bool operator==(const Plain&) const = default;
 };
@@ -22,7 +22,7 @@ struct RestartTailnet : Plain {};
 struct CheckForUpdates : Plain {};
 struct Quit : Plain {};
 
-/// An action on one server.
+/// Base of actions on one server.
 struct OnServer {
   explicit OnServer(std::string id) : serverId(std::move(id)) {}
   std::string serverId;

@@ -7,10 +7,10 @@
 #include "Desktop/Menu.hpp"
 #include "ZephylTray/Menu/MenuActions.hpp"
 
-/// The sorts of rows that the tray's menus are made of. Pure.
+/// The kinds of rows in the tray's menus. Pure.
 namespace zephyl::menuRows {
 
-/// Tells something and cannot be chosen.
+/// Returns a row that shows a text and cannot be chosen.
 inline MenuEntry information(std::string key, std::string title) {
   return {.key = std::move(key), .title = std::move(title), .enabled = false};
 }
@@ -20,18 +20,18 @@ inline MenuEntry command(std::string key, std::string title, TrayAction action) 
       .key = std::move(key), .title = std::move(title), .action = MenuAction(std::move(action))};
 }
 
-/// Opens `submenu` and does nothing else.
+/// Returns a row that opens `submenu`.
 inline MenuEntry group(std::string key, std::string title, Menu submenu) {
   return {.key = std::move(key), .title = std::move(title), .submenu = std::move(submenu)};
 }
 
-/// A dot line: the row with a dot in the color of its state.
+/// Returns the row with a dot in the color of its state.
 inline MenuEntry attributed(MenuEntry entry, DotColor dot) {
   entry.dot = dot;
   return entry;
 }
 
-/// The line before what `following` names.
+/// Returns the separator before the row or section named `following`.
 inline MenuEntry separator(std::string_view following) {
   return {.key = "separator/" + std::string(following), .kind = MenuEntry::Kind::separator};
 }

@@ -11,15 +11,15 @@
 
 namespace zephyl {
 
-/// What the menu says about one server. Refers to values that outlive it.
+/// The displayed state of one server. Refers to values that must outlive it.
 struct ServerView {
   const ServerEntry& server;
-  const TailnetView* tailnet = nullptr;           ///< null when it has no process
-  const AgentConnection* connection = nullptr;    ///< null when the agent has none
-  std::optional<std::size_t> sharedFolders = {};  ///< none when the agent is not reachable
+  const TailnetView* tailnet = nullptr;           ///< null if it has no process
+  const AgentConnection* connection = nullptr;    ///< null if the agent has none
+  std::optional<std::size_t> sharedFolders = {};  ///< nullopt while the agent is unreachable
 };
 
-/// A server's row in the menu, a dot line with a submenu. Pure.
+/// Returns a server's row in the menu: a dot and a submenu. Pure.
 MenuEntry serverMenu(std::string key, const ServerView& view);
 
 }  // namespace zephyl

@@ -12,21 +12,21 @@ namespace zephyl {
 
 namespace {
 
-/// Over all folders that are still being embedded.
+/// Returns the progress of all folders that are not completely embedded.
 std::optional<std::string> indexing(const Activity& activity) {
   std::int64_t embedded = 0;
   std::int64_t files = 0;
-  bool underWay = false;
+  bool inProgress = false;
   for (const auto& index : activity.indexing) {
     embedded += index.filesEmbedded;
     files += index.lexicalFiles;
-    underWay = underWay || index.embedding || !index.ready;
+    inProgress = inProgress || index.embedding || !index.ready;
   }
-  if (!underWay) return std::nullopt;
+  if (!inProgress) return std::nullopt;
   return formatText("indexing {}/{}", embedded, files);
 }
 
-/// The line of the menu as a part of a sentence.
+/// Returns the menu's line as a part of a sentence.
 std::optional<std::string> model(const ModelStatus& status) {
   auto line = modelStatusLine(status);
   if (!line) return std::nullopt;
@@ -46,13 +46,13 @@ std::optional<std::string> servers(const TailnetSummary& summary) {
                     summary.tailnets == 1 ? "server" : "servers");
 }
 
-/// Whether the agent is at home with a server that it can reach.
+/// Returns the agent's state if it has any connection.
 std::optional<std::string> enrolment(const AgentStatus& status) {
   if (status.connections.value_or(std::vector<AgentConnection>()).empty()) return std::nullopt;
   return std::string("agent ") + boost::describe::enum_to_string(status.state, "");
 }
 
-/// With as many decimals as say something, at most.
+/// Returns a size without trailing zeros, with at most `decimals` decimals.
 std::string rounded(double size, int decimals) {
   auto text = formatText("{:.{}f}", size, decimals);
   if (decimals == 0) return text;
@@ -61,12 +61,12 @@ std::string rounded(double size, int decimals) {
   return text;
 }
 
-/// Decimal units, as file managers write sizes; the larger the unit, the more decimals.
+/// Returns a size in decimal units, as file managers do. Larger units have more decimals.
 std::string fileSize(std::int64_t bytes) {
   struct Unit {
     const char* name;
     int decimals;
-    double end;  ///< from here on it would read 1000
+    double end;  ///< from this value on, rounding gives 1000
   };
   static constexpr std::array<Unit, 5> units{{{"KB", 0, 999.5},
                                               {"MB", 1, 999.95},

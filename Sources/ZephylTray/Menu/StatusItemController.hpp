@@ -11,17 +11,17 @@
 
 namespace zephyl {
 
-/// Shows the tray's state in the status item, and passes on what the user chooses there. Each
-/// change sets icon, title, description and menu at most once. The menu stays as it is while the
-/// menu is open; the rest does not.
+/// Shows the tray's state in the status item and forwards the user's choices. Each change sets
+/// icon, title, description and menu at most once. While the menu is open it is not changed, unlike
+/// the other parts.
 ///
-/// Main thread only. Owned by a `shared_ptr`; the item holds it weakly.
+/// Main thread only. Owned by a `shared_ptr`. The item holds it weakly.
 class StatusItemController : public std::enable_shared_from_this<StatusItemController> {
  public:
-  /// What is shown outside the menu, as it is at one moment.
+  /// The state that is shown outside the menu, at one moment.
   struct Summary {
     const AgentSnapshot& agent;
-    bool known = false;  ///< whether the agent has been asked; until then there is no description
+    bool known = false;  ///< whether a poll has ended; until then no description is set
     TailnetSummary tailnets;
   };
   struct Port {
@@ -30,19 +30,19 @@ class StatusItemController : public std::enable_shared_from_this<StatusItemContr
     std::function<void(const TrayAction&)> perform;
   };
 
-  /// `item` outlives it.
+  /// `item` must outlive it.
   StatusItemController(StatusItem& item, Port port) : item_(item), port_(std::move(port)) {}
 
-  /// Receives the item's events from now on, and shows the state.
+  /// Subscribes to the item's events and shows the state.
   void start();
 
   void menuNeedsUpdate() { rebuildMenu(); }
   void menuWillOpen() { menuIsOpen_ = true; }
   void menuDidClose() { menuIsOpen_ = false; }
 
-  /// Shows the state, in the menu too unless that is open.
+  /// Shows the state. Updates the menu only if it is closed.
   void rebuildMenu();
-  /// Shows a state that differs in what the agent does, but not in the menu.
+  /// Shows a state in which the agent's activity has changed, but not the menu.
   void updateProgress();
 
  private:

@@ -19,7 +19,8 @@ using menuRows::group;
 using menuRows::information;
 using menuRows::separator;
 
-/// What a panel can show. The agent may know more exceptions, and longer ones.
+/// Limits for the menu, because the agent may report more and longer exceptions than a panel can
+/// show.
 constexpr std::size_t maxExceptions = 50;
 constexpr std::size_t maxTitleBytes = 256;
 
@@ -27,19 +28,19 @@ std::string exceptionTitle(std::string_view text) {
   return visibleWithBlanks(shortened(text, maxTitleBytes));
 }
 
-/// Keys of siblings that are one sort of thing each: "server/<name>", and for the same name again
-/// "server#2/<name>".
+/// Generates keys for siblings of one kind: "server/<name>", and "server#2/<name>" if the same name
+/// is repeated.
 class KeySeries {
  public:
-  explicit KeySeries(std::string sort) : sort_(std::move(sort)) {}
+  explicit KeySeries(std::string kind) : kind_(std::move(kind)) {}
 
   std::string next(const std::string& name) {
     const auto count = ++seen_[name];
-    return count == 1 ? sort_ + "/" + name : formatText("{}#{}/{}", sort_, count, name);
+    return count == 1 ? kind_ + "/" + name : formatText("{}#{}/{}", kind_, count, name);
   }
 
  private:
-  const std::string sort_;
+  const std::string kind_;
   std::unordered_map<std::string, int> seen_;
 };
 
@@ -48,7 +49,7 @@ MenuEntry withShortcut(MenuEntry entry, std::string keyEquivalent) {
   return entry;
 }
 
-/// What the agent is doing; null when it does not answer, whatever it said before.
+/// Returns the agent's activity, or null while the agent is unreachable.
 const Activity* currentActivity(const AgentSnapshot& agent) {
   return agent.reachable && agent.activity ? &*agent.activity : nullptr;
 }
@@ -108,8 +109,8 @@ Menu grantSubmenu(const EscapeGrant& grant) {
   return menu;
 }
 
-/// Kind and path identify an exception. A kind comes from outside, so that it must not
-/// run into the path.
+/// Returns a name made of kind and path, which identify an exception. Escapes the kind, because it
+/// is external text and must not be confused with the path.
 std::string grantName(const EscapeGrant& grant) {
   std::string name;
   for (const char character : grant.kind) {

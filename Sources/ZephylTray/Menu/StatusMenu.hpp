@@ -12,35 +12,35 @@
 
 namespace zephyl {
 
-/// What the updater shows of itself.
+/// The displayed state of the updater.
 struct UpdateView {
-  bool available = false;  ///< whether this program updates itself at all
+  bool available = false;  ///< whether this installation updates itself
   std::string currentVersion;
-  bool installPostponed = false;              ///< until the agent is idle
-  std::optional<std::string> pendingVersion;  ///< found and not yet dealt with
-  bool canCheck = false;                      ///< a check can begin now
+  bool installPostponed = false;              ///< postponed until the agent is idle
+  std::optional<std::string> pendingVersion;  ///< found and not handled yet
+  bool canCheck = false;                      ///< whether a check can begin now
 };
 
-/// All that the menu is made from, as it is at one moment. Refers to the agent's view, which can
+/// The state from which the menu is made, at one moment. Refers to the agent's snapshot, which can
 /// be large.
 struct StatusMenuState {
   const AgentSnapshot& agent;
-  bool tailnetProgramsFound = false;  ///< both of them
+  bool tailnetProgramsFound = false;  ///< both programs exist
   ServerList servers{{}};
   std::map<std::string, TailnetView, std::less<>> tailnets;  ///< by server id
   UpdateView updates;
 };
 
-/// The whole menu, from top to bottom. What comes from outside is shown with its control
-/// characters made visible. Keys are "server/<id>", "grant/<kind>/<path>" and single words; of
-/// several rows that mean the same, the second begins with "grant#2", and so on. Pure.
+/// Returns the whole menu, from top to bottom. Control characters in external texts are made
+/// visible. Keys are "server/<id>", "grant/<kind>/<path>" and single words. If several rows have
+/// the same meaning, the key of the second begins with "grant#2", and so on. Pure.
 Menu statusMenu(const StatusMenuState& state);
 
-/// Busy while the agent answers and works. Pure.
+/// Returns the busy icon if the agent is reachable and working. Pure.
 StatusIcon statusIcon(const AgentSnapshot& agent);
 
-/// The text beside the icon: how many folders are shared; empty while the agent does not answer.
-/// Pure.
+/// Returns the text beside the icon: the number of shared folders, or empty while the agent is
+/// unreachable. Pure.
 std::string statusTitle(const AgentSnapshot& agent);
 
 }  // namespace zephyl

@@ -4,7 +4,7 @@
 
 namespace zephyl {
 
-/// What a server's tailnet process shows of itself, as it is at one moment.
+/// The displayed state of a server's tailnet process at one moment.
 struct TailnetView {
   bool running = false;
   TailnetState state;
@@ -14,7 +14,7 @@ struct TailnetView {
     return {.running = tailnet.isRunning(), .state = tailnet.state(), .hasLog = tailnet.hasLog()};
   }
 
-  /// Whether the server can be reached through it.
+  /// Returns whether the server is reachable through it.
   [[nodiscard]] bool usable() const { return running && state.boundAddress; }
 };
 

@@ -98,7 +98,7 @@ TEST_F(DesktopAppTest, StartsWithoutTheControlServerAfterOneLogLine) {
   addPackagedApp();
   const test::ScopedVariable port("ZEPHYL_ONBOARD_PORT", "8801");
   EXPECT_EQ(test::logOf([&] { app_->launch({}); }),
-            "[tray] the desktop app is started without the control API, which is not available\n");
+            "[tray] starting the desktop app without the control API, which is not available\n");
   EXPECT_FALSE(options().environment.contains("ZEPHYL_ONBOARD_TOKEN"));
   EXPECT_FALSE(options().environment.contains("ZEPHYL_ONBOARD_PORT"));
 }

@@ -69,9 +69,9 @@ TEST_F(WindowLauncherTest, OpensAScreenOnlyIfTheAppIsInstalledWhereAskedTo) {
 }
 
 TEST_F(WindowLauncherTest, GoesOnWhereTheUserIsNeeded) {
-  launcher_->openWhereToGoOn();
+  launcher_->openNextStep();
   enabled_ = {{.address = "http://lab"}};
-  launcher_->openWhereToGoOn();
+  launcher_->openNextStep();
   EXPECT_EQ(screens_, (Strings{"join", "servers"}));
 }
 
