@@ -121,7 +121,8 @@ TEST_F(CommandServerTest, PassesOnWhatTheUserAsksFor) {
 TEST_F(CommandServerTest, SaysWhyItDoesNot) {
   failure_ = "That key was used.";
   EXPECT_EQ(ask(R"({"join":"x"})"), R"({"error":"That key was used."})");
-  EXPECT_NE(ask(R"({"open":{"screen":"../x"}})").find("no screen"), std::string::npos);
+  EXPECT_NE(ask(R"({"open":{"screen":"../x"}})").find("not the name of a screen"),
+            std::string::npos);
   EXPECT_NE(ask(R"({"logs":{"server":"x"}})").find("No server is called"), std::string::npos);
   EXPECT_NE(ask(R"({"restartTailnet":{"server":"x"}})").find("No server"), std::string::npos);
   tailnets_ = 0;

@@ -75,7 +75,7 @@ TEST(Doctor, ExpectsTheTrayOnItsPortWhileItRuns) {
 TEST(Doctor, RefusesANumberThatIsNoPort) {
   auto port = controlPort(std::nullopt);
   port.port = 70000;
-  EXPECT_EQ(checkPort(port, false, user).message, "70000 is no port.");
+  EXPECT_EQ(checkPort(port, false, user).message, "70000 is not a port number.");
 }
 
 TEST(Doctor, PassesOnWhatTheRunningTraySays) {

@@ -86,7 +86,7 @@ TEST_F(StatusReport, WaitsForTheFirstAnswerOfTheAgent) {
   EXPECT_EQ(attention(), Strings{"agentNotReachable"});
   EXPECT_NE(report().attention[0].message.find("port 8799"), std::string::npos);
   tray_.agentRunning = false;
-  EXPECT_EQ(report().attention[0].message, "The agent does not run.");
+  EXPECT_EQ(report().attention[0].message, "The agent is not running.");
 }
 
 TEST_F(StatusReport, NamesServersThatAreNotConnected) {

@@ -33,7 +33,7 @@ bool hasDisplay() {
   return environmentVariable("WAYLAND_DISPLAY") || environmentVariable("DISPLAY");
 }
 
-/// The unit as the user's service manager knows it.
+/// The state of the unit in the user's service manager.
 enum class Unit { absent, enabled, disabled };
 
 Unit findUnit() {
@@ -52,13 +52,13 @@ std::string entryPath() {
   return joinPath(joinPath(directories::configuration(), "autostart"), entryName);
 }
 
-/// Whether the user's own entry starts the tray; the one of the system is shipped hidden.
+/// Returns whether the user's own entry starts the tray. The entry of the system is shipped hidden.
 bool entryIsOn() {
   const auto entry = readFile(entryPath());
   return entry && startsProgram(*entry);
 }
 
-/// The desktop entry of the installation; empty if there is none.
+/// Returns the desktop entry of the installation, or empty if there is none.
 std::string installedEntry() {
   const auto resources = Bundle::main().resourceDirectory();
   if (!resources) return {};
@@ -67,19 +67,19 @@ std::string installedEntry() {
   return entry ? *entry : "";
 }
 
-int giveUp(const std::string& message) {
+int fail(const std::string& message) {
   complain(message);
   return commandStatus::failure;
 }
 
-int say(const std::string& sentence) {
+int report(const std::string& sentence) {
   print(sentence + "\n");
   return commandStatus::success;
 }
 
 Result<void> writeEntry() {
   const auto& executable = Bundle::main().executable();
-  if (!executable) return Error{"The path of this program is not known."};
+  if (!executable) return Error{"The path of this program is unknown."};
   if (auto made = createDirectories(parentDirectory(entryPath())); !made) return made;
   return writeFileAtomically(entryPath(), autostartEntry(installedEntry(), *executable),
                              Durability::flushed);
@@ -89,32 +89,31 @@ int turnOn() {
   const auto state = findUnit();
   if (state != Unit::absent && systemdRunsSession()) {
     if (systemctl({"enable", unit}).status != 0) {
-      return giveUp(formatText("`systemctl --user enable {}` failed; run it to see why.", unit));
+      return fail(formatText("`systemctl --user enable {}` failed; run it to see why.", unit));
     }
     if (const auto removed = removePath(entryPath()); !removed)
-      return giveUp(removed.error().message);
-    return say(formatText("Zephyl starts with your session, as the systemd unit {}.", unit));
+      return fail(removed.error().message);
+    return report(formatText("Zephyl starts with your session, as the systemd unit {}.", unit));
   }
   if (state == Unit::enabled && systemctl({"disable", unit}).status != 0) {
-    return giveUp(formatText("`systemctl --user disable {}` failed; run it to see why.", unit));
+    return fail(formatText("`systemctl --user disable {}` failed; run it to see why.", unit));
   }
-  if (const auto written = writeEntry(); !written) return giveUp(written.error().message);
-  return say(formatText("Zephyl starts with your session, through {}.", entryPath()));
+  if (const auto written = writeEntry(); !written) return fail(written.error().message);
+  return report(formatText("Zephyl starts with your session, through {}.", entryPath()));
 }
 
 int turnOff() {
   if (findUnit() == Unit::enabled && systemctl({"disable", unit}).status != 0) {
-    return giveUp(formatText("`systemctl --user disable {}` failed; run it to see why.", unit));
+    return fail(formatText("`systemctl --user disable {}` failed; run it to see why.", unit));
   }
-  if (const auto removed = removePath(entryPath()); !removed)
-    return giveUp(removed.error().message);
-  return say("Zephyl does not start with your session.");
+  if (const auto removed = removePath(entryPath()); !removed) return fail(removed.error().message);
+  return report("Zephyl does not start with your session.");
 }
 
 int showStatus() {
-  if (findUnit() == Unit::enabled) return say(formatText("on (systemd unit {})", unit));
-  if (entryIsOn()) return say(formatText("on ({})", entryPath()));
-  say("off");
+  if (findUnit() == Unit::enabled) return report(formatText("on (systemd unit {})", unit));
+  if (entryIsOn()) return report(formatText("on ({})", entryPath()));
+  report("off");
   return commandStatus::failure;
 }
 

@@ -11,8 +11,8 @@ namespace {
 constexpr std::string_view shortEntry =
     "[Desktop Entry]\nType=Application\nName=Zephyl\nExec=zephyl-tray\nIcon=com.zephyl.tray\n";
 
-/// A program in quotes, as the value of `Exec` has it: escaped once for the quotes and once for the
-/// string that the value is.
+/// Returns a quoted program for the value of `Exec`: escaped once for the quotes and once for the
+/// string value.
 std::string inQuotes(const std::string& program) {
   std::string text = "\"";
   for (const char character : program) {
@@ -33,7 +33,7 @@ std::string_view keyOf(std::string_view line) {
   return trimmed(line.substr(0, line.find('=')));
 }
 
-/// The arguments after the program, with the space before them.
+/// Returns the arguments after the program, with the space before them.
 std::string argumentsOf(std::string_view execLine) {
   const auto value = trimmed(execLine.substr(execLine.find('=') + 1));
   const auto end = value.starts_with('"') ? value.find('"', 1) + 1 : value.find(' ');
@@ -47,7 +47,7 @@ std::string autostartEntry(std::string_view desktopEntry, const std::string& exe
   bool isMainGroup = true;
   for (const auto line : splitNonEmpty(desktopEntry.empty() ? shortEntry : desktopEntry, '\n')) {
     if (line.starts_with('[')) isMainGroup = trimmed(line) == "[Desktop Entry]";
-    if (!isMainGroup) break;  // actions have programs of their own, and no use here
+    if (!isMainGroup) break;  // actions have their own programs and are not needed here
     const auto key = keyOf(line);
     if (key == "Hidden" || key == "TryExec" || key == "DBusActivatable" || key == "Actions")
       continue;

@@ -12,13 +12,13 @@ namespace {
 
 using Verb = CommandVerb;
 
-/// What a verb accepts, and how it is described.
+/// The arguments and the description of a verb.
 struct Usage {
   Verb verb;
   std::string_view name;
-  std::string_view synopsis;  ///< after the name
-  std::size_t least;          ///< operands
-  std::size_t most;
+  std::string_view synopsis;  ///< without the name
+  std::size_t minOperands;
+  std::size_t maxOperands;
   std::string_view options;  ///< separated by spaces
   std::string_view description;
 };
@@ -63,7 +63,7 @@ Error wrongUse(const Usage& usage) {
   return Error{"usage: ", synopsis(usage)};
 }
 
-bool takeOption(std::string_view option, CommandArguments& into) {
+bool parseOption(std::string_view option, CommandArguments& into) {
   using Type = CommandArguments::ValueType;
   if (option == "--json") {
     into.json = true;
@@ -81,7 +81,7 @@ bool isOneOf(std::string_view word, std::string_view words) {
   return std::ranges::count(splitNonEmpty(words, ' '), word) > 0;
 }
 
-/// Which words a verb accepts in the place of its first or last operand.
+/// Returns whether the operands of a verb that accepts only certain words are among them.
 bool hasKnownWords(const CommandArguments& parsed) {
   const auto& operands = parsed.operands;
   switch (parsed.verb) {
@@ -122,12 +122,12 @@ Result<CommandArguments> CommandArguments::parse(std::span<const char* const> ar
       parsed.help = formatText("Usage: {}\n\nzephyl-tray {}: {}.\n", synopsis(*usage), usage->name,
                                usage->description);
       return parsed;
-    } else if (!isOneOf(argument, usage->options) || !takeOption(argument, parsed)) {
+    } else if (!isOneOf(argument, usage->options) || !parseOption(argument, parsed)) {
       return Error{"unknown option '", visible(argument), "'; ", wrongUse(*usage).message};
     }
   }
   const auto count = parsed.operands.size();
-  if (count < usage->least || count > usage->most || !hasKnownWords(parsed)) {
+  if (count < usage->minOperands || count > usage->maxOperands || !hasKnownWords(parsed)) {
     return wrongUse(*usage);
   }
   return parsed;

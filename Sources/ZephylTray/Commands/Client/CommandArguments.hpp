@@ -10,6 +10,7 @@
 
 namespace zephyl {
 
+/// The verbs of `zephyl-tray VERB`.
 enum class CommandVerb {
   status,
   servers,
@@ -29,9 +30,9 @@ enum class CommandVerb {
   doctor,
 };
 
-/// What follows the name of the program when it is called with a verb.
+/// The parsed arguments of `zephyl-tray VERB`.
 struct CommandArguments {
-  /// As what `defaults write` stores its value.
+  /// The type that `defaults write` stores.
   enum class ValueType { string, integer };
 
   CommandVerb verb = CommandVerb::status;
@@ -39,14 +40,14 @@ struct CommandArguments {
   bool json = false;
   bool follow = false;
   std::optional<ValueType> valueType;
-  /// Not empty: print this and end (`VERB --help`).
+  /// If not empty, the program must print this text and end (`VERB --help`).
   std::string help;
 
-  /// Whether the arguments of the program name a verb rather than options of the tray.
+  /// Returns whether the arguments name a verb instead of options of the tray.
   static bool nameVerb(std::span<const char* const> arguments);
-  /// Parses the arguments after the name of the program. The error says which one is wrong.
+  /// Parses the arguments after the name of the program. The error names the wrong one.
   static Result<CommandArguments> parse(std::span<const char* const> arguments);
-  /// The verbs with a line each, for `--help`.
+  /// Returns a line for each verb, for `--help`.
   static std::string summary();
 };
 

@@ -29,22 +29,24 @@ using commandTerminal::complain;
 using commandTerminal::print;
 using std::chrono::steady_clock;
 
-/// A tray that has not begun to answer by then hangs, which is reported within two seconds.
+/// The time within which a tray must begin its answer. A hanging tray is reported within two
+/// seconds.
 constexpr std::chrono::milliseconds answerLimit{1900};
-/// What the tray has accepted may take as long as a decision that waits for a restarting agent.
+/// The time for a result after acceptance, long enough for a decision that waits for a restarting
+/// agent.
 constexpr std::chrono::seconds resultLimit{30};
 constexpr std::chrono::seconds endLimit{20};
 
-/// What the tray has answered: a value, its reason for a refusal, or that there is no answer.
+/// The tray's answer: a value, the reason for a refusal, or the absence of an answer.
 using Answer = std::variant<json::Value, Error, TrayAbsence>;
-/// Handles an event; returns whether there should be more.
+/// Handles an event. Returns whether to wait for more.
 using EventHandler = std::function<bool(const json::Value&)>;
 
 TrayAbsence notAnswering() {
   return {.kind = TrayAbsence::Kind::notAnswering, .process = lockHolder(Servers::baseDir())};
 }
 
-/// Reads the answer line by line. After the first one the tray is known to run.
+/// Reads the answer line by line. The first line shows that the tray is running.
 Answer receive(CommandConnection& connection, CommandConnection::Deadline firstDeadline,
                const EventHandler& onEvent) {
   std::optional<CommandConnection::Deadline> deadline = firstDeadline;
@@ -85,7 +87,7 @@ int statusOf(const TrayAbsence& absence) {
                                                        : commandStatus::notAnswering;
 }
 
-/// Says why there is no value.
+/// Prints why there is no value. Returns the exit status.
 int explain(const Answer& answer, bool asJSON = false) {
   const auto* const absence = std::get_if<TrayAbsence>(&answer);
   const auto message = absence != nullptr ? absence->message() : std::get<Error>(answer).message;
@@ -94,15 +96,16 @@ int explain(const Answer& answer, bool asJSON = false) {
   return absence != nullptr ? statusOf(*absence) : commandStatus::failure;
 }
 
-/// Asks for a record and prints it: as JSON, or as `text` writes it. Returns what `text` was given,
-/// or the exit status after a failure.
+/// Requests a record and prints it, as JSON or formatted by `text`. Returns the record, or the exit
+/// status after a failure.
 template <typename Record, typename Text>
 std::variant<Record, int> report(const CommandRequest& request, bool asJSON, Text text) {
   const auto answer = ask(request);
   const auto* const value = std::get_if<json::Value>(&answer);
   if (value == nullptr) return explain(answer, asJSON);
   auto record = json::decode<Record>(*value);
-  if (!record) return explain(Error{"The tray's answer cannot be read: ", record.error().message});
+  if (!record)
+    return explain(Error{"The tray's answer could not be decoded: ", record.error().message});
   print(asJSON ? json::compact(*value) + "\n" : text(*record));
   return *std::move(record);
 }
@@ -137,8 +140,8 @@ int reportFolders(bool asJSON) {
       [&](const auto& folders) { return commandOutput::folders(folders, servers); });
 }
 
-/// Carries out something that has no answer but `done`.
-int carryOut(const CommandRequest& request, const char* done) {
+/// Executes a request without a result. Prints `done` on success.
+int execute(const CommandRequest& request, const char* done) {
   const auto answer = ask(request);
   if (!std::holds_alternative<json::Value>(answer)) return explain(answer);
   print(formatText("{}\n", done));
@@ -176,10 +179,10 @@ int showLogs(const CommandArguments& arguments) {
   return commandStatus::success;
 }
 
-/// Shows what would be allowed for good, and asks for the phrase.
+/// Shows the permanent exception and asks for the phrase.
 std::variant<std::string, int> askForPhrase(const std::string& id) {
   if (!commandTerminal::canAsk()) {
-    complain("A permanent exception needs a terminal, in which you type a phrase.");
+    complain("A permanent exception requires a terminal in which you type a phrase.");
     return commandStatus::failure;
   }
   const auto answer = ask(commandRequests::Requests{});
@@ -206,7 +209,7 @@ int decide(const CommandArguments& arguments) {
     request.confirm = std::get<std::string>(phrase);
   }
   constexpr std::array done{"Denied.", "Allowed once.", "Allowed permanently."};
-  return carryOut(request, done[static_cast<std::size_t>(request.decision)]);
+  return execute(request, done[static_cast<std::size_t>(request.decision)]);
 }
 
 int join() {
@@ -215,11 +218,11 @@ int join() {
     complain(key.error().message);
     return commandStatus::failure;
   }
-  return carryOut(commandRequests::Join{*std::move(key)},
-                  "The server was added. `zephyl-tray servers` shows when it is connected.");
+  return execute(commandRequests::Join{*std::move(key)},
+                 "The server was added. `zephyl-tray servers` shows when it is connected.");
 }
 
-/// Waits until the tray has given up its lock, so that another one can be started.
+/// Waits until the tray has released its lock, so that another one can be started.
 int quit() {
   const auto answer = ask(commandRequests::Quit{});
   if (!std::holds_alternative<json::Value>(answer)) return explain(answer);
@@ -271,12 +274,12 @@ int runCommand(const CommandArguments& arguments) {
     case CommandVerb::join:
       return join();
     case CommandVerb::open:
-      return carryOut(commandRequests::Open{onlyOperand(arguments)}, "The window is opening.");
+      return execute(commandRequests::Open{onlyOperand(arguments)}, "The window is opening.");
     case CommandVerb::restartAgent:
-      return carryOut(commandRequests::RestartAgent{}, "The agent is restarting.");
+      return execute(commandRequests::RestartAgent{}, "The agent is restarting.");
     case CommandVerb::restartTailnet:
-      return carryOut(commandRequests::RestartTailnet{onlyOperand(arguments)},
-                      "The private network is restarting.");
+      return execute(commandRequests::RestartTailnet{onlyOperand(arguments)},
+                     "The private network is restarting.");
     case CommandVerb::quit:
       return quit();
     case CommandVerb::defaults:

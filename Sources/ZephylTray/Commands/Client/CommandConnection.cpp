@@ -20,14 +20,14 @@ using std::chrono::steady_clock;
 
 constexpr std::chrono::milliseconds retryInterval{20};
 
-/// The milliseconds that are left, rounded up, as `poll` wants them.
+/// Returns the remaining milliseconds, rounded up, for `poll`.
 int left(std::optional<CommandConnection::Deadline> deadline) {
   if (!deadline) return -1;
   const auto rest = std::chrono::ceil<std::chrono::milliseconds>(*deadline - steady_clock::now());
   return static_cast<int>(std::max<std::int64_t>(rest.count(), 0));
 }
 
-/// Tries all places. Returns the socket, or nothing.
+/// Tries all paths. Returns an empty descriptor if none of them accepts.
 FileDescriptor connectAnywhere(const std::string& baseDirectory) {
   for (const auto& place : CommandSocket::places(baseDirectory)) {
     if (auto socket = CommandSocket::connect(place)) return std::move(*socket);
@@ -91,7 +91,7 @@ std::optional<CommandReply> CommandConnection::buffered() {
   if (reply) return *std::move(reply);
   return CommandReply{
       .kind = CommandReply::Kind::error,
-      .value = json::Value("The tray's answer cannot be read: " + reply.error().message)};
+      .value = json::Value("The tray's answer could not be decoded: " + reply.error().message)};
 }
 
 std::variant<CommandReply, CommandConnection::End> CommandConnection::next(

@@ -15,34 +15,34 @@
 
 namespace zephyl {
 
-/// Why no tray could be asked.
+/// The reason why no tray answered.
 struct TrayAbsence {
   enum class Kind { notRunning, notAnswering };
 
   Kind kind = Kind::notRunning;
-  std::optional<pid_t> process;  ///< of a tray that does not answer
+  std::optional<pid_t> process;  ///< the process of a tray that does not answer
 
-  /// The message for the user.
+  /// Returns the message for the user.
   [[nodiscard]] std::string message() const;
 };
 
-/// A connection of a client to the running tray. Every operation blocks until its deadline at most.
-/// Time is the system's steady clock.
+/// A client's connection to the running tray. Every operation blocks until its deadline at most.
+/// Uses the system's steady clock.
 class CommandConnection {
  public:
   using Deadline = std::chrono::steady_clock::time_point;
   enum class End { closed, timedOut };
 
-  /// Connects to the tray of a base directory. One that holds the lock but does not listen yet, or
-  /// no longer, is waited for until `deadline`.
+  /// Connects to the tray of a base directory. While a tray holds the lock but does not listen,
+  /// retries until `deadline`.
   static std::variant<CommandConnection, TrayAbsence> open(const std::string& baseDirectory,
                                                            Deadline deadline);
 
-  /// Sends a whole line. Returns false if the tray has gone or takes nothing until `deadline`.
+  /// Sends a whole line. Returns false if the tray has ended or accepts nothing until `deadline`.
   [[nodiscard]] bool send(std::string_view line, Deadline deadline);
 
-  /// Waits for the next line of the tray; without a deadline for as long as it takes. A line that
-  /// cannot be read counts as an error that the tray has sent.
+  /// Waits for the next line of the tray, without a limit if there is no deadline. A malformed line
+  /// is returned as an error reply.
   std::variant<CommandReply, End> next(std::optional<Deadline> deadline);
 
  private:
@@ -54,8 +54,8 @@ class CommandConnection {
 
   FileDescriptor socket_;
   LineSplitter lines_{maxReplyBytes};
-  std::string received_;      // the newest piece
-  std::string_view pending_;  // what of it has not been split
+  std::string received_;      // the last received piece
+  std::string_view pending_;  // the part of it that was not split yet
 };
 
 }  // namespace zephyl

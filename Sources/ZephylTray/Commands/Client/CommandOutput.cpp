@@ -20,7 +20,7 @@ std::size_t characterCount(std::string_view text) {
   return count;
 }
 
-/// Columns that stand below each other. The last one is not padded.
+/// Aligns columns. The last column is not padded.
 std::string table(const Rows& rows) {
   std::vector<std::size_t> widths;
   for (const auto& row : rows) {
@@ -47,7 +47,7 @@ std::string notice(const char* mark, const CommandNotice& notice) {
   return text;
 }
 
-/// A field in quotes: nothing in it can end them.
+/// Returns a quoted field. Quotes in it are escaped.
 std::string inQuotes(std::string_view field) {
   std::string text = "\"";
   for (const char character : visibleWithBlanks(field)) {

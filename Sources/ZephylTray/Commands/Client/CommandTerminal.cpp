@@ -16,21 +16,21 @@ namespace {
 
 constexpr std::size_t longestKey = 4096;
 
-/// Keeps the terminal from showing what is typed.
-class Unechoed {
+/// Disables the terminal's echo.
+class EchoDisabled {
  public:
-  Unechoed() {
+  EchoDisabled() {
     isTerminal_ = ::tcgetattr(STDIN_FILENO, &before_) == 0;
     if (!isTerminal_) return;
     termios silent = before_;
     silent.c_lflag &= ~static_cast<tcflag_t>(ECHO);
     ::tcsetattr(STDIN_FILENO, TCSAFLUSH, &silent);
   }
-  ~Unechoed() {
+  ~EchoDisabled() {
     if (isTerminal_) ::tcsetattr(STDIN_FILENO, TCSANOW, &before_);
   }
-  Unechoed(const Unechoed&) = delete;
-  Unechoed& operator=(const Unechoed&) = delete;
+  EchoDisabled(const EchoDisabled&) = delete;
+  EchoDisabled& operator=(const EchoDisabled&) = delete;
 
   [[nodiscard]] bool isTerminal() const { return isTerminal_; }
 
@@ -39,7 +39,7 @@ class Unechoed {
   bool isTerminal_ = false;
 };
 
-/// Reads up to the end of the line or of the input, `limit` bytes and one more at most.
+/// Reads to the end of the line or of the input, but little more than `limit` bytes.
 SecretString readLine(std::size_t limit) {
   SecretString line;
   std::array<char, 256> piece{};
@@ -82,13 +82,13 @@ std::string ask(const std::string& question) {
 }
 
 Result<SecretString> readKey() {
-  const Unechoed input;
+  const EchoDisabled input;
   if (input.isTerminal()) write(stderr, "Invite key: ");
   const auto line = readLine(longestKey);
   if (input.isTerminal()) write(stderr, "\n");
   const auto key = withoutBlanks(line);
-  if (key.empty()) return Error{"Standard input holds no invite key."};
-  if (key.size() > longestKey) return Error{"That is longer than any invite key."};
+  if (key.empty()) return Error{"Standard input contains no invite key."};
+  if (key.size() > longestKey) return Error{"The input is too long for an invite key."};
   return SecretString(key);
 }
 

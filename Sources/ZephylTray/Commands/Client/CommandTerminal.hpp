@@ -5,21 +5,21 @@
 #include "System/Data/Result.hpp"
 #include "System/Data/Secret.hpp"
 
-/// The standard descriptors of a command, when a person may sit at them.
+/// The standard descriptors of a command.
 namespace zephyl::commandTerminal {
 
-/// Whether a person can be asked: standard input and standard error are a terminal.
+/// Returns whether the user can be prompted: standard input and standard error are a terminal.
 bool canAsk();
 
-/// Shows `question` and reads the line that is typed in answer. What was typed before the question
-/// appeared does not count. Requires `canAsk`.
+/// Shows `question` and returns the line that the user types. Discards input from before the
+/// question. Requires `canAsk`.
 std::string ask(const std::string& question);
 
-/// Reads an invite key from standard input: a line, up to 4 KiB, without blanks around it. Asks for
-/// it if that is a terminal, which then does not show what is typed.
+/// Reads an invite key from standard input: one line of up to 4 KiB, without surrounding blanks. If
+/// standard input is a terminal, prompts for the key and disables echo.
 Result<SecretString> readKey();
 
-/// Writes to standard output. Returns false if nobody takes it.
+/// Writes to standard output. Returns false on failure.
 bool print(const std::string& text);
 /// Writes "zephyl-tray: MESSAGE" to standard error.
 void complain(const std::string& message);

@@ -24,7 +24,7 @@ int notSet(const std::string& key) {
   return fail("“" + visible(key) + "” is not set.");
 }
 
-/// A text as it is, anything else as JSON.
+/// Returns a string unquoted, any other value as JSON.
 std::string textOf(const json::Value& value) {
   return value.is_string() ? visible(std::string_view(value.get_string())) : json::compact(value);
 }
@@ -42,18 +42,19 @@ int read(const CommandArguments& arguments) {
   return commandStatus::success;
 }
 
-/// The value to store in place of `stored`, which is null if there is none.
+/// Returns the value to store in place of `stored`, which is null if absent.
 Result<json::Value> valueFor(const std::string& text, const json::Value* stored,
                              std::optional<ValueType> type) {
   const auto integer = parseDecimal(text);
   if (type == ValueType::string) return json::Value(text);
-  if (type == ValueType::integer && !integer) return Error{"“", visible(text), "” is no integer."};
+  if (type == ValueType::integer && !integer)
+    return Error{"“", visible(text), "” is not an integer."};
   if (type == ValueType::integer) return json::Value(*integer);
   const bool isText = stored != nullptr && stored->is_string();
   if (integer && !isText) return json::Value(*integer);
   if (stored != nullptr && stored->is_number()) {
     return Error{"The setting is an integer, and “", visible(text),
-                 "” is none. Use --string to store it as a text."};
+                 "” is not. Use --string to store it as a string."};
   }
   return json::Value(text);
 }

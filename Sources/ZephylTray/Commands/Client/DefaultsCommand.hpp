@@ -4,11 +4,11 @@
 
 namespace zephyl {
 
-/// Reads or changes the stored settings; returns the exit status. Works without a running tray.
+/// Reads or changes the stored settings. Returns the exit status. Does not require a running tray.
 ///
-/// `write` stores an integer if the value is one and the stored value, if there is one, is no text;
-/// otherwise a text. `--integer` and `--string` decide it instead. An integer is replaced by a text
-/// only with `--string`.
+/// `write` stores an integer if the value is an integer and the stored value is not a string,
+/// otherwise a string. `--integer` and `--string` select the type explicitly. An integer is
+/// replaced by a string only with `--string`.
 int runDefaults(const CommandArguments& arguments);
 
 }  // namespace zephyl

@@ -21,7 +21,7 @@ using std::chrono::steady_clock;
 
 constexpr std::size_t maxOutput = 4096;
 
-/// What `posix_spawn` does to the descriptors of the program.
+/// The descriptors of the program, as actions of `posix_spawn`.
 class Redirections {
  public:
   explicit Redirections(int output) {
@@ -52,7 +52,7 @@ pid_t spawn(const std::vector<std::string>& command, int output) {
   return failure == 0 ? process : -1;
 }
 
-/// Reads until the other end is closed. Returns false if that takes longer than the deadline.
+/// Reads to the end of the input. Returns false on failure or if the deadline passes.
 bool readAll(int input, steady_clock::time_point deadline, std::string& into) {
   std::array<char, 1024> piece{};
   for (;;) {

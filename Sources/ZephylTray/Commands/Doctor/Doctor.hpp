@@ -4,11 +4,11 @@
 
 namespace zephyl {
 
-/// Checks everything that the tray depends on, in the order in which a user would look. Takes a few
-/// seconds at most, and changes nothing.
+/// Checks everything that the tray depends on, in the order in which a user would check it. Takes
+/// at most a few seconds and changes nothing.
 Findings examineEnvironment();
 
-/// A line for each finding, with what to do about it.
+/// Returns a line for each finding, with advice.
 std::string findingsText(const Findings& findings);
 
 /// Runs `zephyl-tray doctor` and returns the exit status: 0 if nothing is wrong, otherwise 1.

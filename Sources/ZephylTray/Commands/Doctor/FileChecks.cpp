@@ -27,12 +27,12 @@ std::string nearestExisting(std::string path) {
 }
 
 Finding checkSpace(const std::string& path) {
-  constexpr unsigned long long least = 16ULL << 20;
+  constexpr unsigned long long required = 16ULL << 20;
   struct statvfs system {};
-  Finding finding{.check = "disk space", .message = "There is enough."};
+  Finding finding{.check = "disk space", .message = "There is enough free space."};
   if (::statvfs(nearestExisting(path).c_str(), &system) != 0) return finding;
   const auto free = static_cast<unsigned long long>(system.f_bavail) * system.f_frsize;
-  if (free >= least) return finding;
+  if (free >= required) return finding;
   finding.state = wrong;
   finding.message =
       formatText("Only {} KiB are free at {}, so changes cannot be saved.", free / 1024, path);
@@ -56,26 +56,26 @@ Finding checkDirectory(const std::string& check, const std::string& path) {
   Finding finding{.check = check, .message = formatText("{} is fine.", path)};
   struct stat status {};
   if (::stat(path.c_str(), &status) != 0) {
-    const auto above = nearestExisting(path);
+    const auto parent = nearestExisting(path);
     finding.message = formatText("{} does not exist yet.", path);
-    if (::access(above.c_str(), W_OK | X_OK) == 0) return finding;
+    if (::access(parent.c_str(), W_OK | X_OK) == 0) return finding;
     finding.state = wrong;
-    finding.message = formatText("{} cannot be made: {} cannot be written.", path, above);
-    finding.advice = formatText("Make {} writable for you.", above);
+    finding.message = formatText("{} cannot be created: {} is not writable.", path, parent);
+    finding.advice = formatText("Make {} writable for you.", parent);
     return finding;
   }
   finding.state = wrong;
   if (!S_ISDIR(status.st_mode)) {
-    finding.message = formatText("{} is no directory.", path);
+    finding.message = formatText("{} is not a directory.", path);
     finding.advice = "Move it away.";
   } else if (status.st_uid != ::geteuid()) {
     finding.message = formatText("{} belongs to another user (user id {}).", path, status.st_uid);
-    finding.advice = formatText("Make it yours with `sudo chown $(id -u) {}`.", path);
+    finding.advice = formatText("Take ownership with `sudo chown $(id -u) {}`.", path);
   } else if (::access(path.c_str(), R_OK | W_OK | X_OK) != 0) {
-    finding.message = formatText("{} cannot be written.", path);
+    finding.message = formatText("{} is not writable.", path);
     finding.advice = formatText("Run `chmod u+rwx {}`.", path);
   } else if ((status.st_mode & S_IWOTH) != 0) {
-    finding.message = formatText("{} can be written by every user.", path);
+    finding.message = formatText("{} is writable for every user.", path);
     finding.advice = formatText("Run `chmod o-w {}`.", path);
   } else {
     finding.state = FindingState::ok;
@@ -90,13 +90,13 @@ Finding checkRegistry(const std::string& path) {
   const auto entries = text ? json::decodeText<ServerList::Entries>(*text)
                             : Result<ServerList::Entries>(text.error());
   if (entries) {
-    finding.message = formatText("{} holds {} servers.", path, entries->size());
-    if (entries->size() == 1) finding.message = formatText("{} holds 1 server.", path);
+    finding.message = formatText("{} contains {} servers.", path, entries->size());
+    if (entries->size() == 1) finding.message = formatText("{} contains 1 server.", path);
     return finding;
   }
   finding.state = wrong;
-  finding.message =
-      formatText("{} cannot be read ({}), so it counts as empty.", path, entries.error().message);
+  finding.message = formatText("{} could not be decoded ({}), so it counts as empty.", path,
+                               entries.error().message);
   finding.advice =
       "Restore it from a backup, or join your servers again; the tray keeps a copy "
       "before it writes the file.";
@@ -110,7 +110,7 @@ Finding checkSettings() {
   if (values && values->empty()) finding.message = "No setting is stored.";
   if (!values) {
     finding.state = wrong;
-    finding.message = formatText("The settings cannot be read ({}), so they count as empty.",
+    finding.message = formatText("The settings could not be decoded ({}), so they count as empty.",
                                  values.error().message);
     finding.advice = "Repair or remove that file.";
     return finding;
@@ -118,7 +118,7 @@ Finding checkSettings() {
   for (const auto* key : {"trayPort", "onboardingPort"}) {
     if (!values->contains(key) || defaults.integer(key)) continue;
     finding.state = wrong;
-    finding.message = formatText("{} is no integer, so it is ignored.", key);
+    finding.message = formatText("{} is not an integer, so it is ignored.", key);
     finding.advice = formatText("Set it with `zephyl-tray defaults write --integer {} PORT`.", key);
   }
   return finding;

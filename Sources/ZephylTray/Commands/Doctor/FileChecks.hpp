@@ -6,15 +6,15 @@
 
 namespace zephyl {
 
-/// Whether a directory belongs to this user, can be written, and cannot be written by others. One
-/// that does not exist is fine: the tray makes it.
+/// Checks that a directory belongs to this user, is writable, and is not writable for others. A
+/// directory that does not exist is not a problem, because the tray creates it.
 Finding checkDirectory(const std::string& check, const std::string& path);
-/// Whether the registry at `path` can be read.
+/// Checks that the registry at `path` can be decoded.
 Finding checkRegistry(const std::string& path);
-/// Whether the stored settings can be read and have the types that they should have.
+/// Checks that the stored settings can be decoded and have the right types.
 Finding checkSettings();
 
-/// The directories and files of the user that the tray uses.
+/// Checks the user's directories and files that the tray uses.
 Findings checkFiles();
 
 }  // namespace zephyl

@@ -8,19 +8,20 @@
 
 namespace zephyl {
 
+/// The severity of a finding.
 enum class FindingState {
   ok,
-  note,   ///< worth knowing, and not wrong
-  wrong,  ///< something does not work because of it
+  note,   ///< information about something that is not wrong
+  wrong,  ///< a problem that affects the user
 };
 BOOST_DESCRIBE_ENUM(FindingState, ok, note, wrong)
 
-/// What one check of the environment has found.
+/// The result of one check of the environment.
 struct Finding {
   std::string check;  ///< stable, such as "session bus"
   FindingState state = FindingState::ok;
   std::string message;
-  std::string advice;  ///< what to do; empty if there is nothing to do
+  std::string advice;  ///< what to do about it; may be empty
 
   bool operator==(const Finding&) const = default;
 };

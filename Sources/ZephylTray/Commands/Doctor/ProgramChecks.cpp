@@ -30,13 +30,14 @@ Finding checkBundle() {
   }
   const auto file = joinPath(*resources, "Info.json");
   if (!Bundle::main().identifier()) {
-    return {check, wrong, formatText("{} is missing or cannot be read: no notifications.", file),
+    return {check, wrong,
+            formatText("{} is missing or could not be decoded: no notifications.", file),
             "Install zephyl-tray again."};
   }
   return {check, ok, formatText("{} is fine.", file), ""};
 }
 
-/// What to do about a missing program of the resource directory.
+/// Returns how to install a missing program of the resource directory.
 std::string installAdvice(const char* preposition, const std::string& name) {
   const auto resources = Bundle::main().resourceDirectory();
   if (!resources) return "Build it in the source tree, or set ZEPHYL_REPO_ROOT to one.";
@@ -100,7 +101,7 @@ Finding checkUpdater() {
   }
   const auto program = updaterProgram(Bundle::main());
   if (isExecutableFile(program)) {
-    return {check, ok, formatText("They come from {}.", Updater::feedAddress()), ""};
+    return {check, ok, formatText("Updates come from {}.", Updater::feedAddress()), ""};
   }
   return {check, wrong, formatText("{} is missing, so there are no updates.", program),
           "Install Zephyl again."};

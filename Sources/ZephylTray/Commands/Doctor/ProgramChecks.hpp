@@ -4,7 +4,7 @@
 
 namespace zephyl {
 
-/// The installation, and the programs that the tray runs.
+/// Checks the installation and the programs that the tray runs.
 Findings checkPrograms(bool hasDisplay);
 
 }  // namespace zephyl

@@ -54,16 +54,17 @@ Bus::Handle connect() {
   return bus;
 }
 
-/// Something that a desktop should have, and a machine without one need not.
-Finding part(const char* check, bool isThere, bool hasDisplay, const char* there,
+/// Returns the finding about a service that a desktop should have, but a machine without one need
+/// not.
+Finding part(const char* check, bool exists, bool hasDisplay, const char* there,
              const char* missing, const char* advice) {
-  if (isThere) return {.check = check, .state = FindingState::ok, .message = there};
+  if (exists) return {.check = check, .state = FindingState::ok, .message = there};
   if (!hasDisplay) return {.check = check, .state = FindingState::note, .message = missing};
   return {.check = check, .state = FindingState::wrong, .message = missing, .advice = advice};
 }
 
-Finding busFinding(bool isThere, bool hasDisplay) {
-  return part("session bus", isThere, hasDisplay, "It answers.",
+Finding busFinding(bool answers, bool hasDisplay) {
+  return part("session bus", answers, hasDisplay, "It answers.",
               "No session bus answers, so the tray runs as with --headless.",
               "Start the tray from your desktop session, or set DBUS_SESSION_BUS_ADDRESS.");
 }
@@ -107,7 +108,7 @@ Findings checkSession(const SessionFacts& session, bool hasDisplay) {
   findings.push_back(part("notifications", session.notifications, hasDisplay,
                           "A program shows them.", "No program shows notifications.",
                           "Install a notification server, such as dunst or mako."));
-  // The dialogs helper has a folder chooser of its own.
+  // The dialogs helper has its own folder chooser.
   findings.push_back(part("folder chooser", session.portal, false, "The desktop's portal has one.",
                           "No portal answers; the tray shows a chooser of its own.", ""));
   return findings;

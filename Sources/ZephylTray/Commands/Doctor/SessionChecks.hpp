@@ -5,22 +5,22 @@
 
 namespace zephyl {
 
-/// What the session bus says about the desktop.
+/// The services of the session bus.
 struct SessionFacts {
-  bool bus = false;            ///< one answers
-  bool watcher = false;        ///< a program registers tray icons
-  bool host = false;           ///< a program shows them
-  bool notifications = false;  ///< a program shows notifications, or can be started for that
-  bool portal = false;         ///< likewise for the folder chooser
+  bool bus = false;            ///< whether a session bus answers
+  bool watcher = false;        ///< whether a program registers tray icons
+  bool host = false;           ///< whether a program shows tray icons
+  bool notifications = false;  ///< whether a notification server runs or can be started
+  bool portal = false;         ///< whether a portal runs or can be started
 };
 
-/// Asks the session bus, over a connection of its own. Waits for a few seconds at most.
+/// Queries the session bus over a new connection. Waits for a few seconds at most.
 SessionFacts findSession();
 
-/// Whether a panel shows the tray's icon; asks the session bus like `findSession`.
+/// Determines whether a panel shows the tray's icon. Queries the session bus like `findSession`.
 TrayHost findTrayHost();
 
-/// Without a display nothing about the session is wrong. Pure.
+/// Returns the findings about the session. Nothing is wrong if there is no display. Pure.
 Findings checkSession(const SessionFacts& session, bool hasDisplay);
 
 }  // namespace zephyl

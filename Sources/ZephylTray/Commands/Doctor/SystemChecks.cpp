@@ -25,7 +25,7 @@ std::uint64_t descriptorLimit() {
 }  // namespace
 
 Finding checkClock(CalendarTime now, CalendarTime installed) {
-  constexpr auto tolerance = std::chrono::hours(24);  // files may carry local times
+  constexpr auto tolerance = std::chrono::hours(24);  // file times may be in local time
   Finding finding{.check = "clock", .message = "It is plausible."};
   if (now + tolerance >= installed) return finding;
   finding.state = FindingState::wrong;
@@ -37,11 +37,12 @@ Finding checkClock(CalendarTime now, CalendarTime installed) {
 }
 
 Finding checkDescriptorLimit(std::uint64_t limit) {
-  constexpr std::uint64_t least = 1024;
+  constexpr std::uint64_t required = 1024;
   Finding finding{.check = "descriptor limit", .message = "It is high enough."};
-  if (limit >= least) return finding;
+  if (limit >= required) return finding;
   finding.state = FindingState::wrong;
-  finding.message = formatText("A process may open {} files only; Zephyl needs {}.", limit, least);
+  finding.message =
+      formatText("A process may open {} files only; Zephyl needs {}.", limit, required);
   finding.advice = "Raise the hard limit (`ulimit -Hn`), for example in /etc/security/limits.conf.";
   return finding;
 }

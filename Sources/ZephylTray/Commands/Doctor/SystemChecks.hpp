@@ -9,12 +9,13 @@ namespace zephyl {
 
 using CalendarTime = std::chrono::system_clock::time_point;
 
-/// A clock that is behind the time at which the program was installed is wrong. Pure.
+/// Reports a clock that is behind the time of the program's installation. Pure.
 Finding checkClock(CalendarTime now, CalendarTime installed);
-/// Whether the tray, its children and their connections get by with this many descriptors. Pure.
+/// Checks that a limit of descriptors suffices for the tray, its children and their connections.
+/// Pure.
 Finding checkDescriptorLimit(std::uint64_t limit);
 
-/// The clock and the limits of this system.
+/// Checks the clock and the limits of this system.
 Findings checkSystem();
 
 }  // namespace zephyl

@@ -81,19 +81,19 @@ Finding checkPort(const PortFacts& facts, bool trayRuns, uid_t user) {
       "and restart the tray.",
       facts.setting);
   if (!isPort(facts.port)) {
-    finding.message = formatText("{} is no port.", facts.port);
+    finding.message = formatText("{} is not a port number.", facts.port);
     finding.advice = formatText("Change it: {}", otherPort);
   } else if (!facts.owner) {
-    const bool isMissed = trayRuns && facts.isOfTheTray;
-    finding.state = isMissed ? FindingState::wrong : FindingState::ok;
-    finding.message = formatText("Nobody listens on port {}.", facts.port);
-    if (isMissed) finding.advice = "Restart the tray.";
+    const bool isMissing = trayRuns && facts.isOfTheTray;
+    finding.state = isMissing ? FindingState::wrong : FindingState::ok;
+    finding.message = formatText("No program listens on port {}.", facts.port);
+    if (isMissing) finding.advice = "Restart the tray.";
   } else if (*facts.owner != user && *facts.owner != 0) {
-    finding.message = formatText("Port {} is held by a program of another user (user id {}).",
+    finding.message = formatText("Port {} is used by a program of another user (user id {}).",
                                  facts.port, *facts.owner);
     finding.advice = formatText("End that program, or {}", otherPort);
   } else if (facts.isOfTheTray && !trayRuns) {
-    finding.message = formatText("Port {} is held by another program.", facts.port);
+    finding.message = formatText("Port {} is used by another program.", facts.port);
     finding.advice =
         formatText("`ss -ltnp sport = :{}` names it; end it, or {}", facts.port, otherPort);
   } else {

@@ -27,16 +27,16 @@ int run(std::span<const char* const> arguments) {
 }  // namespace
 }  // namespace zephyl
 
-/// Carries out `zephyl-tray VERB`, which executes this program in its place. The first argument is
-/// the path of the tray's executable, which tells where the installation is; the verb follows.
+/// Executes `zephyl-tray VERB`: the tray's executable is replaced by this program. The first
+/// argument is the path of the tray's executable, which locates the installation. The verb follows.
 int main(int argc, char** argv) {
   using namespace zephyl;
   establishProcessState();
   coreDumps::disable();
-  std::signal(SIGPIPE, SIG_DFL);  // a reader of the output that goes away ends this program
+  std::signal(SIGPIPE, SIG_DFL);  // ends this program if the reader of its output ends
   const std::span<const char* const> arguments(argv, static_cast<std::size_t>(argc));
   if (!CommandArguments::nameVerb(arguments.subspan(arguments.empty() ? 0 : 1))) {
-    commandTerminal::complain("this program carries out commands; run `zephyl-tray --help`");
+    commandTerminal::complain("this program is run by zephyl-tray; see `zephyl-tray --help`");
     return commandStatus::wrongUse;
   }
   Bundle::setMain(Bundle(arguments.front()));

@@ -17,14 +17,14 @@
 
 /// The messages between `zephyl-tray VERB` and the running tray, one JSON object a line, over a
 /// local socket. The client sends one request per connection and keeps its side open until it has
-/// its answer. The tray answers
+/// received the answer. The tray answers with these lines:
 ///
-///     {"accepted": true}      the main thread has the request; a result follows later
+///     {"accepted": true}      the main thread has received the request; a result follows
 ///     {"event": VALUE}        one of any number of values, for `watch` and `logs --follow`
-///     {"result": VALUE}       the last line: the request has been carried out
-///     {"error": "MESSAGE"}    the last line: it has not, and why
+///     {"result": VALUE}       last line: the request succeeded
+///     {"error": "MESSAGE"}    last line: the request failed
 ///
-/// The first line comes as soon as the main thread of the tray runs.
+/// The first line is sent as soon as the main thread of the tray runs.
 namespace zephyl {
 
 namespace commandRequests {
@@ -38,7 +38,7 @@ BOOST_DESCRIBE_STRUCT(Servers, (), ())
 struct Folders {};
 BOOST_DESCRIBE_STRUCT(Folders, (), ())
 
-/// What waits for approval.
+/// The requests that await approval.
 struct Requests {};
 BOOST_DESCRIBE_STRUCT(Requests, (), ())
 
@@ -46,7 +46,7 @@ struct Diagnostics {};
 BOOST_DESCRIBE_STRUCT(Diagnostics, (), ())
 
 struct Logs {
-  std::optional<std::string> server;  ///< nullopt: the agent
+  std::optional<std::string> server;  ///< nullopt: the agent's log
   bool follow = false;
 };
 BOOST_DESCRIBE_STRUCT(Logs, (), (server, follow))
@@ -57,7 +57,7 @@ BOOST_DESCRIBE_ENUM(Decision, deny, once, always)
 struct Answer {
   std::string id;
   Decision decision = Decision::deny;
-  std::optional<std::string> confirm;  ///< what the user typed, for `always`
+  std::optional<std::string> confirm;  ///< the phrase that the user typed, for `always`
 };
 BOOST_DESCRIBE_STRUCT(Answer, (), (id, decision, confirm))
 
@@ -75,7 +75,7 @@ struct RestartAgent {};
 BOOST_DESCRIBE_STRUCT(RestartAgent, (), ())
 
 struct RestartTailnet {
-  std::optional<std::string> server;  ///< nullopt: all of them
+  std::optional<std::string> server;  ///< nullopt: all servers
 };
 BOOST_DESCRIBE_STRUCT(RestartTailnet, (), (server))
 
@@ -106,27 +106,27 @@ constexpr auto fieldsWithDefault(const Logs*) {
 
 }  // namespace commandRequests
 
-/// What a request may have at most, in bytes, its end of line included.
+/// The maximum size of a request in bytes, including its end of line.
 inline constexpr std::size_t maxCommandRequest = 65536;
 
-/// Reads a line of a client. The error is fit for the client's user. Pure.
+/// Parses a line of a client. The error is fit for the client's user. Pure.
 Result<CommandRequest> parseCommandRequest(std::string_view line);
 
-/// The line of a request, with its end. Pure; the text may hold a secret.
+/// Returns the line of a request, with its end. It may contain a secret. Pure.
 SecretString encodeCommandRequest(const CommandRequest& request);
 
-/// A line of the tray.
+/// A line from the tray.
 struct CommandReply {
   enum class Kind { accepted, event, result, error };
 
   Kind kind = Kind::accepted;
-  json::Value value;  ///< of `error` its message; null for `accepted`
+  json::Value value;  ///< the message of `error`; null for `accepted`
 
-  /// Whether no other line follows.
+  /// Returns whether no other line follows.
   [[nodiscard]] bool isLast() const { return kind == Kind::result || kind == Kind::error; }
 };
 
-/// The line without its end. Pure, as is the next.
+/// Returns the line without its end. Pure, as is the next function.
 std::string encodeCommandReply(const CommandReply& reply);
 Result<CommandReply> parseCommandReply(std::string_view line);
 

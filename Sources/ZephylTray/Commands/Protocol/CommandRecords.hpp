@@ -9,24 +9,25 @@
 
 #include "ZephylTray/Agent/AgentRecords.hpp"
 
-/// What the running tray answers, as plain values. Their fields are what `--json` prints; they are
-/// stable and described in docs/commands.md. A field that is not known is left out.
+/// The answers of the running tray, as plain values. Their fields are printed by `--json`. They are
+/// stable and described in docs/commands.md. Unknown fields are omitted.
 namespace zephyl {
 
-/// Something that the user should know, and what to do about it.
+/// A fact that the user should know, with advice.
 struct CommandNotice {
   std::string code;     ///< stable, such as "agentNotInstalled"
-  std::string message;  ///< what is so, a sentence
-  std::string advice;   ///< what to do; may be empty
+  std::string message;  ///< the fact, as a sentence
+  std::string advice;   ///< what to do about it; may be empty
 
   bool operator==(const CommandNotice&) const = default;
 };
 BOOST_DESCRIBE_STRUCT(CommandNotice, (), (code, message, advice))
 
+/// The state of the agent.
 struct CommandAgent {
-  bool installed = false;  ///< a program to launch was found
-  bool running = false;    ///< a child of the tray runs
-  bool reachable = false;  ///< one answers on the agent's port
+  bool installed = false;  ///< whether a program to launch was found
+  bool running = false;    ///< whether a child of the tray runs
+  bool reachable = false;  ///< whether an agent answers on its port
   bool busy = false;
   std::int64_t port = 0;
   std::optional<AgentState> state;
@@ -43,9 +44,9 @@ struct CommandStatus {
   std::string summary;  ///< the state in words, as in the tool tip
   CommandAgent agent;
   std::int64_t folders = 0;
-  std::int64_t requests = 0;  ///< how many wait for approval
+  std::int64_t requests = 0;  ///< the number of requests that await approval
   std::int64_t servers = 0;
-  std::int64_t connected = 0;    ///< how many of them can be reached
+  std::int64_t connected = 0;    ///< the number of reachable servers
   std::optional<bool> trayHost;  ///< whether a panel shows the icon
   std::vector<CommandNotice> attention;
   std::vector<CommandNotice> notes;
@@ -62,9 +63,9 @@ struct CommandServerRecord {
   std::string name;
   std::string state;  ///< "connected", "starting", "disconnected" or "disabled"
   bool enabled = false;
-  bool usesTailnet = false;            ///< it is reached through a private network
-  bool joinFailed = false;             ///< its network has refused the invite key
-  std::optional<std::string> address;  ///< where its pages are found
+  bool usesTailnet = false;            ///< whether it is reached through a private network
+  bool joinFailed = false;             ///< whether its network has refused the invite key
+  std::optional<std::string> address;  ///< its web address
   std::optional<std::string> relay;
   std::optional<std::string> problem;
 
@@ -78,7 +79,7 @@ struct CommandFolder {
   std::string path;
   std::string name;
   std::vector<std::string> servers;     ///< ids; empty: every server
-  std::optional<std::int64_t> indexed;  ///< files; absent while the agent has not said
+  std::optional<std::int64_t> indexed;  ///< number of files; nullopt while unknown
   std::optional<std::int64_t> files;
   std::optional<bool> ready;
 
@@ -86,10 +87,10 @@ struct CommandFolder {
 };
 BOOST_DESCRIBE_STRUCT(CommandFolder, (), (path, name, servers, indexed, files, ready))
 
-/// The answer of `requests`: those that wait, the oldest first.
+/// The answer of `requests`: the pending requests, oldest first.
 struct CommandPending {
   std::vector<PendingApproval> requests;
-  std::int64_t omitted = 0;  ///< how many more wait
+  std::int64_t omitted = 0;  ///< the number of further pending requests
 };
 BOOST_DESCRIBE_STRUCT(CommandPending, (), (requests, omitted))
 

@@ -28,14 +28,14 @@ constexpr auto directoryName = "com.zephyl.tray";
 constexpr auto nameInBaseDirectory = "tray.sock";
 constexpr int waitingConnections = 64;
 
-/// The directory without links, as far as it exists, so that one directory has one name.
+/// Returns the directory without links, as far as it exists, so that each directory has one name.
 std::string canonical(const std::string& path) {
   const std::unique_ptr<char, decltype(&std::free)> resolved(::realpath(path.c_str(), nullptr),
                                                              &std::free);
   return resolved ? resolved.get() : path;
 }
 
-/// FNV-1a of 64 bits. It separates the directories of one user from each other, and that is all.
+/// 64-bit FNV-1a. It only needs to distinguish the directories of one user.
 std::string hashOf(const std::string& text) {
   std::uint64_t hash = 0xcbf29ce484222325;
   for (const unsigned char byte : text) hash = (hash ^ byte) * 0x100000001b3;
@@ -53,8 +53,8 @@ std::string placeIn(const std::string& runtimeDirectory, const std::string& base
   return joinPath(joinPath(runtimeDirectory, directoryName), name);
 }
 
-/// An address of a local socket. A path that is too long for one is reached through the descriptor
-/// of its directory, which has to stay open as long as the address is used.
+/// The address of a local socket. A path that is too long for an address is reached through the
+/// descriptor of its directory, which must stay open while the address is used.
 struct LocalAddress {
   explicit LocalAddress(const std::string& path) {
     std::string shortPath = path;
@@ -79,8 +79,8 @@ FileDescriptor newSocket() {
   return FileDescriptor(::socket(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
 }
 
-/// Removes what an earlier tray has left. Anything but a socket is not ours to remove.
-Result<void> removeStale(const std::string& path) {
+/// Removes the socket of an earlier tray. Fails if another kind of file exists there.
+Result<void> removeStaleSocket(const std::string& path) {
   struct stat status {};
   if (::lstat(path.c_str(), &status) != 0) return {};
   if (!S_ISSOCK(status.st_mode)) return Error{path, " exists and is not a socket"};
@@ -105,13 +105,13 @@ Result<CommandSocket> CommandSocket::listen(const std::string& baseDirectory) {
   if (const auto directory = runtimeDirectory()) {
     const auto claimed = claimPrivateDirectory(joinPath(*directory, directoryName));
     if (claimed) return listenAt(placeIn(*directory, baseDirectory));
-    log("{}; the socket for commands is put into {}", claimed.error().message, baseDirectory);
+    log("{}; creating the command socket in {} instead", claimed.error().message, baseDirectory);
   }
   return listenAt(joinPath(baseDirectory, nameInBaseDirectory));
 }
 
 Result<CommandSocket> CommandSocket::listenAt(const std::string& path) {
-  if (const auto removed = removeStale(path); !removed) return removed.error();
+  if (const auto removed = removeStaleSocket(path); !removed) return removed.error();
   FileDescriptor socket = newSocket();
   if (!socket) return systemError("socket", errno);
   const LocalAddress address(path);
@@ -119,7 +119,7 @@ Result<CommandSocket> CommandSocket::listenAt(const std::string& path) {
   if (::bind(socket.get(), address.get(), sizeof address.address) != 0) {
     return systemError(path, errno);
   }
-  // Before `listen`, so that nobody connects while the mode is the umask's.
+  // Before `listen`, because the umask may permit others to connect until the mode is set.
   CommandSocket result(std::move(socket), path);
   if (::chmod(path.c_str(), S_IRUSR | S_IWUSR) != 0 ||
       ::listen(result.descriptor(), waitingConnections) != 0) {

@@ -13,7 +13,7 @@ namespace zephyl {
 
 namespace {
 
-/// Files of /proc have no size, so `readFile` does not read them.
+/// Reads a file of /proc, which has no size, so `readFile` cannot be used.
 std::string contentsOf(const char* path) {
   std::ifstream file(path);
   return {std::istreambuf_iterator<char>(file), {}};
@@ -23,8 +23,8 @@ std::string contentsOf(const char* path) {
 
 std::optional<pid_t> lockHolder(const std::string& lockFile, ino_t inode,
                                 const std::string& locks) {
-  // "1: FLOCK  ADVISORY  WRITE 4711 08:01:131074 0 EOF"; the device is not the one that stat names
-  // on some file systems, so the process and the inode have to do.
+  // "1: FLOCK  ADVISORY  WRITE 4711 08:01:131074 0 EOF". On some file systems the device differs
+  // from that of stat, so only process and inode are compared.
   enum Column : std::size_t { kind = 1, process = 4, file = 5, columnCount = 8 };
   const auto holder = parseDecimal(lockFile.substr(0, lockFile.find('\n')));
   if (!holder || *holder <= 0) return std::nullopt;

@@ -33,7 +33,7 @@ bool isShortage(int error) {
 
 }  // namespace
 
-/// What the reactor's thread works on. Its handlers hold it weakly.
+/// The state on the reactor's thread. Its handlers hold it weakly.
 class CommandListener::Server : public std::enable_shared_from_this<Server> {
  public:
   Server(Reactor& reactor, CommandSocket socket, Options options, Handlers handlers)
@@ -44,20 +44,21 @@ class CommandListener::Server : public std::enable_shared_from_this<Server> {
         socket_(std::move(socket)) {}
 
   void start();
-  /// Closes everything and removes the socket.
+  /// Closes all connections and removes the socket.
   void stop();
   [[nodiscard]] const std::string& path() const { return path_; }
-  /// From any thread.
+  /// Callable from any thread.
   void deliver(std::uint64_t id, std::string line, bool last);
 
  private:
-  /// Reads one line, hands it on, and from then on reads only to notice that the peer has gone.
+  /// Reads one line and passes it to the handler. Then reads only to detect that the peer has
+  /// disconnected.
   struct Connection {
     Connection(asio::io_context& context, FileDescriptor descriptor)
         : socket(context, descriptor.release()), timer(context) {}
 
     Descriptor socket;
-    asio::steady_timer timer;  // for the request, then for what is unsent
+    asio::steady_timer timer;  // for the request, then for unsent bytes
     SecretString received;     // a request may hold a key
     std::string unsent;
     bool hasRequested = false;
@@ -66,7 +67,7 @@ class CommandListener::Server : public std::enable_shared_from_this<Server> {
   };
   using Connections = std::map<std::uint64_t, Connection>;
 
-  /// Wraps a handler so that it does nothing after an abort or once this is gone.
+  /// Wraps a handler so that it does nothing after an abort or after this is destroyed.
   template <typename Work>
   auto unlessAborted(Work work) {
     return [weak = weak_from_this(), work](const boost::system::error_code& error) {
@@ -93,12 +94,12 @@ class CommandListener::Server : public std::enable_shared_from_this<Server> {
   const std::string path_;
   const Options options_;
   const Handlers handlers_;
-  // On the reactor's thread:
-  std::optional<CommandSocket> socket_;  // until the end, as is the next
+  // Used on the reactor's thread only:
+  std::optional<CommandSocket> socket_;  // until `stop`, as is the next member
   std::optional<Descriptor> acceptor_;
   std::optional<asio::steady_timer> acceptTimer_;
   std::uint64_t lastId_ = 0;
-  Connections connections_;  // the oldest first
+  Connections connections_;  // oldest first
   std::array<char, 4096> scratch_{};
 };
 
@@ -136,7 +137,7 @@ void CommandListener::Server::deliver(std::uint64_t id, std::string line, bool l
   });
 }
 
-/// Runs a step of a connection later, if the connection still exists by then.
+/// Runs a step of a connection if the connection still exists.
 void CommandListener::Server::onConnection(std::uint64_t id,
                                            void (Server::*step)(std::uint64_t, Connection&)) {
   const auto found = connections_.find(id);
@@ -151,16 +152,16 @@ void CommandListener::Server::accept() {
   acceptLater(error);
 }
 
-/// One connection a turn, so that the reactor's other work is never far behind.
+/// Accepts one connection per turn, so that other work of the reactor is not delayed.
 void CommandListener::Server::acceptLater(int error) {
-  const auto again = unlessAborted([](Server& self) { self.accept(); });
-  if (!isShortage(error)) return acceptor_->async_wait(Descriptor::wait_read, again);
+  const auto retry = unlessAborted([](Server& self) { self.accept(); });
+  if (!isShortage(error)) return acceptor_->async_wait(Descriptor::wait_read, retry);
   acceptTimer_->expires_after(acceptRetryDelay);
-  acceptTimer_->async_wait(again);
+  acceptTimer_->async_wait(retry);
 }
 
-/// Closes the oldest connection that has sent no request, or else the oldest one that does not take
-/// what it is sent. Returns whether there is a place.
+/// Closes the oldest connection without a request, or else the oldest one that does not read its
+/// answers. Returns whether another connection can be added.
 bool CommandListener::Server::makeRoom() {
   if (connections_.size() < options_.maxConnections) return true;
   auto found = std::ranges::find_if(connections_,
@@ -176,9 +177,9 @@ bool CommandListener::Server::makeRoom() {
 
 void CommandListener::Server::add(FileDescriptor socket) {
   if (!CommandSocket::peerIsThisUser(socket.get())) {
-    return log("a program of another user tried to send a command; it was refused");
+    return log("refused a command from a program of another user");
   }
-  if (!makeRoom()) return log("too many commands at once; one was refused");
+  if (!makeRoom()) return log("refused a command: too many commands at once");
   const auto id = ++lastId_;
   auto& connection =
       connections_.try_emplace(id, reactor_.context(), std::move(socket)).first->second;
@@ -204,7 +205,8 @@ void CommandListener::Server::receive(std::uint64_t id, Connection& connection) 
   if (isAlive) awaitInput(id, connection);
 }
 
-/// Collects the request and hands it on when it is whole. Returns whether the connection goes on.
+/// Collects the request and passes it to the handler when it is complete. Returns whether the
+/// connection stays open.
 bool CommandListener::Server::append(std::uint64_t id, Connection& connection,
                                      std::string_view piece) {
   const auto end = piece.find('\n');
@@ -241,14 +243,14 @@ void CommandListener::Server::transmit(std::uint64_t id, Connection& connection)
   if (connection.closesWhenSent) close(id);
 }
 
-/// Closes the connection after `limit`, unless the timer is disarmed or set anew before.
+/// Closes the connection after `limit`, unless the timer is disarmed or restarted before.
 void CommandListener::Server::closeAfter(Duration limit, std::uint64_t id, Connection& connection) {
   connection.timer.expires_after(limit);
   connection.timer.async_wait(
       unlessAborted([id](Server& self) { self.onConnection(id, &Server::closeIfExpired); }));
 }
 
-/// The timer may have been set anew after its handler had been queued.
+/// The timer may have been restarted after its handler was queued.
 void CommandListener::Server::closeIfExpired(std::uint64_t id, Connection& connection) {
   if (connection.timer.expiry() <= std::chrono::steady_clock::now()) close(id);
 }

@@ -14,27 +14,28 @@ namespace zephyl {
 
 class Reactor;
 
-/// Accepts connections of this user on the commands' socket. Each sends one line, and receives any
-/// number of lines until either side closes the connection.
+/// Accepts connections of this user on the command socket. Each client sends one line and receives
+/// any number of lines until either side closes the connection.
 ///
-/// All input and output happens on the reactor's thread and never waits there: a client that sends
-/// nothing, or takes nothing, delays nobody. Such a client is closed after `requestTimeout`, or
-/// after `sendTimeout`, and earlier if the places for connections run out. Time is the system's.
+/// All input and output happens on the reactor's thread without waiting there, so a client that
+/// sends or reads nothing delays no other client. Such a client is disconnected after
+/// `requestTimeout` or `sendTimeout`, and earlier if the limit of connections is reached. Uses the
+/// system's clock.
 ///
-/// Created and destroyed on the main thread; the reactor outlives it.
+/// Must be created and destroyed on the main thread. The reactor must outlive it.
 class CommandListener {
  private:
   class Server;
 
  public:
-  /// The client at the other end of a connection. Copies are the same client. May be used on any
-  /// thread; what is sent to a client that has gone is dropped.
+  /// The client of a connection. Copies refer to the same client. Callable from any thread. Lines
+  /// to a client that has disconnected are dropped.
   class Client {
    public:
     [[nodiscard]] std::uint64_t id() const { return id_; }
-    /// Sends a line, which is given without its end.
+    /// Sends a line, given without its end.
     void send(std::string line) const { deliver(std::move(line), /*last=*/false); }
-    /// The same, and closes the connection when the line has been sent.
+    /// Does the same, and closes the connection when the line was sent.
     void finish(std::string line) const { deliver(std::move(line), /*last=*/true); }
 
    private:
@@ -49,20 +50,20 @@ class CommandListener {
   struct Options {
     std::size_t maxConnections = 32;
     std::size_t maxQueuedBytes = std::size_t{4}
-                                 << 20;  ///< a client that lags behind more is closed
+                                 << 20;  ///< a client with more unread bytes is disconnected
     Duration requestTimeout = std::chrono::seconds(10);
     Duration sendTimeout = std::chrono::seconds(30);
   };
-  /// Both are called on the reactor's thread.
+  /// Called on the reactor's thread.
   struct Handlers {
-    /// A client has sent its line, which is valid during the call.
+    /// Called when a client has sent its line, which is valid during the call.
     std::function<void(const Client&, std::string_view line)> onRequest;
-    /// A client that has sent its line is gone.
+    /// Called when a client that has sent its line has disconnected.
     std::function<void(std::uint64_t id)> onClosed;
   };
 
   CommandListener(Reactor& reactor, CommandSocket socket, Options options, Handlers handlers);
-  /// Closes all connections and removes the socket. No handler runs afterwards.
+  /// Closes all connections and removes the socket. No handler is called afterwards.
   ~CommandListener();
   CommandListener(const CommandListener&) = delete;
   CommandListener& operator=(const CommandListener&) = delete;

@@ -153,8 +153,7 @@ Result<ServerEntry> CommandReports::findServer(std::string_view name) const {
   if (found.empty()) {
     return Error{"No server is called “", shown, "”. `zephyl-tray servers` lists them."};
   }
-  return Error{"Several servers are meant by “", shown,
-               "”. Use an id; `zephyl-tray servers` lists them."};
+  return Error{"Several servers match “", shown, "”. Use an id; `zephyl-tray servers` lists them."};
 }
 
 }  // namespace zephyl

@@ -15,19 +15,20 @@
 
 namespace zephyl {
 
-/// Makes the answers of the commands that only report something. Main thread only.
+/// Creates the answers of the commands that report the state. Main thread only.
 class CommandReports {
  public:
   struct Port {
     std::function<TrayFacts()> tray;
     std::function<const AgentSnapshot&()> agent;
-    std::function<bool()> agentKnown;  ///< whether the agent has been asked yet
+    std::function<bool()> agentKnown;  ///< whether a poll of the agent has ended
     std::function<ServerList()> servers;
     std::function<std::optional<TailnetView>(const std::string& serverId)> tailnet;
     /// Returns the web address of a server whose tunnel is bound to an address.
     std::function<std::optional<std::string>(const std::optional<std::string>& bound)> webAddressOf;
   };
-  /// How many requests are reported, and how many bytes of each of their fields. More is marked.
+  /// The maximum number of reported requests and the maximum size of their fields, in bytes. Marks
+  /// show what was left out.
   static constexpr std::size_t maxRequests = 50;
   static constexpr std::size_t maxFieldBytes = std::size_t{16} * 1024;
 
@@ -38,8 +39,8 @@ class CommandReports {
   [[nodiscard]] std::vector<CommandFolder> folders() const;
   [[nodiscard]] CommandPending requests() const;
 
-  /// Finds the server with this id or display name (upper and lower case are the same), or the only
-  /// one whose id begins so. The error says that there is none, or several.
+  /// Finds the server with this id or display name (case-insensitive), or the only one whose id
+  /// begins with `name`. The error says that no server or several match.
   [[nodiscard]] Result<ServerEntry> findServer(std::string_view name) const;
 
  private:

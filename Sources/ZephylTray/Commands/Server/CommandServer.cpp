@@ -26,12 +26,13 @@ void fail(const Client& client, const std::string& message) {
   client.finish(encodeCommandReply({.kind = Kind::error, .value = json::Value(message)}));
 }
 
-/// The result follows later.
+/// Announces that the result follows later.
 void accept(const Client& client) {
   client.send(encodeCommandReply({.kind = Kind::accepted}));
 }
 
-/// A screen is passed on to the desktop app, so it may hold what names of screens are made of.
+/// Returns whether `screen` has only characters of screen names, because it is passed to the
+/// desktop app.
 bool isScreenName(std::string_view screen) {
   constexpr std::size_t longest = 200;
   const auto isAllowed = [](unsigned char character) {
@@ -54,7 +55,7 @@ CommandServer::CommandServer(const Runtime& runtime, Port port)
 
 void CommandServer::start(const std::string& baseDirectory) {
   auto socket = CommandSocket::listen(baseDirectory);
-  if (!socket) return log("commands cannot reach this tray: {}", socket.error().message);
+  if (!socket) return log("commands are not available: {}", socket.error().message);
   CommandListener::Handlers handlers;
   handlers.onRequest = weakly(this, [](CommandServer& self, const Client& client,
                                        std::string_view line) { self.receive(client, line); });
@@ -70,7 +71,7 @@ void CommandServer::receive(const Client& client, std::string_view line) {
   if (!parsed) return fail(client, parsed.error().message);
   if (waiting_ >= maxWaiting) return fail(client, "The tray is too busy for more commands.");
   ++waiting_;
-  // Shared, so that a key in it is not copied with the task.
+  // Shared, because a key in it must not be copied with the task.
   const auto request = std::make_shared<const CommandRequest>(std::move(*parsed));
   runtime_.mainLoop.async(weakly(this, [client, request](CommandServer& self) {
     --self.waiting_;
@@ -150,7 +151,7 @@ void CommandServer::perform(const Client& client, const commandRequests::Join& r
 
 void CommandServer::perform(const Client& client, const commandRequests::Open& request) const {
   if (request.screen && !isScreenName(*request.screen)) {
-    return fail(client, "That is no screen. Examples are “servers” and “join”.");
+    return fail(client, "That is not the name of a screen. Examples are “servers” and “join”.");
   }
   if (const auto failure = port_.open(request.screen)) return fail(client, *failure);
   finish(client);

@@ -27,7 +27,7 @@ void CommandSubscribers::follow(const Client& client, std::optional<std::string>
   followers_.push_back({.client = client, .serverId = std::move(serverId)});
   const auto tail = port_.log(followers_.back().serverId, 0);
   followers_.back().position = tail.end;
-  client.send(event(json::encode(tail.lines)));  // also if there are none: it was accepted
+  client.send(event(json::encode(tail.lines)));  // sent even if empty, as an acknowledgement
   startTimer();
 }
 

@@ -16,10 +16,10 @@ namespace zephyl {
 
 class MainLoop;
 
-/// The clients that follow the state or a log. As long as there is one, a timer looks four times a
-/// second for what is new, so that many changes share a line; otherwise nothing runs.
+/// The clients that follow the state or a log. While there are clients, a timer checks for changes
+/// four times a second, so that many changes share a line. Otherwise no timer runs.
 ///
-/// Main thread only. Owned by a `shared_ptr`; the timer holds it weakly.
+/// Main thread only. Owned by a `shared_ptr`. The timer holds it weakly.
 class CommandSubscribers : public std::enable_shared_from_this<CommandSubscribers> {
  public:
   using Client = CommandListener::Client;
@@ -28,19 +28,19 @@ class CommandSubscribers : public std::enable_shared_from_this<CommandSubscriber
   struct Port {
     /// Returns the state, which is sent if it differs from the last one.
     std::function<json::Value()> state;
-    /// Returns the lines of a log after a position: the agent's, or that of a server's tailnet.
+    /// Returns the lines after a position in the agent's log or the log of a server's tailnet.
     std::function<LogTail(const std::optional<std::string>& serverId, std::uint64_t position)> log;
   };
 
-  /// `mainLoop` and `clock` outlive it.
+  /// `mainLoop` and `clock` must outlive it.
   CommandSubscribers(MainLoop& mainLoop, Clock& clock, Port port)
       : mainLoop_(mainLoop), clock_(clock), port_(std::move(port)) {}
 
-  /// Sends the state now, and then whenever it has changed.
+  /// Sends the state now, and again whenever it has changed.
   void watch(const Client& client);
-  /// Sends the log of a server, or the agent's, now, and then what is added to it.
+  /// Sends the log of a server, or the agent's log, now, and later the lines that are added.
   void follow(const Client& client, std::optional<std::string> serverId);
-  /// A client is gone.
+  /// Removes a client that has disconnected.
   void remove(std::uint64_t clientId);
 
   [[nodiscard]] bool empty() const { return watchers_.empty() && followers_.empty(); }
@@ -48,7 +48,7 @@ class CommandSubscribers : public std::enable_shared_from_this<CommandSubscriber
  private:
   struct Watcher {
     Client client;
-    std::string sent;  // the last state
+    std::string sent;  // the last sent state
   };
   struct Follower {
     Client client;
@@ -67,7 +67,7 @@ class CommandSubscribers : public std::enable_shared_from_this<CommandSubscriber
   const Port port_;
   std::vector<Watcher> watchers_;
   std::vector<Follower> followers_;
-  Timer timer_;  // set while there is a client
+  Timer timer_;  // set while there are clients
 };
 
 }  // namespace zephyl

@@ -13,7 +13,7 @@ namespace {
 
 using Notices = std::vector<CommandNotice>;
 
-/// Where to put a part that is missing from the installation.
+/// Returns where to install a missing part.
 std::string installAdvice(const TrayFacts& tray, const std::string& what,
                           const std::string& place) {
   if (!tray.resourceDirectory) {
@@ -46,10 +46,10 @@ void addAgent(const StatusFacts& facts, Notices& attention) {
   } else if (facts.known) {
     attention.push_back(
         {.code = "agentNotReachable",
-         .message =
-             tray.agentRunning
-                 ? formatText("The agent runs, but does not answer on port {}.", tray.agentPort)
-                 : "The agent does not run.",
+         .message = tray.agentRunning
+                        ? formatText("The agent is running, but does not answer on port {}.",
+                                     tray.agentPort)
+                        : "The agent is not running.",
          .advice = "`zephyl-tray logs` shows why; `zephyl-tray restart-agent` starts it again."});
   }
 }
@@ -103,9 +103,9 @@ void addControl(const StatusFacts& facts, Notices& attention) {
   if (facts.tray.controlListens) return;
   attention.push_back(
       {.code = "controlNotListening",
-       .message = "The control API does not listen, so Zephyl's window cannot manage servers.",
-       .advice =
-           "`zephyl-tray doctor` says who holds its port. Restart the tray when it is free."});
+       .message = "The control API is not listening, so Zephyl's window cannot manage servers.",
+       .advice = "`zephyl-tray doctor` shows whether another program uses its port. Restart the "
+                 "tray when the port is free."});
 }
 
 void addHost(const StatusFacts& facts, Notices& attention, Notices& notes) {
@@ -117,8 +117,8 @@ void addHost(const StatusFacts& facts, Notices& attention, Notices& notes) {
                    "AppIndicator. Until then, start zephyl-tray again to open the window."});
   } else if (facts.host == TrayHost::noBus) {
     notes.push_back({.code = "noSessionBus",
-                     .message = "No session bus answers, so there is no icon and no question.",
-                     .advice = "Requests are decided with `zephyl-tray answer`."});
+                     .message = "No session bus answers, so neither an icon nor prompts are shown.",
+                     .advice = "Decide requests with `zephyl-tray answer`."});
   }
 }
 
