@@ -23,7 +23,7 @@ std::vector<std::string> nonEmpty(std::vector<std::string> texts) {
   return texts;
 }
 
-/// Returns a value of the information dictionary, or null if it has none of that name.
+/// Returns a value of the information dictionary, or null if the key is missing.
 json::Value valueIn(const std::optional<std::string>& resources, const std::string& key) {
   static JSONFile file;
   if (!resources) return nullptr;

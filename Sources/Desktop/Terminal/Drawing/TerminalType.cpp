@@ -34,7 +34,7 @@ std::string withoutPadding(std::string_view text) {
 
 std::string capability(const char* name) {
   const char* const value = ::tigetstr(name);
-  // NOLINTNEXTLINE(performance-no-int-to-ptr): so its manual says
+  // NOLINTNEXTLINE(performance-no-int-to-ptr): the documented result for a wrong type
   if (value == nullptr || value == reinterpret_cast<const char*>(std::intptr_t{-1})) return {};
   return withoutPadding(value);
 }

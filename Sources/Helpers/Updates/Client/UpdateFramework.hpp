@@ -40,8 +40,8 @@ class UpdateDelegate {
 
   /// Returns whether the delegate itself reminds the user of updates from scheduled checks.
   virtual bool supportsGentleScheduledUpdateReminders() = 0;
-  /// Returns whether the framework shows an update from a scheduled check. `inImmediateFocus` tells
-  /// whether it would do so in front of the user, now.
+  /// Returns whether the framework shows an update from a scheduled check. `inImmediateFocus` is
+  /// true if it would do so at once, in front of the user.
   virtual bool shouldHandleShowingScheduledUpdate(const UpdateItem& item,
                                                   bool inImmediateFocus) = 0;
   /// Called before an update is shown. If `handled` is false, the delegate must show it.
