@@ -26,7 +26,7 @@ std::vector<ServerEntry> servers(std::int64_t count) {
   return entries;
 }
 
-/// An open registry with as many servers as the benchmark's argument says.
+/// An open registry. The benchmark's argument is the number of servers.
 class Registry : public benchmark::Fixture {
  public:
   void SetUp(benchmark::State& state) override {
@@ -46,20 +46,20 @@ class Registry : public benchmark::Fixture {
   std::optional<Servers::Store> store_;
 };
 
-/// Within 100 ns, whatever the number of servers.
+/// Expected: within 100 ns, for any number of servers.
 BENCHMARK_DEFINE_F(Registry, Read)(benchmark::State& state) {
   for (auto _ : state) benchmark::DoNotOptimize(Servers::all());
 }
 BENCHMARK_REGISTER_F(Registry, Read)->Arg(1)->Arg(250);
 
-/// A save of the same bytes, which waits for no disk: within 10 ms for 250 servers.
+/// Saves unchanged bytes, without a flush to disk. Expected: within 10 ms for 250 servers.
 BENCHMARK_DEFINE_F(Registry, SaveWithoutFlush)(benchmark::State& state) {
   const std::string id = Servers::all()[0].id;
   for (auto _ : state) Servers::update(id, [](auto&) {});
 }
 BENCHMARK_REGISTER_F(Registry, SaveWithoutFlush)->Arg(1)->Arg(250)->Unit(benchmark::kMicrosecond);
 
-/// A save of changed bytes: the same, and what the disk takes to flush them.
+/// Saves changed bytes, including the flush to disk.
 BENCHMARK_DEFINE_F(Registry, Save)(benchmark::State& state) {
   const std::string id = Servers::all()[0].id;
   for (auto _ : state) Servers::update(id, [](ServerEntry& entry) { *entry.ordinal += 1; });

@@ -7,8 +7,8 @@
 #include "Helpers/Updates/Program/Version.hpp"
 #include "System/Data/Text.hpp"
 
-/// Any bytes as a feed: nothing crashes, no feed counts as signed, and what is offered is newer
-/// than what is installed and comes from where it may.
+/// Parses any bytes as a feed. No feed may count as signed, and an offered version must be newer
+/// than the installed one and have a permitted address.
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   using namespace zephyl;

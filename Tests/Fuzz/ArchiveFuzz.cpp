@@ -5,11 +5,12 @@
 
 #include "Helpers/Updates/Archive/Archive.hpp"
 
-/// Any bytes as an archive, compressed or not: nothing crashes, and no path or link leads out.
+/// Reads any bytes as an archive, compressed or not. No path or link may leave the directory.
 
 namespace {
 
-/// Follows a path from a directory `depth` levels below the root; false when it leaves the root.
+/// Follows a path from a directory `depth` levels below the root. Returns false if it leaves the
+/// root.
 bool staysInside(std::ptrdiff_t depth, std::string_view path) {
   if (path.starts_with('/')) return false;
   while (!path.empty()) {

@@ -6,8 +6,8 @@
 
 #include "ZephylTray/Commands/Protocol/CommandMessages.hpp"
 
-/// The line of a client of the commands' socket. What was read is written and read again: both
-/// must say the same.
+/// Parses any bytes as a line of a command. A parsed request must be equal after it was written and
+/// parsed again.
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   using namespace zephyl;
   const std::string_view line(reinterpret_cast<const char*>(data), size);

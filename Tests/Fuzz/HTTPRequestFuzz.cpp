@@ -5,12 +5,12 @@
 #include "System/Data/Text.hpp"
 #include "ZephylTray/Control/HTTPRequest.hpp"
 
-/// Any bytes as a request to the control server: nothing crashes, what is parsed is a request, and
-/// it depends neither on what comes after it nor on the pieces in which it arrives.
+/// Parses any bytes as a request to the control server. A parsed request must be valid, and must
+/// not depend on later bytes nor on the pieces in which it arrives.
 
 namespace {
 
-/// Parses `bytes` as a connection that delivers half of them first.
+/// Parses `bytes` in two pieces.
 std::optional<zephyl::HTTPRequest> parseInPieces(std::string_view bytes) {
   zephyl::HTTPRequestParser parser;
   auto stage = parser.advance(bytes.substr(0, bytes.size() / 2));

@@ -3,7 +3,7 @@
 
 #include "ZephylTray/Registry/InviteKey.hpp"
 
-/// Any bytes as a pasted invite key: nothing crashes, and what is accepted as a key is one.
+/// Parses any bytes as a pasted invite key. An accepted key must be valid.
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   const std::string_view text(reinterpret_cast<const char*>(data), size);

@@ -5,8 +5,8 @@
 #include "ZephylTray/Registry/ServerEntry.hpp"
 #include "ZephylTray/Registry/ServerMigration.hpp"
 
-/// Any bytes as servers.json: nothing crashes, and a registry that can be read is written so that
-/// it reads the same again.
+/// Parses any bytes as servers.json. A parsed registry must be equal after it was written and
+/// parsed again.
 
 namespace {
 

@@ -3,7 +3,7 @@
 
 #include "ZephylTray/Control/Route.hpp"
 
-/// Any bytes as the path of a request: nothing crashes, and slashes more or less change nothing.
+/// Passes any bytes as the path of a request. Additional slashes must not change the route.
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   const std::string path(reinterpret_cast<const char*>(data), size);

@@ -100,7 +100,7 @@ TEST_F(ControlServerTest, ListensOnlyWhenThePortWasFree) {
   EXPECT_FALSE(second.isListening());
 }
 
-TEST_F(ControlServerTest, HandsAPendingRouteOutOnce) {
+TEST_F(ControlServerTest, ReturnsAPendingRouteOnce) {
   server_->statusProvider = [] { return json::Object{{"running", true}}; };
   start();
   server_->setPendingRoute("join");
@@ -109,7 +109,7 @@ TEST_F(ControlServerTest, HandsAPendingRouteOutOnce) {
   EXPECT_EQ(ask("GET /status", "").body, (json::Object{{"running", true}}));
 }
 
-TEST_F(ControlServerTest, AnswersWithoutHandlersAsIfNothingWereThere) {
+TEST_F(ControlServerTest, AnswersWithEmptyDocumentsWithoutHandlers) {
   start();
   EXPECT_EQ(ask("GET /status", "").body, json::Object());
   EXPECT_EQ(ask("GET /servers", "").body, (json::Object{{"servers", json::Array()}}));
@@ -145,14 +145,14 @@ TEST_F(ControlServerTest, PassesIdAndFieldsToTheHandlerOnTheMainThread) {
   EXPECT_EQ(told, (std::vector<std::string>{"abc=x", "abc="}));
 }
 
-TEST_F(ControlServerTest, LooksForTheHandlerOfAScopeBeforeTheBody) {
+TEST_F(ControlServerTest, FindsTheHandlerOfAScopeBeforeItReadsTheBody) {
   start();
   EXPECT_EQ(ask("POST /servers/a/roots/scope", "nonsense").status, 404);
   server_->onSetRootShared = [](const auto&, const auto&, bool, const auto& done) { done({}); };
   EXPECT_EQ(ask("POST /servers/a/roots/scope", "nonsense").status, 400);
 }
 
-TEST_F(ControlServerTest, AnswersAnEmptyObjectWhenWhatItHasToSayIsNoText) {
+TEST_F(ControlServerTest, AnswersAnEmptyObjectIfTheDocumentIsNotUTF8) {
   server_->statusProvider = [] { return json::Object{{"url", "\xff"}}; };
   server_->onRemove = [](const auto&, const auto& done) { done("\xc3("); };
   start();
@@ -164,7 +164,7 @@ TEST_F(ControlServerTest, AnswersAnEmptyObjectWhenWhatItHasToSayIsNoText) {
   EXPECT_EQ(removal.body, json::Object());
 }
 
-TEST_F(ControlServerTest, HandlesOneRequestAtATimeInTheOrderInWhichTheyBecameWhole) {
+TEST_F(ControlServerTest, HandlesRequestsOneAtATimeInTheOrderOfCompletion) {
   std::vector<std::string> handled;
   server_->statusProvider = [&] {
     handled.emplace_back("status");
@@ -185,7 +185,7 @@ TEST_F(ControlServerTest, HandlesOneRequestAtATimeInTheOrderInWhichTheyBecameWho
   ASSERT_TRUE(mainLoop_.waitForTask(10s));
   second.send(request("GET /roots"));
   EXPECT_FALSE(second.isReadable(20ms));
-  EXPECT_TRUE(handled.empty()) << "the main thread has not come to the first one";
+  EXPECT_TRUE(handled.empty()) << "the main thread has not handled the first one";
   mainLoop_.runPending();
   EXPECT_EQ(Answer::of(first.receiveAll()).status, 200);
   EXPECT_EQ(Answer::of(second.receiveAll()).status, 200);
@@ -215,7 +215,7 @@ TEST_F(ControlServerTest, RefusesABodyThatLacksAField) {
   }
 }
 
-TEST_F(ControlServerTest, PassesOnWhatAHandlerObjectsTo) {
+TEST_F(ControlServerTest, ReturnsTheErrorOfAHandler) {
   server_->onRemove = [](const auto&, const auto& done) { done("That server is gone."); };
   server_->rootsProvider = [](const auto& done) { done(Error{"no agent"}); };
   start();
@@ -232,14 +232,14 @@ TEST_F(ControlServerTest, AnswersAHandlerThatNeverCompletes) {
             (json::Object{{"error", ControlServer::shuttingDown}}));
 }
 
-TEST_F(ControlServerTest, RefusesAPortThatIsNone) {
+TEST_F(ControlServerTest, RefusesAnInvalidPort) {
   EXPECT_EQ(test::logOf([this] { EXPECT_FALSE(server_->start(65536)); }),
             "[tray] the onboarding port 65536 is not between 0 and 65535\n");
   EXPECT_EQ(test::logOf([this] { EXPECT_FALSE(server_->start(-1)); }),
             "[tray] the onboarding port -1 is not between 0 and 65535\n");
 }
 
-TEST_F(ControlServerTest, SaysWhenThePortIsTakenAndGoesOn) {
+TEST_F(ControlServerTest, ReportsAPortInUseAndContinues) {
   start();
   ControlServer second(mainLoop_);
   EXPECT_EQ(test::logOf([&] { EXPECT_TRUE(second.start(port_)); }),
@@ -247,7 +247,7 @@ TEST_F(ControlServerTest, SaysWhenThePortIsTakenAndGoesOn) {
                 ": Address already in use\n");
 }
 
-/// The main thread never comes to a request, or comes to it in the very moment.
+/// The main thread never handles a request, or handles it at that moment.
 TEST_F(ControlServerTest, EndsAThousandTimesWithRequestsUnderWay) {
   std::minstd_rand random(1);
   for (int round = 0; round < 1000; ++round) {
@@ -271,7 +271,7 @@ TEST_F(ControlServerTest, EndsAThousandTimesWithRequestsUnderWay) {
   }
 }
 
-TEST_F(ControlServerTest, TellsARequestThatWaitsThatTheTrayIsShuttingDown) {
+TEST_F(ControlServerTest, AnswersWaitingRequestsWhenTheTrayShutsDown) {
   start();
   const RawClient client(port_);
   client.send(request("GET /status"));

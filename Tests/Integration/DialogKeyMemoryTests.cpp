@@ -17,10 +17,10 @@
 namespace zephyl {
 namespace {
 
-/// Letters of which the program makes the key, by exchanging the halves of the alphabet.
+/// Letters from which the program makes the key by exchanging the halves of the alphabet.
 constexpr std::string_view letters = "zqxjkvbpygfwmucldrhsnioatezqxjkvbpygfwm";
 
-/// The key inside out, as the search wants it, without it ever standing in this process.
+/// Returns the key inside out for the search, so that this process never contains the key itself.
 std::string disguisedKey() {
   std::string key;
   for (const char letter : letters) {
@@ -29,7 +29,7 @@ std::string disguisedKey() {
   return key;
 }
 
-TEST(DialogKeyMemory, HoldsOneCopyOfWhatWasTypedUntilThatIsCleared) {
+TEST(DialogKeyMemory, HoldsOneCopyOfTheTypedKeyUntilItIsCleared) {
   std::signal(SIGPIPE, SIG_IGN);
   const test::TemporaryDirectory directory;
   const auto program = directory.write(
@@ -54,7 +54,7 @@ TEST(DialogKeyMemory, HoldsOneCopyOfWhatWasTypedUntilThatIsCleared) {
   reactor.run([] {});
   mainLoop.runPending();
 
-  // The allocator overwrites the beginning of what is freed.
+  // The allocator overwrites the beginning of freed memory.
   const std::string rest = disguisedKey().substr(16);
   test::MemorySearch search;
   EXPECT_EQ(typed->text.size(), letters.size());

@@ -21,7 +21,7 @@ namespace {
 
 using namespace std::chrono_literals;
 
-/// How long a task waits for the main loop, asked again and again for a while.
+/// Measures repeatedly, for `length`, how long a task waits for the main loop.
 std::vector<Duration> mainLoopDelays(MainLoop& mainLoop, std::chrono::milliseconds length) {
   std::vector<Duration> delays;
   std::thread prober([&] {

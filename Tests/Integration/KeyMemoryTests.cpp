@@ -37,7 +37,7 @@ class KeyMemory : public ::testing::Test {
   }
   ~KeyMemory() override { tailnet_->stop(); }
 
-  /// As the controller does with a pasted key.
+  /// Joins a server with the key, like the controller does with a pasted one.
   void redeem() {
     SecretString pasted;
     pasted.append("inv_v2_").append(fingerprint).append("_");
@@ -66,11 +66,11 @@ class KeyMemory : public ::testing::Test {
 };
 
 TEST_F(KeyMemory, HoldsOneCopyUntilTheJoinSucceedsAndNoneFromThenOn) {
-  // Letters of an alphabet that no other text is made of, none of them known to the compiler.
+  // Letters that no other text contains, and that are not constants of the program.
   for (int i = 0; i < 40; ++i) {
     disguisedKey_.push_back(static_cast<char>(~('g' + (::getpid() + i * i) % 17)));
   }
-  // The allocator overwrites the beginning of what is freed.
+  // The allocator overwrites the beginning of freed memory.
   const std::string rest = disguisedKey_.substr(16);
   test::MemorySearch search;
   ASSERT_EQ(search.count(rest), 0U);

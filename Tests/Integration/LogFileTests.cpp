@@ -24,7 +24,7 @@ class LogFileTest : public ::testing::Test {
   test::ScopedVariable temporary_{"TMPDIR", directory_.path()};
 };
 
-TEST_F(LogFileTest, IsForThisUserAlone) {
+TEST_F(LogFileTest, IsReadableByThisUserOnly) {
   const auto path = writeLogFile("a\nb", now_);
   ASSERT_TRUE(path);
   EXPECT_TRUE(path->starts_with(directory_ / "zephyl-agent-log-")) << *path;
@@ -33,7 +33,7 @@ TEST_F(LogFileTest, IsForThisUserAlone) {
             std::filesystem::perms::owner_read | std::filesystem::perms::owner_write);
 }
 
-TEST_F(LogFileTest, IsNeverWrittenThroughALinkThatSomebodyPlaced) {
+TEST_F(LogFileTest, IsNeverWrittenThroughALink) {
   const auto path = writeLogFile("a", now_);
   ASSERT_TRUE(path);
   const auto victim = directory_.write("victim", "precious");
@@ -44,7 +44,7 @@ TEST_F(LogFileTest, IsNeverWrittenThroughALinkThatSomebodyPlaced) {
   EXPECT_EQ(contents(victim), "precious");
 }
 
-TEST_F(LogFileTest, IsNoneWhereNothingCanBeWritten) {
+TEST_F(LogFileTest, IsNulloptIfTheDirectoryIsNotWritable) {
   std::filesystem::remove_all(directory_.path());
   EXPECT_EQ(writeLogFile("a", now_), std::nullopt);
 }

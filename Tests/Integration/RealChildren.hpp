@@ -11,8 +11,8 @@
 
 namespace zephyl::test {
 
-/// What components run on when their children shall be real and their delays shall not take any
-/// time: time stands still until the test moves it. Made while the process has one thread.
+/// A runtime for components with real children and a manual clock. Must be created while the
+/// process has one thread.
 struct RealChildren {
   Guardian guardian = Guardian::start().value();
   MainLoop mainLoop;
@@ -24,8 +24,7 @@ struct RealChildren {
 
   [[nodiscard]] Runtime runtime() { return {mainLoop, reactor, pool, clock, launcher}; }
 
-  /// Lets what is on its way between the queues and the main thread arrive; what children do
-  /// takes its own time.
+  /// Runs all pending tasks of the queues and the main thread. Does not wait for children.
   void settle() {
     pool.waitUntilIdle();
     mainLoop.runPending();

@@ -11,7 +11,7 @@ namespace {
 
 constexpr std::size_t length = 200;
 
-/// Letters that no other text is made of, inside out, so that they do not stand in memory.
+/// Letters that no other text contains, inside out, so that memory does not contain the original.
 std::string disguisedText() {
   std::string text;
   for (std::size_t i = 0; i < length; ++i) {
@@ -28,8 +28,8 @@ class SecretStringMemory : public ::testing::Test {
       secret.append({&plain, 1});
     }
   }
-  /// How often the middle of the text stands in memory. The allocator writes to the ends of what is
-  /// freed.
+  /// Counts the middle of the text in memory, because the allocator overwrites the ends of freed
+  /// memory.
   std::size_t copies() { return search_.count(disguised_.substr(32, 64)); }
 
   const std::string disguised_ = disguisedText();
@@ -47,16 +47,16 @@ TEST_F(SecretStringMemory, HoldsOneCopyHoweverItGrows) {
   EXPECT_EQ(copies(), 1U);
 }
 
-TEST_F(SecretStringMemory, HoldsNothingOnceItIsGone) {
+TEST_F(SecretStringMemory, HoldsNothingAfterItsDestruction) {
   {
     SecretString secret;
     spell(secret, disguised_);
-    EXPECT_EQ(copies(), 1U) << "the search finds nothing at all";
+    EXPECT_EQ(copies(), 1U) << "the search does not find existing text";
   }
   EXPECT_EQ(copies(), 0U);
 }
 
-TEST_F(SecretStringMemory, HoldsNothingOfWhatWasErased) {
+TEST_F(SecretStringMemory, HoldsNothingOfAnErasedText) {
   SecretString secret;
   spell(secret, disguised_);
   secret.erase(10, length - 10);

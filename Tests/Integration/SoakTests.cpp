@@ -20,19 +20,19 @@ namespace {
 
 using namespace std::chrono_literals;
 
-/// After so many, what grows to its bound once (the log's ring, buffers, the heap itself) has.
+/// The number of starts after which bounded structures (the log's ring, buffers, the heap) are
+/// full.
 constexpr int warmUp = 200;
 constexpr int crashes = 1000;
 
-/// The heap in use may grow by what differs between two logs of 200 lines: a number with a digit
-/// more, a line of another kind. Forty bytes that stay with each start would exceed it.
+/// The heap in use may grow by the difference between two logs of 200 lines, for example a number
+/// with one more digit. A leak of forty bytes per start would exceed this.
 constexpr std::size_t heapAllowance = 32UL * 1024;
 
-/// Memory that the kernel counts may grow by what the heap has lost to holes, and by stacks of
-/// threads that were not there before.
+/// Resident memory may grow by fragmentation of the heap and by the stacks of new threads.
 constexpr std::size_t residentAllowance = 1024UL * 1024;
 
-/// What this process holds.
+/// The resources of this process.
 struct Holdings {
   std::ptrdiff_t descriptors = test::openDescriptors();
   std::size_t heap = ::mallinfo2().uordblks;
@@ -50,7 +50,7 @@ struct Holdings {
   }
 };
 
-/// By turns of its process id the daemon ends at once, and the client ends or is killed.
+/// Depending on its process id the daemon ends at once, or the client ends or is killed.
 constexpr auto daemonScript =
     "#!/bin/sh\n"
     "echo daemon $$ at your service\n"
@@ -80,7 +80,7 @@ class Soak : public ::testing::Test {
     return std::min<Duration>(1s * (1 << failures), 60s);
   }
 
-  /// Waits in real time for the end of the children that were asked to end.
+  /// Waits in real time until terminated children have ended.
   void waitForChildren() {
     ASSERT_TRUE(test::eventually([&] {
       runtime_.settle();
@@ -88,12 +88,12 @@ class Soak : public ::testing::Test {
     }));
   }
 
-  /// Starts a pair again and again until so many have failed, and ends the last.
+  /// Starts pairs until `count` of them have failed, and ends the last one.
   void crash(int times) {
     tailnet_->start();
     while (tailnet_->state().failureCount < times) {
       const auto failures = tailnet_->state().failureCount;
-      // No further than to the next start, whose children then end in real time.
+      // Only to the next start, because its children end in real time.
       runtime_.advance(failures == 0 ? Duration(0) : delayAfter(failures));
       runtime_.advance(TailnetProcess::clientDelay);
       ASSERT_TRUE(test::eventually([&] {
@@ -104,7 +104,7 @@ class Soak : public ::testing::Test {
     }
     tailnet_->stop();
     waitForChildren();
-    runtime_.reactor.run([] {});  // an exit is told before the child's descriptors are closed
+    runtime_.reactor.run([] {});  // an exit is reported before the child's descriptors are closed
     for (const auto& line : tailnet_->recentLog()) {
       ASSERT_EQ(line.find("failed to start"), std::string::npos) << line;
     }

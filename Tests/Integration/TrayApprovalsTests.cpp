@@ -10,12 +10,12 @@ class TrayApprovals : public test::TrayFixture {
     becomeBundle();
     agent_.answer("POST /api/approvals", 200, "{}");
     launchBesideAgent();
-    // Both first polls have ended: one that ends later would take the events' activity away.
+    // Waits for both first polls, because a later one would replace the activity of the events.
     runtime_.runUntil([&] { return agent_.requestCount("GET /api/activity") == 2; });
     runtime_.settle();
   }
 
-  /// The agent reports that these requests are pending, until the tray asks about one.
+  /// Reports these requests as pending until the tray prompts for one.
   void pend(const std::string& id) {
     const auto request = R"({"id":")" + id + R"(","kind":"path","tool":"cat","target":"/etc/)" +
                          id + R"(","root":"/r","reasons":[],"createdAt":1})";
@@ -45,7 +45,7 @@ TEST_F(TrayApprovals, ADecisionReachesTheAgent) {
   EXPECT_TRUE(runtime_.runUntil([&] { return desktop_.notifications.empty(); }));
 }
 
-TEST_F(TrayApprovals, WhatTheAgentRefusesIsShown) {
+TEST_F(TrayApprovals, ARefusalOfTheAgentIsShown) {
   agent_.answer("POST /api/approvals", 409, R"({"error":"too late"})");
   pend("a");
   dialogs_.press("Deny");
@@ -53,7 +53,7 @@ TEST_F(TrayApprovals, WhatTheAgentRefusesIsShown) {
   EXPECT_EQ(dialogs_.alerts()[0].informativeText, "too late");
 }
 
-TEST_F(TrayApprovals, MenuAndNotificationLeadToThePrompt) {
+TEST_F(TrayApprovals, MenuAndNotificationOpenThePrompt) {
   pend("a");
   dialogs_.failToShow();
   choose(menuActions::ReviewPendingApprovals());

@@ -10,7 +10,7 @@ namespace {
 
 using test::CommandPeer;
 
-/// A whole tray that is asked through its socket.
+/// A whole tray that is controlled through its socket.
 class TrayCommands : public test::TrayFixture {
  protected:
   TrayCommands() {
@@ -60,7 +60,7 @@ TEST_F(TrayCommands, ADecisionReachesTheAgentAndClosesThePrompt) {
   EXPECT_EQ(agent_.requestCount("POST /api/approvals"), 1U);
 }
 
-TEST_F(TrayCommands, AServerIsJoinedAsByTheWindow) {
+TEST_F(TrayCommands, AServerIsJoinedByACommand) {
   addTailnetPrograms();
   const auto reply = ask(R"({"join":"inv_v2_)" + std::string(32, 'a') + R"(_one"})");
   EXPECT_EQ(reply.kind, CommandReply::Kind::result);
@@ -69,7 +69,7 @@ TEST_F(TrayCommands, AServerIsJoinedAsByTheWindow) {
   EXPECT_EQ(servers.at(0).at("id").as_string(), Servers::all()[0].id);
 }
 
-TEST_F(TrayCommands, TheSocketGoesWithTheTray) {
+TEST_F(TrayCommands, TheSocketIsRemovedWithTheTray) {
   EXPECT_EQ(ask(R"({"quit":true})").kind, CommandReply::Kind::result);
   runtime_.mainLoop.run();  // returns because of the request
   EXPECT_TRUE(std::filesystem::exists(path()));

@@ -5,7 +5,7 @@ namespace {
 
 using namespace std::chrono_literals;
 
-/// A tray with an agent that answers, asked over its control API.
+/// A tray with a reachable agent, used over its control API.
 class TrayControl : public test::TrayFixture {
  protected:
   TrayControl() {
@@ -16,14 +16,14 @@ class TrayControl : public test::TrayFixture {
   }
 };
 
-TEST_F(TrayControl, TheDesktopAppIsToldHowToReachTheTray) {
+TEST_F(TrayControl, TheDesktopAppGetsTokenAndPort) {
   const auto& environment = child("zephyl-desktop")->options().environment;
   EXPECT_EQ(environment.at("ZEPHYL_ONBOARD_PORT"), std::to_string(controlPort_));
   EXPECT_EQ(environment.at("ZEPHYL_ONBOARD"), "1");
   EXPECT_FALSE(environment.contains("ZEPHYL_URL"));
 }
 
-TEST_F(TrayControl, StatusAndServersOfATailnetThatIsUp) {
+TEST_F(TrayControl, StatusAndServersOfARunningTailnet) {
   EXPECT_EQ(ask("GET /status"),
             (json::Object{{"available", true}, {"enrolled", false}, {"running", false}}));
   const auto id = joinServer();
@@ -40,7 +40,7 @@ TEST_F(TrayControl, StatusAndServersOfATailnetThatIsUp) {
   EXPECT_EQ(server.at("webUrl"), "http://100.64.0.7:80");
 }
 
-TEST_F(TrayControl, TheInternalNameIsLookedUpOnceTheFirstTailnetStarts) {
+TEST_F(TrayControl, TheInternalNameIsResolvedWhenTheFirstTailnetStarts) {
   EXPECT_EQ(launched("getent"), 0U) << "there is no tailnet yet";
   joinServer();
   const auto lookUp = child("getent");
@@ -56,7 +56,7 @@ TEST_F(TrayControl, TheInternalNameIsLookedUpOnceTheFirstTailnetStarts) {
   EXPECT_EQ(launched("getent"), 1U);
 }
 
-TEST_F(TrayControl, AWindowThatIsStartedLaterIsToldOfTheServer) {
+TEST_F(TrayControl, AWindowThatIsStartedLaterGetsTheServer) {
   joinServer();
   child("zephyl-desktop")->exit({});
   runtime_.settle();
@@ -66,7 +66,7 @@ TEST_F(TrayControl, AWindowThatIsStartedLaterIsToldOfTheServer) {
   EXPECT_FALSE(environment.contains("ZEPHYL_ONBOARD"));
 }
 
-TEST_F(TrayControl, AnAddressThatIsEmptyIsNone) {
+TEST_F(TrayControl, AnEmptyAddressIsIgnored) {
   joinServer();
   child("zephyl-tailnet")->print({"data tunnel on http://", "verified control plane via "});
   runtime_.settle();
@@ -79,7 +79,7 @@ TEST_F(TrayControl, AnAddressThatIsEmptyIsNone) {
   }
 }
 
-TEST_F(TrayControl, ATailnetThatFailsAgainAndAgainSaysSo) {
+TEST_F(TrayControl, ATailnetThatFailsRepeatedlyIsReported) {
   joinServer();
   for (int failures = 0; failures <= TailnetProcess::maxFailures; ++failures) {
     runtime_.advance(61s);
@@ -100,7 +100,7 @@ TEST_F(TrayControl, RootsAreTheAgentsRecords) {
                          R"({"root":"/b","name":"b"}]})"));
 }
 
-TEST_F(TrayControl, RootsThatTheAgentDoesNotTellAreABadGateway) {
+TEST_F(TrayControl, RootsWithoutAnAnswerOfTheAgentAreABadGateway) {
   agent_.answer("GET /api/roots", 200, "{}");
   EXPECT_EQ(ask("GET /roots"), error("roots: missing"));
   EXPECT_EQ(status_, "502");
@@ -121,7 +121,7 @@ TEST_F(TrayControl, AFolderIsChosenAndSharedWithOneServer) {
             (json::Object{{"root", "/home/me/project"}, {"servers", json::Array{id}}}));
 }
 
-TEST_F(TrayControl, WithoutAPickerOfTheDesktopOurOwnAsks) {
+TEST_F(TrayControl, WithoutAPortalTheOwnFolderDialogIsUsed) {
   const auto id = joinServer();
   const test::RawClient client(controlPort_);
   send(client, "POST /servers/" + id + "/roots", "");
@@ -132,14 +132,14 @@ TEST_F(TrayControl, WithoutAPickerOfTheDesktopOurOwnAsks) {
   EXPECT_EQ(receive(client), error("no screen"));
 }
 
-TEST_F(TrayControl, AFolderThatNobodySharesAnyMoreIsRemoved) {
+TEST_F(TrayControl, AFolderWithoutServersIsRemoved) {
   const auto id = joinServer();
   agent_.answer("DELETE /api/roots", 200, R"({"roots":[]})");
   EXPECT_EQ(ask("POST /servers/" + id + "/roots/scope", R"({"root":"/a","shared":false})"), ok_);
   EXPECT_EQ(agent_.requestCount("DELETE /api/roots"), 1U);
 }
 
-TEST_F(TrayControl, AFolderOfEveryServerIsKeptForTheOthers) {
+TEST_F(TrayControl, AFolderSharedWithAllServersStaysSharedWithTheOthers) {
   const auto id = joinServer();
   EXPECT_EQ(invite("inv_v2_" + std::string(32, 'b') + "_two"), ok_);
   agent_.answer("PATCH /api/roots", 200, R"({"roots":[]})");
@@ -147,7 +147,7 @@ TEST_F(TrayControl, AFolderOfEveryServerIsKeptForTheOthers) {
   EXPECT_EQ(agent_.requestCount("PATCH /api/roots"), 1U);
 }
 
-TEST_F(TrayControl, DiagnosticsTellEverySectionAndNoSecret) {
+TEST_F(TrayControl, DiagnosticsHaveEverySectionAndNoSecret) {
   joinServer();
   child("zephyl-tailnet")->print(std::vector<std::string>(50, "a line"));
   runtime_.settle();
@@ -171,7 +171,7 @@ TEST_F(TrayControl, DiagnosticsTellEverySectionAndNoSecret) {
   EXPECT_EQ(text.find(token()), std::string::npos);
 }
 
-TEST_F(TrayControl, AScreenOfTheDesktopAppIsHandedOutOnce) {
+TEST_F(TrayControl, ARequestedScreenIsReturnedOnce) {
   delegate_->applicationShouldHandleReopen();
   EXPECT_EQ(ask("GET /status").at("request"), "join");
   EXPECT_FALSE(ask("GET /status").as_object().contains("request"));

@@ -19,10 +19,9 @@
 
 namespace zephyl::test {
 
-/// A whole tray with a real registry, a real control API and an agent on a socket, on a desktop and
-/// with children that exist only in the test. The desktop app is installed, so that the tray starts
-/// it, and with it gives away the token of the control API. The agent answers nothing until it is
-/// told to.
+/// A whole tray with a real registry, a real control API and an agent on a socket, but with a fake
+/// desktop and fake children. The desktop app is installed, so that the tray starts it and passes
+/// it the token of the control API. The agent answers nothing until the test sets its answers.
 class TrayFixture : public ::testing::Test {
  protected:
   TrayFixture() { world_.addProgram("packages/desktop/src-tauri/target/release/zephyl-desktop"); }
@@ -37,7 +36,7 @@ class TrayFixture : public ::testing::Test {
     world_.addProgram("packages/tailnet-client/tailscaled");
     world_.addProgram("packages/tailnet-client/zephyl-tailnet");
   }
-  /// Makes the running program one with a bundle identifier.
+  /// Gives the running program a bundle identifier.
   void becomeBundle() {
     world_.directory().write("prefix/share/zephyl-tray/Info.json",
                              R"({"CFBundleIdentifier":"com.zephyl.tray"})");
@@ -49,7 +48,7 @@ class TrayFixture : public ::testing::Test {
                                               commandSetup_);
     delegate_->applicationDidFinishLaunching();
   }
-  /// Launches the tray beside an agent that answers, and waits until the tray knows.
+  /// Launches the tray with a reachable agent, and waits until the tray has polled it.
   void launchBesideAgent() {
     agent_.answerHealthily();
     launch();
@@ -61,7 +60,7 @@ class TrayFixture : public ::testing::Test {
     desktop_.item.events.chosen(MenuAction(TrayAction(std::move(action))));
   }
 
-  /// The running child whose program ends in `name`, or null.
+  /// Returns the running child whose program ends in `name`; null if there is none.
   std::shared_ptr<FakeChild> child(const std::string& name) {
     const auto children = runtime_.launcher.children();
     const auto found = std::ranges::find_if(children, [&](const auto& each) {
@@ -69,7 +68,7 @@ class TrayFixture : public ::testing::Test {
     });
     return found == children.end() ? nullptr : *found;
   }
-  /// How many children were launched, and how many of them run, whose program ends in `name`.
+  /// Return the numbers of launched and of running children whose program ends in `name`.
   std::size_t launched(const std::string& name) {
     return count([&](const auto& each) { return each.options().executable.ends_with(name); });
   }
@@ -79,7 +78,7 @@ class TrayFixture : public ::testing::Test {
     });
   }
 
-  /// The control API, asked as the desktop app does.
+  /// Sends a request to the control API like the desktop app.
   void send(const RawClient& client, const std::string& line, const std::string& body) {
     client.send(line + " HTTP/1.1\r\nX-Zephyl-Onboard-Token: " + token() +
                 "\r\nContent-Length: " + std::to_string(body.size()) + "\r\n\r\n" + body);
@@ -106,7 +105,7 @@ class TrayFixture : public ::testing::Test {
   }
   static json::Value error(const std::string& message) { return json::Object{{"error", message}}; }
 
-  /// Joins a server, waits until its tailnet is up, and returns the server's id.
+  /// Joins a server, waits until its tailnet is running, and returns the server's id.
   std::string joinServer(const std::string& address = "100.64.0.7:80") {
     EXPECT_EQ(invite("inv_v2_" + std::string(32, 'a') + "_one"), ok_);
     runtime_.advance(std::chrono::seconds(2));
@@ -125,9 +124,9 @@ class TrayFixture : public ::testing::Test {
   TestRuntime runtime_;
   FakeDesktop desktop_;
   FakeDialogs dialogs_;
-  CommandSetup commandSetup_;  // serves no commands until a test says otherwise
+  CommandSetup commandSetup_;  // serves no commands by default
   std::shared_ptr<AppDelegate> delegate_;
-  std::string status_;  // of the last answer of the control API
+  std::string status_;  // status line of the last answer of the control API
 
  private:
   template <typename Condition>

@@ -11,8 +11,8 @@ using namespace std::chrono_literals;
 /// From the start of the tray to its end, with and without an agent.
 class TrayLife : public test::TrayFixture {
  protected:
-  /// Moves time on, poll by poll, until `condition` holds. One poll may not do: an earlier one that
-  /// is still under way can end after it.
+  /// Advances time, poll by poll, until `condition` holds. One poll may not suffice, because an
+  /// earlier one may end after it.
   bool pollUntil(const std::function<bool()>& condition) {
     for (int poll = 0; poll < 20; ++poll) {
       runtime_.clock.advance(AgentMonitor::pollInterval);
@@ -54,7 +54,7 @@ TEST_F(TrayLife, LaunchesTheAgentOnceWhenNothingAnswers) {
   EXPECT_EQ(launched(loginShell()), 1U);
 }
 
-TEST_F(TrayLife, HasAMenuAndFollowsTheStreamBeforeTheFirstPollIsBack) {
+TEST_F(TrayLife, HasAMenuAndFollowsTheStreamDuringTheFirstPoll) {
   agent_.hang("GET /api/status");
   launch();
   EXPECT_FALSE(desktop_.item.menu.empty());
@@ -78,7 +78,7 @@ TEST_F(TrayLife, PollsAndEventsReachTheIcon) {
   EXPECT_TRUE(tellUntil(false, StatusIcon::idle));
 }
 
-TEST_F(TrayLife, AHundredMegabytesOfJSONAreNoAnswer) {
+TEST_F(TrayLife, AnAnswerOfAHundredMegabytesIsRefused) {
   launchBesideAgent();
   agent_.answer("GET /api/status", 200, R"({"state":")" + std::string(100 << 20, 'x') + "\"}");
   EXPECT_TRUE(pollUntil([&] { return !delegate_->agentSnapshot().reachable; }));
@@ -109,7 +109,7 @@ TEST_F(TrayLife, AsksForNotificationsOnlyInsideABundle) {
   EXPECT_EQ(desktop_.authorizationRequests, 1);
 }
 
-TEST_F(TrayLife, TellsTheUserWhyTheAgentFailed) {
+TEST_F(TrayLife, ReportsWhyTheAgentFailedToTheUser) {
   world_.addAgent();
   launch();
   ASSERT_TRUE(agentLaunched());
@@ -122,7 +122,7 @@ TEST_F(TrayLife, TellsTheUserWhyTheAgentFailed) {
   EXPECT_EQ(window.fullText, "no space left");
 }
 
-TEST_F(TrayLife, TellsTheUserThatThereIsNoAgent) {
+TEST_F(TrayLife, ReportsAMissingAgentToTheUser) {
   launch();
   ASSERT_TRUE(runtime_.runUntil([&] { return !dialogs_.logWindows().empty(); }));
   const auto window = dialogs_.logWindows()[0];
@@ -156,7 +156,7 @@ TEST_F(TrayLife, TerminatingKillsAnAgentThatDoesNotEnd) {
   EXPECT_FALSE(agent->isRunning());
 }
 
-TEST_F(TrayLife, WhatArrivesAfterItIsGoneDoesNothing) {
+TEST_F(TrayLife, IgnoresEventsAfterItsDestruction) {
   launchBesideAgent();
   const std::weak_ptr<AppDelegate> witness = delegate_;
   agent_.hang("GET /api/status");

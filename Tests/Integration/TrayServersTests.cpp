@@ -39,7 +39,7 @@ class TrayServers : public test::TrayFixture {
     throw std::logic_error("no client was launched");
   }
 
-  /// From now on the registry cannot be saved.
+  /// Makes later saves of the registry fail.
   void breakRegistry() {
     std::filesystem::remove(registry_);
     std::filesystem::create_directories(registry_);
@@ -94,7 +94,7 @@ TEST_F(TrayServers, AServerThatCannotBeSavedIsNotJoined) {
   EXPECT_EQ(launched(loginShell()), 1U) << "the agent is not restarted";
 }
 
-TEST_F(TrayServers, NoSettingOfAServerIsReportedAsChangedThatCannotBeSaved) {
+TEST_F(TrayServers, ASettingThatCannotBeSavedIsReportedAsAFailure) {
   const auto id = Servers::add("", "http://lab", std::nullopt)->id;
   breakRegistry();
   EXPECT_EQ(change(id, "label", "Lab"), unchanged_);
@@ -107,7 +107,7 @@ TEST_F(TrayServers, NoSettingOfAServerIsReportedAsChangedThatCannotBeSaved) {
   EXPECT_EQ(launched(loginShell()), 1U) << "the agent is not restarted";
 }
 
-TEST_F(TrayServers, AServerThatCannotBeRemovedGoesOnRunning) {
+TEST_F(TrayServers, AServerThatCannotBeRemovedKeepsRunning) {
   join();
   runtime_.advance(2s);
   ASSERT_EQ(running("zephyl-tailnet"), 1U);
@@ -160,7 +160,7 @@ TEST_F(TrayServers, RemovingTheLastJoinedServerForgetsTheEnrolment) {
   EXPECT_TRUE(Servers::all().empty());
 }
 
-TEST_F(TrayServers, TheMenuLeadsToTheScreensOfTheDesktopApp) {
+TEST_F(TrayServers, TheMenuOpensTheScreensOfTheDesktopApp) {
   const auto id = joinServer();
   ask("GET /status");
   const auto screenOf = [&](TrayAction action) {
@@ -204,7 +204,7 @@ TEST_F(TrayServers, TheMenuIsNotRebuiltWhileItIsOpen) {
   EXPECT_EQ(desktop_.item.menusSet, before + 1);
 }
 
-TEST_F(TrayServers, TheMenuAsksForAnInviteKeyWhereTheDesktopAppIsNotInstalled) {
+TEST_F(TrayServers, TheMenuAsksForAnInviteKeyIfTheDesktopAppIsNotInstalled) {
   std::filesystem::remove_all(world_.source());
   const auto before = std::filesystem::current_path();
   std::filesystem::current_path(world_.directory().path());

@@ -30,7 +30,7 @@ class TrialStartTest : public ::testing::Test {
     directory_.write(place + "/share/zephyl-tray/Info.json",
                      R"({"CFBundleShortVersionString": ")" + version + "\"}");
   }
-  /// An updater program that writes down what it is told, and who it is.
+  /// Writes an updater program that records its command and its path.
   void installUpdater(const std::string& place, const std::string& work) {
     directory_.write(place + "/libexec/zephyl-tray/zephyl-tray-updater",
                      "#!/bin/sh\necho \"" + place + " $(cat)\" >> '" + (directory_ / "told") +
@@ -47,7 +47,7 @@ class TrialStartTest : public ::testing::Test {
     const auto text = readFile(directory_ / "told");
     return text ? *text : "";
   }
-  /// What an updater program does that rolls back.
+  /// Returns shell commands that roll back, for an updater program.
   [[nodiscard]] std::string rollBack() const {
     return "sed -i s/2.0/1.0/ '" + prefix_ + "/share/zephyl-tray/Info.json'";
   }
@@ -79,7 +79,7 @@ TEST_F(TrialStartTest, RemovesANoteOfAVersionThatIsNotInstalledUnlessAnUpdaterIs
     const FileDescriptor lock(::open(files_.lock.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600));
     ASSERT_EQ(::flock(lock.get(), LOCK_EX), 0);
     EXPECT_FALSE(returns());
-    EXPECT_EQ(starts(), 7) << "version 3.0 may be installed the next moment";
+    EXPECT_EQ(starts(), 7) << "version 3.0 may still be installed";
   }
   EXPECT_FALSE(returns());
   EXPECT_FALSE(fileExists(files_.trial));
@@ -102,7 +102,7 @@ TEST_F(TrialStartTest, ComparesVersionsAsUpdatesDo) {
   EXPECT_EQ(starts(), 1);
 }
 
-TEST_F(TrialStartTest, HasTheUpdaterOfThePreviousVersionRollBackOneThatNeverConfirmed) {
+TEST_F(TrialStartTest, RollsBackAVersionThatNeverConfirmedWithThePreviousUpdater) {
   putOnTrial("2.0", maxTrialStarts);
   installUpdater("opt/zephyl", rollBack());
   installUpdater("opt/.zephyl.updates/staged", rollBack());
@@ -115,7 +115,7 @@ TEST_F(TrialStartTest, HasTheUpdaterOfThePreviousVersionRollBackOneThatNeverConf
             "[tray] version 2.0 failed to start 3 times; rolling back to the previous version\n");
 }
 
-TEST_F(TrialStartTest, TriesOtherUpdatersAndStartsAllTheSameWhenNoneHelps) {
+TEST_F(TrialStartTest, TriesOtherUpdatersAndStartsEvenIfAllFail) {
   putOnTrial("2.0", maxTrialStarts);
   installUpdater("opt/zephyl", "exit 1");
   installUpdater("opt/.zephyl.updates/staged", "exit 0  # which it does not deserve");
@@ -127,13 +127,13 @@ TEST_F(TrialStartTest, TriesOtherUpdatersAndStartsAllTheSameWhenNoneHelps) {
   EXPECT_TRUE(fileExists(files_.trial));
 }
 
-TEST_F(TrialStartTest, BecomesWhateverStandsInPlaceHoweverThatWasReported) {
+TEST_F(TrialStartTest, ExecutesTheInstalledVersionWhateverTheUpdaterReported) {
   putOnTrial("2.0", maxTrialStarts);
   installUpdater("opt/zephyl", rollBack() + "; exit 1");
   EXPECT_TRUE(returns());
 }
 
-TEST_F(TrialStartTest, WaitsOnlySoLongForAnUpdaterThatHangs) {
+TEST_F(TrialStartTest, DoesNotWaitForAnUpdaterThatHangs) {
   putOnTrial("2.0", maxTrialStarts);
   const std::string pid = directory_ / "pid";
   installUpdater("opt/.zephyl.updates/previous", "sleep 1000 & echo $! > '" + pid + "'; wait");
@@ -143,9 +143,10 @@ TEST_F(TrialStartTest, WaitsOnlySoLongForAnUpdaterThatHangs) {
   const auto took = std::chrono::steady_clock::now() - began;
   EXPECT_GE(took, trialStartTimeout - std::chrono::milliseconds(100));
   EXPECT_LT(took, trialStartTimeout + std::chrono::seconds(3));
-  EXPECT_EQ(told(), "opt/.zephyl.updates/previous " + command_) << "no time is left for another";
+  EXPECT_EQ(told(), "opt/.zephyl.updates/previous " + command_)
+      << "no time is left for another updater";
   const auto left = static_cast<pid_t>(std::stol(readFile(pid).value()));
-  EXPECT_TRUE(test::eventually([&] { return test::hasEnded(left); })) << "nothing is left of it";
+  EXPECT_TRUE(test::eventually([&] { return test::hasEnded(left); })) << "it is removed completely";
 }
 
 TEST_F(TrialStartTest, RunsNothingInADirectoryThatOthersMayEnter) {
@@ -183,7 +184,7 @@ TEST_F(TrialStartTest, RemovesANoteThatItCannotDecode) {
   EXPECT_FALSE(fileExists(files_.trial));
 }
 
-TEST_F(TrialStartTest, RecordsAnEndThatWasAskedForAndDoesNotCountAShortStart) {
+TEST_F(TrialStartTest, RecordsARequestedEndAndDoesNotCountThatStart) {
   recordRequestedEnd(bundle_, {});
   EXPECT_FALSE(fileExists(files_.directory));
   putOnTrial("2.0", 2);
@@ -191,7 +192,7 @@ TEST_F(TrialStartTest, RecordsAnEndThatWasAskedForAndDoesNotCountAShortStart) {
   EXPECT_EQ(readMarker(files_.trial)->endedProcess, ::getpid());
   EXPECT_EQ(starts(), 1);
   recordRequestedEnd(bundle_, confirmationTimeout);
-  EXPECT_EQ(starts(), 1) << "it has had its chance";
+  EXPECT_EQ(starts(), 1) << "it was tried already";
   putOnTrial("2.0", 0);
   recordRequestedEnd(bundle_, {});
   EXPECT_EQ(starts(), 0);
@@ -200,7 +201,7 @@ TEST_F(TrialStartTest, RecordsAnEndThatWasAskedForAndDoesNotCountAShortStart) {
   EXPECT_EQ(starts(), 2) << "another version is on trial";
 }
 
-TEST_F(TrialStartTest, KnowsTheRunningVersionOnlyWhileItIsTheInstalledOne) {
+TEST_F(TrialStartTest, KnowsTheRunningVersionOnlyIfItIsInstalled) {
   const std::string self = std::filesystem::read_symlink("/proc/self/exe");
   std::filesystem::remove(prefix_ + "/bin/zephyl-tray");
   std::filesystem::create_symlink(self, prefix_ + "/bin/zephyl-tray");

@@ -13,7 +13,7 @@
 
 namespace zephyl::test {
 
-/// What a test gets to see of a child.
+/// Records the output and the end of a child.
 class ChildWitness {
  public:
   void attachTo(ProcessOptions& options) {
@@ -31,7 +31,7 @@ class ChildWitness {
     };
   }
 
-  /// The lines, once there are so many.
+  /// Waits for `count` lines and returns them.
   std::vector<std::string> waitForLines(std::size_t count) {
     std::unique_lock lock(mutex_);
     EXPECT_TRUE(changed_.wait_for(lock, limit, [&] { return lines_.size() >= count; }));
@@ -62,7 +62,7 @@ class ChildWitness {
   std::size_t linesAtExit_ = 0;
 };
 
-/// The options of a child that runs `executable`, in an environment of its own.
+/// Returns the options of a child that runs `executable` in its own environment.
 inline ProcessOptions program(std::string executable, std::vector<std::string> arguments = {}) {
   ProcessOptions options;
   options.executable = std::move(executable);
@@ -71,7 +71,7 @@ inline ProcessOptions program(std::string executable, std::vector<std::string> a
   return options;
 }
 
-/// The options of a child that runs a shell script.
+/// Returns the options of a child that runs a shell script.
 inline ProcessOptions script(const std::string& text) {
   return program("/bin/sh", {"-c", text});
 }

@@ -14,7 +14,7 @@
 
 namespace zephyl::test {
 
-/// A client of the commands' socket that sends and receives bytes as a test wants them.
+/// A client of the socket for commands that sends and receives raw bytes.
 class CommandPeer {
  public:
   explicit CommandPeer(const std::string& path) {
@@ -35,13 +35,13 @@ class CommandPeer {
     received_.erase(0, end + 1);
     return line;
   }
-  /// Waits for a line; nothing else runs meanwhile on this thread.
+  /// Waits for a line. Blocks this thread.
   std::string awaitLine() {
     std::optional<std::string> found;
     EXPECT_TRUE(eventually([&] { return (found = line()).has_value(); }));
     return found.value_or("");
   }
-  /// Whether the other side has closed the connection.
+  /// Returns whether the peer has closed the connection.
   bool isClosed() {
     read();
     return closed_;

@@ -6,7 +6,7 @@
 
 namespace zephyl::test {
 
-/// Waits until `condition` holds, asking again and again; false when it does not within `limit`.
+/// Polls `condition` until it holds. Returns false if it does not hold within `limit`.
 inline bool eventually(const std::function<bool()>& condition,
                        std::chrono::milliseconds limit = std::chrono::seconds(10)) {
   const auto deadline = std::chrono::steady_clock::now() + limit;

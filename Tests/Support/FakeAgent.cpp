@@ -12,7 +12,7 @@ namespace zephyl::test {
 
 namespace {
 
-/// Reads until the head of a request and its body are there; nothing when the peer goes first.
+/// Reads a request with its head and body. Returns nullopt if the peer disconnects before its end.
 std::optional<FakeAgent::Request> readRequest(int connection) {
   std::string text;
   std::size_t head = std::string::npos;

@@ -12,9 +12,9 @@
 
 namespace zephyl::test {
 
-/// An agent's HTTP side on a free loopback port, in this process: canned answers, an event stream
-/// that the test writes to, and a memory of what was asked. Asked for something that it has no
-/// answer to it says 404.
+/// An HTTP server that imitates the agent, on a free loopback port in this process. It has canned
+/// answers, an event stream that the test writes to, and a record of the requests. Requests without
+/// an answer get 404.
 class FakeAgent {
  public:
   struct Request {
@@ -34,9 +34,9 @@ class FakeAgent {
 
   /// `call` is a method and a path, "GET /api/status".
   void answer(const std::string& call, int status, const std::string& body);
-  /// From now on this call is read and never answered.
+  /// Stops answering this call.
   void hang(const std::string& call);
-  /// Answers status, roots and activity as a healthy agent does.
+  /// Answers status, roots and activity like a healthy agent.
   void answerHealthily(const std::string& roots = "[]");
 
   [[nodiscard]] std::vector<Request> requests() const;
@@ -75,7 +75,7 @@ class FakeAgent {
   std::thread acceptor_;
 };
 
-/// The smallest activity record there is.
+/// Returns the smallest valid activity record.
 std::string activityJSON(bool busy, const std::string& more = "");
 
 }  // namespace zephyl::test

@@ -8,7 +8,7 @@
 
 namespace zephyl::test {
 
-/// A desktop that remembers what it was told to show.
+/// A desktop that records everything that it should show.
 class FakeDesktop final : public Desktop {
  public:
   class Item final : public StatusItem {
@@ -74,7 +74,7 @@ class FakeDesktop final : public Desktop {
   bool hasStatusItem = false;
   int authorizationRequests = 0;
   DesktopEvents events;
-  std::vector<Notification> notifications;  ///< those that are on screen
+  std::vector<Notification> notifications;  ///< the ones on screen
   std::vector<RunningApplication> applications;
   std::vector<RunningApplication> activated;
   std::vector<RunningApplication> terminated;

@@ -13,7 +13,7 @@
 
 namespace zephyl::test {
 
-/// Dialogs that a test looks at and answers in the user's place.
+/// Dialogs that a test inspects and answers in place of the user.
 class FakeDialogs final : public Dialogs {
  public:
   struct OpenAlert {
@@ -40,7 +40,7 @@ class FakeDialogs final : public Dialogs {
     return open(logWindows_, {window, std::move(tell)});
   }
 
-  /// What is on screen, the oldest first.
+  /// Returns the alerts on screen, oldest first.
   [[nodiscard]] std::vector<Alert> alerts() const {
     std::vector<Alert> all;
     for (const auto& each : alerts_) all.push_back(each->alert);
@@ -52,7 +52,7 @@ class FakeDialogs final : public Dialogs {
     return all;
   }
 
-  /// Answers the newest alert with a button; it goes.
+  /// Answers the newest alert with a button and closes it.
   void press(const std::string& button, const std::string& text = "") {
     const auto& buttons = alerts_.back()->alert.buttons;
     const auto found = std::ranges::find(buttons, button);
@@ -66,11 +66,11 @@ class FakeDialogs final : public Dialogs {
     tell(event);
   }
 
-  /// How often the user was led to the newest alert.
+  /// Returns how often the newest alert was brought to the front.
   [[nodiscard]] int timesBroughtToFront() const { return alerts_.back()->timesBroughtToFront; }
 
   std::vector<FolderRequest> folderRequests;
-  /// Answers the oldest question for a folder that is on screen.
+  /// Answers the oldest folder request on screen.
   void folderAnswer(const Result<std::optional<std::string>>& answer) {
     const auto oldest = folderAnswers_.at(0);
     (*oldest)(answer);
@@ -82,7 +82,7 @@ class FakeDialogs final : public Dialogs {
   template <typename T>
   using List = std::vector<std::shared_ptr<T>>;
 
-  /// On screen as long as the handle lives.
+  /// Shows the dialog until its handle is destroyed.
   template <typename T>
   class Window final : public Dialog {
    public:

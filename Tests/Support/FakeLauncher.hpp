@@ -10,8 +10,7 @@
 
 namespace zephyl::test {
 
-/// A child that does what the test says. It dies of signals as a real one does, unless told to
-/// ignore SIGTERM.
+/// A child that the test controls. Signals end it like a real child, unless it ignores SIGTERM.
 class FakeChild final : public ChildProcess {
  public:
   FakeChild(pid_t pid, ProcessOptions options) : pid_(pid), options_(std::move(options)) {}
@@ -30,10 +29,10 @@ class FakeChild final : public ChildProcess {
   void ignoreTermination() { ignoresTermination_ = true; }
   void print(std::vector<std::string> lines);
   void printError(std::vector<std::string> lines);
-  /// The lines of its input, and whether that has ended.
+  /// The lines written to its input, and whether the input was closed.
   [[nodiscard]] std::vector<std::string> input() const;
   [[nodiscard]] bool inputEnded() const;
-  /// Ends by itself.
+  /// Ends the child without a signal.
   void exit(ExitStatus status);
 
  private:
@@ -47,12 +46,12 @@ class FakeChild final : public ChildProcess {
   bool inputEnded_ = false;
 };
 
-/// A launcher whose children exist only in the test.
+/// A launcher of fake children.
 class FakeLauncher final : public ProcessLauncher {
  public:
   [[nodiscard]] Result<std::shared_ptr<ChildProcess>> launch(ProcessOptions options) override;
 
-  /// The next launches fail with this reason; none: they succeed again.
+  /// Makes later launches fail with this reason; nullopt makes them succeed again.
   void failWith(std::optional<std::string> reason);
   [[nodiscard]] std::vector<std::shared_ptr<FakeChild>> children() const;
   [[nodiscard]] std::shared_ptr<FakeChild> newest() const { return children().back(); }

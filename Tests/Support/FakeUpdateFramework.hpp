@@ -8,8 +8,8 @@
 
 namespace zephyl::test {
 
-/// An update framework that does what the test says, on the thread on which it is said. Outlives
-/// its controller.
+/// An update framework that the test controls. Calls its delegate on the test's thread. Must
+/// outlive its controller.
 class FakeUpdateFramework {
  public:
   [[nodiscard]] UpdaterFactory factory() {
@@ -21,7 +21,7 @@ class FakeUpdateFramework {
     };
   }
 
-  /// Whom it tells; none when that is gone or was never named.
+  /// Returns the delegate; null if it was destroyed or never set.
   [[nodiscard]] std::shared_ptr<UpdateDelegate> delegate() const { return delegate_.lock(); }
 
   void setCanCheck(bool can) {
@@ -30,7 +30,7 @@ class FakeUpdateFramework {
   }
   [[nodiscard]] bool isObserved() const { return observer_ != nullptr; }
 
-  bool fails = false;  ///< the next start comes to nothing
+  bool fails = false;  ///< the next start fails
   bool canCheck = false;
   bool running = false;
   bool endedWhileObserved = false;

@@ -6,7 +6,7 @@
 
 namespace zephyl::test {
 
-/// Lets no file of this process grow beyond so many bytes, as a full disk does.
+/// Limits the size of files that this process writes, which simulates a full disk.
 class FileSizeLimit {
  public:
   explicit FileSizeLimit(rlim_t bytes) : oldAction_(std::signal(SIGXFSZ, SIG_IGN)) {

@@ -15,7 +15,8 @@
 
 namespace zephyl::test {
 
-/// A socket that listens at a numeric address and port; empty if the address cannot be bound.
+/// Returns a socket that listens at a numeric address and port; empty if the address cannot be
+/// bound.
 inline FileDescriptor listenOn(const std::string& address, int port) {
   sockaddr_storage storage{};
   socklen_t size = 0;
@@ -44,13 +45,13 @@ inline FileDescriptor listenOn(const std::string& address, int port) {
   return socket;
 }
 
-/// A program of another user that listens at a port of 127.0.0.1 and accepts nothing. Only root can
-/// have one.
+/// A program of another user that listens on a port of 127.0.0.1 and accepts nothing. Requires
+/// root.
 class ForeignListener {
  public:
   static constexpr uid_t user = 54321;
 
-  /// `port` 0 is any free one.
+  /// `port` 0 means any free port.
   explicit ForeignListener(int port = 0) {
     int told[2];
     if (::geteuid() != 0 || ::pipe(told) != 0) return;
@@ -70,7 +71,7 @@ class ForeignListener {
   ForeignListener(const ForeignListener&) = delete;
   ForeignListener& operator=(const ForeignListener&) = delete;
 
-  /// nullopt when this user cannot have one.
+  /// Returns nullopt if this user is not root.
   [[nodiscard]] std::optional<int> port() const { return port_; }
 
  private:

@@ -11,8 +11,8 @@
 
 namespace zephyl::test {
 
-/// Whether `condition` holds for a user who has no home directory, neither in the environment nor
-/// in the password database; asked in a process of its own. None when this user cannot become one.
+/// Evaluates `condition`, in a child process, as a user without a home directory in the environment
+/// and in the password database. Returns nullopt if this user may not change its id.
 inline std::optional<bool> holdsWithoutHome(const std::function<bool()>& condition) {
   constexpr uid_t nobodyKnown = 54321;
   if (::geteuid() != 0 || ::getpwuid(nobodyKnown) != nullptr) return std::nullopt;

@@ -12,8 +12,8 @@
 
 namespace zephyl::test {
 
-/// What `work` writes to standard error, the diagnostic log: at most 64 KiB. It goes through a
-/// pipe, so that it arrives whatever becomes of the disk.
+/// Runs `work` and returns what it writes to standard error, at most 64 KiB. Uses a pipe, so that
+/// it works even if the disk is full.
 inline std::string logOf(const std::function<void()>& work) {
   std::array<int, 2> ends{};
   if (::pipe2(ends.data(), O_CLOEXEC | O_NONBLOCK) != 0) throw std::runtime_error("no pipe");

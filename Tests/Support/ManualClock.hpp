@@ -9,8 +9,8 @@
 
 namespace zephyl::test {
 
-/// A clock that stands still until the test moves it. Timers that fall due fire on the thread
-/// that moves it, in the order of their deadlines.
+/// A clock that only the test advances. Due timers fire on the thread that advances it, in the
+/// order of their deadlines.
 class ManualClock final : public Clock {
  public:
   [[nodiscard]] Instant now() const override;
@@ -19,15 +19,15 @@ class ManualClock final : public Clock {
   [[nodiscard]] Timer every(Duration interval, Task task) override;
   void afterDetached(Duration delay, Task task) override;
 
-  /// Moves time on by `step`. `settle` runs after each timer, so that what it set in motion (and
-  /// the timers that this sets) happens before time goes on.
+  /// Advances the clock by `step`. Calls `settle` after each timer, so that the effects of the
+  /// timer, including new timers, happen before time advances further.
   void advance(
       Duration step, const Task& settle = [] {});
 
-  /// Sets the calendar to what it would be at `offset` from now, as a user does; timers go on.
+  /// Changes the calendar time by `offset`, as a user can. Does not affect timers.
   void setCalendar(Duration offset);
 
-  /// How many timers are set.
+  /// Returns the number of timers that are set.
   [[nodiscard]] std::size_t pendingTimers() const;
 
  private:

@@ -25,7 +25,7 @@ struct Region {
   std::uintptr_t end = 0;
 };
 
-/// The memory of this process that it can write to and shares with nobody.
+/// Returns the writable private memory of this process.
 inline std::vector<Region> privateMemory() {
   std::vector<Region> regions;
   std::ifstream maps("/proc/self/maps");
@@ -39,7 +39,7 @@ inline std::vector<Region> privateMemory() {
   return regions;
 }
 
-/// Reads memory into a place that is not searched itself.
+/// Reads memory into a buffer that is not searched itself.
 class MemorySearch {
  public:
   MemorySearch() {
@@ -50,7 +50,7 @@ class MemorySearch {
   MemorySearch(const MemorySearch&) = delete;
   MemorySearch& operator=(const MemorySearch&) = delete;
 
-  /// How often the text, given inside out, stands in the memory of this process.
+  /// Counts occurrences of the text, which is passed inside out, in the memory of this process.
   std::size_t count(const std::string& disguised) {
     std::size_t found = 0;
     for (const Region& region : privateMemory()) {

@@ -25,7 +25,7 @@ inline std::string nameOf(DotColor color) {
   return "?";
 }
 
-/// The type of one of the tray's actions, and what the action is about.
+/// Returns the type of an action and its object.
 template <typename Action>
 std::string nameOf(const Action& action) {
   const auto qualified = boost::typeindex::type_id<Action>().pretty_name();
@@ -41,7 +41,7 @@ inline std::string nameOf(const MenuAction& action) {
   return std::visit([](const auto& each) { return nameOf(each); }, *known);
 }
 
-/// All that an entry says, its submenu left out: "key: (dot) title [off] ^letter -> Action object".
+/// Returns an entry without its submenu as "key: (dot) title [off] ^letter -> Action object".
 inline std::string lineOf(const MenuEntry& entry) {
   std::string line = entry.key + ":";
   if (entry.kind == MenuEntry::Kind::separator) line += " ----";
@@ -53,8 +53,8 @@ inline std::string lineOf(const MenuEntry& entry) {
   return line;
 }
 
-/// A line for each entry, submenus indented by two spaces more than their entry. Begins with a
-/// newline, as a raw string literal does that holds the expected text.
+/// Returns a line for each entry, with submenus indented by two more spaces than their entry.
+/// Begins with a newline, like the raw string literals of expected texts.
 inline std::string textOf(const Menu& menu, const std::string& indentation = "") {
   std::string text = indentation.empty() ? "\n" : "";
   for (const auto& entry : menu) {

@@ -15,8 +15,8 @@
 
 namespace zephyl::test {
 
-/// A dbus-daemon of a test's own, which the environment names as the session bus. It starts no
-/// services, and ends with the test's process at the latest.
+/// A private dbus-daemon, which is the session bus in the environment. It starts no services, and
+/// ends with the test's process at the latest.
 class PrivateBus {
  public:
   PrivateBus() {
@@ -38,7 +38,7 @@ class PrivateBus {
   PrivateBus& operator=(const PrivateBus&) = delete;
 
   [[nodiscard]] bool isUp() const { return isUp_; }
-  /// The daemon accepts connections and answers nothing until `resume`.
+  /// Suspends the daemon: it accepts connections, but does not answer until `resume`.
   void suspend() const { ::kill(process_, SIGSTOP); }
   void resume() const { ::kill(process_, SIGCONT); }
 

@@ -16,10 +16,10 @@
 
 namespace zephyl::test {
 
-/// What the kernel tells about a process.
+/// The state of a process according to the kernel.
 struct ProcessState {
   std::string name;
-  char state = 0;  // 'Z' for a zombie, 'S' for one that waits
+  char state = 0;  // 'Z' for a zombie, 'S' for a sleeping process
   pid_t parent = 0;
   pid_t group = 0;
   pid_t session = 0;
@@ -39,13 +39,13 @@ inline std::optional<ProcessState> processState(pid_t pid) {
   return process;
 }
 
-/// Whether a process is gone, or is a zombie that nobody has reaped yet.
+/// Returns whether a process has ended. It may still be a zombie.
 inline bool hasEnded(pid_t pid) {
   const auto process = processState(pid);
   return !process || process->state == 'Z' || process->state == 'X';
 }
 
-/// The children of a process, zombies included.
+/// Returns the children of a process, including zombies.
 inline std::vector<pid_t> childrenOf(pid_t parent) {
   std::vector<pid_t> children;
   for (const auto& entry : std::filesystem::directory_iterator("/proc")) {
@@ -58,14 +58,14 @@ inline std::vector<pid_t> childrenOf(pid_t parent) {
   return children;
 }
 
-/// Sends a signal to one process. Refuses the ids that stand for many processes, such as the -1
-/// of a search or a fork that failed: with them a test would end its user's whole session.
+/// Sends a signal to one process. Refuses ids that mean several processes, such as the -1 of a
+/// failed search or fork, because these signals could end the user's session.
 inline void signalProcess(pid_t pid, int signal) {
   if (pid <= 1) throw std::invalid_argument("no process to send a signal to");
   ::kill(pid, signal);
 }
 
-/// How many descriptors this process has open.
+/// Returns the number of open descriptors of this process.
 inline std::ptrdiff_t openDescriptors() {
   const std::filesystem::directory_iterator descriptors("/proc/self/fd");
   return std::distance(begin(descriptors), end(descriptors));

@@ -13,7 +13,7 @@
 
 namespace zephyl::test {
 
-/// A loopback port that was free a moment ago.
+/// Returns a free loopback port. Another program may take it later.
 inline int freePort() {
   const FileDescriptor probe(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
   sockaddr_in address{};
@@ -25,7 +25,7 @@ inline int freePort() {
   return ntohs(address.sin_port);
 }
 
-/// A TCP client on loopback that sends and receives bytes as they are.
+/// A TCP client on loopback that sends and receives raw bytes.
 class RawClient {
  public:
   explicit RawClient(int port) : socket_(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
@@ -39,7 +39,7 @@ class RawClient {
 
   [[nodiscard]] bool connected() const { return connected_; }
 
-  /// False when the server has closed.
+  /// Returns false if the server has closed the connection.
   bool send(std::string_view bytes) const {
     while (!bytes.empty()) {
       const auto count = ::send(socket_.get(), bytes.data(), bytes.size(), MSG_NOSIGNAL);
@@ -50,8 +50,8 @@ class RawClient {
   }
   void finishSending() const { ::shutdown(socket_.get(), SHUT_WR); }
 
-  /// Everything until the server closes; "(reset)" at the end when it did so rudely, and
-  /// "(silence)" when it did not within ten seconds.
+  /// Returns all bytes until the server closes. Appends "(reset)" if it reset the connection, and
+  /// "(silence)" if it did not close within ten seconds.
   [[nodiscard]] std::string receiveAll() const {
     std::string all;
     char piece[4096];

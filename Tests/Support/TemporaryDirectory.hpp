@@ -5,7 +5,7 @@
 
 namespace zephyl::test {
 
-/// A private directory that is removed, with all that is in it, at the end of the test.
+/// A private directory, which the destructor removes with its contents.
 class TemporaryDirectory {
  public:
   TemporaryDirectory();
@@ -14,9 +14,9 @@ class TemporaryDirectory {
   TemporaryDirectory& operator=(const TemporaryDirectory&) = delete;
 
   [[nodiscard]] const std::string& path() const { return path_; }
-  /// The path of `name` in it.
+  /// Returns the path of `name` in the directory.
   [[nodiscard]] std::string operator/(std::string_view name) const;
-  /// Writes a file (directories above it are made) and returns its path.
+  /// Writes a file, creating its parent directories, and returns its path.
   std::string write(std::string_view name, std::string_view contents,
                     bool executable = false) const;
 
@@ -24,11 +24,11 @@ class TemporaryDirectory {
   std::string path_;
 };
 
-/// Sets an environment variable for the length of a test, and puts back what was there.
+/// Sets an environment variable. The destructor restores the previous value.
 class ScopedVariable {
  public:
   ScopedVariable(std::string name, const std::string& value);
-  /// Unsets it instead.
+  /// Unsets the variable.
   explicit ScopedVariable(std::string name);
   ~ScopedVariable();
   ScopedVariable(const ScopedVariable&) = delete;

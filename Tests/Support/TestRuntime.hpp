@@ -13,8 +13,8 @@
 
 namespace zephyl::test {
 
-/// What components run on in a test: time stands still until the test moves it, children exist
-/// only in the test, the test's thread is the main thread, and input and output are real.
+/// A runtime for components in a test, with a manual clock, fake children and real input and
+/// output. The test's thread is the main thread.
 struct TestRuntime {
   MainLoop mainLoop;
   ThreadPool pool;
@@ -25,7 +25,7 @@ struct TestRuntime {
 
   [[nodiscard]] Runtime runtime() { return {mainLoop, reactor, pool, clock, launcher}; }
 
-  /// Lets what is on its way between the queues and the main thread arrive.
+  /// Runs all pending tasks of the queues and the main thread.
   void settle() {
     for (int round = 0; round < 3; ++round) {
       pool.waitUntilIdle();
@@ -33,13 +33,13 @@ struct TestRuntime {
     }
   }
 
-  /// Moves time on, and lets what each timer sets in motion arrive before the next.
+  /// Advances the clock, and runs all pending tasks after each timer.
   void advance(Duration step) {
     clock.advance(step, [this] { settle(); });
     settle();
   }
 
-  /// Runs main tasks until `condition` holds; false when it does not in ten seconds.
+  /// Runs main tasks until `condition` holds. Returns false if it does not hold within ten seconds.
   bool runUntil(const std::function<bool()>& condition) {
     return eventually([&] {
       mainLoop.runPending();

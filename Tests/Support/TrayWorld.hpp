@@ -6,8 +6,8 @@
 
 namespace zephyl::test {
 
-/// A private home, settings and source tree for components that read them: nothing of the
-/// user's own is seen or touched. The source tree has no agent until one is added.
+/// A private home, settings and source tree for components, so that they do not access the user's
+/// own. The source tree has no agent until one is added.
 class TrayWorld {
  public:
   TrayWorld() { directory_.write("source/pnpm-workspace.yaml", ""); }

@@ -19,7 +19,7 @@ using namespace std::chrono_literals;
 constexpr const char* path = "/com/zephyl/test";
 constexpr const char* interface = "com.zephyl.Test";
 
-/// Counts the calls of "Count". The first one waits until the test lets it go on.
+/// Counts the calls of "Count". The first one blocks until the test releases it.
 class Counter final : public Bus::Client {
  public:
   void connected(BusConnection& connection) override {
@@ -82,7 +82,7 @@ class Peer {
   sd_bus* bus_ = nullptr;
 };
 
-TEST(Bus, TasksGetTheirTurnHoweverManyMessagesWait) {
+TEST(Bus, TasksRunHoweverManyMessagesWait) {
   const test::PrivateBus daemon;
   ASSERT_TRUE(daemon.isUp());
   test::ManualClock clock;
@@ -101,11 +101,11 @@ TEST(Bus, TasksGetTheirTurnHoweverManyMessagesWait) {
   counter.goOn();
   EXPECT_LE(handledBefore.get_future().get(), Bus::messagesPerTurn);
   EXPECT_TRUE(test::eventually([&] { return counter.handled() == calls; }))
-      << "those that waited are handled without another message to wake the thread";
+      << "waiting messages are handled without a new one";
   bus.stop();
 }
 
-TEST(Bus, ABusThatDoesNotAnswerIsAbsentAfterAFewSecondsAndAskedAgain) {
+TEST(Bus, ABusThatDoesNotAnswerCountsAsAbsentAndIsRetried) {
   const test::PrivateBus daemon;
   ASSERT_TRUE(daemon.isUp());
   daemon.suspend();
@@ -115,18 +115,20 @@ TEST(Bus, ABusThatDoesNotAnswerIsAbsentAfterAFewSecondsAndAskedAgain) {
   Bus bus(clock);
   bus.onChange([&](bool connected) { ++(connected ? present : absent); });
   bus.start();
-  ASSERT_TRUE(test::eventually([&] { return clock.pendingTimers() == 1; })) << "of the handshake";
+  ASSERT_TRUE(test::eventually([&] { return clock.pendingTimers() == 1; }))
+      << "the timer of the handshake";
   clock.advance(Bus::handshakeTimeout);
   EXPECT_TRUE(test::eventually([&] { return absent == 1; }));
   daemon.resume();
-  ASSERT_TRUE(test::eventually([&] { return clock.pendingTimers() == 1; })) << "of the retry";
+  ASSERT_TRUE(test::eventually([&] { return clock.pendingTimers() == 1; }))
+      << "the timer of the retry";
   clock.advance(Bus::retryInterval);
   EXPECT_TRUE(test::eventually([&] { return present == 1; }));
   bus.stop();
   EXPECT_EQ(absent, 1);
 }
 
-TEST(Bus, AConnectionOfItsOwnIsNotWaitedForLonger) {
+TEST(Bus, ASeparateConnectionHasTheSameDeadline) {
   const test::PrivateBus daemon;
   ASSERT_TRUE(daemon.isUp());
   EXPECT_NE(Bus::openAndWait(), nullptr);

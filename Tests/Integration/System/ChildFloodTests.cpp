@@ -13,7 +13,7 @@ using test::eventually;
 using test::program;
 using test::script;
 
-TEST_F(ChildProcessTest, DeliversAFloodWhole) {
+TEST_F(ChildProcessTest, DeliversAFloodCompletely) {
   std::atomic<std::size_t> lines = 0;
   std::atomic<bool> ended = false;
   ProcessOptions options = script("head -c 5000000 /dev/zero | tr '\\0' x | fold -w 100");
@@ -25,10 +25,10 @@ TEST_F(ChildProcessTest, DeliversAFloodWhole) {
   EXPECT_EQ(lines, 50000U);
 }
 
-/// The bytes of output that may be held before a child is not read from.
+/// The bytes of unprocessed output beyond which a child is not read.
 constexpr std::size_t allowance = 256UL * 1024;
 
-/// Holds on to the batches that it gets.
+/// Keeps the received batches.
 class Hoarder {
  public:
   void attachTo(ProcessOptions& options) {
@@ -57,7 +57,7 @@ class Hoarder {
   std::size_t bytes_ = 0;
 };
 
-TEST_F(ChildProcessTest, IsNotReadFromWhileItsOutputIsHeldUnread) {
+TEST_F(ChildProcessTest, ItsPipeIsNotReadWhileEarlierOutputIsUnread) {
   for (const std::string line : {"y", "a line of an ordinary length, as programs write them"}) {
     Hoarder hoarder;
     ProcessOptions options = program("/usr/bin/yes", {line});
@@ -78,7 +78,7 @@ TEST_F(ChildProcessTest, IsNotReadFromWhileItsOutputIsHeldUnread) {
   }
 }
 
-TEST_F(ChildProcessTest, EndsThoughItsOutputIsHeldUnread) {
+TEST_F(ChildProcessTest, EndsEvenIfItsOutputIsUnread) {
   std::atomic<bool> ended = false;
   Hoarder hoarder;
   ProcessOptions options =

@@ -19,10 +19,10 @@ using Child = std::shared_ptr<ChildProcess>;
 
 constexpr auto deadline = std::chrono::seconds(20);
 
-/// Real children of a real launcher.
+/// A real launcher with real children.
 class ChildProcessTest : public ::testing::Test {
  protected:
-  /// Starts a child that is expected to start.
+  /// Starts a child. Fails the test if that fails.
   Child launch(ProcessOptions options) {
     auto child = launcher_.launch(std::move(options));
     if (!child) throw std::runtime_error(child.error().message);
@@ -34,8 +34,8 @@ class ChildProcessTest : public ::testing::Test {
     return launch(std::move(options));
   }
 
-  /// Lets the reactor finish with children that have been reported. Twice, since what a handler
-  /// leaves behind may come after what others post meanwhile.
+  /// Waits until the reactor has finished with ended children. Waits twice, because tasks of other
+  /// threads may precede the tasks of a handler.
   void settle() {
     reactor_.run([] {});
     reactor_.run([] {});

@@ -44,7 +44,7 @@ TEST_F(ChildProcessTest, ReportsTheSignalThatEndedIt) {
   EXPECT_FALSE(witness_.waitForExit().isFailure());
 }
 
-TEST_F(ChildProcessTest, SaysWhyAProgramCannotBeStarted) {
+TEST_F(ChildProcessTest, ReportsWhyAProgramCannotBeStarted) {
   const auto missing = launcher_.launch(program("/nonexistent/program"));
   ASSERT_FALSE(missing);
   EXPECT_EQ(missing.error().message, "/nonexistent/program: No such file or directory");
@@ -56,7 +56,7 @@ TEST_F(ChildProcessTest, SaysWhyAProgramCannotBeStarted) {
   EXPECT_EQ(plain.error().message, text + ": Permission denied");
 }
 
-TEST_F(ChildProcessTest, SaysWhyAWorkingDirectoryCannotBeEntered) {
+TEST_F(ChildProcessTest, ReportsWhyAWorkingDirectoryCannotBeEntered) {
   ProcessOptions options = script("exit 0");
   options.workingDirectory = "/nonexistent/directory";
   const auto child = launcher_.launch(std::move(options));
@@ -64,7 +64,7 @@ TEST_F(ChildProcessTest, SaysWhyAWorkingDirectoryCannotBeEntered) {
   EXPECT_EQ(child.error().message, "/nonexistent/directory: No such file or directory");
 }
 
-TEST_F(ChildProcessTest, CallsNobodyForAProgramThatWasNotStarted) {
+TEST_F(ChildProcessTest, CallsNoCallbackIfTheProgramWasNotStarted) {
   std::atomic<bool> called = false;
   ProcessOptions options = program("/nonexistent/program");
   options.onExit = [&](ExitStatus) { called = true; };
@@ -102,7 +102,7 @@ TEST_F(ChildProcessTest, FlushesAnUnterminatedLineAtItsEnd) {
   EXPECT_EQ(witness_.linesAtEnd(), (Lines{"line", "tail"}));
 }
 
-TEST_F(ChildProcessTest, MayCloseItsOutputAndLive) {
+TEST_F(ChildProcessTest, MayCloseItsOutputAndContinue) {
   const Child child = launchWatched(script("echo bye; exec >/dev/null 2>&1; exec sleep 1000"));
   witness_.waitForLines(1);
   EXPECT_TRUE(eventually([&] { return test::processState(child->pid())->name == "sleep"; }));
@@ -119,7 +119,7 @@ TEST_F(ChildProcessTest, GetsExactlyTheGivenEnvironment) {
   EXPECT_EQ(witness_.linesAtEnd(), (Lines{"A=1", "B=two words", "EMPTY="}));
 }
 
-TEST_F(ChildProcessTest, GetsItsArgumentsAsTheyAre) {
+TEST_F(ChildProcessTest, GetsItsArgumentsUnchanged) {
   launchWatched(program("/usr/bin/printf", {"%s\n", "it's", "$HOME", "two words"}));
   EXPECT_EQ(witness_.linesAtEnd(), (Lines{"it's", "$HOME", "two words"}));
 }
@@ -138,7 +138,7 @@ TEST_F(ChildProcessTest, ReadsNothingFromStandardInput) {
   EXPECT_EQ(witness_.linesAtEnd(), (Lines{"/dev/null", "0"}));
 }
 
-TEST_F(ChildProcessTest, ReadsWhatIsWrittenToIt) {
+TEST_F(ChildProcessTest, ReadsItsInput) {
   ProcessOptions options = script("cat; echo end");
   options.hasInput = true;
   const Child child = launchWatched(std::move(options));
@@ -151,7 +151,7 @@ TEST_F(ChildProcessTest, ReadsWhatIsWrittenToIt) {
   EXPECT_EQ(witness_.linesAtEnd(), (Lines{"one", "two", "three", "end"}));
 }
 
-TEST_F(ChildProcessTest, GetsALineThatFillsThePipeManyTimesOver) {
+TEST_F(ChildProcessTest, GetsALineLargerThanThePipe) {
   ProcessOptions options = script("wc -c");
   options.hasInput = true;
   const Child child = launchWatched(std::move(options));
@@ -160,7 +160,7 @@ TEST_F(ChildProcessTest, GetsALineThatFillsThePipeManyTimesOver) {
   EXPECT_EQ(witness_.linesAtEnd(), Lines{"3000001"});
 }
 
-TEST_F(ChildProcessTest, HoldsNobodyUpByNotReading) {
+TEST_F(ChildProcessTest, DoesNotBlockTheWriterByNotReading) {
   ProcessOptions options = program("/bin/sleep", {"1000"});
   options.hasInput = true;
   const Child child = launchWatched(std::move(options));
@@ -171,7 +171,7 @@ TEST_F(ChildProcessTest, HoldsNobodyUpByNotReading) {
   child->write("to nobody");
 }
 
-TEST_F(ChildProcessTest, MayCloseItsInputAndLive) {
+TEST_F(ChildProcessTest, MayCloseItsInputAndContinue) {
   ProcessOptions options = script("exec </dev/null; echo closed; exec sleep 1000");
   options.hasInput = true;
   const Child child = launchWatched(std::move(options));
@@ -185,7 +185,7 @@ TEST_F(ChildProcessTest, MayCloseItsInputAndLive) {
   EXPECT_EQ(witness_.waitForExit(), signalled(SIGKILL));
 }
 
-TEST_F(ChildProcessTest, TellsItsErrorsApartWhereThatIsWanted) {
+TEST_F(ChildProcessTest, SeparatesStandardErrorIfRequested) {
   test::ChildWitness errors;
   ProcessOptions options = script("echo one; echo two >&2; echo three; printf four >&2");
   errors.attachTo(options);
@@ -195,19 +195,19 @@ TEST_F(ChildProcessTest, TellsItsErrorsApartWhereThatIsWanted) {
   EXPECT_EQ(errors.waitForLines(2), (Lines{"two", "four"}));
 }
 
-TEST_F(ChildProcessTest, HasItsLinesCutWhereItIsTold) {
+TEST_F(ChildProcessTest, HasItsLinesCutAtTheGivenLimit) {
   ProcessOptions options = script("head -c 10000 /dev/zero | tr '\\0' x; echo");
   options.maxLineBytes = 9000;
   launchWatched(std::move(options));
   EXPECT_EQ(witness_.linesAtEnd(), Lines{std::string(9000, 'x')});
 }
 
-TEST_F(ChildProcessTest, InheritsNoDescriptorNotEvenACarelessOne) {
+TEST_F(ChildProcessTest, InheritsNoDescriptorNotEvenWithoutCloseOnExec) {
   const int careless = ::open("/dev/null", O_RDONLY);
   ASSERT_GE(::dup2(careless, 100), 0);
   const Child other = launch(program("/bin/sleep", {"1000"}));
   launchWatched(program("/bin/ls", {"/proc/self/fd"}));
-  EXPECT_EQ(witness_.linesAtEnd(), (Lines{"0", "1", "2", "3"}));  // 3: the listing's own
+  EXPECT_EQ(witness_.linesAtEnd(), (Lines{"0", "1", "2", "3"}));  // 3 belongs to the listing
   other->killGroup();
   EXPECT_TRUE(other->waitForExit(deadline));
   ::close(careless);
@@ -233,14 +233,14 @@ TEST_F(ChildProcessTest, LeadsAProcessGroupInTheSessionOfTheTray) {
   EXPECT_TRUE(child->waitForExit(deadline));
 }
 
-TEST_F(ChildProcessTest, TakesItsGrandchildrenAlongWhenItEnds) {
+TEST_F(ChildProcessTest, EndsItsGrandchildrenWithItself) {
   launchWatched(script("trap '' TERM; sleep 1000 & echo $!"));
-  EXPECT_EQ(witness_.waitForExit(), exited(0));  // although the grandchild held the pipe
+  EXPECT_EQ(witness_.waitForExit(), exited(0));  // even though the grandchild held the pipe
   const pid_t grandchild = std::stoi(witness_.waitForLines(1).at(0));
   EXPECT_TRUE(eventually([&] { return hasEnded(grandchild); }));
 }
 
-TEST_F(ChildProcessTest, LeavesItsGroupTheRestOfTheGraceWhenItWasAskedToEnd) {
+TEST_F(ChildProcessTest, LeavesItsGroupTheRestOfTheGracePeriod) {
   const Child child = launchWatched(script(R"(
       sh -c 'trap "sleep 0.5; echo saved; exit" TERM; echo ready; while :; do :; done' &
       wait)"));
@@ -249,7 +249,7 @@ TEST_F(ChildProcessTest, LeavesItsGroupTheRestOfTheGraceWhenItWasAskedToEnd) {
   EXPECT_EQ(std::ranges::count(witness_.linesAtEnd(), "saved"), 1);
 }
 
-TEST_F(ChildProcessTest, AsksTheRestOfItsGroupToEndAfterIt) {
+TEST_F(ChildProcessTest, TerminatesTheRestOfItsGroupAfterItsEnd) {
   const Child child = launchWatched(script(R"(
       sh -c 'trap "echo saved; exit" TERM; echo ready; while :; do :; done' & wait)"));
   witness_.waitForLines(1);
@@ -257,7 +257,7 @@ TEST_F(ChildProcessTest, AsksTheRestOfItsGroupToEndAfterIt) {
   EXPECT_EQ(std::ranges::count(witness_.linesAtEnd(), "saved"), 1);
 }
 
-TEST_F(ChildProcessTest, KillsWhatIsLeftOfItsGroupWhenTheGraceIsOver) {
+TEST_F(ChildProcessTest, KillsTheRestOfItsGroupAfterTheGracePeriod) {
   const Child child = launchWatched(script(R"(
       sh -c 'trap "" TERM; echo $$; while :; do sleep 0.1; done' & wait)"));
   const pid_t stubborn = std::stoi(witness_.waitForLines(1).at(0));
@@ -269,7 +269,7 @@ TEST_F(ChildProcessTest, KillsWhatIsLeftOfItsGroupWhenTheGraceIsOver) {
 }
 
 TEST_F(ChildProcessTest, IsTerminatedAloneOrWithItsGroup) {
-  // A shell may tell on standard error which of its children was terminated.
+  // A shell may report on standard error which of its children was terminated.
   const Child child = launchWatched(script(R"(
       exec 2>/dev/null
       trap 'echo child' TERM
@@ -282,7 +282,7 @@ TEST_F(ChildProcessTest, IsTerminatedAloneOrWithItsGroup) {
   EXPECT_EQ(std::ranges::count(witness_.linesAtEnd(), "grandchild"), 1);
 }
 
-TEST_F(ChildProcessTest, IsKilledThoughItRefusesToTerminate) {
+TEST_F(ChildProcessTest, IsKilledIfItIgnoresSIGTERM) {
   const Child child = launchWatched(
       script("trap 'echo refused' TERM; echo ready; while :; do sleep 1000 & wait $!; done"));
   witness_.waitForLines(1);
@@ -317,7 +317,7 @@ TEST_F(ChildProcessTest, KeepsItsCallbacksWhenItsHandleIsDropped) {
   EXPECT_EQ(witness_.linesAtEnd(), Lines{"still"});
 }
 
-TEST_F(ChildProcessTest, TakesSignalsAfterItsEndWithoutHarm) {
+TEST_F(ChildProcessTest, IgnoresSignalsAfterItsEnd) {
   const Child child = launchWatched(script("exit 0"));
   witness_.waitForExit();
   child->terminate();
@@ -327,7 +327,7 @@ TEST_F(ChildProcessTest, TakesSignalsAfterItsEndWithoutHarm) {
   EXPECT_EQ(witness_.waitForExit(), exited(0));
 }
 
-/// Makes the kernel give `id` to the next process; true if it did.
+/// Makes the kernel assign `id` to the next process. Returns whether it did.
 bool forkWithId(pid_t id, pid_t& forked) {
   std::ofstream("/proc/sys/kernel/ns_last_pid") << id - 1 << std::flush;
   forked = ::fork();
@@ -339,7 +339,7 @@ bool forkWithId(pid_t id, pid_t& forked) {
   return forked == id;
 }
 
-/// Ends a process; the signal that it died of, which is another one if that came first.
+/// Ends a process and returns the signal that ended it, which may be an earlier one.
 int endBySignal(pid_t pid) {
   test::signalProcess(pid, SIGUSR2);
   int status = 0;
@@ -354,7 +354,7 @@ TEST_F(ChildProcessTest, NeverSignalsAnotherProcessThatGotTheSameId) {
   pid_t other = 0;
   for (int attempt = 0; !forkWithId(child->pid(), other); ++attempt) {
     endBySignal(other);
-    if (attempt == 100) GTEST_SKIP() << "others took the id";
+    if (attempt == 100) GTEST_SKIP() << "another process got the id";
   }
   child->terminate();
   child->terminateGroup();
@@ -379,7 +379,7 @@ TEST_F(ChildProcessTest, OutlivesTheReactorAsAHandle) {
   }
   kept.reset();
   child->killGroup();
-  EXPECT_FALSE(child->waitForExit(0ns));  // nobody sees it end
+  EXPECT_FALSE(child->waitForExit(0ns));  // its end is not reaped
   guardian_.remove(child->pid());
   EXPECT_EQ(::waitpid(child->pid(), nullptr, 0), child->pid());
 }

@@ -20,8 +20,8 @@ using namespace std::chrono_literals;
 
 constexpr std::array<int, 2> signals = {SIGTERM, SIGINT};
 
-/// Runs `work` in a process of its own, whose mask of signals it may change. Returns what `work`
-/// returns; 128 and the number of a signal that ended the process.
+/// Runs `work` in a child process, whose signal mask it may change. Returns the result of `work`,
+/// or 128 plus the number of the signal that ended the process.
 template <typename Work>
 int inAProcess(Work work) {
   const pid_t process = ::fork();
@@ -31,7 +31,7 @@ int inAProcess(Work work) {
   return WIFSIGNALED(status) ? 128 + WTERMSIG(status) : WEXITSTATUS(status);
 }
 
-/// Whether an EndSignals that is made now reports a signal.
+/// Returns whether a new EndSignals reports a signal.
 bool arrives() {
   Reactor reactor;
   std::promise<void> arrived;
@@ -39,7 +39,7 @@ bool arrives() {
   return arrived.get_future().wait_for(10s) == std::future_status::ready;
 }
 
-TEST(EndSignals, WaitUntilSomebodyReadsThem) {
+TEST(EndSignals, StayPendingUntilTheyAreRead) {
   EXPECT_EQ(inAProcess([] {
               EndSignals::block(signals);
               if (EndSignals::arePending()) return 1;
@@ -91,7 +91,7 @@ TEST(EndSignals, StayPendingAcrossAnExec) {
             7);
 }
 
-TEST(EndSignals, EndAProcessThatBlocksThemNoLonger) {
+TEST(EndSignals, EndAProcessThatUnblocksThem) {
   EXPECT_EQ(inAProcess([] {
               EndSignals::block(signals);
               ::kill(::getpid(), SIGTERM);

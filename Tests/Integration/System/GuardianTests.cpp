@@ -31,7 +31,7 @@ using test::script;
 
 constexpr auto deadline = 20s;
 
-/// The guardian of a process, once it has taken its name.
+/// Returns the guardian of a process after it has set its name.
 pid_t guardianOf(pid_t parent) {
   pid_t guardian = -1;
   const auto isFound = [&] {
@@ -45,8 +45,8 @@ pid_t guardianOf(pid_t parent) {
   return guardian;
 }
 
-/// A process that leads a group and waits for a signal. Made before the guardian, whose pipe it
-/// would hold open.
+/// A process that leads a group and waits for a signal. Must be created before the guardian,
+/// because it would inherit the guardian's pipe.
 pid_t startGroup() {
   const pid_t pid = ::fork();
   if (pid == 0) {
@@ -57,14 +57,14 @@ pid_t startGroup() {
   return pid;
 }
 
-/// The signal that ended a child.
+/// Returns the signal that ended a child.
 int endOf(pid_t pid) {
   int status = 0;
   ::waitpid(pid, &status, 0);
   return WIFSIGNALED(status) ? WTERMSIG(status) : 0;
 }
 
-TEST(Guardian, EndsTheGroupsThatAreLeft) {
+TEST(Guardian, EndsTheRemainingGroups) {
   const pid_t group = startGroup();
   std::optional<Guardian> guardian = Guardian::start().value();
   EXPECT_TRUE(guardian->add(group));
@@ -85,7 +85,7 @@ TEST(Guardian, LeavesAGroupThatWasRemoved) {
   EXPECT_EQ(endOf(group), SIGUSR1);
 }
 
-TEST(Guardian, IsGoneWithoutATraceWhenItsOwnerHasEnded) {
+TEST(Guardian, EndsWithItsOwner) {
   const auto descriptors = test::openDescriptors();
   pid_t process = -1;
   {
@@ -98,7 +98,7 @@ TEST(Guardian, IsGoneWithoutATraceWhenItsOwnerHasEnded) {
   EXPECT_EQ(test::openDescriptors(), descriptors);
 }
 
-TEST(Guardian, IsAProcessOfItsOwnThatHoldsNothingOfTheTrays) {
+TEST(Guardian, IsASeparateProcessWithoutTheTraysDescriptors) {
   const Guardian guardian = Guardian::start().value();
   const pid_t process = guardianOf(::getpid());
   EXPECT_TRUE(eventually([&] { return test::processState(process)->session == process; }));
@@ -117,7 +117,7 @@ TEST(Guardian, IsAProcessOfItsOwnThatHoldsNothingOfTheTrays) {
   EXPECT_TRUE(target("fd/3").starts_with("pipe:"));
 }
 
-TEST(Guardian, TakesNoGroupThatWouldStandForEveryProcess) {
+TEST(Guardian, RefusesAGroupIdThatMeansEveryProcess) {
   Guardian guardian = Guardian::start().value();
   for (const pid_t group : {1, 0, -1, -1000}) EXPECT_FALSE(guardian.add(group)) << group;
 }
@@ -133,7 +133,7 @@ TEST(Guardian, RefusesAGroupWhenItsTableIsFull) {
   EXPECT_FALSE(guardian.add(beyondAllIds + size + 1));
 }
 
-TEST(Guardian, HoldsNobodyUpWhenItIsDeadOrStopped) {
+TEST(Guardian, BlocksNobodyIfItIsDeadOrStopped) {
   for (const int signal : {SIGKILL, SIGSTOP}) {
     Guardian guardian = Guardian::start().value();
     const pid_t process = guardianOf(::getpid());
@@ -146,13 +146,13 @@ TEST(Guardian, HoldsNobodyUpWhenItIsDeadOrStopped) {
   }
 }
 
-/// A tray in a process of its own, with a guardian and a launcher. What its children write comes
-/// to the test through one pipe, which ends when the last of them, and of theirs, is gone.
+/// A tray in a separate process with a guardian and a launcher. Its children write to one pipe,
+/// which ends when all of its children and grandchildren have ended.
 class Tray {
  public:
   using Work = std::function<void(ProcessLauncher&)>;
 
-  /// Does `work`, then stays until it is killed or asked to end.
+  /// Runs `work`, then waits until it is killed or asked to end.
   explicit Tray(const Work& work) {
     std::array<int, 2> ends{};
     if (::pipe2(ends.data(), O_CLOEXEC) != 0) throw std::runtime_error("no pipe");
@@ -169,17 +169,17 @@ class Tray {
   [[nodiscard]] pid_t pid() const { return pid_; }
 
   void kill() { end(SIGKILL); }
-  /// Has it end as a program does, through its destructors.
+  /// Ends it normally, through its destructors.
   void quit() { end(SIGUSR1); }
 
-  /// The next number that a child writes.
+  /// Returns the next number that a child writes.
   pid_t readNumber() {
     std::string digits;
     for (char next = readCharacter(); next != '\n'; next = readCharacter()) digits += next;
     return std::stoi(digits);
   }
 
-  /// Whether all that the tray started are gone in time.
+  /// Returns whether all processes that the tray started end in time.
   bool allGone(std::chrono::milliseconds limit = deadline) {
     while (true) {
       pollfd waiting{.fd = output_.get(), .events = POLLIN, .revents = 0};
@@ -234,7 +234,7 @@ void launch(ProcessLauncher& launcher, ProcessOptions options) {
   if (!launcher.launch(std::move(options))) ::_exit(1);
 }
 
-TEST(TrayThatIsKilled, TakesItsChildrenAndTheirsAlong) {
+TEST(TrayThatIsKilled, EndsItsChildrenAndGrandchildren) {
   Tray tray([](ProcessLauncher& launcher) {
     launch(launcher, script("sleep 1000 & echo $!; wait"));
     launch(launcher, script("echo $$; exec sleep 1000"));
@@ -249,7 +249,7 @@ TEST(TrayThatIsKilled, TakesItsChildrenAndTheirsAlong) {
   EXPECT_TRUE(eventually([&] { return hasEnded(guardian); }));
 }
 
-TEST(TrayThatIsKilled, TakesAlongThoseThatRefuseToTerminate) {
+TEST(TrayThatIsKilled, EndsChildrenThatIgnoreSIGTERM) {
   Tray tray([](ProcessLauncher& launcher) {
     launch(launcher, script("trap '' TERM; sleep 1000 & echo $!; while :; do sleep 1000; done"));
   });
@@ -258,7 +258,7 @@ TEST(TrayThatIsKilled, TakesAlongThoseThatRefuseToTerminate) {
   EXPECT_TRUE(tray.allGone());
 }
 
-TEST(TrayThatIsKilled, TakesAlongTheGrandchildrenOfAChildThatTerminatesItself) {
+TEST(TrayThatIsKilled, EndsTheGrandchildrenOfAChildThatTerminatesItself) {
   Tray tray([](ProcessLauncher& launcher) {
     launch(launcher,
            script("sh -c 'trap \"\" TERM; echo $$; while :; do sleep 1000; done' & wait"));
@@ -284,7 +284,7 @@ TEST(TrayThatIsKilled, LeavesIndependentChildren) {
   EXPECT_TRUE(tray.allGone());
 }
 
-TEST(TrayThatIsKilled, TakesItsChildrenAlongEvenWithoutItsGuardian) {
+TEST(TrayThatIsKilled, EndsItsChildrenEvenWithoutItsGuardian) {
   Tray tray(
       [](ProcessLauncher& launcher) { launch(launcher, script("echo $$; exec sleep 1000")); });
   tray.readNumber();
@@ -295,7 +295,7 @@ TEST(TrayThatIsKilled, TakesItsChildrenAlongEvenWithoutItsGuardian) {
   EXPECT_TRUE(tray.allGone());
 }
 
-TEST(TrayThatIsKilled, IsAvengedByAGuardianThatSignalsDoNotReach) {
+TEST(TrayThatIsKilled, LeavesCleanUpToAGuardianThatIgnoresItsSignals) {
   Tray tray(
       [](ProcessLauncher& launcher) { launch(launcher, script("sleep 1000 & echo $!; wait")); });
   tray.readNumber();
@@ -307,7 +307,7 @@ TEST(TrayThatIsKilled, IsAvengedByAGuardianThatSignalsDoNotReach) {
   EXPECT_TRUE(tray.allGone());
 }
 
-TEST(TrayThatIsKilled, LeavesNothingAtWhateverMomentOfALaunch) {
+TEST(TrayThatIsKilled, LeavesNothingAtAnyMomentOfALaunch) {
   for (int round = 0; round < 20; ++round) {
     Tray tray([](ProcessLauncher& launcher) {
       while (true) launch(launcher, script("sleep 1000 & echo $!; wait"));

@@ -48,7 +48,7 @@ void stall(const ScriptedPeer& peer) {
 
 class HTTPCancelTest : public testing::Test {
  protected:
-  /// Waits until the reactor has done what it was doing when this was called.
+  /// Waits until the reactor has finished its present task.
   void settle() {
     reactor_.run([] {});
   }
@@ -74,7 +74,7 @@ TEST_F(HTTPCancelTest, ClosesTheConnectionWithoutACallback) {
   EXPECT_EQ(recorder.count(), 0);
 }
 
-TEST_F(HTTPCancelTest, HappensWhenTheHandleGoes) {
+TEST_F(HTTPCancelTest, HappensWhenTheHandleIsDestroyed) {
   const ScriptedServer server(stall, 3);
   const StreamRecorder recorder;
   auto replaced = session_.stream(endless(server), recorder.handlers());
@@ -161,7 +161,7 @@ TEST_F(HTTPCancelTest, FromWithinTheStatusCallbackEndsEverything) {
   EXPECT_EQ(others, 0);
 }
 
-TEST_F(HTTPCancelTest, FromWithinTheUnterminatedLineKeepsTheEndBack) {
+TEST_F(HTTPCancelTest, FromWithinTheUnterminatedLineSuppressesTheEnd) {
   const ScriptedServer server([](const ScriptedPeer& peer) {
     (void)peer.receiveRequest();
     peer.send(endlessHead + std::string("last"));
@@ -183,7 +183,7 @@ TEST_F(HTTPCancelTest, FromWithinTheUnterminatedLineKeepsTheEndBack) {
   EXPECT_EQ(ends, 0);
 }
 
-TEST_F(HTTPCancelTest, HoldsForAnAnswerThatIsAlreadyThere) {
+TEST_F(HTTPCancelTest, SuppressesAnAnswerThatHasArrived) {
   std::promise<void> go;
   const auto turn = go.get_future().share();
   std::atomic<int> asked = 0;
@@ -211,7 +211,7 @@ TEST_F(HTTPCancelTest, HoldsForAnAnswerThatIsAlreadyThere) {
                                                  .onEnd = [](const auto&) {}});
   }
   ASSERT_TRUE(eventually([&] { return asked == 2; }));
-  // Both answers arrive while the reactor is held up, so it finds them at once.
+  // Both answers arrive while the reactor is blocked, so it handles them together.
   reactor_.run([&] {
     go.set_value();
     ASSERT_TRUE(eventually([&] {
@@ -238,7 +238,7 @@ TEST_F(HTTPCancelTest, FromWithinTheLastCallbackIsFine) {
   EXPECT_EQ(done.get_future().wait_for(test::patience), std::future_status::ready);
 }
 
-TEST_F(HTTPCancelTest, StartsNoCallbackAfterwardsWhateverIsGoingOn) {
+TEST_F(HTTPCancelTest, StartsNoCallbackAfterwards) {
   const ScriptedServer server(tick, 2);
   for (int i = 0; i < 2000; ++i) {
     std::atomic<bool> cancelled = false;
@@ -285,7 +285,7 @@ TEST_F(HTTPCancelTest, RacesWithTheAnswerWithoutHarm) {
   }
 }
 
-TEST_F(HTTPCancelTest, LetsTheCallbacksGo) {
+TEST_F(HTTPCancelTest, ReleasesTheCallbacks) {
   const ScriptedServer server(stall);
   auto kept = std::make_shared<int>();
   auto task =
@@ -295,7 +295,7 @@ TEST_F(HTTPCancelTest, LetsTheCallbacksGo) {
   EXPECT_TRUE(eventually([&] { return kept.use_count() == 1; }));
 }
 
-TEST_F(HTTPCancelTest, IsNotNeededForTheCallbacksToGoAfterTheEnd) {
+TEST_F(HTTPCancelTest, IsNotNeededToReleaseTheCallbacksAfterTheEnd) {
   const ScriptedServer server(answer);
   auto kept = std::make_shared<int>();
   std::promise<void> done;

@@ -11,10 +11,10 @@
 
 namespace zephyl::test {
 
-/// How long a test waits for what must come.
+/// The time-out of a test for expected events.
 constexpr std::chrono::seconds patience{30};
 
-/// Remembers what a `send` delivered. Copies share what is remembered.
+/// Records the result of a `send`. Copies share the record.
 class AnswerRecorder {
  public:
   [[nodiscard]] std::function<void(Result<ClientResponse>)> done() const {
@@ -48,7 +48,7 @@ class AnswerRecorder {
   std::shared_ptr<State> state_ = std::make_shared<State>();
 };
 
-/// Remembers what a `stream` delivered. Copies share what is remembered.
+/// Records the events of a `stream`. Copies share the record.
 class StreamRecorder {
  public:
   struct Record {
@@ -57,7 +57,7 @@ class StreamRecorder {
     std::vector<std::optional<Error>> ends;
   };
 
-  /// `wanted` is the answer to the status.
+  /// `wanted` is the result of the status callback.
   [[nodiscard]] StreamHandlers handlers(bool wanted = true) const {
     const auto change = [state = state_](auto&& apply) {
       const std::lock_guard lock(state->mutex);
@@ -79,7 +79,7 @@ class StreamRecorder {
                 }};
   }
 
-  /// Waits for the end.
+  /// Waits for the end of the stream.
   [[nodiscard]] Record wait() const {
     return waitFor([](const Record& record) { return !record.ends.empty(); });
   }

@@ -28,7 +28,7 @@ using test::ScriptedServer;
 
 constexpr auto brief = 100ms;
 
-/// A script that answers every request with `text`.
+/// Returns a script that answers every request with `text`.
 ScriptedServer::Script answering(std::string text) {
   return [text = std::move(text)](const ScriptedPeer& peer) {
     (void)peer.receiveRequest();
@@ -51,7 +51,7 @@ class HTTPSessionTest : public testing::Test {
     return recorder.wait();
   }
 
-  /// Status and body of the answer, or the error.
+  /// Returns status and body of the answer, or the error.
   std::string outcome(ClientRequest request, const HTTPSession::Configuration& limits = {}) {
     const auto answer = fetch(std::move(request), limits);
     if (!answer) return answer.error().message;
@@ -104,7 +104,7 @@ TEST_F(HTTPSessionTest, ReadsABodyThatEndsWithTheConnection) {
   EXPECT_EQ(outcomeOf("HTTP/1.0 200 OK\r\n\r\n"), "200 ");
 }
 
-TEST_F(HTTPSessionTest, DoesNotWaitForABodyWhereThereIsNone) {
+TEST_F(HTTPSessionTest, DoesNotWaitForABodyIfThereIsNone) {
   const ScriptedServer server([](const ScriptedPeer& peer) {
     (void)peer.receiveRequest();
     peer.send("HTTP/1.1 204 No Content\r\nContent-Length: 10\r\n\r\n");
@@ -113,7 +113,7 @@ TEST_F(HTTPSessionTest, DoesNotWaitForABodyWhereThereIsNone) {
   EXPECT_EQ(outcome({.method = "DELETE", .url = server.url()}), "204 ");
 }
 
-TEST_F(HTTPSessionTest, DoesNotWaitForTheConnectionToEndWhenTheBodyIsWhole) {
+TEST_F(HTTPSessionTest, DoesNotWaitForTheEndOfTheConnectionAfterTheBody) {
   const ScriptedServer server([](const ScriptedPeer& peer) {
     (void)peer.receiveRequest();
     peer.send("HTTP/1.1 200 OK\r\nContent-Length: 2\r\n\r\nok");
@@ -122,14 +122,14 @@ TEST_F(HTTPSessionTest, DoesNotWaitForTheConnectionToEndWhenTheBodyIsWhole) {
   EXPECT_EQ(outcome({.url = server.url()}), "200 ok");
 }
 
-TEST_F(HTTPSessionTest, PassesOverInterimAnswers) {
+TEST_F(HTTPSessionTest, SkipsInterimAnswers) {
   EXPECT_EQ(outcomeOf("HTTP/1.1 100 Continue\r\n\r\nHTTP/1.1 103 Early Hints\r\nLink: a\r\n\r\n"
                       "HTTP/1.1 200 OK\r\nContent-Length: 2\r\n\r\nok"),
             "200 ok");
   EXPECT_EQ(outcomeOf("HTTP/1.1 100 Continue\r\n\r\n"), "no response");
 }
 
-TEST_F(HTTPSessionTest, ReadsAnAnswerThatComesByteByByte) {
+TEST_F(HTTPSessionTest, ReadsAnAnswerByteByByte) {
   for (const auto* text : {"HTTP/1.1 100 Continue\r\n\r\nHTTP/1.1 200 OK\r\nServer: x\r\n"
                            "Content-Length: 6\r\n\r\nh\xc3\xa9llo",
                            "HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n"
@@ -143,7 +143,7 @@ TEST_F(HTTPSessionTest, ReadsAnAnswerThatComesByteByByte) {
   }
 }
 
-TEST_F(HTTPSessionTest, SendsALargeBodyWhole) {
+TEST_F(HTTPSessionTest, SendsALargeBodyCompletely) {
   std::size_t received = 0;
   const ScriptedServer server([&](const ScriptedPeer& peer) {
     received = peer.receiveRequest().size();
@@ -154,7 +154,7 @@ TEST_F(HTTPSessionTest, SendsALargeBodyWhole) {
   EXPECT_GT(received, body.size());
 }
 
-TEST_F(HTTPSessionTest, ReadsAnAnswerThatComesBeforeTheRequestIsRead) {
+TEST_F(HTTPSessionTest, ReadsAnAnswerThatArrivesBeforeTheRequestIsRead) {
   const ScriptedServer server([](const ScriptedPeer& peer) {
     peer.send("HTTP/1.1 413 Too Large\r\nContent-Length: 3\r\n\r\nbig");
     peer.waitUntilLeft();
@@ -179,7 +179,7 @@ bool isKnown(const char* name) {
 TEST_F(HTTPSessionTest, ConnectsToAName) {
   if (!isKnown("localhost")) GTEST_SKIP() << "this system does not resolve localhost";
   const ScriptedServer server(answering("HTTP/1.1 200 OK\r\n\r\nnamed"));
-  // Where the name has an IPv6 address as well, nothing listens there.
+  // If the name also has an IPv6 address, nothing listens there.
   EXPECT_EQ(outcome({.url = formatText("http://localhost:{}/", server.port())}), "200 named");
 }
 
@@ -254,7 +254,7 @@ TEST_F(HTTPSessionTest, ReportsAServerThatFallsSilent) {
   }
 }
 
-TEST_F(HTTPSessionTest, IsPatientWithASlowAnswerWhosePiecesCome) {
+TEST_F(HTTPSessionTest, AcceptsASlowAnswerThatKeepsArriving) {
   const ScriptedServer server([](const ScriptedPeer& peer) {
     (void)peer.receiveRequest();
     peer.send("HTTP/1.1 200 OK\r\n\r\n");
@@ -263,7 +263,7 @@ TEST_F(HTTPSessionTest, IsPatientWithASlowAnswerWhosePiecesCome) {
   EXPECT_EQ(outcome({.url = server.url()}, {.requestTimeout = 1s}), "200 ............");
 }
 
-TEST_F(HTTPSessionTest, ReportsAnAnswerThatTakesTooLongAsAWhole) {
+TEST_F(HTTPSessionTest, ReportsAnAnswerThatExceedsTheTotalTimeOut) {
   std::atomic<int> sent = 0;
   const ScriptedServer server([&](const ScriptedPeer& peer) {
     (void)peer.receiveRequest();
@@ -294,7 +294,7 @@ TEST_F(HTTPSessionTest, RefusesAnAnswerBeyondTheLimit) {
             "SERVER sent more than 5 bytes");
 }
 
-TEST_F(HTTPSessionTest, RefusesALengthBeyondTheLimitBeforeTheBodyComes) {
+TEST_F(HTTPSessionTest, RefusesALengthBeyondTheLimitBeforeTheBodyArrives) {
   const ScriptedServer server([](const ScriptedPeer& peer) {
     (void)peer.receiveRequest();
     peer.send("HTTP/1.1 200 OK\r\nContent-Length: 6\r\n\r\n");
@@ -323,7 +323,7 @@ TEST_F(HTTPSessionTest, StopsReadingAHugeAnswerAtTheLimit) {
   }
 }
 
-TEST_F(HTTPSessionTest, BoundsWhatComesBeforeTheBody) {
+TEST_F(HTTPSessionTest, BoundsTheHead) {
   const std::string field = "Name: " + std::string(1000, 'x') + "\r\n";
   for (const std::string& endless :
        {std::string("x"), field, std::string("HTTP/1.1 100 Continue\r\n\r\n")}) {
@@ -352,7 +352,7 @@ TEST_F(HTTPSessionTest, RunsManyExchangesAtOnce) {
   const ScriptedServer server(
       [&](const ScriptedPeer& peer) {
         const auto request = peer.receiveRequest();
-        ++waiting;  // nobody is answered before everybody has asked
+        ++waiting;  // no answer is sent before all requests have arrived
         eventually([&] { return waiting == count; });
         peer.send("HTTP/1.1 200 OK\r\n\r\n" + request.substr(4, request.find(' ', 4) - 4));
       },
@@ -369,7 +369,7 @@ TEST_F(HTTPSessionTest, RunsManyExchangesAtOnce) {
   }
 }
 
-TEST_F(HTTPSessionTest, LeavesNoDescriptorAndNoMemoryBehind) {
+TEST_F(HTTPSessionTest, LeaksNeitherDescriptorsNorMemory) {
   std::atomic<int> served = 0;
   const ScriptedServer server(
       [&](const ScriptedPeer& peer) {
@@ -383,12 +383,12 @@ TEST_F(HTTPSessionTest, LeavesNoDescriptorAndNoMemoryBehind) {
   for (int i = 0; i < 2000; ++i) (void)outcome({.url = server.url()});
   EXPECT_TRUE(eventually([&] { return test::openDescriptors() <= before; }))
       << test::openDescriptors() << " instead of " << before;
-  // The reactor is through with the last exchange.
+  // Waits until the reactor has finished the last exchange.
   reactor_.run([] {});
   EXPECT_LT(::mallinfo2().uordblks, allocated + (1UL << 20));
 }
 
-TEST_F(HTTPSessionTest, KeepsItsSocketsFromChildren) {
+TEST_F(HTTPSessionTest, DoesNotLeakSocketsToChildren) {
   const ScriptedServer server([](const ScriptedPeer& peer) { peer.waitUntilLeft(); });
   const AnswerRecorder recorder;
   auto task = HTTPSession(reactor_, {}).send({.url = server.url()}, recorder.done());

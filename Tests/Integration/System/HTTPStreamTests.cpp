@@ -46,7 +46,7 @@ class HTTPStreamTest : public testing::Test {
     return HTTPSession(reactor_, limits).stream({.url = server.url(), .timeout = 0s}, handlers);
   }
 
-  /// All that a server with this script delivers.
+  /// Returns the record of a stream from a server with this script.
   StreamRecorder::Record record(ScriptedServer::Script script,
                                 const HTTPSession::Configuration& limits = {}) {
     const ScriptedServer server(std::move(script));
@@ -82,7 +82,7 @@ TEST_F(HTTPStreamTest, JoinsLinesAcrossChunks) {
   EXPECT_THAT(record.ends, ElementsAre(std::nullopt));
 }
 
-TEST_F(HTTPStreamTest, ReadsAStreamThatComesByteByByte) {
+TEST_F(HTTPStreamTest, ReadsAStreamByteByByte) {
   for (const auto& text :
        {streamHead + std::string("näher\r\nzwei\n\nrest"),
         chunkedHead + chunk("näher\r\nzw") + chunk("ei\n\nrest") + "0\r\n\r\n"}) {
@@ -95,7 +95,7 @@ TEST_F(HTTPStreamTest, ReadsAStreamThatComesByteByByte) {
   }
 }
 
-TEST_F(HTTPStreamTest, DeliversALineAsSoonAsItIsThere) {
+TEST_F(HTTPStreamTest, DeliversALineAtOnce) {
   const ScriptedServer server([](const ScriptedPeer& peer) {
     (void)peer.receiveRequest();
     peer.send(streamHead + std::string("first\nsec"));
@@ -129,7 +129,7 @@ TEST_F(HTTPStreamTest, ReportsAStreamThatBreaksOff) {
       record.ends[0]->message.ends_with("closed the connection before the end of its answer"));
 }
 
-TEST_F(HTTPStreamTest, ReportsWhatIsNoAnswer) {
+TEST_F(HTTPStreamTest, ReportsAnInvalidAnswer) {
   const auto record = recordOf("garbage\r\n");
   EXPECT_THAT(record.statuses, IsEmpty());
   EXPECT_THAT(record.ends, ElementsAre(Error{"no response"}));
@@ -190,7 +190,7 @@ TEST_F(HTTPStreamTest, KeepsUpWithManyLines) {
   for (std::size_t i = 0; i < count; ++i) ASSERT_EQ(record.lines[i], fmt::format("data: {}", i));
 }
 
-TEST_F(HTTPStreamTest, SkipsAnOverlongLineAndReadsOn) {
+TEST_F(HTTPStreamTest, SkipsAnOverlongLineAndContinues) {
   const auto record =
       recordOf(fmt::format("{}12345\n123456\n{}\r\nok\n", streamHead, std::string(100'000, 'x')),
                {.maxLineBytes = 5});
@@ -198,7 +198,7 @@ TEST_F(HTTPStreamTest, SkipsAnOverlongLineAndReadsOn) {
   EXPECT_THAT(record.ends, ElementsAre(std::nullopt));
 }
 
-TEST_F(HTTPStreamTest, StaysSmallWhateverComes) {
+TEST_F(HTTPStreamTest, UsesBoundedMemory) {
   constexpr std::size_t hundredMegabytes = 100'000'000;
   const auto before = residentBytes();
   std::size_t largest = 0;
@@ -227,7 +227,7 @@ TEST_F(HTTPStreamTest, StaysSmallWhateverComes) {
   EXPECT_LT(largest, before + (24UL << 20));
 }
 
-TEST_F(HTTPStreamTest, LeavesRoomForOthersWhileItIsBusy) {
+TEST_F(HTTPStreamTest, LetsOtherExchangesRunWhileItIsBusy) {
   const ScriptedServer busy([](const ScriptedPeer& peer) {
     (void)peer.receiveRequest();
     peer.send(streamHead);

@@ -87,7 +87,7 @@ TEST_F(HelperProcessTest, ReportsOnTheMainLoopInOrder) {
   EXPECT_EQ(takeEvents(), (Lines{"answer 1", "answer 2", "it ended with status 3"}));
 }
 
-TEST_F(HelperProcessTest, ReportsWhatIsNotAMessage) {
+TEST_F(HelperProcessTest, ReportsInvalidLines) {
   start();
   print({"garbage", R"({"stop":true})"});
   const auto events = takeEvents();
@@ -100,7 +100,7 @@ TEST_F(HelperProcessTest, ReportsWhatIsNotAMessage) {
   EXPECT_EQ(takeEvents(), Lines{"it ended by signal " + std::to_string(SIGKILL)});
 }
 
-TEST_F(HelperProcessTest, ReportsLaterThatItCouldNotBeStarted) {
+TEST_F(HelperProcessTest, ReportsAFailedStartAsynchronously) {
   launcher_.failWith("/opt/helper: No such file or directory");
   start();
   helper_->send(Stop{});

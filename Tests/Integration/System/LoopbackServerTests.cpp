@@ -42,7 +42,7 @@ void breakListeningSocket(int port) {
   }
 }
 
-/// A listener whose messages hold a "."; what it does with one is the test's.
+/// A listener whose messages end at the first ".". The test handles them.
 class LoopbackServerTest : public ::testing::Test {
  protected:
   void open(const std::function<void(const Peer&, std::string_view)>& onMessage) {
@@ -70,7 +70,7 @@ class LoopbackServerTest : public ::testing::Test {
   void openEcho() {
     open([](const Peer& peer, std::string_view received) { peer.send(std::string(received)); });
   }
-  /// Answers nobody before the test says so.
+  /// Delays answers until the test releases them.
   void openSilent() {
     open([this](const Peer& peer, std::string_view) {
       const std::scoped_lock lock(mutex_);
@@ -105,7 +105,7 @@ TEST_F(LoopbackServerTest, AnswersAMessageAndCloses) {
   EXPECT_EQ(peer.receiveAll(), "hello.");
 }
 
-TEST_F(LoopbackServerTest, JoinsAMessageThatComesInPieces) {
+TEST_F(LoopbackServerTest, JoinsAMessageThatArrivesInPieces) {
   openEcho();
   const auto peer = client();
   for (const char letter : std::string("hello.")) {
@@ -116,7 +116,7 @@ TEST_F(LoopbackServerTest, JoinsAMessageThatComesInPieces) {
   EXPECT_EQ(peer.receiveAll(), "hello.");
 }
 
-TEST_F(LoopbackServerTest, ClosesWithoutAnAnswerWhenTheMessageNeverBecomesWhole) {
+TEST_F(LoopbackServerTest, ClosesWithoutAnAnswerIfTheMessageStaysIncomplete) {
   openEcho();
   const auto peer = client();
   peer.send("hello");
@@ -141,7 +141,7 @@ TEST_F(LoopbackServerTest, AnswersFromAnotherThreadLater) {
   EXPECT_EQ(peer.receiveAll(), "late");
 }
 
-TEST_F(LoopbackServerTest, ClosesWhenEverybodyHasLetGoOfAPeer) {
+TEST_F(LoopbackServerTest, ClosesWhenTheLastReferenceToAPeerIsReleased) {
   openSilent();
   const auto peer = client();
   peer.send("hello.");
@@ -171,7 +171,7 @@ TEST_F(LoopbackServerTest, SendsALongAnswerToASlowReader) {
   EXPECT_EQ(slow.receiveAll(), answer);
 }
 
-TEST_F(LoopbackServerTest, GivesUpPeersThatTakeNothingOfTheirAnswer) {
+TEST_F(LoopbackServerTest, ClosesPeersThatDoNotReadTheirAnswer) {
   sendTimeout_ = 20ms;
   const std::string answer(32UL << 20, 'x');
   open([&](const Peer& peer, std::string_view received) {
@@ -190,7 +190,7 @@ TEST_F(LoopbackServerTest, GivesUpPeersThatTakeNothingOfTheirAnswer) {
     others.back().send("hello.");
   }
   ASSERT_TRUE(test::eventually([this] { return waitingCount() == fewConnections; }))
-      << "the idle keep their places";
+      << "idle connections keep their places";
   for (const auto& peer : idle) {
     const auto taken = peer.receiveAll();
     EXPECT_LT(taken.size(), answer.size());
@@ -218,7 +218,7 @@ TEST_F(LoopbackServerTest, IsNotDelayedByASilentPeer) {
   EXPECT_EQ(silent.receiveAll(), "hello.");
 }
 
-TEST_F(LoopbackServerTest, NewPeersDoNotKeepWaitingThoseWhoAreThere) {
+TEST_F(LoopbackServerTest, NewPeersDoNotDelayConnectedOnes) {
   openEcho();
   constexpr std::size_t crowdSize = 2;
   std::vector<std::jthread> crowd;
@@ -242,7 +242,7 @@ TEST_F(LoopbackServerTest, NewPeersDoNotKeepWaitingThoseWhoAreThere) {
   }
 }
 
-TEST_F(LoopbackServerTest, MakesRoomByClosingTheOldestThatHasNotSentAWholeMessage) {
+TEST_F(LoopbackServerTest, MakesRoomByClosingTheOldestIncompletePeer) {
   openSilent();
   const auto whole = client();
   whole.send("whole.");
@@ -257,7 +257,7 @@ TEST_F(LoopbackServerTest, MakesRoomByClosingTheOldestThatHasNotSentAWholeMessag
   EXPECT_FALSE(whole.isReadable(0ms));
 }
 
-/// Opens as many connections as there are places, each of which is refused and goes on sending.
+/// Opens the maximum number of connections. Each is refused and keeps sending.
 std::vector<RawClient> refusedClients(const std::function<RawClient()>& connect) {
   std::vector<RawClient> clients;
   for (std::size_t i = 0; i < fewConnections; ++i) {
@@ -268,7 +268,7 @@ std::vector<RawClient> refusedClients(const std::function<RawClient()>& connect)
   return clients;
 }
 
-TEST_F(LoopbackServerTest, MakesRoomByClosingRefusedPeersThatGoOnSending) {
+TEST_F(LoopbackServerTest, MakesRoomByClosingRefusedPeersThatKeepSending) {
   open([](const Peer& peer, std::string_view received) {
     if (received == "bad.") return peer.refuse("no");
     peer.send("yes");
@@ -281,7 +281,7 @@ TEST_F(LoopbackServerTest, MakesRoomByClosingRefusedPeersThatGoOnSending) {
   EXPECT_EQ(refused.front().receiveAll(), "no");
 }
 
-TEST_F(LoopbackServerTest, PrefersRefusedPeersToThoseThatHaveNotSentAWholeMessage) {
+TEST_F(LoopbackServerTest, ClosesRefusedPeersBeforeIncompleteOnes) {
   open([](const Peer& peer, std::string_view received) {
     if (received == "bad.") return peer.refuse("no");
     peer.send("yes");
@@ -302,7 +302,7 @@ TEST_F(LoopbackServerTest, PrefersRefusedPeersToThoseThatHaveNotSentAWholeMessag
   EXPECT_EQ(slow.receiveAll(), "yes");
 }
 
-TEST_F(LoopbackServerTest, LetsNewPeersWaitWhileAllHaveSentAWholeMessage) {
+TEST_F(LoopbackServerTest, LetsNewPeersWaitWhileAllHaveSentACompleteMessage) {
   openSilent();
   std::vector<RawClient> clients;
   for (std::size_t i = 0; i < fewConnections; ++i) {
@@ -319,7 +319,7 @@ TEST_F(LoopbackServerTest, LetsNewPeersWaitWhileAllHaveSentAWholeMessage) {
   EXPECT_TRUE(test::eventually([this] { return waitingCount() == fewConnections + 1; }));
 }
 
-TEST_F(LoopbackServerTest, AcceptsNoMoreOnceCancelledAndEndsWhatIsUnderWay) {
+TEST_F(LoopbackServerTest, CancellingStopsAcceptingAndEndsOpenConnections) {
   openSilent();
   const auto peer = client();
   peer.send("hello.");
@@ -331,7 +331,7 @@ TEST_F(LoopbackServerTest, AcceptsNoMoreOnceCancelledAndEndsWhatIsUnderWay) {
   EXPECT_EQ(peer.receiveAll(), "done");
 }
 
-TEST_F(LoopbackServerTest, APeerOutlivesTheListenerAndThenSaysNothing) {
+TEST_F(LoopbackServerTest, APeerMayOutliveTheListener) {
   openSilent();
   const auto peer = client();
   peer.send("hello.");
@@ -342,7 +342,7 @@ TEST_F(LoopbackServerTest, APeerOutlivesTheListenerAndThenSaysNothing) {
   waiting_.clear();
 }
 
-TEST_F(LoopbackServerTest, SaysOnceWhenItHasFailedForGood) {
+TEST_F(LoopbackServerTest, ReportsAPermanentFailureOnce) {
   openSilent();
   const auto peer = client();
   peer.send("hello.");
@@ -351,10 +351,10 @@ TEST_F(LoopbackServerTest, SaysOnceWhenItHasFailedForGood) {
   ASSERT_TRUE(test::eventually([this] { return !failures().empty(); }));
   expectedFailures_ = {"accept: Invalid argument"};
   waiting_.front().send("done");
-  EXPECT_EQ(peer.receiveAll(), "done") << "what is under way goes on";
+  EXPECT_EQ(peer.receiveAll(), "done") << "running exchanges continue";
 }
 
-TEST_F(LoopbackServerTest, SaysWhyItCannotBeOpened) {
+TEST_F(LoopbackServerTest, ReportsWhyItCannotBeOpened) {
   openEcho();
   const auto second = LoopbackServer::open({.port = listener_->port()}, {});
   ASSERT_FALSE(second);

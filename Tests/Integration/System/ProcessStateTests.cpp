@@ -13,7 +13,7 @@
 namespace zephyl {
 namespace {
 
-/// Whether `condition` holds in a process of its own, which it may change as it likes.
+/// Returns whether `condition` holds in a child process, whose state it may change.
 bool holdsInAProcess(const std::function<bool()>& condition) {
   const pid_t child = ::fork();
   if (child == 0) ::_exit(condition() ? 0 : 1);
@@ -55,7 +55,7 @@ TEST(ProcessState, KeepsDescriptorsThatAreOpen) {
   }));
 }
 
-TEST(ProcessState, HasChildrenThatCanBeWaitedFor) {
+TEST(ProcessState, RestoresSIGCHLD) {
   EXPECT_TRUE(holdsInAProcess([] {
     std::signal(SIGCHLD, SIG_IGN);
     establishProcessState();
@@ -73,7 +73,7 @@ TEST(ProcessState, KeepsAnIgnoredHangUp) {
   }
 }
 
-TEST(ProcessState, RaisesTheLimitOfDescriptorsAndGivesItBack) {
+TEST(ProcessState, RaisesAndRestoresTheLimitOfDescriptors) {
   EXPECT_TRUE(holdsInAProcess([] {
     const auto softLimit = [] {
       rlimit current{};

@@ -23,7 +23,7 @@ void require(bool holds, const char* what) {
   if (!holds) throw std::runtime_error(what);
 }
 
-/// Room for either family; the port stands at the same place in both.
+/// An address of either family. The port has the same offset in both.
 struct Address {
   sockaddr_in6 storage{};
   socklen_t size = sizeof storage;
@@ -44,7 +44,7 @@ struct Address {
   }
 };
 
-/// A socket bound to a free loopback port, and that port.
+/// Returns a socket bound to a free loopback port, and that port.
 std::pair<FileDescriptor, Address> bindLoopback(int family) {
   FileDescriptor socket(::socket(family, SOCK_STREAM | SOCK_CLOEXEC, 0));
   auto address = Address::loopback(family);
@@ -59,13 +59,13 @@ Address localAddress(int descriptor) {
   return address;
 }
 
-/// The port at the other end of a connection; 0 when `descriptor` is none.
+/// Returns the peer's port of a connection; 0 if `descriptor` is not a connection.
 std::uint16_t remotePort(int descriptor) {
   Address address;
   return ::getpeername(descriptor, address.get(), &address.size) == 0 ? address.port() : 0;
 }
 
-/// The descriptors of this process that are connected to `port`.
+/// Returns the descriptors of this process that are connected to `port`.
 std::vector<int> connectedTo(std::uint16_t port) {
   std::vector<int> found;
   for (const auto& entry : std::filesystem::directory_iterator("/proc/self/fd")) {
@@ -75,7 +75,7 @@ std::vector<int> connectedTo(std::uint16_t port) {
   return found;
 }
 
-/// Whether the client, in this process, has read all that was sent to it.
+/// Returns whether the client, in this process, has read everything that was sent to it.
 bool isAllRead(int server) {
   const auto clientPort = remotePort(server);
   return std::ranges::none_of(connectedTo(localAddress(server).port()), [&](int client) {
@@ -189,7 +189,7 @@ StallingPort::StallingPort() {
   listener_ = std::move(listener);
   require(::listen(listener_.get(), 0) == 0, "listen");
   authority_ = formatText("127.0.0.1:{}", address.port());
-  // Once the queue of connections that nobody accepts is full, further ones stay unanswered.
+  // When the queue of unaccepted connections is full, further ones get no answer.
   for (int i = 0; i < 4; ++i) {
     auto& client =
         waiting_.emplace_back(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));

@@ -18,13 +18,13 @@ class ScriptedPeer {
  public:
   explicit ScriptedPeer(int descriptor) : descriptor_(descriptor) {}
 
-  /// The next request, head and body; what there was of it when the client went away.
+  /// Returns the next request with head and body. Returns a part of it if the client disconnects.
   [[nodiscard]] std::string receiveRequest() const;
-  /// False when the client is gone.
+  /// Returns false if the client has disconnected.
   bool send(std::string_view bytes) const;
-  /// Sends byte by byte, each when the client has taken the one before.
+  /// Sends byte by byte. Waits until the client has read each one.
   void sendInSingleBytes(std::string_view bytes) const;
-  /// Whether the client goes away within `limit`.
+  /// Returns whether the client disconnects within `limit`.
   [[nodiscard]] bool isLeftWithin(std::chrono::milliseconds limit) const;
   void waitUntilLeft() const;
   /// Makes closing the connection a reset.
@@ -34,14 +34,14 @@ class ScriptedPeer {
   int descriptor_;
 };
 
-/// A server on a free loopback port that does to each connection what its script says, on
-/// threads of its own. One thread serves one connection at a time.
+/// A server on a free loopback port that runs its script for each connection, on its own threads.
+/// One thread serves one connection at a time.
 class ScriptedServer {
  public:
   using Script = std::function<void(const ScriptedPeer&)>;
 
   explicit ScriptedServer(Script script, int threads = 1, int family = 2 /* AF_INET */);
-  /// Breaks off what is going on.
+  /// Interrupts running scripts.
   ~ScriptedServer();
   ScriptedServer(const ScriptedServer&) = delete;
   ScriptedServer& operator=(const ScriptedServer&) = delete;
@@ -50,7 +50,7 @@ class ScriptedServer {
   /// Host and port.
   [[nodiscard]] const std::string& authority() const { return authority_; }
   [[nodiscard]] std::string url(std::string_view target = "/") const;
-  /// The client's ends of the open connections, found among the descriptors of this process.
+  /// Returns the client's ends of the open connections, found among this process's descriptors.
   [[nodiscard]] std::vector<int> clientDescriptors() const;
 
  private:
@@ -66,7 +66,7 @@ class ScriptedServer {
   std::vector<std::thread> threads_;
 };
 
-/// A loopback port on which connecting is refused, as long as it lives.
+/// A loopback port that refuses connections while the object lives.
 class RefusingPort {
  public:
   RefusingPort();
@@ -77,7 +77,7 @@ class RefusingPort {
   std::string authority_;
 };
 
-/// A loopback port on which connecting takes for ever, as long as it lives.
+/// A loopback port on which connecting never completes while the object lives.
 class StallingPort {
  public:
   StallingPort();
@@ -89,7 +89,7 @@ class StallingPort {
   std::string authority_;
 };
 
-/// What has arrived on a socket and was not read.
+/// Returns the number of unread bytes of a socket.
 std::size_t unreadBytes(int descriptor);
 
 }  // namespace zephyl::test

@@ -27,7 +27,7 @@ using test::ManualClock;
 using test::ScopedVariable;
 using test::TemporaryDirectory;
 
-/// The manager's end: a datagram socket. A name that begins with "@" is abstract.
+/// The manager's datagram socket. A name that begins with "@" is abstract.
 class Receiver {
  public:
   explicit Receiver(const std::string& name)
@@ -40,7 +40,7 @@ class Receiver {
     EXPECT_EQ(::bind(socket_.get(), reinterpret_cast<const sockaddr*>(&address), size), 0);
   }
 
-  /// What has arrived since the last call.
+  /// Returns the messages since the last call.
   std::vector<std::string> received() {
     std::vector<std::string> all;
     std::array<char, 256> buffer{};
@@ -70,7 +70,7 @@ class ServiceManagerTest : public testing::Test {
   ManualClock clock_;
 };
 
-TEST_F(ServiceManagerTest, IsToldThatTheServiceIsReadyReloadsAndStops) {
+TEST_F(ServiceManagerTest, IsNotifiedWhenTheServiceIsReadyReloadsAndStops) {
   const auto manager = ServiceManager::fromEnvironment();
   EXPECT_TRUE(manager.exists());
   manager.notifyReady();
@@ -88,7 +88,7 @@ TEST_F(ServiceManagerTest, MayHaveAnAbstractAddress) {
   EXPECT_EQ(receiver.received(), std::vector<std::string>{"READY=1"});
 }
 
-TEST_F(ServiceManagerTest, DoesNotExistWithoutAnAddress) {
+TEST_F(ServiceManagerTest, IsAbsentWithoutAnAddress) {
   const ScopedVariable address("NOTIFY_SOCKET");
   const ScopedVariable limit("WATCHDOG_USEC", "60000000");
   const auto manager = ServiceManager::fromEnvironment();
@@ -98,7 +98,7 @@ TEST_F(ServiceManagerTest, DoesNotExistWithoutAnAddress) {
   EXPECT_EQ(clock_.pendingTimers(), 0U);
 }
 
-TEST_F(ServiceManagerTest, IgnoresAnAddressThatIsNoLocalSocket) {
+TEST_F(ServiceManagerTest, IgnoresAnUnsupportedAddress) {
   for (const std::string& each :
        {std::string("vsock:2:1234"), std::string("@"), "/" + std::string(200, 'x')}) {
     const ScopedVariable address("NOTIFY_SOCKET", each);
@@ -107,7 +107,7 @@ TEST_F(ServiceManagerTest, IgnoresAnAddressThatIsNoLocalSocket) {
   }
 }
 
-TEST_F(ServiceManagerTest, IsToldTwiceInItsLimitThatTheMainLoopWorks) {
+TEST_F(ServiceManagerTest, GetsTwoWatchdogMessagesPerInterval) {
   const ScopedVariable limit("WATCHDOG_USEC", "60000000");
   const ScopedVariable process("WATCHDOG_PID", thisProcess());
   const auto manager = ServiceManager::fromEnvironment();
@@ -118,7 +118,7 @@ TEST_F(ServiceManagerTest, IsToldTwiceInItsLimitThatTheMainLoopWorks) {
   EXPECT_EQ(receiver_.received(), (std::vector<std::string>{"WATCHDOG=1", "WATCHDOG=1"}));
 }
 
-TEST_F(ServiceManagerTest, IsNotToldSoByAMainLoopThatHangs) {
+TEST_F(ServiceManagerTest, GetsNoWatchdogMessageFromAMainLoopThatHangs) {
   const ScopedVariable limit("WATCHDOG_USEC", "60000000");
   const auto manager = ServiceManager::fromEnvironment();
   const Timer watchdog = manager.feedWatchdog(loop_, clock_);
@@ -134,7 +134,7 @@ TEST_F(ServiceManagerTest, WatchesOnlyTheProcessThatItHasStarted) {
   EXPECT_FALSE(manager.feedWatchdog(loop_, clock_));
 }
 
-TEST_F(ServiceManagerTest, HasNoWatchdogWithoutALimit) {
+TEST_F(ServiceManagerTest, HasNoWatchdogWithoutAnInterval) {
   for (const char* each : {"", "0", "-5", "soon"}) {
     const ScopedVariable limit("WATCHDOG_USEC", each);
     EXPECT_FALSE(ServiceManager::fromEnvironment().feedWatchdog(loop_, clock_)) << each;
@@ -153,7 +153,7 @@ TEST_F(ServiceManagerTest, IsKnownToTheProgramThatIsExecutedNext) {
   EXPECT_TRUE(next.feedWatchdog(loop_, clock_));
 }
 
-TEST_F(ServiceManagerTest, MayBeGone) {
+TEST_F(ServiceManagerTest, MayHaveEnded) {
   const auto manager = ServiceManager::fromEnvironment();
   ::unlink(path_.c_str());
   const auto log = logOf([&] { manager.notifyStopping(); });

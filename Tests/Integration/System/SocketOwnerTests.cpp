@@ -21,7 +21,7 @@ std::string contentsOf(const char* path) {
   return {std::istreambuf_iterator<char>(file), {}};
 }
 
-/// What the kernel says when it is asked for one socket, and what its tables say.
+/// Expects this owner both from a query of the kernel and from its tables.
 void expectOwner(const std::string& address, int port, uid_t owner) {
   const auto number = static_cast<std::uint16_t>(port);
   const auto asked = listeningUser(address, number);
@@ -55,7 +55,7 @@ TEST(SocketOwner, IsFoundOnTheLoopbackAddressOfIPv6) {
   EXPECT_FALSE(listeningUser("127.0.0.1", static_cast<std::uint16_t>(port)));
 }
 
-TEST(SocketOwner, IsNotKnownWhereNothingListens) {
+TEST(SocketOwner, IsUnknownIfNothingListens) {
   const auto port = static_cast<std::uint16_t>(test::freePort());
   const auto owner = listeningUser("127.0.0.1", port);
   ASSERT_FALSE(owner);
@@ -64,7 +64,7 @@ TEST(SocketOwner, IsNotKnownWhereNothingListens) {
   EXPECT_FALSE(listeningUser("localhost", port)) << "not a numeric address";
 }
 
-TEST(SocketOwner, IsNotTakenFromAConnectionOfThePort) {
+TEST(SocketOwner, IsNotDerivedFromAConnectionOfThePort) {
   const int port = test::freePort();
   auto socket = listenOn("127.0.0.1", port);
   const test::RawClient client(port);
@@ -74,13 +74,13 @@ TEST(SocketOwner, IsNotTakenFromAConnectionOfThePort) {
   EXPECT_FALSE(listeningUser("127.0.0.1", static_cast<std::uint16_t>(port)));
 }
 
-TEST(SocketOwner, IsAnotherUserWhenItIsTheirProgram) {
+TEST(SocketOwner, CanBeAnotherUser) {
   const ForeignListener other;
   if (!other.port()) GTEST_SKIP() << "needs root, to listen as another user";
   expectOwner("127.0.0.1", *other.port(), ForeignListener::user);
 }
 
-/// Tables as the kernel writes them on a little-endian machine.
+/// Tables of a kernel on a little-endian machine.
 const SocketTables tables{
     .tcp =
         "  sl  local_address rem_address   st tx_queue rx_queue tr tm->when retrnsmt   uid\n"
@@ -96,8 +96,8 @@ const SocketTables tables{
         "   1: 00000000000000000000000001000000:2263 00000000000000000000000000000000:0000 0A "
         "00000000:00000000 00:00000000 00000000  1005 0 8\n"};
 
-TEST(SocketOwnerTables, PreferTheListenerThatIsBoundMostClosely) {
-  if (htonl(1) == 1) GTEST_SKIP() << "the tables are of a little-endian machine";
+TEST(SocketOwnerTables, PreferTheMostSpecificListener) {
+  if (htonl(1) == 1) GTEST_SKIP() << "the tables are from a little-endian machine";
   EXPECT_EQ(listeningUser(tables, "127.0.0.1", 0x225F), 1001);
   EXPECT_EQ(listeningUser(tables, "127.0.0.2", 0x225F), 1004);
   EXPECT_EQ(listeningUser(tables, "127.0.0.1", 0x2260), 1003);
@@ -105,7 +105,7 @@ TEST(SocketOwnerTables, PreferTheListenerThatIsBoundMostClosely) {
   EXPECT_EQ(listeningUser(tables, "::1", 0x225F), 1004);
 }
 
-TEST(SocketOwnerTables, NameNobodyWhereTheyCannotBeUnderstood) {
+TEST(SocketOwnerTables, GiveNoOwnerIfTheyCannotBeParsed) {
   for (const std::uint16_t port : {0x2261, 0x2262, 0x2264}) {
     EXPECT_EQ(listeningUser(tables, "127.0.0.1", port), std::nullopt) << port;
   }

@@ -16,7 +16,7 @@ namespace {
 
 using namespace std::chrono_literals;
 
-/// Standard error is a pipe that the test reads from when it likes.
+/// Standard error is a pipe that only the test reads.
 class StandardErrorTest : public ::testing::Test {
  protected:
   StandardErrorTest() : before_(::dup(STDERR_FILENO)) {
@@ -32,7 +32,7 @@ class StandardErrorTest : public ::testing::Test {
   StandardErrorTest(const StandardErrorTest&) = delete;
   StandardErrorTest& operator=(const StandardErrorTest&) = delete;
 
-  /// What has been written since the last time.
+  /// Returns the output since the last call.
   std::string read() const {
     std::string all;
     char piece[8192];
@@ -42,7 +42,7 @@ class StandardErrorTest : public ::testing::Test {
       all.append(piece, static_cast<std::size_t>(count));
     }
   }
-  /// How long it takes to write a line.
+  /// Returns how long it takes to write a line.
   std::chrono::nanoseconds timeToWrite(const std::string& line) {
     const auto began = std::chrono::steady_clock::now();
     error_.write(line);
@@ -52,7 +52,7 @@ class StandardErrorTest : public ::testing::Test {
   const FileDescriptor before_;
   FileDescriptor reading_;
   StandardError error_;
-  const std::string filler_ = std::string(4095, 'x') + "\n";  // as much as the pipe takes
+  const std::string filler_ = std::string(4095, 'x') + "\n";  // one page of the pipe
 };
 
 TEST_F(StandardErrorTest, WritesLines) {
@@ -61,12 +61,12 @@ TEST_F(StandardErrorTest, WritesLines) {
   EXPECT_EQ(read(), "one\ntwo\n");
 }
 
-TEST_F(StandardErrorTest, LeavesTheFlagsOfTheSharedFileAlone) {
+TEST_F(StandardErrorTest, KeepsTheFlagsOfTheSharedFile) {
   error_.write("one\n");
   EXPECT_EQ(::fcntl(STDERR_FILENO, F_GETFL) & O_NONBLOCK, 0);
 }
 
-TEST_F(StandardErrorTest, WaitsOnceAndThenDropsLinesUntilOneGoesThrough) {
+TEST_F(StandardErrorTest, WaitsOnceAndThenDropsLinesUntilAWriteSucceeds) {
   error_.write(filler_);
   EXPECT_GE(timeToWrite("first\n"), StandardError::patience);
   for (int i = 0; i < 100; ++i) error_.write("more\n");
@@ -78,7 +78,7 @@ TEST_F(StandardErrorTest, WaitsOnceAndThenDropsLinesUntilOneGoesThrough) {
   EXPECT_EQ(read(), "after\n");
 }
 
-TEST_F(StandardErrorTest, BeginsANewLineAfterOneThatWasCutOff) {
+TEST_F(StandardErrorTest, StartsANewLineAfterATruncatedOne) {
   const std::string longLine = std::string(6000, 'y') + "\n";
   error_.write(longLine);
   EXPECT_EQ(read(), longLine.substr(0, 4096));
@@ -86,14 +86,14 @@ TEST_F(StandardErrorTest, BeginsANewLineAfterOneThatWasCutOff) {
   EXPECT_EQ(read(), "\n[tray] 1 log lines were dropped: standard error was blocked\nlast\n");
 }
 
-TEST_F(StandardErrorTest, ForgetsLinesThatNobodyCanRead) {
+TEST_F(StandardErrorTest, DropsLinesIfThereIsNoReader) {
   reading_.reset();
   const auto before = ::signal(SIGPIPE, SIG_IGN);
   EXPECT_LT(timeToWrite("lost\n"), StandardError::patience);
   ::signal(SIGPIPE, before);
 }
 
-TEST_F(StandardErrorTest, ForgetsLinesWhenItIsClosed) {
+TEST_F(StandardErrorTest, DropsLinesIfItIsClosed) {
   ::close(STDERR_FILENO);
   EXPECT_LT(timeToWrite("lost\n"), StandardError::patience);
 }

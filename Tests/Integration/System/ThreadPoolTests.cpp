@@ -24,7 +24,7 @@ TEST(ThreadPool, KeepsOneThreadForLife) {
   EXPECT_TRUE(test::eventually([&] { return pool.threadCount() == 1; }));
 }
 
-/// Whether all work is done, after one log line, while the system has no thread to give. Changes
+/// Returns whether all tasks run, after one log line, if the system cannot create threads. Changes
 /// the limits of the process.
 bool worksWithoutFurtherThreads() {
   ThreadPool pool;
@@ -39,7 +39,7 @@ bool worksWithoutFurtherThreads() {
          log == "[tray] could not start another thread: continuing with fewer\n";
 }
 
-TEST(ThreadPool, DoesItsWorkWhenTheSystemHasNoThreadToGive) {
+TEST(ThreadPool, RunsTasksIfTheSystemHasNoFreeThread) {
   const auto held = test::holdsWithoutHome(worksWithoutFurtherThreads);
   if (!held) GTEST_SKIP() << "needs root, to become a user whom limits hold for";
   EXPECT_TRUE(*held);
@@ -61,7 +61,7 @@ TEST(ThreadPool, GrowsWhileTasksBlockButNotBeyondItsLimit) {
   EXPECT_TRUE(test::eventually([&] { return running == 2 * ThreadPool::maxThreads; }));
 }
 
-TEST(ThreadPool, FinishesWhatWasSubmittedBeforeItGoes) {
+TEST(ThreadPool, FinishesSubmittedTasksBeforeItsEnd) {
   std::atomic<int> ran = 0;
   {
     ThreadPool pool;

@@ -29,7 +29,7 @@ std::string information(const std::string& version) {
          R"(", "SUFeedURL": "https://a.example/", "SUPublicEDKey": ")" + usableKey + "\"}";
 }
 
-/// The same with one text in place of another.
+/// Returns the information of `version` with `old` replaced.
 std::string information(const std::string& version, const std::string& old,
                         const std::string& replacement) {
   std::string changed = information(version);
@@ -60,7 +60,7 @@ class InstallationTest : public ::testing::Test {
     directory_.write("opt/zephyl/share/zephyl-tray/Info.json", information(version));
   }
 
-  /// The version that stands at the prefix, whose two files must agree.
+  /// Returns the version at the prefix. Its two files must agree.
   [[nodiscard]] std::string version() const {
     const auto bundle = InstalledBundle::read(prefix_);
     const auto program = readFile(prefix_ + "/bin/zephyl-tray");
@@ -89,7 +89,7 @@ class InstallationTest : public ::testing::Test {
   const UpdateFiles files_ = UpdateFiles::of(prefix_);
 };
 
-TEST_F(InstallationTest, TakesTheNewVersionAndKeepsTheOldOne) {
+TEST_F(InstallationTest, InstallsTheNewVersionAndKeepsTheOldOne) {
   ASSERT_TRUE(stage(archiveOf("2.0"), "2.0"));
   EXPECT_EQ(version(), "1.0");
   ASSERT_TRUE(swap("2.0"));
@@ -99,7 +99,7 @@ TEST_F(InstallationTest, TakesTheNewVersionAndKeepsTheOldOne) {
   EXPECT_FALSE(fileExists(files_.staged));
 }
 
-TEST_F(InstallationTest, ReturnsToThePreviousVersion) {
+TEST_F(InstallationTest, RollsBackToThePreviousVersion) {
   ASSERT_TRUE(stage(archiveOf("2.0"), "2.0"));
   ASSERT_TRUE(swap("2.0"));
   ASSERT_TRUE(goBack());
@@ -111,7 +111,7 @@ TEST_F(InstallationTest, ReturnsToThePreviousVersion) {
   EXPECT_EQ(version(), "1.0");
 }
 
-TEST_F(InstallationTest, RefusesWhatIsNotTheUpdateThatWasPromised) {
+TEST_F(InstallationTest, RefusesAnArchiveOfAnotherVersion) {
   const auto refusal = [&](const std::string& archive) {
     const auto staged = stage(archive, "2.0");
     return staged ? "" : staged.error().message;
@@ -140,7 +140,7 @@ TEST_F(InstallationTest, RefusesWhatIsNotTheUpdateThatWasPromised) {
   EXPECT_FALSE(fileExists(files_.staged));
 }
 
-TEST_F(InstallationTest, RefusesWhatCouldNotBeUpdatedInTurn) {
+TEST_F(InstallationTest, RefusesAVersionThatCouldNotBeUpdated) {
   const auto refusal = [&](const std::string& old, const std::string& replacement) {
     const auto staged =
         stage(TestArchive()
@@ -184,7 +184,7 @@ TEST_F(InstallationTest, SwapsOnlyForANewerVersionThatStarts) {
   EXPECT_TRUE(swap("2.0").has_error());
   ASSERT_TRUE(stage(archiveOf("2.0"), "2.0"));
   EXPECT_TRUE(swap("3.0").has_error());
-  // A version that was staged before another way of updating came first.
+  // A version that was staged before the user updated in another way.
   install("2.5");
   ASSERT_TRUE(createDirectories(files_.directory));
   EXPECT_TRUE(swap("2.0").has_error());
@@ -198,7 +198,7 @@ TEST_F(InstallationTest, SwapsOnlyForANewerVersionThatStarts) {
   EXPECT_EQ(version(), "2.5");
 }
 
-TEST_F(InstallationTest, TakesWhatIsLaidOutForThePreviousVersionOnlyWhenItIsOlder) {
+TEST_F(InstallationTest, UsesTheStagedVersionAsThePreviousOneOnlyIfItIsOlder) {
   ASSERT_TRUE(stage(archiveOf("2.0"), "2.0"));
   ASSERT_TRUE(swap("2.0"));
   ASSERT_TRUE(removePath(files_.previous));
@@ -206,7 +206,7 @@ TEST_F(InstallationTest, TakesWhatIsLaidOutForThePreviousVersionOnlyWhenItIsOlde
   EXPECT_EQ(goBack().error().message, "There is no previous version to roll back to.");
   EXPECT_EQ(version(), "2.0");
   EXPECT_FALSE(fileExists(files_.failed)) << "nothing was rolled back";
-  // As an exchange leaves it that was cut off behind the exchange itself.
+  // The state after an interruption directly after the exchange.
   ASSERT_TRUE(removePath(files_.staged));
   directory_.write("opt/.zephyl.updates/staged/bin/zephyl-tray", programOf("1.0"), true);
   directory_.write("opt/.zephyl.updates/staged/share/zephyl-tray/Info.json", information("1.0"));
@@ -214,7 +214,7 @@ TEST_F(InstallationTest, TakesWhatIsLaidOutForThePreviousVersionOnlyWhenItIsOlde
   EXPECT_EQ(version(), "1.0");
 }
 
-TEST_F(InstallationTest, UsesNoDirectoryThatAnotherHasPutThere) {
+TEST_F(InstallationTest, UsesNoDirectoryOfAnotherUser) {
   ASSERT_TRUE(createDirectories(directory_ / "elsewhere"));
   ASSERT_EQ(::symlink((directory_ / "elsewhere").c_str(), files_.directory.c_str()), 0);
   EXPECT_TRUE(Installation::open(prefix_).has_error());
@@ -260,7 +260,7 @@ TEST_F(InstallationTest, IsNotReplacedWhenItBelongsToAnotherUser) {
   EXPECT_EQ(reason(), "");
 }
 
-TEST_F(InstallationTest, IsTheUsersOwnOrHasAnObstacle) {
+TEST_F(InstallationTest, MustBelongToTheUser) {
   EXPECT_EQ(Installation::obstacle(prefix_), std::nullopt);
   directory_.write("opt/zephyl/share/zephyl-tray/anything", "");
   EXPECT_EQ(Installation::obstacle(prefix_), std::nullopt);
@@ -276,8 +276,8 @@ TEST_F(InstallationTest, IsTheUsersOwnOrHasAnObstacle) {
 
 // A kill at every step
 
-/// System calls that change what there is. A kill before one that only flushes is the same as a
-/// kill before the next of these.
+/// System calls that change files. A kill before a flush is equivalent to a kill before the next of
+/// these calls.
 bool changesAnything(unsigned long long number) {
   static const std::set<unsigned long long> changing = {SYS_write,    SYS_mkdir,     SYS_mkdirat,
                                                         SYS_rename,   SYS_renameat2, SYS_unlink,
@@ -285,7 +285,8 @@ bool changesAnything(unsigned long long number) {
   return changing.contains(number);
 }
 
-/// Runs `work` in a process of its own that is killed before its `step`th change; whether it was.
+/// Runs `work` in a child process that is killed before its `step`th change. Returns whether it was
+/// killed.
 template <typename Work>
 bool runAndKillAt(int step, Work work) {
   const pid_t child = ::fork();
@@ -329,7 +330,7 @@ TEST_F(InstallationTest, SurvivesAKillAtEveryStepOfAnUpdate) {
     const std::string standing = version();
     ASSERT_TRUE(standing == "1.0" || standing == "2.0") << standing << " after step " << kills;
     stillOld = standing == "1.0";
-    // From wherever it was left, an update goes on, and so does the way back.
+    // Update and rollback must succeed from any interrupted state.
     if (stillOld) {
       ASSERT_TRUE(stage(archive, "2.0")) << "after step " << kills;
       ASSERT_TRUE(swap("2.0")) << "after step " << kills;
@@ -343,7 +344,7 @@ TEST_F(InstallationTest, SurvivesAKillAtEveryStepOfAnUpdate) {
   EXPECT_GT(kills, 10);
 }
 
-TEST_F(InstallationTest, SurvivesAKillAtEveryStepOfTheWayBack) {
+TEST_F(InstallationTest, SurvivesAKillAtEveryStepOfARollback) {
   const std::string archive = archiveOf("2.0");
   int kills = 0;
   for (bool killed = true; killed; ++kills) {

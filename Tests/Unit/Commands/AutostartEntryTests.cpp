@@ -32,7 +32,7 @@ TEST(AutostartEntry, IsShortWithoutAnInstalledEntry) {
   EXPECT_NE(entry.find("\nExec=\"/usr/bin/zephyl-tray\"\n"), std::string::npos);
 }
 
-TEST(AutostartEntry, QuotesCharactersThatHaveAMeaning) {
+TEST(AutostartEntry, QuotesSpecialCharacters) {
   const auto entry = autostartEntry("", R"(/a "b"/$c/100%/zephyl-tray)");
   EXPECT_NE(entry.find(R"(Exec="/a \\"b\\"/\\$c/100%%/zephyl-tray")"), std::string::npos) << entry;
 }

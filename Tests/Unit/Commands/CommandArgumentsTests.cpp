@@ -11,7 +11,7 @@ Result<CommandArguments> parse(const std::vector<const char*>& arguments) {
   return CommandArguments::parse(arguments);
 }
 
-TEST(CommandArguments, AreToldFromOptionsOfTheTray) {
+TEST(CommandArguments, AreDistinguishedFromOptionsOfTheTray) {
   const std::vector<const char*> verb{"status"};
   const std::vector<const char*> option{"--headless", "status"};
   EXPECT_TRUE(CommandArguments::nameVerb(verb));
@@ -19,7 +19,7 @@ TEST(CommandArguments, AreToldFromOptionsOfTheTray) {
   EXPECT_FALSE(CommandArguments::nameVerb({}));
 }
 
-TEST(CommandArguments, HoldOptionsAndOperandsInAnyOrder) {
+TEST(CommandArguments, AcceptOptionsAndOperandsInAnyOrder) {
   EXPECT_TRUE(parse({"status", "--json"})->json);
   const auto logs = parse({"logs", "--follow", "Patient Hill"});
   EXPECT_TRUE(logs->follow);
@@ -29,7 +29,7 @@ TEST(CommandArguments, HoldOptionsAndOperandsInAnyOrder) {
   EXPECT_EQ(parse({"restart-tailnet"})->verb, CommandVerb::restartTailnet);
 }
 
-TEST(CommandArguments, TakeANegativeNumberOrWhatFollowsTwoDashesAsAnOperand) {
+TEST(CommandArguments, TreatNegativeNumbersAndWordsAfterTwoDashesAsOperands) {
   EXPECT_EQ(parse({"defaults", "write", "k", "-5"})->operands[2], "-5");
   EXPECT_EQ(parse({"defaults", "write", "k", "--", "--json"})->operands[2], "--json");
 }

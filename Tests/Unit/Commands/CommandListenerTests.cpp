@@ -14,7 +14,7 @@ namespace {
 
 using test::CommandPeer;
 
-/// A listener that keeps what it is sent, on a real socket and in real time.
+/// A listener that records received lines, on a real socket and in real time.
 class CommandListenerTest : public ::testing::Test {
  protected:
   void listen(CommandListener::Options options = {}) {
@@ -83,7 +83,7 @@ TEST_F(CommandListenerTest, SendsManyLinesToAClientUntilItLeaves) {
   EXPECT_EQ(closedCount(), 0U);
   peer.reset();
   EXPECT_TRUE(test::eventually([&] { return closedCount() == 1; }));
-  watching.send("three");  // reaches nobody
+  watching.send("three");  // has no effect
 }
 
 TEST_F(CommandListenerTest, ClosesAClientThatSendsTooMuch) {
@@ -94,7 +94,7 @@ TEST_F(CommandListenerTest, ClosesAClientThatSendsTooMuch) {
   EXPECT_TRUE(requests().empty());
 }
 
-TEST_F(CommandListenerTest, ClosesAClientThatSendsNoWholeLineInTime) {
+TEST_F(CommandListenerTest, ClosesAClientThatSendsNoCompleteLineInTime) {
   listen({.requestTimeout = std::chrono::milliseconds(20)});
   CommandPeer silent(listener_->path());
   CommandPeer slow(listener_->path());
@@ -114,7 +114,7 @@ TEST_F(CommandListenerTest, KeepsAClientThatWaitsForItsAnswer) {
   EXPECT_EQ(patient.awaitLine(), "late");
 }
 
-TEST_F(CommandListenerTest, AClientThatTakesNothingDelaysNobodyAndIsClosed) {
+TEST_F(CommandListenerTest, AClientThatReadsNothingDelaysNobodyAndIsClosed) {
   listen({.maxQueuedBytes = 1 << 20, .sendTimeout = std::chrono::hours(1)});
   const CommandPeer stalled(listener_->path());
   stalled.send("watch\n");
@@ -127,7 +127,7 @@ TEST_F(CommandListenerTest, AClientThatTakesNothingDelaysNobodyAndIsClosed) {
   EXPECT_TRUE(test::eventually([&] { return closedCount() == 2; }));
 }
 
-TEST_F(CommandListenerTest, ClosesAClientThatTakesNothingInTime) {
+TEST_F(CommandListenerTest, ClosesAClientThatReadsNothingInTime) {
   listen({.sendTimeout = std::chrono::milliseconds(20)});
   const CommandPeer stalled(listener_->path());
   stalled.send("watch\n");
@@ -156,7 +156,7 @@ TEST_F(CommandListenerTest, SilentClientsGiveTheirPlacesToNewOnes) {
   EXPECT_FALSE(second.isClosed());
 }
 
-TEST_F(CommandListenerTest, ClosesEverythingInTheEnd) {
+TEST_F(CommandListenerTest, ClosesAllConnectionsAtItsEnd) {
   listen();
   const auto path = listener_->path();
   CommandPeer peer(path);

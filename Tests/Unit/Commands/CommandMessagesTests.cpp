@@ -31,7 +31,7 @@ TEST(CommandMessages, CarryRequests) {
   EXPECT_EQ(roundTrip(requests::RestartTailnet{}).server, std::nullopt);
 }
 
-TEST(CommandMessages, RefuseWhatIsNoRequest) {
+TEST(CommandMessages, RefuseInvalidRequests) {
   for (const auto* line : {"", "status", "{}", "[]", "{\"fly\":true}", "{\"status\":1}",
                            "{\"status\":true,\"quit\":true}", "{\"answer\":{\"id\":\"a\"}}",
                            "{\"answer\":{\"id\":\"a\",\"decision\":\"perhaps\"}}"}) {
@@ -53,7 +53,7 @@ TEST(CommandMessages, CarryReplies) {
   EXPECT_TRUE(parseCommandReply(R"({"result":null})")->isLast());
 }
 
-TEST(CommandMessages, RefuseWhatIsNoReply) {
+TEST(CommandMessages, RefuseInvalidReplies) {
   for (const auto* line :
        {"", "{}", "[]", "{\"result\":1,\"error\":\"x\"}", "{\"error\":7}", "{\"x\":1}"}) {
     EXPECT_FALSE(parseCommandReply(line)) << line;

@@ -5,7 +5,7 @@
 namespace zephyl {
 namespace {
 
-TEST(CommandOutput, StatusSaysWhatToDo) {
+TEST(CommandOutput, StatusContainsAdvice) {
   CommandStatus status{.version = "1.2", .pid = 7, .mode = "headless", .summary = "reachable"};
   EXPECT_EQ(commandOutput::status(status),
             "Zephyl 1.2, process 7, headless\nreachable\n\nNothing needs your attention.\n");
@@ -17,7 +17,7 @@ TEST(CommandOutput, StatusSaysWhatToDo) {
   EXPECT_EQ(commandOutput::change(status), "reachable  ! It is␊broken.\n");
 }
 
-TEST(CommandOutput, ServersStandInColumns) {
+TEST(CommandOutput, ServersAreListedInColumns) {
   EXPECT_EQ(
       commandOutput::servers({{.id = "a1",
                                .name = "Zoë",
@@ -59,7 +59,7 @@ TEST(CommandOutput, ARequestStaysOnItsLineAndItsFieldsInTheirQuotes) {
   EXPECT_EQ(commandOutput::requests({}), "No request waits for your approval.\n");
 }
 
-TEST(CommandOutput, LogsCannotDriveTheTerminal) {
+TEST(CommandOutput, LogsContainNoControlSequences) {
   EXPECT_EQ(commandOutput::log({"a\x1b[2J", "b"}), "a␛[2J\nb\n");
 }
 

@@ -26,7 +26,7 @@ class CommandReportsTest : public ::testing::Test {
          .webAddressOf = [](const auto& bound) { return bound; }});
   }
 
-  /// The agent reports this connection.
+  /// Makes the agent report this connection.
   void connect(AgentConnection connection) {
     agent_.status.emplace();
     agent_.status->connections.emplace().push_back(std::move(connection));
@@ -59,7 +59,7 @@ TEST_F(CommandReportsTest, AServerWithoutATailnetIsConnectedThroughTheAgent) {
   EXPECT_EQ(reports().servers()[0].state, "connected");
 }
 
-TEST_F(CommandReportsTest, AProblemIsTheOneThatComesFirst) {
+TEST_F(CommandReportsTest, TheProblemIsTheMostImportantOne) {
   connect({.serverId = "5a7d0b7e", .lastError = "refused"});
   EXPECT_EQ(reports().servers()[0].problem, "refused");
   tailnet_ = TailnetView{};
@@ -72,7 +72,7 @@ TEST_F(CommandReportsTest, AProblemIsTheOneThatComesFirst) {
   EXPECT_TRUE(reports().servers()[0].joinFailed);
 }
 
-TEST_F(CommandReportsTest, FoldersCarryTheProgressOfTheirIndex) {
+TEST_F(CommandReportsTest, FoldersContainTheProgressOfTheirIndex) {
   agent_.roots = {{.root = "/a", .name = "a", .servers = std::vector<std::string>{"x"}},
                   {.root = "/b"}};
   agent_.activity->indexing = {
@@ -97,7 +97,7 @@ TEST_F(CommandReportsTest, RequestsAreBounded) {
   EXPECT_EQ(reported.requests[0].reasons.back().detail, "… and 30 more");
 }
 
-TEST_F(CommandReportsTest, AServerIsFoundByIdNameOrBeginning) {
+TEST_F(CommandReportsTest, AServerIsFoundByIdNameOrPrefix) {
   EXPECT_EQ(reports().findServer("5a7d0b7e")->label, "Patient Hill");
   EXPECT_EQ(reports().findServer("patient hill")->id, "5a7d0b7e");
   EXPECT_EQ(reports().findServer("5a7")->id, "5a7d0b7e");
@@ -107,7 +107,7 @@ TEST_F(CommandReportsTest, AServerIsFoundByIdNameOrBeginning) {
   EXPECT_FALSE(reports().findServer(""));
 }
 
-TEST_F(CommandReportsTest, ANameWinsOverTheBeginningOfAnId) {
+TEST_F(CommandReportsTest, ANameIsPreferredToAPrefixOfAnId) {
   entries_[1].label = "5a7";
   EXPECT_EQ(reports().findServer("5a7")->id, "5a000000");
   entries_[0].label = "5a7";

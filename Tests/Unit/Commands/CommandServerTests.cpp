@@ -12,7 +12,7 @@ namespace {
 using test::CommandPeer;
 using Strings = std::vector<std::string>;
 
-/// A server whose port remembers what it was asked for.
+/// A server whose port records its calls.
 class CommandServerTest : public ::testing::Test {
  protected:
   CommandServerTest() {
@@ -95,7 +95,7 @@ class CommandServerTest : public ::testing::Test {
   std::shared_ptr<CommandServer> server_;
 };
 
-TEST_F(CommandServerTest, ReportsWhatItsPortSays) {
+TEST_F(CommandServerTest, ReportsTheStateFromItsPort) {
   const auto status = *parseCommandReply(ask(R"({"status":true})"));
   EXPECT_EQ(status.kind, CommandReply::Kind::result);
   EXPECT_EQ(json::decode<CommandStatus>(status.value)->version, "1");
@@ -105,7 +105,7 @@ TEST_F(CommandServerTest, ReportsWhatItsPortSays) {
   EXPECT_EQ(ask(R"({"diagnostics":true})"), R"({"result":{"tray":1}})");
 }
 
-TEST_F(CommandServerTest, PassesOnWhatTheUserAsksFor) {
+TEST_F(CommandServerTest, ForwardsTheUsersCommands) {
   const std::string done = R"({"result":null})";
   EXPECT_EQ(ask(R"({"join":"inv_v2"})"), done);
   EXPECT_EQ(ask(R"({"open":{}})"), done);
@@ -118,7 +118,7 @@ TEST_F(CommandServerTest, PassesOnWhatTheUserAsksFor) {
                              "restart all", "restart 5a7d", "quit"}));
 }
 
-TEST_F(CommandServerTest, SaysWhyItDoesNot) {
+TEST_F(CommandServerTest, ReportsWhyACommandFailed) {
   failure_ = "That key was used.";
   EXPECT_EQ(ask(R"({"join":"x"})"), R"({"error":"That key was used."})");
   EXPECT_NE(ask(R"({"open":{"screen":"../x"}})").find("not the name of a screen"),
@@ -140,7 +140,7 @@ TEST_F(CommandServerTest, AcceptsADecisionBeforeTheAgentHasAnswered) {
   EXPECT_EQ(next(peer), R"({"error":"too late"})");
 }
 
-TEST_F(CommandServerTest, AllowsForGoodWithThePhraseOnly) {
+TEST_F(CommandServerTest, AllowsPermanentlyOnlyWithThePhrase) {
   for (const auto* confirm : {"", R"(,"confirm":"always allow")"}) {
     const auto answer =
         ask(std::string(R"({"answer":{"id":"r","decision":"always")") + confirm + "}}");
@@ -175,7 +175,7 @@ TEST_F(CommandServerTest, WatchSendsTheStateAtFirstAndThenEachChange) {
   EXPECT_NE(next(peer).find("requestsWaiting"), std::string::npos);
 }
 
-TEST_F(CommandServerTest, NothingRunsWhenTheLastWatcherHasLeft) {
+TEST_F(CommandServerTest, StopsItsTimerWithTheLastWatcher) {
   start(port());
   {
     CommandPeer peer(server_->path());
@@ -186,7 +186,7 @@ TEST_F(CommandServerTest, NothingRunsWhenTheLastWatcherHasLeft) {
   EXPECT_TRUE(runtime_.runUntil([&] { return runtime_.clock.pendingTimers() == 0; }));
 }
 
-TEST_F(CommandServerTest, StatusWaitsForTheAnswerAboutTheIconButNotLong) {
+TEST_F(CommandServerTest, StatusWaitsForTheAnswerAboutTheIconUpToALimit) {
   std::function<void(TrayHost)> found;
   auto slow = port();
   slow.findTrayHost = [&](auto done) { found = std::move(done); };
@@ -206,12 +206,12 @@ TEST_F(CommandServerTest, StatusWaitsForTheAnswerAboutTheIconButNotLong) {
   EXPECT_NE(next(second).find(R"("trayHost":true)"), std::string::npos);
 }
 
-TEST_F(CommandServerTest, ManyRequestsDoNotPileUpBeforeABusyMainThread) {
+TEST_F(CommandServerTest, BoundsTheRequestsThatWaitForABusyMainThread) {
   start(port());
   std::vector<std::unique_ptr<CommandPeer>> peers;
   std::string refusal;
   for (int i = 0; i < 200 && refusal.empty(); ++i) {
-    // A client that gives up leaves its request behind.
+    // The request of a client that disconnects stays in the queue.
     auto peer = std::make_unique<CommandPeer>(server_->path());
     peer->send("{\"servers\":true}\n");
     if (i >= CommandServer::maxWaiting) refusal = peer->awaitLine();

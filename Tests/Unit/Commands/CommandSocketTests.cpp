@@ -34,7 +34,7 @@ class CommandSocketTest : public ::testing::Test {
   test::ScopedVariable variable_{"XDG_RUNTIME_DIR", runtime_};
 };
 
-TEST_F(CommandSocketTest, LiesInTheRuntimeDirectoryForThisUserAlone) {
+TEST_F(CommandSocketTest, IsInTheRuntimeDirectoryForThisUserOnly) {
   const auto socket = CommandSocket::listen(base_);
   ASSERT_TRUE(socket) << socket.error().message;
   EXPECT_TRUE(socket->path().starts_with(runtime_ + "/com.zephyl.tray/"));
@@ -45,7 +45,7 @@ TEST_F(CommandSocketTest, LiesInTheRuntimeDirectoryForThisUserAlone) {
   EXPECT_TRUE(CommandSocket::connect(socket->path()));
 }
 
-TEST_F(CommandSocketTest, DiffersForEachBaseDirectoryHoweverThatIsWritten) {
+TEST_F(CommandSocketTest, DependsOnTheBaseDirectoryButNotOnItsSpelling) {
   const auto place = [](const std::string& base) { return CommandSocket::places(base).front(); };
   EXPECT_NE(place(base_), place(directory_ / "other"));
   EXPECT_EQ(place(base_), place(base_ + "/"));
@@ -53,7 +53,7 @@ TEST_F(CommandSocketTest, DiffersForEachBaseDirectoryHoweverThatIsWritten) {
   EXPECT_EQ(place(base_), place(directory_ / "link"));
 }
 
-TEST_F(CommandSocketTest, LiesInTheBaseDirectoryWithoutARuntimeDirectory) {
+TEST_F(CommandSocketTest, IsInTheBaseDirectoryWithoutARuntimeDirectory) {
   for (const auto* directory : {"", "run", "/nowhere"}) {
     const test::ScopedVariable variable("XDG_RUNTIME_DIR", directory);
     const auto socket = CommandSocket::listen(base_);
@@ -74,7 +74,7 @@ TEST_F(CommandSocketTest, AvoidsADirectoryThatOthersMayEnter) {
   EXPECT_NE(log.find("it needs mode 0700"), std::string::npos);
 }
 
-TEST_F(CommandSocketTest, ReplacesWhatAnEarlierTrayHasLeft) {
+TEST_F(CommandSocketTest, ReplacesTheSocketOfAnEarlierTray) {
   const auto path = CommandSocket::places(base_).front();
   {
     const auto killed = CommandSocket::listen(base_);
@@ -87,14 +87,14 @@ TEST_F(CommandSocketTest, ReplacesWhatAnEarlierTrayHasLeft) {
   EXPECT_TRUE(CommandSocket::connect(path));
 }
 
-TEST_F(CommandSocketTest, LeavesAFileThatIsNoSocket) {
+TEST_F(CommandSocketTest, KeepsAFileThatIsNoSocket) {
   const test::ScopedVariable variable("XDG_RUNTIME_DIR");
   directory_.write("base/tray.sock", "mine");
   EXPECT_EQ(CommandSocket::listen(base_).error().message, inBase() + " exists and is not a socket");
   EXPECT_TRUE(std::filesystem::exists(inBase()));
 }
 
-TEST_F(CommandSocketTest, IsRemovedInTheEndUnlessAnotherHasItsPlace) {
+TEST_F(CommandSocketTest, IsRemovedAtTheEndUnlessItWasReplaced) {
   const auto path = CommandSocket::places(base_).front();
   { const auto socket = CommandSocket::listen(base_); }
   EXPECT_FALSE(std::filesystem::exists(path));

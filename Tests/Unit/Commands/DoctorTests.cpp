@@ -48,7 +48,7 @@ TEST(Doctor, ExplainsAMissingIcon) {
   EXPECT_EQ(checkSession({}, true)[0].state, wrong);
 }
 
-TEST(Doctor, FindsNothingWrongWithAServerThatHasNoSession) {
+TEST(Doctor, FindsNothingWrongOnAServerWithoutASession) {
   EXPECT_FALSE(isAnyWrong(checkSession({}, false)));
   EXPECT_FALSE(isAnyWrong(checkSession({.bus = true}, false)));
   EXPECT_EQ(checkSession({}, false)[0].state, note);
@@ -72,13 +72,13 @@ TEST(Doctor, ExpectsTheTrayOnItsPortWhileItRuns) {
   EXPECT_EQ(checkPort(agent, false, user).state, ok);
 }
 
-TEST(Doctor, RefusesANumberThatIsNoPort) {
+TEST(Doctor, ReportsAnInvalidPort) {
   auto port = controlPort(std::nullopt);
   port.port = 70000;
   EXPECT_EQ(checkPort(port, false, user).message, "70000 is not a port number.");
 }
 
-TEST(Doctor, PassesOnWhatTheRunningTraySays) {
+TEST(Doctor, IncludesTheReportOfTheRunningTray) {
   EXPECT_EQ(checkTray({})[0].state, note);
   EXPECT_EQ(checkTray({.process = 7})[0].state, wrong);
   CommandStatus status{.pid = 7, .summary = "reachable"};
@@ -90,14 +90,14 @@ TEST(Doctor, PassesOnWhatTheRunningTraySays) {
   EXPECT_EQ(findings[2].state, wrong);
 }
 
-TEST(Doctor, DoubtsAClockThatIsBehindTheInstallation) {
+TEST(Doctor, ReportsAClockBeforeTheInstallation) {
   const CalendarTime installed{std::chrono::hours(24 * 365 * 56)};
   EXPECT_EQ(checkClock(installed + std::chrono::hours(1), installed).state, ok);
   EXPECT_EQ(checkClock(installed - std::chrono::hours(1), installed).state, ok);
   EXPECT_EQ(checkClock(installed - std::chrono::hours(48), installed).state, wrong);
 }
 
-TEST(Doctor, WantsEnoughDescriptors) {
+TEST(Doctor, ReportsALowLimitOfDescriptors) {
   EXPECT_EQ(checkDescriptorLimit(1024).state, ok);
   EXPECT_EQ(checkDescriptorLimit(256).state, wrong);
 }

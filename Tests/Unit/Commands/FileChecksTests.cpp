@@ -14,7 +14,7 @@ namespace {
 
 using enum FindingState;
 
-TEST(FileChecks, ADirectoryMustBeOursAlone) {
+TEST(FileChecks, ADirectoryMustBePrivate) {
   const test::TemporaryDirectory directory;
   EXPECT_EQ(checkDirectory("d", directory.path()).state, ok);
   EXPECT_EQ(checkDirectory("d", directory / "new/and/deeper").state, ok);

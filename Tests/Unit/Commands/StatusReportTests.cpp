@@ -7,7 +7,7 @@ namespace {
 
 using Strings = std::vector<std::string>;
 
-/// A tray in which everything is fine, until a test spoils something.
+/// A tray without problems, until a test adds one.
 class StatusReport : public ::testing::Test {
  protected:
   StatusReport() {
@@ -40,7 +40,7 @@ class StatusReport : public ::testing::Test {
                          .tailnets = {.tailnets = 1, .usable = 1},
                          .servers = servers_});
   }
-  /// The codes of what needs attention.
+  /// Returns the codes of `attention`.
   [[nodiscard]] Strings attention() const { return codes(report().attention); }
   [[nodiscard]] Strings notes() const { return codes(report().notes); }
   static Strings codes(const std::vector<CommandNotice>& notices) {
@@ -56,7 +56,7 @@ class StatusReport : public ::testing::Test {
   std::vector<CommandServerRecord> servers_;
 };
 
-TEST_F(StatusReport, SaysThatAllIsWell) {
+TEST_F(StatusReport, ReportsThatNothingNeedsAttention) {
   const auto status = report();
   EXPECT_EQ(status.summary, "reachable, 1 folder, 1 of 1 server connected");
   EXPECT_EQ(status.folders, 1);
@@ -66,7 +66,7 @@ TEST_F(StatusReport, SaysThatAllIsWell) {
   EXPECT_EQ(notes(), Strings{});
 }
 
-TEST_F(StatusReport, TellsWhereAnAgentBelongs) {
+TEST_F(StatusReport, ExplainsWhereToInstallAnAgent) {
   agent_ = {};
   tray_.agentInstalled = false;
   const auto notice = report().attention.at(0);
@@ -121,7 +121,7 @@ TEST_F(StatusReport, CountsRequestsAndNamesOtherFailures) {
   EXPECT_EQ(report().attention[1].message.find('\n'), std::string::npos);
 }
 
-TEST_F(StatusReport, TellsWhyThereIsNoIcon) {
+TEST_F(StatusReport, ExplainsAMissingIcon) {
   host_ = TrayHost::absent;
   EXPECT_EQ(attention(), Strings{"noTrayHost"});
   EXPECT_EQ(report().trayHost, false);

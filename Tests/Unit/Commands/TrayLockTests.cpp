@@ -15,10 +15,10 @@ constexpr auto locks =
     "2: FLOCK  ADVISORY  WRITE 4711 08:01:18 0 EOF\n"
     "2: -> FLOCK  ADVISORY  WRITE 4712 08:01:18 0 EOF\n";
 
-TEST(TrayLock, IsHeldByTheProcessThatTheKernelAndTheFileName) {
+TEST(TrayLock, IsHeldByTheProcessNamedByKernelAndFile) {
   EXPECT_EQ(lockHolder("4711\n", 18, locks), 4711);
   EXPECT_EQ(lockHolder("4711\n", 17, locks), std::nullopt);  // a lock of another kind
-  EXPECT_EQ(lockHolder("4712\n", 18, locks), std::nullopt);  // waits for it
+  EXPECT_EQ(lockHolder("4712\n", 18, locks), std::nullopt);  // a waiting process
   EXPECT_EQ(lockHolder("4711\n", 118, locks), std::nullopt);
   EXPECT_EQ(lockHolder("", 18, locks), std::nullopt);
   EXPECT_EQ(lockHolder("-1\n", 18, locks), std::nullopt);

@@ -17,7 +17,7 @@ Alert approval() {
           .permittingButtons = {1, 2}};
 }
 
-/// More than fits on the screen.
+/// A text that does not fit on the screen.
 Alert longApproval() {
   Alert alert = approval();
   for (int i = 0; i < 30; ++i) alert.informativeText += "\nline " + std::to_string(i);
@@ -47,7 +47,7 @@ void type(AlertBox& box, const std::string& text) {
   for (const char letter : text) EXPECT_FALSE(box.handle({.text = std::string(1, letter)}));
 }
 
-TEST(AlertBox, ShowsWhatIsAskedWithTheFirstButtonChosen) {
+TEST(AlertBox, ShowsTheQuestionWithTheFirstButtonMarked) {
   AlertBox box(approval(), {});
   EXPECT_EQ(drawn(box),
             "\n\n"
@@ -61,7 +61,7 @@ TEST(AlertBox, ShowsWhatIsAskedWithTheFirstButtonChosen) {
             "  └────────────────────────────────────────────┘");
 }
 
-TEST(AlertBox, StaysInItsFrameOnTheSmallestScreen) {
+TEST(AlertBox, FitsOnTheSmallestScreen) {
   AlertBox box({.messageText = "Create it?",
                 .informativeText = "This permanently allows:\n\n/etc",
                 .buttons = {"Cancel", "Create permanent exception"},
@@ -84,7 +84,7 @@ Alert download() {
           .progress = Progress{.fraction = 0.25, .text = "3.1 of 12.4 MB"}};
 }
 
-TEST(AlertBox, ShowsHowFarItIs) {
+TEST(AlertBox, ShowsProgress) {
   AlertBox box(download(), {});
   EXPECT_EQ(drawn(box),
             "\n"
@@ -101,10 +101,10 @@ TEST(AlertBox, ShowsHowFarItIs) {
   EXPECT_NE(drawn(box).find("│ ██████████████████████████ 12.4 of 12.4 MB │"), std::string::npos);
   box.showProgress({.text = "Verifying…\x1b"});
   EXPECT_NE(drawn(box).find("│ Verifying…␛ "), std::string::npos);
-  EXPECT_EQ(drawn(box).find("░"), std::string::npos) << "what is not measured has no bar";
+  EXPECT_EQ(drawn(box).find("░"), std::string::npos) << "unmeasured progress has no bar";
 }
 
-TEST(AlertBox, ShowsHowFarItIsInPlainCharactersAndWithoutABarWhereItIsNarrow) {
+TEST(AlertBox, ShowsProgressInASCIIAndWithoutABarOnNarrowScreens) {
   AlertBox box(download(), {.unicode = false});
   EXPECT_NE(drawn(box, 12, 50, {.unicode = false}).find("| ######..................... 3.1 of"),
             std::string::npos)
@@ -112,7 +112,7 @@ TEST(AlertBox, ShowsHowFarItIsInPlainCharactersAndWithoutABarWhereItIsNarrow) {
   EXPECT_NE(drawn(box, 12, 24, {.unicode = false}).find("| 3.1 of 12.4 MB"), std::string::npos);
 }
 
-TEST(AlertBox, HasNoBarUnlessItWasAskedFor) {
+TEST(AlertBox, HasNoBarUnlessRequested) {
   AlertBox box(approval(), {});
   const auto before = drawn(box);
   box.showProgress({.fraction = 0.5, .text = "half"});
@@ -134,7 +134,7 @@ TEST(AlertBox, EnterChoosesTheMarkedButtonAndEscapeTheSafeOne) {
   EXPECT_EQ(press(box, Kind::enter), (AlertAnswer{.button = 1}));
 }
 
-TEST(AlertBox, ArrowsGoToNoButtonThatPermitsSomething) {
+TEST(AlertBox, ArrowsNeverReachAButtonThatPermitsSomething) {
   AlertBox box(approval(), {});
   drawn(box);
   for (const auto kind : {Kind::right, Kind::left, Kind::right, Kind::right}) {
@@ -143,12 +143,13 @@ TEST(AlertBox, ArrowsGoToNoButtonThatPermitsSomething) {
   }
   press(box, Kind::tab);
   press(box, Kind::right);
-  EXPECT_EQ(press(box, Kind::enter), (AlertAnswer{.button = 0})) << "away from one they go";
+  EXPECT_EQ(press(box, Kind::enter), (AlertAnswer{.button = 0})) << "keys can leave such a button";
   AlertBox other(question(), {});
   drawn(other);
   press(other, Kind::tab);
   press(other, Kind::right);
-  EXPECT_EQ(press(other, Kind::enter), (AlertAnswer{.button = 1})) << "where nothing is permitted";
+  EXPECT_EQ(press(other, Kind::enter), (AlertAnswer{.button = 1}))
+      << "an alert without a permitting button";
 }
 
 TEST(AlertBox, PermitsNothingUntilTheEndOfTheTextWasOnScreen) {
@@ -173,7 +174,7 @@ TEST(AlertBox, PermitsNothingUntilTheEndOfTheTextWasOnScreen) {
   EXPECT_TRUE(box.handle({.kind = Kind::press, .row = 10, .column = 18})) << drawn(box);
 }
 
-TEST(AlertBox, PermitsNothingThatTheScreenHasNoRoomToShow) {
+TEST(AlertBox, PermitsNothingThatDoesNotFitOnTheScreen) {
   AlertBox box(approval(), {});
   for (int rows = 0; rows < 5; ++rows) {
     drawn(box, rows, 50);
@@ -195,7 +196,7 @@ TEST(AlertBox, MarksNoButtonWhileItAcceptsNoInput) {
             std::string::npos);
 }
 
-TEST(AlertBox, TakesNoAnswerWhileItMayNot) {
+TEST(AlertBox, IgnoresInputWhileItIsGuarded) {
   AlertBox box(approval(), {});
   drawn(box);
   for (const auto kind : {Kind::enter, Kind::escape}) {
@@ -225,7 +226,7 @@ TEST(AlertBox, TheMouseChoosesAButton) {
   EXPECT_FALSE(box.handle({.kind = Kind::press, .row = 5, .column = 18}));
 }
 
-TEST(AlertBox, ATextThatIsTooLongScrollsAndTheButtonsStay) {
+TEST(AlertBox, ALongTextScrollsAndTheButtonsStayVisible) {
   Alert alert = approval();
   alert.informativeText = "";
   for (int i = 0; i < 30; ++i) alert.informativeText += "line " + std::to_string(i) + "\n";
@@ -248,7 +249,7 @@ TEST(AlertBox, StacksItsButtonsWhereTheyDoNotFitSideBySide) {
   EXPECT_NE(text.find("\n│ [ Always… ]"), std::string::npos);
 }
 
-TEST(AlertBox, GivesUpTheRoomAroundTheTextBeforeTheText) {
+TEST(AlertBox, DropsMarginsBeforeText) {
   AlertBox box(approval(), {});
   EXPECT_EQ(drawn(box, 6, 50),
             "  ┌────────────────────────────────────────────┐\n"
@@ -296,7 +297,7 @@ TEST(TextField, IsEditedAsInAShell) {
   EXPECT_FALSE(field.handle({.kind = Kind::up}));
 }
 
-TEST(TextField, TakesNoControlCharactersFromWhatIsPasted) {
+TEST(TextField, DropsControlCharactersFromPastedText) {
   TextField field("");
   field.handle({.kind = Kind::paste, .text = "inv_v2_\r\nabc\x1b"});
   EXPECT_EQ(field.text(), "inv_v2_abc");

@@ -11,7 +11,7 @@ using namespace std::chrono_literals;
 
 class BusSignalThrottleTest : public ::testing::Test {
  protected:
-  /// A source that sends `count` signals under its name each time.
+  /// Adds a source that sends `count` signals under its name each time.
   std::size_t source(char name, std::size_t count = 1, Duration interval = {}) {
     return throttle_.add({.maxSignals = count, .interval = interval, .send = [this, name, count] {
                             for (std::size_t i = 0; i < count; ++i) {
@@ -45,7 +45,7 @@ TEST_F(BusSignalThrottleTest, AQuietSourceSendsAtOnce) {
   EXPECT_EQ(clock_.pendingTimers(), 0U);
 }
 
-TEST_F(BusSignalThrottleTest, WhatAUserWaitsForIsSentAtOnceAndCounts) {
+TEST_F(BusSignalThrottleTest, AnUrgentSignalIsSentAtOnceAndCounted) {
   const auto a = source('a');
   const auto b = source('b');
   for (int i = 0; i < 4; ++i) throttle_.request(a);
@@ -57,7 +57,7 @@ TEST_F(BusSignalThrottleTest, WhatAUserWaitsForIsSentAtOnceAndCounts) {
   EXPECT_EQ(sent_, "aaaaba");
 }
 
-TEST_F(BusSignalThrottleTest, AFloodIsCutToFourInASecond) {
+TEST_F(BusSignalThrottleTest, AFloodIsLimitedToFourASecond) {
   const auto a = source('a');
   const auto b = source('b', 2);
   for (int i = 0; i < 10'000; ++i) {
@@ -66,11 +66,11 @@ TEST_F(BusSignalThrottleTest, AFloodIsCutToFourInASecond) {
     clock_.advance(1ms);
   }
   EXPECT_LE(mostInAnyWindow(), BusSignalThrottle::perWindow);
-  EXPECT_GE(sent_.size(), 36U);  // and no fewer than it may
+  EXPECT_GE(sent_.size(), 36U);  // and uses its limit
   EXPECT_NEAR(static_cast<double>(std::count(sent_.begin(), sent_.end(), 'a')), 20, 2);
 }
 
-TEST_F(BusSignalThrottleTest, TheLastStateIsTold) {
+TEST_F(BusSignalThrottleTest, TheLastStateIsSent) {
   const auto a = source('a');
   for (int i = 0; i < 6; ++i) throttle_.request(a);
   EXPECT_EQ(sent_, "aaaa");
@@ -94,7 +94,7 @@ TEST_F(BusSignalThrottleTest, ASourceWithAnIntervalWaitsAloneForIt) {
   EXPECT_EQ(sent_, "aba");
 }
 
-TEST_F(BusSignalThrottleTest, ASourceThatHadNothingToSayUsesNothingUp) {
+TEST_F(BusSignalThrottleTest, ASourceWithoutASignalConsumesNoBudget) {
   int asked = 0;
   const auto silent = throttle_.add({.interval = 1h, .send = [&asked] {
                                        ++asked;

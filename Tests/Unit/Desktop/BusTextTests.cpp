@@ -15,7 +15,7 @@ TEST(BusText, TextThatMayBeMarkupHasNone) {
   EXPECT_EQ(withoutMarkup("a & <b>"), "a + ‹b›");
 }
 
-TEST(BusText, WhatIsNoTextIsMadeVisible) {
+TEST(BusText, InvalidTextIsMadeVisible) {
   EXPECT_EQ(escapedMarkup("a\x1b[1m\xff\n\nb"), "a␛[1m\xEF\xBF\xBD\n\nb");
   EXPECT_EQ(withoutMarkup("a\x1b[1m\xff"), "a␛[1m\xEF\xBF\xBD");
 }
@@ -36,7 +36,7 @@ TEST(FileURI, IsDecoded) {
   EXPECT_EQ(pathOfFileURI("file:///"), "/");
 }
 
-TEST(FileURI, OfAnythingElseHasNoPath) {
+TEST(FileURI, HasNoPathIfItIsAnotherURI) {
   for (const char* other : {"http://example.org/", "/home", "file:", "file://", "file:///a%2",
                             "file:///a%zz", "file:///a%", "file:///a%00b", "file:///a%-1"}) {
     EXPECT_EQ(pathOfFileURI(other), std::nullopt) << other;

@@ -6,7 +6,7 @@
 
 namespace zephyl::test {
 
-/// What stands in a row, without the spaces at its end.
+/// Returns the text of a row without trailing spaces.
 inline std::string rowText(const Canvas& canvas, int row) {
   std::string text;
   for (int column = 0; column < canvas.size().columns; ++column) {
@@ -15,7 +15,7 @@ inline std::string rowText(const Canvas& canvas, int row) {
   return text.substr(0, text.find_last_not_of(' ') + 1);
 }
 
-/// All rows, without empty ones at the end.
+/// Returns all rows without trailing empty ones.
 inline std::string canvasText(const Canvas& canvas) {
   std::string text;
   for (int row = 0; row < canvas.size().rows; ++row) text += rowText(canvas, row) + "\n";

@@ -25,7 +25,7 @@ using namespace std::chrono_literals;
 using test::eventually;
 using Answer = std::optional<AlertAnswer>;
 
-/// Starts real children, and hears what they print.
+/// Starts real children and forwards their output.
 class ListeningLauncher final : public ProcessLauncher {
  public:
   explicit ListeningLauncher(ProcessLauncher& real) : real_(real) {}
@@ -56,13 +56,12 @@ class ListeningLauncher final : public ProcessLauncher {
   std::vector<std::string> heard_;
 };
 
-/// The real program, on a screen that nobody sees. Time stands still, so nothing but the program
-/// itself decides what happens.
+/// The real program on an invisible screen. The clock does not advance, so no time-out expires.
 class DialogsProgramTest : public ::testing::Test {
  protected:
   DialogsProgramTest() { std::signal(SIGPIPE, SIG_IGN); }
 
-  /// Leaves no program behind for the guardian.
+  /// Waits for the end of the program.
   void TearDown() override {
     handle_.reset();
     EXPECT_TRUE(ends());
@@ -79,10 +78,11 @@ class DialogsProgramTest : public ::testing::Test {
       return condition();
     });
   }
-  /// Whether the program writes a line. The dialogs have handled it then.
+  /// Waits until the program has written a line and the dialogs have handled it. Returns false if
+  /// there is none.
   bool hears(const std::string& line) {
     const bool heard = runUntil([&] { return launcher_.hasHeard(line); });
-    reactor_.run([] {});  // where the line was heard, and is passed on
+    reactor_.run([] {});  // which forwards the line
     mainLoop_.runPending();
     return heard;
   }
@@ -113,7 +113,7 @@ class DialogsProgramTest : public ::testing::Test {
   Dialogs::Handle handle_;
 };
 
-TEST_F(DialogsProgramTest, SaysWhenItIsShownAndAnswersPings) {
+TEST_F(DialogsProgramTest, ReportsWhenItIsShownAndAnswersPings) {
   presentAlert();
   ASSERT_TRUE(hears(R"({"shown":true})"));
   for (const std::string number : {"1", "2", "3"}) {
@@ -123,7 +123,7 @@ TEST_F(DialogsProgramTest, SaysWhenItIsShownAndAnswersPings) {
   EXPECT_TRUE(answers_.empty());
 }
 
-TEST_F(DialogsProgramTest, GoesWhenTheTrayClosesIt) {
+TEST_F(DialogsProgramTest, EndsWhenTheTrayClosesIt) {
   presentAlert();
   ASSERT_TRUE(hears(R"({"shown":true})"));
   handle_.reset();
@@ -140,7 +140,7 @@ TEST_F(DialogsProgramTest, MayBeClosedBeforeItIsShown) {
   EXPECT_TRUE(answers_.empty());
 }
 
-TEST_F(DialogsProgramTest, ItsDeathIsTheSafeAnswer) {
+TEST_F(DialogsProgramTest, ItsDeathCountsAsTheSafeAnswer) {
   presentAlert();
   ASSERT_TRUE(hears(R"({"shown":true})"));
   test::signalProcess(launcher_.newest->pid(), SIGKILL);

@@ -21,11 +21,11 @@ TEST(DisplayText, CountsColumnsRatherThanBytesOrCharacters) {
   EXPECT_EQ(width(""), 0);
 }
 
-TEST(DisplayText, LeavesOutTheMarkWhoseWidthNoTwoTerminalsAgreeOn) {
+TEST(DisplayText, OmitsVariationSelectors) {
   EXPECT_EQ(shown("⚠️ 2 requests", {}), "⚠ 2 requests");
 }
 
-TEST(DisplayText, IsASCIIWhereThereIsNoUnicode) {
+TEST(DisplayText, IsASCIIOnATerminalWithoutUnicode) {
   const TerminalCapabilities plain{.unicode = false};
   EXPECT_EQ(shown("⚠️ Rename… “x” — é", plain), "(!) Rename... \"x\" - ?");
 }
@@ -46,12 +46,12 @@ TEST(DisplayText, IsBrokenBetweenWords) {
   EXPECT_EQ(wrapped("", 8), Lines{""});
 }
 
-TEST(DisplayText, BreaksAWordThatIsTooLongAnywhere) {
+TEST(DisplayText, BreaksLongWordsAnywhere) {
   EXPECT_EQ(wrapped("/a/very/long/path", 6), (Lines{"/a/ver", "y/long", "/path"}));
   EXPECT_EQ(wrapped("日本語", 4), (Lines{"日本", "語"}));
 }
 
-TEST(DisplayText, KeepsTheIndentOfALineThatGoesOn) {
+TEST(DisplayText, KeepsTheIndentOfAWrappedLine) {
   EXPECT_EQ(wrapped("  • one two three", 11), (Lines{"  • one two", "  three"}));
 }
 

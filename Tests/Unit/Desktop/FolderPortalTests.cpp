@@ -16,7 +16,7 @@ using namespace std::chrono_literals;
 
 constexpr const char* requestPath = "/org/freedesktop/portal/desktop/request/test/1";
 
-/// A portal that accepts a question when the test says so, and notes what is closed.
+/// A portal that accepts a request when the test tells it to, and records closed requests.
 class SlowPortal final : public Bus::Client {
  public:
   void connected(BusConnection& connection) override {
@@ -85,7 +85,7 @@ class FolderPortalTest : public ::testing::Test {
   FolderPortalTest(const FolderPortalTest&) = delete;
   FolderPortalTest& operator=(const FolderPortalTest&) = delete;
 
-  /// Asks for a folder; `choices()` has the answers.
+  /// Requests a folder. `choices()` returns the answers.
   void ask() {
     ASSERT_TRUE(test::eventually([&] { return connected_.load(); }));
     bus_.post([this] {
@@ -95,14 +95,14 @@ class FolderPortalTest : public ::testing::Test {
       });
     });
     ASSERT_TRUE(test::eventually([&] { return portal_.wasAsked(); }));
-    // The timer is set on the bus thread after the question was sent.
+    // The bus thread sets the timer after it has sent the request.
     ASSERT_TRUE(test::eventually([&] { return clock_.pendingTimers() >= 1; }));
   }
   std::vector<FolderChoice> choices() {
     const std::scoped_lock lock(mutex_);
     return choices_;
   }
-  /// Until everything that was posted before has happened.
+  /// Waits until all posted tasks have run.
   void settle() {
     std::promise<void> done;
     bus_.post([&] { done.set_value(); });
@@ -129,11 +129,11 @@ TEST_F(FolderPortalTest, APortalThatIsStillStartingIsWaitedFor) {
   ASSERT_TRUE(test::eventually([&] { return clock_.pendingTimers() == 0; })) << "it is accepted";
   clock_.advance(1h);
   settle();
-  EXPECT_TRUE(choices().empty()) << "the user takes as long as it takes";
+  EXPECT_TRUE(choices().empty()) << "there is no limit for the user";
   EXPECT_FALSE(portal_.wasClosed());
 }
 
-TEST_F(FolderPortalTest, AQuestionThatIsAcceptedTooLateIsClosed) {
+TEST_F(FolderPortalTest, ARequestThatIsAcceptedTooLateIsClosed) {
   ask();
   clock_.advance(FolderPortal::startTimeout);
   ASSERT_TRUE(test::eventually([&] { return choices().size() == 1; }));
@@ -145,7 +145,7 @@ TEST_F(FolderPortalTest, AQuestionThatIsAcceptedTooLateIsClosed) {
   EXPECT_EQ(choices().size(), 1U);
 }
 
-TEST_F(FolderPortalTest, AQuestionWithoutABusIsAnswered) {
+TEST_F(FolderPortalTest, ARequestWithoutABusFails) {
   ask();
   bus_.stop();
   ASSERT_EQ(choices().size(), 1U);
@@ -155,7 +155,7 @@ TEST_F(FolderPortalTest, AQuestionWithoutABusIsAnswered) {
   EXPECT_EQ(choices().size(), 2U);
 }
 
-TEST(FolderPortal, AQuestionThatCannotBeSentIsAnswered) {
+TEST(FolderPortal, ARequestThatCannotBeSentFails) {
   test::ManualClock clock;
   Bus bus(clock);
   sd_bus* raw = nullptr;

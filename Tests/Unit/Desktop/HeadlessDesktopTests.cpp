@@ -16,7 +16,7 @@ class HeadlessDesktopTest : public ::testing::Test {
     clock_.advance(step, [this] { mainLoop_.runPending(); });
   }
 
-  /// What was written to standard error since the last call.
+  /// Returns the output on standard error since the last call.
   static std::string logged() {
     auto text = ::testing::internal::GetCapturedStderr();
     ::testing::internal::CaptureStderr();
@@ -42,14 +42,14 @@ TEST_F(HeadlessDesktopTest, LogsOneLineForEachChange) {
   EXPECT_EQ(logged(), "[tray] reachable, 2 folders\n");
 }
 
-TEST_F(HeadlessDesktopTest, ChangesInAHurryShareTheLineOfTheLastOfThem) {
+TEST_F(HeadlessDesktopTest, QuickChangesAreLoggedAsOneLine) {
   for (int i = 0; i <= 100; ++i) show("indexing " + std::to_string(i) + "/100");
   EXPECT_EQ(logged(), "[tray] indexing 0/100\n");
   advance(HeadlessDesktop::logInterval);
   EXPECT_EQ(logged(), "[tray] indexing 100/100\n");
 }
 
-TEST_F(HeadlessDesktopTest, AChangeThatIsTakenBackInAHurryIsNotLogged) {
+TEST_F(HeadlessDesktopTest, AChangeThatIsRevertedQuicklyIsNotLogged) {
   show("a");
   show("b");
   show("a");

@@ -22,14 +22,14 @@ TEST(HeadlessDialogs, AnAlertCannotBeShown) {
   EXPECT_EQ(answers, 1);
 }
 
-TEST(HeadlessDialogs, ADialogThatIsGoneIsNotAnswered) {
+TEST(HeadlessDialogs, ADestroyedDialogIsNotAnswered) {
   MainLoop mainLoop;
   HeadlessDialogs dialogs(mainLoop);
   dialogs.presentAlert({.buttons = {"OK"}}, [](const auto&) { ADD_FAILURE(); }).reset();
   mainLoop.runPending();
 }
 
-TEST(HeadlessDialogs, NobodyCanBeAskedForAFolder) {
+TEST(HeadlessDialogs, AFolderCannotBeChosen) {
   MainLoop mainLoop;
   HeadlessDialogs dialogs(mainLoop);
   std::string why;
@@ -39,7 +39,7 @@ TEST(HeadlessDialogs, NobodyCanBeAskedForAFolder) {
   EXPECT_EQ(why, "There is no desktop to choose a folder on.");
 }
 
-TEST(HeadlessDialogs, ALogWindowBecomesItsMessageAndTheEndOfItsLog) {
+TEST(HeadlessDialogs, ALogWindowLogsItsMessageAndTheEndOfItsLog) {
   MainLoop mainLoop;
   HeadlessDialogs dialogs(mainLoop);
   std::string log;

@@ -20,13 +20,13 @@ Keys decoded(std::string_view bytes, bool unicode = true) {
   return KeyDecoder({}, unicode).decode(bytes);
 }
 
-TEST(KeyDecoder, KnowsCharactersAndControlKeys) {
+TEST(KeyDecoder, DecodesCharactersAndControlKeys) {
   EXPECT_EQ(decoded("aé日"), (Keys{character("a"), character("é"), character("日")}));
   EXPECT_EQ(decoded("\r\t\x7f"), (Keys{just(Kind::enter), just(Kind::tab), just(Kind::backspace)}));
   EXPECT_EQ(decoded("\x0f"), (Keys{{.kind = Kind::control, .text = "o"}}));
 }
 
-TEST(KeyDecoder, KnowsTheKeysThatMoveInTheirUsualForms) {
+TEST(KeyDecoder, DecodesTheUsualFormsOfCursorKeys) {
   EXPECT_EQ(decoded("\x1b[A\x1bOB\x1b[1;5C\x1b[D"),
             (Keys{just(Kind::up), just(Kind::down), just(Kind::right), just(Kind::left)}));
   EXPECT_EQ(decoded("\x1b[5~\x1b[6~\x1b[H\x1b[4~\x1b[3~\x1b[Z"),
@@ -34,7 +34,7 @@ TEST(KeyDecoder, KnowsTheKeysThatMoveInTheirUsualForms) {
                   just(Kind::remove), just(Kind::backTab)}));
 }
 
-TEST(KeyDecoder, KnowsTheTerminalsOwnKeys) {
+TEST(KeyDecoder, DecodesTheKeysOfTerminfo) {
   KeyDecoder decoder({{"\x1b[[X", Kind::up}}, true);
   EXPECT_EQ(decoder.decode("\x1b[[Xa"), (Keys{just(Kind::up), character("a")}));
 }
@@ -49,7 +49,7 @@ TEST(KeyDecoder, JoinsAKeyThatArrivesInPieces) {
   EXPECT_FALSE(decoder.isWaiting());
 }
 
-TEST(KeyDecoder, TellsTheEscapeKeyByNothingFollowing) {
+TEST(KeyDecoder, RecognizesTheEscapeKeyAfterAPause) {
   KeyDecoder decoder({}, true);
   EXPECT_EQ(decoder.decode("\x1b"), Keys{});
   EXPECT_EQ(decoder.flush(), Keys{just(Kind::escape)});
@@ -57,16 +57,16 @@ TEST(KeyDecoder, TellsTheEscapeKeyByNothingFollowing) {
   EXPECT_EQ(decoder.decode("\x1b\x1b[A"), (Keys{just(Kind::escape), just(Kind::up)}));
 }
 
-TEST(KeyDecoder, KnowsTheMouse) {
+TEST(KeyDecoder, DecodesMouseEvents) {
   EXPECT_EQ(decoded("\x1b[<0;12;5M\x1b[<0;12;5m\x1b[<64;1;1M"),
             (Keys{{.kind = Kind::press, .row = 4, .column = 11}, just(Kind::wheelUp)}));
 }
 
-TEST(KeyDecoder, KnowsWhenTheTerminalBecomesActive) {
+TEST(KeyDecoder, DecodesFocusEvents) {
   EXPECT_EQ(decoded("\x1b[I\x1b[O\x1bOI\x1b[5I"), Keys{just(Kind::focusIn)});
 }
 
-TEST(KeyDecoder, GivesWhatIsPastedAsOne) {
+TEST(KeyDecoder, ReturnsPastedTextAsOneKey) {
   KeyDecoder decoder({}, true);
   EXPECT_EQ(decoder.decode("\x1b[200~inv_v2_\r"), Keys{});
   EXPECT_FALSE(decoder.isWaiting());
@@ -75,7 +75,7 @@ TEST(KeyDecoder, GivesWhatIsPastedAsOne) {
             (Keys{{.kind = Kind::paste, .text = "inv_v2_\rrest"}, character("x")}));
 }
 
-TEST(KeyDecoder, BoundsWhatIsPasted) {
+TEST(KeyDecoder, BoundsPastedText) {
   KeyDecoder decoder({}, true);
   decoder.decode("\x1b[200~");
   for (int i = 0; i < 100; ++i) EXPECT_EQ(decoder.decode(std::string(10'000, 'x')), Keys{});
@@ -85,7 +85,7 @@ TEST(KeyDecoder, BoundsWhatIsPasted) {
   EXPECT_LE(keys.front().text.size(), 64U * 1024);
 }
 
-TEST(KeyDecoder, DropsWhatIsNoKey) {
+TEST(KeyDecoder, DropsUnknownSequences) {
   EXPECT_EQ(decoded("\x1bx\x1b[99~\x1b[?1;2c"
                     "a"),
             Keys{character("a")});

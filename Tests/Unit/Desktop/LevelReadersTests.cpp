@@ -34,7 +34,7 @@ TEST_F(LevelReadersTest, ANewSubmenuIsReturnedToAHostThatKnowsTheOthers) {
   EXPECT_EQ(readers_.unread(":1.1", root(), 1), Ids{id(1)});
 }
 
-TEST_F(LevelReadersTest, AHostThatReadsEverythingIsNoLevelReader) {
+TEST_F(LevelReadersTest, AHostThatReadsAllLevelsIsNoLevelReader) {
   set({entry("b", {entry("x", {entry("z")})})});
   EXPECT_EQ(readers_.unread(":1.1", root(), -1), Ids{});
   EXPECT_EQ(readers_.unread(":1.1", root(), 3), Ids{});

@@ -7,7 +7,7 @@
 namespace zephyl {
 namespace {
 
-TEST(MenuAction, GivesItsValueBackAsTheTypeThatItHas) {
+TEST(MenuAction, ReturnsItsValueAsItsType) {
   const MenuAction action(std::string("connect"));
   ASSERT_NE(action.as<std::string>(), nullptr);
   EXPECT_EQ(*action.as<std::string>(), "connect");

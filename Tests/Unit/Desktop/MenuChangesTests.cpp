@@ -23,7 +23,7 @@ class MenuChangesTest : public ::testing::Test {
   MenuChanges changes_;
 };
 
-TEST_F(MenuChangesTest, OfSeveralChangesOfARowTheFirstStateCounts) {
+TEST_F(MenuChangesTest, SeveralChangesOfARowAreComparedWithItsFirstState) {
   set({entry("a", "second"), entry("b", "B")});
   set({entry("a", "third"), entry("b", "B")});
   ASSERT_EQ(changes_.before().size(), 1U);

@@ -41,7 +41,7 @@ TEST_F(MenuLayoutTest, AnEmptyMenuGetsADisabledRow) {
   EXPECT_EQ(layout_.root().children.front().entry->title, "Zephyl");
 }
 
-TEST_F(MenuLayoutTest, TheSameMenuIsNoDifference) {
+TEST_F(MenuLayoutTest, AnEqualMenuIsNoDifference) {
   const Menu menu{row("a", "A", {row("b", "B")}), row("c", "C")};
   EXPECT_EQ(set(menu).menus, Menus{MenuLayout::rootId});
   const auto difference = set(menu);
@@ -49,7 +49,7 @@ TEST_F(MenuLayoutTest, TheSameMenuIsNoDifference) {
   EXPECT_TRUE(difference.changes.empty());
 }
 
-TEST_F(MenuLayoutTest, ARowThatSaysSomethingElseKeepsItsIdAndIsAChange) {
+TEST_F(MenuLayoutTest, ARowWithANewTextKeepsItsIdAndIsAChange) {
   set({row("a", "A"), row("b", "B")});
   const auto before = topIds();
   const auto difference = set({row("a", "A"), row("b", "other")});
@@ -61,7 +61,7 @@ TEST_F(MenuLayoutTest, ARowThatSaysSomethingElseKeepsItsIdAndIsAChange) {
   EXPECT_EQ(difference.changes.front().row->entry->title, "other");
 }
 
-TEST_F(MenuLayoutTest, ARowInBetweenLeavesTheOthersTheirIds) {
+TEST_F(MenuLayoutTest, AnInsertedRowKeepsTheOthersIds) {
   set({row("a", "A"), row("b", "B")});
   const auto before = topIds();
   EXPECT_EQ(set({row("a", "A"), row("new", "N"), row("b", "B")}).menus, Menus{MenuLayout::rootId});
@@ -71,29 +71,29 @@ TEST_F(MenuLayoutTest, ARowInBetweenLeavesTheOthersTheirIds) {
   EXPECT_GT(after[1], before[1]);
 }
 
-TEST_F(MenuLayoutTest, RowsThatSwapPlacesKeepTheirIdsAndAreADifferentStructure) {
+TEST_F(MenuLayoutTest, RowsThatSwapPlacesKeepTheirIdsAndChangeTheStructure) {
   set({row("a", "A"), row("b", "B"), row("c", "C")});
   const auto before = topIds();
   EXPECT_EQ(set({row("a", "A"), row("c", "C"), row("b", "B")}).menus, Menus{MenuLayout::rootId});
   EXPECT_EQ(topIds(), (std::vector{before[0], before[2], before[1]}));
 }
 
-TEST_F(MenuLayoutTest, AMenuIsNamedWhenItsOwnRowsChangeAndForNoOtherReason) {
+TEST_F(MenuLayoutTest, AMenuIsNamedOnlyIfItsOwnRowsChange) {
   const auto menu = [](Menu inner, const char* title = "A") {
     return Menu{row("a", title, {row("b", "B", std::move(inner)), row("c", "C")})};
   };
   set(menu({row("x", "X"), row("y", "Y")}));
   const auto outer = topIds()[0];
   const auto inner = layout_.find(outer)->children[0].id;
-  EXPECT_EQ(set(menu({row("x", "X")})).menus, Menus{inner}) << "a row went";
-  EXPECT_EQ(set(menu({row("x", "X"), row("y", "Y")})).menus, Menus{inner}) << "a row came";
+  EXPECT_EQ(set(menu({row("x", "X")})).menus, Menus{inner}) << "a row was removed";
+  EXPECT_EQ(set(menu({row("x", "X"), row("y", "Y")})).menus, Menus{inner}) << "a row was added";
   EXPECT_EQ(set(menu({row("y", "Y"), row("x", "X")})).menus, Menus{inner}) << "rows moved";
   EXPECT_EQ(set(menu({row("y", "other"), row("x", "X")}, "other")).menus, Menus{});
-  EXPECT_EQ(set(menu({})).menus, Menus{outer}) << "a submenu went, so that its row is another one";
+  EXPECT_EQ(set(menu({})).menus, Menus{outer}) << "a row without its submenu is another row";
   EXPECT_EQ(set(menu({row("x", "X")})).menus, Menus{outer}) << "a new submenu is not named";
 }
 
-TEST_F(MenuLayoutTest, ARowThatWentAndCameBackHasANewId) {
+TEST_F(MenuLayoutTest, ARowThatWasRemovedAndAddedHasANewId) {
   set({row("a", "A"), row("b", "B")});
   const auto before = topIds();
   set({row("a", "A")});
@@ -103,7 +103,7 @@ TEST_F(MenuLayoutTest, ARowThatWentAndCameBackHasANewId) {
   EXPECT_GT(topIds()[1], before[1]);
 }
 
-TEST_F(MenuLayoutTest, AnotherShapeOrAnotherActionIsAnotherRow) {
+TEST_F(MenuLayoutTest, ARowWithAnotherKindOrActionIsAnotherRow) {
   const auto plain = row("a", "A");
   auto separator = plain;
   separator.kind = MenuEntry::Kind::separator;
@@ -137,7 +137,7 @@ TEST_F(MenuLayoutTest, TwoRowsWithOneKeyAreTwoRows) {
   EXPECT_NE(ids[0], ids[2]);
 }
 
-/// Comparing each row with each other one would take minutes.
+/// An algorithm that compares each pair of rows would take minutes.
 TEST_F(MenuLayoutTest, FindsManyRowsAgainInAnyOrder) {
   Menu menu;
   for (int i = 0; i < 20'000; ++i) {

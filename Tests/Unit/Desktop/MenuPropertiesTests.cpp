@@ -10,12 +10,12 @@ using Properties = std::vector<MenuProperty>;
 const MenuEntry folderRow{.key = "a", .title = "1 folder shared", .enabled = false};
 const MenuEntry server{.key = "s", .title = "Lab", .dot = DotColor::green, .submenu = {folderRow}};
 
-TEST(MenuProperties, AnItemHasALabelAndSaysWhetherItIsEnabled) {
+TEST(MenuProperties, AnItemHasALabelAndAnEnabledFlag) {
   EXPECT_EQ(propertiesOf(&folderRow, DotStyle::icon),
             (Properties{{"label", "1 folder shared"}, {"enabled", false}}));
 }
 
-TEST(MenuProperties, ASeparatorIsNothingElse) {
+TEST(MenuProperties, ASeparatorHasNoOtherProperties) {
   const MenuEntry separator{.key = "-", .kind = MenuEntry::Kind::separator};
   EXPECT_EQ(propertiesOf(&separator, DotStyle::icon), (Properties{{"type", "separator"}}));
 }
@@ -29,7 +29,7 @@ TEST(MenuProperties, AnUnderscoreIsDoubledAndAControlCharacterMadeVisible) {
   EXPECT_EQ(propertiesOf(&entry, DotStyle::icon).front(), (MenuProperty{"label", "my__file␊____"}));
 }
 
-TEST(MenuProperties, ADotIsAnImageAndWordsForWhoCannotSeeIt) {
+TEST(MenuProperties, ADotIsAnImageWithAnAccessibleDescription) {
   EXPECT_EQ(propertiesOf(&server, DotStyle::icon),
             (Properties{{"label", "Lab"},
                         {"enabled", true},
@@ -38,7 +38,7 @@ TEST(MenuProperties, ADotIsAnImageAndWordsForWhoCannotSeeIt) {
                         {"accessible-desc", "Lab, connected"}}));
 }
 
-TEST(MenuProperties, ADotIsACharacterWhereImagesAreMissingOrOnTheWrongSide) {
+TEST(MenuProperties, ADotIsACharacterIfTheHostShowsNoImagesBesideLabels) {
   EXPECT_EQ(propertiesOf(&server, DotStyle::character),
             (Properties{{"label", "🟢 Lab"},
                         {"enabled", true},
@@ -51,7 +51,7 @@ TEST(MenuProperties, ADotIsACharacterWhereImagesAreMissingOrOnTheWrongSide) {
       (Properties{{"label", "🟢 Lab"}, {"enabled", true}, {"accessible-desc", "Lab, connected"}}));
 }
 
-TEST(MenuProperties, TheStateOfAServerIsInWordsWhereCirclesHaveNoColor) {
+TEST(MenuProperties, TheStateOfAServerIsInWordsIfCirclesHaveNoColor) {
   EXPECT_EQ(propertiesOf(&server, DotStyle::words),
             (Properties{{"label", "Lab — connected"},
                         {"enabled", true},
@@ -63,7 +63,7 @@ TEST(MenuProperties, TheStateOfAServerIsInWordsWhereCirclesHaveNoColor) {
       << "its text is the state";
 }
 
-TEST(MenuProperties, ADotIsACharacterOnADisabledRowWhereImagesAreGreyed) {
+TEST(MenuProperties, ADotIsACharacterOnADisabledRowIfTheHostGreysImages) {
   auto line = server;
   EXPECT_EQ(propertiesOf(&line, DotStyle::characterWhenDisabled),
             propertiesOf(&line, DotStyle::icon));
@@ -80,7 +80,7 @@ TEST(MenuProperties, AKeyEquivalentIsAShortcut) {
   EXPECT_EQ(propertiesOf(&entry, DotStyle::icon).back(), (MenuProperty{"shortcut", Shortcut{"q"}}));
 }
 
-TEST(MenuProperties, AChangeIsTheNewValuesAlone) {
+TEST(MenuProperties, AChangeContainsOnlyTheNewValues) {
   auto red = server;
   red.dot = DotColor::red;
   EXPECT_EQ(changedProperties(server, red, DotStyle::icon),
@@ -93,7 +93,7 @@ TEST(MenuProperties, AChangeIsTheNewValuesAlone) {
   EXPECT_TRUE(changedProperties(server, server, DotStyle::icon).empty());
 }
 
-TEST(MenuProperties, DotsAreImagesOfTheirOwn) {
+TEST(MenuProperties, EachDotHasItsOwnImage) {
   for (const auto color : {DotColor::grey, DotColor::green, DotColor::orange, DotColor::red}) {
     EXPECT_TRUE(dotImage(color).starts_with("\x89PNG\r\n\x1a\n"));
     EXPECT_LT(dotImage(color).size(), 400U);

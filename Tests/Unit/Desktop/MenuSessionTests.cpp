@@ -27,7 +27,7 @@ TEST_F(MenuSessionTest, TheRootIsUpdatedBeforeItOpens) {
   EXPECT_FALSE(session_.isOpen());
 }
 
-TEST_F(MenuSessionTest, AHostThatSaysOpenedFirstGetsNoUpdateUnderThePointer) {
+TEST_F(MenuSessionTest, AHostThatSendsOpenedFirstGetsNoUpdateWhileOpen) {
   EXPECT_EQ(session_.opened(host, true, now_), Events{willOpen});
   wait(900ms);
   EXPECT_EQ(session_.aboutToShowRoot(host, now_), Events{});
@@ -66,7 +66,7 @@ TEST_F(MenuSessionTest, IsClosedAfterAHalfMinuteOfSilence) {
   EXPECT_EQ(session_.expire(now_), Events{});
 }
 
-TEST_F(MenuSessionTest, StaysOpenHoweverLongOnAHostThatSaysClosed) {
+TEST_F(MenuSessionTest, StaysOpenHoweverLongOnAHostThatSendsClosed) {
   (void)session_.aboutToShowRoot(host, now_);
   (void)session_.closedRoot(host);
   (void)session_.aboutToShowRoot(host, now_);
@@ -77,7 +77,7 @@ TEST_F(MenuSessionTest, StaysOpenHoweverLongOnAHostThatSaysClosed) {
   EXPECT_EQ(session_.closedRoot(host), Events{didClose});
 }
 
-TEST_F(MenuSessionTest, ASilentMenuIsClosedOnAHostThatNeverSaysClosedWhateverOthersSay) {
+TEST_F(MenuSessionTest, ASilentMenuIsClosedOnAHostThatNeverSendsClosed) {
   (void)session_.closedRoot(":1.6");
   (void)session_.aboutToShowRoot(host, now_);
   EXPECT_EQ(session_.host(), host);
@@ -87,7 +87,7 @@ TEST_F(MenuSessionTest, ASilentMenuIsClosedOnAHostThatNeverSaysClosedWhateverOth
   EXPECT_EQ(session_.host(), "");
 }
 
-TEST_F(MenuSessionTest, AMenuWhoseEndNobodyToldIsClosedAndUpdatedWhenItOpensAgain) {
+TEST_F(MenuSessionTest, AMenuThatWasNotReportedClosedIsUpdatedWhenItOpensAgain) {
   (void)session_.opened(host, true, now_);
   wait(1001ms);
   EXPECT_EQ(session_.aboutToShowRoot(host, now_), (Events{didClose, needsUpdate, willOpen}));
@@ -112,12 +112,12 @@ TEST_F(MenuSessionTest, AnOpenedSubmenuNeverUpdatesTheMenuUnderThePointer) {
   EXPECT_EQ(session_.opened(host, false, now_), Events{});
 }
 
-TEST_F(MenuSessionTest, AHostThatAnnouncesTheRootAgainAtOnceGetsWhatIsNew) {
+TEST_F(MenuSessionTest, AHostThatAnnouncesTheRootAgainAtOnceGetsTheNewMenu) {
   (void)session_.aboutToShowRoot(host, now_);
   EXPECT_EQ(session_.aboutToShowRoot(host, now_), (Events{didClose, needsUpdate, willOpen}));
 }
 
-TEST_F(MenuSessionTest, AnOpenedMenuStaysAsItIsWhenItsHostAnnouncesItOnceMore) {
+TEST_F(MenuSessionTest, AnOpenMenuIsNotUpdatedWhenItsHostAnnouncesItAgain) {
   (void)session_.aboutToShowRoot(host, now_);
   (void)session_.opened(host, true, now_);
   EXPECT_EQ(session_.aboutToShowRoot(host, now_), Events{});

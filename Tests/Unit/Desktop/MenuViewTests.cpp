@@ -47,7 +47,7 @@ class MenuViewTest : public ::testing::Test {
     return test::canvasText(canvas);
   }
 
-  /// The row that Enter is about.
+  /// Returns the row that Enter would choose.
   std::string chosen() {
     const auto text = drawn();
     const auto mark = text.find("›");
@@ -59,7 +59,7 @@ class MenuViewTest : public ::testing::Test {
   MenuView view_;
 };
 
-TEST_F(MenuViewTest, IsAListWithMarksForSubmenusAndKeys) {
+TEST_F(MenuViewTest, ListsRowsWithMarksForSubmenusAndKeys) {
   EXPECT_EQ(drawn(),
             "› open                 Ctrl-O\n"
             "  ──────────────────────────\n"
@@ -69,7 +69,7 @@ TEST_F(MenuViewTest, IsAListWithMarksForSubmenusAndKeys) {
             "  quit");
 }
 
-TEST_F(MenuViewTest, ChoosesOnlyWhatCanBeChosen) {
+TEST_F(MenuViewTest, SelectsOnlyEnabledRows) {
   EXPECT_EQ(chosen(), "open");
   press(Kind::down);
   EXPECT_EQ(chosen(), "hill");
@@ -111,7 +111,7 @@ TEST_F(MenuViewTest, RunsAnEntryByItsKeyEquivalent) {
   EXPECT_FALSE(type("o").handled);
 }
 
-TEST_F(MenuViewTest, StaysWhereItIsWhenTheMenuChanges) {
+TEST_F(MenuViewTest, KeepsItsSelectionWhenTheMenuChanges) {
   press(Kind::down);
   press(Kind::enter);
   auto menu = usualMenu();
@@ -130,7 +130,7 @@ TEST_F(MenuViewTest, StaysWhereItIsWhenTheMenuChanges) {
             "  quit");
 }
 
-TEST_F(MenuViewTest, ChoosesNothingWhenTheChosenRowIsGone) {
+TEST_F(MenuViewTest, SelectsNothingIfTheSelectedRowDisappears) {
   press(Kind::down);
   auto menu = usualMenu();
   menu.erase(menu.begin() + 2);
@@ -142,7 +142,7 @@ TEST_F(MenuViewTest, ChoosesNothingWhenTheChosenRowIsGone) {
   EXPECT_EQ(chosen(), "mill");
 }
 
-TEST_F(MenuViewTest, AMenuThatComesBackIsClosed) {
+TEST_F(MenuViewTest, ASubmenuThatReappearsIsClosed) {
   press(Kind::down);
   press(Kind::enter);
   view_.setMenu({command("open")});
@@ -150,7 +150,7 @@ TEST_F(MenuViewTest, AMenuThatComesBackIsClosed) {
   EXPECT_EQ(drawn().find("restart"), std::string::npos);
 }
 
-TEST_F(MenuViewTest, ScrollsAndShowsThatThereIsMore) {
+TEST_F(MenuViewTest, ScrollsAndIndicatesHiddenRows) {
   Menu menu{information("first")};
   for (int i = 0; i < 20; ++i) menu.push_back(command("row" + std::to_string(i)));
   menu.push_back(information("last"));
@@ -166,12 +166,12 @@ TEST_F(MenuViewTest, ScrollsAndShowsThatThereIsMore) {
   EXPECT_EQ(drawn(3, 12), "  first\n› row0\n  row1     ↓");
 }
 
-TEST_F(MenuViewTest, WrapsATitleThatIsTooLong) {
+TEST_F(MenuViewTest, WrapsALongTitle) {
   view_.setMenu({{.key = "x", .title = "Folders here aren't shared with it", .enabled = false}});
   EXPECT_EQ(drawn(4, 20), "  Folders here\n  aren't shared with\n  it");
 }
 
-TEST_F(MenuViewTest, ShapesTellTheStateWhereThereIsNoColor) {
+TEST_F(MenuViewTest, ShowsTheStateByShapesWithoutColors) {
   Menu menu;
   for (const auto dot : {DotColor::green, DotColor::orange, DotColor::red, DotColor::grey}) {
     menu.push_back(
@@ -182,7 +182,7 @@ TEST_F(MenuViewTest, ShapesTellTheStateWhereThereIsNoColor) {
   EXPECT_EQ(drawn(4, 20, {.unicode = false, .colors = false}), "  * s\n  ~ s\n  x s\n  o s");
 }
 
-TEST_F(MenuViewTest, TakesTheMouse) {
+TEST_F(MenuViewTest, HandlesTheMouse) {
   drawn();
   EXPECT_TRUE(view_.handle({.kind = Kind::press, .row = 2, .column = 5}).opened);
   drawn();
@@ -192,7 +192,7 @@ TEST_F(MenuViewTest, TakesTheMouse) {
   EXPECT_FALSE(view_.handle({.kind = Kind::press, .row = 40, .column = 8}).handled);
 }
 
-TEST_F(MenuViewTest, AnEmptyMenuTakesAnyKey) {
+TEST_F(MenuViewTest, AnEmptyMenuAcceptsAnyKey) {
   view_.setMenu({});
   for (const auto kind : {Kind::up, Kind::down, Kind::home, Kind::end, Kind::enter, Kind::escape,
                           Kind::pageDown, Kind::right, Kind::left}) {

@@ -9,7 +9,7 @@ namespace {
 
 using test::rowText;
 
-TEST(Canvas, LeavesOutWhatLiesOutside) {
+TEST(Canvas, ClipsAtItsEdges) {
   Canvas canvas({2, 6}, {});
   EXPECT_EQ(canvas.put(0, 3, "abcdef"), 6);
   canvas.put(5, 0, "below");
@@ -55,7 +55,7 @@ TEST_F(PainterTest, WritesOnlyWhatChanged) {
   EXPECT_EQ(painter_.paint(canvas_), type_.moveTo(3, 15) + type_.style({}) + "2");
 }
 
-TEST_F(PainterTest, WritesAShortStretchAgainRatherThanJumpOverIt) {
+TEST_F(PainterTest, RewritesAShortUnchangedStretchInsteadOfJumping) {
   canvas_.put(3, 5, "a..b.......c");
   painter_.paint(canvas_);
   canvas_.put(3, 5, "1..2.......3");
@@ -63,7 +63,7 @@ TEST_F(PainterTest, WritesAShortStretchAgainRatherThanJumpOverIt) {
             type_.moveTo(3, 5) + type_.style({}) + "1..2" + type_.moveTo(3, 16) + "3");
 }
 
-TEST_F(PainterTest, SetsStylesAndTakesThemBack) {
+TEST_F(PainterTest, SetsAndResetsStyles) {
   const CellStyle bold{.bold = true};
   painter_.paint(canvas_);
   canvas_.put(0, 0, "a", bold);
@@ -71,7 +71,7 @@ TEST_F(PainterTest, SetsStylesAndTakesThemBack) {
             type_.moveTo(0, 0) + type_.style(bold) + "a" + type_.style({}));
 }
 
-TEST_F(PainterTest, PaintsTheWholeScreenWhenItIsNotKnownOrHasAnotherSize) {
+TEST_F(PainterTest, PaintsTheWholeScreenIfItIsUnknownOrHasAnotherSize) {
   canvas_.put(0, 0, "menu");
   painter_.paint(canvas_);
   painter_.forget();
@@ -80,7 +80,7 @@ TEST_F(PainterTest, PaintsTheWholeScreenWhenItIsNotKnownOrHasAnotherSize) {
             std::string::npos);
 }
 
-TEST_F(PainterTest, ShowsTheCursorWhereItIsWanted) {
+TEST_F(PainterTest, ShowsTheCursorAtItsPosition) {
   painter_.paint(canvas_);
   canvas_.setCursor({2, 3});
   EXPECT_EQ(painter_.paint(canvas_), type_.moveTo(2, 3) + type_.showCursor());
@@ -88,7 +88,7 @@ TEST_F(PainterTest, ShowsTheCursorWhereItIsWanted) {
   EXPECT_EQ(painter_.paint(canvas_), type_.hideCursor());
 }
 
-TEST(TerminalType, RefusesWhatCannotShowAMenu) {
+TEST(TerminalType, RefusesATerminalThatCannotShowAMenu) {
   EXPECT_EQ(TerminalType::load("dumb", true).error().message,
             "a terminal of type \"dumb\" cannot show a menu");
   EXPECT_EQ(TerminalType::load("no-such-terminal", true).error().message,
@@ -96,7 +96,7 @@ TEST(TerminalType, RefusesWhatCannotShowAMenu) {
   EXPECT_EQ(TerminalType::load("", true).error().message, "unknown terminal type: TERM is not set");
 }
 
-TEST(TerminalType, HasColorsWhereTheTerminalHasThemAndTheUserWantsThem) {
+TEST(TerminalType, HasColorsIfTheTerminalSupportsAndTheUserAllowsThem) {
   EXPECT_TRUE(TerminalType::load("xterm", true)->hasColors());
   EXPECT_FALSE(TerminalType::load("vt100", true)->hasColors());
   const auto plain = TerminalType::load("xterm-256color", false);
@@ -104,7 +104,7 @@ TEST(TerminalType, HasColorsWhereTheTerminalHasThemAndTheUserWantsThem) {
   EXPECT_EQ(plain->style({.color = CellStyle::Color::red}), plain->style({}));
 }
 
-TEST(TerminalType, CopiesToTheClipboardWhereTerminalsKnowHow) {
+TEST(TerminalType, CopiesToTheClipboardIfTheTerminalSupportsIt) {
   const auto xterm = TerminalType::load("xterm", true);
   EXPECT_EQ(xterm->copy("log"), "\x1b]52;c;bG9n\a");
   EXPECT_EQ(xterm->copy("logs"), "\x1b]52;c;bG9ncw==\a");

@@ -18,7 +18,7 @@ using Answer = std::optional<AlertAnswer>;
 
 constexpr std::size_t safeButton = 0;
 
-/// One alert and whatever may happen to it, in any order, with what follows from it for the answer.
+/// One alert with random events, and a model of the expected answer.
 class RandomAlert {
  public:
   explicit RandomAlert(unsigned seed) : random_(seed) {
@@ -30,7 +30,7 @@ class RandomAlert {
   void run() {
     for (int step = 0; step < 30; ++step) {
       happen();
-      // What has been printed reaches the main thread sooner or later.
+      // Delivers the output to the main thread.
       if (pick(3) != 0) mainLoop_.runPending();
     }
     clock_.advance(1min, [this] { mainLoop_.runPending(); });
@@ -39,15 +39,15 @@ class RandomAlert {
   void check() const {
     ASSERT_LE(answers_.size(), 1U);
     if (!closed_) {
-      ASSERT_EQ(answers_.size(), 1U) << "nobody would ever know";
+      ASSERT_EQ(answers_.size(), 1U) << "the result would be lost";
     }
     if (answers_.empty()) return;
     const Answer& answer = answers_.front();
     if (answer && answer->button != safeButton) {
-      EXPECT_EQ(pressed_, answer->button) << "no button is pressed but by the user";
+      EXPECT_EQ(pressed_, answer->button) << "only the user presses buttons";
     }
     if (!shown_) {
-      EXPECT_EQ(answer, std::nullopt) << "what nobody saw is not answered";
+      EXPECT_EQ(answer, std::nullopt) << "an alert that was not shown is not answered";
     }
     EXPECT_FALSE(answeredAfterClosing_);
   }
@@ -117,7 +117,7 @@ class RandomAlert {
   std::optional<std::size_t> pressed_;  // the first button, once it is shown
 };
 
-TEST(ProcessDialogsProperties, HoldWhateverHappensInWhateverOrder) {
+TEST(ProcessDialogsProperties, HoldForAnyOrderOfEvents) {
   (void)test::logOf([] {
     for (unsigned seed = 0; seed < 10'000; ++seed) {
       SCOPED_TRACE(seed);

@@ -62,7 +62,7 @@ class ProcessDialogsTest : public ::testing::Test {
   void advance(Duration step) {
     clock_.advance(step, [this] { mainLoop_.runPending(); });
   }
-  /// Time passes, and every ping is answered meanwhile.
+  /// Advances time, and answers every ping meanwhile.
   void advanceAnswering(Duration step) {
     clock_.advance(step, [this] {
       mainLoop_.runPending();
@@ -81,7 +81,7 @@ class ProcessDialogsTest : public ::testing::Test {
   std::vector<LogWindowEvent> events_;
 };
 
-TEST_F(ProcessDialogsTest, HandsOnTheTokenThatLetsItsWindowComeToTheFront) {
+TEST_F(ProcessDialogsTest, ForwardsTheActivationToken) {
   std::string token = "token-1";
   ProcessDialogs dialogs(mainLoop_, clock_, launcher_, "dialogs",
                          [&] { return std::exchange(token, ""); });
@@ -94,7 +94,7 @@ TEST_F(ProcessDialogsTest, HandsOnTheTokenThatLetsItsWindowComeToTheFront) {
   EXPECT_FALSE(program().options().environment.contains("XDG_ACTIVATION_TOKEN"));
 }
 
-TEST_F(ProcessDialogsTest, AnUnrequestedWindowGetsNoTokenUntilTheUserAsksForIt) {
+TEST_F(ProcessDialogsTest, AnUnrequestedWindowGetsATokenOnlyWhenTheUserAsksForIt) {
   std::string token = "token-1";
   ProcessDialogs dialogs(mainLoop_, clock_, launcher_, "dialogs",
                          [&] { return std::exchange(token, ""); });
@@ -107,7 +107,7 @@ TEST_F(ProcessDialogsTest, AnUnrequestedWindowGetsNoTokenUntilTheUserAsksForIt) 
   EXPECT_EQ(program().input().at(2), R"({"bringToFront":{"activationToken":""}})");
 }
 
-TEST_F(ProcessDialogsTest, WritesWhatIsToBeShownAsOneLine) {
+TEST_F(ProcessDialogsTest, WritesTheRequestAsOneLine) {
   Alert withField = alert;
   withField.textField = Alert::TextField{"ALWAYS ALLOW", 300};
   withField.safeButton = 1;
@@ -126,7 +126,7 @@ TEST_F(ProcessDialogsTest, WritesWhatIsToBeShownAsOneLine) {
   EXPECT_FALSE(program().inputEnded());
 }
 
-TEST_F(ProcessDialogsTest, SaysHowFarItIsInOrderAndNothingToAProgramThatIsGone) {
+TEST_F(ProcessDialogsTest, SendsProgressInOrderAndNothingAfterTheEnd) {
   Alert withBar{.messageText = "Downloading", .buttons = {"Cancel"}};
   withBar.progress = Progress{.fraction = 0, .text = "0 of 9 MB"};
   auto handle = presentAlert(withBar);
@@ -144,7 +144,7 @@ TEST_F(ProcessDialogsTest, SaysHowFarItIsInOrderAndNothingToAProgramThatIsGone) 
   EXPECT_EQ(program().input().size(), 3U);
 }
 
-TEST_F(ProcessDialogsTest, MovesNoBarOfAProgramThatCouldNotBeStarted) {
+TEST_F(ProcessDialogsTest, SendsNoProgressToAProgramThatCouldNotBeStarted) {
   launcher_.failWith("/opt/zephyl-tray-dialogs: No such file or directory");
   const auto handle = presentAlert();
   handle->showProgress({.text = "somewhere"});
@@ -165,7 +165,7 @@ TEST_F(ProcessDialogsTest, AnswersWithTheButtonThatWasPressed) {
   EXPECT_EQ(answers_.size(), 1U);
 }
 
-TEST_F(ProcessDialogsTest, TakesNoSecondAnswer) {
+TEST_F(ProcessDialogsTest, IgnoresASecondAnswer) {
   const auto handle = presentAlert();
   say(shown);
   program().print({R"({"answer":{"button":0,"text":""}})", R"({"answer":{"button":1,"text":""}})"});
@@ -207,21 +207,21 @@ TEST_F(ProcessDialogsTest, AnAlertThatIsNotShownWithinFiveSecondsIsNotAnswered) 
   EXPECT_EQ(answers_.size(), 1U);
 }
 
-TEST_F(ProcessDialogsTest, AnAnswerBeforeTheWindowIsShownIsNone) {
+TEST_F(ProcessDialogsTest, AnAnswerBeforeTheWindowIsShownIsIgnored) {
   const auto handle = presentAlert();
   say(R"({"answer":{"button":1,"text":""}})");
   EXPECT_EQ(answers_, std::vector<Answer>{std::nullopt});
   EXPECT_FALSE(program().isRunning());
 }
 
-TEST_F(ProcessDialogsTest, GarbageBeforeTheWindowIsShownIsNoAnswer) {
+TEST_F(ProcessDialogsTest, AnInvalidMessageBeforeTheWindowIsShownIsNoAnswer) {
   const auto handle = presentAlert();
   say("Segmentation fault");
   EXPECT_EQ(answers_, std::vector<Answer>{std::nullopt});
   EXPECT_FALSE(program().isRunning());
 }
 
-TEST_F(ProcessDialogsTest, TheDeathOfAWindowThatWasShownIsTheSafeAnswer) {
+TEST_F(ProcessDialogsTest, TheDeathOfAShownWindowCountsAsTheSafeAnswer) {
   Alert invite = alert;
   invite.safeButton = 2;
   const auto handle = presentAlert(invite);
@@ -231,7 +231,7 @@ TEST_F(ProcessDialogsTest, TheDeathOfAWindowThatWasShownIsTheSafeAnswer) {
   EXPECT_EQ(log, "[tray] zephyl-tray-dialogs lost its window: it ended by signal 11\n");
 }
 
-TEST_F(ProcessDialogsTest, GarbageFromAWindowThatWasShownIsTheSafeAnswer) {
+TEST_F(ProcessDialogsTest, AnInvalidMessageOfAShownWindowCountsAsTheSafeAnswer) {
   for (const std::string garbage :
        {"approve", "{}", R"({"answer":{"button":3,"text":""}})",
         R"({"answer":{"button":-1,"text":""}})", R"({"answer":{"button":1}})",
@@ -257,7 +257,7 @@ TEST_F(ProcessDialogsTest, AWindowThatAnswersPingsStays) {
   EXPECT_EQ(answers_, (std::vector<Answer>{AlertAnswer{1, ""}}));
 }
 
-TEST_F(ProcessDialogsTest, TwoMissedPingsAreTheSafeAnswer) {
+TEST_F(ProcessDialogsTest, TwoMissedPingsCountAsTheSafeAnswer) {
   const auto handle = presentAlert();
   say(shown);
   advanceAnswering(1min);
@@ -282,7 +282,7 @@ TEST_F(ProcessDialogsTest, OneMissedPingIsForgiven) {
   EXPECT_TRUE(answers_.empty());
 }
 
-TEST_F(ProcessDialogsTest, AMainThreadThatWasHeldUpMissesNoPing) {
+TEST_F(ProcessDialogsTest, ABlockedMainThreadMissesNoPing) {
   const auto handle = presentAlert();
   say(shown);
   clock_.advance(1min);  // and nothing runs on the main thread
@@ -292,7 +292,7 @@ TEST_F(ProcessDialogsTest, AMainThreadThatWasHeldUpMissesNoPing) {
   EXPECT_TRUE(answers_.empty());
 }
 
-TEST_F(ProcessDialogsTest, IsNotAskedForPongsBeforeItIsShownNorAfterItsAnswer) {
+TEST_F(ProcessDialogsTest, IsNotPingedBeforeItIsShownNorAfterItsAnswer) {
   const auto handle = presentAlert();
   advance(4s);
   EXPECT_EQ(program().input().size(), 1U);
@@ -315,7 +315,7 @@ TEST_F(ProcessDialogsTest, AnAlertThatTheTrayClosesIsNotAnswered) {
   EXPECT_TRUE(answers_.empty());
 }
 
-TEST_F(ProcessDialogsTest, AnAnswerOnItsWayWhenTheTrayClosesTheAlertIsDropped) {
+TEST_F(ProcessDialogsTest, AnAnswerDuringCloseIsDropped) {
   auto handle = presentAlert();
   say(shown);
   program().print({R"({"answer":{"button":1,"text":""}})"});
@@ -341,7 +341,7 @@ TEST_F(ProcessDialogsTest, TheDialogMayBeDestroyedByItsOwnAnswer) {
   EXPECT_EQ(answers, 2);
 }
 
-TEST_F(ProcessDialogsTest, AWindowThatShouldBeGoneAndStaysIsKilled) {
+TEST_F(ProcessDialogsTest, AWindowThatDoesNotCloseIsKilled) {
   auto handle = presentAlert();
   say(shown);
   handle.reset();
@@ -351,7 +351,7 @@ TEST_F(ProcessDialogsTest, AWindowThatShouldBeGoneAndStaysIsKilled) {
   EXPECT_FALSE(program().isRunning());
 }
 
-TEST_F(ProcessDialogsTest, AProgramThatHasHiddenItsWindowMayStayWithWhatWasCopied) {
+TEST_F(ProcessDialogsTest, AProgramWithAHiddenWindowMayKeepTheClipboard) {
   auto handle = presentLogWindow();
   say(shown);
   program().print({closed, R"({"hidden":true})"});
@@ -374,7 +374,7 @@ TEST_F(ProcessDialogsTest, ItsStandardErrorGoesToTheLogUpToALimit) {
   EXPECT_TRUE(program().isRunning());
 }
 
-TEST_F(ProcessDialogsTest, TellsTheFolderThatWasChosen) {
+TEST_F(ProcessDialogsTest, ReportsTheChosenFolder) {
   const auto handle = chooseFolder();
   EXPECT_EQ(program().input(),
             Lines{R"({"folderPicker":{"prompt":"Share","message":"Choose a folder"}})"});
@@ -395,14 +395,14 @@ TEST_F(ProcessDialogsTest, ACancelledOrLostFolderPickerChoosesNothing) {
   for (const auto& folder : folders_) EXPECT_EQ(folder.value(), std::nullopt);
 }
 
-TEST_F(ProcessDialogsTest, AFolderPickerThatCannotBeShownSaysSo) {
+TEST_F(ProcessDialogsTest, AFolderPickerThatCannotBeShownReportsAnError) {
   const auto handle = chooseFolder();
   advance(DialogProcess::shownTimeout);
   ASSERT_EQ(folders_.size(), 1U);
   EXPECT_EQ(folders_[0].error().message, "The folder picker could not be shown.");
 }
 
-TEST_F(ProcessDialogsTest, TellsWhatIsDoneWithALogWindowUntilItIsClosed) {
+TEST_F(ProcessDialogsTest, ReportsActionsOnALogWindowUntilItIsClosed) {
   const auto handle = presentLogWindow();
   EXPECT_EQ(program().input(), Lines{R"({"logWindow":{"title":"Agent Exited",)"
                                      R"("message":"with code 3","shownText":"one\n…\ntwo",)"
@@ -453,7 +453,7 @@ TEST_F(ProcessDialogsTest, SeveralDialogsAreOpenSideBySide) {
   EXPECT_EQ(events_, std::vector{LogWindowEvent::closed});
 }
 
-TEST_F(ProcessDialogsTest, ATextThatIsNoUTF8IsShownAllTheSame) {
+TEST_F(ProcessDialogsTest, InvalidUTF8IsShownWithReplacements) {
   Alert broken = alert;
   broken.informativeText = "a\xFF\nb";
   const auto handle = presentAlert(broken);
@@ -462,7 +462,7 @@ TEST_F(ProcessDialogsTest, ATextThatIsNoUTF8IsShownAllTheSame) {
   EXPECT_EQ(std::get<Alert>(*request).informativeText, "a\uFFFD\nb");
 }
 
-TEST_F(ProcessDialogsTest, LeavesNoTimerBehind) {
+TEST_F(ProcessDialogsTest, LeavesNoTimer) {
   { const auto handle = presentAlert(); }
   const auto handle = presentAlert();
   say(shown);

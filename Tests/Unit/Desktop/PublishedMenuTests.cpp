@@ -29,7 +29,7 @@ TEST_F(PublishedMenuTest, TheNewestMenuIsPublished) {
   EXPECT_FALSE(published_.update()) << "there is nothing new";
 }
 
-TEST_F(PublishedMenuTest, TheRevisionGrowsWithTheRowsAlone) {
+TEST_F(PublishedMenuTest, TheRevisionIncreasesOnlyIfRowsChange) {
   published_.set(menu("first"));
   published_.update();
   const auto before = published_.revision();
@@ -41,7 +41,7 @@ TEST_F(PublishedMenuTest, TheRevisionGrowsWithTheRowsAlone) {
   EXPECT_EQ(published_.revision(), before + 1);
 }
 
-TEST_F(PublishedMenuTest, WhatIsHeldStaysAsItIs) {
+TEST_F(PublishedMenuTest, AReferenceKeepsItsMenuUnchanged) {
   published_.set(menu("shown"));
   published_.update();
   published_.setHeld(true);

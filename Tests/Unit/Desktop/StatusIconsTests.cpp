@@ -19,12 +19,12 @@ class StatusIconsTest : public ::testing::Test {
   std::string executable_ = directory_ / "prefix/bin/zephyl-tray";
 };
 
-TEST_F(StatusIconsTest, AreNotNamedWhenTheyAreNowhere) {
+TEST_F(StatusIconsTest, HaveNoNameIfTheyAreNotInstalled) {
   EXPECT_EQ(locateIcons(executable_), std::nullopt);
   EXPECT_EQ(locateIcons(std::nullopt), std::nullopt);
 }
 
-TEST_F(StatusIconsTest, AreFoundWhereTheDesktopLooks) {
+TEST_F(StatusIconsTest, AreFoundInTheDesktopsDirectories) {
   directory_.write(std::string("b/icons/") + image, "");
   EXPECT_EQ(locateIcons(executable_), IconLocation{});
 }
@@ -36,7 +36,7 @@ TEST_F(StatusIconsTest, AreFoundUnderThePrefixOrBesideTheExecutable) {
   EXPECT_EQ(locateIcons(executable_), (IconLocation{directory_ / "prefix/share/icons"}));
 }
 
-/// Alpha, red, green, blue of a pixel at a place given in the units of an icon 16 units wide.
+/// Returns alpha, red, green and blue of the pixel at a position on a grid of 16 by 16 units.
 std::array<int, 4> pixel(const IconPixmap& icon, double x, double y) {
   const auto place = [&](double units) { return static_cast<std::size_t>(units * icon.side / 16); };
   const auto at = (place(y) * static_cast<std::size_t>(icon.side) + place(x)) * 4;
@@ -56,11 +56,11 @@ TEST_F(StatusIconsTest, AreDrawnAsAFolderWithABadgeInEverySize) {
     EXPECT_EQ(idle.at(size).pixels.size(), side * side * 4);
     EXPECT_EQ(busy.at(size).pixels.size(), side * side * 4);
     EXPECT_EQ(pixel(idle.at(size), 4, 8), white) << "the folder";
-    EXPECT_EQ(pixel(idle.at(size), 15.5, 0.5)[0], 0) << "beside it";
+    EXPECT_EQ(pixel(idle.at(size), 15.5, 0.5)[0], 0) << "beside the folder";
     EXPECT_EQ(pixel(idle.at(size), 11.5, 9.7), white) << "the head";
     EXPECT_EQ(pixel(busy.at(size), 4, 8), white) << "the folder";
     EXPECT_EQ(pixel(busy.at(size), 11.5, 9.4), orange) << "the gear";
-    EXPECT_EQ(pixel(busy.at(size), 11.5, 11.5)[0], 0) << "its hole";
+    EXPECT_EQ(pixel(busy.at(size), 11.5, 11.5)[0], 0) << "the hole of the badge";
   }
 }
 

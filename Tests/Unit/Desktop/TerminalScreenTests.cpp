@@ -12,7 +12,7 @@ namespace {
 
 using namespace std::chrono_literals;
 
-/// Shows plain text as it is written, without styles: enough to know what was sent.
+/// A terminal that accepts plain text without styles.
 class FakeOutput final : public TerminalOutput {
  public:
   [[nodiscard]] ScreenSize size() const override { return screenSize; }
@@ -22,7 +22,7 @@ class FakeOutput final : public TerminalOutput {
     ++writes;
   }
 
-  /// What was written since the last call.
+  /// Returns the output since the last call.
   std::string take() { return std::exchange(written, {}); }
 
   ScreenSize screenSize{24, 80};
@@ -50,12 +50,12 @@ class TerminalScreenTest : public ::testing::Test {
   void advance(Duration step) {
     clock_.advance(step, [this] { mainLoop_.runPending(); });
   }
-  /// What is drawn for what has happened since.
+  /// Returns the output for all events since the last call.
   std::string drawn() {
     mainLoop_.runPending();
     return output_.take();
   }
-  /// The whole screen.
+  /// Returns the whole screen.
   std::string screen() {
     mainLoop_.runPending();
     output_.take();
@@ -89,14 +89,14 @@ const Alert accessRequest{.style = Alert::Style::critical,
                           .permittingButtons = {1},
                           .requestedByUser = true};
 
-/// The same, when nobody expects it.
+/// The same alert, but unrequested.
 Alert unrequested() {
   Alert alert = accessRequest;
   alert.requestedByUser = false;
   return alert;
 }
 
-TEST_F(TerminalScreenTest, DrawsOnceForAllThatChangesInOneTurn) {
+TEST_F(TerminalScreenTest, DrawsOnceForAllChangesInOneTurn) {
   drawn();
   const int before = output_.writes;
   screen_->setTitle(" 3");
@@ -109,7 +109,7 @@ TEST_F(TerminalScreenTest, DrawsOnceForAllThatChangesInOneTurn) {
   EXPECT_EQ(text.find("Open Zephyl"), std::string::npos) << "it has not changed";
 }
 
-TEST_F(TerminalScreenTest, DrawsNothingAndWaitsForNothingWhileNothingChanges) {
+TEST_F(TerminalScreenTest, IsIdleWhileNothingChanges) {
   screen_->setDescription("reachable");
   drawn();
   screen_->setDescription("reachable");
@@ -120,7 +120,7 @@ TEST_F(TerminalScreenTest, DrawsNothingAndWaitsForNothingWhileNothingChanges) {
   EXPECT_EQ(clock_.pendingTimers(), 0U);
 }
 
-TEST_F(TerminalScreenTest, DrawsABarThatMovesAndNoneThatCannotBeSeen) {
+TEST_F(TerminalScreenTest, DrawsOnlyAVisibleProgressBar) {
   const auto download = present({.messageText = "Downloading",
                                  .buttons = {"Cancel"},
                                  .progress = Progress{.fraction = 0, .text = "0.0 of 4.0 MB"}});
@@ -135,7 +135,7 @@ TEST_F(TerminalScreenTest, DrawsABarThatMovesAndNoneThatCannotBeSeen) {
   EXPECT_EQ(drawn(), "");
 }
 
-TEST_F(TerminalScreenTest, DoesNotDrawForATerminalThatDoesNotKeepUp) {
+TEST_F(TerminalScreenTest, DoesNotDrawForASlowTerminal) {
   drawn();
   output_.busy = true;
   screen_->setDescription("one");
@@ -146,21 +146,21 @@ TEST_F(TerminalScreenTest, DoesNotDrawForATerminalThatDoesNotKeepUp) {
   EXPECT_NE(drawn().find("two"), std::string::npos);
 }
 
-TEST_F(TerminalScreenTest, KeysGoToTheMenu) {
+TEST_F(TerminalScreenTest, TheMenuGetsTheKeys) {
   press("\x1bOB\r");
   EXPECT_EQ(chosen_, std::vector<std::string>{"quit"});
 }
 
-TEST_F(TerminalScreenTest, ADialogTakesTheKeysAndAnswersOnce) {
+TEST_F(TerminalScreenTest, ADialogGetsTheKeysAndAnswersOnce) {
   const auto dialog = present(accessRequest);
   EXPECT_TRUE(shows("Allow access?"));
   advance(TerminalScreen::answerDelay);
   press("\t\r\r");
   EXPECT_EQ(answers_, std::vector<int>{1});
-  EXPECT_EQ(chosen_, std::vector<std::string>{"open"}) << "the second one is the menu's again";
+  EXPECT_EQ(chosen_, std::vector<std::string>{"open"}) << "the second key is handled by the menu";
 }
 
-TEST_F(TerminalScreenTest, WhatIsPressedWhenADialogAppearsIsNoAnswer) {
+TEST_F(TerminalScreenTest, AKeyPressedWhileADialogAppearsIsNoAnswer) {
   const auto dialog = present(accessRequest);
   press("\r \x1b[A");
   EXPECT_EQ(answers_, std::vector<int>{});
@@ -170,7 +170,7 @@ TEST_F(TerminalScreenTest, WhatIsPressedWhenADialogAppearsIsNoAnswer) {
   EXPECT_EQ(answers_, std::vector<int>{0});
 }
 
-TEST_F(TerminalScreenTest, WhatIsTypedOnDoesNotAnswerADialogThatNobodyRequested) {
+TEST_F(TerminalScreenTest, OngoingTypingDoesNotAnswerAnUnrequestedDialog) {
   const auto dialog = present(unrequested());
   EXPECT_TRUE(shows("[ Deny ]"));
   for (const std::string key :
@@ -189,7 +189,7 @@ TEST_F(TerminalScreenTest, WhatIsTypedOnDoesNotAnswerADialogThatNobodyRequested)
   EXPECT_EQ(clock_.pendingTimers(), 0U);
 }
 
-TEST_F(TerminalScreenTest, AKeyBeforeADialogIsDrawnIsNotForIt) {
+TEST_F(TerminalScreenTest, ADialogIgnoresKeysBeforeItIsDrawn) {
   advance(1s);
   output_.busy = true;
   const auto dialog = present(accessRequest);
@@ -199,13 +199,13 @@ TEST_F(TerminalScreenTest, AKeyBeforeADialogIsDrawnIsNotForIt) {
   output_.busy = false;
   screen_->drained();
   press("\r");
-  EXPECT_EQ(answers_, std::vector<int>{}) << "it has only just appeared";
+  EXPECT_EQ(answers_, std::vector<int>{}) << "it has just appeared";
   advance(TerminalScreen::answerDelay);
   press("\r");
   EXPECT_EQ(answers_, std::vector<int>{0});
 }
 
-TEST_F(TerminalScreenTest, TheNextDialogIgnoresTheKeysOfTheOneBefore) {
+TEST_F(TerminalScreenTest, TheNextDialogIgnoresTheKeysOfThePreviousOne) {
   const auto first = present(unrequested());
   const auto second = present(unrequested());
   advance(InputGuard::settling);
@@ -221,7 +221,7 @@ TEST_F(TerminalScreenTest, TheNextDialogIgnoresTheKeysOfTheOneBefore) {
   EXPECT_EQ(answers_, (std::vector<int>{0, 0}));
 }
 
-TEST_F(TerminalScreenTest, EachReturnToTheTerminalBeginsAnew) {
+TEST_F(TerminalScreenTest, EachActivationOfTheTerminalRestartsTheGuard) {
   const std::string focusIn = "\x1b[I";
   const std::string focusOut = "\x1b[O";
   for (const auto& alert : {unrequested(), accessRequest}) {
@@ -241,7 +241,7 @@ TEST_F(TerminalScreenTest, EachReturnToTheTerminalBeginsAnew) {
   EXPECT_EQ(chosen_, std::vector<std::string>{});
 }
 
-TEST_F(TerminalScreenTest, ALogThatNobodyRequestedIsNotClosedByWhatIsTypedOn) {
+TEST_F(TerminalScreenTest, AnUnrequestedLogIsNotClosedByOngoingTyping) {
   std::vector<LogWindowEvent> events;
   const auto dialog = dialogs_.presentLogWindow(
       {.title = "Agent Exited"}, [&](LogWindowEvent event) { events.push_back(event); });
@@ -254,7 +254,7 @@ TEST_F(TerminalScreenTest, ALogThatNobodyRequestedIsNotClosedByWhatIsTypedOn) {
   EXPECT_EQ(events, std::vector<LogWindowEvent>{LogWindowEvent::closed});
 }
 
-TEST_F(TerminalScreenTest, EscapeIsTakenAMomentLater) {
+TEST_F(TerminalScreenTest, EscapeIsRecognizedAfterAPause) {
   const auto dialog = present(accessRequest);
   advance(TerminalScreen::answerDelay);
   press("\x1b");
@@ -264,7 +264,7 @@ TEST_F(TerminalScreenTest, EscapeIsTakenAMomentLater) {
   EXPECT_EQ(clock_.pendingTimers(), 0U);
 }
 
-TEST_F(TerminalScreenTest, AlertsAreAskedOneAfterTheOther) {
+TEST_F(TerminalScreenTest, AlertsAreShownOneAfterTheOther) {
   const auto first = present(accessRequest);
   const auto second = present({.messageText = "Second", .buttons = {"OK"}});
   EXPECT_FALSE(shows("Second"));
@@ -272,13 +272,13 @@ TEST_F(TerminalScreenTest, AlertsAreAskedOneAfterTheOther) {
   press("\r");
   EXPECT_TRUE(shows("Second"));
   press("\r");
-  EXPECT_EQ(answers_, std::vector<int>{0}) << "it has only just appeared";
+  EXPECT_EQ(answers_, std::vector<int>{0}) << "it has just appeared";
   advance(InputGuard::settling);
   press("\r");
   EXPECT_EQ(answers_, (std::vector<int>{0, 0}));
 }
 
-TEST_F(TerminalScreenTest, ADialogThatIsTakenAwayIsNotAnswered) {
+TEST_F(TerminalScreenTest, ADismissedDialogIsNotAnswered) {
   auto dialog = present(accessRequest);
   dialog.reset();
   EXPECT_FALSE(shows("Allow access?"));
@@ -288,7 +288,7 @@ TEST_F(TerminalScreenTest, ADialogThatIsTakenAwayIsNotAnswered) {
   EXPECT_EQ(chosen_, std::vector<std::string>{"open"});
 }
 
-TEST_F(TerminalScreenTest, AtTheEndEveryDialogIsToldThatNobodySawIt) {
+TEST_F(TerminalScreenTest, AtTheEndEveryDialogCountsAsNotShown) {
   const auto first = present(accessRequest);
   const auto second = present(accessRequest);
   int closed = 0;
@@ -302,13 +302,13 @@ TEST_F(TerminalScreenTest, AtTheEndEveryDialogIsToldThatNobodySawIt) {
   EXPECT_EQ(drawn(), "");
 }
 
-TEST_F(TerminalScreenTest, WithoutAScreenDialogsAreThoseOfAMachineWithoutOne) {
+TEST_F(TerminalScreenTest, WithoutAScreenDialogsAreHeadless) {
   screen_.reset();
   const auto dialog = present(accessRequest);
   EXPECT_EQ(answers_, std::vector<int>{-1});
 }
 
-TEST_F(TerminalScreenTest, ANotificationFadesAndGoes) {
+TEST_F(TerminalScreenTest, ANotificationExpires) {
   screen_->post({.identifier = "1", .title = "Zephyl: approval needed", .body = "Ana wants it."});
   EXPECT_TRUE(shows("Zephyl: approval needed: Ana wants it."));
   advance(NoticeLine::brightFor + NoticeLine::dimFor - 1ms);
@@ -318,7 +318,7 @@ TEST_F(TerminalScreenTest, ANotificationFadesAndGoes) {
   EXPECT_EQ(clock_.pendingTimers(), 0U);
 }
 
-TEST_F(TerminalScreenTest, ANotificationIsTakenAwayAndChosen) {
+TEST_F(TerminalScreenTest, ANotificationCanBeRemovedAndChosen) {
   std::string activated;
   screen_->events.notificationActivated = [&](const std::string& id) { activated = id; };
   screen_->post({.identifier = "1", .title = "First"});
@@ -328,12 +328,12 @@ TEST_F(TerminalScreenTest, ANotificationIsTakenAwayAndChosen) {
   EXPECT_EQ(activated, "2");
   EXPECT_TRUE(shows("First"));
   press("n");
-  EXPECT_EQ(activated, "2") << "there is nothing to choose in the first";
+  EXPECT_EQ(activated, "2") << "the first row cannot be chosen";
   screen_->removeNotification("1");
   EXPECT_FALSE(shows("First"));
 }
 
-TEST_F(TerminalScreenTest, TheLogIsAKeyAwayAndSaysThatThereIsSomethingNew) {
+TEST_F(TerminalScreenTest, TheLogOpensWithAKeyAndCountsNewLines) {
   screen_->appendLog({"[tray] one", "two \x1b[2J"});
   EXPECT_TRUE(shows("l log (2 new)"));
   EXPECT_EQ(screen_->unseenLog().size(), 2U);
@@ -373,14 +373,14 @@ TEST_F(TerminalScreenTest, ALogWindowShowsTheExcerptAndOnRequestAllOfIt) {
   EXPECT_TRUE(shows("whole"));
   press("wq");
   EXPECT_EQ(events, std::vector<LogWindowEvent>{LogWindowEvent::openInTextEdit})
-      << "it has only just appeared";
+      << "it has just appeared";
   advance(TerminalScreen::answerDelay);
   press("q");
   EXPECT_EQ(events.back(), LogWindowEvent::closed);
   EXPECT_TRUE(shows("Open Zephyl"));
 }
 
-TEST_F(TerminalScreenTest, WhatIsOnTopHasTheKeys) {
+TEST_F(TerminalScreenTest, TheTopmostViewGetsTheKeys) {
   press("l");
   std::vector<LogWindowEvent> events;
   const auto dialog = dialogs_.presentLogWindow(
@@ -394,7 +394,7 @@ TEST_F(TerminalScreenTest, WhatIsOnTopHasTheKeys) {
   EXPECT_TRUE(shows("Open Zephyl"));
 }
 
-TEST_F(TerminalScreenTest, AFolderIsAskedForUntilThereIsOne) {
+TEST_F(TerminalScreenTest, AFolderPromptRepeatsUntilThePathExists) {
   const test::TemporaryDirectory directory;
   std::optional<std::string> folder;
   const auto dialog = dialogs_.chooseFolder(
@@ -409,7 +409,7 @@ TEST_F(TerminalScreenTest, AFolderIsAskedForUntilThereIsOne) {
   EXPECT_EQ(folder, directory.path());
 }
 
-TEST_F(TerminalScreenTest, TheMenuIsOnTheSmallestScreen) {
+TEST_F(TerminalScreenTest, TheMenuFitsOnTheSmallestScreen) {
   for (int rows = 0; rows < 26; ++rows) {
     for (int columns = 0; columns < 90; columns += 7) {
       output_.screenSize = {rows, columns};

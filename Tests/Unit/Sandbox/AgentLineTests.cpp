@@ -11,7 +11,7 @@ Diagnostics reachable(const std::string& state) {
   return {.agent = {.reachable = true, .running = true, .state = state}};
 }
 
-TEST(AgentLine, SaysWhetherTheAgentRuns) {
+TEST(AgentLine, ShowsWhetherTheAgentRuns) {
   EXPECT_EQ(agentLine({}), (AgentLine{"Agent not running", Mood::alarming}));
   EXPECT_EQ(agentLine({.agent = {.running = true}}), (AgentLine{"Agent starting…", Mood::busy}));
   EXPECT_EQ(agentLine(reachable("enrolled")), (AgentLine{"Agent connected"}));

@@ -83,7 +83,7 @@ TEST(Joining, ReportsTheSameErrorOfANewKeyIfItStays) {
   EXPECT_EQ(joining.step(), Step::idle);
 }
 
-TEST(Joining, TakesAKeyForAKnownServerAsThatOfTheOneThatIsNotConnected) {
+TEST(Joining, AssignsAKeyForAKnownServerToTheOneThatIsNotConnected) {
   Joining joining;
   joining.begin({office, starting});
   joining.accepted();

@@ -20,7 +20,7 @@ constexpr auto twoServers = R"({"servers": [
   {"id": "b", "name": "Lab", "accent": "", "enabled": true, "usesTailnet": true,
    "running": true, "enrolled": true}]})";
 
-/// A model, and the tray that it asks: requests wait until the test answers them.
+/// A model with a fake tray, whose requests wait until the test answers them.
 class WindowModelTest : public testing::Test {
  protected:
   struct Pending {
@@ -28,7 +28,7 @@ class WindowModelTest : public testing::Test {
     WindowModel::Answered answered;
   };
 
-  /// Answers the oldest request with what stands in `answers_`.
+  /// Answers the oldest request with its value in `answers_`.
   void answerNext() {
     ASSERT_FALSE(pending_.empty());
     const auto [request, answered] = std::move(pending_.front());
@@ -77,7 +77,7 @@ class WindowModelTest : public testing::Test {
 
 // Polls
 
-TEST_F(WindowModelTest, PollsEverythingThatIsShownOneAfterTheOther) {
+TEST_F(WindowModelTest, SendsTheRequestsOfAPollInOrder) {
   model_.refresh();
   EXPECT_THAT(paths(), ElementsAre("/status", "/roots"));
   answerNext();
@@ -100,7 +100,7 @@ TEST_F(WindowModelTest, HasOnePollUnderWayAtATime) {
   EXPECT_THAT(paths(), ElementsAre("/status", "/roots"));
 }
 
-TEST_F(WindowModelTest, IsNotHeldUpByFoldersThatTakeTheirTime) {
+TEST_F(WindowModelTest, IsNotDelayedBySlowFolders) {
   model_.refresh();
   auto folders = std::move(pending_.back());
   pending_.pop_back();
@@ -113,7 +113,7 @@ TEST_F(WindowModelTest, IsNotHeldUpByFoldersThatTakeTheirTime) {
   EXPECT_EQ(model_.folders()->size(), 1U);
 }
 
-TEST_F(WindowModelTest, KeepsWhatItKnowsWhenTheTrayGoesAndComesBack) {
+TEST_F(WindowModelTest, KeepsItsStateWhileTheTrayIsUnreachable) {
   poll();
   answers_.at("GET /status") = Error{"The tray does not answer: Connection refused"};
   poll();
@@ -138,7 +138,7 @@ TEST_F(WindowModelTest, HasNoFoldersWhileTheAgentDoesNotAnswer) {
   EXPECT_EQ(model_.folders(), std::nullopt);
 }
 
-TEST_F(WindowModelTest, WithoutATrayItAsksNothing) {
+TEST_F(WindowModelTest, WithoutATrayItSendsNothing) {
   model_.setAbsent();
   model_.refresh();
   EXPECT_TRUE(pending_.empty());
@@ -147,7 +147,7 @@ TEST_F(WindowModelTest, WithoutATrayItAsksNothing) {
 
 // Changes and polls
 
-TEST_F(WindowModelTest, ReadsEverythingAgainAfterAChange) {
+TEST_F(WindowModelTest, PollsAfterAChange) {
   poll();
   model_.rename("a", "Home", storeFailure());
   EXPECT_THAT(paths(), ElementsAre("/servers/a/label"));
@@ -185,7 +185,7 @@ TEST_F(WindowModelTest, RepeatsAPollThatOverlappedAWholeChange) {
   EXPECT_THAT(paths(), ElementsAre("/status", "/roots"));
 }
 
-TEST_F(WindowModelTest, ReportsARefusedChangeInTheTraysWords) {
+TEST_F(WindowModelTest, ReportsARefusedChangeWithTheTraysMessage) {
   poll();
   answers_.emplace("DELETE /servers/a", Answer{400, R"({"error": "That server is gone."})"});
   model_.remove("a", storeFailure());
@@ -193,7 +193,7 @@ TEST_F(WindowModelTest, ReportsARefusedChangeInTheTraysWords) {
   EXPECT_THAT(failures_, ElementsAre("That server is gone."));
 }
 
-TEST_F(WindowModelTest, GoesOnPollingWhileTheUserChoosesAFolder) {
+TEST_F(WindowModelTest, KeepsPollingWhileTheUserChoosesAFolder) {
   poll();
   model_.shareFolder("a", storeFailure());
   model_.refresh();
@@ -254,7 +254,7 @@ TEST_F(WindowModelTest, FollowsTheTraysRoutes) {
   EXPECT_EQ(model_.takeFocus(), Focus::removal);
 }
 
-TEST_F(WindowModelTest, FollowsARouteThatCameBeforeTheServers) {
+TEST_F(WindowModelTest, FollowsARouteThatArrivedBeforeTheServers) {
   model_.open("servers/b/rename");
   EXPECT_EQ(model_.takeFocus(), std::nullopt);
   poll();
@@ -262,7 +262,7 @@ TEST_F(WindowModelTest, FollowsARouteThatCameBeforeTheServers) {
   EXPECT_EQ(model_.takeFocus(), Focus::name);
 }
 
-TEST_F(WindowModelTest, SaysSoWhenTheServerOfARouteIsGone) {
+TEST_F(WindowModelTest, ReportsAMissingServerOfARoute) {
   poll();
   model_.open("servers/gone/remove");
   EXPECT_EQ(model_.notice(), "");
@@ -293,7 +293,7 @@ TEST_F(WindowModelTest, ShowsAJoinedServerOnceItIsConnected) {
   EXPECT_FALSE(model_.joining().isUnderWay());
 }
 
-TEST_F(WindowModelTest, TakesAKeyUnlessItKnowsThatTheProgramsAreMissing) {
+TEST_F(WindowModelTest, AcceptsAKeyUnlessTheProgramsAreMissing) {
   EXPECT_TRUE(model_.canJoin());
   answers_.at("GET /status") =
       Answer{200, R"({"available": false, "enrolled": false, "running": false})"};
@@ -315,7 +315,7 @@ TEST_F(WindowModelTest, StaysOnThePageWhenAKeyIsRefused) {
 
 // The agent
 
-TEST_F(WindowModelTest, HandsOutTheDiagnosticsAsText) {
+TEST_F(WindowModelTest, ReturnsTheDiagnosticsAsText) {
   std::optional<Result<std::string>> diagnostics;
   model_.copyDiagnostics([&](const Result<std::string>& text) { diagnostics = text; });
   answerAll();

@@ -27,7 +27,7 @@ TEST_F(BundleTest, HasItsResourcesBesideTheDirectoryOfTheExecutable) {
   EXPECT_EQ(bundle.executable(), prefix_ / "bin/zephyl-tray");
 }
 
-TEST_F(BundleTest, HasNoResourcesWhenTheExecutableLiesElsewhere) {
+TEST_F(BundleTest, HasNoResourcesIfTheExecutableIsElsewhere) {
   writeInformation("{}");
   for (const auto* name : {"build/zephyl-tray", "bin/zephyl-tray-dialogs", "bin/x/zephyl-tray"}) {
     EXPECT_EQ(Bundle(prefix_ / name).resourceDirectory(), std::nullopt) << name;
@@ -51,7 +51,7 @@ TEST_F(BundleTest, ReadsItsInformationAfreshEachTime) {
   EXPECT_EQ(bundle.information("SUFeedURL"), std::nullopt);
 }
 
-TEST_F(BundleTest, InformationIsNoneUnlessItIsATextThatSaysSomething) {
+TEST_F(BundleTest, InformationIsNulloptUnlessItIsANonEmptyText) {
   writeInformation(R"({"empty": "", "number": 1, "null": null})");
   for (const auto* key : {"empty", "number", "null", "absent"}) {
     EXPECT_EQ(installed().information(key), std::nullopt) << key;
@@ -62,7 +62,7 @@ TEST_F(BundleTest, InformationIsNoneUnlessItIsATextThatSaysSomething) {
   }
 }
 
-TEST_F(BundleTest, AListIsATextOrAnArrayOfTextsThatSaySomething) {
+TEST_F(BundleTest, AListIsATextOrAnArrayOfNonEmptyTexts) {
   using Texts = std::vector<std::string>;
   writeInformation(R"({"one": "a b", "several": ["a", "", "b c"], "none": [], "nothing": ["", ""],
                        "mixed": ["a", 1], "empty": "", "number": 1, "null": null})");

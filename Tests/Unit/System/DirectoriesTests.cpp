@@ -22,7 +22,7 @@ TEST(Directories, FollowTheEnvironment) {
   EXPECT_EQ(directories::temporary(), "/t");
 }
 
-TEST(Directories, LieInTheHomeDirectoryWhenTheEnvironmentIsSilentOrRelative) {
+TEST(Directories, AreInTheHomeDirectoryIfVariablesAreUnsetOrRelative) {
   const ScopedVariable home("HOME", "/h/");
   for (const auto* value : {"", "relative/path"}) {
     const ScopedVariable data("XDG_DATA_HOME", value), configuration("XDG_CONFIG_HOME", value);
@@ -31,7 +31,7 @@ TEST(Directories, LieInTheHomeDirectoryWhenTheEnvironmentIsSilentOrRelative) {
   }
 }
 
-TEST(Directories, SharedDataIsLookedForInTheUsersDirectoryFirst) {
+TEST(Directories, SharedDataIsSearchedInTheUsersDirectoryFirst) {
   using Paths = std::vector<std::string>;
   const ScopedVariable own("XDG_DATA_HOME", "/d");
   {
@@ -42,16 +42,16 @@ TEST(Directories, SharedDataIsLookedForInTheUsersDirectoryFirst) {
   EXPECT_EQ(directories::data(), (Paths{"/d", "/a", "/b"}));
 }
 
-TEST(Directories, TakeTheHomeDirectoryFromThePasswordDatabaseWhenTheEnvironmentHasNone) {
+TEST(Directories, ReadTheHomeDirectoryFromThePasswordDatabaseIfHOMEIsUnset) {
   const passwd* entry = ::getpwuid(::geteuid());
-  if (entry == nullptr) GTEST_SKIP() << "the user is in no database";
+  if (entry == nullptr) GTEST_SKIP() << "the user is not in the password database";
   const ScopedVariable unset("HOME");
   EXPECT_EQ(directories::home(), entry->pw_dir);
   const ScopedVariable empty("HOME", "");
   EXPECT_EQ(directories::home(), entry->pw_dir);
 }
 
-TEST(Directories, HaveNoApplicationSupportForAUserWithoutAHome) {
+TEST(Directories, ContainNoApplicationSupportWithoutAHomeDirectory) {
   const auto none = test::holdsWithoutHome(
       [] { return !directories::applicationSupport() && directories::home() == "/"; });
   if (!none) GTEST_SKIP() << "needs the right to become another user";

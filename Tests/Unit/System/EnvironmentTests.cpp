@@ -31,7 +31,7 @@ TEST(Environment, CopiesTheWholeOfIt) {
   EXPECT_EQ(environment.size(), count);
 }
 
-TEST(Environment, LosesWhatWasMeantForThisProcessAlone) {
+TEST(Environment, LosesVariablesForThisProcessOnly) {
   const ScopedVariable notify("NOTIFY_SOCKET", "/run/notify");
   const ScopedVariable watchdog("WATCHDOG_USEC", "1000000");
   const ScopedVariable watched("WATCHDOG_PID", "1");

@@ -64,14 +64,14 @@ TEST(Files, JoinsPathsWithExactlyOneSeparator) {
   EXPECT_EQ(joinPath("/a", ""), "/a");
 }
 
-TEST(Files, KnowTheDirectoryThatHoldsThem) {
+TEST(Files, KnowTheirParentDirectory) {
   EXPECT_EQ(parentDirectory("/a/b"), "/a");
   EXPECT_EQ(parentDirectory("/a"), "/");
   EXPECT_EQ(parentDirectory("/"), "/");
   EXPECT_EQ(parentDirectory("a"), ".");
 }
 
-TEST(Files, TellFilesFromDirectories) {
+TEST(Files, AreDistinguishedFromDirectories) {
   const TemporaryDirectory directory;
   const std::string file = directory.write("file", "");
   EXPECT_TRUE(fileExists(file));
@@ -81,7 +81,7 @@ TEST(Files, TellFilesFromDirectories) {
   EXPECT_TRUE(isDirectory(directory.path()));
 }
 
-TEST(Files, CountAsExecutableOnlyWhenRegularAndAllowed) {
+TEST(Files, AreExecutableOnlyIfRegularAndPermitted) {
   const TemporaryDirectory directory;
   EXPECT_TRUE(isExecutableFile(directory.write("program", "", true)));
   EXPECT_FALSE(isExecutableFile(directory.write("text", "")));
@@ -89,7 +89,7 @@ TEST(Files, CountAsExecutableOnlyWhenRegularAndAllowed) {
   EXPECT_FALSE(isExecutableFile(directory / "none"));
 }
 
-TEST(Files, AreReadWhole) {
+TEST(Files, AreReadCompletely) {
   const TemporaryDirectory directory;
   std::string contents("a\0b", 3);
   contents.append(1'000'000, 'x');
@@ -97,14 +97,14 @@ TEST(Files, AreReadWhole) {
   EXPECT_EQ(*readFile(directory.write("empty", "")), "");
 }
 
-TEST(Files, AreReadWholeWhenTheirSizeIsNotKnownBefore) {
+TEST(Files, AreReadCompletelyIfTheirSizeIsUnknown) {
   const auto contents = readFile("/proc/self/status");
   ASSERT_TRUE(contents) << contents.error().message;
   EXPECT_TRUE(contents->starts_with("Name:"));
   EXPECT_TRUE(contents->ends_with('\n'));
 }
 
-TEST(Files, SayWhyTheyCannotBeRead) {
+TEST(Files, ReportWhyTheyCannotBeRead) {
   const TemporaryDirectory directory;
   const std::string none = directory / "none";
   EXPECT_EQ(readFile(none).error().message, reasonOf(none, ENOENT));
@@ -119,7 +119,7 @@ TEST(Files, SayWhyTheyCannotBeRead) {
   EXPECT_EQ(readFile(large).error().message, reasonOf(large, EFBIG));
 }
 
-TEST(Files, GetTheDirectoriesThatAreMissing) {
+TEST(Files, CreateMissingDirectories) {
   const TemporaryDirectory directory;
   const mode_t oldMask = ::umask(0277);
   const auto created = createDirectories(directory / "a/b/c");
@@ -128,7 +128,7 @@ TEST(Files, GetTheDirectoriesThatAreMissing) {
   for (const auto* name : {"a", "a/b", "a/b/c"}) EXPECT_EQ(modeOf(directory / name), 0700) << name;
 }
 
-TEST(Files, LeaveDirectoriesThatExistAsTheyAre) {
+TEST(Files, KeepExistingDirectories) {
   const TemporaryDirectory directory;
   ASSERT_EQ(::mkdir((directory / "a").c_str(), 0755), 0);
   EXPECT_TRUE(createDirectories(directory / "a/b", 0750));
@@ -137,7 +137,7 @@ TEST(Files, LeaveDirectoriesThatExistAsTheyAre) {
   EXPECT_EQ(modeOf(directory / "a/b"), 0750);
 }
 
-TEST(Files, InTheWayOfADirectoryAreAnError) {
+TEST(Files, CannotReplaceADirectory) {
   const TemporaryDirectory directory;
   const std::string file = directory.write("file", "kept");
   EXPECT_EQ(createDirectories(file).error().message, reasonOf(file, ENOTDIR));
@@ -145,7 +145,7 @@ TEST(Files, InTheWayOfADirectoryAreAnError) {
   EXPECT_EQ(*readFile(file), "kept");
 }
 
-TEST(AtomicWrite, MakesAndReplacesAFileThatOnlyItsOwnerReads) {
+TEST(AtomicWrite, CreatesAndReplacesAFileReadableByItsOwnerOnly) {
   const TemporaryDirectory directory;
   const std::string file = directory.write("file", "old and longer");
   ASSERT_EQ(::chmod(file.c_str(), 0666), 0);
@@ -158,7 +158,7 @@ TEST(AtomicWrite, MakesAndReplacesAFileThatOnlyItsOwnerReads) {
   EXPECT_EQ(namesIn(directory.path()), (std::vector<std::string>{"another", "file"}));
 }
 
-TEST(AtomicWrite, ReplacesWhatALinkPointsToAndKeepsTheLink) {
+TEST(AtomicWrite, ReplacesTheTargetOfALinkAndKeepsTheLink) {
   const TemporaryDirectory directory;
   directory.write("elsewhere/real", "old");
   fs::create_symlink("elsewhere/step", directory / "link");
@@ -169,7 +169,7 @@ TEST(AtomicWrite, ReplacesWhatALinkPointsToAndKeepsTheLink) {
   EXPECT_EQ(namesIn(directory / "elsewhere"), (std::vector<std::string>{"real", "step"}));
 }
 
-TEST(AtomicWrite, MakesTheFileThatALinkPromises) {
+TEST(AtomicWrite, CreatesTheMissingTargetOfALink) {
   const TemporaryDirectory directory;
   fs::create_symlink(directory / "real", directory / "link");
   saveTo(directory / "link", "new");
@@ -177,7 +177,7 @@ TEST(AtomicWrite, MakesTheFileThatALinkPromises) {
   EXPECT_TRUE(fs::is_symlink(directory / "link"));
 }
 
-TEST(AtomicWrite, RefusesLinksThatGoInACircle) {
+TEST(AtomicWrite, RefusesCircularLinks) {
   const TemporaryDirectory directory;
   fs::create_symlink("b", directory / "a");
   fs::create_symlink("a", directory / "b");
@@ -215,13 +215,14 @@ TEST(AtomicWrite, KeepsTheOldFileWhenTheNewOneDoesNotFitOnTheDisk) {
   EXPECT_EQ(namesIn(directory.path()), std::vector<std::string>{"file"});
 }
 
-/// 'a' some times, or 'b' some more times, ...: a text that shows whether it is whole.
+/// Returns a text of equal characters whose length depends on the character, so that a test can
+/// check whether it is complete.
 std::string wholeText(int number) {
   const auto size = static_cast<std::size_t>(1000 * (1 + number % 100));
   return std::string(size, static_cast<char>('a' + number % 26));
 }
 
-/// Writes one text after the other until it is killed; says when the first one is written.
+/// Writes texts until it is killed. Reports when the first one is written.
 [[noreturn]] void writeForever(const std::string& path, int firstNumber, int reportTo) {
   for (int number = firstNumber;; ++number) {
     const auto durability = number % 4 == 0 ? Durability::flushed : Durability::unflushed;
@@ -235,7 +236,7 @@ int killRounds() {
   return rounds != nullptr ? std::atoi(rounds) : 200;
 }
 
-/// Lets a writer write until it is killed, `delay` after its first text was written.
+/// Runs a writer and kills it `delay` after it has written its first text.
 void killAWriter(const std::string& path, int firstNumber, std::chrono::microseconds delay) {
   std::array<int, 2> report{};
   ASSERT_EQ(::pipe2(report.data(), O_CLOEXEC), 0);
@@ -267,7 +268,7 @@ TEST(AtomicWrite, LeavesTheOldOrTheNewFileWholeWhenItsProcessIsKilled) {
   }
 }
 
-TEST(CopyAside, KeepsWhatTheFileHeldUnderANameWithTheTime) {
+TEST(CopyAside, KeepsTheContentsUnderANameWithTheTime) {
   const TemporaryDirectory directory;
   const std::string contents(200'000, 'x');
   const std::string file = directory.write("file", contents);
@@ -309,14 +310,14 @@ TEST(CopyAside, LinksAFileWhoseCopyDoesNotFitOnTheDisk) {
   EXPECT_EQ(namesIn(directory.path()).size(), 2U);
 }
 
-TEST(CopyAside, SaysWhyItCannotBe) {
+TEST(CopyAside, ReportsWhyItFailed) {
   const TemporaryDirectory directory;
   const std::string none = directory / "none";
   EXPECT_EQ(copyAside(none).error().message, reasonOf(none, ENOENT));
   EXPECT_EQ(copyAside(directory.path()).error().message, reasonOf(directory.path(), EISDIR));
 }
 
-/// A directory with a file, an empty directory, a link and a socket in it.
+/// Creates a directory with a file, an empty directory, a link and a socket.
 void fill(const TemporaryDirectory& directory, const std::string& name) {
   directory.write(name + "/deep/state", "s3cret");
   fs::create_directory(directory / (name + "/empty"));
@@ -329,7 +330,7 @@ void fill(const TemporaryDirectory& directory, const std::string& name) {
   ASSERT_EQ(::bind(socket.get(), reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
 }
 
-TEST(MovePath, MovesADirectoryWithAllThatIsInIt) {
+TEST(MovePath, MovesADirectoryWithItsContents) {
   const TemporaryDirectory directory;
   fill(directory, "from");
   const auto moved = movePath(directory / "from", directory / "to");
@@ -359,7 +360,8 @@ TEST(MovePath, MovesAcrossFileSystems) {
   fs::remove_all(shared);
 }
 
-/// Whether a file is saved, and one line logged, in a directory that cannot be opened for flushing.
+/// Returns whether a file is saved, with one log line, in a directory that cannot be opened for
+/// flushing.
 bool isSavedWhereTheDirectoryCannotBeFlushed(const std::string& directory) {
   constexpr mode_t writableOnly = 0300;
   if (::chmod(directory.c_str(), writableOnly) != 0) return false;
@@ -372,7 +374,7 @@ bool isSavedWhereTheDirectoryCannotBeFlushed(const std::string& directory) {
                     "/file: " + reasonOf(directory, EACCES) + "\n";
 }
 
-TEST(WriteFileAtomically, HasSavedTheFileOnceItHasItsName) {
+TEST(WriteFileAtomically, SucceedsOnceTheFileHasItsName) {
   const TemporaryDirectory directory;
   const auto holds = [&] { return isSavedWhereTheDirectoryCannotBeFlushed(directory.path()); };
   if (::geteuid() != 0) {
@@ -381,7 +383,7 @@ TEST(WriteFileAtomically, HasSavedTheFileOnceItHasItsName) {
     // Root may open every directory.
     ASSERT_EQ(::chown(directory.path().c_str(), 54321, 54321), 0);
     const auto held = test::holdsWithoutHome(holds);
-    if (!held) GTEST_SKIP() << "user id 54321 is somebody's";
+    if (!held) GTEST_SKIP() << "user id 54321 is in use";
     EXPECT_TRUE(*held);
   }
   ::chmod(directory.path().c_str(), 0700);
@@ -408,7 +410,7 @@ TEST(IsSameFile, ComparesFilesAndNotTheirNames) {
   EXPECT_FALSE(isSameFile(directory / "none", directory / "none"));
 }
 
-TEST(RemovePath, DeletesADirectoryButNotWhatItLinksTo) {
+TEST(RemovePath, DeletesADirectoryButNotTheTargetsOfItsLinks) {
   const TemporaryDirectory directory;
   fill(directory, "doomed");
   const std::string outside = directory.write("outside/file", "kept");
@@ -419,7 +421,7 @@ TEST(RemovePath, DeletesADirectoryButNotWhatItLinksTo) {
   EXPECT_EQ(*readFile(outside), "kept");
 }
 
-TEST(RemovePath, SucceedsWhereThereIsNothing) {
+TEST(RemovePath, SucceedsIfThePathDoesNotExist) {
   const TemporaryDirectory directory;
   EXPECT_TRUE(removePath(directory / "none"));
   const std::string file = directory.write("file", "");

@@ -5,7 +5,7 @@
 namespace zephyl {
 namespace {
 
-TEST(HTTPDestination, SaysWhereToConnectToAndWhatToAskFor) {
+TEST(HTTPDestination, HasHostPortAndTarget) {
   const auto destination = HTTPDestination::parse("http://127.0.0.1:8799/api/status?full=1#top");
   ASSERT_TRUE(destination);
   EXPECT_EQ(destination->host, "127.0.0.1");
@@ -14,7 +14,7 @@ TEST(HTTPDestination, SaysWhereToConnectToAndWhatToAskFor) {
   EXPECT_EQ(destination->target, "/api/status?full=1");
 }
 
-TEST(HTTPDestination, FillsInWhatIsLeftOut) {
+TEST(HTTPDestination, FillsInDefaults) {
   const auto destination = HTTPDestination::parse("HTTP://srv?a=%20b");
   ASSERT_TRUE(destination);
   EXPECT_EQ(destination->port, 80);
@@ -23,14 +23,14 @@ TEST(HTTPDestination, FillsInWhatIsLeftOut) {
   EXPECT_EQ(HTTPDestination::parse("http://srv:/")->port, 80);
 }
 
-TEST(HTTPDestination, TakesTheBracketsOffAnIPv6Address) {
+TEST(HTTPDestination, RemovesTheBracketsOfAnIPv6Address) {
   const auto destination = HTTPDestination::parse("http://[::1]:1/");
   ASSERT_TRUE(destination);
   EXPECT_EQ(destination->host, "::1");
   EXPECT_EQ(destination->authority, "[::1]:1");
 }
 
-TEST(HTTPDestination, RefusesWhatItCannotReach) {
+TEST(HTTPDestination, RefusesUnsupportedAddresses) {
   for (const auto* url :
        {"", "srv", "//srv", "https://srv", "ftp://srv", "http:///path", "http://srv:65536",
         "http://srv:99999", "http://srv:80x/", "http://srv:123456789012345678901", "http://srv /",
@@ -54,7 +54,7 @@ TEST(HTTPDestination, WritesARequestWithABody) {
       "Content-Type: text/plain\r\nContent-Length: 5\r\n\r\nhello");
 }
 
-TEST(HTTPDestination, SaysThatABodyIsEmptyWhereOneIsExpected) {
+TEST(HTTPDestination, SendsAContentLengthForAnEmptyBody) {
   const auto destination = HTTPDestination::parse("http://srv/a");
   const auto text = destination->wireForm({.method = "DELETE", .url = "http://srv/a"});
   EXPECT_NE(text.find("Content-Length: 0\r\n"), std::string::npos) << text;

@@ -36,7 +36,7 @@ TEST_F(HostLookupTest, AsksTheSystemsResolver) {
   EXPECT_FALSE(found());
 }
 
-TEST_F(HostLookupTest, TakesTheFirstWordOfEachLine) {
+TEST_F(HostLookupTest, UsesTheFirstWordOfEachLine) {
   lookUp();
   launcher_.newest()->print({"127.0.0.1       STREAM host.example", "::1             DGRAM", ""});
   launcher_.newest()->print({"203.0.113.9"});
@@ -58,14 +58,14 @@ TEST_F(HostLookupTest, FindsNothingWhenTheResolverCannotBeStarted) {
   EXPECT_EQ(found(), HostAddresses());
 }
 
-TEST_F(HostLookupTest, KeepsNoMoreThanALimitOfWhatTheResolverPrints) {
+TEST_F(HostLookupTest, BoundsTheOutputOfTheResolver) {
   lookUp();
   launcher_.newest()->print(std::vector<std::string>(1000, "127.0.0.1 STREAM"));
   launcher_.newest()->exit({});
   EXPECT_EQ(found()->size(), 256U);
 }
 
-TEST(Loopback, IsThisMachineAlone) {
+TEST(Loopback, AcceptsOnlyThisMachine) {
   for (const char* address :
        {"127.0.0.1", "127.100.0.7", "127.255.255.254", "::1", "::ffff:127.0.0.1"}) {
     EXPECT_TRUE(isLoopback(address)) << address;

@@ -57,7 +57,7 @@ TEST_F(JSONLinesTest, WaitsForAMessageThatArrivesInPieces) {
   EXPECT_EQ(lines_.next<Message>().value().value(), Message(Number{3}));
 }
 
-TEST_F(JSONLinesTest, SaysWhenTheInputHasEnded) {
+TEST_F(JSONLinesTest, ReportsTheEndOfTheInput) {
   EXPECT_FALSE(lines_.inputHasEnded());
   input_.write("{\"number\":1}\n");
   EXPECT_FALSE(lines_.inputHasEnded());
@@ -85,7 +85,7 @@ TEST_F(JSONLinesTest, WritesALineForEachMessage) {
             "{\"number\":1}\n{\"number\":2}\n");
 }
 
-TEST_F(JSONLinesTest, WritesNothingWhenTheReaderIsGone) {
+TEST_F(JSONLinesTest, WritesNothingAfterTheReaderHasClosed) {
   const auto previous = std::signal(SIGPIPE, SIG_IGN);
   output_.reader.reset();
   lines_.write(Message(Number{1}));

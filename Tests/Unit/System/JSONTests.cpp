@@ -64,7 +64,7 @@ TEST(JSON, DecodesARecordAndIgnoresUnknownKeys) {
   EXPECT_TRUE(tree->healthy);
 }
 
-TEST(JSON, EncodesWhatItDecodesAndLeavesAbsentOptionalsOut) {
+TEST(JSON, EncodesDecodedValuesAndOmitsAbsentOptionals) {
   const Tree tree = *decodeText<Tree>(wholeTree);
   const Value encoded = encode(tree);
   EXPECT_EQ(*decode<Tree>(encoded), tree);

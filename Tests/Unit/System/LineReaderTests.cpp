@@ -20,7 +20,7 @@ Lines readAll(std::initializer_list<std::string_view> pieces) {
   return lines;
 }
 
-/// The lines of `text` when it arrives byte by byte.
+/// Returns the lines of `text` if it arrives byte by byte.
 Lines readSingly(std::string_view text) {
   LineReader reader;
   Lines lines;
@@ -54,7 +54,7 @@ TEST(LineReader, FlushesTheUnterminatedLineOnce) {
   EXPECT_EQ(reader.finish(), Lines{});
 }
 
-TEST(LineReader, TakesACarriageReturnBeforeTheLineFeedAsPartOfTheEnd) {
+TEST(LineReader, TreatsACarriageReturnBeforeTheLineFeedAsPartOfTheEnd) {
   EXPECT_EQ(readAll({"a\r\nb\r", "\nc\rd\n", "e\r\r\n"}), (Lines{"a", "b", "c\rd", "e\r"}));
 }
 
@@ -64,7 +64,7 @@ TEST(LineReader, JoinsACharacterThatArrivesInPieces) {
                   "e \xF0\x9F\x98\x80"});
 }
 
-TEST(LineReader, DropsALineThatIsNotValidUTF8WholeAndNoOther) {
+TEST(LineReader, DropsOnlyALineThatIsNotValidUTF8) {
   EXPECT_EQ(readAll({"before\nbroken \xFF line\nafter\n"}), (Lines{"before", "after"}));
   EXPECT_EQ(readAll({"split \xC3\n\xBC\nend \xE2\x82"}), Lines{});
 }
@@ -82,7 +82,7 @@ TEST(LineReader, CutsALongLineAndDropsItsRest) {
   EXPECT_EQ(readAll({line + "bcd"}), Lines{line});
 }
 
-TEST(LineReader, DoesNotTakeTheEndOfALineForItsRest) {
+TEST(LineReader, DistinguishesTheEndOfACutLineFromItsRest) {
   const std::string line(limit, 'a');
   EXPECT_EQ(readAll({line + "\r\n"}), Lines{line});
   EXPECT_EQ(readAll({line, "\r", "\n"}), Lines{line});
@@ -102,14 +102,14 @@ TEST(LineReader, CutsALongLineBeforeTheCharacterThatStraddlesTheLimit) {
   }
 }
 
-TEST(LineReader, JudgesACutLineByWhatIsKept) {
+TEST(LineReader, ValidatesOnlyTheKeptPartOfACutLine) {
   const std::string line(limit, 'a');
   EXPECT_EQ(readAll({line + "\xFF\xFE\n"}), Lines{line});
   EXPECT_EQ(readAll({"\xFF" + line + "\nnext\n"}), Lines{"next"});
   EXPECT_EQ(readAll({std::string(2 * limit, '\x80') + "\nnext\n"}), Lines{"next"});
 }
 
-TEST(LineReader, ReadsTheSameHoweverTheBytesArrive) {
+TEST(LineReader, GivesTheSameLinesHoweverTheBytesArrive) {
   const std::string text = "one\r\n\n\xE2\x82\xAC" + std::string(limit - 3, 'x') + "\r\n" +
                            std::string(limit - 1, 'y') + "\xC3\xBC tail\nbad \xC3\nlast\r";
   const Lines whole = readAll({text});

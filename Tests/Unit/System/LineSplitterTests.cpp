@@ -46,7 +46,7 @@ TEST(LineSplitter, GivesTheSameLinesWhereverTheBytesAreSplit) {
   }
 }
 
-TEST(LineSplitter, KeepsACarriageReturnThatEndsNothing) {
+TEST(LineSplitter, KeepsACarriageReturnInsideALine) {
   EXPECT_THAT(linesOf({"a\rb\r\r\nc\r", "d\n"}), ElementsAre("a\rb\r", "c\rd"));
 }
 
@@ -62,7 +62,7 @@ TEST(LineSplitter, AcceptsALineOfExactlyTheLimit) {
               ElementsAre("12345", "12345", "12345"));
 }
 
-TEST(LineSplitter, SkipsALineBeyondTheLimitAndGoesOn) {
+TEST(LineSplitter, SkipsALineBeyondTheLimitAndContinues) {
   EXPECT_THAT(linesOf({"123456\nok\n"}, 5), ElementsAre("ok"));
   EXPECT_THAT(linesOf({"123456\r\nok\n"}, 5), ElementsAre("ok"));
   EXPECT_THAT(linesOf({"123", "456", "789", "\nok\n"}, 5), ElementsAre("ok"));
@@ -71,7 +71,7 @@ TEST(LineSplitter, SkipsALineBeyondTheLimitAndGoesOn) {
   EXPECT_THAT(linesOf({"a\n1234567", "8"}, 5), ElementsAre("a"));
 }
 
-TEST(LineSplitter, TakesTheBytesUpToTheEndOfTheLine) {
+TEST(LineSplitter, ConsumesTheBytesUpToTheEndOfTheLine) {
   LineSplitter splitter(100);
   std::string_view bytes = "one\ntwo";
   EXPECT_EQ(splitter.next(bytes), "one");

@@ -31,7 +31,7 @@ TEST(LogRing, KeepsAtMostItsBytes) {
   EXPECT_EQ(lines.front().front(), '1');
 }
 
-TEST(LogRing, MakesAsMuchRoomAsOneLineNeeds) {
+TEST(LogRing, RemovesOnlyAsManyLinesAsNeeded) {
   LogRing ring;
   for (int i = 0; i < 10; ++i) ring.append(std::to_string(i));
   ring.append(std::string(LogRing::maxBytes - 1, 'x'));
@@ -40,14 +40,14 @@ TEST(LogRing, MakesAsMuchRoomAsOneLineNeeds) {
   EXPECT_EQ(lines.front(), "9");
 }
 
-TEST(LogRing, DoesNotLoseTheOthersToALineThatIsTooLarge) {
+TEST(LogRing, KeepsTheOtherLinesIfOneIsTooLarge) {
   LogRing ring;
   ring.append("kept");
   ring.append(std::string(LogRing::maxBytes + 1, 'x'));
   EXPECT_EQ(ring.lines(), std::vector<std::string>{"kept"});
 }
 
-TEST(LogRing, TakesEmptyLines) {
+TEST(LogRing, AcceptsEmptyLines) {
   LogRing ring;
   for (int i = 0; i < 250; ++i) ring.append("");
   EXPECT_EQ(ring.lines().size(), 200U);
@@ -63,7 +63,7 @@ TEST(LogRing, ReturnsTheLinesAfterAPosition) {
   EXPECT_TRUE(ring.since(3).lines.empty());
 }
 
-TEST(LogRing, CountsTheLinesThatAReaderHasMissed) {
+TEST(LogRing, CountsTheLinesMissedByAReader) {
   LogRing ring;
   for (int i = 1; i <= 250; ++i) ring.append(std::to_string(i));
   const auto tail = ring.since(10);

@@ -16,7 +16,7 @@ TEST(Log, WritesOneLineWithItsControlCharactersVisible) {
   EXPECT_EQ(test::logOf([] { log("from {}", "out\x1bside\n"); }), "[tray] from out␛side␊\n");
 }
 
-TEST(Log, GoesToASinkInsteadForAsLongAsItLives) {
+TEST(Log, IsWrittenOnlyToASinkWhileItLives) {
   Lines lines;
   const auto written = test::logOf([&] {
     {
@@ -29,7 +29,7 @@ TEST(Log, GoesToASinkInsteadForAsLongAsItLives) {
   EXPECT_EQ(written, "[tray] two\n");
 }
 
-TEST(Log, GoesToASinkBesides) {
+TEST(Log, IsAlsoWrittenToASink) {
   Lines lines;
   const auto written = test::logOf([&] {
     const LogSink sink([&](const std::string& line) { lines.push_back(line); }, false);
@@ -39,7 +39,7 @@ TEST(Log, GoesToASinkBesides) {
   EXPECT_EQ(written, "[tray] one\n");
 }
 
-TEST(Log, ASinkIsGivenEveryLineOfEveryThread) {
+TEST(Log, ASinkGetsEveryLineOfEveryThread) {
   Lines lines;
   const LogSink sink([&](const std::string& line) { lines.push_back(line); }, true);
   std::vector<std::thread> threads;

@@ -17,7 +17,7 @@ namespace {
 
 using namespace std::chrono_literals;
 
-TEST(MainLoop, RunsTasksInOrderUntilItIsToldToQuit) {
+TEST(MainLoop, RunsTasksInOrderUntilQuit) {
   MainLoop loop;
   std::vector<int> seen;
   loop.async([&] { seen.push_back(1); });
@@ -55,7 +55,7 @@ TEST(MainLoop, RunPendingLeavesTheTasksThatItsTasksAdd) {
   EXPECT_EQ(ran, 2);
 }
 
-TEST(MainLoop, ClosingBreaksASyncThatIsWaiting) {
+TEST(MainLoop, ClosingReleasesAWaitingSync) {
   MainLoop loop;
   Result<int> answer = 0;
   std::thread caller([&] { answer = loop.sync([] { return 1; }); });
@@ -65,7 +65,7 @@ TEST(MainLoop, ClosingBreaksASyncThatIsWaiting) {
   EXPECT_EQ(answer.error().message, "shutting down");
 }
 
-TEST(MainLoop, ClosingWaitsForNobodyAndDropsWhatComesLater) {
+TEST(MainLoop, ClosingDoesNotWaitAndDropsLaterTasks) {
   MainLoop loop;
   loop.close();
   loop.async([] { FAIL(); });
@@ -136,7 +136,7 @@ TEST(MainLoop, RepeatsATaskUntilItsTimerIsCancelled) {
   EXPECT_EQ(clock.pendingTimers(), 0U);
 }
 
-TEST(MainLoop, ATimerThatIsCancelledDropsATaskThatIsDueAlready) {
+TEST(MainLoop, CancellingATimerDropsATaskThatIsAlreadyDue) {
   MainLoop loop;
   test::ManualClock clock;
   bool ran = false;
@@ -162,7 +162,7 @@ TEST(MainLoop, RunsACompletionLaterWithItsArguments) {
   EXPECT_EQ(received, (std::vector<std::string>{"a1", "b2"}));
 }
 
-/// A loop whose tasks seem to last as long as the test wants.
+/// A loop whose tasks appear to last as long as the test sets.
 class WatchedLoop : public ::testing::Test {
  protected:
   void runWithin(Task task) {
@@ -196,7 +196,7 @@ TEST_F(WatchedLoop, LogsALongTaskAtItsEndIfNobodyAddedOne) {
   EXPECT_NE(log.find("was blocked by one task for 3.0 s"), std::string::npos) << log;
 }
 
-TEST_F(WatchedLoop, LogsNothingOfTasksWithinTheLimitAndOfIdleTime) {
+TEST_F(WatchedLoop, LogsNothingForShortTasksAndIdleTime) {
   EXPECT_EQ(test::logOf([this] {
               runWithin([this] { now_ += TaskWatch::limit; });
               now_ += 1h;

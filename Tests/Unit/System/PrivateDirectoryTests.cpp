@@ -18,7 +18,7 @@ class PrivateDirectoryTest : public ::testing::Test {
     ASSERT_EQ(::mkdir(path_.c_str(), mode), 0);
     ASSERT_EQ(::chmod(path_.c_str(), mode), 0);
   }
-  /// Why the directory cannot be claimed; empty when it can.
+  /// Returns why the directory cannot be claimed, empty if it can.
   std::string refusal() const {
     const auto claimed = claimPrivateDirectory(path_);
     return claimed ? "" : claimed.error().message;
@@ -28,12 +28,12 @@ class PrivateDirectoryTest : public ::testing::Test {
   const std::string path_ = directory_ / "claimed";
 };
 
-TEST_F(PrivateDirectoryTest, IsMadeForThisUserAlone) {
+TEST_F(PrivateDirectoryTest, IsCreatedForThisUserOnly) {
   EXPECT_EQ(refusal(), "");
   struct stat status {};
   ASSERT_EQ(::stat(path_.c_str(), &status), 0);
   EXPECT_EQ(status.st_mode & 07777, 0700U);
-  EXPECT_EQ(refusal(), "") << "a second time";
+  EXPECT_EQ(refusal(), "") << "the second call";
   EXPECT_TRUE(isOwnDirectory(path_));
 }
 
@@ -61,7 +61,7 @@ TEST_F(PrivateDirectoryTest, IsRefusedWhenItIsALinkOrAFile) {
   EXPECT_FALSE(isOwnDirectory(path_));
 }
 
-TEST_F(PrivateDirectoryTest, IsRefusedWhereItCannotBeMade) {
+TEST_F(PrivateDirectoryTest, IsRefusedIfItCannotBeCreated) {
   EXPECT_FALSE(claimPrivateDirectory(directory_ / "missing/claimed"));
   EXPECT_FALSE(isOwnDirectory(directory_ / "missing/claimed"));
 }

@@ -31,14 +31,14 @@ TEST(SecretString, IsReadFromAndWrittenToJSONAsAText) {
   EXPECT_EQ(json::compact(json::encode(SecretString("a\"b"))), R"("a\"b")");
 }
 
-TEST(Secret, AreComparedWhole) {
+TEST(Secret, AreComparedCompletely) {
   EXPECT_TRUE(equalSecrets("", ""));
   EXPECT_TRUE(equalSecrets("abc", "abc"));
   EXPECT_FALSE(equalSecrets("abc", "abd"));
   EXPECT_FALSE(equalSecrets("abc", "ab"));
 }
 
-TEST(Secret, AreDrawnAsHexadecimalDigits) {
+TEST(Secret, AreGeneratedAsHexadecimalDigits) {
   const std::string drawn = randomHexadecimal(16);
   EXPECT_EQ(drawn.size(), 32U);
   EXPECT_EQ(drawn.find_first_not_of("0123456789abcdef"), std::string::npos);

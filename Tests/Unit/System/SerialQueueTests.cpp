@@ -26,7 +26,7 @@ TEST_F(SerialQueueTest, KeepsItsLabel) {
   EXPECT_EQ(queue_.label(), "com.zephyl.test");
 }
 
-TEST_F(SerialQueueTest, RunsTasksInTheOrderInWhichTheyCame) {
+TEST_F(SerialQueueTest, RunsTasksInTheOrderOfTheirSubmission) {
   std::vector<int> seen;
   for (int i = 0; i < 1000; ++i) queue_.async([&seen, i] { seen.push_back(i); });
   queue_.sync([] {});
@@ -37,10 +37,10 @@ TEST_F(SerialQueueTest, RunsTasksInTheOrderInWhichTheyCame) {
 TEST_F(SerialQueueTest, RunsSyncOnTheCallersThreadWhenIdle) {
   const auto ranOn = queue_.sync([] { return std::this_thread::get_id(); });
   EXPECT_EQ(ranOn, std::this_thread::get_id());
-  EXPECT_EQ(pool_.threadCount(), 1U) << "the one that every pool keeps";
+  EXPECT_EQ(pool_.threadCount(), 1U) << "every pool keeps one thread";
 }
 
-TEST_F(SerialQueueTest, SyncWaitsForWhatCameBefore) {
+TEST_F(SerialQueueTest, SyncWaitsForEarlierTasks) {
   std::latch release(1);
   int value = 0;
   queue_.async([&] {
@@ -88,7 +88,7 @@ TEST_F(SerialQueueTest, KnowsWhetherTheCallerRunsOnIt) {
   EXPECT_TRUE(queue_.sync([&] { return other.sync([&] { return queue_.isCurrent(); }); }));
 }
 
-TEST_F(SerialQueueTest, PendingTasksRunAlsoWhenTheQueueGoesAway) {
+TEST_F(SerialQueueTest, PendingTasksRunEvenIfTheQueueIsDestroyed) {
   std::latch ran(100);
   {
     SerialQueue shortLived("short-lived", pool_, clock_);

@@ -39,7 +39,7 @@ TEST_F(SystemClockTest, ACancelledTimerNeverFires) {
   EXPECT_FALSE(fired);
 }
 
-TEST_F(SystemClockTest, RepeatsUntilItsHandleGoes) {
+TEST_F(SystemClockTest, RepeatsUntilItsHandleIsDestroyed) {
   std::atomic<int> ticks = 0;
   {
     const Timer timer = clock_.every(1ms, [&] { ++ticks; });

@@ -62,7 +62,7 @@ TEST_F(TaskFailureTest, OnTheReactorLeavesItRunning) {
   EXPECT_EQ(failures_, 1);
 }
 
-TEST_F(TaskFailureTest, OfATaskThatIsWaitedForGoesToItsWaiter) {
+TEST_F(TaskFailureTest, OfASyncTaskIsRethrownToItsCaller) {
   EXPECT_THROW(reactor_.run(fail), std::runtime_error);
   SerialQueue queue("queue", pool_, clock_);
   EXPECT_THROW(queue.sync([] { fail(); }), std::runtime_error);

@@ -18,19 +18,19 @@ TEST(Text, TrimsSpacesAndTabsButNotNewlines) {
   EXPECT_EQ(trimmed(""), "");
 }
 
-TEST(Text, IsBlankWhenNothingIsLeftOfIt) {
+TEST(Text, IsBlankIfItContainsOnlyBlanks) {
   EXPECT_TRUE(isBlank(""));
   EXPECT_TRUE(isBlank(" \t"));
   EXPECT_FALSE(isBlank(" \n"));
   EXPECT_FALSE(isBlank(" x "));
 }
 
-TEST(Text, LowersASCIILettersAlone) {
+TEST(Text, ConvertsOnlyASCIILettersToLowerCase) {
   EXPECT_EQ(lowerCased("aB-Z@[É"), "ab-z@[É");
   EXPECT_EQ(upperCased("aB-z`{é"), "AB-Z`{é");
 }
 
-TEST(Text, SplitsIntoPiecesThatAreNotEmpty) {
+TEST(Text, SplitsIntoNonEmptyPieces) {
   using Pieces = std::vector<std::string_view>;
   EXPECT_EQ(splitNonEmpty("127..0.", '.'), (Pieces{"127", "0"}));
   EXPECT_EQ(splitNonEmpty("abc", '.'), Pieces{"abc"});
@@ -38,7 +38,7 @@ TEST(Text, SplitsIntoPiecesThatAreNotEmpty) {
   EXPECT_EQ(splitNonEmpty("", '.'), Pieces{});
 }
 
-TEST(Text, ReadsAWholeTextAsADecimalInteger) {
+TEST(Text, ParsesACompleteTextAsADecimalInteger) {
   EXPECT_EQ(parseDecimal("09000"), 9000);
   EXPECT_EQ(parseDecimal("+9000"), 9000);
   EXPECT_EQ(parseDecimal("-5"), -5);
@@ -50,14 +50,14 @@ TEST(Text, ReadsAWholeTextAsADecimalInteger) {
   }
 }
 
-TEST(Text, KnowsValidUTF8) {
+TEST(Text, AcceptsValidUTF8) {
   for (const auto& good : {""s, "plain"s, "\0\x01\x7F"s, "é"s, "€"s, "\xC2\x80"s, "\xED\x9F\xBF"s,
                            "\xEE\x80\x80"s, "\xF0\x90\x80\x80"s, "\xF4\x8F\xBF\xBF"s}) {
     EXPECT_TRUE(isValidUTF8(good)) << good;
   }
 }
 
-TEST(Text, KnowsWhatIsNoUTF8) {
+TEST(Text, RejectsInvalidUTF8) {
   const auto bad = {
       "\x80"s,          // a continuation alone
       "a\xC3"s,         // cut off
@@ -99,7 +99,7 @@ TEST(Text, ShowsControlCharactersAsPictures) {
   EXPECT_EQ(visible(""), "");
 }
 
-TEST(Text, ShowsCharactersThatHideOrTurnOthers) {
+TEST(Text, MakesCharactersThatHideOrReorderOthersVisible) {
   EXPECT_EQ(visible("photo\u202Egnp.exe"), "photo\\u202egnp.exe");
   EXPECT_EQ(visible("\u2066a\u2069\u200F\u061Cb"), "\\u2066a\\u2069\\u200f\\u061cb");
   EXPECT_EQ(visible("pass\u200Bwd\u00AD\uFEFF\u3164"), "pass\\u200bwd\\u00ad\\ufeff\\u3164");
@@ -108,24 +108,24 @@ TEST(Text, ShowsCharactersThatHideOrTurnOthers) {
   EXPECT_EQ(visible("\uFDD0\uFFFC\uFFFE"), "\\ufdd0\\ufffc\\ufffe");
 }
 
-TEST(Text, LeavesNewlinesInATextOfSeveralLines) {
+TEST(Text, KeepsNewlinesInATextOfSeveralLines) {
   EXPECT_EQ(visibleLines("a\tb\n\n\xFF\u202E\n"), "a␉b\n\n\uFFFD\\u202e\n");
   EXPECT_EQ(visibleLines("plain"), "plain");
   EXPECT_EQ(visibleLines(""), "");
 }
 
-TEST(Text, LeavesNeighboursOfHiddenCharactersAlone) {
+TEST(Text, KeepsNeighborsOfHiddenCharacters) {
   const auto text =
       "\u00A0\u00AE\u2010\u2027\u202F\u2070\u3163\uFDCF\uFDF0\uFE0F\uFE10\uFFFD\U0001F600\U000E1000"s;
   EXPECT_EQ(visible(text), text);
 }
 
-TEST(Text, ShowsEachByteThatIsNoUTF8AsAReplacementCharacter) {
+TEST(Text, ShowsInvalidBytesAsReplacementCharacters) {
   EXPECT_EQ(visible("a\xE2\x82z\xFF"), "a\uFFFD\uFFFDz\uFFFD");
   EXPECT_EQ(visible("\x9B\xC3"), "\uFFFD\uFFFD");
 }
 
-TEST(Text, SpellsBlankCharactersWhereTheyMustBeSeen) {
+TEST(Text, SpellsOutBlankCharactersOnRequest) {
   EXPECT_EQ(visibleWithBlanks("a\u00A0b\u1680c\u2000d\u200Ae"),
             "a\\u00a0b\\u1680c\\u2000d\\u200ae");
   EXPECT_EQ(visibleWithBlanks("a\u202Fb\u205Fc\u2800d\u3000e"),
@@ -147,7 +147,7 @@ TEST(Text, CountsBlankCharactersInARow) {
   EXPECT_EQ(visibleWithBlanks("   \u00A0   "), "   \\u00a0   ");
 }
 
-TEST(Text, IsShortenedBetweenCharactersAndSaysByHowMuch) {
+TEST(Text, IsShortenedBetweenCharactersWithTheOmittedLength) {
   EXPECT_EQ(shortened("abc", 3), "abc");
   EXPECT_EQ(shortened("abcd", 3), "abc… [1 bytes left out]");
   EXPECT_EQ(shortened("aéz", 2), "a… [3 bytes left out]");
@@ -165,7 +165,7 @@ TEST(Text, LosesNoOtherCharacters) {
   EXPECT_EQ(withoutControlCharacters("a\u200Db\u202E"), "a\u200Db\u202E");
 }
 
-TEST(Text, MakesNoControlCharacterByLosingOne) {
+TEST(Text, CreatesNoControlCharacterByRemovingOne) {
   const std::string rest = withoutControlCharacters("\xC2\x01\x85");
   EXPECT_EQ(rest, "");
   EXPECT_EQ(withoutControlCharacters("a\xFFz"), "az");

@@ -43,12 +43,12 @@ TEST_F(UserDefaultsTest, AreAFileUnderTheDomainsName) {
   EXPECT_EQ(defaults_.path(), directory_ / "com.test/defaults.json");
 }
 
-TEST_F(UserDefaultsTest, HoldNothingAsLongAsThereIsNoFile) {
+TEST_F(UserDefaultsTest, AreEmptyWithoutAFile) {
   EXPECT_EQ(defaults_.integer("a"), std::nullopt);
   EXPECT_EQ(defaults_.string("a"), std::nullopt);
 }
 
-TEST_F(UserDefaultsTest, TakeOnlyIntegersForIntegers) {
+TEST_F(UserDefaultsTest, AcceptOnlyIntegersAsIntegers) {
   write(R"({"positive": 9000, "negative": -5, "zero": 0, "text": "9000", "fraction": 9000.5,
             "true": true, "false": false, "null": null, "list": [1], "large": 9223372036854775807,
             "larger": 9223372036854775808, "largest": 1e300})");
@@ -62,7 +62,7 @@ TEST_F(UserDefaultsTest, TakeOnlyIntegersForIntegers) {
   }
 }
 
-TEST_F(UserDefaultsTest, TakeOnlyTextsForTexts) {
+TEST_F(UserDefaultsTest, AcceptOnlyTextsAsTexts) {
   write(R"({"text": " é ", "empty": "", "number": 1, "null": null})");
   EXPECT_EQ(defaults_.string("text"), " é ");
   EXPECT_EQ(defaults_.string("empty"), "");
@@ -71,14 +71,14 @@ TEST_F(UserDefaultsTest, TakeOnlyTextsForTexts) {
   }
 }
 
-TEST_F(UserDefaultsTest, SeeAtOnceWhatAnotherProgramWrites) {
+TEST_F(UserDefaultsTest, SeeChangesOfOtherProgramsAtOnce) {
   write(R"({"a": "1"})");
   EXPECT_EQ(defaults_.string("a"), "1");
   write(R"({"a": "2"})");
   EXPECT_EQ(defaults_.string("a"), "2");
 }
 
-TEST_F(UserDefaultsTest, KeepWhatIsStoredInDirectoriesOfTheirOwner) {
+TEST_F(UserDefaultsTest, CreatePrivateDirectories) {
   const test::ScopedVariable deeper("XDG_CONFIG_HOME", directory_ / "x/y");
   defaults_.setString("a", "one");
   EXPECT_EQ(defaults_.string("a"), "one");
@@ -87,7 +87,7 @@ TEST_F(UserDefaultsTest, KeepWhatIsStoredInDirectoriesOfTheirOwner) {
             fs::perms::owner_read | fs::perms::owner_write);
 }
 
-TEST_F(UserDefaultsTest, KeepTheKeysThatAreNotTheirs) {
+TEST_F(UserDefaultsTest, KeepUnknownKeys) {
   write(R"({"b": [1, {"c": 18446744073709551615}], "a": 1})");
   defaults_.setString("a", "é\n");
   EXPECT_EQ(contents(),
@@ -163,7 +163,7 @@ TEST_F(UserDefaultsTest, LoseNoneOfTheChangesOfSeveralThreads) {
 }
 
 TEST_F(UserDefaultsTest, LoseNoneOfTheChangesOfSeveralProcesses) {
-  // Each with a store of its own, as processes have.
+  // Each thread has its own store, like separate processes.
   std::vector<std::jthread> processes(2);
   for (int process = 0; process < 2; ++process) {
     processes[static_cast<std::size_t>(process)] = std::jthread([process] {
@@ -177,7 +177,7 @@ TEST_F(UserDefaultsTest, LoseNoneOfTheChangesOfSeveralProcesses) {
   EXPECT_EQ(defaults_.values()->size(), 20U);
 }
 
-TEST_F(UserDefaultsTest, AreNotHeldUpByAProcessThatNeverEndsItsChange) {
+TEST_F(UserDefaultsTest, AreNotBlockedByAProcessThatKeepsTheLock) {
   defaults_.setString("a", "1");
   const FileDescriptor stopped(::open((directory_ / "com.test").c_str(), O_RDONLY | O_CLOEXEC));
   ASSERT_EQ(::flock(stopped.get(), LOCK_EX), 0);
@@ -193,7 +193,7 @@ TEST_F(UserDefaultsTest, ReturnAllValuesWithTheirTypes) {
   EXPECT_EQ(defaults_.integer("port"), 9000);
 }
 
-TEST_F(UserDefaultsTest, SayWhyTheyCannotBeReadOrChanged) {
+TEST_F(UserDefaultsTest, ReportWhyTheyCannotBeReadOrChanged) {
   write("[]");
   EXPECT_FALSE(defaults_.values());
   EXPECT_FALSE(defaults_.change([](auto& values) { values["a"] = "\xC3("; }));

@@ -15,7 +15,7 @@ struct Owner : std::enable_shared_from_this<Owner> {
   std::string text;
 };
 
-TEST(Weakly, PassesTheOwnerAndTheArgumentsOnWhileTheOwnerLives) {
+TEST(Weakly, PassesOwnerAndArgumentsWhileTheOwnerLives) {
   const auto owner = std::make_shared<Owner>();
   const auto append = owner->appender();
   append("a");
@@ -23,7 +23,7 @@ TEST(Weakly, PassesTheOwnerAndTheArgumentsOnWhileTheOwnerLives) {
   EXPECT_EQ(owner->text, "ab");
 }
 
-TEST(Weakly, DoesNothingOnceTheOwnerIsGone) {
+TEST(Weakly, DoesNothingAfterTheOwnersDestruction) {
   auto owner = std::make_shared<Owner>();
   bool ran = false;
   const auto append = owner->appender();
@@ -34,7 +34,7 @@ TEST(Weakly, DoesNothingOnceTheOwnerIsGone) {
   EXPECT_FALSE(ran);
 }
 
-TEST(Weakly, KeepsNoOwnerAliveButDuringTheCall) {
+TEST(Weakly, KeepsTheOwnerAliveOnlyDuringTheCall) {
   auto owner = std::make_shared<Owner>();
   const std::weak_ptr<Owner> witness = owner;
   bool aliveDuringCall = false;
@@ -48,7 +48,7 @@ TEST(Weakly, KeepsNoOwnerAliveButDuringTheCall) {
   EXPECT_TRUE(witness.expired());
 }
 
-TEST(Weakly, MovesWhatCannotBeCopied) {
+TEST(Weakly, AcceptsMoveOnlyArguments) {
   const auto owner = std::make_shared<Owner>();
   int received = 0;
   const auto take = weakly(owner, [&](Owner&, std::unique_ptr<int> value) { received = *value; });

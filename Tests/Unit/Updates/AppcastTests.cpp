@@ -10,14 +10,14 @@ std::string feedOf(const std::string& items) {
          "</channel></rss>";
 }
 
-/// The items of a feed; an error if it is none.
+/// Returns the items of a feed, or an error.
 Result<std::vector<AppcastItem>> itemsOf(const std::string& feed) {
   const auto appcast = parseAppcast(feed);
   if (!appcast) return appcast.error();
   return appcast->items;
 }
 
-TEST(Appcast, ReadsWhenTheFeedWasSigned) {
+TEST(Appcast, ReadsTheDateOfTheSignature) {
   using namespace std::chrono;
   const auto dateOf = [](const std::string& element) {
     return parseAppcast(feedOf(element))->date;
@@ -30,7 +30,7 @@ TEST(Appcast, ReadsWhenTheFeedWasSigned) {
             std::nullopt);
 }
 
-TEST(Appcast, ReadsAllThatAnItemCanSay) {
+TEST(Appcast, ReadsAllFieldsOfAnItem) {
   const auto items = itemsOf(feedOf(R"(<item>
     <title>Version 2</title>
     <pubDate>Sat, 21 Nov 2026 12:00:00 +0200</pubDate>
@@ -63,7 +63,7 @@ TEST(Appcast, ReadsAllThatAnItemCanSay) {
   EXPECT_EQ(item.enclosures[1].architecture, "aarch64");
 }
 
-TEST(Appcast, TakesVersionsOfTheEnclosureWhenTheItemHasNone) {
+TEST(Appcast, UsesVersionsOfTheEnclosureIfTheItemHasNone) {
   const auto items = itemsOf(feedOf(
       R"(<item><enclosure url="u" version="2" shortVersionString="2.0"/></item>
          <item><version>3</version><enclosure url="u" version="2"/></item>)"));
@@ -73,7 +73,7 @@ TEST(Appcast, TakesVersionsOfTheEnclosureWhenTheItemHasNone) {
   EXPECT_EQ(items->at(1).version, "3");
 }
 
-TEST(Appcast, LeavesWhatMakesNoSenseOut) {
+TEST(Appcast, OmitsInvalidValues) {
   const auto items = itemsOf(feedOf(
       R"(<item><pubDate>yesterday</pubDate><phasedRolloutInterval>-1</phasedRolloutInterval>
          <enclosure length="-5"/><enclosure length="99999999999999999999"/></item>)"));
@@ -84,7 +84,7 @@ TEST(Appcast, LeavesWhatMakesNoSenseOut) {
   EXPECT_EQ(items->front().enclosures[1].length, 0);
 }
 
-TEST(Appcast, ExpandsNoEntitiesOfItsOwn) {
+TEST(Appcast, ExpandsNoCustomEntities) {
   const auto items = itemsOf("<!DOCTYPE rss [<!ENTITY a SYSTEM \"file:///etc/passwd\">]>" +
                              feedOf("<item><description>&a;</description></item>"));
   ASSERT_TRUE(items);
@@ -101,11 +101,11 @@ TEST(Appcast, CutsLongReleaseNotesBetweenCharacters) {
   EXPECT_TRUE(shown.ends_with("é…"));
 }
 
-TEST(Appcast, RefusesWhatIsNoFeed) {
+TEST(Appcast, RefusesOtherDocuments) {
   for (const auto* bad : {"", "nonsense", "<rss><channel>", "<rss/>", "<html><body/></html>"}) {
     EXPECT_TRUE(parseAppcast(bad).has_error()) << bad;
   }
-  // Deep nesting exhausts nothing.
+  // Deep nesting does not overflow the stack.
   std::string deep;
   for (int i = 0; i < 200'000; ++i) deep += "<a>";
   EXPECT_TRUE(parseAppcast(deep).has_error());

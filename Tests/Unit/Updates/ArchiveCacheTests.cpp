@@ -26,7 +26,7 @@ class ArchiveCacheTest : public ::testing::Test {
   void keep(const std::string& bytes, const std::string& hash) const {
     kept_.keep(nameless(bytes), hash);
   }
-  /// What is copied of the archive with this hash; "none" when there is none.
+  /// Returns the copy of the archive with this hash; "none" if there is none.
   [[nodiscard]] std::string copyOf(const std::string& hash, std::int64_t length) const {
     const auto file = nameless();
     if (!kept_.copyTo(file, hash, length)) return "none";
@@ -46,7 +46,7 @@ class ArchiveCacheTest : public ::testing::Test {
   const ArchiveCache kept_{files_};
 };
 
-TEST_F(ArchiveCacheTest, GiveBackWhatWasKeptAndOnlyTheLastOne) {
+TEST_F(ArchiveCacheTest, KeepOnlyTheNewestArchive) {
   EXPECT_EQ(copyOf("aa", 5), "none");
   keep("bytes", "aa");
   EXPECT_EQ(copyOf("aa", 5), "bytes");
@@ -60,7 +60,7 @@ TEST_F(ArchiveCacheTest, GiveBackWhatWasKeptAndOnlyTheLastOne) {
   EXPECT_EQ(copyOf("bb", 5), "none");
 }
 
-TEST_F(ArchiveCacheTest, AreNothingButFilesOfTheRightLength) {
+TEST_F(ArchiveCacheTest, UseOnlyFilesOfTheExpectedLength) {
   keep("bytes", "aa");
   EXPECT_EQ(copyOf("aa", 4), "none");
   EXPECT_EQ(copyOf("aa", 6), "none");
@@ -70,11 +70,11 @@ TEST_F(ArchiveCacheTest, AreNothingButFilesOfTheRightLength) {
   EXPECT_EQ(copyOf("cc", 5), "none");
 }
 
-TEST_F(ArchiveCacheTest, GoWhenAnotherIsOfferedAndWithThemWhatWasLaidOut) {
+TEST_F(ArchiveCacheTest, AreRemovedWithTheStagedVersionWhenAnotherVersionIsOffered) {
   keep("bytes", "aa");
   ASSERT_TRUE(createDirectories(files_.staged));
   EXPECT_FALSE(kept_.hasUnwanted("aa"));
-  EXPECT_FALSE(kept_.hasUnwanted("")) << "no offer says nothing about what was offered before";
+  EXPECT_FALSE(kept_.hasUnwanted("")) << "a check without an offer keeps the earlier one";
   kept_.removeUnwanted("aa");
   EXPECT_TRUE(fileExists(files_.staged));
   EXPECT_TRUE(kept_.hasUnwanted("bb"));
@@ -83,7 +83,7 @@ TEST_F(ArchiveCacheTest, GoWhenAnotherIsOfferedAndWithThemWhatWasLaidOut) {
   EXPECT_FALSE(fileExists(files_.staged));
 }
 
-TEST_F(ArchiveCacheTest, GoAfterFourWeeks) {
+TEST_F(ArchiveCacheTest, AreRemovedAfterFourWeeks) {
   using namespace std::chrono_literals;
   keep("bytes", "aa");
   age(files_.archive("aa"), 27 * 24h);
@@ -95,7 +95,7 @@ TEST_F(ArchiveCacheTest, GoAfterFourWeeks) {
   EXPECT_EQ(copyOf("aa", 5), "none");
 }
 
-TEST_F(ArchiveCacheTest, LeaveWhatWasLaidOutNoLongerThanThat) {
+TEST_F(ArchiveCacheTest, RemoveTheStagedVersionAfterFourWeeks) {
   using namespace std::chrono_literals;
   ASSERT_TRUE(createDirectories(files_.staged));
   EXPECT_FALSE(kept_.hasUnwanted(""));

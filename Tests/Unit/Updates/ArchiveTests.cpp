@@ -67,7 +67,7 @@ TEST(Archive, HoldsFilesDirectoriesAndLinks) {
   EXPECT_EQ(all.entries[6].path, "share/long/name");
 }
 
-TEST(Archive, SkipsWhatWasNotRead) {
+TEST(Archive, SkipsUnreadContents) {
   const std::string tar = TestArchive().add("a", std::string(2000, 'x')).add("b", "b").tar();
   MemorySource source(tar);
   ArchiveReader reader(source);
@@ -89,7 +89,7 @@ TEST(Archive, RefusesEverythingElse) {
 
 TEST(Archive, RefusesAnyDamageToAHeader) {
   const std::string good = TestArchive().add("a", "x").tar();
-  constexpr std::size_t behindChecksum = 155;  // the one byte that counts for nothing
+  constexpr std::size_t behindChecksum = 155;  // the only byte without a meaning
   for (std::size_t place = 0; place < TestArchive::block; ++place) {
     if (place == behindChecksum) continue;
     std::string bad = good;
@@ -98,7 +98,7 @@ TEST(Archive, RefusesAnyDamageToAHeader) {
   }
 }
 
-TEST(Archive, MustBeWhole) {
+TEST(Archive, MustBeComplete) {
   const TestArchive archive = TestArchive().add("a", std::string(600, 'x'));
   const std::string whole = archive.open() + std::string(TestArchive::block, '\0');
   EXPECT_EQ(contentsOf(whole).failure, "");
@@ -116,7 +116,7 @@ TEST(Archive, IsPaddedWithAFewZerosOnly) {
             "The archive continues after its end.");
 }
 
-TEST(Archive, HoldsNoMoreThanIsSensible) {
+TEST(Archive, HasLimits) {
   TestArchive many;
   for (std::size_t i = 0; i <= maxArchiveEntries; ++i) many.add("a", "");
   EXPECT_EQ(contentsOf(many.tar()).failure, "The archive contains too many files.");
@@ -124,7 +124,7 @@ TEST(Archive, HoldsNoMoreThanIsSensible) {
   EXPECT_EQ(contentsOf(huge + huge).failure, "The archive is truncated.");
 }
 
-TEST(Gzip, IsUnpackedAndMustBeWhole) {
+TEST(Gzip, IsUnpackedAndMustBeComplete) {
   const std::string packed = TestArchive().add("a", std::string(100'000, 'y')).compressed();
   const auto unpacked = [](std::string_view bytes) {
     GzipSource source(bytes);
@@ -139,7 +139,7 @@ TEST(Gzip, IsUnpackedAndMustBeWhole) {
   EXPECT_EQ(unpacked("no gzip").failure, "The archive is damaged.");
 }
 
-TEST(ArchivePath, CannotLeadOut) {
+TEST(ArchivePath, CannotLeaveTheDirectory) {
   for (const auto* same : {"a", "a/b", "bin/zephyl-tray", "a..b/...", "a b", "é"}) {
     EXPECT_EQ(safePath(same).value(), same);
   }

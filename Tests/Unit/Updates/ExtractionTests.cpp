@@ -55,7 +55,7 @@ TEST_F(ExtractionTest, CreatesADirectoryOnce) {
   EXPECT_TRUE(fileExists(directory_ / "share/zephyl-tray/a/b/c/zephyl-tray-99"));
 }
 
-TEST(FreeSpace, LeavesSomeForOtherPrograms) {
+TEST(FreeSpace, KeepsAReserveForOtherPrograms) {
   EXPECT_TRUE(checkSpace(0, reservedSpace));
   EXPECT_TRUE(checkSpace(1'000'000, reservedSpace + 1'000'000));
   const auto refused = checkSpace(1'000'001, reservedSpace + 1'000'000);
@@ -66,7 +66,7 @@ TEST(FreeSpace, LeavesSomeForOtherPrograms) {
   EXPECT_TRUE(checkSpace(std::int64_t{1} << 62, 0).has_error());
 }
 
-TEST_F(ExtractionTest, LooksAtTheFreeSpaceOfTheRightDisk) {
+TEST_F(ExtractionTest, ChecksTheFreeSpaceOfTheRightDisk) {
   const FileDescriptor here(::open((directory_ / "").c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
   EXPECT_TRUE(checkFreeSpace(here, std::int64_t{1} << 61).has_error());
   EXPECT_TRUE(checkFreeSpace(FileDescriptor(), 0).has_error());

@@ -20,7 +20,7 @@ class SelectionTest : public ::testing::Test {
                             .signature = anySignature,
                             .length = 10}}};
   }
-  /// The version that is chosen; empty: none.
+  /// Returns the selected version, empty if there is none.
   [[nodiscard]] std::string chosen(const std::vector<AppcastItem>& items) const {
     const auto offer = chooseUpdate(items, feedDate_, asker_);
     EXPECT_TRUE(offer) << offer.error().message;
@@ -39,7 +39,7 @@ class SelectionTest : public ::testing::Test {
                              .now = std::chrono::sys_seconds(1'000'000s)};
 };
 
-TEST_F(SelectionTest, TakesTheHighestNewerVersion) {
+TEST_F(SelectionTest, SelectsTheHighestNewerVersion) {
   EXPECT_EQ(chosen({}), "");
   EXPECT_EQ(chosen({item("4"), item("5"), item("5.0")}), "");
   EXPECT_EQ(chosen({item("6"), item("7"), item("6.5")}), "7");
@@ -48,7 +48,7 @@ TEST_F(SelectionTest, TakesTheHighestNewerVersion) {
   EXPECT_EQ((*offer)->url, "https://a.example/6");
 }
 
-TEST_F(SelectionTest, LeavesOutWhatIsNotMeantForThisSystem) {
+TEST_F(SelectionTest, OmitsItemsForOtherSystems) {
   auto other = item("6");
   other.enclosures[0].architecture = "aarch64";
   auto newer = item("7");
@@ -60,7 +60,7 @@ TEST_F(SelectionTest, LeavesOutWhatIsNotMeantForThisSystem) {
   EXPECT_EQ(chosen({other, newer, nameless, fitting}), "5.5");
 }
 
-TEST_F(SelectionTest, OffersAChannelToThoseWhoAskForIt) {
+TEST_F(SelectionTest, OffersItemsOfAConfiguredChannel) {
   auto beta = item("6");
   beta.channel = "beta";
   EXPECT_EQ(chosen({beta}), "");
@@ -68,7 +68,7 @@ TEST_F(SelectionTest, OffersAChannelToThoseWhoAskForIt) {
   EXPECT_EQ(chosen({beta}), "6");
 }
 
-TEST_F(SelectionTest, OffersNoVersionThatIsNotWanted) {
+TEST_F(SelectionTest, OffersNoSkippedVersion) {
   asker_.skip = {"7"};
   EXPECT_EQ(chosen({item("6"), item("7")}), "6");
 }
@@ -110,7 +110,7 @@ TEST(FeedDate, MustNotBeOlderThanTheNewestSeenBefore) {
   EXPECT_EQ(checkFeedDate({.date = newest}, std::nullopt).value(), newest);
 }
 
-TEST_F(SelectionTest, ReachesOneGroupAfterTheOtherInAPhasedRollOut) {
+TEST_F(SelectionTest, OffersAPhasedRollOutToOneGroupAfterTheOther) {
   auto phased = item("6");
   phased.phasedRolloutInterval = 100s;
   phased.published = asker_.now - 299s;
@@ -127,7 +127,7 @@ TEST_F(SelectionTest, ReachesOneGroupAfterTheOtherInAPhasedRollOut) {
   EXPECT_EQ(chosen({phased}), "6");
 }
 
-TEST_F(SelectionTest, RefusesTheChosenOneWhenItCannotBeTrusted) {
+TEST_F(SelectionTest, RefusesTheSelectedItemIfItCannotBeTrusted) {
   auto bad = item("6");
   bad.enclosures[0].signature.clear();
   EXPECT_EQ(refusal(bad), "The update is not signed.");
@@ -144,7 +144,7 @@ TEST_F(SelectionTest, RefusesTheChosenOneWhenItCannotBeTrusted) {
   EXPECT_EQ(refusal(bad), "Updates are fetched only over https, not from http://a.example/6.");
 }
 
-TEST_F(SelectionTest, ShowsWhatIsHiddenInReleaseNotes) {
+TEST_F(SelectionTest, MakesHiddenCharactersOfReleaseNotesVisible) {
   auto noted = item("6");
   noted.description = "one\ntwo\x1b[2J";
   const auto offer = chooseUpdate({noted}, feedDate_, asker_);

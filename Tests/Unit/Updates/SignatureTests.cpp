@@ -60,7 +60,7 @@ TEST(TrustedKeys, RefuseEveryChangeOfBytesOrSignature) {
   EXPECT_FALSE(keys->verify("", signature));
 }
 
-TEST(Sha256, IsWhatTheStandardSays) {
+TEST(Sha256, MatchesTheTestVectors) {
   EXPECT_EQ(sha256Of("abc"), "ba7816bf8f01cfea414140de5dae2223b00361a396177a9cb410ff61f20015ad");
 }
 

@@ -9,7 +9,7 @@
 
 namespace zephyl::test {
 
-/// Builds a tar of the form "ustar", field by field, so that a test can say what no packer says.
+/// Builds a tar of the format "ustar", field by field, so that a test can create invalid archives.
 class TestArchive {
  public:
   static constexpr std::size_t block = 512;
@@ -29,7 +29,7 @@ class TestArchive {
     bytes_.append((block - contents.size() % block) % block, '\0');
     return *this;
   }
-  /// The same with the name in two parts.
+  /// Adds an entry with the name in two parts.
   TestArchive& addSplit(std::string_view prefix, std::string_view name) {
     add(name, "");
     std::string header = bytes_.substr(bytes_.size() - block);
@@ -39,7 +39,7 @@ class TestArchive {
     return *this;
   }
 
-  /// Without the end.
+  /// Returns the archive without its end.
   [[nodiscard]] const std::string& open() const { return bytes_; }
   [[nodiscard]] std::string tar() const { return bytes_ + std::string(2 * block, '\0'); }
   [[nodiscard]] std::string compressed() const { return gzip(tar()); }

@@ -27,7 +27,7 @@ class TrialTest : public ::testing::Test {
   TrialTest(const TrialTest&) = delete;
   TrialTest& operator=(const TrialTest&) = delete;
 
-  /// A process that runs until it is ended.
+  /// Starts a process that runs until it is killed.
   pid_t start() {
     process_ = ::fork();
     if (process_ == 0) {
@@ -56,7 +56,7 @@ class TrialTest : public ::testing::Test {
   pid_t process_ = 0;
 };
 
-TEST_F(TrialTest, IsConfirmedWhenTheNoteHasGone) {
+TEST_F(TrialTest, IsConfirmedWhenTheNoteIsRemoved) {
   const WatchedProcess process(start());
   EXPECT_EQ(outcome(process), TrialOutcome::confirmed);
 }
@@ -69,10 +69,11 @@ TEST_F(TrialTest, FailsWhenTheProcessEndsOrTheTimeIsUp) {
   EXPECT_EQ(outcome(process), TrialOutcome::failed);
 }
 
-TEST_F(TrialTest, GoesOnLaterWhenThisVeryProcessWasAskedToEnd) {
+TEST_F(TrialTest, ContinuesLaterIfThisProcessWasAskedToEnd) {
   const WatchedProcess process(start());
   put(process.id() + 1);
-  EXPECT_EQ(outcome(process, 0s), TrialOutcome::failed) << "another process was asked";
+  EXPECT_EQ(outcome(process, 0s), TrialOutcome::failed)
+      << "the end of another process was requested";
   put(process.id());
   EXPECT_EQ(outcome(process, 0s), TrialOutcome::suspended) << "it is still ending";
   end();

@@ -21,9 +21,9 @@ class UpdateFilesTest : public ::testing::Test {
   const UpdateFiles files_ = UpdateFiles::of(prefix_);
 };
 
-TEST_F(UpdateFilesTest, AreTrustedInADirectoryOfTheUserAlone) {
+TEST_F(UpdateFilesTest, AreTrustedInAPrivateDirectoryOfTheUser) {
   EXPECT_FALSE(isTrusted());
-  EXPECT_EQ(reason(), "") << "no directory is no reason for a complaint";
+  EXPECT_EQ(reason(), "") << "a missing directory is not logged";
   ASSERT_TRUE(createDirectories(files_.directory, 0700));
   EXPECT_TRUE(isTrusted());
   EXPECT_EQ(UpdateFiles::trusted(prefix_)->trial, files_.trial);
@@ -59,7 +59,7 @@ TEST_F(UpdateFilesTest, AreNotTrustedInADirectoryOfAnotherUser) {
   EXPECT_EQ(reason(), files_.directory + " belongs to another user.");
 }
 
-TEST_F(UpdateFilesTest, LoseANoteThatCannotBeDecoded) {
+TEST_F(UpdateFilesTest, RemoveANoteThatCannotBeDecoded) {
   ASSERT_TRUE(createDirectories(files_.directory, 0700));
   EXPECT_FALSE(removeUndecodableMarker(files_.trial));
   for (const auto* damaged : {"", "{", "[]", R"({"version": 2})"}) {

@@ -8,7 +8,7 @@
 namespace zephyl {
 namespace {
 
-TEST(Version, OrdersAsPeopleDo) {
+TEST(Version, ComparesNumbersNumerically) {
   const std::vector<std::string> rising = {"0",
                                            "0.1",
                                            "0.9.9",
@@ -36,7 +36,7 @@ TEST(Version, OrdersAsPeopleDo) {
   }
 }
 
-TEST(Version, TakesTrailingZerosLeadingZerosAndSeparatorsForNothing) {
+TEST(Version, IgnoresTrailingZerosLeadingZerosAndSeparators) {
   EXPECT_EQ(compareVersions("2", "2.0.0"), std::weak_ordering::equivalent);
   EXPECT_EQ(compareVersions("1.02", "1.2"), std::weak_ordering::equivalent);
   EXPECT_EQ(compareVersions("1-2", "1.2"), std::weak_ordering::equivalent);

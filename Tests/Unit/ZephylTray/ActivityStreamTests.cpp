@@ -49,7 +49,7 @@ TEST_F(ActivityStreamTest, DeliversTheActivityOfEachDataLine) {
   EXPECT_TRUE(received_[0].busy);
 }
 
-TEST_F(ActivityStreamTest, LooksAtTheOwnerOfThePortOncePerConnection) {
+TEST_F(ActivityStreamTest, ChecksTheOwnerOfThePortOncePerConnection) {
   follow();
   ASSERT_TRUE(opensAgain());
   EXPECT_EQ(ownerQueries_, 1);
@@ -59,7 +59,7 @@ TEST_F(ActivityStreamTest, LooksAtTheOwnerOfThePortOncePerConnection) {
   EXPECT_TRUE(runtime_.runUntil([&] { return ownerQueries_ == 2; }));
 }
 
-TEST_F(ActivityStreamTest, AsksAProgramOfAnotherUserForNothing) {
+TEST_F(ActivityStreamTest, SendsNothingToAProgramOfAnotherUser) {
   owner_ = ::geteuid() + 1;
   follow();
   ASSERT_TRUE(runtime_.runUntil([&] { return runtime_.clock.pendingTimers() == 1; }));
@@ -70,7 +70,7 @@ TEST_F(ActivityStreamTest, AsksAProgramOfAnotherUserForNothing) {
   EXPECT_TRUE(opensAgain()) << "the agent has the port now";
 }
 
-TEST_F(ActivityStreamTest, PassesOverOtherLinesAndBrokenPayloads) {
+TEST_F(ActivityStreamTest, SkipsOtherLinesAndInvalidPayloads) {
   follow();
   ASSERT_TRUE(opensAgain());
   agent_.writeToStreams(": comment\nevent: x\nid: 4\ndata:" + test::activityJSON(true) +
@@ -94,7 +94,7 @@ TEST_F(ActivityStreamTest, JoinsACharacterThatArrivesInPieces) {
 }
 
 /// The same activity would be accepted as the answer to a poll.
-TEST_F(ActivityStreamTest, ALineMayBeAsLongAsAPollsAnswer) {
+TEST_F(ActivityStreamTest, AcceptsALineAsLongAsThePollLimit) {
   follow();
   ASSERT_TRUE(opensAgain());
   const std::string error(15UL << 20, 'x');
@@ -105,7 +105,7 @@ TEST_F(ActivityStreamTest, ALineMayBeAsLongAsAPollsAnswer) {
   EXPECT_EQ(received_[0].model->error, error);
 }
 
-TEST_F(ActivityStreamTest, OpensAgainTwoSecondsAfterTheEnd) {
+TEST_F(ActivityStreamTest, ReconnectsTwoSecondsAfterTheEnd) {
   follow();
   ASSERT_TRUE(opensAgain());
   agent_.endStreams();
@@ -130,7 +130,7 @@ TEST_F(ActivityStreamTest, TreatsEveryAnswerBut200AsAFailedAttempt) {
   }
 }
 
-TEST_F(ActivityStreamTest, DeliversNothingOnceItsHandleIsGone) {
+TEST_F(ActivityStreamTest, DeliversNothingAfterItsHandleIsDestroyed) {
   follow();
   ASSERT_TRUE(opensAgain());
   agent_.writeToStreams("data: " + test::activityJSON(true) + "\n");
@@ -141,7 +141,7 @@ TEST_F(ActivityStreamTest, DeliversNothingOnceItsHandleIsGone) {
   EXPECT_TRUE(runtime_.runUntil([&] { return agent_.openStreams() == 0; }));
 }
 
-TEST_F(ActivityStreamTest, GivesABusyMainThreadTheNewestActivityOnly) {
+TEST_F(ActivityStreamTest, DeliversOnlyTheNewestActivityToABusyMainThread) {
   follow();
   ASSERT_TRUE(opensAgain());
   for (int i = 0; i < 1000; ++i) {

@@ -17,7 +17,7 @@ using namespace std::chrono_literals;
 
 class AgentClientTest : public ::testing::Test {
  protected:
-  /// Calls one operation and waits for what it delivers.
+  /// Calls an operation and returns its result.
   template <typename T, typename... Arguments, typename... Given>
   Result<T> call(void (AgentClient::*operation)(Arguments...) const, const Given&... given) {
     std::optional<Result<T>> received;
@@ -84,25 +84,25 @@ TEST_F(AgentClientTest, APollWakesTheMainThreadOnce) {
   EXPECT_TRUE(isDone);
 }
 
-TEST_F(AgentClientTest, AReadDoesNotLookAtTheStatusCode) {
+TEST_F(AgentClientTest, AReadIgnoresTheStatusCode) {
   agent_.answer("GET /api/roots", 500, R"({"roots":[]})");
   EXPECT_TRUE(call<std::vector<SharedRoot>>(&AgentClient::getRoots));
 }
 
-TEST_F(AgentClientTest, AReadThatIsAnsweredWithSomethingElseFailsInDecoding) {
+TEST_F(AgentClientTest, AReadWithAnUnexpectedAnswerFailsToDecode) {
   agent_.answer("GET /api/roots", 404, R"({"error":"no such thing"})");
   EXPECT_EQ(call<std::vector<SharedRoot>>(&AgentClient::getRoots).error().message,
             "roots: missing");
 }
 
-TEST_F(AgentClientTest, AWriteFailsWithTheAgentsOwnWords) {
+TEST_F(AgentClientTest, AWriteFailsWithTheAgentsMessage) {
   agent_.answer("POST /api/roots", 500, R"({"error":"disk full"})");
   const auto result = call<std::vector<SharedRoot>>(&AgentClient::addRoot, "/a", std::nullopt,
                                                     std::vector<std::string>{});
   EXPECT_EQ(result.error().message, "disk full");
 }
 
-TEST_F(AgentClientTest, AWriteThatFailsWithoutWordsNamesTheStatus) {
+TEST_F(AgentClientTest, AWriteThatFailsWithoutAMessageNamesTheStatus) {
   const std::vector<std::string> none;
   agent_.answer("POST /api/roots", 500, "");
   EXPECT_EQ(call<std::vector<SharedRoot>>(&AgentClient::addRoot, "/a", std::nullopt, none)
@@ -116,7 +116,7 @@ TEST_F(AgentClientTest, AWriteThatFailsWithoutWordsNamesTheStatus) {
             "request failed (409)");
 }
 
-TEST_F(AgentClientTest, AnExplanationIsCut) {
+TEST_F(AgentClientTest, ALongErrorMessageIsTruncated) {
   agent_.answer("POST /api/roots", 409, R"({"error":")" + std::string(100'000, 'x') + R"("})");
   const auto message = call<std::vector<SharedRoot>>(&AgentClient::addRoot, "/a", std::nullopt,
                                                      std::vector<std::string>{})
@@ -125,7 +125,7 @@ TEST_F(AgentClientTest, AnExplanationIsCut) {
   EXPECT_TRUE(message.ends_with("x… [98000 bytes left out]")) << message.substr(1990);
 }
 
-TEST_F(AgentClientTest, AddingARootSendsNameAndServersOnlyWhenThereAreSome) {
+TEST_F(AgentClientTest, AddingARootOmitsAnEmptyNameAndServerList) {
   agent_.answer("POST /api/roots", 200, R"({"roots":[]})");
   call<std::vector<SharedRoot>>(&AgentClient::addRoot, "/a", std::string(),
                                 std::vector<std::string>{});
@@ -149,7 +149,7 @@ TEST_F(AgentClientTest, RemovingARootNamesIt) {
   EXPECT_EQ(lastBody(), (json::Object{{"root", "/a"}}));
 }
 
-TEST_F(AgentClientTest, ADecisionCarriesItsConfirmationOnlyWhenGiven) {
+TEST_F(AgentClientTest, ADecisionContainsTheConfirmationOnlyIfThereIsOne) {
   agent_.answer("POST /api/approvals", 200, "whatever");
   EXPECT_TRUE(call<void>(&AgentClient::decideApproval, "7", "deny", std::nullopt));
   EXPECT_EQ(lastBody(), (json::Object{{"id", "7"}, {"decision", "deny"}}));
@@ -158,7 +158,7 @@ TEST_F(AgentClientTest, ADecisionCarriesItsConfirmationOnlyWhenGiven) {
             (json::Object{{"id", "7"}, {"decision", "always"}, {"confirm", "ALWAYS ALLOW"}}));
 }
 
-TEST_F(AgentClientTest, RevokingAGrantReturnsTheRest) {
+TEST_F(AgentClientTest, RevokingAGrantReturnsTheRemainingOnes) {
   agent_.answer("DELETE /api/escape-grants", 200, R"({"escapeGrants":[]})");
   EXPECT_TRUE(
       call<std::vector<EscapeGrant>>(&AgentClient::revokeEscapeGrant, "shell", "ls")->empty());

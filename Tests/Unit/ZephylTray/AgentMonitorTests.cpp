@@ -10,7 +10,7 @@ namespace {
 
 using namespace std::chrono_literals;
 
-/// A monitor of an agent that answers what the test says, when the test says so.
+/// A monitor of an agent whose answers the test sets and sends.
 class AgentMonitorTest : public ::testing::Test {
  protected:
   using Update = AgentMonitor::Update;
@@ -38,7 +38,7 @@ class AgentMonitorTest : public ::testing::Test {
   Result<AgentPoll> result_ = found_;
   std::vector<std::function<void(Result<AgentPoll>)>> polls_;
   std::function<void(Activity)> event_;
-  int streams_ = 0;  // followed now
+  int streams_ = 0;  // being followed
   int peerForgotten_ = 0;
   std::vector<Update> updates_;
   MainLoop mainLoop_;
@@ -57,7 +57,7 @@ class AgentMonitorTest : public ::testing::Test {
       });
 };
 
-TEST_F(AgentMonitorTest, KnowsNothingBeforeTheFirstPoll) {
+TEST_F(AgentMonitorTest, IsEmptyBeforeTheFirstPoll) {
   monitor_->refresh();
   EXPECT_FALSE(monitor_->hasPolled());
   EXPECT_FALSE(monitor_->snapshot().reachable);
@@ -100,7 +100,7 @@ TEST_F(AgentMonitorTest, APollWithoutActivityKeepsTheLastOne) {
   EXPECT_TRUE(monitor_->snapshot().activity->busy);
 }
 
-TEST_F(AgentMonitorTest, PollsEveryTwoSecondsAndASlowPollDoesNotHoldUpTheNext) {
+TEST_F(AgentMonitorTest, PollsEveryTwoSecondsEvenDuringASlowPoll) {
   monitor_->startPolling();
   EXPECT_TRUE(polls_.empty());
   clock_.advance(1999ms);
@@ -113,14 +113,14 @@ TEST_F(AgentMonitorTest, PollsEveryTwoSecondsAndASlowPollDoesNotHoldUpTheNext) {
   }
 }
 
-TEST_F(AgentMonitorTest, APollReportsBeforeItIsDone) {
+TEST_F(AgentMonitorTest, APollReportsPartialResults) {
   std::vector<Update> reported;
   monitor_->pollOnce([&] { reported = updates_; });
   answerPoll();
   EXPECT_EQ(reported, std::vector{Update::poll});
 }
 
-TEST_F(AgentMonitorTest, AnEventReplacesTheActivityAndNothingElse) {
+TEST_F(AgentMonitorTest, AnEventReplacesOnlyTheActivity) {
   poll();
   monitor_->startActivityStream();
   event_(Activity{.busy = true});
@@ -128,7 +128,7 @@ TEST_F(AgentMonitorTest, AnEventReplacesTheActivityAndNothingElse) {
   EXPECT_TRUE(monitor_->snapshot().reachable);
 }
 
-TEST_F(AgentMonitorTest, TellsProgressFromWhatTheMenuShows) {
+TEST_F(AgentMonitorTest, DistinguishesProgressFromChangesOfTheMenu) {
   monitor_->startActivityStream();
   event_(Activity{});
   event_(Activity{.busy = true, .indexing = {{.root = "/a"}}});
@@ -141,7 +141,7 @@ TEST_F(AgentMonitorTest, TellsProgressFromWhatTheMenuShows) {
                                    Update::activity, Update::activity}));
 }
 
-TEST_F(AgentMonitorTest, StartingTheStreamAgainReplacesIt) {
+TEST_F(AgentMonitorTest, RestartingTheStreamReplacesIt) {
   monitor_->startActivityStream();
   monitor_->startActivityStream();
   EXPECT_EQ(streams_, 1);
@@ -149,7 +149,7 @@ TEST_F(AgentMonitorTest, StartingTheStreamAgainReplacesIt) {
   EXPECT_EQ(streams_, 0);
 }
 
-TEST_F(AgentMonitorTest, TheBusyQueryFollowsTheActivityAndOutlivesTheMonitor) {
+TEST_F(AgentMonitorTest, TheBusyQueryReflectsTheActivityAndOutlivesTheMonitor) {
   const auto isBusy = monitor_->busyQuery();
   EXPECT_FALSE(isBusy());
   monitor_->startActivityStream();
@@ -163,7 +163,7 @@ TEST_F(AgentMonitorTest, TheBusyQueryFollowsTheActivityAndOutlivesTheMonitor) {
   EXPECT_TRUE(isBusy());
 }
 
-TEST_F(AgentMonitorTest, WhatArrivesAfterItIsGoneDoesNothing) {
+TEST_F(AgentMonitorTest, IgnoresAnswersAfterItsDestruction) {
   monitor_->startActivityStream();
   monitor_->startPolling();
   bool done = false;

@@ -27,14 +27,14 @@ constexpr auto complaint =
     "[tray] port 8799 belongs to a program of another user (user id 54321), which is not "
     "accepted as the agent; end that program or set another \"trayPort\"\n";
 
-TEST_F(AgentPeerTest, IsThisUsersOrRootsProgram) {
+TEST_F(AgentPeerTest, AcceptsAProgramOfThisUserOrRoot) {
   EXPECT_TRUE(verified());
   owner_ = uid_t{0};
   peer_.forget();
   EXPECT_TRUE(verified());
 }
 
-TEST_F(AgentPeerTest, IsNoProgramOfAnotherUser) {
+TEST_F(AgentPeerTest, RejectsAProgramOfAnotherUser) {
   owner_ = uid_t{54321};
   test::logOf([&] {
     const auto error = peer_.verify("127.0.0.1", 8799);
@@ -43,7 +43,7 @@ TEST_F(AgentPeerTest, IsNoProgramOfAnotherUser) {
   });
 }
 
-TEST_F(AgentPeerTest, IsNoProgramWhoseOwnerIsNotKnown) {
+TEST_F(AgentPeerTest, RejectsAProgramOfAnUnknownOwner) {
   owner_ = Error{"not known"};
   EXPECT_EQ(test::logOf([&] {
               const auto error = peer_.verify("127.0.0.1", 8799);
@@ -53,7 +53,7 @@ TEST_F(AgentPeerTest, IsNoProgramWhoseOwnerIsNotKnown) {
             "");
 }
 
-TEST_F(AgentPeerTest, IsAskedAboutOnceUntilForgotten) {
+TEST_F(AgentPeerTest, IsQueriedOnceUntilForgotten) {
   EXPECT_TRUE(verified());
   owner_ = uid_t{54321};
   EXPECT_TRUE(verified());
@@ -63,7 +63,7 @@ TEST_F(AgentPeerTest, IsAskedAboutOnceUntilForgotten) {
   EXPECT_EQ(queries_, 2);
 }
 
-TEST_F(AgentPeerTest, IsComplainedAboutOnceUntilThePortIsInTheRightHands) {
+TEST_F(AgentPeerTest, IsReportedOnceUntilTheOwnerIsTrusted) {
   owner_ = uid_t{54321};
   EXPECT_EQ(test::logOf([&] {
               EXPECT_FALSE(verified());

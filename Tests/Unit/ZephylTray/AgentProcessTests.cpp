@@ -73,7 +73,7 @@ TEST_F(AgentProcessTest, QuotesASingleQuoteForTheShell) {
       << command;
 }
 
-TEST_F(AgentProcessTest, FindsAnAgentBelowARootThatIsRelative) {
+TEST_F(AgentProcessTest, FindsAnAgentBelowARelativeRoot) {
   const auto agent = world_.addAgent();
   const auto before = std::filesystem::current_path();
   std::filesystem::current_path(world_.directory().path());
@@ -94,7 +94,7 @@ TEST_F(AgentProcessTest, StartingARunningAgentOnlyReportsAStateChange) {
   EXPECT_EQ(stateChanges_, 2);
 }
 
-TEST_F(AgentProcessTest, SaysWhenThereIsNoExecutable) {
+TEST_F(AgentProcessTest, ReportsAMissingExecutable) {
   agent_->start();
   settle();
   EXPECT_EQ(failures_, std::vector<std::string>{noExecutable});
@@ -103,7 +103,7 @@ TEST_F(AgentProcessTest, SaysWhenThereIsNoExecutable) {
   EXPECT_EQ(stateChanges_, 1);
 }
 
-TEST_F(AgentProcessTest, SaysWhyALaunchFailed) {
+TEST_F(AgentProcessTest, ReportsWhyALaunchFailed) {
   world_.addAgent();
   runtime_.launcher.failWith("/bin/zsh: No such file or directory");
   agent_->start();
@@ -159,7 +159,7 @@ TEST_F(AgentProcessTest, AnEndBySignalOrWithStatusZeroIsAStateChangeOnly) {
   }
 }
 
-TEST_F(AgentProcessTest, AnExitThatWasAskedForIsNoFailureWhateverItsStatus) {
+TEST_F(AgentProcessTest, ARequestedExitIsNoFailureWhateverItsStatus) {
   world_.addAgent();
   agent_->start();
   child().ignoreTermination();
@@ -172,7 +172,7 @@ TEST_F(AgentProcessTest, AnExitThatWasAskedForIsNoFailureWhateverItsStatus) {
   EXPECT_FALSE(agent_->isRunning());
 }
 
-TEST_F(AgentProcessTest, RestartsAfterSixTenthsOfASecond) {
+TEST_F(AgentProcessTest, RestartsAfter600Milliseconds) {
   world_.addAgent();
   agent_->start();
   agent_->restart();
@@ -184,14 +184,14 @@ TEST_F(AgentProcessTest, RestartsAfterSixTenthsOfASecond) {
   EXPECT_EQ(stateChanges_, 3);  // started, ended, started
 }
 
-TEST_F(AgentProcessTest, ARestartWithoutAChildStartsOneToo) {
+TEST_F(AgentProcessTest, ARestartWithoutAChildStartsOne) {
   world_.addAgent();
   agent_->restart();
   advance(600ms);
   EXPECT_EQ(launches(), 1U);
 }
 
-TEST_F(AgentProcessTest, ARestartWaitsForTheOldChildToGo) {
+TEST_F(AgentProcessTest, ARestartWaitsForTheOldChildToEnd) {
   world_.addAgent();
   agent_->start();
   const auto old = runtime_.launcher.newest();
@@ -205,7 +205,7 @@ TEST_F(AgentProcessTest, ARestartWaitsForTheOldChildToGo) {
   EXPECT_TRUE(exits_.empty());
 }
 
-TEST_F(AgentProcessTest, ARestartKillsAChildThatHasNotGoneAfterThreeSeconds) {
+TEST_F(AgentProcessTest, ARestartKillsAChildThatRunsAfterThreeSeconds) {
   world_.addAgent();
   agent_->start();
   const auto old = runtime_.launcher.newest();
@@ -220,7 +220,7 @@ TEST_F(AgentProcessTest, ARestartKillsAChildThatHasNotGoneAfterThreeSeconds) {
             "[tray] " + std::to_string(old->pid()) + " ignored SIGTERM; killing it");
 }
 
-TEST_F(AgentProcessTest, RestartsInARowLaunchOneAgent) {
+TEST_F(AgentProcessTest, RepeatedRestartsLaunchOneAgent) {
   world_.addAgent();
   agent_->start();
   agent_->restart();
@@ -231,7 +231,7 @@ TEST_F(AgentProcessTest, RestartsInARowLaunchOneAgent) {
   EXPECT_TRUE(agent_->isRunning());
 }
 
-TEST_F(AgentProcessTest, StoppingDropsARestartThatIsDue) {
+TEST_F(AgentProcessTest, StoppingCancelsAPendingRestart) {
   world_.addAgent();
   agent_->start();
   agent_->restart();
@@ -240,7 +240,7 @@ TEST_F(AgentProcessTest, StoppingDropsARestartThatIsDue) {
   EXPECT_EQ(launches(), 1U);
 }
 
-TEST_F(AgentProcessTest, DelayedWorkAndChildrenOutliveItHarmlessly) {
+TEST_F(AgentProcessTest, DelayedTasksAndChildrenMayOutliveIt) {
   world_.addAgent();
   agent_->start();
   const auto orphan = runtime_.launcher.newest();
@@ -253,9 +253,9 @@ TEST_F(AgentProcessTest, DelayedWorkAndChildrenOutliveItHarmlessly) {
   EXPECT_EQ(launches(), 1U);
 }
 
-// What the agent is told
+// The agent's environment
 
-TEST_F(AgentProcessTest, WithoutServersTheAgentIsToldOfNoneWhateverTheTrayInherited) {
+TEST_F(AgentProcessTest, WithoutServersInheritedServerVariablesAreRemoved) {
   world_.addAgent();
   const test::ScopedVariable servers("ZEPHYL_SERVERS", "[1]");
   const test::ScopedVariable url("ZEPHYL_SERVER_URL", "ws://x");
@@ -283,7 +283,7 @@ ServerEntry server(std::optional<std::string> address, std::optional<std::string
       .enabled = true};
 }
 
-TEST_F(AgentProcessTest, TheAgentIsToldOfTheEnabledServers) {
+TEST_F(AgentProcessTest, TheAgentGetsTheEnabledServers) {
   world_.addAgent();
   world_.addProgram("packages/tailnet-client/tailscaled");
   world_.addProgram("packages/tailnet-client/zephyl-tailnet");
@@ -300,7 +300,7 @@ TEST_F(AgentProcessTest, TheAgentIsToldOfTheEnabledServers) {
       R"({"url":"ws://b/agent","label":"Lab","agentId":"agent-1"}])");
 }
 
-TEST_F(AgentProcessTest, TheFirstServerAloneGivesTheAddressOfTheOldKind) {
+TEST_F(AgentProcessTest, TheLegacyAddressIsThatOfTheFirstServer) {
   world_.addAgent();
   const test::ScopedVariable url("ZEPHYL_SERVER_URL", "ws://x");
   Servers::replaceAll({server(std::nullopt, "abc"), server("http://b", "")});
@@ -311,7 +311,7 @@ TEST_F(AgentProcessTest, TheFirstServerAloneGivesTheAddressOfTheOldKind) {
             R"([{"url":"ws://b/agent","label":"Lab","agentId":"agent-1"}])");
 }
 
-TEST_F(AgentProcessTest, EveryAgentOfARunIsGivenThePortThatTheRunBeganWith) {
+TEST_F(AgentProcessTest, EveryAgentOfARunGetsThePortFromTheStart) {
   world_.addAgent();
   for (const char* setting : {"{}", R"({"trayPort": 9124})"}) {
     world_.directory().write("config/com.zephyl.tray/defaults.json", setting);
@@ -323,7 +323,7 @@ TEST_F(AgentProcessTest, EveryAgentOfARunIsGivenThePortThatTheRunBeganWith) {
   }
 }
 
-TEST_F(AgentProcessTest, TheAgentIsGivenThePortAlsoWhenNothingSetsIt) {
+TEST_F(AgentProcessTest, TheAgentGetsTheDefaultPort) {
   world_.addAgent();
   const test::ScopedVariable unset("AGENT_TRAY_PORT");
   agent_ = std::make_shared<AgentProcess>(runtime_.runtime());
@@ -331,7 +331,7 @@ TEST_F(AgentProcessTest, TheAgentIsGivenThePortAlsoWhenNothingSetsIt) {
   EXPECT_EQ(child().options().environment.at("AGENT_TRAY_PORT"), "8799");
 }
 
-TEST_F(AgentProcessTest, TheAgentIsGivenThePortAsANumberHoweverItIsWritten) {
+TEST_F(AgentProcessTest, TheAgentGetsThePortInCanonicalForm) {
   world_.addAgent();
   const test::ScopedVariable written("AGENT_TRAY_PORT", "+09125");
   agent_ = std::make_shared<AgentProcess>(runtime_.runtime());
@@ -356,7 +356,7 @@ class PackagedAgentTest : public AgentProcessTest {
   test::ScopedVariable cache_{"ZEPHYL_MODEL_CACHE_DIR", "/x"};
 };
 
-TEST_F(PackagedAgentTest, ComesBeforeADevelopersBuildAndRunsWhereItLies) {
+TEST_F(PackagedAgentTest, IsPreferredToADevelopersBuildAndRunsInItsDirectory) {
   agent_->start();
   const auto command = child().options().arguments.at(1);
   EXPECT_TRUE(command.starts_with("cd '" + runtimeDirectory_ + "' && ")) << command;
@@ -364,7 +364,7 @@ TEST_F(PackagedAgentTest, ComesBeforeADevelopersBuildAndRunsWhereItLies) {
   EXPECT_EQ(child().options().environment.at("ZEPHYL_STANDALONE"), "1");
 }
 
-TEST_F(PackagedAgentTest, IsToldOfTheModelCacheOnlyWhenItHasOne) {
+TEST_F(PackagedAgentTest, GetsTheModelCacheOnlyIfItExists) {
   agent_->start();
   EXPECT_FALSE(child().options().environment.contains("ZEPHYL_MODEL_CACHE_DIR"));
   child().exit({});

@@ -22,7 +22,7 @@ TEST(AgentRecords, AStatusNeedsOnlyItsState) {
   EXPECT_EQ(*status, (AgentStatus{.state = AgentState::enrolled}));
 }
 
-TEST(AgentRecords, AStateThatIsNotOneOfTheFourFails) {
+TEST(AgentRecords, AnUnknownStateFails) {
   for (const auto* state : {"connecting", "connected", "enrolled", "disconnected"}) {
     const auto text = std::string(R"({"state":")") + state + "\"}";
     EXPECT_EQ(failureOf<AgentStatus>(text), "decoded");
@@ -75,7 +75,8 @@ TEST(AgentRecords, IndexProgressNeedsItsFileCountButNotItsSize) {
             "lexicalFiles: missing");
 }
 
-/// Of the keys of `whole` just these may be missing or null, and none may be of another type.
+/// Expects that exactly these keys of `whole` may be missing or null, and that no key may have
+/// another type.
 template <typename T>
 void expectOptional(const std::set<std::string>& optionalKeys, std::string_view whole) {
   const auto record = json::parse(whole)->as_object();
@@ -92,7 +93,7 @@ void expectOptional(const std::set<std::string>& optionalKeys, std::string_view 
   }
 }
 
-TEST(AgentRecords, EveryKeyIsRequiredAndOfItsTypeButForThoseThatAreOptional) {
+TEST(AgentRecords, RequireEveryKeyThatIsNotOptionalWithItsType) {
   expectOptional<AgentStatus>({"machineId", "connections"},
                               R"({"state":"connected","machineId":"m","connections":[]})");
   expectOptional<AgentConnection>(
@@ -119,7 +120,7 @@ TEST(AgentRecords, EveryKeyIsRequiredAndOfItsTypeButForThoseThatAreOptional) {
       {"grantedBy"}, R"({"path":"/p","root":"/a","kind":"k","grantedAt":1,"grantedBy":"u"})");
 }
 
-TEST(AgentRecords, APhaseThatIsNotOneOfTheFiveFails) {
+TEST(AgentRecords, AnUnknownPhaseFails) {
   for (const auto* phase : {"absent", "checking", "downloading", "ready", "failed"}) {
     const auto text = formatText(R"({{"phase":"{}","downloadedBytes":0,"totalBytes":0}})", phase);
     EXPECT_EQ(failureOf<ModelStatus>(text), "decoded");
@@ -138,7 +139,7 @@ TEST(AgentRecords, AnIntegerHas64BitsAndNoFraction) {
   }
 }
 
-TEST(AgentRecords, DecodeEveryFieldOfAWholeActivityAndIgnoreTheRest) {
+TEST(AgentRecords, DecodeAllFieldsOfAnActivityAndIgnoreUnknownOnes) {
   const auto activity = json::decodeText<Activity>(R"({
     "busy":true,"inFlight":1,"counters":{},"extra":1,
     "recent":[{"tool":"read","ok":true,"at":1.5,"path":"/p","extra":[]}],

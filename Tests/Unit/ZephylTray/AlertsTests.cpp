@@ -18,7 +18,7 @@ PendingApproval sampleRequest() {
           .createdAt = 1};
 }
 
-TEST(Alerts, AnApprovalIsDeniedUnlessTheUserSaysOtherwise) {
+TEST(Alerts, DenyIsTheDefaultOfAnApproval) {
   EXPECT_EQ(alerts::approval(sampleRequest(), /*requestedByUser=*/false),
             (Alert{.style = Alert::Style::critical,
                    .messageText = "Allow access outside the shared folder?",
@@ -43,7 +43,7 @@ TEST(Alerts, APermanentExceptionAsksForThePhrase) {
   EXPECT_TRUE(alert.requestedByUser);
 }
 
-TEST(Alerts, AnotherPhraseIsAWarning) {
+TEST(Alerts, AWrongPhraseIsAWarning) {
   EXPECT_EQ(alerts::phraseDidNotMatch(),
             (Alert{.style = Alert::Style::warning,
                    .messageText = "Confirmation phrase didn't match",
@@ -52,7 +52,7 @@ TEST(Alerts, AnotherPhraseIsAWarning) {
                    .requestedByUser = true}));
 }
 
-TEST(Alerts, AnErrorSaysWhatItIs) {
+TEST(Alerts, AnErrorContainsItsMessage) {
   EXPECT_EQ(alerts::error("too late"), (Alert{.style = Alert::Style::warning,
                                               .messageText = "Couldn't update shared folders",
                                               .informativeText = "too late",

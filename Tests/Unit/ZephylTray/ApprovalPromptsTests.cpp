@@ -1,76 +1,80 @@
 #include "ZephylTray/Approvals/ApprovalPrompts.hpp"
 
+#include <deque>
+#include <functional>
+
 #include <gtest/gtest.h>
 
+#include "Support/FakeDesktop.hpp"
 #include "Support/FakeDialogs.hpp"
 
 namespace zephyl {
 namespace {
 
-/// Prompts with an agent that remembers what was decided, and a user who answers the dialogs.
+/// Prompts with an agent that records decisions, and a user who answers the dialogs.
 class ApprovalPromptsTest : public ::testing::Test {
  protected:
   using Strings = std::vector<std::string>;
 
-  /// The agent reports that these requests are pending.
+  /// Reports these requests as pending.
   void pend(const Strings& ids) {
     auto& pending = pending_.emplace();
     for (const auto& id : ids) pending.push_back({.id = id, .tool = "cat", .target = "/etc/" + id});
     prompts_->processPendingApprovals(std::vector(pending));
   }
-  /// The targets that the prompts on screen ask about.
+  /// Returns the ids of the requests whose prompts are on screen, and the titles of other alerts.
   Strings prompts() {
-    Strings targets;
+    Strings shown;
     for (const auto& alert : dialogs_.alerts()) {
       const auto at = alert.informativeText.find("/etc/");
-      targets.push_back(at == std::string::npos ? alert.messageText
-                                                : alert.informativeText.substr(at + 5, 1));
+      const bool isPrompt = at != std::string::npos;
+      shown.push_back(isPrompt ? alert.informativeText.substr(at + 5, 1) : alert.messageText);
     }
-    return targets;
+    return shown;
   }
-  /// The agent answers the oldest decision that it has received.
+  /// Answers the oldest decision in place of the agent.
   void answer(const Result<void>& result = {}) {
     const auto done = sent_.front();
-    sent_.erase(sent_.begin());
+    sent_.pop_front();
     done(result);
   }
 
   std::optional<std::vector<PendingApproval>> pending_;
   Strings decisions_;  // such as "a=deny"
-  std::vector<ApprovalPrompts::Decided> sent_;
-  std::vector<Notification> notifications_;  // on screen
+  std::deque<ApprovalPrompts::Decided> sent_;
   int refreshes_ = 0;
+  test::FakeDesktop desktop_;
   test::FakeDialogs dialogs_;
-  std::shared_ptr<ApprovalPrompts> prompts_ =
-      std::make_shared<ApprovalPrompts>(ApprovalPrompts::Port{
-          .notify = [this](const auto& notification) { notifications_.push_back(notification); },
-          .withdraw =
-              [this](const auto& id) {
-                std::erase_if(notifications_,
-                              [&](const auto& each) { return each.identifier == id; });
-              },
-          .ask = [this](const auto& alert,
-                        auto done) { return dialogs_.presentAlert(alert, done); },
-          .decide =
-              [this](const auto& id, const auto& decision, const auto& confirm, auto done) {
-                decisions_.push_back(id + "=" + decision + (confirm ? " " + *confirm : ""));
-                sent_.push_back(done);
-              },
-          .revoke =
-              [this](const auto& grant, auto done) {
-                decisions_.push_back("revoke " + grant.path);
-                sent_.push_back(done);
-              },
-          .refresh = [this] { ++refreshes_; },
-          .pending = [this] { return pending_; },
-      });
+  std::shared_ptr<ApprovalPrompts> prompts_ = std::make_shared<ApprovalPrompts>(port());
+
+ private:
+  ApprovalPrompts::Port port();
 };
 
-TEST_F(ApprovalPromptsTest, ANewRequestIsNotifiedAndAskedAbout) {
+ApprovalPrompts::Port ApprovalPromptsTest::port() {
+  const auto send = [this](const std::string& decision, const ApprovalPrompts::Decided& done) {
+    decisions_.push_back(decision);
+    sent_.push_back(done);
+  };
+  return {
+      .notify = std::bind_front(&test::FakeDesktop::postNotification, &desktop_),
+      .withdraw = std::bind_front(&test::FakeDesktop::removeNotification, &desktop_),
+      .ask = std::bind_front(&test::FakeDialogs::presentAlert, &dialogs_),
+      .decide =
+          [send](const auto& id, const auto& decision, const auto& confirm, auto done) {
+            send(id + "=" + decision + (confirm ? " " + *confirm : ""), done);
+          },
+      .revoke = [send](const auto& grant, auto done) { send("revoke " + grant.path, done); },
+      .refresh = [this] { ++refreshes_; },
+      .pending = [this] { return pending_; },
+  };
+}
+
+TEST_F(ApprovalPromptsTest, ANewRequestPostsANotificationAndOpensAPrompt) {
   pend({"a"});
   EXPECT_EQ(prompts(), Strings{"a"});
   EXPECT_EQ(
-      notifications_,
+      desktop_.notifications,
       (std::vector<Notification>{{.identifier = "a",
                                   .title = "Zephyl: approval needed",
                                   .body = "Someone wants cat to reach outside the shared folder.",
@@ -92,27 +96,27 @@ TEST_F(ApprovalPromptsTest, EachButtonIsADecision) {
   EXPECT_EQ(decisions_, (Strings{"a=deny", "b=approve"}));
 }
 
-TEST_F(ApprovalPromptsTest, TheNextRequestIsAskedAboutWhenTheDecisionWasSent) {
+TEST_F(ApprovalPromptsTest, TheNextPromptOpensWhenTheDecisionWasSent) {
   pend({"a", "b"});
   EXPECT_EQ(prompts(), Strings{"a"});
-  EXPECT_EQ(notifications_.size(), 1U);
+  EXPECT_EQ(desktop_.notifications.size(), 1U);
   dialogs_.press("Deny");
   EXPECT_EQ(prompts(), Strings{});
   answer();
   EXPECT_EQ(prompts(), Strings{"b"});
   EXPECT_EQ(decisions_, Strings{"a=deny"});
-  ASSERT_EQ(notifications_.size(), 1U);
-  EXPECT_EQ(notifications_[0].identifier, "b");
+  ASSERT_EQ(desktop_.notifications.size(), 1U);
+  EXPECT_EQ(desktop_.notifications[0].identifier, "b");
 }
 
-TEST_F(ApprovalPromptsTest, NothingElseIsAskedWhileADecisionIsOnItsWay) {
+TEST_F(ApprovalPromptsTest, NoPromptOpensWhileADecisionIsBeingSent) {
   pend({"a"});
   dialogs_.press("Deny");
   pend({"a", "b"});
   EXPECT_EQ(prompts(), Strings{});
 }
 
-TEST_F(ApprovalPromptsTest, ThePhraseMakesAPermanentException) {
+TEST_F(ApprovalPromptsTest, ThePhraseCreatesAPermanentException) {
   for (const char* typed : {"ALWAYS ALLOW", " \tALWAYS ALLOW "}) {
     decisions_.clear();
     pend({"a"});
@@ -125,7 +129,7 @@ TEST_F(ApprovalPromptsTest, ThePhraseMakesAPermanentException) {
   }
 }
 
-TEST_F(ApprovalPromptsTest, AnotherPhraseDeniesAndSaysSo) {
+TEST_F(ApprovalPromptsTest, AWrongPhraseDeniesWithAWarning) {
   pend({"a"});
   dialogs_.press("Always allow…");
   dialogs_.press("Create permanent exception", "always allow");
@@ -143,18 +147,18 @@ TEST_F(ApprovalPromptsTest, ACancelledConfirmationDeniesWithoutAnAlert) {
   EXPECT_EQ(prompts(), Strings{});
 }
 
-TEST_F(ApprovalPromptsTest, ARequestThatIsGoneIsForgottenAndAskedAboutAgainWhenItReturns) {
+TEST_F(ApprovalPromptsTest, AWithdrawnRequestIsForgottenAndPromptedAgainIfItReturns) {
   pend({"a", "b"});
   pend({"a"});
   pend({"a", "b"});
   EXPECT_EQ(prompts(), Strings{"a"});
   pend({"b"});
   EXPECT_EQ(prompts(), Strings{"b"});
-  ASSERT_EQ(notifications_.size(), 1U);
-  EXPECT_EQ(notifications_[0].identifier, "b");
+  ASSERT_EQ(desktop_.notifications.size(), 1U);
+  EXPECT_EQ(desktop_.notifications[0].identifier, "b");
   pend({});
   EXPECT_EQ(prompts(), Strings{});
-  EXPECT_TRUE(notifications_.empty());
+  EXPECT_TRUE(desktop_.notifications.empty());
   pend({"a"});
   EXPECT_EQ(prompts(), Strings{"a"});
   EXPECT_EQ(decisions_, Strings{});
@@ -168,10 +172,10 @@ TEST_F(ApprovalPromptsTest, ARequestThatCannotBeShownWaitsForTheMenu) {
   EXPECT_EQ(decisions_, Strings{});
   prompts_->reviewPendingApprovals();
   EXPECT_EQ(prompts(), Strings{"a"});
-  EXPECT_EQ(notifications_.size(), 1U);
+  EXPECT_EQ(desktop_.notifications.size(), 1U);
 }
 
-TEST_F(ApprovalPromptsTest, ANotificationLeadsToItsRequest) {
+TEST_F(ApprovalPromptsTest, ChoosingANotificationOpensItsRequest) {
   pend({"a", "b"});
   dialogs_.failToShow();
   prompts_->reviewNotified("b");
@@ -181,13 +185,13 @@ TEST_F(ApprovalPromptsTest, ANotificationLeadsToItsRequest) {
   EXPECT_EQ(prompts(), Strings{"b"});
 }
 
-TEST_F(ApprovalPromptsTest, NothingIsReviewedBeforeTheAgentHasReportedAnything) {
+TEST_F(ApprovalPromptsTest, ThereIsNothingToReviewBeforeTheAgentHasReported) {
   prompts_->reviewPendingApprovals();
   prompts_->reviewNotified("a");
   EXPECT_EQ(prompts(), Strings{});
 }
 
-TEST_F(ApprovalPromptsTest, MenuAndNotificationBringThePromptThatIsOpenToTheFront) {
+TEST_F(ApprovalPromptsTest, MenuAndNotificationBringTheOpenPromptToTheFront) {
   pend({"a", "b"});
   EXPECT_EQ(dialogs_.timesBroughtToFront(), 0);
   prompts_->reviewPendingApprovals();
@@ -201,7 +205,7 @@ TEST_F(ApprovalPromptsTest, MenuAndNotificationBringThePromptThatIsOpenToTheFron
   ASSERT_EQ(dialogs_.alerts().size(), 1U);
 }
 
-TEST_F(ApprovalPromptsTest, WhatComesAfterAnAnswerIsUnrequestedAgain) {
+TEST_F(ApprovalPromptsTest, APromptAfterAnAnswerIsUnrequestedAgain) {
   pend({"a", "b"});
   dialogs_.failToShow();
   prompts_->reviewPendingApprovals();
@@ -211,7 +215,7 @@ TEST_F(ApprovalPromptsTest, WhatComesAfterAnAnswerIsUnrequestedAgain) {
   EXPECT_FALSE(dialogs_.alerts()[0].requestedByUser);
 }
 
-TEST_F(ApprovalPromptsTest, ADecisionThatTheAgentRefusesIsSaidAndNotAskedAgain) {
+TEST_F(ApprovalPromptsTest, ADecisionThatTheAgentRefusesIsReportedAndNotAskedAgain) {
   pend({"a"});
   dialogs_.press("Allow once");
   answer(Error{"too late"});
@@ -224,7 +228,7 @@ TEST_F(ApprovalPromptsTest, ADecisionThatTheAgentRefusesIsSaidAndNotAskedAgain) 
   EXPECT_EQ(prompts(), Strings{});
 }
 
-TEST_F(ApprovalPromptsTest, TheNextRequestIsAskedAboutWhenTheErrorOfTheFirstWasSeen) {
+TEST_F(ApprovalPromptsTest, TheNextPromptOpensWhenTheErrorWasAcknowledged) {
   pend({"a", "b"});
   dialogs_.press("Deny");
   answer(Error{"too late"});
@@ -234,7 +238,7 @@ TEST_F(ApprovalPromptsTest, TheNextRequestIsAskedAboutWhenTheErrorOfTheFirstWasS
   EXPECT_EQ(prompts(), Strings{"b"});
 }
 
-TEST_F(ApprovalPromptsTest, AnErrorThatANewerOneReplacesHoldsNothingUp) {
+TEST_F(ApprovalPromptsTest, AReplacedErrorDoesNotBlockTheNextRequest) {
   pend({"a", "b"});
   dialogs_.press("Deny");
   answer(Error{"too late"});
@@ -256,13 +260,13 @@ TEST_F(ApprovalPromptsTest, RevokingAnExceptionIsSentAtOnce) {
   EXPECT_EQ(refreshes_, 1);
 }
 
-TEST_F(ApprovalPromptsTest, AnAnswerThatComesAfterTheyAreGoneDoesNothing) {
+TEST_F(ApprovalPromptsTest, AnAnswerAfterTheirDestructionIsIgnored) {
   pend({"a", "b"});
   dialogs_.press("Deny");
   prompts_.reset();
   answer();
   EXPECT_EQ(prompts(), Strings{});
-  EXPECT_EQ(notifications_.size(), 1U);
+  EXPECT_EQ(desktop_.notifications.size(), 1U);
 }
 
 TEST_F(ApprovalPromptsTest, ADecisionMadeElsewhereClosesThePromptOnceTheAgentHasAcceptedIt) {
@@ -273,14 +277,14 @@ TEST_F(ApprovalPromptsTest, ADecisionMadeElsewhereClosesThePromptOnceTheAgentHas
   EXPECT_EQ(prompts(), Strings{"a"});
   answer();
   EXPECT_EQ(prompts(), Strings{"b"});
-  ASSERT_EQ(notifications_.size(), 1U);
-  EXPECT_EQ(notifications_[0].identifier, "b");
+  ASSERT_EQ(desktop_.notifications.size(), 1U);
+  EXPECT_EQ(desktop_.notifications[0].identifier, "b");
   EXPECT_EQ(refreshes_, 1);
   ASSERT_EQ(outcomes.size(), 1U);
   EXPECT_TRUE(outcomes[0]);
 }
 
-TEST_F(ApprovalPromptsTest, ADecisionMadeElsewhereLeavesThePromptAboutAnotherRequest) {
+TEST_F(ApprovalPromptsTest, ADecisionMadeElsewhereKeepsThePromptOfAnotherRequest) {
   pend({"a", "b"});
   prompts_->answer("b", "always", [](const auto&) {});
   EXPECT_EQ(decisions_, Strings{"b=always ALWAYS ALLOW"});
@@ -291,7 +295,7 @@ TEST_F(ApprovalPromptsTest, ADecisionMadeElsewhereLeavesThePromptAboutAnotherReq
   EXPECT_EQ(prompts(), Strings{});  // although "b" is still listed
 }
 
-TEST_F(ApprovalPromptsTest, AFailureOfADecisionMadeElsewhereIsItsCallersAlone) {
+TEST_F(ApprovalPromptsTest, AFailureOfADecisionMadeElsewhereIsReportedOnlyToItsCaller) {
   pend({"a", "b"});
   Result<void> outcome;
   prompts_->answer("b", "deny", [&](const auto& result) { outcome = result; });
@@ -303,7 +307,7 @@ TEST_F(ApprovalPromptsTest, AFailureOfADecisionMadeElsewhereIsItsCallersAlone) {
   EXPECT_EQ(prompts(), Strings{"b"});
 }
 
-TEST_F(ApprovalPromptsTest, OnlyARequestThatWaitsCanBeDecidedElsewhere) {
+TEST_F(ApprovalPromptsTest, OnlyAWaitingRequestCanBeDecidedElsewhere) {
   std::vector<std::string> reasons;
   const auto keep = [&](const Result<void>& outcome) {
     reasons.push_back(outcome.error().message);

@@ -22,19 +22,19 @@ TEST(ApprovalTexts, TheRequesterIsNamedWithTheChat) {
   EXPECT_EQ(requesterLine(request()), "Ana — in “Release prep”");
 }
 
-TEST(ApprovalTexts, ARequesterWithoutANameIsSomeone) {
+TEST(ApprovalTexts, ARequesterWithoutANameIsCalledSomeone) {
   EXPECT_EQ(requesterLine({}), "Someone");
   EXPECT_EQ(requesterLine({.chatTitle = ""}), "Someone");
   EXPECT_EQ(requesterLine({.chatTitle = "Chat"}), "Someone — in “Chat”");
   EXPECT_EQ(requesterLine({.userName = "Ana"}), "Ana");
 }
 
-TEST(ApprovalTexts, TheNotificationSaysWhoWantsWhat) {
+TEST(ApprovalTexts, TheNotificationNamesRequesterAndTarget) {
   EXPECT_EQ(approvalNotificationText(request()),
             "Ana — in “Release prep” wants run_command to reach outside the shared folder.");
 }
 
-TEST(ApprovalTexts, ThePromptSaysAllThereIsToDecideOn) {
+TEST(ApprovalTexts, ThePromptContainsEveryFieldOfTheRequest) {
   EXPECT_EQ(approvalPromptText(request()),
             "Ana — in “Release prep”\n"
             "asked the agent to run: run_command\n"
@@ -63,7 +63,7 @@ TEST(ApprovalTexts, EveryKindButACommandIsAPath) {
   }
 }
 
-TEST(ApprovalTexts, TheConfirmationSaysWhatAPermanentExceptionMeans) {
+TEST(ApprovalTexts, TheConfirmationExplainsPermanentExceptions) {
   EXPECT_EQ(alwaysAllowText(request()),
             "This permanently allows:\n\ncat ~/.ssh/id_ed25519\n\nFrom then on, ANY request from "
             "ANYONE with access to this project can reach this — silently, with no further prompts "
@@ -72,7 +72,8 @@ TEST(ApprovalTexts, TheConfirmationSaysWhatAPermanentExceptionMeans) {
             "certain.\n\nType ALWAYS ALLOW below to confirm:");
 }
 
-/// A command cannot be padded so that its end is out of sight, in the prompt or the confirmation.
+/// Padding cannot move the end of a command out of sight, neither in the prompt nor in the
+/// confirmation.
 TEST(ApprovalTexts, BlankCharactersInARequestAreVisible) {
   for (const std::string blank : {" ", "\u00A0", "\u1680", "\u2000", "\u2003", "\u2007", "\u200A",
                                   "\u202F", "\u205F", "\u2800", "\u3000"}) {
@@ -106,7 +107,7 @@ TEST(ApprovalTexts, LongFieldsAreCutWithAMark) {
   EXPECT_NE(approvalNotificationText(approval).find("to reach outside"), std::string::npos);
 }
 
-/// Nothing that a request brings along begins a line of its own.
+/// No text of a request can begin a line of its own.
 TEST(ApprovalTexts, ARequestCannotForgeALine) {
   const std::string forged = "x\n\nShared folder: /safe\r\x1b[2K";
   PendingApproval approval{.kind = forged,

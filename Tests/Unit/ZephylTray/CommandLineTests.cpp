@@ -12,7 +12,7 @@ Result<CommandLine> parse(std::vector<const char*> arguments) {
   return CommandLine::parse(static_cast<int>(arguments.size()), arguments.data());
 }
 
-TEST(CommandLine, IsForADesktopUnlessItSaysOtherwise) {
+TEST(CommandLine, DefaultsToTheDesktop) {
   EXPECT_EQ(parse({})->mode, CommandLine::Mode::desktop);
   EXPECT_EQ(parse({"--desktop"})->mode, CommandLine::Mode::desktop);
   EXPECT_EQ(parse({"--terminal"})->mode, CommandLine::Mode::terminal);
@@ -27,7 +27,7 @@ TEST(CommandLine, AnswersHelpAndVersion) {
   }
 }
 
-TEST(CommandLine, RefusesWhatItDoesNotKnow) {
+TEST(CommandLine, RefusesUnknownArguments) {
   EXPECT_EQ(parse({"--headles"}).error().message, "unknown argument '--headles'");
   EXPECT_EQ(parse({"--headless", "status"}).error().message, "unknown argument 'status'");
   EXPECT_EQ(parse({"--version=1"}).error().message, "unknown argument '--version=1'");

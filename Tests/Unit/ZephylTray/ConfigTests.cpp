@@ -18,7 +18,7 @@ namespace {
 
 using test::ScopedVariable;
 
-/// A private home, working directory and installation; no setting is made anywhere.
+/// A private home, working directory and installation without any settings.
 class ConfigTest : public ::testing::Test {
  protected:
   ConfigTest() {
@@ -62,7 +62,7 @@ TEST_F(ConfigTest, HasBuiltInPorts) {
   EXPECT_EQ(Config::apiBaseURL(), "http://127.0.0.1:8799");
 }
 
-TEST_F(ConfigTest, TakesAPortFromTheEnvironmentOnlyWhenAllOfItIsAPositiveDecimal) {
+TEST_F(ConfigTest, ReadsAPortFromTheEnvironmentOnlyIfItIsAPositiveDecimal) {
   for (const auto* bad : {"0", "-5", "abc", "", "70000x", "+", "+-1", " 9000", "9000 ", "0x2328",
                           "9000.0", "9223372036854775808"}) {
     const ScopedVariable tray("AGENT_TRAY_PORT", bad), onboarding("ZEPHYL_ONBOARD_PORT", bad);
@@ -76,7 +76,7 @@ TEST_F(ConfigTest, TakesAPortFromTheEnvironmentOnlyWhenAllOfItIsAPositiveDecimal
   }
 }
 
-TEST_F(ConfigTest, DoesNotRefuseAPortThatIsTooLarge) {
+TEST_F(ConfigTest, AcceptsAPortThatIsTooLarge) {
   const ScopedVariable port("ZEPHYL_ONBOARD_PORT", "70000");
   EXPECT_EQ(Config::onboardingPort(), 70000);
 }
@@ -105,7 +105,7 @@ TEST_F(ConfigTest, SeesAChangedSettingAtTheNextRead) {
 
 // Texts and paths
 
-TEST_F(ConfigTest, TakesTheLaunchCommandFromTheDefaultsThenFromTheEnvironment) {
+TEST_F(ConfigTest, ReadsTheLaunchCommandFromTheDefaultsThenFromTheEnvironment) {
   EXPECT_EQ(Config::desktopLaunchCommand(), "pnpm --filter @zephyl/desktop dev");
   const ScopedVariable empty("ZEPHYL_DESKTOP_LAUNCH_CMD", "");
   EXPECT_EQ(Config::desktopLaunchCommand(), "pnpm --filter @zephyl/desktop dev");
@@ -135,7 +135,7 @@ TEST_F(ConfigTest, FindsTheLegacyTailnetStateOfAUserWithoutAHomeAmongTemporaryFi
   EXPECT_TRUE(*found);
 }
 
-TEST_F(ConfigTest, TakesTheRootFromTheDefaultsThenFromTheEnvironment) {
+TEST_F(ConfigTest, ReadsTheRootFromTheDefaultsThenFromTheEnvironment) {
   directory_.write("work/pnpm-workspace.yaml", "");
   const ScopedVariable root("ZEPHYL_REPO_ROOT", "/from/environment");
   EXPECT_EQ(Config::repoRoot(), "/from/environment");
@@ -151,7 +151,7 @@ TEST_F(ConfigTest, DetectsTheRootWhenTheEnvironmentIsEmpty) {
   EXPECT_EQ(Config::repoRoot(), directory_ / "prefix");
 }
 
-TEST_F(ConfigTest, TakesTheWorkingDirectoryWhenThereIsNoRoot) {
+TEST_F(ConfigTest, UsesTheWorkingDirectoryIfThereIsNoRoot) {
   EXPECT_EQ(Config::repoRoot(), directory_ / "work");
 }
 
@@ -162,7 +162,7 @@ TEST_F(ConfigTest, PrefersTheTreeOfTheExecutableToThatOfTheWorkingDirectory) {
   EXPECT_EQ(Config::repoRoot(), directory_ / "prefix/bin");
 }
 
-TEST_F(ConfigTest, LooksElevenLevelsUpForTheRootAndNoFurther) {
+TEST_F(ConfigTest, SearchesElevenLevelsForTheRoot) {
   directory_.write("pnpm-workspace.yaml", "");
   const std::string eleven = directory_ / "1/2/3/4/5/6/7/8/9/10/11";
   EXPECT_EQ(Config::detectRepoRoot(eleven, std::nullopt), directory_.path());
@@ -171,7 +171,7 @@ TEST_F(ConfigTest, LooksElevenLevelsUpForTheRootAndNoFurther) {
   EXPECT_EQ(Config::detectRepoRoot(eleven + "/12", eleven), directory_.path());
 }
 
-TEST_F(ConfigTest, TakesTheNearestRootWhateverKindOfFileMarksIt) {
+TEST_F(ConfigTest, UsesTheNearestRootWhateverKindOfFileMarksIt) {
   fs::create_directories(directory_ / "a/b/pnpm-workspace.yaml");
   directory_.write("a/pnpm-workspace.yaml", "");
   EXPECT_EQ(Config::detectRepoRoot(directory_ / "a/b/c", std::nullopt), directory_ / "a/b");
@@ -191,7 +191,7 @@ TEST_F(ConfigTest, HasAPackagedRuntimeOnlyWithAnExecutableAgent) {
   EXPECT_EQ(Config::bundledRuntimeDir(), std::nullopt);
 }
 
-TEST_F(ConfigTest, TakesAPlainFileForThePackagedDesktopAppToo) {
+TEST_F(ConfigTest, AcceptsAFileAsThePackagedDesktopApp) {
   EXPECT_EQ(Config::bundledDesktopApp(), std::nullopt);
   directory_.write("prefix/share/zephyl-tray/Zephyl Window.app", "");
   EXPECT_EQ(Config::bundledDesktopApp(), bundled("Zephyl Window.app"));
@@ -214,7 +214,7 @@ TEST_F(ConfigTest, PrefersThePackagedTailnetProgramsToThoseOfTheSourceTree) {
   EXPECT_EQ(Config::tailnetBinary("tailscaled"), developed);
 }
 
-TEST_F(ConfigTest, HasTheTailnetProgramsOnlyWhenBothAreThere) {
+TEST_F(ConfigTest, HasTheTailnetProgramsOnlyIfBothExist) {
   directory_.write("work/pnpm-workspace.yaml", "");
   EXPECT_FALSE(Config::tailnetProgramsInstalled());
   addProgram("work/packages/tailnet-client/tailscaled");
@@ -241,15 +241,15 @@ TEST_F(ConfigTest, PrefersReleaseBuildsToDebugBuildsUnlessTheyCannotRun) {
   EXPECT_EQ(Config::desktopDevBinary(), releaseDesktop);
 }
 
-TEST_F(ConfigTest, JoinsPathsWithOneSeparatorWhateverTheRootEndsWith) {
+TEST_F(ConfigTest, JoinsPathsWithOneSeparator) {
   const auto agent = addProgram("work/target/debug/zephyl-agent");
   const ScopedVariable root("ZEPHYL_REPO_ROOT", directory_ / "work//");
   EXPECT_EQ(Config::agentDevBinary(), agent);
 }
 
-// Where programs are taken from
+// The search path of programs
 
-TEST_F(ConfigTest, TakesNoProgramsFromAWorkingDirectoryWithoutAMarker) {
+TEST_F(ConfigTest, UsesNoProgramsFromAWorkingDirectoryWithoutAMarker) {
   addProgram("work/target/debug/zephyl-agent");
   addProgram("work/packages/desktop/src-tauri/target/debug/zephyl-desktop");
   addProgram("work/packages/tailnet-client/tailscaled");
@@ -262,7 +262,7 @@ TEST_F(ConfigTest, TakesNoProgramsFromAWorkingDirectoryWithoutAMarker) {
   EXPECT_NE(Config::agentDevBinary(), std::nullopt) << "configured";
 }
 
-TEST_F(ConfigTest, TakesProgramsFromADetectedRootOnlyIfNobodyElseCanWriteIt) {
+TEST_F(ConfigTest, UsesProgramsFromADetectedRootOnlyIfNobodyElseCanWriteIt) {
   const auto marker = directory_.write("work/pnpm-workspace.yaml", "");
   const auto agent = addProgram("work/target/debug/zephyl-agent");
   EXPECT_EQ(Config::agentDevBinary(), agent);
@@ -279,14 +279,14 @@ TEST_F(ConfigTest, TakesProgramsFromADetectedRootOnlyIfNobodyElseCanWriteIt) {
   EXPECT_EQ(Config::agentDevBinary(), agent);
 }
 
-TEST_F(ConfigTest, TakesProgramsFromAConfiguredRootEvenIfOthersCanWriteIt) {
+TEST_F(ConfigTest, UsesProgramsFromAConfiguredRootEvenIfOthersCanWriteIt) {
   const auto agent = addProgram("work/target/debug/zephyl-agent");
   fs::permissions(directory_ / "work", fs::perms::all);
   const ScopedVariable root("ZEPHYL_REPO_ROOT", directory_ / "work");
   EXPECT_EQ(Config::agentDevBinary(), agent);
 }
 
-TEST_F(ConfigTest, TakesNoProgramsFromADetectedRootOfAnotherUser) {
+TEST_F(ConfigTest, UsesNoProgramsFromADetectedRootOfAnotherUser) {
   if (::geteuid() != 0) GTEST_SKIP() << "needs root, to give files to another user";
   const auto marker = directory_.write("work/pnpm-workspace.yaml", "");
   const auto agent = addProgram("work/target/debug/zephyl-agent");

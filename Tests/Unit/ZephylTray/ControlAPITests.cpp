@@ -7,7 +7,7 @@
 namespace zephyl {
 namespace {
 
-/// An API that reports what the test says.
+/// An API whose state the test sets.
 class ControlAPITest : public ::testing::Test {
  protected:
   json::Object onlyServer() { return api_.servers().at(0); }
@@ -61,7 +61,7 @@ TEST_F(ControlAPITest, StatusBeforeAnyServer) {
             (json::Object{{"available", true}, {"enrolled", false}, {"running", false}}));
 }
 
-TEST_F(ControlAPITest, StatusOfATailnetThatIsUp) {
+TEST_F(ControlAPITest, StatusOfARunningTailnet) {
   programsInstalled_ = false;
   enrolled_ = true;
   tailnets_["a"] = {true, {.boundAddress = "100.64.0.7:80", .activeRelay = "relay-7"}};
@@ -87,7 +87,7 @@ TEST_F(ControlAPITest, AServerThatIsConnected) {
     "boundAddress":"100.64.0.7:80","webUrl":"http://100.64.0.7:80"})"));
 }
 
-TEST_F(ControlAPITest, WhatIsEmptyIsLeftOut) {
+TEST_F(ControlAPITest, EmptyFieldsAreOmitted) {
   entries_ = {{.id = "a", .serverName = ""}};
   tailnets_["a"] = {true,
                     {.boundAddress = "",
@@ -105,7 +105,7 @@ TEST_F(ControlAPITest, WhatIsEmptyIsLeftOut) {
   EXPECT_EQ(server.at("enrolled"), false);
 }
 
-TEST_F(ControlAPITest, ATailnetInTroubleSaysWhy) {
+TEST_F(ControlAPITest, ATailnetThatFailsHasAReason) {
   entries_ = {{.id = "a"}};
   tailnets_["a"] = {
       false,

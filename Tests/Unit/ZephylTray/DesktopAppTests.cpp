@@ -24,13 +24,13 @@ using namespace std::chrono_literals;
 constexpr auto identifier = "com.zephyl.desktop";
 constexpr auto packagedApp = "prefix/share/zephyl-tray/Zephyl Window.app";
 
-/// A launch with nothing to onboard and no server: token and port alone.
+/// A launch without onboarding and server, with only token and port.
 DesktopLaunch plainLaunch() {
   return {.control = ControlAccess{.token = "t0ken", .port = 8801}};
 }
 
-/// The tray runs from an installation that may hold a packaged app, beside a source tree that may
-/// hold a developer's build.
+/// The tray runs from an installation that may contain a packaged app, beside a source tree that
+/// may contain a developer's build.
 class DesktopAppTest : public ::testing::Test {
  protected:
   DesktopAppTest() {
@@ -65,12 +65,12 @@ class DesktopAppTest : public ::testing::Test {
 
 // The environment
 
-TEST(DesktopLaunch, IsTokenAndPortAloneWithoutAServerAndNothingToOnboard) {
+TEST(DesktopLaunch, ContainsOnlyTokenAndPortWithoutAServerAndOnboarding) {
   EXPECT_EQ(plainLaunch().environment(),
             (Environment{{"ZEPHYL_ONBOARD_TOKEN", "t0ken"}, {"ZEPHYL_ONBOARD_PORT", "8801"}}));
 }
 
-TEST(DesktopLaunch, NamesTheServerAndTheOnboardingEachWhenThereIsOne) {
+TEST(DesktopLaunch, ContainsServerAndOnboardingIfThereAre) {
   auto launch = plainLaunch();
   launch.serverURL = "http://100.64.0.7:80";
   EXPECT_EQ(launch.environment(), (Environment{{"ZEPHYL_ONBOARD_TOKEN", "t0ken"},
@@ -83,7 +83,7 @@ TEST(DesktopLaunch, NamesTheServerAndTheOnboardingEachWhenThereIsOne) {
                                                {"ZEPHYL_ONBOARD", "1"}}));
 }
 
-TEST(DesktopLaunch, NamesNoControlServerThatDoesNotListen) {
+TEST(DesktopLaunch, OmitsAControlServerThatDoesNotListen) {
   const Environment inherited = {{"ZEPHYL_ONBOARD_TOKEN", "of another tray"},
                                  {"ZEPHYL_ONBOARD_PORT", "8801"},
                                  {"ZEPHYL_URL", "http://old"},
@@ -128,7 +128,7 @@ TEST_F(DesktopAppTest, GivesEveryKindOfChildTheSameEnvironment) {
   EXPECT_EQ(options().environment, expected);
 }
 
-// What is launched
+// The launched program
 
 TEST_F(DesktopAppTest, RunsAPackagedFile) {
   const auto app = addPackagedApp();
@@ -137,7 +137,7 @@ TEST_F(DesktopAppTest, RunsAPackagedFile) {
   EXPECT_TRUE(options().arguments.empty());
   EXPECT_EQ(options().workingDirectory, "");
   EXPECT_EQ(options().lifetime, ProcessOptions::Lifetime::tied);
-  EXPECT_EQ(options().onOutput, nullptr) << "its output goes where the tray's own goes";
+  EXPECT_EQ(options().onOutput, nullptr) << "it inherits the tray's output";
 }
 
 TEST_F(DesktopAppTest, RunsTheProgramInAPackagedDirectory) {
@@ -147,7 +147,7 @@ TEST_F(DesktopAppTest, RunsTheProgramInAPackagedDirectory) {
   EXPECT_TRUE(options().arguments.empty());
 }
 
-TEST_F(DesktopAppTest, PrefersThePackagedAppToADevelopersBuildToTheCommand) {
+TEST_F(DesktopAppTest, PrefersThePackagedAppThenADevelopersBuildThenTheCommand) {
   app_->launch(plainLaunch());
   EXPECT_EQ(options().executable, loginShell());
   child().exit({});
@@ -184,7 +184,7 @@ TEST_F(DesktopAppTest, QuotesASingleQuoteForTheShell) {
                 "-lc", R"(cd '/tmp/it'\''s' && pnpm --filter @zephyl/desktop dev)"}));
 }
 
-// A copy that runs
+// A running copy
 
 TEST_F(DesktopAppTest, ActivatesTheFirstCopyThatRunsAndStartsNone) {
   addPackagedApp();
@@ -227,13 +227,13 @@ TEST_F(DesktopAppTest, AnExitThatArrivesLateDoesNotForgetTheNextChild) {
   child().exit({});
   app_->launch(plainLaunch());
   ASSERT_EQ(launches(), 2U);
-  runtime_.settle();  // only now the first exit gets to the main thread
+  runtime_.settle();  // only now the main thread handles the first exit
   app_->launch(plainLaunch());
   EXPECT_EQ(launches(), 2U);
   EXPECT_EQ(desktop_.activated, std::vector<RunningApplication>{own()});
 }
 
-TEST_F(DesktopAppTest, AnExitAfterItIsGoneIsHarmless) {
+TEST_F(DesktopAppTest, AnExitAfterItsDestructionIsIgnored) {
   app_->launch(plainLaunch());
   app_.reset();
   child().exit({});
@@ -243,7 +243,7 @@ TEST_F(DesktopAppTest, AnExitAfterItIsGoneIsHarmless) {
 
 // Failures
 
-TEST_F(DesktopAppTest, SaysWhyThePackagedAppCouldNotBeLaunchedAndTriesNothingElse) {
+TEST_F(DesktopAppTest, ReportsWhyThePackagedAppCouldNotBeLaunchedAndTriesNothingElse) {
   addPackagedApp();
   addDeveloperBuild();
   runtime_.launcher.failWith("AppRun: Permission denied");
@@ -255,7 +255,7 @@ TEST_F(DesktopAppTest, SaysWhyThePackagedAppCouldNotBeLaunchedAndTriesNothingEls
   EXPECT_EQ(launches(), 1U) << "the next launch is a new attempt";
 }
 
-TEST_F(DesktopAppTest, SaysWhyADevelopersLaunchFailed) {
+TEST_F(DesktopAppTest, ReportsWhyADevelopersLaunchFailed) {
   runtime_.launcher.failWith("/bin/zsh: No such file or directory");
   const auto line = "[tray] failed to launch desktop app: /bin/zsh: No such file or directory\n";
   EXPECT_EQ(test::logOf([&] { app_->launch(plainLaunch()); }), line);
@@ -275,7 +275,7 @@ TEST_F(DesktopAppTest, LogsNothingWhenALaunchSucceeds) {
 
 // Quitting
 
-TEST_F(DesktopAppTest, QuitsEveryCopyAndItsOwnChild) {
+TEST_F(DesktopAppTest, EndsEveryCopyAndItsOwnChild) {
   app_->launch(plainLaunch());
   desktop_.applications = {{identifier, 71}, {"org.example.editor", 70}, {identifier, 72}};
   app_->quit();
@@ -292,7 +292,7 @@ TEST_F(DesktopAppTest, AsksItsOwnChildOnceAlsoWhenTheDesktopKnowsIt) {
   EXPECT_EQ(child().terminateRequests(), 1);
 }
 
-TEST_F(DesktopAppTest, QuitsWithNothingRunning) {
+TEST_F(DesktopAppTest, EndsWithNothingRunning) {
   app_->quit();
   app_->awaitExit(runtime_.clock.now() + 3s);
   EXPECT_TRUE(desktop_.terminated.empty());
@@ -307,7 +307,7 @@ TEST_F(DesktopAppTest, StartsANewCopyAfterQuitting) {
   runtime_.launcher.children().front()->exit({});
   runtime_.settle();
   app_->launch(plainLaunch());
-  EXPECT_EQ(launches(), 2U) << "the exit was not that of the new copy";
+  EXPECT_EQ(launches(), 2U) << "the exit was of the old copy";
 }
 
 TEST_F(DesktopAppTest, KillsAChildThatDoesNotEndInTime) {
@@ -328,7 +328,7 @@ TEST_F(DesktopAppTest, WaitsOnlyForAChildThatWasAskedToEnd) {
   EXPECT_EQ(test::logOf([&] { app_->awaitExit(runtime_.clock.now()); }), "");
 }
 
-// Whether there is anything to launch
+// Whether an app is installed
 
 TEST_F(DesktopAppTest, IsInstalledAsAPackageABuildOrASourceTree) {
   EXPECT_TRUE(DesktopApp::isInstalled()) << "the source tree";
@@ -354,7 +354,7 @@ TEST_F(DesktopAppTest, WithoutASourceTreeItIsNotInstalledAndNoCommandRuns) {
 
 // Real children
 
-/// A base of its own, since a guardian starts before there are threads, and goes after them.
+/// A separate base, because a guardian must start before any thread and end after them.
 struct WithGuardian {
   Result<Guardian> guardian = Guardian::start();
 };
@@ -393,7 +393,7 @@ TEST_F(RealDesktopAppTest, EndsTheAppWithItsWholeGroup) {
   EXPECT_TRUE(test::eventually([&] { return test::hasEnded(shell) && test::hasEnded(sleeper); }));
 }
 
-TEST_F(RealDesktopAppTest, SaysWhyTheSystemDoesNotRunThePackagedApp) {
+TEST_F(RealDesktopAppTest, ReportsWhyTheSystemCannotRunThePackagedApp) {
   const auto launchLog = [&] { return test::logOf([&] { realApp_->launch(plainLaunch()); }); };
   const auto app = world_.directory().write(packagedApp, "not executable");
   EXPECT_EQ(launchLog(),

@@ -21,7 +21,7 @@ json::Object onlyServer(const Diagnostics& diagnostics) {
   return document(diagnostics).at("servers").as_array().at(0).as_object();
 }
 
-TEST(Diagnostics, AreWholeWhenNothingIsKnown) {
+TEST(Diagnostics, AreCompleteWhenNothingIsKnown) {
   EXPECT_EQ(document({}), json::parse(R"({
     "tray": {"version": "", "platform": "linux", "trayPort": 0, "repoRoot": "",
              "standalone": false},
@@ -35,7 +35,7 @@ TEST(Diagnostics, AreWholeWhenNothingIsKnown) {
                               ->as_object());
 }
 
-TEST(Diagnostics, TellOfTheTrayAndOfItsAgent) {
+TEST(Diagnostics, DescribeTheTrayAndItsAgent) {
   auto diagnostics = withOneServer();
   diagnostics.view.reachable = true;
   diagnostics.view.status = {.state = AgentState::enrolled, .machineId = "m-1"};
@@ -46,20 +46,20 @@ TEST(Diagnostics, TellOfTheTrayAndOfItsAgent) {
     "managed": true, "state": "enrolled", "machineId": "m-1"})"));
 }
 
-TEST(Diagnostics, AreTextWhateverTheEnvironmentHolds) {
+TEST(Diagnostics, AreValidUTF8WhateverTheEnvironmentContains) {
   Diagnostics diagnostics;
   diagnostics.tray = {.version = "1\xff", .repoRoot = "/\xc3("};
   EXPECT_EQ(document(diagnostics).at("tray").at("version"), "1\uFFFD");
   EXPECT_EQ(document(diagnostics).at("tray").at("repoRoot"), "/\uFFFD(");
 }
 
-TEST(Diagnostics, TellOfAServerWithoutATailnet) {
+TEST(Diagnostics, DescribeAServerWithoutATailnet) {
   EXPECT_EQ(onlyServer(withOneServer()), json::parse(R"({"id": "a", "name": "Office",
     "enabled": true, "usesTailnet": false, "tailnetRunning": false, "connection": null})")
                                              ->as_object());
 }
 
-TEST(Diagnostics, TellOfAServerWhatItsTailnetAndTheAgentSay) {
+TEST(Diagnostics, DescribeAServerWithItsTailnetAndTheAgentsView) {
   auto diagnostics = withOneServer();
   diagnostics.view.status = {
       .connections = {
@@ -93,7 +93,7 @@ TEST(Diagnostics, KeepTheNewestLinesOfALog) {
   EXPECT_EQ(log.back(), "41");
 }
 
-TEST(Diagnostics, TellWhatTheAgentDoes) {
+TEST(Diagnostics, DescribeTheActivityOfTheAgent) {
   Diagnostics diagnostics;
   diagnostics.view.activity = {
       .busy = true,

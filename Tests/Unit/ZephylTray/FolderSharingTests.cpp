@@ -8,7 +8,7 @@
 namespace zephyl {
 namespace {
 
-/// Folder sharing with an agent that remembers what it was asked, and two servers.
+/// Folder sharing with an agent that records its requests, and two servers.
 class FolderSharingTest : public ::testing::Test {
  protected:
   using Strings = std::vector<std::string>;
@@ -72,14 +72,14 @@ TEST_F(FolderSharingTest, AFolderIsChosenAndSharedWithOneServer) {
   EXPECT_EQ(refreshes_, 1);
 }
 
-TEST_F(FolderSharingTest, ACancelledChoiceIsASuccess) {
+TEST_F(FolderSharingTest, ACancelledChoiceSucceeds) {
   addRoot();
   desktop_.folderAnswer({.answer = std::nullopt});
   EXPECT_EQ(answers_, Strings{"ok"});
   EXPECT_TRUE(calls_.empty());
 }
 
-TEST_F(FolderSharingTest, WithoutAPickerOfTheDesktopOurOwnAsks) {
+TEST_F(FolderSharingTest, WithoutAPortalTheOwnFolderDialogIsUsed) {
   addRoot();
   desktop_.folderAnswer(FolderChoice::unanswered(Error{"no portal"}));
   ASSERT_EQ(dialogs_.folderRequests, desktop_.folderRequests);
@@ -87,7 +87,7 @@ TEST_F(FolderSharingTest, WithoutAPickerOfTheDesktopOurOwnAsks) {
   EXPECT_EQ(answers_, Strings{"no screen"});
 }
 
-TEST_F(FolderSharingTest, AnAnswerThatCannotBeUsedIsAnErrorAndNoReasonToAskAgain) {
+TEST_F(FolderSharingTest, AnUnusableAnswerIsAnErrorAndIsNotAskedAgain) {
   addRoot();
   desktop_.folderAnswer({.answer = Error{"not on this machine"}});
   EXPECT_EQ(answers_, Strings{"not on this machine"});
@@ -95,7 +95,7 @@ TEST_F(FolderSharingTest, AnAnswerThatCannotBeUsedIsAnErrorAndNoReasonToAskAgain
   EXPECT_TRUE(calls_.empty());
 }
 
-TEST_F(FolderSharingTest, EachOfSeveralQuestionsForAFolderIsAnswered) {
+TEST_F(FolderSharingTest, SeveralRequestsForAFolderAreAllAnswered) {
   for (const auto* id : {"a", "b"}) {
     addRoot(id);
     desktop_.folderAnswer(FolderChoice::unanswered(Error{"no portal"}));
@@ -108,20 +108,20 @@ TEST_F(FolderSharingTest, EachOfSeveralQuestionsForAFolderIsAnswered) {
   EXPECT_EQ(dialogs_.openFolderQuestions(), 0U);
 }
 
-TEST_F(FolderSharingTest, AnUnknownServerIsGivenNoFolder) {
+TEST_F(FolderSharingTest, AnUnknownServerGetsNoFolder) {
   addRoot("none");
   EXPECT_EQ(answers_, Strings{"That is not a Zephyl this machine knows about."});
   EXPECT_TRUE(desktop_.folderRequests.empty());
 }
 
-TEST_F(FolderSharingTest, AFolderThatNobodySharesAnyMoreIsRemoved) {
+TEST_F(FolderSharingTest, AFolderWithoutServersIsRemoved) {
   setShared("/a", false);
   EXPECT_EQ(calls_, Strings{"remove /a"});
   EXPECT_EQ(answers_, Strings{"ok"});
   EXPECT_EQ(refreshes_, 1);
 }
 
-TEST_F(FolderSharingTest, AFolderThatAllShareIsKeptForTheOthers) {
+TEST_F(FolderSharingTest, AFolderSharedWithAllServersStaysSharedWithTheOthers) {
   setShared("/all", false);
   EXPECT_EQ(calls_, Strings{"set /all b"});
 }
@@ -132,7 +132,7 @@ TEST_F(FolderSharingTest, AFolderThatIsNotSharedHasNoScope) {
   EXPECT_TRUE(calls_.empty());
 }
 
-TEST_F(FolderSharingTest, WhatTheAgentRefusesIsReported) {
+TEST_F(FolderSharingTest, ARefusalOfTheAgentIsReported) {
   agentAnswer_ = Error{"disk full"};
   setShared("/all", false);
   EXPECT_EQ(answers_, Strings{"disk full"});

@@ -5,7 +5,7 @@
 namespace zephyl {
 namespace {
 
-TEST(HTTPRequest, TakesMethodPathHeadersAndBody) {
+TEST(HTTPRequest, ParsesMethodPathHeadersAndBody) {
   const auto request = HTTPRequest::parse(
       "POST /invite HTTP/1.1\r\nHost: 127.0.0.1\r\nContent-Length: 4\r\n\r\nbody");
   ASSERT_TRUE(request);
@@ -16,7 +16,7 @@ TEST(HTTPRequest, TakesMethodPathHeadersAndBody) {
   EXPECT_EQ(request->body, "body");
 }
 
-TEST(HTTPRequest, IsNotThereBeforeTheBlankLine) {
+TEST(HTTPRequest, IsIncompleteBeforeTheBlankLine) {
   const std::string whole = "GET /status HTTP/1.1\r\nA: b\r\n\r\n";
   for (std::size_t size = 0; size < whole.size(); ++size) {
     EXPECT_FALSE(HTTPRequest::parse(whole.substr(0, size))) << size;
@@ -24,14 +24,14 @@ TEST(HTTPRequest, IsNotThereBeforeTheBlankLine) {
   EXPECT_TRUE(HTTPRequest::parse(whole));
 }
 
-TEST(HTTPRequest, IsNotThereBeforeTheWholeBody) {
+TEST(HTTPRequest, IsIncompleteBeforeTheEndOfTheBody) {
   const std::string head = "POST / HTTP/1.1\r\nContent-Length: 3\r\n\r\n";
   EXPECT_FALSE(HTTPRequest::parse(head));
   EXPECT_FALSE(HTTPRequest::parse(head + "ab"));
   EXPECT_EQ(HTTPRequest::parse(head + "abc")->body, "abc");
 }
 
-TEST(HTTPRequest, CutsWhatFollowsTheBody) {
+TEST(HTTPRequest, DropsBytesAfterTheBody) {
   EXPECT_EQ(HTTPRequest::parse("A /b\r\nContent-Length: 2\r\n\r\nabcd")->body, "ab");
   EXPECT_EQ(HTTPRequest::parse("A /b\r\n\r\nGET /status HTTP/1.1\r\n\r\n")->body, "");
 }
@@ -43,19 +43,19 @@ TEST(HTTPRequest, NeedsAMethodAndATarget) {
   EXPECT_EQ(HTTPRequest::parse("  get   /status\r\n\r\n")->path, "/status");
 }
 
-TEST(HTTPRequest, PutsTheMethodInUpperCaseAndDropsTheQuery) {
+TEST(HTTPRequest, ConvertsTheMethodToUpperCaseAndDropsTheQuery) {
   const auto request = HTTPRequest::parse("get /status?a=b?c HTTP/1.1\r\n\r\n");
   EXPECT_EQ(request->method, "GET");
   EXPECT_EQ(request->path, "/status");
 }
 
-TEST(HTTPRequest, IsNeverThereWithAHeadThatIsNotUTF8) {
+TEST(HTTPRequest, IsInvalidIfTheHeadIsNotUTF8) {
   EXPECT_FALSE(HTTPRequest::parse("GET /\xff HTTP/1.1\r\n\r\n"));
   EXPECT_FALSE(HTTPRequest::parse("GET / HTTP/1.1\r\nA: \xc3(\r\n\r\n"));
   EXPECT_TRUE(HTTPRequest::parse("GET /\xc3\xa9 HTTP/1.1\r\n\r\n\xff"));
 }
 
-TEST(HTTPRequest, TrimsHeadersAndTakesTheLastOfARepeatedOne) {
+TEST(HTTPRequest, TrimsHeadersAndUsesTheLastOfARepeatedOne) {
   const auto request =
       HTTPRequest::parse("GET / HTTP/1.1\r\n \tX-A\t : \t one:two \t\r\nnonsense\r\nx-a:3\r\n\r\n");
   EXPECT_EQ(request->headers, (std::map<std::string, std::string>{{"x-a", "3"}}));
@@ -84,7 +84,7 @@ INSTANTIATE_TEST_SUITE_P(AllForms, HTTPRequestLength,
                                            LengthCase{"003", 3},
                                            LengthCase{"99999999999999999999", 0}));
 
-TEST(HTTPRequest, IsNotThereWhileItsLengthIsMoreThanEverComes) {
+TEST(HTTPRequest, IsIncompleteWhileBytesOfTheBodyAreMissing) {
   EXPECT_FALSE(HTTPRequest::parse("A /b\r\nContent-Length: 9223372036854775807\r\n\r\nabc"));
 }
 

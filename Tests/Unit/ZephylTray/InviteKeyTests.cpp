@@ -23,7 +23,7 @@ TEST(InviteKey, ReadsACurrentKeyAndCompletesItsSecret) {
   EXPECT_EQ(*key, (InviteKey::Parsed{sampleFingerprint, "hskey-auth-abc"}));
 }
 
-TEST(InviteKey, ReadsAnOlderKeyAndTakesItsSecretAsItIs) {
+TEST(InviteKey, ReadsAnOlderKeyAndKeepsItsSecretUnchanged) {
   const auto key = InviteKey::parse("inv1_" + sampleFingerprint + "_abc");
   ASSERT_TRUE(key);
   EXPECT_EQ(*key, (InviteKey::Parsed{sampleFingerprint, "abc"}));
@@ -37,13 +37,13 @@ TEST(InviteKey, IgnoresWhitespaceAndNewlinesAroundTheKey) {
   }
 }
 
-TEST(InviteKey, TurnsTheFingerprintIntoLowerCase) {
+TEST(InviteKey, ConvertsTheFingerprintToLowerCase) {
   const auto key = InviteKey::parse(currentKey("0123456789ABCDEF0123456789abcdef"));
   ASSERT_TRUE(key);
   EXPECT_EQ(key->fingerprint, sampleFingerprint);
 }
 
-TEST(InviteKey, KeepsTheKeySectionWhole) {
+TEST(InviteKey, KeepsTheCompleteKeySection) {
   EXPECT_EQ(InviteKey::parse(currentKey(sampleFingerprint, "a_B__c_"))->preauthKey,
             "hskey-auth-a_B__c_");
   EXPECT_EQ(InviteKey::parse("inv1_" + sampleFingerprint + "__x")->preauthKey, "_x");
@@ -59,7 +59,7 @@ TEST(InviteKey, RefusesAnotherFingerprint) {
   }
 }
 
-TEST(InviteKey, MissesTheKeySectionOnlyAfterTheFingerprintWasFoundGood) {
+TEST(InviteKey, ChecksTheFingerprintBeforeTheKeySection) {
   EXPECT_EQ(failureOf("inv_v2_" + sampleFingerprint + "_"), Kind::badPreauthKey);
   EXPECT_EQ(failureOf("inv1_" + sampleFingerprint + "_"), Kind::badPreauthKey);
   EXPECT_EQ(failureOf("inv_v2_xyz_"), Kind::badFingerprint);
@@ -73,7 +73,7 @@ TEST(InviteKey, IsMalformedWithoutItsParts) {
   }
 }
 
-TEST(InviteKey, TakesWhatItDoesNotKnowForANewerVersion) {
+TEST(InviteKey, TreatsAnUnknownPrefixAsANewerVersion) {
   const auto version = [](const std::string& text) {
     const auto error = InviteKey::parse(text).error();
     EXPECT_EQ(error.kind, Kind::unsupportedVersion) << text;
@@ -85,7 +85,7 @@ TEST(InviteKey, TakesWhatItDoesNotKnowForANewerVersion) {
   EXPECT_EQ(version("INV1_" + sampleFingerprint + "_abc"), "INV1");
 }
 
-TEST(InviteKey, TellsTheUserWhatIsWrong) {
+TEST(InviteKey, ReportsErrorsInWordsForTheUser) {
   const auto told = [](const std::string& text) {
     return InviteKey::parse(text).error().errorDescription();
   };

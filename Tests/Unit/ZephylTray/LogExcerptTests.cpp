@@ -12,11 +12,11 @@ std::vector<std::string> numbered(int first, int last) {
   return lines;
 }
 
-TEST(LogExcerpt, SaysWhenThereIsNothing) {
+TEST(LogExcerpt, ContainsANoteIfTheLogIsEmpty) {
   EXPECT_EQ(logExcerpt({}), "(no output yet)");
 }
 
-TEST(LogExcerpt, ShowsAShortLogWhole) {
+TEST(LogExcerpt, ShowsAShortLogCompletely) {
   EXPECT_EQ(logExcerpt({"one"}), "one");
   EXPECT_EQ(logExcerpt({"", "two", ""}), "\ntwo\n");
   EXPECT_EQ(logExcerpt(numbered(1, 18)),

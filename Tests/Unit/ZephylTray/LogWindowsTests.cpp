@@ -7,7 +7,7 @@
 namespace zephyl {
 namespace {
 
-/// Log windows whose files and editors exist only in the test.
+/// Log windows with fake files and editors.
 class LogWindowsTest : public ::testing::Test {
  protected:
   test::FakeDialogs dialogs_;
@@ -26,7 +26,7 @@ class LogWindowsTest : public ::testing::Test {
   });
 };
 
-TEST_F(LogWindowsTest, ShowsAnExcerptAndCopiesTheWhole) {
+TEST_F(LogWindowsTest, ShowsAnExcerptAndCopiesTheWholeLog) {
   windows_->presentLogWindow({.title = "Logs", .message = "It failed.", .requestedByUser = true},
                              std::vector<std::string>(50, "line"));
   ASSERT_EQ(dialogs_.logWindows().size(), 1U);
@@ -64,7 +64,7 @@ TEST_F(LogWindowsTest, OpensTheLogInTheEditorThatTheUserHasChosen) {
                                                                   {"/tmp/log", Editor::textEdit}}));
 }
 
-TEST_F(LogWindowsTest, OpensNothingWhenTheLogCannotBeWritten) {
+TEST_F(LogWindowsTest, OpensNoEditorIfTheLogCannotBeWritten) {
   path_ = std::nullopt;
   windows_->presentLogWindow({}, {"a"});
   dialogs_.tellLogWindow(LogWindowEvent::openInCursor);

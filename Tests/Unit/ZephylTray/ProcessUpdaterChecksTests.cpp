@@ -14,7 +14,7 @@ using namespace std::chrono_literals;
 using test::ProcessUpdaterTest;
 using test::Told;
 
-/// An update that was found by hand, downloaded, and waits for the agent.
+/// An update that was found by a manual check, downloaded, and waits for the agent.
 class WaitingUpdateTest : public ProcessUpdaterTest {
  protected:
   void wait() {
@@ -26,7 +26,7 @@ class WaitingUpdateTest : public ProcessUpdaterTest {
     delegate_->take();
     ASSERT_EQ(runs(), 2U);
   }
-  /// Until the next scheduled check begins.
+  /// Waits until the next scheduled check begins.
   void waitForCheck() {
     const auto before = runs();
     runtime_.advance(25h);
@@ -46,7 +46,7 @@ class WaitingUpdateTest : public ProcessUpdaterTest {
 TEST_F(WaitingUpdateTest, IsCheckedForOnceADayAndInstalledAfterwards) {
   wait();
   waitForCheck();
-  EXPECT_TRUE(command<CheckCommand>().userInitiated) << "as it was found";
+  EXPECT_TRUE(command<CheckCommand>().userInitiated) << "the original mode";
   find();
   EXPECT_EQ(runs(), 3U) << "it is the same";
   EXPECT_TRUE(delegate_->take().empty());
@@ -92,13 +92,13 @@ TEST_F(WaitingUpdateTest, IsInstalledAfterTheCheckDuringWhichItIsAllowed) {
   EXPECT_EQ(command<InstallCommand>().version, "200");
 }
 
-TEST_F(WaitingUpdateTest, OutlastsChecksThatFail) {
+TEST_F(WaitingUpdateTest, SurvivesFailedChecks) {
   wait();
   waitForCheck();
   report(UpdateFailed{"The server cannot be reached."});
   EXPECT_TRUE(dialogs_.alerts().empty());
   runtime_.advance(2h);
-  EXPECT_EQ(runs(), 4U) << "the next check comes sooner";
+  EXPECT_EQ(runs(), 4U) << "the next check runs sooner";
   report(UpdateFailed{"The server cannot be reached."});
   delegate_->proceed();
   EXPECT_EQ(command<InstallCommand>().version, "200");
@@ -126,10 +126,10 @@ TEST_F(ProcessUpdaterTest, RemembersTheDateOfTheNewestFeed) {
   world_.directory().write("zephyl/share/zephyl-tray/Info.json",
                            R"({"SUFeedURL": "https://b.example/feed"})");
   controller_->checkForUpdates();
-  EXPECT_EQ(command<CheckCommand>().newestFeedDate, std::nullopt) << "of another feed";
+  EXPECT_EQ(command<CheckCommand>().newestFeedDate, std::nullopt) << "the date of another feed";
 }
 
-TEST_F(ProcessUpdaterTest, NotesTheDateOfTheFeedWithAVersionThatFailed) {
+TEST_F(ProcessUpdaterTest, RecordsTheDateOfTheFeedWithAFailedVersion) {
   makeStateDirectory();
   settings().rememberFeedDate("https://a.example/feed",
                               std::chrono::sys_seconds(std::chrono::seconds(500)));
@@ -145,7 +145,7 @@ TEST_F(ProcessUpdaterTest, NotesTheDateOfTheFeedWithAVersionThatFailed) {
 
 // Checks that fail for weeks
 
-TEST_F(ProcessUpdaterTest, TellsOnceWhenNoCheckHasSucceededForFourWeeks) {
+TEST_F(ProcessUpdaterTest, ReportsOnceThatNoCheckHasSucceededForFourWeeks) {
   settings().setLastCheck(now());
   start();
   const auto failChecksFor = [&](std::chrono::hours time) {
@@ -169,10 +169,11 @@ TEST_F(ProcessUpdaterTest, TellsOnceWhenNoCheckHasSucceededForFourWeeks) {
   findNothing();
   press("OK");
   failChecksFor(30 * 24h);
-  EXPECT_EQ(shown(), "Zephyl could not check for updates for four weeks") << "of the next time";
+  EXPECT_EQ(shown(), "Zephyl could not check for updates for four weeks")
+      << "the time of the next check";
 }
 
-TEST_F(ProcessUpdaterTest, CountsTheFourWeeksFromTheFirstStartWhenNoCheckEverSucceeded) {
+TEST_F(ProcessUpdaterTest, CountsFourWeeksFromTheFirstStartIfNoCheckSucceeded) {
   start();
   runtime_.advance(1min);
   report(UpdateFailed{"The server cannot be reached."});
@@ -180,7 +181,7 @@ TEST_F(ProcessUpdaterTest, CountsTheFourWeeksFromTheFirstStartWhenNoCheckEverSuc
   controller_.reset();
   runtime_.advance(29 * 24h);
   start();
-  EXPECT_TRUE(dialogs_.alerts().empty()) << "it may just have been switched off";
+  EXPECT_TRUE(dialogs_.alerts().empty()) << "the machine may have been off";
   runtime_.advance(1min);
   report(UpdateFailed{"The feed is stale."});
   EXPECT_EQ(shown(), "Zephyl could not check for updates for four weeks");
@@ -204,9 +205,9 @@ TEST_F(ProcessUpdaterTest, ChecksWhenItIsDueAfterASuspend) {
   EXPECT_EQ(runs(), 1U);
 }
 
-// What lies beside the installation
+// The state directory
 
-TEST_F(ProcessUpdaterTest, BelievesNothingInADirectoryThatOthersMayEnter) {
+TEST_F(ProcessUpdaterTest, IgnoresADirectoryThatOthersMayEnter) {
   makeStateDirectory();
   ASSERT_TRUE(createDirectories(files_.staged));
   ASSERT_TRUE(writeMarker(files_.failed, {.version = "200", .displayVersion = "2.0, call …"}));
@@ -235,7 +236,7 @@ TEST_F(ProcessUpdaterTest, HasThePreviousVersionWatchTheRestart) {
   EXPECT_EQ(runtime_.launcher.newest()->options().executable, previous);
 }
 
-TEST_F(ProcessUpdaterTest, DoesNotConfirmAVersionThatItIsNot) {
+TEST_F(ProcessUpdaterTest, DoesNotConfirmAnotherVersion) {
   makeStateDirectory();
   ASSERT_TRUE(writeMarker(files_.trial, {.version = "2.0", .displayVersion = "2.0"}));
   const auto log = test::logOf([&] {

@@ -81,13 +81,13 @@ class ProcessUpdaterTest : public ::testing::Test {
          .settings = settings()})(delegate_);
     ASSERT_NE(controller_, nullptr);
   }
-  /// The user asks; nothing is due by itself.
+  /// Starts a check that the user requested. No scheduled check is due.
   void startAndCheck() {
     settings().setLastCheck(now());
     start();
     controller_->checkForUpdates();
   }
-  /// The command that the newest run of the program was given.
+  /// Returns the command of the newest run of the program.
   template <typename Command>
   [[nodiscard]] Command command() const {
     return std::get<Command>(anyCommand());
@@ -113,7 +113,7 @@ class ProcessUpdaterTest : public ::testing::Test {
   void findNothing(std::int64_t feedDate = 500) {
     report(UpToDate{.version = "1.0", .feedDate = feedDate});
   }
-  /// The state directory, as the updater creates it.
+  /// Creates the state directory like the updater.
   void makeStateDirectory() const { ASSERT_TRUE(createDirectories(files_.directory, 0700)); }
   [[nodiscard]] std::chrono::sys_seconds now() const {
     return std::chrono::floor<std::chrono::seconds>(runtime_.clock.calendarNow());

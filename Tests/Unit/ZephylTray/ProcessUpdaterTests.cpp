@@ -14,7 +14,7 @@ using namespace std::chrono_literals;
 using test::ProcessUpdaterTest;
 using test::Told;
 
-TEST_F(ProcessUpdaterTest, ShowsAUserWhoAsksWhatThereIsAndInstallsIt) {
+TEST_F(ProcessUpdaterTest, ShowsAndInstallsAnUpdateThatTheUserAskedFor) {
   startAndCheck();
   EXPECT_FALSE(controller_->canCheckForUpdates());
   ASSERT_TRUE(isCommand<CheckCommand>());
@@ -44,7 +44,7 @@ TEST_F(ProcessUpdaterTest, ShowsAUserWhoAsksWhatThereIsAndInstallsIt) {
   EXPECT_EQ(command<WatchCommand>().arguments, std::vector<std::string>{"--headless"});
 }
 
-TEST_F(ProcessUpdaterTest, WaitsWithTheInstallationUntilItIsAllowed) {
+TEST_F(ProcessUpdaterTest, DelaysTheInstallationUntilItIsAllowed) {
   delegate_->busy = true;
   startAndCheck();
   find();
@@ -58,7 +58,7 @@ TEST_F(ProcessUpdaterTest, WaitsWithTheInstallationUntilItIsAllowed) {
   EXPECT_TRUE(isCommand<InstallCommand>());
 }
 
-TEST_F(ProcessUpdaterTest, OutlivesTheTrayAndIsCancelledByTheEndOfItsInput) {
+TEST_F(ProcessUpdaterTest, MayOutliveTheTrayAndIsCancelledByTheEndOfItsInput) {
   startAndCheck();
   const auto check = runtime_.launcher.newest();
   EXPECT_EQ(check->options().lifetime, ProcessOptions::Lifetime::independent);
@@ -78,7 +78,7 @@ TEST_F(ProcessUpdaterTest, CancelsTheDownload) {
   EXPECT_EQ(runs(), 2U);
 }
 
-TEST_F(ProcessUpdaterTest, ShowsHowFarADownloadIsAFewTimesASecond) {
+TEST_F(ProcessUpdaterTest, ShowsTheProgressOfADownloadAFewTimesASecond) {
   startAndCheck();
   find();
   press("Install Update");
@@ -94,16 +94,16 @@ TEST_F(ProcessUpdaterTest, ShowsHowFarADownloadIsAFewTimesASecond) {
   receive(6'200'000);
   EXPECT_EQ(words(), "3.1 of 12.4 MB");
   runtime_.advance(1ms);
-  EXPECT_EQ(words(), "6.2 of 12.4 MB") << "what came last is drawn, also when nothing follows";
+  EXPECT_EQ(words(), "6.2 of 12.4 MB") << "the last change is drawn even if nothing follows";
   runtime_.advance(10s);
   receive(9'300'000);
   EXPECT_EQ(words(), "9.3 of 12.4 MB");
   receive(12'400'000);
-  EXPECT_EQ(words(), "Verifying…") << "the last is never left out";
+  EXPECT_EQ(words(), "Verifying…") << "the last value is always reported";
   EXPECT_EQ(dialogs_.alerts().back().progress->fraction, std::nullopt);
 }
 
-TEST_F(ProcessUpdaterTest, DownloadsOnWhenNothingCanBeShownAndLogsTheBeginningAndTheEndAlone) {
+TEST_F(ProcessUpdaterTest, LogsOnlyBeginningAndEndOfADownloadIfNoWindowCanBeShown) {
   startAndCheck();
   find();
   const auto logged = test::logOf([&] {
@@ -121,7 +121,7 @@ TEST_F(ProcessUpdaterTest, DownloadsOnWhenNothingCanBeShownAndLogsTheBeginningAn
             "[tray] installing version 2.0\n");
 }
 
-TEST_F(ProcessUpdaterTest, TakesUpSoonWhatLayReadyAtTheLastEnd) {
+TEST_F(ProcessUpdaterTest, ContinuesWithAStagedUpdateSoonAfterTheStart) {
   makeStateDirectory();
   ASSERT_TRUE(createDirectories(files_.staged));
   settings().setLastCheck(now());
@@ -131,10 +131,10 @@ TEST_F(ProcessUpdaterTest, TakesUpSoonWhatLayReadyAtTheLastEnd) {
   EXPECT_FALSE(command<CheckCommand>().userInitiated);
   findNothing();
   runtime_.advance(23h);
-  EXPECT_EQ(runs(), 1U) << "then once a day again";
+  EXPECT_EQ(runs(), 1U) << "later checks run once a day";
 }
 
-TEST_F(ProcessUpdaterTest, LeavesAnUpdateForLaterOrSkipsIt) {
+TEST_F(ProcessUpdaterTest, PostponesOrSkipsAnUpdate) {
   startAndCheck();
   find();
   delegate_->take();
@@ -153,7 +153,7 @@ TEST_F(ProcessUpdaterTest, LeavesAnUpdateForLaterOrSkipsIt) {
   EXPECT_TRUE(command<CheckCommand>().skip.empty()) << "a check that the user asked for shows it";
 }
 
-TEST_F(ProcessUpdaterTest, TellsAUserThatNothingWasFoundOrWentWrong) {
+TEST_F(ProcessUpdaterTest, ReportsNoUpdateOrAnErrorToAUserWhoAsked) {
   startAndCheck();
   findNothing();
   EXPECT_EQ(delegate_->take(), Told{"none"});
@@ -174,7 +174,7 @@ TEST_F(ProcessUpdaterTest, TellsAUserThatNothingWasFoundOrWentWrong) {
   EXPECT_TRUE(controller_->canCheckForUpdates());
 }
 
-TEST_F(ProcessUpdaterTest, TakesNonsenseAndAnEarlyEndForFailures) {
+TEST_F(ProcessUpdaterTest, TreatsInvalidMessagesAndAnEarlyEndAsFailures) {
   startAndCheck();
   runtime_.launcher.newest()->exit({ExitStatus::Reason::signalled, 9});
   runtime_.settle();
@@ -191,7 +191,7 @@ TEST_F(ProcessUpdaterTest, TakesNonsenseAndAnEarlyEndForFailures) {
   EXPECT_NE(dialogs_.alerts().back().informativeText.find("No such file"), std::string::npos);
 }
 
-TEST_F(ProcessUpdaterTest, OnlyTellsOfWhatItCannotInstall) {
+TEST_F(ProcessUpdaterTest, OnlyReportsAnUpdateThatItCannotInstall) {
   startAndCheck();
   find("Run: apt upgrade");
   EXPECT_EQ(dialogs_.alerts().back().buttons, std::vector<std::string>{"OK"});
@@ -209,14 +209,14 @@ TEST_F(ProcessUpdaterTest, ChecksOnceADayAndOnlyReminds) {
   find();
   EXPECT_EQ(delegate_->take(), (Told{"found 2.0", "reminded", "finished"}));
   EXPECT_TRUE(dialogs_.alerts().empty());
-  EXPECT_EQ(runs(), 1U) << "nothing is downloaded unasked";
+  EXPECT_EQ(runs(), 1U) << "nothing is downloaded without a request";
   runtime_.advance(24h);
   EXPECT_EQ(runs(), 1U);
   runtime_.advance(30min);
   EXPECT_EQ(runs(), 2U);
 }
 
-TEST_F(ProcessUpdaterTest, TriesAgainSoonerAfterAFailureThatItTellsTheLogAlone) {
+TEST_F(ProcessUpdaterTest, RetriesSoonerAfterAFailureAndOnlyLogsIt) {
   start();
   runtime_.advance(1min);
   report(UpdateFailed{"The server cannot be reached."});
@@ -229,7 +229,7 @@ TEST_F(ProcessUpdaterTest, TriesAgainSoonerAfterAFailureThatItTellsTheLogAlone) 
   EXPECT_EQ(runs(), 2U);
 }
 
-TEST_F(ProcessUpdaterTest, InstallsByItselfWhereThatIsWanted) {
+TEST_F(ProcessUpdaterTest, InstallsAutomaticallyIfConfigured) {
   world_.directory().write("config/com.zephyl.tray/defaults.json",
                            R"({"SUAutomaticallyUpdate": 1})");
   start();
@@ -238,7 +238,7 @@ TEST_F(ProcessUpdaterTest, InstallsByItselfWhereThatIsWanted) {
   EXPECT_EQ(delegate_->take(), (Told{"found 2.0", "reminded"}));
   ASSERT_TRUE(isCommand<DownloadCommand>());
   report(UpdateProgress{.received = 10, .total = 100});
-  EXPECT_TRUE(dialogs_.alerts().empty()) << "nobody has asked for a window";
+  EXPECT_TRUE(dialogs_.alerts().empty()) << "no window was requested";
   report(UpdateStaged{"200"});
   ASSERT_TRUE(isCommand<InstallCommand>());
   report(UpdateFailed{"The new version does not work on this machine."});
@@ -247,7 +247,7 @@ TEST_F(ProcessUpdaterTest, InstallsByItselfWhereThatIsWanted) {
   EXPECT_EQ(relaunches_, 0);
 }
 
-TEST_F(ProcessUpdaterTest, GoesOnOfferingWhatNobodyHasSeen) {
+TEST_F(ProcessUpdaterTest, OffersAnUpdateAgainUntilItWasSeen) {
   startAndCheck();
   find();
   delegate_->take();
@@ -257,7 +257,7 @@ TEST_F(ProcessUpdaterTest, GoesOnOfferingWhatNobodyHasSeen) {
   EXPECT_TRUE(controller_->canCheckForUpdates());
 }
 
-TEST_F(ProcessUpdaterTest, TellsItsObserversWhenChecksArePossible) {
+TEST_F(ProcessUpdaterTest, NotifiesObserversWhenChecksArePossible) {
   startAndCheck();
   std::vector<bool> values;
   auto observation =
@@ -273,7 +273,7 @@ TEST_F(ProcessUpdaterTest, TellsItsObserversWhenChecksArePossible) {
   EXPECT_EQ(values.size(), 2U);
 }
 
-TEST_F(ProcessUpdaterTest, ReportsANewVersionUpOnceItHasRunForAWhile) {
+TEST_F(ProcessUpdaterTest, ConfirmsANewVersionAfterItHasRunForAWhile) {
   makeStateDirectory();
   ASSERT_TRUE(writeMarker(files_.trial, {.version = "1.0", .displayVersion = "1.0"}));
   start();
@@ -297,14 +297,14 @@ TEST_F(ProcessUpdaterTest, ReportsOnceAVersionThatWasRolledBackAndDoesNotRetryIt
   EXPECT_EQ(command<CheckCommand>().failed.value().version, "200");
 }
 
-TEST_F(ProcessUpdaterTest, DoesNotExistWithoutItsProgram) {
+TEST_F(ProcessUpdaterTest, IsUnavailableWithoutItsProgram) {
   const auto factory = ProcessUpdater::factory(
       runtime_.runtime(), dialogs_,
       {.program = "/nonexistent", .prefix = prefix_, .settings = settings()});
   EXPECT_EQ(factory(delegate_), nullptr);
 }
 
-TEST(DownloadProgress, IsToldInWordsThatFitItsSize) {
+TEST(DownloadProgress, IsFormattedWithSuitableUnits) {
   const auto words = [](std::int64_t received, std::int64_t total) {
     return alerts::downloadProgress({.received = received, .total = total}).text;
   };

@@ -25,12 +25,12 @@ class ReplacementNoticeTest : public ::testing::Test {
   }};
 };
 
-TEST_F(ReplacementNoticeTest, SaysNothingWhileTheProgramIsUnchanged) {
+TEST_F(ReplacementNoticeTest, DoesNothingWhileTheProgramIsUnchanged) {
   EXPECT_EQ(test::logOf([this] { check(10); }), "");
   EXPECT_TRUE(notifications_.empty());
 }
 
-TEST_F(ReplacementNoticeTest, SaysOnceThatTheProgramWasReplaced) {
+TEST_F(ReplacementNoticeTest, ReportsOnceThatTheProgramWasReplaced) {
   isReplaced_ = true;
   const auto log = test::logOf([this] { check(10); });
   EXPECT_EQ(log,
@@ -39,7 +39,7 @@ TEST_F(ReplacementNoticeTest, SaysOnceThatTheProgramWasReplaced) {
   EXPECT_EQ(notifications_[0].title, "Zephyl was updated");
 }
 
-TEST_F(ReplacementNoticeTest, WaitsForTheNextCheckBeforeItSaysSo) {
+TEST_F(ReplacementNoticeTest, ReportsAReplacementOnlyAtTheSecondCheck) {
   isReplaced_ = true;
   check(1);
   EXPECT_TRUE(notifications_.empty());
@@ -57,7 +57,7 @@ TEST_F(ReplacementNoticeTest, ForgetsAReplacementThatWasUndone) {
   EXPECT_TRUE(notifications_.empty());
 }
 
-TEST_F(ReplacementNoticeTest, SaysNothingWhileTheProgramUpdatesItself) {
+TEST_F(ReplacementNoticeTest, DoesNothingWhileTheProgramUpdatesItself) {
   isReplaced_ = true;
   isUpdatingItself_ = true;
   check(10);

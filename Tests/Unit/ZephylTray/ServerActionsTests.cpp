@@ -9,7 +9,7 @@
 namespace zephyl {
 namespace {
 
-/// Actions on a registry that exists only in the test. `steps_` is what they have set in motion.
+/// Actions on a fake registry. `steps_` records their effects on other components.
 class ServerActionsTest : public ::testing::Test {
  protected:
   using Strings = std::vector<std::string>;
@@ -46,7 +46,7 @@ class ServerActionsTest : public ::testing::Test {
   const std::string fingerprint_ = std::string(32, 'a');
   const std::string key_ = "inv_v2_" + fingerprint_ + "_one";
   std::vector<ServerEntry> entries_;
-  std::optional<Error> failure_;  // of every change
+  std::optional<Error> failure_;  // the result of every change
   std::optional<std::string> enrolment_;
   Strings steps_;
   Task tailnetsEnded_;
@@ -158,7 +158,7 @@ TEST_F(ServerActionsTest, SuccessIsReportedWhenTheChildrenHaveEndedAndAFailureAt
   EXPECT_EQ(results.back(), std::nullopt);
 }
 
-TEST_F(ServerActionsTest, AServerThatIsGoneCannotBeChanged) {
+TEST_F(ServerActionsTest, ARemovedServerCannotBeChanged) {
   EXPECT_EQ(actions_->setServerLabel("none", "x"), "That server is gone.");
   EXPECT_EQ(actions_->setServerAccent("none", "x"), "That server is gone.");
   EXPECT_EQ(actions_->setServerEnabled("none", true), "That server is gone.");
@@ -177,7 +177,7 @@ TEST_F(ServerActionsTest, LabelAndAccentAreStoredTrimmed) {
   EXPECT_EQ(steps_, (Strings{"change", "change", "change"}));
 }
 
-TEST_F(ServerActionsTest, EnablingAServerBringsTailnetsAgentAndMenuInStep) {
+TEST_F(ServerActionsTest, EnablingAServerUpdatesTailnetsAgentAndMenu) {
   entries_ = {{.id = "a"}};
   EXPECT_EQ(actions_->setServerEnabled("a", true), std::nullopt);
   EXPECT_TRUE(entry("a").enabled);
@@ -197,7 +197,7 @@ TEST_F(ServerActionsTest, RemovingTheLastJoinedServerForgetsTheEnrolment) {
   ASSERT_EQ(entries_.size(), 1U);
 }
 
-TEST_F(ServerActionsTest, TheMenuSaysThatAServerCannotBeConnected) {
+TEST_F(ServerActionsTest, TheUserIsAlertedIfAServerCannotBeEnabled) {
   entries_ = {{.id = "a"}};
   actions_->connectServer("a");
   EXPECT_TRUE(dialogs_.alerts().empty());
@@ -210,7 +210,7 @@ TEST_F(ServerActionsTest, TheMenuSaysThatAServerCannotBeConnected) {
             "The change could not be saved, so nothing was changed: disk full");
 }
 
-TEST_F(ServerActionsTest, AsksForAnInviteKeyAndSaysWhyItDidNotWork) {
+TEST_F(ServerActionsTest, AsksForAnInviteKeyAndReportsWhyItFailed) {
   actions_->promptForInviteKey();
   ASSERT_EQ(dialogs_.alerts().size(), 1U);
   EXPECT_EQ(dialogs_.alerts()[0].messageText, "Join the Zephyl Tailnet");
@@ -223,7 +223,7 @@ TEST_F(ServerActionsTest, AsksForAnInviteKeyAndSaysWhyItDidNotWork) {
   EXPECT_TRUE(dialogs_.alerts().empty());
 }
 
-TEST_F(ServerActionsTest, AskingAgainBringsThePromptThatIsOpenToTheFront) {
+TEST_F(ServerActionsTest, AskingAgainBringsTheOpenPromptToTheFront) {
   actions_->promptForInviteKey();
   actions_->promptForInviteKey();
   ASSERT_EQ(dialogs_.alerts().size(), 1U);
@@ -233,7 +233,7 @@ TEST_F(ServerActionsTest, AskingAgainBringsThePromptThatIsOpenToTheFront) {
   EXPECT_EQ(dialogs_.timesBroughtToFront(), 0);
 }
 
-TEST_F(ServerActionsTest, JoinsWithAGoodKeyUnlessThePromptIsCancelled) {
+TEST_F(ServerActionsTest, JoinsWithAValidKeyUnlessThePromptIsCancelled) {
   actions_->promptForInviteKey();
   dialogs_.press("Cancel", key_);
   EXPECT_TRUE(entries_.empty());

@@ -8,7 +8,7 @@
 namespace zephyl {
 namespace {
 
-TEST(ServerAlerts, AnInviteKeyIsJoinedByDefaultAndLeftByEscape) {
+TEST(ServerAlerts, AnInviteKeyPromptJoinsByDefaultAndIsCancelledByEscape) {
   const auto alert = alerts::inviteKey();
   EXPECT_EQ(alert.messageText, "Join the Zephyl Tailnet");
   EXPECT_EQ(alert.informativeText,
@@ -19,7 +19,7 @@ TEST(ServerAlerts, AnInviteKeyIsJoinedByDefaultAndLeftByEscape) {
   EXPECT_EQ(alert.textField, (Alert::TextField{.placeholder = "inv_v2_…", .width = 380}));
 }
 
-TEST(ServerAlerts, AnInviteKeyThatFailsSaysWhy) {
+TEST(ServerAlerts, AFailedInviteKeyHasAReason) {
   EXPECT_EQ(alerts::inviteKeyFailed("It has expired."),
             (Alert{.style = Alert::Style::warning,
                    .messageText = "That invite key didn't work",

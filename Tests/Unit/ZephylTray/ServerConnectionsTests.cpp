@@ -30,7 +30,7 @@ TEST(ServerConnections, AServerIsAlsoKnownByItsNameForTheAgent) {
   EXPECT_FALSE(connectionOf(status, {.id = "a", .agentId = "agent-2"}));
 }
 
-TEST(ServerConnections, TheIdGoesBeforeTheNameForTheAgent) {
+TEST(ServerConnections, TheIdIsPreferredToTheAgentsName) {
   const auto status = statusWith({{"agent-1", {}, "1", {}}, {"a", {}, "2", {}}});
   EXPECT_EQ(machineOf(status, {.id = "a", .agentId = "agent-1"}), "2");
 }
@@ -39,12 +39,12 @@ TEST(ServerConnections, AnEmptyNameForTheAgentMatchesNothing) {
   EXPECT_FALSE(connectionOf(statusWith({{.serverId = ""}}), {.id = "a", .agentId = ""}));
 }
 
-TEST(ServerConnections, AStatusMayListNone) {
+TEST(ServerConnections, AStatusMayListNoConnections) {
   EXPECT_FALSE(connectionOf({}, {.id = "a", .agentId = "a"}));
   EXPECT_EQ(ServerConnections().of({.id = "a"}), nullptr);
 }
 
-TEST(ServerConnections, AFolderThatNamesNoServerReachesEveryOne) {
+TEST(ServerConnections, AFolderWithoutServersIsSharedWithAll) {
   EXPECT_TRUE(reaches({.servers = std::nullopt}, "a"));
   EXPECT_TRUE(reaches({.servers = std::vector<std::string>{}}, "a"));
   EXPECT_TRUE(reaches({.servers = {{"b", "a"}}}, "a"));
@@ -64,7 +64,7 @@ TEST(ServerConnections, FoldersAreCountedForEachServer) {
 }
 
 /// Each folder names the servers whose bit is set in its number, some of them twice.
-TEST(ServerConnections, TheCountsAreThoseOfAskingEveryFolder) {
+TEST(ServerConnections, TheCountsEqualACountOverEveryFolder) {
   const ServerList servers({{.id = "0"}, {.id = "1"}, {.id = "2"}, {.id = "3"}, {.id = "4"}});
   std::vector<SharedRoot> roots;
   for (std::size_t number = 0; number < 64; ++number) {

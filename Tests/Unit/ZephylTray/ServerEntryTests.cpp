@@ -36,7 +36,7 @@ TEST(ServerEntry, ReachesTheAgentsEndpointOverAWebSocket) {
   EXPECT_EQ(serverURL("http://[::1]:5173"), "ws://[::1]:5173/agent");
 }
 
-TEST(ServerEntry, IsShownByItsLabelThenByItsOwnNameThenByItsNumber) {
+TEST(ServerEntry, IsNamedByItsLabelThenByItsOwnNameThenByItsNumber) {
   ServerEntry entry{.label = " Mine\t", .serverName = "Lab", .ordinal = 3};
   EXPECT_EQ(entry.displayName(), "Mine");
   entry.label = "   ";
@@ -83,7 +83,7 @@ TEST(ServerEntry, EncodesWhatItDecodes) {
             R"("enabled":false})");
 }
 
-TEST(ServerEntry, DecodesPortsAsTheyStand) {
+TEST(ServerEntry, DecodesPortsUnchanged) {
   const auto ports =
       json::decodeText<ServerPorts>(R"({"socks": -1, "shim": 70000, "tunnelHost": ""})");
   ASSERT_TRUE(ports);

@@ -79,7 +79,7 @@ server/id-1: (grey) Lab
 )");
 }
 
-TEST(ServerMenu, AServerThatHasEveryRow) {
+TEST(ServerMenu, AServerWithEveryRow) {
   auto server = lab(true);
   server.address.reset();
   const TailnetView tailnet{true,
@@ -104,7 +104,7 @@ server/id-1: (green) Lab
 )");
 }
 
-/// All that a tailnet can be, each for an enabled and for a disabled server.
+/// Tests every state of a tailnet, for an enabled and for a disabled server.
 TEST(ServerMenu, DotAndStateFollowTheTailnet) {
   const TailnetState bound{.boundAddress = "127.100.0.1:80"};
   const TailnetState stalled{.stalledReason = "giving up for 5 minutes"};
@@ -138,7 +138,7 @@ TEST(ServerMenu, DotAndStateFollowTheTailnet) {
   }
 }
 
-TEST(ServerMenu, SaysWhenTheAgentIsNotEnrolledWithAServerThatCanBeUsed) {
+TEST(ServerMenu, ShowsThatTheAgentIsNotEnrolledWithAUsableServer) {
   const std::string line = "enrolment: Folders here aren't shared with it [off]";
   const auto server = lab(true);
   const TailnetView usable{true, {.boundAddress = "127.100.0.1:80"}};
@@ -151,7 +151,7 @@ TEST(ServerMenu, SaysWhenTheAgentIsNotEnrolledWithAServerThatCanBeUsed) {
   EXPECT_EQ(rows({server, &usable, &enrolled}, {"enrolment"}), "");
 }
 
-TEST(ServerMenu, SaysNothingOfEnrolmentWithAServerThatCannotBeUsed) {
+TEST(ServerMenu, OmitsTheEnrolmentForAnUnusableServer) {
   const TailnetView usable{true, {.boundAddress = "127.100.0.1:80"}};
   const TailnetView starting{.running = true};
   const TailnetView stopped{false, {.boundAddress = "127.100.0.1:80"}};
@@ -163,7 +163,7 @@ TEST(ServerMenu, SaysNothingOfEnrolmentWithAServerThatCannotBeUsed) {
   EXPECT_EQ(rows({on, nullptr}, {"enrolment"}), "");
 }
 
-TEST(ServerMenu, AServerWithoutAnAddressIsLookedFor) {
+TEST(ServerMenu, AServerWithoutAnAddressIsBeingDiscovered) {
   auto server = lab(true);
   const TailnetView resolving{.running = true};
   const TailnetView unresolved{.state = {.unresolvedTarget = "http://lab"}};
@@ -187,7 +187,7 @@ TEST(ServerMenu, ABoundAddressCanBeOpenedWhetherOrNotTheTailnetRuns) {
   EXPECT_EQ(rows({off, &stopped}, {"browser", "relay"}), browser);
 }
 
-TEST(ServerMenu, ARelayIsToldOnlyBelowABoundAddress) {
+TEST(ServerMenu, ARelayIsShownOnlyBelowABoundAddress) {
   const auto server = lab(true);
   const TailnetView relayAlone{true, {.activeRelay = "relay-7"}};
   EXPECT_EQ(rows({server, &relayAlone}, {"browser", "relay"}), "");

@@ -5,7 +5,7 @@
 namespace zephyl::migration {
 namespace {
 
-TEST(ServerMigration, MakesAnAddressOfAHost) {
+TEST(ServerMigration, CreatesAnAddressFromAHost) {
   EXPECT_EQ(legacyAddress("srv", std::nullopt), "http://srv:5173");
   EXPECT_EQ(legacyAddress(" srv\t", std::nullopt), "http://srv:5173");
   EXPECT_EQ(legacyAddress("srv:8080", std::nullopt), "http://srv:8080");
@@ -19,14 +19,14 @@ TEST(ServerMigration, PrefersAWebTargetToAHost) {
   EXPECT_EQ(legacyAddress("srv", " "), "http://srv:5173");
 }
 
-TEST(ServerMigration, FindsNoSingleServerWhereNoneWasJoined) {
+TEST(ServerMigration, FindsNoSingleServerIfNoneWasJoined) {
   for (const auto* host : {"", "  ", "zephyl", " zephyl "}) {
     EXPECT_EQ(singleServer("id", host, std::nullopt), std::nullopt) << host;
     EXPECT_EQ(singleServer("id", host, ""), std::nullopt) << host;
   }
 }
 
-TEST(ServerMigration, MakesAnEntryOfTheSingleServer) {
+TEST(ServerMigration, CreatesAnEntryForTheSingleServer) {
   ServerEntry expected{.id = "id",
                        .ordinal = 1,
                        .address = "http://srv:5173",
@@ -42,7 +42,7 @@ TEST(ServerMigration, MakesAnEntryOfTheSingleServer) {
   EXPECT_EQ(singleServer("id", "", " ABC"), expected);
 }
 
-/// What folding the addresses of a file makes of entries without one, "a", "b" and so on.
+/// Merges addresses of a file into entries without one, which are named "a", "b" and so on.
 std::vector<std::optional<std::string>> folded(std::string_view file, bool changes) {
   std::vector<ServerEntry> entries = {{.id = "a"}, {.id = "b"}, {.id = "c", .address = "kept"}};
   EXPECT_EQ(foldAddressing(*json::parse(file), entries), changes) << file;
@@ -51,7 +51,7 @@ std::vector<std::optional<std::string>> folded(std::string_view file, bool chang
 
 using Addresses = std::vector<std::optional<std::string>>;
 
-TEST(ServerMigration, FoldsHostAndWebTargetIntoTheAddress) {
+TEST(ServerMigration, MergesHostAndWebTargetIntoTheAddress) {
   EXPECT_EQ(folded(R"([{"id": "b", "serverHost": "srv"},
                        {"id": "a", "serverHost": "srv", "webTarget": "https://web"},
                        {"id": "c", "serverHost": "other"}])",
@@ -59,7 +59,7 @@ TEST(ServerMigration, FoldsHostAndWebTargetIntoTheAddress) {
             (Addresses{"https://web", "http://srv:5173", "kept"}));
 }
 
-TEST(ServerMigration, FoldsNothingThatIsNotThere) {
+TEST(ServerMigration, MergesNothingThatIsAbsent) {
   const Addresses unchanged = {std::nullopt, std::nullopt, "kept"};
   for (const auto* file : {
            R"([])",
@@ -77,7 +77,7 @@ TEST(ServerMigration, FoldsNothingThatIsNotThere) {
   }
 }
 
-TEST(ServerMigration, OnceOneEntryIsOldAllWithoutAnAddressAreFolded) {
+TEST(ServerMigration, IfOneEntryIsOldAllWithoutAnAddressAreMerged) {
   EXPECT_EQ(folded(R"([{"id": "a", "address": null, "serverHost": "srv"},
                        {"id": "b", "serverHost": "srv:1"}])",
                    true),
@@ -93,7 +93,7 @@ TEST(ServerMigration, NumbersTheEntriesWithoutAnOrdinal) {
   EXPECT_EQ(entries[3].ordinal, 2);
 }
 
-TEST(ServerMigration, EmptiesLabelsThatWereOnlyGenerated) {
+TEST(ServerMigration, RemovesGeneratedLabels) {
   std::vector<ServerEntry> entries = {
       {.label = " Zephyl ", .address = "http://srv:5173"},
       {.label = "srv:5173\t", .address = " http://srv:5173/x "},
@@ -110,7 +110,7 @@ TEST(ServerMigration, EmptiesLabelsThatWereOnlyGenerated) {
   EXPECT_EQ(labels, (std::vector<std::string>{"", "", "", "srv", "", "zephyl", "srv"}));
 }
 
-TEST(ServerMigration, LeavesTheNamesAloneWhenEveryEntryHasAnOrdinal) {
+TEST(ServerMigration, KeepsTheNamesIfEveryEntryHasAnOrdinal) {
   std::vector<ServerEntry> entries = {{.label = "Zephyl", .ordinal = 1}};
   EXPECT_FALSE(reclaimNaming(entries));
   EXPECT_EQ(entries[0].label, "Zephyl");

@@ -14,7 +14,7 @@
 namespace zephyl {
 namespace {
 
-/// Another program's listener on 127.0.0.1; of the system's choice when the port is 0.
+/// Another program's listener on 127.0.0.1. Port 0 means any free port.
 class Listener {
  public:
   explicit Listener(std::int64_t port = 0) {
@@ -40,7 +40,7 @@ class Listener {
   std::int64_t port_ = 0;
 };
 
-/// As long as it lives, this process can open nothing more.
+/// While it lives, this process cannot open further descriptors.
 class NoMoreDescriptors {
  public:
   NoMoreDescriptors() {
@@ -60,7 +60,7 @@ bool areFree(std::initializer_list<std::int64_t> ports) {
   return std::ranges::all_of(ports, [](auto port) { return Listener(port).isListening(); });
 }
 
-/// All ports below `end` that could be chosen: they make the search begin at `end`.
+/// Returns all candidate ports below `end`, so that the search begins at `end`.
 std::set<std::int64_t> everythingBelow(std::int64_t end) {
   std::set<std::int64_t> ports;
   for (std::int64_t port = 1055; port < end; ++port) ports.insert(ports.end(), port);
@@ -79,7 +79,7 @@ std::vector<ServerPorts> aliasesUpTo(int last) {
   return existing;
 }
 
-TEST(ServerPorts, TakeTheAliasIndexFromTheLastComponentOfTheHost) {
+TEST(ServerPorts, DeriveTheAliasIndexFromTheLastComponentOfTheHost) {
   EXPECT_EQ(withHost("127.100.0.7").aliasIndex(), 7);
   EXPECT_EQ(withHost("127.100.0.12..").aliasIndex(), 12);
   EXPECT_EQ(withHost("+9").aliasIndex(), 9);
@@ -106,7 +106,7 @@ TEST(ServerPorts, OfTheSingleServerAreFixed) {
   EXPECT_EQ(ServerPorts::ofSingleServer(), (ServerPorts{1055, 8800, "127.100.0.1", 8080}));
 }
 
-TEST(ServerPorts, AreTheFirstThatNoServerAndNoProgramHas) {
+TEST(ServerPorts, AreTheFirstThatNoServerOrProgramUses) {
   if (!areFree({1057, 1058, 8800, 8802, 8080, 8081})) GTEST_SKIP() << "these ports are taken here";
   const std::vector<ServerPorts> existing = {
       {.socks = 1055, .shim = 8801, .tunnelHost = "127.100.0.2", .tunnelFallback = 8080},
@@ -118,7 +118,7 @@ TEST(ServerPorts, AreTheFirstThatNoServerAndNoProgramHas) {
   EXPECT_EQ(ServerPorts::allocate(existing, {8800}).shim, 8802);
 }
 
-TEST(ServerPorts, AreNeverReservedOnesNorThoseOfAnotherProgram) {
+TEST(ServerPorts, AreNeverReservedOrInUse) {
   const Listener other;
   const auto ports = ServerPorts::allocate({}, everythingBelow(other.port()));
   EXPECT_GT(ports.socks, other.port());
@@ -126,7 +126,7 @@ TEST(ServerPorts, AreNeverReservedOnesNorThoseOfAnotherProgram) {
   EXPECT_GT(ports.tunnelFallback, other.port());
 }
 
-TEST(ServerPorts, AreTakenForFreeWhereNothingCanBeProbed) {
+TEST(ServerPorts, AreAssumedFreeIfProbingIsImpossible) {
   const Listener other;
   const auto reserved = everythingBelow(other.port());
   const NoMoreDescriptors limit;
@@ -141,7 +141,7 @@ TEST(ServerPorts, TheShimIsNeverTheProxyOfTheSameServer) {
   EXPECT_GT(ports.shim, ports.socks);
 }
 
-TEST(ServerPorts, TakeTheFirstGapAmongTheAliases) {
+TEST(ServerPorts, UseTheFirstGapAmongTheAliases) {
   auto existing = aliasesUpTo(5);
   existing.erase(existing.begin() + 2);
   existing.push_back(withHost("elsewhere"));

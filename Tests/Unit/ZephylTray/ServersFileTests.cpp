@@ -16,12 +16,12 @@ using Labels = std::vector<std::string>;
 
 // The file
 
-TEST_F(ServersFileTest, AreNoneAsLongAsThereIsNoFile) {
+TEST_F(ServersFileTest, AreEmptyWithoutAFile) {
   EXPECT_EQ(test::logOf([] { EXPECT_TRUE(Servers::all().empty()); }), "");
   EXPECT_FALSE(fileExists(path()));
 }
 
-TEST_F(ServersFileTest, LieInTheApplicationSupportDirectory) {
+TEST_F(ServersFileTest, AreInTheApplicationSupportDirectory) {
   EXPECT_EQ(Servers::baseDir(), world_.baseDirectory());
   EXPECT_EQ(Servers::tailnetStateDir("abc"), world_.baseDirectory() + "/servers/abc/tailnet");
   EXPECT_EQ(Servers::controlSocketPath("12345678-90ab"),
@@ -29,15 +29,15 @@ TEST_F(ServersFileTest, LieInTheApplicationSupportDirectory) {
   EXPECT_EQ(Servers::controlSocketPath("123"), (world_.directory() / "home/.zephyl/run/123.sock"));
 }
 
-TEST_F(ServersFileTest, LieAmongTemporaryFilesForAUserWithoutAHome) {
+TEST_F(ServersFileTest, AreInTheTemporaryDirectoryWithoutAHome) {
   const test::ScopedVariable temporary("TMPDIR", "/t");
   const auto found = test::holdsWithoutHome([] { return Servers::baseDir() == "/t/Zephyl"; });
   if (!found) GTEST_SKIP() << "needs the right to become another user";
   EXPECT_TRUE(*found);
 }
 
-/// The outcome of claiming the base directory for a user without a home, who finds `mode` and
-/// `owner` there; nullopt where this user cannot become one.
+/// Claims a base directory with `mode` and `owner` as a user without a home, and returns the
+/// result; nullopt if this user is not root.
 std::optional<bool> claimedWithoutHome(uid_t owner, mode_t mode) {
   const test::TemporaryDirectory directory;
   ::chmod(directory.path().c_str(), 01777);
@@ -49,7 +49,7 @@ std::optional<bool> claimedWithoutHome(uid_t owner, mode_t mode) {
   return test::holdsWithoutHome([] { return Servers::claimBaseDir().has_value(); });
 }
 
-TEST_F(ServersFileTest, AreNotTakenFromADirectoryOfAnotherUserInTheTemporaryDirectory) {
+TEST_F(ServersFileTest, AreNotReadFromAnotherUsersDirectoryInTheTemporaryDirectory) {
   constexpr uid_t homeless = 54321;
   const auto own = claimedWithoutHome(homeless, 0700);
   if (!own) GTEST_SKIP() << "needs root, to become a user without a home";
@@ -59,13 +59,13 @@ TEST_F(ServersFileTest, AreNotTakenFromADirectoryOfAnotherUserInTheTemporaryDire
   EXPECT_EQ(claimedWithoutHome(homeless + 1, 0777), false);
 }
 
-TEST_F(ServersFileTest, AreTakenFromAnyDirectoryOfTheHome) {
+TEST_F(ServersFileTest, AreReadFromAnyDirectoryOfTheHome) {
   std::filesystem::create_directories(Servers::baseDir());
   ::chmod(Servers::baseDir().c_str(), 0755);
   EXPECT_TRUE(Servers::claimBaseDir());
 }
 
-TEST_F(ServersFileTest, AreWrittenForPeopleToRead) {
+TEST_F(ServersFileTest, AreWrittenIndented) {
   Servers::replaceAll({{.id = "b",
                         .label = "é",
                         .ordinal = 2,
@@ -97,13 +97,13 @@ TEST_F(ServersFileTest, AreKeptInTheirOrderForTheNextStart) {
   EXPECT_EQ(Servers::all().entries(), entries);
 }
 
-TEST_F(ServersFileTest, AreForTheEyesOfTheUserAlone) {
+TEST_F(ServersFileTest, AreReadableByTheUserOnly) {
   Servers::replaceAll({});
   EXPECT_EQ(fs::status(world_.baseDirectory()).permissions(), fs::perms::owner_all);
   EXPECT_EQ(fs::status(path()).permissions(), fs::perms::owner_read | fs::perms::owner_write);
 }
 
-TEST_F(ServersFileTest, LoseKeysThatNobodyKnowsAtTheNextWrite) {
+TEST_F(ServersFileTest, LoseUnknownKeysAtTheNextWrite) {
   write(R"([{"id": "a", "label": "", "agentId": "", "enabled": true, "serverHost": "srv",
              "ports": {"socks": 1, "shim": 2, "tunnelHost": "", "more": 1}, "ordinal": 1}])");
   Servers::update("a", [](auto&) {});
@@ -128,9 +128,9 @@ TEST_F(ServersFileTest, ReadTheLastOfRepeatedKeys) {
   EXPECT_EQ(Servers::all()[0].ports.shim, 70000);
 }
 
-// Files that cannot be understood
+// Unparsable files
 
-TEST_F(ServersFileTest, CountAsNoneWhenTheFileCannotBeUnderstoodAndSayWhyOnce) {
+TEST_F(ServersFileTest, AreEmptyIfTheFileCannotBeParsedAndLogWhyOnce) {
   write(R"([{"id": "a", "label": "l", "enabled": true,
              "ports": {"socks": 1, "shim": 2, "tunnelHost": ""}}])");
   const std::string old = contents();
@@ -142,7 +142,7 @@ TEST_F(ServersFileTest, CountAsNoneWhenTheFileCannotBeUnderstoodAndSayWhyOnce) {
   EXPECT_EQ(contents(), old);
 }
 
-TEST_F(ServersFileTest, KeepACopyOfAFileThatCouldNotBeUnderstoodBeforeReplacingIt) {
+TEST_F(ServersFileTest, KeepACopyOfAnUnparsableFileBeforeReplacingIt) {
   write("[{}]");
   EXPECT_TRUE(Servers::all().empty());
   const auto log = test::logOf([] { Servers::add("new", std::nullopt, std::nullopt); });
@@ -154,7 +154,7 @@ TEST_F(ServersFileTest, KeepACopyOfAFileThatCouldNotBeUnderstoodBeforeReplacingI
   EXPECT_EQ(labels(), (Labels{"new", "newer"}));
 }
 
-TEST_F(ServersFileTest, KeepACopyAlsoWhenTheFirstOperationReplacesAll) {
+TEST_F(ServersFileTest, KeepACopyEvenIfTheFirstOperationReplacesAll) {
   write("[{}]");
   Servers::replaceAll({});
   ASSERT_EQ(copies().size(), 1U);
@@ -195,14 +195,14 @@ TEST_F(ServersFileTest, SurviveEveryKindOfGarbage) {
 
 // Writes that fail
 
-TEST_F(ServersFileTest, StayAsTheyWereWhenTheFileIsADirectory) {
+TEST_F(ServersFileTest, AreUnchangedIfTheFileIsADirectory) {
   fs::create_directories(path());
   const auto log = test::logOf([] { Servers::add("lost", std::nullopt, std::nullopt); });
   EXPECT_EQ(log, "[tray] could not write servers.json: " + path() + ": Is a directory\n");
   EXPECT_TRUE(Servers::all().empty());
 }
 
-TEST_F(ServersFileTest, StayAsTheyWereWhenTheBaseDirectoryCannotBeMade) {
+TEST_F(ServersFileTest, AreUnchangedIfTheBaseDirectoryCannotBeCreated) {
   world_.directory().write("data/Zephyl", "a file");
   const auto log = test::logOf([] { Servers::add("lost", std::nullopt, std::nullopt); });
   EXPECT_EQ(log, "[tray] could not write servers.json: " + world_.baseDirectory() +
@@ -210,7 +210,7 @@ TEST_F(ServersFileTest, StayAsTheyWereWhenTheBaseDirectoryCannotBeMade) {
   EXPECT_TRUE(Servers::all().empty());
 }
 
-TEST_F(ServersFileTest, StayAsTheyWereWhenTheDiskIsFull) {
+TEST_F(ServersFileTest, AreUnchangedIfTheDiskIsFull) {
   Servers::replaceAll({entry("a", "kept")});
   const std::string before = contents();
   const auto log = test::logOf([] {
@@ -225,14 +225,14 @@ TEST_F(ServersFileTest, StayAsTheyWereWhenTheDiskIsFull) {
   EXPECT_EQ(labels(), Labels{"later"});
 }
 
-TEST_F(ServersFileTest, StayAsTheyWereWhenATextWouldMakeTheFileUnreadable) {
+TEST_F(ServersFileTest, AreUnchangedIfATextWouldMakeTheFileUnreadable) {
   Servers::replaceAll({entry("a", "kept")});
   const auto log = test::logOf([] { Servers::add("\xC3(", std::nullopt, std::nullopt); });
   EXPECT_EQ(log, "[tray] could not write servers.json: a text in it is not valid UTF-8\n");
   EXPECT_EQ(labels(), Labels{"kept"});
 }
 
-TEST_F(ServersFileTest, AreWrittenThroughALinkThatStays) {
+TEST_F(ServersFileTest, AreWrittenThroughALinkThatIsKept) {
   const std::string elsewhere = world_.directory().write("elsewhere/servers.json", "[]");
   fs::create_directories(world_.baseDirectory());
   fs::create_symlink(elsewhere, path());

@@ -23,7 +23,7 @@ class ServersFixture : public ::testing::Test {
   void write(const std::string& text) const {
     world_.directory().write("data/Zephyl/servers.json", text);
   }
-  /// Closes the registry and opens it again, as the next start of the program does.
+  /// Closes the registry and opens it again, like the next start of the program.
   void reopen() {
     store_.reset();
     store_.emplace(pool_, clock_);

@@ -47,7 +47,7 @@ TEST_F(ServersMigrationTest, AFirstLaunchMigratesTheSingleServerWithItsState) {
   EXPECT_EQ(Servers::all().entries(), std::vector<ServerEntry>{migrated});
 }
 
-TEST_F(ServersMigrationTest, AFirstLaunchGoesOnWhenTheStateCannotBeMoved) {
+TEST_F(ServersMigrationTest, AFirstLaunchContinuesIfTheStateCannotBeMoved) {
   Config::defaults().setString("tailnetFingerprint", "ABC");
   world_.directory().write("data/Zephyl/tailnet/state", "s3cret");
   world_.directory().write("data/Zephyl/servers", "in the way");
@@ -90,7 +90,7 @@ TEST_F(ServersMigrationTest, AnOlderFileGetsAddressesAndNames) {
   EXPECT_EQ(contents(), migrated);
 }
 
-TEST_F(ServersMigrationTest, BothGeneratedLabelsAreReclaimed) {
+TEST_F(ServersMigrationTest, BothGeneratedLabelsAreRemoved) {
   auto first = entry("a", "Zephyl");
   auto second = entry("b", "srv:5173");
   first.address = second.address = "http://srv:5173";
@@ -100,14 +100,14 @@ TEST_F(ServersMigrationTest, BothGeneratedLabelsAreReclaimed) {
   EXPECT_EQ(labels(), (Labels{"", ""}));
 }
 
-TEST_F(ServersMigrationTest, AFileThatCannotBeUnderstoodIsLeftToTheFirstSave) {
+TEST_F(ServersMigrationTest, AnUnparsableFileIsKeptUntilTheFirstSave) {
   write("[{\"serverHost\": \"srv\", \"id\": \"a\"}]");
   const auto log = test::logOf([] { Servers::migrateIfNeeded(); });
   EXPECT_EQ(log, "[tray] servers.json is unreadable ([0].label: missing); treating as empty\n");
   EXPECT_EQ(contents(), "[{\"serverHost\": \"srv\", \"id\": \"a\"}]");
 }
 
-TEST_F(ServersMigrationTest, AMigrationThatCannotBeSavedSaysNothingElse) {
+TEST_F(ServersMigrationTest, AMigrationThatCannotBeSavedLogsOnlyThat) {
   auto old = entry("a");
   old.ordinal.reset();
   Servers::replaceAll({old});

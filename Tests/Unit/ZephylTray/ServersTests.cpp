@@ -27,7 +27,7 @@ bool isUUID(const std::string& text) {
 
 // Reading
 
-TEST_F(ServersTest, AListNeverChangesUnderItsReader) {
+TEST_F(ServersTest, AListIsImmutable) {
   Servers::replaceAll({entry("a", "old")});
   const ServerList list = Servers::all();
   Servers::update("a", [](ServerEntry& changed) { changed.label = "new"; });
@@ -35,7 +35,7 @@ TEST_F(ServersTest, AListNeverChangesUnderItsReader) {
   EXPECT_EQ(labels(), Labels{"new"});
 }
 
-TEST_F(ServersTest, AreReadWhileAChangeIsUnderWay) {
+TEST_F(ServersTest, CanBeReadDuringAChange) {
   Servers::replaceAll({entry("a", "old")});
   Labels seen;
   Servers::update("a", [&](ServerEntry& changed) {
@@ -67,7 +67,7 @@ TEST_F(ServersTest, AreMatchedByTheirFingerprintHoweverItIsWritten) {
   entries[3].tailnetFingerprint = " d ";
   Servers::replaceAll(entries);
   EXPECT_EQ(Servers::matching("\taBc ")->id, "b");
-  EXPECT_EQ(Servers::matching("d"), std::nullopt) << "a stored one is not trimmed";
+  EXPECT_EQ(Servers::matching("d"), std::nullopt) << "a stored value is not trimmed";
   for (const auto* none : {"", "  ", "ab", "abcd"}) {
     EXPECT_EQ(Servers::matching(none), std::nullopt) << none;
   }
@@ -75,7 +75,7 @@ TEST_F(ServersTest, AreMatchedByTheirFingerprintHoweverItIsWritten) {
 
 // Changes
 
-TEST_F(ServersTest, ANewOneGetsEverythingOfItsOwn) {
+TEST_F(ServersTest, ANewOneGetsItsOwnIdOrdinalAndPorts) {
   const auto added = *Servers::add(" Lab ", " http://srv ", " ABC ");
   EXPECT_TRUE(isUUID(added.id)) << added.id;
   EXPECT_TRUE(isUUID(added.agentId)) << added.agentId;
@@ -152,7 +152,7 @@ TEST_F(ServersTest, AnUpdateOfAnUnknownOneWritesNothing) {
   EXPECT_FALSE(fileExists(path()));
 }
 
-TEST_F(ServersTest, AnUpdateThatChangesNothingIsSavedAllTheSame) {
+TEST_F(ServersTest, AnUpdateWithoutAChangeIsStillSaved) {
   Servers::replaceAll({entry("a")});
   const std::string before = contents();
   fs::remove(path());
@@ -160,7 +160,7 @@ TEST_F(ServersTest, AnUpdateThatChangesNothingIsSavedAllTheSame) {
   EXPECT_EQ(contents(), before);
 }
 
-TEST_F(ServersTest, RemovingOneTakesItsTailnetStateAlong) {
+TEST_F(ServersTest, RemovingOneRemovesItsTailnetState) {
   Servers::replaceAll({entry("12345678-a"), entry("b"), entry("12345678-a")});
   world_.directory().write("data/Zephyl/servers/12345678-a/tailnet/deep/state", "");
   world_.directory().write("data/Zephyl/servers/b/tailnet/state", "");
@@ -172,7 +172,7 @@ TEST_F(ServersTest, RemovingOneTakesItsTailnetStateAlong) {
   EXPECT_TRUE(fileExists(Servers::tailnetStateDir("b")));
 }
 
-TEST_F(ServersTest, RemovingAnUnknownOneIsSavedAllTheSame) {
+TEST_F(ServersTest, RemovingAnUnknownOneIsStillSaved) {
   Servers::remove("a");
   EXPECT_EQ(contents(), "[]\n");
 }
@@ -186,7 +186,7 @@ TEST_F(ServersTest, RemovingOneLogsEachPathThatCannotBeDeleted) {
                      Servers::controlSocketPath("a") + ": Not a directory\n");
 }
 
-TEST_F(ServersTest, RemovingNeverDeletesWhatIsNoServers) {
+TEST_F(ServersTest, RemovingNeverDeletesOtherDirectories) {
   world_.directory().write("data/Zephyl/tailnet/state", "kept");
   world_.directory().write("data/Zephyl/servers/tailnet/state", "kept");
   for (const auto* id : {"..", ".", "", "x/../..", "../servers"}) Servers::remove(id);
@@ -222,7 +222,7 @@ TEST_F(ServersTest, AChangeThatCannotBeSavedSaysWhy) {
   EXPECT_EQ(Servers::all()[0].label, "kept");
 }
 
-// What servers tell about themselves
+// Discovered names and addresses
 
 TEST_F(ServersTest, LearnTheirAddress) {
   Servers::replaceAll({entry("a")});
@@ -236,7 +236,7 @@ TEST_F(ServersTest, LearnTheirAddress) {
   EXPECT_EQ(Servers::all()[0].address, "http://other");
 }
 
-TEST_F(ServersTest, HaveNotLearnedAnAddressThatCouldNotBeSaved) {
+TEST_F(ServersTest, DoNotLearnAnAddressThatCannotBeSaved) {
   Servers::replaceAll({entry("a")});
   fs::remove(path());
   fs::create_directories(path());
@@ -266,7 +266,7 @@ TEST_F(ServersTest, WriteNothingForABlankValueButEverythingElse) {
   EXPECT_TRUE(fileExists(path()));
 }
 
-// Many at once
+// Concurrency
 
 template <typename Key>
 std::size_t distinct(Key key) {
@@ -278,7 +278,7 @@ std::size_t distinct(Key key) {
 constexpr int manyThreads = 8;
 constexpr int addsOfEach = 25;
 constexpr int removalsOfEach = 15;
-constexpr int updatesOfEach = 85;  // a thousand operations of all threads together
+constexpr int updatesOfEach = 85;  // a thousand operations in total
 
 void changeMuch() {
   std::vector<std::string> mine;
@@ -292,8 +292,9 @@ void changeMuch() {
   }
 }
 
-TEST_F(ServersTest, LoseNoChangeOfManyThreadsAndMixNothingUp) {
-  const test::ScopedVariable inMemory("TMPDIR", "/dev/shm");  // it is not the disk that is tested
+TEST_F(ServersTest, AreConsistentUnderChangesOfManyThreads) {
+  const test::ScopedVariable inMemory("TMPDIR",
+                                      "/dev/shm");  // this test does not depend on the disk
   const test::TemporaryDirectory directory;
   const test::ScopedVariable data("XDG_DATA_HOME", directory.path());
   auto shared = entry("shared");

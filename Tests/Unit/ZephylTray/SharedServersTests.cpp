@@ -22,18 +22,18 @@ TEST(SharedServers, AddsAServerOnce) {
   EXPECT_EQ(scoped(Ids{"b", "a"}, "b", true), (Ids{"b", "a"}));
 }
 
-TEST(SharedServers, TakesAServerOut) {
+TEST(SharedServers, RemovesAServer) {
   EXPECT_EQ(scoped(Ids{"a", "b"}, "a", false), Ids{"b"});
   EXPECT_EQ(scoped(Ids{"a"}, "b", false), Ids{"a"});
   EXPECT_EQ(scoped(Ids{"a"}, "a", false), Ids{});
 }
 
-TEST(SharedServers, DropsServersThatAreGone) {
+TEST(SharedServers, DropsRemovedServers) {
   EXPECT_EQ(scoped(Ids{"gone", "a"}, "b", true), (Ids{"a", "b"}));
   EXPECT_EQ(scoped(Ids{"gone"}, "a", false), Ids{});
 }
 
-TEST(SharedServers, TakesTheServerAsItIsNamed) {
+TEST(SharedServers, AcceptsAnUnknownServer) {
   EXPECT_EQ(scoped(Ids{"a"}, "unknown", true), (Ids{"a", "unknown"}));
   EXPECT_EQ(scoped(Ids{"a"}, "unknown", false), Ids{"a"});
 }

@@ -26,7 +26,7 @@ class SingleOwnerLockTest : public ::testing::Test {
  protected:
   [[nodiscard]] auto acquire() const { return SingleOwnerLock::acquire(path_); }
   [[nodiscard]] bool isTaken() const { return std::holds_alternative<Taken>(acquire()); }
-  /// Who says to hold the lock; none when nobody does.
+  /// Returns the recorded holder of the lock; nullopt if there is none.
   [[nodiscard]] std::optional<pid_t> knownHolder() const {
     const auto outcome = acquire();
     const auto* taken = std::get_if<Taken>(&outcome);
@@ -37,7 +37,7 @@ class SingleOwnerLockTest : public ::testing::Test {
   std::string path_ = directory_ / "base/tray.lock";
 };
 
-TEST_F(SingleOwnerLockTest, IsHeldUntilItGoesAway) {
+TEST_F(SingleOwnerLockTest, IsHeldUntilItsDestruction) {
   {
     const auto lock = acquire();
     ASSERT_TRUE(std::holds_alternative<SingleOwnerLock>(lock));
@@ -46,12 +46,12 @@ TEST_F(SingleOwnerLockTest, IsHeldUntilItGoesAway) {
   EXPECT_FALSE(isTaken());
 }
 
-TEST_F(SingleOwnerLockTest, TellsWhoHoldsIt) {
+TEST_F(SingleOwnerLockTest, ReportsItsHolder) {
   const auto lock = acquire();
   EXPECT_EQ(knownHolder(), ::getpid());
 }
 
-TEST_F(SingleOwnerLockTest, CannotTellAHolderThatDidNotSayWhoItIs) {
+TEST_F(SingleOwnerLockTest, ReportsNoHolderIfItDidNotRecordItself) {
   const auto lock = acquire();
   for (const auto* text : {"", "x", "-5", "0", "99999999999999999999"}) {
     directory_.write("base/tray.lock", text);
@@ -60,7 +60,7 @@ TEST_F(SingleOwnerLockTest, CannotTellAHolderThatDidNotSayWhoItIs) {
   }
 }
 
-TEST_F(SingleOwnerLockTest, MakesItsFileForTheOwnerAlone) {
+TEST_F(SingleOwnerLockTest, CreatesItsFileForTheOwnerOnly) {
   const auto lock = acquire();
   EXPECT_EQ(fs::status(path_).permissions(), fs::perms::owner_read | fs::perms::owner_write);
   EXPECT_EQ(fs::status(directory_ / "base").permissions(), fs::perms::owner_all);
@@ -73,7 +73,7 @@ TEST_F(SingleOwnerLockTest, ForgetsAnEarlierHolder) {
   EXPECT_EQ(*readFile(path_), std::to_string(::getpid()) + "\n");
 }
 
-TEST_F(SingleOwnerLockTest, IsFreeOnceItsProcessWasKilled) {
+TEST_F(SingleOwnerLockTest, IsReleasedWhenItsProcessIsKilled) {
   int ready[2];
   ASSERT_EQ(::pipe2(ready, O_CLOEXEC), 0);
   const FileDescriptor reading(ready[0]);
@@ -123,7 +123,7 @@ TEST_F(SingleOwnerLockTest, IsKeptAcrossAnExec) {
   EXPECT_FALSE(isTaken());
 }
 
-TEST_F(SingleOwnerLockTest, IsTakenUpByTheProgramThatInheritsIt) {
+TEST_F(SingleOwnerLockTest, IsHeldByTheProgramThatInheritsIt) {
   const pid_t process = ::fork();
   if (process == 0) {
     auto first = acquire();
@@ -152,7 +152,7 @@ TEST_F(SingleOwnerLockTest, TrustsNoDescriptorOfAnotherFile) {
   EXPECT_GE(::fcntl(other.get(), F_GETFD), 0) << "it was not closed";
 }
 
-TEST_F(SingleOwnerLockTest, SaysWhyItCannotBeTaken) {
+TEST_F(SingleOwnerLockTest, ReportsWhyItCannotBeAcquired) {
   directory_.write("base", "");
   EXPECT_EQ(std::get<Error>(acquire()).message, directory_ / "base: Not a directory");
   fs::remove(directory_ / "base");

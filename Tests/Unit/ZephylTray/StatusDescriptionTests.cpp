@@ -12,7 +12,7 @@ AgentSnapshot reachable(std::size_t folders) {
           .roots = std::vector<SharedRoot>(folders)};
 }
 
-TEST(StatusDescription, SaysWhetherTheAgentAnswers) {
+TEST(StatusDescription, DescribesWhetherTheAgentAnswers) {
   EXPECT_EQ(describe({}, {}), "agent not reachable");
   EXPECT_EQ(describe(reachable(0), {}), "reachable, 0 folders");
   EXPECT_EQ(describe(reachable(1), {}), "reachable, 1 folder");
@@ -29,7 +29,7 @@ TEST(StatusDescription, AddsUpTheProgressOfAllFolders) {
   EXPECT_EQ(describe(view, {}), "reachable, 3 folders");
 }
 
-TEST(StatusDescription, FollowsTheModelAndTheApprovals) {
+TEST(StatusDescription, DescribesModelAndApprovals) {
   auto view = reachable(1);
   view.activity->model = {ModelPhase::downloading, 420, 1000, std::nullopt};
   view.activity->pendingApprovals.resize(2);
@@ -76,7 +76,7 @@ TEST(StatusDescription, DownloadProgressIsASizeWhileTheTotalIsUnknown) {
   EXPECT_EQ(soFar(-5), "Zero KB");
 }
 
-TEST(StatusDescription, ASizeHasNoDecimalsThatSayNothing) {
+TEST(StatusDescription, ASizeHasNoMeaninglessDecimals) {
   const auto soFar = [](std::int64_t bytes) {
     return downloadProgress({ModelPhase::downloading, bytes, 0, {}});
   };

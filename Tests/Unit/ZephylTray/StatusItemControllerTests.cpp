@@ -9,7 +9,7 @@
 namespace zephyl {
 namespace {
 
-/// A controller of an item that remembers what it shows, with a state that the test changes.
+/// A controller of an item that records what it shows. The test sets the state.
 class StatusItemControllerTest : public ::testing::Test {
  protected:
   StatusItemControllerTest() { controller_->start(); }
@@ -35,7 +35,7 @@ class StatusItemControllerTest : public ::testing::Test {
              });
 };
 
-TEST_F(StatusItemControllerTest, HasAMenuAtOnceAndADescriptionOnceTheStateIsKnown) {
+TEST_F(StatusItemControllerTest, HasAMenuAtOnceAndADescriptionWhenTheStateIsKnown) {
   EXPECT_FALSE(item_.menu.empty());
   EXPECT_EQ(item_.descriptionsSet, 0);
   known_ = true;
@@ -57,7 +57,7 @@ TEST_F(StatusItemControllerTest, SetsTitleDescriptionAndMenuOncePerChange) {
   EXPECT_EQ(item_.menusSet, 1);
 }
 
-TEST_F(StatusItemControllerTest, LeavesAnOpenMenuAloneAndUpdatesTheRest) {
+TEST_F(StatusItemControllerTest, DoesNotChangeAnOpenMenuButUpdatesTheRest) {
   known_ = true;
   item_.events.willOpen();
   const int before = item_.menusSet;
@@ -71,7 +71,7 @@ TEST_F(StatusItemControllerTest, LeavesAnOpenMenuAloneAndUpdatesTheRest) {
   EXPECT_EQ(item_.menusSet, before + 1);
 }
 
-TEST_F(StatusItemControllerTest, ProgressReadsNoMenu) {
+TEST_F(StatusItemControllerTest, ProgressDoesNotRebuildTheMenu) {
   known_ = true;
   agent_.reachable = true;
   agent_.activity = Activity{.busy = true};
@@ -82,17 +82,17 @@ TEST_F(StatusItemControllerTest, ProgressReadsNoMenu) {
   EXPECT_EQ(menusRead_, before);
 }
 
-TEST_F(StatusItemControllerTest, PassesOnWhatIsChosen) {
+TEST_F(StatusItemControllerTest, ForwardsChosenActions) {
   item_.events.chosen(MenuAction(TrayAction(menuActions::ConnectServer("id-1"))));
   EXPECT_EQ(performed_, TrayAction(menuActions::ConnectServer("id-1")));
 }
 
-TEST_F(StatusItemControllerTest, IgnoresAnActionThatIsNotTheTrays) {
+TEST_F(StatusItemControllerTest, IgnoresAnUnknownAction) {
   item_.events.chosen(MenuAction(1));
   EXPECT_FALSE(performed_);
 }
 
-TEST_F(StatusItemControllerTest, DoesNothingOnceItIsGone) {
+TEST_F(StatusItemControllerTest, DoesNothingAfterItsDestruction) {
   const auto before = item_.menusSet;
   controller_.reset();
   item_.events.needsUpdate();

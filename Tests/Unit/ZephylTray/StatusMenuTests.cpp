@@ -14,7 +14,7 @@ namespace {
 using test::lineOf;
 using test::textOf;
 
-/// A state that holds the agent's view, to be changed step by step.
+/// A state of the tray that owns the agent's view. Tests modify it.
 struct ShownState {
   AgentSnapshot agent;
   bool tailnetProgramsFound = false;
@@ -38,7 +38,7 @@ std::optional<MenuEntry> entry(const Menu& menu, const std::string& key) {
   return found == menu.end() ? std::nullopt : std::optional(*found);
 }
 
-/// The row as text; empty when the menu has none of this key.
+/// Returns the row as text, empty if the menu has no row with this key.
 std::string line(const ShownState& state, const std::string& key) {
   const auto found = entry(menuOf(state), key);
   return found ? lineOf(*found) : "";
@@ -52,7 +52,7 @@ void expectUniqueKeys(const Menu& menu) {
   }
 }
 
-/// A state in which everything that the menu can say is said.
+/// Returns a state in which the menu has all of its rows.
 ShownState eventful() {
   auto state = answering();
   state.agent.status->connections = {{{"agent-1", AgentState::enrolled, {}, {}}}};
@@ -128,7 +128,7 @@ quit: Quit Zephyl ^q -> Quit
 )");
 }
 
-TEST(StatusMenu, WithTheAgentGone) {
+TEST(StatusMenu, WithoutAnAgent) {
   auto state = eventful();
   state.agent = {};
   const auto menu = menuOf(state);
@@ -144,7 +144,7 @@ TEST(StatusMenu, WithTheAgentGone) {
   EXPECT_TRUE(entry(entry(menu, "server/id-1")->submenu, "enrolment"));
 }
 
-TEST(StatusMenu, WhatAnAgentSaidThatNoLongerAnswersIsNotShown) {
+TEST(StatusMenu, ReportsOfAnUnreachableAgentAreNotShown) {
   auto state = eventful();
   state.agent.reachable = false;
   const auto withoutAnswer = textOf(menuOf(state));
@@ -165,7 +165,7 @@ TEST(StatusMenu, RequestsAreCounted) {
             "approvals: ⚠️ 2 requests need your approval… -> ReviewPendingApprovals");
 }
 
-TEST(StatusMenu, WithoutServersOneCanBeJoined) {
+TEST(StatusMenu, WithoutServersItOffersToJoinOne) {
   auto state = answering();
   state.tailnetProgramsFound = true;
   EXPECT_EQ(textOf(menuOf(state)), R"(
@@ -177,13 +177,13 @@ quit: Quit Zephyl ^q -> Quit
 )");
 }
 
-TEST(StatusMenu, ServersTakeThePlaceOfJoining) {
+TEST(StatusMenu, ServersReplaceTheJoinRow) {
   const auto menu = menuOf(eventful());
   EXPECT_FALSE(entry(menu, "join"));
   EXPECT_TRUE(entry(menu, "server/id-1"));
 }
 
-TEST(StatusMenu, WithoutTheTailnetProgramsThereAreNeitherServersNorJoining) {
+TEST(StatusMenu, WithoutTheTailnetProgramsItShowsNoServersAndNoJoinRow) {
   auto state = eventful();
   state.tailnetProgramsFound = false;
   for (const auto& each : menuOf(state)) EXPECT_FALSE(each.key.starts_with("server/"));
@@ -207,8 +207,8 @@ TEST(StatusMenu, AServerIsMatchedWithItsOwnTailnetAndConnection) {
   EXPECT_FALSE(isEnrolled());
 }
 
-/// Every phase, and every way of telling how far a download is.
-TEST(StatusMenu, TheModelHasALineWhileItIsNotThere) {
+/// Tests every phase and every form of the progress.
+TEST(StatusMenu, TheModelHasARowUntilItIsReady) {
   auto state = answering();
   EXPECT_EQ(line(state, "model"), "");
   const auto modelLine = [&state](ModelPhase phase, std::int64_t soFar = 0,
@@ -229,8 +229,8 @@ TEST(StatusMenu, TheModelHasALineWhileItIsNotThere) {
   EXPECT_EQ(modelLine(ModelPhase::downloading, 12'345'678, -1), downloading + "12.3 MB [off]");
 }
 
-/// Everything but a command is a path.
-TEST(StatusMenu, AnExceptionIsForACommandOrForAPath) {
+/// Every kind but a command is treated as a path.
+TEST(StatusMenu, AnExceptionNamesACommandOrAPath) {
   auto state = answering();
   const auto kindLine = [&state](const std::string& kind) {
     state.agent.activity->escapeGrants = {{.path = "x", .kind = kind}};
@@ -282,7 +282,7 @@ TEST(StatusMenu, ListsFiftyExceptionsAtMost) {
   EXPECT_EQ(entry(menuOf(state), "exceptions")->title, "⚠️ Permanent exceptions (5050)");
 }
 
-TEST(StatusMenu, AnExceptionIsNamedWithinBoundsAndWithoutBlanks) {
+TEST(StatusMenu, AnExceptionHasABoundedTitleWithoutBlanks) {
   auto state = answering();
   const std::string name(100'000, 'x');
   state.agent.activity->escapeGrants = {{.path = "ls\u2800      " + name, .grantedBy = name}};
@@ -293,8 +293,8 @@ TEST(StatusMenu, AnExceptionIsNamedWithinBoundsAndWithoutBlanks) {
   EXPECT_LT(exception.submenu[1].title.size(), 400U);
 }
 
-/// Every combination of what the updater shows.
-TEST(StatusMenu, UpdatesAreOfferedByAProgramThatUpdatesItself) {
+/// Tests every state of the updater.
+TEST(StatusMenu, UpdatesAreOfferedIfTheProgramUpdatesItself) {
   auto state = answering();
   const auto updates = [&state](const UpdateView& view) {
     state.updates = view;
@@ -347,7 +347,7 @@ TEST(StatusMenu, KeysAreUniqueAmongSiblings) {
   expectUniqueKeys(menuOf(state));
 }
 
-TEST(StatusMenu, ARowKeepsItsKeyWhateverStandsAboutIt) {
+TEST(StatusMenu, ARowKeepsItsKeyWhateverTheOtherRows) {
   auto state = answering();
   state.agent.activity->escapeGrants = {{.path = "/a", .kind = "path", .grantedAt = 1},
                                         {.path = "/b", .kind = "path"},

@@ -80,10 +80,10 @@ TEST_F(TailnetManagerTest, StartsServersInTheRegistrysOrderAndTheFirstIsPrimary)
   }
   EXPECT_EQ(manager_->primary()->server().id, "b");
   manager_->retire("b");
-  EXPECT_EQ(manager_->primary(), nullptr) << "another one never takes its place";
+  EXPECT_EQ(manager_->primary(), nullptr) << "no other agent is launched in its place";
 }
 
-TEST_F(TailnetManagerTest, DisablingStopsAndForgetsAndEnablingTakesTheEntryAsItIsThen) {
+TEST_F(TailnetManagerTest, DisablingRemovesTheInstanceAndEnablingUsesTheCurrentEntry) {
   Servers::replaceAll({namedServer("a", "A")});
   manager_->syncWithStore();
   const auto first = manager_->find("a");
@@ -101,7 +101,7 @@ TEST_F(TailnetManagerTest, DisablingStopsAndForgetsAndEnablingTakesTheEntryAsItI
   EXPECT_EQ(manager_->find("a")->server().address, "http://new");
 }
 
-TEST_F(TailnetManagerTest, ASyncLeavesAPairThatRunsAloneAndKeepsItsEntry) {
+TEST_F(TailnetManagerTest, ASyncDoesNotChangeARunningPair) {
   Servers::replaceAll({namedServer("a", "A")});
   manager_->syncWithStore();
   runtime_.advance(1s);
@@ -152,7 +152,7 @@ TEST_F(TailnetManagerTest, MergesTheLogsUnderHeadingsCapitalLettersFirst) {
                                                              "=== beta ===", "[tailscaled] b"}));
 }
 
-TEST_F(TailnetManagerTest, OneLogHasNoHeadingAndNoneIsEmpty) {
+TEST_F(TailnetManagerTest, OneLogHasNoHeadingAndNoLogsGiveAnEmptyText) {
   EXPECT_TRUE(manager_->recentLog().empty());
   Servers::replaceAll({namedServer("1", "beta")});
   manager_->syncWithStore();
@@ -176,7 +176,7 @@ TEST_F(TailnetManagerTest, AddressesLearnedWithinASecondAreOneNotification) {
   EXPECT_EQ(addressesLearned_, 2);
 }
 
-TEST_F(TailnetManagerTest, ReportsWhichServersTargetIsUnresolved) {
+TEST_F(TailnetManagerTest, ReportsTheServerOfAnUnresolvedTarget) {
   Servers::replaceAll({namedServer("1", "A")});
   manager_->syncWithStore();
   child(0)->print({"TARGET UNRESOLVED: http://lab"});
@@ -184,14 +184,14 @@ TEST_F(TailnetManagerTest, ReportsWhichServersTargetIsUnresolved) {
   EXPECT_EQ(unresolved_, std::vector<std::string>{"1 http://lab"});
 }
 
-TEST_F(TailnetManagerTest, ChangesInARowAreOneNotification) {
+TEST_F(TailnetManagerTest, SuccessiveChangesAreOneNotification) {
   Servers::replaceAll({namedServer("1", "A"), namedServer("2", "B"), namedServer("3", "C")});
   manager_->syncWithStore();
   runtime_.settle();
   EXPECT_EQ(stateChanges_, 1);
 }
 
-TEST_F(TailnetManagerTest, ARetiredInstanceEndsWithoutAnyoneWaitingForIt) {
+TEST_F(TailnetManagerTest, ARetiredInstanceEndsAsynchronously) {
   Servers::replaceAll({namedServer("a", "A"), namedServer("b", "B")});
   manager_->syncWithStore();
   runtime_.advance(1s);
@@ -205,13 +205,13 @@ TEST_F(TailnetManagerTest, ARetiredInstanceEndsWithoutAnyoneWaitingForIt) {
   EXPECT_EQ(retired, 0);
   EXPECT_EQ(runningChildren(), 4);
   runtime_.advance(1ms);
-  EXPECT_EQ(runningChildren(), 3) << "the client has used up its time, the daemon has its own";
+  EXPECT_EQ(runningChildren(), 3) << "the daemon's grace period has not expired";
   runtime_.advance(3s);
   EXPECT_EQ(runningChildren(), 2);
   EXPECT_EQ(retired, 1);
 }
 
-TEST_F(TailnetManagerTest, WithNothingRetiredThereIsNothingToWaitFor) {
+TEST_F(TailnetManagerTest, WithoutRetiredInstancesThereIsNothingToWaitFor) {
   int retired = 0;
   manager_->whenRetired([&] { ++retired; });
   EXPECT_EQ(retired, 0) << "never within the call";
@@ -219,7 +219,7 @@ TEST_F(TailnetManagerTest, WithNothingRetiredThereIsNothingToWaitFor) {
   EXPECT_EQ(retired, 1);
 }
 
-TEST_F(TailnetManagerTest, AServersNextInstanceStartsWhenTheChildrenOfTheLastOneHaveEnded) {
+TEST_F(TailnetManagerTest, AServersNextInstanceStartsAfterTheChildrenOfTheLastOneHaveEnded) {
   Servers::replaceAll({namedServer("a", "A")});
   manager_->syncWithStore();
   runtime_.advance(1s);
@@ -249,7 +249,7 @@ TEST_F(TailnetManagerTest, ASuspendedServerIsNotStarted) {
   EXPECT_EQ(launches(), 2U);
 }
 
-TEST_F(TailnetManagerTest, StoppingAllIncludesWhatIsStillEnding) {
+TEST_F(TailnetManagerTest, StoppingAllIncludesEndingInstances) {
   Servers::replaceAll({namedServer("a", "A")});
   manager_->syncWithStore();
   child(0)->ignoreTermination();

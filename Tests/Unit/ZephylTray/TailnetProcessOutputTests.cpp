@@ -9,7 +9,7 @@ using namespace std::chrono_literals;
 
 // Enrolling
 
-TEST_F(TailnetProcessTest, TheKeyIsHandedOverUntilTheJoinSucceeds) {
+TEST_F(TailnetProcessTest, TheKeyIsPassedUntilTheJoinSucceeds) {
   tailnet_->startRedeeming("hskey-auth-abc");
   advance(800ms + 1s);
   EXPECT_EQ(client().options().environment.at("ZEPHYL_PREAUTH_KEY"), "hskey-auth-abc");
@@ -22,7 +22,7 @@ TEST_F(TailnetProcessTest, TheKeyIsHandedOverUntilTheJoinSucceeds) {
   EXPECT_FALSE(client().options().environment.contains("ZEPHYL_PREAUTH_KEY"));
 }
 
-TEST_F(TailnetProcessTest, AJoinThatIsReportedWhileThePairEndsUsesTheKeyUp) {
+TEST_F(TailnetProcessTest, AJoinReportedWhileThePairEndsClearsTheKey) {
   tailnet_->startRedeeming("hskey-auth-abc");
   advance(800ms + 1s);
   client().ignoreTermination();
@@ -35,7 +35,7 @@ TEST_F(TailnetProcessTest, AJoinThatIsReportedWhileThePairEndsUsesTheKeyUp) {
   EXPECT_EQ(Servers::all()[0].serverName, std::nullopt);
 }
 
-TEST_F(TailnetProcessTest, AJoinWithAnEarlierKeyDoesNotUseUpTheNewOne) {
+TEST_F(TailnetProcessTest, AJoinWithAnEarlierKeyDoesNotClearTheNewOne) {
   tailnet_->startRedeeming("hskey-auth-old");
   advance(800ms + 1s);
   client().ignoreTermination();
@@ -61,7 +61,7 @@ TEST_F(TailnetProcessTest, AFailedEnrolmentStopsBothForGood) {
   EXPECT_EQ(tailnet_->state().lastEnrolError, std::nullopt);
 }
 
-TEST_F(TailnetProcessTest, AKeyThatTheChildrenPrintComesNowhere) {
+TEST_F(TailnetProcessTest, AKeyPrintedByTheChildrenIsRemovedFromTheLog) {
   const std::string secret = "kq7v-good-and-secret";
   tailnet_->startRedeeming("hskey-auth-" + secret);
   const std::string log = test::logOf([&] {
@@ -82,14 +82,14 @@ TEST_F(TailnetProcessTest, AKeyThatTheChildrenPrintComesNowhere) {
   for (const auto& text : everything) EXPECT_EQ(text.find(secret), std::string::npos) << text;
 }
 
-TEST_F(TailnetProcessTest, AKeyOfAFewLettersIsNotStruckOutOfOrdinaryWords) {
+TEST_F(TailnetProcessTest, AShortKeyIsNotRemovedFromOrdinaryWords) {
   tailnet_->startRedeeming("tail");
   advance(2s);
   print("joined the tailnet");
   EXPECT_EQ(lastLine(), "[tailnet] joined the tailnet");
 }
 
-TEST_F(TailnetProcessTest, WhatAStoppedPairStillPrintsIsLoggedAndChangesNothing) {
+TEST_F(TailnetProcessTest, OutputOfAStoppedPairIsOnlyLogged) {
   startBoth();
   const auto old = runtime_.launcher.newest();
   tailnet_->startRedeeming("hskey-auth-abc");
@@ -116,7 +116,7 @@ TEST_F(TailnetProcessTest, KeepsTheNewest200LinesUnderTheirTags) {
   EXPECT_EQ(lastLine(), "[tailscaled] up");
 }
 
-TEST_F(TailnetProcessTest, LearnsWhatTheServerTellsAboutItself) {
+TEST_F(TailnetProcessTest, LearnsTheNameAndColorOfTheServer) {
   startBoth();
   print("target resolved to http://lab:5173");
   print("server name: The Lab");
@@ -130,7 +130,7 @@ TEST_F(TailnetProcessTest, LearnsWhatTheServerTellsAboutItself) {
   EXPECT_EQ(addressesLearned_, 1);
 }
 
-TEST_F(TailnetProcessTest, OfManyValuesOnlyTheNewestWaitsForTheMainThread) {
+TEST_F(TailnetProcessTest, OnlyTheNewestValueWaitsForTheMainThread) {
   startBoth();
   stateChanges_ = 0;
   for (int i = 1; i <= 5000; ++i) {
@@ -151,14 +151,14 @@ TEST_F(TailnetProcessTest, OneLineWithTwoMarkersHasBothEffects) {
   EXPECT_EQ(Servers::all()[0].serverName, "Lab");
 }
 
-TEST_F(TailnetProcessTest, ALineIsReadBeyondWhereTheLogCutsIt) {
+TEST_F(TailnetProcessTest, MarkersAreFoundBeyondTheLengthOfALogLine) {
   startBoth();
   print("found Zephyl at relay-1, server name: Lab");
   EXPECT_EQ(lastLine(), "[tailnet] found Zephyl");
   EXPECT_EQ(Servers::all()[0].serverName, "Lab");
 }
 
-TEST_F(TailnetProcessTest, ToldOfAnAddressOnlyOnceItIsStoredAndOfTheStateAfterThat) {
+TEST_F(TailnetProcessTest, ReportsAnAddressAfterItWasStoredAndThenTheState) {
   startBoth();
   std::vector<std::string> calls;
   tailnet_->onAddressLearned = [&] { calls.push_back(*Servers::all()[0].address); };

@@ -26,7 +26,7 @@ inline ServerEntry joinedServer() {
       .enabled = true};
 }
 
-/// The tailnet of a joined server, with children that only pretend.
+/// The tailnet of a joined server, with fake children.
 class TailnetProcessTest : public ::testing::Test {
  protected:
   TailnetProcessTest() {

@@ -39,7 +39,7 @@ TEST_F(TailnetProcessTest, LaunchesTheDaemonAndASecondLaterTheClient) {
   EXPECT_TRUE(tailnet_->isRunning());
 }
 
-TEST_F(TailnetProcessTest, HandsTheAddressOverAsItIsStored) {
+TEST_F(TailnetProcessTest, PassesTheStoredAddressToTheClient) {
   auto server = joinedServer();
   server.address = " http://lab:5173 ";
   use(server);
@@ -50,7 +50,7 @@ TEST_F(TailnetProcessTest, HandsTheAddressOverAsItIsStored) {
   EXPECT_EQ(tailnet_->state().unresolvedTarget, std::nullopt);
 }
 
-TEST_F(TailnetProcessTest, ClearsAnUnresolvedTargetOnlyWhenItHandsOneOver) {
+TEST_F(TailnetProcessTest, ClearsAnUnresolvedTargetOnlyIfItPassesOne) {
   startBoth();
   print("TARGET UNRESOLVED: http://lab");
   tailnet_->restart();
@@ -67,7 +67,7 @@ TEST_F(TailnetProcessTest, ClearsAnUnresolvedTargetOnlyWhenItHandsOneOver) {
   EXPECT_EQ(tailnet_->state().unresolvedTarget, std::nullopt);
 }
 
-TEST_F(TailnetProcessTest, MakesItsDirectoriesForItselfAlone) {
+TEST_F(TailnetProcessTest, CreatesPrivateDirectories) {
   const auto socket = world_.directory().write("home/.zephyl/run/01234567.sock", "stale");
   tailnet_->start();
   EXPECT_FALSE(fileExists(socket));
@@ -75,7 +75,7 @@ TEST_F(TailnetProcessTest, MakesItsDirectoriesForItselfAlone) {
             std::filesystem::perms::owner_all);
 }
 
-TEST_F(TailnetProcessTest, GoesOnWhereItsDirectoriesCannotBeMade) {
+TEST_F(TailnetProcessTest, ContinuesIfItsDirectoriesCannotBeCreated) {
   world_.directory().write("data/Zephyl/servers", "in the way");
   world_.directory().write("home/.zephyl", "in the way");
   startBoth();
@@ -95,7 +95,7 @@ TEST_F(TailnetProcessTest, TheDaemonGetsTheTraysOwnEnvironmentAndTheClientTheSoc
   EXPECT_EQ(client().options().environment, more);
 }
 
-TEST_F(TailnetProcessTest, WithoutAnInviteItStaysIdleAndSaysSo) {
+TEST_F(TailnetProcessTest, WithoutAnInviteItStaysIdleAndLogsWhy) {
   auto server = joinedServer();
   server.tailnetFingerprint = "";
   use(server);
@@ -104,14 +104,14 @@ TEST_F(TailnetProcessTest, WithoutAnInviteItStaysIdleAndSaysSo) {
   EXPECT_EQ(lastLine(), "[tray] no tailnet invite has been redeemed yet; not starting the tailnet");
 }
 
-TEST_F(TailnetProcessTest, WithoutAProgramItStaysIdleAndSaysNothing) {
+TEST_F(TailnetProcessTest, WithoutAProgramItStaysIdle) {
   std::filesystem::remove(client_);
   tailnet_->start();
   EXPECT_EQ(launches(), 0U);
   EXPECT_FALSE(tailnet_->hasLog());
 }
 
-TEST_F(TailnetProcessTest, WarnsOfASocketPathThatIsTooLongAndGoesOn) {
+TEST_F(TailnetProcessTest, WarnsOfALongSocketPathAndContinues) {
   const std::string home = world_.directory() / "";
   const auto rest = std::string("/.zephyl/run/01234567.sock").size();
   {
@@ -129,14 +129,14 @@ TEST_F(TailnetProcessTest, WarnsOfASocketPathThatIsTooLongAndGoesOn) {
           Servers::controlSocketPath(joinedServerId));
 }
 
-TEST_F(TailnetProcessTest, StartingAPairThatRunsLeavesItAlone) {
+TEST_F(TailnetProcessTest, StartingARunningPairDoesNothing) {
   startBoth();
   tailnet_->start();
   advance(10s);
   EXPECT_EQ(launches(), 2U);
 }
 
-TEST_F(TailnetProcessTest, ADaemonThatDoesNotStayUpKeepsTheClientFromStarting) {
+TEST_F(TailnetProcessTest, ADaemonThatEndsAtOncePreventsTheClientFromStarting) {
   tailnet_->start();
   child(0).exit({ExitStatus::Reason::exited, 1});
   settle();
@@ -185,7 +185,7 @@ TEST_F(TailnetProcessTest, EndsTheOtherChildAndRetriesWhenOneEnds) {
   EXPECT_TRUE(tailnet_->isRunning());
 }
 
-TEST_F(TailnetProcessTest, APairWhoseChildrenEndTogetherFailsOnce) {
+TEST_F(TailnetProcessTest, APairWhoseChildrenEndTogetherCountsAsOneFailure) {
   startBoth();
   const auto daemon = runtime_.launcher.children()[0];
   client().exit({ExitStatus::Reason::exited, 1});
@@ -194,7 +194,7 @@ TEST_F(TailnetProcessTest, APairWhoseChildrenEndTogetherFailsOnce) {
   EXPECT_EQ(tailnet_->state().failureCount, 1);
 }
 
-TEST_F(TailnetProcessTest, RetriesAfterLongerAndLongerPausesAndThenEveryFiveMinutes) {
+TEST_F(TailnetProcessTest, RetriesWithGrowingDelaysUpToFiveMinutes) {
   tailnet_->start();
   for (const auto pause : {2s, 4s, 8s, 16s, 32s, 60s, 300s, 300s}) {
     client().exit({ExitStatus::Reason::exited, 1});
@@ -216,7 +216,7 @@ TEST_F(TailnetProcessTest, RetriesAfterLongerAndLongerPausesAndThenEveryFiveMinu
   }
 }
 
-TEST_F(TailnetProcessTest, AStartForgetsEarlierFailuresAndOvertakesTheRetry) {
+TEST_F(TailnetProcessTest, AStartResetsFailuresAndReplacesTheRetry) {
   tailnet_->start();
   for (int i = 0; i < 7; ++i) {
     client().exit({ExitStatus::Reason::exited, 1});
@@ -234,7 +234,7 @@ TEST_F(TailnetProcessTest, AStartForgetsEarlierFailuresAndOvertakesTheRetry) {
   EXPECT_EQ(launches(), before + 1);
 }
 
-TEST_F(TailnetProcessTest, ATunnelForgetsEarlierFailures) {
+TEST_F(TailnetProcessTest, ATunnelResetsFailures) {
   tailnet_->start();
   client().exit({ExitStatus::Reason::exited, 1});
   advance(3s);
@@ -275,7 +275,7 @@ TEST_F(TailnetProcessTest, ChildrenThatIgnoreTheRequestAreKilled) {
   advance(1ms);
   EXPECT_FALSE(child(1).isRunning());
   advance(2999ms);
-  EXPECT_TRUE(child(0).isRunning()) << "its time began when the client had ended";
+  EXPECT_TRUE(child(0).isRunning()) << "its grace period began when the client had ended";
   EXPECT_EQ(ended, 0);
   advance(1ms);
   EXPECT_FALSE(child(0).isRunning());
@@ -299,7 +299,7 @@ TEST_F(TailnetProcessTest, AStartWhileThePairEndsWaitsForItsEnd) {
   EXPECT_TRUE(tailnet_->isRunning());
 }
 
-TEST_F(TailnetProcessTest, AStopWhileThePairEndsOvertakesARestart) {
+TEST_F(TailnetProcessTest, AStopWhileThePairEndsCancelsARestart) {
   startBoth();
   child(0).ignoreTermination();
   tailnet_->restart();
@@ -312,7 +312,7 @@ TEST_F(TailnetProcessTest, AStopWhileThePairEndsOvertakesARestart) {
   EXPECT_EQ(child(0).terminateRequests(), 1);
 }
 
-TEST_F(TailnetProcessTest, ARestartIsDueEightTenthsOfASecondAfterTheEnd) {
+TEST_F(TailnetProcessTest, ARestartLaunches800MillisecondsAfterTheEnd) {
   startBoth();
   child(0).ignoreTermination();
   tailnet_->restart();
@@ -322,7 +322,7 @@ TEST_F(TailnetProcessTest, ARestartIsDueEightTenthsOfASecondAfterTheEnd) {
   EXPECT_EQ(launches(), 3U);
 }
 
-TEST_F(TailnetProcessTest, StoppingWithoutChildrenIsReportedAllTheSame) {
+TEST_F(TailnetProcessTest, StoppingWithoutChildrenIsReported) {
   int ended = 0;
   tailnet_->stop([&] { ++ended; });
   EXPECT_EQ(ended, 0) << "never within the call";
@@ -330,14 +330,14 @@ TEST_F(TailnetProcessTest, StoppingWithoutChildrenIsReportedAllTheSame) {
   EXPECT_EQ(ended, 1);
 }
 
-TEST_F(TailnetProcessTest, StoppingInTheFirstSecondKeepsTheClientFromStarting) {
+TEST_F(TailnetProcessTest, StoppingInTheFirstSecondPreventsTheClientFromStarting) {
   tailnet_->start();
   tailnet_->stop();
   advance(10s);
   EXPECT_EQ(launches(), 1U);
 }
 
-TEST_F(TailnetProcessTest, RestartingTakesEightTenthsOfASecond) {
+TEST_F(TailnetProcessTest, RestartingTakes800Milliseconds) {
   startBoth();
   tailnet_->restart();
   advance(799ms);
@@ -350,7 +350,7 @@ TEST_F(TailnetProcessTest, RestartingTakesEightTenthsOfASecond) {
   EXPECT_EQ(launches(), 4U);
 }
 
-TEST_F(TailnetProcessTest, RestartsInARowStartOnePair) {
+TEST_F(TailnetProcessTest, RepeatedRestartsStartOnePair) {
   tailnet_->restart();
   advance(400ms);
   tailnet_->restart();
@@ -359,7 +359,7 @@ TEST_F(TailnetProcessTest, RestartsInARowStartOnePair) {
   EXPECT_TRUE(tailnet_->isRunning());
 }
 
-TEST_F(TailnetProcessTest, DelayedWorkAndChildrenOutliveItHarmlessly) {
+TEST_F(TailnetProcessTest, DelayedTasksAndChildrenMayOutliveIt) {
   startBoth();
   const auto children = runtime_.launcher.children();
   children[1]->exit({ExitStatus::Reason::exited, 1});

@@ -19,11 +19,10 @@ namespace {
 
 using namespace std::chrono_literals;
 
-/// The states of the header's prose.
+/// The states that the header describes.
 enum class State { idle, restarting, starting, running, failed };
 
-/// What happens to a tailnet. What a child does that has ended already is what was still on its
-/// way.
+/// The events of a tailnet. An event of a child that has already ended was still pending.
 enum class Event {
   start,
   stop,
@@ -48,7 +47,7 @@ struct Row {
   std::vector<Event> events;
   State to;
   std::int64_t failures;
-  std::size_t children;  // that run
+  std::size_t children;  // running ones
 };
 
 const char* nameOf(State state) {
@@ -254,7 +253,7 @@ class TailnetTransitions : public ::testing::TestWithParam<Row> {
         runtime_.launcher.children(), [](const auto& child) { return child->isRunning(); }));
   }
 
-  /// Lets time go on until a child is launched or cannot be; none when ten minutes bring nothing.
+  /// Advances time until a child is launched or a launch fails. Returns nullopt after ten minutes.
   std::optional<Duration> timeUntilSomethingHappens() {
     constexpr auto step = 100ms;
     const auto launches = runtime_.launcher.children().size();
@@ -267,7 +266,7 @@ class TailnetTransitions : public ::testing::TestWithParam<Row> {
     return std::nullopt;
   }
 
-  /// Told by what it does next when it may do everything.
+  /// Derives the state from the next action of the tailnet when nothing prevents it.
   State observed() {
     happen(launchesSucceed);
     happen(programsReturn);
@@ -283,7 +282,7 @@ class TailnetTransitions : public ::testing::TestWithParam<Row> {
   std::shared_ptr<TailnetProcess> tailnet_;
 };
 
-TEST_P(TailnetTransitions, Are) {
+TEST_P(TailnetTransitions, LeadToTheExpectedState) {
   const Row& row = GetParam();
   reach(row.from);
   for (const Event event : row.events) happen(event);

@@ -23,24 +23,24 @@ TEST(UpdateSchedule, ChecksOnceADayAndNotAllAtTheSameTime) {
   EXPECT_EQ(untilNextCheck(now, now, 24h, 0.25), 24h + 15min);
 }
 
-TEST(UpdateSchedule, ChecksSoonWhatIsDue) {
+TEST(UpdateSchedule, ChecksSoonIfACheckIsDue) {
   EXPECT_EQ(untilNextCheck(std::nullopt, now, 24h, 0), 0s);
   EXPECT_EQ(untilNextCheck(std::nullopt, now, 24h, 0.5), 1min);
   EXPECT_EQ(untilNextCheck(now - 24h, now, 24h, 0.5), 1min);
   EXPECT_EQ(untilNextCheck(now - 1000h, now, 24h, 0), 0s);
 }
 
-TEST(UpdateSchedule, TrustsNoTimeInTheFuture) {
+TEST(UpdateSchedule, IgnoresATimeInTheFuture) {
   EXPECT_EQ(untilNextCheck(now + 1s, now, 24h, 0), 0s);
 }
 
-TEST(UpdateSchedule, ComputesWithAnyTimeThatASettingMayHold) {
+TEST(UpdateSchedule, HandlesAnyStoredTime) {
   EXPECT_EQ(untilNextCheck(sys_seconds::min(), now, 24h, 0), 0s);
   EXPECT_EQ(untilNextCheck(sys_seconds::min(), now, 365 * 24h, 0), 0s);
   EXPECT_EQ(untilNextCheck(sys_seconds::max(), now, 24h, 0), 0s);
 }
 
-TEST(UpdateSchedule, TriesAgainAfterAnHourOrTwo) {
+TEST(UpdateSchedule, RetriesAfterAnHourOrTwo) {
   EXPECT_EQ(untilRetry(24h, 0), 1h);
   EXPECT_EQ(untilRetry(24h, 0.5), 1h + 30min);
 }
@@ -77,7 +77,7 @@ TEST(UpdateSettings, RememberTheNewestFeedOfAnAddress) {
   EXPECT_EQ(settings().newestFeedDate("https://a/"), std::nullopt);
 }
 
-TEST(UpdateSettings, KnowSinceWhenChecksShouldHaveSucceeded) {
+TEST(UpdateSettings, StoreTheStartOfThePeriodWithoutASuccessfulCheck) {
   const test::TrayWorld world;
   EXPECT_EQ(settings().lastSuccess(now), now);
   EXPECT_EQ(settings().lastSuccess(now + 1h), now);
@@ -90,7 +90,7 @@ TEST(UpdateSettings, KnowSinceWhenChecksShouldHaveSucceeded) {
   EXPECT_FALSE(settings().missingChecksReported());
 }
 
-TEST(UpdateSettings, DrawTheGroupOfAPhasedRollOutOnce) {
+TEST(UpdateSettings, ChooseTheGroupOfAPhasedRollOutOnce) {
   const test::TrayWorld world;
   EXPECT_EQ(settings().rolloutGroup([] { return 0.999; }), 6);
   EXPECT_EQ(settings().rolloutGroup([] { return 0.0; }), 6);

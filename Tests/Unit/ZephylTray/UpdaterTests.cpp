@@ -18,7 +18,7 @@ using namespace std::chrono_literals;
 
 const UpdateItem newVersion{.displayVersionString = "2.1", .versionString = "2100"};
 
-/// A bundle with nothing in it until a test writes its information.
+/// An empty bundle until a test writes its information.
 class UpdaterBundleTest : public ::testing::Test {
  protected:
   UpdaterBundleTest() {
@@ -51,7 +51,7 @@ class UpdaterTest : public UpdaterBundleTest {
     return updater;
   }
 
-  /// Updates are available; whether the agent is busy is `busy_`.
+  /// Makes updates available. `busy_` is whether the agent is busy.
   void start() {
     makeAvailable();
     updater_ = make(framework_.factory());
@@ -59,10 +59,10 @@ class UpdaterTest : public UpdaterBundleTest {
     updater_->start();
   }
 
-  /// Runs `work` as a framework with a thread of its own would.
+  /// Runs `work` on another thread, like a framework with its own thread.
   static void onAnotherThread(const std::function<void()>& work) { std::thread(work).join(); }
 
-  /// Has the framework ask, on its own thread, whether to postpone; the answer.
+  /// Asks on the framework's thread whether to postpone the relaunch, and returns the answer.
   bool asksToRelaunch(const Task& proceed) {
     bool postponed = false;
     onAnotherThread([&] { postponed = updater_->shouldPostponeRelaunch(newVersion, proceed); });
@@ -103,7 +103,7 @@ TEST_F(UpdaterBundleTest, IsAvailableOnlyWithAFeedAndAKey) {
   EXPECT_FALSE(Updater::isAvailable());
 }
 
-TEST_F(UpdaterBundleTest, TakesTheVersionFromTheBundleThenFromTheEnvironment) {
+TEST_F(UpdaterBundleTest, ReadsTheVersionFromTheBundleThenFromTheEnvironment) {
   EXPECT_EQ(Updater::currentVersion(), "unknown");
   const test::ScopedVariable variable("ZEPHYL_TRAY_VERSION", "1.9-dev");
   EXPECT_EQ(Updater::currentVersion(), "1.9-dev");
@@ -133,7 +133,7 @@ TEST_F(UpdaterTest, MakesNoControllerForABundleWithAnEmptyKey) {
   EXPECT_EQ(framework_.checks, 0);
 }
 
-TEST_F(UpdaterTest, HasNoControllerWithoutAFrameworkThatWorks) {
+TEST_F(UpdaterTest, HasNoControllerIfTheFrameworkFails) {
   makeAvailable();
   framework_.fails = true;
   for (const auto& updater : {make(nullptr), make(framework_.factory())}) {
@@ -160,7 +160,7 @@ TEST_F(UpdaterTest, ReportsEachChangeOfWhetherItCanCheck) {
   start();
   EXPECT_FALSE(updater_->canCheckForUpdates());
   framework_.setCanCheck(true);
-  EXPECT_EQ(stateChanges_, 0) << "not before the main thread gets to it";
+  EXPECT_EQ(stateChanges_, 0) << "before the main thread handles it";
   runtime_.settle();
   EXPECT_EQ(stateChanges_, 1);
   EXPECT_TRUE(updater_->canCheckForUpdates());
@@ -181,9 +181,9 @@ TEST_F(UpdaterTest, EndsTheObservationAndThenTheFrameworkWithItself) {
   EXPECT_EQ(framework_.delegate(), nullptr);
 }
 
-// Found, announced, dealt with
+// Finding and announcing
 
-TEST_F(UpdaterTest, TellsAboutAnUpdateThatWasFound) {
+TEST_F(UpdaterTest, ReportsAFoundUpdate) {
   start();
   onAnotherThread([&] { framework_.delegate()->didFindValidUpdate(newVersion); });
   EXPECT_EQ(updater_->pendingVersion(), std::nullopt);
@@ -204,7 +204,7 @@ TEST_F(UpdaterTest, ForgetsAnUpdateThatIsNotFoundAgain) {
   EXPECT_EQ(stateChanges_, 2);
 }
 
-TEST_F(UpdaterTest, ForgetsWhatWasFoundWhenTheUserChecks) {
+TEST_F(UpdaterTest, ForgetsAFoundUpdateWhenTheUserChecks) {
   start();
   updater_->didFindValidUpdate(newVersion);
   runtime_.settle();
@@ -213,7 +213,7 @@ TEST_F(UpdaterTest, ForgetsWhatWasFoundWhenTheUserChecks) {
   EXPECT_EQ(updater_->pendingVersion(), std::nullopt);
 }
 
-TEST_F(UpdaterTest, LeavesItToTheFrameworkWhetherToShowAScheduledUpdate) {
+TEST_F(UpdaterTest, LetsTheFrameworkDecideWhetherToShowAScheduledUpdate) {
   start();
   EXPECT_TRUE(framework_.delegate()->supportsGentleScheduledUpdateReminders());
   EXPECT_TRUE(framework_.delegate()->shouldHandleShowingScheduledUpdate(newVersion, true));
@@ -236,14 +236,14 @@ TEST_F(UpdaterTest, AnnouncesAnUpdateOfAScheduledCheck) {
   }
 }
 
-TEST_F(UpdaterTest, DoesNotAnnounceWhatTheUserAskedFor) {
+TEST_F(UpdaterTest, DoesNotAnnounceAnUpdateThatTheUserAskedFor) {
   start();
   framework_.delegate()->willHandleShowingUpdate(true, newVersion, {.userInitiated = true});
   runtime_.settle();
   EXPECT_TRUE(desktop_.notifications.empty());
 }
 
-TEST_F(UpdaterTest, TakesTheAnnouncementBackOnceTheUserHasSeenTheUpdate) {
+TEST_F(UpdaterTest, WithdrawsTheAnnouncementWhenTheUserHasSeenTheUpdate) {
   start();
   updater_->didFindValidUpdate(newVersion);
   updater_->willHandleShowingUpdate(false, newVersion, {});
@@ -274,17 +274,17 @@ TEST_F(UpdaterTest, ReportsTheEndOfAnUpdateSession) {
 
 TEST_F(UpdaterTest, RelaunchesAtOnceWhileTheAgentIsIdle) {
   start();
-  EXPECT_FALSE(asksToRelaunch([] { ADD_FAILURE() << "nobody waits for it"; }));
+  EXPECT_FALSE(asksToRelaunch([] { ADD_FAILURE() << "nothing waits for it"; }));
   EXPECT_FALSE(updater_->hasPostponedInstall());
   updater_->agentDidUpdateActivity(false);
   runtime_.settle();
   EXPECT_EQ(stateChanges_, 0);
 }
 
-TEST_F(UpdaterTest, RelaunchesAtOnceWhenNobodyKnowsOfAnAgent) {
+TEST_F(UpdaterTest, RelaunchesAtOnceWithoutAnAgent) {
   start();
   updater_->isAgentBusy = nullptr;
-  EXPECT_FALSE(asksToRelaunch([] { ADD_FAILURE() << "nobody waits for it"; }));
+  EXPECT_FALSE(asksToRelaunch([] { ADD_FAILURE() << "nothing waits for it"; }));
   EXPECT_FALSE(updater_->hasPostponedInstall());
 }
 
@@ -317,7 +317,7 @@ TEST_F(UpdaterTest, PostponesTheRelaunchWhileTheAgentIsBusy) {
   EXPECT_EQ(stateChanges_, 1);
 }
 
-TEST_F(UpdaterTest, GoesOnWithAPostponedInstallOnceWhenTheAgentIsIdle) {
+TEST_F(UpdaterTest, ContinuesAPostponedInstallOnceWhenTheAgentIsIdle) {
   start();
   busy_ = true;
   std::vector<std::string> events;
@@ -325,7 +325,7 @@ TEST_F(UpdaterTest, GoesOnWithAPostponedInstallOnceWhenTheAgentIsIdle) {
   EXPECT_TRUE(asksToRelaunch([&] {
     EXPECT_TRUE(runtime_.mainLoop.isCurrent());
     EXPECT_FALSE(updater_->hasPostponedInstall()) << "cleared first";
-    updater_->agentDidUpdateActivity(false);  // must find nothing to go on with
+    updater_->agentDidUpdateActivity(false);  // nothing was postponed
     events.emplace_back("install");
   }));
   runtime_.settle();
@@ -346,7 +346,7 @@ TEST_F(UpdaterTest, PostponesAgainWhenAskedAgain) {
   EXPECT_TRUE(asksToRelaunch([&] { installed.push_back(2); }));
   runtime_.settle();
   updater_->agentDidUpdateActivity(false);
-  EXPECT_EQ(installed, std::vector<int>{2}) << "the newest question counts";
+  EXPECT_EQ(installed, std::vector<int>{2}) << "the newest request is current";
   EXPECT_TRUE(asksToRelaunch([&] { installed.push_back(3); }));
   EXPECT_TRUE(updater_->hasPostponedInstall());
 }
@@ -406,7 +406,7 @@ TEST_F(UpdaterTest, SurvivesCallbacksFromManyThreadsAtOnce) {
   EXPECT_TRUE(desktop_.notifications.empty());
 }
 
-TEST_F(UpdaterTest, WhatIsStillOnItsWayDoesNothingOnceItIsGone) {
+TEST_F(UpdaterTest, IgnoresPendingEventsAfterItsDestruction) {
   start();
   busy_ = true;
   updater_->didFindValidUpdate(newVersion);

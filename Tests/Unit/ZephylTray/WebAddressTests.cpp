@@ -5,7 +5,7 @@
 namespace zephyl {
 namespace {
 
-TEST(WebAddress, IsTheInternalNameForPort80WhereItResolves) {
+TEST(WebAddress, IsTheInternalNameForPort80IfItResolves) {
   EXPECT_EQ(webAddress("100.64.0.7:80", true), "http://zephyl.internal");
   EXPECT_EQ(webAddress("100.64.0.7:80", false), "http://100.64.0.7:80");
 }

@@ -5,7 +5,7 @@
 namespace zephyl {
 namespace {
 
-/// A launcher of windows that exist only in the test.
+/// A launcher of fake windows.
 class WindowLauncherTest : public ::testing::Test {
  protected:
   using Strings = std::vector<std::string>;
@@ -40,7 +40,7 @@ class WindowLauncherTest : public ::testing::Test {
   });
 };
 
-TEST_F(WindowLauncherTest, TellsTheDesktopAppWhatThereIs) {
+TEST_F(WindowLauncherTest, PassesServerAndOnboardingToTheDesktopApp) {
   launcher_->openDesktopWindow();
   EXPECT_EQ(launches_.at(0).serverURL, std::nullopt);
   EXPECT_TRUE(launches_.at(0).needsOnboarding);
@@ -61,14 +61,14 @@ TEST_F(WindowLauncherTest, OpensAScreenOfTheDesktopApp) {
   EXPECT_EQ(launches_.size(), 1U);
 }
 
-TEST_F(WindowLauncherTest, OpensAScreenOnlyIfTheAppIsInstalledWhereAskedTo) {
+TEST_F(WindowLauncherTest, OpensAScreenOnlyIfTheAppIsInstalled) {
   EXPECT_TRUE(launcher_->openInShellIfInstalled("join"));
   installed_ = false;
   EXPECT_FALSE(launcher_->openInShellIfInstalled("join"));
   EXPECT_EQ(screens_, Strings{"join"});
 }
 
-TEST_F(WindowLauncherTest, GoesOnWhereTheUserIsNeeded) {
+TEST_F(WindowLauncherTest, OpensTheScreenThatNeedsTheUser) {
   launcher_->openNextStep();
   enabled_ = {{.address = "http://lab"}};
   launcher_->openNextStep();
@@ -111,12 +111,12 @@ TEST_F(WindowLauncherTest, AnnouncesLaterWhatItCouldNotShow) {
   EXPECT_EQ(screens_, Strings{"servers"});
 }
 
-TEST_F(WindowLauncherTest, AnEmptyAddressIsNone) {
+TEST_F(WindowLauncherTest, AnEmptyAddressIsIgnored) {
   EXPECT_EQ(launcher_->webAddressOf(std::nullopt), std::nullopt);
   EXPECT_EQ(launcher_->webAddressOf(""), std::nullopt);
 }
 
-TEST_F(WindowLauncherTest, TheInternalNameReplacesTheAddressOnceItIsKnownToLeadHere) {
+TEST_F(WindowLauncherTest, TheInternalNameReplacesTheAddressIfItResolvesToLoopback) {
   launcher_->lookUpInternalHost();
   EXPECT_EQ(webAddress(), "http://100.64.0.7:80");
   lookUps_.at(0)({"127.100.0.1", "::1"});
@@ -125,7 +125,7 @@ TEST_F(WindowLauncherTest, TheInternalNameReplacesTheAddressOnceItIsKnownToLeadH
   EXPECT_EQ(lookUps_.size(), 1U) << "the first answer is final";
 }
 
-TEST_F(WindowLauncherTest, TheInternalNameReplacesNothingWhereItLeadsElsewhere) {
+TEST_F(WindowLauncherTest, TheInternalNameIsNotUsedIfItResolvesElsewhere) {
   launcher_->lookUpInternalHost();
   lookUps_.at(0)({"127.0.0.1", "203.0.113.9"});
   EXPECT_EQ(webAddress(), "http://100.64.0.7:80");
@@ -133,7 +133,7 @@ TEST_F(WindowLauncherTest, TheInternalNameReplacesNothingWhereItLeadsElsewhere) 
   EXPECT_EQ(webAddress(), "http://100.64.0.7:80");
 }
 
-TEST_F(WindowLauncherTest, AnAnswerThatComesAfterItIsGoneDoesNothing) {
+TEST_F(WindowLauncherTest, AnAnswerAfterItsDestructionIsIgnored) {
   launcher_->lookUpInternalHost();
   launcher_.reset();
   lookUps_.at(0)({"127.0.0.1"});
