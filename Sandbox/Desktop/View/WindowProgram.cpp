@@ -5,12 +5,9 @@
 #include <QTimer>
 #include <chrono>
 #include <csignal>
-#include <cstdio>
 #include <cstdlib>
 #include <memory>
 #include <utility>
-
-#include <unistd.h>
 
 #include "Common/Log.hpp"
 #include "Desktop/View/MainWindow.hpp"
@@ -18,6 +15,7 @@
 #include "Desktop/View/TrayLink.hpp"
 #include "Desktop/View/WindowBus.hpp"
 #include "Helpers/Dialogs/Program/Appearance.hpp"
+#include "Helpers/Dialogs/Program/Toolkit.hpp"
 #include "System/Files/Environment.hpp"
 
 namespace zephyl::sandbox::desktop {
@@ -25,25 +23,13 @@ namespace {
 
 constexpr std::chrono::seconds pollInterval(1);
 
-/// The toolkit would abort without a screen, which leaves a core dump for nothing.
-void printMessage(QtMsgType type, const QMessageLogContext&, const QString& message) {
-  if (type != QtDebugMsg) std::fprintf(stderr, "%s\n", message.toUtf8().constData());
-  if (type == QtFatalMsg) ::_exit(EXIT_FAILURE);
-}
-
-/// The toolkit prefers X11 on some desktops that have both.
-void preferWayland() {
-  if (qEnvironmentVariableIsSet("WAYLAND_DISPLAY") && !qEnvironmentVariableIsSet("QT_QPA_PLATFORM"))
-    qputenv("QT_QPA_PLATFORM", "wayland;xcb");
-}
-
-/// The parts of the running program, connected: the model asks the tray through the link and is
-/// shown by the window; the bus brings the window to the front.
+/// Owns and connects the parts of the program. The model sends requests through the link, the
+/// window shows the model, and the bus brings the window to the front.
 class WindowProgram {
  public:
   explicit WindowProgram(std::optional<TrayAccess> access);
 
-  /// Shows the window, or has the one that is there already come to the front.
+  /// Shows the window, or brings an existing one to the front.
   void start();
 
  private:
@@ -99,7 +85,7 @@ void WindowProgram::begin() {
   if (environmentVariable("ZEPHYL_ONBOARD") == "1") model_.open("join");
   if (link_) {
     if (const auto started = link_->start(); !started) {
-      log("zephyl-desktop: no commands are taken: {}", started.error().message);
+      log("zephyl-desktop: no commands are accepted: {}", started.error().message);
     }
   }
   window_.present({});
@@ -111,7 +97,7 @@ void WindowProgram::pollWhile(bool visible) {
   model_.refresh();
 }
 
-/// Keeps the closed window only if it can be shown again, and has something to show then.
+/// Ends the program unless the window can be shown again and is connected.
 void WindowProgram::windowClosed() {
   const bool isUseful = model_.link() == WindowModel::Link::answers;
   if (!isUseful || !bus_.ownsName()) QCoreApplication::exit();
@@ -129,7 +115,8 @@ void WindowProgram::activate(const std::string& token) {
   model_.refresh();
 }
 
-/// Another run of the tray accepts only a window that it has started itself.
+/// Replaces this window by one of the new tray, because a tray accepts only a window that it has
+/// started.
 void WindowProgram::reconnect() {
   if (std::exchange(reconnecting_, true)) return;
   bus_.findTray([this](bool found) {
@@ -159,8 +146,7 @@ bool canShowWindow() {
 
 int runWindow(int argumentCount, char** arguments, std::optional<TrayAccess> access) {
   std::signal(SIGPIPE, SIG_IGN);
-  qInstallMessageHandler(printMessage);
-  preferWayland();
+  prepareToolkit();
   const QApplication application(argumentCount, arguments);
   QApplication::setQuitOnLastWindowClosed(false);
   QGuiApplication::setDesktopFileName(QStringLiteral("com.zephyl.desktop"));

@@ -5,34 +5,20 @@
 
 #include <QApplication>
 #include <cstdio>
-#include <cstdlib>
 #include <memory>
-
-#include <unistd.h>
 
 #include "Helpers/Dialogs/Program/AlertWindow.hpp"
 #include "Helpers/Dialogs/Program/Appearance.hpp"
 #include "Helpers/Dialogs/Program/Conversation.hpp"
 #include "Helpers/Dialogs/Program/FolderWindow.hpp"
 #include "Helpers/Dialogs/Program/LogViewer.hpp"
+#include "Helpers/Dialogs/Program/Toolkit.hpp"
 #include "System/Data/Overloaded.hpp"
 #include "System/Processes/CoreDumps.hpp"
 
 namespace zephyl {
 
 namespace {
-
-/// Exits on fatal messages, because without a display the toolkit would abort and dump core.
-void printMessage(QtMsgType type, const QMessageLogContext&, const QString& message) {
-  if (type != QtDebugMsg) std::fprintf(stderr, "%s\n", message.toUtf8().constData());
-  if (type == QtFatalMsg) ::_exit(EXIT_FAILURE);
-}
-
-/// The toolkit prefers X11 on some desktops that support both.
-void preferWayland() {
-  if (qEnvironmentVariableIsSet("WAYLAND_DISPLAY") && !qEnvironmentVariableIsSet("QT_QPA_PLATFORM"))
-    qputenv("QT_QPA_PLATFORM", "wayland;xcb");
-}
 
 using Window = std::unique_ptr<DialogWindow>;
 
@@ -57,8 +43,7 @@ bool isRequestedByUser(const DialogRequest& request) {
 }
 
 int run(int& argumentCount, char** arguments) {
-  qInstallMessageHandler(printMessage);
-  preferWayland();
+  prepareToolkit();
   const QApplication application(argumentCount, arguments);
   QApplication::setQuitOnLastWindowClosed(false);
   QGuiApplication::setDesktopFileName(QStringLiteral("com.zephyl.tray"));
