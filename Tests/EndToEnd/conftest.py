@@ -1,5 +1,6 @@
 import pytest
 
+from support.dialogs import Screen, Window
 from support.scripted_agent import ScriptedAgent
 from support.session_bus import SessionBus
 from support.tray import Tray, World
@@ -14,7 +15,7 @@ def world():
 
 @pytest.fixture
 def start_tray(world):
-    """Starts a tray in the test's world; at the end of the test nothing of it is left."""
+    """Starts trays in the test's world, and ends them after the test."""
     trays = []
 
     def start(*arguments):
@@ -28,7 +29,7 @@ def start_tray(world):
 
 @pytest.fixture
 def bus(world):
-    """A session bus of the test's own, which trays in its world find."""
+    """A private session bus for the trays in the test's world."""
     bus = SessionBus().start()
     world.environment["DBUS_SESSION_BUS_ADDRESS"] = bus.address
     yield bus
@@ -37,7 +38,35 @@ def bus(world):
 
 @pytest.fixture
 def scripted_agent(world):
-    """An agent that answers before the tray starts, and misbehaves as told."""
+    """An agent that runs before the tray starts. The test sets its answers."""
     agent = ScriptedAgent(world.agent_port)
     yield agent
     agent.close()
+
+
+@pytest.fixture(scope="module")
+def screen():
+    """A screen with a window manager, which the tests of a file share."""
+    screen = Screen()
+    yield screen
+    screen.close()
+
+
+@pytest.fixture
+def open_window(screen):
+    """Starts windows of the dialogs program, and closes them after the test."""
+    windows = []
+
+    def start(environment=None, **request):
+        windows.append(Window(screen, request, **(environment or {})))
+        return windows[-1]
+
+    yield start
+    for window in windows:
+        window.close()
+
+
+@pytest.fixture
+def show(open_window):
+    """Starts windows of the dialogs program, and waits until they are shown."""
+    return lambda *arguments, **request: open_window(*arguments, **request).shown()

@@ -1,5 +1,5 @@
-"""Requests that reach outside a shared folder: from the agent to a window, and the answer back.
-Real tray, real windows, the sandbox's agent, and keys pressed by nobody's hand."""
+"""Requests that reach outside a shared folder, from the agent to a window, and the answers.
+Uses the real tray, real windows, the sandbox's agent, and synthetic keys."""
 
 import os
 import pathlib
@@ -9,7 +9,7 @@ import subprocess
 import pytest
 
 from support.approvals import (  # noqa: F401 (fixtures)
-    Agent, Prompt, agent, reachable, screen, tray, watcher, windows, world)
+    Agent, Prompt, agent, reachable, tray, watcher, windows, world)
 from support.desktop_services import NOTIFICATIONS, NotificationServer
 from support.session_bus import outline
 from support.tray import eventually
@@ -25,7 +25,7 @@ def test_a_request_is_answered_by_keyboard(screen, tray, agent, keys, state):
 
 
 @pytest.mark.parametrize("typed", ["ALWAYS ALLOW", "  ALWAYS ALLOW "])
-def test_the_phrase_makes_an_exception_that_the_menu_revokes(screen, watcher, world, start_tray,
+def test_the_phrase_creates_an_exception_that_the_menu_revokes(screen, watcher, world, start_tray,
                                                               typed):
     world.use_sandbox_agent()
     tray = start_tray("--desktop")
@@ -44,7 +44,7 @@ def test_the_phrase_makes_an_exception_that_the_menu_revokes(screen, watcher, wo
     eventually(lambda: agent.grants() == [], what="no exception")
 
 
-def test_another_phrase_denies_and_says_so(screen, tray, agent):
+def test_a_wrong_phrase_denies_with_a_warning(screen, tray, agent):
     identifier = agent.raise_request("cat /etc/passwd")
     prompt = Prompt(screen, tray)
     prompt.press("Tab", "Tab", "space")
@@ -58,7 +58,7 @@ def test_another_phrase_denies_and_says_so(screen, tray, agent):
     assert agent.grants() == []
 
 
-def test_two_requests_are_asked_about_one_after_the_other(screen, tray, agent):
+def test_two_requests_are_prompted_one_after_the_other(screen, tray, agent):
     first, second = agent.raise_request("cat /etc/one"), agent.raise_request("cat /etc/two")
     prompt = Prompt(screen, tray)
     assert len(windows(tray)) == 1
@@ -69,7 +69,7 @@ def test_two_requests_are_asked_about_one_after_the_other(screen, tray, agent):
     eventually(lambda: agent.state(second) == "approved")
 
 
-def test_a_request_that_vanishes_takes_its_window_along(screen, tray, agent):
+def test_a_withdrawn_request_closes_its_window(screen, tray, agent):
     identifier = agent.raise_request("cat /etc/passwd")
     prompt = Prompt(screen, tray)
     agent.call("DELETE", f"/sandbox/requests/{identifier}")
@@ -81,7 +81,7 @@ def test_a_request_that_vanishes_takes_its_window_along(screen, tray, agent):
 
 # A program that fails
 
-def test_a_window_that_dies_once_it_was_shown_denies(screen, tray, agent):
+def test_a_window_that_dies_after_it_was_shown_denies(screen, tray, agent):
     identifier = agent.raise_request("cat /etc/passwd")
     os.kill(Prompt(screen, tray).pid, signal.SIGKILL)
     eventually(lambda: agent.state(identifier) == "denied")
@@ -89,7 +89,7 @@ def test_a_window_that_dies_once_it_was_shown_denies(screen, tray, agent):
 
 @pytest.mark.parametrize("broken", [None, "exit 1", "echo nonsense; exec sleep 100", "exec sleep 100"],
                          ids=["missing", "crashing", "garbled", "silent"])
-def test_what_nobody_saw_is_not_denied_and_waits_for_the_menu(screen, watcher, world, start_tray,
+def test_a_request_without_a_window_is_not_denied_and_waits_in_the_menu(screen, watcher, world, start_tray,
                                                                broken):
     world.use_sandbox_agent()
     whole = world.root / "whole"
@@ -112,7 +112,7 @@ def test_what_nobody_saw_is_not_denied_and_waits_for_the_menu(screen, watcher, w
     eventually(lambda: agent.state(identifier) == "denied")
 
 
-def test_a_notification_leads_to_its_request_and_goes_with_it(screen, world, start_tray):
+def test_a_notification_opens_its_request_and_is_withdrawn_with_it(screen, world, start_tray):
     server = NotificationServer(screen.bus.peer())
     world.use_sandbox_agent()
     whole = world.root / "whole"
@@ -143,7 +143,7 @@ def test_a_notification_leads_to_its_request_and_goes_with_it(screen, world, sta
 
 @pytest.mark.parametrize("script, title", [
     ("#!/bin/sh\nseq 200\nexit 3\n", "Agent Exited Unexpectedly")])
-def test_an_agent_that_fails_leaves_a_window_with_its_log(screen, world, start_tray, script, title):
+def test_an_agent_that_fails_opens_a_window_with_its_log(screen, world, start_tray, script, title):
     world.use_agent_script(script)
     tray = start_tray("--desktop")
     prompt = Prompt(screen, tray)

@@ -1,9 +1,9 @@
-"""Requests that are listed and decided by commands."""
+"""Listing and deciding requests by commands."""
 
 import pytest
 
 from support.approvals import (  # noqa: F401 (fixtures)
-    Agent, Prompt, agent, reachable, screen, tray, windows, world)
+    Agent, Prompt, agent, reachable, tray, windows, world)
 from support.commands import Commands
 from support.tray import eventually
 
@@ -15,7 +15,7 @@ def commands(world):  # noqa: F811
 
 @pytest.fixture
 def headless_agent(world, start_tray):  # noqa: F811
-    """The agent of a tray that shows nothing and has no session bus."""
+    """The agent of a headless tray without a session bus."""
     del world.environment["DBUS_SESSION_BUS_ADDRESS"]
     world.use_sandbox_agent()
     start_tray("--headless").log_line("reachable, 1 folder")
@@ -46,7 +46,7 @@ def test_a_request_is_listed_in_full_and_decided(headless_agent, commands):
     assert again.returncode == 1 and "request" in again.stderr
 
 
-def test_a_permanent_exception_needs_the_phrase_on_a_terminal(headless_agent, commands):
+def test_a_permanent_exception_requires_the_phrase_on_a_terminal(headless_agent, commands):
     identifier = headless_agent.raise_request("cat /etc/hosts")
     listed(commands, identifier)
     piped = commands.run("answer", identifier, "always", text="ALWAYS ALLOW\n")
@@ -75,7 +75,7 @@ def test_the_prompt_closes_when_its_request_is_decided_by_a_command(
     eventually(lambda: agent.state(other) == "denied")
 
 
-def test_status_tells_whether_a_panel_shows_the_icon(world, tray, commands):  # noqa: F811
+def test_status_shows_whether_a_panel_has_the_icon(world, tray, commands):  # noqa: F811
     eventually(lambda: commands.attention() == ["noTrayHost"])
     answer = commands.run("status")
     assert answer.returncode == 1 and "AppIndicator" in answer.stdout

@@ -1,4 +1,4 @@
-"""docs/control-api.md tells the truth: its routes are those of the program, its examples work."""
+"""Checks docs/control-api.md: its routes are those of the program, and its examples work."""
 
 import json
 import re
@@ -6,7 +6,7 @@ import re
 import pytest
 
 from support.control_api import ControlApi, shared_api, split_answer, start_api, window  # noqa: F401
-from support.tray import REPOSITORY, eventually
+from support.tray import BUILD, REPOSITORY, eventually
 
 DOCUMENT = (REPOSITORY / "docs" / "control-api.md").read_text()
 EXAMPLES = [(info.split(), text) for info, text in re.findall(r"^```http(.*)\n([^`]*)^```$", DOCUMENT, re.M)]
@@ -14,7 +14,7 @@ TYPES = {"text": str, "number": (int, float), "flag": bool, "null": type(None)}
 
 
 def parts(example):
-    """Method, path, request body, status line and answer."""
+    """Returns method, path, request body, status line and answer of an example."""
     request, answer = example.strip().split("\n\n")
     (line, *body), (status, *document) = request.split("\n"), answer.split("\n")
     method, path = line.split(" ")
@@ -22,7 +22,7 @@ def parts(example):
 
 
 def is_like(value, shown):
-    """Whether a value is what the document shows in its place."""
+    """Returns whether a value matches its placeholder in the document."""
     if isinstance(shown, dict):
         return isinstance(value, dict) and is_like_object(value, shown)
     if isinstance(shown, list):
@@ -51,13 +51,14 @@ def is_like_object(value, shown):
     ("x", "<text>", True), (None, "<text>", False), (None, "<text or null>", True), ("b", "<a, b>", True),
     ("c", "<a, b>", False), ({}, {"a?": "<text>"}, True), ({"b": 1}, {"a?": "<text>"}, False),
     ({}, {"a": "<text>"}, False), ([1, "x"], ["<number>"], False), (1, True, False)])
-def test_the_comparison_tells_alike_from_unlike(value, shown, alike):
+def test_the_comparison_distinguishes_equal_and_different_values(value, shown, alike):
     assert is_like(value, shown) == alike
 
 
-def test_the_document_has_every_route_of_the_program_and_no_other():
-    source = (REPOSITORY / "Sources" / "ZephylTray" / "Control" / "ControlServerRoutes.cpp").read_text()
-    routes = set(re.findall(r'\{"([A-Z]+ /[^"]*)"', source))
+def test_the_document_has_exactly_the_routes_of_the_program():
+    program = (BUILD / "zephyl-tray").read_bytes()
+    found = re.findall(rb"\0((?:DELETE|GET|PATCH|POST|PUT) /[a-z/:]+)(?=\0)", program)
+    routes = {route.decode() for route in found}
     assert len(routes) >= 12
     documented = re.findall(r"^### ([A-Z]+ /.*)$", DOCUMENT, re.M)
     assert sorted(documented) == sorted(routes)
@@ -73,7 +74,7 @@ def test_every_route_has_an_example_in_its_own_section():
         assert templates == {heading}
 
 
-def test_every_status_of_the_document_is_the_programs():
+def test_every_status_of_the_document_is_used_by_the_program():
     assert set(re.findall(r"^\| (\d{3} [A-Z][A-Za-z ]+?) \|", DOCUMENT, re.M)) >= {
         parts(text)[3] for _, text in EXAMPLES}
 
@@ -85,7 +86,7 @@ def send(api, method, path, body):
 
 
 def outcome(api, text, **values):
-    """Whether the API answers as the example says, and what it answers."""
+    """Returns whether the API gives the answer of an example, and the actual answer."""
     for name, value in values.items():
         text = text.replace(f"<{name}>", value)
     method, path, body, status, expected = parts(text)
@@ -98,20 +99,20 @@ def test_every_example_works(world, start_api):
     world.use_sandbox_tailnet()
     server, other = world.add_servers(2)
     api = start_api()
-    eventually(lambda: api.server(server).get("boundAddress"), what="a tailnet that is up")
+    eventually(lambda: api.server(server).get("boundAddress"), what="a running tailnet")
     examples = [text for info, text in EXAMPLES if info == []]
     assert len(examples) >= 20
     for text in examples:
         ask = lambda text=text: outcome(api, text, server=server, other=other, folder=str(world.folder))
         if "roots" in parts(text)[1]:
-            # The agent is away while it restarts, as several examples make it do.
+            # Several examples restart the agent, which is unreachable for a moment.
             eventually(lambda: ask()[0], what=text)
         else:
             works, told = ask()
             assert works, told
 
 
-def test_the_examples_of_trouble_work(shared_api):
+def test_the_examples_of_errors_work(shared_api):
     without_agent = [text for info, text in EXAMPLES if info == ["without-agent"]]
     without_token = [text for info, text in EXAMPLES if info == ["without-token"]]
     assert len(without_agent) == 1 and len(without_token) == 1

@@ -1,4 +1,4 @@
-"""The windows, on a screen of their own: answered by keyboard and as a screen reader would."""
+"""The windows on a private screen, operated by keyboard and through accessibility."""
 
 import pathlib
 import subprocess
@@ -6,32 +6,11 @@ import subprocess
 import pytest
 
 from support.dialogs import (APPROVAL, CONFIRMATION, DOWNLOAD, ERROR, HEIGHT, INVITE, PROGRAM,
-                             WIDTH, Screen, WaylandScreen, Window)
+                             WIDTH, WaylandScreen, Window)
 from support.tray import eventually, is_alive
 
-@pytest.fixture(scope="module")
-def screen():
-    screen = Screen()
-    yield screen
-    screen.close()
-
-
-@pytest.fixture
-def show(screen):
-    """Shows windows; at the end of the test none is left."""
-    windows = []
-
-    def start(environment=None, **request):
-        windows.append(Window(screen, request, **(environment or {})))
-        return windows[-1].shown()
-
-    yield start
-    for window in windows:
-        window.close()
-
-
 def excerpt(lines):
-    """What of a log is on screen."""
+    """Returns the visible part of a log."""
     if len(lines) > 18:
         lines = lines[:6] + ["", "… TRUNCATED LINES …", ""] + lines[-12:]
     return "\n".join(lines) or "(no output yet)"
@@ -53,9 +32,9 @@ def test_an_approval_is_denied_by_return(screen, show):
 
 
 @pytest.mark.parametrize("keys", ["Escape", "alt+F4"])
-def test_an_approval_is_denied_by_leaving_it(screen, show, keys):
+def test_an_approval_is_denied_by_closing_it(screen, show, keys):
     window = show(alert=APPROVAL)
-    screen.press("Tab")  # the focus is on another button
+    screen.press("Tab")  # moves the focus to another button
     screen.press(keys)
     assert window.answer()["button"] == 0
 
@@ -74,7 +53,7 @@ def test_an_approval_is_answered_by_a_screen_reader(show, button):
     assert window.answer()["button"] == button
 
 
-def test_a_screen_reader_hears_what_is_asked_and_where_the_focus_is(show):
+def test_a_screen_reader_gets_the_question_and_the_focus(show):
     top = show(alert=APPROVAL).accessible()
     assert top.role == "dialog"
     assert top.name == APPROVAL["messageText"]
@@ -110,7 +89,7 @@ def test_tab_goes_from_the_text_over_the_field_to_the_buttons(screen, show):
     assert order == ["ALWAYS ALLOW", "Cancel", "Create permanent exception", "Message", "Details"]
 
 
-def test_what_a_request_says_is_text_and_nothing_else(show):
+def test_the_text_of_a_request_is_not_interpreted(show):
     hostile = ("<b>Ana</b> <a href='http://example.org'>link</a> &amp; &lt; **bold** \u202egnp.exe\n"
                "\x1b[31mred\x07\t\x00 pass\u200bwd \u2028 \U000e0041 \ufdd0 end")
     top = show(alert={**APPROVAL, "messageText": "<i>Allow?</i>", "informativeText": hostile,
@@ -142,7 +121,7 @@ def test_a_long_request_scrolls_and_stays_on_the_screen(screen, show, target):
     assert window.answer()["button"] == 0
 
 
-def test_a_long_word_is_copied_as_it_is(screen, show):
+def test_a_long_word_is_copied_unchanged(screen, show):
     word = "é" * 5000
     show(alert={**APPROVAL, "informativeText": word})
     screen.press("shift+Tab", "ctrl+a", "ctrl+c")
@@ -159,7 +138,7 @@ def test_text_can_be_selected_and_copied(screen, show):
 
 
 @pytest.mark.parametrize("typed", ["ALWAYS ALLOW", "  ALWAYS ALLOW ", "always allow", ""])
-def test_the_confirmation_hands_over_what_was_typed(screen, show, typed):
+def test_the_confirmation_returns_the_typed_text(screen, show, typed):
     window = show(alert=CONFIRMATION)
     screen.type(typed)
     screen.press("Tab", "Tab", "space")
@@ -204,7 +183,7 @@ def words_below(window):
     return [each.name for each in window.accessible().all() if each.role == "label"]
 
 
-def test_a_bar_shows_how_far_a_download_is(screen, show):
+def test_a_bar_shows_the_progress_of_a_download(screen, show):
     window = show(alert=DOWNLOAD)
     bar = window.accessible().find("progress bar", "Progress")
     assert bar.description == "0.0 of 12.4 MB"
@@ -228,7 +207,7 @@ def test_a_bar_shows_how_far_a_download_is(screen, show):
     assert window.answer()["button"] == 0
 
 
-def test_escape_cancels_what_takes_its_time(screen, show):
+def test_escape_cancels_a_download(screen, show):
     window = show(alert=DOWNLOAD)
     screen.press("Escape")
     assert window.answer()["button"] == 0
@@ -236,7 +215,7 @@ def test_escape_cancels_what_takes_its_time(screen, show):
 
 @pytest.mark.parametrize("request_", [{"alert": ERROR}, {"logWindow": log_window(3)}],
                          ids=["alert", "log"])
-def test_a_window_without_a_bar_has_no_use_for_progress(show, request_):
+def test_a_window_without_a_bar_ignores_progress(show, request_):
     window = show(**request_)
     window.say({"progress": {"fraction": 0.5, "text": "half"}})
     window.say({"something": "that came later"})
@@ -245,7 +224,7 @@ def test_a_window_without_a_bar_has_no_use_for_progress(show, request_):
     assert not [each for each in window.accessible().all() if each.role == "progress bar"]
 
 
-def test_any_number_is_a_fraction(show):
+def test_any_number_is_accepted_as_a_fraction(show):
     window = show(alert=DOWNLOAD)
     for fraction in (-1, 2, 1e300, 0.5):
         window.say({"progress": {"fraction": fraction, "text": "<b>" + str(fraction)}})
@@ -280,7 +259,7 @@ def test_a_log_window_has_its_size_and_can_be_resized(show):
     assert abs(width - 524) <= 20 and height >= 240  # within its frame and beside the scroll bar
 
 
-def test_a_log_window_without_a_message_shows_none(show):
+def test_a_log_window_without_a_message_has_no_label(show):
     top = show(logWindow=log_window(5)).accessible()
     assert [each.name for each in top.all() if each.role == "text" and each.has("showing")] == ["Log"]
 
@@ -302,7 +281,7 @@ def test_an_editor_is_chosen_from_the_menu_and_the_window_stays(screen, show):
         "openInCursor", "openInVSCode", "openInTextEdit", "closed"]
 
 
-def test_what_was_copied_stays_until_something_else_is_copied(screen, show):
+def test_copied_text_stays_until_other_text_is_copied(screen, show):
     window = show(logWindow=log_window(3))
     window.accessible().find("push button", "Copy Full Log").press()
     eventually(lambda: screen.clipboard() == "line 1\nline 2\nline 3")
@@ -385,7 +364,7 @@ def test_an_invalid_request_is_refused(screen, line):
 
 @pytest.mark.parametrize("environment", [{"DISPLAY": ""}, {"DISPLAY": ":nothing"}],
                          ids=["no display", "a wrong display"])
-def test_without_a_screen_it_says_so_and_ends(screen, environment):
+def test_without_a_screen_it_fails_with_a_message(screen, environment):
     result = subprocess.run([PROGRAM], env={**screen.environment, **environment}, input="",
                             text=True, capture_output=True, timeout=10)
     assert result.returncode == 1
@@ -393,7 +372,7 @@ def test_without_a_screen_it_says_so_and_ends(screen, environment):
     assert "display" in result.stderr
 
 
-def test_it_is_on_screen_soon(show):
+def test_it_appears_soon(show):
     windows = [show(alert=APPROVAL) for _ in range(5)]
     for window in windows:
         window.report("shown")
@@ -401,9 +380,9 @@ def test_it_is_on_screen_soon(show):
     assert sorted(costs)[2] < 0.3, costs
 
 
-# How it looks
+# Appearance
 
-def test_it_is_dark_where_the_desktop_is(screen, show):
+def test_it_is_dark_if_the_desktop_is(screen, show):
     def brightness():
         window = show(alert=ERROR)
         left, upper, width, height = window.accessible().box()

@@ -1,43 +1,22 @@
-"""Windows that nobody requested: keys and clicks that were meant for another window do nothing, and
-what a request asks for is read before it is permitted."""
+"""Unrequested windows: keys and clicks that were meant for another window are ignored, and a request
+must be read before it can be allowed."""
 
 import time
 
 import pytest
 from gi.repository import GLib
 
-from support.dialogs import APPROVAL, INVITE, Screen, Typing, Window
+from support.dialogs import APPROVAL, INVITE, Typing
 from support.tray import eventually
 
 UNREQUESTED = {"alert": {**APPROVAL, "requestedByUser": False}}
 LONG = {**APPROVAL, "informativeText": "Command:\n" + "\n".join(f"line {n}" for n in range(200))}
 
 
-@pytest.fixture(scope="module")
-def screen():
-    screen = Screen()
-    yield screen
-    screen.close()
-
-
 @pytest.fixture
-def show(screen):
-    """Starts windows; at the end of the test none is left."""
-    windows = []
-
-    def start(**request):
-        windows.append(Window(screen, request))
-        return windows[-1]
-
-    yield start
-    for window in windows:
-        window.close()
-
-
-@pytest.fixture
-def editor(show):
-    """Another window, in which somebody types."""
-    return show(alert=INVITE).shown()
+def editor(open_window):
+    """Another window, in which the user types."""
+    return open_window(alert=INVITE).shown()
 
 
 def typed(editor):
@@ -52,8 +31,8 @@ def enabled(window):
     return [each.name for each in buttons_of(window) if each.has("enabled")]
 
 
-def test_the_window_does_not_take_the_focus_and_asks_for_attention(screen, show, editor):
-    window = show(**UNREQUESTED)
+def test_the_window_does_not_take_the_focus_and_asks_for_attention(screen, open_window, editor):
+    window = open_window(**UNREQUESTED)
     window.report("shown")
     screen.type("cd project")
     eventually(lambda: typed(editor) == "cd project", what="the typed text in the other window")
@@ -68,9 +47,9 @@ def test_the_window_does_not_take_the_focus_and_asks_for_attention(screen, show,
 
 @pytest.mark.parametrize("keys", [Typing.KEYS, ["Return"], ["space"], ["Escape"], ["alt+F4"],
                                   ["Tab", "space"], ["Left", "space"]], ids=" ".join)
-def test_typing_on_in_a_window_that_took_the_focus_does_nothing(screen, show, keys):
-    """As where the window system gives every new window the focus."""
-    window = show(**UNREQUESTED)
+def test_continued_typing_in_a_window_that_took_the_focus_does_nothing(screen, open_window, keys):
+    """On some desktops every new window gets the focus."""
+    window = open_window(**UNREQUESTED)
     with Typing(screen, keys) as typing:
         window.report("shown")
         screen.activate(window.process.pid)
@@ -82,8 +61,8 @@ def test_typing_on_in_a_window_that_took_the_focus_does_nothing(screen, show, ke
     assert window.answer()["button"] == 0
 
 
-def test_a_held_key_does_nothing(screen, show):
-    window = show(**UNREQUESTED)
+def test_a_held_key_does_nothing(screen, open_window):
+    window = open_window(**UNREQUESTED)
     window.report("shown")
     screen.activate(window.process.pid)
     screen.run("xdotool", "keydown", "Return")
@@ -95,7 +74,7 @@ def test_a_held_key_does_nothing(screen, show):
 
 
 def appears(condition, limit):
-    """Whether it comes true within a time; for what must not happen."""
+    """Returns whether a condition becomes true within a time, for conditions that must not."""
     end = time.monotonic() + limit
     while time.monotonic() < end:
         if condition():
@@ -105,8 +84,8 @@ def appears(condition, limit):
 
 
 @pytest.mark.parametrize("button", [0, 1, 2])
-def test_a_click_that_was_on_its_way_does_nothing(screen, show, button):
-    window = show(**UNREQUESTED)
+def test_a_click_meant_for_another_window_does_nothing(screen, open_window, button):
+    window = open_window(**UNREQUESTED)
     window.report("shown")
     target = buttons_of(window)[button]
     screen.click(target)  # makes it active
@@ -118,8 +97,8 @@ def test_a_click_that_was_on_its_way_does_nothing(screen, show, button):
     assert window.answer()["button"] == button
 
 
-def test_each_return_to_the_window_begins_anew(screen, show, editor):
-    window = show(**UNREQUESTED).reviewed()
+def test_each_activation_restarts_the_guard(screen, open_window, editor):
+    window = open_window(**UNREQUESTED).reviewed()
     screen.activate(editor.process.pid)
     eventually(lambda: enabled(window) == [], what="disabled buttons")
     screen.activate(window.process.pid)
@@ -130,8 +109,8 @@ def test_each_return_to_the_window_begins_anew(screen, show, editor):
     assert window.answer()["button"] == 1
 
 
-def test_a_requested_approval_is_guarded_once_the_user_has_left_it(screen, show, editor):
-    window = show(alert=APPROVAL).shown()
+def test_a_requested_approval_is_guarded_once_the_user_has_left_it(screen, open_window, editor):
+    window = open_window(alert=APPROVAL).shown()
     eventually(lambda: enabled(window) == APPROVAL["buttons"], what="enabled buttons")
     screen.activate(editor.process.pid)
     eventually(lambda: enabled(window) == [], what="disabled buttons")
@@ -144,30 +123,30 @@ def test_a_requested_approval_is_guarded_once_the_user_has_left_it(screen, show,
 
 
 @pytest.mark.parametrize("button", [0, 1, 2])
-def test_it_is_answered_by_keyboard(screen, show, button):
-    window = show(**UNREQUESTED).reviewed()
+def test_it_is_answered_by_keyboard(screen, open_window, button):
+    window = open_window(**UNREQUESTED).reviewed()
     screen.press(*["Tab"] * button, "space")
     assert window.answer()["button"] == button
 
 
 @pytest.mark.parametrize("button", [0, 1, 2])
-def test_it_is_answered_by_a_screen_reader(show, button):
-    window = show(**UNREQUESTED).reviewed()
+def test_it_is_answered_by_a_screen_reader(open_window, button):
+    window = open_window(**UNREQUESTED).reviewed()
     buttons_of(window)[button].press()
     assert window.answer()["button"] == button
 
 
 @pytest.mark.parametrize("keys", [["Left"], ["Right"], ["Up"], ["Down"], ["Right", "Right"]],
                          ids=" ".join)
-def test_arrows_go_to_no_button_that_permits_something(screen, show, keys):
-    window = show(**UNREQUESTED).reviewed()
+def test_arrows_never_reach_a_button_that_permits_something(screen, open_window, keys):
+    window = open_window(**UNREQUESTED).reviewed()
     screen.press(*keys, "space")
     assert window.answer()["button"] == 0
 
 
 @pytest.mark.parametrize("keys", [["End"], ["Next"] * 20, ["shift+Tab", "ctrl+End"]], ids=" ".join)
-def test_nothing_is_permitted_before_the_text_was_read_to_its_end(screen, show, keys):
-    window = show(alert={**LONG, "requestedByUser": False}).reviewed()
+def test_nothing_is_permitted_before_the_text_was_read_to_its_end(screen, open_window, keys):
+    window = open_window(alert={**LONG, "requestedByUser": False}).reviewed()
     assert enabled(window) == ["Deny"]
     allow = buttons_of(window)[1]
     assert allow.description == "Scroll to the end of the text before you allow this."
@@ -182,8 +161,8 @@ def test_nothing_is_permitted_before_the_text_was_read_to_its_end(screen, show, 
     assert window.answer()["button"] == 1
 
 
-def test_a_wheel_that_was_on_its_way_reads_nothing(screen, show):
-    window = show(alert={**LONG, "requestedByUser": False})
+def test_wheel_events_meant_for_another_window_do_not_scroll(screen, open_window):
+    window = open_window(alert={**LONG, "requestedByUser": False})
     window.report("shown")
     screen.activate(window.process.pid)
     left, upper, width, height = window.accessible().find("text", "Details").box()
@@ -195,9 +174,9 @@ def test_a_wheel_that_was_on_its_way_reads_nothing(screen, show):
     eventually(lambda: enabled(window) == APPROVAL["buttons"], what="enabled buttons")
 
 
-def test_the_user_is_led_to_the_window_and_keeps_what_was_typed(screen, show, editor):
+def test_bringing_the_window_to_the_front_keeps_typed_text(screen, open_window, editor):
     screen.type("inv_v2_half")
-    other = show(**UNREQUESTED).reviewed()
+    other = open_window(**UNREQUESTED).reviewed()
     editor.say({"bringToFront": {"activationToken": "token_TIME0"}})
     eventually(editor.is_active, what="the focus")
     screen.type("_done")
@@ -206,9 +185,9 @@ def test_the_user_is_led_to_the_window_and_keeps_what_was_typed(screen, show, ed
     eventually(other.is_active, what="the focus")
 
 
-def test_a_log_that_nobody_requested_is_not_closed_by_what_is_typed_on(screen, show):
-    window = show(logWindow={"title": "Agent Exited", "message": "It exited.", "shownText": "one",
-                             "fullText": "one\x1b[2J\ntwo", "requestedByUser": False})
+def test_an_unrequested_log_is_not_closed_by_continued_typing(screen, open_window):
+    window = open_window(logWindow={"title": "Agent Exited", "message": "It exited.", "shownText": "one",
+                                    "fullText": "one\x1b[2J\ntwo", "requestedByUser": False})
     with Typing(screen, ["Return", "Escape"]) as typing:
         window.report("shown")
         screen.activate(window.process.pid)
@@ -221,7 +200,7 @@ def test_a_log_that_nobody_requested_is_not_closed_by_what_is_typed_on(screen, s
     assert window.report("logEvent") == "closed"
 
 
-def test_marks_without_end_are_no_reason_to_be_late(show):
-    window = show(alert={**APPROVAL, "informativeText": "a" + "\u0301" * 100_000})
+def test_many_combining_characters_do_not_delay_the_window(open_window):
+    window = open_window(alert={**APPROVAL, "informativeText": "a" + "\u0301" * 100_000})
     window.report("shown")
     assert window.costs[0] < 3

@@ -1,37 +1,17 @@
-"""What a window manager and a task bar learn about the windows."""
+"""The properties of windows for window managers and task bars."""
 
 import configparser
 import re
 
 import pytest
 
-from support.dialogs import APPROVAL, CONFIRMATION, DOWNLOAD, HEIGHT, INVITE, WIDTH, Screen, Window
+from support.dialogs import APPROVAL, CONFIRMATION, DOWNLOAD, HEIGHT, INVITE, WIDTH
 from support.tray import REPOSITORY, eventually
 
 LOG = {"title": "Tailnet Logs", "message": "", "shownText": "one", "fullText": "one",
        "requestedByUser": True}
 FOLDER = {"prompt": "Share", "message": "Choose a project folder to share with this Zephyl."}
 LONG = {**APPROVAL, "informativeText": "Command:\n" + "\n".join(f"line {n}" for n in range(200))}
-
-
-@pytest.fixture(scope="module")
-def screen():
-    screen = Screen()
-    yield screen
-    screen.close()
-
-
-@pytest.fixture
-def show(screen):
-    windows = []
-
-    def start(environment=None, **request):
-        windows.append(Window(screen, request, **environment or {}).shown())
-        return windows[-1]
-
-    yield start
-    for window in windows:
-        window.close()
 
 
 def property_of(screen, window, name):
@@ -50,14 +30,14 @@ def test_a_window_belongs_to_the_desktop_entry_and_has_the_icon(screen, show, re
 
 
 @pytest.mark.parametrize("alert", [APPROVAL, INVITE, LONG], ids=["approval", "invite", "long"])
-def test_an_alert_has_one_width_so_that_it_is_not_tiled(screen, show, alert):
+def test_an_alert_has_a_fixed_width_so_that_it_is_not_tiled(screen, show, alert):
     hints = property_of(screen, show(alert=alert), "WM_NORMAL_HINTS")
     least, = re.findall(r"minimum size: (\d+) by", hints)
     most, = re.findall(r"maximum size: (\d+) by", hints)
     assert least == most
 
 
-def test_a_log_has_any_size(screen, show):
+def test_a_log_can_be_resized(screen, show):
     assert "maximum size" not in property_of(screen, show(logWindow=LOG), "WM_NORMAL_HINTS")
 
 

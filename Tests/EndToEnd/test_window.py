@@ -1,10 +1,10 @@
-"""The desktop window with a scripted tray: what it shows, asks and keeps."""
+"""The desktop window with a scripted tray: its contents, its requests and its state."""
 
 import time
 
 import pytest
 
-from support.dialogs import Screen, WaylandScreen
+from support.dialogs import WaylandScreen
 from support.scripted_tray import DIAGNOSTICS, ScriptedTray
 from support.tray import eventually
 from support.window import DesktopWindow, keep, stays
@@ -19,13 +19,6 @@ SERVERS = [
 FOLDERS = [{"root": "/src/a", "name": "a"}, {"root": "/src/b", "name": "b", "servers": [LAB]}]
 
 
-@pytest.fixture(scope="module")
-def screen():
-    screen = Screen()
-    yield screen
-    screen.close()
-
-
 @pytest.fixture
 def tray():
     tray = ScriptedTray()
@@ -37,7 +30,7 @@ def tray():
 
 @pytest.fixture
 def launch(screen, tray):
-    """Starts windows; at the end of the test none is left."""
+    """Starts windows, and closes them after the test."""
     windows = []
 
     def start(tray=tray, **environment):
@@ -59,12 +52,12 @@ def window(launch):
 
 
 def asks(tray, *requests):
-    """Waits until the newest changes that were asked for are these."""
+    """Waits until the newest requested changes are these."""
     eventually(lambda: [(f"{method} {path}", body) for method, path, _, body in tray.asked
                         if method != "GET"][-len(requests):] == list(requests), what=str(requests))
 
 
-# What is shown
+# Contents
 
 def test_it_shows_the_servers_and_the_selected_one(screen, window):
     assert window.rows() == ["Office, Connected", "Lab, Network down", "Add server…"]
@@ -102,7 +95,7 @@ def test_the_keyboard_reaches_everything(screen, window):
         "Remove…", "/src/a", "/src/b", "Share a folder…"], reached
 
 
-def test_texts_from_outside_are_text_and_nothing_else(tray, launch):
+def test_untrusted_texts_are_not_interpreted(tray, launch):
     tray.answers["GET /servers"] = (200, {"servers": [SERVERS[1] | {
         "name": "<b>Lab</b>\x1b\u202e", "agentError": "<a href='http://x'>x</a>\x07", "enrolError": None}]})
     tray.answers["GET /roots"] = (200, {"roots": [{"root": "/src/&a<i>", "name": "a"}]})
@@ -124,7 +117,7 @@ def test_the_progress_of_indexing_is_a_bar(tray, window):
     window.label("Agent not running")
 
 
-def test_without_the_agent_the_page_says_where_the_folders_are(tray, window):
+def test_without_the_agent_the_page_explains_why_there_are_no_folders(tray, window):
     tray.answers["GET /roots"] = (502, {"error": "no agent"})
     window.label("The folders are shown when the agent runs.")
     window.gone("check box", "/src/a")
@@ -132,7 +125,7 @@ def test_without_the_agent_the_page_says_where_the_folders_are(tray, window):
 
 # Changes
 
-def test_each_change_asks_for_what_it_says(screen, tray, window):
+def test_each_change_sends_its_request(screen, tray, window):
     path = f"/servers/{OFFICE}"
     window.replace("text", "Name", "Home")
     screen.press("Return")
@@ -156,7 +149,7 @@ def test_each_change_asks_for_what_it_says(screen, tray, window):
     window.label("The agent restarts…")
 
 
-def test_a_refused_change_is_shown_and_what_was_typed_stays(screen, tray, window):
+def test_a_refused_change_is_shown_and_keeps_typed_text(screen, tray, window):
     tray.answers[f"POST /servers/{OFFICE}/label"] = (400, {"error": "The change could not be saved."})
     window.replace("text", "Name", "Home")
     screen.press("Return")
@@ -189,7 +182,7 @@ def test_a_server_is_removed_only_after_a_confirmation(screen, tray, window):
     asks(tray, (f"DELETE /servers/{OFFICE}", ""))
 
 
-def test_what_the_user_types_survives_polls_and_a_lost_tray(screen, tray, window):
+def test_typed_text_survives_polls_and_an_unreachable_tray(screen, tray, window):
     window.replace("text", "Name", "Hom")
     asked = len(tray.asked)
     renamed = [SERVERS[0] | {"name": "Renamed elsewhere"}, SERVERS[1]]
@@ -209,7 +202,7 @@ def test_what_the_user_types_survives_polls_and_a_lost_tray(screen, tray, window
 
 # Routes
 
-def test_it_shows_the_screens_that_the_tray_asks_for(tray, window):
+def test_it_shows_requested_screens(tray, window):
     tray.requests.append("join")
     window.has_focus_on("Invite key")
     tray.requests.append(f"servers/{LAB}/rename")
@@ -224,17 +217,17 @@ def test_it_shows_the_screens_that_the_tray_asks_for(tray, window):
 @pytest.mark.parametrize("route, focus", [
     ("join", "Invite key"), ("servers", "Office, Connected"), (f"servers/{LAB}/rename", "Name"),
     (f"servers/{LAB}/remove", "Cancel")])
-def test_it_starts_at_the_screen_that_the_tray_asks_for(tray, launch, route, focus):
+def test_it_starts_at_a_requested_screen(tray, launch, route, focus):
     tray.requests.append(route)
     launch().has_focus_on(focus)
 
 
-def test_a_route_to_a_server_that_is_gone_says_so(tray, window):
+def test_a_route_to_a_removed_server_shows_a_message(tray, window):
     tray.requests.append("servers/gone/rename")
     window.label("That server is gone.")
 
 
-def test_where_onboarding_is_needed_it_starts_with_the_invite_key(launch):
+def test_onboarding_starts_with_the_invite_key(launch):
     launch(ZEPHYL_ONBOARD="1").has_focus_on("Invite key")
 
 
@@ -290,7 +283,7 @@ def test_it_polls_about_once_a_second(tray, window):
 
 
 @pytest.mark.parametrize("way", ["closed", "minimized"])
-def test_a_hidden_window_asks_nothing_and_comes_back_up_to_date(screen, tray, window, way):
+def test_a_hidden_window_does_not_poll_and_is_refreshed_when_shown(screen, tray, window, way):
     if way == "closed":
         screen.press("ctrl+w")
     else:
@@ -313,7 +306,7 @@ def test_a_second_start_brings_the_first_window_to_the_front(screen, launch, win
     eventually(window.is_active, what="the first window")
 
 
-def test_it_says_that_the_tray_is_not_running_and_goes_on_when_it_is_back(tray, window):
+def test_it_shows_that_the_tray_is_not_running_and_reconnects(tray, window):
     tray.close()
     window.label("Zephyl's tray is not running")
     window.row("Office, Unknown")
@@ -330,7 +323,7 @@ APPLICATION = """<node><interface name="org.freedesktop.Application">
 
 @pytest.fixture
 def other_tray(screen, launch):
-    """Another run of the tray on the bus, which opens a window when it is asked to."""
+    """Another run of the tray on the bus, which opens a window on request."""
     peer = screen.bus.peer()
     peer.opened = []
     peer.export("/com/zephyl/tray", APPLICATION, {"Activate": lambda *_: peer.opened.append(launch())})
@@ -342,13 +335,13 @@ def other_tray(screen, launch):
 def test_a_restarted_tray_opens_a_window_in_its_place(tray, launch, window, other_tray):
     tray.token = "f" * 32
     eventually(lambda: other_tray.opened, what="a request to open a window")
-    tray.token = "0123456789abcdef0123456789abcdef"  # as if the new window had been given the new one
+    tray.token = "0123456789abcdef0123456789abcdef"  # the token that the new window would get
     assert window.ends() == 0
     other_tray.opened[0].row("Office, Connected")
     eventually(lambda: any("taking commands" in line for line in other_tray.opened[0].lines))
 
 
-def test_a_restarted_tray_does_not_take_what_the_user_types(screen, tray, window, other_tray):
+def test_a_restarted_tray_does_not_discard_typed_text(screen, tray, window, other_tray):
     window.replace("text", "Name", "Home")
     tray.token = "f" * 32
     window.label("Zephyl's tray was started again")
@@ -358,7 +351,7 @@ def test_a_restarted_tray_does_not_take_what_the_user_types(screen, tray, window
     assert window.part("text", "Name").text == "Home"
 
 
-def test_without_access_to_a_tray_it_says_so(launch):
+def test_without_access_to_a_tray_it_shows_a_message(launch):
     window = launch(tray=None)
     window.label("This window has no connection to Zephyl's tray.")
 
@@ -366,7 +359,7 @@ def test_without_access_to_a_tray_it_says_so(launch):
 # The program
 
 @pytest.mark.parametrize("environment", [{"DISPLAY": ""}, {"DISPLAY": ":4711"}], ids=["none", "a wrong one"])
-def test_without_a_display_it_takes_commands(launch, environment):
+def test_without_a_display_it_accepts_commands(launch, environment):
     window = launch(**environment)
     eventually(lambda: any("taking commands" in line for line in window.lines), what="a socket")
     assert not window.is_visible()
@@ -382,7 +375,7 @@ def test_quitting_and_sigterm_end_it(screen, launch):
         assert window.ends() == 0
 
 
-def test_it_is_on_screen_soon(screen, launch):
+def test_it_appears_soon(screen, launch):
     times = []
     for _ in range(5):
         window = launch()
@@ -394,7 +387,7 @@ def test_it_is_on_screen_soon(screen, launch):
     assert sorted(times)[2] < 0.4, times
 
 
-# How it looks
+# Appearance
 
 def background(screen, window):
     left, upper, width, height = window.part("panel", "Folders shared with this server").box()
@@ -403,7 +396,7 @@ def background(screen, window):
     return sum(picture.pixels[at:at + 3]) / 3
 
 
-def test_it_is_dark_where_the_desktop_is(screen, launch):
+def test_it_is_dark_if_the_desktop_is(screen, launch):
     peer = screen.prefer_dark()
     try:
         window = launch()
@@ -439,7 +432,7 @@ def test_on_wayland_it_is_a_wayland_program(tray):
     screen = WaylandScreen(1)
     window = DesktopWindow(screen, tray)
     try:
-        eventually(lambda: polls(tray) > 0, what="a poll of a window that is shown")
+        eventually(lambda: polls(tray) > 0, what="a poll of a visible window")
         libraries = open(f"/proc/{window.pid}/maps").read()
         assert "libqwayland" in libraries and "libqxcb.so" not in libraries
         window.process.terminate()

@@ -1,4 +1,4 @@
-"""The desktop window as the tray opens it: what a user does there shows in the registry, in the menu
+"""The desktop window with the real tray: changes in the window appear in the registry, in the menu
 and in the window."""
 
 import os
@@ -28,6 +28,7 @@ BAD = {
 
 @pytest.fixture
 def screen():
+    """A screen for each test, because the tray and its window own names on its bus."""
     screen = Screen()
     yield screen
     screen.close()
@@ -40,7 +41,7 @@ def watcher(screen):
 
 @pytest.fixture
 def desk(world, screen, watcher, start_tray):
-    """A tray with stand-ins for everything that it runs, on a screen."""
+    """A tray on a screen, with stand-ins for all programs that it runs."""
     return Desk(world, screen, watcher, start_tray)
 
 
@@ -69,7 +70,7 @@ class Desk:
         return WindowView(self.screen, eventually(self.window_pid, what="a window's process"))
 
     def server(self):
-        """The only entry of the registry."""
+        """Returns the only entry of the registry."""
         entry, = self.world.registry()
         return entry
 
@@ -79,25 +80,25 @@ class Desk:
                    what=f"{fields} in servers.json")
 
     def menu(self, condition, what):
-        """Waits until the menu, as lists of labels, is as it should be."""
+        """Waits until the menu, as lists of labels, meets a condition."""
         eventually(lambda: condition(outline(self.item.layout())), what=what)
 
     def submenu(self):
-        """The labels below the only server."""
+        """Returns the labels below the only server."""
         return next((part for part in outline(self.item.layout()) if isinstance(part, list)), [])
 
     def dot(self, name):
-        """The picture before a server's row."""
+        """Returns the image of a server's row."""
         return next((properties.get("icon-data") for _, properties, _ in rows(self.item.layout())
                      if properties.get("label") == name), None)
 
     def choose(self, label):
-        """Chooses a row of the menu, as a panel does."""
+        """Chooses a row of the menu, like a panel."""
         self.item.event(self.item.find(label), "clicked")
 
 
 def green(picture):
-    """Whether a dot of the menu, a PNG, is green."""
+    """Returns whether a dot of the menu, a PNG, is green."""
     pixel = subprocess.run(["convert", "png:-", "-gravity", "center", "-crop", "1x1+0+0",
                             "-depth", "8", "rgb:-"], input=bytes(picture), capture_output=True, check=True).stdout
     return pixel[1] > pixel[0] + 50 and pixel[1] > pixel[2] + 20
@@ -131,7 +132,7 @@ def test_a_first_run_from_a_bad_key_to_a_green_dot(desk, screen):
 
 @pytest.fixture
 def joined(desk, screen):
-    """A tray with one server that is connected, and its window."""
+    """A tray with one connected server, and its window."""
     desk.world.add_servers(1)
     window = desk.start()
     window.row("Server 1, Connected", 20)
@@ -175,7 +176,7 @@ def test_a_server_is_renamed_recolored_disabled_enabled_and_removed(desk, screen
     desk.menu(lambda now: "Join the Zephyl tailnet…" in now, "the menu without servers")
 
 
-def test_a_folder_is_shared_and_no_longer(desk, screen, joined):
+def test_a_folder_is_shared_and_unshared(desk, screen, joined):
     window = joined
     project, notes = str(desk.world.folder), desk.world.root / "notes"
     notes.mkdir()
@@ -207,7 +208,7 @@ def test_the_agent_is_restarted(desk, joined):
     window.row("Server 1, Connected", 20)
 
 
-def test_rows_of_the_menu_lead_to_screens_of_the_window(desk, screen, joined):
+def test_rows_of_the_menu_open_screens_of_the_window(desk, screen, joined):
     window = joined
     screen.press("ctrl+w")
     eventually(lambda: not window.is_visible(), what="a hidden window")
@@ -224,7 +225,7 @@ def test_rows_of_the_menu_lead_to_screens_of_the_window(desk, screen, joined):
     assert desk.window_pid() == window.pid
 
 
-def test_the_window_is_there_soon_after_the_click_and_not_a_part_of_the_tray(desk, screen, joined):
+def test_the_window_appears_soon_after_the_click_in_a_separate_process(desk, screen, joined):
     times = []
     for _ in range(5):
         window = desk.window()
@@ -242,7 +243,7 @@ def test_the_window_is_there_soon_after_the_click_and_not_a_part_of_the_tray(des
     assert "libQt6" not in pathlib.Path(f"/proc/{desk.tray.pid}/maps").read_text()
 
 
-def test_a_killed_tray_takes_its_window_along_and_a_new_one_opens_another(desk, joined):
+def test_a_killed_tray_ends_its_window_and_a_new_one_opens_another(desk, joined):
     desk.tray.send(signal.SIGKILL)
     desk.tray.wait()
     eventually(lambda: not is_alive(joined.pid), what="the end of the window")
@@ -252,7 +253,7 @@ def test_a_killed_tray_takes_its_window_along_and_a_new_one_opens_another(desk, 
 
 @pytest.fixture
 def detached(desk, screen):
-    """Has the tray open its window through a script that ends once the window has left its process
+    """Makes the tray open its window through a script that ends when the window has left its process
     group, which the tray then kills. Returns a function that waits for the next window."""
     app = desk.world.resources / "Zephyl Window.app"
     started, program = desk.world.root / "started", desk.world.root / "detached"
@@ -277,7 +278,7 @@ def detached(desk, screen):
             os.kill(window.pid, signal.SIGKILL)
 
 
-def test_a_window_that_outlives_the_tray_is_replaced_by_that_of_the_next(desk, start_tray, detached):
+def test_a_window_that_outlives_the_tray_is_replaced_by_the_next_trays_window(desk, start_tray, detached):
     desk.world.add_servers(1)
     tray = start_tray("--desktop")
     first = detached()
@@ -318,7 +319,7 @@ def test_it_opens_from_a_panel(world, start_tray, panel):
 
     first = eventually(window, what="the window that the tray opens")
     os.kill(first, signal.SIGTERM)
-    eventually(lambda: not is_alive(first), what="its end")
+    eventually(lambda: not is_alive(first), what="the end of the process")
     _, icon = panel.until_it_differs(empty, BAR)
     closed = panel.picture()
     panel.click((icon[0] + icon[2]) // 2, BAR // 2)

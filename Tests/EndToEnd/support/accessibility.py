@@ -1,4 +1,4 @@
-"""What a screen reader sees of the programs on a session bus."""
+"""Reads the programs of a session like a screen reader."""
 
 from gi.repository import GLib
 
@@ -12,7 +12,7 @@ STATES = {"checked": 4, "enabled": 8, "focused": 12, "focusable": 11, "visible":
 
 
 class Accessible:
-    """A window, or something in one."""
+    """A window or an element of a window."""
 
     def __init__(self, peer, service, path):
         self._peer, self._service, self._path = peer, service, path
@@ -51,7 +51,7 @@ class Accessible:
                 in self._call(INTERFACE + "Accessible", "GetChildren")[0]]
 
     def all(self):
-        """This and everything in it."""
+        """Returns this element and all its descendants."""
         yield self
         for child in self.children():
             yield from child.all()
@@ -66,7 +66,7 @@ class Accessible:
                           self._get("Text", "CharacterCount"))[0]
 
     def box(self):
-        """Left, top, width and height on the screen."""
+        """Returns left, top, width and height on the screen."""
         return self._call(INTERFACE + "Component", "GetExtents", "(u)", 0)[0]
 
     def grab_focus(self):
@@ -77,7 +77,7 @@ class Accessible:
 
 
 class Accessibility:
-    """The bus on which programs tell what they show."""
+    """The accessibility bus of a session."""
 
     def __init__(self, session_bus):
         address, = session_bus.peer().connection.call_sync(
@@ -90,7 +90,7 @@ class Accessibility:
             try:
                 if application.process == pid:
                     return application.children()
-            except GLib.Error:  # it has just gone
+            except GLib.Error:  # it has just disappeared
                 continue
         return []
 

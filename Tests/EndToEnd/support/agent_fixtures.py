@@ -1,4 +1,4 @@
-"""What every test of the sandbox's agent begins with."""
+"""Fixtures for tests of the sandbox's agent."""
 
 import contextlib
 import os
@@ -10,7 +10,7 @@ from support.agent_process import RunningAgent
 
 @pytest.fixture
 def start(tmp_path):
-    """Starts agents that share one home; at the end of the test none is left."""
+    """Starts agents that share one home, and ends them after the test."""
     with contextlib.ExitStack() as running:
         def start_agent(*arguments, **environment):
             agent = RunningAgent(tmp_path / "home", *arguments, **environment)
@@ -22,7 +22,7 @@ def start(tmp_path):
 
 @pytest.fixture
 def folder(tmp_path):
-    """A folder with three text files, and much that does not count."""
+    """A folder with three text files, and many files that are not indexed."""
     root = tmp_path / "project"
     texts = {"readme.md": "alpha beta\n", "src/main.txt": "Beta gamma\n", "src/deep/er.txt": "",
              ".git/config": "hidden\n", "node_modules/x/index.js": "foreign\n", "build/out.txt": "made\n",

@@ -1,4 +1,4 @@
-"""Runs the sandbox's agent in private directories on a free port, and speaks to it."""
+"""Runs the sandbox's agent in private directories on a free port, and calls its API."""
 
 import http.client
 import json
@@ -25,13 +25,13 @@ RECORDS = {"/api/status": agent_records.status, "/api/activity": agent_records.a
 
 
 def run(*arguments, environment=None):
-    """Runs the program to its end."""
+    """Runs the program and waits for its end."""
     return subprocess.run([PROGRAM, *arguments], env=environment or {}, text=True, timeout=10,
                           stdin=subprocess.DEVNULL, capture_output=True, check=False)
 
 
 class RunningAgent:
-    """One run of the agent. Whatever it answers with status 2xx is checked against its record."""
+    """One run of the agent. Validates every answer with status 2xx."""
 
     def __init__(self, home, *arguments, **environment):
         self.lines = []
@@ -61,7 +61,7 @@ class RunningAgent:
         return eventually(find, what=f"a line {pattern!r}")
 
     def ask(self, method, path, body=None):
-        """Answers with the status and the decoded body."""
+        """Returns the status and the decoded body."""
         connection = http.client.HTTPConnection("127.0.0.1", self.port, timeout=10)
         try:
             content = body if body is None or isinstance(body, (str, bytes)) else json.dumps(body)
@@ -85,7 +85,7 @@ class RunningAgent:
         return self.get("/api/activity")
 
     def index(self, root):
-        """The index of one folder, as soon as the agent is done with it."""
+        """Waits until the agent has indexed a folder, and returns its index."""
         def find():
             return next((index for index in self.activity()["indexing"]
                          if index["root"] == str(root) and index["ready"]), None)
@@ -114,7 +114,7 @@ class RunningAgent:
         return ActivityStream(self.port, **options)
 
     def stop(self, number=signal.SIGTERM):
-        """Ends it as the tray does; answers with the exit status and the seconds it took."""
+        """Ends the agent like the tray; returns its exit status and the time in seconds."""
         began = time.monotonic()
         self.process.send_signal(number)
         return self.wait(), time.monotonic() - began
@@ -125,7 +125,7 @@ class RunningAgent:
         return status
 
     def close(self):
-        """Ends it where it still runs; in order, or it is an error."""
+        """Ends the agent if it still runs. Fails, and kills it, if it does not end in order."""
         try:
             if self.process.poll() is None:
                 assert self.stop()[0] == 0, self.lines
@@ -159,7 +159,7 @@ class ActivityStream:
                 self._take(line.decode().rstrip("\n"))
             self.ended_in_order = True
         except (OSError, http.client.HTTPException):
-            pass  # broken off, from this side or the other
+            pass  # the connection was closed by either side
         except AssertionError as problem:
             self._problem = problem
 
@@ -196,6 +196,6 @@ class ActivityStream:
         try:
             self._socket.shutdown(socket.SHUT_RDWR)
         except OSError:
-            pass  # the other side was first
+            pass  # the peer has closed first
         self.join()
         self._answer.close()

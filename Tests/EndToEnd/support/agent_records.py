@@ -1,10 +1,10 @@
-"""What the records of the agent's API must hold for its client to decode them."""
+"""The required fields of the records of the agent's API."""
 
 NUMBER = (int, float)
 
 
 def check(record, required, optional=()):
-    """Every required key is there with its type; an optional one is missing, null or of its type."""
+    """Asserts that required keys have their type, and optional ones are missing, null or of theirs."""
     assert isinstance(record, dict), record
     for key, kind in dict(required).items():
         assert key in record, f"{key} is missing in {record}"

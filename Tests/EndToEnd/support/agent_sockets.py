@@ -1,4 +1,4 @@
-"""Sockets for tests that look at bytes."""
+"""Sockets for tests that compare bytes."""
 
 import socket
 
@@ -12,7 +12,7 @@ def listener(port=0):
 
 
 def exchange(port, raw):
-    """Sends bytes and answers with all that comes back until the agent closes."""
+    """Sends bytes and returns everything received until the agent closes."""
     with socket.create_connection(("127.0.0.1", port), timeout=10) as sock:
         sock.sendall(raw)
         answer = b""
@@ -22,7 +22,7 @@ def exchange(port, raw):
 
 
 def exchange_until(port, raw, until):
-    """Sends bytes and answers with what comes back up to and including a text."""
+    """Sends bytes and returns everything received up to and including a text."""
     with socket.create_connection(("127.0.0.1", port), timeout=10) as sock:
         sock.sendall(raw)
         answer = b""

@@ -6,23 +6,16 @@ import urllib.request
 import pytest
 
 from support.control_api import Window
-from support.dialogs import PROGRAM, Screen
+from support.dialogs import PROGRAM
 from support.session_bus import Watcher
 from support.tray import command_name, descendants, eventually
 
 PROMPT = "zephyl-tray-dialogs"
 
 
-@pytest.fixture(scope="module")
-def screen():
-    screen = Screen()
-    yield screen
-    screen.close()
-
-
 @pytest.fixture
 def world(world, screen):
-    """With the agent, the windows and a desktop."""
+    """A world with the agent, the windows and a desktop."""
     world.install("desktop")
     world.dialogs = world.prefix / "libexec" / "zephyl-tray" / PROGRAM.name
     Window(world)
@@ -32,7 +25,7 @@ def world(world, screen):
 
 
 class Agent:
-    """The sandbox's agent, asked to raise requests."""
+    """Makes the sandbox's agent raise requests."""
 
     def __init__(self, port):
         self.base = f"http://127.0.0.1:{port}"
@@ -65,7 +58,7 @@ def tray(world, start_tray):
     world.use_sandbox_agent()
     tray = start_tray("--desktop")
     eventually(lambda: "zephyl-agent" in map(command_name, descendants(tray.pid)))
-    eventually(lambda: reachable(world), what="an agent that answers")
+    eventually(lambda: reachable(world), what="a reachable agent")
     return tray
 
 
@@ -82,13 +75,13 @@ def agent(world, tray):
 
 
 def windows(tray):
-    # The kernel keeps fifteen characters of a name. A child that has only been forked has the tray's.
+    # The kernel keeps fifteen characters of a name. Before its exec a child has the name of the tray.
     return [pid for pid in descendants(tray.pid) if command_name(pid) == PROMPT[:15]]
 
 
 class Prompt:
-    """The window that is on screen, as soon as it has the focus and accepts input. The user goes to
-    one that nobody requested."""
+    """The window on screen, once it has the focus and accepts input. The user activates an
+    unrequested window."""
 
     def __init__(self, screen, tray, other_than=(), requested=False):
         self.screen = screen

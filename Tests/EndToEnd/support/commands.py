@@ -1,4 +1,4 @@
-"""Runs the commands of the tray as a user or a script does."""
+"""Runs the commands of the tray."""
 
 import json
 import os
@@ -25,18 +25,18 @@ class Commands:
         return json.loads(answer.stdout)
 
     def attention(self):
-        """The codes of what needs attention."""
+        """Returns the codes of `attention`."""
         return [notice["code"] for notice in self.json("status")["attention"]]
 
     def start(self, *arguments):
-        """Starts a command that goes on, and returns its process."""
+        """Starts a command that keeps running, and returns its process."""
         return subprocess.Popen([self.program, *arguments], env=self.world.environment,
                                 stdin=subprocess.DEVNULL, stdout=subprocess.PIPE,
                                 stderr=subprocess.PIPE, text=True)
 
     def type(self, *arguments, answers):
-        """Runs a command on a terminal, types an answer when a text appears, and returns the status
-        and what was on the terminal."""
+        """Runs a command on a terminal, types answers when texts appear, and returns the status
+        and the output on the terminal."""
         process, terminal = pty.fork()
         if process == 0:
             os.execve(self.program, [str(self.program), *arguments], self.world.environment)

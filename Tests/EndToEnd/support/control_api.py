@@ -1,4 +1,4 @@
-"""Speaks to the tray's control API, as the desktop window does."""
+"""Calls the tray's control API like the desktop window."""
 
 import contextlib
 import http.client
@@ -11,7 +11,7 @@ from support.tray import Tray, World, eventually
 
 TOKEN_HEADER = "X-Zephyl-Onboard-Token"
 
-# Keeps what it is told to itself, and stays.
+# Stores its environment in a file, and keeps running.
 WINDOW = """#!/bin/sh
 umask 077
 env -0 >'{told}.new'
@@ -21,7 +21,7 @@ exec sleep 1000
 
 
 class Window:
-    """A desktop window that only tells what the tray has told it."""
+    """A desktop window that only records its environment."""
 
     def __init__(self, world):
         self.program = world.resources / "Zephyl Window.app"
@@ -31,7 +31,7 @@ class Window:
         self.program.chmod(0o755)
 
     def environment(self):
-        """What the newest window has in its environment."""
+        """Returns the environment of the newest window."""
         text = eventually(lambda: self.told.exists() and self.told.read_bytes(),
                           what="a window with an environment")
         return dict(entry.split("=", 1) for entry in text.decode().split("\0") if entry)
@@ -42,14 +42,14 @@ class Window:
 
 
 class ControlApi:
-    """One running tray's control API."""
+    """The control API of a running tray."""
 
     def __init__(self, port, token):
         self.port = port
         self.token = token
 
     def ask(self, method, path, body=None, limit=10):
-        """Answers with the status and the decoded JSON. A body that is no text is sent as JSON."""
+        """Returns the status and the decoded JSON. A body that is not text is sent as JSON."""
         connection = http.client.HTTPConnection("127.0.0.1", self.port, timeout=limit)
         try:
             content = body if body is None or isinstance(body, (str, bytes)) else json.dumps(body)
@@ -65,17 +65,17 @@ class ControlApi:
         return answer
 
     def do(self, method, path, body=None):
-        """A change that succeeds."""
+        """Sends a change that must succeed."""
         assert self.ask(method, path, body) == (200, {"ok": True})
 
     def refusal(self, method, path, body=None):
-        """The message of a change that is refused."""
+        """Sends a change that must be refused, and returns the message."""
         status, answer = self.ask(method, path, body)
         assert (status, list(answer)) == (400, ["error"]), (status, answer)
         return answer["error"]
 
     def server(self, identifier=None):
-        """What the API tells about a server, by default the only one."""
+        """Returns the record of a server, by default of the only one."""
         servers = self.get("/servers")["servers"]
         if identifier is None:
             assert len(servers) == 1, servers
@@ -83,7 +83,7 @@ class ControlApi:
         return next((server for server in servers if server["id"] == identifier), None)
 
     def head(self, line, *more, token=None):
-        """The bytes of a request's head with the token."""
+        """Returns the bytes of a request's head with the token."""
         lines = [line, f"{TOKEN_HEADER}: {token or self.token}", *more]
         return ("\r\n".join(lines) + "\r\n\r\n").encode()
 
@@ -91,7 +91,7 @@ class ControlApi:
         return socket.create_connection(("127.0.0.1", self.port), timeout=10)
 
     def exchange(self, raw, half_close=False):
-        """Sends bytes, and gives all that comes back until the tray closes."""
+        """Sends bytes, and returns everything received until the tray closes."""
         with self.connect() as sock:
             sock.sendall(raw)
             if half_close:
@@ -107,7 +107,7 @@ def receive_all(sock):
 
 
 def split_answer(raw):
-    """Status line, headers in order, and decoded JSON of an answer that is whole."""
+    """Returns status line, headers in order, and decoded JSON of a complete answer."""
     head, body = raw.split(b"\r\n\r\n", 1)
     first, *lines = head.decode().split("\r\n")
     headers = [tuple(line.split(": ", 1)) for line in lines]
@@ -121,13 +121,13 @@ def status_of(raw):
 
 @pytest.fixture
 def window(world):
-    """A window in the test's world, for the trays that are started from now on."""
+    """Installs a window in the test's world, for trays that are started later."""
     return Window(world)
 
 
 @pytest.fixture
 def start_api(world, window, start_tray):
-    """Starts a tray and answers with its control API; the tray is its `tray`."""
+    """Starts a tray and returns its control API, whose `tray` is the tray."""
     apis = []
 
     def start():
@@ -143,15 +143,15 @@ def start_api(world, window, start_tray):
 
 
 def stop(tray):
-    """Ends a tray that still runs, in order: that is quicker than what follows its sudden end."""
+    """Ends a running tray in order, which is faster than the clean-up after a kill."""
     if tray.process.poll() is None:
         assert tray.stop() == 0, tray.lines
 
 
 @pytest.fixture(scope="module")
 def shared_api():
-    """One tray without servers, with an agent that does nothing, for all tests of a file that leave
-    it as it was."""
+    """A tray without servers, with an agent that does nothing, for all tests of a file that do not
+    change its state."""
     with contextlib.ExitStack() as running:
         world = World()
         running.callback(world.remove)

@@ -1,4 +1,4 @@
-"""What tests of the desktop begin with."""
+"""Fixtures for tests of the status item."""
 
 import pytest
 
@@ -20,7 +20,7 @@ def watcher(bus):
 
 @pytest.fixture
 def start_demo(bus):
-    """Starts status items; at the end of the test none is left."""
+    """Starts status items, and ends them after the test."""
     demos = []
 
     def start(menu=SAMPLE, **environment):

@@ -1,4 +1,4 @@
-"""Stand-ins for the services of a desktop."""
+"""Fake services of a desktop."""
 
 from gi.repository import GLib
 
@@ -53,7 +53,7 @@ class NotificationServer:
 
 
 class FolderChooser:
-    """A portal that answers a question as told, also before it has taken it."""
+    """A portal with answers set by the test, even before it has accepted a request."""
 
     DESCRIPTION = """<node><interface name="org.freedesktop.portal.FileChooser">
       <method name="OpenFile">
@@ -89,7 +89,7 @@ APPLICATION_DESCRIPTION = """<node><interface name="org.freedesktop.Application"
   <method name="Activate"><arg type="a{sv}" direction="in"/></method>
 </interface></node>"""
 
-# A program of the user's session: owns the name in argv[2], says what it is asked, ends when told.
+# A program of the session: owns the name in argv[2], prints calls, and ends on request.
 APPLICATION = f'''
 import sys
 from support.session_bus import Peer, GLib

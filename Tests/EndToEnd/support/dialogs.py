@@ -1,4 +1,4 @@
-"""The real dialogs program on a screen of a test's own."""
+"""The real dialogs program on a private screen."""
 
 import json
 import os
@@ -19,7 +19,7 @@ from support.tray import BUILD, SANITIZERS, eventually
 PROGRAM = BUILD / "zephyl-tray-dialogs"
 WIDTH, HEIGHT = 1600, 1000
 
-# Requests, as the tray makes them.
+# Requests of the tray.
 APPROVAL = {
     "style": "critical", "messageText": "Allow access outside the shared folder?",
     "informativeText": "Ana — in “Release prep”\nasked the agent to run: shell\n\n"
@@ -104,7 +104,7 @@ class Screen:
                  "click", "1")
 
     def window_ids(self, pid):
-        """The windows of a process that can be seen, menus included."""
+        """Returns the visible windows of a process, including menus."""
         found = subprocess.run(["xdotool", "search", "--onlyvisible", "--all", "--pid", str(pid),
                                 "--name", ""],
                                env=self.environment, capture_output=True, text=True, timeout=10)
@@ -114,7 +114,7 @@ class Screen:
         return len(self.window_ids(pid))
 
     def activate(self, pid):
-        """Goes to the window of a process as a user does who chooses it in a task bar."""
+        """Activates the window of a process, like a task bar."""
         window = eventually(lambda: self.window_ids(pid), what="a window")[0]
         self.run("xdotool", "windowactivate", window)
         eventually(lambda: self.active_process() == pid, what="the focus")
@@ -125,20 +125,20 @@ class Screen:
         return int(found.stdout) if found.stdout.strip() else None
 
     def accepting(self, pid):
-        """Waits until the window of a process accepts input: its buttons say so."""
+        """Waits until the buttons of a process's window are enabled."""
         buttons = [each for each in self.accessibility.window_of(pid).all()
                    if each.role == "push button"]
         eventually(lambda: any(each.has("enabled") for each in buttons),
                    what="a window that accepts input")
 
     def clipboard(self):
-        """The text on it; none when nobody offers one."""
+        """Returns the text on the clipboard; None if there is none."""
         found = subprocess.run(["xclip", "-o", "-selection", "clipboard", "-t", "UTF8_STRING"],
                                env=self.environment, capture_output=True, timeout=10)
         return found.stdout.decode() if found.returncode == 0 else None
 
     def copy(self, text):
-        # It stays behind to hand the text out, so it must not hold the pipes.
+        # It keeps running to provide the text, so it must not inherit the pipes.
         subprocess.run(["xclip", "-i", "-selection", "clipboard"], env=self.environment,
                        input=text.encode(), stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL,
                        check=True)
@@ -148,7 +148,7 @@ class Screen:
                                       env=self.environment, check=True, capture_output=True).stdout)
 
     def prefer_dark(self):
-        """The desktop's settings say so, as long as the returned connection is open."""
+        """Makes the desktop prefer dark windows while the returned connection is open."""
         peer = self.bus.peer()
         dark = GLib.Variant("(v)", (GLib.Variant("v", GLib.Variant("u", 1)),))
         peer.export(PORTAL_PATH, SETTINGS, {"Read": lambda sender, space, key: dark})
@@ -165,7 +165,7 @@ class Screen:
 
 
 class WaylandScreen:
-    """A Wayland screen that nobody sees; X11 is not there."""
+    """An invisible Wayland screen without X11."""
 
     def __init__(self, scale):
         self.root = pathlib.Path(tempfile.mkdtemp(prefix="zw-", dir="/tmp"))
@@ -182,7 +182,7 @@ class WaylandScreen:
         eventually((self.root / "wayland-test").exists, what="the screen")
 
     def dark_red_pixels(self):
-        """How much of the screen has the color of what went wrong."""
+        """Returns the number of pixels with the color of error messages."""
         subprocess.run(["weston-screenshooter"], env=self.environment, cwd=self.root, check=True,
                        capture_output=True, timeout=10)
         shot = next(self.root.glob("*.png"))
@@ -198,8 +198,8 @@ class WaylandScreen:
 
 
 def processor_seconds(pid):
-    """The processor time that a process has used. Other than the time of day it does not depend on
-    what else the machine does."""
+    """Returns the processor time of a process. Unlike elapsed time it does not depend on the load of
+    the machine."""
     try:
         fields = pathlib.Path(f"/proc/{pid}/stat").read_text().rpartition(") ")[2].split()
     except (FileNotFoundError, ProcessLookupError):
@@ -208,7 +208,7 @@ def processor_seconds(pid):
 
 
 class Window:
-    """A run of the program, and what it has reported."""
+    """A run of the program with its reports."""
 
     def __init__(self, screen, request, **environment):
         self.screen = screen
@@ -256,14 +256,14 @@ class Window:
         return self.screen.active_process() == self.process.pid
 
     def reviewed(self):
-        """Goes to a window that nobody requested, and waits until it accepts input."""
+        """Activates an unrequested window, and waits until it accepts input."""
         assert self.report("shown") is True
         self.screen.activate(self.process.pid)
         self.screen.accepting(self.process.pid)
         return self
 
     def answer(self):
-        """The answer of an alert, after which its window goes."""
+        """Waits for the answer of an alert and for the end of its window."""
         answer = self.report("answer")
         assert self.ends() == 0
         return answer
@@ -287,7 +287,7 @@ class Window:
 
 
 class Typing:
-    """Somebody who types on and on, keys 100 ms apart, and looks at no window."""
+    """A user who types continuously, a key every 100 ms, in whatever window has the focus."""
 
     KEYS = "Tab space Left space Right space Return Tab Tab space Down Return Escape".split()
 

@@ -1,13 +1,13 @@
-"""A program in place of the windows, which answers each prompt as a file says, and keeps a record."""
+"""A replacement of the dialogs program, which answers prompts as a file tells it, and records them."""
 
 import json
 
-# What the file may say:
+# The contents of the file:
 #   deny, allow   answer after a moment
-#   wait          show the window and wait until the file says something else
-#   hang          show the window and answer nothing, not even a ping
+#   wait          show the window and wait until the file changes
+#   hang          show the window and do not answer pings
 #   die           exit with a failure
-#   garbage       report what is not JSON
+#   garbage       print a line that is not JSON
 PROGRAM = """#!/usr/bin/python3 -IS
 import json, os, select, sys, time
 root = {root!r}
@@ -52,7 +52,7 @@ while True:
 
 
 class FaultDialogs:
-    """Stands where the tray finds its windows."""
+    """Installs the program in place of the dialogs program."""
 
     MODES = ("deny", "allow", "wait", "hang", "die", "garbage")
 
@@ -72,6 +72,6 @@ class FaultDialogs:
         new.replace(self._mode)
 
     def answers(self, kind, target):
-        """How often a prompt about this target was answered so."""
+        """Returns how often a prompt for this target was answered in this way."""
         records = map(json.loads, self._record.read_text().splitlines())
         return sum(answer == kind and target in json.dumps(request) for answer, request in records)

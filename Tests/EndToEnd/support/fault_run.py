@@ -1,4 +1,4 @@
-"""One tray under a seeded mix of faults and user actions, and what must hold meanwhile."""
+"""One tray under a seeded random mix of faults and user actions, with checks of its invariants."""
 
 import collections
 import http.client
@@ -31,23 +31,23 @@ FAULTY = ("zephyl-agent", "tailscaled", "zephyl-tailnet")
 
 
 class Violation(Exception):
-    """Something that must hold did not."""
+    """An invariant was violated."""
 
 
 class FaultRun:
-    """The tray, everything around it, and the record of what was asked of it."""
+    """The tray, its environment, and a record of all requests to it."""
 
     def __init__(self, seed, slowness=1.0):
         self.random = random.Random(seed)
         self.slowness = slowness
         self.events = collections.deque(maxlen=40)
         self.count = 0
-        self.seen = collections.Counter()  # what was checked, so that a run shows what it was worth
+        self.seen = collections.Counter()  # the number of checks of each kind
         self.begun = time.monotonic()
         self.resume = []       # (time, action) that ends a fault
         self.acknowledged = {}  # (server, field) -> the values that the registry may hold
-        self.requests = {}     # id of an agent's request -> its target
-        self.agent_at = None   # the process that the requests belong to
+        self.requests = {}     # id of a request of the agent -> its target
+        self.agent_at = None   # the agent process of the requests
         self.world = World()
         self.world.use_sandbox_agent()
         self.world.use_sandbox_tailnet()
@@ -99,7 +99,7 @@ class FaultRun:
 
     def hurt_child(self):
         children = [pid for pid in descendants(self.tray.pid) if command_name(pid) in FAULTY]
-        if self.random.random() < 0.8:  # a dead agent stays dead, and with it nothing is decided
+        if self.random.random() < 0.8:  # a dead agent is not restarted, and decides nothing
             children = [pid for pid in children if command_name(pid) != "zephyl-agent"]
         if not children:
             return
@@ -139,7 +139,7 @@ class FaultRun:
         self.item = self.watcher.item(before + 1, 10 * self.slowness)
 
     def block_registry(self):
-        """Fills the disk of the base directory; where it has none of its own, makes it read-only."""
+        """Fills the disk of the base directory, or makes it read-only if it has no separate disk."""
         self.note("the registry cannot be written")
         base, seconds = self.world.base, self.random.uniform(0.2, 3)
         if not self.own_disk:
@@ -178,10 +178,10 @@ class FaultRun:
         wait = self.random.uniform(0.5, 5) if kind == "stall" else 0
         self.later(wait, lambda: [each.close() for each in sockets])
 
-    # What a user, an agent and a window do.
+    # Actions of a user, an agent and a window.
 
     def change_servers(self):
-        """Changes several servers at once, each from a thread of its own."""
+        """Changes several servers at once, each on its own thread."""
         chosen = self.random.sample(self.servers, self.random.randint(1, 3))
         changes = []
         for server in chosen:
@@ -248,7 +248,7 @@ class FaultRun:
                 row = self.random.choice(["Restart Tailnet", "Connect", "Agent Logs…"])
                 found = [each for each, properties, _ in rows(self.item.layout())
                          if properties.get("label") == row]
-                if row == "Connect":  # enables a server, of which nothing is acknowledged here
+                if row == "Connect":  # enables a server, without an acknowledgement
                     for server in self.servers:
                         if (server, "enabled") in self.acknowledged:
                             self.acknowledged[server, "enabled"].add(True)
@@ -271,14 +271,14 @@ class FaultRun:
         return next((pid for pid in descendants(self.tray.pid)
                      if command_name(pid) == "zephyl-agent"), None)
 
-    # What must hold.
+    # Invariants.
 
     def check_answer(self):
         begun = time.monotonic()
         try:
             status, _ = self.api.ask("GET", "/status")
         except (OSError, http.client.HTTPException, ValueError) as error:
-            if self.resume:  # descriptors may be short
+            if self.resume:  # descriptors may be exhausted
                 return
             raise Violation(f"GET /status: {error!r}") from error
         duration = time.monotonic() - begun
@@ -316,7 +316,7 @@ class FaultRun:
                 self.note(f"request {identifier} was asked about {allowed + denied} times")
 
     def check_menu(self):
-        """After a quiet time the menu shows the servers by their names."""
+        """Checks that the menu shows the servers by their names after a quiet time."""
         try:
             labels = str(outline(self.item.layout()))
         except GLib.Error as error:
@@ -330,7 +330,7 @@ class FaultRun:
         self.dialogs.set("deny")
         for pid in descendants(self.tray.pid):
             send(pid, signal.SIGCONT)
-        self.item.event(0, "closed")  # an open menu stays as it is
+        self.item.event(0, "closed")  # an open menu is not updated
         time.sleep(QUIET_SECONDS * self.slowness)
         self.check_alive()
         self.check_answer()

@@ -1,5 +1,5 @@
-"""A host that reads a menu level by level, keeps what it has read, and reads a level again only
-when LayoutUpdated names it: as Qt's importer of menus does."""
+"""A host that reads a menu level by level, caches each level, and reads a level again only
+when LayoutUpdated names it, like Qt's importer of menus."""
 
 from gi.repository import GLib
 
@@ -17,7 +17,7 @@ class LevelHost:
         self.handled = 0      # of the peer's signals
 
     def read(self, menu=0):
-        """Reads one level, as when a menu opens for the first time."""
+        """Reads one level, like a menu that is opened for the first time."""
         self.reads.append(menu)
         layout = self.item.layout(menu, 1)
         self.levels[menu] = [identifier for identifier, _, _ in layout[2]]
@@ -43,7 +43,7 @@ class LevelHost:
             return
         try:
             self.read(menu)
-        except GLib.Error:  # the row has gone meanwhile, of which another signal tells
+        except GLib.Error:  # the row was removed meanwhile, which another signal reports
             pass
 
     def _properties_updated(self, updated, removed):
@@ -54,8 +54,8 @@ class LevelHost:
                 self.properties.get(identifier, {}).pop(name, None)
 
     def outline(self, menu=0):
-        """What it shows: labels, with those of a submenu in a list behind them. A submenu that was
-        never read is shown as empty."""
+        """Returns the labels, with those of a submenu in a list behind it. A submenu that was
+        never read is empty."""
         shown = []
         for row in self.levels.get(menu, []):
             shown.append(self.properties[row].get("label", "---"))

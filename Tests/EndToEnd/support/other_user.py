@@ -1,4 +1,4 @@
-"""Programs of another user, which only root can start."""
+"""Programs of another user. Requires root."""
 
 import json
 import os
@@ -10,7 +10,7 @@ import pytest
 
 USER = 54321
 
-# Answers as a healthy agent does, and prints the first line of each request.
+# Answers like a healthy agent, and prints the first line of each request.
 AGENT = """
 import http.server, json, sys
 answers = json.loads(sys.argv[2])
@@ -43,7 +43,7 @@ def skip_unless_root():
 
 
 def as_other_user(*command):
-    """The command line that runs a command as another user, without root's rights."""
+    """Returns a command line that runs a command as another user, without root's rights."""
     return ["setpriv", f"--reuid={USER}", f"--regid={USER}", "--clear-groups", *map(str, command)]
 
 
@@ -57,7 +57,7 @@ class ForeignAgent:
         assert self.process.stdout.readline() == "listening\n"
 
     def close(self):
-        """Ends it and returns the requests that have reached it."""
+        """Ends the program and returns the requests that it has received."""
         if self.process.poll() is None:
             self.process.kill()
         requests = self.process.stdout.read().splitlines()

@@ -1,4 +1,4 @@
-"""A screen of a test's own, with a real panel on it."""
+"""A private screen with a real panel."""
 
 import os
 import pathlib
@@ -35,7 +35,7 @@ CHANNEL = """<?xml version="1.0" encoding="UTF-8"?>
 
 
 class Picture:
-    """What a part of the screen shows."""
+    """A picture of a part of the screen."""
 
     def __init__(self, data):
         magic, width, height, depth, self.pixels = data.split(maxsplit=4)[:5]
@@ -44,7 +44,7 @@ class Picture:
         self.pixels = data[-3 * self.width * self.height:]
 
     def difference(self, other):
-        """The box around what differs, as left, top, right, bottom; none when nothing does."""
+        """Returns the box around all differences (left, top, right, bottom), or None if there are none."""
         if self.pixels == other.pixels:
             return None
         boxes = [(i % self.width, i // self.width) for i in range(self.width * self.height)
@@ -104,8 +104,8 @@ class Desktop:
         subprocess.run(["import", "-window", "root", str(path)], env=self.environment, check=True)
 
     def until_it_differs(self, before, height=HEIGHT):
-        """Waits until the screen shows something else and has come to rest; returns what and
-        where."""
+        """Waits until the screen has changed and is stable. Returns the picture and the box of the
+        differences."""
         looks = []
 
         def at_rest():

@@ -1,4 +1,4 @@
-"""A program that shows status items, under the name of a real one."""
+"""A program that shows status items, with the name of a real one."""
 
 import os
 import pathlib
@@ -24,7 +24,7 @@ GLib.MainLoop().run()
 
 
 class PanelProgram:
-    """Owns the watcher's name until it is closed."""
+    """Owns the name of the watcher until `close`."""
 
     def __init__(self, bus, name):
         self._directory = tempfile.TemporaryDirectory(prefix="zn-")

@@ -1,4 +1,4 @@
-"""An agent's HTTP side that misbehaves as told."""
+"""An HTTP server that imitates an agent, with answers set by the test."""
 
 import http.server
 import json
@@ -9,8 +9,8 @@ HEALTHY_ACTIVITY = {"busy": False, "inFlight": 0, "counters": {}, "recent": [], 
 
 
 class ScriptedAgent:
-    """Answers on a port of its own. `answers` maps a path to bytes (sent with 200) or to a function
-    that is given the request's handler."""
+    """Answers on its own port. `answers` maps a path to bytes (sent with 200) or to a function that
+    gets the request's handler."""
 
     def __init__(self, port=0, keeps_connections=False):
         agent = self

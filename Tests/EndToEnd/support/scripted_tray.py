@@ -1,4 +1,4 @@
-"""A control API that answers as told, in the place of a tray."""
+"""A fake control API with answers set by the test."""
 
 import contextlib
 import json
@@ -11,8 +11,8 @@ DIAGNOSTICS = {"agent": {"reachable": True, "running": True, "state": "enrolled"
 
 
 class ScriptedTray:
-    """The control API as far as the window sees it: answers with what it was given, and keeps what
-    it was asked. GET /status hands out what stands in `requests`, one at a time."""
+    """The part of the control API that the window uses. Records the requests. GET /status returns
+    the screens in `requests`, one at a time."""
 
     def __init__(self):
         self.asked = []  # (method, path, headers, body)
@@ -24,7 +24,7 @@ class ScriptedTray:
         self.listen()
 
     def listen(self):
-        """Listens, again on the same port after `close`."""
+        """Starts listening, after `close` on the same port."""
         self.listener = socket.create_server(("127.0.0.1", self.port))
         self.port = self.listener.getsockname()[1]
         self.thread = threading.Thread(target=self._serve)
@@ -43,7 +43,7 @@ class ScriptedTray:
             while (line := stream.readline()) not in (b"\r\n", b""):
                 head += line
             if not head:
-                return  # a window that ended before it asked
+                return  # the window ended before it sent a request
             first, *lines = head.decode().splitlines()
             headers = dict(line.split(": ", 1) for line in lines)
             body = stream.read(int(headers.get("Content-Length", 0)))
@@ -61,7 +61,7 @@ class ScriptedTray:
                            + text)
 
     def last(self):
-        """The newest change that was asked for."""
+        """Returns the newest requested change."""
         method, path, headers, body = next(entry for entry in reversed(self.asked) if entry[0] != "GET")
         return f"{method} {path}", json.loads(body) if body else None
 

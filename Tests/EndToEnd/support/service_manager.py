@@ -1,4 +1,4 @@
-"""A stand-in for the service manager of the user's session."""
+"""A fake service manager."""
 
 import socket
 
@@ -6,10 +6,10 @@ from support.tray import eventually
 
 
 class ServiceManager:
-    """Receives what a service of the type "notify" reports."""
+    """Receives the notifications of a service of the type "notify"."""
 
     def __init__(self, world, watchdog=None):
-        """`watchdog`: the seconds after which a service that does not report would be killed."""
+        """`watchdog` is the watchdog interval of the service in seconds."""
         path = world.root / "notify"
         self._socket = socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM)
         self._socket.bind(str(path))
@@ -22,7 +22,7 @@ class ServiceManager:
 
     @property
     def states(self):
-        """Everything that was reported, one assignment an item."""
+        """Returns all received assignments."""
         while True:
             try:
                 self._states += self._socket.recv(4096).decode().split("\n")

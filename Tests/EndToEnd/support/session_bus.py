@@ -1,4 +1,4 @@
-"""A session bus of a test's own, and the other side of what the tray says on it."""
+"""A private session bus, and peers of the tray on it."""
 
 import os
 import pathlib
@@ -34,8 +34,8 @@ CONFIGURATION = """<!DOCTYPE busconfig PUBLIC "-//freedesktop//DTD D-Bus Bus Con
 
 
 class SessionBus:
-    """A bus that can be killed and started again under the same address. It starts no services
-    of the machine's, unless asked to, and then in the given environment."""
+    """A bus that can be killed and restarted with the same address. It starts no services of the
+    machine unless configured to, and then in the given environment."""
 
     def __init__(self, services_environment=None):
         self.services_environment = services_environment
@@ -64,7 +64,7 @@ class SessionBus:
             return probe.connect_ex(str(self.socket)) == 0
 
     def suspend(self):
-        """From now on the bus accepts connections, and answers nothing."""
+        """Suspends the bus: it accepts connections, but does not answer."""
         self.process.send_signal(signal.SIGSTOP)
 
     def resume(self):
@@ -100,7 +100,7 @@ class Signal:
 
 
 class Peer:
-    """A connection to the bus, which remembers every signal that it hears."""
+    """A connection to the bus, which records every received signal."""
 
     def __init__(self, address):
         flags = (Gio.DBusConnectionFlags.AUTHENTICATION_CLIENT
@@ -117,7 +117,7 @@ class Peer:
         return [signal for signal in self.signals if signal.member == member]
 
     def call(self, service, path, interface, method, signature="()", *arguments, limit=5000):
-        """Calls a method and returns its values; how long the reply took stays in `took`."""
+        """Calls a method and returns its values. `took` is the time until the reply."""
         begin = time.monotonic()
         reply = self.connection.call_sync(
             service, path, interface, method, GLib.Variant(signature, arguments), None,
@@ -135,14 +135,14 @@ class Peer:
                   "ReleaseName", "(s)", name)
 
     def export(self, path, description, methods, properties=None):
-        """Exports the one interface of an XML description. A method is a function of the sender
+        """Exports the interface of an XML description. A method is a function of the sender
         and the call's values, which returns a variant or nothing."""
         interface = Gio.DBusNodeInfo.new_for_xml(description).interfaces[0]
 
         def called(_connection, sender, _path, _interface, method, parameters, invocation):
             try:
                 invocation.return_value(methods[method](sender, *parameters.unpack()))
-            except Exception as error:  # the caller shall see it, not wait
+            except Exception as error:  # is returned to the caller
                 invocation.return_dbus_error("org.zephyl.Test.Failed", repr(error))
 
         def read(_connection, _sender, _path, _interface, name):
@@ -151,7 +151,7 @@ class Peer:
         self.connection.register_object(path, interface, called, read, None)
 
     def emit(self, path, interface, member, values=None, to=None):
-        """Sends a signal to everybody, or to the connection of one unique name.
+        """Broadcasts a signal, or sends it to the connection with a unique name.
 
         A method call that is being handled is answered first, unless its handler emits the signal.
         """
@@ -168,11 +168,11 @@ class Peer:
             assert sent.wait(10)
 
     def wait_for(self, name):
-        """Waits until the connection of that unique name has handled what was sent to it before."""
+        """Waits until the connection with that unique name has handled all earlier messages."""
         self.call(name, "/", "org.freedesktop.DBus.Peer", "Ping")
 
     def send_calls(self, count, service, path, interface, method, signature="()", *arguments):
-        """Calls a method again and again, without waiting for replies."""
+        """Calls a method repeatedly, without waiting for replies."""
         for _ in range(count):
             message = Gio.DBusMessage.new_method_call(service, path, interface, method)
             message.set_flags(Gio.DBusMessageFlags.NO_REPLY_EXPECTED)
@@ -200,7 +200,7 @@ WATCHER_DESCRIPTION = """<node><interface name="org.kde.StatusNotifierWatcher">
 
 
 class Watcher:
-    """Records who registers an item, as the watchers of all desktops do."""
+    """A watcher that records registrations of items."""
 
     def __init__(self, peer):
         self.peer = peer
@@ -229,7 +229,7 @@ class Watcher:
 
 
 class Item:
-    """A status item and its menu, as a host asks them."""
+    """A status item and its menu, as seen by a host."""
 
     ITEM = "org.kde.StatusNotifierItem"
     MENU = "com.canonical.dbusmenu"
@@ -269,12 +269,12 @@ class Item:
         return self.menu("AboutToShow", "(i)", identifier)[0]
 
     def find(self, label):
-        """The id of the row with this label."""
+        """Returns the id of the row with this label."""
         return next(identifier for identifier, properties, _ in rows(self.layout())
                     if properties.get("label") == label)
 
     def find_enabled(self, label):
-        """The id of the row with this label, once it is enabled. In a first menu it may not be yet."""
+        """Waits until the row with this label is enabled, and returns its id."""
         def enabled():
             return next((identifier for identifier, properties, _ in rows(self.layout())
                          if properties.get("label") == label and properties.get("enabled", True)),
@@ -291,14 +291,14 @@ class Item:
 
 
 def rows(layout):
-    """All rows of a layout below its root, as id, properties and children."""
+    """Yields all rows of a layout below its root, as id, properties and children."""
     for child in layout[2]:
         yield child
         yield from rows(child)
 
 
 def outline(layout):
-    """A layout's labels, in lists as they are nested."""
+    """Returns the labels of a layout as nested lists."""
     described = []
     for _, properties, children in layout[2]:
         described.append(properties.get("label", "---"))

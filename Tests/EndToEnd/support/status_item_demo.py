@@ -1,4 +1,4 @@
-"""Drives the status item without a tray behind it."""
+"""Runs the status item without a tray."""
 
 import json
 import os
@@ -63,10 +63,10 @@ class Demo:
         self.do("menu", menu=menu)
 
     def set_menu_on_update(self, menu):
-        """The menu that the demo sets when it is asked for an update; returns once it is ready."""
+        """Sets the menu for the next update request, and waits until the demo has stored it."""
         before = self.names().count("running")
         self.do("menuOnUpdate", menu=menu)
-        self.do("running", identifier="org.zephyl.nobody")  # orders are handled one after the other
+        self.do("running", identifier="org.zephyl.nobody")  # commands are handled in order
         self.event("running", before + 1)
 
     def names(self):

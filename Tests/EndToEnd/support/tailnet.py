@@ -1,4 +1,4 @@
-"""Runs the sandbox's tailnet programs in private directories on free ports, and speaks to them."""
+"""Runs the sandbox's tailnet programs in private directories on free ports, and talks to them."""
 
 import contextlib
 import http.client
@@ -50,7 +50,7 @@ class Child:
         return eventually(find, what=f"a line with {text!r}")
 
     def value(self, marker):
-        """What follows a marker, as the tray reads it."""
+        """Waits for a marker and returns its value, like the tray."""
         return self.log_line(marker).split(marker, 1)[1].strip(" \t")
 
     def stop(self, number=signal.SIGTERM):
@@ -67,7 +67,7 @@ class Child:
         return pages * os.sysconf("SC_PAGE_SIZE")
 
     def close(self):
-        """Ends it by force where it still runs."""
+        """Kills the program if it still runs."""
         self.process.kill()
         self.process.wait()
         self._reader.join(10)
@@ -75,7 +75,7 @@ class Child:
 
 
 class Tailnet:
-    """The directories and ports of one tailnet, and whatever is started in it."""
+    """The directories, ports and programs of one tailnet."""
 
     def __init__(self):
         # Short, because the path of a local socket may have 107 bytes at most.
@@ -108,7 +108,7 @@ class Tailnet:
         return self.children[-1]
 
     def start_daemon(self, arguments=None, **environment):
-        """A daemon that is ready."""
+        """Starts a daemon and waits until it is ready."""
         daemon = self.launch(DAEMON, arguments or self.daemon_arguments(), **environment)
         daemon.log_line("control socket at ")
         return daemon
@@ -119,7 +119,7 @@ class Tailnet:
         return self.launch(CLIENT, [*(arguments or self.client_arguments()), *more], **environment)
 
     def start_client(self, *more, **options):
-        """A client that is up: its last line is about the target."""
+        """Starts a client and waits for its last line, which is about the target."""
         client = self.launch_client(*more, **options)
         eventually(lambda: any("target resolved to " in line or "TARGET UNRESOLVED: " in line
                                for line in client.lines) or client.process.poll() is not None,
@@ -128,7 +128,7 @@ class Tailnet:
         return client
 
     def run(self, program, arguments, **environment):
-        """Runs a program to its end."""
+        """Runs a program and waits for its end."""
         return subprocess.run([program, *map(str, arguments)], env=self.environment(**environment),
                               text=True, timeout=15, stdin=subprocess.DEVNULL, capture_output=True,
                               check=False)
@@ -137,7 +137,7 @@ class Tailnet:
         return json.loads(self.ask_control(b'{"op":"status"}\n'))
 
     def ask_control(self, raw):
-        """Sends bytes to the control socket and answers with the first line that comes back."""
+        """Sends bytes to the control socket and returns the first line of the answer."""
         with socket.socket(socket.AF_UNIX) as sock:
             sock.settimeout(10)
             sock.connect(str(self.control))
@@ -152,7 +152,7 @@ class Tailnet:
 
 
 def get(host, port, path="/", method="GET"):
-    """Answers with status, headers and body."""
+    """Returns status, headers and body."""
     connection = http.client.HTTPConnection(host, port, timeout=10)
     try:
         connection.request(method, path)
@@ -180,7 +180,7 @@ def socks_address(host):
 
 
 def socks_open(proxy, host, port, command=1):
-    """Speaks SOCKS 5; answers with the socket and the reply's code."""
+    """Connects through SOCKS 5; returns the socket and the reply's code."""
     sock = socket.create_connection(("127.0.0.1", proxy), timeout=10)
     try:
         sock.sendall(b"\x05\x02\x02\x00")
@@ -197,7 +197,7 @@ def socks_open(proxy, host, port, command=1):
 
 @contextlib.contextmanager
 def serving(handle, host="127.0.0.1"):
-    """A server on a free port that runs handle(connection) for each client; gives the port."""
+    """Runs a server on a free port that calls handle(connection) for each client; yields the port."""
     listener = socket.create_server((host, 0), backlog=512,
                                     family=socket.AF_INET6 if ":" in host else socket.AF_INET)
     connections = []

@@ -1,4 +1,4 @@
-"""A terminal of a test's own (tmux, on a socket of its own), to type into and to look at."""
+"""A private terminal (tmux with its own socket) that a test types into and reads."""
 
 import contextlib
 import os
@@ -11,12 +11,12 @@ from support.tray import command_name, descendants, eventually, is_alive
 
 
 def label(row):
-    """The text of a row of the menu, without mark and dot."""
+    """Returns the text of a row of the menu, without mark and dot."""
     return row.lstrip("›").strip().removeprefix("● ")
 
 
 class Terminal:
-    """Runs one program, then waits; `screen` is what a user would see."""
+    """Runs one program, then waits. `screen` returns the visible text."""
 
     def __init__(self, world, *command, rows=24, columns=80, term="tmux-256color", **environment):
         self._socket = world.root / "tmux"
@@ -39,7 +39,7 @@ class Terminal:
 
     @property
     def pid(self):
-        """Of the program named zephyl-tray."""
+        """The process id of the program named zephyl-tray."""
         def find():
             self._seen.update(descendants(self.shell))
             return next((pid for pid in self._seen
@@ -50,7 +50,7 @@ class Terminal:
         return self._tmux("capture-pane", "-p", *(["-e"] if attributes else []))
 
     def press(self, *keys):
-        """By tmux's names: Up, Enter, Escape, C-l, and characters."""
+        """Presses keys by tmux's names: Up, Enter, Escape, C-l, and characters."""
         self._tmux("send-keys", *keys)
 
     def type(self, text):
@@ -64,7 +64,7 @@ class Terminal:
         self._tmux("resize-window", "-x", str(columns), "-y", str(rows))
 
     def click(self, text):
-        """Presses the mouse's first button on a text, as the terminal reports it."""
+        """Sends a press of the left mouse button on a text, like a terminal."""
         lines = self.see(text).split("\n")
         row = next(index for index, line in enumerate(lines) if text in line)
         self.type(f"\x1b[<0;{lines[row].index(text) + 1};{row + 1}M")
@@ -73,7 +73,7 @@ class Terminal:
         return self._tmux("show-buffer")
 
     def see(self, *texts, limit=10.0):
-        """Waits until all the texts are on the screen, and returns it."""
+        """Waits until all texts are on the screen, and returns its contents."""
         found = ""
 
         def is_there():
@@ -87,14 +87,14 @@ class Terminal:
         return found
 
     def miss(self, text, limit=10.0):
-        """Waits until a text is not on the screen any more."""
+        """Waits until a text has disappeared from the screen."""
         try:
             eventually(lambda: text not in self.screen(), limit)
         except AssertionError as error:
             raise AssertionError(f"still {text!r} in\n{self.screen()}") from error
 
     def choose(self, text):
-        """Goes to the row of the menu that begins with a text, and presses Enter there."""
+        """Chooses the row of the menu that begins with a text."""
         self.go_to(text)
         self.press("Enter")
 
@@ -103,28 +103,28 @@ class Terminal:
         for _ in range(60):
             if not self._chosen():
                 self.press("Home")
-            chosen = eventually(self._chosen, what="a menu that is not covered")
+            chosen = eventually(self._chosen, what="the menu")
             if chosen.startswith(text):
                 return
-            # One step at a time: the screen shows the effect of a key only after a while.
+            # Waits after each key, because the screen changes asynchronously.
             self.press("Down" if self._is_below(text) else "Up")
             eventually(lambda chosen=chosen: self._chosen() not in ("", chosen),
                        what=f"a row beside {chosen!r}")
         raise AssertionError(f"{text!r} cannot be chosen in\n{self.screen()}")
 
     def _is_below(self, text):
-        """Whether a row of the menu is below the one that Enter is about."""
+        """Returns whether a row of the menu is below the selected one."""
         rows = self.screen().split("\n")
         chosen = next((at for at, row in enumerate(rows) if row.startswith("›")), 0)
         return any(label(row).startswith(text) for row in rows[chosen:])
 
     def _chosen(self):
-        """The row that Enter is about, without mark and dot; empty if there is none."""
+        """Returns the selected row without mark and dot, empty if there is none."""
         return next((label(row) for row in self.screen().split("\n") if row.startswith("›")), "")
 
     def answer(self, button):
-        """Goes to a button of the box that is open, and presses Enter there."""
-        eventually(self._marked_button, what="a box that can be answered")
+        """Answers the open box with a button."""
+        eventually(self._marked_button, what="a box that accepts input")
         for _ in range(10):
             if self._marked_button() == button:
                 break
@@ -135,7 +135,7 @@ class Terminal:
         self.press("Enter")
 
     def _focus(self):
-        """A text field has the cursor; the button that Enter means is marked."""
+        """Returns whether a text field has the cursor, and the marked button."""
         return self._tmux("display-message", "-p", "#{cursor_flag}"), self._marked_button()
 
     def _marked_button(self):
@@ -143,32 +143,32 @@ class Terminal:
         return found.group(1) if found else ""
 
     def start_recording(self, path):
-        """Everything that is written to the terminal from now on goes to a file as well."""
+        """Appends all further output on the terminal to a file."""
         self._tmux("pipe-pane", "-o", f"cat >> {shlex.quote(str(path))}")
 
     def has_second_screen(self):
         return self._tmux("display-message", "-p", "#{alternate_on}").strip() == "1"
 
     def settings(self):
-        """What stty says of the terminal."""
+        """Returns the settings of the terminal, as printed by stty."""
         device = self._tmux("display-message", "-p", "#{pane_tty}").strip()
         return subprocess.run(["stty", "-a", "-F", device], capture_output=True, text=True,
                               check=True, timeout=10).stdout.split()
 
     def stop_reading(self):
-        """The terminal takes nothing any more, until it is to read on."""
+        """Stops reading the program's output until `read_on`."""
         os.kill(self._server, signal.SIGSTOP)
 
     def read_on(self):
         os.kill(self._server, signal.SIGCONT)
 
     def hang_up(self):
-        """Closes the terminal, as when a connection breaks."""
+        """Closes the terminal, like a broken connection."""
         self._seen.update(descendants(self.shell))
         self._tmux("kill-server")
 
     def close(self):
-        """Ends the terminal and what ran in it."""
+        """Ends the terminal and the programs in it."""
         self._seen.update(descendants(self.shell))
         with contextlib.suppress(ProcessLookupError):
             self.read_on()

@@ -1,4 +1,4 @@
-"""Runs the real tray in a world of its own: private directories, free ports, nothing of the user's."""
+"""Runs the real tray in a private world with its own directories and free ports."""
 
 import atexit
 import functools
@@ -27,7 +27,7 @@ def free_port():
 
 
 def eventually(condition, limit=10.0, what="the condition"):
-    """Waits until condition() is true and returns what it returned."""
+    """Waits until condition() is true, and returns its value."""
     deadline = time.monotonic() + limit * SLOWNESS
     while not (value := condition()):
         assert time.monotonic() < deadline, f"{what} did not come true within {limit} s"
@@ -36,7 +36,7 @@ def eventually(condition, limit=10.0, what="the condition"):
 
 
 def is_alive(pid):
-    """Whether a process exists and is not a zombie."""
+    """Returns whether a process exists and is not a zombie."""
     try:
         state = pathlib.Path(f"/proc/{pid}/stat").read_text().rsplit(")", 1)[1].split()[0]
     except (FileNotFoundError, ProcessLookupError):
@@ -45,7 +45,7 @@ def is_alive(pid):
 
 
 def descendants(pid):
-    """The ids of all processes below pid."""
+    """Returns the ids of all descendants of a process."""
     found = []
     try:
         tasks = list(pathlib.Path(f"/proc/{pid}/task").iterdir())
@@ -69,14 +69,14 @@ def command_name(pid):
 
 
 def processes_of(prefix):
-    """The ids of the running programs of an installation, its updater among them."""
+    """Returns the ids of the running programs of an installation, including its updater."""
     pids = [int(entry.name) for entry in pathlib.Path("/proc").iterdir() if entry.name.isdigit()]
     places = (f"{prefix}/", f"{prefix.parent}/.{prefix.name}.updates/")
     return [pid for pid in pids if command_line(pid).startswith(places) and is_alive(pid)]
 
 
 def command_line(pid):
-    """The program and its arguments in one text; empty when the process has gone."""
+    """Returns the command line as one text, empty if the process has ended."""
     try:
         return pathlib.Path(f"/proc/{pid}/cmdline").read_bytes().replace(b"\0", b" ").decode()
     except (FileNotFoundError, ProcessLookupError):
@@ -105,8 +105,8 @@ class World:
         self.prefix = self.root / "prefix"
         self.resources = self.prefix / "share" / "zephyl-tray"
         self.base = self.home / ".local" / "share" / "Zephyl"
-        self.working_directory = self.root  # in which the tray starts
-        self.launcher = []                  # a command that starts the tray, with its arguments
+        self.working_directory = self.root  # of the tray
+        self.launcher = []                  # a command with arguments that starts the tray
         self.agent_port = free_port()
         self.control_port = free_port()
         self.install("tray")
@@ -147,7 +147,7 @@ class World:
         return self.base / "servers" / server_id / "tailnet"
 
     def add_servers(self, count):
-        """Registers joined servers with ports of their own, and returns their ids."""
+        """Registers joined servers with separate ports, and returns their ids."""
         servers = []
         for number in range(1, count + 1):
             identifier = f"{number:08x}-0000-4000-8000-000000000000"
@@ -179,7 +179,7 @@ class World:
 
 
 class Tray:
-    """A running tray, and what it has logged."""
+    """A running tray with its log."""
 
     def __init__(self, world, *arguments):
         self.world = world
@@ -209,7 +209,7 @@ class Tray:
             raise AssertionError(f"no line with {text!r} in {self.lines}") from error
 
     def agent_pid(self):
-        """The process id of the agent, once the shell that frees its port has turned into it."""
+        """The process id of the agent, after the shell that frees its port has executed it."""
         def find():
             return next((pid for pid in descendants(self.pid)
                          if command_name(pid) == "zephyl-agent" and is_alive(pid)), None)
@@ -228,12 +228,12 @@ class Tray:
         return status
 
     def stop(self):
-        """Ends the tray as a session's end would, and says how it went."""
+        """Ends the tray like the end of a session, and returns its exit status."""
         self.send(signal.SIGTERM)
         return self.wait()
 
     def close(self):
-        """Ends whatever the test left behind."""
+        """Ends all processes that the test has left."""
         left = self.children()
         if self.process.poll() is None:
             self.process.kill()

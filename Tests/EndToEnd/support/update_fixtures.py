@@ -1,4 +1,4 @@
-"""What tests of zephyl-tray-updater by hand begin with."""
+"""Fixtures for tests that run zephyl-tray-updater directly."""
 
 import pytest
 
@@ -11,7 +11,7 @@ NEW = '#!/bin/sh\necho "zephyl-tray new"\n'
 @pytest.fixture
 def publisher(world):
     publisher = Publisher(world)
-    # What runs is of no interest here, and a script is packed faster than the tray.
+    # The program does not matter here, and a script is packed faster than the tray.
     tray = world.prefix / "bin" / "zephyl-tray"
     tray.write_text(OLD)
     publisher.install("1.0")

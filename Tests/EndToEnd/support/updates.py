@@ -1,5 +1,5 @@
-"""Releases as their maker makes them, with the tool of the packaging and keys of its own, a server
-on loopback that hands them out (or misbehaves), and the updater program run by hand."""
+"""A publisher of releases, with the packaging tool and its own keys, a server on loopback that
+serves them (or misbehaves), and direct runs of the updater program."""
 
 import io
 import json
@@ -23,7 +23,7 @@ def sign(*arguments):
 
 
 class FeedServer:
-    """Answers with bytes, or has a function do so."""
+    """Answers requests with bytes or by a function."""
 
     def __init__(self):
         self.answers = {}
@@ -80,19 +80,19 @@ def rewrite_information(prefix, **values):
 
 
 def version_at(prefix):
-    """The version of an installation, by its information dictionary."""
+    """Returns the version in an installation's Info.json."""
     return json.loads((prefix / "share" / "zephyl-tray" / "Info.json").read_text())[
         "CFBundleShortVersionString"]
 
 
 def note(updater, name):
-    """A note in the state directory of an updater's installation, None if there is none."""
+    """Returns a note in the state directory, None if it does not exist."""
     path = updater.directory / name
     return json.loads(path.read_text()) if path.exists() else None
 
 
 def set_up(world, **values):
-    """Stores settings for the tray of a world, and returns their file."""
+    """Stores settings for the tray of a world, and returns the path of the file."""
     path = world.home / ".config" / "com.zephyl.tray" / "defaults.json"
     path.parent.mkdir(parents=True, exist_ok=True)
     path.write_text(json.dumps(values))
@@ -100,7 +100,7 @@ def set_up(world, **values):
 
 
 class Publisher:
-    """Whoever makes releases: a key, a server, and a feed of what was made."""
+    """A publisher of releases, with a key, a server and a feed."""
 
     def __init__(self, world):
         self.world = world
@@ -115,10 +115,10 @@ class Publisher:
         return self.directory / name, sign("new-key", self.directory / name).strip()
 
     def install(self, version="1.0"):
-        """Makes the world's prefix an installation that updates itself from here."""
+        """Installs a tray in the world's prefix that updates itself from this publisher."""
         prefix = self.world.prefix
         self.world.install("updater")
-        # Only an installation that nobody else may write is updated, whatever the umask.
+        # Independent of the umask, because a group-writable installation is not updated.
         for path in [prefix, *prefix.rglob("*")]:
             if not path.is_symlink():
                 path.chmod(path.stat().st_mode & ~0o022)
@@ -126,7 +126,7 @@ class Publisher:
                             SUPublicEDKey=self.public_key)
 
     def copy(self, version, name=None, program=None):
-        """An installation like the world's, of another version; `program` instead of the tray."""
+        """Creates an installation of another version; `program` replaces the tray."""
         target = self.directory / (name or f"prefix-{version}")
         shutil.copytree(self.world.prefix, target, symlinks=True)
         rewrite_information(target, CFBundleShortVersionString=version)
@@ -148,7 +148,7 @@ class Publisher:
         return archive
 
     def publish(self, archive, keys=None, feed_keys=None, change=None):
-        """Puts an archive on the server and an item for it in the feed. `change` alters the feed
+        """Adds an archive to the server and its item to the feed. `change` modifies the feed
         before it is signed."""
         item = sign("item", archive, self.server.url + ARCHIVE, *(keys or [self.key]))
         self.publish_items(change(item) if change else item, feed_keys or keys)
@@ -166,7 +166,7 @@ class Publisher:
 
 
 def write_archive(path, entries):
-    """An archive of any entries, also such as no packer makes: (name, contents or a TarInfo)."""
+    """Creates an archive of any entries, even invalid ones: (name, contents or a TarInfo)."""
     with tarfile.open(path, "w:gz", format=tarfile.USTAR_FORMAT, compresslevel=1) as archive:
         for name, contents in entries:
             if isinstance(contents, tarfile.TarInfo):
@@ -181,14 +181,14 @@ def write_archive(path, entries):
 
 
 class Updater:
-    """zephyl-tray-updater, run by hand."""
+    """Runs zephyl-tray-updater directly."""
 
     def __init__(self, world):
         self.world = world
         self.program = installed("updater") / "libexec/zephyl-tray/zephyl-tray-updater"
         self.prefix = world.prefix
-        self.user = None  # another than the one who runs the tests
-        self.feed_date = None  # of the feed that the last check has read
+        self.user = None  # runs the updater as another user
+        self.feed_date = None  # the date of the feed in the last check
 
     def start(self, command):
         (name, values), = command.items()
@@ -201,7 +201,7 @@ class Updater:
         return process
 
     def run(self, name, **values):
-        """The reports on a command; the input stays open until the end, as the tray's does."""
+        """Runs a command and returns its reports. The input stays open until the end."""
         process = self.start({name: values})
         try:
             output = process.stdout.read()
@@ -236,7 +236,7 @@ class Updater:
 
 
 def snapshot(directory):
-    """All that is below a directory: paths, kinds, modes and contents."""
+    """Returns paths, kinds, modes and contents of everything below a directory."""
     found = {}
     for path in sorted(pathlib.Path(directory).rglob("*")):
         kind = "link" if path.is_symlink() else "directory" if path.is_dir() else "file"

@@ -1,4 +1,4 @@
-"""The desktop window on a screen: what it shows, and a user who drives it."""
+"""The desktop window on a screen, with methods to inspect and operate it."""
 
 import os
 import pathlib
@@ -15,7 +15,7 @@ PROGRAM = SANDBOX / "zephyl-desktop"
 
 
 def stays(condition, seconds=2.5):
-    """Whether a condition holds at every look for so long."""
+    """Returns whether a condition holds whenever it is polled for some seconds."""
     end = time.monotonic() + seconds
     while time.monotonic() < end:
         if not condition():
@@ -25,17 +25,17 @@ def stays(condition, seconds=2.5):
 
 
 class WindowView:
-    """What a process shows in its window, found as a screen reader finds it."""
+    """The contents of a process's window, as a screen reader gets them."""
 
     def __init__(self, screen, pid):
         self.screen, self.pid = screen, pid
 
     def parts(self):
-        """Everything that is on the screen, dialogs included."""
+        """Returns everything in the windows, including dialogs."""
         try:
             return [each for window in self.screen.accessibility.windows_of(self.pid)
                     for each in window.all() if each.has("showing")]
-        except GLib.Error:  # something has gone while it was looked at
+        except GLib.Error:  # an element disappeared while it was read
             return []
 
     def find(self, role, name):
@@ -54,7 +54,7 @@ class WindowView:
         eventually(lambda: not self.find(role, name), what=f"no {role} called {name!r}")
 
     def label(self, text, limit=10.0):
-        """Waits for a label that contains the text, and returns all of it."""
+        """Waits for a label that contains the text, and returns its whole text."""
         try:
             return eventually(lambda: next((name for name in self.labels() if text in name), None), limit)
         except AssertionError as error:
@@ -67,7 +67,7 @@ class WindowView:
             return []
 
     def rows(self):
-        """The rows of the list of servers."""
+        """Returns the rows of the list of servers."""
         try:
             return [each.name for each in self.parts() if each.role == "list item"]
         except GLib.Error:
@@ -77,7 +77,7 @@ class WindowView:
         return self.part("list item", name, limit)
 
     def focused(self):
-        """The name of what has the keyboard: of a list it is the current row."""
+        """Returns the name of the focused element, or of the current row if it is a list."""
         try:
             focused = [each for each in self.parts() if each.has("focused")]
             rows = [each.name for each in focused if each.role == "list item"]
@@ -101,20 +101,20 @@ class WindowView:
         self.screen.activate(self.pid)
 
     def replace(self, role, name, text):
-        """Types over what a field holds."""
+        """Replaces the text of a field by typing."""
         self.part(role, name).grab_focus()
         self.has_focus_on(name)
         self.screen.press("ctrl+a")
         self.screen.type(text)
 
     def toggle(self, name):
-        """Goes to a box and presses the space bar."""
+        """Focuses a check box and presses the space bar."""
         self.part("check box", name).grab_focus()
         self.has_focus_on(name)
         self.screen.press("space")
 
     def press(self, name):
-        """Goes to a button and presses the space bar."""
+        """Focuses a button and presses the space bar."""
         self.part("push button", name).grab_focus()
         self.has_focus_on(name)
         self.screen.press("space")
@@ -152,7 +152,7 @@ class DesktopWindow(WindowView):
 
 
 def keep(screen, name):
-    """Leaves a screenshot in $ZEPHYL_SCREENSHOTS, when that is set."""
+    """Saves a screenshot in $ZEPHYL_SCREENSHOTS, if that is set."""
     directory = os.environ.get("ZEPHYL_SCREENSHOTS")
     if directory:
         screen.run("import", "-window", "root", str(pathlib.Path(directory) / f"{name}.png"))
