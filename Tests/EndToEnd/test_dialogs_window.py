@@ -51,3 +51,14 @@ def test_a_window_fits_on_a_screen_with_few_large_pixels(screen, show, request_)
     shape = dict(line.split("=") for line in
                  screen.run("xdotool", "getwindowgeometry", "--shell", number).split())
     assert int(shape["WIDTH"]) < WIDTH and int(shape["HEIGHT"]) < HEIGHT, shape
+
+
+@pytest.mark.parametrize("scale", ["1", "1.25", "1.5", "1.75", "2"])
+@pytest.mark.parametrize("alert", [APPROVAL, INVITE], ids=["approval", "invite"])
+def test_a_text_that_fits_is_shown_whole_at_any_scale(screen, show, scale, alert):
+    window = show({"QT_SCALE_FACTOR": scale}, alert=alert).accessible()
+    for button in alert["buttons"]:  # one that permits something waits for the end of the text
+        eventually(lambda button=button: window.find("push button", button).has("enabled"),
+                   what=f"an enabled button {button!r}")
+    bars = [each for each in window.all() if each.role == "scroll bar" and each.has("showing")]
+    assert not bars

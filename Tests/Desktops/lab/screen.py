@@ -39,7 +39,7 @@ class Screen:
         pixels = [round(each * self.scale) for each in (width, height, left, top)]
         cut = ["-crop", "{}x{}+{}+{}".format(*pixels), "+repage"]
         if self.scale != 1:
-            cut += ["-sample", f"{width}x{height}!"]
+            cut += ["-resize", f"{width}x{height}!"]
         return Picture(subprocess.run(["import", "-window", "root", *cut, "-depth", "8", "ppm:-"],
                                       env=self.environment, check=True, capture_output=True,
                                       timeout=20).stdout)

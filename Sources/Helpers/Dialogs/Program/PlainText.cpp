@@ -19,6 +19,9 @@ namespace {
 /// The margin inside the frame of a scrolling text.
 constexpr int scrollingMargin = 6;
 
+/// The height that a window can lose to rounding at a fractional scale such as 1.5.
+constexpr int roundingLoss = 1;
+
 /// A longer text is certainly too high, and measuring it is slow.
 constexpr int maxMeasuredCharacters = 20'000;
 
@@ -128,7 +131,7 @@ WrappedText::WrappedText(const QString& text, const QFont& font, Room room) {
   setFrameShape(QFrame::NoFrame);
   viewport()->setAutoFillBackground(false);
   document()->setDocumentMargin(0);
-  hint_ = {room.width, needed};
+  hint_ = {room.width, needed + roundingLoss};
 }
 
 QSize WrappedText::minimumSizeHint() const {
