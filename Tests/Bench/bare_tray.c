@@ -94,6 +94,7 @@ static void serve(int listener) {
 
 int main(int argc, char** argv) {
   if (argc != 4) return 2;
+  signal(SIGPIPE, SIG_IGN);
   extern char** environ;
   sd_bus* bus = 0;
   if (sd_bus_open_user(&bus) < 0) return 1;

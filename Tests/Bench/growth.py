@@ -59,6 +59,7 @@ class ConnectedAgent(ScriptedAgent):
         roots = [{"root": f"/home/user/projects/folder-{number}", "name": f"folder-{number}",
                   "servers": servers[:1]} for number in range(folders)]
         self.streams = []
+        self.server.handle_error = lambda *_: None  # a tray that ends breaks its connections off
         self.answers |= {
             "/api/status": json.dumps({"state": "connected", "connections": connections}).encode(),
             "/api/roots": json.dumps({"roots": roots}).encode(),
@@ -186,7 +187,10 @@ def publish_times(scene):
 
 def settle(pid, children):
     """Waits until all children run, and the tray has come to rest."""
-    eventually(lambda: len(descendants(pid)) >= children, 60, "children")
+    def all_run():
+        assert os.path.exists(f"/proc/{pid}/exe"), "the program has ended"
+        return len(descendants(pid)) >= children
+    eventually(all_run, 60, "children")
 
     def at_rest():
         before = cpu_seconds(pid)

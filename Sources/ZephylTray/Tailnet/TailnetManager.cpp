@@ -38,7 +38,36 @@ void TailnetManager::syncWithStore() {
     retired_.insert(retired_.end(), removed.begin(), removed.end());
   }
   stopRetired(removed);
-  for (const auto& entry : wanted) instance(entry)->start();
+  std::deque<Instance> due;
+  for (const auto& entry : wanted) due.push_back(instance(entry));
+  {
+    const std::scoped_lock lock(lock_);
+    due_ = std::move(due);
+  }
+  startDue();
+}
+
+/// Pauses in between, so that hundreds of servers do not keep the main thread from other work.
+void TailnetManager::startDue() {
+  const Instant pause = runtime_.clock.now() + startingTime;
+  while (const auto instance = nextDue()) {
+    instance->start();
+    if (runtime_.clock.now() < pause) continue;
+    return runtime_.mainLoop.async(weakly(this, [](TailnetManager& self) { self.startDue(); }));
+  }
+  runtime_.mainLoop.async(weakly(this, [](TailnetManager& self) { self.reportStateChange(); }));
+}
+
+/// Returns the next instance to start, null if there is none. Skips those that are retired.
+TailnetManager::Instance TailnetManager::nextDue() {
+  const std::scoped_lock lock(lock_);
+  while (!due_.empty()) {
+    const Instance next = std::move(due_.front());
+    due_.pop_front();
+    const auto known = instances_.find(next->server().id);
+    if (known != instances_.end() && known->second == next) return next;
+  }
+  return nullptr;
 }
 
 TailnetManager::Instance TailnetManager::instance(const ServerEntry& entry) {
@@ -148,6 +177,7 @@ void TailnetManager::stopAll() {
   auto all = instances();
   {
     const std::scoped_lock lock(lock_);
+    due_.clear();
     all.insert(all.end(), retired_.begin(), retired_.end());
   }
   for (const auto& instance : all) instance->requestStop();
@@ -174,10 +204,19 @@ TailnetManager::Instance TailnetManager::make(const ServerEntry& entry) {
 /// Combines changes in quick succession, as when fifty tailnets start.
 void TailnetManager::relayStateChange() {
   if (std::exchange(stateChangePending_, true)) return;
-  runtime_.mainLoop.async(weakly(this, [](TailnetManager& self) {
-    self.stateChangePending_ = false;
-    if (self.onStateChange) self.onStateChange();
-  }));
+  runtime_.mainLoop.async(weakly(this, [](TailnetManager& self) { self.reportStateChange(); }));
+}
+
+/// Waits for the last of the instances that are being started.
+void TailnetManager::reportStateChange() {
+  if (!stateChangePending_ || isStarting()) return;
+  stateChangePending_ = false;
+  if (onStateChange) onStateChange();
+}
+
+bool TailnetManager::isStarting() const {
+  const std::scoped_lock lock(lock_);
+  return !due_.empty();
 }
 
 void TailnetManager::scheduleAddressLearned() {

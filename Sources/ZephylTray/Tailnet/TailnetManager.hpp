@@ -1,5 +1,6 @@
 #pragma once
 
+#include <deque>
 #include <functional>
 #include <map>
 #include <memory>
@@ -21,6 +22,9 @@ class TailnetManager : public std::enable_shared_from_this<TailnetManager> {
  public:
   using Instance = std::shared_ptr<TailnetProcess>;
   static constexpr Duration addressNotificationDelay = std::chrono::seconds(1);
+  /// How long instances are started without a pause. A start forks, which takes a millisecond or
+  /// more.
+  static constexpr Duration startingTime = std::chrono::milliseconds(10);
 
   explicit TailnetManager(const Runtime& runtime) : runtime_(runtime) {}
 
@@ -32,7 +36,8 @@ class TailnetManager : public std::enable_shared_from_this<TailnetManager> {
 
   /// Retires the instances of servers that were removed, disabled or not joined, and starts one for
   /// every other server, in the registry's order. Running pairs are not touched. Does nothing if a
-  /// tailnet program is missing.
+  /// tailnet program is missing. Returns after `startingTime`. Further tasks of the main loop start
+  /// the remaining servers, unless a server is retired before.
   void syncWithStore();
 
   /// Returns the server's instance, or creates it. An existing instance keeps its original entry.
@@ -68,9 +73,13 @@ class TailnetManager : public std::enable_shared_from_this<TailnetManager> {
   };
 
   Instance make(const ServerEntry& entry);
+  void startDue();
+  Instance nextDue();
   void stopRetired(const std::vector<Instance>& instances);
   void handleEnd(const Instance& instance);
   void relayStateChange();
+  void reportStateChange();
+  [[nodiscard]] bool isStarting() const;
   void scheduleAddressLearned();
 
   const Runtime runtime_;
@@ -78,6 +87,7 @@ class TailnetManager : public std::enable_shared_from_this<TailnetManager> {
   std::map<std::string, Instance, std::less<>> instances_;
   std::vector<Instance> retired_;  // until their children have ended; newest last
   std::set<std::string, std::less<>> suspended_;
+  std::deque<Instance> due_;  // to be started, in this order
   // Main thread only:
   std::vector<Waiter> waiters_;
   bool stateChangePending_ = false;

@@ -17,6 +17,20 @@ ServerEntry namedServer(const std::string& id, const std::string& label) {
   return {.id = id, .label = label, .tailnetFingerprint = "f" + id, .enabled = true};
 }
 
+/// A launcher with which each launch takes as long as the manager may start without a pause.
+class SlowLauncher final : public ProcessLauncher {
+ public:
+  explicit SlowLauncher(test::TestRuntime& runtime) : runtime_(runtime) {}
+
+  [[nodiscard]] Result<std::shared_ptr<ChildProcess>> launch(ProcessOptions options) override {
+    runtime_.clock.advance(TailnetManager::startingTime);
+    return runtime_.launcher.launch(std::move(options));
+  }
+
+ private:
+  test::TestRuntime& runtime_;
+};
+
 class TailnetManagerTest : public ::testing::Test {
  protected:
   TailnetManagerTest() {
@@ -27,6 +41,11 @@ class TailnetManagerTest : public ::testing::Test {
     manager_->onTargetUnresolved = [this](const ServerEntry& from, const std::string& target) {
       unresolved_.push_back(from.id + " " + target);
     };
+  }
+
+  void useSlowLauncher() {
+    manager_ = std::make_shared<TailnetManager>(
+        Runtime{runtime_.mainLoop, runtime_.reactor, runtime_.pool, runtime_.clock, slowLauncher_});
   }
 
   std::vector<std::string> ids() {
@@ -46,6 +65,7 @@ class TailnetManagerTest : public ::testing::Test {
 
   test::TrayWorld world_;
   test::TestRuntime runtime_;
+  SlowLauncher slowLauncher_{runtime_};
   std::string client_;
   std::shared_ptr<TailnetManager> manager_ = std::make_shared<TailnetManager>(runtime_.runtime());
   int stateChanges_ = 0;
@@ -81,6 +101,60 @@ TEST_F(TailnetManagerTest, StartsServersInTheRegistrysOrderAndTheFirstIsPrimary)
   EXPECT_EQ(manager_->primary()->server().id, "b");
   manager_->retire("b");
   EXPECT_EQ(manager_->primary(), nullptr) << "no other agent is launched in its place";
+}
+
+TEST_F(TailnetManagerTest, StartsManyServersInPiecesSoThatTheMainThreadGoesOn) {
+  useSlowLauncher();
+  Servers::replaceAll({namedServer("b", "B"), namedServer("c", "C"), namedServer("a", "A")});
+  manager_->syncWithStore();
+  EXPECT_EQ(launches(), 1U);
+  EXPECT_EQ(ids().size(), 3U);
+  for (const auto started : {2U, 3U, 3U}) {
+    runtime_.mainLoop.runPending();
+    EXPECT_EQ(launches(), started);
+  }
+  const auto& arguments = child(2)->options().arguments;
+  EXPECT_NE(std::ranges::find(arguments, "--statedir=" + Servers::tailnetStateDir("a")),
+            arguments.end());
+}
+
+TEST_F(TailnetManagerTest, ReportsTheStartOfManyServersOnce) {
+  useSlowLauncher();
+  manager_->onStateChange = [this] { ++stateChanges_; };
+  Servers::replaceAll({namedServer("a", "A"), namedServer("b", "B"), namedServer("c", "C")});
+  manager_->syncWithStore();
+  for (int i = 0; i < 3; ++i) runtime_.settle();
+  EXPECT_EQ(launches(), 3U);
+  EXPECT_EQ(stateChanges_, 1);
+}
+
+TEST_F(TailnetManagerTest, AServerThatIsRetiredBeforeItsTurnIsNotStarted) {
+  useSlowLauncher();
+  Servers::replaceAll({namedServer("a", "A"), namedServer("b", "B"), namedServer("c", "C")});
+  manager_->syncWithStore();
+  manager_->retire("b");
+  runtime_.settle();
+  EXPECT_EQ(launches(), 2U);
+  EXPECT_EQ(ids(), (std::vector<std::string>{"a", "c"}));
+}
+
+TEST_F(TailnetManagerTest, ASyncBeforeAllAreStartedStartsEachOnce) {
+  useSlowLauncher();
+  Servers::replaceAll({namedServer("a", "A"), namedServer("b", "B"), namedServer("c", "C")});
+  manager_->syncWithStore();
+  manager_->syncWithStore();
+  for (int i = 0; i < 3; ++i) runtime_.settle();
+  EXPECT_EQ(launches(), 3U);
+}
+
+TEST_F(TailnetManagerTest, StoppingAllStartsNoneOfThoseThatWereLeft) {
+  useSlowLauncher();
+  Servers::replaceAll({namedServer("a", "A"), namedServer("b", "B")});
+  manager_->syncWithStore();
+  manager_->stopAll();
+  runtime_.settle();
+  EXPECT_EQ(launches(), 1U);
+  EXPECT_EQ(runningChildren(), 0);
 }
 
 TEST_F(TailnetManagerTest, DisablingRemovesTheInstanceAndEnablingUsesTheCurrentEntry) {
