@@ -1,5 +1,7 @@
 #include "Desktop/Headless/HeadlessDesktop.hpp"
 
+#include <optional>
+
 #include <gtest/gtest.h>
 
 #include "Support/ManualClock.hpp"
@@ -55,6 +57,21 @@ TEST_F(HeadlessDesktopTest, AChangeThatIsRevertedQuicklyIsNotLogged) {
   show("a");
   advance(1s);
   EXPECT_EQ(logged(), "[tray] a\n");
+}
+
+TEST_F(HeadlessDesktopTest, NamesWhatItDoesNotOpen) {
+  desktop_.openURL("http://server.test/");
+  EXPECT_NE(logged().find("http://server.test/"), std::string::npos);
+  desktop_.openFile("/tmp/agent.log", Editor::textEdit);
+  EXPECT_NE(logged().find("/tmp/agent.log"), std::string::npos);
+}
+
+TEST_F(HeadlessDesktopTest, AFolderThatCannotBeChosenIsAnErrorAtOnce) {
+  std::optional<FolderChoice> choice;
+  desktop_.chooseFolder({}, [&](FolderChoice made) { choice = std::move(made); });
+  ASSERT_TRUE(choice);
+  EXPECT_FALSE(choice->answered);
+  EXPECT_FALSE(choice->answer);
 }
 
 }  // namespace
