@@ -37,7 +37,7 @@ from idle_cost import cpu_seconds, memory  # noqa: E402
 from support.control_api import TOKEN_HEADER, Window  # noqa: E402
 from support.scripted_agent import HEALTHY_ACTIVITY, ScriptedAgent  # noqa: E402
 from support.session_bus import SessionBus, Watcher  # noqa: E402
-from support.tray import Tray, World, descendants, eventually  # noqa: E402
+from support.tray import Tray, World, command_line, descendants, eventually  # noqa: E402
 
 STARTS, REQUESTS, PUBLISHED = 5, 300, 10
 FLOOD_PER_SECOND, FLOOD_SERVERS = 1000, 10
@@ -340,10 +340,8 @@ def measure_failures(servers):
         token, port = scene.window.token, scene.world.control_port
         calm = latency(port, "/status", token)
         before, used = memory(tray.pid)[0], cpu_seconds(tray.pid)
-        window = int(subprocess.run(["pgrep", "-f", str(scene.window.program)], text=True,
-                                    capture_output=True).stdout.split()[0] or 0)
         children = [pid for pid in descendants(tray.pid)
-                    if pid != window and pathlib.Path(f"/proc/{pid}/comm").read_text() == "sleep\n"]
+                    if command_line(pid).strip() == "sleep 100000"]
         begin, slowest = time.monotonic(), 0
         for pid in children:
             os.kill(pid, signal.SIGKILL)

@@ -87,8 +87,9 @@ void AppDelegate::showStatusItem() {
   auto port = ports::statusItem(components_, monitor_);
   port.perform =
       weakly(this, [](AppDelegate& self, const TrayAction& action) { self.perform(action); });
-  statusItem_ =
-      std::make_shared<StatusItemController>(components_.desktop.statusItem(), std::move(port));
+  const auto& runtime = components_.runtime;
+  statusItem_ = std::make_shared<StatusItemController>(
+      runtime.mainLoop, runtime.clock, components_.desktop.statusItem(), std::move(port));
   statusItem_->start();
   servers_->onChange = weakly(statusItem_, [](StatusItemController& item) { item.rebuildMenu(); });
 }
@@ -127,15 +128,11 @@ void AppDelegate::agentChanged(const AgentSnapshot& snapshot, AgentMonitor::Upda
   using Update = AgentMonitor::Update;
   if (update == Update::poll) {
     replacement_.check();
-  } else {
-    approvals_->processPendingApprovals(std::vector(snapshot.activity->pendingApprovals));
-    components_.updater->agentDidUpdateActivity(snapshot.activity->busy);
+    return statusItem_->rebuildMenu();
   }
-  if (update == Update::progress) {
-    statusItem_->updateProgress();
-  } else {
-    statusItem_->rebuildMenu();
-  }
+  approvals_->processPendingApprovals(std::vector(snapshot.activity->pendingApprovals));
+  components_.updater->agentDidUpdateActivity(snapshot.activity->busy);
+  statusItem_->showEvent(update == Update::activity);
 }
 
 void AppDelegate::connectTailnets() {

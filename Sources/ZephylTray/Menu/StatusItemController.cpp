@@ -1,5 +1,6 @@
 #include "ZephylTray/Menu/StatusItemController.hpp"
 
+#include "System/Concurrency/MainLoop.hpp"
 #include "System/Concurrency/Weakly.hpp"
 
 namespace zephyl {
@@ -27,7 +28,24 @@ void StatusItemController::rebuildMenu() {
   if (!menuIsOpen_) item_.setMenu(statusMenu(port_.menu()));
 }
 
-void StatusItemController::updateProgress() {
+void StatusItemController::showEvent(bool menuDiffers) {
+  menuOutdated_ = menuOutdated_ || menuDiffers;
+  if (laterEvents_) return;
+  const Instant now = clock_.now();
+  if (now >= windowEnd_) {
+    windowEnd_ = now + eventWindow;
+    eventsShown_ = 0;
+  }
+  if (++eventsShown_ <= maxEventsShown) return showEvents();
+  laterEvents_ =
+      mainLoop_.after(clock_, windowEnd_ - now, weakly(this, [](StatusItemController& self) {
+                        self.laterEvents_.cancel();
+                        self.showEvents();
+                      }));
+}
+
+void StatusItemController::showEvents() {
+  if (std::exchange(menuOutdated_, false)) return rebuildMenu();
   updateOutsideMenu(port_.summary());
 }
 

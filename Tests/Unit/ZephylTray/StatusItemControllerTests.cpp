@@ -5,6 +5,8 @@
 #include <gtest/gtest.h>
 
 #include "Support/FakeDesktop.hpp"
+#include "Support/ManualClock.hpp"
+#include "System/Concurrency/MainLoop.hpp"
 
 namespace zephyl {
 namespace {
@@ -19,20 +21,23 @@ class StatusItemControllerTest : public ::testing::Test {
   int menusRead_ = 0;
   std::optional<TrayAction> performed_;
   test::FakeDesktop::Item item_;
+  MainLoop mainLoop_;
+  test::ManualClock clock_;
   std::shared_ptr<StatusItemController> controller_ = std::make_shared<StatusItemController>(
-      item_, StatusItemController::Port{
-                 .summary =
-                     [this] {
-                       return StatusItemController::Summary{
-                           .agent = agent_, .known = known_, .tailnets = {2, 1}};
-                     },
-                 .menu =
-                     [this] {
-                       ++menusRead_;
-                       return StatusMenuState{.agent = agent_};
-                     },
-                 .perform = [this](const TrayAction& action) { performed_ = action; },
-             });
+      mainLoop_, clock_, item_,
+      StatusItemController::Port{
+          .summary =
+              [this] {
+                return StatusItemController::Summary{
+                    .agent = agent_, .known = known_, .tailnets = {2, 1}};
+              },
+          .menu =
+              [this] {
+                ++menusRead_;
+                return StatusMenuState{.agent = agent_};
+              },
+          .perform = [this](const TrayAction& action) { performed_ = action; },
+      });
 };
 
 TEST_F(StatusItemControllerTest, HasAMenuAtOnceAndADescriptionWhenTheStateIsKnown) {
@@ -76,7 +81,7 @@ TEST_F(StatusItemControllerTest, ProgressDoesNotRebuildTheMenu) {
   agent_.reachable = true;
   agent_.activity = Activity{.busy = true};
   const int before = menusRead_;
-  controller_->updateProgress();
+  controller_->showEvent(false);
   EXPECT_EQ(item_.icon, StatusIcon::busy);
   EXPECT_EQ(item_.descriptionsSet, 1);
   EXPECT_EQ(menusRead_, before);
@@ -99,6 +104,39 @@ TEST_F(StatusItemControllerTest, DoesNothingAfterItsDestruction) {
   item_.events.chosen(MenuAction(TrayAction(menuActions::Quit())));
   EXPECT_EQ(item_.menusSet, before);
   EXPECT_FALSE(performed_);
+}
+
+TEST_F(StatusItemControllerTest, ShowsAFloodOfEventsTogether) {
+  using Controller = StatusItemController;
+  const auto show = [this] { controller_->showEvent(true); };
+  menusRead_ = 0;
+  for (int i = 0; i < 1000; ++i) show();
+  EXPECT_EQ(menusRead_, Controller::maxEventsShown);
+  const auto settle = [this] { mainLoop_.runPending(); };
+  clock_.advance(Controller::eventWindow - Duration(1), settle);
+  EXPECT_EQ(menusRead_, Controller::maxEventsShown);
+  clock_.advance(Duration(1), settle);
+  EXPECT_EQ(menusRead_, Controller::maxEventsShown + 1);
+  show();
+  EXPECT_EQ(menusRead_, Controller::maxEventsShown + 2) << "the flood is over";
+}
+
+TEST_F(StatusItemControllerTest, ProgressThatFollowsAChangeOfTheMenuDoesNotHideIt) {
+  const auto settle = [this] { mainLoop_.runPending(); };
+  for (int i = 0; i < StatusItemController::maxEventsShown; ++i) controller_->showEvent(false);
+  menusRead_ = 0;
+  controller_->showEvent(true);
+  controller_->showEvent(false);
+  EXPECT_EQ(menusRead_, 0);
+  clock_.advance(StatusItemController::eventWindow, settle);
+  EXPECT_EQ(menusRead_, 1);
+}
+
+TEST_F(StatusItemControllerTest, OpeningTheMenuWaitsForNoEvents) {
+  for (int i = 0; i < 10; ++i) controller_->showEvent(true);
+  menusRead_ = 0;
+  item_.events.needsUpdate();
+  EXPECT_EQ(menusRead_, 1);
 }
 
 }  // namespace
