@@ -53,7 +53,7 @@ Agent::Agent(const asio::any_io_executor& executor, const Settings& settings, co
   startSimulation();
 }
 
-/// The very first start shares the folders of the settings.
+/// The first start shares the folders of the settings.
 State Agent::loadState(const StateFile& file, const Settings& settings) {
   const bool isFirstStart = !file.exists();
   if (auto state = file.load<State>()) return *std::move(state);
@@ -259,7 +259,7 @@ void Agent::onReport(const IndexReport& report) {
   if (!folders_.apply(report)) return;
   if (report.walked) {
     const auto files = counted(report.files, "file");
-    log("sharing {} ({})", report.root, report.missing ? "not there" : files);
+    log("sharing {} ({})", report.root, report.missing ? "missing" : files);
     journal_.record({.tool = "index",
                      .path = report.root,
                      .detail = report.missing ? "the folder is not there" : files,

@@ -24,11 +24,11 @@
 namespace zephyl::sandbox {
 
 /// The agent itself, which connects its parts: shared folders, held requests, model, connections.
-/// Every operation is written to the log and to the activity. Lives on the thread of its executor;
-/// only the index has a thread of its own.
+/// Every operation is written to the log and to the activity. Must be used on the thread of its
+/// executor. Only the index has its own thread.
 ///
-/// Busy means that a folder is being indexed or embedded, that a request is held or a search is
-/// under way, or that `forceBusy` was called. Embedding begins when the model is ready. Folders,
+/// The agent is busy while a folder is being indexed or embedded, while a request is held or a
+/// search is running, and after `forceBusy`. Embedding begins when the model is ready. Folders,
 /// exceptions and machine identity are saved whenever they change.
 class Agent {
  public:

@@ -20,7 +20,7 @@ namespace {
 
 constexpr std::string_view requestsPrefix = "/sandbox/requests/";
 
-/// One request on its way to a handler.
+/// A request with its context for a handler.
 struct Call {
   Agent& agent;
   /// The last segment of a path that ends in "/*".
@@ -32,13 +32,13 @@ HTTPResponse answerWith(const json::Value& value, unsigned status = 200) {
   return httpResponse(status, "application/json", json::compact(value));
 }
 
-/// {"ok": true}, or the error with the status.
+/// Returns {"ok": true}, or the error with the status.
 HTTPResponse answerWith(const Result<void>& result, unsigned errorStatus) {
   if (!result) return errorResponse(errorStatus, result.error().message);
   return answerWith(json::Object{{"ok", true}});
 }
 
-/// A handler of requests whose body is a record.
+/// Returns a handler of requests whose body is a record.
 template <typename Body, HTTPResponse (*handler)(Agent&, const Body&)>
 HTTPResponse withBody(Call& call) {
   const auto body = json::decodeText<Body>(call.body);
@@ -132,7 +132,7 @@ struct NewRequest {
 };
 BOOST_DESCRIBE_STRUCT(NewRequest, (), (kind, tool, target, root, reasons, userName, chatTitle))
 
-/// An absent user and chat get a name; null leaves them out.
+/// Absent names of user and chat get default values. Null omits them.
 void fillIn(NewRequest& request, const json::Object& given) {
   if (!given.contains("userName")) request.userName = "Sam Example";
   if (!given.contains("chatTitle")) request.chatTitle = "Trying things";
@@ -211,7 +211,7 @@ constexpr auto routes = std::to_array<Route>({
     {"GET", "/sandbox/requests/*", getRequest},
     {"DELETE", "/sandbox/requests/*", withdrawRequest},
     {"POST", "/sandbox/activity", withBody<ForcedActivity, setActivity>},
-    // Answered elsewhere.
+    // Handled by EventStream.
     {"GET", "/api/events", nullptr},
     {"GET", "/sandbox/search", nullptr},
 });
@@ -238,7 +238,7 @@ HTTPResponse dispatch(Agent& agent, const HTTPRequest& request) {
   return response;
 }
 
-/// The parameter "q" of the request's query, decoded.
+/// Returns the decoded parameter "q" of the request's query.
 std::optional<std::string> searchedWord(const HTTPRequest& request) {
   const auto url = boost::urls::parse_origin_form(request.target());
   if (!url) return std::nullopt;

@@ -20,27 +20,28 @@ BOOST_DESCRIBE_ENUM(Decision, approve, always, deny)
 
 /// The requests that reach outside a shared folder, and the permanent exceptions to asking.
 ///
-/// A request is held until the user decides, its maker withdraws it, or its folder is no longer
-/// shared, which denies it. "Always" makes an exception for requests of the same kind, with the
-/// same target, from the same folder: those that are held pass with it, later ones are never held.
-/// At most 200 requests are held. The state of the last 1000 settled ones is kept.
+/// A request is held until the user decides, its source withdraws it, or its folder is no longer
+/// shared, which denies it. "Always" creates an exception for requests of the same kind and target
+/// from the same folder. Held requests that match are approved with it, and later ones are not
+/// held. At most 200 requests are held. The states of the last 1000 settled requests are kept.
 class Approvals {
  public:
-  /// Ids continue after `lastId`, so no two runs give out the same one.
+  /// Ids continue after `lastId`, so that ids are unique across runs.
   Approvals(std::vector<EscapeGrant> grants, std::int64_t lastId);
 
   /// Returns whether an exception lets this request pass.
   [[nodiscard]] bool isGranted(const PendingApproval& request) const;
 
-  /// Gives the request its id and holds it.
+  /// Assigns an id to the request and holds it.
   Result<PendingApproval> hold(PendingApproval request);
 
-  /// Returns the requests that this settles, first the one that was decided.
+  /// Returns the requests that this settles, beginning with the decided one.
   Result<std::vector<PendingApproval>> decide(std::string_view id, Decision decision);
 
   Result<PendingApproval> withdraw(std::string_view id);
 
-  /// Denies what is held for the folder and drops its exceptions; returns what it denied.
+  /// Denies the requests that are held for the folder and removes its exceptions. Returns the
+  /// denied requests.
   std::vector<PendingApproval> forgetFolder(std::string_view root);
 
   /// Removes the exceptions of this kind for this path, in all folders.

@@ -15,14 +15,14 @@ namespace {
 
 constexpr std::chrono::seconds connectTimeout(1);
 
-/// Returns nullopt when something accepts connections at the endpoint, else why not.
+/// Returns nullopt if a program accepts connections at the endpoint, else the error.
 asio::awaitable<std::optional<std::string>> tryToReach(tcp::endpoint endpoint, std::string name) {
   boost::beast::tcp_stream stream(co_await asio::this_coro::executor);
   stream.expires_after(connectTimeout);
   const auto [error] = co_await stream.async_connect(endpoint, asTuple);
   if (error == boost::beast::error::timeout) co_return "nothing answers on " + name;
   boost::system::error_code ignored;
-  // A socket that happens to be given the very port that it connects to reaches itself there.
+  // A socket that gets the port to which it connects is connected to itself.
   const bool isItself = stream.socket().local_endpoint(ignored) == endpoint;
   if (error || isItself) co_return "nothing listens on " + name;
   co_return std::nullopt;

@@ -14,12 +14,12 @@
 
 namespace zephyl::sandbox {
 
-/// The agent's connections, one per server. There is no server here; only whether something accepts
-/// connections on the server's SOCKS address is examined. If so, the connection is "connected", and
-/// "enrolled" if that still holds the next time; if not, it is "connecting" with the reason. A
-/// server without SOCKS address cannot be reached and stays "disconnected".
+/// The agent's simulated connections, one per server. They only check whether a program accepts
+/// connections on the server's SOCKS address. If so, the connection is "connected", and "enrolled"
+/// after the next successful check. If not, it is "connecting" with the reason. A server without
+/// SOCKS address stays "disconnected".
 ///
-/// Lives on the thread of its executor, which must not run on after it.
+/// Must be used on the thread of its executor, which must not run after its destruction.
 class Connections {
  public:
   using OnChange = std::function<void(const AgentConnection&)>;
@@ -32,7 +32,8 @@ class Connections {
 
   [[nodiscard]] const std::vector<AgentConnection>& list() const { return connections_; }
 
-  /// The best of all: enrolled, connected, connecting; disconnected without any server.
+  /// Returns the best state of all servers: enrolled, connected, connecting; disconnected if there
+  /// is no server.
   [[nodiscard]] AgentState overall() const;
 
  private:

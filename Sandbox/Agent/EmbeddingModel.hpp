@@ -4,14 +4,14 @@
 
 namespace zephyl::sandbox {
 
-/// The embeddings model as the user sees it: checked, downloaded at a settable speed, then
-/// ready. Nothing is downloaded; time passes only through `advance`.
+/// A simulated embeddings model: it is checked, downloaded at a configurable speed, and then ready.
+/// Nothing is really downloaded. Time passes only through `advance`.
 class EmbeddingModel {
  public:
   struct Behavior {
     bool present = false;
     double bytesPerSecond = 0;
-    /// The download breaks off after a third.
+    /// The download fails after a third.
     bool fails = false;
   };
 
@@ -19,7 +19,7 @@ class EmbeddingModel {
 
   void advance(double seconds);
 
-  /// Returns whether it is ready or has failed, so time changes nothing any more.
+  /// Returns whether it is ready or has failed, so that time has no further effect.
   [[nodiscard]] bool isSettled() const;
   [[nodiscard]] bool isReady() const { return status_.phase == ModelPhase::ready; }
   [[nodiscard]] bool hasFailed() const { return status_.phase == ModelPhase::failed; }

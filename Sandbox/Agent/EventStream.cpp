@@ -27,7 +27,7 @@ std::string headOf(bool chunked) {
       chunked ? 1 : 0, chunked ? "Transfer-Encoding: chunked\r\n" : "");
 }
 
-/// Returns false when the client receives nothing any more.
+/// Returns false if the client no longer reads.
 asio::awaitable<bool> writeBytes(boost::beast::tcp_stream& stream, std::string bytes) {
   stream.expires_after(eventTimeout);
   const auto [error, size] = co_await asio::async_write(stream, asio::buffer(bytes), asTuple);
@@ -59,7 +59,7 @@ asio::awaitable<void> writeEvents(Agent& agent, const HTTPServer& server,
   if (chunked) co_await writeBytes(stream, "0\r\n\r\n");
 }
 
-/// Drops what the client still sends.
+/// Discards further data of the client.
 asio::awaitable<void> awaitClose(boost::beast::tcp_stream& stream) {
   std::array<char, 512> ignored{};
   for (;;) {

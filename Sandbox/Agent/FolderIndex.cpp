@@ -39,9 +39,9 @@ std::int64_t chunksOf(std::int64_t bytes) {
   return std::max<std::int64_t>((bytes + chunkBytes - 1) / chunkBytes, 1);
 }
 
-/// The beginning of a file.
+/// Returns the beginning of a file.
 std::string readContent(const std::string& path) {
-  // Non-blocking, so that a FIFO cannot hold the thread.
+  // Non-blocking, so that a FIFO cannot block the thread.
   const FileDescriptor file(::open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
   std::string content(maxBytesRead, '\0');
   std::size_t filled = 0;
@@ -65,7 +65,7 @@ bool isWordByte(char character) {
          (byte >= 'a' && byte <= 'z');
 }
 
-/// Both in lower case.
+/// Both texts must be in lower case.
 bool containsWord(std::string_view text, std::string_view word) {
   for (auto at = text.find(word); at != std::string_view::npos; at = text.find(word, at + 1)) {
     const auto end = at + word.size();
@@ -75,7 +75,7 @@ bool containsWord(std::string_view text, std::string_view word) {
   return false;
 }
 
-/// "directory/name", or the name alone in the folder itself.
+/// Returns "directory/name", or only the name in the folder itself.
 std::string within(const std::string& directory, const std::string& name) {
   return directory.empty() ? name : directory + '/' + name;
 }
@@ -114,7 +114,7 @@ void FolderIndex::scanDirectory(const std::string& directory) {
   const auto path = absolute(directory);
   const bool isWatched = ::inotify_add_watch(watch_.get(), path.c_str(), watchedEvents) >= 0;
   if (!isWatched && errno == ENOSPC && !std::exchange(isWatchRefused_, true)) {
-    log("too many directories to watch: some changes in {} will go unseen", root_);
+    log("too many directories to watch: some changes in {} will not be noticed", root_);
   }
   std::error_code error;
   fs::directory_iterator entry(path, error);
@@ -175,7 +175,7 @@ void FolderIndex::count(const File& file, int sign) {
   report_.chunks += sign * chunksOf(file.stamp.bytes);
 }
 
-/// Drops the files that this walk has not found.
+/// Removes the files that this walk has not found.
 void FolderIndex::endWalk() {
   if (isMissing_) isComplete_ = false;
   for (auto entry = known_.begin(); entry != known_.end();) {

@@ -15,7 +15,7 @@ bool reachesEveryServer(const SharedRoot& shared) {
   return !shared.servers || shared.servers->empty();
 }
 
-/// Adds what is missing; returns false when nothing was.
+/// Adds missing servers. Returns false if none was missing.
 bool unite(std::vector<std::string>& servers, const std::vector<std::string>& further) {
   const auto before = servers.size();
   for (const auto& server : further) {
@@ -171,7 +171,7 @@ bool Folders::Folder::isOutstanding() const {
 }
 
 IndexProgress Folders::Folder::progress(bool modelReady, bool modelFailed) const {
-  // About what an index of the words would occupy.
+  // The approximate size of an index of the words.
   constexpr std::int64_t indexBytesPerFile = 128;
   const auto files = std::min(static_cast<std::int64_t>(embedded), index.files);
   return {.root = shared.root,

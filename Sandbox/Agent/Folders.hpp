@@ -14,9 +14,9 @@ namespace zephyl::sandbox {
 
 /// The shared folders with the state of their index and of their simulated embedding.
 ///
-/// A folder is kept under its canonical path and found under any path that leads to it. Sharing a
-/// shared folder with further servers widens its scope; sharing it again with the same ones is an
-/// error. So is the path of a folder that is not shared.
+/// A folder is stored under its canonical path and found under any path to it. Sharing a shared
+/// folder with further servers extends its scope. Sharing it again with the same servers is an
+/// error, as is the path of a folder that is not shared.
 class Folders {
  public:
   struct Sums {
@@ -24,8 +24,8 @@ class Folders {
     std::int64_t bytes = 0;
   };
 
-  /// Returns the path of a folder as it would be kept; nullopt when nothing is there. A path that
-  /// is not absolute, not a folder, or that of the whole file system is an error.
+  /// Returns the canonical path of a folder; nullopt if it does not exist. Fails for a path that is
+  /// not absolute, not a folder, or the root of the file system.
   static Result<std::optional<std::string>> canonical(const std::string& path);
 
   explicit Folders(const std::vector<SavedFolder>& saved);
@@ -40,18 +40,18 @@ class Folders {
   Result<SharedRoot> remove(const std::string& path);
   Result<SharedRoot> setServers(const std::string& path, const std::vector<std::string>& servers);
 
-  /// Returns the root that a path leads to.
+  /// Returns the shared folder at a path.
   [[nodiscard]] Result<std::string> find(const std::string& path) const;
 
   /// Stores the progress of the index. Returns false if its folder is no longer shared. A file
   /// whose content has changed has to be embedded again.
   bool apply(const IndexReport& report);
 
-  /// Embeds this many files, folder after folder; returns the folders that this finished.
+  /// Embeds this many files, folder by folder. Returns the folders that were completed.
   std::vector<SharedRoot> embed(double files);
 
   [[nodiscard]] bool isIndexing() const;
-  /// Returns whether a folder whose index is ready holds files that are not embedded yet.
+  /// Returns whether a folder with a complete index has files that are not embedded yet.
   [[nodiscard]] bool isEmbeddingOutstanding() const;
 
   [[nodiscard]] std::vector<IndexProgress> progress(bool modelReady, bool modelFailed) const;

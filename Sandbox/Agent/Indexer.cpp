@@ -21,9 +21,9 @@ using namespace std::chrono_literals;
 namespace {
 
 constexpr std::size_t maxFound = 100;
-/// How long one folder is worked on before others have their turn.
+/// The time slice of a folder.
 constexpr auto turnLength = 10ms;
-/// An editor that saves touches a file several times.
+/// A save by an editor changes a file several times.
 constexpr auto settlingTime = 30ms;
 constexpr auto missingRetryInterval = 1s;
 
@@ -49,7 +49,7 @@ asio::awaitable<void> awaitFolder(WatchedFolder& folder) {
   } while (folder.index.isMissing() && !folder.isRemoved);
 }
 
-/// Waits for a change and for the end of what changes the folder, longer where a walk takes longer.
+/// Waits for a change and then for a quiet period, which is longer if a walk takes longer.
 asio::awaitable<void> awaitChange(WatchedFolder& folder, steady_clock::duration walkTime) {
   co_await folder.changes.async_wait(asio::posix::descriptor_base::wait_read, asTuple);
   co_await pause(std::max<steady_clock::duration>(settlingTime, walkTime));
@@ -118,7 +118,7 @@ class Indexer::Worker {
 
  private:
   void deliver(const IndexReport& report) {
-    // Held weakly, because a report may be on its way when the worker goes away.
+    // Held weakly, because a report may be pending when the worker is destroyed.
     asio::post(home_, [weak = std::weak_ptr(onReport_), report] {
       if (const auto onReport = weak.lock()) (*onReport)(report);
     });

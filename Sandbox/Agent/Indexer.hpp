@@ -12,10 +12,10 @@
 
 namespace zephyl::sandbox {
 
-/// Keeps the indexes of all shared folders on a thread of its own, so that walking a large folder
-/// delays no answer. Used from the home executor, where reports are delivered: some while a folder
-/// is being walked, and one whenever its index is up to date. The destructor ends the thread after
-/// at most one step of its work; no report is delivered afterwards.
+/// Maintains the indexes of all shared folders on its own thread, so that walking a large folder
+/// delays no answer. Must be used on the home executor, where reports are delivered: some while a
+/// folder is being walked, and one whenever its index is up to date. The destructor ends the thread
+/// after at most one step of its work. No report is delivered afterwards.
 class Indexer {
  public:
   using OnReport = std::function<void(const IndexReport&)>;
@@ -28,7 +28,7 @@ class Indexer {
   void add(const std::string& root);
   void remove(const std::string& root);
 
-  /// Returns the absolute paths of at most 100 files that hold the word.
+  /// Returns the absolute paths of at most 100 files that contain the word.
   boost::asio::awaitable<std::vector<std::string>> find(const std::string& word);
 
  private:

@@ -11,7 +11,7 @@
 
 namespace zephyl::sandbox {
 
-/// What the agent did lately, newest last and at most 20 entries, and how often it did what.
+/// The agent's recent actions, at most 20, newest last, and counters of its actions.
 class Journal {
  public:
   /// Sets the event's time to now.

@@ -15,7 +15,7 @@
 #include "System/Data/Format.hpp"
 #include "System/Data/JSON.hpp"
 
-/// The records of the agent's JSON API and of its state. An absent optional is left out. Timestamps
+/// The records of the agent's JSON API and of its state. Absent optionals are omitted. Timestamps
 /// are milliseconds since 1970. All texts are valid UTF-8.
 namespace zephyl::sandbox {
 
@@ -39,7 +39,7 @@ BOOST_DESCRIBE_STRUCT(AgentConnection, (), (serverId, state, machineId, lastErro
 struct SharedRoot {
   std::string root;
   std::string name;
-  /// Absent or empty: shared with every server.
+  /// If absent or empty, the folder is shared with every server.
   std::optional<std::vector<std::string>> servers = {};
 };
 BOOST_DESCRIBE_STRUCT(SharedRoot, (), (root, name, servers))
@@ -104,7 +104,7 @@ struct EscapeGrant {
 };
 BOOST_DESCRIBE_STRUCT(EscapeGrant, (), (path, root, kind, grantedAt, grantedBy))
 
-/// A shared folder as the state file keeps it.
+/// A shared folder in the state file.
 struct SavedFolder {
   std::string root;
   std::string name;
@@ -113,14 +113,14 @@ struct SavedFolder {
 };
 BOOST_DESCRIBE_STRUCT(SavedFolder, (), (root, name, servers, filesEmbedded))
 
-/// What the agent keeps from one run to the next.
+/// The persistent state of the agent.
 struct State {
-  /// Random, stable for the life of the file.
+  /// Random at the first start, then stable.
   std::string machineId;
   std::vector<SavedFolder> roots = {};
   std::vector<EscapeGrant> escapeGrants = {};
   bool modelReady = false;
-  /// How many requests were ever held; the id of the last one.
+  /// The number of requests that were ever held, which is the id of the last one.
   std::int64_t requests = 0;
 };
 BOOST_DESCRIBE_STRUCT(State, (), (machineId, roots, escapeGrants, modelReady, requests))

@@ -55,7 +55,7 @@ unsigned short readPort(SettingsReader& reader) {
   constexpr std::int64_t usualPort = 8799;
   auto port = reader.find("port");
   if (!port) {
-    // The tray passes on what its user has set: a number above 0 counts, anything else does not.
+    // The tray forwards the user's setting. Only a number above 0 is used.
     const auto given = parseDecimal(reader.text(nullptr, "AGENT_TRAY_PORT")).value_or(0);
     port = std::to_string(given > 0 ? given : usualPort);
   }

@@ -9,14 +9,14 @@
 
 namespace zephyl::sandbox {
 
-/// How this run is to behave, from the command line first and the environment second.
+/// The settings of a run. The command line overrides the environment.
 struct Settings {
-  /// 0 is any free port.
+  /// 0 means any free port.
   unsigned short port = 0;
   std::string stateDirectory;
-  /// What to share on the very first start.
+  /// The folders to share on the first start.
   std::vector<std::string> firstFolders;
-  /// The JSON list of servers to connect to, as handed over.
+  /// The JSON list of servers to connect to, as received.
   std::string servers;
   /// Whether the agent runs from the packaged runtime.
   bool standalone = false;
@@ -29,14 +29,14 @@ struct Settings {
   std::chrono::milliseconds connectInterval{};
   std::chrono::milliseconds streamKeepAlive{};
 
-  /// An exit after no time at all happens before anything is served.
+  /// An exit after zero seconds happens before anything is served.
   Misbehavior misbehavior;
 };
 
 /// The agent's name, options and help.
 extern const Program agentProgram;
 
-/// An invalid value in the command line or the environment is an error.
+/// Fails for an invalid value in the command line or the environment.
 Result<Settings> readSettings(SettingsReader reader);
 
 }  // namespace zephyl::sandbox

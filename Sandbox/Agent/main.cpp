@@ -13,7 +13,7 @@ namespace {
 namespace asio = boost::asio;
 using namespace std::chrono_literals;
 
-/// How long answers and streams may take to end when the agent stops.
+/// The time-out for answers and streams when the agent stops.
 constexpr auto stopTimeout = 300ms;
 constexpr HTTPServer::Options serverOptions{
     .maxConnections = 256, .maxBodyBytes = 16'384, .requestTimeout = 60s, .answerTimeout = 10s};
@@ -55,11 +55,11 @@ class Service {
 
 Result<int> serve(const Settings& settings) {
   if (settings.misbehavior.exitsAfter == 0ms) {
-    log("exiting with status {}, as asked", settings.misbehavior.exitStatus);
+    log("exiting with status {}, as requested", settings.misbehavior.exitStatus);
     return settings.misbehavior.exitStatus;
   }
   asio::io_context io(1);
-  // The port first: a program that has it may still be using the state.
+  // Opens the port first, because a program that uses it may still use the state.
   auto acceptor = listenOn(io.get_executor(), {asio::ip::address_v4::loopback(), settings.port});
   if (!acceptor) return acceptor.error();
   const auto file = StateFile::open(settings.stateDirectory, "state.json");

@@ -23,7 +23,7 @@ namespace zephyl::sandbox {
 
 using std::chrono::steady_clock;
 
-/// Makes an operation return its error and its result; it throws nothing.
+/// Makes an operation return its error and its result instead of throwing.
 constexpr auto asTuple = boost::asio::as_tuple(boost::asio::use_awaitable);
 
 inline boost::asio::awaitable<void> pauseUntil(steady_clock::time_point end) {
@@ -58,8 +58,8 @@ class Changes {
   std::uint64_t count_ = 0;
 };
 
-/// Accepts connections until the executor stops and serves each in a coroutine of its own. Closes
-/// connections beyond `maxConnections` at once. Retries when the system has no descriptor left.
+/// Accepts connections until the executor stops and serves each in its own coroutine. Closes
+/// connections beyond `maxConnections` at once. Retries if the system has no free descriptor.
 template <typename Acceptor, typename Serve>
 boost::asio::awaitable<void> acceptAll(Acceptor acceptor, std::size_t maxConnections, Serve serve) {
   constexpr std::chrono::milliseconds retryInterval(100);
@@ -83,8 +83,8 @@ void spawnAcceptor(Acceptor acceptor, std::size_t maxConnections, Serve serve) {
                         boost::asio::detached);
 }
 
-/// Ends the sending direction of a Beast stream and drops what the peer still sends, within bounds:
-/// closing at once would reset the connection and destroy the last answer on its way.
+/// Ends the sending direction of a Beast stream and discards received data, within limits. Closing
+/// at once would reset the connection, which could destroy the last answer.
 template <typename Stream>
 boost::asio::awaitable<void> drain(Stream& stream) {
   constexpr std::chrono::seconds timeout(1);

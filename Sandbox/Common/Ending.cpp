@@ -12,7 +12,7 @@ Ending::Ending(boost::asio::io_context& io, const Misbehavior& misbehavior)
   if (!misbehavior.exitsAfter) return;
   time_.expires_after(*misbehavior.exitsAfter);
   time_.async_wait([this, status = misbehavior.exitStatus](boost::system::error_code error) {
-    if (!error) end(status, formatText("exiting with status {}, as asked", status));
+    if (!error) end(status, formatText("exiting with status {}, as requested", status));
   });
 }
 

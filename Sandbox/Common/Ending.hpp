@@ -10,18 +10,18 @@
 
 namespace zephyl::sandbox {
 
-/// Misbehavior on request, to try how the tray reacts to it.
+/// Misbehavior on request, to test the tray's reaction.
 struct Misbehavior {
-  /// SIGTERM changes nothing.
+  /// Ignore SIGTERM.
   bool ignoresTerm = false;
-  /// The program ends by itself.
+  /// End without a signal.
   std::optional<std::chrono::milliseconds> exitsAfter = {};
   int exitStatus = 1;
 };
 
-/// How a run ends: by SIGTERM, SIGINT, after the time that it was given, or by `end`. The first of
-/// these stops `io` and decides the exit status. Once constructed, a signal no longer ends the
-/// process by itself.
+/// Ends a run: at SIGTERM, at SIGINT, after a given time, or by `end`. The first of these stops
+/// `io` and determines the exit status. While it exists, a signal does not end the process
+/// directly.
 class Ending {
  public:
   Ending(boost::asio::io_context& io, const Misbehavior& misbehavior);

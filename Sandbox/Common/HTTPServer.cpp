@@ -85,7 +85,7 @@ asio::awaitable<bool> HTTPServer::write(beast::tcp_stream& stream, const HTTPReq
   co_return again && !error;
 }
 
-/// Returns nullopt when the client has disconnected or was too slow.
+/// Returns nullopt if the client has disconnected or was too slow.
 std::optional<HTTPResponse> HTTPServer::refusalOf(boost::system::error_code error) const {
   const boost::system::error_code parsing = http::error::bad_method;
   if (error.category() != parsing.category() || error == http::error::end_of_stream ||

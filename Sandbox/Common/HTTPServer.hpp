@@ -24,7 +24,7 @@ using HTTPResponse = boost::beast::http::response<boost::beast::http::string_bod
 
 HTTPResponse httpResponse(unsigned status, std::string_view contentType, std::string body);
 
-/// The path of a request's target, without the query.
+/// Returns the path of a request's target, without the query.
 std::string_view pathOf(const HTTPRequest& request);
 
 /// Serves HTTP/1.1, one request after another per connection, with at most 8 KiB of header. Lives
@@ -32,20 +32,20 @@ std::string_view pathOf(const HTTPRequest& request);
 class HTTPServer {
  public:
   struct Options {
-    /// Connections beyond these are closed at once.
+    /// Further connections are closed at once.
     std::size_t maxConnections;
     std::uint64_t maxBodyBytes;
-    /// For a request to arrive and for an answer to be received.
+    /// The time-out for receiving a request and for sending an answer.
     std::chrono::seconds requestTimeout;
     std::chrono::seconds answerTimeout;
   };
   struct Handlers {
-    /// Answers a request. Returns nullopt when it has served the stream itself; the connection is
-    /// closed then.
+    /// Answers a request. Returns nullopt if it has served the stream itself. Then the connection
+    /// is closed.
     std::function<boost::asio::awaitable<std::optional<HTTPResponse>>(
         const HTTPRequest& request, boost::beast::tcp_stream& stream)>
         answer;
-    /// The answer to bytes that are not an acceptable request.
+    /// The answer to an invalid request.
     std::function<HTTPResponse(unsigned status, std::string_view reason)> refuse;
   };
 
@@ -56,7 +56,7 @@ class HTTPServer {
 
   void start(boost::asio::ip::tcp::acceptor acceptor);
 
-  /// Closes each connection as soon as its present answer has been sent.
+  /// Closes each connection when its current answer has been sent.
   void stop();
   [[nodiscard]] bool isStopping() const { return stopping_; }
   /// Returns whether no connection is left.
@@ -75,7 +75,7 @@ class HTTPServer {
   Handlers handlers_;
   std::size_t open_ = 0;
   bool stopping_ = false;
-  /// Streams whose pending read may be cancelled.
+  /// The streams whose pending read can be cancelled.
   std::set<boost::beast::tcp_stream*> reading_;
 };
 

@@ -26,7 +26,7 @@ error_code tryToConnect(const LocalProtocol::endpoint& endpoint) {
   LocalProtocol::socket socket(io);
   error_code error;
   socket.open(endpoint.protocol(), error);
-  // A program whose queue of clients is full is alive and must not be waited for.
+  // Does not block. A program whose queue of clients is full is alive.
   if (!error) socket.native_non_blocking(true, error);
   if (!error && ::connect(socket.native_handle(), endpoint.data(),
                           static_cast<socklen_t>(endpoint.size())) != 0) {
@@ -50,7 +50,7 @@ Result<void> removeStaleSocket(const LocalProtocol::endpoint& endpoint) {
   return {};
 }
 
-/// Binds with a mask that makes the socket private from its first moment on.
+/// Binds with a umask that makes the socket private from the beginning.
 void bindPrivately(LocalProtocol::acceptor& acceptor, const LocalProtocol::endpoint& endpoint,
                    error_code& error) {
   const auto previous = ::umask(S_IXUSR | S_IRWXG | S_IRWXO);
@@ -63,8 +63,8 @@ void bindPrivately(LocalProtocol::acceptor& acceptor, const LocalProtocol::endpo
 Result<LocalProtocol::endpoint> localEndpoint(const std::string& path) {
   if (path.empty()) return Error{"the socket path is empty"};
   if (path.size() <= maxPathBytes) return LocalProtocol::endpoint(path);
-  return Error{formatText("the socket path is {} bytes long, {} is the most: {}", path.size(),
-                          maxPathBytes, path)};
+  return Error{formatText("the socket path has {} bytes, but at most {} are possible: {}",
+                          path.size(), maxPathBytes, path)};
 }
 
 SocketFile::SocketFile(std::string path) : path_(std::move(path)) {

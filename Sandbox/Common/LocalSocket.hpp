@@ -18,10 +18,10 @@ namespace zephyl::sandbox {
 using LocalProtocol = boost::asio::local::stream_protocol;
 using LocalStream = boost::beast::basic_stream<LocalProtocol>;
 
-/// An error when the path is too long for the address of a local socket, or empty.
+/// Fails if the path is empty or too long for the address of a local socket.
 Result<LocalProtocol::endpoint> localEndpoint(const std::string& path);
 
-/// Removes a socket's name when it goes away, unless another socket has that name by then.
+/// The destructor removes the socket's name, unless another socket has taken its place.
 class SocketFile {
  public:
   explicit SocketFile(std::string path);
@@ -40,16 +40,16 @@ struct LocalListener {
   SocketFile file;
 };
 
-/// Listens on the path, for the user alone (0600). Replaces a socket that nobody listens on.
-/// Anything else at the path stays and is an error.
+/// Listens on the path, for the user only (0600). Replaces a socket without a listener. Fails, and
+/// changes nothing, if anything else exists at the path.
 Result<LocalListener> listenOnLocal(const boost::asio::any_io_executor& executor,
                                     const std::string& path);
 
-/// Reads the next line, without its end. `received` holds what arrived behind it.
+/// Reads the next line, without its end. `received` keeps the bytes after it.
 boost::asio::awaitable<Result<std::string>> readLine(LocalStream& stream, std::string& received,
                                                      std::size_t maxBytes);
 
-/// Sends the line with its end. Returns false if the peer has disconnected.
+/// Sends the line and its end. Returns false if the peer has disconnected.
 boost::asio::awaitable<bool> writeLine(LocalStream& stream, std::string line);
 
 }  // namespace zephyl::sandbox

@@ -54,7 +54,7 @@ Result<Arguments::value_type> takeOption(const Program& program,
   });
   if (option == program.options.end()) return Error{"unknown argument '", word, "'"};
   if (isAttached ? equals == word.size() : words.empty()) {
-    return Error{"an option without value, it is ", usageOf(program, *option)};
+    return Error{"an option lacks its value: ", usageOf(program, *option)};
   }
   std::string value(isAttached ? word.substr(equals + 1) : words.front());
   if (!isAttached) words = words.subspan(1);

@@ -14,12 +14,12 @@
 
 #include "System/Data/Result.hpp"
 
-/// What the stand-ins' main functions share: command line, environment, exit status.
+/// Shared code of the stand-ins' main functions: command line, environment, exit status.
 namespace zephyl::sandbox {
 
 constexpr int usageStatus = 2;
 
-/// How an option's value is written: "--name=value", "--name value", or either.
+/// The permitted forms of an option's value: "--name=value", "--name value", or both.
 enum class ValueForm { attached, separate, either };
 
 struct Option {
@@ -34,7 +34,7 @@ struct Program {
   const char* summary;
   ValueForm valueForm;
   std::span<const Option> options;
-  /// What --help says below the options.
+  /// The text of --help below the options.
   const char* closingHelp;
 };
 
@@ -46,9 +46,8 @@ struct Notice {
   std::string text;
 };
 
-/// Parses the words after the program's name: exactly the program's options, in any order, each at
-/// most once and with a value that is not empty. Anything else is an error. --help and --version go
-/// before all else.
+/// Parses the words after the program's name: the program's options in any order, each at most once
+/// and with a non-empty value. Anything else is an error. --help and --version have precedence.
 Result<std::variant<Arguments, Notice>> readCommandLine(const Program& program,
                                                         std::span<const char* const> words);
 
@@ -58,7 +57,8 @@ class SettingsReader {
  public:
   explicit SettingsReader(const Arguments& arguments) : arguments_(arguments) {}
 
-  /// The option's value, else that of the variable. Either may be null. Empty counts as absent.
+  /// Returns the option's value, else that of the variable. Either name may be null. An empty value
+  /// counts as absent.
   [[nodiscard]] std::optional<std::string> find(const char* option,
                                                 const char* variable = nullptr) const;
   [[nodiscard]] std::string text(const char* option, const char* variable = nullptr) const;
@@ -78,16 +78,16 @@ class SettingsReader {
   std::optional<Error> error_;
 };
 
-/// Prints "<program>: <message>" to standard error; returns the status for the caller to return.
+/// Prints "<program>: <message>" to standard error. Returns the exit status.
 int reportFailure(const char* program, std::string_view message, int status = 1);
 
-/// Runs a stand-in: reads the command line and then its settings, and serves until it ends. Returns
-/// the exit status. `serve` returns the exit status or why it could not start.
+/// Runs a stand-in: reads the command line, then its settings, and serves until it ends. Returns
+/// the exit status. `serve` returns the exit status or the reason why it could not start.
 template <typename Settings>
 int runProgram(const Program& program, std::span<const char* const> words,
                Result<Settings> (*readSettings)(SettingsReader reader),
                Result<int> (*serve)(const Settings& settings)) try {
-  // A client or a reader of the log that has disconnected is an error of that write alone.
+  // Writing to a closed connection or log must only fail, not end the process.
   std::signal(SIGPIPE, SIG_IGN);
   const auto commandLine = readCommandLine(program, words.subspan(1));
   if (!commandLine) return reportFailure(program.name, commandLine.error().message, usageStatus);

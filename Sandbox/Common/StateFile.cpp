@@ -9,7 +9,7 @@ namespace zephyl::sandbox {
 
 Result<StateFile> StateFile::open(const std::string& directory, std::string_view name) {
   const auto created = createDirectories(directory);
-  if (!created) return Error{"cannot make ", created.error().message};
+  if (!created) return Error{"cannot create ", created.error().message};
   return StateFile(joinPath(directory, name));
 }
 
@@ -24,7 +24,7 @@ Result<std::string> StateFile::read() const {
 void StateFile::setAside(const Error& reason) const {
   const auto aside = path_ + ".unreadable";
   std::rename(path_.c_str(), aside.c_str());
-  log("{} cannot be understood ({}); set aside as {}", path_, reason.message, aside);
+  log("{} cannot be decoded ({}); renamed to {}", path_, reason.message, aside);
 }
 
 Result<void> StateFile::save(const json::Value& content) const {

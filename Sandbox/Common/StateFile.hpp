@@ -8,16 +8,16 @@
 namespace zephyl::sandbox {
 
 /// A JSON file in a stand-in's state directory. Only the user can read it (0600), and it is
-/// replaced atomically, so that a reader sees the old or the new content, never a part.
+/// replaced atomically, so that a reader gets either the old or the new content.
 class StateFile {
  public:
-  /// Creates the directory, for the user alone (0700), unless it exists.
+  /// Creates the directory, for the user only (0700), unless it exists.
   static Result<StateFile> open(const std::string& directory, std::string_view name);
 
   [[nodiscard]] bool exists() const;
 
-  /// Returns the content; nullopt when there is no file. A file that cannot be decoded is renamed
-  /// to "<name>.unreadable", which is logged, and nullopt is returned.
+  /// Returns the content; nullopt if there is no file. A file that cannot be decoded is renamed to
+  /// "<name>.unreadable", which is logged, and nullopt is returned.
   template <typename T>
   std::optional<T> load() const {
     if (!exists()) return std::nullopt;

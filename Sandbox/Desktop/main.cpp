@@ -13,9 +13,9 @@ namespace {
 
 constexpr auto programName = "zephyl-desktop";
 
-/// Stands for the window where there is no screen: takes commands.
+/// Accepts commands without showing a window.
 int runWithoutScreen(TrayAccess access) {
-  // A client or a reader of the log that has disconnected is an error of that write alone.
+  // Writing to a closed connection or log must only fail, not end the process.
   std::signal(SIGPIPE, SIG_IGN);
   WindowService service(std::move(access));
   const auto started = service.start(WindowService::Polling::everySecond);

@@ -1,4 +1,4 @@
-"""The sandbox's agent keeps its promises, so that what is tried with it can be believed."""
+"""The sandbox's agent behaves as documented, so that tests can rely on it."""
 
 import json
 import signal
@@ -18,7 +18,7 @@ from support.tray import SANITIZERS, eventually, free_port
 # Starting
 
 
-def test_it_serves_on_the_port_of_the_environment_and_rather_on_that_of_the_command_line(start):
+def test_the_port_on_the_command_line_overrides_the_environment(start):
     port = free_port()
     assert start(AGENT_TRAY_PORT=str(port)).port != port, "--port 0 picks another"
     agent = start("--embed-rate", "1", AGENT_TRAY_PORT=f"+{port}")
@@ -26,7 +26,7 @@ def test_it_serves_on_the_port_of_the_environment_and_rather_on_that_of_the_comm
     assert agent.get("/api/status")["state"] == "disconnected"
 
 
-def test_a_port_that_is_taken_is_said_plainly():
+def test_a_port_in_use_is_reported():
     with listener() as taken:
         port = taken.getsockname()[1]
         ended = run("--port", str(port), environment={"HOME": "/nonexistent"})
@@ -34,7 +34,7 @@ def test_a_port_that_is_taken_is_said_plainly():
     assert f"127.0.0.1:{port}" in ended.stderr and "another program" in ended.stderr
 
 
-def test_it_tells_its_options_and_its_version_and_refuses_what_it_does_not_know(tmp_path):
+def test_it_prints_help_and_version_and_refuses_unknown_options(tmp_path):
     told = run("--help")
     assert told.returncode == 0 and "--embed-rate" in told.stdout and "ZEPHYL_SERVERS" in told.stdout
     assert run("--version").stdout.startswith("zephyl-agent ")
@@ -47,21 +47,21 @@ def test_it_tells_its_options_and_its_version_and_refuses_what_it_does_not_know(
     assert ended.returncode == 2 and "ZEPHYL_SANDBOX_MODEL_RATE" in ended.stderr
 
 
-def test_it_fails_as_told(start):
+def test_it_fails_on_request(start):
     ended = run(environment={"ZEPHYL_SANDBOX_EXIT_STATUS": "7", "HOME": "/nonexistent"})
     assert (ended.returncode, len(ended.stdout.splitlines())) == (7, 1)
     agent = start(*FAST, "--exit-after", "0.05", "--exit-status", "3")
     assert agent.wait() == 3
 
 
-def test_it_says_that_it_runs_packaged(start):
+def test_it_reports_that_it_runs_packaged(start):
     start(ZEPHYL_STANDALONE="1").log_line("packaged")
 
 
 # State
 
 
-def test_the_state_is_private_and_stands_where_it_is_told(start, tmp_path):
+def test_the_state_is_private_and_its_directory_can_be_set(start, tmp_path):
     places = {
         tmp_path / "home/.local/share/Zephyl/agent": ((), {"XDG_DATA_HOME": "relative"}),
         tmp_path / "data/Zephyl/agent": ((), {"XDG_DATA_HOME": str(tmp_path / "data")}),
@@ -77,7 +77,7 @@ def test_the_state_is_private_and_stands_where_it_is_told(start, tmp_path):
     assert len(machines) == len(places)
 
 
-def test_a_restart_finds_everything_again(start, folder, tmp_path):
+def test_the_state_survives_a_restart(start, folder, tmp_path):
     first = start(*FAST, ZEPHYL_SANDBOX_FOLDERS=f"{folder}:{tmp_path}/none")
     other = tmp_path / "other"
     other.mkdir()
@@ -92,17 +92,17 @@ def test_a_restart_finds_everything_again(start, folder, tmp_path):
     activity = second.activity()
     assert (second.get("/api/status"), second.get("/api/roots"), activity["escapeGrants"]) == before
     assert activity["model"]["phase"] == "ready", "the download is remembered"
-    assert second.index(folder)["filesEmbedded"] == 3, "and so is what was embedded"
+    assert second.index(folder)["filesEmbedded"] == 3, "embedded files are restored, too"
     assert int(second.raise_request()) == 2, "an id is never given out twice"
 
 
-def test_a_state_that_cannot_be_understood_is_set_aside(start, tmp_path):
+def test_an_unparsable_state_is_renamed(start, tmp_path):
     state = tmp_path / "state"
     state.mkdir()
     (state / "state.json").write_text('{"machineId": 5}')
     agent = start(*FAST, "--state", str(state), ZEPHYL_SANDBOX_FOLDERS=str(tmp_path))
     assert agent.get("/api/roots") == {"roots": []}, "this was not the first start"
-    agent.log_line("set aside")
+    agent.log_line("renamed to")
     assert (state / "state.json.unreadable").read_text() == '{"machineId": 5}'
 
 
@@ -124,7 +124,7 @@ def test_a_folder_is_shared_renamed_widened_narrowed_and_unshared(start, folder)
     agent.log_line(r"sharing .*/project \(3 files\)")
 
 
-def test_what_cannot_be_done_with_a_folder_is_refused(start, folder):
+def test_invalid_operations_on_folders_are_refused(start, folder):
     agent = start()
     agent.share(folder, servers=["a"])
     path = str(folder)
@@ -146,7 +146,7 @@ def test_what_cannot_be_done_with_a_folder_is_refused(start, folder):
 # The index
 
 
-def test_only_the_text_files_inside_the_folder_count(start, folder):
+def test_only_text_files_inside_the_folder_are_indexed(start, folder):
     agent = start()
     agent.share(folder)
     index = agent.index(folder)
@@ -159,7 +159,7 @@ def test_only_the_text_files_inside_the_folder_count(start, folder):
     assert agent.ask("GET", "/sandbox/search")[0] == 400
 
 
-def test_the_index_follows_what_happens_in_the_folder(start, folder, tmp_path):
+def test_the_index_follows_changes_in_the_folder(start, folder, tmp_path):
     agent = start()
     agent.share(folder)
     agent.index(folder)
@@ -193,7 +193,7 @@ def test_the_index_follows_what_happens_in_the_folder(start, folder, tmp_path):
     becomes(5, "eta", ["last.txt"])
 
 
-def test_a_folder_that_goes_away_is_found_again(start, folder):
+def test_a_folder_that_is_removed_and_restored_is_indexed_again(start, folder):
     agent = start()
     agent.share(folder)
     agent.index(folder)
@@ -226,7 +226,7 @@ def test_it_answers_at_once_while_it_indexes_a_large_folder(start, tmp_path):
 # Embedding and the model
 
 
-def test_the_stream_tells_how_the_model_arrives_and_the_files_are_embedded(start, folder):
+def test_the_stream_reports_the_progress_of_model_and_embedding(start, folder):
     for number in range(60):
         (folder / f"{number}.txt").write_text("words " * 1000)
     agent = start("--port", "0", "--embed-rate", "100", "--model-rate", "3e8",
@@ -268,7 +268,7 @@ def test_a_model_in_the_cache_is_ready_at_once(start, tmp_path):
         (tmp_path / "cache/model.ready").touch()
 
 
-def test_a_model_that_fails_says_why_and_nothing_is_embedded(start, folder):
+def test_a_failed_model_has_a_reason_and_embeds_nothing(start, folder):
     agent = start(*FAST, ZEPHYL_SANDBOX_MODEL_FAIL="1", ZEPHYL_SANDBOX_FOLDERS=str(folder))
     with agent.events() as stream:
         failed = stream.wait_for(lambda a: a["model"]["phase"] == "failed" and not a["busy"])
@@ -309,7 +309,7 @@ def test_a_request_is_held_until_it_is_decided(start, folder):
     assert [event["ok"] for event in activity["recent"][-2:]] == [True, False]
 
 
-def test_a_permanent_exception_lets_the_same_request_pass_until_it_is_revoked(start, folder):
+def test_a_permanent_exception_permits_the_same_request_until_revoked(start, folder):
     agent = start()
     agent.share(folder)
     request = {"kind": "path", "target": "/etc/hosts", "userName": "Ana"}
@@ -331,7 +331,7 @@ def test_a_permanent_exception_lets_the_same_request_pass_until_it_is_revoked(st
     assert agent.raise_request(**request)
 
 
-def test_a_request_can_be_withdrawn_and_ends_with_its_folder(start, folder):
+def test_a_request_ends_when_it_is_withdrawn_or_its_folder_is_unshared(start, folder):
     agent = start()
     assert agent.ask("POST", "/sandbox/requests", {})[0] == 409, "nothing is shared"
     agent.share(folder)
@@ -344,7 +344,7 @@ def test_a_request_can_be_withdrawn_and_ends_with_its_folder(start, folder):
     assert agent.activity()["escapeGrants"] == agent.activity()["pendingApprovals"] == []
 
 
-def test_a_decision_that_makes_no_sense_changes_nothing(start, folder):
+def test_an_invalid_decision_changes_nothing(start, folder):
     agent = start()
     agent.share(folder)
     held = agent.raise_request()
@@ -361,7 +361,7 @@ def test_a_decision_that_makes_no_sense_changes_nothing(start, folder):
 # Connections
 
 
-def test_a_connection_follows_whatever_listens_on_its_proxy(start):
+def test_a_connection_follows_the_state_of_its_proxy(start):
     with listener() as proxy:
         port = proxy.getsockname()[1]
     servers = [{"url": "ws://a/agent", "label": "A", "socks5": f"127.0.0.1:{port}", "agentId": "id-a"},
@@ -387,7 +387,7 @@ def test_a_connection_follows_whatever_listens_on_its_proxy(start):
 
 
 @pytest.mark.parametrize("text", ["{", "{}", '[{"url": "x"}]', "[5]"])
-def test_a_list_of_servers_that_is_ill_formed_is_none(start, text):
+def test_an_invalid_list_of_servers_is_ignored(start, text):
     agent = start(*FAST, ZEPHYL_SERVERS=text)
     agent.log_line("ZEPHYL_SERVERS is ignored: ")
     assert agent.get("/api/status")["connections"] == []
@@ -410,7 +410,7 @@ def test_a_signal_ends_it_in_order(start, folder, number):
     assert seconds < 0.5
 
 
-def test_a_reader_of_its_log_that_goes_away_does_not_matter(start, tmp_path):
+def test_it_survives_a_closed_standard_output(start, tmp_path):
     process = subprocess.Popen([PROGRAM, *FAST], env={"HOME": str(tmp_path), **SANITIZERS}, text=True,
                                stdout=subprocess.PIPE)
     try:

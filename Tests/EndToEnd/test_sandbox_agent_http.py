@@ -1,4 +1,4 @@
-"""The sandbox's agent speaks HTTP as its clients may expect, on short and on endless answers."""
+"""The HTTP server of the sandbox's agent, with short answers and streams."""
 
 import concurrent.futures
 import http.client
@@ -11,7 +11,7 @@ from support.agent_sockets import exchange, exchange_until
 from support.tray import eventually
 
 
-# Who may ask
+# Permitted clients
 
 
 def status_with(port, *headers, line="GET /api/status HTTP/1.1"):
@@ -19,7 +19,7 @@ def status_with(port, *headers, line="GET /api/status HTTP/1.1"):
     return int(exchange(port, raw.encode()).split(b" ", 2)[1])
 
 
-def test_it_answers_under_the_names_of_loopback_alone(start):
+def test_it_answers_only_under_names_of_loopback(start):
     port = start().port
     for host in (f"127.0.0.1:{port}", "127.0.0.1", f"localhost:{port}", "LocalHost", f"[::1]:{port}", "[::1]"):
         assert status_with(port, f"Host: {host}") == 200, host
@@ -27,7 +27,7 @@ def test_it_answers_under_the_names_of_loopback_alone(start):
         assert status_with(port, f"Host: {host}") == 403, host
 
 
-def test_pages_of_other_origins_get_nothing(start):
+def test_pages_of_other_origins_are_refused(start):
     port = start().port
     own = f"127.0.0.1:{port}"
     assert status_with(port, f"Host: {own}", f"Origin: http://{own}") == 200
@@ -40,7 +40,7 @@ def test_pages_of_other_origins_get_nothing(start):
 # The event stream
 
 
-def test_the_stream_tells_each_change_but_at_most_ten_a_second(start, folder):
+def test_the_stream_sends_each_change_but_at_most_ten_a_second(start, folder):
     agent = start()
     with agent.events() as stream:
         stream.wait_for(lambda a: a["model"]["phase"] == "ready")
@@ -112,7 +112,7 @@ def test_a_connection_serves_one_request_after_another(start):
     assert exchange(agent.port, both).count(b'{"roots":[]}') == 2
 
 
-def test_what_is_not_a_request_for_it_is_refused(start):
+def test_invalid_requests_are_refused(start):
     agent = start()
     for method, path, status in (("GET", "/", 404), ("POST", "/api/status", 405), ("PUT", "/api/roots", 405),
                                  ("POST", "/api/events", 405), ("GET", "/sandbox/requests/", 404)):

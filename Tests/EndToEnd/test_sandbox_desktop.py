@@ -1,4 +1,4 @@
-"""The stand-in for the desktop window: what the tray starts, and the command that speaks to it."""
+"""The stand-in for the desktop window, and the commands that control it."""
 
 import contextlib
 import json
@@ -23,7 +23,7 @@ FINGERPRINT = "0123456789abcdef0123456789abcdef"
 
 
 class Desktop:
-    """A window and the commands for it, in directories of their own."""
+    """A window and its commands in private directories."""
 
     def __init__(self, root, port):
         self.root = root
@@ -38,9 +38,9 @@ class Desktop:
         return self.windows[-1]
 
     def start(self):
-        """A window that takes commands."""
+        """Starts a window and waits until it accepts commands."""
         window = self.launch()
-        assert window.stdout.readline() == f"zephyl-desktop: taking commands at {self.socket}\n"
+        assert window.stdout.readline() == f"zephyl-desktop: accepting commands at {self.socket}\n"
         return window
 
     def run(self, *words, stdin=""):
@@ -48,13 +48,13 @@ class Desktop:
                               capture_output=True, check=False)
 
     def say(self, *words, stdin=""):
-        """What a command that succeeds prints."""
+        """Runs a command that must succeed, and returns its output."""
         ended = self.run(*words, stdin=stdin)
         assert (ended.returncode, ended.stderr) == (0, ""), ended
         return ended.stdout
 
     def refusal(self, *words):
-        """What a command that fails says, without the program's name."""
+        """Runs a command that must fail, and returns its message without the program's name."""
         ended = self.run(*words)
         assert (ended.returncode, ended.stdout) == (1, ""), ended
         assert ended.stderr.startswith(f"{PROGRAM}: ") and ended.stderr.endswith("\n")
@@ -62,7 +62,7 @@ class Desktop:
 
     @contextlib.contextmanager
     def watching(self, *options):
-        """A `requests` command, as a stream of what it prints."""
+        """Starts a `requests` command, and yields its process."""
         watch = subprocess.Popen([PROGRAM, "requests", *options], env=self.environment, text=True,
                                  stdin=subprocess.DEVNULL, stdout=subprocess.PIPE)
         try:
@@ -106,7 +106,7 @@ SERVERS = [
 # The window
 
 
-def test_its_socket_is_for_the_user_alone_and_goes_with_it(desktop):
+def test_its_socket_is_private_and_removed_at_its_end(desktop):
     window = desktop.start()
     assert stat.S_IMODE(os.stat(desktop.socket).st_mode) == 0o600
     assert stat.S_IMODE(os.stat(desktop.socket.parent).st_mode) == 0o700
@@ -115,7 +115,7 @@ def test_its_socket_is_for_the_user_alone_and_goes_with_it(desktop):
     assert not desktop.socket.exists()
 
 
-def test_it_keeps_the_token_to_itself(desktop, tray):
+def test_it_does_not_disclose_the_token(desktop, tray):
     window = desktop.start()
     eventually(lambda: tray.asked, what="a first request")
     assert tray.asked[0][2]["X-Zephyl-Onboard-Token"] == TOKEN
@@ -126,7 +126,7 @@ def test_it_keeps_the_token_to_itself(desktop, tray):
     assert TOKEN not in window.stdout.read()
 
 
-def test_it_asks_for_the_state_about_once_a_second(desktop, tray):
+def test_it_polls_about_once_a_second(desktop, tray):
     desktop.start()
     times = []
     for count in (1, 2, 3):
@@ -149,8 +149,8 @@ def test_a_stale_socket_is_replaced_and_a_live_one_is_not(desktop):
     desktop.say("status")
 
 
-def test_it_ends_when_the_tray_is_gone(desktop):
-    # A shell stands for the tray: it has started the window, and is killed.
+def test_it_ends_when_the_tray_has_ended(desktop):
+    # A shell replaces the tray: it starts the window, and is killed.
     shell = desktop.launch(["/bin/sh", "-c", f"'{PROGRAM}' & echo $!; wait"])
     lines = [shell.stdout.readline(), shell.stdout.readline()]  # of two processes, in either order
     window = int(next(line for line in lines if line.strip().isdigit()))
@@ -161,21 +161,21 @@ def test_it_ends_when_the_tray_is_gone(desktop):
     assert not desktop.socket.exists()
 
 
-def test_it_outlasts_a_control_api_that_is_not_there(desktop, tray):
+def test_it_survives_an_unreachable_control_api(desktop, tray):
     desktop.told["ZEPHYL_ONBOARD_PORT"] = str(free_port())
     window = desktop.start()
     assert desktop.refusal("status") == "The tray does not answer: Connection refused"
     assert window.poll() is None
 
 
-def test_a_port_that_is_none_is_refused(desktop):
+def test_an_invalid_port_is_refused(desktop):
     desktop.told["ZEPHYL_ONBOARD_PORT"] = "70000"
     window = desktop.launch()
     assert window.wait(5) == 1
     assert window.stdout.read() == "zephyl-desktop: ZEPHYL_ONBOARD_PORT is not a port\n"
 
 
-def test_the_socket_can_be_elsewhere(desktop):
+def test_the_path_of_the_socket_can_be_set(desktop):
     desktop.socket = desktop.root / "elsewhere.sock"
     for environment in (desktop.environment, desktop.told):
         environment["ZEPHYL_SANDBOX_DESKTOP_SOCKET"] = str(desktop.socket)
@@ -186,7 +186,7 @@ def test_the_socket_can_be_elsewhere(desktop):
 @pytest.mark.parametrize("line", [
     b"nonsense\n", b"[]\n", b"{}\n", b'{"method":"GET"}\n', b'{"method":"GET","path":"status"}\n',
     b'{"method":"GET","path":"/status HTTP/1.1\\r\\nX: y"}\n', b'{"method":"G T","path":"/"}\n'])
-def test_a_command_that_makes_no_sense_is_refused(desktop, tray, line):
+def test_an_unknown_command_is_refused(desktop, tray, line):
     desktop.start()
     with socket.socket(socket.AF_UNIX) as sock:
         sock.settimeout(10)
@@ -200,7 +200,7 @@ def test_a_command_that_makes_no_sense_is_refused(desktop, tray, line):
 # Commands
 
 
-def test_a_misuse_of_the_command_line_is_told(desktop):
+def test_a_wrong_command_line_is_reported(desktop):
     for words in ((), ("nonsense",), ("join",), ("rename", "a"), ("status", "more"), ("--bogus", "status")):
         ended = desktop.run(*words)
         assert (ended.returncode, ended.stdout) == (2, "")
@@ -209,28 +209,28 @@ def test_a_misuse_of_the_command_line_is_told(desktop):
 
 def test_the_help_names_every_command(desktop):
     told = desktop.say("--help")
-    for name in ("status", "join KEY", "servers", "rename ID NAME", "accent ID COLOUR", "enable ID", "disable ID",
+    for name in ("status", "join KEY", "servers", "rename ID NAME", "accent ID COLOR", "enable ID", "disable ID",
                  "remove ID", "folders", "share ID", "unshare ID FOLDER", "restart-agent", "diagnostics",
                  "requests"):
         assert f"\n  {name}  " in told
     assert max(map(len, told.splitlines())) <= 100
 
 
-def test_without_a_window_a_command_says_so(desktop):
-    assert desktop.refusal("servers") == f"no window takes commands at {desktop.socket}: No such file or directory"
+def test_without_a_window_a_command_fails_with_a_message(desktop):
+    assert desktop.refusal("servers") == f"no window accepts commands at {desktop.socket}: No such file or directory"
 
 
 def test_the_list_of_servers_is_a_table(desktop, tray):
     tray.answers["GET /servers"] = (200, {"servers": SERVERS})
     desktop.start()
     assert desktop.say("servers").splitlines() == [
-        "ID        NAME      COLOUR   STATE         ADDRESS                RELAY    TROUBLE",
+        "ID        NAME      COLOR    STATE         ADDRESS                RELAY    TROUBLE",
         "5a7d0b7e  Büro      #3366cc  connected     http://127.100.0.1:80  relay-1",
         "5a7d0b7f  Zephyl 2           network down                                  key expired",
         "9c        Lab␛[31m           disabled"]
 
 
-def test_where_there_is_nothing_a_hint_stands(desktop):
+def test_empty_lists_print_a_hint(desktop):
     desktop.start()
     assert desktop.say("servers") == f"No servers yet. Join one with: {PROGRAM} join KEY\n"
     assert desktop.say("folders") == f"No folder is shared. Share one with: {PROGRAM} share ID\n"
@@ -250,25 +250,25 @@ def test_folders_name_the_servers_they_are_shared_with(desktop, tray):
 
 
 @pytest.mark.parametrize("meant", ["5a7d0b7f-0000-4000-8000-000000000002", "5a7d0b7f", "Zephyl 2", "zephyl 2"])
-def test_a_server_is_meant_by_id_beginning_or_name(desktop, tray, meant):
+def test_a_server_is_found_by_id_prefix_or_name(desktop, tray, meant):
     tray.answers["GET /servers"] = (200, {"servers": SERVERS})
     desktop.start()
     assert desktop.say("rename", meant, "New \"name\"") == "Renamed.\n"
     assert tray.last() == (f"POST /servers/{SERVERS[1]['id']}/label", {"label": 'New "name"'})
 
 
-def test_a_server_that_is_not_meant_clearly_is_refused(desktop, tray):
+def test_an_ambiguous_server_is_refused(desktop, tray):
     desktop.start()
     assert desktop.refusal("enable", "x") == "There are no servers yet."
     tray.answers["GET /servers"] = (200, {"servers": SERVERS})
     for meant in ("5a7d0b7", "5"):
-        assert desktop.refusal("enable", meant).startswith(f'"{meant}" may be any of "Büro" (5a7d0b7e-')
+        assert desktop.refusal("enable", meant).startswith(f'"{meant}" is ambiguous: "Büro" (5a7d0b7e-')
     for meant in ("other", "", "0b7e"):
         assert desktop.refusal("remove", meant).startswith(f'No server is called "{meant}". There is "Büro" (')
     assert not [entry for entry in tray.asked if entry[0] != "GET"]
 
 
-def test_each_command_asks_for_what_it_says(desktop, tray):
+def test_each_command_sends_its_request(desktop, tray):
     tray.answers["GET /servers"] = (200, {"servers": SERVERS})
     tray.answers["GET /roots"] = (200, {"roots": [{"root": "/src/a", "name": "work"}]})
     desktop.start()
@@ -294,14 +294,14 @@ def test_each_command_asks_for_what_it_says(desktop, tray):
         assert desktop.say("--json", *words) == '{"ok": true}\n'
 
 
-def test_a_refusal_is_told_in_the_apis_own_words(desktop, tray):
+def test_a_refusal_is_printed_with_the_apis_message(desktop, tray):
     tray.answers["POST /invite"] = (400, {"error": "That doesn't look like a Zephyl invite key."})
     desktop.start()
     assert desktop.refusal("join", "x") == "That doesn't look like a Zephyl invite key."
     ended = desktop.run("--json", "join", "x")
     assert (ended.returncode, json.loads(ended.stdout)) == (1, tray.answers["POST /invite"][1])
     tray.answers["GET /roots"] = (502, {})
-    assert desktop.refusal("folders") == "the tray answers 502"
+    assert desktop.refusal("folders") == "the tray answered 502"
 
 
 def test_a_key_is_read_from_standard_input(desktop, tray):
@@ -311,7 +311,7 @@ def test_a_key_is_read_from_standard_input(desktop, tray):
     assert desktop.refusal("join", "-") == "no key on standard input"
 
 
-def test_large_answers_arrive_whole(desktop, tray):
+def test_large_answers_arrive_completely(desktop, tray):
     tray.answers["GET /diagnostics"] = (200, {"servers": [{"log": ["x" * 1000] * 5000}]})
     desktop.start()
     assert json.loads(desktop.say("--json", "diagnostics")) == tray.answers["GET /diagnostics"][1]
@@ -321,7 +321,7 @@ def test_large_answers_arrive_whole(desktop, tray):
 # Requests of the tray
 
 
-def test_requests_are_printed_as_they_are_handed_out(desktop, tray):
+def test_requests_are_printed_as_they_arrive(desktop, tray):
     desktop.start()
     with desktop.watching() as watch, desktop.watching("--json") as other:
         eventually(lambda: len(tray.asked) > 1)
@@ -331,10 +331,10 @@ def test_requests_are_printed_as_they_are_handed_out(desktop, tray):
         assert json.loads(other.stdout.readline()) == {"request": "join"}
 
 
-def test_requests_wait_for_somebody_who_watches(desktop, tray):
+def test_requests_wait_for_a_watcher(desktop, tray):
     tray.requests += ["join", "servers"]
     desktop.start()
-    eventually(lambda: not tray.requests, what="the window has taken them")
+    eventually(lambda: not tray.requests, what="requests accepted by the window")
     assert "wants to see" not in desktop.say("status")
     with desktop.watching() as watch:
         assert [watch.stdout.readline() for _ in range(2)] == ["join\n", "servers\n"]
@@ -357,7 +357,7 @@ def test_watching_ends_with_the_window(desktop):
 
 @pytest.fixture(scope="module", name="home")
 def fixture_home():
-    """A tray that has started the stand-in, with an agent and a server that it has joined."""
+    """A tray that has started the stand-in, with an agent and a joined server."""
     with contextlib.ExitStack() as running:
         world = World()
         running.callback(world.remove)
@@ -381,7 +381,7 @@ def test_the_tray_starts_it_and_a_server_is_joined_managed_and_removed(home):
     assert "joined a server   no\n" in home.say("status")
     assert home.say("servers").startswith("No servers yet.")
     home.say("join", "-", stdin=f"inv_v2_{FINGERPRINT}_very-secret\n")
-    eventually(lambda: "http://" in home.say("servers"), what="a server that is up")
+    eventually(lambda: "http://" in home.say("servers"), what="a connected server")
     home.say("rename", json.loads(home.say("--json", "servers"))["servers"][0]["name"], "Office")
     home.say("accent", "Office", "#3366cc")
     assert "Office  #3366cc" in home.say("servers")
@@ -390,10 +390,10 @@ def test_the_tray_starts_it_and_a_server_is_joined_managed_and_removed(home):
     assert "disabled" in home.say("servers")
     home.say("enable", "office")
     assert home.refusal("share", "Office") == "There is no desktop to choose a folder on."
-    # The agent is away while it restarts, as it does for every change of the servers.
+    # Every change of the servers restarts the agent, which is unreachable for a moment.
     shared = f"{home.world.folder}  project  every server"
     eventually(lambda: shared in home.run("folders").stdout, what="the folder")
-    eventually(lambda: home.run("unshare", "Office", "project").returncode == 0, what="an agent that takes it away")
+    eventually(lambda: home.run("unshare", "Office", "project").returncode == 0, what="an agent without the folder")
     eventually(lambda: home.run("folders").stdout.startswith("No folder is shared."), what="no folder")
     told = home.say("diagnostics")
     assert told.startswith("tray\n") and "very-secret" not in told
@@ -408,7 +408,7 @@ def test_the_agent_is_restarted_by_a_command(home):
     eventually(lambda: not is_alive(first), what="the end of the first agent")
 
 
-def test_a_killed_tray_takes_it_along(world):
+def test_it_ends_when_the_tray_is_killed(world):
     (world.resources / "Zephyl Window.app").symlink_to(PROGRAM)
     world.use_agent_script(IDLE)
     tray = Tray(world)

@@ -1,5 +1,4 @@
-"""The sandbox's tailnet companion, with its daemon, keeps its promises, so that what is tried with
-them can be believed."""
+"""The sandbox's tailnet client and daemon behave as documented, so that tests can rely on them."""
 
 import contextlib
 import json
@@ -28,7 +27,7 @@ def tailnet():
 # Arguments
 
 
-def test_both_tell_their_options_and_their_version(tailnet):
+def test_both_print_help_and_version(tailnet):
     for program, option in ((DAEMON, "--socks5-server"), (CLIENT, "--tunnel-fallback")):
         told = tailnet.run(program, ["--help"])
         assert told.returncode == 0 and option in told.stdout
@@ -36,7 +35,7 @@ def test_both_tell_their_options_and_their_version(tailnet):
         assert told.returncode == 0 and re.fullmatch(program.name + r" \d+\.\d+\.\d+ .*\n", told.stdout)
 
 
-def test_the_client_refuses_what_the_tray_does_not_pass(tailnet):
+def test_the_client_refuses_unknown_arguments(tailnet):
     usual = list(map(str, tailnet.client_arguments()))
     attached = [f"{name}={value}" for name, value in zip(usual[::2], usual[1::2])]
     for arguments in ([*usual, "--bogus", "1"], [*usual, "stray"], usual[2:], usual[:-1], attached,
@@ -61,7 +60,7 @@ def test_the_order_of_arguments_is_free(tailnet):
 # Enrolment
 
 
-def test_a_key_enrols_and_every_marker_stands_as_the_tray_reads_it(tailnet):
+def test_a_key_enrols_and_every_marker_is_logged(tailnet):
     tailnet.start_daemon()
     client = tailnet.start_client()
     node = tailnet.status()["node"]
@@ -80,7 +79,7 @@ def test_a_key_enrols_and_every_marker_stands_as_the_tray_reads_it(tailnet):
     ]
 
 
-def test_an_enrolment_is_remembered_and_needs_no_key(tailnet):
+def test_a_stored_enrolment_needs_no_key(tailnet):
     tailnet.start_daemon()
     first = tailnet.start_client()
     assert first.stop() == 0
@@ -93,7 +92,7 @@ def test_an_enrolment_is_remembered_and_needs_no_key(tailnet):
     assert "joined the tailnet" in second.lines
 
 
-def test_an_enrolment_in_another_tailnet_does_not_count(tailnet):
+def test_an_enrolment_in_another_tailnet_is_ignored(tailnet):
     tailnet.start_daemon()
     tailnet.start_client().stop()
     other = tailnet.client_arguments("f" * 32)
@@ -109,7 +108,7 @@ def test_an_enrolment_in_another_tailnet_does_not_count(tailnet):
     ("hskey-auth-expired-1", "key expired"),
     ("hskey-auth-used-1", "key already used"),
 ])
-def test_an_enrolment_that_fails_says_why_and_is_not_remembered(tailnet, key, reason):
+def test_a_failed_enrolment_has_a_reason_and_is_not_stored(tailnet, key, reason):
     tailnet.start_daemon()
     client = tailnet.launch_client(key=key)
     assert client.wait() == 1
@@ -118,18 +117,18 @@ def test_an_enrolment_that_fails_says_why_and_is_not_remembered(tailnet, key, re
     assert not (tailnet.state / "enrolment.json").exists()
 
 
-def test_a_key_that_was_used_is_gone_from_environment_and_memory(tailnet):
+def test_a_used_key_is_removed_from_environment_and_memory(tailnet):
     tailnet.start_daemon()
     client = tailnet.start_client()
     assert KEY.encode() not in pathlib.Path(f"/proc/{client.pid}/environ").read_bytes()
     memory = list(private_memory(client.pid))
-    assert any(FINGERPRINT.encode() in piece for piece in memory), "the search finds nothing at all"
+    assert any(FINGERPRINT.encode() in piece for piece in memory), "the search does not find existing text"
     mentions = [piece for piece in memory if KEY.encode() in piece]
     assert not mentions or is_sanitized(client.pid), "the key is still in memory"
 
 
 @pytest.mark.parametrize("key, status", [(KEY, 0), ("hskey-auth-expired-and-secret", 1)])
-def test_no_key_is_ever_written_anywhere(tailnet, key, status):
+def test_no_key_is_written_to_a_file_or_log(tailnet, key, status):
     daemon = tailnet.start_daemon()
     client = tailnet.launch_client(key=key)
     client.log_line("target resolved to " if status == 0 else "ENROLMENT FAILED: ")
@@ -146,20 +145,20 @@ def test_no_key_is_ever_written_anywhere(tailnet, key, status):
 
 
 def handles_term(pid):
-    """Whether a process has got far enough to catch SIGTERM."""
+    """Returns whether a process has installed its handler of SIGTERM."""
     status = pathlib.Path(f"/proc/{pid}/status").read_text()
     caught = int(re.search(r"^SigCgt:\s*([0-9a-f]+)$", status, re.MULTILINE).group(1), 16)
     return caught >> (signal.SIGTERM - 1) & 1
 
 
-def test_the_client_waits_for_a_daemon_that_comes_late(tailnet):
+def test_the_client_waits_for_a_late_daemon(tailnet):
     client = tailnet.launch_client()
-    eventually(lambda: handles_term(client.pid), what="the client at work")
+    eventually(lambda: handles_term(client.pid), what="a working client")
     tailnet.start_daemon()
     client.log_line("data tunnel on ")
 
 
-def test_the_client_gives_up_when_no_daemon_answers(tailnet):
+def test_the_client_fails_if_no_daemon_answers(tailnet):
     began = time.monotonic()
     client = tailnet.launch_client()
     assert client.wait() == 1
@@ -168,7 +167,7 @@ def test_the_client_gives_up_when_no_daemon_answers(tailnet):
     assert not any("ENROLMENT FAILED" in line for line in client.lines)
 
 
-def test_the_client_tells_a_proxy_from_something_else(tailnet):
+def test_the_client_recognizes_a_proxy(tailnet):
     tailnet.start_daemon()
     with serving(lambda connection: connection.sendall(b"220 mail")) as port:
         arguments = tailnet.client_arguments()
@@ -177,7 +176,7 @@ def test_the_client_tells_a_proxy_from_something_else(tailnet):
         assert client.wait() == 1 and f"127.0.0.1:{port}" in client.lines[-1]
 
 
-def test_a_file_breaks_the_tailnet_and_taking_it_away_mends_it(tailnet):
+def test_a_file_breaks_the_tailnet_until_it_is_removed(tailnet):
     tailnet.start_daemon()
     (tailnet.state / "fail").touch()
     client = tailnet.launch_client()
@@ -218,7 +217,7 @@ def test_the_shim_answers_directly_and_through_the_proxy(tailnet):
         assert answer.read().endswith(b"\r\n\r\nagent shim")
 
 
-def test_the_shim_survives_what_is_not_http_and_many_clients(tailnet):
+def test_the_shim_survives_invalid_requests_and_many_clients(tailnet):
     tailnet.start_daemon()
     tailnet.start_client()
     for raw, expected in ((b"\x16\x03\x01\x02\x00", b"HTTP/1.1 400"), (b"GET\r\n\r\n", b"HTTP/1.1 400"),
@@ -234,7 +233,7 @@ def test_the_shim_survives_what_is_not_http_and_many_clients(tailnet):
         assert get("127.0.0.1", tailnet.shim)[0] == 200
 
 
-def test_a_tunnel_address_that_is_taken_leads_to_the_fallback(tailnet):
+def test_a_tunnel_address_in_use_leads_to_the_fallback(tailnet):
     tailnet.start_daemon()
     with serving(echo, "127.100.0.9") as port:
         client = tailnet.start_client(
@@ -243,7 +242,7 @@ def test_a_tunnel_address_that_is_taken_leads_to_the_fallback(tailnet):
     assert get("127.0.0.1", tailnet.fallback)[0] == 200
 
 
-def test_port_80_is_used_where_the_system_allows_it(tailnet):
+def test_port_80_is_used_if_the_system_allows_it(tailnet):
     tailnet.start_daemon()
     alias = f"127.100.{os.getpid() % 250}.77"
     with socket.socket() as probe:
@@ -259,7 +258,7 @@ def test_port_80_is_used_where_the_system_allows_it(tailnet):
     assert get(host, int(port))[0] == 200
 
 
-def test_ports_that_are_all_taken_are_said_plainly(tailnet):
+def test_ports_in_use_are_reported(tailnet):
     tailnet.start_daemon()
     with serving(echo) as taken:
         tailnet.fallback = taken
@@ -274,21 +273,21 @@ def test_ports_that_are_all_taken_are_said_plainly(tailnet):
 
 @pytest.mark.parametrize("target", ["https://zephyl.example:8443/", "http://10.0.0.5:5173", "srv",
                                     "http://srv/unresolved.invalid", "http://a.invalid@srv:80"])
-def test_a_target_that_resolves_is_told_as_it_was_given(tailnet, target):
+def test_a_target_that_resolves_is_logged_unchanged(tailnet, target):
     tailnet.start_daemon()
     assert tailnet.start_client("--target", target).lines[-1] == f"target resolved to {target}"
 
 
 @pytest.mark.parametrize("target", ["http://srv.invalid", "HTTPS://Srv.Invalid:8443/x", "srv.invalid:80",
                                     "http://unresolved-host:5173"])
-def test_a_target_that_does_not_resolve_is_told_and_the_tunnel_stays(tailnet, target):
+def test_a_target_that_does_not_resolve_is_logged_and_the_tunnel_stays(tailnet, target):
     tailnet.start_daemon()
     client = tailnet.start_client("--target", target)
     assert client.lines[-1] == f"TARGET UNRESOLVED: {target}"
     assert "not resolved yet" in get("127.100.0.1", tailnet.tunnel)[2]
 
 
-def test_a_target_resolves_later_once_a_file_says_so(tailnet):
+def test_a_target_resolves_once_a_file_exists(tailnet):
     tailnet.start_daemon()
     client = tailnet.start_client("--target", "http://srv.invalid")
     (tailnet.state / "resolve").touch()
@@ -307,7 +306,7 @@ def test_a_target_cannot_forge_a_line(tailnet):
 
 
 @pytest.mark.parametrize("number", [signal.SIGTERM, signal.SIGINT])
-def test_a_signal_ends_both_in_order_and_the_socket_goes(tailnet, number):
+def test_a_signal_ends_both_in_order_and_removes_the_socket(tailnet, number):
     daemon = tailnet.start_daemon()
     client = tailnet.start_client()
     with serving(echo) as port:
@@ -320,14 +319,14 @@ def test_a_signal_ends_both_in_order_and_the_socket_goes(tailnet, number):
     assert not tailnet.control.exists()
 
 
-def test_a_client_that_is_still_waiting_ends_in_order_too(tailnet):
+def test_a_waiting_client_ends_in_order(tailnet):
     client = tailnet.launch_client()
-    eventually(lambda: handles_term(client.pid), what="the client at work")
+    eventually(lambda: handles_term(client.pid), what="a working client")
     assert client.stop() == 0
     assert client.lines == ["stopping (SIGTERM)", "stopped"]
 
 
-def test_both_ignore_a_termination_signal_when_told_to(tailnet):
+def test_both_ignore_sigterm_on_request(tailnet):
     stubborn = {"ZEPHYL_SANDBOX_TAILNET_IGNORE_TERM": "1"}
     for child in (tailnet.start_daemon(**stubborn), tailnet.start_client(**stubborn)):
         child.process.send_signal(signal.SIGTERM)
@@ -337,20 +336,20 @@ def test_both_ignore_a_termination_signal_when_told_to(tailnet):
     assert tailnet.children[0].stop(signal.SIGINT) == 0
 
 
-def test_the_client_ends_by_itself_when_told_to_and_the_daemon_does_not(tailnet):
+def test_only_the_client_ends_by_itself_on_request(tailnet):
     limited = {"ZEPHYL_SANDBOX_TAILNET_EXIT_AFTER": "0.3"}
     tailnet.start_daemon(**limited)
     client = tailnet.start_client(**limited)
-    assert client.wait() == 1 and "as asked" in client.lines[-1]
+    assert client.wait() == 1 and "as requested" in client.lines[-1]
     assert tailnet.status()["running"]
 
 
-def test_a_reader_of_the_log_that_goes_away_ends_neither(tailnet):
+def test_both_survive_a_closed_standard_output(tailnet):
     daemon, client = tailnet.start_daemon(), tailnet.start_client()
     for child in (daemon, client):
         with open(os.devnull, "rb") as nothing:
             os.dup2(nothing.fileno(), child.process.stdout.fileno())
-    for last in range(1, 4):  # each is a line that nobody reads
+    for last in range(1, 4):  # each logs a line without a reader
         socks_open(tailnet.socks, f"192.0.2.{last}", 80)[0].close()
     assert tailnet.status()["running"] and get("127.0.0.1", tailnet.shim)[0] == 200
     assert (daemon.stop(), client.stop()) == (0, 0)

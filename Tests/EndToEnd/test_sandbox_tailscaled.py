@@ -1,4 +1,4 @@
-"""The sandbox's overlay daemon keeps its promises, so that what is tried with it can be believed."""
+"""The sandbox's tailnet daemon behaves as documented, so that tests can rely on it."""
 
 import contextlib
 import hashlib
@@ -23,7 +23,7 @@ def tailnet():
     tailnet.close()
 
 
-def test_the_daemon_refuses_what_the_tray_does_not_pass(tailnet):
+def test_the_daemon_refuses_unknown_arguments(tailnet):
     usual = tailnet.daemon_arguments()
     for arguments in ([*usual, "--verbose"], [*usual, "stray"], [*usual, "--port=0"], usual[1:],
                       usual[:-1], tailnet.daemon_arguments(tun="tun0"),
@@ -53,15 +53,15 @@ def test_the_daemon_is_the_same_node_after_a_restart_and_keeps_its_files_private
     assert tailnet.status() == first
 
 
-def test_a_state_that_cannot_be_understood_is_set_aside(tailnet):
+def test_an_unparsable_state_is_renamed(tailnet):
     tailnet.state.mkdir()
     (tailnet.state / "node.json").write_text("{half")
-    tailnet.start_daemon().log_line("set aside")
+    tailnet.start_daemon().log_line("renamed to")
     assert (tailnet.state / "node.json.unreadable").read_text() == "{half"
     assert json.loads((tailnet.state / "node.json").read_text())["node"] == tailnet.status()["node"]
 
 
-def test_the_control_socket_answers_every_line_and_survives_nonsense(tailnet):
+def test_the_control_socket_answers_every_line_and_survives_invalid_ones(tailnet):
     tailnet.start_daemon()
     for nonsense in (b"\n", b"status\n", b"[]\n", b'{"op":1}\n', b'{"op":"halt"}\n', b"\xff\x00\n",
                      b"[" * 3000 + b"\n"):
@@ -76,7 +76,7 @@ def test_the_control_socket_answers_every_line_and_survives_nonsense(tailnet):
     assert kinds == [["node", "running"], ["error"], ["node", "running"]]
 
 
-def test_a_socket_path_that_is_too_long_is_said_by_both(tailnet):
+def test_a_socket_path_that_is_too_long_is_reported_by_both(tailnet):
     path = tailnet.root / ("x" * 100)
     ended = tailnet.run(DAEMON, tailnet.daemon_arguments(socket=path))
     assert ended.returncode == 1
@@ -85,13 +85,13 @@ def test_a_socket_path_that_is_too_long_is_said_by_both(tailnet):
     assert client.wait() == 1 and f"{len(str(path))} bytes" in client.lines[-1]
 
 
-def test_the_longest_socket_path_that_the_system_takes_works(tailnet):
+def test_the_longest_possible_socket_path_works(tailnet):
     tailnet.control = pathlib.Path(str(tailnet.root / "x").ljust(107, "x"))
     tailnet.start_daemon()
     tailnet.start_client()
 
 
-def test_a_stale_socket_is_replaced_and_nothing_else_is(tailnet):
+def test_only_a_stale_socket_is_replaced(tailnet):
     with socket.socket(socket.AF_UNIX) as stale:
         stale.bind(str(tailnet.control))
     daemon = tailnet.start_daemon()
@@ -110,7 +110,7 @@ def test_a_stale_socket_is_replaced_and_nothing_else_is(tailnet):
     assert tailnet.control.read_text() == "precious"
 
 
-def test_a_daemon_that_ends_leaves_the_socket_of_its_successor(tailnet):
+def test_a_daemon_that_ends_keeps_the_socket_of_its_successor(tailnet):
     first = tailnet.start_daemon()
     tailnet.control.unlink()
     tailnet.socks = free_port()
@@ -119,7 +119,7 @@ def test_a_daemon_that_ends_leaves_the_socket_of_its_successor(tailnet):
     assert tailnet.status()["running"]
 
 
-def test_a_socks_port_that_is_taken_is_said_plainly(tailnet):
+def test_a_socks_port_in_use_is_reported(tailnet):
     with serving(echo) as port:
         ended = tailnet.run(DAEMON, tailnet.daemon_arguments(socks5_server=f"127.0.0.1:{port}"))
     assert ended.returncode == 1 and f"127.0.0.1:{port}" in ended.stderr
@@ -142,7 +142,7 @@ def test_the_proxy_reaches_this_machine_by_any_of_its_names(tailnet, host):
             assert receive_exactly(sock, 5) == b"hello"
 
 
-def test_localhost_is_found_where_only_its_ipv6_address_listens(tailnet):
+def test_localhost_is_reached_if_only_its_ipv6_address_listens(tailnet):
     tailnet.start_daemon()
     with serving(echo, "::1") as port:
         sock, reply = socks_open(tailnet.socks, "localhost", port)
@@ -161,7 +161,7 @@ def test_the_proxy_reaches_nothing_else(tailnet, host):
     assert daemon.log_line("refused a connection to ").isprintable()
 
 
-def test_the_proxy_says_why_it_does_not_connect(tailnet):
+def test_the_proxy_reports_why_it_does_not_connect(tailnet):
     daemon = tailnet.start_daemon()
     for host, port, command, expected in (("127.0.0.1", free_port(), 1, 5), ("127.0.0.1", 80, 2, 7),
                                           ("127.0.0.1", 80, 3, 7)):
@@ -177,7 +177,7 @@ def test_the_proxy_says_why_it_does_not_connect(tailnet):
     assert not any("refused" in line for line in daemon.lines)
 
 
-def test_the_proxy_cuts_off_whoever_speaks_something_else(tailnet):
+def test_the_proxy_disconnects_clients_of_other_protocols(tailnet):
     tailnet.start_daemon()
     for raw, expected in ((b"GET / HTTP/1.1\r\n\r\n", b""), (b"\x04\x01\x00\x50", b""),
                           (b"\x05\x01\x00\x04\x01\x00\x01", b"\x05\x00")):
@@ -225,7 +225,7 @@ def test_a_server_that_ends_its_own_direction_is_still_sent_to(tailnet):
             eventually(lambda: received == [b"later"], what="the bytes after the server's end")
 
 
-def test_a_client_that_resets_takes_its_server_connection_along(tailnet):
+def test_a_client_that_resets_ends_its_server_connection(tailnet):
     tailnet.start_daemon()
     ended = threading.Event()
 
@@ -243,7 +243,7 @@ def test_a_client_that_resets_takes_its_server_connection_along(tailnet):
         assert ended.wait(10)
 
 
-def test_a_reader_that_does_not_read_stops_the_writer_and_costs_no_memory(tailnet):
+def test_a_slow_reader_blocks_the_writer_and_uses_bounded_memory(tailnet):
     daemon = tailnet.start_daemon()
     go_on = threading.Event()
     try:
@@ -262,7 +262,7 @@ def test_a_reader_that_does_not_read_stops_the_writer_and_costs_no_memory(tailne
         go_on.set()
 
 
-def test_the_proxy_serves_many_clients_and_closes_those_beyond_its_bound(tailnet):
+def test_the_proxy_serves_many_clients_and_closes_those_beyond_its_limit(tailnet):
     tailnet.start_daemon()
     with serving(echo) as port, contextlib.ExitStack() as open_sockets:
         clients = [open_sockets.enter_context(socks_open(tailnet.socks, "127.0.0.1", port)[0])

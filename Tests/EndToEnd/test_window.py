@@ -338,7 +338,7 @@ def test_a_restarted_tray_opens_a_window_in_its_place(tray, launch, window, othe
     tray.token = "0123456789abcdef0123456789abcdef"  # the token that the new window would get
     assert window.ends() == 0
     other_tray.opened[0].row("Office, Connected")
-    eventually(lambda: any("taking commands" in line for line in other_tray.opened[0].lines))
+    eventually(lambda: any("accepting commands" in line for line in other_tray.opened[0].lines))
 
 
 def test_a_restarted_tray_does_not_discard_typed_text(screen, tray, window, other_tray):
@@ -361,7 +361,7 @@ def test_without_access_to_a_tray_it_shows_a_message(launch):
 @pytest.mark.parametrize("environment", [{"DISPLAY": ""}, {"DISPLAY": ":4711"}], ids=["none", "a wrong one"])
 def test_without_a_display_it_accepts_commands(launch, environment):
     window = launch(**environment)
-    eventually(lambda: any("taking commands" in line for line in window.lines), what="a socket")
+    eventually(lambda: any("accepting commands" in line for line in window.lines), what="a socket")
     assert not window.is_visible()
     window.process.terminate()
     assert window.ends() == 0

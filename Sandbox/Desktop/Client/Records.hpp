@@ -9,7 +9,7 @@
 
 #include "System/Data/JSON.hpp"
 
-/// What the tray's control API answers, as far as a window shows it.
+/// The answers of the tray's control API, reduced to the fields that a window shows.
 namespace zephyl::sandbox::desktop {
 
 struct TrayStatus {
@@ -18,7 +18,7 @@ struct TrayStatus {
   bool running = false;
   std::optional<std::string> url;
   std::optional<std::string> relay;
-  /// A screen that the tray wants the window to show.
+  /// A screen that the window should show.
   std::optional<std::string> request;
 };
 BOOST_DESCRIBE_STRUCT(TrayStatus, (), (available, enrolled, running, url, relay, request))
@@ -52,7 +52,7 @@ BOOST_DESCRIBE_STRUCT(ServerList, (), (servers))
 struct FolderEntry {
   std::string root;
   std::string name;
-  /// The ids of servers; absent or empty: shared with every server.
+  /// The ids of servers. If absent or empty, the folder is shared with every server.
   std::optional<std::vector<std::string>> servers;
 };
 BOOST_DESCRIBE_STRUCT(FolderEntry, (), (root, name, servers))
@@ -69,7 +69,7 @@ struct AgentEntry {
 };
 BOOST_DESCRIBE_STRUCT(AgentEntry, (), (reachable, running, state))
 
-/// How far the index of one shared folder is.
+/// The progress of the index of one shared folder.
 struct IndexEntry {
   bool ready = false;
   bool embedding = false;
@@ -81,11 +81,11 @@ BOOST_DESCRIBE_STRUCT(IndexEntry, (), (ready, embedding, filesEmbedded, lexicalF
 struct ModelEntry {
   std::string phase;
   std::int64_t downloadedBytes = 0;
-  std::int64_t totalBytes = 0;  ///< 0 while the size is not known
+  std::int64_t totalBytes = 0;  ///< 0 if the size is unknown
 };
 BOOST_DESCRIBE_STRUCT(ModelEntry, (), (phase, downloadedBytes, totalBytes))
 
-/// What a window shows of GET /diagnostics.
+/// The fields of GET /diagnostics that a window shows.
 struct Diagnostics {
   AgentEntry agent;
   std::vector<IndexEntry> indexing;

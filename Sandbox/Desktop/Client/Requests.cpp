@@ -18,12 +18,12 @@ Request changeOf(const std::string& id, std::string_view property, const json::O
 Result<json::Value> contentOf(const Answer& answer) {
   auto content = json::parse(answer.body);
   if (!content || !content->is_object()) {
-    return Error{formatText("the tray's answer {} is no JSON object", answer.status)};
+    return Error{formatText("the tray's answer {} is not a JSON object", answer.status)};
   }
   if (answer.status == okStatus) return content;
   const auto* message = content->get_object().if_contains("error");
   if (!message || !message->is_string()) {
-    return Error{formatText("the tray answers {}", answer.status)};
+    return Error{formatText("the tray answered {}", answer.status)};
   }
   return Error{std::string_view(message->get_string())};
 }

@@ -4,7 +4,7 @@
 
 #include "Desktop/Client/Records.hpp"
 
-/// The requests to the tray's control API, and what its answers mean.
+/// The requests to the tray's control API, and its answers.
 namespace zephyl::sandbox::desktop {
 
 struct Request {
@@ -20,7 +20,7 @@ struct Answer {
   std::string body;
 };
 
-/// The answer's content. Any status but 200 is an error with the API's own message.
+/// Returns the answer's content. Any status but 200 is an error with the API's message.
 Result<json::Value> contentOf(const Answer& answer);
 
 template <typename T>
@@ -37,17 +37,17 @@ Request getServers();      ///< ServerList
 Request getFolders();      ///< FolderList
 Request getDiagnostics();  ///< Diagnostics, and more
 
-/// Joins a server. How it goes shows in its entry of GET /servers.
+/// Joins a server. GET /servers shows the progress.
 Request joinServer(const std::string& inviteKey);
-/// An empty label removes the user's own.
+/// An empty label removes the user's own label.
 Request renameServer(const std::string& id, const std::string& label);
-/// A color such as "#3366cc"; an empty one removes the user's own.
+/// A color such as "#3366cc". An empty text removes the user's own color.
 Request setAccent(const std::string& id, const std::string& accent);
 Request setEnabled(const std::string& id, bool enabled);
 Request removeServer(const std::string& id);
-/// Has the tray ask the user for a folder. Answered when the user has chosen or cancelled.
+/// Makes the tray ask the user for a folder. Answered when the user has chosen or cancelled.
 Request shareFolder(const std::string& id);
-/// Shares a folder that the agent shares already with this server as well, or no longer.
+/// Starts or stops sharing with this server a folder that the agent already shares.
 Request setFolderShared(const std::string& id, const std::string& root, bool shared);
 Request restartAgent();
 

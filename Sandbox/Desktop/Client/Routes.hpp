@@ -13,14 +13,14 @@
 
 namespace zephyl::sandbox::desktop {
 
-/// The screens that the tray asked for. The tray hands out each one once, so they are kept until a
-/// watcher has taken them: the newest 100, oldest first. Must be used on one thread.
+/// The screens that the tray requested. The tray reports each one once, so the newest 100 are kept
+/// until a watcher has received them, oldest first. Must be used on one thread.
 class Routes {
  public:
   void add(const std::string& route);
 
-  /// Receives the routes that no watcher has taken yet, and all that are added while it exists.
-  /// What it has not taken when it goes away is kept, unless there is another watcher. The routes
+  /// Receives the routes that no watcher has received yet, and all routes that are added while it
+  /// exists. On destruction its unread routes are kept, unless there is another watcher. The routes
   /// must outlive it.
   class Watcher {
    public:
@@ -29,7 +29,7 @@ class Routes {
     Watcher(const Watcher&) = delete;
     Watcher& operator=(const Watcher&) = delete;
 
-    /// Returns when there is a route to take.
+    /// Returns when there is an unread route.
     boost::asio::awaitable<void> wait();
     std::optional<std::string> take();
 

@@ -6,7 +6,7 @@
 
 #include "Desktop/Client/Records.hpp"
 
-/// What the fields of a server say together.
+/// The state of a server, derived from its fields.
 namespace zephyl::sandbox::desktop {
 
 enum class ServerState { disabled, connected, networkUp, networkDown, notConnected };
@@ -18,11 +18,11 @@ std::string_view wordsFor(ServerState state);
 struct Problem {
   /// As the tray, the agent or the server reports it.
   std::string reason;
-  /// What it means and what the user can do.
+  /// Its meaning and the user's options.
   std::string_view explanation;
 };
 
-/// Everything that is wrong with the connection to a server, the most important first.
+/// Returns all problems of the connection to a server, the most important first.
 std::vector<Problem> problemsOf(const ServerEntry& server);
 
 }  // namespace zephyl::sandbox::desktop

@@ -7,16 +7,15 @@
 
 namespace zephyl::sandbox::desktop {
 
-/// How the tray that started this program is reached: the port of its control API and the token
-/// that opens it.
+/// The access to the tray that started this program: the port and the token of its control API.
 struct TrayAccess {
   unsigned short port = 0;
   std::string token;
 };
 
-/// Removes ZEPHYL_ONBOARD_TOKEN from the environment of this process, which other programs could
-/// read. Returns nullopt when the tray has not started this program. An error when the port is
-/// missing or invalid.
+/// Reads the access from the environment, and removes ZEPHYL_ONBOARD_TOKEN from it, because other
+/// programs could read it. Returns nullopt if the tray has not started this program. Fails if the
+/// port is missing or invalid.
 Result<std::optional<TrayAccess>> takeTrayAccess();
 
 }  // namespace zephyl::sandbox::desktop

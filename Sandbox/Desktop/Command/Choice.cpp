@@ -42,7 +42,7 @@ Result<std::string> chooseServer(const std::vector<ServerEntry>& servers,
   }
   if (found.size() == 1) return found.front().id;
   if (!found.empty()) {
-    return Error{"\"", visible(meant), "\" may be any of ", described(found)};
+    return Error{"\"", visible(meant), "\" is ambiguous: ", described(found)};
   }
   if (servers.empty()) return Error{"There are no servers yet."};
   return Error{"No server is called \"", visible(meant), "\". There is ", described(servers), "."};

@@ -10,20 +10,20 @@ namespace zephyl::sandbox::desktop {
 namespace {
 
 constexpr auto closingHelp = R"(
-ID is a server's id, the beginning of one, or the server's name. FOLDER is a path or the name that
-`folders` shows. An invite key is secret: with "-" it is read from standard input, so that it stands
-neither in the list of processes nor in the shell's history.
+ID is a server's id, an unambiguous prefix of it, or the server's name. FOLDER is a path or a name
+from `folders`. An invite key is secret: "-" reads it from standard input, so that it does not
+appear in the list of processes and the shell's history.
 
 Options:
-  --json    print the answer of the tray's control API as it is
+  --json    print the answer of the tray's control API unchanged
   --help    print this help
 
 Environment:
   ZEPHYL_SANDBOX_DESKTOP_SOCKET   the window's socket, else Zephyl/desktop.sock in $XDG_DATA_HOME
                                   or ~/.local/share
 
-Without a command it is the window itself, or brings the one that is open to the front. Started by
-the tray where there is no display, it only takes commands.
+Without a command it runs the window, or brings an open window to the front. If the tray starts it
+without a display, it only accepts commands.
 )";
 
 std::string usageOf(const Verb& verb) {
@@ -33,7 +33,7 @@ std::string usageOf(const Verb& verb) {
 
 std::string helpText(std::string_view program, std::span<const Verb> verbs) {
   auto text = formatText(
-      "A stand-in for the desktop window app, to try everything with.\n\n"
+      "A stand-in for the desktop window app, for development.\n\n"
       "Usage: {} [--json] COMMAND\n\nCommands:\n",
       program);
   for (const auto& verb : verbs) text += formatText("  {:<20}  {}\n", usageOf(verb), verb.help);

@@ -13,21 +13,21 @@ namespace zephyl::sandbox::desktop {
 /// A command of the program.
 struct Verb {
   std::string_view name;
-  /// As in the help, separated by spaces.
+  /// As printed in the help, separated by spaces.
   std::string_view operands;
   std::string_view help;
 };
 
-/// A command with its operands, as the user wrote it.
+/// A parsed command line.
 struct Invocation {
   std::string verb;
   std::vector<std::string> operands;
-  /// Print the API's answer as it is.
+  /// Print the API's answer unchanged.
   bool json = false;
 };
 
-/// Parses the words after the program's name: a verb with exactly its operands. --json may stand
-/// anywhere, "--" ends the options, --help goes before all else.
+/// Parses the words after the program's name: a verb with exactly its operands. --json may be
+/// anywhere, "--" ends the options, and --help has precedence.
 Result<std::variant<Invocation, Notice>> readCommandLine(std::string_view program,
                                                          std::span<const Verb> verbs,
                                                          std::span<const char* const> words);

@@ -19,7 +19,7 @@
 namespace zephyl::sandbox::desktop {
 namespace {
 
-/// What a command works with: the window, and what the user wrote.
+/// The context of a command: the window and the command line.
 struct Session {
   std::string_view program;
   Invocation invocation;
@@ -36,7 +36,7 @@ struct Session {
     return contentAs<T>(*answer);
   }
 
-  /// Sends the request that the command is about. With --json its answer is printed as it is.
+  /// Sends the command's request. With --json prints its answer unchanged.
   [[nodiscard]] Result<json::Value> askAndShow(const Request& request) const {
     const auto answer = link.ask(request);
     if (!answer) return answer.error();
@@ -50,7 +50,7 @@ struct Session {
     return {};
   }
 
-  /// The id of the server that the first operand means.
+  /// Returns the id of the server that the first operand names.
   [[nodiscard]] Result<std::string> server() const {
     const auto known = ask<ServerList>(getServers());
     if (!known) return known.error();
@@ -58,7 +58,7 @@ struct Session {
   }
 };
 
-/// Prints what `report` makes of the answer.
+/// Sends the request and prints the answer, formatted by `report`.
 template <typename T, typename Report>
 Result<void> showAnswer(const Session& session, const Request& request, Report report) {
   const auto answer = session.askAndShow(request);
@@ -75,7 +75,7 @@ Result<void> change(const Session& session, const Request& request, const std::s
   return session.show(text + '\n');
 }
 
-/// A change of the server that the first operand means.
+/// Sends a change of the server that the first operand names.
 template <typename MakeRequest>
 Result<void> changeServer(const Session& session, MakeRequest makeRequest,
                           const std::string& text) {
@@ -94,7 +94,7 @@ Result<void> join(const Session& session) {
   auto key = session.operand(0);
   if (key == "-" && !std::getline(std::cin, key)) return Error{"no key on standard input"};
   return change(session, joinServer(key),
-                formatText("Joining. See how it goes with: {} servers", session.program));
+                formatText("Joining. See the progress with: {} servers", session.program));
 }
 
 Result<void> servers(const Session& session) {
@@ -143,9 +143,9 @@ Result<void> folders(const Session& session) {
 }
 
 Result<void> share(const Session& session) {
-  // When the user cancels the choice, the API answers with success.
+  // The API answers with success even if the user cancels.
   return changeServer(session, shareFolder,
-                      formatText("Done. See what is shared with: {} folders", session.program));
+                      formatText("Done. List the shared folders with: {} folders", session.program));
 }
 
 Result<void> unshare(const Session& session) {
@@ -182,22 +182,22 @@ struct Entry {
 
 const std::vector<Entry>& entries() {
   static const std::vector<Entry> all{
-      {{"status", "", "whether the tray has joined a server and is connected"}, status},
+      {{"status", "", "print whether the tray has joined a server and is connected"}, status},
       {{"join", "KEY", "join a server with an invite key; - reads the key from standard input"},
        join},
       {{"servers", "", "list the servers"}, servers},
-      {{"rename", "ID NAME", "give a server a name of your own; \"\" takes it back"}, rename},
-      {{"accent", "ID COLOUR", "give a server a color, such as #3366cc; \"\" takes it back"},
+      {{"rename", "ID NAME", "set your own name for a server; \"\" removes it"}, rename},
+      {{"accent", "ID COLOR", "set the color of a server, such as #3366cc; \"\" removes it"},
        accent},
       {{"enable", "ID", "connect to a server"}, enable},
-      {{"disable", "ID", "stay away from a server without forgetting it"}, disable},
-      {{"remove", "ID", "forget a server"}, remove},
+      {{"disable", "ID", "disconnect from a server without removing it"}, disable},
+      {{"remove", "ID", "remove a server"}, remove},
       {{"folders", "", "list the shared folders"}, folders},
-      {{"share", "ID", "have the tray ask for a folder to share with a server"}, share},
-      {{"unshare", "ID FOLDER", "take a folder away from a server"}, unshare},
+      {{"share", "ID", "choose a folder to share with a server"}, share},
+      {{"unshare", "ID FOLDER", "stop sharing a folder with a server"}, unshare},
       {{"restart-agent", "", "restart the agent"}, restart},
-      {{"diagnostics", "", "everything that a bug report needs"}, diagnostics},
-      {{"requests", "", "print each screen that the tray asks for, until interrupted"}, requests},
+      {{"diagnostics", "", "print the diagnostics for a bug report"}, diagnostics},
+      {{"requests", "", "print each screen that the tray requests, until interrupted"}, requests},
   };
   return all;
 }

@@ -19,7 +19,7 @@ constexpr std::size_t columnGap = 2;
 
 using Row = std::vector<std::string>;
 
-/// The columns of a terminal that a text occupies when every character occupies one.
+/// Returns the width of a text, assuming one column per character.
 std::size_t widthOf(std::string_view text) {
   return static_cast<std::size_t>(std::ranges::count_if(
       text, [](char byte) { return (static_cast<unsigned char>(byte) >> 6U) != 2; }));
@@ -29,7 +29,7 @@ std::string padded(const std::string& text, std::size_t columns) {
   return text + std::string(columns - std::min(columns, widthOf(text)), ' ');
 }
 
-/// The width of a column of a table; 0 when there is nothing below its heading.
+/// Returns the width of a column of a table; 0 if all cells below its heading are empty.
 std::size_t columnWidth(const std::vector<Row>& rows, std::size_t column) {
   std::size_t width = 0;
   for (const auto& row : std::span(rows).subspan(1)) {
@@ -38,8 +38,8 @@ std::size_t columnWidth(const std::vector<Row>& rows, std::size_t column) {
   return width == 0 ? 0 : std::max(width, widthOf(rows.front()[column]));
 }
 
-/// A table whose first row is the heading. Empty columns are left out, and control characters are
-/// made visible.
+/// Formats a table whose first row is the heading. Omits empty columns, and makes control
+/// characters visible.
 std::string tableText(std::vector<Row> rows) {
   std::vector<std::string> lines(rows.size());
   for (auto& row : rows) std::ranges::transform(row, row.begin(), visible);
@@ -65,7 +65,7 @@ std::string joined(std::string text, std::string_view separator, std::string_vie
   return text.append(more);
 }
 
-/// The shortest beginning of the id that only this server has.
+/// Returns the shortest unambiguous prefix of the server's id.
 std::string shortId(const std::string& id, const std::vector<ServerEntry>& servers) {
   for (auto length = minIdLength; length < id.size(); ++length) {
     const auto prefix = std::string_view(id).substr(0, length);
@@ -158,7 +158,7 @@ std::string statusReport(const TrayStatus& status) {
 }
 
 std::string serversReport(const std::vector<ServerEntry>& servers) {
-  std::vector<Row> rows{{"ID", "NAME", "COLOUR", "STATE", "ADDRESS", "RELAY", "TROUBLE"}};
+  std::vector<Row> rows{{"ID", "NAME", "COLOR", "STATE", "ADDRESS", "RELAY", "TROUBLE"}};
   for (const auto& server : servers) {
     const auto address = server.webUrl ? server.webUrl : server.boundAddress;
     rows.push_back({shortId(server.id, servers), server.name, server.accent,

@@ -5,12 +5,12 @@
 
 #include "Desktop/Client/Records.hpp"
 
-/// The answers of the control API as texts for a terminal.
+/// Format the answers of the control API for a terminal.
 namespace zephyl::sandbox::desktop {
 
 std::string statusReport(const TrayStatus& status);
 std::string serversReport(const std::vector<ServerEntry>& servers);
-/// `servers` gives the names of those that a folder is shared with.
+/// `servers` provides the names of servers.
 std::string foldersReport(const std::vector<FolderEntry>& folders,
                           const std::vector<ServerEntry>& servers);
 /// Any JSON, indented.

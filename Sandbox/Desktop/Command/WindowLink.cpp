@@ -20,13 +20,13 @@ class Connection {
     if (!endpoint) return endpoint.error();
     error_code error;
     socket_.connect(*endpoint, error);
-    if (error) return Error{"no window takes commands at ", path, ": ", error.message()};
+    if (error) return Error{"no window accepts commands at ", path, ": ", error.message()};
     asio::write(socket_, asio::buffer(json::compact(json::encode(command)) + '\n'), error);
-    if (error) return Error{"the window does not listen: ", error.message()};
+    if (error) return Error{"the window does not read: ", error.message()};
     return {};
   }
 
-  /// Waits for the next reply. One that says what is wrong is an error.
+  /// Waits for the next reply. A reply with "error" is an error.
   Result<Reply> reply() {
     error_code error;
     const auto size =
@@ -34,7 +34,7 @@ class Connection {
     if (error) return Error{"the window has ended: ", error.message()};
     auto reply = json::decodeText<Reply>(std::string_view(received_).substr(0, size));
     received_.erase(0, size);
-    if (!reply) return Error{"the window's answer makes no sense"};
+    if (!reply) return Error{"the window's answer is invalid"};
     if (reply->error) return Error{*reply->error};
     return reply;
   }

@@ -8,17 +8,17 @@
 
 namespace zephyl::sandbox::desktop {
 
-/// Speaks to the window that the tray started, through its socket. Every operation waits for its
+/// A client of the socket of the window that the tray started. Every operation waits for its
 /// answer.
 class WindowLink {
  public:
   explicit WindowLink(std::string socketPath) : path_(std::move(socketPath)) {}
 
-  /// Returns the control API's answer, whatever its status, or why there is none.
+  /// Returns the control API's answer with any status, or an error if there is no answer.
   [[nodiscard]] Result<Answer> ask(const Request& request) const;
 
-  /// Calls `onRoute` with each route that the tray asks for. Returns why it ended: the window is
-  /// gone.
+  /// Calls `onRoute` with each screen that the tray requests. Returns when the window has ended,
+  /// with the reason.
   [[nodiscard]] Error watch(const std::function<void(const std::string&)>& onRoute) const;
 
  private:

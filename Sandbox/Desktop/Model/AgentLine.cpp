@@ -23,7 +23,7 @@ std::optional<AgentLine> modelLine(const ModelEntry& model) {
                    fractionOf(model.downloadedBytes, model.totalBytes)};
 }
 
-/// Over all folders that are still being indexed.
+/// Returns the total progress of all folders that are being indexed; nullopt if there are none.
 std::optional<AgentLine> indexingLine(const std::vector<IndexEntry>& indexes) {
   std::int64_t embedded = 0;
   std::int64_t files = 0;

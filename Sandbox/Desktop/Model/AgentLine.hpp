@@ -13,7 +13,7 @@ struct AgentLine {
 
   std::string text;
   Mood mood = Mood::calm;
-  /// From 0 to 1, while there is progress to show.
+  /// From 0 to 1; nullopt if there is no progress to show.
   std::optional<double> progress = {};
 
   bool operator==(const AgentLine&) const = default;

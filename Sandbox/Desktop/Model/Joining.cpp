@@ -8,7 +8,8 @@
 namespace zephyl::sandbox::desktop {
 namespace {
 
-/// How many lists may repeat an error of an earlier key before it counts for the newest one.
+/// The number of lists that may repeat an error of an earlier key before it is attributed to the
+/// newest one.
 constexpr int listsWithOldError = 5;
 
 const ServerEntry* find(const std::vector<ServerEntry>& servers, const std::string& id) {
@@ -46,8 +47,8 @@ void Joining::update(const std::vector<ServerEntry>& servers) {
   follow(*joined);
 }
 
-/// A key for a known server adds none: it is the server that an earlier key was for, else one that
-/// is not connected, else any.
+/// Returns the server of a key that added no server: the server of an earlier key, else one that is
+/// not connected, else any.
 const ServerEntry* Joining::findJoined(const std::vector<ServerEntry>& servers) const {
   for (const auto& server : servers) {
     if (find(before_, server.id) == nullptr) return &server;

@@ -8,15 +8,15 @@
 
 namespace zephyl::sandbox::desktop {
 
-/// How joining a server proceeds, from its invite key until the server is connected. The tray
-/// reports in two ways: it refuses a key at once, and what follows shows in the list of servers.
+/// The progress of joining a server, from its invite key until the server is connected. The tray
+/// refuses an invalid key at once, and reports later progress in the list of servers.
 class Joining {
  public:
   enum class Step { idle, sending, connecting, connected };
 
-  /// The key is sent. `servers` are those that the tray knows.
+  /// The key was sent. `servers` are the known ones.
   void begin(const std::vector<ServerEntry>& servers);
-  /// The tray refused the key, or could not be asked.
+  /// The tray refused the key, or could not be reached.
   void refused(std::string reason);
   /// The tray registered the server.
   void accepted();
@@ -29,11 +29,11 @@ class Joining {
   [[nodiscard]] bool isUnderWay() const {
     return step_ == Step::sending || step_ == Step::connecting;
   }
-  /// Why the newest key was not accepted; empty when nothing was refused.
+  /// Why the newest key was refused; empty if it was not.
   [[nodiscard]] const std::string& error() const { return error_; }
-  /// What is being done; empty unless a join is under way.
+  /// The current step; empty unless a join is in progress.
   [[nodiscard]] const std::string& progress() const { return progress_; }
-  /// The joined server, as soon as it is known.
+  /// The joined server; nullopt until it is known.
   [[nodiscard]] const std::optional<std::string>& serverId() const { return serverId_; }
 
  private:

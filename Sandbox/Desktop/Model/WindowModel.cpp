@@ -14,7 +14,7 @@ std::optional<std::string> failureOf(const Result<Answer>& answer) {
   return content ? std::nullopt : std::optional(content.error().message);
 }
 
-/// The part between "servers/" and the suffix, if the route has both.
+/// Returns the part between "servers/" and the suffix; nullopt if the route lacks either.
 std::optional<std::string> serverIn(std::string_view route, std::string_view suffix) {
   constexpr std::string_view prefix = "servers/";
   if (!route.starts_with(prefix) || !route.ends_with(suffix)) return std::nullopt;

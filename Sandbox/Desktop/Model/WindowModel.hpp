@@ -12,37 +12,36 @@
 
 namespace zephyl::sandbox::desktop {
 
-/// What the window shows: the tray's servers, folders and agent as the newest poll reported them,
-/// and which of them the user looks at. Knows nothing of widgets, threads or time: the owner calls
-/// `refresh` while the window is visible.
+/// The state of the window: the tray's servers, folders and agent according to the newest poll, and
+/// the page that is selected. Independent of widgets, threads and time: the owner calls `refresh`
+/// while the window is visible.
 ///
-/// A poll that was under way while something was changed is repeated, so a widget never falls back
-/// to the value before a change. The folders are polled apart from the rest, because the tray asks
-/// the agent for them, which may take a minute. Lives on one thread, and outlives the requests that
-/// it has sent.
+/// A poll that overlaps a change is repeated, so a widget never shows the value before the change
+/// again. Folders are polled separately, because the tray requests them from the agent, which may
+/// take a minute. Must be used on one thread, and must outlive its requests.
 class WindowModel {
  public:
   /// The connection to the tray.
   enum class Link {
-    waiting,   ///< nothing was answered yet
+    waiting,   ///< no poll was answered yet
     answers,   ///< the newest poll was answered
     gone,      ///< the tray does not answer
     replaced,  ///< another run of the tray answers, which refuses the token of this one
-    absent     ///< this program was given no access to a tray
+    absent     ///< this program has no access to a tray
   };
   /// `none`: the servers are not known yet.
   enum class Page { none, join, server };
-  /// A part of the window that is to get the keyboard, or the question to ask.
+  /// The part of the window that should get the keyboard focus, or the question to ask.
   enum class Focus { inviteKey, servers, name, removal };
 
   using Answered = std::function<void(const Result<Answer>&)>;
-  /// Called with the reason when the change was not made.
+  /// Called with the reason if the change failed.
   using Done = std::function<void(const std::optional<std::string>& failure)>;
 
   struct Port {
     /// Sends a request to the tray. Calls back later, on the same thread.
     std::function<void(const Request& request, Answered answered)> ask;
-    /// Called after anything that the model returns has changed.
+    /// Called after every change of the model's state.
     std::function<void()> changed;
   };
 
@@ -50,16 +49,16 @@ class WindowModel {
   WindowModel(const WindowModel&) = delete;
   WindowModel& operator=(const WindowModel&) = delete;
 
-  /// There is no tray to ask. Polls nothing from now on.
+  /// Ends polling, because there is no tray.
   void setAbsent();
   /// Polls the tray, unless a poll or a change is under way.
   void refresh();
 
   [[nodiscard]] Link link() const { return link_; }
-  /// Whether the tray has answered a poll at any time.
+  /// Returns whether the tray has ever answered a poll.
   [[nodiscard]] bool wasConnected() const { return wasConnected_; }
-  /// Whether servers can be joined: the programs of the private network are installed, as far as is
-  /// known.
+  /// Returns whether servers can be joined: the programs of the private network are not known to be
+  /// missing.
   [[nodiscard]] bool canJoin() const { return !wasConnected_ || state_.status.available; }
   [[nodiscard]] const std::vector<ServerEntry>& servers() const { return state_.servers.servers; }
   /// nullopt while the agent does not answer.
@@ -68,7 +67,7 @@ class WindowModel {
   }
   [[nodiscard]] const AgentLine& agent() const { return agent_; }
   [[nodiscard]] const Joining& joining() const { return joining_; }
-  /// Something that the user should know and that has no other place; empty if there is nothing.
+  /// Returns a message for the user that belongs to no page, or an empty text.
   [[nodiscard]] const std::string& notice() const { return notice_; }
 
   [[nodiscard]] Page page() const;
@@ -76,20 +75,20 @@ class WindowModel {
   [[nodiscard]] const ServerEntry* selected() const;
   void select(const std::string& id);
   void showJoinPage();
-  /// Shows a screen that the tray asks for: "join", "servers", "servers/<id>/rename" or
-  /// "servers/<id>/remove". A server that is not known yet is awaited until the next poll.
+  /// Shows a screen that the tray requests: "join", "servers", "servers/<id>/rename" or
+  /// "servers/<id>/remove". Waits until the next poll if the server is not known yet.
   void open(const std::string& route);
-  /// Returns what is to get the keyboard, once.
+  /// Returns, and resets, the part that should get the keyboard focus.
   std::optional<Focus> takeFocus() { return std::exchange(focus_, std::nullopt); }
 
   void join(const std::string& inviteKey);
-  /// An empty name removes the user's own.
+  /// An empty name removes the user's own name.
   void rename(const std::string& id, const std::string& name, Done done);
   void setAccent(const std::string& id, const std::string& accent, Done done);
   void setEnabled(const std::string& id, bool enabled, Done done);
   void remove(const std::string& id, Done done);
   void setFolderShared(const std::string& id, const std::string& root, bool shared, Done done);
-  /// Has the tray ask the user for a folder, which may take minutes. Polls go on meanwhile.
+  /// Makes the tray ask the user for a folder, which may take minutes. Polling continues meanwhile.
   void shareFolder(const std::string& id, Done done);
   void restartAgent(Done done);
   /// Calls back with the diagnostics as indented JSON.
@@ -110,7 +109,7 @@ class WindowModel {
     Focus focus;
   };
 
-  /// Sends the next request of a poll. `next` is skipped when the poll has failed or is repeated.
+  /// Sends the next request of a poll. `next` is skipped if the poll failed or is repeated.
   template <typename T>
   void pollNext(const Request& request, std::function<void(Result<T>)> next);
   void pollServers();

@@ -13,10 +13,10 @@
 
 namespace zephyl::sandbox::desktop {
 
-/// The state of the agent, and what to do about it.
+/// A bar with the state of the agent and buttons for it.
 class AgentBar final : public QWidget {
  public:
-  /// The model outlives the bar.
+  /// The model must outlive the bar.
   explicit AgentBar(WindowModel& model);
 
   void showAgent();

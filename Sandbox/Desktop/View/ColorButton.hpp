@@ -9,12 +9,12 @@
 
 namespace zephyl::sandbox::desktop {
 
-/// Shows a color and lets the user choose another one from a menu.
+/// A button that shows a color and lets the user choose another one from a menu.
 class ColorButton final : public QPushButton {
  public:
   ColorButton();
 
-  /// Called with "#rrggbb", or an empty text for the server's own color.
+  /// Called with "#rrggbb", or with an empty text for the server's own color.
   std::function<void(const std::string& color)> onChosen;
 
   void showColor(const std::string& color);
@@ -23,7 +23,7 @@ class ColorButton final : public QPushButton {
   void addColor(const QString& name, const QColor& color);
   void chooseOther();
 
-  std::string color_ = "?";  // no color was shown yet
+  std::string color_ = "?";  // before the first color is shown
   QMenu menu_;
   std::unique_ptr<QColorDialog> dialog_;
 };

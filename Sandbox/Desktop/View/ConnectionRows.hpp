@@ -7,10 +7,10 @@
 
 namespace zephyl::sandbox::desktop {
 
-/// The rows of a form that say where a server is reached, and what is wrong with its connection.
+/// The rows of a form with a server's address and the problems of its connection.
 class ConnectionRows final {
  public:
-  /// Must be called once. The form outlives the rows.
+  /// Must be called once. The form must outlive the rows.
   void addTo(QFormLayout& form);
   void showServer(const ServerEntry& server);
 

@@ -14,7 +14,7 @@ bool isSharedWith(const FolderEntry& folder, const std::string& serverId) {
   return std::ranges::find(*folder.servers, serverId) != folder.servers->end();
 }
 
-/// What the Tab key leaves for a widget.
+/// Returns the widget before this one in the order of the Tab key.
 QWidget* focusBefore(const QWidget& widget) {
   auto* before = widget.previousInFocusChain();
   while (before != &widget && (before->focusPolicy() & Qt::TabFocus) == 0) {

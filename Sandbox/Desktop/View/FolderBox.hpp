@@ -16,19 +16,19 @@
 
 namespace zephyl::sandbox::desktop {
 
-/// The folders that the agent shares, each with a box that says whether one server has it.
+/// The list of the agent's folders. Each has a box for sharing it with one server.
 class FolderBox final : public QGroupBox {
  public:
   FolderBox();
 
   std::function<void(const std::string& root, bool shared)> onShared;
-  /// The user wants to share another folder.
+  /// The user asked to share another folder.
   std::function<void()> onShare;
 
-  /// `folders` are nullopt while the agent does not answer.
+  /// `folders` is nullopt while the agent does not answer.
   void showFolders(const std::optional<std::vector<FolderEntry>>& folders,
                    const std::string& serverId);
-  /// While a folder is being chosen no other one can be.
+  /// Disables the button while a folder is being chosen.
   void setChoosing(bool choosing);
 
  private:

@@ -13,10 +13,10 @@
 
 namespace zephyl::sandbox::desktop {
 
-/// Asks for an invite key, and shows how joining proceeds.
+/// A page that asks for an invite key, and shows the progress of joining.
 class JoinPage final : public QWidget {
  public:
-  /// The model outlives the page.
+  /// The model must outlive the page.
   explicit JoinPage(WindowModel& model);
 
   void showProgress();

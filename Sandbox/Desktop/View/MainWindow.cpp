@@ -16,7 +16,7 @@ using Link = WindowModel::Link;
 std::string textFor(Link link) {
   switch (link) {
     case Link::gone:
-      return "Zephyl's tray is not running. Start it, and this window goes on.";
+      return "Zephyl's tray is not running. Start it, and this window reconnects.";
     case Link::replaced:
       return "Zephyl's tray was started again. Reconnect to go on; what you have typed and not "
              "saved is lost.";
@@ -127,7 +127,7 @@ void MainWindow::moveFocus(WindowModel::Focus focus) {
 }
 
 void MainWindow::present(const std::string& token) {
-  // The toolkit reads the token when it asks for the activation.
+  // The toolkit reads the token when it requests the activation.
   if (!token.empty()) qputenv("XDG_ACTIVATION_TOKEN", QByteArray::fromStdString(token));
   setWindowState(windowState() & ~Qt::WindowMinimized);
   show();

@@ -17,26 +17,26 @@
 
 namespace zephyl::sandbox::desktop {
 
-/// The window: the servers on the left, a page on the right, the agent below, and a line above when
-/// the tray is not there.
+/// The window: the servers on the left, a page on the right, the agent below, and a line above if
+/// the tray is unreachable.
 class MainWindow final : public QWidget {
  public:
   struct Events {
-    /// The window appeared or disappeared, also by being minimized.
+    /// The window became visible or invisible. A minimized window is invisible.
     std::function<void(bool visible)> visibilityChanged;
     std::function<void()> closed;
-    /// The user wants the tray to open its window.
+    /// The user asks the tray to open its window.
     std::function<void()> reconnect;
   };
 
-  /// The model outlives the window.
+  /// The model must outlive the window.
   MainWindow(WindowModel& model, Events events);
 
-  /// Shows what the model returns.
+  /// Shows the state of the model.
   void refresh();
   /// Brings the window to the front. The token, which may be empty, permits that.
   void present(const std::string& token);
-  /// Whether the user has typed something that was not sent.
+  /// Returns whether there is typed text that was not sent.
   [[nodiscard]] bool hasTypedText() const {
     return serverPage_.hasTypedText() || joinPage_.hasTypedText();
   }

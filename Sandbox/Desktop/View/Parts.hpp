@@ -9,7 +9,7 @@
 #include <functional>
 #include <string>
 
-/// Parts that several widgets of the window are made of.
+/// Parts that several widgets of the window share.
 namespace zephyl::sandbox::desktop {
 
 namespace colors {
@@ -19,14 +19,14 @@ inline const QColor bad(0xd6, 0x2f, 0x2f);
 inline const QColor idle(0x8c, 0x8c, 0x8c);
 }  // namespace colors
 
-/// A disc with a diameter of `size` pixels that do not depend on the device.
+/// Returns a disc with a diameter of `size` device-independent pixels.
 QPixmap dotOf(const QColor& color, int size, qreal scale);
 
-/// Makes the square of a box that is not checked visible on a dark background, too.
+/// Makes the square of an unchecked box visible on a dark background.
 void outline(QCheckBox& box);
 
-/// A text from outside: plain, wrapped, at most 2000 bytes long. Can be selected with the mouse and
-/// the keyboard.
+/// Shows an untrusted text without markup, wrapped and cut at 2000 bytes. The text can be selected
+/// with mouse and keyboard.
 class TextLabel final : public QLabel {
  public:
   TextLabel();
@@ -36,7 +36,7 @@ class TextLabel final : public QLabel {
   void setAlarming();
   void setSecondary();
 
-  /// One line; a longer text takes what it needs at the width that it is given.
+  /// One line. A longer text gets the height that it needs at its width.
   [[nodiscard]] QSize sizeHint() const override { return minimumSizeHint(); }
   [[nodiscard]] QSize minimumSizeHint() const override { return {0, fontMetrics().height()}; }
 
@@ -44,20 +44,20 @@ class TextLabel final : public QLabel {
   void setColor(const QColor& color);
 };
 
-/// A line that shows a value and lets the user replace it. What the user types is kept until it is
-/// committed, with Return or by leaving the field, or given up with Escape.
+/// A line that shows a value and lets the user edit it. Typed text is kept until it is committed,
+/// with Return or by leaving the field, or discarded with Escape.
 class EditedField final : public QLineEdit {
  public:
   explicit EditedField(const QString& accessibleName);
 
-  /// Called with what the user has typed.
+  /// Called with the typed text.
   std::function<void(const std::string& text)> onCommit;
 
   /// Shows a value, unless the user has typed another one.
   void showValue(const std::string& value);
-  /// Shows a value and drops what was typed.
+  /// Shows a value and discards typed text.
   void replaceValue(const std::string& value);
-  /// A committed text was not accepted: it counts as typed again.
+  /// Restores a committed text that was refused as typed text.
   void rejectCommit(const std::string& value) { value_ = QString::fromStdString(value); }
   [[nodiscard]] bool isEdited() const { return text() != value_; }
   void commit();

@@ -31,7 +31,7 @@ bool isWaylandReachable(const std::string& display) {
   return !runtime.empty() && acceptsConnections(runtime + "/" + display);
 }
 
-/// The display is ":10.0" or "host:10.0"; one on another host is assumed to be there.
+/// The display is ":10.0" or "host:10.0". A display on another host is assumed to be reachable.
 bool isX11Reachable(const std::string& display) {
   const auto colon = display.rfind(':');
   if (colon == std::string::npos) return false;

@@ -2,8 +2,8 @@
 
 namespace zephyl::sandbox::desktop {
 
-/// Returns whether the display server that the environment names accepts connections. The toolkit
-/// would end the process if it does not.
+/// Returns whether the display server in the environment accepts connections. Otherwise the toolkit
+/// would end the process.
 bool isScreenReachable();
 
 }  // namespace zephyl::sandbox::desktop

@@ -18,16 +18,16 @@
 
 namespace zephyl::sandbox::desktop {
 
-/// The server that is selected: its properties, its connection and its folders.
+/// The page of the selected server: its properties, its connection and its folders.
 class ServerPage final : public QWidget {
  public:
-  /// The model outlives the page.
+  /// The model must outlive the page.
   explicit ServerPage(WindowModel& model);
 
   void showServer(const ServerEntry& server);
-  /// Marks the name, to be typed over.
+  /// Focuses the name and selects its text.
   void editName();
-  /// Asks whether to remove the server that is shown.
+  /// Asks whether to remove the shown server.
   void confirmRemoval();
   [[nodiscard]] bool hasTypedText() const { return name_.isEdited(); }
 
@@ -37,7 +37,7 @@ class ServerPage final : public QWidget {
   void addFolders();
   void rename(const std::string& name);
   void showBoxes(const ServerEntry& server);
-  /// Shows why a change of the server that is shown was not made.
+  /// Returns a callback that shows why a change of the shown server failed.
   [[nodiscard]] WindowModel::Done reportFailure();
   void openInBrowser() const;
 

@@ -65,7 +65,7 @@ QColor textColor(const QStyleOptionViewItem& option) {
   return option.palette.color(isSelected(option) ? QPalette::HighlightedText : QPalette::Text);
 }
 
-/// Beside the content of a row, in the color of its server.
+/// Draws a stripe in the color of the server beside the content of its row.
 void drawStripe(QPainter& painter, const QRect& content, const QColor& color) {
   if (!color.isValid()) return;
   painter.setBrush(color);
@@ -75,7 +75,8 @@ void drawStripe(QPainter& painter, const QRect& content, const QColor& color) {
   painter.drawRoundedRect(stripe, stripeRadius, stripeRadius);
 }
 
-/// A selected row's dot has an edge, as it would hardly be seen on the color of a selection.
+/// Draws the dot of a row. On a selected row it has an edge, to be visible on the selection's
+/// color.
 void drawState(QPainter& painter, const QRect& line, const QStyleOptionViewItem& option,
                const QModelIndex& index) {
   const auto color = isSelected(option) ? textColor(option) : secondaryColor(option.palette);
@@ -139,7 +140,7 @@ ServerSidebar::ServerSidebar() {
 
 void ServerSidebar::showServers(const WindowModel& model) {
   const QSignalBlocker blocker(this);
-  // A list that gets the keyboard chooses its first row, so there must be none yet.
+  // A list that gets the focus selects its first row, so it must still be empty.
   if (model.page() == WindowModel::Page::none) return clear();
   const auto& servers = model.servers();
   if (!hasRowsOf(servers)) makeRows(servers);

@@ -24,7 +24,7 @@ class ServerSidebar final : public QListWidget {
   ServerSidebar();
 
   std::function<void(const std::string& id)> onServer;
-  /// `chosen`: by a click or Return, not only by moving over the row.
+  /// `chosen` is true for a click or Return, and false for moving to the row.
   std::function<void(bool chosen)> onAdd;
 
   void showServers(const WindowModel& model);

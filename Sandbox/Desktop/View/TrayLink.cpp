@@ -37,7 +37,7 @@ void TrayLink::ask(const Request& request, std::function<void(const Result<Answe
   asio::co_spawn(
       service_.io(), service_.tray().ask(request),
       [answered = std::move(answered)](const std::exception_ptr& failure, Result<Answer> answer) {
-        if (failure) answer = Error{"The tray cannot be asked."};
+        if (failure) answer = Error{"The tray cannot be reached."};
         post([answered, answer = std::move(answer)] { answered(answer); });
       });
 }

@@ -9,16 +9,15 @@
 
 namespace zephyl::sandbox::desktop {
 
-/// The window's connection to the tray, on a thread of its own. What it calls back runs on the
-/// thread of the application, while the application's event loop runs. Must be created and
-/// destroyed on that thread; the destructor waits for the other one. Answers that are on their way
-/// then are still delivered.
+/// The window's connection to the tray, on its own thread. Its callbacks run on the application's
+/// thread, in its event loop. Must be created and destroyed on that thread. The destructor waits
+/// for the other thread. Pending answers are still delivered.
 class TrayLink {
  public:
   struct Events {
-    /// The tray wants a screen to be shown.
+    /// The tray requests a screen.
     std::function<void(const std::string& route)> route;
-    /// A signal asked for the end.
+    /// A signal to end was received.
     std::function<void()> ended;
   };
 
@@ -27,7 +26,7 @@ class TrayLink {
   TrayLink(const TrayLink&) = delete;
   TrayLink& operator=(const TrayLink&) = delete;
 
-  /// Starts the thread. An error says why no commands are accepted; everything else works.
+  /// Starts the thread. An error is the reason why no commands are accepted. Everything else works.
   Result<void> start();
   void ask(const Request& request, std::function<void(const Result<Answer>&)> answered);
 

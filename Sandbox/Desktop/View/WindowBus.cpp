@@ -73,7 +73,7 @@ bool WindowBus::handleMessage(const QDBusMessage& message, const QDBusConnection
 
 void WindowBus::call(const QDBusMessage& message, std::function<void(const QDBusMessage&)> done) {
   if (!bus_.isConnected()) {
-    // The watcher of such a call would not report anything.
+    // A watcher of such a call would not report an error.
     QMetaObject::invokeMethod(
         this, [done = std::move(done)] { done({}); }, Qt::QueuedConnection);
     return;

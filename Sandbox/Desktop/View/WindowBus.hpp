@@ -7,25 +7,26 @@
 
 namespace zephyl::sandbox::desktop {
 
-/// The window on the session bus: the name under which the tray knows it, and the request to show
-/// itself. No call waits for an answer. Main thread.
+/// The window on the session bus: owns the name under which the tray finds it, and handles requests
+/// to show it. No call waits for an answer. Must be used on the main thread.
 class WindowBus final : public QDBusVirtualObject {
  public:
-  /// How the request for the name ended.
+  /// The result of the request for the name.
   enum class Name { owned, takenByAnother, unavailable };
 
-  /// `activate` is called when the window is to come to the front; the token, which may be empty,
+  /// `activate` is called when the window should come to the front. The token, which may be empty,
   /// permits that.
   explicit WindowBus(std::function<void(const std::string& token)> activate);
 
   void requestName(std::function<void(Name)> done);
-  /// Whether another program can show this window again once it is hidden.
+  /// Returns whether another program can show this window again after it was hidden.
   [[nodiscard]] bool ownsName() const { return ownsName_; }
-  /// Asks the window that owns the name to come to the front.
+  /// Brings the window that owns the name to the front.
   void activateOther(const std::string& token, std::function<void()> done);
-  /// Asks whether a tray is there that could start a window.
+  /// Queries whether a tray is running that could start a window.
   void findTray(std::function<void(bool found)> done);
-  /// Gives up the name, and asks the tray to show its window: as none has the name, it starts one.
+  /// Releases the name, and asks the tray to show its window. Because no window owns the name, the
+  /// tray starts one.
   void askTrayForWindow(std::function<void(bool asked)> done);
 
  private:

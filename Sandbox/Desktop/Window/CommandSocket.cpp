@@ -44,11 +44,11 @@ bool isWord(std::string_view text) {
 /// Returns nullopt for a command that watches the routes.
 Result<std::optional<Request>> parseCommand(const std::string& line) {
   const auto command = json::decodeText<Command>(line);
-  if (!command) return Error{"the command makes no sense: ", command.error().message};
+  if (!command) return Error{"invalid command: ", command.error().message};
   if (command->watch == "requests") return std::optional<Request>();
   if (!command->method || !command->path) return Error{"the command is incomplete"};
   if (!isWord(*command->method) || !isWord(*command->path) || !command->path->starts_with('/')) {
-    return Error{"the command's method or path makes no sense"};
+    return Error{"the command's method or path is invalid"};
   }
   return std::optional<Request>(
       {.method = *command->method, .path = *command->path, .body = command->body.value_or("")});
@@ -86,7 +86,7 @@ asio::awaitable<void> serveCommand(LocalProtocol::socket socket, TrayClient& tra
   stream.expires_after(commandTimeout);
   std::string received;
   const auto line = co_await readLine(stream, received, maxCommandBytes);
-  const auto command = line ? parseCommand(*line) : Error{"no command came"};
+  const auto command = line ? parseCommand(*line) : Error{"the client sent no command"};
   if (!command) {
     co_await send(stream, errorLine(command.error()));
   } else if (*command) {

@@ -9,7 +9,7 @@ Result<std::string> socketPath() {
   const auto given = environmentVariable("ZEPHYL_SANDBOX_DESKTOP_SOCKET");
   if (given && !given->empty()) return *given;
   if (const auto data = directories::applicationSupport()) return *data + "/Zephyl/desktop.sock";
-  return Error{"neither ZEPHYL_SANDBOX_DESKTOP_SOCKET nor HOME says where the window's socket is"};
+  return Error{"neither ZEPHYL_SANDBOX_DESKTOP_SOCKET nor HOME is set"};
 }
 
 }  // namespace zephyl::sandbox::desktop

@@ -9,15 +9,15 @@
 
 #include "System/Data/JSON.hpp"
 
-/// What a command and the window say to each other on the window's local socket. A JSON object on
-/// a line asks, once per connection; a JSON object on a line answers.
+/// The protocol between a command and the window on the window's local socket. A connection carries
+/// one request. Requests and answers are JSON objects, one per line.
 ///
 ///     {"method":"POST","path":"/invite","body":"{...}"}     {"status":200,"body":"{...}"}
-///     {"watch":"requests"}                                  {"request":"join"}, again and again
-///     anything that could not be done                       {"error":"..."}
+///     {"watch":"requests"}                                  {"request":"join"}, repeatedly
+///     a request that failed                                 {"error":"..."}
 namespace zephyl::sandbox::desktop {
 
-/// The end of the line included.
+/// Includes the end of the line.
 constexpr std::size_t maxCommandBytes = 131'072;
 constexpr std::size_t maxReplyBytes = 134'217'728;
 
@@ -37,8 +37,8 @@ struct Reply {
 };
 BOOST_DESCRIBE_STRUCT(Reply, (), (status, body, request, error))
 
-/// The window's socket: $ZEPHYL_SANDBOX_DESKTOP_SOCKET, else Zephyl/desktop.sock in $XDG_DATA_HOME
-/// or ~/.local/share. An error when none of them is known.
+/// Returns the path of the window's socket: $ZEPHYL_SANDBOX_DESKTOP_SOCKET, else
+/// Zephyl/desktop.sock in $XDG_DATA_HOME or ~/.local/share. Fails if none of these is known.
 Result<std::string> socketPath();
 
 }  // namespace zephyl::sandbox::desktop

@@ -26,7 +26,7 @@ WindowService::WindowService(TrayAccess access)
       signals_(io_, SIGTERM, SIGINT, SIGHUP),
       tray_(std::move(access), routes_) {
   signals_.async_wait([this](boost::system::error_code error, int) {
-    if (!error) end("as told");
+    if (!error) end("as requested");
   });
 }
 
@@ -48,17 +48,17 @@ Result<std::string> WindowService::start(Polling polling) {
                   return serveCommand(std::move(socket), tray_, routes_);
                 });
   if (polling == Polling::everySecond) asio::co_spawn(io_, poll(), asio::detached);
-  log("zephyl-desktop: taking commands at {}", *path);
+  log("zephyl-desktop: accepting commands at {}", *path);
   return *path;
 }
 
 asio::awaitable<void> WindowService::poll() {
   while (::getppid() == parent_) {
-    // The client stores what the tray asks for. A tray that does not answer is asked again.
+    // The client stores the requested screens. A tray that does not answer is polled again.
     co_await tray_.ask(getStatus());
     co_await pause(pollInterval);
   }
-  end("the tray is gone");
+  end("because the tray has ended");
 }
 
 }  // namespace zephyl::sandbox::desktop

@@ -14,12 +14,12 @@
 
 namespace zephyl::sandbox::desktop {
 
-/// What a window that the tray started does besides being shown: it stores the screens that the
-/// tray wants to see, and serves commands on its socket. Without a window on top it also asks the
-/// tray for its state once a second, and ends when the process that started it has ended.
+/// The background work of a window that the tray started: stores the screens that the tray
+/// requests, and serves commands on its socket. Without a visible window it also polls the tray
+/// once a second, and ends when the process that started it has ended.
 ///
-/// Has an event loop of its own, which `run` runs; everything else is for the thread that runs it,
-/// except where a comment says otherwise.
+/// Has an event loop of its own, which `run` runs. All other functions must be called on the thread
+/// that runs it, unless stated otherwise.
 class WindowService {
  public:
   enum class Polling { everySecond, never };
@@ -31,8 +31,8 @@ class WindowService {
   /// Returns the path of the socket that now accepts commands.
   Result<std::string> start(Polling polling);
 
-  /// Returns when a signal asks for the end, when the tray is gone, or when the loop was stopped;
-  /// the first two are logged.
+  /// Returns after a signal to end, when the tray has ended, or when the loop was stopped. Logs the
+  /// first two.
   void run() { io_.run(); }
   /// Makes `run` return. Callable from any thread.
   void stop() { io_.stop(); }

@@ -57,7 +57,7 @@ HTTPResponse siteError(http::status status) {
   return siteResponse(static_cast<unsigned>(status), "text/plain", std::string(reason) + '\n');
 }
 
-/// The server of a site that is read with GET and HEAD. `find` returns what there is at a path.
+/// Returns handlers for GET and HEAD. `find` returns the content of a path.
 template <typename Find>
 HTTPServer::Handlers siteHandlers(Find find) {
   return {
@@ -88,7 +88,7 @@ HTTPResponse welcomeResponse(std::string_view path, const Settings& settings,
                                           .targetResolved = target.isResolved()}));
 }
 
-/// The alias's port 80 when the system allows it, the fallback otherwise.
+/// Listens on the alias's port 80 if the system allows it, otherwise on the fallback.
 Result<tcp::acceptor> listenForTunnel(const asio::any_io_executor& executor,
                                       const Settings& settings) {
   auto first = listenOn(executor, settings.tunnel);

@@ -21,7 +21,7 @@ constexpr auto daemonTimeout = 3s;
 constexpr auto daemonRetryInterval = 100ms;
 constexpr auto proxyTimeout = 1s;
 
-/// Version 5, one method: no authentication. And the answer that accepts it.
+/// A greeting with version 5 and one method, no authentication, and the answer that accepts it.
 constexpr std::array<std::uint8_t, 3> greeting{5, 1, 0};
 constexpr std::array<std::uint8_t, 2> welcome{5, 0};
 
@@ -53,7 +53,7 @@ asio::awaitable<Result<void>> checkProxy(asio::ip::tcp::endpoint endpoint) {
   std::array<std::uint8_t, welcome.size()> answer{};
   const auto [error, size] = co_await asio::async_read(stream, asio::buffer(answer), asTuple);
   if (error) co_return failure(error.message());
-  if (answer != welcome) co_return failure("what listens there speaks something else");
+  if (answer != welcome) co_return failure("the program on this port is not a SOCKS 5 proxy");
   co_return Result<void>();
 }
 

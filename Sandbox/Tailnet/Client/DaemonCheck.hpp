@@ -9,10 +9,10 @@
 
 namespace zephyl::sandbox {
 
-/// Asks the daemon at the socket until it runs; gives up after 3 s, with the last reason.
+/// Queries the daemon at the socket until it runs. Fails after 3 s, with the last error.
 boost::asio::awaitable<Result<control::Status>> awaitDaemon(std::string socketPath);
 
-/// An error unless the daemon's proxy speaks SOCKS 5 and lets us in.
+/// Fails unless the daemon's proxy speaks SOCKS 5 and accepts the client.
 boost::asio::awaitable<Result<void>> checkProxy(boost::asio::ip::tcp::endpoint endpoint);
 
 }  // namespace zephyl::sandbox

@@ -7,7 +7,7 @@
 
 namespace zephyl::sandbox {
 
-/// The one-time key of ZEPHYL_PREAUTH_KEY. Reading it removes it from the environment of this
+/// The one-time key from ZEPHYL_PREAUTH_KEY. Reading it removes it from the environment of this
 /// process, which other programs could read. `forget` overwrites the only copy. It cannot be copied
 /// or printed.
 class PreauthKey {
@@ -28,9 +28,9 @@ class PreauthKey {
   std::string text_;
 };
 
-/// Enrols with the key, unless the file holds an enrolment in the same tailnet. It holds the
-/// fingerprint and nothing of the key. The error is the reason, in the words of a coordination
-/// server.
+/// Enrols with the key, unless the file contains an enrolment in the same tailnet. The file
+/// contains the fingerprint, but no part of the key. The error is the reason, as a coordination
+/// server would give it.
 Result<void> enrol(const StateFile& file, const std::string& fingerprint, const PreauthKey& key);
 
 }  // namespace zephyl::sandbox

@@ -10,9 +10,9 @@
 
 namespace zephyl::sandbox {
 
-/// How this run of the companion is to behave.
+/// The settings of a run of the client.
 struct Settings {
-  /// Of the server's tailnet, in lower case.
+  /// The fingerprint of the server's tailnet, in lower case.
   std::string fingerprint;
   /// The daemon's SOCKS5 proxy.
   boost::asio::ip::tcp::endpoint socks5;
@@ -20,17 +20,17 @@ struct Settings {
   boost::asio::ip::tcp::endpoint shim;
   boost::asio::ip::tcp::endpoint tunnel;
   boost::asio::ip::tcp::endpoint tunnelFallback;
-  /// The server's web address; nullopt when it is to be discovered.
+  /// The server's web address; nullopt if it has to be discovered.
   std::optional<std::string> target;
   /// The daemon's control socket.
   std::string controlSocket;
   Misbehavior misbehavior;
 };
 
-/// The companion's name, options and help.
+/// The client's name, options and help.
 extern const Program companionProgram;
 
-/// An invalid value in the command line or the environment is an error.
+/// Fails for an invalid value in the command line or the environment.
 Result<Settings> readSettings(SettingsReader reader);
 
 }  // namespace zephyl::sandbox

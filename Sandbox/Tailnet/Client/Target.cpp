@@ -15,7 +15,7 @@ using namespace std::chrono_literals;
 
 constexpr auto resolveInterval = 5s;
 
-/// The host of a web address, in lower case. An address without scheme begins with its host.
+/// Returns the host of a web address in lower case. An address without scheme begins with its host.
 std::string hostOf(std::string_view address) {
   if (const auto scheme = address.find("://"); scheme != std::string_view::npos) {
     address.remove_prefix(scheme + 3);

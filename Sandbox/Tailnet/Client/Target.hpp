@@ -6,9 +6,9 @@
 
 namespace zephyl::sandbox {
 
-/// The server's web address, which the tailnet may or may not be able to resolve. Nothing is looked
-/// up: a host below ".invalid" or with "unresolved" in it does not resolve until there is a file
-/// `resolve` in the state directory; every other host does.
+/// The server's web address. Its resolution is simulated: a host below ".invalid", or with
+/// "unresolved" in its name, does not resolve until the file `resolve` exists in the state
+/// directory. Every other host resolves.
 class Target {
  public:
   Target(std::string address, std::string stateDirectory);
@@ -19,7 +19,7 @@ class Target {
   /// Tries once and logs the outcome.
   void resolve();
 
-  /// Tries again every 5 s until it succeeds; logs nothing before.
+  /// Retries every 5 s until it succeeds. Logs only the success.
   boost::asio::awaitable<void> keepResolving();
 
  private:

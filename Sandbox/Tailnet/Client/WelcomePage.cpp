@@ -16,12 +16,12 @@ constexpr auto qualities =
 constexpr auto places =
     std::to_array({"Anchor", "Beacon", "Bridge", "Brook", "Cove", "Garden", "Grove", "Harbour",
                    "Hill", "Island", "Lantern", "Meadow", "Mill", "Orchard", "Summit", "Willow"});
-/// All dark enough for white text on them.
+/// Colors that are dark enough for white text.
 constexpr auto accents = std::to_array(
     {"#B3261E", "#A8480A", "#8A5A00", "#6B6400", "#4A6B00", "#1E7326", "#00734D", "#00706F",
      "#006A8E", "#1A5FB4", "#3D53C5", "#5B46C2", "#7A3DB8", "#9A2FA0", "#A82A6E", "#5E5C64"});
 
-/// FNV-1a: unlike std::hash, the same on every machine.
+/// Returns the FNV-1a hash, which unlike std::hash is the same on every machine.
 std::uint64_t hash(std::string_view text) {
   std::uint64_t value = 0xcbf29ce484222325;
   for (const char character : text) {
@@ -31,7 +31,7 @@ std::uint64_t hash(std::string_view text) {
   return value;
 }
 
-/// Chooses by a part of the hash and leaves the rest for the next choice.
+/// Chooses by a part of the hash, and keeps the rest for the next choice.
 template <typename List>
 const char* choose(const List& list, std::uint64_t& rest) {
   const auto* choice = list[rest % list.size()];
@@ -75,7 +75,7 @@ constexpr auto page = R"(<!DOCTYPE html>
 <dt>Control plane</dt><dd>{relay}</dd>
 <dt>Accent</dt><dd><code>{accent}</code></dd>
 </dl>
-<footer>The sandbox stands in for this server: the tunnel ends on this machine.</footer>
+<footer>The sandbox simulates this server: the tunnel ends on this machine.</footer>
 </main>
 </body>
 </html>
@@ -100,7 +100,7 @@ std::string escaped(std::string_view text) {
 }  // namespace
 
 ServerIdentity identityOf(std::string_view fingerprint) {
-  // The low bits of this hash alone see only the low bits of the text.
+  // The low bits of this hash depend only on the low bits of the text.
   auto rest = hash(fingerprint);
   rest ^= rest >> 32U;
   const auto* quality = choose(qualities, rest);

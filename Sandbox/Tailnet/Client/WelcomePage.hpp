@@ -5,14 +5,14 @@
 
 namespace zephyl::sandbox {
 
-/// What the server says about itself.
+/// The server's own name and color.
 struct ServerIdentity {
   std::string name;
   /// "#RRGGBB".
   std::string accent;
 };
 
-/// The same fingerprint always gives the same identity.
+/// Returns the identity for a fingerprint. It is always the same.
 ServerIdentity identityOf(std::string_view fingerprint);
 
 struct PageFacts {
@@ -23,8 +23,8 @@ struct PageFacts {
   bool targetResolved = false;
 };
 
-/// The page at the other end of the data tunnel: HTML that loads nothing else. The facts may hold
-/// any text.
+/// Returns the page at the other end of the data tunnel: HTML that loads nothing else. The facts
+/// may contain any text.
 std::string composeWelcomePage(const PageFacts& facts);
 
 }  // namespace zephyl::sandbox

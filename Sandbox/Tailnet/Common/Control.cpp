@@ -12,7 +12,7 @@ namespace {
 
 constexpr auto requestTimeout = 10s;
 constexpr auto answerTimeout = 1s;
-/// The end of the line included.
+/// Includes the end of the line.
 constexpr std::size_t maxLineBytes = 4096;
 
 std::string answerTo(const std::string& line, const Status& status) {
@@ -22,7 +22,7 @@ std::string answerTo(const std::string& line, const Status& status) {
   return json::compact(json::encode(status));
 }
 
-// Not within the coroutine: GCC 12 destroys such a temporary twice there.
+// Not inside the coroutine, because GCC 12 destroys such a temporary twice there.
 std::string statusRequest() {
   return json::compact(json::encode(Request{.op = "status"}));
 }
@@ -50,7 +50,7 @@ asio::awaitable<Result<Status>> askStatus(LocalProtocol::endpoint endpoint) {
   const auto line = co_await readLine(stream, received, maxLineBytes);
   if (!line) co_return line.error();
   auto status = json::decodeText<Status>(*line);
-  if (!status) co_return Error{"its answer makes no sense"};
+  if (!status) co_return Error{"its answer is invalid"};
   if (!status->running) co_return Error{"it is not running yet"};
   co_return status;
 }

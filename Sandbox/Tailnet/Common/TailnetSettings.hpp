@@ -5,10 +5,10 @@
 #include "Common/Endpoint.hpp"
 #include "Common/Program.hpp"
 
-/// Settings that the daemon and the companion have in common.
+/// Settings shared by the daemon and the client.
 namespace zephyl::sandbox {
 
-/// An option whose value is a loopback address and a port.
+/// Reads an option whose value is a loopback address and a port.
 inline boost::asio::ip::tcp::endpoint readEndpoint(SettingsReader& reader, const char* option) {
   const auto endpoint = parseLoopbackEndpoint(reader.text(option));
   if (endpoint) return *endpoint;

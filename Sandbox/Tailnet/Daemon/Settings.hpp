@@ -9,9 +9,9 @@
 
 namespace zephyl::sandbox {
 
-/// How this run of the daemon is to behave.
+/// The settings of a run of the daemon.
 struct Settings {
-  /// Where the SOCKS5 proxy listens.
+  /// The endpoint of the SOCKS5 proxy.
   boost::asio::ip::tcp::endpoint socks5;
   std::string stateDirectory;
   std::string controlSocket;
@@ -21,7 +21,7 @@ struct Settings {
 /// The daemon's name, options and help.
 extern const Program daemonProgram;
 
-/// An invalid value in the command line or the environment is an error.
+/// Fails for an invalid value in the command line or the environment.
 Result<Settings> readSettings(SettingsReader reader);
 
 }  // namespace zephyl::sandbox

@@ -13,7 +13,7 @@ namespace asio = boost::asio;
 using asio::ip::tcp;
 namespace {
 
-/// Clients may send an address in the place of a name.
+/// Clients may send an address instead of a name.
 std::optional<asio::ip::address> asAddress(const Destination& destination) {
   if (const auto* address = std::get_if<asio::ip::address>(&destination.host)) return *address;
   boost::system::error_code error;

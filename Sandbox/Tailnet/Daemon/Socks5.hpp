@@ -9,7 +9,7 @@
 
 #include <boost/asio/ip/tcp.hpp>
 
-/// The wire form of SOCKS version 5 (RFC 1928), as far as this proxy speaks it.
+/// The wire format of SOCKS version 5 (RFC 1928), reduced to the parts that this proxy supports.
 namespace zephyl::sandbox::socks5 {
 
 constexpr std::uint8_t version = 5;
@@ -36,17 +36,17 @@ struct Destination {
   std::uint16_t port = 0;
 };
 
-/// Where the destination may be reached: a loopback address itself, both loopback addresses for
-/// "localhost" and names below it, nowhere else. No name is ever looked up.
+/// Returns the addresses of the destination: a loopback address itself, and both loopback addresses
+/// for "localhost" and names below it. Other destinations have none. Never resolves a name.
 std::vector<boost::asio::ip::tcp::endpoint> allowedEndpoints(const Destination& destination);
 
-/// Fit for a log line, whatever the client sent.
+/// Returns the destination as text that is safe for a log line.
 std::string describe(const Destination& destination);
 
-/// The reply that fits the outcome of a connect.
+/// Returns the reply for the result of a connect.
 Reply replyTo(boost::system::error_code error);
 
-/// The reply's bytes; `bound` is the proxy's own end of the connection.
+/// Returns the reply's bytes. `bound` is the proxy's own end of the connection.
 std::vector<std::uint8_t> encode(Reply reply, const boost::asio::ip::tcp::endpoint& bound);
 
 }  // namespace zephyl::sandbox::socks5

@@ -27,7 +27,7 @@ namespace {
 constexpr auto handshakeTimeout = 10s;
 constexpr std::size_t relayBufferBytes = 16'384;
 
-/// What a client asks for. There is no destination when its kind of address is not supported.
+/// A client's request. The destination is absent if its kind of address is not supported.
 struct Request {
   std::uint8_t command = 0;
   std::optional<socks5::Destination> destination;
@@ -86,7 +86,7 @@ asio::awaitable<std::optional<Request>> readRest(beast::tcp_stream& client, std:
   co_return Request{command, socks5::Destination{*std::move(host), *port}};
 }
 
-/// Returns nullopt when the client does not speak SOCKS 5 or has disconnected.
+/// Returns nullopt if the client does not speak SOCKS 5 or has disconnected.
 asio::awaitable<std::optional<Request>> readRequest(beast::tcp_stream& client) {
   using socks5::AddressType;
   std::array<std::uint8_t, 4> head{};
@@ -140,9 +140,9 @@ asio::awaitable<void> pump(beast::tcp_stream& from, beast::tcp_stream& to) {
   to.close();
 }
 
-/// Carries bytes both ways until both sides have ended. A side that ends its own direction is still
-/// sent to; an error on either side ends both. A slow reader slows the writer down. The streams
-/// must not have a deadline.
+/// Forwards bytes in both directions until both sides have closed. A side that has closed its own
+/// direction still receives. An error on either side ends both. A slow reader slows the writer
+/// down. The streams must not have a deadline.
 asio::awaitable<void> relay(beast::tcp_stream& one, beast::tcp_stream& other) {
   using namespace asio::experimental::awaitable_operators;
   co_await (pump(one, other) && pump(other, one));

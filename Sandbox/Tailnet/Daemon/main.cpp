@@ -22,7 +22,7 @@ namespace {
 
 namespace asio = boost::asio;
 
-/// Each may use two descriptors, so all fit into the usual limit of 1024.
+/// Each may use two descriptors, so that the usual limit of 1024 suffices.
 constexpr std::size_t maxSocksClients = 256;
 constexpr std::size_t maxControlClients = 32;
 
@@ -31,8 +31,8 @@ struct Node {
 };
 BOOST_DESCRIBE_STRUCT(Node, (), (node))
 
-/// The identity of the node in this state directory: random at the first start and kept in
-/// `node.json`.
+/// Returns the identity of the node in this state directory. It is random at the first start and
+/// stored in `node.json`.
 Result<std::string> nodeIn(const std::string& stateDirectory) {
   const auto file = StateFile::open(stateDirectory, "node.json");
   if (!file) return file.error();
@@ -42,7 +42,7 @@ Result<std::string> nodeIn(const std::string& stateDirectory) {
   return fresh.node;
 }
 
-/// Logs each refused destination once while a client keeps trying it.
+/// Logs each refused destination once while a client keeps retrying it.
 std::shared_ptr<const OnRefusal> refusalLog() {
   return std::make_shared<const OnRefusal>(
       [last = std::string()](const std::string& destination) mutable {
