@@ -1,5 +1,5 @@
-// A status item without a tray behind it: shows what it is told on standard input, a JSON object
-// on each line, and says on standard output, in the same form, what the user does.
+// A status item without a tray. Standard input sets what it shows, as a JSON object per line.
+// Standard output reports the user's actions in the same form.
 #include <csignal>
 #include <filesystem>
 #include <iostream>
@@ -34,7 +34,7 @@ std::string text(const json::object& object, const char* name) {
 
 Menu readMenu(const json::value& rows);
 
-/// What the demo's rows carry: an action's name and its object.
+/// The action of a row: a name and an object.
 using Action = std::pair<std::string, std::string>;
 
 MenuEntry readEntry(const json::object& row) {
@@ -118,7 +118,7 @@ class Demo {
     onUpdate_.reset();
   }
 
-  /// Keeps the main thread busy: for a time, or until a file exists.
+  /// Blocks the main thread for a time, or until a file exists.
   static void block(const json::object& command) {
     say({{"event", "blocked"}});
     const auto file = text(command, "until");
@@ -191,7 +191,7 @@ int run(Guardian& guardian) {
 int main(int argc, char** argv) {
   using namespace zephyl;
   std::signal(SIGPIPE, SIG_IGN);
-  // "--ask PID": as a second start would.
+  // "--ask PID" activates the running instance like a second start.
   if (argc == 3) return SingleInstance::requestReopen(std::stoi(argv[2]), "token-of-start") ? 0 : 1;
   Bundle::setMain(Bundle(Bundle::runningExecutable()));
   removePrivateEnvironmentVariables();

@@ -1,4 +1,4 @@
-"""The commands that ask the running tray, without a session bus."""
+"""The commands that need a running tray, without a session bus."""
 
 import json
 import os
@@ -36,7 +36,7 @@ def socket_of(world):
     return world.base / "tray.sock"
 
 
-def test_without_a_tray_a_command_says_so_and_leaves_no_trace(world, commands):
+def test_without_a_tray_a_command_fails_and_leaves_no_files(world, commands):
     for verb in (["status"], ["servers"], ["requests"], ["logs", "--follow"], ["watch"],
                  ["answer", "1", "deny"], ["quit"], ["open"]):
         answer = commands.run(*verb)
@@ -45,7 +45,7 @@ def test_without_a_tray_a_command_says_so_and_leaves_no_trace(world, commands):
     assert not world.base.exists()
 
 
-def test_status_says_in_words_and_in_json_what_goes_on(world, tray, commands):
+def test_status_prints_the_state_in_words_and_as_json(world, tray, commands):
     answer = commands.run("status")
     assert answer.returncode == 0, answer.stdout
     assert f"process {tray.pid}, headless" in answer.stdout
@@ -58,7 +58,7 @@ def test_status_says_in_words_and_in_json_what_goes_on(world, tray, commands):
     assert str(world.folder) in commands.run("folders").stdout
 
 
-def test_an_installation_without_parts_tells_what_to_do(world, start_tray, commands):
+def test_an_incomplete_installation_gives_advice(world, start_tray, commands):
     tray = start_tray()
     tray.log_line("Agent Failed to Start")
     answer = commands.run("status")
@@ -109,7 +109,7 @@ def test_a_server_is_joined_and_its_network_restarted(world, start_tray, command
     assert diagnostics["servers"][0]["id"] == server["id"]
 
 
-def test_a_wrong_invite_key_is_refused_and_not_repeated(world, tray, commands):
+def test_a_wrong_invite_key_is_refused_and_not_printed(world, tray, commands):
     for key, reason in (("", "no invite key"), ("rubbish", ""), ("x" * 5000, "too long"),
                         ("inv_v9_0123456789abcdef0123456789abcdef_x", "")):
         answer = commands.run("join", text=key)
@@ -130,22 +130,22 @@ def test_an_expired_invite_key_is_explained(world, start_tray, commands):
     assert "expired" in answer.stdout and "zephyl-tray join" in answer.stdout
 
 
-def test_a_key_leaves_the_memory_of_the_tray_when_it_was_used(world, start_tray, commands):
+def test_a_used_key_is_removed_from_the_trays_memory(world, start_tray, commands):
     section = "kq7vgood2secret3of4the5lab6server7and8nobody9else"
-    rest = section[16:]  # the allocator overwrites the beginning of what is freed
+    rest = section[16:]  # the allocator overwrites the beginning of freed memory
     world.use_agent_script("#!/bin/sh\nexec sleep 1000\n")
     world.use_sandbox_tailnet()
     tray = start_tray()
     eventually(lambda: commands.run("status").returncode != 3, what="a tray")
     assert commands.run("join", text=KEY.replace("anything", section)).returncode == 0
-    assert copies_in_memory(tray.pid, rest) > 0, "the search finds nothing at all"
+    assert copies_in_memory(tray.pid, rest) > 0, "the search does not find existing text"
     tray.log_line("1 of 1 server connected")
     assert copies_in_memory(tray.pid, rest) == 0
     for text in (commands.run("diagnostics").stdout, commands.run("logs").stdout, *tray.lines):
         assert section not in text
 
 
-def test_a_key_that_is_typed_is_not_shown(tray, commands):
+def test_a_typed_key_is_not_echoed(tray, commands):
     status, shown = commands.type("join", answers=[("Invite key: ", "inv_v2_secret\n")])
     assert status == 1
     assert "secret" not in shown
@@ -189,7 +189,7 @@ def test_watch_prints_a_line_for_each_change(world, tray, commands):
             process.communicate()
 
 
-def test_clients_that_stall_delay_nobody(world, tray, commands):
+def test_stalled_clients_delay_nobody(world, tray, commands):
     stalled = []
     try:
         for text in (b"", b'{"sta', b'{"watch":true}\n', b'{"logs":{"follow":true}}\n') * 8:
@@ -206,7 +206,7 @@ def test_clients_that_stall_delay_nobody(world, tray, commands):
             client.close()
 
 
-def test_nonsense_is_answered_with_an_error(world, tray):
+def test_an_invalid_request_is_answered_with_an_error(world, tray):
     for line in (b"\n", b"status\n", b"[]\n", b'{"fly":true}\n', b'{"answer":{"id":7}}\n', b"\xff\xfe\n"):
         with socket.socket(socket.AF_UNIX) as client:
             client.settimeout(10)
@@ -223,7 +223,7 @@ def test_quit_returns_when_another_tray_can_start(tray, start_tray, commands):
     assert commands.run("status").returncode == 0
 
 
-def test_the_socket_is_this_users_alone_and_goes_with_the_tray(world, start_tray, commands):
+def test_the_socket_is_private_and_removed_with_the_tray(world, start_tray, commands):
     runtime = world.root / "run"
     runtime.mkdir(mode=0o700)
     world.environment["XDG_RUNTIME_DIR"] = str(runtime)
@@ -236,7 +236,7 @@ def test_the_socket_is_this_users_alone_and_goes_with_the_tray(world, start_tray
     assert commands.run("status").returncode == 0
     tray.send(signal.SIGKILL)
     tray.wait()
-    assert path.is_socket()  # left behind
+    assert path.is_socket()  # remains after the kill
     assert commands.run("status").returncode == 3
     again = start_tray()
     eventually(lambda: commands.run("status").returncode == 0, what="an answer")
@@ -245,12 +245,12 @@ def test_the_socket_is_this_users_alone_and_goes_with_the_tray(world, start_tray
     assert not socket_of(world).exists()
 
 
-def test_another_user_is_not_heard(world, tray):
+def test_another_user_is_refused(world, tray):
     skip_unless_root()
     for directory in (world.root, world.home, world.home / ".local", world.home / ".local/share",
                       world.base):
         directory.chmod(0o755)
-    socket_of(world).chmod(0o666)  # so that the peer's user alone decides
+    socket_of(world).chmod(0o666)  # so that only the check of the peer's user protects it
     client = ("import socket; s = socket.socket(socket.AF_UNIX); s.connect('%s');"
               "s.sendall(b'{\"status\":true}\\n'); print(s.recv(10))" % socket_of(world))
     answer = subprocess.run(as_other_user("/usr/bin/python3", "-c", client), capture_output=True,
@@ -260,7 +260,7 @@ def test_another_user_is_not_heard(world, tray):
     tray.log_line("refused a command from a program of another user")
 
 
-def test_a_tray_of_another_user_is_not_believed(world, commands):
+def test_a_tray_of_another_user_is_not_used(world, commands):
     skip_unless_root()
     world.base.mkdir(parents=True)
     for directory in (world.root, world.home, world.home / ".local", world.home / ".local/share"):
@@ -291,7 +291,7 @@ def test_the_manual_and_the_page_name_every_command(commands):
         assert commands.run(verb, "--help").stdout.startswith(f"Usage: zephyl-tray {verb}")
 
 
-def test_a_command_is_quick(tray, commands):
+def test_a_command_is_fast(tray, commands):
     def seconds():
         begin = time.monotonic()
         assert commands.run("servers").returncode == 0

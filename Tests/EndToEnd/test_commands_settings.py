@@ -1,4 +1,4 @@
-"""The commands that need no running tray: settings, start with the session, doctor."""
+"""The commands that need no running tray: defaults, autostart and doctor."""
 
 import json
 import os
@@ -12,7 +12,7 @@ from support.commands import Commands
 from support.other_user import ForeignAgent, skip_unless_root
 from support.session_bus import Watcher
 
-# Knows one unit, whose state it keeps in a file; absent without that file.
+# Has one unit, whose state is in a file. Without that file the unit does not exist.
 SYSTEMCTL = """#!/bin/sh
 state="$HOME/unit"
 echo "$*" >>"$HOME/systemctl.log"
@@ -37,7 +37,7 @@ def settings(world):
 
 @pytest.fixture
 def unit(world):
-    """The file with the state of the systemd unit; there is none at first."""
+    """The file with the state of the systemd unit. It does not exist at first."""
     tools = world.root / "tools"
     tools.mkdir()
     (tools / "systemctl").write_text(SYSTEMCTL)
@@ -75,7 +75,7 @@ def test_settings_keep_their_types(settings, commands):
     assert json.loads(commands.run("defaults", "read").stdout)["trayPort"] == 9001
 
 
-def test_settings_refuse_what_does_not_fit(settings, commands):
+def test_settings_refuse_values_of_another_type(settings, commands):
     commands.run("defaults", "write", "trayPort", "9001")
     for arguments in (["trayPort", "many"], ["--integer", "other", "many"]):
         answer = commands.run("defaults", "write", *arguments)
@@ -88,7 +88,7 @@ def test_settings_refuse_what_does_not_fit(settings, commands):
         assert commands.run("defaults", verb, "trayPort").returncode == 1
 
 
-def test_settings_that_cannot_be_read_are_kept(settings, commands):
+def test_unreadable_settings_are_kept(settings, commands):
     settings.parent.mkdir(parents=True)
     settings.write_text("{")
     assert commands.run("defaults", "read").returncode == 1
@@ -137,7 +137,7 @@ def test_doctor_finds_nothing_wrong_with_a_headless_server(world, commands):
     assert not world.base.exists()
 
 
-def test_doctor_says_what_is_missing(world, settings, commands):
+def test_doctor_reports_missing_parts(world, settings, commands):
     found = findings(commands, DISPLAY=":7")
     assert str(world.agent_program) in found["agent"]["advice"]
     assert found["session bus"]["state"] == "wrong"
@@ -152,7 +152,7 @@ def test_doctor_says_what_is_missing(world, settings, commands):
         assert found[check]["state"] == "wrong", found[check]
 
 
-def test_doctor_asks_the_running_tray(world, start_tray, commands):
+def test_doctor_includes_the_running_tray(world, start_tray, commands):
     world.use_sandbox_agent()
     tray = start_tray()
     tray.log_line("reachable, 1 folder")
@@ -167,7 +167,7 @@ def test_doctor_asks_the_running_tray(world, start_tray, commands):
         tray.send(signal.SIGCONT)
 
 
-def test_doctor_names_a_port_that_is_taken(world, commands):
+def test_doctor_names_a_port_in_use(world, commands):
     world.use_sandbox_agent()
     with socket.socket() as other:
         other.bind(("127.0.0.1", world.control_port))
@@ -189,7 +189,7 @@ def test_doctor_names_the_user_who_has_a_port(world, commands):
     assert "54321" in found["agent port"]["message"]
 
 
-def test_doctor_sees_the_desktop(world, bus, commands):
+def test_doctor_checks_the_desktop(world, bus, commands):
     found = findings(commands, DISPLAY=":7")
     assert found["session bus"]["state"] == "ok"
     assert (found["tray host"]["state"], "AppIndicator" in found["tray host"]["advice"]) == ("wrong", True)
@@ -197,7 +197,7 @@ def test_doctor_sees_the_desktop(world, bus, commands):
     assert findings(commands, DISPLAY=":7")["tray host"]["state"] == "ok"
 
 
-def test_an_umask_does_not_open_anything(world, start_tray, commands):
+def test_private_files_do_not_depend_on_the_umask(world, start_tray, commands):
     old = os.umask(0)
     try:
         world.use_sandbox_agent()

@@ -1,4 +1,4 @@
-"""The routes of the control API and what they do to a running tray."""
+"""The routes of the control API and their effects on a running tray."""
 
 import json
 import pathlib
@@ -33,7 +33,7 @@ def programs(tray, name):
 
 
 def use_quick_agent(world):
-    """The sandbox's agent, which looks for its servers more often than it would."""
+    """The sandbox's agent, which polls its servers more often than by default."""
     world.use_agent_script(f"#!/bin/sh\nexec {SANDBOX}/zephyl-agent --connect-interval 0.05\n")
 
 
@@ -44,7 +44,7 @@ def key(fingerprint=FINGERPRINT, section="good-and-secret"):
 # Routes
 
 
-def test_every_route_is_there(shared_api):
+def test_every_route_exists(shared_api):
     for route in ROUTES - {"POST /agent/restart"}:
         method, path = route.replace(":id", "x").split()
         assert shared_api.ask(method, path) != NO_ENDPOINT, route
@@ -63,11 +63,11 @@ def test_there_is_no_other_route(shared_api):
 @pytest.mark.parametrize("path", [
     "/servers/abc/label", "/servers/abc/label/", "//servers/abc/label", "/servers///abc//label//",
     "/servers/abc/label?x=/y", "/servers/%61bc/label", "/servers/:id/label"])
-def test_slashes_and_queries_do_not_matter_to_a_route(shared_api, path):
+def test_slashes_and_queries_are_ignored(shared_api, path):
     assert shared_api.refusal("POST", path, {"label": "x"}) == GONE
 
 
-def test_an_id_is_never_optional(shared_api):
+def test_an_id_is_required(shared_api):
     assert shared_api.ask("POST", "/servers//label", {"label": "x"}) == NO_ENDPOINT
     assert shared_api.ask("DELETE", "/servers/") == NO_ENDPOINT
 
@@ -75,7 +75,7 @@ def test_an_id_is_never_optional(shared_api):
 @pytest.mark.parametrize("path", EXPECTED_BODY)
 @pytest.mark.parametrize("body", [None, "", "{", "[]", "7", "null", '"key"', "{}", b"\xff", "[" * 60_000,
                                   '["key", "label", "accent", "enabled", "root", "shared"]'])
-def test_a_body_that_is_no_object_with_the_field_is_refused(shared_api, path, body):
+def test_a_body_without_the_field_is_refused(shared_api, path, body):
     assert shared_api.refusal("POST", path, body) == EXPECTED_BODY[path]
 
 
@@ -92,7 +92,7 @@ def test_a_field_of_another_type_is_refused(shared_api, path, body):
     assert shared_api.refusal("POST", path, body) == EXPECTED_BODY[path]
 
 
-def test_further_fields_and_needless_bodies_are_ignored(shared_api):
+def test_unknown_fields_and_unexpected_bodies_are_ignored(shared_api):
     assert shared_api.refusal("POST", "/servers/x/label", {"label": "", "more": [1]}) == GONE
     assert shared_api.ask("GET", "/servers", "{nonsense") == (200, {"servers": []})
     assert shared_api.refusal("DELETE", "/servers/x", "[]") == GONE
@@ -101,14 +101,14 @@ def test_further_fields_and_needless_bodies_are_ignored(shared_api):
 @pytest.mark.parametrize("method, path, body", [
     ("POST", "/servers/x/label", {"label": "a"}), ("POST", "/servers/x/accent", {"accent": "a"}),
     ("POST", "/servers/x/enabled", {"enabled": True}), ("DELETE", "/servers/x", None)])
-def test_a_server_that_is_not_known_is_gone(shared_api, method, path, body):
+def test_an_unknown_server_is_refused(shared_api, method, path, body):
     assert shared_api.refusal(method, path, body) == GONE
 
 
-# The window is told
+# The window's environment
 
 
-def test_a_window_without_a_server_is_told_to_onboard(shared_api, window, world, start_api):
+def test_a_window_without_a_server_starts_with_onboarding(shared_api, window, world, start_api):
     world.use_agent_script(IDLE)
     start_api()
     told = {name: value for name, value in window.environment().items() if name.startswith("ZEPHYL_ONBOARD")}
@@ -117,7 +117,7 @@ def test_a_window_without_a_server_is_told_to_onboard(shared_api, window, world,
     assert "ZEPHYL_URL" not in window.environment()
 
 
-def test_a_window_with_a_server_is_not(window, world, start_api):
+def test_a_window_with_a_server_starts_without_onboarding(window, world, start_api):
     world.use_agent_script(IDLE)
     world.add_servers(1)
     start_api()
@@ -127,14 +127,14 @@ def test_a_window_with_a_server_is_not(window, world, start_api):
 # Status and servers
 
 
-def test_a_fresh_tray_has_nothing_to_tell(world, start_api):
+def test_a_new_tray_has_an_empty_state(world, start_api):
     world.use_agent_script(IDLE)
     api = start_api()
     assert api.get("/status") == {"available": False, "enrolled": False, "running": False}
     assert api.get("/servers") == {"servers": []}
 
 
-def test_one_tailnet_program_is_not_enough(world, start_api):
+def test_joining_requires_both_tailnet_programs(world, start_api):
     world.use_agent_script(IDLE)
     world.use_tailnet_script("tailscaled", IDLE)
     api = start_api()
@@ -143,7 +143,7 @@ def test_one_tailnet_program_is_not_enough(world, start_api):
     assert api.get("/status")["available"] is True
 
 
-def test_a_connected_server_is_told_in_full(world, start_api):
+def test_a_connected_server_has_all_fields(world, start_api):
     use_quick_agent(world)
     world.use_sandbox_tailnet()
     identifier, = world.add_servers(1)
@@ -174,7 +174,7 @@ def test_a_server_is_enrolled_while_the_agent_is_connected_to_it(world, scripted
     assert api.server(second)["enrolled"] is False and "agentError" not in api.server(second)
 
 
-def test_a_screen_that_the_tray_asks_for_is_handed_out_once(world, start_api):
+def test_a_requested_screen_is_returned_once(world, start_api):
     world.use_agent_script(IDLE)
     world.use_sandbox_tailnet()
     world.add_servers(1)
@@ -207,7 +207,7 @@ def test_an_invite_key_joins_a_server(world, start_api):
     assert entry["tailnetFingerprint"] == FINGERPRINT
     assert api.server()["name"] == entry["serverName"] and api.server()["nameResolved"] is True
     assert not is_alive(agent), "the agent was not restarted"
-    # A second key for the same server is no second server.
+    # A second key for a known server does not add a server.
     api.do("POST", f"/servers/{server['id']}/label", {"label": "Mine"})
     clients = programs(api.tray, "zephyl-tailnet")
     api.do("POST", "/invite", {"key": key(section="another-good-one")})
@@ -222,7 +222,7 @@ def test_an_invite_key_joins_a_server(world, start_api):
     (f"inv_v2_{FINGERPRINT}_", "The invite key is missing its key section. Ask for a fresh invite."),
     ("inv7_secret", "This invite key (inv7) is newer than this copy of Zephyl. Update Zephyl and try again."),
 ])
-def test_a_key_that_is_none_changes_nothing(shared_api, bad):
+def test_an_invalid_key_changes_nothing(shared_api, bad):
     text, message = bad
     agents = programs(shared_api.tray, "sleep")
     assert shared_api.refusal("POST", "/invite", {"key": text}) == message
@@ -231,7 +231,7 @@ def test_a_key_that_is_none_changes_nothing(shared_api, bad):
     assert programs(shared_api.tray, "sleep") == agents
 
 
-def test_a_key_that_the_server_refuses_shows_in_its_state(world, start_api):
+def test_a_key_refused_by_the_server_shows_in_its_state(world, start_api):
     world.use_agent_script(IDLE)
     world.use_sandbox_tailnet()
     api = start_api()
@@ -274,7 +274,7 @@ def test_label_and_accent_are_trimmed_and_kept(world, start_api):
     assert api.server(other)["name"] == "Server 2"
 
 
-def test_an_empty_label_and_accent_give_the_choice_back(world, start_api):
+def test_an_empty_label_or_accent_removes_it(world, start_api):
     world.use_agent_script(IDLE)
     world.add_servers(1)
     servers = world.registry()
@@ -290,7 +290,7 @@ def test_an_empty_label_and_accent_give_the_choice_back(world, start_api):
         assert (server["accent"], server["localAccent"]) == ("#222222", "")
 
 
-def test_a_disabled_server_is_left_alone_until_it_is_enabled(world, start_api):
+def test_a_disabled_server_is_not_connected_until_it_is_enabled(world, start_api):
     world.use_sandbox_agent()
     world.use_sandbox_tailnet()
     identifier, _ = world.add_servers(2)
@@ -360,7 +360,7 @@ def test_the_agent_is_restarted(world, start_api):
     eventually(lambda: api.ask("GET", "/roots")[0] == 200, what="an agent again")
 
 
-def test_diagnostics_tell_what_a_bug_report_needs(world, start_api):
+def test_diagnostics_have_everything_for_a_bug_report(world, start_api):
     use_quick_agent(world)
     world.use_sandbox_tailnet()
     world.add_files(3)
@@ -396,7 +396,7 @@ def test_diagnostics_tell_what_a_bug_report_needs(world, start_api):
     assert found["model"]["phase"] in ("checking", "absent", "downloading", "ready", "failed")
 
 
-def test_diagnostics_are_whole_without_an_agent(shared_api):
+def test_diagnostics_are_complete_without_an_agent(shared_api):
     found = shared_api.get("/diagnostics")
     assert found["servers"] == [] and found["indexing"] == []
     assert found["agent"] | {"running": True} == {"reachable": False, "running": True, "managed": True,

@@ -1,4 +1,4 @@
-"""The control API under clients without the token that try to keep everybody else waiting."""
+"""The control API under clients without the token that try to block other clients."""
 
 import contextlib
 import os
@@ -27,13 +27,13 @@ def processor_seconds(pid):
 
 
 def open_connections(api):
-    """How many descriptors the tray has open: a few, and one for each connection."""
+    """Returns the number of open descriptors of the tray, one of them for each connection."""
     return len(os.listdir(f"/proc/{api.tray.pid}/fd"))
 
 
 @contextlib.contextmanager
 def running(work):
-    """Runs work(stop) in a thread until the block ends."""
+    """Runs work(stop) on a thread until the block ends."""
     stop = threading.Event()
     thread = threading.Thread(target=work, args=(stop,))
     thread.start()
@@ -45,7 +45,7 @@ def running(work):
 
 
 def slowest_status(api, seconds):
-    """The longest time that GET /status took, asked again and again for some seconds."""
+    """Returns the longest time of GET /status, called repeatedly for some seconds."""
     slowest = 0.0
     end = time.monotonic() + seconds
     while time.monotonic() < end:
@@ -57,7 +57,7 @@ def slowest_status(api, seconds):
 
 
 def dribble(sock, stop):
-    """Sends single bytes, some 500 a second, until the tray closes the connection."""
+    """Sends about 500 single bytes a second until the tray closes the connection."""
     sock.setsockopt(socket.IPPROTO_TCP, socket.TCP_NODELAY, 1)
     with contextlib.suppress(OSError):
         while not stop.wait(0.002):
@@ -65,7 +65,7 @@ def dribble(sock, stop):
 
 
 def dribbling_costs_nothing(api, beginning):
-    """Four clients send the beginning of a request, and then one byte after the other."""
+    """Four clients send the beginning of a request, and then byte by byte."""
     with contextlib.ExitStack() as open_sockets:
         for _ in range(4):
             sock = open_sockets.enter_context(api.connect())
@@ -81,7 +81,7 @@ def dribbling_costs_nothing(api, beginning):
 
 
 @pytest.mark.parametrize("with_token", [False, True])
-def test_a_body_that_dribbles_after_a_long_head_costs_nothing(api, with_token):
+def test_a_slow_body_after_a_long_head_costs_little(api, with_token):
     head = LONG_HEAD + b"Content-Length: 10000\r\n"
     assert len(head) > 40_000
     if with_token:
@@ -89,12 +89,12 @@ def test_a_body_that_dribbles_after_a_long_head_costs_nothing(api, with_token):
     dribbling_costs_nothing(api, head + b"\r\n")
 
 
-def test_a_head_that_dribbles_costs_nothing(api):
+def test_a_slow_head_costs_little(api):
     dribbling_costs_nothing(api, LONG_HEAD + b"X: ")
 
 
-def test_refused_clients_that_go_on_sending_block_nobody(api):
-    """More of them than there are places, each refused and then kept open by its client."""
+def test_refused_clients_that_keep_sending_block_nobody(api):
+    """There are more refused clients than places, and they keep their connections open."""
     refusal = b"GET /status HTTP/1.1\r\n\r\n" + b"x" * 20_000
 
     def flood(stop):

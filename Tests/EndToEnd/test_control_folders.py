@@ -1,4 +1,4 @@
-"""Shared folders through the control API: what the agent tells and is told."""
+"""Shared folders through the control API: the agent's answers, and changes sent to the agent."""
 
 from support.control_api import shared_api, start_api, window  # noqa: F401
 from support.tray import eventually, is_alive
@@ -6,21 +6,21 @@ from support.tray import eventually, is_alive
 IDLE = "#!/bin/sh\nexec sleep 1000\n"
 
 
-def test_the_agents_folders_are_passed_on(world, start_api):
+def test_the_agents_folders_are_returned(world, start_api):
     world.use_sandbox_agent()
     api = start_api()
     roots = eventually(lambda: api.ask("GET", "/roots")[0] == 200 and api.get("/roots"), what="an agent")
     assert roots == {"roots": [{"root": str(world.folder), "name": "project"}]}
 
 
-def test_an_agent_that_is_not_there_is_a_bad_gateway(shared_api):
+def test_an_unreachable_agent_is_a_bad_gateway(shared_api):
     status, answer = shared_api.ask("GET", "/roots")
     assert status == 502 and list(answer) == ["error"] and answer["error"]
     scope = {"root": "/x", "shared": True}
     assert shared_api.refusal("POST", "/servers/x/roots/scope", scope) == answer["error"]
 
 
-def test_an_agent_that_answers_nonsense_is_a_bad_gateway(world, scripted_agent, start_api):
+def test_an_invalid_answer_of_the_agent_is_a_bad_gateway(world, scripted_agent, start_api):
     api = start_api()
     for nonsense in (b"[]", b"\x00\xff", b'{"roots": 7}', b'{"roots": [{"root": 7}]}'):
         scripted_agent.answers["/api/roots"] = nonsense
@@ -28,16 +28,16 @@ def test_an_agent_that_answers_nonsense_is_a_bad_gateway(world, scripted_agent, 
         assert status == 502 and list(answer) == ["error"] and answer["error"]
 
 
-def test_an_agent_that_refuses_a_change_is_told(world, scripted_agent, start_api):
+def test_a_refusal_of_the_agent_is_returned(world, scripted_agent, start_api):
     identifier, = world.add_servers(1)
     scripted_agent.answers["/api/roots"] = b'{"roots": [{"root": "/x", "name": "x", "servers": []}]}'
     api = start_api()
-    # The scripted agent knows no method but GET.
+    # The scripted agent supports only GET.
     refusal = api.refusal("POST", f"/servers/{identifier}/roots/scope", {"root": "/x", "shared": True})
     assert refusal == "request failed (501)"
 
 
-def test_an_agent_that_does_not_answer_holds_up_nobody_else(world, scripted_agent, start_api):
+def test_an_agent_that_does_not_answer_delays_no_other_request(world, scripted_agent, start_api):
     api = start_api()
     scripted_agent.answers["/api/roots"] = scripted_agent.hang
     with api.connect() as waiting:
@@ -49,7 +49,7 @@ def test_an_agent_that_does_not_answer_holds_up_nobody_else(world, scripted_agen
         assert waiting.recv(4096).startswith(b"HTTP/1.1 502 Bad Gateway\r\n")
 
 
-def test_sharing_a_folder_needs_a_known_server_and_somebody_to_choose_it(world, start_api):
+def test_sharing_a_folder_requires_a_known_server_and_a_desktop(world, start_api):
     world.use_agent_script(IDLE)
     identifier, = world.add_servers(1)
     api = start_api()
@@ -57,7 +57,7 @@ def test_sharing_a_folder_needs_a_known_server_and_somebody_to_choose_it(world, 
     assert api.refusal("POST", f"/servers/{identifier}/roots") == "There is no desktop to choose a folder on."
 
 
-def test_a_folder_is_shared_with_exactly_the_servers_that_were_set(world, start_api):
+def test_a_folder_is_shared_with_exactly_the_given_servers(world, start_api):
     world.use_sandbox_agent()
     first, second = world.add_servers(2)
     api = start_api()
@@ -68,7 +68,7 @@ def test_a_folder_is_shared_with_exactly_the_servers_that_were_set(world, start_
         api.do("POST", f"/servers/{server}/roots/scope", {"root": folder, "shared": shared})
         return [root.get("servers") for root in api.get("/roots")["roots"]]
 
-    # Shared with all at first, which is the servers there are.
+    # At first the folder is shared with all known servers.
     assert share(first, False) == [[second]]
     assert share(first, True) == [[second, first]]
     assert share(first, True) == [[second, first]]
@@ -79,7 +79,7 @@ def test_a_folder_is_shared_with_exactly_the_servers_that_were_set(world, start_
     assert gone == "That folder is not shared from this machine."
 
 
-def test_servers_that_are_gone_fall_out_of_a_folders_list(world, start_api):
+def test_removed_servers_are_dropped_from_a_folders_list(world, start_api):
     world.use_sandbox_agent()
     first, second, third = world.add_servers(3)
     api = start_api()
@@ -94,7 +94,7 @@ def test_servers_that_are_gone_fall_out_of_a_folders_list(world, start_api):
     assert api.get("/roots")["roots"][0]["servers"] == [third, first]
 
 
-def test_a_folder_is_named_exactly(world, start_api):
+def test_a_folder_must_be_named_exactly(world, start_api):
     world.use_sandbox_agent()
     identifier, = world.add_servers(1)
     api = start_api()

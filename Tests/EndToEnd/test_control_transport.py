@@ -30,14 +30,14 @@ def fixture_api(shared_api):
 
 
 def answered(raw):
-    """The decoded JSON of an answer 200."""
+    """Returns the decoded JSON of an answer with status 200."""
     first, _, answer = split_answer(raw)
     assert first == "HTTP/1.1 200 OK"
     return answer
 
 
 def request_of(api, size):
-    """A request for a change that is exactly so many bytes long."""
+    """Returns a request that is exactly so many bytes long."""
     def build(filler):
         body = json.dumps({"label": "x" * filler}).encode()
         return api.head("POST /servers/none/label HTTP/1.1", f"Content-Length: {len(body)}") + body
@@ -56,7 +56,7 @@ def test_an_answer_is_one_compact_json_document_and_the_connection_ends(api):
     assert answer == {"servers": []}
 
 
-def test_every_status_has_its_line(api):
+def test_every_status_has_its_reason_phrase(api):
     lines = {
         api.head("GET /servers HTTP/1.1"): "200 OK",
         api.head("POST /invite HTTP/1.1"): "400 Bad Request",
@@ -79,7 +79,7 @@ def test_a_request_may_arrive_byte_by_byte(api):
         assert split_answer(receive_all(sock))[2] == {"error": BAD_KEY}
 
 
-def test_a_client_that_half_closes_after_a_whole_request_is_answered(api):
+def test_a_client_that_half_closes_after_a_complete_request_is_answered(api):
     assert answered(api.exchange(api.head("GET /servers HTTP/1.1"), half_close=True)) == {"servers": []}
 
 
@@ -101,7 +101,7 @@ def test_of_two_requests_on_a_connection_the_first_is_answered(api):
     assert answered(api.exchange(raw)) == {"servers": []}
 
 
-def test_what_follows_the_body_is_ignored(api):
+def test_bytes_after_the_body_are_ignored(api):
     body = b'{"key":"     "}'
     raw = api.head("POST /invite HTTP/1.1", f"Content-Length: {len(body)}") + body + b"}}" * 1000
     assert split_answer(api.exchange(raw))[2] == {"error": BAD_KEY}
@@ -110,49 +110,49 @@ def test_what_follows_the_body_is_ignored(api):
 # Limits
 
 
-def test_65536_bytes_are_taken_and_65537_are_not(api):
+def test_65536_bytes_are_accepted_and_65537_are_not(api):
     assert split_answer(api.exchange(request_of(api, MOST_BYTES)))[2] == {"error": "That server is gone."}
     first, _, answer = split_answer(api.exchange(request_of(api, MOST_BYTES + 1)))
     assert (first, answer) == ("HTTP/1.1 413 Payload Too Large", {"error": "request too large"})
 
 
-def test_a_client_that_goes_on_sending_still_gets_its_413(api):
+def test_a_client_that_keeps_sending_still_gets_its_413(api):
     for size in (MOST_BYTES + 1, 200_000, 700_000):
         for _ in range(5):
             assert status_of(api.exchange(b"x" * size)) == 413
 
 
-def test_a_413_needs_no_token(api):
+def test_a_413_requires_no_token(api):
     assert status_of(api.exchange(b"GET /servers HTTP/1.1\r\n" + b"x" * MOST_BYTES)) == 413
 
 
 # The head
 
 
-def test_a_head_that_is_no_utf8_is_never_answered(api):
+def test_a_head_that_is_not_utf8_gets_no_answer(api):
     raw = api.head("GET /servers HTTP/1.1", "X-Name: \0").replace(b"\0", b"\xff")
     assert api.exchange(raw, half_close=True) == b""
     with api.connect() as sock:
         sock.sendall(raw)
-        assert api.get("/servers") == {"servers": []}  # others are
+        assert api.get("/servers") == {"servers": []}  # other requests are answered
         assert select.select([sock], [], [], 0.05)[0] == []
         sock.sendall(b"x" * MOST_BYTES)
         assert status_of(receive_all(sock)) == 413
 
 
 @pytest.mark.parametrize("bad", [b"\xff", b"\xc0\x80", b"\xed\xa0\x80", b"\xf4\x90\x80\x80", b"\xe2\x82"])
-def test_no_form_of_invalid_utf8_is_taken_in_a_head(api, bad):
+def test_no_form_of_invalid_utf8_is_accepted_in_a_head(api, bad):
     raw = api.head("GET /servers HTTP/1.1", "X-Name: \0").replace(b"\0", bad)
     assert api.exchange(raw, half_close=True) == b""
 
 
-def test_header_lines_that_are_none_are_skipped(api):
+def test_invalid_header_lines_are_skipped(api):
     raw = api.head("GET /servers HTTP/1.1", "no colon", ": no name", "X: a:b:c", "X-\u00e9: \u20ac\0")
     assert answered(api.exchange(raw)) == {"servers": []}
 
 
 @pytest.mark.parametrize("line", ["", "GET", "  GET  ", "GET\t/servers"])
-def test_a_request_line_of_fewer_than_two_words_is_never_answered(api, line):
+def test_a_request_line_of_fewer_than_two_words_gets_no_answer(api, line):
     assert api.exchange(api.head(line), half_close=True) == b""
 
 
@@ -175,7 +175,7 @@ def test_content_length_is_a_decimal_integer_or_nothing(api, length, error):
 
 
 @pytest.mark.parametrize("length", ["65536", "9223372036854775807"])
-def test_a_content_length_beyond_what_comes_gets_no_answer(api, length):
+def test_a_body_shorter_than_its_content_length_gets_no_answer(api, length):
     raw = api.head("POST /invite HTTP/1.1", f"Content-Length: {length}") + b'{"key":"     "}'
     assert api.exchange(raw, half_close=True) == b""
 
@@ -185,7 +185,7 @@ def test_without_content_length_the_body_is_empty(api):
     assert split_answer(api.exchange(raw))[2] == {"error": NO_KEY}
 
 
-def test_of_a_repeated_header_the_last_counts(api):
+def test_the_last_of_repeated_headers_is_used(api):
     good, bad = f"{TOKEN_HEADER}: {api.token}", f"{TOKEN_HEADER}: none"
     line = b"GET /servers HTTP/1.1\r\n"
     assert status_of(api.exchange(line + f"{bad}\r\n{good}\r\n\r\n".encode())) == 200
@@ -199,13 +199,13 @@ def test_of_a_repeated_header_the_last_counts(api):
 
 @pytest.mark.parametrize("name", [
     "X-Zephyl-Onboard-Token", "x-zephyl-onboard-token", "X-ZEPHYL-ONBOARD-TOKEN", " \tx-Zephyl-onboard-Token\t "])
-def test_the_name_of_the_token_header_has_any_case(api, name):
+def test_the_name_of_the_token_header_is_not_case_sensitive(api, name):
     for value in (api.token, f" \t{api.token} \t"):
         raw = f"GET /servers HTTP/1.1\r\n{name}:{value}\r\n\r\n".encode()
         assert answered(api.exchange(raw)) == {"servers": []}
 
 
-def test_a_token_that_is_not_exactly_right_is_refused_on_every_route(api):
+def test_a_wrong_token_is_refused_on_every_route(api):
     assert re.fullmatch("[0-9a-f]{32}", api.token) and api.token.upper() != api.token
     wrong = [api.token.upper(), api.token[:-1], api.token + "0", api.token[::-1], "", "0" * 32, f'"{api.token}"']
     for token in wrong:
@@ -219,7 +219,7 @@ def test_a_token_that_is_not_exactly_right_is_refused_on_every_route(api):
     assert status_of(api.exchange(f"GET /status?{TOKEN_HEADER}={api.token} HTTP/1.1\r\n\r\n".encode())) == 403
 
 
-def test_the_token_is_of_one_run_and_only_the_window_has_it(world, window, start_api):
+def test_the_token_is_valid_for_one_run_and_only_the_window_has_it(world, window, start_api):
     world.use_sandbox_agent()
     world.use_sandbox_tailnet()
     world.add_servers(1)
@@ -279,13 +279,13 @@ def test_a_client_that_does_not_read_delays_nobody(api):
         assert time.monotonic() - began < 0.5
 
 
-def test_the_257th_connection_takes_the_place_of_the_oldest_that_waits(api):
+def test_the_257th_connection_replaces_the_oldest_waiting_one(api):
     with contextlib.ExitStack() as open_sockets:
         open_clients = []
         for _ in range(MOST_CONNECTIONS):
             open_clients.append(open_sockets.enter_context(api.connect()))
             open_clients[-1].sendall(b"GET /servers HTTP/1.1\r\n")
-        # The first is not evicted by a full house, only by one more.
+        # A full server evicts the first one only for another connection.
         assert select.select([open_clients[0]], [], [], 0.05)[0] == []
         assert api.get("/servers") == {"servers": []}
         assert is_closed(open_clients[0])
@@ -296,7 +296,7 @@ def test_the_257th_connection_takes_the_place_of_the_oldest_that_waits(api):
 
 
 def is_closed(sock):
-    """Whether the other side closes the connection, in order or not, without a byte."""
+    """Returns whether the peer closes or resets the connection without sending a byte."""
     with contextlib.suppress(ConnectionResetError):
         assert sock.recv(1) == b""
     return True
@@ -324,13 +324,13 @@ def test_running_out_of_descriptors_is_survived(api):
     with contextlib.ExitStack() as open_sockets:
         resource.prlimit(pid, resource.RLIMIT_NOFILE, (highest + 1, before[1]))
         try:
-            # More than there can be free numbers below.
+            # More connections than free descriptors.
             waiting = [open_sockets.enter_context(api.connect()) for _ in range(highest + 2)]
             last = waiting[-1]
             last.sendall(api.head("GET /servers HTTP/1.1"))
             used = processor_seconds(pid)
             assert select.select([last], [], [], 0.5)[0] == []
-            assert processor_seconds(pid) - used < 0.25, "it tries again and again"
+            assert processor_seconds(pid) - used < 0.25, "it retries in a busy loop"
         finally:
             resource.prlimit(pid, resource.RLIMIT_NOFILE, before)
         assert answered(receive_all(last)) == {"servers": []}
@@ -343,10 +343,10 @@ def processor_seconds(pid):
     return (int(fields[11]) + int(fields[12])) / os.sysconf("SC_CLK_TCK")
 
 
-def test_it_keeps_no_descriptor_of_what_is_over(api):
+def test_it_leaks_no_descriptors(api):
     api.get("/servers")
     count = lambda: len(os.listdir(f"/proc/{api.tray.pid}/fd"))
-    # What the tray has open for others comes and goes: a poll of the agent is one descriptor.
+    # The number varies: a poll of the agent uses a descriptor, for example.
     before = count()
     for raw in (b"", b"x", b"x" * (MOST_BYTES + 1), api.head("GET /servers"), api.head("GET /roots")):
         for _ in range(20):
@@ -357,7 +357,7 @@ def test_it_keeps_no_descriptor_of_what_is_over(api):
 # The listener
 
 
-def test_it_listens_on_loopback_alone(api):
+def test_it_listens_only_on_loopback(api):
     state = "0A"
     lines = [line.split() for line in pathlib.Path("/proc/net/tcp").read_text().splitlines()[1:]]
     listeners = [fields[1] for fields in lines if fields[3] == state and fields[1].endswith(f":{api.port:04X}")]
@@ -366,7 +366,7 @@ def test_it_listens_on_loopback_alone(api):
     assert not [fields for fields in lines6 if fields[3] == state and fields[1].endswith(f":{api.port:04X}")]
 
 
-def test_a_port_that_is_taken_costs_a_line_and_no_more(world, window, start_tray):
+def test_a_port_in_use_is_only_logged(world, window, start_tray):
     world.use_agent_script("#!/bin/sh\nexec sleep 1000\n")
     with socket.create_server(("127.0.0.1", world.control_port)):
         tray = start_tray()
@@ -378,7 +378,7 @@ def test_a_port_that_is_taken_costs_a_line_and_no_more(world, window, start_tray
 
 
 @pytest.mark.parametrize("port", ["65536", "70000"])
-def test_a_port_that_is_none_ends_the_tray_in_order(world, start_tray, port):
+def test_an_invalid_port_ends_the_tray_in_order(world, start_tray, port):
     world.use_agent_script("#!/bin/sh\nexec sleep 1000\n")
     world.environment["ZEPHYL_ONBOARD_PORT"] = port
     tray = start_tray()
@@ -397,7 +397,7 @@ def test_the_port_is_free_for_the_next_tray_at_once(world, start_api):
         assert api.tray.stop() == 0
 
 
-def test_it_ends_in_order_with_requests_under_way(world, start_api):
+def test_it_ends_in_order_with_pending_requests(world, start_api):
     world.use_agent_script("#!/bin/sh\nexec sleep 1000\n")
     api = start_api()
     stopped = threading.Event()

@@ -1,4 +1,4 @@
-"""The desktop window app: how it is found, what it is told, and that it runs once."""
+"""The desktop window app: its search path, its environment, and its single instance."""
 
 import pathlib
 import signal
@@ -15,7 +15,7 @@ from support.tray import command_line, descendants, eventually, is_alive
 IDLE = "#!/bin/sh\nexec sleep 1000\n"
 BUILDS = "packages/desktop/src-tauri/target"
 
-# Tells where it runs, its arguments and its environment, and stays.
+# Stores its working directory, arguments and environment, and keeps running.
 WINDOW = """#!/bin/sh
 {{ pwd; echo $#; }} >'{told}.place'
 umask 077
@@ -32,7 +32,7 @@ def fixture_told(world):
 
 @pytest.fixture
 def add_window(world, told):
-    """Adds a window under a path of the source tree."""
+    """Adds a window at a path of the source tree."""
     def add(path):
         program = pathlib.Path(world.environment["ZEPHYL_REPO_ROOT"]) / path
         program.parent.mkdir(parents=True, exist_ok=True)
@@ -44,7 +44,7 @@ def add_window(world, told):
 
 @pytest.fixture(autouse=True)
 def source_tree(world):
-    """A source tree with a name that a shell would stumble over, and an agent that does nothing."""
+    """A source tree whose name needs quoting, and an agent that does nothing."""
     root = world.root / "it's $HOME \"here\""
     root.mkdir()
     world.environment["ZEPHYL_REPO_ROOT"] = str(root)
@@ -54,7 +54,7 @@ def source_tree(world):
 
 @pytest.fixture
 def item(bus, start_tray):
-    """The status item of a tray that the test starts."""
+    """Starts a tray and returns its status item."""
     watcher = Watcher(bus.peer())
 
     def start():
@@ -80,7 +80,7 @@ def choose(item, label):
     item.event(item.find(label), "clicked")
 
 
-# What is started
+# The started program
 
 
 def test_a_developers_build_is_started_without_arguments(world, start_tray, add_window, told):
@@ -97,7 +97,7 @@ def test_a_developers_build_is_started_without_arguments(world, start_tray, add_
     assert len(windows(tray)) == 1 and release.exists()
 
 
-def test_a_packaged_app_comes_first(world, start_tray, add_window, told):
+def test_a_packaged_app_is_preferred(world, start_tray, add_window, told):
     add_window(f"{BUILDS}/release/zephyl-desktop").write_text(f"#!/bin/sh\ntouch '{told}.wrong'\n")
     window = Window(world)
     start_tray()
@@ -105,7 +105,7 @@ def test_a_packaged_app_comes_first(world, start_tray, add_window, told):
     assert not pathlib.Path(f"{told}.wrong").exists()
 
 
-def test_a_packaged_directory_holds_its_program(world, start_tray, told):
+def test_a_packaged_directory_contains_its_program(world, start_tray, told):
     app = world.resources / "Zephyl Window.app"
     app.mkdir()
     (app / "AppRun").write_text(WINDOW.format(told=told))
@@ -114,7 +114,7 @@ def test_a_packaged_directory_holds_its_program(world, start_tray, told):
     assert environment(told)["ZEPHYL_ONBOARD_PORT"] == str(world.control_port)
 
 
-def test_without_either_a_command_runs_in_the_source_tree(world, start_tray, add_window, told, source_tree):
+def test_without_an_app_a_command_runs_in_the_source_tree(world, start_tray, add_window, told, source_tree):
     add_window("window")
     world.environment["ZEPHYL_DESKTOP_LAUNCH_CMD"] = "exec ./window one 'and two'"
     start_tray()
@@ -122,7 +122,7 @@ def test_without_either_a_command_runs_in_the_source_tree(world, start_tray, add
     assert place(told) == [str(source_tree), "2"]
 
 
-def test_an_app_that_cannot_be_started_costs_a_line(world, start_tray, add_window, told):
+def test_an_app_that_cannot_be_started_is_logged(world, start_tray, add_window, told):
     add_window(f"{BUILDS}/release/zephyl-desktop")
     app = world.resources / "Zephyl Window.app"
     app.write_text("no program")
@@ -132,10 +132,10 @@ def test_an_app_that_cannot_be_started_costs_a_line(world, start_tray, add_windo
     assert not told.exists(), "nothing else is tried"
 
 
-# One copy
+# Single instance
 
 
-def test_a_window_is_started_once_and_again_when_it_has_ended(item, world, add_window, told):
+def test_a_window_is_started_again_only_after_it_has_ended(item, world, add_window, told):
     world.use_sandbox_tailnet()
     add_window(f"{BUILDS}/release/zephyl-desktop")
     tray, status_item = item()
@@ -156,7 +156,7 @@ def test_a_window_is_started_once_and_again_when_it_has_ended(item, world, add_w
     assert not is_alive(second)
 
 
-def test_a_window_that_runs_already_is_brought_to_the_front(item, bus, world, add_window, told):
+def test_a_running_window_is_brought_to_the_front(item, bus, world, add_window, told):
     add_window(f"{BUILDS}/release/zephyl-desktop")
     running = subprocess.Popen([sys.executable, "-c", APPLICATION, bus.address, "com.zephyl.desktop"],
                                cwd=pathlib.Path(__file__).parent, stdout=subprocess.PIPE, text=True)

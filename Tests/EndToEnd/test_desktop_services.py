@@ -1,4 +1,4 @@
-"""Notifications, folder portal, applications and the one instance, on a bus of their own."""
+"""Notifications, folder portal, applications and the single instance, on a private bus."""
 
 import pathlib
 import signal
@@ -22,7 +22,7 @@ def post(demo, identifier="a", **what):
             **{"title": "Zephyl: approval needed", "body": "Ana wants <x> & y", **what})
 
 
-def test_a_notification_is_posted_and_replaced_and_taken_away(bus, demo):
+def test_a_notification_is_posted_replaced_and_withdrawn(bus, demo):
     server = NotificationServer(bus.peer())
     post(demo, action="Review…")
     eventually(lambda: len(server.posted) == 1)
@@ -39,7 +39,7 @@ def test_a_notification_is_posted_and_replaced_and_taken_away(bus, demo):
     post(demo)
     eventually(lambda: len(server.posted) == 3)
     assert server.posted[2]["replaces"] == 0
-    assert server.asked <= 2  # again only when it was asked before it was heard to be there
+    assert server.asked <= 2  # twice only if the first call preceded the signal of its start
 
 
 @pytest.mark.parametrize("name", ["Xfce Notify Daemon", "lxqt-notificationd"])
@@ -52,7 +52,7 @@ def test_a_server_that_shows_the_default_action_as_a_button_gets_no_second_one(b
     assert demo.event("notification")["identifier"] == "a"
 
 
-def test_posts_in_a_hurry_become_one_notification(bus, demo):
+def test_posts_in_quick_succession_become_one_notification(bus, demo):
     server = NotificationServer(bus.peer())
     for number in range(10):
         post(demo, body=str(number))
@@ -60,7 +60,7 @@ def test_posts_in_a_hurry_become_one_notification(bus, demo):
     assert len({each["id"] for each in server.posted}) == 1
 
 
-def test_a_notification_that_is_answered_elsewhere_at_once_does_not_stay(bus, demo):
+def test_a_notification_withdrawn_at_once_does_not_stay(bus, demo):
     server = NotificationServer(bus.peer())
     post(demo, "known")
     eventually(lambda: len(server.posted) == 1)
@@ -72,7 +72,7 @@ def test_a_notification_that_is_answered_elsewhere_at_once_does_not_stay(bus, de
     eventually(lambda: server.closed == brief)
 
 
-def test_choosing_a_notification_or_its_button_is_told(bus, demo):
+def test_choosing_a_notification_or_its_button_is_reported(bus, demo):
     server = NotificationServer(bus.peer())
     post(demo, action="Review…")
     eventually(lambda: server.posted)
@@ -112,7 +112,7 @@ def ask(demo):
     return demo.event("folder")
 
 
-def test_a_folder_is_chosen_before_the_question_was_even_taken(bus, demo):
+def test_a_folder_may_be_chosen_before_the_request_is_accepted(bus, demo):
     chooser = FolderChooser(bus.peer(), (0, "file:///home/ana/my%20folder"))
     assert ask(demo) == {"event": "folder", "path": "/home/ana/my folder"}
     question, = chooser.questions
@@ -122,12 +122,12 @@ def test_a_folder_is_chosen_before_the_question_was_even_taken(bus, demo):
 
 
 @pytest.mark.parametrize("code", [1, 2])
-def test_a_cancelled_question_has_no_answer(bus, demo, code):
+def test_a_cancelled_request_has_no_folder(bus, demo, code):
     FolderChooser(bus.peer(), (code,))
     assert ask(demo) == {"event": "folder"}
 
 
-def test_a_portal_with_handles_of_its_own_is_heard(bus, demo):
+def test_a_portal_may_choose_its_own_handle(bus, demo):
     chooser = FolderChooser(bus.peer(), handle="/org/freedesktop/portal/desktop/request/old/1")
     demo.do("folder", prompt="Share", message="?")
     eventually(lambda: chooser.questions)
@@ -135,14 +135,14 @@ def test_a_portal_with_handles_of_its_own_is_heard(bus, demo):
     assert demo.event("folder")["path"] == "/srv"
 
 
-def test_who_cannot_be_asked_is_said(bus, demo):
+def test_a_request_without_a_portal_fails(bus, demo):
     assert "There is no folder chooser" in ask(demo)["error"]
     FolderChooser(bus.peer(), version=2)
     demo.do("folder", prompt="Share", message="?")
     assert "cannot choose folders" in demo.event("folder", 2)["error"]
 
 
-def test_a_portal_that_leaves_is_an_error(bus, demo):
+def test_a_portal_that_disconnects_is_an_error(bus, demo):
     peer = bus.peer()
     chooser = FolderChooser(peer)
     demo.do("folder", prompt="Share", message="?")
@@ -179,12 +179,12 @@ def test_an_application_that_owns_its_name_is_running(demo, application):
     eventually(lambda: running(demo, next(asked)) == 0)
 
 
-def test_the_first_question_waits_for_the_bus(application, start_demo):
+def test_the_first_request_waits_for_the_bus(application, start_demo):
     for _ in range(5):
         assert running(start_demo()) == application.pid
 
 
-def test_nothing_is_running_under_a_name_that_nobody_owns(demo):
+def test_a_name_without_an_owner_is_not_running(demo):
     assert running(demo) == 0
     demo.do("running", identifier="not a name")
     assert demo.event("running", 2)["pid"] == 0
@@ -198,7 +198,7 @@ def test_an_activation_carries_the_token_that_came_with_the_click(watcher, demo,
     assert "'activation-token': 'token-1'" in line and "'desktop-startup-id': 'token-1'" in line
 
 
-def test_a_web_address_is_opened_and_nothing_else(start_demo, tmp_path):
+def test_only_web_addresses_are_opened(start_demo, tmp_path):
     program = tmp_path / "xdg-open"
     program.write_text(f"#!/bin/sh\necho \"$@\" >> {tmp_path}/opened\nexit 3\n")
     program.chmod(0o755)
@@ -210,7 +210,7 @@ def test_a_web_address_is_opened_and_nothing_else(start_demo, tmp_path):
     assert (tmp_path / "opened").read_text() == "http://127.100.0.1:5173\n"
 
 
-# One instance
+# Single instance
 
 def ask_holder(bus, pid):
     return subprocess.run([BUILD / "status-item-demo", "--ask", str(pid)], timeout=20,
@@ -222,7 +222,7 @@ def owned(peer):
                              "org.freedesktop.DBus", "ListNames")[0]
 
 
-def test_a_second_start_reaches_the_holder_and_nobody_else(bus, demo):
+def test_a_second_start_activates_only_the_owner_of_the_lock(bus, demo):
     peer = bus.peer()
     eventually(lambda: owned(peer))
     assert ask_holder(bus, demo.pid) == 0
@@ -233,7 +233,7 @@ def test_a_second_start_reaches_the_holder_and_nobody_else(bus, demo):
     assert demo.names().count("reopened") == 1
 
 
-def test_another_owner_of_the_name_is_left_in_peace(bus, start_demo):
+def test_another_owner_of_the_name_is_not_activated(bus, start_demo):
     peer = bus.peer()
     peer.own(NAME)
     demo = start_demo()
@@ -243,7 +243,7 @@ def test_another_owner_of_the_name_is_left_in_peace(bus, start_demo):
     eventually(lambda: ask_holder(bus, demo.pid) == 0)
 
 
-def test_every_way_to_start_an_application_re_opens_it(bus, demo):
+def test_every_method_of_activation_opens_the_window(bus, demo):
     peer = bus.peer()
     eventually(lambda: owned(peer))
     arguments = {"Activate": ("(a{sv})", {"activation-token": GLib.Variant("s", "t")}),

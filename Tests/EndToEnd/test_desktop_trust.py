@@ -1,4 +1,4 @@
-"""What connections of the session bus cannot do unless they own the name that counts."""
+"""Connections of the session bus cannot imitate a service without owning its name."""
 
 import re
 import subprocess
@@ -25,7 +25,7 @@ def stranger(bus):
 
 @pytest.fixture(params=["broadcast", "addressed"])
 def forge(request, stranger, demo):
-    """Sends a signal in another's name; returns when the tray has handled it."""
+    """Sends a forged signal, and waits until the tray has handled it."""
     def send(path, interface, member, signature, *values):
         tray = unique_name(stranger)
         stranger.emit(path, interface, member, GLib.Variant(signature, values),
@@ -55,7 +55,7 @@ def ask(demo):
     demo.do("folder", prompt="Share", message="Choose a folder to share")
 
 
-def test_a_folder_is_chosen_by_the_portal_alone(bus, demo, forge):
+def test_only_the_portal_can_choose_a_folder(bus, demo, forge):
     chooser = FolderChooser(bus.peer())
     ask(demo)
     eventually(lambda: chooser.questions)
@@ -65,7 +65,7 @@ def test_a_folder_is_chosen_by_the_portal_alone(bus, demo, forge):
     assert demo.event("folder")["path"] == "/srv"
 
 
-def test_a_folder_is_chosen_by_the_portal_alone_also_under_a_handle_of_its_own(bus, demo, forge):
+def test_only_the_portal_can_choose_a_folder_under_its_own_handle(bus, demo, forge):
     chooser = FolderChooser(bus.peer(), handle="/org/freedesktop/portal/desktop/request/old/1")
     ask(demo)
     eventually(lambda: chooser.questions)
@@ -75,7 +75,7 @@ def test_a_folder_is_chosen_by_the_portal_alone_also_under_a_handle_of_its_own(b
     assert demo.event("folder")["path"] == "/srv"
 
 
-def test_the_handle_of_a_question_cannot_be_guessed(bus, demo):
+def test_the_handle_of_a_request_cannot_be_guessed(bus, demo):
     chooser = FolderChooser(bus.peer(), (1,))
     for count in range(1, 4):
         ask(demo)
@@ -85,7 +85,7 @@ def test_the_handle_of_a_question_cannot_be_guessed(bus, demo):
     assert all(re.fullmatch(r"zephyl_tray_[0-9a-f]{32}", token) for token in tokens)
 
 
-def test_a_portal_that_went_answers_no_more(bus, demo):
+def test_answers_of_a_disconnected_portal_are_ignored(bus, demo):
     old = bus.peer()
     chooser = FolderChooser(old)
     ask(demo)
@@ -103,7 +103,7 @@ def test_a_portal_that_went_answers_no_more(bus, demo):
 
 
 @pytest.mark.parametrize("uri", ["mtp://phone/Photos", "smb://host/share", "trash:///"])
-def test_a_folder_elsewhere_is_an_answer_that_cannot_be_used(bus, demo, uri):
+def test_a_folder_that_is_not_local_is_an_error(bus, demo, uri):
     FolderChooser(bus.peer(), (0, uri))
     ask(demo)
     answer = demo.event("folder")
@@ -115,7 +115,7 @@ def test_a_folder_elsewhere_is_an_answer_that_cannot_be_used(bus, demo, uri):
 
 @pytest.fixture
 def victim(bus):
-    """A program that has to do with nothing."""
+    """An unrelated program."""
     program = ("import sys; from support.session_bus import Peer, GLib\n"
                "print(Peer(sys.argv[1]).name, flush=True)\nGLib.MainLoop().run()\n")
     process = subprocess.Popen([sys.executable, "-c", program, bus.address],
@@ -126,7 +126,7 @@ def victim(bus):
     process.wait()
 
 
-def test_only_the_bus_says_who_owns_a_name(demo, forge, victim):
+def test_only_the_bus_can_report_owners_of_names(demo, forge, victim):
     demo.do("running", identifier="com.zephyl.desktop")
     assert demo.event("running")["pid"] == 0
     forge(BUS_PATH, BUS, "NameOwnerChanged", "(sss)", "com.zephyl.desktop", "", victim.name)
@@ -139,7 +139,7 @@ def test_only_the_bus_says_who_owns_a_name(demo, forge, victim):
 
 # Notifications
 
-def test_only_the_server_says_what_became_of_a_notification(bus, demo, forge):
+def test_only_the_server_can_report_events_of_a_notification(bus, demo, forge):
     server = NotificationServer(bus.peer())
     demo.do("notify", identifier="a", title="Zephyl: approval needed", body="?", action="Review…")
     eventually(lambda: server.posted)
@@ -154,7 +154,7 @@ def test_only_the_server_says_what_became_of_a_notification(bus, demo, forge):
 
 # The panel
 
-def test_only_the_watcher_says_that_a_host_has_come(watcher, demo, forge):
+def test_only_the_watcher_can_report_a_host(watcher, demo, forge):
     watcher.item()
     forge("/StatusNotifierWatcher", WATCHER, "StatusNotifierHostRegistered", "()")
     watcher.announce_host()
@@ -162,7 +162,7 @@ def test_only_the_watcher_says_that_a_host_has_come(watcher, demo, forge):
     assert len(watcher.items) == 2
 
 
-def test_plasmas_shell_is_told_to_open_the_menu_itself_and_nobody_else(bus, watcher, demo):
+def test_activate_fails_only_for_plasmas_shell(bus, watcher, demo):
     item = watcher.item()
     shell = bus.peer()
     shell.own("org.kde.plasmashell")
@@ -177,7 +177,7 @@ def test_plasmas_shell_is_told_to_open_the_menu_itself_and_nobody_else(bus, watc
 
 # Floods, and a bus that does not answer
 
-def test_calls_that_come_faster_than_they_are_handled_do_not_pile_up(
+def test_pending_calls_are_bounded(
         watcher, demo, stranger, tmp_path):
     item = watcher.item()
     quit_row, menu_path = item.find("Quit Zephyl"), item.menu_path
@@ -200,13 +200,13 @@ def test_calls_that_come_faster_than_they_are_handled_do_not_pile_up(
     demo.event("reopened", known + 1)
 
 
-def test_it_ends_while_it_is_called_without_a_pause(watcher, demo, stranger):
+def test_it_ends_while_calls_keep_arriving(watcher, demo, stranger):
     item = watcher.item()
     stranger.send_calls(50_000, item.service, item.path, Item.ITEM, "Scroll", "(is)", 1, "vertical")
     assert demo.close() == 0
 
 
-def test_a_bus_that_does_not_answer_is_no_bus(start_demo):
+def test_a_bus_that_does_not_answer_counts_as_absent(start_demo):
     silent = SessionBus().start()
     try:
         silent.suspend()

@@ -1,11 +1,11 @@
-"""A short run of what `Tests/EndToEnd/faults` does for minutes or hours."""
+"""A short version of `Tests/EndToEnd/faults`."""
 
 import contextlib
 
 from support.fault_run import FaultRun
 
 
-def test_a_tray_keeps_its_promises_under_random_faults():
+def test_invariants_hold_under_random_faults():
     with contextlib.closing(FaultRun(seed=1, slowness=4)) as run:
         try:
             run.run(minutes=0.5)

@@ -1,4 +1,4 @@
-"""A pre-authorisation key is used once, and is then nowhere to be found."""
+"""A pre-authorization key is used once, and is then removed from memory."""
 
 import json
 
@@ -11,12 +11,12 @@ from support.tray import command_line, descendants, eventually
 
 SECTION = "kq7vgood2secret3of4the5lab6server7and8nobody9else"
 
-# The allocator overwrites the beginning of what is freed.
+# The allocator overwrites the beginning of freed memory.
 REST = SECTION[16:]
 
 
 def written(world, tray, api):
-    """All that others than the tray may read of it."""
+    """Returns everything that the tray has written."""
     yield "the log", "\n".join(tray.lines)
     yield "the diagnostics", json.dumps(api.get("/diagnostics"))
     yield "the servers", json.dumps(api.get("/servers"))
@@ -40,7 +40,7 @@ def redeem(world, start_api, client=None):
 
 def test_a_spent_key_leaves_memory(world, start_api):
     api = redeem(world, start_api)
-    assert copies_in_memory(api.tray.pid, REST) > 0, "the search finds nothing at all"
+    assert copies_in_memory(api.tray.pid, REST) > 0, "the search does not find existing text"
     api.tray.log_line("1 of 1 server connected")
     assert copies_in_memory(api.tray.pid, REST) == 0
 
@@ -52,7 +52,7 @@ def test_while_a_key_is_kept_there_is_one_copy_of_it(world, start_api):
 
 
 @pytest.mark.parametrize("ending", ["joined the tailnet", "ENROLMENT FAILED: bad key $ZEPHYL_PREAUTH_KEY"])
-def test_a_key_that_a_child_prints_is_written_nowhere(world, start_api, ending):
+def test_a_key_printed_by_a_child_is_removed(world, start_api, ending):
     api = redeem(world, start_api, "#!/bin/sh\n"
                  "echo given $ZEPHYL_PREAUTH_KEY\n"
                  "echo server name: $ZEPHYL_PREAUTH_KEY\n"

@@ -1,4 +1,4 @@
-"""Who may be on the other side of a loopback port: the tray trusts no port by its number alone."""
+"""The tray checks the owner of a loopback port, and trusts no port by its number alone."""
 
 import os
 import socket
@@ -26,8 +26,8 @@ def complaints(tray):
 
 @pytest.fixture(name="unstoppable")
 def fixture_unstoppable(world):
-    """Takes from the tray the power to end what listens on the agent's port: these tests run as root,
-    but another user's tray could not end it either."""
+    """Prevents the tray from killing the listener on the agent's port. These tests run as root, but a
+    tray of another user could not kill it."""
     programs = world.root / "bin"
     programs.mkdir()
     (programs / "lsof").write_text("#!/bin/sh\n")
@@ -38,7 +38,7 @@ def fixture_unstoppable(world):
 # The control port
 
 
-def test_a_window_is_told_neither_token_nor_port_when_another_program_has_the_port(world, window, start_tray):
+def test_a_window_gets_neither_token_nor_port_if_another_program_has_the_port(world, window, start_tray):
     with listener(world.control_port) as squatter:
         tray = start_tray()
         environment = window.environment()
@@ -92,7 +92,7 @@ def test_a_port_that_changes_hands_is_noticed(world, start_api):
         own.close()
     foreign = ForeignAgent(world.agent_port)
     try:
-        eventually(lambda: not api.get("/diagnostics")["agent"]["reachable"], what="an agent that is gone")
+        eventually(lambda: not api.get("/diagnostics")["agent"]["reachable"], what="the end of the agent")
         api.tray.log_line(COMPLAINT)
         assert len(complaints(api.tray)) == 1
     finally:
@@ -100,9 +100,9 @@ def test_a_port_that_changes_hands_is_noticed(world, start_api):
 
 
 @pytest.mark.usefixtures("unstoppable")
-def test_an_agent_of_root_counts_for_another_users_tray(world):
+def test_an_agent_of_root_is_used_by_another_users_tray(world):
     skip_unless_root()
-    own = ScriptedAgent(world.agent_port)  # root's, as the test is
+    own = ScriptedAgent(world.agent_port)  # of root, like the test
     tray = start_without_home(world, base_owner=USER)
     try:
         eventually(lambda: own.count("/api/activity") > 1, what="polls")
@@ -117,7 +117,7 @@ def test_an_agent_of_root_counts_for_another_users_tray(world):
 
 
 def start_without_home(world, base_owner):
-    """Starts the tray for a user who has no home, with a base directory already in its place."""
+    """Starts the tray for a user without a home, with an existing base directory."""
     temporary = world.root / "tmp"
     temporary.mkdir()
     temporary.chmod(0o1777)
@@ -140,7 +140,7 @@ def test_without_a_home_a_base_directory_of_another_user_is_refused(world):
                    "set HOME or XDG_DATA_HOME to a directory of your own\n")
 
 
-def test_without_a_home_a_base_directory_of_ones_own_is_used(world):
+def test_without_a_home_a_base_directory_of_the_user_is_used(world):
     skip_unless_root()
     tray = start_without_home(world, base_owner=USER)
     try:

@@ -1,4 +1,4 @@
-"""Hosts that read a menu level by level show what the menu is, also when its submenus change."""
+"""Hosts that read a menu level by level show the current menu after changes of submenus."""
 
 import copy
 
@@ -20,14 +20,14 @@ def item(demo, watcher):
 
 @pytest.fixture
 def host(bus, item):
-    """It has read the root, and what it was then told to read."""
+    """A host that has read the root and all announced submenus."""
     host = LevelHost(bus.peer(), item)
     host.read()
     return host
 
 
 def in_color(labels):
-    """The labels as such a host gets them: a disabled row has its dot in the label."""
+    """Returns the labels for such a host: a disabled row has its dot in the label."""
     return [in_color(each) if isinstance(each, list) else each.replace("Preparing", "🟠 Preparing")
             for each in labels]
 
@@ -46,8 +46,8 @@ def menu_with(change):
 
 
 def settle(demo):
-    """Waits until the demo has done what it was told, on its main thread and on that of the bus: a
-    question about an application that was not asked about before goes through both."""
+    """Waits until main thread and bus thread of the demo have handled all commands, because a query
+    about a new application passes through both."""
     asked = demo.names().count("running")
     demo.do("running", identifier=f"org.zephyl.nobody{asked}")
     demo.event("running", asked + 1)
@@ -59,14 +59,14 @@ def test_submenus_are_read_before_they_open(host):
     assert len(host.reads) == len(set(host.reads)) == 4, "each once, also the inner one"
 
 
-def test_a_second_host_reads_them_as_well(bus, item, host):
+def test_a_second_host_reads_submenus_as_well(bus, item, host):
     shows(host, OUTLINE)
     second = LevelHost(bus.peer(), item)
     second.read()
     shows(second, OUTLINE)
 
 
-def test_a_submenu_that_changes_is_read_again_and_no_other(demo, host):
+def test_only_a_changed_submenu_is_read_again(demo, host):
     shows(host, OUTLINE)
     host.reads.clear()
     menu = menu_with(lambda menu: menu[2]["submenu"].insert(1, ROW))
@@ -77,7 +77,7 @@ def test_a_submenu_that_changes_is_read_again_and_no_other(demo, host):
     assert host.reads == [host.find("Lab__1")]
 
 
-def test_an_inner_submenu_that_changes_is_read_again(demo, host):
+def test_a_changed_inner_submenu_is_read_again(demo, host):
     shows(host, OUTLINE)
     host.reads.clear()
     demo.set_menu(menu_with(lambda menu: menu[3]["submenu"][1]["submenu"].append(ROW)))
@@ -87,7 +87,7 @@ def test_an_inner_submenu_that_changes_is_read_again(demo, host):
     assert host.reads == [host.find("More")]
 
 
-def test_a_new_submenu_is_read_once_its_row_is_known(demo, host):
+def test_a_new_submenu_is_read_when_its_row_is_known(demo, host):
     shows(host, OUTLINE)
     host.reads.clear()
     new = {"key": "c", "title": "Third", "dot": GREEN, "submenu": [ROW]}
@@ -108,8 +108,8 @@ def test_many_changes_at_once_reach_every_submenu(demo, item, host):
     shows(host, expected)
 
 
-def test_what_is_read_while_signals_wait_is_the_new_menu(bus, demo, item):
-    """Signals wait for their turn, contents do not."""
+def test_reads_return_the_new_menu_while_signals_are_delayed(bus, demo, item):
+    """Only signals are delayed, not contents."""
     reader = Item(bus.peer(), item.service, item.path)
     reader.layout()
     for number in range(200):
@@ -121,8 +121,8 @@ def test_what_is_read_while_signals_wait_is_the_new_menu(bus, demo, item):
     assert outline(reader.layout())[0] == "New row"
 
 
-def test_an_opening_menu_is_the_rebuilt_one_however_busy_its_signals_are(bus, demo, item):
-    """And the host is notified at once, before the menu holds still."""
+def test_an_opening_menu_is_current_even_if_signals_are_delayed(bus, demo, item):
+    """The host is notified at once, before the menu is frozen."""
     peer = bus.peer()
     reader = Item(peer, item.service, item.path)
     reader.layout()

@@ -1,4 +1,4 @@
-"""The status item on a real panel. Its screenshots stay in $ZEPHYL_SCREENSHOTS, when that is set."""
+"""The status item on a real panel. Saves screenshots in $ZEPHYL_SCREENSHOTS, if that is set."""
 
 import os
 import pathlib
@@ -40,13 +40,13 @@ def keep(desktop, name):
 
 
 def start_panel(desktop):
-    """Returns what the bar shows once it has come to rest."""
+    """Starts the panel and returns a picture of its bar when it is stable."""
     screen = desktop.picture(BAR)
     desktop.start_panel()
     return desktop.until_it_differs(screen, BAR)[0]
 
 
-def test_the_item_appears_opens_its_menu_acts_and_comes_back(desktop, start_demo):
+def test_the_item_appears_opens_its_menu_and_returns_with_the_panel(desktop, start_demo):
     empty = start_panel(desktop)
     demo = start_demo()
     idle, icon = desktop.until_it_differs(empty, BAR)
@@ -82,7 +82,7 @@ def test_the_item_appears_opens_its_menu_acts_and_comes_back(desktop, start_demo
     assert demo.event("chosen", 2)["action"] == "openDesktopWindow"
 
 
-def test_the_tray_works_on_the_panel_until_it_is_told_to_quit(desktop, world, start_tray):
+def test_the_tray_works_on_the_panel_until_it_quits(desktop, world, start_tray):
     world.use_sandbox_agent()
     world.use_sandbox_tailnet()
     world.add_servers(2)

@@ -1,4 +1,4 @@
-"""What the item gives to programs that show some things in a way of their own."""
+"""The item's properties for panels with peculiarities."""
 
 import pytest
 
@@ -26,7 +26,7 @@ def start_panel(bus):
 
 @pytest.fixture
 def item_in(start_panel, start_demo):
-    """The item, with its state in words, in a panel of this name."""
+    """Starts an item with a state in words for a panel of this name."""
     def item(name, **environment):
         demo = start_demo(**environment)
         demo.do("description", text=WORDS)
@@ -36,30 +36,30 @@ def item_in(start_panel, start_demo):
     return item
 
 
-def test_a_tool_tip_of_which_only_the_title_is_shown_has_the_state_there(item_in):
+def test_a_panel_that_shows_only_titles_gets_the_state_in_the_title(item_in):
     assert item_in("lxqt-panel").get("ToolTip") == ("", [], "Zephyl: reachable, ‹b› + co", "")
 
 
-def test_a_panel_that_recolors_nothing_gets_pictures_that_show_on_any_background(item_in):
+def test_a_panel_that_does_not_recolor_icons_gets_outlined_pixmaps(item_in):
     item = item_in("waybar")
     assert item.get("IconName") == ""
     assert item.get("IconPixmap") != []
 
 
-def test_a_panel_that_finds_installed_icons_alone_gets_pictures_of_others(item_in):
+def test_a_panel_that_finds_only_installed_icons_gets_pixmaps(item_in):
     item = item_in("xapp-sn-watcher")
     assert item.get("IconThemePath") != ""
     assert item.get("IconName") == ""
 
 
-def test_it_gets_the_name_of_an_installed_icon(item_in, tmp_path):
+def test_such_a_panel_gets_the_name_of_an_installed_icon(item_in, tmp_path):
     (tmp_path / "icons").symlink_to(BUILD / "icons")
     item = item_in("xapp-sn-watcher", XDG_DATA_DIRS=str(tmp_path))
     assert item.get("IconThemePath") == ""
     assert item.get("IconName") == "com.zephyl.tray-idle-symbolic"
 
 
-def test_any_other_program_gets_name_and_text(item_in):
+def test_other_panels_get_name_and_text(item_in):
     item = item_in("xfce4-panel")
     assert item.get("IconName") == "com.zephyl.tray-idle-symbolic"
     assert item.get("ToolTip") == ("", [], "Zephyl", "reachable, &lt;b&gt; &amp; co")

@@ -1,4 +1,4 @@
-"""A tray that was started with closed descriptors, odd signals or low limits behaves like any other."""
+"""A tray started with closed descriptors, unusual signal states or low limits works normally."""
 
 import os
 import resource
@@ -12,7 +12,7 @@ from support.control_api import Window
 from support.other_user import USER, as_other_user, skip_unless_root
 from support.tray import command_line, command_name, descendants, eventually, is_alive
 
-# Changes the process as the first argument says, then becomes the tray.
+# Changes the process according to the first argument, then executes the tray.
 STARTER = """
 import os, resource, signal, sys
 exec(sys.argv[1])
@@ -67,7 +67,7 @@ def test_closed_descriptors(world, start, closed):
         if number in closed:
             assert os.readlink(f"/proc/{tray.pid}/fd/{number}") == "/dev/null"
     assert (world.base / "tray.lock").read_text() == f"{tray.pid}\n"
-    # A line of the log ended the children once: it went to the guardian.
+    # Regression: a log line once reached the guardian, which then ended the children.
     tray.process.send_signal(signal.SIGTERM)
     assert tray.process.wait(10) == 0
 
@@ -89,7 +89,7 @@ def test_blocked_signals(start):
     assert tray.process.wait(10) == 0
 
 
-def test_a_hang_up_ends_it_unless_it_was_ignored(start):
+def test_a_hang_up_signal_ends_it_unless_it_was_ignored(start):
     tray = start("")
     eventually(tray.has_all_children, what="guardian, agent and window")
     tray.process.send_signal(signal.SIGHUP)
@@ -103,7 +103,7 @@ def test_a_hang_up_ends_it_unless_it_was_ignored(start):
     assert tray.process.wait(10) == 0
 
 
-def test_the_limit_of_descriptors_is_raised_for_the_tray_alone(start):
+def test_the_limit_of_descriptors_is_raised_only_for_the_tray(start):
     tray = start("resource.setrlimit(resource.RLIMIT_NOFILE, (256, 4096))")
     eventually(tray.has_all_children, what="guardian, agent and window")
     assert resource.prlimit(tray.pid, resource.RLIMIT_NOFILE) == (4096, 4096)
@@ -115,7 +115,7 @@ def test_the_limit_of_descriptors_is_raised_for_the_tray_alone(start):
     assert tray.process.wait(10) == 0
 
 
-def test_a_standard_error_that_nobody_reads_does_not_stop_it(world, start):
+def test_a_blocked_standard_error_does_not_stop_it(world, start):
     reading, writing = os.pipe()
     os.set_blocking(writing, False)
     while True:
@@ -134,7 +134,7 @@ def test_a_standard_error_that_nobody_reads_does_not_stop_it(world, start):
         os.close(reading)
 
 
-# Prints lines, and needs no further process for it.
+# Prints lines without starting a process.
 CHATTER = """#!/bin/sh
 exec {python} -c "
 import time
@@ -145,7 +145,7 @@ while True:
 """
 
 
-def test_it_survives_a_limit_of_processes_that_is_reached(world):
+def test_it_survives_reaching_its_limit_of_processes(world):
     skip_unless_root()
     world.use_agent_script(CHATTER.format(python=sys.executable))
     for directory in (world.root, world.prefix):

@@ -1,4 +1,4 @@
-"""A program whose package is upgraded while it runs says that it should be restarted."""
+"""A tray whose package is upgraded while it runs asks for a restart."""
 
 import shutil
 
@@ -17,19 +17,19 @@ def program(world):
 
 
 def replace(program):
-    """Does what a package manager does: puts a new file in the place of the old one."""
+    """Replaces the file of the program, like a package manager."""
     new = program.with_name("zephyl-tray.dpkg-new")
     shutil.copy2(program, new)
     new.rename(program)
 
 
 def until_polls(agent, count):
-    """Waits for more polls of the agent, each of which looks at the program."""
+    """Waits for further polls of the agent, each of which checks the program."""
     before = agent.count("/api/status")
     eventually(lambda: agent.count("/api/status") >= before + count, 20, "polls of the agent")
 
 
-def test_the_user_is_told_once(start_tray, bus, program, scripted_agent):
+def test_the_user_is_notified_once(start_tray, bus, program, scripted_agent):
     watcher = Watcher(bus.peer())
     notifications = NotificationServer(bus.peer())
     tray = start_tray("--desktop")
@@ -47,7 +47,7 @@ def test_the_user_is_told_once(start_tray, bus, program, scripted_agent):
     assert tray.stop() == 0
 
 
-def test_a_program_that_was_removed_was_not_updated(start_tray, program, scripted_agent):
+def test_a_removed_program_does_not_count_as_updated(start_tray, program, scripted_agent):
     tray = start_tray()
     until_polls(scripted_agent, 1)
     program.unlink()

@@ -1,4 +1,4 @@
-"""From which directories the tray takes programs, when it is started in a source tree."""
+"""The search path for programs when the tray is started in a source tree."""
 
 import os
 import shutil
@@ -18,7 +18,7 @@ as_root = pytest.mark.skipif(os.geteuid() != 0 or shutil.which("setpriv") is Non
 
 
 class Tree:
-    """A source tree whose programs note that they ran. The tray starts in it."""
+    """A source tree whose programs record that they ran. It is the tray's working directory."""
 
     def __init__(self, world):
         self.root = world.root / "tree"
@@ -49,31 +49,31 @@ def unpackage(world):
 
 
 def refuses(tree, tray):
-    """The tray has decided about the agent and the window, and taken neither from the tree."""
+    """Waits until the tray has searched for agent and window, and asserts that it did not use the tree."""
     tray.log_line("No Rust agent binary found")
     tray.log_line("the desktop app is not installed")
     assert tray.stop() == 0
     assert tree.ran() == set()
 
 
-def test_a_developers_tray_takes_programs_from_the_tree_it_is_started_in(world, start_tray, tree):
+def test_a_developers_tray_uses_programs_of_its_working_tree(world, start_tray, tree):
     unpackage(world)
     start_tray()
     eventually(lambda: {"zephyl-agent", "zephyl-desktop"} <= tree.ran())
 
 
-def test_a_packaged_tray_takes_nothing_from_its_working_directory(world, start_tray, tree):
+def test_a_packaged_tray_uses_nothing_from_its_working_directory(world, start_tray, tree):
     world.add_servers(1)
     refuses(tree, start_tray())
 
 
-def test_without_a_marker_nothing_is_taken_from_the_working_directory(world, start_tray, tree):
+def test_without_a_marker_nothing_in_the_working_directory_is_used(world, start_tray, tree):
     unpackage(world)
     tree.marker.unlink()
     refuses(tree, start_tray())
 
 
-def test_a_packaged_tray_takes_programs_from_a_configured_tree(world, start_tray, tree):
+def test_a_packaged_tray_uses_programs_of_a_configured_tree(world, start_tray, tree):
     world.environment["ZEPHYL_REPO_ROOT"] = str(tree.root)
     start_tray()
     eventually(lambda: {"zephyl-agent", "zephyl-desktop"} <= tree.ran())
@@ -81,7 +81,7 @@ def test_a_packaged_tray_takes_programs_from_a_configured_tree(world, start_tray
 
 @pytest.mark.parametrize("what", ["root", "marker"])
 @pytest.mark.parametrize("mode", [0o1777, 0o770])
-def test_nothing_is_taken_from_a_tree_that_others_can_write(world, start_tray, tree, what, mode):
+def test_nothing_in_a_tree_that_others_can_write_is_used(world, start_tray, tree, what, mode):
     unpackage(world)
     getattr(tree, what).chmod(mode)
     tray = start_tray()
@@ -92,14 +92,14 @@ def test_nothing_is_taken_from_a_tree_that_others_can_write(world, start_tray, t
 
 @as_root
 @pytest.mark.parametrize("what", ["root", "marker"])
-def test_nothing_is_taken_from_a_tree_of_another_user(world, start_tray, tree, what):
+def test_nothing_in_a_tree_of_another_user_is_used(world, start_tray, tree, what):
     unpackage(world)
     os.chown(getattr(tree, what), STRANGER, STRANGER)
     refuses(tree, start_tray())
 
 
 @as_root
-def test_a_user_takes_programs_from_a_tree_of_roots_and_not_from_one_of_another_users(
+def test_a_tree_of_root_is_used_and_a_tree_of_another_user_is_not(
         world, start_tray, tree):
     unpackage(world)
     subprocess.run(["chown", "-R", f"{USER}:{USER}", world.root], check=True)

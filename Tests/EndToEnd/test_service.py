@@ -1,4 +1,4 @@
-"""The tray as a service of the user's session: what it reports to the service manager."""
+"""The tray as a service of the user's session, and its notifications to the service manager."""
 
 import json
 import os
@@ -33,7 +33,7 @@ def environment_of(pid):
     return dict(each.split("=", 1) for each in variables if "=" in each)
 
 
-def test_it_reports_that_it_is_ready_and_that_it_ends(world, start_tray, manager):
+def test_it_reports_readiness_and_its_end(world, start_tray, manager):
     world.use_agent_script("#!/bin/sh\nexec sleep 1000\n")
     tray = start_tray()
     manager.until("READY=1")
@@ -42,7 +42,7 @@ def test_it_reports_that_it_is_ready_and_that_it_ends(world, start_tray, manager
     assert manager.states == ["READY=1", "STOPPING=1"]
 
 
-def test_its_children_know_nothing_of_the_service_manager(world, start_tray, watching_manager):
+def test_its_children_do_not_get_the_service_managers_variables(world, start_tray, watching_manager):
     world.use_agent_script("#!/bin/sh\nexec sleep 1000\n")
     tray = start_tray()
     agent, = eventually(lambda: [pid for pid in descendants(tray.pid)
@@ -52,26 +52,26 @@ def test_its_children_know_nothing_of_the_service_manager(world, start_tray, wat
                    for link in pathlib.Path(f"/proc/{agent}/fd").iterdir())
 
 
-def test_it_feeds_the_watchdog_until_it_hangs(world, start_tray, watching_manager):
+def test_it_feeds_the_watchdog_unless_it_hangs(world, start_tray, watching_manager):
     world.use_agent_script("#!/bin/sh\nexec sleep 1000\n")
     tray = start_tray()
     watching_manager.until("WATCHDOG=1", 3)
     os.kill(tray.pid, signal.SIGSTOP)
     eventually(lambda: pathlib.Path(f"/proc/{tray.pid}/stat").read_text().split(")")[1].split()[0]
-               == "T", what="a tray that stands still")
+               == "T", what="a stopped tray")
     fed = watching_manager.states.count("WATCHDOG=1")
     os.kill(tray.pid, signal.SIGCONT)
     watching_manager.until("WATCHDOG=1", fed + 2)
     assert tray.stop() == 0
 
 
-def test_a_start_that_cannot_go_on_is_never_ready(world, start_tray, manager):
+def test_a_failed_start_is_never_ready(world, start_tray, manager):
     set_up(world, onboardingPort=99999)
     assert start_tray().wait() == 1
     assert manager.states == ["STOPPING=1"]
 
 
-def test_a_second_start_that_hands_over_has_not_failed(world, start_tray, bus):
+def test_a_second_start_that_activates_the_first_succeeds(world, start_tray, bus):
     watcher = Watcher(bus.peer())
     world.use_agent_script("#!/bin/sh\nexec sleep 1000\n")
     start_tray("--desktop")

@@ -1,4 +1,4 @@
-"""How the program is started: its options, and one tray for one base directory."""
+"""The start of the program: its options, and one tray per base directory."""
 
 import os
 import pathlib
@@ -17,7 +17,7 @@ def run(world, *arguments):
                           capture_output=True, text=True, timeout=10)
 
 
-def test_it_tells_its_version_and_its_options(world):
+def test_it_prints_version_and_help(world):
     answer = run(world, "--version")
     assert (answer.returncode, answer.stdout.split()[0], answer.stderr) == (0, "zephyl-tray", "")
     answer = run(world, "--help")
@@ -42,7 +42,7 @@ def test_the_manual_names_every_option(world):
             assert word.rstrip(",]") in manual
 
 
-def test_a_second_start_says_that_one_is_running(world, start_tray):
+def test_a_second_start_reports_that_a_tray_is_running(world, start_tray):
     world.use_agent_script("#!/bin/sh\nexec sleep 1000\n")
     first = start_tray()
     first.log_line("agent not reachable")
@@ -54,7 +54,7 @@ def test_a_second_start_says_that_one_is_running(world, start_tray):
     start_tray().log_line("agent not reachable")
 
 
-def test_a_killed_tray_does_not_keep_the_next_from_starting(world, start_tray):
+def test_a_killed_tray_does_not_prevent_the_next_start(world, start_tray):
     world.use_agent_script("#!/bin/sh\nexec sleep 1000\n")
     first = start_tray()
     first.log_line("agent not reachable")
@@ -76,12 +76,12 @@ def test_trays_of_two_base_directories_run_side_by_side(world, start_tray):
 
 
 def core_limit(pid):
-    """The soft limit of a process for core files, as the kernel writes it."""
+    """Returns a process's soft limit for core files, as text from the kernel."""
     limits = pathlib.Path(f"/proc/{pid}/limits").read_text()
     return re.search(r"Max core file size +(\S+)", limits).group(1)
 
 
-def test_no_core_of_the_tray_is_dumped_and_its_children_have_their_limit(world, start_tray):
+def test_the_tray_dumps_no_core_and_its_children_keep_their_limit(world, start_tray):
     soft, hard = resource.getrlimit(resource.RLIMIT_CORE)
     if hard == 0:
         pytest.skip("no process may dump a core here")
@@ -98,7 +98,7 @@ def test_no_core_of_the_tray_is_dumped_and_its_children_have_their_limit(world, 
         resource.setrlimit(resource.RLIMIT_CORE, (soft, hard))
 
 
-def test_an_unreadable_registry_is_told_and_kept(world, start_tray):
+def test_an_unreadable_registry_is_reported_and_kept(world, start_tray):
     world.base.mkdir(parents=True)
     (world.base / "servers.json").write_text('[{"id": 7}]')
     tray = start_tray()

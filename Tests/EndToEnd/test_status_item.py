@@ -1,4 +1,4 @@
-"""The status item and its menu on a bus of their own, asked as the hosts of many desktops ask."""
+"""The status item and its menu on a private bus, read like the hosts of many desktops."""
 
 import copy
 import time
@@ -25,12 +25,12 @@ def emoji(tmp_path):
     return {"XDG_DATA_DIRS": str(tmp_path)}
 
 
-def test_registers_by_path_with_its_menu_complete(item):
+def test_registers_its_path_with_a_complete_menu(item):
     assert item.path == "/org/ayatana/NotificationItem/zephyl_tray"
     assert outline(item.layout()) == OUTLINE
 
 
-def test_has_everything_that_hosts_read(item):
+def test_has_all_properties_that_hosts_read(item):
     properties = item.properties()
     assert properties["Id"] == "zephyl-tray"
     assert properties["Category"] == "ApplicationStatus"
@@ -50,7 +50,7 @@ def test_has_everything_that_hosts_read(item):
     assert item.get("IconThemePath", Item.MENU, item.menu_path) == [properties["IconThemePath"]]
 
 
-def test_the_state_stands_in_words_without_markup(demo, item):
+def test_the_state_is_in_words_without_markup(demo, item):
     item.properties()
     demo.do("description", text="reachable, <b> & co")
     eventually(lambda: item.get("Title") == "Zephyl: reachable, ‹b› + co")
@@ -64,7 +64,7 @@ def test_the_state_stands_in_words_without_markup(demo, item):
     assert item.get("IconName") == "com.zephyl.tray-busy-symbolic"
 
 
-def test_activate_works_but_is_not_seen(demo, item):
+def test_activate_works_but_is_not_introspectable(demo, item):
     description, = item.peer.call(item.service, item.path, "org.freedesktop.DBus.Introspectable",
                                   "Introspect")
     assert '"ContextMenu"' in description and '"Activate"' not in description
@@ -85,7 +85,7 @@ def test_registers_again_with_every_watcher_and_host(bus, watcher, item):
     assert outline(again.item().layout()) == OUTLINE
 
 
-def test_waits_for_a_watcher_that_comes_late(bus, start_demo):
+def test_waits_for_a_late_watcher(bus, start_demo):
     demo = start_demo()
     demo.log_line("no panel shows status items; waiting for one")
     assert outline(Watcher(bus.peer()).item().layout()) == OUTLINE
@@ -120,14 +120,14 @@ def test_gnome_reads_ids_and_then_properties_in_batches(bus, watcher, start_demo
     assert "icon-data" not in server
     assert server["accessible-desc"] == "Lab_1, connected"
     model = next(p for p in group.values() if p.get("label") == "🟠 Preparing embeddings model…")
-    assert "icon-data" not in model, "it would stand behind the text"
+    assert "icon-data" not in model, "the icon would be behind the text"
     for identifier, properties, _ in rows(layout):
         if properties.get("children-display") == "submenu":
             assert item.about_to_show(identifier) is False
             item.event(identifier, "opened")
 
 
-def test_gnome_is_told_of_a_dot_in_the_label(watcher, start_demo, emoji):
+def test_gnome_gets_a_dot_in_the_label(watcher, start_demo, emoji):
     watcher.peer.own("org.gnome.Shell")
     demo = start_demo(**emoji)
     item = watcher.item()
@@ -139,7 +139,7 @@ def test_gnome_is_told_of_a_dot_in_the_label(watcher, start_demo, emoji):
     assert signal.values[0][0][1] == {"label": "🟠 Lab__1", "accessible-desc": "Lab_1, in progress"}
 
 
-def test_a_window_manager_under_the_name_of_gnomes_shell_changes_nothing(bus, item):
+def test_a_window_manager_with_the_name_of_gnomes_shell_changes_nothing(bus, item):
     bus.peer().own("org.gnome.Shell")
     assert outline(item.layout()) == OUTLINE
     assert "icon-data" in item.group([item.find("Lab__1")]).popitem()[1]
@@ -162,7 +162,7 @@ def test_plasma_reads_level_by_level(item):
     assert read(0) == grey, "an icon on a disabled row would lose its color"
 
 
-def test_mate_says_opened_before_it_asks(demo, item):
+def test_mate_sends_opened_before_it_reads(demo, item):
     item.event(0, "opened")
     assert item.about_to_show(0) is False
     assert outline(item.layout()) == OUTLINE
@@ -171,7 +171,7 @@ def test_mate_says_opened_before_it_asks(demo, item):
     assert demo.names() == ["willOpen", "didClose", "chosen"]
 
 
-def test_budgie_reads_all_at_once_and_never_asks(demo, item):
+def test_budgie_reads_all_levels_at_once_and_sends_no_events(demo, item):
     _, properties, _ = item.layout(0, -1, [])
     assert properties == {"children-display": "submenu"}
     assert outline(item.layout(0, -1, [])) == OUTLINE
@@ -179,7 +179,7 @@ def test_budgie_reads_all_at_once_and_never_asks(demo, item):
     assert demo.event("chosen")["action"] == "openDesktopWindow"
 
 
-def test_waybar_and_xfce_ask_in_groups(demo, item):
+def test_waybar_and_xfce_send_groups_of_calls(demo, item):
     identifiers = [row[0] for row in rows(item.layout())]
     assert item.menu("AboutToShowGroup", "(ai)", [0, identifiers[0], 4711]) == ([], [4711])
     assert set(item.group([])) == {0, *identifiers}
@@ -192,7 +192,7 @@ def test_waybar_and_xfce_ask_in_groups(demo, item):
     assert demo.names() == ["needsUpdate", "willOpen", "didClose", "chosen"]
 
 
-def test_unknown_rows_and_properties_are_refused_where_they_are_asked_for_alone(item):
+def test_unknown_rows_and_properties_are_refused_in_single_calls(item):
     with pytest.raises(GLib.Error):
         item.layout(4711)
     with pytest.raises(GLib.Error):
@@ -210,7 +210,7 @@ def test_a_key_equivalent_is_a_shortcut(item):
         "shortcut": [["Control", "q"]]}
 
 
-# What changes are told
+# Signals about changes
 
 def changed(**titles):
     menu = copy.deepcopy(SAMPLE)
@@ -220,7 +220,7 @@ def changed(**titles):
     return menu
 
 
-def test_a_menu_that_looks_the_same_is_not_told(demo, item):
+def test_an_equal_menu_sends_no_signal(demo, item):
     item.layout()
     for _ in range(5):
         demo.set_menu(SAMPLE)
@@ -231,7 +231,7 @@ def test_a_menu_that_looks_the_same_is_not_told(demo, item):
     assert [signal.member for signal in item.signals()] == ["ItemsPropertiesUpdated"]
 
 
-def test_what_changed_is_told_by_its_values_alone(demo, item):
+def test_a_change_sends_only_the_new_values(demo, item):
     server, = [row for row in rows(item.layout()) if row[1].get("label") == "Lab__1"]
     menu = changed(quit="Leave")
     menu[2]["dot"] = GREY
@@ -246,7 +246,7 @@ def test_what_changed_is_told_by_its_values_alone(demo, item):
     assert len(updated) == 2
 
 
-def test_rows_that_come_are_told_once_and_leave_the_others_alone(demo, item):
+def test_new_rows_are_announced_once_and_keep_the_other_ids(demo, item):
     before = {properties["label"]: identifier for identifier, properties, _ in rows(item.layout())
               if "label" in properties}
     for number in range(20):
@@ -284,7 +284,7 @@ def test_a_flood_of_changes_becomes_at_most_four_signals_a_second(demo, item):
 
 # Opening, clicking, closing
 
-def test_an_update_that_opening_asks_for_is_shown_before_the_menu_holds_still(demo, item):
+def test_an_update_requested_by_opening_is_shown_before_the_menu_is_frozen(demo, item):
     item.layout()
     demo.set_menu_on_update(changed(quit="Quit now"))
     assert item.about_to_show(0) is False
@@ -309,7 +309,7 @@ def test_a_menu_that_was_announced_long_before_is_up_to_date_when_it_opens(demo,
     eventually(lambda: "Quit now" in str(item.menu_signals()), what="a signal of the new row")
 
 
-def test_a_click_on_a_row_that_is_gone_does_nothing(demo, item):
+def test_a_click_on_a_removed_row_does_nothing(demo, item):
     old = item.find("Rename…")
     menu = copy.deepcopy(SAMPLE)
     menu[2]["submenu"][3]["object"] = "another server"
@@ -327,7 +327,7 @@ def test_a_click_on_information_or_a_submenu_does_nothing(demo, item):
     assert demo.event("chosen")["action"] == "quit"
 
 
-def test_the_menu_is_closed_when_its_host_leaves(bus, demo, item):
+def test_the_menu_counts_as_closed_when_its_host_disconnects(bus, demo, item):
     host = bus.peer()
     Item(host, item.service, item.path).about_to_show(0)
     demo.event("willOpen")
@@ -335,7 +335,7 @@ def test_the_menu_is_closed_when_its_host_leaves(bus, demo, item):
     demo.event("didClose")
 
 
-def test_everything_is_answered_while_the_main_thread_is_busy(demo, item):
+def test_calls_are_answered_while_the_main_thread_is_busy(demo, item):
     demo.do("block", ms=2000)
     demo.event("blocked")
     demo.do("description", text="after the wait")
@@ -350,7 +350,7 @@ def test_everything_is_answered_while_the_main_thread_is_busy(demo, item):
 
 # The bus itself
 
-def test_a_bus_that_dies_and_comes_back_gets_the_item_again(bus, demo, item):
+def test_a_restarted_bus_gets_the_item_again(bus, demo, item):
     demo.do("description", text="reachable")
     eventually(lambda: item.get("Title") == "Zephyl: reachable")
     bus.kill()
@@ -363,7 +363,7 @@ def test_a_bus_that_dies_and_comes_back_gets_the_item_again(bus, demo, item):
     assert again.get("Title") == "Zephyl: reachable"
 
 
-def test_a_bus_that_comes_late_gets_the_item(start_demo):
+def test_a_late_bus_gets_the_item(start_demo):
     bus = SessionBus()
     try:
         demo = start_demo(DBUS_SESSION_BUS_ADDRESS=bus.address)

@@ -1,4 +1,4 @@
-"""Every joined server has its tailnet, kept alive by the tray."""
+"""Every joined server has a tailnet, which the tray supervises."""
 
 import concurrent.futures
 import os
@@ -32,7 +32,7 @@ def programs(tray, name):
     return [pid for pid in descendants(tray.pid) if command_name(pid) == name]
 
 
-def test_a_joined_server_is_connected_and_tells_about_itself(world, start_tray):
+def test_a_joined_server_is_connected_and_reports_its_name(world, start_tray):
     world.use_sandbox_agent()
     world.use_sandbox_tailnet()
     server, = world.add_servers(1)
@@ -58,7 +58,7 @@ def test_a_learned_address_restarts_the_agent_once(world, start_tray):
     assert programs(tray, "zephyl-agent") == [second]
 
 
-def test_a_pair_that_loses_one_comes_back(world, start_tray):
+def test_a_pair_that_loses_a_child_is_restarted(world, start_tray):
     world.use_agent_script("#!/bin/sh\nexec sleep 1000\n")
     world.use_sandbox_tailnet()
     world.add_servers(1)
@@ -97,7 +97,7 @@ def test_fifty_servers_start_and_stop_side_by_side(world, start_tray):
     assert not any(map(is_alive, children))
 
 
-def test_children_that_ignore_sigterm_share_one_grace(world, start_tray):
+def test_children_that_ignore_sigterm_share_one_grace_period(world, start_tray):
     world.use_agent_script("#!/bin/sh\nexec sleep 1000\n")
     world.use_tailnet_script("tailscaled", STUBBORN.format(first=""))
     world.use_tailnet_script("zephyl-tailnet", STUBBORN.format(first="echo data tunnel on a:80\n"))
@@ -112,7 +112,7 @@ def test_children_that_ignore_sigterm_share_one_grace(world, start_tray):
         eventually(lambda pid=pid: not is_alive(pid), 2, f"the end of {pid}")
 
 
-def test_each_child_of_a_server_has_a_grace_of_its_own(world, start_api):
+def test_each_child_of_a_server_has_its_own_grace_period(world, start_api):
     world.use_agent_script("#!/bin/sh\nexec sleep 1000\n")
     world.use_tailnet_script("tailscaled", "#!/bin/sh\ntrap 'sleep 3.5; exit 0' TERM\n"
                                            "while :; do sleep 0.05; done\n")
@@ -128,7 +128,7 @@ def test_each_child_of_a_server_has_a_grace_of_its_own(world, start_api):
     assert killed == [f"[tray] {client} ignored SIGTERM; killing it"]
 
 
-def test_the_tray_goes_on_while_the_children_of_a_server_end(world, start_api):
+def test_the_tray_stays_responsive_while_a_servers_children_end(world, start_api):
     world.use_agent_script("#!/bin/sh\nexec sleep 1000\n")
     world.use_tailnet_script("tailscaled", STUBBORN.format(first=""))
     world.use_tailnet_script("zephyl-tailnet", STUBBORN.format(first="echo data tunnel on a:80\n"))
@@ -151,7 +151,7 @@ def test_the_tray_goes_on_while_the_children_of_a_server_end(world, start_api):
     assert [entry["id"] for entry in world.registry()] == [first]
 
 
-def test_a_flood_of_reports_costs_little_and_its_last_one_counts(world, start_api):
+def test_a_flood_of_reports_costs_little_and_the_last_one_is_stored(world, start_api):
     world.use_agent_script("#!/bin/sh\nexec sleep 1000\n")
     world.use_tailnet_script("tailscaled", "#!/bin/sh\nexec sleep 1000\n")
     world.use_tailnet_script("zephyl-tailnet", FLOOD)
@@ -167,7 +167,7 @@ def test_a_flood_of_reports_costs_little_and_its_last_one_counts(world, start_ap
     assert kilobytes(api.tray.pid, "Anonymous") < before + 2048
 
 
-def test_what_a_client_prints_at_its_end_counts(world, start_tray):
+def test_the_last_output_of_a_client_is_processed(world, start_tray):
     world.use_agent_script("#!/bin/sh\nexec sleep 1000\n")
     world.use_tailnet_script("tailscaled", "#!/bin/sh\nexec sleep 1000\n")
     world.use_tailnet_script("zephyl-tailnet",

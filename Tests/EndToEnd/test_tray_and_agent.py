@@ -15,7 +15,7 @@ from support.control_api import start_api, window  # noqa: F401
 from support.tray import SANDBOX, command_line, descendants, eventually, free_port, is_alive
 
 
-def test_it_launches_an_agent_shares_a_folder_and_tells_its_progress(world, start_tray):
+def test_it_launches_an_agent_shares_a_folder_and_shows_its_progress(world, start_tray):
     world.add_files(120)
     world.use_sandbox_agent()
     world.environment["ZEPHYL_SANDBOX_EMBED_RATE"] = "30"
@@ -25,7 +25,7 @@ def test_it_launches_an_agent_shares_a_folder_and_tells_its_progress(world, star
     tray.log_line("/120")
     eventually(lambda: tray.lines[-1] == "[tray] reachable, 1 folder", what="the end of indexing")
     states = [line for line in tray.lines if "reachable" in line]
-    assert all(a != b for a, b in zip(states, states[1:])), "a line that told nothing new"
+    assert all(a != b for a, b in zip(states, states[1:])), "a line without a change"
 
 
 def test_a_file_added_to_the_folder_shows_in_the_state(world, start_tray):
@@ -38,7 +38,7 @@ def test_a_file_added_to_the_folder_shows_in_the_state(world, start_tray):
     tray.log_line("/13")
 
 
-def test_a_port_of_the_settings_is_the_agents_too(world, start_tray):
+def test_a_port_from_the_settings_is_passed_to_the_agent(world, start_tray):
     settings = world.home / ".config" / "com.zephyl.tray"
     settings.mkdir(parents=True)
     (settings / "defaults.json").write_text(json.dumps({"trayPort": free_port()}))
@@ -46,7 +46,7 @@ def test_a_port_of_the_settings_is_the_agents_too(world, start_tray):
     start_tray().log_line("[tray] reachable, 1 folder")
 
 
-def test_an_agent_that_answers_is_never_said_to_be_unreachable(world, start_tray, scripted_agent):
+def test_an_agent_that_answers_is_never_reported_as_unreachable(world, start_tray, scripted_agent):
     tray = start_tray()
     tray.log_line("[tray] reachable, 0 folders")
     assert not any("not reachable" in line for line in tray.lines), tray.lines
@@ -123,7 +123,7 @@ def command(pid):
         return ""
 
 
-def test_a_stale_listener_is_killed_and_clients_of_the_port_live(world, start_tray):
+def test_a_stale_listener_is_killed_and_clients_of_its_port_survive(world, start_tray):
     world.use_sandbox_agent()
     world.environment["PYTHONUNBUFFERED"] = "1"
     listener = subprocess.Popen(
@@ -181,7 +181,7 @@ def test_an_agent_that_ends_by_a_signal_is_no_failure(world, start_tray):
     assert not any("Agent Exited" in line for line in tray.lines), tray.lines
 
 
-def test_an_exit_with_a_status_is_told_with_the_end_of_the_log(world, start_tray):
+def test_an_exit_with_a_status_is_reported_with_the_end_of_the_log(world, start_tray):
     world.use_agent_script("#!/bin/sh\necho cannot open the index\nexit 3\n")
     tray = start_tray()
     tray.log_line("[tray] Agent Exited Unexpectedly: The Zephyl agent didn't start cleanly — "
@@ -189,13 +189,13 @@ def test_an_exit_with_a_status_is_told_with_the_end_of_the_log(world, start_tray
     tray.log_line("cannot open the index")
 
 
-def test_a_missing_agent_is_told(world, start_tray):
+def test_a_missing_agent_is_reported(world, start_tray):
     tray = start_tray()
     tray.log_line("[tray] Agent Failed to Start: The Zephyl agent could not be started: "
                   "No Rust agent binary found.")
 
 
-def test_children_get_no_more_than_their_output(world, start_tray):
+def test_children_inherit_only_standard_descriptors(world, start_tray):
     world.environment.update(NOTIFY_SOCKET="/x", WATCHDOG_USEC="1", XDG_ACTIVATION_TOKEN="t")
     world.use_agent_script("#!/bin/sh\n"
                            f"env > {world.root}/env\nls -l /proc/self/fd > {world.root}/fds\n"
@@ -212,7 +212,7 @@ def test_children_get_no_more_than_their_output(world, start_tray):
         assert name not in environment
 
 
-def test_a_flood_of_output_costs_no_memory(world, start_tray):
+def test_a_flood_of_output_uses_bounded_memory(world, start_tray):
     world.use_agent_script("#!/bin/sh\nexec yes "
                            "'a line of output that is about as long as lines of logs are on the whole'\n")
     tray = start_tray()
@@ -234,7 +234,7 @@ def resident(pid):
 # An agent that misbehaves
 
 
-def test_a_fresh_tray_asks_an_agent_that_answers_within_50_ms(world, start_tray, scripted_agent):
+def test_a_new_tray_polls_its_agent_within_50_ms(world, start_tray, scripted_agent):
     delays = []
     for _ in range(5):
         scripted_agent.requests.clear()
@@ -271,7 +271,7 @@ def test_the_state_is_right_within_one_poll_whatever_the_agent_answers(world, st
     assert resident(tray.pid) < 40e6
 
 
-def test_ten_thousand_events_a_second_are_kept_up_with(world, start_tray, scripted_agent):
+def test_ten_thousand_events_a_second_are_processed(world, start_tray, scripted_agent):
     stop_flood = []
     sent = [0]
 

@@ -1,4 +1,4 @@
-"""The tray on a desktop: its menu as the state goes, what its rows do, and a second start."""
+"""The tray on a desktop: its menu, the actions of its rows, and a second start."""
 
 import json
 import subprocess
@@ -27,7 +27,7 @@ def window(world):
 
 @pytest.fixture
 def api(world, window):
-    """The control API of a tray that the test starts."""
+    """Starts a tray and returns its control API."""
     return lambda: ControlApi(world.control_port, window.token)
 
 
@@ -46,14 +46,14 @@ def choose(item, label):
 
 
 def until(item, condition):
-    """Waits until the menu is as it should be, and returns its labels."""
+    """Waits until the menu meets a condition, and returns its labels."""
     def shown():
         now = labels(item)
         return now if condition(now) else None
     return eventually(shown, what="the menu")
 
 
-# The menu and what it does
+# The menu and its actions
 
 def test_without_servers_the_menu_offers_to_join(world, start_tray, watcher, window, api):
     world.use_sandbox_agent()
@@ -66,7 +66,7 @@ def test_without_servers_the_menu_offers_to_join(world, start_tray, watcher, win
     eventually(lambda: api().get("/status").get("request") == "join")
 
 
-def test_the_menu_follows_its_servers(world, start_tray, watcher, window, api):
+def test_the_menu_follows_the_servers(world, start_tray, watcher, window, api):
     world.use_sandbox_agent()
     world.use_sandbox_tailnet()
     one, _ = world.add_servers(2)
@@ -85,7 +85,7 @@ def test_the_menu_follows_its_servers(world, start_tray, watcher, window, api):
 
 @pytest.mark.parametrize("label, request_of", [
     ("Rename…", "servers/{}/rename"), ("Remove Server…", "servers/{}/remove")])
-def test_rows_lead_to_the_screens_of_the_desktop_window(world, start_tray, watcher, window, api,
+def test_rows_open_the_screens_of_the_desktop_window(world, start_tray, watcher, window, api,
                                                         label, request_of):
     world.use_sandbox_agent()
     world.use_sandbox_tailnet()
@@ -126,7 +126,7 @@ def test_quit_ends_the_tray(world, start_tray, watcher, window):
     assert tray.wait() == 0
 
 
-def test_the_item_shows_that_the_agent_works(world, start_tray, watcher, window, scripted_agent):
+def test_the_item_shows_that_the_agent_is_busy(world, start_tray, watcher, window, scripted_agent):
     activity = dict(HEALTHY_ACTIVITY, busy=True)
     scripted_agent.answers["/api/activity"] = json.dumps(activity).encode()
     roots = [{"root": f"/{name}", "name": name} for name in "abc"]
@@ -138,7 +138,7 @@ def test_the_item_shows_that_the_agent_works(world, start_tray, watcher, window,
     assert item.get("Title") == "Zephyl: reachable, 3 folders"
 
 
-def test_a_poll_that_changes_nothing_says_nothing(world, start_tray, watcher, window,
+def test_a_poll_without_changes_sends_nothing(world, start_tray, watcher, window,
                                                   scripted_agent):
     world.add_servers(3)
     start_tray("--desktop")
@@ -151,7 +151,7 @@ def test_a_poll_that_changes_nothing_says_nothing(world, start_tray, watcher, wi
 
 
 def stream(agent, per_second, stopping):
-    """Lets the agent tell of its work so many times a second."""
+    """Makes the agent send so many events a second."""
     def serve(handler):
         handler.send_response(200)
         handler.end_headers()
@@ -166,7 +166,7 @@ def stream(agent, per_second, stopping):
     agent.answers["/api/events"] = serve
 
 
-def test_a_flood_of_activity_is_a_trickle_on_the_bus(world, start_tray, watcher, window,
+def test_a_flood_of_activity_sends_few_signals(world, start_tray, watcher, window,
                                                      scripted_agent):
     stopping = threading.Event()
     stream(scripted_agent, 1000, stopping)
@@ -185,7 +185,7 @@ def test_a_flood_of_activity_is_a_trickle_on_the_bus(world, start_tray, watcher,
 
 # A second start
 
-def test_a_second_start_asks_the_first_to_show_itself(world, start_tray, watcher, window, api):
+def test_a_second_start_activates_the_first(world, start_tray, watcher, window, api):
     first = start_tray("--desktop")
     watcher.item()
     eventually(lambda: has_name(watcher.peer))
@@ -203,7 +203,8 @@ def has_name(peer):
 
 @pytest.mark.parametrize("first_mode, address", [("--headless", None), ("--desktop", "unix:path=/nowhere")],
                          ids=["the first has no name", "the second has no bus"])
-def test_a_second_start_that_can_ask_nobody_says_so(world, start_tray, bus, window, first_mode, address):
+def test_a_second_start_that_cannot_activate_the_first_reports_that(
+        world, start_tray, bus, window, first_mode, address):
     first = start_tray(first_mode)
     eventually(lambda: (world.base / "tray.lock").exists())
     if first_mode == "--desktop":

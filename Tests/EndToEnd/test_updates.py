@@ -1,4 +1,4 @@
-"""The tray updates itself: it finds a version, waits for the agent, and goes on as the new one."""
+"""The tray updates itself: it finds a version, waits for the agent, and continues as the new one."""
 
 import json
 import os
@@ -17,7 +17,7 @@ from support.updates import ARCHIVE, FEED, Publisher, set_up
 
 CRASHES = '#!/bin/sh\n[ "$1" = --version ] && exec echo zephyl-tray 2.0\nexit 3\n'
 
-# Shows nothing, writes down what it was to show, and installs what it is offered.
+# Shows nothing, records requests, and installs every offered update.
 DIALOGS = """#!/usr/bin/python3
 import json, sys
 alert = json.loads(sys.stdin.readline())["alert"]
@@ -54,7 +54,7 @@ def settings_path(world):
 
 
 def be_busy(world, busy):
-    """Has the agent be busy, or idle; whether there was one to be it."""
+    """Makes the agent busy or idle. Returns whether an agent was running."""
     request = urllib.request.Request(
         f"http://127.0.0.1:{world.agent_port}/sandbox/activity", method="POST",
         data=json.dumps({"busy": busy, "seconds": 60}).encode(),
@@ -82,12 +82,12 @@ def until_menu(watcher, text, limit=15):
     def shown():
         try:
             return any(text in row for row in labels(watcher) if isinstance(row, str))
-        except Exception:  # the item goes while the tray restarts
+        except Exception:  # the item disappears while the tray restarts
             return False
     eventually(shown, limit, f"a row {text!r}")
 
 
-def test_it_waits_for_the_agent_and_goes_on_as_the_new_version(world, start_tray, publisher, bus):
+def test_it_waits_for_the_agent_and_continues_as_the_new_version(world, start_tray, publisher, bus):
     watcher = Watcher(bus.peer())
     notifications = NotificationServer(bus.peer())
     world.use_sandbox_agent()
@@ -128,7 +128,7 @@ def test_it_waits_for_the_agent_and_goes_on_as_the_new_version(world, start_tray
     assert tray.stop() == 0
 
 
-def test_a_user_who_asks_sees_what_there_is_and_installs_it(world, start_tray, publisher, bus):
+def test_a_requested_check_shows_and_installs_an_update(world, start_tray, publisher, bus):
     watcher = Watcher(bus.peer())
     shown = world.root / "shown"
     dialogs = world.prefix / "libexec" / "zephyl-tray" / "zephyl-tray-dialogs"
@@ -152,7 +152,7 @@ def test_a_user_who_asks_sees_what_there_is_and_installs_it(world, start_tray, p
     assert tray.stop() == 0
 
 
-def test_a_version_that_does_not_come_up_is_taken_back(world, start_tray, publisher):
+def test_a_version_that_does_not_start_is_rolled_back(world, start_tray, publisher):
     world.use_sandbox_agent()
     set_up(world, SUScheduledCheckInterval=720, SUAutomaticallyUpdate=1)
     publisher.publish(publisher.pack(publisher.copy("2.0", program=CRASHES)))
@@ -161,7 +161,7 @@ def test_a_version_that_does_not_come_up_is_taken_back(world, start_tray, publis
     assert tray.process.wait(15) == 3
     line = "version 2.0 failed to start; version 1.0 was restored"
     eventually(lambda: any(line in each for each in tray.lines), 15)
-    # A child that has just been forked looks like its parent for a moment.
+    # A forked child looks like its parent before its exec.
     eventually(lambda: len(trays_of(world)) == 1, what="one tray")
     back, = trays_of(world)
     try:
@@ -173,7 +173,7 @@ def test_a_version_that_does_not_come_up_is_taken_back(world, start_tray, publis
         eventually(lambda: not is_alive(back), 15)
     assert publisher.server.requests == [FEED, ARCHIVE]
 
-    # It is not tried again by itself.
+    # It is not retried automatically.
     set_up(world, SUScheduledCheckInterval=720, SUAutomaticallyUpdate=1)
     again = start_tray()
     eventually(lambda: "SULastCheckTime" in settings_path(world).read_text())

@@ -13,7 +13,7 @@ from support.updates import FEED, Publisher, Updater, note, set_up, version_at
 
 AUTOMATIC = {"SUScheduledCheckInterval": 720, "SUAutomaticallyUpdate": 1}
 
-# Takes its time to end, and writes down that it was asked to.
+# Records SIGTERM, and ends slowly.
 SLOW_AGENT = """#!/usr/bin/python3
 import pathlib, signal, sys, time
 def asked(*_):
@@ -42,7 +42,7 @@ def updater(world, publisher):
 
 
 def publish(publisher, confirms=True):
-    """Publishes version 2.0, which may lack what it needs to confirm that it works."""
+    """Publishes version 2.0, optionally without the files that it needs to confirm itself."""
     prefix = publisher.copy("2.0")
     if not confirms:
         (prefix / "libexec" / "zephyl-tray" / "zephyl-tray-updater").chmod(0o644)
@@ -50,9 +50,9 @@ def publish(publisher, confirms=True):
 
 
 def has_ended_for_good(world, tray, updater):
-    """Nothing has been rolled back, and nothing is left that could start the tray again."""
+    """Asserts that nothing was rolled back, and that no process could start the tray again."""
     assert tray.wait() == 0
-    eventually(lambda: processes_of(world.prefix) == [], what="the end of the updater that watched")
+    eventually(lambda: processes_of(world.prefix) == [], what="the end of the watching updater")
     assert version_at(world.prefix) == "2.0"
     assert note(updater, "failed.json") is None
     assert not any("rolling back" in line for line in tray.lines), tray.lines
@@ -84,13 +84,13 @@ def test_a_signal_at_any_moment_of_the_restart_is_not_lost(world, start_tray, pu
     publish(publisher)
     tray = start_tray()
     tray.log_line("restarting as version 2.0", limit=20)
-    threading.Event().wait(milliseconds / 1000)  # when it comes is the very thing that is tried out
+    threading.Event().wait(milliseconds / 1000)  # the test is about this moment
     tray.send(signal.SIGTERM)
     has_ended_for_good(world, tray, updater)
     goes_on_with_the_trial(start_tray)
 
 
-def test_a_tray_that_is_told_to_end_while_it_shuts_down_does_not_restart(world, start_tray,
+def test_a_tray_that_is_terminated_during_its_shutdown_does_not_restart(world, start_tray,
                                                                         publisher, updater):
     asked, ready = world.root / "asked", world.root / "ready"
     world.use_agent_script(SLOW_AGENT.format(asked=asked, ready=ready))
@@ -114,12 +114,12 @@ def test_a_tray_that_is_told_to_end_while_it_shuts_down_does_not_restart(world, 
     goes_on_with_the_trial(start_tray)
 
 
-def test_a_new_version_that_is_told_to_end_before_it_is_confirmed_has_not_failed(
+def test_a_new_version_terminated_before_its_confirmation_has_not_failed(
         world, start_tray, publisher, updater):
     set_up(world, **AUTOMATIC)
     publish(publisher, confirms=False)
     tray = start_tray()
-    tray.log_line("no updates:", limit=20)  # says version 2.0, which has started everything
+    tray.log_line("no updates:", limit=20)  # logged by version 2.0 when it has started everything
     assert note(updater, "trial.json")["starts"] == 1
     assert any("zephyl-tray-updater" in command_line(pid) for pid in processes_of(world.prefix))
     tray.send(signal.SIGTERM)
@@ -132,7 +132,7 @@ def test_a_new_version_that_is_told_to_end_before_it_is_confirmed_has_not_failed
     assert again.stop() == 0
 
 
-def test_a_user_who_quits_a_version_on_trial_has_quit(world, start_tray, publisher, updater, bus):
+def test_quitting_a_version_on_trial_ends_it(world, start_tray, publisher, updater, bus):
     watcher = Watcher(bus.peer())
     set_up(world, **AUTOMATIC)
     publish(publisher, confirms=False)
@@ -144,17 +144,17 @@ def test_a_user_who_quits_a_version_on_trial_has_quit(world, start_tray, publish
 
 
 def test_a_new_version_that_is_killed_has_failed(world, start_tray, publisher, updater):
-    """So that the tests above do not let everything pass."""
+    """Shows that the tests above can fail."""
     set_up(world, **AUTOMATIC)
     publish(publisher, confirms=False)
     tray = start_tray()
     tray.log_line("no updates:", limit=20)
     tray.send(signal.SIGKILL)
-    eventually(lambda: note(updater, "failed.json") is not None, what="the way back")
+    eventually(lambda: note(updater, "failed.json") is not None, what="the rollback")
     eventually(lambda: version_at(world.prefix) == "1.0")
 
 
-def test_nobody_else_gets_the_lock_while_the_tray_restarts(world, start_tray, publisher):
+def test_the_lock_stays_held_while_the_tray_restarts(world, start_tray, publisher):
     set_up(world, **AUTOMATIC)
     publish(publisher)
     tray = start_tray()
@@ -163,7 +163,7 @@ def test_nobody_else_gets_the_lock_while_the_tray_restarts(world, start_tray, pu
 
     def wait_for_lock():
         with open(world.base / "tray.lock") as file:
-            fcntl.flock(file, fcntl.LOCK_EX)  # is granted the moment that the lock is free
+            fcntl.flock(file, fcntl.LOCK_EX)  # succeeds as soon as the lock is free
             got.set()
 
     waiting = threading.Thread(target=wait_for_lock)

@@ -1,4 +1,4 @@
-"""A feed says when it was signed: an older one than was seen before is not believed."""
+"""Feeds have the date of their signature, and a feed older than one seen before is refused."""
 
 import base64
 import email.utils
@@ -39,7 +39,7 @@ def date_of(feed):
     return int(email.utils.parsedate_to_datetime(text.decode()).timestamp())
 
 
-def test_signing_dates_a_feed_and_a_later_signature_is_later(publisher, updater):
+def test_each_signature_gives_a_feed_a_later_date(publisher, updater):
     publisher.publish_items(item_of(publisher, "2.0"))
     first = publisher.server.answers[FEED]
     updater.check()
@@ -52,7 +52,7 @@ def test_signing_dates_a_feed_and_a_later_signature_is_later(publisher, updater)
         "a date that was wrong is left behind")
 
 
-def test_a_feed_that_is_older_than_one_seen_before_is_refused(publisher, updater):
+def test_a_feed_older_than_one_seen_before_is_refused(publisher, updater):
     publisher.publish_items(item_of(publisher, "2.0"))
     old = publisher.server.answers[FEED]
     found = updater.check(newestFeedDate=date_of(old))["found"]
@@ -106,7 +106,7 @@ def test_a_version_that_was_skipped_or_failed_is_offered_when_it_becomes_critica
     assert check(failed={"version": "2.0", "feedDate": updater.feed_date}) == {"upToDate": "1.0"}
 
 
-def test_a_newer_version_replaces_the_one_that_waits(world, start_tray, scripted_agent, publisher):
+def test_a_newer_version_replaces_the_waiting_one(world, start_tray, scripted_agent, publisher):
     set_up(world, SUScheduledCheckInterval=1, SUAutomaticallyUpdate=1)
     becomes_idle = threading.Event()
     idle = scripted_agent.answers["/api/activity"]

@@ -1,4 +1,4 @@
-"""zephyl-tray-updater by hand: an installation is replaced whole, or not at all, or rolled back."""
+"""Direct runs of zephyl-tray-updater: an installation is replaced atomically or rolled back."""
 
 import json
 import os
@@ -12,7 +12,7 @@ from support.update_fixtures import (archive, offer_of, publisher,  # noqa: F401
 from support.updates import ARCHIVE, rewrite_information, snapshot
 
 
-def test_an_installation_that_is_not_the_users_is_only_told_about(world, publisher, updater,
+def test_updates_of_a_foreign_installation_are_only_reported(world, publisher, updater,
                                                                  archive):
     publisher.publish(archive)
     rewrite_information(world.prefix, ZephylUpdateCommand="apt upgrade zephyl-tray")
@@ -26,12 +26,12 @@ def test_an_installation_that_is_not_the_users_is_only_told_about(world, publish
     refused_download(updater, found["offer"], "shares its folder")
 
 
-def test_an_installation_that_the_user_may_not_write_is_only_told_about(world, publisher, updater,
+def test_updates_of_a_read_only_installation_are_only_reported(world, publisher, updater,
                                                                        archive):
     publisher.publish(archive)
     world.root.chmod(0o755)
     world.prefix.chmod(0o555)
-    updater.user = 65534 if os.geteuid() == 0 else None  # root may write everything
+    updater.user = 65534 if os.geteuid() == 0 else None  # root can write everything
     found = updater.check()["found"]
     assert "You may not change the installation" in found["obstacle"]
     refused_download(updater, found["offer"], "may not change")
@@ -46,7 +46,7 @@ def test_a_new_version_that_cannot_be_run_is_not_installed(world, publisher, upd
     assert snapshot(world.prefix) == before
 
 
-def test_only_one_at_a_time_works_on_an_installation(world, publisher, updater, archive):
+def test_only_one_updater_at_a_time_changes_an_installation(world, publisher, updater, archive):
     publisher.publish(archive)
     offer = offer_of(updater)
     reached = []
@@ -57,7 +57,7 @@ def test_only_one_at_a_time_works_on_an_installation(world, publisher, updater, 
         eventually(lambda: reached)
         refused = updater.download(offer)
         assert "already in progress" in refused["failed"]
-        first.stdin.close()  # as when the user cancels, or the tray dies
+        first.stdin.close()  # like a user who cancels, or a tray that dies
         first.wait(5)
         assert b"Cancelled" in first.stdout.read()
     finally:
@@ -66,7 +66,7 @@ def test_only_one_at_a_time_works_on_an_installation(world, publisher, updater, 
 
 
 def version_at(prefix):
-    """Which version stands there, as its dictionary and its program say, which must agree."""
+    """Returns the installed version. Info.json and program must agree."""
     information = json.loads((prefix / "share" / "zephyl-tray" / "Info.json").read_text())
     run = subprocess.run([prefix / "bin" / "zephyl-tray", "--version"], capture_output=True,
                          text=True, check=True)
@@ -77,11 +77,11 @@ def version_at(prefix):
 
 def kill_after(updater, command, delay):
     with updater.start(command) as process:
-        time.sleep(delay)  # when it is killed is the very thing that is tried out
+        time.sleep(delay)  # the test is about this moment
         process.kill()
 
 
-def test_a_kill_at_any_moment_leaves_a_version_that_starts(world, publisher, updater, archive):
+def test_an_updater_killed_at_any_moment_leaves_a_working_version(world, publisher, updater, archive):
     publisher.publish(archive)
     offer = offer_of(updater)
     steps = 12
@@ -104,7 +104,7 @@ def test_a_kill_at_any_moment_leaves_a_version_that_starts(world, publisher, upd
         assert updater.download(offer) == {"ready": "2.0"}
         assert updater.install("2.0") == {"installed": "2.0"}
     assert version_at(world.prefix) == "2.0"
-    # And the way back, from wherever it was left.
+    # A rollback must succeed from any interrupted state.
     watch = {"watch": {"process": 1 << 22, "arguments": ["--version"], "limitSeconds": 1}}
     for step in range(steps):
         kill_after(updater, watch, 0.03 * step / steps)
@@ -121,7 +121,7 @@ def installed(publisher, updater, archive):
     assert updater.install("2.0") == {"installed": "2.0"}
 
 
-def test_a_version_that_reports_itself_up_stays(world, publisher, updater, archive):
+def test_a_confirmed_version_stays(world, publisher, updater, archive):
     installed(publisher, updater, archive)
     running = subprocess.Popen(["sleep", "1000"])
     try:
@@ -135,7 +135,7 @@ def test_a_version_that_reports_itself_up_stays(world, publisher, updater, archi
         running.wait()
 
 
-def test_a_version_that_hangs_is_ended_and_the_previous_one_runs_again(world, publisher, updater,
+def test_a_version_that_hangs_is_killed_and_rolled_back(world, publisher, updater,
                                                                       archive):
     before = snapshot(world.prefix)
     installed(publisher, updater, archive)

@@ -1,4 +1,4 @@
-"""What was downloaded and verified is kept until it is installed, and verified again when used."""
+"""A verified download is kept until it is installed, and verified again when it is used."""
 
 import json
 import os
@@ -20,7 +20,7 @@ def kept(updater):
 
 @pytest.fixture
 def ready(publisher, updater, archive):
-    """The offer of an update that lies ready, downloaded once."""
+    """Returns the offer of an update that was downloaded and staged."""
     publisher.publish(archive)
     offer = offer_of(updater)
     assert updater.download(offer) == {"ready": "2.0"}
@@ -43,7 +43,7 @@ def test_it_is_downloaded_once_and_verified_each_time(publisher, updater, archiv
 
 
 @pytest.mark.parametrize("damage", ["changed", "shorter", "longer", "empty", "a link", "a directory"])
-def test_what_is_damaged_is_downloaded_again(publisher, updater, archive, ready, damage):
+def test_a_damaged_archive_is_downloaded_again(publisher, updater, archive, ready, damage):
     path, = kept(updater)
     contents = path.read_bytes()
     path.unlink()
@@ -80,7 +80,7 @@ def test_another_update_supersedes_it(publisher, updater, ready):
     assert path.name == "archive-" + offer["sha256"]
 
 
-def test_it_is_not_kept_for_ever(publisher, updater, ready):
+def test_it_is_removed_after_four_weeks(publisher, updater, ready):
     path, = kept(updater)
     os.utime(path, (time.time() - 4 * WEEK + 3600,) * 2)
     assert updater.check()["found"]["offer"] == ready
@@ -91,14 +91,14 @@ def test_it_is_not_kept_for_ever(publisher, updater, ready):
     assert kept(updater) == [] and not (updater.directory / "staged").exists()
 
 
-def test_a_check_that_finds_nothing_leaves_what_lies_ready(publisher, updater, ready):
-    """As when the user skips it, or asked for it before a roll-out has reached this machine."""
+def test_a_check_that_finds_nothing_keeps_the_staged_version(publisher, updater, ready):
+    """The user may have skipped it, or checked manually before the roll-out reached this machine."""
     before = snapshot(updater.directory)
     assert updater.check(skip=["2.0"]) == {"upToDate": "1.0"}
     assert snapshot(updater.directory) == before
 
 
-def test_a_tray_that_quits_while_it_waits_installs_later_without_a_download(world, start_tray,
+def test_a_tray_that_ends_while_it_waits_installs_later_without_a_download(world, start_tray,
                                                                           scripted_agent):
     publisher = Publisher(world)
     try:

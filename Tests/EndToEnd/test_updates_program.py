@@ -1,4 +1,4 @@
-"""zephyl-tray-updater by hand: what it finds, and all that it refuses, with nothing changed."""
+"""Direct runs of zephyl-tray-updater: the updates that it offers, and everything that it refuses."""
 
 import base64
 import hashlib
@@ -16,7 +16,7 @@ from support.update_fixtures import (NEW, archive, offer_of, publisher,  # noqa:
 from support.updates import (ARCHIVE, FEED, rewrite_information, sign, snapshot,
                              write_archive)
 
-# What is found
+# Offered updates
 
 def test_a_newer_version_is_found_downloaded_and_installed(world, publisher, updater, archive):
     publisher.publish(archive, change=lambda item: item.replace(
@@ -41,7 +41,7 @@ def test_a_newer_version_is_found_downloaded_and_installed(world, publisher, upd
 
 
 @pytest.mark.parametrize("version", ["1.0", "0.9", "1.0b3"])
-def test_the_same_or_a_lower_version_is_no_update(publisher, updater, version):
+def test_the_same_or_a_lower_version_is_not_offered(publisher, updater, version):
     publisher.publish(publisher.pack(publisher.copy(version, program=NEW)))
     assert updater.check() == {"upToDate": "1.0"}
 
@@ -53,14 +53,14 @@ def test_each_of_two_keys_is_trusted_so_that_one_can_be_retired(world, publisher
         for signer in (publisher.key, key):
             publisher.publish(archive, keys=[signer])
             assert updater.download(offer_of(updater)) == {"ready": "2.0"}
-    # What both have signed is good for installations that know only one of them.
+    # Signatures by both keys are valid for installations that know only one of them.
     publisher.publish(archive, keys=[publisher.key, key])
     for known in (publisher.public_key, public):
         rewrite_information(world.prefix, SUPublicEDKey=known)
         assert updater.download(offer_of(updater)) == {"ready": "2.0"}
 
 
-def test_what_is_not_meant_for_this_installation_is_left_out(publisher, updater, archive):
+def test_items_for_other_systems_are_omitted(publisher, updater, archive):
     item = sign("item", archive, publisher.server.url + ARCHIVE, publisher.key)
     others = {
         "another architecture": re.sub(r'architecture="\w+"', 'architecture="vax"', item),
@@ -81,7 +81,7 @@ def test_what_is_not_meant_for_this_installation_is_left_out(publisher, updater,
     assert updater.check(skip=["2.0"]) == {"upToDate": "1.0"}
 
 
-# What is refused
+# Refused updates
 
 def refused_check(updater, reason, **values):
     before = snapshot(updater.prefix.parent)
@@ -90,7 +90,7 @@ def refused_check(updater, reason, **values):
     assert snapshot(updater.prefix.parent) == before
 
 
-def test_a_feed_without_a_good_signature_is_refused_unread(publisher, updater, archive):
+def test_a_feed_without_a_valid_signature_is_refused_before_parsing(publisher, updater, archive):
     publisher.publish(archive)
     good = publisher.server.answers[FEED]
     key, _ = publisher.other_key()
@@ -110,12 +110,12 @@ def test_a_feed_without_a_good_signature_is_refused_unread(publisher, updater, a
     assert "found" in updater.check()
 
 
-def test_a_feed_that_is_no_feed_is_refused(publisher, updater):
+def test_an_invalid_feed_is_refused(publisher, updater):
     publisher.publish_items("</channel>")
     refused_check(updater, "cannot be read")
 
 
-def test_a_feed_of_a_gigabyte_is_given_up(publisher, updater):
+def test_a_feed_of_a_gigabyte_is_aborted(publisher, updater):
     sent = []
 
     def flood(handler):
@@ -133,7 +133,7 @@ def test_a_feed_of_a_gigabyte_is_given_up(publisher, updater):
     eventually(lambda: sum(sent) < 100e6)
 
 
-def test_a_server_that_stalls_is_given_up(publisher, updater, archive):
+def test_a_server_that_stalls_is_aborted(publisher, updater, archive):
     def stall(handler):
         handler.send_response(200)
         handler.send_header("Content-Length", "1000")
@@ -149,7 +149,7 @@ def test_a_server_that_stalls_is_given_up(publisher, updater, archive):
 
 @pytest.mark.parametrize("address", ["http://192.0.2.1/feed", "http://localhost.example/feed",
                                      "ftp://127.0.0.1/feed", "file:///etc/passwd", "feed"])
-def test_only_https_and_loopback_are_asked(world, updater, address):
+def test_only_https_and_loopback_are_contacted(world, updater, address):
     rewrite_information(world.prefix, SUFeedURL=address)
     began = time.monotonic()
     report = updater.check()
@@ -159,12 +159,12 @@ def test_only_https_and_loopback_are_asked(world, updater, address):
 
 @pytest.mark.parametrize("address, reason", [
     ("http://192.0.2.1/feed", "only over https"), ("file:///etc/passwd", "not an address")])
-def test_a_redirect_leads_nowhere_else(publisher, updater, address, reason):
+def test_a_redirect_to_another_scheme_is_refused(publisher, updater, address, reason):
     publisher.server.answers[FEED] = lambda handler: handler.reply(302, Location=address)
     refused_check(updater, reason)
 
 
-def test_redirects_come_to_an_end(publisher, updater):
+def test_the_number_of_redirects_is_limited(publisher, updater):
     publisher.server.answers[FEED] = lambda handler: handler.reply(302, Location=FEED)
     refused_check(updater, "redirects too often")
     assert len(publisher.server.requests) == 6
@@ -183,7 +183,7 @@ def flipped(contents, place):
     return contents[:place] + bytes([contents[place] ^ 1]) + contents[place + 1:]
 
 
-def test_other_bytes_than_were_signed_are_refused(publisher, updater, archive):
+def test_an_archive_with_other_bytes_than_signed_is_refused(publisher, updater, archive):
     publisher.publish(archive)
     offer = offer_of(updater)
     contents = archive.read_bytes()
@@ -209,7 +209,7 @@ def test_other_bytes_than_were_signed_are_refused(publisher, updater, archive):
     assert updater.download(offer) == {"ready": "2.0"}
 
 
-def test_an_item_that_is_not_enough_to_trust_is_refused(publisher, updater, archive):
+def test_an_incomplete_item_is_refused(publisher, updater, archive):
     key, _ = publisher.other_key()
     publisher.publish(archive)
     good = offer_of(updater)
@@ -231,7 +231,7 @@ def test_an_item_that_is_not_enough_to_trust_is_refused(publisher, updater, arch
     refused_download(updater, wrong_hash, "does not match the hash")
 
 
-def test_a_lower_version_is_refused_whoever_asks(publisher, updater):
+def test_a_lower_version_is_refused_at_every_step(publisher, updater):
     archive = publisher.pack(publisher.copy("0.9", program=NEW))
     publisher.publish(archive)
     item = publisher.server.answers[FEED].decode()
@@ -240,7 +240,7 @@ def test_a_lower_version_is_refused_whoever_asks(publisher, updater):
              "sha256": re.search('sha256="(.*?)"', item)[1],
              "signature": re.search('edSignature="(.*?)"', item)[1]}
     refused_download(updater, offer, "not newer")
-    # Nor when the item claims that it is a higher one, nor the same with other bytes.
+    # It is also refused if the item claims a higher version, or has other bytes.
     refused_download(updater, {**offer, "version": "2.0"}, "says it is version 0.9, not 2.0")
     refused_download(updater, {**offer, "version": "1.0"}, "not newer")
 
@@ -279,8 +279,8 @@ TRICKS = {
 
 
 @pytest.mark.parametrize("trick", TRICKS)
-def test_an_archive_cannot_reach_out(world, publisher, updater, trick):
-    """Signed with the right key, because a signature is no reason to unpack carelessly."""
+def test_an_archive_cannot_write_outside(world, publisher, updater, trick):
+    """The archives are signed with the right key, but must be refused nevertheless."""
     information = (world.prefix / "share" / "zephyl-tray" / "Info.json").read_bytes()
     entries = [("bin/zephyl-tray", NEW.encode()),
                ("share/zephyl-tray/Info.json", information.replace(b"1.0", b"2.0"))]
@@ -293,8 +293,8 @@ def test_an_archive_cannot_reach_out(world, publisher, updater, trick):
     assert (snapshot(world.root / "home"), os.path.exists("/tmp/zephyl-tray-trick")) == outside
 
 
-def test_an_archive_without_tricks_is_taken(world, publisher, updater):
-    """So that the test above does not refuse everything."""
+def test_a_valid_archive_is_accepted(world, publisher, updater):
+    """Shows that the test above does not refuse every archive."""
     information = (world.prefix / "share" / "zephyl-tray" / "Info.json").read_bytes()
     archive = write_archive(publisher.directory / "plain.tar.gz", [
         ("./bin/zephyl-tray", NEW.encode()),
@@ -306,7 +306,7 @@ def test_an_archive_without_tricks_is_taken(world, publisher, updater):
 
 
 @pytest.mark.parametrize("contents", [b"\x1f", b"nothing", b"\x1f\x8b" + bytes(100)])
-def test_what_is_no_archive_is_refused(publisher, updater, archive, contents):
+def test_an_invalid_archive_is_refused(publisher, updater, archive, contents):
     publisher.publish(archive)
     fake = publisher.directory / "fake"
     fake.write_bytes(contents)
@@ -318,7 +318,7 @@ def test_what_is_no_archive_is_refused(publisher, updater, archive, contents):
                                "signature": base64.b64encode(signature).decode()}, "damaged")
 
 
-def test_the_lean_process_has_none_of_its_libraries():
+def test_the_tray_does_not_load_its_libraries():
     def libraries(program):
         return subprocess.run(["ldd", BUILD / program], capture_output=True, text=True,
                               check=True).stdout

@@ -1,4 +1,4 @@
-"""A download is shown as it goes on: in a window, in the terminal, and to nobody where nobody asked."""
+"""The progress of a download: in a window, in the terminal, and not at all if it was not requested."""
 
 import json
 import threading
@@ -11,7 +11,7 @@ from support.terminal import Terminal
 from support.tray import command_line, descendants, eventually
 from support.updates import ARCHIVE, Publisher, set_up
 
-# Shows nothing, writes down what it is told and when, and answers as a user would.
+# Shows nothing, records messages with their times, and answers like a user.
 DIALOGS = """#!/usr/bin/python3
 import json, sys, time
 alert = json.loads(sys.stdin.readline())["alert"]
@@ -39,14 +39,14 @@ with open("{log}", "a") as log:
 
 
 class SlowArchive:
-    """Hands out an archive a piece at a time, the second half only when it may."""
+    """Serves an archive in pieces, the second half only when the test permits it."""
 
     def __init__(self, publisher, pieces=40, pause=0.02):
         self.contents = publisher.server.answers[ARCHIVE]
         self.pieces = pieces
         self.pause = pause
         self.may_go_on = threading.Event()
-        self.lost = threading.Event()  # whoever asked is gone
+        self.lost = threading.Event()  # the client has disconnected
         self.ending = publisher.server.ending
         publisher.server.answers[ARCHIVE] = self
 
@@ -65,7 +65,7 @@ class SlowArchive:
             handler.wfile.write(self.contents[number * size:(number + 1) * size])
             if number == self.pieces // 2 and not self.wait(handler.connection):
                 return
-            time.sleep(self.pause)  # the rate of a slow line
+            time.sleep(self.pause)  # simulates a slow connection
 
     def wait(self, connection):
         connection.settimeout(0.02)
@@ -109,7 +109,7 @@ def updaters_of(pid):
     return [each for each in descendants(pid) if "zephyl-tray-updater" in command_line(each)]
 
 
-def test_a_window_is_told_how_far_it_is_a_few_times_a_second(world, start_tray, publisher, bus):
+def test_a_window_receives_progress_a_few_times_a_second(world, start_tray, publisher, bus):
     watcher = Watcher(bus.peer())
     shown = use_dialogs(world)
     publisher.publish(publisher.pack(publisher.copy("2.0")))
@@ -123,11 +123,11 @@ def test_a_window_is_told_how_far_it_is_a_few_times_a_second(world, start_tray, 
     def progress():
         return [each for each in shown() if "progress" in each]
 
-    # What came last before a standstill is told, too.
+    # The last progress before a stall is sent, too.
     eventually(lambda: progress() and progress()[-1]["progress"].get("fraction", 0) > 0.5)
     slow.may_go_on.set()
     eventually(lambda: progress()[-1]["progress"]["text"] == "Verifying…")
-    seconds = time.monotonic() - begin  # longer than the download took, so that load is no failure
+    seconds = time.monotonic() - begin  # an upper bound, so that a loaded machine does not fail the test
     download, = [each["alert"] for each in shown()
                  if each.get("alert", {}).get("messageText") == "Downloading Zephyl 2.0…"]
     assert download["buttons"] == ["Cancel"] and download["style"] == "information"
@@ -142,7 +142,7 @@ def test_a_window_is_told_how_far_it_is_a_few_times_a_second(world, start_tray, 
     assert tray.stop() == 0
 
 
-def test_a_window_that_dies_cancels_the_download_and_nothing_else(world, start_tray, publisher,
+def test_a_window_that_dies_cancels_only_the_download(world, start_tray, publisher,
                                                                 bus):
     watcher = Watcher(bus.peer())
     use_dialogs(world, dies=True)
@@ -180,18 +180,18 @@ def test_a_terminal_shows_a_bar_and_cancels(world, publisher):
         terminal.see("Check for Updates…", "Version 1.0")
         updates = world.prefix.parent / f".{world.prefix.name}.updates"
         assert [path.name for path in updates.iterdir()] == ["lock"], "nothing is left of it"
-        # And once more, to the end.
+        # The second download completes.
         slow.may_go_on.set()
         terminal.choose("Check for Updates…")
         terminal.answer("Install Update")
         terminal.see("Version 2.0", limit=20)
-        # Until then its end would be taken for a failure.
+        # Before that its end would count as a failure.
         eventually(lambda: not (updates / "trial.json").exists(), what="the end of the trial")
     finally:
         terminal.close()
 
 
-def test_a_download_that_nobody_asked_for_opens_no_window(world, start_tray, publisher, bus):
+def test_an_unrequested_download_opens_no_window(world, start_tray, publisher, bus):
     watcher = Watcher(bus.peer())
     shown = use_dialogs(world)
     set_up(world, SUScheduledCheckInterval=720, SUAutomaticallyUpdate=1)
@@ -205,7 +205,7 @@ def test_a_download_that_nobody_asked_for_opens_no_window(world, start_tray, pub
     assert tray.stop() == 0
 
 
-def test_without_a_desktop_the_log_tells_the_beginning_and_the_end(world, start_tray, publisher):
+def test_without_a_desktop_beginning_and_end_are_logged(world, start_tray, publisher):
     set_up(world, SUScheduledCheckInterval=720, SUAutomaticallyUpdate=1)
     publisher.publish(publisher.pack(publisher.copy("2.0")))
     SlowArchive(publisher).may_go_on.set()

@@ -1,5 +1,5 @@
-"""A version that an update installed and that never starts is rolled back, also when nobody is left
-to watch it, as after a power cut."""
+"""An installed version that never starts is rolled back, even if no updater watches it, for example
+after a power cut."""
 
 import json
 import shutil
@@ -29,7 +29,7 @@ def updater(world, publisher):
 
 
 def install(publisher, updater, world, change=lambda prefix: None):
-    """Version 2.0 stands at the prefix, on trial, as after a power cut at its first start."""
+    """Installs version 2.0 on trial, as after a power cut at its first start."""
     prefix = publisher.copy("2.0")
     change(prefix)
     publisher.publish(publisher.pack(prefix))
@@ -41,7 +41,7 @@ def install(publisher, updater, world, change=lambda prefix: None):
 
 
 def without_updater(prefix):
-    """Such a version runs, but never reports itself up."""
+    """Makes the version run without ever confirming itself."""
     (prefix / "libexec" / "zephyl-tray" / "zephyl-tray-updater").chmod(0o644)
 
 
@@ -56,14 +56,14 @@ def put_on_trial(updater, starts, version="2.0"):
 
 
 def is_up(tray, updater, version):
-    """It has started everything, and no update is left unfinished."""
-    tray.log_line("No Rust agent binary found", limit=20)  # which is what it comes to here
+    """Waits until the tray has started everything, and asserts that no update is unfinished."""
+    tray.log_line("No Rust agent binary found", limit=20)  # the last step of the start in this world
     eventually(lambda: note(updater, "trial.json") is None, what="the end of the trial")
     assert tray.process.poll() is None
     assert version_at(updater.prefix) == version
 
 
-def test_a_version_that_comes_up_confirms_itself_with_nobody_watching(world, start_tray, publisher,
+def test_a_version_that_starts_confirms_itself_without_a_watcher(world, start_tray, publisher,
                                                                      updater):
     install(publisher, updater, world)
     tray = start_tray()
@@ -72,12 +72,12 @@ def test_a_version_that_comes_up_confirms_itself_with_nobody_watching(world, sta
     assert tray.stop() == 0
 
 
-def test_a_version_that_never_comes_up_is_taken_back_by_a_later_start(world, start_tray, publisher,
+def test_a_version_that_never_starts_is_rolled_back_by_a_later_start(world, start_tray, publisher,
                                                                     updater):
     install(publisher, updater, world, without_updater)
     for start in range(1, MAX_STARTS + 1):
         tray = start_tray()
-        tray.log_line("no updates:")  # it has started
+        tray.log_line("no updates:")  # logged at the end of the start
         assert note(updater, "trial.json")["starts"] == start
         cut_power(tray)
         assert version_at(world.prefix) == "2.0"
@@ -91,13 +91,13 @@ def test_a_version_that_never_comes_up_is_taken_back_by_a_later_start(world, sta
     again = start_tray()
     is_up(again, updater, "1.0")
     assert again.stop() == 0
-    assert not any("2.0" in line for line in again.lines), "it is told once"
+    assert not any("2.0" in line for line in again.lines), "it is reported once"
 
 
-def test_a_version_that_ends_by_itself_at_once_is_taken_back(world, start_tray, publisher, updater):
+def test_a_version_that_ends_at_once_is_rolled_back(world, start_tray, publisher, updater):
     install(publisher, updater, world)
     port = world.environment["ZEPHYL_ONBOARD_PORT"]
-    world.environment["ZEPHYL_ONBOARD_PORT"] = "70000"  # with which no version starts
+    world.environment["ZEPHYL_ONBOARD_PORT"] = "70000"  # prevents every version from starting
     for _ in range(MAX_STARTS):
         assert start_tray().wait() == 1
     assert version_at(world.prefix) == "2.0"
@@ -111,7 +111,7 @@ def test_a_version_that_ends_by_itself_at_once_is_taken_back(world, start_tray, 
     assert tray.stop() == 0
 
 
-def test_what_only_answers_a_question_is_no_start(world, start_tray, publisher, updater):
+def test_printing_the_version_does_not_count_as_a_start(world, start_tray, publisher, updater):
     install(publisher, updater, world, without_updater)
     program = world.prefix / "bin" / "zephyl-tray"
     tray = start_tray()
@@ -126,9 +126,9 @@ def test_what_only_answers_a_question_is_no_start(world, start_tray, publisher, 
     assert tray.stop() == 0
 
 
-# Where a power cut left it
+# After a power cut
 
-def test_a_cut_before_the_exchange_leaves_the_old_version(world, start_tray, publisher, updater):
+def test_a_power_cut_before_the_exchange_keeps_the_old_version(world, start_tray, publisher, updater):
     publisher.publish(publisher.pack(publisher.copy("2.0")))
     assert updater.download(updater.check()["found"]["offer"]) == {"ready": "2.0"}
     put_on_trial(updater, starts=9)
@@ -139,7 +139,7 @@ def test_a_cut_before_the_exchange_leaves_the_old_version(world, start_tray, pub
     assert tray.stop() == 0
 
 
-def test_a_cut_right_behind_the_exchange_loses_no_previous_version(world, start_tray, publisher,
+def test_a_power_cut_after_the_exchange_keeps_the_previous_version(world, start_tray, publisher,
                                                                   updater):
     install(publisher, updater, world, without_updater)
     (updater.directory / "previous").rename(updater.directory / "staged")
@@ -150,7 +150,7 @@ def test_a_cut_right_behind_the_exchange_loses_no_previous_version(world, start_
     assert tray.stop() == 0
 
 
-def test_a_cut_before_the_way_back_goes_the_whole_way(world, start_tray, publisher, updater):
+def test_a_power_cut_before_the_rollback_rolls_back_later(world, start_tray, publisher, updater):
     install(publisher, updater, world)
     put_on_trial(updater, starts=MAX_STARTS)
     shutil.copy(updater.directory / "trial.json", updater.directory / "failed.json")
@@ -160,7 +160,7 @@ def test_a_cut_before_the_way_back_goes_the_whole_way(world, start_tray, publish
     assert tray.stop() == 0
 
 
-def test_a_cut_behind_the_way_back_changes_nothing_any_more(world, start_tray, publisher, updater):
+def test_a_power_cut_after_the_rollback_changes_nothing(world, start_tray, publisher, updater):
     install(publisher, updater, world)
     put_on_trial(updater, starts=MAX_STARTS)
     shutil.copy(updater.directory / "trial.json", updater.directory / "failed.json")
@@ -176,12 +176,12 @@ def test_a_cut_behind_the_way_back_changes_nothing_any_more(world, start_tray, p
     assert tray.stop() == 0
 
 
-def test_a_kill_at_any_moment_of_the_way_back_is_made_up_for(world, start_tray, publisher, updater):
+def test_a_rollback_killed_at_any_moment_is_completed_later(world, start_tray, publisher, updater):
     offer = install(publisher, updater, world, without_updater)
     for step in range(12):
         put_on_trial(updater, starts=MAX_STARTS)
         with updater.start({"takeBack": {}}) as process:
-            time.sleep(0.002 * step)  # when it is killed is the very thing that is tried out
+            time.sleep(0.002 * step)  # the test is about this moment
             process.kill()
         tray = start_tray()
         is_up(tray, updater, "1.0")
@@ -190,7 +190,7 @@ def test_a_kill_at_any_moment_of_the_way_back_is_made_up_for(world, start_tray, 
         assert updater.install("2.0") == {"installed": "2.0"}
 
 
-def test_without_a_version_to_return_to_the_new_one_goes_on(world, start_tray, publisher, updater):
+def test_without_a_previous_version_the_new_one_keeps_running(world, start_tray, publisher, updater):
     install(publisher, updater, world)
     shutil.rmtree(updater.directory / "previous")
     put_on_trial(updater, starts=MAX_STARTS)
@@ -202,7 +202,8 @@ def test_without_a_version_to_return_to_the_new_one_goes_on(world, start_tray, p
     assert tray.stop() == 0
 
 
-def test_a_broken_updater_of_the_new_version_does_not_keep_it(world, start_tray, publisher, updater):
+def test_a_broken_updater_of_the_new_version_does_not_prevent_a_rollback(
+        world, start_tray, publisher, updater):
     def break_updater(prefix):
         program = prefix / "libexec" / "zephyl-tray" / "zephyl-tray-updater"
         program.write_text("#!/bin/sh\nexit 7\n")

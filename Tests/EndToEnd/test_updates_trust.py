@@ -1,5 +1,4 @@
-"""What lies beside an installation, and an installation itself, may have been put there by another
-user of the machine."""
+"""An installation and its state directory may belong to another user of the machine."""
 
 import json
 import os
@@ -13,7 +12,7 @@ from support.tray import eventually, is_alive
 from support.update_fixtures import NEW
 from support.updates import Publisher, Updater, rewrite_information, set_up
 
-STRANGER = 54399  # a user who has nothing
+STRANGER = 54399  # a user without any files
 
 as_root = pytest.mark.skipif(os.geteuid() != 0, reason="needs root, to act as another user")
 
@@ -23,7 +22,7 @@ def state_directory(world):
 
 
 def plant(world, script, **note):
-    """A version that was started too often, and a program that is to roll it back."""
+    """A version that was started too often, and a program that would roll it back."""
     program = state_directory(world) / "previous/libexec/zephyl-tray/zephyl-tray-updater"
     program.parent.mkdir(parents=True)
     program.write_text(f"#!/bin/sh\n{script}\n")
@@ -56,7 +55,7 @@ def behind_a_link(world):
                  id="0777"),
     pytest.param(lambda world: state_directory(world).chmod(0o755), "is open to other users",
                  id="0755")])
-def test_nothing_is_run_that_others_may_have_planted(world, start_tray, prepare, reason):
+def test_no_program_that_others_may_have_placed_is_run(world, start_tray, prepare, reason):
     planted = world.root / "planted"
     plant(world, f"touch {planted}")
     prepare(world)
@@ -67,8 +66,8 @@ def test_nothing_is_run_that_others_may_have_planted(world, start_tray, prepare,
     assert not planted.exists()
 
 
-def test_what_the_user_alone_can_change_is_run(world, start_tray):
-    """So that the test above does not pass because nothing is ever run."""
+def test_a_program_that_only_the_user_can_change_is_run(world, start_tray):
+    """Shows that the test above can fail."""
     planted = world.root / "planted"
     plant(world, f"touch {planted}")
     tray = start_tray()
@@ -79,7 +78,7 @@ def test_what_the_user_alone_can_change_is_run(world, start_tray):
 
 
 @as_root
-def test_no_text_and_no_version_of_another_user_is_believed(world, start_tray):
+def test_files_of_another_user_are_ignored(world, start_tray):
     publisher = Publisher(world)
     try:
         publisher.install("1.0")
@@ -97,7 +96,7 @@ def test_no_text_and_no_version_of_another_user_is_believed(world, start_tray):
         publisher.close()
 
 
-def test_an_updater_that_hangs_does_not_keep_the_tray_from_starting(world, start_tray):
+def test_an_updater_that_hangs_does_not_prevent_the_start(world, start_tray):
     pid = world.root / "pid"
     plant(world, f"echo $$ > {pid}\nexec sleep 1000")
     began = time.monotonic()
@@ -128,7 +127,7 @@ def test_a_note_that_cannot_be_decoded_is_removed(world, start_tray):
     assert tray.stop() == 0
 
 
-# What is not updated
+# Refused installations
 
 @pytest.fixture
 def publisher(world):
@@ -161,7 +160,7 @@ def test_an_installation_of_another_user_is_not_updated(world, updater):
 
 
 @as_root
-def test_a_user_does_not_update_what_belongs_to_another_although_others_may_write(world, updater):
+def test_an_installation_of_another_user_is_not_updated_even_if_writable(world, updater):
     give_away(world.prefix, STRANGER)
     world.root.chmod(0o777)
     for path in [world.prefix, *world.prefix.rglob("*")]:
@@ -198,7 +197,7 @@ def test_an_update_keeps_the_mode_of_the_installation(world, updater, mode):
 @pytest.mark.parametrize("values, reason", [
     ({"SUPublicEDKey": "typo"}, "no usable signing key"),
     ({"SUFeedURL": "http://updates.example/feed"}, "no usable feed address")])
-def test_an_update_that_could_not_be_updated_in_turn_is_refused(publisher, updater, values, reason):
+def test_an_update_without_feed_or_keys_for_later_updates_is_refused(publisher, updater, values, reason):
     shutil.rmtree(publisher.directory / "prefix-2.0")
     prefix = publisher.copy("2.0", program=NEW)
     rewrite_information(prefix, **values)

@@ -1,4 +1,4 @@
-"""A desktop session, and the installed packages in it."""
+"""A desktop session with the installed packages."""
 
 import json
 import os
@@ -22,7 +22,7 @@ def install(directory):
 
 
 class Session:
-    """A desktop with a panel, and the tray in it."""
+    """A desktop with a panel and the tray."""
 
     def __init__(self):
         self.desktop = Desktop()
@@ -54,7 +54,7 @@ class Session:
         return any("zephyl_tray" in item for item in self.items())
 
     def start_from_entry(self):
-        """Returns the process id of the tray, once its item is in the panel."""
+        """Waits until the tray's item is in the panel, and returns the tray's process id."""
         with open(self.log, "ab") as log:
             subprocess.run(["gio", "launch", ENTRY], env=self.desktop.environment, check=True,
                            stdin=subprocess.DEVNULL, stdout=log, stderr=log)
@@ -78,7 +78,7 @@ class Session:
         eventually(lambda: text in self.log.read_text(), 20, f"a line with {text!r}")
 
     def join_servers(self):
-        """Registers two servers, and a setting, and returns what the files hold."""
+        """Registers two servers and a setting, and returns the contents of the files."""
         servers = [{"id": f"{number:08x}-0000-4000-8000-000000000000", "label": f"Server {number}",
                     "ordinal": number, "enabled": number == 1, "agentId": f"agent-{number}",
                     "tailnetFingerprint": f"{number:032x}",

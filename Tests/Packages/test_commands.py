@@ -1,4 +1,4 @@
-"""The installed commands, with the tray in a session and without one."""
+"""The installed commands, with and without a tray in a session."""
 
 import json
 import pathlib
@@ -18,7 +18,7 @@ AGENTS = pathlib.Path("/usr/share/zephyl-tray/agent")
 
 @pytest.fixture
 def agent(session, run):
-    """An agent that is installed, and answers already."""
+    """An installed agent that is already running."""
     AGENTS.mkdir()
     (AGENTS / "zephyl-agent").write_text("#!/bin/sh\nexec sleep 1000\n")
     (AGENTS / "zephyl-agent").chmod(0o755)
@@ -39,12 +39,12 @@ def run(packages, session):
     return run
 
 
-def test_without_a_tray_they_say_so(run):
+def test_without_a_tray_they_fail_with_a_message(run):
     answer = run("status")
     assert answer.returncode == 3, answer
 
 
-def test_an_installed_tray_without_an_agent_says_what_to_do(session, run):
+def test_an_installed_tray_without_an_agent_gives_advice(session, run):
     session.start_from_entry()
     answer = eventually(lambda: next((each for each in [run("status")] if "agent" in each.stdout), None),
                         what="a state with the agent")

@@ -1,6 +1,6 @@
-"""The installed packages in a session: started from the desktop entry and by the bus, and upgraded.
+"""The installed packages in a session: start from the desktop entry and by the bus, and an upgrade.
 
-Installs packages, so it needs a system that may be changed at will (see `check`)."""
+Installs packages, so it needs a disposable system (see `check`)."""
 
 import os
 import pathlib
@@ -11,7 +11,7 @@ from session import PROGRAM, install
 from support.tray import command_line, eventually, is_alive
 
 
-def test_an_upgrade_keeps_everything_and_asks_for_a_restart(packages, session):
+def test_an_upgrade_keeps_data_and_asks_for_a_restart(packages, session):
     if not (packages / "previous").is_dir():
         pytest.skip("there are no packages to upgrade from")
     install(packages / "previous")
@@ -39,7 +39,7 @@ def test_the_bus_starts_it(packages, session):
 
 
 def test_its_windows_are_found(packages, session):
-    """There is no agent, which a window says."""
+    """Waits for the window that reports the missing agent."""
     install(packages / "current")
     pid = session.start_from_entry()
     eventually(lambda: any("zephyl-tray-dialogs" in command_line(int(entry.name))

@@ -1,4 +1,4 @@
-"""The installed unit, run by a systemd of the test's own."""
+"""The installed unit, run by a private systemd."""
 
 import os
 import pathlib
@@ -12,7 +12,7 @@ from support.tray import eventually, is_alive
 
 SYSTEMD = "/lib/systemd/systemd"
 
-# A session manager starts such a target; graphical-session.target refuses to be started by hand.
+# A session manager starts such a target. graphical-session.target refuses a manual start.
 SESSION_TARGET = """[Unit]
 BindsTo=graphical-session.target
 Before=graphical-session.target
@@ -88,7 +88,7 @@ def test_the_unit_runs_the_tray_with_the_session(session, manager):
 
 
 @pytest.mark.parametrize("number", [signal.SIGKILL, signal.SIGSTOP], ids=["killed", "hangs"])
-def test_a_tray_that_fails_is_started_again(session, manager, number):
+def test_a_tray_that_fails_is_restarted(session, manager, number):
     manager.call("start", "zephyl-tray")
     pid = eventually(lambda: session.owner(NAME), what="the tray's name")
     os.kill(pid, number)
