@@ -43,8 +43,8 @@ struct Alert {
   enum class Style { warning, critical, question, information };
 
   Style style = Style::warning;
-  std::string messageText;
-  std::string informativeText;
+  std::string heading;
+  std::string explanation;
   std::vector<std::string> buttons;  ///< at least one; the first is the default
   std::size_t safeButton = 0;        ///< chosen by Escape, by closing and by a crash of the dialog
 
@@ -63,8 +63,8 @@ struct Alert {
 };
 BOOST_DESCRIBE_ENUM(Alert::Style, warning, critical, question, information)
 BOOST_DESCRIBE_STRUCT(Alert, (),
-                      (style, messageText, informativeText, buttons, safeButton, textField,
-                       progress, permittingButtons, requestedByUser))
+                      (style, heading, explanation, buttons, safeButton, textField, progress,
+                       permittingButtons, requestedByUser))
 constexpr auto fieldsWithDefault(const Alert*) {
   return std::tuple(&Alert::permittingButtons, &Alert::requestedByUser);
 }

@@ -66,7 +66,7 @@ struct MenuEntry {
   std::string title;            ///< plain text, without the dot
   std::optional<DotColor> dot;  ///< if set, the title is shown in bold after the dot
   bool enabled = true;          ///< a disabled row only shows information
-  std::string keyEquivalent;    ///< one letter, pressed with Control; may be empty
+  std::string shortcut;         ///< one letter, pressed with Control; may be empty
   std::optional<MenuAction> action;
   std::vector<MenuEntry> submenu;  ///< empty for no submenu
 

@@ -41,7 +41,7 @@ MenuEntry readEntry(const json::object& row) {
   MenuEntry entry;
   entry.key = text(row, "key");
   entry.title = text(row, "title");
-  entry.keyEquivalent = text(row, "letter");
+  entry.shortcut = text(row, "letter");
   if (row.contains("separator")) entry.kind = MenuEntry::Kind::separator;
   if (const auto* enabled = row.if_contains("enabled")) entry.enabled = enabled->as_bool();
   if (const auto* dot = row.if_contains("dot")) {

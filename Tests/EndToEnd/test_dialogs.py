@@ -56,10 +56,10 @@ def test_an_approval_is_answered_by_a_screen_reader(show, button):
 def test_a_screen_reader_gets_the_question_and_the_focus(show):
     top = show(alert=APPROVAL).accessible()
     assert top.role == "dialog"
-    assert top.name == APPROVAL["messageText"]
-    assert top.description == APPROVAL["informativeText"]
+    assert top.name == APPROVAL["heading"]
+    assert top.description == APPROVAL["explanation"]
     assert [each.text for each in top.all() if each.role == "text"] == [
-        APPROVAL["messageText"], APPROVAL["informativeText"]]
+        APPROVAL["heading"], APPROVAL["explanation"]]
     buttons = [each for each in top.all() if each.role == "push button"]
     assert [each.name for each in buttons] == APPROVAL["buttons"]
     assert buttons[0].has("focused")
@@ -92,7 +92,7 @@ def test_tab_goes_from_the_text_over_the_field_to_the_buttons(screen, show):
 def test_the_text_of_a_request_is_not_interpreted(show):
     hostile = ("<b>Ana</b> <a href='http://example.org'>link</a> &amp; &lt; **bold** \u202egnp.exe\n"
                "\x1b[31mred\x07\t\x00 pass\u200bwd \u2028 \U000e0041 \ufdd0 end")
-    top = show(alert={**APPROVAL, "messageText": "<i>Allow?</i>", "informativeText": hostile,
+    top = show(alert={**APPROVAL, "heading": "<i>Allow?</i>", "explanation": hostile,
                       "buttons": ["De&ny", "<b>Allow</b>"]}).accessible()
     message, details = [each.text for each in top.all() if each.role == "text"]
     assert message == "<i>Allow?</i>"
@@ -110,7 +110,7 @@ def test_the_text_of_a_request_is_not_interpreted(show):
 @pytest.mark.parametrize("target", ["/deep" * 2000, "x" * 30000, "word " * 5000, "\n" * 500,
                                     "a" * 1_000_000], ids=["path", "word", "words", "lines", "huge"])
 def test_a_long_request_scrolls_and_stays_on_the_screen(screen, show, target):
-    window = show(alert={**APPROVAL, "messageText": "Allow? " * 200, "informativeText": target})
+    window = show(alert={**APPROVAL, "heading": "Allow? " * 200, "explanation": target})
     top = window.accessible()
     for each in [top, *(each for each in top.all() if each.role == "push button")]:
         left, upper, width, height = each.box()
@@ -123,7 +123,7 @@ def test_a_long_request_scrolls_and_stays_on_the_screen(screen, show, target):
 
 def test_a_long_word_is_copied_unchanged(screen, show):
     word = "é" * 5000
-    show(alert={**APPROVAL, "informativeText": word})
+    show(alert={**APPROVAL, "explanation": word})
     screen.press("shift+Tab", "ctrl+a", "ctrl+c")
     eventually(lambda: screen.clipboard() == word, what="the copied text")
 
@@ -131,10 +131,10 @@ def test_a_long_word_is_copied_unchanged(screen, show):
 def test_text_can_be_selected_and_copied(screen, show):
     window = show(alert=APPROVAL)
     screen.press("shift+Tab", "ctrl+a", "ctrl+c")
-    eventually(lambda: screen.clipboard() == APPROVAL["informativeText"], what="the copied text")
+    eventually(lambda: screen.clipboard() == APPROVAL["explanation"], what="the copied text")
     screen.press("Escape")
     window.report("hidden")
-    assert screen.clipboard() == APPROVAL["informativeText"]
+    assert screen.clipboard() == APPROVAL["explanation"]
 
 
 @pytest.mark.parametrize("typed", ["ALWAYS ALLOW", "  ALWAYS ALLOW ", "always allow", ""])
@@ -348,9 +348,9 @@ def test_the_tray_closes_a_window_without_an_answer(show, request_, way):
 
 @pytest.mark.parametrize("line", [
     "", "garbage", "{}", '{"alert": {"buttons": []}}',
-    '{"alert": {"style": "warning", "messageText": "", "informativeText": "", "buttons": [],'
+    '{"alert": {"style": "warning", "heading": "", "explanation": "", "buttons": [],'
     ' "safeButton": 0}}',
-    '{"alert": {"style": "warning", "messageText": "", "informativeText": "", "buttons": ["OK"],'
+    '{"alert": {"style": "warning", "heading": "", "explanation": "", "buttons": ["OK"],'
     ' "safeButton": 1}}',
     '{"folderPicker": {"prompt": "", "message": ""}, "logWindow": {"title": "", "message": "",'
     ' "shownText": "", "fullText": ""}}'])

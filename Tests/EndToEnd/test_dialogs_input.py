@@ -10,7 +10,7 @@ from support.dialogs import APPROVAL, INVITE, Typing
 from support.tray import eventually
 
 UNREQUESTED = {"alert": {**APPROVAL, "requestedByUser": False}}
-LONG = {**APPROVAL, "informativeText": "Command:\n" + "\n".join(f"line {n}" for n in range(200))}
+LONG = {**APPROVAL, "explanation": "Command:\n" + "\n".join(f"line {n}" for n in range(200))}
 
 
 @pytest.fixture
@@ -201,6 +201,6 @@ def test_an_unrequested_log_is_not_closed_by_continued_typing(screen, open_windo
 
 
 def test_many_combining_characters_do_not_delay_the_window(open_window):
-    window = open_window(alert={**APPROVAL, "informativeText": "a" + "\u0301" * 100_000})
+    window = open_window(alert={**APPROVAL, "explanation": "a" + "\u0301" * 100_000})
     window.report("shown")
     assert window.costs[0] < 3

@@ -11,7 +11,7 @@ from support.tray import REPOSITORY, eventually
 LOG = {"title": "Tailnet Logs", "message": "", "shownText": "one", "fullText": "one",
        "requestedByUser": True}
 FOLDER = {"prompt": "Share", "message": "Choose a project folder to share with this Zephyl."}
-LONG = {**APPROVAL, "informativeText": "Command:\n" + "\n".join(f"line {n}" for n in range(200))}
+LONG = {**APPROVAL, "explanation": "Command:\n" + "\n".join(f"line {n}" for n in range(200))}
 
 
 def property_of(screen, window, name):

@@ -145,9 +145,9 @@ def test_a_requested_check_shows_and_installs_an_update(world, start_tray, publi
     tray.log_line("version 2.0 is confirmed")
     until_menu(watcher, "Version 2.0")
     found, *rest = [json.loads(line) for line in shown.read_text().splitlines()]
-    assert found["messageText"] == "A new version of Zephyl is available!"
-    assert "you have 1.0" in found["informativeText"] and "Calmer." in found["informativeText"]
-    assert [each["messageText"] for each in rest if "Zephyl 2.0" in each["messageText"]] == [
+    assert found["heading"] == "A new version of Zephyl is available!"
+    assert "you have 1.0" in found["explanation"] and "Calmer." in found["explanation"]
+    assert [each["heading"] for each in rest if "Zephyl 2.0" in each["heading"]] == [
         "Downloading Zephyl 2.0…"]
     assert tray.stop() == 0
 

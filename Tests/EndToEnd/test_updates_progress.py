@@ -129,7 +129,7 @@ def test_a_window_receives_progress_a_few_times_a_second(world, start_tray, publ
     eventually(lambda: progress()[-1]["progress"]["text"] == "Verifying…")
     seconds = time.monotonic() - begin  # an upper bound, so that a loaded machine does not fail the test
     download, = [each["alert"] for each in shown()
-                 if each.get("alert", {}).get("messageText") == "Downloading Zephyl 2.0…"]
+                 if each.get("alert", {}).get("heading") == "Downloading Zephyl 2.0…"]
     assert download["buttons"] == ["Cancel"] and download["style"] == "information"
     assert download["progress"] == {"fraction": 0, "text": "0.0" + of_all}
     told = progress()[:-1]

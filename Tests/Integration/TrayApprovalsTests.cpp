@@ -50,7 +50,7 @@ TEST_F(TrayApprovals, ARefusalOfTheAgentIsShown) {
   pend("a");
   dialogs_.press("Deny");
   ASSERT_TRUE(runtime_.runUntil([&] { return !dialogs_.alerts().empty(); }));
-  EXPECT_EQ(dialogs_.alerts()[0].informativeText, "too late");
+  EXPECT_EQ(dialogs_.alerts()[0].explanation, "too late");
 }
 
 TEST_F(TrayApprovals, MenuAndNotificationOpenThePrompt) {

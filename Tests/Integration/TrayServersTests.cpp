@@ -212,7 +212,7 @@ TEST_F(TrayServers, TheMenuAsksForAnInviteKeyIfTheDesktopAppIsNotInstalled) {
   choose(menuActions::RedeemInvite());
   std::filesystem::current_path(before);
   ASSERT_EQ(dialogs_.alerts().size(), 1U);
-  EXPECT_EQ(dialogs_.alerts()[0].messageText, "Join the Zephyl Tailnet");
+  EXPECT_EQ(dialogs_.alerts()[0].heading, "Join the Zephyl Tailnet");
   dialogs_.press("Join", "inv_v2_" + fingerprint_ + "_one");
   EXPECT_EQ(Servers::all().size(), 1U);
 }

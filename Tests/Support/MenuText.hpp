@@ -48,7 +48,7 @@ inline std::string lineOf(const MenuEntry& entry) {
   if (entry.dot) line += " (" + nameOf(*entry.dot) + ")";
   if (!entry.title.empty()) line += " " + entry.title;
   if (!entry.enabled) line += " [off]";
-  if (!entry.keyEquivalent.empty()) line += " ^" + entry.keyEquivalent;
+  if (!entry.shortcut.empty()) line += " ^" + entry.shortcut;
   if (entry.action) line += " -> " + nameOf(*entry.action);
   return line;
 }

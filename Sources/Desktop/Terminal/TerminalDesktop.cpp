@@ -168,8 +168,8 @@ void TerminalDesktop::activate(const RunningApplication&) {
 /// The user at the terminal may have a browser even if this machine has none.
 void TerminalDesktop::openURL(const std::string& url) {
   if (!screen_) return headless_.openURL(url);
-  screen_->presentAlert({.messageText = "Open this address in a browser:",
-                         .informativeText = url,
+  screen_->presentAlert({.heading = "Open this address in a browser:",
+                         .explanation = url,
                          .buttons = {"Close", "Copy"},
                          .requestedByUser = true},
                         "", [this, url](const std::optional<AlertAnswer>& answer) {

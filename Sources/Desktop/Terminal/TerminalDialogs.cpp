@@ -73,8 +73,8 @@ class FolderQuestion final : public Dialog {
     const auto screen = weakScreen.lock();
     if (!screen) return;
     state->number = screen->presentAlert(
-        {.messageText = state->request.message,
-         .informativeText = problem,
+        {.heading = state->request.message,
+         .explanation = problem,
          .buttons = {state->request.prompt, "Cancel"},
          .safeButton = 1,
          .textField = Alert::TextField{.placeholder = "~/src/project"},

@@ -327,8 +327,8 @@ void TerminalScreen::showLogLines() {
 }
 
 void TerminalScreen::openHelp() {
-  presentAlert({.messageText = "Keys",
-                .informativeText = displayText::shown(helpText, capabilities_),
+  presentAlert({.heading = "Keys",
+                .explanation = displayText::shown(helpText, capabilities_),
                 .buttons = {"Close"},
                 .requestedByUser = true},
                "", [](const auto&) {});

@@ -8,8 +8,8 @@ constexpr int inviteFieldWidth = 380;
 
 Alert inviteKey() {
   return {.style = Alert::Style::question,
-          .messageText = "Join the Zephyl Tailnet",
-          .informativeText =
+          .heading = "Join the Zephyl Tailnet",
+          .explanation =
               "Paste the invite key you were sent. It looks like:\n\n"
               "  inv_v2_<fingerprint>_<key>\n\n"
               "The key can only be used once and expires after 24 hours.",
@@ -20,16 +20,14 @@ Alert inviteKey() {
 }
 
 Alert inviteKeyFailed(const std::string& message) {
-  return {.messageText = "That invite key didn't work",
-          .informativeText = message,
+  return {.heading = "That invite key didn't work",
+          .explanation = message,
           .buttons = {"OK"},
           .requestedByUser = true};
 }
 
 Alert connectFailed(const std::string& message) {
-  return {.messageText = "The server couldn't be connected",
-          .informativeText = message,
-          .buttons = {"OK"}};
+  return {.heading = "The server couldn't be connected", .explanation = message, .buttons = {"OK"}};
 }
 
 }  // namespace zephyl::alerts

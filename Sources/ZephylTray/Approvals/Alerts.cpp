@@ -10,8 +10,8 @@ constexpr int phraseFieldWidth = 300;
 
 Alert approval(const PendingApproval& approval, bool requestedByUser) {
   return {.style = Alert::Style::critical,
-          .messageText = "Allow access outside the shared folder?",
-          .informativeText = approvalPromptText(approval),
+          .heading = "Allow access outside the shared folder?",
+          .explanation = approvalPromptText(approval),
           .buttons = {"Deny", "Allow once", "Always allow…"},
           .safeButton = static_cast<std::size_t>(ApprovalButton::deny),
           .permittingButtons = {static_cast<std::size_t>(ApprovalButton::allowOnce),
@@ -21,8 +21,8 @@ Alert approval(const PendingApproval& approval, bool requestedByUser) {
 
 Alert alwaysAllowConfirmation(const PendingApproval& approval) {
   return {.style = Alert::Style::critical,
-          .messageText = "⚠️ Create a permanent exception?",
-          .informativeText = alwaysAllowText(approval),
+          .heading = "⚠️ Create a permanent exception?",
+          .explanation = alwaysAllowText(approval),
           .buttons = {"Cancel", "Create permanent exception"},
           .safeButton = static_cast<std::size_t>(ConfirmationButton::cancel),
           .textField = Alert::TextField{.placeholder = std::string(alwaysAllowPhrase),
@@ -32,16 +32,15 @@ Alert alwaysAllowConfirmation(const PendingApproval& approval) {
 }
 
 Alert phraseDidNotMatch() {
-  return {.messageText = "Confirmation phrase didn't match",
-          .informativeText = "No permanent exception was created; the request was denied.",
+  return {.heading = "Confirmation phrase didn't match",
+          .explanation = "No permanent exception was created; the request was denied.",
           .buttons = {"OK"},
           .requestedByUser = true};
 }
 
 Alert error(const std::string& description) {
-  return {.messageText = "Couldn't update shared folders",
-          .informativeText = description,
-          .buttons = {"OK"}};
+  return {
+      .heading = "Couldn't update shared folders", .explanation = description, .buttons = {"OK"}};
 }
 
 }  // namespace zephyl::alerts

@@ -44,8 +44,8 @@ class KeySeries {
   std::unordered_map<std::string, int> seen_;
 };
 
-MenuEntry withShortcut(MenuEntry entry, std::string keyEquivalent) {
-  entry.keyEquivalent = std::move(keyEquivalent);
+MenuEntry withShortcut(MenuEntry entry, std::string shortcut) {
+  entry.shortcut = std::move(shortcut);
   return entry;
 }
 

@@ -21,33 +21,33 @@ WIDTH, HEIGHT = 1600, 1000
 
 # Requests of the tray.
 APPROVAL = {
-    "style": "critical", "messageText": "Allow access outside the shared folder?",
-    "informativeText": "Ana — in “Release prep”\nasked the agent to run: shell\n\n"
+    "style": "critical", "heading": "Allow access outside the shared folder?",
+    "explanation": "Ana — in “Release prep”\nasked the agent to run: shell\n\n"
                        "Command:\ncat /home/ana/.ssh/id_ed25519\n\n"
                        "Why this is being flagged:\n  • It reads a credential\n\n"
                        "Shared folder: /home/ana/project",
     "buttons": ["Deny", "Allow once", "Always allow…"], "safeButton": 0,
     "permittingButtons": [1, 2], "requestedByUser": True}
 CONFIRMATION = {
-    "style": "critical", "messageText": "⚠️ Create a permanent exception?",
-    "informativeText": "This permanently allows:\n\n/etc/passwd\n\nType ALWAYS ALLOW below to confirm:",
+    "style": "critical", "heading": "⚠️ Create a permanent exception?",
+    "explanation": "This permanently allows:\n\n/etc/passwd\n\nType ALWAYS ALLOW below to confirm:",
     "buttons": ["Cancel", "Create permanent exception"], "safeButton": 0,
     "permittingButtons": [1], "requestedByUser": True,
     "textField": {"placeholder": "ALWAYS ALLOW", "width": 300}}
 INVITE = {
-    "style": "question", "messageText": "Join the Zephyl Tailnet",
-    "informativeText": "Paste the invite key you were sent. It looks like:\n\n"
+    "style": "question", "heading": "Join the Zephyl Tailnet",
+    "explanation": "Paste the invite key you were sent. It looks like:\n\n"
                        "  inv_v2_<fingerprint>_<key>\n\n"
                        "The key can only be used once and expires after 24 hours.",
     "buttons": ["Join", "Cancel"], "safeButton": 1, "requestedByUser": True,
     "textField": {"placeholder": "inv_v2_…", "width": 380}}
 ERROR = {
-    "style": "warning", "messageText": "Couldn't update shared folders",
-    "informativeText": "The agent answered with status 500.", "buttons": ["OK"], "safeButton": 0,
+    "style": "warning", "heading": "Couldn't update shared folders",
+    "explanation": "The agent answered with status 500.", "buttons": ["OK"], "safeButton": 0,
     "requestedByUser": True}
 DOWNLOAD = {
-    "style": "information", "messageText": "Downloading Zephyl 2.0…",
-    "informativeText": "The update is verified, and installed when the agent is idle.",
+    "style": "information", "heading": "Downloading Zephyl 2.0…",
+    "explanation": "The update is verified, and installed when the agent is idle.",
     "buttons": ["Cancel"], "safeButton": 0, "requestedByUser": True,
     "progress": {"fraction": 0, "text": "0.0 of 12.4 MB"}}
 

@@ -11,8 +11,8 @@ using Kind = Key::Kind;
 
 Alert approval() {
   return {.style = Alert::Style::critical,
-          .messageText = "Allow access?",
-          .informativeText = "Command:\ncat /etc/passwd",
+          .heading = "Allow access?",
+          .explanation = "Command:\ncat /etc/passwd",
           .buttons = {"Deny", "Allow once", "Always…"},
           .permittingButtons = {1, 2}};
 }
@@ -20,13 +20,13 @@ Alert approval() {
 /// A text that does not fit on the screen.
 Alert longApproval() {
   Alert alert = approval();
-  for (int i = 0; i < 30; ++i) alert.informativeText += "\nline " + std::to_string(i);
+  for (int i = 0; i < 30; ++i) alert.explanation += "\nline " + std::to_string(i);
   return alert;
 }
 
 Alert question() {
-  return {.messageText = "Join",
-          .informativeText = "Paste the key.",
+  return {.heading = "Join",
+          .explanation = "Paste the key.",
           .buttons = {"Join", "Cancel"},
           .safeButton = 1,
           .textField = Alert::TextField{.placeholder = "inv_v2_…"}};
@@ -62,8 +62,8 @@ TEST(AlertBox, ShowsTheQuestionWithTheFirstButtonMarked) {
 }
 
 TEST(AlertBox, FitsOnTheSmallestScreen) {
-  AlertBox box({.messageText = "Create it?",
-                .informativeText = "This permanently allows:\n\n/etc",
+  AlertBox box({.heading = "Create it?",
+                .explanation = "This permanently allows:\n\n/etc",
                 .buttons = {"Cancel", "Create permanent exception"},
                 .textField = Alert::TextField{.placeholder = "ALWAYS ALLOW"}},
                {});
@@ -78,8 +78,8 @@ TEST(AlertBox, FitsOnTheSmallestScreen) {
 }
 
 Alert download() {
-  return {.messageText = "Downloading…",
-          .informativeText = "It is verified.",
+  return {.heading = "Downloading…",
+          .explanation = "It is verified.",
           .buttons = {"Cancel"},
           .progress = Progress{.fraction = 0.25, .text = "3.1 of 12.4 MB"}};
 }
@@ -228,8 +228,8 @@ TEST(AlertBox, TheMouseChoosesAButton) {
 
 TEST(AlertBox, ALongTextScrollsAndTheButtonsStayVisible) {
   Alert alert = approval();
-  alert.informativeText = "";
-  for (int i = 0; i < 30; ++i) alert.informativeText += "line " + std::to_string(i) + "\n";
+  alert.explanation = "";
+  for (int i = 0; i < 30; ++i) alert.explanation += "line " + std::to_string(i) + "\n";
   AlertBox box(alert, {});
   auto text = drawn(box);
   EXPECT_NE(text.find("line 0"), std::string::npos);
@@ -262,7 +262,7 @@ TEST(AlertBox, DropsMarginsBeforeText) {
 
 TEST(AlertBox, MakesHiddenCharactersVisible) {
   Alert alert = approval();
-  alert.informativeText = "cat \x1b[2J\u202e/etc";
+  alert.explanation = "cat \x1b[2J\u202e/etc";
   AlertBox box(alert, {});
   EXPECT_NE(drawn(box).find("cat ␛[2J\\u202e/etc"), std::string::npos);
 }

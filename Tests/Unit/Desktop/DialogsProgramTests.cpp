@@ -68,7 +68,7 @@ class DialogsProgramTest : public ::testing::Test {
   }
 
   void presentAlert() {
-    const Alert alert{.messageText = "Allow?", .buttons = {"Deny", "Allow"}, .safeButton = 0};
+    const Alert alert{.heading = "Allow?", .buttons = {"Deny", "Allow"}, .safeButton = 0};
     handle_ =
         dialogs_.presentAlert(alert, [this](const Answer& answer) { answers_.push_back(answer); });
   }

@@ -12,7 +12,7 @@ TEST(HeadlessDialogs, AnAlertCannotBeShown) {
   MainLoop mainLoop;
   HeadlessDialogs dialogs(mainLoop);
   int answers = 0;
-  const auto handle = dialogs.presentAlert({.messageText = "Why?", .buttons = {"OK"}},
+  const auto handle = dialogs.presentAlert({.heading = "Why?", .buttons = {"OK"}},
                                            [&](const std::optional<AlertAnswer>& answer) {
                                              EXPECT_FALSE(answer);
                                              ++answers;

@@ -112,7 +112,7 @@ TEST_F(MenuLayoutTest, ARowWithAnotherKindOrActionIsAnotherRow) {
   auto acting = plain;
   acting.action = MenuAction(std::string("act on something else"));
   auto withKey = plain;
-  withKey.keyEquivalent = "o";
+  withKey.shortcut = "o";
   for (const auto& other : {separator, dotted, acting, withKey, row("a", "A", {row("x", "X")})}) {
     set({plain});
     const auto before = topIds();

@@ -76,7 +76,7 @@ TEST(MenuProperties, ADotIsACharacterOnADisabledRowIfTheHostGreysImages) {
 }
 
 TEST(MenuProperties, AKeyEquivalentIsAShortcut) {
-  const MenuEntry entry{.key = "q", .title = "Quit Zephyl", .keyEquivalent = "q"};
+  const MenuEntry entry{.key = "q", .title = "Quit Zephyl", .shortcut = "q"};
   EXPECT_EQ(propertiesOf(&entry, DotStyle::icon).back(), (MenuProperty{"shortcut", Shortcut{"q"}}));
 }
 

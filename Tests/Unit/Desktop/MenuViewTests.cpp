@@ -30,7 +30,7 @@ MenuEntry server(const std::string& key) {
 
 Menu usualMenu() {
   auto open = command("open");
-  open.keyEquivalent = "o";
+  open.shortcut = "o";
   return {open, separator("-"), server("hill"), server("mill"), separator("="), command("quit")};
 }
 

@@ -23,8 +23,8 @@ using Folder = Result<std::optional<std::string>>;
 using Lines = std::vector<std::string>;
 
 const Alert alert{.style = Alert::Style::critical,
-                  .messageText = "Allow?",
-                  .informativeText = "Ana wants\nto read",
+                  .heading = "Allow?",
+                  .explanation = "Ana wants\nto read",
                   .buttons = {"Deny", "Allow once", "Always allow…"}};
 
 const LogWindow logWindow{.title = "Agent Exited",
@@ -115,8 +115,8 @@ TEST_F(ProcessDialogsTest, WritesTheRequestAsOneLine) {
   const auto handle = presentAlert(withField);
   EXPECT_EQ(program().options().executable, "/opt/zephyl-tray-dialogs");
   EXPECT_EQ(program().input(),
-            Lines{R"({"alert":{"style":"critical","messageText":"Allow?",)"
-                  R"("informativeText":"Ana wants\nto read",)"
+            Lines{R"({"alert":{"style":"critical","heading":"Allow?",)"
+                  R"("explanation":"Ana wants\nto read",)"
                   R"("buttons":["Deny","Allow once","Always allow…"],"safeButton":1,)"
                   R"("textField":{"placeholder":"ALWAYS ALLOW","width":300},)"
                   R"("permittingButtons":[1,2],"requestedByUser":false}})"});
@@ -127,7 +127,7 @@ TEST_F(ProcessDialogsTest, WritesTheRequestAsOneLine) {
 }
 
 TEST_F(ProcessDialogsTest, SendsProgressInOrderAndNothingAfterTheEnd) {
-  Alert withBar{.messageText = "Downloading", .buttons = {"Cancel"}};
+  Alert withBar{.heading = "Downloading", .buttons = {"Cancel"}};
   withBar.progress = Progress{.fraction = 0, .text = "0 of 9 MB"};
   auto handle = presentAlert(withBar);
   EXPECT_NE(program().input().at(0).find(R"("progress":{"fraction":0E0,"text":"0 of 9 MB"})"),
@@ -455,11 +455,11 @@ TEST_F(ProcessDialogsTest, SeveralDialogsAreOpenSideBySide) {
 
 TEST_F(ProcessDialogsTest, InvalidUTF8IsShownWithReplacements) {
   Alert broken = alert;
-  broken.informativeText = "a\xFF\nb";
+  broken.explanation = "a\xFF\nb";
   const auto handle = presentAlert(broken);
   const auto request = json::decodeText<DialogRequest>(program().input().at(0));
   ASSERT_TRUE(request) << request.error().message;
-  EXPECT_EQ(std::get<Alert>(*request).informativeText, "a\uFFFD\nb");
+  EXPECT_EQ(std::get<Alert>(*request).explanation, "a\uFFFD\nb");
 }
 
 TEST_F(ProcessDialogsTest, LeavesNoTimer) {

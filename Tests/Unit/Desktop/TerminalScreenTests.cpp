@@ -84,7 +84,7 @@ class TerminalScreenTest : public ::testing::Test {
 };
 
 const Alert accessRequest{.style = Alert::Style::critical,
-                          .messageText = "Allow access?",
+                          .heading = "Allow access?",
                           .buttons = {"Deny", "Allow once"},
                           .permittingButtons = {1},
                           .requestedByUser = true};
@@ -121,7 +121,7 @@ TEST_F(TerminalScreenTest, IsIdleWhileNothingChanges) {
 }
 
 TEST_F(TerminalScreenTest, DrawsOnlyAVisibleProgressBar) {
-  const auto download = present({.messageText = "Downloading",
+  const auto download = present({.heading = "Downloading",
                                  .buttons = {"Cancel"},
                                  .progress = Progress{.fraction = 0, .text = "0.0 of 4.0 MB"}});
   EXPECT_TRUE(shows("0.0 of 4.0 MB"));
@@ -266,7 +266,7 @@ TEST_F(TerminalScreenTest, EscapeIsRecognizedAfterAPause) {
 
 TEST_F(TerminalScreenTest, AlertsAreShownOneAfterTheOther) {
   const auto first = present(accessRequest);
-  const auto second = present({.messageText = "Second", .buttons = {"OK"}});
+  const auto second = present({.heading = "Second", .buttons = {"OK"}});
   EXPECT_FALSE(shows("Second"));
   advance(TerminalScreen::answerDelay);
   press("\r");

@@ -21,11 +21,11 @@ PendingApproval sampleRequest() {
 TEST(Alerts, DenyIsTheDefaultOfAnApproval) {
   EXPECT_EQ(alerts::approval(sampleRequest(), /*requestedByUser=*/false),
             (Alert{.style = Alert::Style::critical,
-                   .messageText = "Allow access outside the shared folder?",
-                   .informativeText = "Ana\nasked the agent to run: read_file"
-                                      "\n\nPath:\n/etc/passwd"
-                                      "\n\nWhy this is being flagged:\n  • It is outside the folder"
-                                      "\n\nShared folder: /home/ana/project",
+                   .heading = "Allow access outside the shared folder?",
+                   .explanation = "Ana\nasked the agent to run: read_file"
+                                  "\n\nPath:\n/etc/passwd"
+                                  "\n\nWhy this is being flagged:\n  • It is outside the folder"
+                                  "\n\nShared folder: /home/ana/project",
                    .buttons = {"Deny", "Allow once", "Always allow…"},
                    .safeButton = 0,
                    .permittingButtons = {1, 2}}));
@@ -35,7 +35,7 @@ TEST(Alerts, DenyIsTheDefaultOfAnApproval) {
 TEST(Alerts, APermanentExceptionAsksForThePhrase) {
   const auto alert = alerts::alwaysAllowConfirmation(sampleRequest());
   EXPECT_EQ(alert.style, Alert::Style::critical);
-  EXPECT_EQ(alert.messageText, "⚠️ Create a permanent exception?");
+  EXPECT_EQ(alert.heading, "⚠️ Create a permanent exception?");
   EXPECT_EQ(alert.buttons, (Buttons{"Cancel", "Create permanent exception"}));
   EXPECT_EQ(alert.safeButton, 0U);
   EXPECT_EQ(alert.textField, (Alert::TextField{.placeholder = "ALWAYS ALLOW", .width = 300}));
@@ -46,16 +46,16 @@ TEST(Alerts, APermanentExceptionAsksForThePhrase) {
 TEST(Alerts, AWrongPhraseIsAWarning) {
   EXPECT_EQ(alerts::phraseDidNotMatch(),
             (Alert{.style = Alert::Style::warning,
-                   .messageText = "Confirmation phrase didn't match",
-                   .informativeText = "No permanent exception was created; the request was denied.",
+                   .heading = "Confirmation phrase didn't match",
+                   .explanation = "No permanent exception was created; the request was denied.",
                    .buttons = {"OK"},
                    .requestedByUser = true}));
 }
 
 TEST(Alerts, AnErrorContainsItsMessage) {
   EXPECT_EQ(alerts::error("too late"), (Alert{.style = Alert::Style::warning,
-                                              .messageText = "Couldn't update shared folders",
-                                              .informativeText = "too late",
+                                              .heading = "Couldn't update shared folders",
+                                              .explanation = "too late",
                                               .buttons = {"OK"}}));
 }
 

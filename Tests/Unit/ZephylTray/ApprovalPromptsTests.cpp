@@ -26,9 +26,9 @@ class ApprovalPromptsTest : public ::testing::Test {
   Strings prompts() {
     Strings shown;
     for (const auto& alert : dialogs_.alerts()) {
-      const auto at = alert.informativeText.find("/etc/");
+      const auto at = alert.explanation.find("/etc/");
       const bool isPrompt = at != std::string::npos;
-      shown.push_back(isPrompt ? alert.informativeText.substr(at + 5, 1) : alert.messageText);
+      shown.push_back(isPrompt ? alert.explanation.substr(at + 5, 1) : alert.heading);
     }
     return shown;
   }
@@ -81,7 +81,7 @@ TEST_F(ApprovalPromptsTest, ANewRequestPostsANotificationAndOpensAPrompt) {
                                   .actionTitle = "Review…"}}));
   const auto alert = dialogs_.alerts()[0];
   EXPECT_EQ(alert.style, Alert::Style::critical);
-  EXPECT_EQ(alert.messageText, "Allow access outside the shared folder?");
+  EXPECT_EQ(alert.heading, "Allow access outside the shared folder?");
   EXPECT_EQ(alert.buttons, (Strings{"Deny", "Allow once", "Always allow…"}));
   EXPECT_EQ(alert.safeButton, 0U);
   EXPECT_FALSE(alert.requestedByUser);
@@ -121,7 +121,7 @@ TEST_F(ApprovalPromptsTest, ThePhraseCreatesAPermanentException) {
     decisions_.clear();
     pend({"a"});
     dialogs_.press("Always allow…");
-    ASSERT_EQ(dialogs_.alerts().back().messageText, "⚠️ Create a permanent exception?");
+    ASSERT_EQ(dialogs_.alerts().back().heading, "⚠️ Create a permanent exception?");
     dialogs_.press("Create permanent exception", typed);
     EXPECT_EQ(decisions_, Strings{"a=always ALWAYS ALLOW"});
     answer();
@@ -220,7 +220,7 @@ TEST_F(ApprovalPromptsTest, ADecisionThatTheAgentRefusesIsReportedAndNotAskedAga
   dialogs_.press("Allow once");
   answer(Error{"too late"});
   ASSERT_EQ(prompts(), Strings{"Couldn't update shared folders"});
-  EXPECT_EQ(dialogs_.alerts()[0].informativeText, "too late");
+  EXPECT_EQ(dialogs_.alerts()[0].explanation, "too late");
   prompts_->reviewPendingApprovals();
   EXPECT_EQ(dialogs_.timesBroughtToFront(), 1);
   dialogs_.press("OK");
@@ -245,7 +245,7 @@ TEST_F(ApprovalPromptsTest, AReplacedErrorDoesNotBlockTheNextRequest) {
   prompts_->revokeEscapeGrant({.path = "/etc/a"});
   answer(Error{"no"});
   EXPECT_EQ(prompts(), (Strings{"Couldn't update shared folders", "b"}));
-  EXPECT_EQ(dialogs_.alerts()[0].informativeText, "no");
+  EXPECT_EQ(dialogs_.alerts()[0].explanation, "no");
 }
 
 TEST_F(ApprovalPromptsTest, RevokingAnExceptionIsSentAtOnce) {
@@ -256,7 +256,7 @@ TEST_F(ApprovalPromptsTest, RevokingAnExceptionIsSentAtOnce) {
   EXPECT_EQ(refreshes_, 1);
   prompts_->revokeEscapeGrant({.path = "/etc/a"});
   answer(Error{"no"});
-  EXPECT_EQ(dialogs_.alerts().at(0).informativeText, "no");
+  EXPECT_EQ(dialogs_.alerts().at(0).explanation, "no");
   EXPECT_EQ(refreshes_, 1);
 }
 

@@ -160,7 +160,7 @@ TEST_F(ProcessUpdaterTest, ReportsOnceThatNoCheckHasSucceededForFourWeeks) {
   EXPECT_TRUE(dialogs_.alerts().empty());
   failChecksFor(2 * 24h);
   EXPECT_EQ(shown(), "Zephyl could not check for updates for four weeks");
-  EXPECT_NE(dialogs_.alerts().back().informativeText.find("cannot be reached"), std::string::npos);
+  EXPECT_NE(dialogs_.alerts().back().explanation.find("cannot be reached"), std::string::npos);
   press("OK");
   failChecksFor(40 * 24h);
   EXPECT_TRUE(dialogs_.alerts().empty()) << "once";

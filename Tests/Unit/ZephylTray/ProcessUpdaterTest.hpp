@@ -119,7 +119,7 @@ class ProcessUpdaterTest : public ::testing::Test {
     return std::chrono::floor<std::chrono::seconds>(runtime_.clock.calendarNow());
   }
   [[nodiscard]] std::string shown() const {
-    return dialogs_.alerts().empty() ? "" : dialogs_.alerts().back().messageText;
+    return dialogs_.alerts().empty() ? "" : dialogs_.alerts().back().heading;
   }
   void press(const std::string& button) {
     dialogs_.press(button);

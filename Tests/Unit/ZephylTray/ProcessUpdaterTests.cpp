@@ -23,8 +23,8 @@ TEST_F(ProcessUpdaterTest, ShowsAndInstallsAnUpdateThatTheUserAskedFor) {
   find();
   EXPECT_EQ(delegate_->take(), (Told{"found 2.0", "shown to the user who asked"}));
   const Alert found = dialogs_.alerts().back();
-  EXPECT_NE(found.informativeText.find("you have 1.0"), std::string::npos);
-  EXPECT_NE(found.informativeText.find("Calmer."), std::string::npos);
+  EXPECT_NE(found.explanation.find("you have 1.0"), std::string::npos);
+  EXPECT_NE(found.explanation.find("Calmer."), std::string::npos);
   press("Install Update");
   EXPECT_EQ(delegate_->take(), Told{"attention"});
   ASSERT_TRUE(isCommand<DownloadCommand>());
@@ -163,7 +163,7 @@ TEST_F(ProcessUpdaterTest, ReportsNoUpdateOrAnErrorToAUserWhoAsked) {
   controller_->checkForUpdates();
   report(UpdateFailed{"The signature of the feed is invalid."});
   EXPECT_EQ(shown(), "Update Error!");
-  EXPECT_NE(dialogs_.alerts().back().informativeText.find("signature"), std::string::npos);
+  EXPECT_NE(dialogs_.alerts().back().explanation.find("signature"), std::string::npos);
   press("OK");
   controller_->checkForUpdates();
   find();
@@ -188,14 +188,14 @@ TEST_F(ProcessUpdaterTest, TreatsInvalidMessagesAndAnEarlyEndAsFailures) {
   runtime_.launcher.failWith("updater: No such file or directory");
   controller_->checkForUpdates();
   runtime_.settle();
-  EXPECT_NE(dialogs_.alerts().back().informativeText.find("No such file"), std::string::npos);
+  EXPECT_NE(dialogs_.alerts().back().explanation.find("No such file"), std::string::npos);
 }
 
 TEST_F(ProcessUpdaterTest, OnlyReportsAnUpdateThatItCannotInstall) {
   startAndCheck();
   find("Run: apt upgrade");
   EXPECT_EQ(dialogs_.alerts().back().buttons, std::vector<std::string>{"OK"});
-  EXPECT_NE(dialogs_.alerts().back().informativeText.find("Run: apt upgrade"), std::string::npos);
+  EXPECT_NE(dialogs_.alerts().back().explanation.find("Run: apt upgrade"), std::string::npos);
   press("OK");
   EXPECT_EQ(runs(), 1U);
 }

@@ -205,20 +205,20 @@ TEST_F(ServerActionsTest, TheUserIsAlertedIfAServerCannotBeEnabled) {
   failure_ = Error{"disk full"};
   actions_->connectServer("a");
   ASSERT_EQ(dialogs_.alerts().size(), 1U);
-  EXPECT_EQ(dialogs_.alerts()[0].messageText, "The server couldn't be connected");
-  EXPECT_EQ(dialogs_.alerts()[0].informativeText,
+  EXPECT_EQ(dialogs_.alerts()[0].heading, "The server couldn't be connected");
+  EXPECT_EQ(dialogs_.alerts()[0].explanation,
             "The change could not be saved, so nothing was changed: disk full");
 }
 
 TEST_F(ServerActionsTest, AsksForAnInviteKeyAndReportsWhyItFailed) {
   actions_->promptForInviteKey();
   ASSERT_EQ(dialogs_.alerts().size(), 1U);
-  EXPECT_EQ(dialogs_.alerts()[0].messageText, "Join the Zephyl Tailnet");
+  EXPECT_EQ(dialogs_.alerts()[0].heading, "Join the Zephyl Tailnet");
   EXPECT_TRUE(dialogs_.alerts()[0].requestedByUser);
   dialogs_.press("Join", "inv_v2_nonsense");
   ASSERT_EQ(dialogs_.alerts().size(), 1U);
-  EXPECT_EQ(dialogs_.alerts()[0].messageText, "That invite key didn't work");
-  EXPECT_EQ(dialogs_.alerts()[0].informativeText, "That doesn't look like a Zephyl invite key.");
+  EXPECT_EQ(dialogs_.alerts()[0].heading, "That invite key didn't work");
+  EXPECT_EQ(dialogs_.alerts()[0].explanation, "That doesn't look like a Zephyl invite key.");
   dialogs_.press("OK");
   EXPECT_TRUE(dialogs_.alerts().empty());
 }

@@ -10,8 +10,8 @@ namespace {
 
 TEST(ServerAlerts, AnInviteKeyPromptJoinsByDefaultAndIsCancelledByEscape) {
   const auto alert = alerts::inviteKey();
-  EXPECT_EQ(alert.messageText, "Join the Zephyl Tailnet");
-  EXPECT_EQ(alert.informativeText,
+  EXPECT_EQ(alert.heading, "Join the Zephyl Tailnet");
+  EXPECT_EQ(alert.explanation,
             "Paste the invite key you were sent. It looks like:\n\n  inv_v2_<fingerprint>_<key>\n\n"
             "The key can only be used once and expires after 24 hours.");
   EXPECT_EQ(alert.buttons, (std::vector<std::string>{"Join", "Cancel"}));
@@ -22,8 +22,8 @@ TEST(ServerAlerts, AnInviteKeyPromptJoinsByDefaultAndIsCancelledByEscape) {
 TEST(ServerAlerts, AFailedInviteKeyHasAReason) {
   EXPECT_EQ(alerts::inviteKeyFailed("It has expired."),
             (Alert{.style = Alert::Style::warning,
-                   .messageText = "That invite key didn't work",
-                   .informativeText = "It has expired.",
+                   .heading = "That invite key didn't work",
+                   .explanation = "It has expired.",
                    .buttons = {"OK"},
                    .requestedByUser = true}));
 }

@@ -16,7 +16,7 @@ std::shared_ptr<const Menu> placeholder() {
 bool sameRow(const MenuEntry& before, const MenuEntry& now) {
   return before.key == now.key && before.kind == now.kind && before.action == now.action &&
          before.submenu.empty() == now.submenu.empty() &&
-         before.dot.has_value() == now.dot.has_value() && before.keyEquivalent == now.keyEquivalent;
+         before.dot.has_value() == now.dot.has_value() && before.shortcut == now.shortcut;
 }
 
 bool hasSameAppearance(const MenuEntry& before, const MenuEntry& now) {

@@ -65,8 +65,8 @@ std::vector<MenuProperty> propertiesOf(const MenuEntry* entry, DotStyle style) {
   std::vector<MenuProperty> properties{{"label", label(*entry, style)},
                                        {"enabled", entry->enabled}};
   if (!entry->submenu.empty()) properties.push_back({"children-display", "submenu"});
-  if (!entry->keyEquivalent.empty()) {
-    properties.push_back({"shortcut", Shortcut{entry->keyEquivalent}});
+  if (!entry->shortcut.empty()) {
+    properties.push_back({"shortcut", Shortcut{entry->shortcut}});
   }
   if (entry->dot) {
     if (hasDotAsIcon(*entry, style)) {

@@ -25,16 +25,16 @@ Alert asShown(Alert alert, const TerminalCapabilities& capabilities) {
   const auto show = [&](std::string& text) {
     text = displayText::shown(visibleLines(text), capabilities);
   };
-  show(alert.messageText);
-  show(alert.informativeText);
+  show(alert.heading);
+  show(alert.explanation);
   for (auto& button : alert.buttons) show(button);
   if (alert.progress) show(alert.progress->text);
   return alert;
 }
 
 std::vector<std::string> linesOf(const Alert& alert) {
-  std::vector<std::string> lines{alert.informativeText};
-  return alert.informativeText.empty() ? std::vector<std::string>{} : lines;
+  std::vector<std::string> lines{alert.explanation};
+  return alert.explanation.empty() ? std::vector<std::string>{} : lines;
 }
 
 }  // namespace
@@ -122,7 +122,7 @@ std::vector<Area> AlertBox::placeButtons(int columns) const {
 AlertBox::Layout AlertBox::computeLayout(ScreenSize size) {
   const int columns = std::min(size.columns - (size.columns > 30 ? 4 : 0), maxColumns);
   const int inner = columns - 4;
-  Layout layout{.message = displayText::wrapped(alert_.messageText, inner),
+  Layout layout{.message = displayText::wrapped(alert_.heading, inner),
                 .buttons = placeButtons(inner)};
   layout.buttonRows = layout.buttons.empty() ? 0 : layout.buttons.back().row + 1;
   const int lines = text_.rowsAt(inner - 1);

@@ -44,8 +44,8 @@ std::string_view dotOf(DotColor dot, const TerminalCapabilities& capabilities) {
 }
 
 std::string shortcutOf(const MenuEntry& entry) {
-  if (entry.keyEquivalent.empty()) return {};
-  std::string letter = entry.keyEquivalent;
+  if (entry.shortcut.empty()) return {};
+  std::string letter = entry.shortcut;
   if (letter.front() >= 'a' && letter.front() <= 'z') {
     letter.front() = static_cast<char>(letter.front() - 'a' + 'A');
   }
@@ -135,7 +135,7 @@ MenuView::Outcome MenuView::handle(const Key& key) {
   };
   if (key.kind == Kind::control) {
     const auto found = std::ranges::find_if(
-        rows_, [&](const Row& row) { return row.entry->keyEquivalent == key.text; });
+        rows_, [&](const Row& row) { return row.entry->shortcut == key.text; });
     if (found == rows_.end() || !found->canBeChosen()) return {};
     return activate(static_cast<std::size_t>(found - rows_.begin()));
   }

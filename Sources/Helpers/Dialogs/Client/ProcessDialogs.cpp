@@ -28,8 +28,8 @@ Progress valid(Progress progress) {
 }
 
 Alert valid(Alert alert) {
-  makeValid(alert.messageText);
-  makeValid(alert.informativeText);
+  makeValid(alert.heading);
+  makeValid(alert.explanation);
   for (auto& button : alert.buttons) makeValid(button);
   if (alert.textField) makeValid(alert.textField->placeholder);
   if (alert.progress) makeValid(alert.progress->text);

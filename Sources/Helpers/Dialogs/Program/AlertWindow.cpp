@@ -46,11 +46,11 @@ AlertWindow::AlertWindow(Conversation& conversation, const Alert& alert)
     : DialogWindow(conversation, shieldingOf(alert)),
       safeButton_(alert.safeButton),
       permittingButtons_(alert.permittingButtons),
-      message_(plainText(alert.messageText), messageFont(font()), roomFor(0.2)),
-      information_(plainText(alert.informativeText), font(), roomFor(0.4)) {
+      message_(plainText(alert.heading), messageFont(font()), roomFor(0.2)),
+      information_(plainText(alert.explanation), font(), roomFor(0.4)) {
   setWindowTitle(QStringLiteral("Zephyl"));
-  setAccessibleName(plainText(alert.messageText));
-  setAccessibleDescription(plainText(alert.informativeText));
+  setAccessibleName(plainText(alert.heading));
+  setAccessibleDescription(plainText(alert.explanation));
   icon_.setPixmap(symbolOf(alert.style, iconSize, devicePixelRatio()));
   icon_.setAccessibleName(nameOfSymbol(alert.style));
   message_.setAccessibleName(QStringLiteral("Message"));
@@ -63,7 +63,7 @@ AlertWindow::AlertWindow(Conversation& conversation, const Alert& alert)
   layout_.setRowStretch(1, 1);
   layout_.addWidget(&icon_, 0, 0, 2, 1, Qt::AlignTop);
   layout_.addWidget(&message_, 0, 1);
-  if (!alert.informativeText.empty()) layout_.addWidget(&information_, 1, 1);
+  if (!alert.explanation.empty()) layout_.addWidget(&information_, 1, 1);
   addButtons(alert.buttons);
   if (alert.textField) addTextField(*alert.textField);
   if (alert.progress) addProgress(*alert.progress);

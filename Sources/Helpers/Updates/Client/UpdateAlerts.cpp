@@ -42,9 +42,9 @@ std::string amountInWords(std::int64_t received, std::int64_t total) {
 
 Alert updateFound(const UpdateOffer& offer, const std::string& currentVersion) {
   Alert alert{.style = Alert::Style::information,
-              .messageText = "A new version of Zephyl is available!",
-              .informativeText = availability(offer, currentVersion) +
-                                 " Would you like to install it now?" + notesOf(offer),
+              .heading = "A new version of Zephyl is available!",
+              .explanation = availability(offer, currentVersion) +
+                             " Would you like to install it now?" + notesOf(offer),
               .buttons = {"Install Update", "Remind Me Later"},
               .safeButton = static_cast<std::size_t>(UpdateButton::later)};
   if (!offer.critical) alert.buttons.emplace_back("Skip This Version");
@@ -53,18 +53,17 @@ Alert updateFound(const UpdateOffer& offer, const std::string& currentVersion) {
 
 Alert updateFoundElsewhere(const UpdateOffer& offer, const std::string& currentVersion,
                            const std::string& obstacle) {
-  return {
-      .style = Alert::Style::information,
-      .messageText = "A new version of Zephyl is available!",
-      .informativeText = availability(offer, currentVersion) + "\n\n" + obstacle + notesOf(offer),
-      .buttons = {"OK"},
-      .requestedByUser = true};
+  return {.style = Alert::Style::information,
+          .heading = "A new version of Zephyl is available!",
+          .explanation = availability(offer, currentVersion) + "\n\n" + obstacle + notesOf(offer),
+          .buttons = {"OK"},
+          .requestedByUser = true};
 }
 
 Alert updateDownloading(const UpdateOffer& offer) {
   return {.style = Alert::Style::information,
-          .messageText = formatText("Downloading Zephyl {}…", offer.displayVersion),
-          .informativeText =
+          .heading = formatText("Downloading Zephyl {}…", offer.displayVersion),
+          .explanation =
               "The update is verified, and installed when the agent is idle. "
               "Zephyl then restarts.",
           .buttons = {"Cancel"},
@@ -84,32 +83,32 @@ Progress downloadProgress(const UpdateProgress& progress) {
 
 Alert upToDate(const std::string& currentVersion) {
   return {.style = Alert::Style::information,
-          .messageText = "You’re up to date!",
-          .informativeText =
+          .heading = "You’re up to date!",
+          .explanation =
               formatText("Zephyl {} is currently the newest version available.", currentVersion),
           .buttons = {"OK"},
           .requestedByUser = true};
 }
 
 Alert updateFailed(const std::string& message) {
-  return {.messageText = "Update Error!",
-          .informativeText = message + "\n\nNothing has been changed.",
+  return {.heading = "Update Error!",
+          .explanation = message + "\n\nNothing has been changed.",
           .buttons = {"OK"},
           .requestedByUser = true};
 }
 
 Alert updateChecksMissing(const std::string& reason) {
-  return {.messageText = "Zephyl could not check for updates for four weeks",
-          .informativeText = reason +
-                             "\n\nMake sure that this computer is online, then choose “Check for "
-                             "Updates…” in the menu. If that fails again, install the current "
-                             "version by hand.",
+  return {.heading = "Zephyl could not check for updates for four weeks",
+          .explanation = reason +
+                         "\n\nMake sure that this computer is online, then choose “Check for "
+                         "Updates…” in the menu. If that fails again, install the current "
+                         "version by hand.",
           .buttons = {"OK"}};
 }
 
 Alert updateRolledBack(const std::string& failedVersion, const std::string& currentVersion) {
-  return {.messageText = formatText("Zephyl {} could not be started", failedVersion),
-          .informativeText = formatText(
+  return {.heading = formatText("Zephyl {} could not be started", failedVersion),
+          .explanation = formatText(
               "You are using version {} again, as before the update. Nothing else has changed.",
               currentVersion),
           .buttons = {"OK"}};
