@@ -38,8 +38,8 @@ struct Transfer {
       failure = Error{"The server sent more than expected."};
       return 0;
     }
-    if (auto received = owner.receive(bytes); !received) {
-      failure = received.error();
+    if (auto accepted = owner.receive(bytes); !accepted) {
+      failure = accepted.error();
       return 0;
     }
     return bytes.size();
