@@ -241,7 +241,7 @@ def test_a_lower_version_is_refused_at_every_step(publisher, updater):
              "signature": re.search('edSignature="(.*?)"', item)[1]}
     refused_download(updater, offer, "not newer")
     # It is also refused if the item claims a higher version, or has other bytes.
-    refused_download(updater, {**offer, "version": "2.0"}, "says it is version 0.9, not 2.0")
+    refused_download(updater, {**offer, "version": "2.0"}, "The update is version 0.9, not 2.0")
     refused_download(updater, {**offer, "version": "1.0"}, "not newer")
 
 

@@ -118,7 +118,8 @@ TEST_F(HTTPKeptConnectionTest, AnAnswerThatBreaksOffIsNotRequestedAgain) {
                 }),
       2);
   EXPECT_EQ(outcome({.url = server.url()}), "200 ok");
-  EXPECT_EQ(outcome({.url = server.url()}), server.authority() + " broke off its answer");
+  EXPECT_EQ(outcome({.url = server.url()}),
+            server.authority() + " closed the connection before the end of its answer");
   EXPECT_EQ(connections_, 1);
 }
 
