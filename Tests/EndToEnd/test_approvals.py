@@ -128,8 +128,8 @@ def test_a_notification_opens_its_request_and_is_withdrawn_with_it(screen, world
     assert posted["body"].endswith(" wants run_command to reach outside the shared folder.")
     assert posted["actions"] == ["default", "Review…", "show", "Review…"]
     assert posted["hints"]["desktop-entry"] == "com.zephyl.tray"
-    server.say("ActivationToken", "(us)", posted["id"], "token-9")
-    server.say("ActionInvoked", "(us)", posted["id"], "show")
+    server.send_signal("ActivationToken", "(us)", posted["id"], "token-9")
+    server.send_signal("ActionInvoked", "(us)", posted["id"], "show")
     prompt = Prompt(screen, tray, requested=True)
     environment = pathlib.Path(f"/proc/{prompt.pid}/environ").read_bytes().split(b"\0")
     assert b"XDG_ACTIVATION_TOKEN=token-9" in environment

@@ -84,8 +84,8 @@ def test_the_notification_brings_the_open_prompt_to_the_front(screen, tray, agen
     posted, = eventually(lambda: server.posted, what="a notification")
     prompt = prompt_of(screen, tray)
     screen.activate(editor.process.pid)
-    server.say("ActivationToken", "(us)", posted["id"], "token-9_TIME0")
-    server.say("ActionInvoked", "(us)", posted["id"], "show")
+    server.send_signal("ActivationToken", "(us)", posted["id"], "token-9_TIME0")
+    server.send_signal("ActionInvoked", "(us)", posted["id"], "show")
     eventually(lambda: is_in_front(screen, prompt), what="the prompt in front")
     environment = pathlib.Path(f"/proc/{prompt}/environ").read_bytes().split(b"\0")
     assert not [each for each in environment if each.startswith(b"XDG_ACTIVATION_TOKEN=")], \

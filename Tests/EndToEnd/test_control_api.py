@@ -111,8 +111,8 @@ def test_an_unknown_server_is_refused(shared_api, method, path, body):
 def test_a_window_without_a_server_starts_with_onboarding(shared_api, window, world, start_api):
     world.use_agent_script(IDLE)
     start_api()
-    told = {name: value for name, value in window.environment().items() if name.startswith("ZEPHYL_ONBOARD")}
-    assert told == {"ZEPHYL_ONBOARD": "1", "ZEPHYL_ONBOARD_TOKEN": window.token,
+    variables = {name: value for name, value in window.environment().items() if name.startswith("ZEPHYL_ONBOARD")}
+    assert variables == {"ZEPHYL_ONBOARD": "1", "ZEPHYL_ONBOARD_TOKEN": window.token,
                     "ZEPHYL_ONBOARD_PORT": str(world.control_port)}
     assert "ZEPHYL_URL" not in window.environment()
 

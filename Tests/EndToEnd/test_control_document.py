@@ -108,8 +108,8 @@ def test_every_example_works(world, start_api):
             # Several examples restart the agent, which is unreachable for a moment.
             eventually(lambda: ask()[0], what=text)
         else:
-            works, told = ask()
-            assert works, told
+            works, details = ask()
+            assert works, details
 
 
 def test_the_examples_of_errors_work(shared_api):
@@ -117,6 +117,6 @@ def test_the_examples_of_errors_work(shared_api):
     without_token = [text for info, text in EXAMPLES if info == ["without-token"]]
     assert len(without_agent) == 1 and len(without_token) == 1
     for api, text in ((shared_api, without_agent[0]), (ControlApi(shared_api.port, "none"), without_token[0])):
-        works, told = outcome(api, text)
-        assert works, told
+        works, details = outcome(api, text)
+        assert works, details
     assert {tuple(info) for info, _ in EXAMPLES} == {(), ("without-agent",), ("without-token",)}

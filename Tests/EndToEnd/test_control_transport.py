@@ -237,7 +237,7 @@ def test_the_token_is_valid_for_one_run_and_only_the_window_has_it(world, window
         assert token not in read(f"/proc/{pid}/cmdline")
     assert not any(api.token in line for line in api.tray.lines)
     assert token not in json.dumps(api.get("/diagnostics")).encode()
-    files = [path for path in world.root.rglob("*") if path.is_file() and path != window.told]
+    files = [path for path in world.root.rglob("*") if path.is_file() and path != window.environment_file]
     assert len(files) > 5
     assert not [path for path in files if token in path.read_bytes()]
     assert api.tray.stop() == 0
@@ -384,8 +384,8 @@ def test_an_invalid_port_ends_the_tray_in_order(world, start_tray, port):
     tray = start_tray()
     children = tray.children()
     assert tray.wait() == 1
-    told = [line for line in tray.lines if port in line]
-    assert len(told) == 1 and told[0].startswith("[tray] ")
+    lines = [line for line in tray.lines if port in line]
+    assert len(lines) == 1 and lines[0].startswith("[tray] ")
     assert not any(map(is_alive, children))
 
 

@@ -17,26 +17,26 @@ BUILDS = "packages/desktop/src-tauri/target"
 
 # Stores its working directory, arguments and environment, and keeps running.
 WINDOW = """#!/bin/sh
-{{ pwd; echo $#; }} >'{told}.place'
+{{ pwd; echo $#; }} >'{record}.place'
 umask 077
-env -0 >'{told}.new'
-mv '{told}.new' '{told}'
+env -0 >'{record}.new'
+mv '{record}.new' '{record}'
 exec sleep 4321
 """
 
 
-@pytest.fixture(name="told")
-def fixture_told(world):
+@pytest.fixture(name="record")
+def fixture_record(world):
     return world.root / "window-environment"
 
 
 @pytest.fixture
-def add_window(world, told):
+def add_window(world, record):
     """Adds a window at a path of the source tree."""
     def add(path):
         program = pathlib.Path(world.environment["ZEPHYL_REPO_ROOT"]) / path
         program.parent.mkdir(parents=True, exist_ok=True)
-        program.write_text(WINDOW.format(told=told))
+        program.write_text(WINDOW.format(record=record))
         program.chmod(0o755)
         return program
     return add
@@ -67,13 +67,13 @@ def windows(tray):
     return [pid for pid in descendants(tray.pid) if command_line(pid).startswith("sleep 4321")]
 
 
-def environment(told):
-    text = eventually(lambda: told.exists() and told.read_bytes(), what="a window")
+def environment(record):
+    text = eventually(lambda: record.exists() and record.read_bytes(), what="a window")
     return dict(entry.split("=", 1) for entry in text.decode().split("\0") if entry)
 
 
-def place(told):
-    return pathlib.Path(f"{told}.place").read_text().splitlines()
+def place(record):
+    return pathlib.Path(f"{record}.place").read_text().splitlines()
 
 
 def choose(item, label):
@@ -83,13 +83,13 @@ def choose(item, label):
 # The started program
 
 
-def test_a_developers_build_is_started_without_arguments(world, start_tray, add_window, told):
+def test_a_developers_build_is_started_without_arguments(world, start_tray, add_window, record):
     release, debug = add_window(f"{BUILDS}/release/zephyl-desktop"), add_window(f"{BUILDS}/debug/zephyl-desktop")
     debug.write_text(IDLE)
     world.environment |= {"ZEPHYL_URL": "http://old", "SOMETHING_ELSE": "kept"}
     tray = start_tray()
-    found = environment(told)
-    assert place(told)[1] == "0"
+    found = environment(record)
+    assert place(record)[1] == "0"
     assert (found["ZEPHYL_ONBOARD_PORT"], found["ZEPHYL_ONBOARD"]) == (str(world.control_port), "1")
     assert found["SOMETHING_ELSE"] == "kept"
     assert found["HOME"] == world.environment["HOME"]
@@ -97,66 +97,66 @@ def test_a_developers_build_is_started_without_arguments(world, start_tray, add_
     assert len(windows(tray)) == 1 and release.exists()
 
 
-def test_a_packaged_app_is_preferred(world, start_tray, add_window, told):
-    add_window(f"{BUILDS}/release/zephyl-desktop").write_text(f"#!/bin/sh\ntouch '{told}.wrong'\n")
+def test_a_packaged_app_is_preferred(world, start_tray, add_window, record):
+    add_window(f"{BUILDS}/release/zephyl-desktop").write_text(f"#!/bin/sh\ntouch '{record}.wrong'\n")
     window = Window(world)
     start_tray()
     assert window.environment()["ZEPHYL_ONBOARD_TOKEN"]
-    assert not pathlib.Path(f"{told}.wrong").exists()
+    assert not pathlib.Path(f"{record}.wrong").exists()
 
 
-def test_a_packaged_directory_contains_its_program(world, start_tray, told):
+def test_a_packaged_directory_contains_its_program(world, start_tray, record):
     app = world.resources / "Zephyl Window.app"
     app.mkdir()
-    (app / "AppRun").write_text(WINDOW.format(told=told))
+    (app / "AppRun").write_text(WINDOW.format(record=record))
     (app / "AppRun").chmod(0o755)
     start_tray()
-    assert environment(told)["ZEPHYL_ONBOARD_PORT"] == str(world.control_port)
+    assert environment(record)["ZEPHYL_ONBOARD_PORT"] == str(world.control_port)
 
 
-def test_without_an_app_a_command_runs_in_the_source_tree(world, start_tray, add_window, told, source_tree):
+def test_without_an_app_a_command_runs_in_the_source_tree(world, start_tray, add_window, record, source_tree):
     add_window("window")
     world.environment["ZEPHYL_DESKTOP_LAUNCH_CMD"] = "exec ./window one 'and two'"
     start_tray()
-    assert environment(told)["ZEPHYL_ONBOARD_TOKEN"]
-    assert place(told) == [str(source_tree), "2"]
+    assert environment(record)["ZEPHYL_ONBOARD_TOKEN"]
+    assert place(record) == [str(source_tree), "2"]
 
 
-def test_an_app_that_cannot_be_started_is_logged(world, start_tray, add_window, told):
+def test_an_app_that_cannot_be_started_is_logged(world, start_tray, add_window, record):
     add_window(f"{BUILDS}/release/zephyl-desktop")
     app = world.resources / "Zephyl Window.app"
     app.write_text("no program")
     tray = start_tray()
     tray.log_line(f"[tray] failed to launch Zephyl Window.app: {app}: Permission denied")
     assert tray.stop() == 0
-    assert not told.exists(), "nothing else is tried"
+    assert not record.exists(), "nothing else is tried"
 
 
 # Single instance
 
 
-def test_a_window_is_started_again_only_after_it_has_ended(item, world, add_window, told):
+def test_a_window_is_started_again_only_after_it_has_ended(item, world, add_window, record):
     world.use_sandbox_tailnet()
     add_window(f"{BUILDS}/release/zephyl-desktop")
     tray, status_item = item()
-    api = ControlApi(world.control_port, environment(told)["ZEPHYL_ONBOARD_TOKEN"])
+    api = ControlApi(world.control_port, environment(record)["ZEPHYL_ONBOARD_TOKEN"])
     first, = eventually(lambda: windows(tray))
     choose(status_item, "Open Zephyl")
     choose(status_item, "Join the Zephyl tailnet…")
     eventually(lambda: api.get("/status").get("request") == "join")
     assert windows(tray) == [first]
-    told.unlink()
+    record.unlink()
     subprocess.run(["kill", str(first)], check=True)
     eventually(lambda: not is_alive(first))
     eventually(lambda: choose(status_item, "Open Zephyl") or windows(tray), what="another window")
     second, = windows(tray)
     assert second != first
-    assert environment(told)["ZEPHYL_ONBOARD_TOKEN"] == api.token, "the token is that of the run"
+    assert environment(record)["ZEPHYL_ONBOARD_TOKEN"] == api.token, "the token is that of the run"
     assert tray.stop() == 0
     assert not is_alive(second)
 
 
-def test_a_running_window_is_brought_to_the_front(item, bus, world, add_window, told):
+def test_a_running_window_is_brought_to_the_front(item, bus, world, add_window, record):
     add_window(f"{BUILDS}/release/zephyl-desktop")
     running = subprocess.Popen([sys.executable, "-c", APPLICATION, bus.address, "com.zephyl.desktop"],
                                cwd=pathlib.Path(__file__).parent, stdout=subprocess.PIPE, text=True)
@@ -166,7 +166,7 @@ def test_a_running_window_is_brought_to_the_front(item, bus, world, add_window, 
         assert running.stdout.readline() == "activated {}\n"
         choose(status_item, "Open Zephyl")
         assert running.stdout.readline() == "activated {}\n"
-        assert not told.exists() and windows(tray) == []
+        assert not record.exists() and windows(tray) == []
         assert tray.stop() == 0
         assert running.wait(10) == -signal.SIGTERM, "it ends with the tray"
     finally:

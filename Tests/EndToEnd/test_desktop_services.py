@@ -39,7 +39,7 @@ def test_a_notification_is_posted_replaced_and_withdrawn(bus, demo):
     post(demo)
     eventually(lambda: len(server.posted) == 3)
     assert server.posted[2]["replaces"] == 0
-    assert server.asked <= 2  # twice only if the first call preceded the signal of its start
+    assert server.queries <= 2  # twice only if the first call preceded the signal of its start
 
 
 @pytest.mark.parametrize("name", ["Xfce Notify Daemon", "lxqt-notificationd"])
@@ -48,7 +48,7 @@ def test_a_server_that_shows_the_default_action_as_a_button_gets_no_second_one(b
     post(demo, action="Review…")
     eventually(lambda: server.posted)
     assert server.posted[0]["actions"] == ["default", "Review…"]
-    server.say("ActionInvoked", "(us)", server.posted[0]["id"], "default")
+    server.send_signal("ActionInvoked", "(us)", server.posted[0]["id"], "default")
     assert demo.event("notification")["identifier"] == "a"
 
 
@@ -77,11 +77,11 @@ def test_choosing_a_notification_or_its_button_is_reported(bus, demo):
     post(demo, action="Review…")
     eventually(lambda: server.posted)
     number = server.posted[0]["id"]
-    server.say("ActionInvoked", "(us)", 4711, "default")
-    server.say("ActionInvoked", "(us)", number, "show")
+    server.send_signal("ActionInvoked", "(us)", 4711, "default")
+    server.send_signal("ActionInvoked", "(us)", number, "show")
     assert demo.event("notification")["identifier"] == "a"
-    server.say("NotificationClosed", "(uu)", number, 2)
-    server.say("ActionInvoked", "(us)", number, "default")
+    server.send_signal("NotificationClosed", "(uu)", number, 2)
+    server.send_signal("ActionInvoked", "(us)", number, "default")
     post(demo)
     eventually(lambda: len(server.posted) == 2)
     assert server.posted[1]["replaces"] == 0

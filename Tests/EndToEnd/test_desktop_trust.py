@@ -148,7 +148,7 @@ def test_only_the_server_can_report_events_of_a_notification(bus, demo, forge):
     forge(server.PATH, NOTIFICATIONS, "ActivationToken", "(us)", number, "stolen")
     forge(server.PATH, NOTIFICATIONS, "NotificationClosed", "(uu)", number, 2)
     assert "notification" not in demo.names()
-    server.say("ActionInvoked", "(us)", number, "show")
+    server.send_signal("ActionInvoked", "(us)", number, "show")
     assert demo.event("notification")["identifier"] == "a"
 
 

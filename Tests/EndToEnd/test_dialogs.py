@@ -197,11 +197,11 @@ def test_a_bar_shows_the_progress_of_a_download(screen, show):
 
     assert blue() < 0.05
     for fraction, text in ((0.25, "3.1 of 12.4 MB"), (0.75, "9.3 of 12.4 MB")):
-        window.say({"progress": {"fraction": fraction, "text": text}})
+        window.send({"progress": {"fraction": fraction, "text": text}})
         eventually(lambda text=text: words_below(window) == [text], what=text)
         eventually(lambda fraction=fraction: abs(blue() - fraction) < 0.05, what="the bar")
         assert bar.description == text
-    window.say({"progress": {"text": "Verifying…"}})
+    window.send({"progress": {"text": "Verifying…"}})
     eventually(lambda: words_below(window) == ["Verifying…"])
     screen.press("Return")
     assert window.answer()["button"] == 0
@@ -217,9 +217,9 @@ def test_escape_cancels_a_download(screen, show):
                          ids=["alert", "log"])
 def test_a_window_without_a_bar_ignores_progress(show, request_):
     window = show(**request_)
-    window.say({"progress": {"fraction": 0.5, "text": "half"}})
-    window.say({"something": "that came later"})
-    window.say({"ping": 1})
+    window.send({"progress": {"fraction": 0.5, "text": "half"}})
+    window.send({"something": "that came later"})
+    window.send({"ping": 1})
     eventually(lambda: {"pong": 1} in window.reports)
     assert not [each for each in window.accessible().all() if each.role == "progress bar"]
 
@@ -227,9 +227,9 @@ def test_a_window_without_a_bar_ignores_progress(show, request_):
 def test_any_number_is_accepted_as_a_fraction(show):
     window = show(alert=DOWNLOAD)
     for fraction in (-1, 2, 1e300, 0.5):
-        window.say({"progress": {"fraction": fraction, "text": "<b>" + str(fraction)}})
+        window.send({"progress": {"fraction": fraction, "text": "<b>" + str(fraction)}})
     eventually(lambda: words_below(window) == ["<b>0.5"])
-    window.say({"close": True})
+    window.send({"close": True})
     assert window.ends() == 0
 
 
@@ -270,7 +270,7 @@ def test_an_editor_is_chosen_from_the_menu_and_the_window_stays(screen, show):
     for place, event in enumerate(["openInCursor", "openInVSCode", "openInTextEdit"]):
         screen.click(button)
         eventually(lambda: screen.windows_of(window.process.pid) == 2, what="the menu")
-        window.say({"ping": place})
+        window.send({"ping": place})
         eventually(lambda: {"pong": place} in window.reports, what="a pong while the menu is open")
         screen.press(*["Down"] * (place + 1), "Return")
         eventually(lambda: {"logEvent": event} in window.reports, what=event)
@@ -285,7 +285,7 @@ def test_copied_text_stays_until_other_text_is_copied(screen, show):
     window = show(logWindow=log_window(3))
     window.accessible().find("push button", "Copy Full Log").press()
     eventually(lambda: screen.clipboard() == "line 1\nline 2\nline 3")
-    window.say({"close": True})
+    window.send({"close": True})
     window.process.stdin.close()
     window.report("hidden")
     assert screen.clipboard() == "line 1\nline 2\nline 3"
@@ -328,7 +328,7 @@ def test_a_folder_picker_is_cancelled_by_escape(screen, show):
 def test_a_ping_is_answered(show):
     window = show(alert=ERROR)
     for number in (1, 2, 3):
-        window.say({"ping": number})
+        window.send({"ping": number})
         eventually(lambda: {"pong": number} in window.reports)
 
 
@@ -339,7 +339,7 @@ def test_a_ping_is_answered(show):
 def test_the_tray_closes_a_window_without_an_answer(show, request_, way):
     window = show(**request_)
     if way == "close":
-        window.say({"close": True})
+        window.send({"close": True})
     else:
         window.process.stdin.close()
     assert window.ends() == 0
@@ -388,7 +388,7 @@ def test_it_is_dark_if_the_desktop_is(screen, show):
         left, upper, width, height = window.accessible().box()
         picture = screen.picture()
         at = 3 * ((upper + height - 4) * picture.width + left + 4)
-        window.say({"close": True})
+        window.send({"close": True})
         window.ends()
         return sum(picture.pixels[at:at + 3]) / 3
 
@@ -414,7 +414,7 @@ def test_a_message_about_a_failure_is_red(screen, show):
     def red_pixels(message):
         window = show(logWindow=log_window(3, message))
         pixels = screen.picture().pixels
-        window.say({"close": True})
+        window.send({"close": True})
         window.ends()
         return sum(pixels[i] > 150 and pixels[i + 1] < 80 and pixels[i + 2] < 90
                    for i in range(0, len(pixels), 3))
@@ -433,7 +433,7 @@ def test_on_wayland_it_is_a_wayland_program():
             libraries = pathlib.Path(f"/proc/{window.process.pid}/maps").read_text()
             assert "libqwayland" in libraries and "libqxcb.so" not in libraries
             symbol.append(eventually(screen.dark_red_pixels, what="the symbol on the screen"))
-            window.say({"close": True})
+            window.send({"close": True})
             assert window.ends() == 0
         finally:
             window.close()

@@ -177,11 +177,11 @@ def test_wheel_events_meant_for_another_window_do_not_scroll(screen, open_window
 def test_bringing_the_window_to_the_front_keeps_typed_text(screen, open_window, editor):
     screen.type("inv_v2_half")
     other = open_window(**UNREQUESTED).reviewed()
-    editor.say({"bringToFront": {"activationToken": "token_TIME0"}})
+    editor.send({"bringToFront": {"activationToken": "token_TIME0"}})
     eventually(editor.is_active, what="the focus")
     screen.type("_done")
     eventually(lambda: typed(editor) == "inv_v2_half_done", what="all of the text")
-    other.say({"bringToFront": {"activationToken": ""}})
+    other.send({"bringToFront": {"activationToken": ""}})
     eventually(other.is_active, what="the focus")
 
 

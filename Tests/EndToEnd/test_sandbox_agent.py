@@ -35,8 +35,8 @@ def test_a_port_in_use_is_reported():
 
 
 def test_it_prints_help_and_version_and_refuses_unknown_options(tmp_path):
-    told = run("--help")
-    assert told.returncode == 0 and "--embed-rate" in told.stdout and "ZEPHYL_SERVERS" in told.stdout
+    printed = run("--help")
+    assert printed.returncode == 0 and "--embed-rate" in printed.stdout and "ZEPHYL_SERVERS" in printed.stdout
     assert run("--version").stdout.startswith("zephyl-agent ")
     home = {"HOME": str(tmp_path)}
     for arguments in (["--bogus"], ["--port", "70000"], ["--port", "x"], ["stray"],

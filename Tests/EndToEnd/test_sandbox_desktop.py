@@ -29,11 +29,12 @@ class Desktop:
         self.root = root
         self.socket = root / "data" / "Zephyl" / "desktop.sock"
         self.environment = {"HOME": str(root), "XDG_DATA_HOME": str(root / "data")} | SANITIZERS
-        self.told = self.environment | {"ZEPHYL_ONBOARD_TOKEN": TOKEN, "ZEPHYL_ONBOARD_PORT": str(port)}
+        self.window_environment = self.environment | {"ZEPHYL_ONBOARD_TOKEN": TOKEN,
+                                                      "ZEPHYL_ONBOARD_PORT": str(port)}
         self.windows = []
 
     def launch(self, program=(PROGRAM,)):
-        self.windows.append(subprocess.Popen(program, env=self.told, stdin=subprocess.DEVNULL,
+        self.windows.append(subprocess.Popen(program, env=self.window_environment, stdin=subprocess.DEVNULL,
                                              stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True))
         return self.windows[-1]
 
@@ -47,7 +48,7 @@ class Desktop:
         return subprocess.run([PROGRAM, *words], env=self.environment, input=stdin, text=True, timeout=15,
                               capture_output=True, check=False)
 
-    def say(self, *words, stdin=""):
+    def output(self, *words, stdin=""):
         """Runs a command that must succeed, and returns its output."""
         ended = self.run(*words, stdin=stdin)
         assert (ended.returncode, ended.stderr) == (0, ""), ended
@@ -117,11 +118,11 @@ def test_its_socket_is_private_and_removed_at_its_end(desktop):
 
 def test_it_does_not_disclose_the_token(desktop, tray):
     window = desktop.start()
-    eventually(lambda: tray.asked, what="a first request")
-    assert tray.asked[0][2]["X-Zephyl-Onboard-Token"] == TOKEN
+    eventually(lambda: tray.received, what="a first request")
+    assert tray.received[0][2]["X-Zephyl-Onboard-Token"] == TOKEN
     assert TOKEN.encode() not in pathlib.Path(f"/proc/{window.pid}/environ").read_bytes()
     for words in (("status",), ("--json", "diagnostics"), ("--help",)):
-        assert TOKEN not in desktop.say(*words)
+        assert TOKEN not in desktop.output(*words)
     window.terminate()
     assert TOKEN not in window.stdout.read()
 
@@ -130,9 +131,9 @@ def test_it_polls_about_once_a_second(desktop, tray):
     desktop.start()
     times = []
     for count in (1, 2, 3):
-        eventually(lambda count=count: len(tray.asked) >= count)
+        eventually(lambda count=count: len(tray.received) >= count)
         times.append(time.monotonic())
-    assert {entry[:2] for entry in tray.asked} == {("GET", "/status")}
+    assert {entry[:2] for entry in tray.received} == {("GET", "/status")}
     assert 0.8 < times[2] - times[1] < 1.5
 
 
@@ -141,12 +142,12 @@ def test_a_stale_socket_is_replaced_and_a_live_one_is_not(desktop):
     second = desktop.launch()
     assert second.wait(5) == 1
     assert second.stdout.read() == f"zephyl-desktop: another program listens on {desktop.socket}\n"
-    desktop.say("status")
+    desktop.output("status")
     first.kill()
     first.wait()
     assert desktop.socket.exists()
     desktop.start()
-    desktop.say("status")
+    desktop.output("status")
 
 
 def test_it_ends_when_the_tray_has_ended(desktop):
@@ -162,14 +163,14 @@ def test_it_ends_when_the_tray_has_ended(desktop):
 
 
 def test_it_survives_an_unreachable_control_api(desktop, tray):
-    desktop.told["ZEPHYL_ONBOARD_PORT"] = str(free_port())
+    desktop.window_environment["ZEPHYL_ONBOARD_PORT"] = str(free_port())
     window = desktop.start()
     assert desktop.refusal("status") == "The tray does not answer: Connection refused"
     assert window.poll() is None
 
 
 def test_an_invalid_port_is_refused(desktop):
-    desktop.told["ZEPHYL_ONBOARD_PORT"] = "70000"
+    desktop.window_environment["ZEPHYL_ONBOARD_PORT"] = "70000"
     window = desktop.launch()
     assert window.wait(5) == 1
     assert window.stdout.read() == "zephyl-desktop: ZEPHYL_ONBOARD_PORT is not a port\n"
@@ -177,10 +178,10 @@ def test_an_invalid_port_is_refused(desktop):
 
 def test_the_path_of_the_socket_can_be_set(desktop):
     desktop.socket = desktop.root / "elsewhere.sock"
-    for environment in (desktop.environment, desktop.told):
+    for environment in (desktop.environment, desktop.window_environment):
         environment["ZEPHYL_SANDBOX_DESKTOP_SOCKET"] = str(desktop.socket)
     desktop.start()
-    assert "tailnet programs" in desktop.say("status")
+    assert "tailnet programs" in desktop.output("status")
 
 
 @pytest.mark.parametrize("line", [
@@ -194,7 +195,7 @@ def test_an_unknown_command_is_refused(desktop, tray, line):
         sock.sendall(line)
         with sock.makefile("rb") as answer:
             assert list(json.loads(answer.readline())) == ["error"]
-    assert {entry[:2] for entry in tray.asked} <= {("GET", "/status")}
+    assert {entry[:2] for entry in tray.received} <= {("GET", "/status")}
 
 
 # Commands
@@ -208,12 +209,12 @@ def test_a_wrong_command_line_is_reported(desktop):
 
 
 def test_the_help_names_every_command(desktop):
-    told = desktop.say("--help")
+    text = desktop.output("--help")
     for name in ("status", "join KEY", "servers", "rename ID NAME", "accent ID COLOR", "enable ID", "disable ID",
                  "remove ID", "folders", "share ID", "unshare ID FOLDER", "restart-agent", "diagnostics",
                  "requests"):
-        assert f"\n  {name}  " in told
-    assert max(map(len, told.splitlines())) <= 100
+        assert f"\n  {name}  " in text
+    assert max(map(len, text.splitlines())) <= 100
 
 
 def test_without_a_window_a_command_fails_with_a_message(desktop):
@@ -223,7 +224,7 @@ def test_without_a_window_a_command_fails_with_a_message(desktop):
 def test_the_list_of_servers_is_a_table(desktop, tray):
     tray.answers["GET /servers"] = (200, {"servers": SERVERS})
     desktop.start()
-    assert desktop.say("servers").splitlines() == [
+    assert desktop.output("servers").splitlines() == [
         "ID        NAME      COLOR    STATE         ADDRESS                RELAY    TROUBLE",
         "5a7d0b7e  Büro      #3366cc  connected     http://127.100.0.1:80  relay-1",
         "5a7d0b7f  Zephyl 2           network down                                  key expired",
@@ -232,9 +233,9 @@ def test_the_list_of_servers_is_a_table(desktop, tray):
 
 def test_empty_lists_print_a_hint(desktop):
     desktop.start()
-    assert desktop.say("servers") == f"No servers yet. Join one with: {PROGRAM} join KEY\n"
-    assert desktop.say("folders") == f"No folder is shared. Share one with: {PROGRAM} share ID\n"
-    assert desktop.say("--json", "servers") == '{"servers": []}\n'
+    assert desktop.output("servers") == f"No servers yet. Join one with: {PROGRAM} join KEY\n"
+    assert desktop.output("folders") == f"No folder is shared. Share one with: {PROGRAM} share ID\n"
+    assert desktop.output("--json", "servers") == '{"servers": []}\n'
 
 
 def test_folders_name_the_servers_they_are_shared_with(desktop, tray):
@@ -243,17 +244,17 @@ def test_folders_name_the_servers_they_are_shared_with(desktop, tray):
         {"root": "/src/a", "name": "a"}, {"root": "/src/long name", "name": "long name",
                                           "servers": [SERVERS[1]["id"], SERVERS[0]["id"], "unknown"]}]})
     desktop.start()
-    assert desktop.say("folders").splitlines() == [
+    assert desktop.output("folders").splitlines() == [
         "FOLDER          NAME       SHARED WITH",
         "/src/a          a          every server",
         "/src/long name  long name  Zephyl 2, Büro, unknown"]
 
 
-@pytest.mark.parametrize("meant", ["5a7d0b7f-0000-4000-8000-000000000002", "5a7d0b7f", "Zephyl 2", "zephyl 2"])
-def test_a_server_is_found_by_id_prefix_or_name(desktop, tray, meant):
+@pytest.mark.parametrize("name", ["5a7d0b7f-0000-4000-8000-000000000002", "5a7d0b7f", "Zephyl 2", "zephyl 2"])
+def test_a_server_is_found_by_id_prefix_or_name(desktop, tray, name):
     tray.answers["GET /servers"] = (200, {"servers": SERVERS})
     desktop.start()
-    assert desktop.say("rename", meant, "New \"name\"") == "Renamed.\n"
+    assert desktop.output("rename", name, "New \"name\"") == "Renamed.\n"
     assert tray.last() == (f"POST /servers/{SERVERS[1]['id']}/label", {"label": 'New "name"'})
 
 
@@ -261,11 +262,11 @@ def test_an_ambiguous_server_is_refused(desktop, tray):
     desktop.start()
     assert desktop.refusal("enable", "x") == "There are no servers yet."
     tray.answers["GET /servers"] = (200, {"servers": SERVERS})
-    for meant in ("5a7d0b7", "5"):
-        assert desktop.refusal("enable", meant).startswith(f'"{meant}" is ambiguous: "Büro" (5a7d0b7e-')
-    for meant in ("other", "", "0b7e"):
-        assert desktop.refusal("remove", meant).startswith(f'No server is called "{meant}". There is "Büro" (')
-    assert not [entry for entry in tray.asked if entry[0] != "GET"]
+    for name in ("5a7d0b7", "5"):
+        assert desktop.refusal("enable", name).startswith(f'"{name}" is ambiguous: "Büro" (5a7d0b7e-')
+    for name in ("other", "", "0b7e"):
+        assert desktop.refusal("remove", name).startswith(f'No server is called "{name}". There is "Büro" (')
+    assert not [entry for entry in tray.received if entry[0] != "GET"]
 
 
 def test_each_command_sends_its_request(desktop, tray):
@@ -289,9 +290,9 @@ def test_each_command_sends_its_request(desktop, tray):
         ("restart-agent",): ("POST /agent/restart", None),
     }
     for words, request in asked.items():
-        assert desktop.say(*words), words
+        assert desktop.output(*words), words
         assert tray.last() == request, words
-        assert desktop.say("--json", *words) == '{"ok": true}\n'
+        assert desktop.output("--json", *words) == '{"ok": true}\n'
 
 
 def test_a_refusal_is_printed_with_the_apis_message(desktop, tray):
@@ -306,7 +307,7 @@ def test_a_refusal_is_printed_with_the_apis_message(desktop, tray):
 
 def test_a_key_is_read_from_standard_input(desktop, tray):
     desktop.start()
-    assert "Joining." in desktop.say("join", "-", stdin="inv_v2_from_stdin\nmore\n")
+    assert "Joining." in desktop.output("join", "-", stdin="inv_v2_from_stdin\nmore\n")
     assert tray.last() == ("POST /invite", {"key": "inv_v2_from_stdin"})
     assert desktop.refusal("join", "-") == "no key on standard input"
 
@@ -314,8 +315,8 @@ def test_a_key_is_read_from_standard_input(desktop, tray):
 def test_large_answers_arrive_completely(desktop, tray):
     tray.answers["GET /diagnostics"] = (200, {"servers": [{"log": ["x" * 1000] * 5000}]})
     desktop.start()
-    assert json.loads(desktop.say("--json", "diagnostics")) == tray.answers["GET /diagnostics"][1]
-    assert desktop.say("diagnostics").count("x" * 1000 + "\n") == 5000
+    assert json.loads(desktop.output("--json", "diagnostics")) == tray.answers["GET /diagnostics"][1]
+    assert desktop.output("diagnostics").count("x" * 1000 + "\n") == 5000
 
 
 # Requests of the tray
@@ -324,7 +325,7 @@ def test_large_answers_arrive_completely(desktop, tray):
 def test_requests_are_printed_as_they_arrive(desktop, tray):
     desktop.start()
     with desktop.watching() as watch, desktop.watching("--json") as other:
-        eventually(lambda: len(tray.asked) > 1)
+        eventually(lambda: len(tray.received) > 1)
         tray.requests += ["join", "servers/5/rename\x1b"]
         assert watch.stdout.readline() == "join\n"
         assert watch.stdout.readline() == "servers/5/rename␛\n"
@@ -335,11 +336,11 @@ def test_requests_wait_for_a_watcher(desktop, tray):
     tray.requests += ["join", "servers"]
     desktop.start()
     eventually(lambda: not tray.requests, what="requests accepted by the window")
-    assert "wants to see" not in desktop.say("status")
+    assert "wants to see" not in desktop.output("status")
     with desktop.watching() as watch:
         assert [watch.stdout.readline() for _ in range(2)] == ["join\n", "servers\n"]
     tray.requests.append("join")
-    assert "wants to see      join\n" in desktop.say("status")
+    assert "wants to see      join\n" in desktop.output("status")
     with desktop.watching() as watch:
         assert watch.stdout.readline() == "join\n"
 
@@ -378,33 +379,33 @@ def fixture_home():
 
 
 def test_the_tray_starts_it_and_a_server_is_joined_managed_and_removed(home):
-    assert "joined a server   no\n" in home.say("status")
-    assert home.say("servers").startswith("No servers yet.")
-    home.say("join", "-", stdin=f"inv_v2_{FINGERPRINT}_very-secret\n")
-    eventually(lambda: "http://" in home.say("servers"), what="a connected server")
-    home.say("rename", json.loads(home.say("--json", "servers"))["servers"][0]["name"], "Office")
-    home.say("accent", "Office", "#3366cc")
-    assert "Office  #3366cc" in home.say("servers")
-    assert "joined a server   yes\n" in home.say("status")
-    home.say("disable", "office")
-    assert "disabled" in home.say("servers")
-    home.say("enable", "office")
+    assert "joined a server   no\n" in home.output("status")
+    assert home.output("servers").startswith("No servers yet.")
+    home.output("join", "-", stdin=f"inv_v2_{FINGERPRINT}_very-secret\n")
+    eventually(lambda: "http://" in home.output("servers"), what="a connected server")
+    home.output("rename", json.loads(home.output("--json", "servers"))["servers"][0]["name"], "Office")
+    home.output("accent", "Office", "#3366cc")
+    assert "Office  #3366cc" in home.output("servers")
+    assert "joined a server   yes\n" in home.output("status")
+    home.output("disable", "office")
+    assert "disabled" in home.output("servers")
+    home.output("enable", "office")
     assert home.refusal("share", "Office") == "There is no desktop to choose a folder on."
     # Every change of the servers restarts the agent, which is unreachable for a moment.
     shared = f"{home.world.folder}  project  every server"
     eventually(lambda: shared in home.run("folders").stdout, what="the folder")
     eventually(lambda: home.run("unshare", "Office", "project").returncode == 0, what="an agent without the folder")
     eventually(lambda: home.run("folders").stdout.startswith("No folder is shared."), what="no folder")
-    told = home.say("diagnostics")
-    assert told.startswith("tray\n") and "very-secret" not in told
-    home.say("remove", "office")
-    assert home.say("servers").startswith("No servers yet.")
+    text = home.output("diagnostics")
+    assert text.startswith("tray\n") and "very-secret" not in text
+    home.output("remove", "office")
+    assert home.output("servers").startswith("No servers yet.")
 
 
 def test_the_agent_is_restarted_by_a_command(home):
     eventually(lambda: home.run("folders").returncode == 0, what="an agent")
     first = home.tray.agent_pid()
-    home.say("restart-agent")
+    home.output("restart-agent")
     eventually(lambda: not is_alive(first), what="the end of the first agent")
 
 

@@ -29,10 +29,10 @@ def tailnet():
 
 def test_both_print_help_and_version(tailnet):
     for program, option in ((DAEMON, "--socks5-server"), (CLIENT, "--tunnel-fallback")):
-        told = tailnet.run(program, ["--help"])
-        assert told.returncode == 0 and option in told.stdout
-        told = tailnet.run(program, ["--version"])
-        assert told.returncode == 0 and re.fullmatch(program.name + r" \d+\.\d+\.\d+ .*\n", told.stdout)
+        printed = tailnet.run(program, ["--help"])
+        assert printed.returncode == 0 and option in printed.stdout
+        printed = tailnet.run(program, ["--version"])
+        assert printed.returncode == 0 and re.fullmatch(program.name + r" \d+\.\d+\.\d+ .*\n", printed.stdout)
 
 
 def test_the_client_refuses_unknown_arguments(tailnet):

@@ -132,11 +132,11 @@ def test_a_window_receives_progress_a_few_times_a_second(world, start_tray, publ
                  if each.get("alert", {}).get("heading") == "Downloading Zephyl 2.0…"]
     assert download["buttons"] == ["Cancel"] and download["style"] == "information"
     assert download["progress"] == {"fraction": 0, "text": "0.0" + of_all}
-    told = progress()[:-1]
-    fractions = [each["progress"]["fraction"] for each in told]
+    reports = progress()[:-1]
+    fractions = [each["progress"]["fraction"] for each in reports]
     assert fractions == sorted(fractions) and fractions[0] < 0.5
-    assert all(each["progress"]["text"].endswith(of_all) for each in told)
-    assert 4 <= len(told) <= 4 * seconds + 2, (len(told), seconds)
+    assert all(each["progress"]["text"].endswith(of_all) for each in reports)
+    assert 4 <= len(reports) <= 4 * seconds + 2, (len(reports), seconds)
     tray.log_line("version 2.0 is confirmed")
     assert sum("downloading" in line for line in tray.lines) == 1
     assert tray.stop() == 0

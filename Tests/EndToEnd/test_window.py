@@ -53,7 +53,7 @@ def window(launch):
 
 def asks(tray, *requests):
     """Waits until the newest requested changes are these."""
-    eventually(lambda: [(f"{method} {path}", body) for method, path, _, body in tray.asked
+    eventually(lambda: [(f"{method} {path}", body) for method, path, _, body in tray.received
                         if method != "GET"][-len(requests):] == list(requests), what=str(requests))
 
 
@@ -120,7 +120,7 @@ def test_the_progress_of_indexing_is_a_bar(tray, window):
 def test_without_the_agent_the_page_explains_why_there_are_no_folders(tray, window):
     tray.answers["GET /roots"] = (502, {"error": "no agent"})
     window.label("The folders are shown when the agent runs.")
-    window.gone("check box", "/src/a")
+    window.wait_until_gone("check box", "/src/a")
 
 
 # Changes
@@ -172,8 +172,8 @@ def test_a_server_is_removed_only_after_a_confirmation(screen, tray, window):
     window.label("Remove “Office”?")
     window.has_focus_on("Cancel")
     screen.press("Return")
-    window.gone("push button", "Cancel")
-    assert not [entry for entry in tray.asked if entry[0] == "DELETE"]
+    window.wait_until_gone("push button", "Cancel")
+    assert not [entry for entry in tray.received if entry[0] == "DELETE"]
     window.press("Remove…")
     window.has_focus_on("Cancel")
     screen.press("Tab")
@@ -184,10 +184,10 @@ def test_a_server_is_removed_only_after_a_confirmation(screen, tray, window):
 
 def test_typed_text_survives_polls_and_an_unreachable_tray(screen, tray, window):
     window.replace("text", "Name", "Hom")
-    asked = len(tray.asked)
+    asked = len(tray.received)
     renamed = [SERVERS[0] | {"name": "Renamed elsewhere"}, SERVERS[1]]
     tray.answers["GET /servers"] = (200, {"servers": renamed})
-    eventually(lambda: len(tray.asked) >= asked + 8, what="two more polls")
+    eventually(lambda: len(tray.received) >= asked + 8, what="two more polls")
     window.row("Renamed elsewhere, Connected")
     assert window.part("text", "Name").text == "Hom"
     tray.close()
@@ -271,7 +271,7 @@ def test_joining_shows_its_progress_until_the_server_is_connected(screen, tray, 
 # The tray
 
 def polls(tray):
-    return sum(entry[:2] == ("GET", "/status") for entry in tray.asked)
+    return sum(entry[:2] == ("GET", "/status") for entry in tray.received)
 
 
 def test_it_polls_about_once_a_second(tray, window):
@@ -289,9 +289,9 @@ def test_a_hidden_window_does_not_poll_and_is_refreshed_when_shown(screen, tray,
     else:
         screen.run("xdotool", "windowminimize", screen.window_ids(window.pid)[0])
     eventually(lambda: not window.is_visible(), what="a hidden window")
-    count = eventually(lambda: stays(lambda count=len(tray.asked): len(tray.asked) == count, 0.5)
-                       and len(tray.asked))
-    assert stays(lambda: len(tray.asked) == count)
+    count = eventually(lambda: stays(lambda count=len(tray.received): len(tray.received) == count, 0.5)
+                       and len(tray.received))
+    assert stays(lambda: len(tray.received) == count)
     tray.requests.append("join")
     screen.bus.peer().call("com.zephyl.desktop", "/com/zephyl/desktop", "org.freedesktop.Application",
                            "Activate", "(a{sv})", {})

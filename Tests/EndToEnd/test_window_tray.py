@@ -194,7 +194,7 @@ def test_a_folder_is_shared_and_unshared(desk, screen, joined):
 
     window.activate()
     window.toggle(str(notes))
-    window.gone("check box", str(notes))
+    window.wait_until_gone("check box", str(notes))
     eventually(lambda: "1 folder shared" in desk.submenu(), 20, "one folder in the menu")
 
 
@@ -218,7 +218,7 @@ def test_rows_of_the_menu_open_screens_of_the_window(desk, screen, joined):
     desk.choose("Remove Server…")
     window.label("Remove “Server 1”?")
     screen.press("Escape")
-    window.gone("push button", "Cancel")
+    window.wait_until_gone("push button", "Cancel")
     screen.press("ctrl+w")
     desk.choose("Open Zephyl")
     eventually(window.is_active, what="the window in front")

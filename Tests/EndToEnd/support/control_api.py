@@ -14,8 +14,8 @@ TOKEN_HEADER = "X-Zephyl-Onboard-Token"
 # Stores its environment in a file, and keeps running.
 WINDOW = """#!/bin/sh
 umask 077
-env -0 >'{told}.new'
-mv '{told}.new' '{told}'
+env -0 >'{environment_file}.new'
+mv '{environment_file}.new' '{environment_file}'
 exec sleep 1000
 """
 
@@ -25,14 +25,14 @@ class Window:
 
     def __init__(self, world):
         self.program = world.resources / "Zephyl Window.app"
-        self.told = world.root / "window-environment"
-        self.told.unlink(missing_ok=True)
-        self.program.write_text(WINDOW.format(told=self.told))
+        self.environment_file = world.root / "window-environment"
+        self.environment_file.unlink(missing_ok=True)
+        self.program.write_text(WINDOW.format(environment_file=self.environment_file))
         self.program.chmod(0o755)
 
     def environment(self):
         """Returns the environment of the newest window."""
-        text = eventually(lambda: self.told.exists() and self.told.read_bytes(),
+        text = eventually(lambda: self.environment_file.exists() and self.environment_file.read_bytes(),
                           what="a window with an environment")
         return dict(entry.split("=", 1) for entry in text.decode().split("\0") if entry)
 
@@ -131,7 +131,7 @@ def start_api(world, window, start_tray):
     apis = []
 
     def start():
-        window.told.unlink(missing_ok=True)
+        window.environment_file.unlink(missing_ok=True)
         tray = start_tray()
         apis.append(ControlApi(world.control_port, window.token))
         apis[-1].tray = tray

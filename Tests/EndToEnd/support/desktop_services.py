@@ -28,7 +28,7 @@ class NotificationServer:
         self.peer, self.capabilities = peer, capabilities
         self.posted = []
         self.closed = []
-        self.asked = 0
+        self.queries = 0
         peer.export(self.PATH, self.DESCRIPTION, {
             "GetCapabilities": self._capabilities, "Notify": self._notify,
             "GetServerInformation": lambda sender: GLib.Variant("(ssss)", (name, "", "1", "1.2")),
@@ -36,7 +36,7 @@ class NotificationServer:
         peer.own(NOTIFICATIONS)
 
     def _capabilities(self, _sender):
-        self.asked += 1
+        self.queries += 1
         return GLib.Variant("(as)", (self.capabilities,))
 
     def _notify(self, sender, application, replaces, icon, title, body, actions, hints, expires):
@@ -46,7 +46,7 @@ class NotificationServer:
                             "actions": actions, "hints": hints})
         return GLib.Variant("(u)", (number,))
 
-    def say(self, member, signature, *values):
+    def send_signal(self, member, signature, *values):
         """Sends a signal, and waits until the last client has handled it."""
         self.peer.emit(self.PATH, NOTIFICATIONS, member, GLib.Variant(signature, values))
         self.peer.wait_for(self.client)

@@ -222,7 +222,7 @@ class Window:
                          threading.Thread(target=self._read_errors)]
         for reader in self._readers:
             reader.start()
-        self.say(request)
+        self.send(request)
 
     def _read(self):
         for line in self.process.stdout:
@@ -232,7 +232,7 @@ class Window:
     def _read_errors(self):
         self.errors = self.process.stderr.read()
 
-    def say(self, order):
+    def send(self, order):
         line = order if isinstance(order, str) else json.dumps(order)
         self.process.stdin.write(line.encode() + b"\n")
         self.process.stdin.flush()

@@ -15,7 +15,7 @@ class ScriptedTray:
     the screens in `requests`, one at a time."""
 
     def __init__(self):
-        self.asked = []  # (method, path, headers, body)
+        self.received = []  # (method, path, headers, body)
         self.requests = []
         self.answers = {"GET /servers": (200, {"servers": []}), "GET /roots": (200, {"roots": []}),
                         "GET /diagnostics": (200, DIAGNOSTICS)}
@@ -48,7 +48,7 @@ class ScriptedTray:
             headers = dict(line.split(": ", 1) for line in lines)
             body = stream.read(int(headers.get("Content-Length", 0)))
         method, path, _ = first.split()
-        self.asked.append((method, path, headers, body.decode()))
+        self.received.append((method, path, headers, body.decode()))
         status, answer = self.answers.get(f"{method} {path}", (200, {"ok": True}))
         if headers["X-Zephyl-Onboard-Token"] != self.token:
             status, answer = 403, {"error": "bad or missing onboarding token"}
@@ -62,7 +62,7 @@ class ScriptedTray:
 
     def last(self):
         """Returns the newest requested change."""
-        method, path, headers, body = next(entry for entry in reversed(self.asked) if entry[0] != "GET")
+        method, path, headers, body = next(entry for entry in reversed(self.received) if entry[0] != "GET")
         return f"{method} {path}", json.loads(body) if body else None
 
     def close(self):

@@ -50,7 +50,7 @@ class WindowView:
     def part(self, role, name, limit=10.0):
         return eventually(lambda: self.find(role, name), limit, f"a {role} called {name!r}")
 
-    def gone(self, role, name):
+    def wait_until_gone(self, role, name):
         eventually(lambda: not self.find(role, name), what=f"no {role} called {name!r}")
 
     def label(self, text, limit=10.0):
