@@ -34,11 +34,12 @@ CONFIGURATION = """<!DOCTYPE busconfig PUBLIC "-//freedesktop//DTD D-Bus Bus Con
 
 
 class SessionBus:
-    """A bus that can be killed and restarted with the same address. It starts no services of the
-    machine unless configured to, and then in the given environment."""
+    """A bus that can be killed and restarted with the same address. With an environment it starts
+    services of the machine in it: those in `services`, by default all. Otherwise it starts none."""
 
-    def __init__(self, services_environment=None):
+    def __init__(self, services_environment=None, services=None):
         self.services_environment = services_environment
+        self.services = services
         self.root = pathlib.Path(tempfile.mkdtemp(prefix="zb-", dir="/tmp"))
         self.socket = self.root / "bus"
         self.address = f"unix:path={self.socket}"
@@ -50,14 +51,27 @@ class SessionBus:
 
     def start(self):
         configuration = self.root / "bus.conf"
-        services = "" if self.services_environment is None else "<standard_session_servicedirs/>"
-        configuration.write_text(CONFIGURATION.format(socket=self.socket, services=services))
+        configuration.write_text(CONFIGURATION.format(socket=self.socket,
+                                                      services=self._service_directories()))
         self.socket.unlink(missing_ok=True)
         self.process = subprocess.Popen(
             ["dbus-daemon", f"--config-file={configuration}", "--nofork"],
             stdin=subprocess.DEVNULL, env=self.services_environment)
         eventually(self._listens, what="the bus")
         return self
+
+    def _service_directories(self):
+        if self.services_environment is None:
+            return ""
+        if self.services is None:
+            return "<standard_session_servicedirs/>"
+        directory = self.root / "services"
+        directory.mkdir(exist_ok=True)
+        for name in self.services:
+            link = directory / f"{name}.service"
+            if not link.is_symlink():
+                link.symlink_to(f"/usr/share/dbus-1/services/{name}.service")
+        return f"<servicedir>{directory}</servicedir>"
 
     def _listens(self):
         with socket.socket(socket.AF_UNIX) as probe:
