@@ -144,8 +144,9 @@ Result<void> folders(const Session& session) {
 
 Result<void> share(const Session& session) {
   // The API answers with success even if the user cancels.
-  return changeServer(session, shareFolder,
-                      formatText("Done. List the shared folders with: {} folders", session.program));
+  return changeServer(
+      session, shareFolder,
+      formatText("Done. List the shared folders with: {} folders", session.program));
 }
 
 Result<void> unshare(const Session& session) {

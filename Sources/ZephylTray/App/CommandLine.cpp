@@ -40,7 +40,7 @@ std::string help() {
     text += formatText("  {:<21} {}\n", option.name, option.description);
   }
   return text + "\n" + CommandArguments::summary() +
-         "\nFor help on a command, run zephyl-tray COMMAND --help.\n";
+         "\nRun zephyl-tray COMMAND --help for help on a command.\n";
 }
 
 }  // namespace
