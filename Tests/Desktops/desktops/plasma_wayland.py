@@ -3,11 +3,13 @@
 import shutil
 import time
 
-from desktops.plasma import (BUTTON, CANNOT, NAME, NOTIFICATION_ACTION, PACKAGES,  # noqa: F401
-                             PANEL, SETTLING, configure, start_daemon)
+from desktops import plasma
+from desktops.plasma import (BUTTON, CANNOT, NAME, NOTIFICATION_ACTION, PANEL,  # noqa: F401
+                             SETTLING, configure, start_daemon)
 from lab.screen import HEIGHT, WIDTH
 
 PROGRAM = "kwin_wayland"
+PACKAGES = [*plasma.PACKAGES, "kwin-wayland", "qtwayland5"]  # the last one with Plasma 5
 WAYLAND = True
 SOCKET = "wayland-5"
 

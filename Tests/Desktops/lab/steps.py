@@ -231,6 +231,7 @@ class Tour(WindowSteps):
         identifier = self.world.raise_request()
         eventually(lambda: self.traffic.calls("Notify", NOTIFICATIONS, begin), what="a notification")
         box = self.screen.change(before, area, rests=False)  # some count down
+        self.screen.point(*middle(box))  # under the pointer it stays, however slow the machine is
         self.shot("8-notification")
         self.world.restore_dialogs()
         self._choose_notification(box, begin)
