@@ -1,12 +1,20 @@
 """MATE: marco, mate-panel, mate-settings-daemon, mate-notification-daemon."""
 
+import shutil
 import time
+
+
+def installed(*programs):
+    """The first of the programs that is installed: their places depend on the version."""
+    return next((each for each in programs if shutil.which(each)), programs[-1])
+
 
 NAME = "MATE"
 PROGRAM = "mate-panel"
 PACKAGES = ["mate-panel", "marco", "mate-settings-daemon", "mate-notification-daemon"]
 SETTLING = 4
-NOTIFIER = "/usr/lib/mate-notification-daemon/mate-notification-daemon"
+NOTIFIER = installed("/usr/libexec/mate-notification-daemon/mate-notification-daemon",
+                     "/usr/lib/mate-notification-daemon/mate-notification-daemon")
 PANEL = (900, 0, 240, 28)  # without the clock
 BUTTON = 3  # a left click activates the item, which opens the desktop window
 CANNOT = {}
@@ -15,7 +23,8 @@ CANNOT = {}
 def start(session):
     session.set("org.mate.interface", "gtk-theme",
                 "'Adwaita-dark'" if session.dark else "'Adwaita'")
-    session.start("settings", "mate-settings-daemon")  # without it items are one pixel small
+    # Without it items are one pixel small.
+    session.start("settings", installed("/usr/libexec/mate-settings-daemon", "mate-settings-daemon"))
     time.sleep(2)
     session.start("wm", "marco")
 
