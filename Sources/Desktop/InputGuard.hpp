@@ -20,8 +20,10 @@ class InputGuard {
   /// Must be called when a key was pressed in the window. Postpones the opening unless the guard is
   /// open.
   void keyPressed(Instant now) {
-    if (!isOpen(now)) opensAt_ = std::max(opensAt_, now + quiet);
+    if (!isOpen(now)) postpone(now);
   }
+  /// Keys may have been pressed of which nothing is known yet. Closes the guard for `quiet`.
+  void postpone(Instant now) { opensAt_ = std::max(opensAt_, now + quiet); }
 
   /// Returns whether the guard is open. Requires a previous call of `restart`.
   [[nodiscard]] bool isOpen(Instant now) const { return now >= opensAt_; }

@@ -1,6 +1,7 @@
 """Unrequested windows: keys and clicks that were meant for another window are ignored, and a request
 must be read before it can be allowed."""
 
+import signal
 import time
 
 import pytest
@@ -55,6 +56,23 @@ def test_continued_typing_in_a_window_that_took_the_focus_does_nothing(screen, o
         screen.activate(window.process.pid)
         typing.types(25)
         assert window.is_active()
+    assert window.reports == [{"shown": True}]
+    screen.accepting(window.process.pid)
+    screen.press("Return")
+    assert window.answer()["button"] == 0
+
+
+@pytest.mark.parametrize("keys", [["Return"], ["Tab", "space"], ["Escape"]], ids=" ".join)
+def test_keys_that_waited_while_the_program_was_held_up_do_nothing(screen, open_window, keys):
+    """As on a machine that is too busy: they are all there at once when the program goes on."""
+    window = open_window(**UNREQUESTED)
+    window.report("shown")
+    screen.activate(window.process.pid)
+    window.process.send_signal(signal.SIGSTOP)
+    with Typing(screen, keys) as typing:
+        typing.types(25)
+        window.process.send_signal(signal.SIGCONT)
+        typing.types(3)
     assert window.reports == [{"shown": True}]
     screen.accepting(window.process.pid)
     screen.press("Return")

@@ -57,5 +57,13 @@ TEST(InputGuard, ClosesWhenTheWindowBecomesActiveAgain) {
   EXPECT_TRUE(guard.isOpen(start + 61s));
 }
 
+TEST(InputGuard, IsPostponedAlsoWhenItIsDueToOpen) {
+  InputGuard guard;
+  guard.restart(start);
+  guard.postpone(start + 2s);
+  EXPECT_FALSE(guard.isOpen(start + 2499ms));
+  EXPECT_TRUE(guard.isOpen(start + 2500ms));
+}
+
 }  // namespace
 }  // namespace zephyl

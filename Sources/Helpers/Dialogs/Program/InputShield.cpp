@@ -9,6 +9,9 @@ namespace zephyl {
 
 namespace {
 
+/// A timer that fires later than this shows that the program was held up.
+constexpr std::chrono::milliseconds maxLateness{100};
+
 Instant now() {
   return std::chrono::steady_clock::now();
 }
@@ -44,7 +47,7 @@ InputShield::InputShield(QWidget& window, Policy policy, std::function<void(bool
     : window_(window), policy_(policy), changed_(std::move(changed)) {
   opening_.setSingleShot(true);
   opening_.setTimerType(Qt::PreciseTimer);
-  connect(&opening_, &QTimer::timeout, this, [this] { update(); });
+  connect(&opening_, &QTimer::timeout, this, [this] { openUnlessLate(); });
 }
 
 void InputShield::watch() {
@@ -81,9 +84,17 @@ void InputShield::update() {
   if (!open && exposed_) {
     // Rounded up, because a timer that fires early would find the guard closed and start again.
     const auto remaining = std::min(guard_.remaining(now()), InputGuard::settling);
-    opening_.start(std::chrono::ceil<std::chrono::milliseconds>(remaining));
+    const auto delay = std::chrono::ceil<std::chrono::milliseconds>(remaining);
+    opening_.start(delay);
+    due_ = now() + delay;
   }
   if (std::exchange(accepts_, accepts) != accepts) changed_(accepts);
+}
+
+void InputShield::openUnlessLate() {
+  // The program was held up. Keys from that time are still on their way to it.
+  if (now() > due_ + maxLateness) guard_.postpone(now());
+  update();
 }
 
 bool InputShield::eventFilter(QObject* watched, QEvent* event) {
@@ -99,7 +110,7 @@ bool InputShield::eventFilter(QObject* watched, QEvent* event) {
 
 void InputShield::handleIgnored(QEvent::Type type) {
   if (type == QEvent::KeyPress) {
-    guard_.keyPressed(now());
+    guard_.postpone(now());  // also if it is due to open, and the timer has not fired yet
     update();
   }
   if (isPress(type) && !active_) window_.activateWindow();

@@ -42,6 +42,8 @@ class InputShield final : public QObject {
   [[nodiscard]] bool isOpen() const;
   void restart();
   void update();
+  /// Handles the end of the timer.
+  void openUnlessLate();
   void handleIgnored(QEvent::Type type);
 
   QWidget& window_;
@@ -49,6 +51,7 @@ class InputShield final : public QObject {
   const std::function<void(bool)> changed_;
   InputGuard guard_;
   QTimer opening_;
+  Instant due_{};  // when the timer is to fire
   bool exposed_ = false;
   bool active_ = false;
   bool accepts_ = false;
