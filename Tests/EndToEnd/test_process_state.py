@@ -10,7 +10,8 @@ import pytest
 
 from support.control_api import Window
 from support.other_user import USER, as_other_user, skip_unless_root
-from support.tray import command_line, command_name, descendants, eventually, is_alive
+from support.tray import (command_line, command_name, descendants, eventually, is_alive,
+                          without_sanitizers)
 
 # Changes the process according to the first argument, then executes the tray.
 STARTER = """
@@ -145,6 +146,7 @@ while True:
 """
 
 
+@without_sanitizers("the search for leaks needs a process of its own")
 def test_it_survives_reaching_its_limit_of_processes(world):
     skip_unless_root()
     world.use_agent_script(CHATTER.format(python=sys.executable))

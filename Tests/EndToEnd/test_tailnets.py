@@ -9,7 +9,7 @@ import time
 
 from support.control_api import start_api, window  # noqa: F401 (fixtures)
 from support.memory import kilobytes
-from support.tray import command_name, descendants, eventually, is_alive
+from support.tray import command_name, descendants, eventually, is_alive, without_sanitizers
 
 STUBBORN = "#!/bin/sh\ntrap '' TERM\n{first}while :; do sleep 0.2; done\n"
 
@@ -44,6 +44,7 @@ def test_a_joined_server_is_connected_and_reports_its_name(world, start_tray):
     tray.log_line("agent enrolled", 15)
 
 
+@without_sanitizers("slow programs do not report within a second")
 def test_a_learned_address_restarts_the_agent_once(world, start_tray):
     world.use_sandbox_agent()
     world.use_sandbox_tailnet()
@@ -75,6 +76,7 @@ def test_a_pair_that_loses_a_child_is_restarted(world, start_tray):
     tray.log_line("1 of 1 server connected")
 
 
+@without_sanitizers("a sanitizer takes memory of its own")
 def test_fifty_servers_start_and_stop_side_by_side(world, start_tray):
     world.use_agent_script("#!/bin/sh\nexec sleep 1000\n")
     world.use_tailnet_script("tailscaled", "#!/bin/sh\nexec sleep 1000\n")
@@ -151,6 +153,7 @@ def test_the_tray_stays_responsive_while_a_servers_children_end(world, start_api
     assert [entry["id"] for entry in world.registry()] == [first]
 
 
+@without_sanitizers("a sanitizer takes memory of its own")
 def test_a_flood_of_reports_costs_little_and_the_last_one_is_stored(world, start_api):
     world.use_agent_script("#!/bin/sh\nexec sleep 1000\n")
     world.use_tailnet_script("tailscaled", "#!/bin/sh\nexec sleep 1000\n")

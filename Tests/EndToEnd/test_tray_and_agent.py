@@ -12,7 +12,8 @@ import time
 import pytest
 
 from support.control_api import start_api, window  # noqa: F401
-from support.tray import SANDBOX, command_line, descendants, eventually, free_port, is_alive
+from support.tray import (SANDBOX, command_line, descendants, eventually, free_port, is_alive,
+                          without_sanitizers)
 
 
 def test_it_launches_an_agent_shares_a_folder_and_shows_its_progress(world, start_tray):
@@ -212,6 +213,7 @@ def test_children_inherit_only_standard_descriptors(world, start_tray):
         assert name not in environment
 
 
+@without_sanitizers("a sanitizer takes memory of its own")
 def test_a_flood_of_output_uses_bounded_memory(world, start_tray):
     world.use_agent_script("#!/bin/sh\nexec yes "
                            "'a line of output that is about as long as lines of logs are on the whole'\n")
@@ -234,6 +236,7 @@ def resident(pid):
 # An agent that misbehaves
 
 
+@without_sanitizers("a program with sanitizers is too slow for the limit")
 def test_a_new_tray_polls_its_agent_within_50_ms(world, start_tray, scripted_agent):
     delays = []
     for _ in range(5):
@@ -247,6 +250,7 @@ def test_a_new_tray_polls_its_agent_within_50_ms(world, start_tray, scripted_age
     assert sorted(delays)[2] < 0.05, delays
 
 
+@without_sanitizers("a sanitizer takes memory of its own")
 def test_the_state_is_right_within_one_poll_whatever_the_agent_answers(world, start_tray, scripted_agent):
     tray = start_tray()
     tray.log_line("reachable, 0 folders")
@@ -271,6 +275,7 @@ def test_the_state_is_right_within_one_poll_whatever_the_agent_answers(world, st
     assert resident(tray.pid) < 40e6
 
 
+@without_sanitizers("a sanitizer takes memory of its own")
 def test_ten_thousand_events_a_second_are_processed(world, start_tray, scripted_agent):
     stop_flood = []
     sent = [0]

@@ -6,7 +6,7 @@ import signal
 import subprocess
 import time
 
-from support.tray import eventually
+from support.tray import eventually, without_sanitizers
 from support.update_fixtures import (archive, offer_of, publisher,  # noqa: F401 (fixtures)
                                      refused_download, updater)
 from support.updates import ARCHIVE, rewrite_information, snapshot
@@ -81,6 +81,7 @@ def kill_after(updater, command, delay):
         process.kill()
 
 
+@without_sanitizers("the kills come before a slow program has begun")
 def test_an_updater_killed_at_any_moment_leaves_a_working_version(world, publisher, updater, archive):
     publisher.publish(archive)
     offer = offer_of(updater)

@@ -13,11 +13,18 @@ import tempfile
 import threading
 import time
 
+import pytest
+
 REPOSITORY = pathlib.Path(__file__).resolve().parents[3]
 BUILD = pathlib.Path(os.environ.get("ZEPHYL_BUILD_DIR", REPOSITORY / "build"))
 SANDBOX = BUILD / "sandbox"
 SLOWNESS = float(os.environ.get("ZEPHYL_SLOWNESS", 1))  # of programs with sanitizers
 SANITIZERS = {name: value for name, value in os.environ.items() if name.endswith("SAN_OPTIONS")}
+
+
+def without_sanitizers(reason):
+    """Leaves out a test of what a program with sanitizers cannot do."""
+    return pytest.mark.skipif(bool(SANITIZERS), reason=reason)
 
 
 def free_port():
