@@ -282,8 +282,11 @@ void LoopbackServer::Server::acceptPending() {
     waitsForRoom_ = isFull() && evictable() == connections_.end();
     if (waitsForRoom_) return;
     const int socket = ::accept4(socket_.get(), nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC);
+    const bool needsDescriptor = socket < 0 && (errno == EMFILE || errno == ENFILE);
     if (socket >= 0) {
       add(FileDescriptor(socket));
+    } else if (needsDescriptor && evictable() != connections_.end()) {
+      connections_.erase(evictable());
     } else if (errno == EAGAIN || isShortage(errno)) {
       return acceptLater(errno);
     } else if (isFatal(errno)) {

@@ -10,7 +10,9 @@
 
 #include <gtest/gtest.h>
 
+#include <fcntl.h>
 #include <netinet/in.h>
+#include <sys/resource.h>
 #include <sys/socket.h>
 
 #include "Support/Eventually.hpp"
@@ -41,6 +43,24 @@ void breakListeningSocket(int port) {
     if (ntohs(address.sin_port) == port) ::shutdown(socket, SHUT_RDWR);
   }
 }
+
+/// Limits the descriptors that this process can open in addition, until its destruction.
+class DescriptorLimit {
+ public:
+  explicit DescriptorLimit(rlim_t count) {
+    ::getrlimit(RLIMIT_NOFILE, &before_);
+    const FileDescriptor lowestFree(::open("/dev/null", O_RDONLY | O_CLOEXEC));
+    struct rlimit limit = before_;
+    limit.rlim_cur = static_cast<rlim_t>(lowestFree.get()) + count;
+    ::setrlimit(RLIMIT_NOFILE, &limit);
+  }
+  ~DescriptorLimit() { ::setrlimit(RLIMIT_NOFILE, &before_); }
+  DescriptorLimit(const DescriptorLimit&) = delete;
+  DescriptorLimit& operator=(const DescriptorLimit&) = delete;
+
+ private:
+  struct rlimit before_ {};
+};
 
 /// A listener whose messages end at the first ".". The test handles them.
 class LoopbackServerTest : public ::testing::Test {
@@ -266,6 +286,18 @@ std::vector<RawClient> refusedClients(const std::function<RawClient()>& connect)
     EXPECT_TRUE(clients.back().isReadable(10s));
   }
   return clients;
+}
+
+TEST_F(LoopbackServerTest, MakesRoomForOthersWhenDescriptorsRunOut) {
+  openEcho();
+  const RawClient silent(listener_->port());
+  ASSERT_TRUE(silent.send("a"));
+  ASSERT_TRUE(test::eventually([this] { return calls_ == 1; }));
+  const DescriptorLimit limit(1);
+  const RawClient other(listener_->port());
+  ASSERT_TRUE(other.send("b."));
+  EXPECT_EQ(other.receiveAll(), "b.");
+  EXPECT_EQ(silent.receiveAll(), "");
 }
 
 TEST_F(LoopbackServerTest, MakesRoomByClosingRefusedPeersThatKeepSending) {
