@@ -67,6 +67,8 @@ class FaultRun:
         self.agent = Agent(self.world.agent_port)
         eventually(self._agent_answers, 30 * slowness, "an agent that answers")
         self.item = self.watcher.item()
+        # From before the first fault, because two of them at once must not keep each other's limit.
+        self.descriptor_limit = resource.prlimit(self.tray.pid, resource.RLIMIT_NOFILE)
 
     def close(self):
         self.tray.close()
@@ -156,7 +158,7 @@ class FaultRun:
 
     def spare_descriptors(self):
         pid = self.tray.pid
-        soft, hard = resource.prlimit(pid, resource.RLIMIT_NOFILE)
+        soft, hard = self.descriptor_limit
         used = len(os.listdir(f"/proc/{pid}/fd"))
         self.note(f"descriptors: {used} used and 4 more")
         resource.prlimit(pid, resource.RLIMIT_NOFILE, (used + 4, hard))
