@@ -7,14 +7,14 @@ namespace zephyl {
 MenuSession::Events MenuSession::aboutToShowRoot(std::string_view host, Instant now) {
   if (open_ && rootOpened_ && now - *rootOpened_ <= sameOpening) return {};
   // If it is still open, the host did not report that it was closed.
-  return openAfresh(host, now);
+  return reopen(host, now);
 }
 
 MenuSession::Events MenuSession::opened(std::string_view host, bool root, Instant now) {
   if (!root) return open({}, host, now);
   // A host may have announced the root when it connected, or not have said that it was closed.
   const bool isAnother = open_ && rootCalled_ && now - *rootCalled_ > sameOpening;
-  auto events = isAnother ? openAfresh(host, now) : open({}, host, now);
+  auto events = isAnother ? reopen(host, now) : open({}, host, now);
   rootCalled_ = rootOpened_ = now;
   return events;
 }
@@ -38,7 +38,7 @@ std::optional<Instant> MenuSession::deadline() const {
   return lastCall_ + silenceTimeout;
 }
 
-MenuSession::Events MenuSession::openAfresh(std::string_view host, Instant now) {
+MenuSession::Events MenuSession::reopen(std::string_view host, Instant now) {
   auto events = close();
   events.push_back(Event::needsUpdate);
   rootCalled_ = now;

@@ -54,7 +54,7 @@ class MenuSession {
 
  private:
   /// Closes the menu, if it is open, and opens it with an update.
-  Events openAfresh(std::string_view host, Instant now);
+  Events reopen(std::string_view host, Instant now);
   Events open(Events before, std::string_view host, Instant now);
   Events close();
 
