@@ -17,7 +17,7 @@ namespace zephyl {
 
 namespace {
 
-using commandTerminal::complain;
+using commandTerminal::fail;
 using commandTerminal::print;
 
 constexpr auto unit = "zephyl-tray.service";
@@ -65,11 +65,6 @@ std::string installedEntry() {
   const auto entry =
       readFile(joinPath(joinPath(parentDirectory(*resources), "applications"), entryName));
   return entry ? *entry : "";
-}
-
-int fail(const std::string& message) {
-  complain(message);
-  return commandStatus::failure;
 }
 
 int report(const std::string& sentence) {

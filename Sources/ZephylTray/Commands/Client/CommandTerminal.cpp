@@ -9,6 +9,7 @@
 #include <unistd.h>
 
 #include "System/Data/Text.hpp"
+#include "ZephylTray/Commands/Client/CommandClient.hpp"
 
 namespace zephyl::commandTerminal {
 
@@ -99,6 +100,11 @@ bool print(const std::string& text) {
 
 void complain(const std::string& message) {
   write(stderr, "zephyl-tray: " + visibleLines(message) + "\n");
+}
+
+int fail(const std::string& message) {
+  complain(message);
+  return commandStatus::failure;
 }
 
 }  // namespace zephyl::commandTerminal

@@ -23,5 +23,7 @@ Result<SecretString> readKey();
 bool print(const std::string& text);
 /// Writes "zephyl-tray: MESSAGE" to standard error.
 void complain(const std::string& message);
+/// Does the same and returns the exit status of a failed command.
+int fail(const std::string& message);
 
 }  // namespace zephyl::commandTerminal

@@ -11,14 +11,9 @@ namespace zephyl {
 
 namespace {
 
-using commandTerminal::complain;
+using commandTerminal::fail;
 using commandTerminal::print;
 using ValueType = CommandArguments::ValueType;
-
-int fail(const std::string& message) {
-  complain(message);
-  return commandStatus::failure;
-}
 
 int notSet(const std::string& key) {
   return fail("“" + visible(key) + "” is not set.");
