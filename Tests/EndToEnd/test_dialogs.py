@@ -451,7 +451,7 @@ def test_on_wayland_it_ends_with_its_window():
             for window in windows:
                 window.report("shown")
             for window in windows:
-                window.say({"close": True})
+                window.send({"close": True})
             for window in windows:
                 assert window.ends() == 0
                 window.close()

@@ -143,7 +143,7 @@ class LoopbackServer::Server : public std::enable_shared_from_this<Server> {
   using Step = void (Server::*)(Identifier, Connection&);
 
   void onThread(Task task);
-  void acceptPending();
+  void acceptPending(bool mayEvict = false);
   void acceptLater(int error);
   [[nodiscard]] std::map<Identifier, Connection>::iterator evictable();
   [[nodiscard]] bool isFull() const { return connections_.size() >= options_.maxConnections; }
@@ -275,8 +275,9 @@ void LoopbackServer::Server::onThread(Task task) {
   }
 }
 
-/// Accepts a few connections per turn, so that existing connections are served in between.
-void LoopbackServer::Server::acceptPending() {
+/// Accepts a few connections per turn, so that existing connections are served in between. If
+/// descriptors have run out and `mayEvict` is set, closes one connection to accept another.
+void LoopbackServer::Server::acceptPending(bool mayEvict) {
   for (int turn = 0; !acceptsNoMore_; ++turn) {
     if (turn == acceptsPerTurn) return reactor_->post([this] { acceptPending(); });
     waitsForRoom_ = isFull() && evictable() == connections_.end();
@@ -285,8 +286,9 @@ void LoopbackServer::Server::acceptPending() {
     const bool needsDescriptor = socket < 0 && (errno == EMFILE || errno == ENFILE);
     if (socket >= 0) {
       add(FileDescriptor(socket));
-    } else if (needsDescriptor && evictable() != connections_.end()) {
+    } else if (needsDescriptor && mayEvict && evictable() != connections_.end()) {
       connections_.erase(evictable());
+      mayEvict = false;
     } else if (errno == EAGAIN || isShortage(errno)) {
       return acceptLater(errno);
     } else if (isFatal(errno)) {
@@ -296,12 +298,17 @@ void LoopbackServer::Server::acceptPending() {
 }
 
 void LoopbackServer::Server::acceptLater(int error) {
-  const auto retry = [this](const boost::system::error_code& aborted) {
-    if (!aborted) acceptPending();
-  };
-  if (error == EAGAIN) return acceptor_->async_wait(Descriptor::wait_read, retry);
+  if (error == EAGAIN) {
+    return acceptor_->async_wait(Descriptor::wait_read,
+                                 [this](const boost::system::error_code& aborted) {
+                                   if (!aborted) acceptPending();
+                                 });
+  }
+  // By then a connection that has not sent a message is stalled, not new.
   acceptTimer_->expires_after(acceptRetryDelay);
-  acceptTimer_->async_wait(retry);
+  acceptTimer_->async_wait([this](const boost::system::error_code& aborted) {
+    if (!aborted) acceptPending(true);
+  });
 }
 
 /// Returns the connection that a new one replaces when the limit is reached, or the end.

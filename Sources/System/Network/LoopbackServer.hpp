@@ -20,9 +20,9 @@ namespace zephyl {
 ///
 /// The number of connections is limited. At the limit a new connection replaces the oldest refused
 /// one that is being drained, or else the oldest one that has not sent a complete message. If there
-/// is neither, new connections wait to be accepted. The same holds if descriptors run out, except
-/// that accepting is retried after a short delay. If memory runs out, accepting is only retried. A
-/// connection is closed if its peer accepts no byte of the answer for `sendTimeout`.
+/// is neither, new connections wait to be accepted. If descriptors or memory run out, accepting is
+/// retried every 100 ms. If descriptors are still missing then, one connection is replaced in the
+/// same way. A connection is closed if its peer accepts no byte of the answer for `sendTimeout`.
 ///
 /// Received bytes may be secret. They are overwritten when they are no longer needed.
 class LoopbackServer {

@@ -38,7 +38,7 @@ class WindowSteps:
         window = Window(self.screen, {"alert": DOWNLOAD})
         try:
             window.report("shown")
-            window.say({"progress": {"fraction": 0.4, "text": "5.0 of 12.4 MB"}})
+            window.send({"progress": {"fraction": 0.4, "text": "5.0 of 12.4 MB"}})
             self.look_at_window("15-update", before, "Zephyl")
             assert window.report("answer")["button"] == 0
             assert window.ends() == 0

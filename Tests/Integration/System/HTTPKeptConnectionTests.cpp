@@ -1,12 +1,12 @@
 #include <atomic>
 
-#include <fmt/format.h>
 #include <gtest/gtest.h>
 
 #include "HTTPRecorders.hpp"
 #include "ScriptedServer.hpp"
 #include "Support/Eventually.hpp"
 #include "System/Concurrency/Reactor.hpp"
+#include "System/Data/Format.hpp"
 #include "System/Network/HTTPSession.hpp"
 
 namespace zephyl {
@@ -18,7 +18,7 @@ using test::eventually;
 using test::ScriptedPeer;
 using test::ScriptedServer;
 
-constexpr auto answer = "HTTP/1.1 200 OK\r\nContent-Length: 2\r\n\r\nok";
+constexpr auto shortAnswer = "HTTP/1.1 200 OK\r\nContent-Length: 2\r\n\r\nok";
 
 class HTTPKeptConnectionTest : public testing::Test {
  protected:
@@ -28,7 +28,7 @@ class HTTPKeptConnectionTest : public testing::Test {
     const auto task = session_.send(std::move(request), recorder.done());
     const auto received = recorder.wait();
     if (!received) return received.error().message;
-    return fmt::format("{} {}", received->status, received->body);
+    return formatText("{} {}", received->status, received->body);
   }
 
   /// Answers so many requests on each connection, then runs `then`.
@@ -39,7 +39,7 @@ class HTTPKeptConnectionTest : public testing::Test {
         const auto request = peer.receiveRequest();
         if (request.empty()) return;
         ++requests_;
-        peer.send(answer);
+        peer.send(shortAnswer);
       }
       if (then) then(peer);
     };
@@ -70,7 +70,7 @@ TEST_F(HTTPKeptConnectionTest, DoesNotAskTheServerToClose) {
   std::string received;
   const ScriptedServer server([&](const ScriptedPeer& peer) {
     received = peer.receiveRequest();
-    peer.send(answer);
+    peer.send(shortAnswer);
   });
   EXPECT_EQ(outcome({.url = server.url()}), "200 ok");
   EXPECT_EQ(received, "GET / HTTP/1.1\r\nHost: " + server.authority() + "\r\nAccept: */*\r\n\r\n");

@@ -2,7 +2,6 @@
 #include <fstream>
 #include <future>
 
-#include <fmt/format.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -12,6 +11,7 @@
 #include "ScriptedServer.hpp"
 #include "Support/Eventually.hpp"
 #include "System/Concurrency/Reactor.hpp"
+#include "System/Data/Format.hpp"
 #include "System/Network/HTTPSession.hpp"
 
 namespace zephyl {
@@ -28,7 +28,7 @@ constexpr auto chunkedHead = "HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\
 constexpr auto streamHead = "HTTP/1.1 200 OK\r\n\r\n";
 
 std::string chunk(std::string_view bytes) {
-  return fmt::format("{:x}\r\n{}\r\n", bytes.size(), bytes);
+  return formatText("{:x}\r\n{}\r\n", bytes.size(), bytes);
 }
 
 std::size_t residentBytes() {
@@ -69,7 +69,7 @@ class HTTPStreamTest : public testing::Test {
 };
 
 TEST_F(HTTPStreamTest, DeliversStatusLinesAndEnd) {
-  const auto record = recordOf(fmt::format("{}data: 1\r\n\r\n: note\ndata: 2", streamHead));
+  const auto record = recordOf(formatText("{}data: 1\r\n\r\n: note\ndata: 2", streamHead));
   EXPECT_THAT(record.statuses, ElementsAre(200));
   EXPECT_THAT(record.lines, ElementsAre("data: 1", "", ": note", "data: 2"));
   EXPECT_THAT(record.ends, ElementsAre(std::nullopt));
@@ -180,19 +180,19 @@ TEST_F(HTTPStreamTest, KeepsUpWithManyLines) {
     peer.send(chunkedHead);
     for (std::size_t i = 0; i < count; i += 100) {
       std::string lines;
-      for (std::size_t j = i; j < i + 100; ++j) lines += fmt::format("data: {}\n", j);
+      for (std::size_t j = i; j < i + 100; ++j) lines += formatText("data: {}\n", j);
       peer.send(chunk(lines));
     }
     peer.send("0\r\n\r\n");
   });
   EXPECT_LT(std::chrono::steady_clock::now() - start, 10s);  // 10,000 lines a second
   ASSERT_EQ(record.lines.size(), count);
-  for (std::size_t i = 0; i < count; ++i) ASSERT_EQ(record.lines[i], fmt::format("data: {}", i));
+  for (std::size_t i = 0; i < count; ++i) ASSERT_EQ(record.lines[i], formatText("data: {}", i));
 }
 
 TEST_F(HTTPStreamTest, SkipsAnOverlongLineAndContinues) {
   const auto record =
-      recordOf(fmt::format("{}12345\n123456\n{}\r\nok\n", streamHead, std::string(100'000, 'x')),
+      recordOf(formatText("{}12345\n123456\n{}\r\nok\n", streamHead, std::string(100'000, 'x')),
                {.maxLineBytes = 5});
   EXPECT_THAT(record.lines, ElementsAre("12345", "ok"));
   EXPECT_THAT(record.ends, ElementsAre(std::nullopt));
