@@ -25,9 +25,9 @@ std::vector<std::string> nonEmpty(std::vector<std::string> texts) {
 
 /// Returns a value of the information dictionary, or null if the key is missing.
 json::Value valueIn(const std::optional<std::string>& resources, const std::string& key) {
-  static JSONFile file;
+  static auto* const file = new JSONFile;  // must not be destroyed
   if (!resources) return nullptr;
-  const auto dictionary = file.read(joinPath(*resources, "Info.json"));
+  const auto dictionary = file->read(joinPath(*resources, "Info.json"));
   if (!dictionary) return nullptr;
   const auto* value = (*dictionary)->if_contains(key);
   return value != nullptr ? *value : json::Value(nullptr);

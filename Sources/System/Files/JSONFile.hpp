@@ -15,6 +15,9 @@ namespace zephyl {
 
 /// Reads a file that contains a JSON object, and caches the object until the file changes. Reading
 /// an unchanged file costs one system call. Callable from any thread.
+///
+/// Must not be destroyed at the end of the process: the memory resource of Boost.JSON, which the
+/// cached object needs, may be destroyed before.
 class JSONFile {
  public:
   using Contents = std::shared_ptr<const boost::json::object>;

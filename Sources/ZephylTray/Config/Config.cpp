@@ -141,8 +141,8 @@ std::optional<std::string> programIn(const std::vector<std::string>& directories
 }  // namespace
 
 UserDefaults& Config::defaults() {
-  static UserDefaults defaults("com.zephyl.tray");
-  return defaults;
+  static auto* const defaults = new UserDefaults("com.zephyl.tray");  // see JSONFile
+  return *defaults;
 }
 
 std::int64_t Config::trayPort() {
