@@ -14,6 +14,8 @@ class InputGuard {
  public:
   static constexpr Duration settling = std::chrono::seconds(1);
   static constexpr Duration quiet = std::chrono::milliseconds(500);
+  /// A program that notices the opening later than this was held up, and must postpone it.
+  static constexpr Duration maxLateness = std::chrono::milliseconds(100);
 
   /// Must be called when the window has appeared or become active.
   void restart(Instant now) { opensAt_ = now + settling; }
@@ -22,7 +24,8 @@ class InputGuard {
   void keyPressed(Instant now) {
     if (!isOpen(now)) postpone(now);
   }
-  /// Keys may have been pressed of which nothing is known yet. Closes the guard for `quiet`.
+  /// Must be called when keys may have been pressed that have not arrived yet. Closes the guard for
+  /// `quiet`.
   void postpone(Instant now) { opensAt_ = std::max(opensAt_, now + quiet); }
 
   /// Returns whether the guard is open. Requires a previous call of `restart`.

@@ -154,17 +154,22 @@ void TerminalScreen::resized() {
 void TerminalScreen::topWasDrawn() {
   if (std::exchange(drawnTop_, boxes_.top()) != boxes_.top()) {
     topSince_ = services_.clock.now();
-    topIsGuarded_ = drawnTop_ && !boxes_.topIsRequestedByUser();
+    const bool unrequested = drawnTop_ && !boxes_.topIsRequestedByUser();
+    topGuard_ = unrequested ? TopGuard::closed : TopGuard::none;
     guard_.restart(topSince_);
   }
   const Instant now = services_.clock.now();
+  // The program was held up. Keys from that time are still on their way to it.
+  if (topGuard_ == TopGuard::closed && guard_.remaining(now) < -InputGuard::maxLateness)
+    guard_.postpone(now);
   const Instant opening = drawnTop_ ? topMayBeAnsweredAt(now) : now;
-  if (now >= opening) return guardTimer_.cancel();
-  changedAfter(opening - now, guardTimer_);
+  if (now < opening) return changedAfter(opening - now, guardTimer_);
+  if (topGuard_ == TopGuard::closed) topGuard_ = TopGuard::open;
+  guardTimer_.cancel();
 }
 
 Instant TerminalScreen::topMayBeAnsweredAt(Instant now) const {
-  if (!topIsGuarded_) return topSince_ + answerDelay;
+  if (topGuard_ == TopGuard::none) return topSince_ + answerDelay;
   return now + guard_.remaining(now);
 }
 
@@ -270,7 +275,7 @@ void TerminalScreen::handle(const Key& key) {
 
 void TerminalScreen::guardTopAgain() {
   if (!drawnTop_ || drawnTop_ != boxes_.top()) return;
-  topIsGuarded_ = topIsGuarded_ || boxes_.topPermitsSomething();
+  if (topGuard_ != TopGuard::none || boxes_.topPermitsSomething()) topGuard_ = TopGuard::closed;
   guard_.restart(services_.clock.now());
 }
 
@@ -278,8 +283,8 @@ void TerminalScreen::guardTopAgain() {
 void TerminalScreen::handleInDialog(const Key& key) {
   if (drawnTop_ != boxes_.top()) return;
   const Instant now = services_.clock.now();
+  if (topGuard_ == TopGuard::closed) return guard_.postpone(now);
   const bool mayAnswer = now >= topMayBeAnsweredAt(now);
-  if (!mayAnswer && topIsGuarded_) return guard_.keyPressed(now);
   boxes_.handle(key, mayAnswer, [this](const std::string& text) { copy(text); });
 }
 

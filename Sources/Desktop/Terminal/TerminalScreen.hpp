@@ -104,6 +104,9 @@ class TerminalScreen : public std::enable_shared_from_this<TerminalScreen> {
   [[nodiscard]] std::vector<std::string> unseenLog() const;
 
  private:
+  /// Whether the topmost dialog has a guard, and the guard's state.
+  enum class TopGuard { none, closed, open };
+
   void changed();
   void changedAfter(Duration delay, Timer& timer);
   void draw();
@@ -150,8 +153,8 @@ class TerminalScreen : public std::enable_shared_from_this<TerminalScreen> {
   DialogStack boxes_;
   std::optional<DialogStack::Number> drawnTop_;  // the topmost dialog at the last drawing
   Instant topSince_{};
-  bool topIsGuarded_ = false;
-  InputGuard guard_;  // guards the topmost dialog
+  TopGuard topGuard_ = TopGuard::none;
+  InputGuard guard_;  // of the topmost dialog
   LogRing log_;
   std::size_t unseenLines_ = 0;
   std::optional<LogBox> logBox_;

@@ -48,7 +48,10 @@ class TerminalScreenTest : public ::testing::Test {
     mainLoop_.runPending();
   }
   void advance(Duration step) {
-    clock_.advance(step, [this] { mainLoop_.runPending(); });
+    clock_.advance(step, [this] {
+      mainLoop_.runPending();
+      mainLoop_.runPending();  // the drawing that a timer has requested
+    });
   }
   /// Returns the output for all events since the last call.
   std::string drawn() {
@@ -187,6 +190,19 @@ TEST_F(TerminalScreenTest, OngoingTypingDoesNotAnswerAnUnrequestedDialog) {
   press("\r");
   EXPECT_EQ(answers_, std::vector<int>{0});
   EXPECT_EQ(clock_.pendingTimers(), 0U);
+}
+
+TEST_F(TerminalScreenTest, KeysThatWaitedWhileTheTrayWasHeldUpDoNotAnswer) {
+  const auto dialog = present(unrequested());
+  for (const bool keysFirst : {true, false}) {
+    clock_.advance(InputGuard::settling + 1s, [] {});
+    if (!keysFirst) mainLoop_.runPending();
+    press("\r");
+    EXPECT_EQ(answers_, std::vector<int>{});
+  }
+  advance(InputGuard::quiet);
+  press("\r");
+  EXPECT_EQ(answers_, std::vector<int>{0});
 }
 
 TEST_F(TerminalScreenTest, ADialogIgnoresKeysBeforeItIsDrawn) {

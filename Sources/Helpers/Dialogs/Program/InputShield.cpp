@@ -9,9 +9,6 @@ namespace zephyl {
 
 namespace {
 
-/// A timer that fires later than this shows that the program was held up.
-constexpr std::chrono::milliseconds maxLateness{100};
-
 Instant now() {
   return std::chrono::steady_clock::now();
 }
@@ -93,7 +90,7 @@ void InputShield::update() {
 
 void InputShield::openUnlessLate() {
   // The program was held up. Keys from that time are still on their way to it.
-  if (now() > due_ + maxLateness) guard_.postpone(now());
+  if (now() > due_ + InputGuard::maxLateness) guard_.postpone(now());
   update();
 }
 
