@@ -62,7 +62,7 @@ void TailnetManager::startDue() {
 TailnetManager::Instance TailnetManager::nextDue() {
   const std::scoped_lock lock(lock_);
   while (!due_.empty()) {
-    const Instance next = std::move(due_.front());
+    Instance next = std::move(due_.front());
     due_.pop_front();
     const auto known = instances_.find(next->server().id);
     if (known != instances_.end() && known->second == next) return next;
