@@ -193,7 +193,7 @@ void Connection::start(const ClientRequest& request) {
 }
 
 bool Connection::reuseConnection() {
-  auto socket = kept_ ? kept_->take(destination_.authority) : std::nullopt;
+  auto socket = kept_ ? kept_->release(destination_.authority) : std::nullopt;
   if (!socket) return false;
   socket_ = std::move(*socket);
   reused_ = true;

@@ -11,7 +11,7 @@ void KeptConnection::keep(std::string authority, Socket socket) {
   closeWhenReadable();
 }
 
-std::optional<KeptConnection::Socket> KeptConnection::take(const std::string& authority) {
+std::optional<KeptConnection::Socket> KeptConnection::release(const std::string& authority) {
   if (!socket_ || authority_ != authority) return std::nullopt;
   ++generation_;
   auto socket = std::exchange(socket_, std::nullopt);

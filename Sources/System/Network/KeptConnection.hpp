@@ -8,20 +8,20 @@
 
 namespace zephyl {
 
-/// A connection that stays open between two exchanges, so that the next one need not connect. Holds
-/// at most one. Closes it as soon as the server ends it or sends something that nobody asked for.
+/// Keeps at most one connection open between two exchanges, so that the next exchange need not
+/// connect. Closes the connection as soon as the server ends it or sends unrequested bytes.
 ///
 /// Owned by a `shared_ptr`. Reactor's thread only, except for construction and destruction.
 class KeptConnection : public std::enable_shared_from_this<KeptConnection> {
  public:
   using Socket = boost::asio::ip::tcp::socket;
 
-  /// Takes over a connection to `authority` on which every answer was read to its end. Closes the
-  /// one that was kept before.
+  /// Keeps a connection to `authority` whose answers have all been read to their end. Closes the
+  /// previously kept connection.
   void keep(std::string authority, Socket socket);
-  /// Hands over the connection to `authority`. Returns nullopt if none is kept. The server may end
-  /// the connection at the same moment.
-  [[nodiscard]] std::optional<Socket> take(const std::string& authority);
+  /// Returns the connection to `authority` and keeps it no longer. Returns nullopt if there is no
+  /// such connection. The server may end the connection at the same moment.
+  [[nodiscard]] std::optional<Socket> release(const std::string& authority);
 
  private:
   void closeWhenReadable();

@@ -38,7 +38,7 @@ class ServerActions : public std::enable_shared_from_this<ServerActions> {
         update;
     std::function<Result<void>(const std::string& id)> remove;
     /// Stores the fingerprint of the network for which this machine has redeemed an invite, or
-    /// nullopt if it is no longer a member of any.
+    /// nullopt if it belongs to no network.
     std::function<void(const std::optional<std::string>& fingerprint)> setEnrolment;
     // Tailnets
     /// Replaces the tailnet of a server by one that enrols with the key.

@@ -47,7 +47,8 @@ void TailnetManager::syncWithStore() {
   startDue();
 }
 
-/// Pauses in between, so that hundreds of servers do not keep the main thread from other work.
+/// Starts servers for up to `startingTime` and posts a task for the others, so that hundreds of
+/// servers do not block the main thread.
 void TailnetManager::startDue() {
   const Instant pause = runtime_.clock.now() + startingTime;
   while (const auto instance = nextDue()) {
