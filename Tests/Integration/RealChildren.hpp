@@ -21,6 +21,7 @@ struct RealChildren {
   ManualClock clock;
   SystemProcessLauncher launcher{reactor, guardian};
   Servers::Store servers{pool, clock};
+  ThreadPoolDrain drain{pool};
 
   [[nodiscard]] Runtime runtime() { return {mainLoop, reactor, pool, clock, launcher}; }
 

@@ -22,6 +22,7 @@ struct TestRuntime {
   ManualClock clock;
   FakeLauncher launcher;
   Servers::Store servers{pool, clock};
+  ThreadPoolDrain drain{pool};
 
   [[nodiscard]] Runtime runtime() { return {mainLoop, reactor, pool, clock, launcher}; }
 

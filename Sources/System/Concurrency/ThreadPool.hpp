@@ -28,7 +28,7 @@ class ThreadPool {
   /// Runs `task` on one of the threads. Callable from any thread.
   void submit(Task task);
 
-  /// Waits until no task is pending or running. For tests.
+  /// Waits until no task is pending or running.
   void waitUntilIdle();
 
   [[nodiscard]] std::size_t threadCount() const;
@@ -50,6 +50,19 @@ class ThreadPool {
   std::size_t running_ = 0;
   bool closing_ = false;
   bool shortage_ = false;  // the last attempt to start a thread failed
+};
+
+/// Waits at its destruction until the pool is idle. Objects that are declared before it and that
+/// tasks use, such as the clock, are thereby alive until the last task has run.
+class ThreadPoolDrain {
+ public:
+  explicit ThreadPoolDrain(ThreadPool& pool) : pool_(pool) {}
+  ~ThreadPoolDrain() { pool_.waitUntilIdle(); }
+  ThreadPoolDrain(const ThreadPoolDrain&) = delete;
+  ThreadPoolDrain& operator=(const ThreadPoolDrain&) = delete;
+
+ private:
+  ThreadPool& pool_;
 };
 
 }  // namespace zephyl

@@ -144,6 +144,7 @@ Ending runTray(Guardian& guardian, const CommandLine& commandLine,
   SystemClock clock(reactor);
   SystemProcessLauncher launcher(reactor, guardian);
   const Servers::Store servers(pool, clock);
+  const ThreadPoolDrain drain(pool);
   const Runtime runtime{mainLoop, reactor, pool, clock, launcher};
   Requests requests;
   const auto request = [&](std::atomic<bool>& what) {

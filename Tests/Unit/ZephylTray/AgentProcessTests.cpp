@@ -245,11 +245,11 @@ TEST_F(AgentProcessTest, DelayedTasksAndChildrenMayOutliveIt) {
   agent_->start();
   const auto orphan = runtime_.launcher.newest();
   agent_->restart();
+  runtime_.settle();
   agent_.reset();
   orphan->print({"late"});
   orphan->exit({ExitStatus::Reason::exited, 1});
-  runtime_.clock.advance(10s);
-  runtime_.mainLoop.runPending();
+  advance(10s);
   EXPECT_EQ(launches(), 1U);
 }
 

@@ -363,11 +363,11 @@ TEST_F(TailnetProcessTest, DelayedTasksAndChildrenMayOutliveIt) {
   startBoth();
   const auto children = runtime_.launcher.children();
   children[1]->exit({ExitStatus::Reason::exited, 1});
+  settle();
   tailnet_.reset();
   children[0]->print({"late"});
   children[0]->exit({ExitStatus::Reason::exited, 1});
-  runtime_.clock.advance(600s);
-  runtime_.mainLoop.runPending();
+  advance(600s);
   EXPECT_EQ(launches(), 2U);
 }
 
