@@ -28,4 +28,4 @@
 #include <boost/beast/http.hpp>
 #include <boost/describe.hpp>
 #include <boost/json.hpp>
-#include <fmt/format.h>
+#include <fmt/core.h>
