@@ -43,25 +43,22 @@ constexpr std::string_view helpText =
 TerminalScreen::TerminalScreen(const Services& services, TerminalType type,
                                TerminalCapabilities capabilities)
     : services_(services),
-      type_(std::move(type)),
       capabilities_(capabilities),
-      painter_(type_),
-      decoder_(type_.keys(), capabilities.unicode) {}
+      decoder_(type.keys(), capabilities.unicode),
+      painter_(std::move(type)),
+      status_(capabilities),
+      log_(capabilities) {}
 
 void TerminalScreen::setIcon(StatusIcon icon) {
-  if (std::exchange(icon_, icon) != icon) changed();
+  if (status_.setIcon(icon)) changed();
 }
 
 void TerminalScreen::setTitle(const std::string& title) {
-  if (title == title_) return;
-  title_ = title;
-  changed();
+  if (status_.setTitle(title)) changed();
 }
 
 void TerminalScreen::setDescription(const std::string& description) {
-  if (description == description_) return;
-  description_ = description;
-  changed();
+  if (status_.setDescription(description)) changed();
 }
 
 void TerminalScreen::setMenu(const Menu& menu) {
@@ -84,22 +81,12 @@ void TerminalScreen::showNotice(const std::string& text) {
 }
 
 void TerminalScreen::appendLog(std::vector<std::string> lines) {
-  unseenLines_ += lines.size();
-  for (auto& line : lines) log_.append(std::move(line));
-  if (logBox_) showLogLines();
-  if (!logTimer_ && !ended_) changedAfter(logInterval, logTimer_);
-}
-
-std::vector<std::string> TerminalScreen::unseenLog() const {
-  auto lines = log_.lines();
-  const auto seen = lines.size() - std::min(lines.size(), unseenLines_);
-  lines.erase(lines.begin(), lines.begin() + static_cast<std::ptrdiff_t>(seen));
-  return lines;
+  log_.append(std::move(lines));
+  if (!timers_.log && !ended_) changedAfter(logInterval, timers_.log);
 }
 
 void TerminalScreen::copy(const std::string& text) {
-  if (auto bytes = type_.copy(text)) {
-    unsent_ += *bytes;
+  if (painter_.copy(text)) {
     showNotice("Copied, if your terminal allows it.");
   } else {
     showNotice("This terminal has no clipboard; w writes the log to a file.");
@@ -109,7 +96,7 @@ void TerminalScreen::copy(const std::string& text) {
 DialogStack::Number TerminalScreen::presentAlert(const Alert& alert, const std::string& text,
                                                  DialogStack::AlertDone done) {
   const auto number = boxes_.addAlert(alert, capabilities_, text, std::move(done));
-  if (alert.style == Alert::Style::critical) unsent_ += type_.bell();
+  if (alert.style == Alert::Style::critical) painter_.ringBell();
   changed();
   return number;
 }
@@ -117,7 +104,7 @@ DialogStack::Number TerminalScreen::presentAlert(const Alert& alert, const std::
 DialogStack::Number TerminalScreen::presentLog(const LogWindow& window,
                                                DialogStack::LogNotify notify) {
   const auto number = boxes_.addLog(window, capabilities_, std::move(notify));
-  if (!window.message.empty()) unsent_ += type_.bell();
+  if (!window.message.empty()) painter_.ringBell();
   changed();
   return number;
 }
@@ -133,11 +120,8 @@ void TerminalScreen::close(DialogStack::Number dialog) {
 
 void TerminalScreen::end() {
   ended_ = true;
-  keyTimer_.cancel();
-  fadingTimer_.cancel();
-  logTimer_.cancel();
-  guardTimer_.cancel();
-  logBox_.reset();
+  timers_ = {};
+  log_.close();
   boxes_.failAll();
 }
 
@@ -151,80 +135,42 @@ void TerminalScreen::resized() {
   changed();
 }
 
-void TerminalScreen::topWasDrawn() {
-  if (std::exchange(drawnTop_, boxes_.top()) != boxes_.top()) {
-    topSince_ = services_.clock.now();
-    const bool unrequested = drawnTop_ && !boxes_.topIsRequestedByUser();
-    topGuard_ = unrequested ? TopGuard::closed : TopGuard::none;
-    guard_.restart(topSince_);
-  }
-  const Instant now = services_.clock.now();
-  // The program was held up. Keys from that time are still on their way to it.
-  if (topGuard_ == TopGuard::closed && guard_.remaining(now) < -InputGuard::maxLateness)
-    guard_.postpone(now);
-  const Instant opening = drawnTop_ ? topMayBeAnsweredAt(now) : now;
-  if (now < opening) return changedAfter(opening - now, guardTimer_);
-  if (topGuard_ == TopGuard::closed) topGuard_ = TopGuard::open;
-  guardTimer_.cancel();
-}
-
-Instant TerminalScreen::topMayBeAnsweredAt(Instant now) const {
-  if (topGuard_ == TopGuard::none) return topSince_ + answerDelay;
-  return now + guard_.remaining(now);
-}
-
 void TerminalScreen::draw() {
   if (ended_ || services_.output.isBusy()) return;
   drawingIsDue_ = false;
-  logTimer_.cancel();
-  topWasDrawn();
-  notices_.expire(services_.clock.now());
+  timers_.log.cancel();
+  const Instant now = services_.clock.now();
+  notices_.expire(now);
+  const Duration untilAnswer = guard_.drawn(boxes_, now);
+  const bool mayAnswer = untilAnswer == Duration::zero();
   Canvas canvas(services_.output.size(), capabilities_);
   drawMenuScreen(canvas);
-  if (logBox_) {
-    canvas.clear(canvas.area());
-    logBox_->draw(canvas, canvas.area());
-  }
-  boxes_.draw(canvas, /*mayAnswer=*/!guardTimer_);
-  if ((logBox_ || boxes_.hasLog()) && !boxes_.hasAlert()) drawNoticeOverLog(canvas);
-  if (!unsent_.empty()) services_.output.write(std::exchange(unsent_, {}));
+  if (log_.isOpen()) log_.draw(canvas);
+  boxes_.draw(canvas, mayAnswer);
+  if ((log_.isOpen() || boxes_.hasLog()) && !boxes_.hasAlert()) drawNoticeOverLog(canvas);
   const SecretString painted = painter_.paint(canvas);
   if (!painted.empty()) services_.output.write(painted);
   scheduleFading();
+  if (mayAnswer) return timers_.opening.cancel();
+  changedAfter(untilAnswer, timers_.opening);
 }
 
 void TerminalScreen::scheduleFading() {
   const Instant now = services_.clock.now();
   const auto next = notices_.nextChange(now);
-  if (!next) return fadingTimer_.cancel();
-  changedAfter(*next - now, fadingTimer_);
+  if (!next) return timers_.fading.cancel();
+  changedAfter(*next - now, timers_.fading);
 }
 
 void TerminalScreen::changedAfter(Duration delay, Timer& timer) {
   timer = services_.mainLoop.after(services_.clock, delay, [this] { changed(); });
 }
 
-void TerminalScreen::drawStatus(Canvas& canvas, int rows) const {
-  const auto [height, columns] = canvas.size();
-  canvas.clear({0, 0, 1, columns}, {.reverse = true});
-  const int column = canvas.put(0, 1, "Zephyl", {.bold = true, .reverse = true});
-  const auto* const icon = icon_ == StatusIcon::busy ? "busy" : "idle";
-  canvas.put(0, column, formatText("{}  {}", visible(title_), icon), {.reverse = true});
-  if (rows < 2) return;
-  auto lines =
-      displayText::wrapped(displayText::shown(visible(description_), capabilities_), columns - 2);
-  if (lines.size() > 2)
-    lines[1] = displayText::cut(lines[1] + " " + lines[2], columns - 2, capabilities_);
-  for (int i = 0; i < std::min<int>(2, static_cast<int>(lines.size())); ++i) {
-    canvas.put(1 + i, 1, lines[static_cast<std::size_t>(i)]);
-  }
-}
-
 void TerminalScreen::drawMenuScreen(Canvas& canvas) {
   const auto [height, columns] = canvas.size();
   const bool roomy = height >= 12;
   const int top = roomy ? 4 : 1;
-  drawStatus(canvas, roomy ? 2 : 1);
+  status_.draw(canvas, roomy);
   menu_.draw(canvas, {top, 0, std::max(height - top - (roomy ? 3 : 1), 1), columns});
   const Instant now = services_.clock.now();
   if (roomy) notices_.draw(canvas, {height - 2, 1, 1, columns - 2}, now);
@@ -243,7 +189,8 @@ void TerminalScreen::drawNoticeOverLog(Canvas& canvas) const {
 }
 
 std::string TerminalScreen::hints(int columns) const {
-  const std::string news = unseenLines_ > 0 ? formatText(" ({} new)", unseenLines_) : "";
+  const std::string news =
+      log_.unseenCount() > 0 ? formatText(" ({} new)", log_.unseenCount()) : "";
   auto all = displayText::shown(
       formatText("↑↓ move  Enter choose  l log{}  ? help  Ctrl-C quit", news), capabilities_);
   if (displayText::width(all) <= columns) return all;
@@ -251,14 +198,14 @@ std::string TerminalScreen::hints(int columns) const {
 }
 
 void TerminalScreen::receive(std::string_view bytes) {
-  keyTimer_.cancel();
+  timers_.restOfKey.cancel();
   for (const auto& key : decoder_.decode(bytes)) handle(key);
   if (decoder_.isWaiting()) waitForRestOfKey();
 }
 
 void TerminalScreen::waitForRestOfKey() {
-  keyTimer_ = services_.mainLoop.after(services_.clock, keyDelay, [this] {
-    keyTimer_.cancel();
+  timers_.restOfKey = services_.mainLoop.after(services_.clock, keyDelay, [this] {
+    timers_.restOfKey.cancel();
     for (const auto& key : decoder_.flush()) handle(key);
   });
 }
@@ -266,31 +213,24 @@ void TerminalScreen::waitForRestOfKey() {
 void TerminalScreen::handle(const Key& key) {
   if (ended_) return;
   changed();
-  if (key.kind == Key::Kind::focusIn) return guardTopAgain();
+  if (key.kind == Key::Kind::focusIn)
+    return guard_.terminalActivated(boxes_, services_.clock.now());
   if (key.kind == Key::Kind::control && key.text == "l") return painter_.forget();
   if (boxes_.top()) return handleInDialog(key);
-  if (logBox_) return handleInLog(key);
+  if (log_.isOpen()) return handleInLog(key);
   handleInMenu(key);
 }
 
-void TerminalScreen::guardTopAgain() {
-  if (!drawnTop_ || drawnTop_ != boxes_.top()) return;
-  if (topGuard_ != TopGuard::none || boxes_.topPermitsSomething()) topGuard_ = TopGuard::closed;
-  guard_.restart(services_.clock.now());
-}
-
-/// A key that is pressed before the dialog is on screen was not meant for it.
 void TerminalScreen::handleInDialog(const Key& key) {
-  if (drawnTop_ != boxes_.top()) return;
-  const Instant now = services_.clock.now();
-  if (topGuard_ == TopGuard::closed) return guard_.postpone(now);
-  const bool mayAnswer = now >= topMayBeAnsweredAt(now);
-  boxes_.handle(key, mayAnswer, [this](const std::string& text) { copy(text); });
+  const auto permission = guard_.keyPressed(boxes_, services_.clock.now());
+  if (permission == AnswerGuard::Permission::ignore) return;
+  boxes_.handle(key, permission == AnswerGuard::Permission::answer,
+                [this](const std::string& text) { copy(text); });
 }
 
 void TerminalScreen::handleInMenu(const Key& key) {
   if (key.is("?")) return openHelp();
-  if (key.is("l")) return openLog();
+  if (key.is("l")) return log_.open();
   if (key.is("n")) return activateNotification();
   run(menu_.handle(key));
 }
@@ -301,34 +241,15 @@ void TerminalScreen::run(const MenuView::Outcome& outcome) {
 }
 
 void TerminalScreen::handleInLog(const Key& key) {
-  switch (logBox_->handle(key)) {
+  switch (log_.handle(key)) {
     case LogBox::Outcome::copy:
-      return copy(wholeLog());
+      return copy(log_.text());
     case LogBox::Outcome::write:
-      if (events.writeLog) events.writeLog(wholeLog() + "\n");
+      if (events.writeLog) events.writeLog(log_.text() + "\n");
       return;
-    case LogBox::Outcome::close:
-      return logBox_.reset();
     default:
       return;
   }
-}
-
-std::string TerminalScreen::wholeLog() const {
-  auto lines = log_.lines();
-  for (auto& line : lines) line = visible(line);
-  return joined(lines, "\n");
-}
-
-void TerminalScreen::openLog() {
-  logBox_.emplace("Log", "", capabilities_);
-  logBox_->toEnd();
-  showLogLines();
-}
-
-void TerminalScreen::showLogLines() {
-  unseenLines_ = 0;
-  logBox_->setText(log_.lines());
 }
 
 void TerminalScreen::openHelp() {

@@ -1,24 +1,23 @@
 #pragma once
 
-#include <cstddef>
 #include <functional>
 #include <memory>
-#include <optional>
 #include <string>
 #include <vector>
 
 #include "Desktop/Desktop.hpp"
 #include "Desktop/Dialogs.hpp"
-#include "Desktop/InputGuard.hpp"
 #include "Desktop/Terminal/Drawing/Canvas.hpp"
 #include "Desktop/Terminal/Drawing/KeyDecoder.hpp"
 #include "Desktop/Terminal/Drawing/Painter.hpp"
+#include "Desktop/Terminal/Views/AnswerGuard.hpp"
 #include "Desktop/Terminal/Views/DialogStack.hpp"
 #include "Desktop/Terminal/Views/MenuView.hpp"
 #include "Desktop/Terminal/Views/NoticeLine.hpp"
+#include "Desktop/Terminal/Views/StatusView.hpp"
+#include "Desktop/Terminal/Views/TrayLogView.hpp"
 #include "System/Concurrency/Clock.hpp"
 #include "System/Concurrency/MainLoop.hpp"
-#include "System/Data/LogRing.hpp"
 
 namespace zephyl {
 
@@ -40,16 +39,12 @@ class TerminalOutput {
 /// hints, and above them the log and one dialog at a time. Dispatches keys to them.
 ///
 /// Draws once for all changes in one turn of the main loop, and only the changed cells. Draws
-/// nothing while the terminal does not keep up. Idle while nothing changes.
+/// nothing while the terminal does not keep up. Idle while nothing changes. While a dialog accepts
+/// no answer, no button is marked and no hint for closing it is shown.
 ///
 /// Main thread only. Owned by a `shared_ptr`. Pending tasks hold it weakly.
 class TerminalScreen : public std::enable_shared_from_this<TerminalScreen> {
  public:
-  /// How long a dialog that the user requested accepts no answer after it appeared. Any other
-  /// dialog ignores all keys as `InputGuard` requires, also when the terminal reports that it has
-  /// become active. The latter also applies to a requested dialog that permits something. While a
-  /// dialog accepts no answer, no button is marked and no hint for closing it is shown.
-  static constexpr Duration answerDelay = std::chrono::milliseconds(400);
   /// How often new lines of the log are drawn.
   static constexpr Duration logInterval = std::chrono::milliseconds(50);
   /// The maximum delay of the remaining bytes of a key.
@@ -101,64 +96,45 @@ class TerminalScreen : public std::enable_shared_from_this<TerminalScreen> {
   void drained() { draw(); }
 
   /// Returns the newest lines of the log that were never on screen.
-  [[nodiscard]] std::vector<std::string> unseenLog() const;
+  [[nodiscard]] std::vector<std::string> unseenLog() const { return log_.unseen(); }
 
  private:
-  /// Whether the topmost dialog has a guard, and the guard's state.
-  enum class TopGuard { none, closed, open };
-
   void changed();
   void changedAfter(Duration delay, Timer& timer);
   void draw();
   void drawMenuScreen(Canvas& canvas);
-  void drawStatus(Canvas& canvas, int rows) const;
   void drawNoticeOverLog(Canvas& canvas) const;
   [[nodiscard]] std::string hints(int columns) const;
   void scheduleFading();
-  /// Records that the topmost dialog is on screen.
-  void topWasDrawn();
-  /// Handles that the terminal has become active.
-  void guardTopAgain();
-  void handleInDialog(const Key& key);
-  /// Returns when the topmost dialog, which must exist, accepts an answer if no further key is
-  /// pressed.
-  [[nodiscard]] Instant topMayBeAnsweredAt(Instant now) const;
 
   void handle(const Key& key);
+  void handleInDialog(const Key& key);
   void handleInMenu(const Key& key);
   void handleInLog(const Key& key);
   void run(const MenuView::Outcome& outcome);
-  void openLog();
-  [[nodiscard]] std::string wholeLog() const;
-  void showLogLines();
   void openHelp();
   void activateNotification();
   void waitForRestOfKey();
 
-  Services services_;
-  const TerminalType type_;
-  const TerminalCapabilities capabilities_;
-  Painter painter_;
-  KeyDecoder decoder_;
-  Timer keyTimer_;
-  Timer fadingTimer_;
-  Timer logTimer_;
-  Timer guardTimer_;  // set while the topmost dialog cannot be answered
+  struct Timers {
+    Timer restOfKey;
+    Timer fading;   // of a notification
+    Timer log;      // set while new lines of the log wait for a drawing
+    Timer opening;  // of the guard: set while the topmost dialog cannot be answered
+  };
 
-  StatusIcon icon_ = StatusIcon::idle;
-  std::string title_;
-  std::string description_;
+  Services services_;
+  const TerminalCapabilities capabilities_;
+  KeyDecoder decoder_;
+  Painter painter_;
+  Timers timers_;
+
+  StatusView status_;
   MenuView menu_;
   NoticeLine notices_;
+  TrayLogView log_;
   DialogStack boxes_;
-  std::optional<DialogStack::Number> drawnTop_;  // the topmost dialog at the last drawing
-  Instant topSince_{};
-  TopGuard topGuard_ = TopGuard::none;
-  InputGuard guard_;  // of the topmost dialog
-  LogRing log_;
-  std::size_t unseenLines_ = 0;
-  std::optional<LogBox> logBox_;
-  std::string unsent_;  // written with the next drawing
+  AnswerGuard guard_;
   bool drawingIsDue_ = false;
   bool ended_ = false;
 };

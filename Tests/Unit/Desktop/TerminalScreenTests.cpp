@@ -157,7 +157,7 @@ TEST_F(TerminalScreenTest, TheMenuGetsTheKeys) {
 TEST_F(TerminalScreenTest, ADialogGetsTheKeysAndAnswersOnce) {
   const auto dialog = present(accessRequest);
   EXPECT_TRUE(shows("Allow access?"));
-  advance(TerminalScreen::answerDelay);
+  advance(AnswerGuard::requestedDelay);
   press("\t\r\r");
   EXPECT_EQ(answers_, std::vector<int>{1});
   EXPECT_EQ(chosen_, std::vector<std::string>{"open"}) << "the second key is handled by the menu";
@@ -168,7 +168,7 @@ TEST_F(TerminalScreenTest, AKeyPressedWhileADialogAppearsIsNoAnswer) {
   press("\r \x1b[A");
   EXPECT_EQ(answers_, std::vector<int>{});
   EXPECT_EQ(chosen_, std::vector<std::string>{});
-  advance(TerminalScreen::answerDelay);
+  advance(AnswerGuard::requestedDelay);
   press("\r");
   EXPECT_EQ(answers_, std::vector<int>{0});
 }
@@ -216,7 +216,7 @@ TEST_F(TerminalScreenTest, ADialogIgnoresKeysBeforeItIsDrawn) {
   screen_->drained();
   press("\r");
   EXPECT_EQ(answers_, std::vector<int>{}) << "it has just appeared";
-  advance(TerminalScreen::answerDelay);
+  advance(AnswerGuard::requestedDelay);
   press("\r");
   EXPECT_EQ(answers_, std::vector<int>{0});
 }
@@ -272,7 +272,7 @@ TEST_F(TerminalScreenTest, AnUnrequestedLogIsNotClosedByOngoingTyping) {
 
 TEST_F(TerminalScreenTest, EscapeIsRecognizedAfterAPause) {
   const auto dialog = present(accessRequest);
-  advance(TerminalScreen::answerDelay);
+  advance(AnswerGuard::requestedDelay);
   press("\x1b");
   EXPECT_EQ(answers_, std::vector<int>{});
   advance(TerminalScreen::keyDelay);
@@ -284,7 +284,7 @@ TEST_F(TerminalScreenTest, AlertsAreShownOneAfterTheOther) {
   const auto first = present(accessRequest);
   const auto second = present({.heading = "Second", .buttons = {"OK"}});
   EXPECT_FALSE(shows("Second"));
-  advance(TerminalScreen::answerDelay);
+  advance(AnswerGuard::requestedDelay);
   press("\r");
   EXPECT_TRUE(shows("Second"));
   press("\r");
@@ -390,7 +390,7 @@ TEST_F(TerminalScreenTest, ALogWindowShowsTheExcerptAndOnRequestAllOfIt) {
   press("wq");
   EXPECT_EQ(events, std::vector<LogWindowEvent>{LogWindowEvent::openInTextEdit})
       << "it has just appeared";
-  advance(TerminalScreen::answerDelay);
+  advance(AnswerGuard::requestedDelay);
   press("q");
   EXPECT_EQ(events.back(), LogWindowEvent::closed);
   EXPECT_TRUE(shows("Open Zephyl"));
@@ -417,10 +417,10 @@ TEST_F(TerminalScreenTest, AFolderPromptRepeatsUntilThePathExists) {
       {.prompt = "Share", .message = "Choose a folder"},
       [&](const Result<std::optional<std::string>>& answer) { folder = *answer; });
   EXPECT_TRUE(shows("Choose a folder"));
-  advance(TerminalScreen::answerDelay);
+  advance(AnswerGuard::requestedDelay);
   press("\x15" + directory.path() + "/none\r");
   EXPECT_TRUE(shows("none is not a folder."));
-  advance(TerminalScreen::answerDelay);
+  advance(AnswerGuard::requestedDelay);
   press("\x15" + directory.path() + "/\r");
   EXPECT_EQ(folder, directory.path());
 }

@@ -4,13 +4,19 @@
 
 namespace zephyl {
 
+bool Painter::copy(std::string_view text) {
+  const auto bytes = type_.copy(text);
+  if (bytes) pending_ += *bytes;
+  return bytes.has_value();
+}
+
 SecretString Painter::paint(const Canvas& canvas) {
-  if (shown_ && *shown_ == canvas) return {};
+  SecretString bytes = std::exchange(pending_, {});
+  if (shown_ && *shown_ == canvas) return bytes;
   const bool whole = !shown_ || shown_->size() != canvas.size();
   const bool cursorWasShown = whole || shown_->cursor();
   position_.reset();
   style_.reset();
-  SecretString bytes;
   if (cursorWasShown) bytes.append(type_.hideCursor());
   if (whole) {
     bytes.append(type_.style({})).append(type_.clear());
