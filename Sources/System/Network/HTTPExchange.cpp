@@ -108,6 +108,94 @@ class AnswerParser final : public http::basic_parser<false> {
   bool refused_ = false;
 };
 
+/// Parses an answer piece by piece, skips interim answers, and passes the final one to the
+/// receiver.
+class AnswerReader {
+ public:
+  AnswerReader(HTTPReceiver& receiver, const Handle& handle,
+               std::optional<std::size_t> maxBodyBytes)
+      : receiver_(receiver), handle_(handle), maxBodyBytes_(maxBodyBytes) {
+    renewParser();
+  }
+
+  /// Returns the memory for the next piece.
+  [[nodiscard]] asio::mutable_buffer space() {
+    return buffer_.prepare(buffer_.max_size() - buffer_.size());
+  }
+  /// Parses a piece of `size` bytes in that memory. Returns success if more are needed.
+  error_code received(std::size_t size);
+  /// Parses the end of the connection.
+  error_code connectionEnded();
+
+  [[nodiscard]] std::optional<std::size_t> maxBodyBytes() const { return maxBodyBytes_; }
+  [[nodiscard]] bool hasBegun() const { return parser_->got_some(); }
+  [[nodiscard]] bool hasHead() const { return parser_->is_header_done(); }
+  [[nodiscard]] bool isComplete() const { return parser_->is_done(); }
+  /// Returns whether the receiver does not want the body.
+  [[nodiscard]] bool isRefused() const { return parser_->isRefused(); }
+  /// Returns whether another exchange may follow on the connection.
+  [[nodiscard]] bool mayReuseConnection() const {
+    return parser_->keep_alive() && buffer_.size() == 0;
+  }
+
+ private:
+  void renewParser() { parser_.emplace(receiver_, handle_, maxBodyBytes_); }
+
+  HTTPReceiver& receiver_;
+  const Handle& handle_;
+  const std::optional<std::size_t> maxBodyBytes_;
+  std::optional<AnswerParser> parser_;
+  boost::beast::flat_static_buffer<pieceBytes> buffer_;
+  std::size_t headBytes_ = 0;  // read until the header was complete, including interim answers
+};
+
+error_code AnswerReader::received(std::size_t size) {
+  buffer_.commit(size);
+  if (!hasHead()) headBytes_ += size;
+  error_code error;
+  buffer_.consume(parser_->put(buffer_.data(), error));
+  while (!error && parser_->isInterim()) {
+    renewParser();
+    buffer_.consume(parser_->put(buffer_.data(), error));
+  }
+  if (error != http::error::need_more) return error;
+  const bool headTooLong = !hasHead() && headBytes_ >= pieceBytes;
+  if (headTooLong || buffer_.size() == buffer_.max_size()) return http::error::header_limit;
+  return {};
+}
+
+error_code AnswerReader::connectionEnded() {
+  error_code error = http::error::partial_message;
+  if (hasBegun()) parser_->put_eof(error);
+  return error;
+}
+
+/// The time limits of an exchange, which begins with its construction.
+class TimeLimits {
+ public:
+  explicit TimeLimits(const HTTPLimits& limits) : silence_(limits.silence), whole_(limits.whole) {}
+
+  /// Must be called when a piece was sent or received.
+  void progressed() { quietSince_ = SteadyClock::now(); }
+  /// Returns when the nearest limit is reached, or `Instant::max()` if there is none.
+  [[nodiscard]] Instant end() const { return std::min(silenceEnd(), wholeEnd()); }
+  [[nodiscard]] Instant wholeEnd() const {
+    return whole_ == Duration::zero() ? Instant::max() : started_ + whole_;
+  }
+
+ private:
+  using SteadyClock = std::chrono::steady_clock;
+
+  [[nodiscard]] Instant silenceEnd() const {
+    return silence_ == Duration::zero() ? Instant::max() : quietSince_ + silence_;
+  }
+
+  const Duration silence_;
+  const Duration whole_;
+  const Instant started_ = SteadyClock::now();
+  Instant quietSince_ = started_;
+};
+
 /// One request and its answer, on a new connection or on a kept one. Reactor's thread only.
 class Connection final : public std::enable_shared_from_this<Connection> {
  public:
@@ -120,9 +208,8 @@ class Connection final : public std::enable_shared_from_this<Connection> {
         check_(std::move(check)),
         handle_(std::move(handle)),
         receiver_(std::move(receiver)),
-        kept_(std::move(kept)) {
-    renewParser();
-  }
+        answer_(*receiver_, *handle_, limits.bodyBytes),
+        kept_(std::move(kept)) {}
 
   void start(const ClientRequest& request);
   /// Ends the exchange without a callback.
@@ -130,7 +217,9 @@ class Connection final : public std::enable_shared_from_this<Connection> {
 
  private:
   using SteadyClock = std::chrono::steady_clock;
+  enum class Phase { connecting, exchanging, ended };
 
+  [[nodiscard]] bool isEnded() const { return phase_ == Phase::ended; }
   bool reuseConnection();
   void resolve();
   void connect();
@@ -139,16 +228,11 @@ class Connection final : public std::enable_shared_from_this<Connection> {
   void exchange();
   void read();
   void received(error_code error, std::size_t size);
-  error_code parse();
-  error_code parseEnd();
   void proceed(error_code error);
   void keepConnection();
-  void renewParser() { parser_.emplace(*receiver_, *handle_, limits_.bodyBytes); }
 
   void watch();
   void checkTime();
-  [[nodiscard]] Instant silenceEnd() const;
-  [[nodiscard]] Instant wholeEnd() const;
 
   void couldNotConnect(std::string_view reason);
   [[nodiscard]] Error describe(error_code error) const;
@@ -157,23 +241,18 @@ class Connection final : public std::enable_shared_from_this<Connection> {
   tcp::socket socket_;
   asio::steady_timer timer_;
   std::optional<tcp::resolver> resolver_;
-  const HTTPLimits limits_;
+  TimeLimits limits_;
   const ConnectionCheck check_;
   const std::shared_ptr<Handle> handle_;
   std::unique_ptr<HTTPReceiver> receiver_;
-  std::optional<AnswerParser> parser_;
-  boost::beast::flat_static_buffer<pieceBytes> buffer_;
-  std::size_t headBytes_ = 0;  ///< read until the header was complete, including interim answers
+  AnswerReader answer_;
   const std::shared_ptr<KeptConnection> kept_;  ///< null unless connections are kept
   HTTPDestination destination_;
   std::string request_;
   std::vector<tcp::endpoint> endpoints_;  ///< not tried yet, the next one last
-  Instant started_ = SteadyClock::now();
-  Instant quietSince_ = started_;
-  bool connected_ = false;
+  Phase phase_ = Phase::connecting;
   bool reused_ = false;   ///< the connection has carried other exchanges before
   bool written_ = false;  ///< the whole request
-  bool ended_ = false;
 };
 
 void Handle::cancel() {
@@ -213,7 +292,7 @@ void Connection::resolve() {
                      tcp::resolver::numeric_service,
                      [self = shared_from_this()](error_code error,
                                                  const tcp::resolver::results_type& results) {
-                       if (self->ended_) return;
+                       if (self->isEnded()) return;
                        if (error) return self->couldNotConnect(error.message());
                        for (const auto& result : results)
                          self->endpoints_.insert(self->endpoints_.begin(), result);
@@ -225,7 +304,7 @@ void Connection::connect() {
   const auto endpoint = endpoints_.back();
   endpoints_.pop_back();
   const auto connected = [self = shared_from_this()](error_code error) {
-    if (self->ended_) return;
+    if (self->isEnded()) return;
     if (!error) return self->exchange();
     if (self->endpoints_.empty()) return self->couldNotConnect(error.message());
     self->connect();
@@ -254,9 +333,9 @@ std::optional<Error> Connection::checkPeer() const {
 }
 
 void Connection::exchange() {
-  connected_ = true;
+  phase_ = Phase::exchanging;
   if (auto refusal = checkPeer()) return finish(std::move(refusal));
-  quietSince_ = SteadyClock::now();
+  limits_.progressed();
   written_ = false;
   error_code ignored;
   socket_.set_option(tcp::no_delay(true), ignored);
@@ -266,97 +345,66 @@ void Connection::exchange() {
                     [self = shared_from_this()](error_code error, std::size_t) {
                       if (error) return;
                       self->written_ = true;
-                      self->quietSince_ = SteadyClock::now();
+                      self->limits_.progressed();
                     });
   read();
 }
 
 void Connection::read() {
-  socket_.async_read_some(buffer_.prepare(buffer_.max_size() - buffer_.size()),
+  socket_.async_read_some(answer_.space(),
                           [self = shared_from_this()](error_code error, std::size_t size) {
-                            if (!self->ended_) self->received(error, size);
+                            if (!self->isEnded()) self->received(error, size);
                           });
 }
 
 void Connection::received(error_code error, std::size_t size) {
-  quietSince_ = SteadyClock::now();
-  if (error && std::exchange(reused_, false) && !parser_->got_some()) {
+  limits_.progressed();
+  if (error && std::exchange(reused_, false) && !answer_.hasBegun()) {
     // The server has ended the kept connection, which it may at any time.
-    connected_ = false;
+    phase_ = Phase::connecting;
     return resolve();
   }
   if (!error) {
-    buffer_.commit(size);
-    if (!parser_->is_header_done()) headBytes_ += size;
-    error = parse();
+    error = answer_.received(size);
   } else if (error == asio::error::eof) {
-    error = parseEnd();
+    error = answer_.connectionEnded();
   }
   proceed(error);
 }
 
-/// Parses the buffered bytes. Returns success if more are needed.
-error_code Connection::parse() {
-  error_code error;
-  buffer_.consume(parser_->put(buffer_.data(), error));
-  while (!error && parser_->isInterim()) {
-    renewParser();
-    buffer_.consume(parser_->put(buffer_.data(), error));
-  }
-  if (error != http::error::need_more) return error;
-  const bool headTooLong = !parser_->is_header_done() && headBytes_ >= pieceBytes;
-  if (headTooLong || buffer_.size() == buffer_.max_size()) return http::error::header_limit;
-  return {};
-}
-
-/// Parses the end of the connection.
-error_code Connection::parseEnd() {
-  error_code error = http::error::partial_message;
-  if (parser_->got_some()) parser_->put_eof(error);
-  return error;
-}
-
 void Connection::proceed(error_code error) {
   if (handle_->isCancelled()) return stop();
-  if (parser_->isRefused()) return finish(std::nullopt);
+  if (answer_.isRefused()) return finish(std::nullopt);
   if (error) return finish(describe(error));
-  if (!parser_->is_done()) return read();
+  if (!answer_.isComplete()) return read();
   receiver_->finishBody();
   keepConnection();
   finish(std::nullopt);
 }
 
 void Connection::keepConnection() {
-  if (!kept_ || !written_ || !parser_->keep_alive() || buffer_.size() > 0) return;
+  if (!kept_ || !written_ || !answer_.mayReuseConnection()) return;
   kept_->keep(destination_.authority, std::move(socket_));
 }
 
 /// One timer watches both limits. It is not restarted for every piece that arrives. When it fires,
 /// it checks the time of the last piece.
 void Connection::watch() {
-  const auto next = std::min(silenceEnd(), wholeEnd());
+  const auto next = limits_.end();
   if (next == Instant::max()) return;
   timer_.expires_at(next);
   timer_.async_wait([self = shared_from_this()](error_code error) {
-    if (!error && !self->ended_) self->checkTime();
+    if (!error && !self->isEnded()) self->checkTime();
   });
 }
 
 void Connection::checkTime() {
   const auto now = SteadyClock::now();
-  if (now < std::min(silenceEnd(), wholeEnd())) return watch();
-  if (!connected_) return couldNotConnect("timed out");
-  if (now >= wholeEnd())
+  if (now < limits_.end()) return watch();
+  if (phase_ == Phase::connecting) return couldNotConnect("timed out");
+  if (now >= limits_.wholeEnd())
     return finish(Error{"timed out: ", destination_.authority, " did not finish in time"});
   finish(Error{"timed out waiting for ", destination_.authority});
-}
-
-Instant Connection::silenceEnd() const {
-  return limits_.silence == Duration::zero() ? Instant::max() : quietSince_ + limits_.silence;
-}
-
-Instant Connection::wholeEnd() const {
-  return limits_.whole == Duration::zero() ? Instant::max() : started_ + limits_.whole;
 }
 
 void Connection::couldNotConnect(std::string_view reason) {
@@ -365,11 +413,11 @@ void Connection::couldNotConnect(std::string_view reason) {
 
 Error Connection::describe(error_code error) const {
   if (error == http::error::body_limit)
-    return {destination_.authority, " sent more than ", std::to_string(*limits_.bodyBytes),
+    return {destination_.authority, " sent more than ", std::to_string(*answer_.maxBodyBytes()),
             " bytes"};
   if (error.category() == boost::system::system_category())
     return {"lost the connection to ", destination_.authority, ": ", error.message()};
-  if (!parser_->is_header_done()) return {"no response"};
+  if (!answer_.hasHead()) return {"no response"};
   if (error == http::error::partial_message)
     return {destination_.authority, " closed the connection before the end of its answer"};
   return {destination_.authority, " sent a malformed answer"};
@@ -382,7 +430,7 @@ void Connection::finish(std::optional<Error> error) {
 }
 
 void Connection::stop() {
-  ended_ = true;
+  phase_ = Phase::ended;
   error_code ignored;
   socket_.close(ignored);
   timer_.cancel();
