@@ -101,7 +101,7 @@ TEST_F(ControlServerTest, ListensOnlyWhenThePortWasFree) {
 }
 
 TEST_F(ControlServerTest, ReturnsAPendingRouteOnce) {
-  server_->statusProvider = [] { return json::Object{{"running", true}}; };
+  server_->handlers.statusProvider = [] { return json::Object{{"running", true}}; };
   start();
   server_->setPendingRoute("join");
   server_->setPendingRoute("servers");
@@ -134,7 +134,7 @@ TEST_F(ControlServerTest, AnswersWithEmptyDocumentsWithoutHandlers) {
 
 TEST_F(ControlServerTest, PassesIdAndFieldsToTheHandlerOnTheMainThread) {
   std::vector<std::string> told;
-  server_->onSetLabel = [&](const std::string& id, const std::string& label) {
+  server_->handlers.onSetLabel = [&](const std::string& id, const std::string& label) {
     EXPECT_TRUE(mainLoop_.isCurrent());
     told.push_back(id + "=" + label);
     return ControlServer::Failure();
@@ -148,13 +148,15 @@ TEST_F(ControlServerTest, PassesIdAndFieldsToTheHandlerOnTheMainThread) {
 TEST_F(ControlServerTest, FindsTheHandlerOfAScopeBeforeItReadsTheBody) {
   start();
   EXPECT_EQ(ask("POST /servers/a/roots/scope", "nonsense").status, 404);
-  server_->onSetRootShared = [](const auto&, const auto&, bool, const auto& done) { done({}); };
+  server_->handlers.onSetRootShared = [](const auto&, const auto&, bool, const auto& done) {
+    done({});
+  };
   EXPECT_EQ(ask("POST /servers/a/roots/scope", "nonsense").status, 400);
 }
 
 TEST_F(ControlServerTest, AnswersAnEmptyObjectIfTheDocumentIsNotUTF8) {
-  server_->statusProvider = [] { return json::Object{{"url", "\xff"}}; };
-  server_->onRemove = [](const auto&, const auto& done) { done("\xc3("); };
+  server_->handlers.statusProvider = [] { return json::Object{{"url", "\xff"}}; };
+  server_->handlers.onRemove = [](const auto&, const auto& done) { done("\xc3("); };
   start();
   const auto status = ask("GET /status", "");
   EXPECT_EQ(status.status, 200);
@@ -166,11 +168,11 @@ TEST_F(ControlServerTest, AnswersAnEmptyObjectIfTheDocumentIsNotUTF8) {
 
 TEST_F(ControlServerTest, HandlesRequestsOneAtATimeInTheOrderOfCompletion) {
   std::vector<std::string> handled;
-  server_->statusProvider = [&] {
+  server_->handlers.statusProvider = [&] {
     handled.emplace_back("status");
     return json::Object();
   };
-  server_->rootsProvider = [&](const auto& done) {
+  server_->handlers.rootsProvider = [&](const auto& done) {
     EXPECT_FALSE(mainLoop_.isCurrent());
     handled.emplace_back("roots");
     done(std::vector<json::Object>());
@@ -195,7 +197,9 @@ TEST_F(ControlServerTest, HandlesRequestsOneAtATimeInTheOrderOfCompletion) {
 }
 
 TEST_F(ControlServerTest, RefusesABodyThatLacksAField) {
-  server_->onSetRootShared = [](const auto&, const auto&, bool, const auto& done) { done({}); };
+  server_->handlers.onSetRootShared = [](const auto&, const auto&, bool, const auto& done) {
+    done({});
+  };
   start();
   const std::vector<std::pair<std::string, std::string>> expectations = {
       {"POST /invite", "expected a JSON body with a \"key\" field"},
@@ -216,8 +220,8 @@ TEST_F(ControlServerTest, RefusesABodyThatLacksAField) {
 }
 
 TEST_F(ControlServerTest, ReturnsTheErrorOfAHandler) {
-  server_->onRemove = [](const auto&, const auto& done) { done("That server is gone."); };
-  server_->rootsProvider = [](const auto& done) { done(Error{"no agent"}); };
+  server_->handlers.onRemove = [](const auto&, const auto& done) { done("That server is gone."); };
+  server_->handlers.rootsProvider = [](const auto& done) { done(Error{"no agent"}); };
   start();
   EXPECT_EQ(ask("DELETE /servers/a", "").status, 400);
   const auto roots = ask("GET /roots", "");
@@ -226,7 +230,7 @@ TEST_F(ControlServerTest, ReturnsTheErrorOfAHandler) {
 }
 
 TEST_F(ControlServerTest, AnswersAHandlerThatNeverCompletes) {
-  server_->onAddRoot = [](const auto&, const auto&) {};
+  server_->handlers.onAddRoot = [](const auto&, const auto&) {};
   start();
   EXPECT_EQ(ask("POST /servers/a/roots", "").body,
             (json::Object{{"error", ControlServer::shuttingDown}}));
@@ -252,8 +256,8 @@ TEST_F(ControlServerTest, EndsAThousandTimesWithRequestsUnderWay) {
   std::minstd_rand random(1);
   for (int round = 0; round < 1000; ++round) {
     server_ = std::make_unique<ControlServer>(mainLoop_);
-    server_->statusProvider = [] { return json::Object(); };
-    server_->rootsProvider = [](const auto& done) { done(std::vector<json::Object>()); };
+    server_->handlers.statusProvider = [] { return json::Object(); };
+    server_->handlers.rootsProvider = [](const auto& done) { done(std::vector<json::Object>()); };
     start();
     const RawClient first(port_);
     const RawClient second(port_);

@@ -96,7 +96,7 @@ void StatusNotifierItem::disconnected() {
   connection_ = nullptr;
   object_.reset();
   watcher_.forget();
-  panelQuery_.reset();
+  watcherProgram_.query.reset();
   plasmaShell_.forget();
   hostWatch_.reset();
   registration_.reset();
@@ -123,8 +123,8 @@ void StatusNotifierItem::watchForWatcher() {
 }
 
 void StatusNotifierItem::watcherAppeared(const std::string& owner) {
-  panelQuery_ = connection_->queryProcess(owner, [this](pid_t process) {
-    panel_ = panelOf(programOf(process));
+  watcherProgram_.query = connection_->queryProcess(owner, [this](pid_t process) {
+    watcherProgram_.panel = panelOf(programOf(process));
     registerItem();
   });
 }
@@ -204,12 +204,12 @@ std::string StatusNotifierItem::text(std::string_view name) const {
 }
 
 bool StatusNotifierItem::hasIconName() const {
-  if (!icons_ || panel_ == Panel::waybar) return false;
-  return panel_ != Panel::cinnamon || icons_->themePath.empty();
+  if (!icons_ || watcherProgram_.panel == Panel::waybar) return false;
+  return watcherProgram_.panel != Panel::cinnamon || icons_->themePath.empty();
 }
 
 void StatusNotifierItem::writeToolTip(BusWriter& writer) const {
-  if (panel_ == Panel::lxqt) {
+  if (watcherProgram_.panel == Panel::lxqt) {
     writer.append("(sa(iiay)ss)", "", 0, withoutMarkup(title()).c_str(), "");
     return;
   }

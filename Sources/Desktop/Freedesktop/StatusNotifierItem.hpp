@@ -58,6 +58,12 @@ class StatusNotifierItem final : public Bus::Client {
     std::size_t words;
   };
 
+  /// The program that owns the watcher's name.
+  struct WatcherProgram {
+    BusSlot query;  ///< asks the bus for it
+    Panel panel = Panel::other;
+  };
+
   Sources addSources();
   static const sd_bus_vtable* table();
   int property(const std::string& name, BusWriter& writer);
@@ -92,8 +98,7 @@ class StatusNotifierItem final : public Bus::Client {
   BusConnection* connection_ = nullptr;
   BusSlot object_;
   WatchedName watcher_{"org.kde.StatusNotifierWatcher"};
-  BusSlot panelQuery_;
-  Panel panel_ = Panel::other;  // the program of the watcher
+  WatcherProgram watcherProgram_;
   WatchedName plasmaShell_{"org.kde.plasmashell"};
   BusSlot hostWatch_;
   BusSlot registration_;

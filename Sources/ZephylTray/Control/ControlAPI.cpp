@@ -87,24 +87,24 @@ json::Object ControlAPI::diagnostics() const {
 
 void ControlAPI::install(ControlServer& server, MainLoop& mainLoop, const Port& port) {
   const auto api = std::make_shared<const ControlAPI>(port);
-  server.statusProvider = [api] { return api->status(); };
-  server.serversProvider = [api] { return api->servers(); };
-  server.diagnosticsProvider = [api] { return api->diagnostics(); };
-  server.onRestartAgent = port.restartAgent;
+  server.handlers.statusProvider = [api] { return api->status(); };
+  server.handlers.serversProvider = [api] { return api->servers(); };
+  server.handlers.diagnosticsProvider = [api] { return api->diagnostics(); };
+  server.handlers.onRestartAgent = port.restartAgent;
   const auto& actions = port.serverActions;
-  server.onInvite = [actions](const auto& key, const auto& done) {
+  server.handlers.onInvite = [actions](const auto& key, const auto& done) {
     actions->complete(actions->redeem(key), done);
   };
-  server.onSetLabel = [actions](const auto& id, const auto& label) {
+  server.handlers.onSetLabel = [actions](const auto& id, const auto& label) {
     return actions->setServerLabel(id, label);
   };
-  server.onSetAccent = [actions](const auto& id, const auto& accent) {
+  server.handlers.onSetAccent = [actions](const auto& id, const auto& accent) {
     return actions->setServerAccent(id, accent);
   };
-  server.onSetEnabled = [actions](const auto& id, bool enabled, const auto& done) {
+  server.handlers.onSetEnabled = [actions](const auto& id, bool enabled, const auto& done) {
     actions->complete(actions->setServerEnabled(id, enabled), done);
   };
-  server.onRemove = [actions](const auto& id, const auto& done) {
+  server.handlers.onRemove = [actions](const auto& id, const auto& done) {
     actions->removeServer(id, done);
   };
   installFolders(server, mainLoop, port);
@@ -112,7 +112,7 @@ void ControlAPI::install(ControlServer& server, MainLoop& mainLoop, const Port& 
 
 /// These handlers are called on the control thread.
 void ControlAPI::installFolders(ControlServer& server, MainLoop& mainLoop, const Port& port) {
-  server.rootsProvider = [getRoots = port.getRoots](const auto& done) {
+  server.handlers.rootsProvider = [getRoots = port.getRoots](const auto& done) {
     getRoots([done](const FolderSharing::Roots& roots) {
       if (!roots) return done(roots.error());
       std::vector<json::Object> objects;
@@ -120,10 +120,10 @@ void ControlAPI::installFolders(ControlServer& server, MainLoop& mainLoop, const
       done(std::move(objects));
     });
   };
-  server.onAddRoot = mainLoop.later(
+  server.handlers.onAddRoot = mainLoop.later(
       weakly(port.folderSharing, [](FolderSharing& folders, const std::string& id,
                                     const auto& done) { folders.shellAddRoot(id, done); }));
-  server.onSetRootShared = mainLoop.later(
+  server.handlers.onSetRootShared = mainLoop.later(
       weakly(port.folderSharing,
              [](FolderSharing& folders, const std::string& id, const std::string& root, bool shared,
                 const auto& done) { folders.shellSetRootShared(id, root, shared, done); }));

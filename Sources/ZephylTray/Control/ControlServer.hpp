@@ -43,6 +43,26 @@ class ControlServer {
   using Completion = std::function<void(Failure)>;
   using RootsCompletion = std::function<void(Result<std::vector<json::Object>>)>;
 
+  /// The operations of the routes. The route of an unset one answers with success and no data, or
+  /// with `noEndpoint`.
+  struct Handlers {
+    // Called on the main thread:
+    std::function<void(const std::string& inviteKey, Completion)> onInvite;
+    std::function<json::Object()> statusProvider;
+    std::function<std::vector<json::Object>()> serversProvider;
+    std::function<Failure(const std::string& id, const std::string& label)> onSetLabel;
+    std::function<Failure(const std::string& id, const std::string& accent)> onSetAccent;
+    std::function<void(const std::string& id, bool enabled, Completion)> onSetEnabled;
+    std::function<void(const std::string& id, Completion)> onRemove;
+    std::function<json::Object()> diagnosticsProvider;
+    std::function<void()> onRestartAgent;
+    // Called on the control thread:
+    std::function<void(RootsCompletion)> rootsProvider;
+    std::function<void(const std::string& id, Completion)> onAddRoot;
+    std::function<void(const std::string& id, const std::string& root, bool shared, Completion)>
+        onSetRootShared;
+  };
+
   static constexpr std::size_t maxRequestBytes = 65536;
   static constexpr std::size_t maxReadBytes = 16384;
   static constexpr std::size_t maxConnections = 256;
@@ -55,21 +75,7 @@ class ControlServer {
   ControlServer(const ControlServer&) = delete;
   ControlServer& operator=(const ControlServer&) = delete;
 
-  // Called on the main thread:
-  std::function<void(const std::string& inviteKey, Completion)> onInvite;
-  std::function<json::Object()> statusProvider;
-  std::function<std::vector<json::Object>()> serversProvider;
-  std::function<Failure(const std::string& id, const std::string& label)> onSetLabel;
-  std::function<Failure(const std::string& id, const std::string& accent)> onSetAccent;
-  std::function<void(const std::string& id, bool enabled, Completion)> onSetEnabled;
-  std::function<void(const std::string& id, Completion)> onRemove;
-  std::function<json::Object()> diagnosticsProvider;
-  std::function<void()> onRestartAgent;
-  // Called on the control thread:
-  std::function<void(RootsCompletion)> rootsProvider;
-  std::function<void(const std::string& id, Completion)> onAddRoot;
-  std::function<void(const std::string& id, const std::string& root, bool shared, Completion)>
-      onSetRootShared;
+  Handlers handlers;
 
   /// Returns the secret of this run: 32 hexadecimal digits. Must not be logged.
   [[nodiscard]] const std::string& token() const { return token_; }

@@ -67,7 +67,8 @@ void ControlServer::dispatch(const Peer& peer, const HTTPRequest& request) {
 
 void ControlServer::getStatus(const Call& call) {
   auto status = mainLoop_.sync(
-      [this] { return statusProvider ? statusProvider() : json::Object(); }, stopping_.get_token());
+      [this] { return handlers.statusProvider ? handlers.statusProvider() : json::Object(); },
+      stopping_.get_token());
   if (!status) return reply(call.peer, shuttingDown);
   if (auto route = consumePendingRoute()) (*status)["request"] = *route;
   respond(call.peer, HTTPStatus::ok, *status);
@@ -77,30 +78,31 @@ void ControlServer::postInvite(const Call& call) {
   auto fields = fieldsOf(call.body);
   auto key = extractSecret(fields, "key");
   if (!key) return reply(call.peer, "expected a JSON body with a \"key\" field");
-  completeFromMain(
-      call, [&](const Completion& done) { onInvite ? onInvite(*key, done) : done(std::nullopt); });
+  completeFromMain(call, [&](const Completion& done) {
+    handlers.onInvite ? handlers.onInvite(*key, done) : done(std::nullopt);
+  });
   wipe(*key);
 }
 
 void ControlServer::getServers(const Call& call) {
   respondFromMain(call, [this] {
     json::Array servers;
-    if (serversProvider) {
-      for (auto& server : serversProvider()) servers.emplace_back(std::move(server));
+    if (handlers.serversProvider) {
+      for (auto& server : handlers.serversProvider()) servers.emplace_back(std::move(server));
     }
     return json::Object{{"servers", std::move(servers)}};
   });
 }
 
 void ControlServer::getDiagnostics(const Call& call) {
-  if (!diagnosticsProvider) return fail(call.peer, HTTPStatus::notFound, noEndpoint);
-  respondFromMain(call, diagnosticsProvider);
+  if (!handlers.diagnosticsProvider) return fail(call.peer, HTTPStatus::notFound, noEndpoint);
+  respondFromMain(call, handlers.diagnosticsProvider);
 }
 
 void ControlServer::postAgentRestart(const Call& call) {
-  if (!onRestartAgent) return fail(call.peer, HTTPStatus::notFound, noEndpoint);
+  if (!handlers.onRestartAgent) return fail(call.peer, HTTPStatus::notFound, noEndpoint);
   replyFromMain(call, [this] {
-    onRestartAgent();
+    handlers.onRestartAgent();
     return Failure();
   });
 }
@@ -108,55 +110,60 @@ void ControlServer::postAgentRestart(const Call& call) {
 void ControlServer::postLabel(const Call& call) {
   const auto label = text(fieldsOf(call.body), "label");
   if (!label) return reply(call.peer, "expected a \"label\" field");
-  replyFromMain(call, [&] { return onSetLabel ? onSetLabel(call.id, *label) : std::nullopt; });
+  replyFromMain(call, [&] {
+    return handlers.onSetLabel ? handlers.onSetLabel(call.id, *label) : std::nullopt;
+  });
 }
 
 void ControlServer::postAccent(const Call& call) {
   const auto accent = text(fieldsOf(call.body), "accent");
   if (!accent) return reply(call.peer, "expected an \"accent\" field");
-  replyFromMain(call, [&] { return onSetAccent ? onSetAccent(call.id, *accent) : std::nullopt; });
+  replyFromMain(call, [&] {
+    return handlers.onSetAccent ? handlers.onSetAccent(call.id, *accent) : std::nullopt;
+  });
 }
 
 void ControlServer::postEnabled(const Call& call) {
   const auto enabled = flag(fieldsOf(call.body), "enabled");
   if (!enabled) return reply(call.peer, "expected a boolean \"enabled\" field");
   completeFromMain(call, [&](const Completion& done) {
-    onSetEnabled ? onSetEnabled(call.id, *enabled, done) : done(std::nullopt);
+    handlers.onSetEnabled ? handlers.onSetEnabled(call.id, *enabled, done) : done(std::nullopt);
   });
 }
 
 void ControlServer::deleteServer(const Call& call) {
   completeFromMain(call, [&](const Completion& done) {
-    onRemove ? onRemove(call.id, done) : done(std::nullopt);
+    handlers.onRemove ? handlers.onRemove(call.id, done) : done(std::nullopt);
   });
 }
 
 void ControlServer::getRoots(const Call& call) {
-  if (!rootsProvider) return fail(call.peer, HTTPStatus::notFound, noEndpoint);
-  rootsProvider([pending = std::make_shared<PendingReply>(call.peer, HTTPStatus::badGateway)](
-                    Result<std::vector<json::Object>> roots) {
-    const Peer& peer = pending->peer;
-    if (!roots) return fail(peer, HTTPStatus::badGateway, roots.error().message);
-    json::Array list;
-    for (auto& root : *roots) list.emplace_back(std::move(root));
-    respond(peer, HTTPStatus::ok, {{"roots", std::move(list)}});
-  });
+  if (!handlers.rootsProvider) return fail(call.peer, HTTPStatus::notFound, noEndpoint);
+  handlers.rootsProvider(
+      [pending = std::make_shared<PendingReply>(call.peer, HTTPStatus::badGateway)](
+          Result<std::vector<json::Object>> roots) {
+        const Peer& peer = pending->peer;
+        if (!roots) return fail(peer, HTTPStatus::badGateway, roots.error().message);
+        json::Array list;
+        for (auto& root : *roots) list.emplace_back(std::move(root));
+        respond(peer, HTTPStatus::ok, {{"roots", std::move(list)}});
+      });
 }
 
 void ControlServer::postRoot(const Call& call) {
-  if (!onAddRoot) return fail(call.peer, HTTPStatus::notFound, noEndpoint);
-  onAddRoot(call.id, asyncReply(call.peer));
+  if (!handlers.onAddRoot) return fail(call.peer, HTTPStatus::notFound, noEndpoint);
+  handlers.onAddRoot(call.id, asyncReply(call.peer));
 }
 
 void ControlServer::postRootScope(const Call& call) {
-  if (!onSetRootShared) return fail(call.peer, HTTPStatus::notFound, noEndpoint);
+  if (!handlers.onSetRootShared) return fail(call.peer, HTTPStatus::notFound, noEndpoint);
   const auto fields = fieldsOf(call.body);
   const auto root = text(fields, "root");
   const auto shared = flag(fields, "shared");
   if (!root || !shared) {
     return reply(call.peer, "expected a \"root\" string and a boolean \"shared\"");
   }
-  onSetRootShared(call.id, *root, *shared, asyncReply(call.peer));
+  handlers.onSetRootShared(call.id, *root, *shared, asyncReply(call.peer));
 }
 
 void ControlServer::replyFromMain(const Call& call, const std::function<Failure()>& handler) {
