@@ -5,6 +5,7 @@
 #include <malloc.h>
 
 #include "System/Concurrency/MainLoop.hpp"
+#include "System/Concurrency/Weakly.hpp"
 #include "System/Files/Environment.hpp"
 #include "System/Files/Log.hpp"
 
@@ -62,12 +63,9 @@ HelperProcess<DialogsProtocol>::Events DialogProcess::events() {
 }
 
 void DialogProcess::after(Duration delay, void (DialogProcess::*work)()) {
-  timer_ = clock_.after(delay, [&loop = mainLoop_, weak = weak_from_this(), work] {
-    loop.async([weak, work] {
-      const auto self = weak.lock();
-      if (self && self->state_ != State::over) (*self.*work)();
-    });
-  });
+  timer_ = mainLoop_.after(clock_, delay, weakly(this, [work](DialogProcess& self) {
+                             if (self.state_ != State::over) (self.*work)();
+                           }));
 }
 
 void DialogProcess::handle(DialogReport report) {
