@@ -231,6 +231,17 @@ def test_an_incomplete_item_is_refused(publisher, updater, archive):
     refused_download(updater, wrong_hash, "does not match the hash")
 
 
+@pytest.mark.parametrize("change, reason", [
+    (lambda contents: contents[:-1], "The update is shorter than it should be."),
+    (lambda contents: contents[:-8192], "The update is shorter than it should be."),
+    (lambda contents: contents + b"x", "The server sent more than expected.")])
+def test_an_archive_of_another_length_is_refused(publisher, updater, archive, change, reason):
+    publisher.publish(archive)
+    offer = offer_of(updater)
+    publisher.server.answers[ARCHIVE] = change(archive.read_bytes())
+    refused_download(updater, offer, reason)
+
+
 def test_a_lower_version_is_refused_at_every_step(publisher, updater):
     archive = publisher.pack(publisher.copy("0.9", program=NEW))
     publisher.publish(archive)
