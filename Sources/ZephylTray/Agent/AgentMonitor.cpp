@@ -24,19 +24,20 @@ void AgentMonitor::startPolling() {
 }
 
 void AgentMonitor::pollOnce(Task done) {
-  port_.poll(weakly(this, [done = std::move(done)](AgentMonitor& self, Result<AgentPoll> poll) {
-    self.apply(std::move(poll));
+  port_.poll(weakly(this, [done = std::move(done), events = eventCount_](AgentMonitor& self,
+                                                                         Result<AgentPoll> poll) {
+    self.apply(std::move(poll), events == self.eventCount_);
     if (done) done();
   }));
 }
 
-void AgentMonitor::apply(Result<AgentPoll> poll) {
+void AgentMonitor::apply(Result<AgentPoll> poll, bool activityIsCurrent) {
   polled_ = true;
   snapshot_.reachable = poll.has_value();
   if (poll) {
     snapshot_.status = std::move(poll->status);
     snapshot_.roots = std::move(poll->roots);
-    if (poll->activity) snapshot_.activity = std::move(poll->activity);
+    if (poll->activity && activityIsCurrent) snapshot_.activity = std::move(poll->activity);
   } else {
     snapshot_ = {};
     port_.forgetPeer();
@@ -51,6 +52,7 @@ void AgentMonitor::startActivityStream() {
 }
 
 void AgentMonitor::receive(Activity activity) {
+  ++eventCount_;
   const bool differs = !snapshot_.activity || menuDiffers(*snapshot_.activity, activity);
   snapshot_.activity = std::move(activity);
   report(differs ? Update::activity : Update::progress);

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <atomic>
+#include <cstdint>
 #include <functional>
 #include <memory>
 #include <optional>
@@ -19,7 +20,8 @@ class MainLoop;
 ///
 /// The agent is unreachable at first. A poll in which status and folders both succeed makes it
 /// reachable. The first poll in which either fails makes it unreachable and clears the snapshot. If
-/// only the activity of a poll fails, the previous activity is kept. Polls may overlap. Each is
+/// only the activity of a poll fails, the previous activity is kept. So is one that the event
+/// stream has reported since the poll began, because it is newer. Polls may overlap. Each is
 /// applied as a whole when it ends. A poll never starts the agent.
 ///
 /// Main thread only, except for the function that `busyQuery` returns. Owned by a `shared_ptr`.
@@ -71,7 +73,7 @@ class AgentMonitor : public std::enable_shared_from_this<AgentMonitor> {
   [[nodiscard]] std::function<bool()> busyQuery() const;
 
  private:
-  void apply(Result<AgentPoll> poll);
+  void apply(Result<AgentPoll> poll, bool activityIsCurrent);
   void receive(Activity activity);
   void report(Update update);
 
@@ -80,6 +82,7 @@ class AgentMonitor : public std::enable_shared_from_this<AgentMonitor> {
   const Port port_;
   AgentSnapshot snapshot_;
   bool polled_ = false;
+  std::uint64_t eventCount_ = 0;
   const std::shared_ptr<std::atomic<bool>> busy_ = std::make_shared<std::atomic<bool>>(false);
   std::shared_ptr<void> events_;
   Timer pollTimer_;

@@ -128,6 +128,17 @@ TEST_F(AgentMonitorTest, AnEventReplacesOnlyTheActivity) {
   EXPECT_TRUE(monitor_->snapshot().reachable);
 }
 
+TEST_F(AgentMonitorTest, APollDoesNotReplaceAnActivityThatWasReportedDuringIt) {
+  monitor_->startActivityStream();
+  monitor_->refresh();
+  event_(Activity{.pendingApprovals = {{.id = "a"}}});
+  answerPoll();
+  EXPECT_TRUE(monitor_->snapshot().reachable);
+  EXPECT_EQ(monitor_->snapshot().activity->pendingApprovals.size(), 1U);
+  poll();
+  EXPECT_EQ(monitor_->snapshot().activity, found_.activity);
+}
+
 TEST_F(AgentMonitorTest, DistinguishesProgressFromChangesOfTheMenu) {
   monitor_->startActivityStream();
   event_(Activity{});
