@@ -1,10 +1,10 @@
 #!/usr/bin/env python3
-"""What a very busy agent costs: a thousand events a second of its activity, ten servers.
+"""Measures a tray with ten servers whose agent sends 1,000 activity events a second.
 
     Tests/Bench/activity_flood.py [SECONDS]
 
-Prints processor time, D-Bus signals a second, and resident memory at the beginning and the end of
-so many seconds (60).
+Runs for SECONDS (default: 60). Prints the processor time, the D-Bus signals per second, and the
+resident memory before and after.
 """
 
 import pathlib
@@ -24,7 +24,8 @@ from support.tray import Tray, World  # noqa: E402
 from test_tray_on_a_desktop import stream  # noqa: E402
 
 
-def resident(pid):
+def resident_memory(pid):
+    """Returns the resident memory in kB."""
     return int(re.search(r"VmRSS:\s+(\d+)", pathlib.Path(f"/proc/{pid}/status").read_text())[1])
 
 
@@ -42,11 +43,11 @@ def main():
     try:
         item = watcher.item()
         time.sleep(3)
-        used, memory, signals = cpu_seconds(tray.pid), resident(tray.pid), len(item.signals())
+        used, memory, signals = cpu_seconds(tray.pid), resident_memory(tray.pid), len(item.signals())
         time.sleep(seconds)
         print(f"{100 * (cpu_seconds(tray.pid) - used) / seconds:.1f} % of a core, "
-              f"{(len(item.signals()) - signals) / seconds:.2f} signals a second, resident "
-              f"{memory} kB at first, {resident(tray.pid)} kB at last")
+              f"{(len(item.signals()) - signals) / seconds:.2f} signals per second, resident memory "
+              f"{memory} kB before and {resident_memory(tray.pid)} kB after")
     finally:
         stopping.set()
         tray.stop()

@@ -1,7 +1,7 @@
-/* The least that a program with a status item, a polled agent and a control port can do: the
-   reference of growth.py. It registers an item, asks the agent three times every two seconds on one
-   connection that stays open, answers every request with the same text, and starts so many
-   children that do nothing. It parses nothing and shows nothing.
+/* A minimal program with a status item, a polled agent and a control port: the reference of
+   growth.py. It registers an item, sends the agent three requests every two seconds on one persistent
+   connection, answers every request on the control port with the same text, and starts CHILDREN idle
+   children. It parses no content and has no menu.
 
      bare_tray AGENT-PORT CONTROL-PORT CHILDREN */
 #define _GNU_SOURCE
@@ -62,7 +62,7 @@ static int read_answer(void) {
   return 1;
 }
 
-static void ask_agent(const char* port) {
+static void poll_agent(const char* port) {
   for (int i = 0; i < 3; ++i) {
     if (agent < 0) {
       struct sockaddr_in at = loopback(port);
@@ -113,7 +113,7 @@ int main(int argc, char** argv) {
   for (;;) {
     while (sd_bus_process(bus, 0) > 0) {}
     if (milliseconds() >= next) {
-      ask_agent(argv[1]);
+      poll_agent(argv[1]);
       next += 2000;
     }
     int64_t left = next - milliseconds();

@@ -1,9 +1,9 @@
 #!/usr/bin/env python3
-"""How long commands take, from their start to their end, beside a tray with an agent that answers.
+"""Measures how long commands run, from start to exit, with a running tray and a responding agent.
 
     Tests/Bench/command_cost.py [RUNS]
 
-Prints the shortest, the median and the longest time of so many runs (30).
+Runs each command RUNS times (default: 30) and prints its shortest, median and longest time.
 """
 
 import pathlib
@@ -21,6 +21,7 @@ COMMANDS = (["status"], ["servers"], ["requests"], ["diagnostics"], ["defaults",
 
 
 def milliseconds(world, command):
+    """Returns the run time of one command."""
     begin = time.perf_counter()
     subprocess.run([world.prefix / "bin" / "zephyl-tray", *command], env=world.environment,
                    stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)

@@ -1,13 +1,13 @@
 #!/usr/bin/env python3
-"""How many requests the control API answers, beside a bare loop in C and nginx.
+"""Measures the throughput of the control API and compares it with a bare loop in C and nginx.
 
     Tests/Bench/control_load.py [SECONDS] [--soak REQUESTS]
 
-Loads GET /status, which visits the main thread, with wrk from a second process: 8 connections at
-a time, one request on each. Five interleaved runs of each server, of which the median counts. The
-bare loop accepts, reads, writes the same answer and closes; nginx runs one worker without
-keep-alive. With --soak, sends so many requests in a row and prints the tray's memory and
-descriptors before and after. Needs wrk, gcc and nginx.
+Sends GET /status, which the tray answers on its main thread, with wrk: 8 connections at a time, one
+request on each. Each server is measured in five interleaved runs of SECONDS (default: 4). Prints the
+medians. The bare loop accepts a connection, reads, writes the same answer and closes it. nginx runs
+one worker without keep-alive. With --soak, sends at least REQUESTS requests to the tray instead and
+prints its resident memory and number of descriptors before and after. Needs wrk, gcc and nginx.
 """
 
 import argparse
@@ -73,13 +73,14 @@ def start_nginx(root, port):
     return subprocess.Popen(["nginx", "-c", configuration], stderr=subprocess.DEVNULL)
 
 
-def answers(port):
+def is_listening(port):
+    """Returns whether a server accepts connections on the port."""
     with socket.socket() as probe:
         return probe.connect_ex(("127.0.0.1", port)) == 0
 
 
 def load(port, token, seconds):
-    """Requests per second, and the 99th percentile of the time to an answer in milliseconds."""
+    """Returns the requests per second and the 99th percentile of the latency in milliseconds."""
     report = subprocess.run(
         ["wrk", "-t1", f"-c{CONNECTIONS}", f"-d{seconds}s", "--latency", "-H", "Connection: close",
          "-H", f"{TOKEN_HEADER}: {token}", f"http://127.0.0.1:{port}/status"],
@@ -91,12 +92,14 @@ def load(port, token, seconds):
 
 
 def footprint(pid):
+    """Returns the resident memory in kB and the number of open descriptors."""
     memory = pathlib.Path(f"/proc/{pid}/smaps_rollup").read_text()
     return (int(re.search(r"^Rss:\s+(\d+)", memory, re.M)[1]),
             len(list(pathlib.Path(f"/proc/{pid}/fd").iterdir())))
 
 
 def compare(ports, token, seconds):
+    """Loads the servers in turn and prints the medians of each."""
     results = {name: [] for name in ports}
     for _ in range(RUNS):
         for name, port in ports.items():
@@ -104,19 +107,20 @@ def compare(ports, token, seconds):
     bare = statistics.median(rate for rate, _ in results["bare loop"])
     for name, runs in results.items():
         rate = statistics.median(rate for rate, _ in runs)
-        slowest = statistics.median(slow for _, slow in runs)
-        print(f"{name:10} {rate:8.0f} requests/s  {100 * rate / bare:4.0f} %  p99 {slowest:.2f} ms")
+        latency = statistics.median(latency for _, latency in runs)
+        print(f"{name:10} {rate:8.0f} requests/s  {100 * rate / bare:4.0f} %  p99 {latency:.2f} ms")
 
 
 def soak(tray, port, token, count):
+    """Sends at least `count` requests and prints the tray's footprint before and after."""
     load(port, token, 1)
     before, sent, begin = footprint(tray.pid), 0, time.monotonic()
     while sent < count:
         rate, _ = load(port, token, 10)
         sent += int(10 * rate)
     time.sleep(1)
-    print(f"{sent} requests in {time.monotonic() - begin:.0f} s; resident kB and descriptors "
-          f"{before} before, {footprint(tray.pid)} after")
+    print(f"{sent} requests in {time.monotonic() - begin:.0f} s, resident memory in kB "
+          f"and descriptors {before} before and {footprint(tray.pid)} after")
 
 
 def main():
@@ -127,22 +131,22 @@ def main():
     world = World()
     agent = ScriptedAgent(world.agent_port)
     agent.answers["/api/events"] = agent.hang
-    token_of = Window(world)
+    window = Window(world)
     tray = Tray(world)
     ports = {"bare loop": free_port(), "nginx": free_port(), "tray": world.control_port}
-    others = []
+    references = []
     try:
-        token = token_of.token
-        others = [start_bare_loop(world.root, ports["bare loop"]),
-                  start_nginx(world.root, ports["nginx"])]
+        token = window.token
+        references = [start_bare_loop(world.root, ports["bare loop"]),
+                      start_nginx(world.root, ports["nginx"])]
         for port in ports.values():
-            eventually(lambda port=port: answers(port), what="a listening server")
+            eventually(lambda port=port: is_listening(port), what="a listening server")
         if options.soak:
             soak(tray, world.control_port, token, options.soak)
         else:
             compare(ports, token, options.seconds)
     finally:
-        for process in others:
+        for process in references:
             process.terminate()
             process.wait()
         tray.stop()

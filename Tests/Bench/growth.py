@@ -1,20 +1,31 @@
 #!/usr/bin/env python3
-"""What the tray costs as its servers and folders become more.
+"""Measures the tray with growing numbers of servers and folders.
 
     Tests/Bench/growth.py [--seconds S] [--servers N...] [--folders N...] [--json FILE]
+                          [--only table|flood|failures]
 
-Prints a table for 1, 10, 50 and 250 servers with 10 folders each, one for 10, 1,000 and 10,000
-folders with one server, the cost of a flood of events that each change the menu, and what happens
-when all private networks of the largest tray fail together. Beside each figure stands that of
-bare_tray.c, the least that a program of this kind can do, from the same run. --json keeps the
-figures for plot_growth.py. Needs gcc, libsystemd and dbus-daemon.
+Prints three results:
 
-  ready         from exec until the item is registered and the control port accepts connections
-  memory        proportional (smaps_rollup), of the tray without its children
-  processor     of all threads (schedstat), over so many idle seconds (10)
+  table         one row each for 1, 10, 50 and 250 servers (--servers) with 10 folders, and for one
+                server with 1,000 and 10,000 folders (--folders)
+  flood         the load while the agent sends 1,000 events per second that each change the menu
+  failures      the recovery after all tailnet programs of the tray with the most servers were killed
+
+The figures in brackets are those of bare_tray.c, a minimal program of this kind, from the same run.
+--json writes all figures to a file for plot_growth.py. Needs gcc, libsystemd and dbus-daemon.
+
+The columns of the table are medians of five starts (item, ready), of ten events (publish), or of one
+period of S idle seconds (default: 10):
+
+  item          time from exec until the item is registered
+  ready         the same, until the control port accepts connections, too
+  memory        proportional memory (smaps_rollup) of the tray without its children
+  threads       number of threads
+  processor     processor time of all threads (schedstat)
   wake-ups      voluntary context switches of all threads
-  publish       from an event of the agent that changes a row to the signal on the bus
-  GET           median and 99th percentile of 300 requests, one after the other
+  publish       time from an event of the agent that changes a row to the signal on the bus; in
+                brackets, the time of a round trip on the bus
+  GET           median and 99th percentile of 300 sequential requests
 """
 
 import argparse
@@ -51,7 +62,7 @@ exec sleep 100000
 
 
 class ConnectedAgent(ScriptedAgent):
-    """An agent that keeps its connections open, is connected to every server and shares folders."""
+    """An agent with persistent connections that is connected to every server and shares folders."""
 
     def __init__(self, port, servers, folders):
         super().__init__(port, keeps_connections=True)
@@ -59,7 +70,7 @@ class ConnectedAgent(ScriptedAgent):
         roots = [{"root": f"/home/user/projects/folder-{number}", "name": f"folder-{number}",
                   "servers": servers[:1]} for number in range(folders)]
         self.streams = []
-        self.server.handle_error = lambda *_: None  # a tray that ends breaks its connections off
+        self.server.handle_error = lambda *_: None  # a tray that exits resets its connections
         self.answers |= {
             "/api/status": json.dumps({"state": "connected", "connections": connections}).encode(),
             "/api/roots": json.dumps({"roots": roots}).encode(),
@@ -73,21 +84,21 @@ class ConnectedAgent(ScriptedAgent):
         self.closing.wait()
 
     def send(self, data):
-        """Sends data on every event stream."""
+        """Writes data to every event stream. Ignores closed ones."""
         for stream in self.streams:
-            with contextlib.suppress(OSError, ValueError):  # of a tray that has ended
+            with contextlib.suppress(OSError, ValueError):  # the stream of an earlier tray
                 stream.write(data)
 
 
 def event(number):
-    """An activity whose row in the menu differs with each number."""
+    """Returns an activity event whose row in the menu is different for each number."""
     grant = {"path": f"/etc/file-{number}", "root": "/home/user/projects/folder-0",
              "kind": "path", "grantedAt": number}
     return f"data: {json.dumps(dict(HEALTHY_ACTIVITY, escapeGrants=[grant]))}\n\n".encode()
 
 
 class Scene:
-    """A bus with a watcher, an agent, and a world for a tray with so many servers."""
+    """Owns a bus with a watcher, an agent, and a world for a tray with `servers` servers."""
 
     def __init__(self, servers, folders):
         self.world = World()
@@ -103,11 +114,13 @@ class Scene:
         self.watcher = Watcher(self.peer)
 
     def start_tray(self):
+        """Returns a new tray and the time of its start. The caller stops it."""
         begin = time.monotonic()
         tray = Tray(self.world, "--desktop")
         return tray, begin
 
     def start_reference(self, program):
+        """Returns a new process of bare_tray.c and the time of its start. The caller ends it."""
         begin = time.monotonic()
         ports = [str(self.world.agent_port), str(self.world.control_port)]
         process = subprocess.Popen([program, *ports, str(2 * len(self.servers))],
@@ -115,7 +128,8 @@ class Scene:
         return process, begin
 
     def milliseconds_to_ready(self, begin, starts):
-        """Returns the time to the registered item, and to that and an open control port."""
+        """Returns the times from `begin` until the item was registered, and until the control port
+        was open, too. Requires that this is the `starts`-th program of the scene."""
         address = ("127.0.0.1", self.world.control_port)
 
         def accepts():
@@ -134,6 +148,7 @@ class Scene:
 
 
 def wake_ups(pid):
+    """Returns the voluntary context switches of all threads so far."""
     total = 0
     for task in pathlib.Path(f"/proc/{pid}/task").iterdir():
         for line in (task / "status").read_text().splitlines():
@@ -143,7 +158,7 @@ def wake_ups(pid):
 
 
 def idle(pid, seconds):
-    """Processor milliseconds and wake-ups a second."""
+    """Returns the processor time in milliseconds and the wake-ups, both per second."""
     before = cpu_seconds(pid), wake_ups(pid)
     time.sleep(seconds)
     used, woken = cpu_seconds(pid) - before[0], wake_ups(pid) - before[1]
@@ -151,7 +166,7 @@ def idle(pid, seconds):
 
 
 def request_time(port, path, token):
-    """Milliseconds to a whole answer."""
+    """Returns the milliseconds until the connection is closed after a complete answer."""
     begin = time.monotonic()
     with socket.create_connection(("127.0.0.1", port), timeout=30) as connection:
         connection.sendall(f"GET {path} HTTP/1.1\r\n{TOKEN_HEADER}: {token}\r\n\r\n".encode())
@@ -163,52 +178,57 @@ def request_time(port, path, token):
 
 
 def latency(port, path, token=""):
-    """The median and the 99th percentile."""
+    """Returns the median and the 99th percentile in milliseconds."""
     times = sorted(request_time(port, path, token) for _ in range(REQUESTS))
     return statistics.median(times), times[-REQUESTS // 100 - 1]
 
 
 def publish_times(scene):
-    """Milliseconds from an event to a signal of the menu, and of a bare round trip on the bus."""
-    published, bare = [], []
+    """Returns two medians in milliseconds: from an event to the signal of the menu, and of a round
+    trip on the bus."""
+    published, round_trips = [], []
     for number in range(PUBLISHED):
-        time.sleep(1.2)  # signals are limited in their rate
-        heard, begin = len(scene.peer.signals), time.monotonic()
+        time.sleep(1.2)  # the tray limits the rate of its signals
+        earlier, begin = len(scene.peer.signals), time.monotonic()
         scene.agent.send(event(number))
-        signals = eventually(lambda: [each for each in scene.peer.signals[heard:]
+        signals = eventually(lambda: [each for each in scene.peer.signals[earlier:]
                                       if each.member in ("ItemsPropertiesUpdated", "LayoutUpdated")],
                              10, "a signal of the menu")
         published.append(1000 * (signals[0].time - begin))
         begin = time.monotonic()
         scene.peer.call("org.freedesktop.DBus", "/", "org.freedesktop.DBus.Peer", "Ping")
-        bare.append(1000 * (time.monotonic() - begin))
-    return statistics.median(published), statistics.median(bare)
+        round_trips.append(1000 * (time.monotonic() - begin))
+    return statistics.median(published), statistics.median(round_trips)
 
 
 def settle(pid, children):
-    """Waits until all children run, and the tray has come to rest."""
+    """Waits until the program has `children` descendants and, for at most 10 s, until it is idle.
+
+    Fails if the program ends."""
     def all_run():
-        assert os.path.exists(f"/proc/{pid}/exe"), "the program has ended"
+        assert os.path.exists(f"/proc/{pid}/exe"), f"process {pid} has ended"
         return len(descendants(pid)) >= children
     eventually(all_run, 60, "children")
 
-    def at_rest():
+    def is_idle():
         before = cpu_seconds(pid)
         time.sleep(1)
         return cpu_seconds(pid) - before < 0.02
-    with contextlib.suppress(AssertionError):  # many folders keep it busy
-        eventually(at_rest, 10)
+    with contextlib.suppress(AssertionError):  # many folders keep the tray busy
+        eventually(is_idle, 10)
     time.sleep(2)
 
 
 def costs(pid, seconds):
+    """Returns the columns of the table that both programs have, measured over idle seconds."""
     processor, woken = idle(pid, seconds)
     return {"memory": memory(pid)[0] / 1000, "processor": processor, "wake-ups": woken,
             "threads": len(os.listdir(f"/proc/{pid}/task"))}
 
 
 def start_several(start, close, scene, first):
-    """Returns the medians of several starts, and the last program, which still runs."""
+    """Starts a program STARTS times and closes all but the last. Returns the median times and the
+    last program. `first` is the number of the first start in the scene."""
     times = []
     for number in range(STARTS):
         program, begin = start()
@@ -225,7 +245,7 @@ def measure_tray(scene, seconds):
         tray.stop()
     result, tray = start_several(scene.start_tray, close, scene, 1)
     try:
-        scene.watcher.item(STARTS).layout()  # a host that has read the menu hears of changes
+        scene.watcher.item(STARTS).layout()  # the tray signals changes only to a host that has read the menu
         settle(tray.pid, 2 * len(scene.servers))
         token, port = scene.window.token, scene.world.control_port
         result |= costs(tray.pid, seconds)
@@ -238,6 +258,7 @@ def measure_tray(scene, seconds):
 
 
 def end_reference(process):
+    """Kills the process and its children."""
     children = descendants(process.pid)
     process.kill()
     process.wait()
@@ -259,6 +280,7 @@ def measure_reference(scene, program, seconds):
 
 
 def measure(servers, folders, program, seconds):
+    """Returns one row of the table."""
     scene = Scene(servers, folders)
     try:
         tray = measure_tray(scene, seconds)
@@ -282,20 +304,19 @@ def print_row(case):
     def pair(name, form):
         return f"{tray[name]:{form}} ({bare[name]:{form}})"
 
-    def times(name):
-        median, slow = tray[name]
-        text = f"{median:.2f}, {slow:.2f}"
+    def latencies(name):
+        text = "{:.2f}, {:.2f}".format(*tray[name])
         return text + (" ({:.2f}, {:.2f})".format(*bare[name]) if name in bare else "")
     cells = [f"{case['servers']:,}", f"{case['folders']:,}", pair("item", ".1f") + " ms",
              pair("ready", ".1f") + " ms", pair("memory", ".1f") + " MB", pair("threads", "d"),
              pair("processor", ".2f") + " ms/s", pair("wake-ups", ".1f") + " /s",
-             f"{tray['publish']:.1f} ({tray['round trip']:.1f}) ms", times("GET /status") + " ms",
-             times("GET /servers") + " ms"]
+             f"{tray['publish']:.1f} ({tray['round trip']:.1f}) ms", latencies("GET /status") + " ms",
+             latencies("GET /servers") + " ms"]
     print("| " + " | ".join(cells) + " |", flush=True)
 
 
 def measure_flood(seconds):
-    """What events cost that each change the menu."""
+    """Returns the figures of a tray during a flood of events that each change the menu."""
     scene, stopping = Scene(FLOOD_SERVERS, 10), threading.Event()
     tray, _ = scene.start_tray()
 
@@ -314,11 +335,11 @@ def measure_flood(seconds):
         settle(tray.pid, 2 * FLOOD_SERVERS)
         sender.start()
         time.sleep(2)
-        used, kept, signals = cpu_seconds(tray.pid), memory(tray.pid)[0], len(item.signals())
+        used, before, signals = cpu_seconds(tray.pid), memory(tray.pid)[0], len(item.signals())
         time.sleep(seconds)
         result = {"processor": 100 * (cpu_seconds(tray.pid) - used) / seconds,
                   "signals": (len(item.signals()) - signals) / seconds,
-                  "memory": [kept / 1000, memory(tray.pid)[0] / 1000],
+                  "memory": [before / 1000, memory(tray.pid)[0] / 1000],
                   "GET /status": latency(scene.world.control_port, "/status", scene.window.token)}
         stopping.set()
         sender.join()
@@ -331,14 +352,15 @@ def measure_flood(seconds):
 
 
 def measure_failures(servers):
-    """Ends all children of a tray at once and watches it start them again."""
+    """Kills all tailnet programs of a tray at once. Returns how long the tray takes to start all of
+    them again and how it answers requests during that time."""
     scene = Scene(servers, 10)
     tray, _ = scene.start_tray()
     try:
         scene.watcher.item().layout()
         settle(tray.pid, 2 * servers)
         token, port = scene.window.token, scene.world.control_port
-        calm = latency(port, "/status", token)
+        latency_before = latency(port, "/status", token)
         before, used = memory(tray.pid)[0], cpu_seconds(tray.pid)
         children = [pid for pid in descendants(tray.pid)
                     if command_line(pid).strip() == "sleep 100000"]
@@ -354,7 +376,7 @@ def measure_failures(servers):
         recovered = time.monotonic() - begin
         settle(tray.pid, 2 * servers)
         return {"children": len(children), "recovered": recovered, "slowest": slowest,
-                "calm": calm, "processor": cpu_seconds(tray.pid) - used,
+                "latency before": latency_before, "processor": cpu_seconds(tray.pid) - used,
                 "memory": [before / 1000, memory(tray.pid)[0] / 1000]}
     finally:
         tray.stop()
@@ -362,20 +384,21 @@ def measure_failures(servers):
 
 
 def print_flood(flood):
-    print(f"\nFlood, {flood['events']:.0f} events/s that each change the menu, {FLOOD_SERVERS} "
+    print(f"\nFlood of {flood['events']:.0f} events/s that each change the menu, {FLOOD_SERVERS} "
           f"servers: {flood['processor']:.1f} % of a core, {flood['signals']:.1f} signals/s, memory "
-          "{:.1f} MB at first and {:.1f} MB at last, GET /status {:.2f} ms, 99th percentile {:.2f} ms"
+          "{:.1f} MB before and {:.1f} MB after, GET /status {:.2f} ms, 99th percentile {:.2f} ms"
           .format(*flood["memory"], *flood["GET /status"]), flush=True)
 
 
 def print_failures(failures):
-    print("\n{children} children killed at once: all run again after {recovered:.1f} s, "
+    print("\n{children} children killed at once: all started again after {recovered:.1f} s, "
           "{processor:.2f} s of processor time, slowest GET /status {slowest:.1f} ms".format(**failures)
-          + " (calm: {:.2f} ms, 99th percentile {:.2f} ms), memory {:.1f} MB before and {:.1f} MB after"
-          .format(*failures["calm"], *failures["memory"]), flush=True)
+          + " (before: {:.2f} ms, 99th percentile {:.2f} ms), memory {:.1f} MB before and {:.1f} MB after"
+          .format(*failures["latency before"], *failures["memory"]), flush=True)
 
 
 def compile_reference(directory):
+    """Returns the path of the compiled bare_tray.c."""
     program = directory / "bare_tray"
     subprocess.run(["gcc", "-O2", "-o", program, pathlib.Path(__file__).with_name("bare_tray.c"),
                     "-lsystemd"], check=True)
@@ -391,8 +414,8 @@ def main():
     parser.add_argument("--json", type=pathlib.Path)
     options = parser.parse_args()
     figures = {"load": os.getloadavg()[0], "cases": []}
-    print(f"Load when it began: {figures['load']:.1f}. In brackets: the bare program; for publish, a "
-          "round trip on the bus.\n")
+    print(f"Load average at the start: {figures['load']:.1f}. In brackets: the bare program; for "
+          "publish, a round trip on the bus.\n")
     if options.only in (None, "table"):
         home = World()
         program = compile_reference(home.root)

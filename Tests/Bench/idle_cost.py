@@ -1,10 +1,11 @@
 #!/usr/bin/env python3
-"""What an idle tray costs: starts one beside an agent that answers, lets it settle, watches it.
+"""Measures an idle tray with a responding agent.
 
     Tests/Bench/idle_cost.py [SECONDS]
 
-Prints proportional and private memory from /proc/PID/smaps_rollup (tray and guardian), threads,
-and processor time and context switches over the watched time from /proc/PID/stat and status.
+Starts a tray, waits 3 s and measures it for SECONDS (default: 20). Prints the proportional and
+private memory (smaps_rollup) of the tray and its child processes, and the number of threads, the
+processor time (schedstat) and the context switches of the tray.
 """
 
 import os
@@ -19,7 +20,7 @@ from support.tray import Tray, World, command_name, descendants  # noqa: E402
 
 
 def memory(pid):
-    """Proportional and private memory in kB."""
+    """Returns the proportional and the private memory in kB."""
     fields = {}
     for line in pathlib.Path(f"/proc/{pid}/smaps_rollup").read_text().splitlines()[1:]:
         name, value = line.split(":")
@@ -28,6 +29,7 @@ def memory(pid):
 
 
 def status_field(pid, name):
+    """Returns a number of /proc/PID/status. Raises KeyError if there is no such field."""
     for line in pathlib.Path(f"/proc/{pid}/status").read_text().splitlines():
         if line.startswith(name + ":"):
             return int(line.split()[1])
@@ -35,7 +37,7 @@ def status_field(pid, name):
 
 
 def cpu_seconds(pid):
-    """Nanosecond precision, summed over the threads."""
+    """Returns the processor time of all threads, which has nanosecond precision."""
     total = 0
     for task in pathlib.Path(f"/proc/{pid}/task").iterdir():
         total += int((task / "schedstat").read_text().split()[0])
@@ -43,6 +45,7 @@ def cpu_seconds(pid):
 
 
 def context_switches(pid):
+    """Returns the voluntary and involuntary context switches of all threads."""
     total = 0
     for task in pathlib.Path(f"/proc/{pid}/task").iterdir():
         for line in (task / "status").read_text().splitlines():
@@ -70,7 +73,7 @@ def main():
         for pid in descendants(tray.pid):
             print(f"{command_name(pid)}: {memory(pid)[0]} kB proportional, {memory(pid)[1]} kB private")
         print(f"{used / seconds * 1000:.3f} ms of processor time and {switches / seconds:.1f} context "
-              f"switches a second over {seconds:.0f} s")
+              f"switches per second over {seconds:.0f} s")
     finally:
         tray.stop()
         agent.close()

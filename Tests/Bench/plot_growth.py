@@ -1,9 +1,9 @@
 #!/usr/bin/env python3
-"""Draws the figures of growth.py --json.
+"""Plots the figures that growth.py --json wrote.
 
     Tests/Bench/plot_growth.py FIGURES.json [IMAGE.svg]
 
-Writes docs/images/growth.svg unless another image is named. Needs python3-matplotlib.
+Writes IMAGE.svg (default: docs/images/growth.svg). Needs python3-matplotlib.
 """
 
 import json
@@ -13,7 +13,7 @@ import sys
 import matplotlib
 
 matplotlib.use("svg")
-matplotlib.rcParams["svg.hashsalt"] = "growth"  # the same image for the same figures
+matplotlib.rcParams["svg.hashsalt"] = "growth"  # reproducible element ids
 from matplotlib import pyplot  # noqa: E402
 
 IMAGE = pathlib.Path(__file__).resolve().parents[2] / "docs" / "images" / "growth.svg"
@@ -22,17 +22,19 @@ PLOTS = [("ready", "ms to ready"), ("memory", "MB, proportional"), ("processor",
          ("GET /status", "ms, GET /status")]
 
 
-def figure_of(case, who, name):
-    value = case[who].get(name)
+def value_of(case, program, name):
+    """Returns a figure of a program, the median of two, or None if it was not measured."""
+    value = case[program].get(name)
     return value[0] if isinstance(value, list) else value
 
 
 def draw(axes, cases, name, label, by):
-    for who, style in (("tray", "o-"), ("bare", "s--")):
-        points = [(case[by], figure_of(case, who, name)) for case in cases
-                  if figure_of(case, who, name) is not None]
+    """Plots one figure of both programs against `by`: "servers" or "folders"."""
+    for program, style in (("tray", "o-"), ("bare", "s--")):
+        points = [(case[by], value_of(case, program, name)) for case in cases
+                  if value_of(case, program, name) is not None]
         if points:
-            axes.plot(*zip(*points), style, label=who, markersize=3, linewidth=1)
+            axes.plot(*zip(*points), style, label=program, markersize=3, linewidth=1)
     axes.set_xscale("log")
     axes.set_ylim(bottom=0)
     axes.set_title(label, fontsize=8)

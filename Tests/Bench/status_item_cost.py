@@ -1,12 +1,12 @@
 #!/usr/bin/env python3
-"""What the status item costs by itself: the time from exec to its registration, of 20 starts, and
-memory, threads, processor time and context switches of one that idles beside a host that has read
-it.
+"""Measures the status item without the rest of the tray.
 
     Tests/Bench/status_item_cost.py [SECONDS]
 
-Without arguments of its own it runs build/status-item-demo, which is the desktop adapter with the
-reactor, the guardian and nothing else of the tray.
+Runs build/status-item-demo, which contains only the desktop adapter, the reactor and the guardian.
+Prints the times from exec to the registered item of 20 starts, and the memory, threads, processor
+time and context switches of the last one while it is idle for SECONDS (default: 20) after a host has
+read its menu.
 """
 
 import json
@@ -26,7 +26,7 @@ from support.tray import BUILD, descendants  # noqa: E402
 
 
 class TimingWatcher(Watcher):
-    """Remembers when each item registered."""
+    """Records the time of each registration of an item."""
 
     times = []
 
@@ -36,7 +36,8 @@ class TimingWatcher(Watcher):
 
 
 def start(bus):
-    """A status item whose menu waits on its standard input before it runs."""
+    """Starts a status item whose menu is already in its standard input. Returns the process, the
+    writing end of its standard input and the time of the start. The item ends when it is closed."""
     reader, writer = os.pipe()
     os.write(writer, json.dumps({"do": "menu", "menu": SAMPLE}).encode() + b"\n")
     begin = time.monotonic()
@@ -58,8 +59,8 @@ def main():
         if number < 20:
             os.close(writer)
             process.wait()
-    print(f"exec to registered: {min(took):.1f} ms at best, {statistics.median(took):.1f} ms in the "
-          f"middle, {max(took):.1f} ms at worst, of {len(took)}")
+    print(f"exec to registered: {min(took):.1f} ms at least, {statistics.median(took):.1f} ms as "
+          f"median, {max(took):.1f} ms at most, of {len(took)} starts")
     item.properties()
     item.layout()
     time.sleep(1)

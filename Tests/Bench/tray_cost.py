@@ -1,12 +1,12 @@
 #!/usr/bin/env python3
-"""What a status item costs: this tray beside others of the same machine, in one run.
+"""Compares the cost of the tray with that of other programs with a status item, in one run.
 
     Tests/Bench/tray_cost.py [SECONDS]
 
-Starts each program alone on a private screen and bus with an empty configuration, and prints the
-time from its exec to the registered item (median of five), proportional and private memory, threads, and
-processor time and context switches over so many idle seconds (30). Programs that are not installed
-are left out. Needs Xvfb and dbus-daemon.
+Starts each program alone on a private screen and bus with an empty configuration. Prints the time
+from exec to the registered item (median of five starts), the proportional and private memory, the
+threads, and the processor time and context switches over SECONDS idle seconds (default: 30). Skips
+programs that are not installed. Needs Xvfb and dbus-daemon.
 """
 
 import pathlib
@@ -35,7 +35,8 @@ STARTS = 5
 
 
 class Started:
-    """A program on a bus with a watcher, until it is closed."""
+    """Owns a process on a private screen and a bus with a watcher. `delay` is the time in milliseconds
+    from exec to the registered item."""
 
     def __init__(self, command, environment):
         self.desktop = Desktop()
@@ -58,6 +59,7 @@ class Started:
 
 
 def start_times(command, environment):
+    """Returns the milliseconds from exec to the registered item, of STARTS starts."""
     delays = []
     for _ in range(STARTS):
         started = Started(command, environment)
@@ -67,6 +69,7 @@ def start_times(command, environment):
 
 
 def measure(name, command, environment, seconds):
+    """Prints one row of the table."""
     delay = statistics.median(start_times(command, environment))
     started = Started(command, environment)
     pid = started.process.pid
