@@ -25,16 +25,6 @@ from support.status_item_demo import SAMPLE  # noqa: E402
 from support.tray import BUILD, descendants  # noqa: E402
 
 
-class TimingWatcher(Watcher):
-    """Records the time of each registration of an item."""
-
-    times = []
-
-    def _register(self, sender, service):
-        self.times.append(time.monotonic())
-        super()._register(sender, service)
-
-
 def start(bus):
     """Starts a status item whose menu is already in its standard input. Returns the process, the
     writing end of its standard input and the time of the start. The item ends when it is closed."""
@@ -50,12 +40,12 @@ def start(bus):
 def main():
     seconds = float(sys.argv[1]) if len(sys.argv) > 1 else 20
     bus = SessionBus().start()
-    watcher = TimingWatcher(bus.peer())
+    watcher = Watcher(bus.peer())
     took = []
     for number in range(1, 21):
         process, writer, begin = start(bus)
         item = watcher.item(number)
-        took.append((watcher.times[-1] - begin) * 1000)
+        took.append((watcher.times[number - 1] - begin) * 1000)
         if number < 20:
             os.close(writer)
             process.wait()
