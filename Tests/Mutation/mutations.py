@@ -1,9 +1,9 @@
-"""Finds what can be changed in a C++ source that is formatted as this repository's are."""
+"""Finds the possible mutations of C++ sources. Relies on the formatting of this repository."""
 
 import dataclasses
 import re
 
-COMMENTS_AND_TEXTS = re.compile(
+COMMENTS_AND_LITERALS = re.compile(
     r'//[^\n]*|/\*.*?\*/|R"(\w*)\(.*?\)\1"|"(?:\\.|[^"\\\n])*"|\'(?:\\.|[^\'\\\n])\'', re.S)
 COMPARISON = re.compile(r" (<=|>=|==|!=|<|>) ")
 OTHER = {"<": "<=", "<=": "<", ">": ">=", ">=": ">", "==": "!=", "!=": "==", "&&": "||", "||": "&&"}
@@ -17,14 +17,16 @@ RETURN = re.compile(r"\breturn ([^;{}\n]+);")
 
 @dataclasses.dataclass(frozen=True)
 class Mutation:
-    path: str    # below the repository
+    """A replacement of the characters from `begin` to `end` of a source file by `text`."""
+
+    path: str    # relative to the repository
     line: int
     kind: str
-    begin: int   # of what is replaced
+    begin: int
     end: int
-    text: str    # in its place
-    before: str  # the line
-    after: str
+    text: str
+    before: str  # the line with the original code
+    after: str   # the line with the mutation
 
     @property
     def name(self):
@@ -35,14 +37,14 @@ class Mutation:
 
 
 def blanked(source):
-    """The source with spaces in place of comments, texts and preprocessor lines."""
+    """Returns the source with spaces in place of comments, literals and preprocessor lines."""
     def spaces(found):
         return re.sub(r"[^\n]", " ", found[0])
-    return re.sub(r"^#.*$", spaces, COMMENTS_AND_TEXTS.sub(spaces, source), flags=re.M)
+    return re.sub(r"^#.*$", spaces, COMMENTS_AND_LITERALS.sub(spaces, source), flags=re.M)
 
 
 def closing(code, opening):
-    """Where the bracket that opens at `opening` closes."""
+    """Returns the position of the parenthesis that closes the one at `opening`, or None."""
     depth = 0
     for at in range(opening, len(code)):
         depth += {"(": 1, ")": -1}.get(code[at], 0)
@@ -52,7 +54,7 @@ def closing(code, opening):
 
 
 def changes(code):
-    """What can be changed: kind, begin, end and replacement."""
+    """Yields the kind, the begin, the end and the replacement of each possible mutation."""
     for found in COMPARISON.finditer(code):
         if found[1] in "<>" and code[:found.start()].rsplit("\n", 1)[-1].lstrip().startswith("template"):
             continue
@@ -78,7 +80,7 @@ def line_around(text, begin):
 
 
 def mutations_of(path, repository):
-    """All mutations of a source file."""
+    """Returns all mutations of a source file."""
     source = path.read_text()
     code = blanked(source)
     found = []
