@@ -1,19 +1,24 @@
-"""One module for each desktop. A module has
+"""One module for each desktop. A module defines
 
-NAME        as in XDG_CURRENT_DESKTOP
-PACKAGES    what has to be installed, see Packaging/packages
-PROGRAM     whose presence tells that they are
-SETTLING    seconds that the shell needs after it shows status items
-PANEL       where its items are: left, top, width and height on the screen
-BUTTON      the pointer button that opens the menu
-CANNOT      what this desktop does not do, by the name of the step, and why
-NOTIFIER             optional: the program of its notifications, unless the shell shows them
-NOTIFICATION_ACTION  optional: where a notification is chosen, as parts of its width and height
-ROWS                 optional: where rows are in their menus, as parts of the height, on a desktop
-                     whose menus take no keys
-OPENS_SILENTLY       optional: whether it shows a menu without a call to it
-WAYLAND              optional: whether its windows are hidden from the X screen, in which it is nested
-start       starts what belongs to the session but is not restarted
-start_shell starts the program that shows the items, as the session's "shell"
-after_shell optional: what a user does once it has started
+NAME         the value of XDG_CURRENT_DESKTOP
+PACKAGES     the Debian packages that the desktop needs, see Packaging/packages
+PROGRAM      a program that is installed only with these packages
+SETTLING     the seconds that the shell needs to settle after it first shows status items
+PANEL        the area of the screen that contains the items: left, top, width and height
+BUTTON       the pointer button that opens the menu
+UNSUPPORTED  the steps that the desktop does not support, each with the reason
+start        a function that starts the programs of the session that are never restarted
+start_shell  a function that starts the program that shows the items, under the name "shell"
+
+and optionally
+
+NOTIFIER             the notification daemon, unless the shell shows notifications itself
+NOTIFICATION_ACTION  the place to click in a notification, as fractions of its width and height
+                     (default: its center)
+ROWS                 the vertical positions of rows, as fractions of the height of their menu, on a
+                     desktop whose menus ignore keys
+OPENS_SILENTLY       true if the panel opens the menu without a call to the tray
+WAYLAND              true if the desktop is a Wayland session nested in the X screen, whose windows
+                     xdotool cannot find
+after_shell          a function that performs the input that is needed after the shell has started
 """

@@ -1,4 +1,4 @@
-"""Budgie: openbox, budgie-panel with the AppIndicator Applet."""
+"""Budgie: openbox and budgie-panel with the AppIndicator Applet."""
 
 import time
 
@@ -11,7 +11,7 @@ SETTLING = 8
 PANEL = (640, 755, 560, 45)  # without the clock
 BUTTON = 1
 OPENS_SILENTLY = True
-CANNOT = {"tool tip": "the applet shows none"}
+UNSUPPORTED = {"tool tip": "the applet shows no tool tips"}
 
 SERVICE = "/usr/libexec/ayatana-indicator-application/ayatana-indicator-application-service"
 
@@ -22,11 +22,11 @@ def start(session):
     session.start("daemon", "budgie-daemon")
     session.start("wm", "openbox")
     time.sleep(1)
-    start_shell(session)  # which writes its default panel; its own tray shows XEmbed icons alone
+    start_shell(session)  # writes its default panel, whose system tray shows only XEmbed icons
     settings = session.home / ".config/glib-2.0/settings/keyfile"
     eventually(lambda: settings.exists() and "'System Tray'" in settings.read_text()
                and "'Raven Trigger'" in settings.read_text(), 60, "a default panel")
-    time.sleep(4)  # it goes on writing
+    time.sleep(4)  # the panel continues to write its settings
     session.kill("shell")
     settings.write_text(settings.read_text().replace("'System Tray'", "'AppIndicator Applet'"))
 

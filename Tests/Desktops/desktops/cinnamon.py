@@ -6,7 +6,7 @@ PACKAGES = ["cinnamon", "xapp-sn-watcher"]
 SETTLING = 6
 PANEL = (640, 755, 560, 45)  # without the clock
 BUTTON = 1
-CANNOT = {"number beside it": "the panel shows no text beside an item"}
+UNSUPPORTED = {"folder count": "the panel shows no text beside an item"}
 
 
 def start(session):

@@ -7,7 +7,7 @@ PACKAGES = ["gnome-shell", "gnome-shell-extension-appindicator", "gjs",
 SETTLING = 6
 PANEL = (1000, 0, 280, 36)
 BUTTON = 1
-CANNOT = {"tool tip": "the extension shows none"}
+UNSUPPORTED = {"tool tip": "the extension shows no tool tips"}
 
 EXTENSIONS = "['ubuntu-appindicators@ubuntu.com', 'appindicatorsupport@rgcjonas.gmail.com']"
 
@@ -25,7 +25,7 @@ def configure(session):
                 "'prefer-dark'" if session.dark else "'default'")
     session.set("org.gnome.desktop.interface", "scaling-factor", str(int(session.scale)))
     session.set("org.gnome.desktop.session", "idle-delay", "0")
-    session.set("org.gnome.desktop.lockdown", "disable-lock-screen", "true")  # or it complains
+    session.set("org.gnome.desktop.lockdown", "disable-lock-screen", "true")  # avoids a warning
 
 
 def start_shell(session):
@@ -33,4 +33,4 @@ def start_shell(session):
 
 
 def after_shell(session):
-    session.screen.press("Escape", delay=2)  # it begins with its overview
+    session.screen.press("Escape", delay=2)  # closes the overview that is open at the start

@@ -7,7 +7,7 @@ SETTLING = 2
 NOTIFIER = "/usr/bin/lxqt-notificationd"
 PANEL = (640, 760, 640, 40)
 BUTTON = 3  # a left click activates the item, which opens the desktop window
-CANNOT = {"number beside it": "the panel shows no text beside an item"}
+UNSUPPORTED = {"folder count": "the panel shows no text beside an item"}
 
 PANEL_SETTINGS = """panels=panel1
 [panel1]

@@ -5,7 +5,7 @@ import time
 
 
 def installed(*programs):
-    """The first of the programs that is installed: their places depend on the version."""
+    """Returns the first program that is installed, else the last one. Paths depend on the version."""
     return next((each for each in programs if shutil.which(each)), programs[-1])
 
 
@@ -17,13 +17,13 @@ NOTIFIER = installed("/usr/libexec/mate-notification-daemon/mate-notification-da
                      "/usr/lib/mate-notification-daemon/mate-notification-daemon")
 PANEL = (900, 0, 240, 28)  # without the clock
 BUTTON = 3  # a left click activates the item, which opens the desktop window
-CANNOT = {}
+UNSUPPORTED = {}
 
 
 def start(session):
     session.set("org.mate.interface", "gtk-theme",
                 "'Adwaita-dark'" if session.dark else "'Adwaita'")
-    # Without it items are one pixel small.
+    # Without the settings daemon the items are only one pixel in size.
     session.start("settings", installed("/usr/libexec/mate-settings-daemon", "mate-settings-daemon"))
     time.sleep(2)
     session.start("wm", "marco")

@@ -10,8 +10,8 @@ PACKAGES = ["plasma-workspace", "plasma-desktop", "kwin-x11", "kded5", "breeze",
 SETTLING = 12
 PANEL = (900, 758, 240, 42)  # without the clock
 BUTTON = 1
-NOTIFICATION_ACTION = (0.87, 0.85)  # its button
-CANNOT = {"number beside it": "the system tray shows no text beside an item"}
+NOTIFICATION_ACTION = (0.87, 0.85)  # the button of the action
+UNSUPPORTED = {"folder count": "the system tray shows no text beside an item"}
 
 
 def start(session):

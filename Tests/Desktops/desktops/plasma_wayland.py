@@ -4,12 +4,12 @@ import shutil
 import time
 
 from desktops import plasma
-from desktops.plasma import (BUTTON, CANNOT, NAME, NOTIFICATION_ACTION, PANEL,  # noqa: F401
-                             SETTLING, configure, start_daemon)
+from desktops.plasma import (BUTTON, NAME, NOTIFICATION_ACTION, PANEL, SETTLING,  # noqa: F401
+                             UNSUPPORTED, configure, start_daemon)
 from lab.screen import HEIGHT, WIDTH
 
 PROGRAM = "kwin_wayland"
-PACKAGES = [*plasma.PACKAGES, "kwin-wayland", "qtwayland5"]  # the last one with Plasma 5
+PACKAGES = [*plasma.PACKAGES, "kwin-wayland", "qtwayland5"]  # qtwayland5 only with Plasma 5
 WAYLAND = True
 SOCKET = "wayland-5"
 
@@ -17,7 +17,7 @@ SOCKET = "wayland-5"
 def start(session):
     configure(session)
     session.environment.update(XDG_SESSION_TYPE="wayland")
-    # A copy has no file capability. The original has one, and does not start in a container that
+    # A copy, because the original has a file capability and does not start in a container that
     # cannot grant it.
     compositor = shutil.copy(shutil.which(PROGRAM), session.root / "kwin_wayland")
     session.start("wm", compositor, "--x11-display", session.environment["DISPLAY"],

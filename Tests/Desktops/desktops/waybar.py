@@ -1,4 +1,4 @@
-"""Waybar with mako on sway, which is nested in the X screen."""
+"""Waybar and mako on sway, nested in the X screen."""
 
 import os
 import subprocess
@@ -15,7 +15,7 @@ PANEL = (640, 0, 640, 30)
 BUTTON = 1
 WAYLAND = True
 ROWS = {"request": 0.06, "server": 0.23, "page": 0.15}
-CANNOT = {"number beside it": "the bar shows no text beside an item"}
+UNSUPPORTED = {"folder count": "the bar shows no text beside an item"}
 
 FILES = {
     "waybar/config": '{"modules-right":["tray"],"tray":{"show-passive-items":true}}',
@@ -34,7 +34,7 @@ def start(session):
     session.environment.update(WLR_BACKENDS="x11", WLR_RENDERER="pixman", XDG_SESSION_TYPE="wayland",
                                SWAYSOCK=str(session.runtime / "sway.sock"))
     command = ["sway", "-c", str(session.home / ".config/sway/config")]
-    if os.getuid() == 0:  # it refuses to run as root
+    if os.getuid() == 0:  # sway refuses to run as root
         subprocess.run(["chmod", "-R", "a+rwX", str(session.root)], check=True)
         subprocess.run(["chown", "65534:65534", str(session.runtime)], check=True)
         command = ["setpriv", "--reuid=65534", "--regid=65534", "--clear-groups", *command]

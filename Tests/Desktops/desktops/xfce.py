@@ -7,8 +7,9 @@ SETTLING = 2
 NOTIFIER = "/usr/lib/x86_64-linux-gnu/xfce4/notifyd/xfce4-notifyd"
 PANEL = (0, 0, 1280, 28)
 BUTTON = 1
-NOTIFICATION_ACTION = (0.85, 0.75)  # its button; a click elsewhere dismisses it
-CANNOT = {"number beside it": "the panel shows no text beside an item"}
+# The button of the action. A click elsewhere dismisses the notification.
+NOTIFICATION_ACTION = (0.85, 0.75)
+UNSUPPORTED = {"folder count": "the panel shows no text beside an item"}
 
 CHANNEL = """<?xml version="1.0" encoding="UTF-8"?>
 <channel name="xfce4-panel" version="1.0"><property name="configver" type="int" value="2"/>

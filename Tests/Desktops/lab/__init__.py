@@ -1,4 +1,4 @@
-"""What the tours of all desktops share. Uses the support of the end-to-end tests."""
+"""The parts of a tour that all desktops share. Uses the support of the end-to-end tests."""
 
 import pathlib
 import sys

@@ -1,4 +1,4 @@
-"""A private X screen: what it shows, a pointer and a keyboard."""
+"""A private X screen with a pointer and a keyboard."""
 
 import os
 import pathlib
@@ -12,8 +12,8 @@ WIDTH, HEIGHT = 1280, 800
 
 
 class Screen:
-    """All coordinates and pictures are those of a screen of WIDTH by HEIGHT pixels, whatever its
-    scale."""
+    """Owns an X server. All coordinates and pictures are those of a screen of WIDTH by HEIGHT pixels
+    for any scale. Sets DISPLAY in `environment`."""
 
     def __init__(self, environment, scale=1.0):
         self.environment, self.scale = environment, scale
@@ -28,13 +28,13 @@ class Screen:
             environment["DISPLAY"] = f":{number.readline().strip()}"
 
     def run(self, *command, limit=20):
-        """The output of a command; a failing one gives what it printed."""
+        """Returns the standard output of a command, also if it fails."""
         done = subprocess.run(command, env=self.environment, capture_output=True, text=True,
                               timeout=limit, stdin=subprocess.DEVNULL)
         return done.stdout
 
     def picture(self, area=None):
-        """What an area shows: left, top, width and height; by default everything."""
+        """Returns a picture of an area: left, top, width and height (default: the whole screen)."""
         left, top, width, height = area or (0, 0, WIDTH, HEIGHT)
         pixels = [round(each * self.scale) for each in (width, height, left, top)]
         cut = ["-crop", "{}x{}+{}+{}".format(*pixels), "+repage"]
@@ -45,24 +45,25 @@ class Screen:
                                       timeout=20).stdout)
 
     def save(self, path):
+        """Writes a picture of the whole screen, in its real size, to a file."""
         pathlib.Path(path).unlink(missing_ok=True)
         self.run("import", "-window", "root", str(path))
 
-    def at_rest(self, area=None, looks=4, limit=30.0):
-        """Waits until an area has looked the same for a while, and returns what it shows."""
+    def at_rest(self, area=None, repeats=4, limit=30.0):
+        """Waits until `repeats` + 1 successive pictures of an area are equal, and returns the last."""
         pictures = []
 
         def rests():
             pictures.append(self.picture(area))
             time.sleep(0.15)
-            return len(pictures) > looks and all(
-                not pictures[-1].difference(each) for each in pictures[-looks - 1:-1])
+            return len(pictures) > repeats and all(
+                not pictures[-1].difference(each) for each in pictures[-repeats - 1:-1])
         eventually(rests, limit, "a screen at rest")
         return pictures[-1]
 
     def change(self, before, area=None, limit=10.0, rests=True):
-        """Waits until an area differs from a picture and rests, or, if it never does, for 1.5 s;
-        returns the box that differs, in coordinates of the screen."""
+        """Waits until an area differs from a picture. Then waits until it is at rest or, if `rests` is
+        false, for 1.5 s. Returns the box that differs, in coordinates of the screen."""
         eventually(lambda: self.picture(area).difference(before), limit, "a change on the screen")
         if rests:
             now = self.at_rest(area)
@@ -70,7 +71,7 @@ class Screen:
             time.sleep(1.5)
             now = self.picture(area)
         box = now.difference(before)
-        assert box is not None, "what has changed on the screen is as before"
+        assert box is not None, "the change on the screen was reverted"
         left, top = (area or (0, 0))[:2]
         return box[0] + left, box[1] + top, box[2] + left, box[3] + top
 
@@ -79,11 +80,11 @@ class Screen:
 
     def click(self, x, y, button=1):
         self.point(x, y)
-        time.sleep(0.3)  # a panel that animates the pointer's arrival
+        time.sleep(0.3)  # some panels animate the item under the pointer
         self.run("xdotool", "click", str(button))
 
     def press(self, *keys, delay=0.3):
-        """Presses keys as a person does: some menus lose what comes while they open."""
+        """Presses keys with pauses, because some menus lose keys while they open."""
         for key in keys:
             self.run("xdotool", "key", key)
             time.sleep(delay)
@@ -92,15 +93,16 @@ class Screen:
         self.run("xdotool", "type", "--delay", str(delay), text)
 
     def windows_of(self, pid):
-        """The visible windows of a process; none on a Wayland desktop, which hides them."""
+        """Returns the ids of a process's visible windows, always empty on a Wayland desktop."""
         return self.run("xdotool", "search", "--onlyvisible", "--all", "--pid", str(pid), "--name",
                         "").split()
 
     def activate(self, title):
-        """Goes to the window with this title, as a user does who chooses it in a task bar."""
+        """Waits for a window with this title and activates it, like a click in a task bar."""
         def find():
             return self.run("xdotool", "search", "--onlyvisible", "--name", title).split()
-        self.run("xdotool", "windowactivate", "--sync", eventually(find, what=f"a window {title!r}")[-1])
+        windows = eventually(find, what=f"a window {title!r}")
+        self.run("xdotool", "windowactivate", "--sync", windows[-1])
 
     def close(self):
         self._server.terminate()
@@ -108,11 +110,12 @@ class Screen:
 
 
 def middle(box):
+    """Returns the center of a box (left, top, right, bottom)."""
     return (box[0] + box[2]) // 2, (box[1] + box[3]) // 2
 
 
 class Cut:
-    """A part of a picture, to be found again in another one of the same height."""
+    """A part of a picture, which `find` searches in other pictures of the same height."""
 
     def __init__(self, picture, box):
         self.left, self.top, self.right, self.bottom = box
@@ -124,7 +127,7 @@ class Cut:
         return [picture.pixels[start:start + size] for start in starts]
 
     def find(self, picture):
-        """The middle of the place at which it is, from the left; None when it is nowhere."""
+        """Returns the horizontal center of the leftmost match, or None if there is no match."""
         width = self.right - self.left
         for left in range(picture.width - width):
             if self._cut(picture, left) == self._lines:

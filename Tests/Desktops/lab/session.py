@@ -1,4 +1,4 @@
-"""A private session: two buses, a screen, a home, and the programs of one desktop in it."""
+"""A private session: two buses, a screen, a home and the programs of one desktop."""
 
 import os
 import pathlib
@@ -17,8 +17,9 @@ ITEM_PATH = "/org/ayatana/NotificationItem/zephyl_tray"
 
 
 class Session:
-    """Owns everything that it starts; `close` leaves nothing behind. `desktop` is one of the modules
-    in Tests/Desktops/desktops."""
+    """Owns its processes, buses and files until `close`. `desktop` is one of the modules in
+    Tests/Desktops/desktops. `number` is different for each desktop. `settings` are additional
+    environment variables for all programs."""
 
     def __init__(self, desktop, dark, number, scale=1.0, settings=()):
         self.desktop, self.dark, self.scale = desktop, dark, scale
@@ -49,7 +50,7 @@ class Session:
             "GVFS_DISABLE_FUSE": "1", "GSETTINGS_BACKEND": "keyfile", "NO_AT_BRIDGE": "1"})
 
     def _set_scale(self):
-        """As the settings of the desktops do, each in its way; see also the modules."""
+        """Sets the scale like the settings of the desktops. Some of their modules set more."""
         subprocess.run(["xrdb", "-merge"], input=f"Xft.dpi: {96 * self.scale:.0f}\n", text=True,
                        env=self.environment, check=True)
         if self.scale == int(self.scale):
@@ -59,7 +60,7 @@ class Session:
     # Programs
 
     def start(self, name, *command, **environment):
-        """Starts a program of the desktop; what it prints is kept in the session's directory."""
+        """Starts a program of the desktop. Its output is written to NAME.log in the session's root."""
         with open(self.root / f"{name}.log", "a") as log:
             self.processes[name] = subprocess.Popen(
                 command, env={**self.environment, **environment}, stdin=subprocess.DEVNULL,
@@ -67,7 +68,7 @@ class Session:
         return self.processes[name]
 
     def kill(self, name):
-        """Ends a program and what it has started in its own process group."""
+        """Kills a program and its process group."""
         process = self.processes.pop(name)
         try:
             os.killpg(process.pid, signal.SIGKILL)
@@ -87,27 +88,28 @@ class Session:
         self.start_shell()
 
     def ensure_notifier(self):
-        """Starts the program of the notifications, unless the shell shows them. It may end when it
-        has nothing to do; the bus would then start that of any desktop."""
+        """Starts the desktop's notification daemon, if it has one that is not running. An idle daemon
+        may exit. The bus would then start the daemon of any desktop."""
         program = getattr(self.desktop, "NOTIFIER", None)
         running = self.processes.get("notify")
         if program is not None and (running is None or running.poll() is not None):
             self.start("notify", program)
-            eventually(lambda: self.owns("org.freedesktop.Notifications"), what="a notifier")
+            eventually(lambda: self.owns("org.freedesktop.Notifications"), what="a notification daemon")
 
     def owns(self, name):
-        """Whether a program of the session has this name on the bus."""
+        """Returns whether a connection owns this name on the session bus."""
         return self.peer.call("org.freedesktop.DBus", "/org/freedesktop/DBus",
                               "org.freedesktop.DBus", "NameHasOwner", "(s)", name)[0]
 
     def start_shell(self):
-        """Starts the panel, and waits until it shows status items and has come to rest."""
+        """Starts the shell and waits until it shows status items and the screen is at rest."""
         self.desktop.start_shell(self)
         eventually(self.shows_items, 90, "a host of status items")
         time.sleep(self.desktop.SETTLING)
         self.screen.at_rest(limit=60)
 
     def kill_shell(self):
+        """Kills the shell and waits until its connection has left the bus."""
         before = self.traffic.readers()
         self.kill("shell")
         names = lambda: self.peer.call(  # noqa: E731
@@ -115,20 +117,22 @@ class Session:
         eventually(lambda: not set(before[-1:]) & set(names()), what="the end of the shell")
 
     def shows_items(self):
+        """Returns whether a host of status items is registered."""
         try:
             return self.peer.call(
                 WATCHER, "/StatusNotifierWatcher", "org.freedesktop.DBus.Properties", "Get", "(ss)",
                 WATCHER, "IsStatusNotifierHostRegistered")[0]
-        except Exception:  # nobody owns the name yet
+        except Exception:  # no program owns the name yet
             return False
 
     @property
     def item(self):
         return Item(self.peer, "com.zephyl.tray", ITEM_PATH)
 
-    # The end
+    # End
 
     def close(self, keep_logs=None):
+        """Ends all programs and removes all files. Copies the logs to `keep_logs` first."""
         for name in list(self.processes):
             self.kill(name)
         self.traffic.close()
@@ -143,7 +147,7 @@ class Session:
         self.world.remove()
 
     def _end_strays(self):
-        """Services that the bus has started: nothing else has this home in its environment."""
+        """Kills services of the bus: the remaining processes with this home in their environment."""
         def strays():
             return [int(entry.name) for entry in pathlib.Path("/proc").iterdir()
                     if entry.name.isdigit() and self._is_ours(entry)]
@@ -156,7 +160,7 @@ class Session:
                     pass
             time.sleep(0.1)
         if left:
-            print("still running:", [command_line(pid) for pid in left])
+            print("processes that could not be ended:", [command_line(pid) for pid in left])
 
     def _is_ours(self, process):
         try:

@@ -1,5 +1,5 @@
-"""The steps of a tour, in their order. Each checks from outside the tray what it has done: by what
-passes over the bus, by what the agent and the browser were given, and by the screen."""
+"""The steps of a tour in their order. Each checks the tray from outside: by messages on the bus, by the
+requests to the agent and the browser, and by pictures of the screen."""
 
 import signal
 import time
@@ -10,26 +10,28 @@ from lab.windows import WindowSteps
 from lab.world import DISABLED
 from support.tray import Tray, eventually
 
-QUIET = 1.5         # seconds after which a host shows what has changed
+QUIET = 1.5  # seconds until a host has shown a change
 TYPED = "Tab space Left space Return".split()
 
 
 class Tour(WindowSteps):
+    """Performs the steps with a tray that it starts. Owns the tray until `close`."""
+
     def __init__(self, session, pictures):
         self.session, self.world, self.screen = session, session.world, session.screen
         self.traffic, self.desktop = session.traffic, session.desktop
         self.pictures = pictures
-        self.place = None  # of the item on the screen
+        self.place = None  # the center of the item on the screen
         self.tray = None
 
-    FIRST = ("item", "icon")  # the others need them
-    STEPS = ("item", "icon", "number beside it", "tool tip", "menu", "submenu", "a row that acts",
-             "closed menu follows", "open menu stays", "notification", "prompt", "typing on",
-             "shell restarts", "tray restarts", "second start", "silence",
-             "menu is what the tray says", "log window", "folder window", "update window")
+    REQUIRED = ("item", "icon")  # by the other steps
+    STEPS = ("item", "icon", "folder count", "tool tip", "menu", "submenu", "row action",
+             "closed menu update", "open menu unchanged", "notification", "prompt",
+             "typing elsewhere", "shell restart", "tray restart", "second start", "no idle signals",
+             "menu matches tray", "log window", "folder window", "update window")
 
     def step(self, name):
-        """Performs a step; raises an error that says what is wrong."""
+        """Performs a step. Raises an exception if it fails."""
         getattr(self, "step_" + name.replace(" ", "_"))()
 
     def shot(self, name):
@@ -51,7 +53,7 @@ class Tour(WindowSteps):
         self.shot("1-item")
 
     def step_icon(self):
-        """The icon changes while the agent is busy, which also tells where it is."""
+        """Checks that the icon changes while the agent is busy. Locates the item by this change."""
         before = self.locate()
         self.shot("2-busy")
         eventually(self.is_idle, 20, "an idle agent")
@@ -59,7 +61,8 @@ class Tour(WindowSteps):
                    "the icon of an idle agent")
 
     def locate(self):
-        """Finds the item by its icon, which changes. Returns what the panel showed before."""
+        """Sets `place` to the part of the panel that changes when the agent becomes busy. Returns the
+        picture of the panel before the change."""
         eventually(self.is_idle, 20, "an idle agent")
         before = self.screen.at_rest(self.desktop.PANEL)
         self.world.agent.call("POST", "/sandbox/activity", {"busy": True, "seconds": 6})
@@ -72,7 +75,7 @@ class Tour(WindowSteps):
         return before
 
     def find(self):
-        """Finds the item by its icon as it was seen before, if something has moved it."""
+        """Updates `place` by searching the panel for the icons that `locate` has recorded."""
         now = self.screen.at_rest(self.desktop.PANEL)
         for icon in self.icons:
             if (found := icon.find(now)) is not None:
@@ -81,8 +84,8 @@ class Tour(WindowSteps):
     def is_idle(self):
         return not self.world.agent.call("GET", "/api/activity")["busy"]
 
-    def step_number_beside_it(self):
-        """The number of shared folders."""
+    def step_folder_count(self):
+        """Checks that the panel shows the number of shared folders beside the icon."""
         before = self.screen.at_rest(self.desktop.PANEL)
         folder = self.world.root / "second"
         folder.mkdir()
@@ -91,7 +94,7 @@ class Tour(WindowSteps):
         eventually(self.is_idle, 20, "an idle agent")
         time.sleep(2 * QUIET)
         now = self.screen.at_rest(self.desktop.PANEL)
-        assert now.difference(before), "the panel looks as before"
+        assert now.difference(before), "the panel has not changed"
 
     def step_tool_tip(self):
         self.park()
@@ -102,15 +105,15 @@ class Tour(WindowSteps):
         self.park()
 
     def park(self):
-        """Moves the pointer to where nothing is."""
+        """Moves the pointer away from the panel."""
         self.screen.point(640, 400)
         time.sleep(0.5)
 
     # The menu
 
     def open_menu(self):
-        """Opens the menu by the pointer; returns what it covers. An item that has moved, because
-        something else came into the panel, is looked for again."""
+        """Opens the menu with the pointer and returns the box that it covers. If that fails, searches
+        the item, which another item may have moved, and tries again."""
         try:
             return self._open_menu()
         except AssertionError:
@@ -124,9 +127,9 @@ class Tour(WindowSteps):
         begin = time.monotonic()
         self.screen.click(*self.place, self.desktop.BUTTON)
         box = self.screen.change(before)
-        assert box[3] - box[1] > 100, f"only {box} has changed, which is no menu"
-        said = self.traffic.calls(interface=MENU, since=begin)
-        assert said or getattr(self.desktop, "OPENS_SILENTLY", False), "the menu was not asked for"
+        assert box[3] - box[1] > 100, f"only {box} has changed, which is too small for a menu"
+        calls = self.traffic.calls(interface=MENU, since=begin)
+        assert calls or getattr(self.desktop, "OPENS_SILENTLY", False), "the panel made no call"
         return box
 
     def close_menu(self):
@@ -141,8 +144,7 @@ class Tour(WindowSteps):
         return hasattr(self.desktop, "ROWS")
 
     def go_to_row(self, menu, name, keys):
-        """Goes to a row of an open menu: by keys, or where the desktop's menus take none, by the
-        pointer."""
+        """Moves to a row of an open menu: with keys, or with the pointer if menus ignore keys."""
         if not self.uses_pointer:
             return self.screen.press(*keys)
         left, top, right, bottom = menu
@@ -150,7 +152,7 @@ class Tour(WindowSteps):
         time.sleep(1)
 
     def choose_row(self):
-        """Chooses the row that was gone to."""
+        """Activates the current row."""
         if self.uses_pointer:
             self.screen.run("xdotool", "click", "1")
         else:
@@ -158,12 +160,12 @@ class Tour(WindowSteps):
 
     def step_menu(self):
         self.open_menu()
-        self.knows(lambda menu: any("embeddings" in str(row) for row in menu), "what came later")
+        self.knows(lambda menu: any("embeddings" in str(row) for row in menu), "a row about embeddings")
         self.shot("4-menu")
         self.close_menu()
 
     def step_submenu(self):
-        """Opens the submenu of the first server."""
+        """Opens the submenu of the first server. Leaves it open for the next step."""
         menu = self.open_menu()
         before = self.screen.at_rest()
         self.go_to_row(menu, "server", ("Down", "Down", "Right"))
@@ -173,8 +175,8 @@ class Tour(WindowSteps):
         assert box[2] <= WIDTH and box[3] - box[1] > 40, f"the submenu is at {box}"
         self.shot("5-submenu")
 
-    def step_a_row_that_acts(self):
-        """Opens a server's page by the first row of the submenu that is open."""
+    def step_row_action(self):
+        """Opens a server's page with the first row of the open submenu."""
         self.go_to_row(self.submenu, "page", ())
         self.choose_row()
         text = eventually(lambda: self.world.opened.exists() and self.world.opened.read_text(),
@@ -183,13 +185,15 @@ class Tour(WindowSteps):
         self.close_menu()
 
     def known(self):
-        """The menu as the panel knows it."""
+        """Returns the outline of the menu that the panel knows."""
         return self.traffic.view(self.traffic.readers(self.started)[-1], self.started).outline()
 
     def knows(self, condition, what):
+        """Waits until the menu that the panel knows meets a condition."""
         eventually(lambda: condition(self.known()), 10, f"{what} in {self.known()}")
 
-    def step_closed_menu_follows(self):
+    def step_closed_menu_update(self):
+        """Checks that the panel learns of changes while the menu is closed."""
         self.world.rename(0, "Renamed while closed")
         self.knows(lambda menu: "Renamed while closed" in menu, "the new name")
         self.world.enable(DISABLED, True)
@@ -200,11 +204,12 @@ class Tour(WindowSteps):
         self.close_menu()
 
     def _rows_of(self, menu, server, beginning):
-        """Whether a submenu has such a row. One that was not read yet will be read as it is."""
+        """Returns whether a submenu has such a row or the panel has not read the submenu."""
         rows = menu[menu.index(server) + 1]
         return rows is None or any(str(row).startswith(beginning) for row in rows)
 
-    def step_open_menu_stays(self):
+    def step_open_menu_unchanged(self):
+        """Checks that an open menu is not changed and that the change appears afterwards."""
         box = self.open_menu()
         area = box[0], box[1], box[2] - box[0] + 1, box[3] - box[1] + 1
         before = self.screen.at_rest(area)
@@ -214,7 +219,7 @@ class Tour(WindowSteps):
         changed = self.screen.picture(area).difference(before)
         self.close_menu()
         assert not changed, f"the open menu has changed at {changed}"
-        # Some hosts do not say that a menu was closed; the next one that opens is up to date.
+        # Some hosts do not report that a menu was closed. They learn of the change when it is reopened.
         self.open_menu()
         self.knows(lambda menu: "Renamed while open" in menu, "the new name")
         self.close_menu()
@@ -222,7 +227,7 @@ class Tour(WindowSteps):
     # Requests
 
     def step_notification(self):
-        """A request waits in the menu; choosing its notification opens the prompt."""
+        """Raises a request without a prompt. Opens the prompt with the action of the notification."""
         self.session.ensure_notifier()
         self.world.hide_dialogs()
         area = self.beyond_panel()
@@ -230,20 +235,20 @@ class Tour(WindowSteps):
         begin = time.monotonic()
         identifier = self.world.raise_request()
         eventually(lambda: self.traffic.calls("Notify", NOTIFICATIONS, begin), what="a notification")
-        box = self.screen.change(before, area, rests=False)  # some count down
-        self.screen.point(*middle(box))  # under the pointer it stays, however slow the machine is
+        box = self.screen.change(before, area, rests=False)  # some have a countdown
+        self.screen.point(*middle(box))  # keeps it open on a slow machine, too
         self.shot("8-notification")
         self.world.restore_dialogs()
-        self._choose_notification(box, begin)
+        self._invoke_action(box, begin)
         eventually(lambda: self.world.prompts(self.tray), what="the prompt")
         self.decide(identifier, "Return", "denied")
 
     def beyond_panel(self):
-        """The screen without the strip in which the panel is."""
+        """Returns the area of the screen above or below the panel."""
         _, top, _, height = self.desktop.PANEL
         return (0, height, WIDTH, HEIGHT - height) if top == 0 else (0, 0, WIDTH, top)
 
-    def _choose_notification(self, box, begin):
+    def _invoke_action(self, box, begin):
         left, top, right, bottom = box
         across, down = getattr(self.desktop, "NOTIFICATION_ACTION", (0.5, 0.5))
         self.screen.click(int(left + across * (right - left)), int(top + down * (bottom - top)))
@@ -251,7 +256,7 @@ class Tour(WindowSteps):
                    "the notification's action")
 
     def decide(self, identifier, key, state):
-        """Goes to the prompt, waits until it accepts keys, and presses one."""
+        """Activates the prompt, waits until it accepts keys, presses one and waits for the state."""
         prompt = self.world.prompts(self.tray)[0]
         if not getattr(self.desktop, "WAYLAND", False):
             window = eventually(lambda: self.screen.windows_of(prompt), what="the prompt's window")
@@ -262,7 +267,7 @@ class Tour(WindowSteps):
         eventually(lambda: not self.world.prompts(self.tray), what="the prompt's end")
 
     def step_prompt(self):
-        """A request while another window has the focus; it is answered after the user went there."""
+        """Raises a request while another window has the focus, and answers it in the prompt."""
         self.park()
         identifier = self.world.raise_request()
         eventually(lambda: self.world.prompts(self.tray), what="the prompt")
@@ -272,20 +277,21 @@ class Tour(WindowSteps):
         self.decide(identifier, "Return", "denied")
 
     def go_to_prompt(self):
-        """Goes to an open prompt as a user does who chooses its row in the menu."""
+        """Activates the open prompt with its row in the menu."""
         menu = self.open_menu()
         self.go_to_row(menu, "request", ("Down",))
         self.choose_row()
         self.park()
 
-    def step_typing_on(self):
-        """Keys for a terminal, while a prompt appears, decide nothing."""
+    def step_typing_elsewhere(self):
+        """Types into a terminal while a prompt appears. The keys must not answer the request."""
         terminal = "foot" if getattr(self.desktop, "WAYLAND", False) else "xterm"
         self.session.start("terminal", terminal)
         time.sleep(3)
         self.screen.click(400, 350)
         identifier = self.world.raise_request("cat /etc/shadow")
-        # By one program: a pause of half a second, as between two on a busy machine, is no typing.
+        # Starts xdotool once. After a pause of half a second, which is possible between two starts on
+        # a busy machine, the prompt accepts keys.
         self.screen.run("xdotool", "key", "--delay", "80", *TYPED * 5)
         state = self.world.agent.state(identifier)
         self.shot("10-after-typing")
@@ -293,11 +299,12 @@ class Tour(WindowSteps):
         if state == "pending":
             self.world.withdraw(identifier)
         eventually(lambda: not self.world.prompts(self.tray), what="the prompt's end")
-        assert state == "pending", f"what was typed into a terminal made the request {state}"
+        assert state == "pending", f"keys for a terminal made the request {state}"
 
     # Restarts
 
-    def step_shell_restarts(self):
+    def step_shell_restart(self):
+        """Kills and restarts the shell. Checks that the item reappears with its menu."""
         self.session.kill_shell()
         begin = time.monotonic()
         self.session.start_shell()
@@ -311,8 +318,9 @@ class Tour(WindowSteps):
     def after_shell(self):
         getattr(self.desktop, "after_shell", lambda session: None)(self.session)
 
-    def step_tray_restarts(self):
-        """After its sudden end: the item goes, comes back, and the servers are connected again."""
+    def step_tray_restart(self):
+        """Kills and restarts the tray. Checks that the item disappears and reappears with its menu, and
+        that the servers are connected again."""
         before = self.screen.at_rest(self.desktop.PANEL)
         self.tray.send(signal.SIGKILL)
         self.tray.wait()
@@ -320,33 +328,35 @@ class Tour(WindowSteps):
         self.started = time.monotonic()
         self.start_tray()
         took = self.world.until_connected(3, limit=30)
-        assert took < 15, f"the servers were connected only after {took:.0f} s"
+        assert took < 15, f"the servers were connected after {took:.0f} s, not within 15 s"
         self.screen.at_rest(self.desktop.PANEL)
         self.shot("12-tray-restarted")
         self.open_menu()
         self.close_menu()
 
     def step_second_start(self):
+        """Checks that a second tray exits and leaves the first one running."""
         again = Tray(self.world, "--desktop")
         assert again.wait() == 0, again.lines
-        assert self.tray.process.poll() is None, "the first one has ended"
+        assert self.tray.process.poll() is None, "the first tray has ended"
 
-    def step_silence(self):
-        """Nothing is sent while nothing changes."""
+    def step_no_idle_signals(self):
+        """Checks that the tray sends no signals while its state is constant."""
         time.sleep(QUIET)
         begin = time.monotonic()
         time.sleep(5)
-        said = [call for call in self.traffic.calls(since=begin)
-                if call.is_signal and call.interface in (MENU, ITEM)]
-        assert len(said) <= 1, said  # the download may have got a percent further
+        signals = [call for call in self.traffic.calls(since=begin)
+                   if call.is_signal and call.interface in (MENU, ITEM)]
+        assert len(signals) <= 1, signals  # one when the download reaches the next percent
 
-    def step_menu_is_what_the_tray_says(self):
-        """The last one with the panel: reading the menu makes this program one of its hosts."""
+    def step_menu_matches_tray(self):
+        """Compares the menu that the panel knows with that of the tray. No later step uses the panel,
+        because reading the menu makes this program another host."""
         known, wanted = self.known(), outline_of(self.session.item.layout())
         assert not differences(known, wanted), differences(known, wanted)
 
     def recover(self):
-        """After a step that failed, closes what it may have left open."""
+        """Closes everything that a failed step may have left open, and withdraws its requests."""
         self.world.restore_dialogs()
         if "terminal" in self.session.processes:
             self.session.kill("terminal")
@@ -357,6 +367,7 @@ class Tour(WindowSteps):
             self.world.withdraw(request["id"])
 
     def close(self):
+        """Ends the tray."""
         if self.tray is not None:
             if self.tray.process.poll() is None:
                 self.tray.send(signal.SIGTERM)

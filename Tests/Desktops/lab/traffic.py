@@ -1,4 +1,4 @@
-"""What the programs of a desktop say to the tray, and what they therefore know about its menu."""
+"""Records the messages of a desktop and the tray. Derives the menu that the desktop knows."""
 
 import threading
 import time
@@ -13,7 +13,7 @@ RULES = [f"interface='{name}'" for name in
 
 
 class Call:
-    """A method call or a signal, with the reply as soon as there is one."""
+    """A method call or a signal. `reply` is None until a call is answered."""
 
     def __init__(self, message):
         self.time = time.monotonic()
@@ -30,21 +30,22 @@ class Call:
 
 
 class Traffic:
-    """Records what passes over a bus, from its start until it is closed."""
+    """Records the messages on a bus that match RULES, from its construction until `close`. Locks its
+    records, because messages arrive on a thread of the D-Bus library."""
 
     def __init__(self, address):
         flags = (Gio.DBusConnectionFlags.AUTHENTICATION_CLIENT
                  | Gio.DBusConnectionFlags.MESSAGE_BUS_CONNECTION)
         self._lock = threading.Lock()
         self._calls = []
-        self._waiting = {}  # by sender and serial
+        self._waiting = {}  # calls by sender and serial
         self._connection = Gio.DBusConnection.new_for_address_sync(address, flags, None, None)
-        self._connection.add_filter(self._heard)
+        self._connection.add_filter(self._record)
         self._connection.call_sync(
             "org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus.Monitoring",
             "BecomeMonitor", GLib.Variant("(asu)", (RULES, 0)), None, 0, 5000, None)
 
-    def _heard(self, _connection, message, incoming):
+    def _record(self, _connection, message, incoming):
         kind = message.get_message_type()
         with self._lock:
             if incoming and kind in (Gio.DBusMessageType.METHOD_CALL, Gio.DBusMessageType.SIGNAL):
@@ -59,14 +60,14 @@ class Traffic:
         return message if not incoming or kind == Gio.DBusMessageType.METHOD_RETURN else None
 
     def calls(self, member=None, interface=None, since=0.0):
-        """What was said, in its order."""
+        """Returns the recorded calls and signals in order. `since` is a time of the monotonic clock."""
         with self._lock:
             return [call for call in self._calls
                     if member in (None, call.member) and interface in (None, call.interface)
                     and call.time >= since]
 
     def events(self, name, since=0.0):
-        """The rows for which a host reported an event, singly or in a group."""
+        """Returns the ids of the rows for which hosts sent an event, alone or in a group."""
         rows = [call.values[0] for call in self.calls("Event", MENU, since)
                 if call.values[1] == name]
         for call in self.calls("EventGroup", MENU, since):
@@ -74,18 +75,18 @@ class Traffic:
         return rows
 
     def readers(self, since=0.0):
-        """The connections that have read the menu, the newest last."""
+        """Returns the connections that have read the menu, in the order of their last reads."""
         senders = [call.sender for call in self.calls("GetLayout", MENU, since) if call.reply]
         return sorted(set(senders), key=lambda sender: -senders[::-1].index(sender))
 
     def view(self, host, since):
-        """The menu as one host knows it, of a tray that was started at that time."""
+        """Returns the menu that a host knows, of the tray that was started at `since`."""
         view = HostView()
         for call in self.calls(interface=MENU, since=since):
             if call.is_signal:
-                view.hear(call)
+                view.apply_signal(call)
             elif call.sender == host and call.reply is not None:
-                view.read(call)
+                view.apply_reply(call)
         return view
 
     def close(self):
@@ -93,16 +94,16 @@ class Traffic:
 
 
 class HostView:
-    """A menu as far as its host has read it and was notified of it."""
+    """The part of a menu that a host knows from replies and signals."""
 
     def __init__(self):
-        self.properties = {}  # by the id of the row
-        self.children = {}    # the ids of its rows, by the id of the menu; absent when never read
+        self.properties = {}  # by row id
+        self.children = {}    # row ids by menu id, without menus that were never read
 
-    def read(self, call):
+    def apply_reply(self, call):
         if call.member == "GetLayout":
             parent, depth, names = call.values
-            self._keep(call.reply[1], depth, names)
+            self._store(call.reply[1], depth, names)
         elif call.member == "GetGroupProperties":
             for row, properties in call.reply[0]:
                 self.properties.setdefault(row, {}).update(properties)
@@ -110,7 +111,7 @@ class HostView:
             row, name = call.values
             self.properties.setdefault(row, {})[name] = call.reply[0]
 
-    def _keep(self, row, depth, names):
+    def _store(self, row, depth, names):
         identifier, properties, children = row
         if names:
             self.properties.setdefault(identifier, {}).update(properties)
@@ -120,9 +121,9 @@ class HostView:
             return
         self.children[identifier] = [child[0] for child in children]
         for child in children:
-            self._keep(child, depth - 1, names)
+            self._store(child, depth - 1, names)
 
-    def hear(self, call):
+    def apply_signal(self, call):
         if call.member != "ItemsPropertiesUpdated":
             return
         updated, removed = call.values
@@ -134,8 +135,8 @@ class HostView:
                 self.properties.get(row, {}).pop(name, None)
 
     def outline(self, menu=0):
-        """Labels without dots, with those of a submenu in a list behind them. A submenu that the
-        host has not read is None."""
+        """Returns the labels of a menu (see `label_of`) or None if the host has not read it. The label
+        of a submenu is followed by the outline of the submenu."""
         if menu not in self.children:
             return None
         shown = []
@@ -147,6 +148,8 @@ class HostView:
 
 
 def label_of(properties):
+    """Returns a label without the dot of its state and, unless it is about embeddings, without the
+    text after a dash."""
     label = properties.get("label", "---")
     for dot in ("⚪ ", "🟢 ", "🟠 ", "🔴 "):
         label = label.removeprefix(dot)
@@ -154,7 +157,7 @@ def label_of(properties):
 
 
 def outline_of(layout):
-    """The same of a layout that was read at once."""
+    """Returns the outline of a complete layout."""
     shown = []
     for _, properties, children in layout[2]:
         shown.append(label_of(properties))
@@ -164,7 +167,8 @@ def outline_of(layout):
 
 
 def differences(known, layout):
-    """What a host knows wrongly; what it has not read yet is not wrong."""
+    """Returns pairs of lists of labels: those that a host knows, and those of the layout, for each menu
+    where they differ. Ignores menus that the host has not read."""
     if known is None:
         return []
     labels = [each for each in known if isinstance(each, str)]

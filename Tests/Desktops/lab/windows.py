@@ -1,4 +1,4 @@
-"""The steps about windows that the user asks for: the log, the folder chooser, an update."""
+"""Steps for windows that the user opens: the log, the folder chooser and the update progress."""
 
 import threading
 import time
@@ -8,10 +8,10 @@ from support.tray import eventually
 
 
 class WindowSteps:
-    """Opens windows without the pointer, whose steps come before. Part of `Tour`."""
+    """Steps that open windows without the pointer. A base class of `Tour`."""
 
     def step_log_window(self):
-        """The log of a server's private network, as its row in the menu opens it."""
+        """Opens the log of a server's tailnet by the row in the menu."""
         item = self.session.item
         before = self.screen.at_rest()
         item.event(item.find("Tailnet Logs…"), "clicked")
@@ -19,21 +19,21 @@ class WindowSteps:
         eventually(lambda: not self.world.prompts(self.tray), what="the end of the log window")
 
     def step_folder_window(self):
-        """The desktop's own folder chooser if there is a portal, else that of the tray."""
+        """Opens and cancels the folder chooser, of the desktop if it has a portal, else of the tray."""
         answers = []
         path = f"/servers/{self.world.servers[0]}/roots"
-        asking = threading.Thread(
+        request = threading.Thread(
             target=lambda: answers.append(self.world.api.ask("POST", path, limit=60)))
         before = self.screen.at_rest()
-        asking.start()
+        request.start()
         try:
             self.look_at_window("14-folder", before, "Share|Choose a project folder")
         finally:
-            asking.join()
+            request.join()
         assert answers == [(200, {"ok": True})], answers
 
     def step_update_window(self):
-        """The progress of a download, as the tray shows it."""
+        """Opens and cancels the window that shows the progress of a download."""
         before = self.screen.at_rest()
         window = Window(self.screen, {"alert": DOWNLOAD})
         try:
@@ -46,8 +46,8 @@ class WindowSteps:
             window.close()
 
     def look_at_window(self, name, before, title):
-        """Takes a picture of a window that opens, and closes it by Escape."""
-        self.screen.change(before, limit=20, rests=False)  # a cursor may blink in it
+        """Waits for a window, takes a picture of it, and closes it with Escape."""
+        self.screen.change(before, limit=20, rests=False)  # the window may have a blinking cursor
         self.shot(name)
         if not getattr(self.desktop, "WAYLAND", False):
             self.screen.activate(title)

@@ -1,4 +1,4 @@
-"""The tray's own world on a desktop: servers in several states, an agent, a browser, a window."""
+"""The world of a tour: servers in several states, an agent, a browser and a desktop window."""
 
 import json
 import time
@@ -8,10 +8,13 @@ from support.control_api import ControlApi, Window
 from support.tray import World, command_name, descendants, eventually, free_port
 
 LABELS = ["Patient Hill", "lab_north & <south>…", "Archive", "Build farm"]
-DISABLED, NEVER_JOINED = 2, 3  # places in LABELS
+DISABLED, NEVER_JOINED = 2, 3  # indices of LABELS
 
 
 class LabWorld(World):
+    """A world whose loopback addresses are different for each `number`. The file `opened` contains the
+    arguments of the browser."""
+
     def __init__(self, number):
         super().__init__()
         for component in ("desktop", "updater"):
@@ -24,7 +27,7 @@ class LabWorld(World):
         self._add_browser()
         self.servers = self._add_servers(number)
         self.add_files(40)
-        self.environment.update(ZEPHYL_SANDBOX_MODEL_RATE="20000")  # a percent in a minute
+        self.environment.update(ZEPHYL_SANDBOX_MODEL_RATE="20000")  # one percent per minute
 
     def _add_browser(self):
         browser = self.root / "bin" / "xdg-open"
@@ -69,7 +72,7 @@ class LabWorld(World):
         self.agent.call("DELETE", f"/sandbox/requests/{identifier}")
 
     def hide_dialogs(self):
-        """Takes the dialogs program away, so that a request waits in the menu."""
+        """Hides the dialogs program, so that a request stays in the menu."""
         self.dialogs.rename(self.dialogs.with_suffix(".hidden"))
 
     def restore_dialogs(self):
@@ -78,11 +81,11 @@ class LabWorld(World):
             hidden.rename(self.dialogs)
 
     def prompts(self, tray):
-        """The ids of the dialogs programs."""
+        """Returns the process ids of the tray's dialogs programs."""
         return [pid for pid in descendants(tray.pid) if command_name(pid) == self.dialogs.name[:15]]
 
     def until_connected(self, count=2, limit=30.0):
-        """Waits until that many servers are connected, and returns how long it took."""
+        """Waits until `count` servers are connected. Returns the seconds that it took."""
         begin = time.monotonic()
 
         def connected():
