@@ -1,25 +1,26 @@
-# Functions that create fresh minimal roots of Debian releases. Sourced, not run. Needs root and
-# debootstrap. Results that take long are cached in $XDG_CACHE_HOME/zephyl-tray.
+# Functions that create fresh minimal roots of Debian releases, for scripts that source this file.
+# They need root and debootstrap, and cache the roots in $XDG_CACHE_HOME/zephyl-tray.
 
 cache="${XDG_CACHE_HOME:-$HOME/.cache}/zephyl-tray"
 
-# The exit status of a check that could not be made.
+# The exit status of a check that is impossible on this system.
 readonly skipped=77
 
-# skip TEXT...: prints the reason and ends the script, because a check is impossible.
+# skip TEXT...: prints the reason and exits with that status.
 skip() {
   echo "SKIPPED: $*"
   exit "$skipped"
 }
 
-# require_roots TEXT: ends the script unless it can create roots. TEXT names the skipped check.
+# require_roots TEXT: skips the check unless roots can be created. TEXT says which check is skipped.
 require_roots() {
   ((EUID == 0)) || skip "$1: this needs root"
   command -v debootstrap >/dev/null || skip "$1: debootstrap is not installed"
   mkdir -p "$cache"
 }
 
-# make_root RELEASE ROOT: creates a root with debootstrap. ROOT is an empty directory.
+# make_root RELEASE ROOT: creates a root with debootstrap, or from the cache. ROOT must be an empty
+# directory.
 make_root() {
   local release="$1" root="$2" base="$cache/$1.tar" fresh
   if [[ ! -f "$base" ]]; then
@@ -38,10 +39,10 @@ make_root() {
   chmod 0755 "$root"
 }
 
-# enter_root ROOT [NAME=VALUE...] COMMAND...: runs a command in the sources that are in the root.
-# The command runs in a mount and process namespace of its own. The kernel removes the namespace with
-# all processes and mounts, even if this script is killed. The directory $shared, if it is set, is
-# /shared in the root. If $cgroups is set, the root sees the control groups, which systemd needs.
+# enter_root ROOT [NAME=VALUE...] COMMAND...: runs a command in /root/zephyl-tray of the root. The
+# command has a separate mount and process namespace. The kernel removes the namespace with all
+# processes and mounts, even if this script is killed. If $shared is set, it is mounted as /shared. If
+# $cgroups is set, the control groups are mounted, which systemd needs.
 enter_root() {
   cp -L /etc/resolv.conf "$1/etc/resolv.conf"
   SHARED="${shared:-}" CGROUPS="${cgroups:-}" unshare --mount --pid --fork --kill-child bash -euo pipefail -s -- "$@" <<'INSIDE'
