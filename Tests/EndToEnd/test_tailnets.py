@@ -9,10 +9,20 @@ import time
 
 from support.control_api import start_api, window  # noqa: F401 (fixtures)
 from support.memory import kilobytes
-from support.tray import command_name, descendants, eventually, is_alive, without_sanitizers
+from support.tray import (SANDBOX, command_name, descendants, eventually, is_alive,
+                          without_sanitizers)
 
 STUBBORN = "#!/bin/sh\ntrap '' TERM\n{first}while :; do sleep 0.2; done\n"
 
+# Reports the address of its server all the time. One server has another address once the file exists.
+ADDRESS = """#!/bin/sh
+echo data tunnel on http://a:80
+address=https://server-$$.example
+while sleep 0.05; do
+  if mv {move} {move}d 2>/dev/null; then address=https://moved.example; fi
+  echo target resolved to $address
+done
+"""
 
 # Reports 5,000 server names a second for three seconds.
 FLOOD = f"""#!{sys.executable}
@@ -45,18 +55,26 @@ def test_a_joined_server_is_connected_and_reports_its_name(world, start_tray):
 
 
 @without_sanitizers("slow programs do not report within a second")
-def test_a_learned_address_restarts_the_agent_once(world, start_tray):
-    world.use_sandbox_agent()
-    world.use_sandbox_tailnet()
+def test_learned_addresses_restart_the_agent_once(world, start_tray):
+    starts, move = world.root / "agent-starts", world.root / "move"
+    world.use_agent_script(f"#!/bin/sh\necho >>{starts}\nexec {SANDBOX}/zephyl-agent \"$@\"\n")
+    world.use_tailnet_script("tailscaled", "#!/bin/sh\nexec sleep 1000\n")
+    world.use_tailnet_script("zephyl-tailnet", ADDRESS.format(move=move))
     world.add_servers(3)
     tray = start_tray()
-    first = tray.agent_pid()
+
+    def start_count():
+        return len(starts.read_text()) if starts.exists() else 0
     eventually(lambda: all("address" in entry for entry in world.registry()))
-    second = eventually(lambda: next((p for p in programs(tray, "zephyl-agent") if p != first), None))
-    eventually(lambda: not is_alive(first))
+    eventually(lambda: start_count() == 2, what="a restart")
     tray.log_line("3 of 3 servers connected")
-    time.sleep(1.5)  # longer than the second in which learned addresses are gathered
-    assert programs(tray, "zephyl-agent") == [second]
+    began = time.monotonic()
+    move.touch()
+    eventually(lambda: start_count() > 2, what="a restart for the new address")
+    # The tray gathers addresses for a second. Another restart for the first ones would come earlier.
+    assert time.monotonic() - began > 1.5 and start_count() == 3
+    assert "https://moved.example" in [entry["address"] for entry in world.registry()]
+    eventually(lambda: len(programs(tray, "zephyl-agent")) == 1, what="the end of the other agents")
 
 
 def test_a_pair_that_loses_a_child_is_restarted(world, start_tray):
