@@ -147,6 +147,7 @@ def test_only_the_server_can_report_events_of_a_notification(bus, demo, forge):
     forge(server.PATH, NOTIFICATIONS, "ActionInvoked", "(us)", number, "show")
     forge(server.PATH, NOTIFICATIONS, "ActivationToken", "(us)", number, "stolen")
     forge(server.PATH, NOTIFICATIONS, "NotificationClosed", "(uu)", number, 2)
+    demo.settle()
     assert "notification" not in demo.names()
     server.send_signal("ActionInvoked", "(us)", number, "show")
     assert demo.event("notification")["identifier"] == "a"
@@ -159,6 +160,9 @@ def test_only_the_watcher_can_report_a_host(watcher, demo, forge):
     forge("/StatusNotifierWatcher", WATCHER, "StatusNotifierHostRegistered", "()")
     watcher.announce_host()
     watcher.item(2)
+    # The registrations of both announcements would have been sent before this answer.
+    watcher.peer.wait_for(unique_name(watcher.peer))
+    watcher.peer.emit("/", "org.zephyl.Test", "Done")  # after the received calls were handled
     assert len(watcher.items) == 2
 
 

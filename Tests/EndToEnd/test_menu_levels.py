@@ -45,14 +45,6 @@ def menu_with(change):
     return menu
 
 
-def settle(demo):
-    """Waits until main thread and bus thread of the demo have handled all commands, because a query
-    about a new application passes through both."""
-    asked = demo.names().count("running")
-    demo.do("running", identifier=f"org.zephyl.nobody{asked}")
-    demo.event("running", asked + 1)
-
-
 def test_submenus_are_read_before_they_open(host):
     assert host.outline() == in_color([each if isinstance(each, str) else [] for each in OUTLINE])
     shows(host, OUTLINE)
@@ -117,7 +109,7 @@ def test_reads_return_the_new_menu_while_signals_are_delayed(bus, demo, item):
         demo.do("icon", icon="busy" if number % 2 else "idle")
         demo.do("title", text=f" {number}")
     demo.set_menu(menu_with(lambda menu: menu.insert(0, ROW)))
-    settle(demo)
+    demo.settle()
     assert outline(reader.layout())[0] == "New row"
 
 
@@ -131,13 +123,13 @@ def test_an_opening_menu_is_current_even_if_signals_are_delayed(bus, demo, item)
         demo.do("icon", icon="busy" if number % 2 else "idle")
         demo.set_menu(menu_with(lambda menu: menu.append({"key": f"x{number}", "title": "x"})))
     demo.set_menu_on_update(menu_with(lambda menu: menu.insert(0, ROW)))
-    settle(demo)
+    demo.settle()
     peer.signals.clear()
     reader.about_to_show(0)
     demo.event("willOpen")
-    settle(demo)
+    demo.settle()
     eventually(lambda: peer.heard("LayoutUpdated"), what="a signal before it reads")
     assert outline(reader.layout())[0] == "New row"
     demo.set_menu(SAMPLE)
-    settle(demo)
+    demo.settle()
     assert outline(reader.layout())[0] == "New row", "what an open menu shows stays"

@@ -69,6 +69,14 @@ class Demo:
         self.do("running", identifier="org.zephyl.nobody")  # commands are handled in order
         self.event("running", before + 1)
 
+    def settle(self):
+        """Waits until both threads of the demo have handled all earlier commands, and its main thread
+        all messages that its bus thread has received. A query about a new application passes through
+        both."""
+        asked = self.names().count("running")
+        self.do("running", identifier=f"org.zephyl.nobody{asked}")
+        self.event("running", asked + 1)
+
     def names(self):
         return [event["event"] for event in self.events]
 
