@@ -37,7 +37,7 @@ def offer_of(updater):
 def refused_download(updater, offer, reason, **values):
     before = snapshot(updater.prefix)
     report = updater.download(offer, **values)
-    assert reason in report.get("failed", ""), report
+    assert "failed" in report and reason in report["failed"], report
     assert snapshot(updater.prefix) == before
     left = [path.name for path in updater.directory.iterdir()] if updater.directory.exists() else []
     assert left in ([], ["lock"]), left
