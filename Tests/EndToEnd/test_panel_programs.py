@@ -50,6 +50,7 @@ def test_a_panel_that_finds_only_installed_icons_gets_pixmaps(item_in):
     item = item_in("xapp-sn-watcher")
     assert item.get("IconThemePath") != ""
     assert item.get("IconName") == ""
+    assert item.get("IconPixmap") != []
 
 
 def test_such_a_panel_gets_the_name_of_an_installed_icon(item_in, tmp_path):

@@ -41,6 +41,7 @@ def test_has_all_properties_that_hosts_read(item):
     assert properties["Menu"].startswith(item.path)
     for unused in ("Overlay", "Attention"):
         assert (properties[f"{unused}IconName"], properties[f"{unused}IconPixmap"]) == ("", [])
+    assert properties["IconPixmap"]
     for width, height, pixels in properties["IconPixmap"]:
         assert 16 <= width == height <= 64
         assert len(pixels) == 4 * width * height
