@@ -53,6 +53,10 @@ def test_a_window_fits_on_a_screen_with_few_large_pixels(screen, show, request_)
     assert int(shape["WIDTH"]) < WIDTH and int(shape["HEIGHT"]) < HEIGHT, shape
 
 
+def scroll_bars(window):
+    return [each for each in window.all() if each.role == "scroll bar" and each.has("showing")]
+
+
 @pytest.mark.parametrize("scale", ["1", "1.25", "1.5", "1.75", "2"])
 @pytest.mark.parametrize("alert", [APPROVAL, INVITE], ids=["approval", "invite"])
 def test_a_text_that_fits_is_shown_whole_at_any_scale(screen, show, scale, alert):
@@ -60,5 +64,9 @@ def test_a_text_that_fits_is_shown_whole_at_any_scale(screen, show, scale, alert
     for button in alert["buttons"]:  # one that permits something waits for the end of the text
         eventually(lambda button=button: window.find("push button", button).has("enabled"),
                    what=f"an enabled button {button!r}")
-    bars = [each for each in window.all() if each.role == "scroll bar" and each.has("showing")]
-    assert not bars
+    assert not scroll_bars(window)
+
+
+def test_a_text_that_does_not_fit_has_a_scroll_bar(show):
+    """Shows that the test above can fail."""
+    assert len(scroll_bars(show(alert=LONG).accessible())) == 1
