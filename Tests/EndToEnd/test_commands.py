@@ -151,18 +151,19 @@ def test_a_typed_key_is_not_echoed(tray, commands):
     assert "secret" not in shown
 
 
+def read_until(process, text):
+    """Reads lines up to one that contains the text. Fails if the process ends before."""
+    while text not in (line := process.stdout.readline()):
+        assert line, process.stderr.read()
+
+
 def test_the_log_of_the_agent_is_followed(world, tray, commands):
     assert "listening on" in commands.run("logs").stdout
     follower = commands.start("logs", "--follow")
     try:
-        lines = []
-        while "listening on" not in "".join(lines):
-            lines.append(follower.stdout.readline())
+        read_until(follower, "listening on")
         assert commands.run("restart-agent").returncode == 0
-        while "".join(lines).count("listening on") < 2:
-            line = follower.stdout.readline()
-            assert line, follower.stderr.read()
-            lines.append(line)
+        read_until(follower, "listening on")
         tray.stop()
         assert follower.wait(10) == 1
         assert "The tray has ended." in follower.stderr.read()
@@ -177,8 +178,7 @@ def test_watch_prints_a_line_for_each_change(world, tray, commands):
         assert "reachable, 1 folder" in words.stdout.readline()
         assert json.loads(values.stdout.readline())["agent"]["reachable"]
         os.kill(tray.agent_pid(), signal.SIGKILL)
-        while "agent not reachable" not in words.stdout.readline():
-            pass
+        read_until(words, "agent not reachable")
         while json.loads(values.stdout.readline())["agent"]["reachable"]:
             pass
         words.send_signal(signal.SIGINT)
