@@ -20,6 +20,8 @@ from support.tray import descendants, eventually, is_alive
 
 MOST_BYTES = 65536
 MOST_CONNECTIONS = 256
+MOST_BUFFERED_BYTES = int(pathlib.Path("/proc/sys/net/ipv4/tcp_wmem").read_text().split()[2])
+IDLE = "#!/bin/sh\nexec sleep 1000\n"
 NO_KEY = "expected a JSON body with a \"key\" field"
 BAD_KEY = "That doesn't look like a Zephyl invite key."
 
@@ -267,16 +269,35 @@ def test_silent_clients_delay_nobody(api):
         assert max(times) < 0.5, times
 
 
-def test_a_client_that_does_not_read_delays_nobody(api):
+def test_a_client_that_does_not_read_delays_nobody(world, start_api):
+    world.use_agent_script(IDLE)
+    world.use_tailnet_script("tailscaled", IDLE)
+    world.use_tailnet_script("zephyl-tailnet", "#!/bin/sh\nyes $(printf %04000d 0) | head -40\nexec sleep 1000\n")
+    world.add_servers(MOST_BUFFERED_BYTES // 160_000 + 4)  # each has 40 lines of 4,000 bytes
+    api = start_api()
+    request = api.head("GET /diagnostics HTTP/1.1")
+    eventually(lambda: len(api.exchange(request)) > MOST_BUFFERED_BYTES, what="a long answer")
     with contextlib.ExitStack() as open_sockets:
-        for _ in range(20):
-            sock = open_sockets.enter_context(socket.socket())
+        clients = [open_sockets.enter_context(socket.socket()) for _ in range(4)]
+        for sock in clients:
             sock.setsockopt(socket.SOL_SOCKET, socket.SO_RCVBUF, 1)
             sock.connect(("127.0.0.1", api.port))
-            sock.sendall(api.head("GET /diagnostics HTTP/1.1"))
+            sock.sendall(request)
+        for sock in clients:
+            assert select.select([sock], [], [], 10)[0], "no beginning of an answer"
         began = time.monotonic()
         api.get("/status")
         assert time.monotonic() - began < 0.5
+        assert unfinished_answers(api.port) == len(clients)
+        assert api.tray.stop() == 0
+
+
+def unfinished_answers(port):
+    """Returns the number of connections with unsent data that the server has not closed yet."""
+    established = "01"
+    lines = [line.split() for line in pathlib.Path("/proc/net/tcp").read_text().splitlines()[1:]]
+    return sum(fields[1].endswith(f":{port:04X}") and fields[3] == established
+               and int(fields[4].split(":")[0], 16) > 0 for fields in lines)
 
 
 def test_the_257th_connection_replaces_the_oldest_waiting_one(api):
@@ -367,7 +388,7 @@ def test_it_listens_only_on_loopback(api):
 
 
 def test_a_port_in_use_is_only_logged(world, window, start_tray):
-    world.use_agent_script("#!/bin/sh\nexec sleep 1000\n")
+    world.use_agent_script(IDLE)
     with socket.create_server(("127.0.0.1", world.control_port)):
         tray = start_tray()
         tray.log_line("[tray] could not start the onboarding listener: ")
@@ -379,7 +400,7 @@ def test_a_port_in_use_is_only_logged(world, window, start_tray):
 
 @pytest.mark.parametrize("port", ["65536", "70000"])
 def test_an_invalid_port_ends_the_tray_in_order(world, start_tray, port):
-    world.use_agent_script("#!/bin/sh\nexec sleep 1000\n")
+    world.use_agent_script(IDLE)
     world.environment["ZEPHYL_ONBOARD_PORT"] = port
     tray = start_tray()
     children = tray.children()
@@ -390,7 +411,7 @@ def test_an_invalid_port_ends_the_tray_in_order(world, start_tray, port):
 
 
 def test_the_port_is_free_for_the_next_tray_at_once(world, start_api):
-    world.use_agent_script("#!/bin/sh\nexec sleep 1000\n")
+    world.use_agent_script(IDLE)
     for _ in range(3):
         api = start_api()
         assert api.get("/servers") == {"servers": []}
@@ -398,7 +419,7 @@ def test_the_port_is_free_for_the_next_tray_at_once(world, start_api):
 
 
 def test_it_ends_in_order_with_pending_requests(world, start_api):
-    world.use_agent_script("#!/bin/sh\nexec sleep 1000\n")
+    world.use_agent_script(IDLE)
     api = start_api()
     stopped = threading.Event()
     unexpected = []
