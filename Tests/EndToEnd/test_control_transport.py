@@ -16,7 +16,7 @@ import pytest
 
 from support.control_api import (TOKEN_HEADER, receive_all, shared_api, split_answer,  # noqa: F401
                                  start_api, status_of, window)  # noqa: F401
-from support.tray import descendants, eventually, is_alive
+from support.tray import descendants, eventually
 
 MOST_BYTES = 65536
 MOST_CONNECTIONS = 256
@@ -249,7 +249,7 @@ def test_the_token_is_valid_for_one_run_and_only_the_window_has_it(world, window
 def read(path):
     try:
         return pathlib.Path(path).read_bytes()
-    except (FileNotFoundError, ProcessLookupError):
+    except (FileNotFoundError, ProcessLookupError, PermissionError):
         return b""
 
 
@@ -403,11 +403,26 @@ def test_an_invalid_port_ends_the_tray_in_order(world, start_tray, port):
     world.use_agent_script(IDLE)
     world.environment["ZEPHYL_ONBOARD_PORT"] = port
     tray = start_tray()
-    children = tray.children()
     assert tray.wait() == 1
     lines = [line for line in tray.lines if port in line]
     assert len(lines) == 1 and lines[0].startswith("[tray] ")
-    assert not any(map(is_alive, children))
+    eventually(lambda: not processes_in(world), 3, "the end of its children")
+
+
+def processes_in(world):
+    """Returns the ids of all processes with the home of a world."""
+    home = f"HOME={world.home}".encode()
+    return [path.parent.name for path in pathlib.Path("/proc").glob("[0-9]*/environ")
+            if home in read(path).split(b"\0")]
+
+
+def test_the_processes_of_a_world_are_found(world, start_api):
+    """Shows that the test above can fail."""
+    world.use_agent_script(IDLE)
+    api = start_api()
+    eventually(lambda: len(processes_in(world)) == 4, what="tray, guardian, agent and window")
+    assert api.tray.stop() == 0
+    eventually(lambda: not processes_in(world), 3, "the end of all processes")
 
 
 def test_the_port_is_free_for_the_next_tray_at_once(world, start_api):
