@@ -232,7 +232,11 @@ def start_several(start, close, scene, first):
     times = []
     for number in range(STARTS):
         program, begin = start()
-        times.append(scene.milliseconds_to_ready(begin, first + number))
+        try:
+            times.append(scene.milliseconds_to_ready(begin, first + number))
+        except AssertionError:
+            close(program)
+            raise
         if number < STARTS - 1:
             close(program)
     item, ready = map(statistics.median, zip(*times))
@@ -241,7 +245,7 @@ def start_several(start, close, scene, first):
 
 def measure_tray(scene, seconds):
     def close(tray):
-        scene.window.told.unlink(missing_ok=True)
+        scene.window.environment_file.unlink(missing_ok=True)
         tray.stop()
     result, tray = start_several(scene.start_tray, close, scene, 1)
     try:
