@@ -37,11 +37,12 @@ def main():
     Window(world)
     agent, stopping = ScriptedAgent(world.agent_port), threading.Event()
     stream(agent, 1000, stopping)
-    item = None
     watcher = Watcher(bus.peer())
     tray = Tray(world, "--desktop")
     try:
         item = watcher.item()
+        item.properties()  # the tray sends signals only to a host that has read item and menu
+        item.layout()
         time.sleep(3)
         used, memory, signals = cpu_seconds(tray.pid), resident_memory(tray.pid), len(item.signals())
         time.sleep(seconds)
