@@ -212,15 +212,18 @@ def test_it_answers_at_once_while_it_indexes_a_large_folder(start, tmp_path):
             (root / str(directory) / f"{number}.txt").write_text(content)
     agent = start("--port", "0", "--embed-rate", "0")
     agent.share(root)
-    slowest, seen = 0, set()
-    while not (index := agent.activity()["indexing"][0])["ready"]:
+    seen = set()
+
+    def is_ready():
+        index = agent.activity()["indexing"][0]
         seen.add(index["lexicalFiles"])
         began = time.monotonic()
         agent.get("/api/status")
-        slowest = max(slowest, time.monotonic() - began)
-    assert index["lexicalFiles"] == 4000
-    assert any(0 < files < 4000 for files in seen), "progress shows"
-    assert slowest < 0.5
+        assert time.monotonic() - began < 0.5
+        return index["ready"]
+    eventually(is_ready, 60, "an index")
+    assert max(seen) == 4000
+    assert any(0 < files < 4000 for files in seen), "no progress was reported"
 
 
 # Embedding and the model
