@@ -52,8 +52,8 @@ class ThreadPool {
   bool shortage_ = false;  // the last attempt to start a thread failed
 };
 
-/// Waits at its destruction until the pool is idle. Objects that are declared before it and that
-/// tasks use, such as the clock, are thereby alive until the last task has run.
+/// Waits at its destruction until the pool is idle. Objects that are declared before it, such as
+/// the clock, thereby outlive all tasks that were submitted until then.
 class ThreadPoolDrain {
  public:
   explicit ThreadPoolDrain(ThreadPool& pool) : pool_(pool) {}
