@@ -64,10 +64,8 @@ class Demo:
 
     def set_menu_on_update(self, menu):
         """Sets the menu for the next update request, and waits until the demo has stored it."""
-        before = self.names().count("running")
         self.do("menuOnUpdate", menu=menu)
-        self.do("running", identifier="org.zephyl.nobody")  # commands are handled in order
-        self.event("running", before + 1)
+        self.settle()  # commands are handled in order
 
     def settle(self):
         """Waits until both threads of the demo have handled all earlier commands, and its main thread
