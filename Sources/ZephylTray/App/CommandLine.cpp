@@ -7,7 +7,7 @@
 
 #include "System/Data/Format.hpp"
 #include "System/Data/Text.hpp"
-#include "ZephylTray/Commands/Client/CommandArguments.hpp"
+#include "ZephylTray/Commands/Protocol/CommandArguments.hpp"
 
 namespace zephyl {
 

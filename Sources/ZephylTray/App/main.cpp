@@ -14,6 +14,7 @@
 
 #include <unistd.h>
 
+#include "Desktop/Freedesktop/Bus/SessionServices.hpp"
 #include "Desktop/Freedesktop/SingleInstance.hpp"
 #include "Helpers/Updates/Client/ProcessUpdater.hpp"
 #include "Helpers/Updates/Client/TrialStart.hpp"
@@ -37,8 +38,7 @@
 #include "ZephylTray/App/CommandLine.hpp"
 #include "ZephylTray/App/FrontEnd.hpp"
 #include "ZephylTray/App/SingleOwnerLock.hpp"
-#include "ZephylTray/Commands/Client/CommandArguments.hpp"
-#include "ZephylTray/Commands/Doctor/SessionChecks.hpp"
+#include "ZephylTray/Commands/Protocol/CommandArguments.hpp"
 #include "ZephylTray/Config/Config.hpp"
 #include "ZephylTray/Registry/Servers.hpp"
 
@@ -114,6 +114,13 @@ Ending runUntilEnd(AppDelegate& delegate, const Runtime& runtime, const Requests
   manager.notifyStopping();
   recordEnd();
   return {.status = status};
+}
+
+/// Determines whether a panel shows the icon. Waits for the session bus.
+TrayHost findTrayHost() {
+  const auto services = SessionServices::find();
+  if (!services.bus) return TrayHost::noBus;
+  return services.host ? TrayHost::present : TrayHost::absent;
 }
 
 CommandSetup commandSetup(CommandLine::Mode mode) {

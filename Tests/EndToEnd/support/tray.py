@@ -117,6 +117,7 @@ class World:
         self.agent_port = free_port()
         self.control_port = free_port()
         self.install("tray")
+        self.install("commands")
         for directory in (self.home, self.folder, self.resources / "agent"):
             directory.mkdir(parents=True)
         self.environment = {
@@ -131,7 +132,7 @@ class World:
         } | SANITIZERS
 
     def install(self, component):
-        """Adds a component of the build to the installation: "tray", "desktop" or "updater"."""
+        """Adds a component of the build to the installation, such as "desktop"."""
         shutil.copytree(installed(component), self.prefix, symlinks=True, dirs_exist_ok=True)
 
     @property

@@ -34,7 +34,7 @@ TEST(Doctor, WritesALineForEachFinding) {
 }
 
 TEST(Doctor, ExplainsAMissingIcon) {
-  const SessionFacts complete{
+  const SessionServices complete{
       .bus = true, .watcher = true, .host = true, .notifications = true, .portal = true};
   EXPECT_FALSE(isAnyWrong(checkSession(complete, true)));
   auto session = complete;

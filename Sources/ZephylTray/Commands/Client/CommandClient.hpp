@@ -3,7 +3,7 @@
 #include <functional>
 #include <string>
 
-#include "ZephylTray/Commands/Client/CommandArguments.hpp"
+#include "ZephylTray/Commands/Protocol/CommandArguments.hpp"
 
 namespace zephyl {
 

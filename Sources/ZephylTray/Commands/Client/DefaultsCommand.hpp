@@ -1,6 +1,6 @@
 #pragma once
 
-#include "ZephylTray/Commands/Client/CommandArguments.hpp"
+#include "ZephylTray/Commands/Protocol/CommandArguments.hpp"
 
 namespace zephyl {
 

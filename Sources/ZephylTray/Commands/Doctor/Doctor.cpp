@@ -41,7 +41,7 @@ Findings examineEnvironment() {
   const bool display = hasDisplay();
   const auto tray = findRunningTray();
   add(checkTray(tray));
-  add(checkSession(findSession(), display));
+  add(checkSession(SessionServices::find(), display));
   add(checkPrograms(display));
   add(checkPorts(tray.process.has_value()));
   add(checkFiles());

@@ -1,4 +1,4 @@
-#include "ZephylTray/Commands/Client/CommandArguments.hpp"
+#include "ZephylTray/Commands/Protocol/CommandArguments.hpp"
 
 #include <algorithm>
 #include <array>
