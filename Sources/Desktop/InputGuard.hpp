@@ -19,13 +19,8 @@ class InputGuard {
 
   /// Must be called when the window has appeared or become active.
   void restart(Instant now) { opensAt_ = now + settling; }
-  /// Must be called when a key was pressed in the window. Postpones the opening unless the guard is
-  /// open.
-  void keyPressed(Instant now) {
-    if (!isOpen(now)) postpone(now);
-  }
-  /// Must be called when keys may have been pressed that have not arrived yet. Closes the guard for
-  /// `quiet`.
+  /// Must be called when a key was pressed while the guard was closed, and when keys may have been
+  /// pressed that have not arrived yet. Closes the guard for `quiet` at least.
   void postpone(Instant now) { opensAt_ = std::max(opensAt_, now + quiet); }
 
   /// Returns whether the guard is open. Requires a previous call of `restart`.

@@ -34,10 +34,10 @@ WrappedText::Room roomFor(double shareOfHeight) {
           static_cast<int>(screen.height() * shareOfHeight)};
 }
 
-InputShield::Policy shieldingOf(const Alert& alert) {
-  if (!alert.requestedByUser) return InputShield::Policy::always;
-  return alert.permittingButtons.empty() ? InputShield::Policy::never
-                                         : InputShield::Policy::afterReturning;
+WindowGuard::Policy shieldingOf(const Alert& alert) {
+  if (!alert.requestedByUser) return WindowGuard::Policy::always;
+  return alert.permittingButtons.empty() ? WindowGuard::Policy::never
+                                         : WindowGuard::Policy::afterReturning;
 }
 
 }  // namespace

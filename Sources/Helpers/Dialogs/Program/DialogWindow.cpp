@@ -8,7 +8,7 @@
 
 namespace zephyl {
 
-DialogWindow::DialogWindow(Conversation& conversation, InputShield::Policy shielding)
+DialogWindow::DialogWindow(Conversation& conversation, WindowGuard::Policy shielding)
     : conversation_(conversation),
       shield_(*this, shielding, [this](bool accepts) { acceptInput(accepts); }) {
   painted_.setSingleShot(true);

@@ -17,7 +17,7 @@ class DialogWindow : public QDialog {
   static constexpr std::chrono::minutes copiedTextTimeout{30};
 
   /// The conversation must outlive the window.
-  DialogWindow(Conversation& conversation, InputShield::Policy shielding);
+  DialogWindow(Conversation& conversation, WindowGuard::Policy shielding);
 
   /// Shows the window in front of other windows. If the user did not request it, it does not take
   /// the focus, where the window system permits that, and asks for attention instead.

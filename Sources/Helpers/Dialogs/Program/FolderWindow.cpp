@@ -15,7 +15,7 @@ constexpr QSize pickerSize{680, 460};
 }  // namespace
 
 FolderWindow::FolderWindow(Conversation& conversation, const FolderRequest& request)
-    : DialogWindow(conversation, InputShield::Policy::never) {
+    : DialogWindow(conversation, WindowGuard::Policy::never) {
   setWindowTitle(buttonText(request.prompt));
   setAccessibleDescription(plainText(request.message));
   message_.setTextFormat(Qt::PlainText);

@@ -7,6 +7,8 @@
 
 namespace zephyl {
 
+using namespace std::chrono_literals;
+
 namespace {
 
 Instant now() {
@@ -40,11 +42,15 @@ bool isInput(QEvent::Type type) {
 
 }  // namespace
 
-InputShield::InputShield(QWidget& window, Policy policy, std::function<void(bool)> changed)
-    : window_(window), policy_(policy), changed_(std::move(changed)) {
+InputShield::InputShield(QWidget& window, WindowGuard::Policy policy,
+                         std::function<void(bool)> changed)
+    : window_(window), changed_(std::move(changed)), guard_(policy) {
   opening_.setSingleShot(true);
   opening_.setTimerType(Qt::PreciseTimer);
-  connect(&opening_, &QTimer::timeout, this, [this] { openUnlessLate(); });
+  connect(&opening_, &QTimer::timeout, this, [this] {
+    guard_.due(now());
+    update();
+  });
 }
 
 void InputShield::watch() {
@@ -52,51 +58,28 @@ void InputShield::watch() {
 }
 
 void InputShield::exposed() {
-  exposed_ = true;
-  if (policy_ == Policy::always) {
-    restart();
-  } else {
-    update();
-  }
+  guard_.exposed(now());
+  update();
 }
 
 void InputShield::activationChanged(bool active) {
-  active_ = active;
-  if (policy_ == Policy::afterReturning && !active) policy_ = Policy::always;
-  if (policy_ == Policy::always) restart();
-}
-
-bool InputShield::isOpen() const {
-  return exposed_ && (policy_ != Policy::always || guard_.isOpen(now()));
-}
-
-void InputShield::restart() {
-  guard_.restart(now());
+  guard_.activationChanged(active, now());
   update();
 }
 
 void InputShield::update() {
-  const bool open = isOpen();
-  const bool accepts = open && (active_ || policy_ != Policy::always);
-  if (!open && exposed_) {
+  if (const auto due = guard_.dueAt()) {
     // Rounded up, because a timer that fires early would find the guard closed and start again.
-    const auto remaining = std::min(guard_.remaining(now()), InputGuard::settling);
-    const auto delay = std::chrono::ceil<std::chrono::milliseconds>(remaining);
-    opening_.start(delay);
-    due_ = now() + delay;
+    opening_.start(std::max(std::chrono::ceil<std::chrono::milliseconds>(*due - now()), 0ms));
   }
-  if (std::exchange(accepts_, accepts) != accepts) changed_(accepts);
-}
-
-void InputShield::openUnlessLate() {
-  // The program was held up. Keys from that time are still on their way to it.
-  if (now() > due_ + InputGuard::maxLateness) guard_.postpone(now());
-  update();
+  if (accepts_ == guard_.accepts()) return;
+  accepts_ = guard_.accepts();
+  changed_(accepts_);
 }
 
 bool InputShield::eventFilter(QObject* watched, QEvent* event) {
   const auto type = event->type();
-  if (type == QEvent::Close && event->spontaneous() && !isOpen()) {
+  if (type == QEvent::Close && event->spontaneous() && !guard_.isOpen(now())) {
     event->ignore();
     return true;
   }
@@ -107,10 +90,10 @@ bool InputShield::eventFilter(QObject* watched, QEvent* event) {
 
 void InputShield::handleIgnored(QEvent::Type type) {
   if (type == QEvent::KeyPress) {
-    guard_.postpone(now());  // also if it is due to open, and the timer has not fired yet
+    guard_.keyIgnored(now());  // also if it is due to open, and the timer has not fired yet
     update();
   }
-  if (isPress(type) && !active_) window_.activateWindow();
+  if (isPress(type) && !guard_.isActive()) window_.activateWindow();
 }
 
 }  // namespace zephyl

@@ -5,26 +5,20 @@
 #include <QTimer>
 #include <functional>
 
-#include "Desktop/InputGuard.hpp"
+#include "Helpers/Dialogs/Program/WindowGuard.hpp"
 
 class QWidget;
 
 namespace zephyl {
 
-/// Protects a window from keys and clicks that were meant for another window. No window accepts
-/// input before it is on screen. A shielded window accepts it only while it is active and its
-/// `InputGuard` is open. A click on a shielded inactive window only activates it.
+/// Protects a window from keys and clicks that were meant for another window, as its `WindowGuard`
+/// decides. A click on a window that is not active and ignores input only activates it.
 class InputShield final : public QObject {
  public:
-  enum class Policy {
-    never,
-    afterReturning,  ///< after the window was inactive for the first time
-    always,
-  };
-
   /// Calls `changed` when the window starts or stops accepting input. The window must outlive the
   /// shield.
-  InputShield(QWidget& window, Policy policy, std::function<void(bool accepts)> changed);
+  InputShield(QWidget& window, WindowGuard::Policy policy,
+              std::function<void(bool accepts)> changed);
 
   /// Starts to filter the events of the window, which must have a native window.
   void watch();
@@ -39,21 +33,14 @@ class InputShield final : public QObject {
   bool eventFilter(QObject* watched, QEvent* event) override;
 
  private:
-  [[nodiscard]] bool isOpen() const;
-  void restart();
+  /// Handles a change of the guard: sets the timer and reports whether the window accepts input.
   void update();
-  /// Handles the end of the timer.
-  void openUnlessLate();
   void handleIgnored(QEvent::Type type);
 
   QWidget& window_;
-  Policy policy_;
   const std::function<void(bool)> changed_;
-  InputGuard guard_;
+  WindowGuard guard_;
   QTimer opening_;
-  Instant due_{};  // when the timer is to fire
-  bool exposed_ = false;
-  bool active_ = false;
   bool accepts_ = false;
 };
 

@@ -42,8 +42,8 @@ QFont monospaced(double scale) {
 }  // namespace
 
 LogViewer::LogViewer(Conversation& conversation, const LogWindow& window)
-    : DialogWindow(conversation, window.requestedByUser ? InputShield::Policy::never
-                                                        : InputShield::Policy::always),
+    : DialogWindow(conversation, window.requestedByUser ? WindowGuard::Policy::never
+                                                        : WindowGuard::Policy::always),
       fullText_(QString::fromStdString(visibleLines(window.fullText))),
       message_(plainText(window.message), bold(font()),
                {contentWidth, maxMessageLines * fontMetrics().lineSpacing()}) {
