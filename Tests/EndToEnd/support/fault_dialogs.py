@@ -5,7 +5,7 @@ import json
 # The contents of the file:
 #   deny, allow   answer after a moment
 #   wait          show the window and wait until the file changes
-#   hang          show the window and do not answer pings
+#   hang          show the window and do not answer pings; the tray may deny the request then
 #   die           exit with a failure
 #   garbage       print a line that is not JSON
 PROGRAM = """#!/usr/bin/python3 -IS
@@ -26,13 +26,16 @@ if mode() == "garbage":
     print("this is no report", flush=True)
 report(shown=True)
 os.set_blocking(0, False)
-begun, pending = time.monotonic(), b""
+begun, pending, hangs = time.monotonic(), b"", False
 while True:
     readable, _, _ = select.select([0], [], [], 0.05)
     piece = os.read(0, 65536) if readable else None
     if piece == b"":
         break
     if mode() == "hang":
+        if not hangs:
+            record("hang")
+        hangs = True
         continue
     *lines, pending = (pending + (piece or b"")).split(b"\\n")
     orders = [json.loads(line) for line in lines]
@@ -72,6 +75,6 @@ class FaultDialogs:
         new.replace(self._mode)
 
     def answers(self, kind, target):
-        """Returns how often a prompt for this target was answered in this way."""
+        """Returns how often a prompt for this target was answered in this way, or hung."""
         records = map(json.loads, self._record.read_text().splitlines())
         return sum(answer == kind and target in json.dumps(request) for answer, request in records)

@@ -311,9 +311,10 @@ class FaultRun:
                 return
             self.seen[f"requests found {state}"] += 1
             allowed, denied = (self.dialogs.answers(kind, target) for kind in ("allow", "deny"))
-            if state == "approved" and not allowed or state == "denied" and not denied:
+            lost = self.dialogs.answers("hang", target)
+            if state == "approved" and not allowed or state == "denied" and not denied + lost:
                 raise Violation(f"request {identifier} is {state}, answers: {allowed} x allow, "
-                                f"{denied} x deny")
+                                f"{denied} x deny, {lost} x hang")
             if allowed + denied > 1 and state != "pending":
                 self.note(f"request {identifier} was asked about {allowed + denied} times")
 
