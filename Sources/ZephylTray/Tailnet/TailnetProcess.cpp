@@ -6,26 +6,12 @@
 #include "System/Concurrency/MainLoop.hpp"
 #include "System/Concurrency/Weakly.hpp"
 #include "System/Data/Format.hpp"
-#include "System/Data/Secret.hpp"
-#include "System/Data/Text.hpp"
-#include "System/Files/Files.hpp"
-#include "System/Files/Log.hpp"
-#include "ZephylTray/Config/Config.hpp"
 #include "ZephylTray/Registry/Servers.hpp"
+#include "ZephylTray/Tailnet/TailnetLaunch.hpp"
 
 namespace zephyl {
 
 namespace {
-
-constexpr auto daemonName = "tailscaled";
-constexpr auto clientName = "zephyl-tailnet";
-constexpr auto daemonTag = "tailscaled";
-constexpr auto clientTag = "tailnet";
-constexpr std::size_t maxSocketPathBytes = 104;
-
-std::string loopback(std::int64_t port) {
-  return formatText("127.0.0.1:{}", port);
-}
 
 std::chrono::seconds retryDelay(std::int64_t failures) {
   constexpr std::int64_t longest = 60;
@@ -39,14 +25,24 @@ TailnetProcess::TailnetProcess(const Runtime& runtime, ServerEntry server,
     : runtime_(runtime),
       server_(std::move(server)),
       queue_("com.zephyl.tray.tailnet." + server_.id, runtime.pool, runtime.clock),
+      output_(published_, preauthKey_,
+              {.discovered =
+                   [this] {
+                     runtime_.mainLoop.async(
+                         weakly(this, [](TailnetProcess& self) { self.recordDiscoveries(); }));
+                   },
+               .enrolmentFailed = [this] { handleFailedEnrolment(); }}),
+      children_(runtime.clock, published_,
+                [this](Duration delay, Task task) {
+                  queue_.after(delay,
+                               weakly(this, [task = std::move(task)](TailnetProcess&) { task(); }));
+                }),
       predecessor_(std::move(predecessor)) {}
-
-TailnetProcess::~TailnetProcess() = default;
 
 void TailnetProcess::start() {
   queue_.sync([this] {
     stopRequested_ = false;
-    clearFailures();
+    published_.change([](TailnetState& state) { state.clearFailures(); });
     startLocked();
   });
   reportStateChange();
@@ -56,7 +52,8 @@ void TailnetProcess::stop(Task ended) {
   queue_.sync([&] {
     cancelStarts();
     endPair([this, ended = std::move(ended)] {
-      if (ended) onMain([ended](TailnetProcess&) { ended(); });
+      if (!ended) return;
+      runtime_.mainLoop.async(weakly(this, [ended](TailnetProcess&) { ended(); }));
     });
   });
   reportStateChange();
@@ -68,19 +65,13 @@ void TailnetProcess::restart() {
 
 void TailnetProcess::startRedeeming(SecretString preauthKey) {
   queue_.sync([&] {
-    pendingPreauthKey_ = std::move(preauthKey);
-    ++keyNumber_;
+    preauthKey_.store(std::move(preauthKey));
     restartLocked();
   });
 }
 
 void TailnetProcess::requestStop() {
-  SharedPair pair;
-  {
-    const std::scoped_lock lock(published_);
-    pair = visible_.pair;
-  }
-  if (pair) pair->requestEnd();
+  children_.requestEnd();
   onQueue([](TailnetProcess& self) {
     self.cancelStarts();
     self.endPair(nullptr);
@@ -90,67 +81,21 @@ void TailnetProcess::requestStop() {
 void TailnetProcess::finishStop(Instant deadline) {
   const SharedPair pair = queue_.sync([this] {
     cancelStarts();
-    if (visible_.pair) visible_.pair->requestEnd();
-    return visible_.pair;
+    children_.requestEnd();
+    return children_.pair();
   });
-  if (!pair) return;
-  for (const auto& child : {pair->client(), pair->daemon()}) {
-    if (child && !child->waitForExit(deadline - runtime_.clock.now())) kill(*child);
-  }
-}
-
-bool TailnetProcess::isRunning() const {
-  const std::scoped_lock lock(published_);
-  return visible_.pair && visible_.pair->isRunning();
-}
-
-TailnetState TailnetProcess::state() const {
-  const std::scoped_lock lock(published_);
-  return visible_.state;
-}
-
-std::vector<std::string> TailnetProcess::recentLog() const {
-  const std::scoped_lock lock(published_);
-  return visible_.log.lines();
-}
-
-LogTail TailnetProcess::logSince(std::uint64_t position) const {
-  const std::scoped_lock lock(published_);
-  return visible_.log.since(position);
-}
-
-bool TailnetProcess::hasLog() const {
-  const std::scoped_lock lock(published_);
-  return !visible_.log.empty();
+  if (pair) children_.awaitEnd(*pair, deadline);
 }
 
 void TailnetProcess::startLocked() {
-  if (stopRequested_ || (visible_.pair && !visible_.pair->isEnded())) return;
+  if (stopRequested_) return;
+  if (const auto pair = children_.pair(); pair && !pair->isEnded()) return;
   endPair([this] { launchPair(); });
-}
-
-void TailnetProcess::launchPair() {
-  if (stopRequested_ || visible_.pair) return;
-  const auto tailscaled = Config::tailnetBinary(daemonName);
-  const auto client = Config::tailnetBinary(clientName);
-  if (!tailscaled || !client) return;
-  if (!server_.isJoined()) {
-    logMessage("no tailnet invite has been redeemed yet; not starting the tailnet");
-    return;
-  }
-  prepareDirectories();
-  if (hasTarget()) publish([this] { visible_.state.unresolvedTarget.reset(); });
-  const auto pair = std::make_shared<TailnetPair>();
-  if (!launchDaemon(pair, {*tailscaled, *client})) return;
-  ++attempts_;
-  queue_.after(clientDelay, weakly(this, [pair, program = *client](TailnetProcess& self) {
-                 self.launchClient(pair, program);
-               }));
 }
 
 void TailnetProcess::restartLocked() {
   stopRequested_ = false;
-  clearFailures();
+  published_.change([](TailnetState& state) { state.clearFailures(); });
   endPair([this, attempt = ++attempts_] {
     if (attempts_ == attempt) startLater(restartDelay);
   });
@@ -165,100 +110,78 @@ void TailnetProcess::startLater(Duration delay) {
                }));
 }
 
-void TailnetProcess::prepareDirectories() {
-  if (const auto made = createDirectories(Servers::tailnetStateDir(server_.id)); !made) {
-    logMessage("could not create tailnet state dir: " + made.error().message);
+void TailnetProcess::launchPair() {
+  if (stopRequested_ || children_.pair()) return;
+  const auto launch = TailnetLaunch::choose();
+  if (!launch) return;
+  if (!server_.isJoined()) {
+    return published_.logMessage(
+        "no tailnet invite has been redeemed yet; not starting the tailnet");
   }
-  const std::string socket = Servers::controlSocketPath(server_.id);
-  if (const auto made = createDirectories(parentDirectory(socket)); !made) {
-    logMessage("could not create socket dir: " + made.error().message);
+  for (const auto& obstacle : TailnetLaunch::prepareDirectories(server_)) {
+    published_.logMessage(obstacle);
   }
-  (void)removePath(socket);
-  if (socket.size() >= maxSocketPathBytes) {
-    logMessage(
-        formatText("socket path is {} bytes; macOS caps it at {}. tailscaled will fail to bind: {}",
-                   socket.size(), maxSocketPathBytes, socket));
+  if (TailnetLaunch::hasTarget(server_)) {
+    published_.change([](TailnetState& state) { state.unresolvedTarget.reset(); });
   }
+  const auto pair = std::make_shared<TailnetPair>();
+  if (!launchDaemon(pair, *launch)) return;
+  ++attempts_;
+  queue_.after(clientDelay, weakly(this, [pair, launch = *launch](TailnetProcess& self) {
+                 self.launchClient(pair, launch);
+               }));
 }
 
-bool TailnetProcess::launchDaemon(const SharedPair& pair, const Programs& programs) {
-  auto options = childOptions(pair, daemonName, daemonTag);
-  options.executable = programs.tailscaled;
-  options.arguments = {"--tun=userspace-networking", "--port=0",
-                       "--socks5-server=" + loopback(server_.ports.socks),
-                       "--statedir=" + Servers::tailnetStateDir(server_.id),
-                       "--socket=" + Servers::controlSocketPath(server_.id)};
-  auto tailscaled = runtime_.launcher.launch(std::move(options));
-  if (!tailscaled) {
-    logMessage(formatText("failed to start {}: {}", daemonName, tailscaled.error().message));
+bool TailnetProcess::launchDaemon(const SharedPair& pair, const TailnetLaunch& launch) {
+  const auto& program = TailnetProgram::daemon;
+  auto options = launch.daemon(server_);
+  connect(options, pair, program);
+  auto daemon = runtime_.launcher.launch(std::move(options));
+  if (!daemon) {
+    published_.logMessage(
+        formatText("failed to start {}: {}", program.name, daemon.error().message));
     scheduleRetry();
     return false;
   }
-  pair->setDaemon(*tailscaled);
-  publish([&] { visible_.pair = pair; });
+  pair->setDaemon(*daemon);
+  children_.setPair(pair);
   return true;
 }
 
-void TailnetProcess::launchClient(const SharedPair& pair, const std::string& program) {
+void TailnetProcess::launchClient(const SharedPair& pair, const TailnetLaunch& launch) {
   if (stopRequested_ || (pair->isEnded() && !pair->hasFailed())) return;
+  const auto& program = TailnetProgram::client;
   if (!pair->daemon()->isRunning()) {
-    logMessage(formatText("{} did not stay up; not starting {}", daemonName, clientName));
-    return;
+    return published_.logMessage(formatText("{} did not stay up; not starting {}",
+                                            TailnetProgram::daemon.name, program.name));
   }
-  auto options = childOptions(pair, clientName, clientTag);
-  options.executable = program;
-  options.arguments = clientArguments();
-  options.environment["ZEPHYL_TAILSCALED_SOCKET"] = Servers::controlSocketPath(server_.id);
-  if (pendingPreauthKey_) {
-    options.environment["ZEPHYL_PREAUTH_KEY"] = *pendingPreauthKey_;
-    pair->setKeyNumber(keyNumber_);
-  }
+  auto options = launch.client(server_, preauthKey_.stored());
+  connect(options, pair, program);
+  if (preauthKey_.stored()) pair->setKeyNumber(preauthKey_.number());
   auto client = runtime_.launcher.launch(std::move(options));
   if (!client) {
-    logMessage(formatText("failed to start {}: {}", clientName, client.error().message));
+    published_.logMessage(
+        formatText("failed to start {}: {}", program.name, client.error().message));
     pair->markEnded();
-    scheduleRetry();
-    return;
+    return scheduleRetry();
   }
   pair->setClient(*client);
   reportStateChange();
 }
 
-std::vector<std::string> TailnetProcess::clientArguments() const {
-  std::vector<std::string> arguments{"--fingerprint",     *server_.tailnetFingerprint,
-                                     "--socks5",          loopback(server_.ports.socks),
-                                     "--state-dir",       Servers::tailnetStateDir(server_.id),
-                                     "--shim-listen",     loopback(server_.ports.shim),
-                                     "--tunnel-listen",   server_.ports.tunnelHost + ":80",
-                                     "--tunnel-fallback", server_.ports.tunnelFallbackAddr()};
-  if (hasTarget()) arguments.insert(arguments.end(), {"--target", *server_.address});
-  return arguments;
-}
-
-bool TailnetProcess::hasTarget() const {
-  return !isBlank(server_.address.value_or(""));
-}
-
-ProcessOptions TailnetProcess::childOptions(const SharedPair& pair, const std::string& name,
-                                            const std::string& tag) {
-  ProcessOptions options{.environment = currentEnvironment()};
-  attachLogging(options, pair, tag);
+void TailnetProcess::connect(ProcessOptions& options, const SharedPair& pair,
+                             const TailnetProgram& program) {
+  options.onOutput = weakly(this, [pair = std::weak_ptr(pair), tag = program.tag](
+                                      TailnetProcess& self, OutputLines output) {
+    const auto shared = std::make_shared<OutputLines>(std::move(output));
+    self.onQueue([pair, shared, tag](TailnetProcess& tailnet) {
+      tailnet.output_.handle(pair.lock().get(), *shared, tag);
+    });
+  });
   options.onExit =
-      weakly(this, [pair = std::weak_ptr(pair), name](TailnetProcess& self, ExitStatus status) {
-        self.onQueue([pair, name, status](TailnetProcess& tailnet) {
-          tailnet.handleChildExit(pair.lock(), name, status);
-        });
-      });
-  return options;
-}
-
-void TailnetProcess::attachLogging(ProcessOptions& options, const SharedPair& pair,
-                                   const std::string& tag) {
-  options.onOutput =
-      weakly(this, [pair = std::weak_ptr(pair), tag](TailnetProcess& self, OutputLines output) {
-        const auto shared = std::make_shared<OutputLines>(std::move(output));
-        self.onQueue([pair, shared, tag](TailnetProcess& tailnet) {
-          tailnet.appendLog(pair.lock(), *shared, tag);
+      weakly(this, [pair = std::weak_ptr(pair), program](TailnetProcess& self, ExitStatus status) {
+        self.onQueue([pair, program, status](TailnetProcess& tailnet) {
+          tailnet.handleChildExit(pair.lock(), program, status);
         });
       });
 }
@@ -270,108 +193,80 @@ void TailnetProcess::cancelStarts() {
 
 /// Runs `then` on the queue when the pair has ended, after the tasks of earlier calls.
 void TailnetProcess::endPair(Task then) {
-  if (then) ending_.then.push_back(std::move(then));
+  if (then) children_.whenEnded(std::move(then));
   if (predecessor_) {
-    predecessor_->stop(weakly(this, [](TailnetProcess& self) {
+    return predecessor_->stop(weakly(this, [](TailnetProcess& self) {
       self.onQueue([](TailnetProcess& tailnet) {
-        if (std::exchange(tailnet.predecessor_, nullptr)) tailnet.finishEnding();
+        if (std::exchange(tailnet.predecessor_, nullptr)) tailnet.children_.end();
       });
     }));
-    return;
   }
-  if (visible_.pair) visible_.pair->requestEnd();
-  publish([this] {
-    visible_.state.boundAddress.reset();
-    visible_.state.activeRelay.reset();
+  published_.change([](TailnetState& state) {
+    state.boundAddress.reset();
+    state.activeRelay.reset();
   });
-  continueEnding();
+  children_.end();
 }
 
-/// Starts the grace of the next child that still runs. Called after each exit of a child, too.
-void TailnetProcess::continueEnding() {
-  const auto child = visible_.pair ? visible_.pair->nextToEnd() : nullptr;
-  if (!child) return finishEnding();
-  if (std::exchange(ending_.graceHolder, child) == child) return;
-  queue_.after(terminationGrace, weakly(this, [weak = std::weak_ptr(child)](TailnetProcess& self) {
-                 const auto late = weak.lock();
-                 if (late && late->isRunning()) self.kill(*late);
-               }));
-}
-
-void TailnetProcess::finishEnding() {
-  ending_.graceHolder.reset();
-  publish([this] { visible_.pair.reset(); });
-  for (const auto& task : std::exchange(ending_.then, {})) task();
-}
-
-void TailnetProcess::kill(ChildProcess& child) {
-  logMessage(formatText("{} ignored SIGTERM; killing it", child.pid()));
-  child.killGroup();
-}
-
-void TailnetProcess::handleChildExit(const SharedPair& pair, const std::string& name,
+void TailnetProcess::handleChildExit(const SharedPair& pair, const TailnetProgram& program,
                                      ExitStatus status) {
-  logMessage(status.reason == ExitStatus::Reason::exited
-                 ? formatText("{} exited with status {}", name, status.status)
-                 : formatText("{} terminated", name));
-  const bool isCurrent = pair && pair == visible_.pair;
+  published_.logMessage(status.reason == ExitStatus::Reason::exited
+                            ? formatText("{} exited with status {}", program.name, status.status)
+                            : formatText("{} terminated", program.name));
+  const bool isCurrent = pair && pair == children_.pair();
   if (isCurrent && !pair->isEnded() && !stopRequested_) {
     pair->markFailed();
     endPair(nullptr);
     scheduleRetry();
-  } else if (isCurrent && ending_.graceHolder) {
-    continueEnding();
+  } else if (isCurrent) {
+    children_.handleExit();
   }
+  reportStateChange();
+}
+
+void TailnetProcess::handleFailedEnrolment() {
+  cancelStarts();
+  endPair(nullptr);
   reportStateChange();
 }
 
 void TailnetProcess::scheduleRetry() {
   if (stopRequested_) return;
-  publish([this] { ++visible_.state.failureCount; });
-  const auto failures = visible_.state.failureCount;
-  Duration delay = stalledDelay;
+  const auto failures = published_.change([](TailnetState& state) { return ++state.failureCount; });
   if (failures <= maxFailures) {
-    const auto seconds = retryDelay(failures);
-    logMessage(formatText("retrying the tailnet in {}s (attempt {}/{})", seconds.count(), failures,
-                          maxFailures));
-    delay = seconds;
-  } else {
-    publish([this] { visible_.state.stalledReason = "Not connecting — retrying every 5 min"; });
-    logMessage(formatText("still cannot start the tailnet after {} attempts; trying again in 5m",
-                          failures));
-    reportStateChange();
+    const auto delay = retryDelay(failures);
+    published_.logMessage(formatText("retrying the tailnet in {}s (attempt {}/{})", delay.count(),
+                                     failures, maxFailures));
+    return startLater(delay);
   }
-  startLater(delay);
-}
-
-void TailnetProcess::clearFailures() {
-  publish([this] {
-    visible_.state.failureCount = 0;
-    visible_.state.stalledReason.reset();
-  });
-}
-
-void TailnetProcess::appendLine(std::string line) {
-  publish([&] { visible_.log.append(std::move(line)); });
-}
-
-void TailnetProcess::logMessage(const std::string& text) {
-  logLine(text);
-  appendLine("[tray] " + text);
+  published_.change(
+      [](TailnetState& state) { state.stalledReason = "Not connecting — retrying every 5 min"; });
+  published_.logMessage(
+      formatText("still cannot start the tailnet after {} attempts; trying again in 5m", failures));
+  reportStateChange();
+  startLater(stalledDelay);
 }
 
 void TailnetProcess::onQueue(std::function<void(TailnetProcess&)> work) {
   queue_.async(weakly(this, std::move(work)));
 }
 
-void TailnetProcess::onMain(std::function<void(TailnetProcess&)> work) {
-  runtime_.mainLoop.async(weakly(this, std::move(work)));
+void TailnetProcess::recordDiscoveries() {
+  const auto found = output_.extractDiscoveries();
+  if (found.address) {
+    const bool changed = Servers::recordDiscoveredAddress(server_.id, *found.address);
+    if (changed && onAddressLearned) onAddressLearned();
+  }
+  if (found.name) Servers::recordDiscoveredName(server_.id, *found.name);
+  if (found.accent) Servers::recordDiscoveredAccent(server_.id, *found.accent);
+  if (found.unresolvedTarget && onTargetUnresolved) onTargetUnresolved(*found.unresolvedTarget);
+  if (onStateChange) onStateChange();
 }
 
 void TailnetProcess::reportStateChange() {
-  onMain([](TailnetProcess& self) {
+  runtime_.mainLoop.async(weakly(this, [](TailnetProcess& self) {
     if (self.onStateChange) self.onStateChange();
-  });
+  }));
 }
 
 }  // namespace zephyl

@@ -3,10 +3,7 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
-#include <mutex>
-#include <optional>
 #include <string>
-#include <string_view>
 #include <vector>
 
 #include "System/Concurrency/Runtime.hpp"
@@ -14,23 +11,15 @@
 #include "System/Data/LogRing.hpp"
 #include "System/Processes/ChildProcess.hpp"
 #include "ZephylTray/Registry/ServerEntry.hpp"
-#include "ZephylTray/Tailnet/TailnetPair.hpp"
+#include "ZephylTray/Tailnet/PreauthKey.hpp"
+#include "ZephylTray/Tailnet/PublishedTailnet.hpp"
+#include "ZephylTray/Tailnet/TailnetChildren.hpp"
+#include "ZephylTray/Tailnet/TailnetOutput.hpp"
 
 namespace zephyl {
 
-struct TailnetAnnouncement;
-
-/// The displayed state of a tailnet: a copy, taken at one moment.
-struct TailnetState {
-  std::optional<std::string> boundAddress;   ///< the data tunnel's local address, "host:port"
-  std::optional<std::string> activeRelay;    ///< the relay that verified the server's control plane
-  std::optional<std::string> stalledReason;  ///< set while retries follow the slow schedule
-  std::optional<std::string> lastEnrolError;
-  std::optional<std::string> unresolvedTarget;
-  std::int64_t failureCount = 0;  ///< consecutive failed starts and exits
-
-  bool operator==(const TailnetState&) const = default;
-};
+struct TailnetLaunch;
+struct TailnetProgram;
 
 /// Keeps one server's private network running: `tailscaled`, the overlay daemon, and
 /// `zephyl-tailnet`, which joins the server's network through it and gives the agent access to it.
@@ -55,8 +44,6 @@ struct TailnetState {
 /// a child that was asked to end, or of an earlier pair, are logged and have no other effect. A
 /// delayed launch or a retry has no effect if a later operation has superseded it.
 ///
-/// While a pre-authorisation key is stored, it is removed from the children's output.
-///
 /// The server is a copy made at construction. Later changes of the registry reach the children only
 /// through a new instance. Owned by a `shared_ptr`. Delayed work and children hold it weakly. All
 /// state is changed on the queue "com.zephyl.tray.tailnet.<server id>". Readers get published
@@ -68,14 +55,13 @@ class TailnetProcess : public std::enable_shared_from_this<TailnetProcess> {
   static constexpr std::int64_t maxFailures = 6;
   static constexpr Duration clientDelay = std::chrono::seconds(1);
   static constexpr Duration restartDelay = std::chrono::milliseconds(800);
-  static constexpr Duration terminationGrace = ChildProcess::terminationGrace;
+  static constexpr Duration terminationGrace = TailnetChildren::grace;
   static constexpr Duration stalledDelay = std::chrono::minutes(5);
 
   /// `predecessor`, if not null, is a stopped instance for the same server. No child is started
   /// before its children have ended.
   TailnetProcess(const Runtime& runtime, ServerEntry server,
                  std::shared_ptr<TailnetProcess> predecessor = nullptr);
-  ~TailnetProcess();
   TailnetProcess(const TailnetProcess&) = delete;
   TailnetProcess& operator=(const TailnetProcess&) = delete;
 
@@ -93,7 +79,8 @@ class TailnetProcess : public std::enable_shared_from_this<TailnetProcess> {
   void stop(Task ended = nullptr);
   /// Ends the pair and starts it again `restartDelay` after its end.
   void restart();
-  /// Like `restart`. The client enrols with `preauthKey`, which is stored until the join succeeds.
+  /// Like `restart`. The client enrols with `preauthKey`, which is stored until the join succeeds
+  /// and is removed from the children's output until then.
   void startRedeeming(SecretString preauthKey);
 
   /// Asks the pair to end like `stop`, without waiting for running tasks of the queue.
@@ -104,97 +91,51 @@ class TailnetProcess : public std::enable_shared_from_this<TailnetProcess> {
 
   [[nodiscard]] const ServerEntry& server() const { return server_; }
   /// Returns whether both children run.
-  [[nodiscard]] bool isRunning() const;
-  [[nodiscard]] TailnetState state() const;
-  [[nodiscard]] std::vector<std::string> recentLog() const;
+  [[nodiscard]] bool isRunning() const { return children_.isRunning(); }
+  [[nodiscard]] TailnetState state() const { return published_.state(); }
+  [[nodiscard]] std::vector<std::string> recentLog() const { return published_.recentLog(); }
   /// Returns the lines of that log after `position`. See `LogRing::since`.
-  [[nodiscard]] LogTail logSince(std::uint64_t position) const;
-  [[nodiscard]] bool hasLog() const;
+  [[nodiscard]] LogTail logSince(std::uint64_t position) const {
+    return published_.logSince(position);
+  }
+  [[nodiscard]] bool hasLog() const { return published_.hasLog(); }
 
  private:
-  using SharedPair = std::shared_ptr<TailnetPair>;
-  struct Programs {
-    std::string tailscaled;
-    std::string client;
-  };
-
-  /// Values that the client has printed about the server and that the main thread has not handled
-  /// yet.
-  struct Discoveries {
-    std::optional<std::string> address;
-    std::optional<std::string> name;
-    std::optional<std::string> accent;
-    std::optional<std::string> unresolvedTarget;
-  };
-
-  /// State that other threads read or write, too.
-  struct Visible {
-    SharedPair pair;
-    TailnetState state;
-    LogRing log;
-    std::optional<Discoveries> discoveries;  ///< nullopt: no task is pending on the main thread
-  };
-  /// The progress of the end of the pair.
-  struct Ending {
-    std::vector<Task> then;          ///< called when the pair has ended
-    TailnetPair::Child graceHolder;  ///< the child whose grace has started
-  };
+  using SharedPair = TailnetChildren::SharedPair;
 
   // Runs on the queue:
   void startLocked();
-  void launchPair();
-  void cancelStarts();
-  void endPair(Task then);
-  void continueEnding();
-  void finishEnding();
-  void kill(ChildProcess& child);
-  void clearFailures();
   void restartLocked();
   void startLater(Duration delay);
-  void prepareDirectories();
-  bool launchDaemon(const SharedPair& pair, const Programs& programs);
-  void launchClient(const SharedPair& pair, const std::string& program);
-  void handleChildExit(const SharedPair& pair, const std::string& name, ExitStatus status);
+  void cancelStarts();
+  void endPair(Task then);
+  void launchPair();
+  bool launchDaemon(const SharedPair& pair, const TailnetLaunch& launch);
+  void launchClient(const SharedPair& pair, const TailnetLaunch& launch);
+  void handleChildExit(const SharedPair& pair, const TailnetProgram& program, ExitStatus status);
+  void handleFailedEnrolment();
   void scheduleRetry();
-  void appendLog(const SharedPair& pair, const OutputLines& output, const std::string& tag);
-  [[nodiscard]] std::string withoutPreauthKey(const std::string& line) const;
-  void scrape(const TailnetPair& pair, std::string_view line);
-  void handle(TailnetAnnouncement announcement);
-  void storeDiscovery(std::optional<std::string> Discoveries::*kind, std::string value);
-  void recordDiscoveries();
-  void failEnrolment(std::string reason);
 
-  [[nodiscard]] ProcessOptions childOptions(const SharedPair& pair, const std::string& name,
-                                            const std::string& tag);
-  void attachLogging(ProcessOptions& options, const SharedPair& pair, const std::string& tag);
-  [[nodiscard]] std::vector<std::string> clientArguments() const;
-  [[nodiscard]] bool hasTarget() const;
-  void appendLine(std::string line);
-  void logMessage(const std::string& text);
-  /// Changes the published state.
-  template <typename Change>
-  void publish(Change change) {
-    const std::scoped_lock lock(published_);
-    change();
-  }
-  /// Run `work` later on the queue or on the main loop, unless this was destroyed by then.
+  /// Adds the callbacks of a child.
+  void connect(ProcessOptions& options, const SharedPair& pair, const TailnetProgram& program);
+  /// Runs `work` later on the queue, unless this was destroyed by then.
   void onQueue(std::function<void(TailnetProcess&)> work);
-  void onMain(std::function<void(TailnetProcess&)> work);
+  /// Runs on the main thread, where the registry is changed.
+  void recordDiscoveries();
   void reportStateChange();
 
   const Runtime runtime_;
   const ServerEntry server_;
   mutable SerialQueue queue_;
+  PublishedTailnet published_;
 
+  // Used on the queue:
   bool stopRequested_ = false;
-  std::optional<SecretString> pendingPreauthKey_;
-  std::uint64_t keyNumber_ = 0;  // the number of keys received
-  std::uint64_t attempts_ = 0;   // the number of the newest start, which supersedes older ones
-  std::shared_ptr<TailnetProcess> predecessor_;
-  Ending ending_;
-
-  mutable std::mutex published_;  // guards visible_
-  Visible visible_;
+  std::uint64_t attempts_ = 0;  // the number of the newest start, which supersedes older ones
+  PreauthKey preauthKey_;
+  TailnetOutput output_;
+  TailnetChildren children_;
+  std::shared_ptr<TailnetProcess> predecessor_;  // until its children have ended
 };
 
 }  // namespace zephyl
