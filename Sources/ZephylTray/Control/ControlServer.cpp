@@ -3,9 +3,7 @@
 #include <limits>
 #include <utility>
 
-#include "System/Data/Format.hpp"
 #include "System/Data/Secret.hpp"
-#include "System/Data/Text.hpp"
 #include "System/Files/Log.hpp"
 #include "ZephylTray/Control/HTTPRequest.hpp"
 
@@ -14,17 +12,6 @@ namespace zephyl {
 namespace {
 constexpr std::size_t tokenBytes = 16;
 constexpr auto tokenHeader = "x-zephyl-onboard-token";
-
-std::string message(HTTPStatus status, const json::Object& json) {
-  std::string body = json::compact(json);
-  if (!isValidUTF8(body)) body = "{}";
-  return formatText(
-      "HTTP/1.1 {}\r\n"
-      "Content-Type: application/json\r\n"
-      "Content-Length: {}\r\n"
-      "Connection: close\r\n\r\n{}",
-      statusText(status), body.size(), body);
-}
 
 }  // namespace
 
@@ -86,14 +73,14 @@ LoopbackServer::Verdict ControlServer::receive(IncomingRequest& incoming, const 
   using Verdict = LoopbackServer::Verdict;
   using Stage = HTTPRequestParser::Stage;
   if (received.size() > maxRequestBytes) {
-    refuse(peer, HTTPStatus::payloadTooLarge, "request too large");
+    answers::refuse(peer, HTTPStatus::payloadTooLarge, "request too large");
     return Verdict::complete;
   }
   const Stage stage = incoming.parser.advance(received);
   if (stage == Stage::head || stage == Stage::invalid) return Verdict::incomplete;
   const HTTPRequest& request = incoming.parser.request();
   if (!incoming.authorized && !isAuthorized(request)) {
-    refuse(peer, HTTPStatus::forbidden, "bad or missing onboarding token");
+    answers::refuse(peer, HTTPStatus::forbidden, "bad or missing onboarding token");
     return Verdict::complete;
   }
   incoming.authorized = true;
@@ -105,32 +92,6 @@ LoopbackServer::Verdict ControlServer::receive(IncomingRequest& incoming, const 
 bool ControlServer::isAuthorized(const HTTPRequest& request) const {
   const auto presented = request.header(tokenHeader);
   return presented && equalSecrets(*presented, token_);
-}
-
-void ControlServer::respond(const Peer& peer, HTTPStatus status, const json::Object& json) {
-  peer.send(message(status, json));
-}
-
-void ControlServer::refuse(const Peer& peer, HTTPStatus status, std::string_view reason) {
-  peer.refuse(message(status, {{"error", reason}}));
-}
-
-void ControlServer::fail(const Peer& peer, HTTPStatus status, std::string_view message) {
-  respond(peer, status, {{"error", message}});
-}
-
-void ControlServer::reply(const Peer& peer, const Failure& result) {
-  if (result) return fail(peer, HTTPStatus::badRequest, *result);
-  respond(peer, HTTPStatus::ok, {{"ok", true}});
-}
-
-ControlServer::Completion ControlServer::asyncReply(const Peer& peer) {
-  return [pending = std::make_shared<PendingReply>(peer, HTTPStatus::badRequest)](
-             const Failure& result) { reply(pending->peer, result); };
-}
-
-ControlServer::PendingReply::~PendingReply() {
-  fail(peer, failureStatus, shuttingDown);  // ignored if the peer was answered
 }
 
 }  // namespace zephyl

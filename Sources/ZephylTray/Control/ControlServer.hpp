@@ -10,14 +10,13 @@
 #include <stop_token>
 #include <string>
 #include <string_view>
-#include <utility>
 #include <vector>
 
 #include "System/Data/JSON.hpp"
 #include "System/Data/Result.hpp"
 #include "System/Network/LoopbackServer.hpp"
+#include "ZephylTray/Control/ControlAnswers.hpp"
 #include "ZephylTray/Control/HTTPRequest.hpp"
-#include "ZephylTray/Control/HTTPStatus.hpp"
 
 namespace zephyl {
 
@@ -38,8 +37,7 @@ class MainLoop;
 /// on the main thread. `mainLoop` must outlive it.
 class ControlServer {
  public:
-  /// A message for the user, or nullopt for success.
-  using Failure = std::optional<std::string>;
+  using Failure = answers::Failure;
   using Completion = std::function<void(Failure)>;
   using RootsCompletion = std::function<void(Result<std::vector<json::Object>>)>;
 
@@ -67,7 +65,7 @@ class ControlServer {
   static constexpr std::size_t maxReadBytes = 16384;
   static constexpr std::size_t maxConnections = 256;
   /// The answer of handlers when the controller is gone.
-  static constexpr auto shuttingDown = "The Zephyl tray is shutting down.";
+  static constexpr auto shuttingDown = answers::shuttingDown;
 
   explicit ControlServer(MainLoop& mainLoop);
   /// Answers requests that wait for the main thread with "shutting down".
@@ -109,17 +107,6 @@ class ControlServer {
     std::string id;  ///< the server's id, for routes that contain one
     std::string_view body;
   };
-  /// A peer that is answered later. If it is destroyed without an answer, it sends `shuttingDown`.
-  struct PendingReply {
-    PendingReply(Peer waiting, HTTPStatus status)
-        : peer(std::move(waiting)), failureStatus(status) {}
-    ~PendingReply();
-    PendingReply(const PendingReply&) = delete;
-    PendingReply& operator=(const PendingReply&) = delete;
-
-    const Peer peer;
-    const HTTPStatus failureStatus;
-  };
   using RouteHandler = void (ControlServer::*)(const Call&);
 
   // Transport (ControlServer.cpp), on the control thread:
@@ -127,11 +114,6 @@ class ControlServer {
   LoopbackServer::Verdict receive(IncomingRequest& incoming, const Peer& peer,
                                   std::string_view received);
   [[nodiscard]] bool isAuthorized(const HTTPRequest& request) const;
-  static void respond(const Peer& peer, HTTPStatus status, const json::Object& json);
-  static void refuse(const Peer& peer, HTTPStatus status, std::string_view reason);
-  static void fail(const Peer& peer, HTTPStatus status, std::string_view message);
-  static void reply(const Peer& peer, const Failure& result);
-  static Completion asyncReply(const Peer& peer);
 
   // Routes (ControlServerRoutes.cpp), on the control thread:
   void dispatch(const Peer& peer, const HTTPRequest& request);

@@ -61,7 +61,7 @@ void ControlServer::dispatch(const Peer& peer, const HTTPRequest& request) {
   };
   const auto [path, id] = route(request.method, request.path);
   const auto found = routes.find(path);
-  if (found == routes.end()) return fail(peer, HTTPStatus::notFound, noEndpoint);
+  if (found == routes.end()) return answers::fail(peer, HTTPStatus::notFound, noEndpoint);
   (this->*found->second)({peer, id, request.body});
 }
 
@@ -69,15 +69,15 @@ void ControlServer::getStatus(const Call& call) {
   auto status = mainLoop_.sync(
       [this] { return handlers.statusProvider ? handlers.statusProvider() : json::Object(); },
       stopping_.get_token());
-  if (!status) return reply(call.peer, shuttingDown);
+  if (!status) return answers::reply(call.peer, shuttingDown);
   if (auto route = consumePendingRoute()) (*status)["request"] = *route;
-  respond(call.peer, HTTPStatus::ok, *status);
+  answers::respond(call.peer, HTTPStatus::ok, *status);
 }
 
 void ControlServer::postInvite(const Call& call) {
   auto fields = fieldsOf(call.body);
   auto key = extractSecret(fields, "key");
-  if (!key) return reply(call.peer, "expected a JSON body with a \"key\" field");
+  if (!key) return answers::reply(call.peer, "expected a JSON body with a \"key\" field");
   completeFromMain(call, [&](const Completion& done) {
     handlers.onInvite ? handlers.onInvite(*key, done) : done(std::nullopt);
   });
@@ -95,12 +95,13 @@ void ControlServer::getServers(const Call& call) {
 }
 
 void ControlServer::getDiagnostics(const Call& call) {
-  if (!handlers.diagnosticsProvider) return fail(call.peer, HTTPStatus::notFound, noEndpoint);
+  if (!handlers.diagnosticsProvider)
+    return answers::fail(call.peer, HTTPStatus::notFound, noEndpoint);
   respondFromMain(call, handlers.diagnosticsProvider);
 }
 
 void ControlServer::postAgentRestart(const Call& call) {
-  if (!handlers.onRestartAgent) return fail(call.peer, HTTPStatus::notFound, noEndpoint);
+  if (!handlers.onRestartAgent) return answers::fail(call.peer, HTTPStatus::notFound, noEndpoint);
   replyFromMain(call, [this] {
     handlers.onRestartAgent();
     return Failure();
@@ -109,7 +110,7 @@ void ControlServer::postAgentRestart(const Call& call) {
 
 void ControlServer::postLabel(const Call& call) {
   const auto label = text(fieldsOf(call.body), "label");
-  if (!label) return reply(call.peer, "expected a \"label\" field");
+  if (!label) return answers::reply(call.peer, "expected a \"label\" field");
   replyFromMain(call, [&] {
     return handlers.onSetLabel ? handlers.onSetLabel(call.id, *label) : std::nullopt;
   });
@@ -117,7 +118,7 @@ void ControlServer::postLabel(const Call& call) {
 
 void ControlServer::postAccent(const Call& call) {
   const auto accent = text(fieldsOf(call.body), "accent");
-  if (!accent) return reply(call.peer, "expected an \"accent\" field");
+  if (!accent) return answers::reply(call.peer, "expected an \"accent\" field");
   replyFromMain(call, [&] {
     return handlers.onSetAccent ? handlers.onSetAccent(call.id, *accent) : std::nullopt;
   });
@@ -125,7 +126,7 @@ void ControlServer::postAccent(const Call& call) {
 
 void ControlServer::postEnabled(const Call& call) {
   const auto enabled = flag(fieldsOf(call.body), "enabled");
-  if (!enabled) return reply(call.peer, "expected a boolean \"enabled\" field");
+  if (!enabled) return answers::reply(call.peer, "expected a boolean \"enabled\" field");
   completeFromMain(call, [&](const Completion& done) {
     handlers.onSetEnabled ? handlers.onSetEnabled(call.id, *enabled, done) : done(std::nullopt);
   });
@@ -138,49 +139,50 @@ void ControlServer::deleteServer(const Call& call) {
 }
 
 void ControlServer::getRoots(const Call& call) {
-  if (!handlers.rootsProvider) return fail(call.peer, HTTPStatus::notFound, noEndpoint);
+  if (!handlers.rootsProvider) return answers::fail(call.peer, HTTPStatus::notFound, noEndpoint);
   handlers.rootsProvider(
-      [pending = std::make_shared<PendingReply>(call.peer, HTTPStatus::badGateway)](
+      [pending = std::make_shared<answers::Pending>(call.peer, HTTPStatus::badGateway)](
           Result<std::vector<json::Object>> roots) {
-        const Peer& peer = pending->peer;
-        if (!roots) return fail(peer, HTTPStatus::badGateway, roots.error().message);
+        const Peer& peer = pending->peer();
+        if (!roots) return answers::fail(peer, HTTPStatus::badGateway, roots.error().message);
         json::Array list;
         for (auto& root : *roots) list.emplace_back(std::move(root));
-        respond(peer, HTTPStatus::ok, {{"roots", std::move(list)}});
+        answers::respond(peer, HTTPStatus::ok, {{"roots", std::move(list)}});
       });
 }
 
 void ControlServer::postRoot(const Call& call) {
-  if (!handlers.onAddRoot) return fail(call.peer, HTTPStatus::notFound, noEndpoint);
-  handlers.onAddRoot(call.id, asyncReply(call.peer));
+  if (!handlers.onAddRoot) return answers::fail(call.peer, HTTPStatus::notFound, noEndpoint);
+  handlers.onAddRoot(call.id, answers::replyLater(call.peer));
 }
 
 void ControlServer::postRootScope(const Call& call) {
-  if (!handlers.onSetRootShared) return fail(call.peer, HTTPStatus::notFound, noEndpoint);
+  if (!handlers.onSetRootShared) return answers::fail(call.peer, HTTPStatus::notFound, noEndpoint);
   const auto fields = fieldsOf(call.body);
   const auto root = text(fields, "root");
   const auto shared = flag(fields, "shared");
   if (!root || !shared) {
-    return reply(call.peer, "expected a \"root\" string and a boolean \"shared\"");
+    return answers::reply(call.peer, "expected a \"root\" string and a boolean \"shared\"");
   }
-  handlers.onSetRootShared(call.id, *root, *shared, asyncReply(call.peer));
+  handlers.onSetRootShared(call.id, *root, *shared, answers::replyLater(call.peer));
 }
 
 void ControlServer::replyFromMain(const Call& call, const std::function<Failure()>& handler) {
   const auto result = mainLoop_.sync(handler, stopping_.get_token());
-  reply(call.peer, result ? *result : shuttingDown);
+  answers::reply(call.peer, result ? *result : shuttingDown);
 }
 
 void ControlServer::completeFromMain(const Call& call,
                                      const std::function<void(Completion)>& handler) {
-  mainLoop_.sync([&, done = asyncReply(call.peer)] { handler(done); }, stopping_.get_token());
+  mainLoop_.sync([&, done = answers::replyLater(call.peer)] { handler(done); },
+                 stopping_.get_token());
 }
 
 void ControlServer::respondFromMain(const Call& call,
                                     const std::function<json::Object()>& provider) {
   const auto object = mainLoop_.sync(provider, stopping_.get_token());
-  if (!object) return reply(call.peer, shuttingDown);
-  respond(call.peer, HTTPStatus::ok, *object);
+  if (!object) return answers::reply(call.peer, shuttingDown);
+  answers::respond(call.peer, HTTPStatus::ok, *object);
 }
 
 std::optional<std::string> ControlServer::consumePendingRoute() {
