@@ -4,9 +4,9 @@
 #include <utility>
 
 #include "Desktop/Terminal/Drawing/DisplayText.hpp"
+#include "Desktop/Terminal/Views/KeyHelp.hpp"
 #include "System/Concurrency/MainLoop.hpp"
 #include "System/Concurrency/Weakly.hpp"
-#include "System/Data/Format.hpp"
 #include "System/Data/Text.hpp"
 
 namespace zephyl {
@@ -21,22 +21,6 @@ Menu shownMenu(Menu menu, const TerminalCapabilities& capabilities) {
   }
   return menu;
 }
-
-constexpr std::string_view helpText =
-    "Arrows, PgUp, Home …     move\n"
-    "Enter                    choose; open or close a submenu\n"
-    "Right, Left              open, close a submenu\n"
-    "Ctrl-O, Ctrl-Q           the entry with this shortcut\n"
-    "n                        the action of a notification\n"
-    "l                        show the log\n"
-    "Ctrl-L                   redraw the screen\n"
-    "Ctrl-C                   end the tray\n"
-    "\n"
-    "In a dialog, Tab moves between buttons, Enter presses the marked button, and Escape is the "
-    "safe "
-    "answer. In a log, c copies and w writes to a file.\n"
-    "\n"
-    "To select text with the mouse, hold Shift. Closing the terminal does not end the tray.";
 
 }  // namespace
 
@@ -147,7 +131,7 @@ void TerminalScreen::draw() {
   drawMenuScreen(canvas);
   if (log_.isOpen()) log_.draw(canvas);
   boxes_.draw(canvas, mayAnswer);
-  if ((log_.isOpen() || boxes_.hasLog()) && !boxes_.hasAlert()) drawNoticeOverLog(canvas);
+  if ((log_.isOpen() || boxes_.hasLog()) && !boxes_.hasAlert()) notices_.drawOverLog(canvas, now);
   const SecretString painted = painter_.paint(canvas);
   if (!painted.empty()) services_.output.write(painted);
   scheduleFading();
@@ -177,33 +161,13 @@ void TerminalScreen::drawMenuScreen(Canvas& canvas) {
   if (!roomy && notices_.shown() != nullptr) {
     return notices_.draw(canvas, {height - 1, 1, 1, columns - 2}, now);
   }
-  canvas.put(height - 1, 1, displayText::cut(hints(columns - 2), columns - 2, capabilities_),
-             {.dim = true});
-}
-
-void TerminalScreen::drawNoticeOverLog(Canvas& canvas) const {
-  const auto [height, columns] = canvas.size();
-  if (notices_.shown() == nullptr || height < 4) return;
-  canvas.clear({height - 2, 0, 1, columns});
-  notices_.draw(canvas, {height - 2, 1, 1, columns - 2}, services_.clock.now());
-}
-
-std::string TerminalScreen::hints(int columns) const {
-  const std::string news =
-      log_.unseenCount() > 0 ? formatText(" ({} new)", log_.unseenCount()) : "";
-  auto all = displayText::shown(
-      formatText("↑↓ move  Enter choose  l log{}  ? help  Ctrl-C quit", news), capabilities_);
-  if (displayText::width(all) <= columns) return all;
-  return formatText("? help  l log{}", news);
+  keyHelp::draw(canvas, {height - 1, 1, 1, columns - 2}, log_.unseenCount());
 }
 
 void TerminalScreen::receive(std::string_view bytes) {
   timers_.restOfKey.cancel();
   for (const auto& key : decoder_.decode(bytes)) handle(key);
-  if (decoder_.isWaiting()) waitForRestOfKey();
-}
-
-void TerminalScreen::waitForRestOfKey() {
+  if (!decoder_.isWaiting()) return;
   timers_.restOfKey = services_.mainLoop.after(services_.clock, keyDelay, [this] {
     timers_.restOfKey.cancel();
     for (const auto& key : decoder_.flush()) handle(key);
@@ -229,13 +193,13 @@ void TerminalScreen::handleInDialog(const Key& key) {
 }
 
 void TerminalScreen::handleInMenu(const Key& key) {
-  if (key.is("?")) return openHelp();
+  if (key.is("?")) {
+    presentAlert(keyHelp::alert(capabilities_), "", [](const auto&) {});
+    return;
+  }
   if (key.is("l")) return log_.open();
   if (key.is("n")) return activateNotification();
-  run(menu_.handle(key));
-}
-
-void TerminalScreen::run(const MenuView::Outcome& outcome) {
+  const auto outcome = menu_.handle(key);
   if (outcome.opened && events.menu.needsUpdate) events.menu.needsUpdate();
   if (outcome.chosen && events.menu.chosen) events.menu.chosen(*outcome.chosen);
 }
@@ -250,14 +214,6 @@ void TerminalScreen::handleInLog(const Key& key) {
     default:
       return;
   }
-}
-
-void TerminalScreen::openHelp() {
-  presentAlert({.heading = "Keys",
-                .explanation = displayText::shown(helpText, capabilities_),
-                .buttons = {"Close"},
-                .requestedByUser = true},
-               "", [](const auto&) {});
 }
 
 void TerminalScreen::activateNotification() {

@@ -103,18 +103,13 @@ class TerminalScreen : public std::enable_shared_from_this<TerminalScreen> {
   void changedAfter(Duration delay, Timer& timer);
   void draw();
   void drawMenuScreen(Canvas& canvas);
-  void drawNoticeOverLog(Canvas& canvas) const;
-  [[nodiscard]] std::string hints(int columns) const;
   void scheduleFading();
 
   void handle(const Key& key);
   void handleInDialog(const Key& key);
   void handleInMenu(const Key& key);
   void handleInLog(const Key& key);
-  void run(const MenuView::Outcome& outcome);
-  void openHelp();
   void activateNotification();
-  void waitForRestOfKey();
 
   struct Timers {
     Timer restOfKey;

@@ -42,4 +42,11 @@ void NoticeLine::draw(Canvas& canvas, const Area& area, Instant now) const {
              {.color = CellStyle::Color::orange, .bold = bright, .dim = !bright});
 }
 
+void NoticeLine::drawOverLog(Canvas& canvas, Instant now) const {
+  const auto [height, columns] = canvas.size();
+  if (posted_.empty() || height < 4) return;
+  canvas.clear({height - 2, 0, 1, columns});
+  draw(canvas, {height - 2, 1, 1, columns - 2}, now);
+}
+
 }  // namespace zephyl

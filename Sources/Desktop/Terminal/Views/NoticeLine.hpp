@@ -27,6 +27,9 @@ class NoticeLine {
   /// Returns when its appearance will change, or nullopt if nothing is shown.
   [[nodiscard]] std::optional<Instant> nextChange(Instant now) const;
   void draw(Canvas& canvas, const Area& area, Instant now) const;
+  /// Draws it in place of the row above the last one of a log that fills the canvas, if there is
+  /// room.
+  void drawOverLog(Canvas& canvas, Instant now) const;
 
  private:
   struct Posted {
