@@ -2,45 +2,14 @@
 
 #include <utility>
 
-#include <unistd.h>
-
-#include "Helpers/Updates/Client/ProcessUpdater.hpp"
-#include "Helpers/Updates/Client/TrialStart.hpp"
 #include "Helpers/Updates/Client/UpdateAlerts.hpp"
-#include "Helpers/Updates/Client/UpdateSchedule.hpp"
+#include "Helpers/Updates/Client/UpdateCommands.hpp"
 #include "Helpers/Updates/Client/Updater.hpp"
-#include "Helpers/Updates/Protocol/UpdateFiles.hpp"
 #include "System/Concurrency/MainLoop.hpp"
 #include "System/Concurrency/Weakly.hpp"
-#include "System/Data/JSON.hpp"
-#include "System/Files/Bundle.hpp"
-#include "System/Files/Files.hpp"
 #include "System/Files/Log.hpp"
 
 namespace zephyl {
-
-namespace {
-
-/// Returns the date of the feed that a check has read, or nullopt if the check failed.
-std::optional<std::chrono::sys_seconds> feedDateOf(const UpdateReport& check) {
-  using std::chrono::seconds;
-  using std::chrono::sys_seconds;
-  if (const auto* found = std::get_if<UpdateFound>(&check)) {
-    return sys_seconds(seconds(found->feedDate));
-  }
-  if (const auto* upToDate = std::get_if<UpToDate>(&check)) {
-    return sys_seconds(seconds(upToDate->feedDate));
-  }
-  return std::nullopt;
-}
-
-/// Returns the reason why a step failed. `report` must be its last report.
-std::string failureOf(const UpdateReport& report) {
-  const auto* const failed = std::get_if<UpdateFailed>(&report);
-  return failed == nullptr ? "The updater sent an unexpected report." : failed->value;
-}
-
-}  // namespace
 
 UpdateSession::UpdateSession(const Runtime& runtime, Dialogs& dialogs, const UpdateSetup& setup,
                              std::weak_ptr<UpdateDelegate> delegate, Events events)
@@ -53,30 +22,12 @@ UpdateSession::UpdateSession(const Runtime& runtime, Dialogs& dialogs, const Upd
 void UpdateSession::start(Trigger trigger) {
   trigger_ = trigger;
   showsWindows_ = isUserInitiated();
-  run(checkCommand(), &UpdateSession::handleCheck);
+  run(checkCommand(setup_, isUserInitiated()), &UpdateSession::handleCheck);
 }
 
 void UpdateSession::recheck() {
   stage_ = Stage::rechecking;
-  run(checkCommand(), &UpdateSession::handleRecheck);
-}
-
-/// A check on request of the user also offers versions that were skipped or have failed.
-CheckCommand UpdateSession::checkCommand() const {
-  CheckCommand command{.prefix = setup_.prefix,
-                       .channels = setup_.settings.channels(),
-                       .rolloutGroup = setup_.settings.rolloutGroup(setup_.random),
-                       .userInitiated = isUserInitiated()};
-  if (const auto newest = setup_.settings.newestFeedDate(Updater::feedAddress())) {
-    command.newestFeedDate = newest->time_since_epoch().count();
-  }
-  if (isUserInitiated()) return command;
-  if (auto skipped = setup_.settings.skippedVersion()) command.skip.push_back(std::move(*skipped));
-  const auto files = UpdateFiles::trusted(setup_.prefix);
-  if (const auto failed = files ? readMarker(files->failed) : std::nullopt) {
-    command.failed = FailedVersion{failed->version, failed->feedDate.value_or(0)};
-  }
-  return command;
+  run(checkCommand(setup_, isUserInitiated()), &UpdateSession::handleRecheck);
 }
 
 void UpdateSession::run(const UpdateCommand& command, Handler handler) {
@@ -209,10 +160,10 @@ void UpdateSession::download() {
 }
 
 void UpdateSession::showDownload() {
-  dialog_ = dialogs_.presentAlert(
-      alerts::updateDownloading(offer_),
+  downloadWindow_ = std::make_unique<DownloadWindow>(
+      runtime_, dialogs_, offer_,
       weakly(this, [](UpdateSession& self, const std::optional<AlertAnswer>& answer) {
-        self.dialog_.reset();
+        self.downloadWindow_.reset();
         if (answer) self.cancelDownload();  // no answer means not shown, which does not cancel
       }));
 }
@@ -223,22 +174,12 @@ void UpdateSession::cancelDownload() {
   end(Outcome::done);
 }
 
-void UpdateSession::showProgress(const UpdateProgress& progress) {
-  progress_ = progress;
-  const bool isWhole = progress.total > 0 && progress.received >= progress.total;
-  if (isWhole || !progressPause_) drawProgress();
-}
-
-void UpdateSession::drawProgress() {
-  if (!dialog_ || !progress_) return progressPause_.cancel();
-  dialog_->showProgress(alerts::downloadProgress(*std::exchange(progress_, std::nullopt)));
-  progressPause_ =
-      runtime_.mainLoop.after(runtime_.clock, progressInterval, [this] { drawProgress(); });
-}
-
 void UpdateSession::handleDownload(const UpdateReport& report) {
-  if (const auto* progress = std::get_if<UpdateProgress>(&report)) return showProgress(*progress);
-  dialog_.reset();
+  if (const auto* progress = std::get_if<UpdateProgress>(&report)) {
+    if (downloadWindow_) downloadWindow_->showProgress(*progress);
+    return;
+  }
+  downloadWindow_.reset();
   if (!std::holds_alternative<UpdateStaged>(report)) return fail(failureOf(report));
   log("version {} is verified and ready to install", offer_.displayVersion);
   relaunchWhenAllowed();
@@ -268,29 +209,8 @@ void UpdateSession::install() {
 void UpdateSession::handleInstallation(const UpdateReport& report) {
   if (!std::holds_alternative<UpdateInstalled>(report)) return fail(failureOf(report));
   log("restarting as version {}", offer_.displayVersion);
-  watchRelaunch();
+  watchRelaunch(runtime_.launcher, setup_);
   setup_.relaunch();
-}
-
-/// Prefers the updater of the previous version, which is known to work. The one in the installation
-/// belongs to the unconfirmed version.
-std::string UpdateSession::watcherProgram() const {
-  const auto files = UpdateFiles::trusted(setup_.prefix);
-  if (!files) return setup_.program;
-  std::string previous = updaterProgram(Bundle(joinPath(files->previous, "bin/zephyl-tray")));
-  return isExecutableFile(previous) ? previous : setup_.program;
-}
-
-void UpdateSession::watchRelaunch() {
-  // Its output is that of the tray, because it may have to become the tray.
-  auto child = runtime_.launcher.launch(updaterOptions(watcherProgram()));
-  if (!child)
-    return log("could not start the program that watches the restart: {}", child.error().message);
-  const UpdateCommand command = WatchCommand{.prefix = setup_.prefix,
-                                             .process = ::getpid(),
-                                             .arguments = setup_.arguments,
-                                             .limitSeconds = confirmationTimeout.count()};
-  (*child)->write(json::compact(json::encode(command)));
 }
 
 void UpdateSession::conclude(const Alert& alert, Outcome outcome) {
@@ -308,6 +228,7 @@ void UpdateSession::fail(const std::string& reason) {
 
 void UpdateSession::end(Outcome outcome) {
   dialog_.reset();
+  downloadWindow_.reset();
   updater_.reset();
   notify([](UpdateDelegate& delegate) { delegate.willFinishUpdateSession(); });
   runtime_.mainLoop.async([outcome, ended = std::exchange(events_.ended, nullptr)] {

@@ -7,26 +7,15 @@
 #include <vector>
 
 #include "Desktop/Dialogs.hpp"
+#include "Helpers/Updates/Client/DownloadWindow.hpp"
 #include "Helpers/Updates/Client/UpdateFramework.hpp"
-#include "Helpers/Updates/Client/UpdateSchedule.hpp"
+#include "Helpers/Updates/Client/UpdateSetup.hpp"
 #include "Helpers/Updates/Client/UpdaterProcess.hpp"
 #include "Helpers/Updates/Protocol/UpdateMessages.hpp"
 #include "System/Concurrency/Clock.hpp"
 #include "System/Concurrency/Runtime.hpp"
 
 namespace zephyl {
-
-/// The facts about the program that is updated.
-struct UpdateSetup {
-  std::string program;                 ///< the path of zephyl-tray-updater
-  std::string prefix;                  ///< the installation: the directory above bin
-  std::string version;                 ///< the running version, for comparison
-  std::vector<std::string> arguments;  ///< the tray's arguments, for the next version
-  /// Ends the tray in order and executes the program that is then installed.
-  std::function<void()> relaunch;
-  std::function<double()> random;  ///< in [0, 1)
-  UpdateSettings settings;
-};
 
 /// One check for updates and its consequences. Each step is one run of the updater program: check,
 /// then download and verification if the user agrees or updates are installed automatically, then
@@ -62,9 +51,6 @@ class UpdateSession : public std::enable_shared_from_this<UpdateSession> {
   /// Checks for updates again. Requires `isWaiting()`.
   void recheck();
 
-  /// The minimum interval between two displayed progress values.
-  static constexpr Duration progressInterval = std::chrono::milliseconds(250);
-
  private:
   enum class Stage {
     checking,     // including the user's decision
@@ -75,7 +61,6 @@ class UpdateSession : public std::enable_shared_from_this<UpdateSession> {
     installing,
   };
 
-  [[nodiscard]] CheckCommand checkCommand() const;
   using Handler = void (UpdateSession::*)(const UpdateReport&);
   /// Starts a step. `handler` is called with each of its reports.
   void run(const UpdateCommand& command, Handler handler);
@@ -95,15 +80,11 @@ class UpdateSession : public std::enable_shared_from_this<UpdateSession> {
   void showDownload();
   void cancelDownload();
   void handleDownload(const UpdateReport& report);
-  void showProgress(const UpdateProgress& progress);
-  void drawProgress();
   void relaunchWhenAllowed();
   /// Handles that the delegate no longer postpones the installation.
   void allowInstallation();
   void install();
   void handleInstallation(const UpdateReport& report);
-  [[nodiscard]] std::string watcherProgram() const;
-  void watchRelaunch();
 
   /// Shows an informative alert if the user requested the check. Then ends the session.
   void conclude(const Alert& alert, Outcome outcome);
@@ -126,8 +107,7 @@ class UpdateSession : public std::enable_shared_from_this<UpdateSession> {
   std::optional<std::string> obstacle_;
   std::unique_ptr<UpdaterProcess> updater_;
   Dialogs::Handle dialog_;
-  std::optional<UpdateProgress> progress_;  // not drawn yet
-  Timer progressPause_;                     // until the next value may be drawn
+  std::unique_ptr<DownloadWindow> downloadWindow_;
 };
 
 }  // namespace zephyl
