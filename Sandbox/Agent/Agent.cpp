@@ -11,10 +11,7 @@
 
 namespace zephyl::sandbox {
 namespace asio = boost::asio;
-using namespace std::chrono_literals;
 namespace {
-
-constexpr auto tickInterval = 100ms;
 
 std::vector<ServerAddress> serversOf(const Settings& settings) {
   if (settings.servers.empty()) return {};
@@ -24,37 +21,8 @@ std::vector<ServerAddress> serversOf(const Settings& settings) {
   return {};
 }
 
-std::string scopeText(const SharedRoot& shared) {
-  if (!shared.servers || shared.servers->empty()) return "every server";
-  return counted(std::ssize(*shared.servers), "server");
-}
-
-}  // namespace
-
-Agent::Agent(const asio::any_io_executor& executor, const Settings& settings, const StateFile& file)
-    : Agent(executor, settings, file, loadState(file, settings)) {}
-
-Agent::Agent(const asio::any_io_executor& executor, const Settings& settings, const StateFile& file,
-             const State& state)
-    : executor_(executor),
-      file_(file),
-      machineId_(state.machineId),
-      filesEmbeddedPerSecond_(settings.filesEmbeddedPerSecond),
-      isModelSaved_(state.modelReady),
-      folders_(state.roots),
-      approvals_(state.escapeGrants, state.requests),
-      model_(makeModel(state, settings)),
-      snapshot_{.changes = Changes(executor)},
-      connections_(executor, serversOf(settings), machineId_, settings.connectInterval,
-                   [this](const AgentConnection& connection) { onConnection(connection); }),
-      indexer_(executor, [this](const IndexReport& report) { onReport(report); }) {
-  for (const auto& shared : folders_.shared()) indexer_.add(shared.root);
-  save();
-  startSimulation();
-}
-
 /// The first start shares the folders of the settings.
-State Agent::loadState(const StateFile& file, const Settings& settings) {
+State loadState(const StateFile& file, const Settings& settings) {
   const bool isFirstStart = !file.exists();
   if (auto state = file.load<State>()) return *std::move(state);
   State fresh{.machineId = to_string(boost::uuids::random_generator()())};
@@ -72,12 +40,43 @@ State Agent::loadState(const StateFile& file, const Settings& settings) {
   return fresh;
 }
 
-EmbeddingModel Agent::makeModel(const State& state, const Settings& settings) {
+Simulation::Behavior behaviorOf(const State& state, const Settings& settings) {
   const auto& cache = settings.modelCacheDirectory;
   const bool isCached = !cache.empty() && fileExists(cache + "/model.ready");
-  return EmbeddingModel({.present = isCached || state.modelReady,
-                         .bytesPerSecond = settings.modelBytesPerSecond,
-                         .fails = settings.modelFails});
+  return {.model = {.present = isCached || state.modelReady,
+                    .bytesPerSecond = settings.modelBytesPerSecond,
+                    .fails = settings.modelFails},
+          .filesEmbeddedPerSecond = settings.filesEmbeddedPerSecond};
+}
+
+std::string scopeText(const SharedRoot& shared) {
+  if (!shared.servers || shared.servers->empty()) return "every server";
+  return counted(std::ssize(*shared.servers), "server");
+}
+
+}  // namespace
+
+Agent::Agent(const asio::any_io_executor& executor, const Settings& settings, const StateFile& file)
+    : Agent(executor, settings, file, loadState(file, settings)) {}
+
+Agent::Agent(const asio::any_io_executor& executor, const Settings& settings, const StateFile& file,
+             const State& state)
+    : file_(file),
+      machineId_(state.machineId),
+      isModelSaved_(state.modelReady),
+      folders_(state.roots),
+      approvals_(state.escapeGrants, state.requests),
+      simulation_(executor, behaviorOf(state, settings), folders_,
+                  {.modelSettled = [this] { onModelSettled(); },
+                   .embedded = [this](const auto& folders) { onEmbedded(folders); },
+                   .advanced = [this] { announce(); }}),
+      snapshot_{.changes = Changes(executor)},
+      connections_(executor, serversOf(settings), machineId_, settings.connectInterval,
+                   [this](const AgentConnection& connection) { onConnection(connection); }),
+      indexer_(executor, [this](const IndexReport& report) { onReport(report); }) {
+  for (const auto& shared : folders_.shared()) indexer_.add(shared.root);
+  save();
+  simulation_.start();
 }
 
 json::Object Agent::status() const {
@@ -105,6 +104,7 @@ std::shared_ptr<const std::string> Agent::activity() {
 }
 
 json::Object Agent::describeActivity() const {
+  const auto& model = simulation_.model();
   auto counters = journal_.counters();
   const auto sums = folders_.sums();
   counters["files"] = sums.files;
@@ -113,23 +113,15 @@ json::Object Agent::describeActivity() const {
           {"inFlight", std::ssize(approvals_.pending()) + searches_},
           {"counters", json::encode(counters)},
           {"recent", json::encode(journal_.recent())},
-          {"indexing", json::encode(folders_.progress(model_.isReady(), model_.hasFailed()))},
-          {"model", json::encode(model_.status())},
+          {"indexing", json::encode(folders_.progress(model.isReady(), model.hasFailed()))},
+          {"model", json::encode(model.status())},
           {"pendingApprovals", json::encode(approvals_.pending())},
           {"escapeGrants", json::encode(approvals_.grants())}};
 }
 
-bool Agent::isForcedBusy() const {
-  return busyUntil_ && steady_clock::now() < *busyUntil_;
-}
-
-bool Agent::isEmbedding() const {
-  return model_.isReady() && folders_.isEmbeddingOutstanding();
-}
-
 bool Agent::isBusy() const {
-  return folders_.isIndexing() || isEmbedding() || !approvals_.pending().empty() || searches_ > 0 ||
-         isForcedBusy();
+  return folders_.isIndexing() || !approvals_.pending().empty() || searches_ > 0 ||
+         simulation_.isBusy();
 }
 
 Result<void> Agent::share(const std::string& root, const std::optional<std::string>& name,
@@ -229,9 +221,9 @@ Result<void> Agent::revoke(std::string_view kind, std::string_view path) {
 }
 
 void Agent::forceBusy(std::chrono::milliseconds duration) {
-  busyUntil_ = steady_clock::now() + duration;
+  simulation_.forceBusy(duration);
   announce();
-  startSimulation();
+  simulation_.start();
 }
 
 asio::awaitable<std::vector<std::string>> Agent::search(std::string word) {
@@ -271,7 +263,7 @@ void Agent::onReport(const IndexReport& report) {
                      .detail = counted(report.changed, "file") + " changed"});
   }
   announce();
-  startSimulation();
+  simulation_.start();
 }
 
 void Agent::onConnection(const AgentConnection& connection) {
@@ -285,47 +277,21 @@ void Agent::onConnection(const AgentConnection& connection) {
   announce();
 }
 
-bool Agent::hasSimulatedWork() const {
-  return !model_.isSettled() || isEmbedding() || busyUntil_;
+void Agent::onModelSettled() {
+  const auto& model = simulation_.model();
+  const auto& error = model.status().error;
+  log("embeddings model {}", model.isReady() ? "ready" : "failed: " + error.value_or(""));
+  journal_.record({.tool = "model", .detail = error.value_or("ready"), .ok = model.isReady()});
+  if (!model.isReady()) return;
+  isModelSaved_ = true;
+  save();
 }
 
-void Agent::startSimulation() {
-  if (isSimulating_ || !hasSimulatedWork()) return;
-  isSimulating_ = true;
-  asio::co_spawn(executor_, simulate(), asio::detached);
-}
-
-asio::awaitable<void> Agent::simulate() {
-  while (hasSimulatedWork()) {
-    const auto began = steady_clock::now();
-    co_await pause(tickInterval);
-    advance(std::chrono::duration<double>(steady_clock::now() - began).count());
-    announce();
-  }
-  isSimulating_ = false;
-}
-
-void Agent::advance(double seconds) {
-  if (busyUntil_ && !isForcedBusy()) busyUntil_.reset();
-  if (!model_.isSettled()) advanceModel(seconds);
-  if (!model_.isReady()) return;
-  const auto finished = folders_.embed(filesEmbeddedPerSecond_ * seconds);
-  for (const auto& shared : finished) {
+void Agent::onEmbedded(const std::vector<SharedRoot>& folders) {
+  for (const auto& shared : folders) {
     journal_.record({.tool = "embed", .path = shared.root, .detail = "complete"});
   }
-  if (!finished.empty()) save();
-}
-
-void Agent::advanceModel(double seconds) {
-  model_.advance(seconds);
-  if (!model_.isSettled()) return;
-  const auto& error = model_.status().error;
-  log("embeddings model {}", model_.isReady() ? "ready" : "failed: " + error.value_or(""));
-  journal_.record({.tool = "model", .detail = error.value_or("ready"), .ok = model_.isReady()});
-  if (model_.isReady()) {
-    isModelSaved_ = true;
-    save();
-  }
+  save();
 }
 
 void Agent::announce() {

@@ -12,12 +12,12 @@
 
 #include "Agent/Approvals.hpp"
 #include "Agent/Connections.hpp"
-#include "Agent/EmbeddingModel.hpp"
 #include "Agent/Folders.hpp"
 #include "Agent/Indexer.hpp"
 #include "Agent/Journal.hpp"
 #include "Agent/Records.hpp"
 #include "Agent/Settings.hpp"
+#include "Agent/Simulation.hpp"
 #include "Common/Async.hpp"
 #include "Common/StateFile.hpp"
 
@@ -78,44 +78,30 @@ class Agent {
     bool isOutdated = true;
   };
 
-  static State loadState(const StateFile& file, const Settings& settings);
-  static EmbeddingModel makeModel(const State& state, const Settings& settings);
-
   Agent(const boost::asio::any_io_executor& executor, const Settings& settings,
         const StateFile& file, const State& state);
 
   [[nodiscard]] json::Object describeActivity() const;
-  [[nodiscard]] bool isForcedBusy() const;
-  [[nodiscard]] bool isEmbedding() const;
   [[nodiscard]] bool isBusy() const;
 
   void onReport(const IndexReport& report);
   void onConnection(const AgentConnection& connection);
+  void onModelSettled();
+  void onEmbedded(const std::vector<SharedRoot>& folders);
   void noteSettled(const PendingApproval& request, std::string_view verdict,
                    std::string_view counter);
 
-  [[nodiscard]] bool hasSimulatedWork() const;
-  /// Starts the simulated work, unless it is under way or there is none.
-  void startSimulation();
-  boost::asio::awaitable<void> simulate();
-  void advance(double seconds);
-  void advanceModel(double seconds);
   void announce();
 
-  boost::asio::any_io_executor executor_;
   StateFile file_;
   std::string machineId_;
-  double filesEmbeddedPerSecond_;
   bool isModelSaved_;
   Journal journal_;
   Folders folders_;
   Approvals approvals_;
-  EmbeddingModel model_;
+  Simulation simulation_;
   int searches_ = 0;
-  std::optional<steady_clock::time_point> busyUntil_;
-
   Snapshot snapshot_;
-  bool isSimulating_ = false;
 
   Connections connections_;
   Indexer indexer_;
