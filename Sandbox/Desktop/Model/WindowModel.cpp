@@ -6,14 +6,6 @@
 namespace zephyl::sandbox::desktop {
 namespace {
 
-constexpr int forbidden = 403;
-
-std::optional<std::string> failureOf(const Result<Answer>& answer) {
-  if (!answer) return answer.error().message;
-  const auto content = contentOf(*answer);
-  return content ? std::nullopt : std::optional(content.error().message);
-}
-
 /// Returns the part between "servers/" and the suffix; nullopt if the route lacks either.
 std::optional<std::string> serverIn(std::string_view route, std::string_view suffix) {
   constexpr std::string_view prefix = "servers/";
@@ -26,79 +18,15 @@ std::optional<std::string> serverIn(std::string_view route, std::string_view suf
 
 }  // namespace
 
-void WindowModel::setAbsent() {
-  link_ = Link::absent;
-  port_.changed();
-}
+WindowModel::WindowModel(Port port)
+    : port_(std::move(port)),
+      tray_({.ask = port_.ask,
+             .polled = [this](bool isFirst) { handlePoll(isFirst); },
+             .changed = port_.changed}) {}
 
-// Polls
-
-template <typename T>
-void WindowModel::pollNext(const Request& request, std::function<void(Result<T>)> next) {
-  port_.ask(request, [this, changes = changes_, next = std::move(next)](const auto& answer) {
-    if (changes != changes_) {
-      poll_.reset();
-      return refresh();
-    }
-    if (!answer) return failPoll(Link::gone);
-    if (answer->status == forbidden) return failPoll(Link::replaced);
-    next(contentAs<T>(*answer));
-  });
-}
-
-void WindowModel::refresh() {
-  if (poll_ || changesUnderWay_ > 0 || link_ == Link::absent) return;
-  poll_.emplace();
-  pollNext<TrayStatus>(getStatus(), [this](Result<TrayStatus> status) {
-    if (!status) return failPoll(Link::gone);
-    poll_->status = *std::move(status);
-    pollServers();
-  });
-  pollFolders();
-}
-
-void WindowModel::pollFolders() {
-  if (std::exchange(folders_.isPolled, true)) return;
-  port_.ask(getFolders(), [this, changes = changes_](const auto& answer) {
-    folders_.isPolled = false;
-    if (changesUnderWay_ > 0) return;  // polled after them
-    if (changes != changes_) return pollFolders();
-    if (!answer) return;
-    auto list = contentAs<FolderList>(*answer);
-    folders_.known.reset();
-    if (list) folders_.known = std::move(list->roots);
-    port_.changed();
-  });
-}
-
-void WindowModel::pollServers() {
-  pollNext<ServerList>(getServers(), [this](Result<ServerList> servers) {
-    if (!servers) return failPoll(Link::gone);
-    poll_->servers = *std::move(servers);
-    pollDiagnostics();
-  });
-}
-
-void WindowModel::pollDiagnostics() {
-  pollNext<Diagnostics>(getDiagnostics(), [this](Result<Diagnostics> diagnostics) {
-    if (!diagnostics) return failPoll(Link::gone);
-    poll_->diagnostics = *std::move(diagnostics);
-    finishPoll();
-  });
-}
-
-void WindowModel::failPoll(Link link) {
-  poll_.reset();
-  link_ = link;
-  port_.changed();
-}
-
-void WindowModel::finishPoll() {
-  state_ = *std::exchange(poll_, std::nullopt);
-  link_ = Link::answers;
-  const bool isFirst = !std::exchange(wasConnected_, true);
+void WindowModel::handlePoll(bool isFirst) {
   if (isFirst && !focus_) focus_ = page() == Page::join ? Focus::inviteKey : Focus::servers;
-  agent_ = agentLine(state_.diagnostics);
+  agent_ = agentLine(tray_.diagnostics());
   joining_.update(servers());
   if (joining_.step() == Joining::Step::connected) {
     select(joining_.serverId().value_or(""));
@@ -113,7 +41,7 @@ void WindowModel::finishPoll() {
 
 WindowModel::Page WindowModel::page() const {
   if (joinPageChosen_) return Page::join;
-  if (!wasConnected_) return Page::none;
+  if (!wasConnected()) return Page::none;
   return servers().empty() ? Page::join : Page::server;
 }
 
@@ -173,23 +101,12 @@ void WindowModel::resolveRoute() {
 
 // Changes
 
-void WindowModel::change(const Request& request, Done done) {
-  ++changesUnderWay_;
-  ++changes_;
-  port_.ask(request, [this, done = std::move(done)](const auto& answer) {
-    --changesUnderWay_;
-    ++changes_;
-    if (done) done(failureOf(answer));
-    refresh();
-  });
-}
-
 void WindowModel::join(const std::string& inviteKey) {
   if (joining_.isUnderWay()) return;
   joinPageChosen_ = true;
   joining_.begin(servers());
   port_.changed();
-  change(joinServer(inviteKey), [this](const std::optional<std::string>& failure) {
+  tray_.change(joinServer(inviteKey), [this](const std::optional<std::string>& failure) {
     if (failure) {
       joining_.refused(*failure);
     } else {
@@ -200,36 +117,32 @@ void WindowModel::join(const std::string& inviteKey) {
 }
 
 void WindowModel::rename(const std::string& id, const std::string& name, Done done) {
-  change(renameServer(id, name), std::move(done));
+  tray_.change(renameServer(id, name), std::move(done));
 }
 
 void WindowModel::setAccent(const std::string& id, const std::string& accent, Done done) {
-  change(desktop::setAccent(id, accent), std::move(done));
+  tray_.change(desktop::setAccent(id, accent), std::move(done));
 }
 
 void WindowModel::setEnabled(const std::string& id, bool enabled, Done done) {
-  change(desktop::setEnabled(id, enabled), std::move(done));
+  tray_.change(desktop::setEnabled(id, enabled), std::move(done));
 }
 
 void WindowModel::remove(const std::string& id, Done done) {
-  change(removeServer(id), std::move(done));
+  tray_.change(removeServer(id), std::move(done));
 }
 
 void WindowModel::setFolderShared(const std::string& id, const std::string& root, bool shared,
                                   Done done) {
-  change(desktop::setFolderShared(id, root, shared), std::move(done));
+  tray_.change(desktop::setFolderShared(id, root, shared), std::move(done));
 }
 
 void WindowModel::shareFolder(const std::string& id, Done done) {
-  port_.ask(desktop::shareFolder(id), [this, done = std::move(done)](const auto& answer) {
-    ++changes_;
-    done(failureOf(answer));
-    refresh();
-  });
+  tray_.changeSlowly(desktop::shareFolder(id), std::move(done));
 }
 
 void WindowModel::restartAgent(Done done) {
-  change(desktop::restartAgent(), std::move(done));
+  tray_.change(desktop::restartAgent(), std::move(done));
 }
 
 void WindowModel::copyDiagnostics(std::function<void(const Result<std::string>&)> done) {

@@ -9,34 +9,23 @@
 #include "Desktop/Client/Requests.hpp"
 #include "Desktop/Model/AgentLine.hpp"
 #include "Desktop/Model/Joining.hpp"
+#include "Desktop/Model/TrayState.hpp"
 
 namespace zephyl::sandbox::desktop {
 
-/// The state of the window: the tray's servers, folders and agent according to the newest poll, and
-/// the page that is selected. Independent of widgets, threads and time: the owner calls `refresh`
-/// while the window is visible.
-///
-/// A poll that overlaps a change is repeated, so a widget never shows the value before the change
-/// again. Folders are polled separately, because the tray requests them from the agent, which may
-/// take a minute. Must be used on one thread, and must outlive its requests.
+/// The state of the window: that of the tray, and the page that is selected. Independent of
+/// widgets, threads and time: the owner calls `refresh` while the window is visible. Must be used
+/// on one thread, and must outlive its requests.
 class WindowModel {
  public:
-  /// The connection to the tray.
-  enum class Link {
-    waiting,   ///< no poll was answered yet
-    answers,   ///< the newest poll was answered
-    gone,      ///< the tray does not answer
-    replaced,  ///< another run of the tray answers, which refuses the token of this one
-    absent     ///< this program has no access to a tray
-  };
+  using Link = TrayState::Link;
   /// `none`: the servers are not known yet.
   enum class Page { none, join, server };
   /// The part of the window that should get the keyboard focus, or the question to ask.
   enum class Focus { inviteKey, servers, name, removal };
 
-  using Answered = std::function<void(const Result<Answer>&)>;
-  /// Called with the reason if the change failed.
-  using Done = std::function<void(const std::optional<std::string>& failure)>;
+  using Answered = TrayState::Answered;
+  using Done = TrayState::Done;
 
   struct Port {
     /// Sends a request to the tray. Calls back later, on the same thread.
@@ -45,25 +34,23 @@ class WindowModel {
     std::function<void()> changed;
   };
 
-  explicit WindowModel(Port port) : port_(std::move(port)) {}
-  WindowModel(const WindowModel&) = delete;
-  WindowModel& operator=(const WindowModel&) = delete;
+  explicit WindowModel(Port port);
 
   /// Ends polling, because there is no tray.
-  void setAbsent();
+  void setAbsent() { tray_.setAbsent(); }
   /// Polls the tray, unless a poll or a change is under way.
-  void refresh();
+  void refresh() { tray_.refresh(); }
 
-  [[nodiscard]] Link link() const { return link_; }
+  [[nodiscard]] Link link() const { return tray_.link(); }
   /// Returns whether the tray has ever answered a poll.
-  [[nodiscard]] bool wasConnected() const { return wasConnected_; }
+  [[nodiscard]] bool wasConnected() const { return tray_.wasConnected(); }
   /// Returns whether servers can be joined: the programs of the private network are not known to be
   /// missing.
-  [[nodiscard]] bool canJoin() const { return !wasConnected_ || state_.status.available; }
-  [[nodiscard]] const std::vector<ServerEntry>& servers() const { return state_.servers.servers; }
+  [[nodiscard]] bool canJoin() const { return !wasConnected() || tray_.status().available; }
+  [[nodiscard]] const std::vector<ServerEntry>& servers() const { return tray_.servers(); }
   /// nullopt while the agent does not answer.
   [[nodiscard]] const std::optional<std::vector<FolderEntry>>& folders() const {
-    return folders_.known;
+    return tray_.folders();
   }
   [[nodiscard]] const AgentLine& agent() const { return agent_; }
   [[nodiscard]] const Joining& joining() const { return joining_; }
@@ -95,40 +82,17 @@ class WindowModel {
   void copyDiagnostics(std::function<void(const Result<std::string>&)> done);
 
  private:
-  struct Poll {
-    TrayStatus status;
-    ServerList servers;
-    Diagnostics diagnostics;
-  };
-  struct Folders {
-    std::optional<std::vector<FolderEntry>> known;
-    bool isPolled = false;
-  };
   struct ServerRoute {
     std::string id;
     Focus focus;
   };
 
-  /// Sends the next request of a poll. `next` is skipped if the poll failed or is repeated.
-  template <typename T>
-  void pollNext(const Request& request, std::function<void(Result<T>)> next);
-  void pollServers();
-  void pollDiagnostics();
-  void failPoll(Link link);
-  void finishPoll();
-  void pollFolders();
-  void change(const Request& request, Done done);
+  void handlePoll(bool isFirst);
   void focusOn(const ServerRoute& route);
   void resolveRoute();
 
   const Port port_;
-  Link link_ = Link::waiting;
-  bool wasConnected_ = false;
-  Poll state_;                // the newest complete one
-  std::optional<Poll> poll_;  // under way
-  Folders folders_;
-  int changesUnderWay_ = 0;
-  unsigned changes_ = 0;  // begun or ended
+  TrayState tray_;
   AgentLine agent_;
   Joining joining_;
   std::string notice_;
