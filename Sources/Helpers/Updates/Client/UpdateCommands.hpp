@@ -8,8 +8,8 @@
 #include "Helpers/Updates/Protocol/UpdateMessages.hpp"
 #include "System/Processes/ChildProcess.hpp"
 
-/// The commands of an update session to zephyl-tray-updater, and the meaning of its reports. Main thread
-/// only.
+/// The commands of an update session to zephyl-tray-updater, and the meaning of its reports. Main
+/// thread only.
 namespace zephyl {
 
 /// Returns the command for a check. A check on request of the user also offers versions that were
