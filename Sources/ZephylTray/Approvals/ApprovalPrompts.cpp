@@ -1,6 +1,7 @@
 #include "ZephylTray/Approvals/ApprovalPrompts.hpp"
 
 #include <algorithm>
+#include <tuple>
 #include <utility>
 
 #include "System/Concurrency/Weakly.hpp"
@@ -18,26 +19,37 @@ const PendingApproval* find(const std::vector<PendingApproval>& pending, const s
   return found == pending.end() ? nullptr : &*found;
 }
 
+/// Returns whether `request`, or one with the same content, is pending. An agent that has restarted
+/// may use an id again for another request.
+bool isStillPending(const std::vector<PendingApproval>& pending, const PendingApproval& request) {
+  const auto content = [](const PendingApproval& each) {
+    return std::tie(each.kind, each.tool, each.target, each.root, each.reasons);
+  };
+  const auto* const same = find(pending, request.id);
+  return same != nullptr && content(*same) == content(request);
+}
+
 }  // namespace
 
 void ApprovalPrompts::processPendingApprovals(const std::vector<PendingApproval>& pending) {
-  std::erase_if(seenApprovalIds_, [&](const std::string& id) {
-    if (find(pending, id) != nullptr) return false;
+  std::erase_if(seenApprovals_, [&](const auto& seen) {
+    const auto& [id, approval] = seen;
+    if (isStillPending(pending, approval)) return false;
     port_.withdraw(id);
     return true;
   });
   withdrawPromptUnlessPending(pending);
   if (presentingApproval_) return;
   const auto unseen = std::ranges::find_if(
-      pending, [this](const auto& approval) { return !seenApprovalIds_.contains(approval.id); });
+      pending, [this](const auto& approval) { return !seenApprovals_.contains(approval.id); });
   if (unseen == pending.end()) return;
-  seenApprovalIds_.insert(unseen->id);
+  seenApprovals_.try_emplace(unseen->id, *unseen);
   notify(*unseen);
   presentApproval(*unseen, /*requestedByUser=*/false);
 }
 
 void ApprovalPrompts::withdrawPromptUnlessPending(const std::vector<PendingApproval>& pending) {
-  if (!approvalDialog_ || find(pending, promptedApprovalId_) != nullptr) return;
+  if (!approvalDialog_ || isStillPending(pending, promptedApproval_)) return;
   approvalDialog_.reset();
   presentingApproval_ = false;
 }
@@ -52,7 +64,7 @@ void ApprovalPrompts::notify(const PendingApproval& approval) {
 void ApprovalPrompts::presentApproval(const PendingApproval& approval, bool requestedByUser) {
   using Button = alerts::ApprovalButton;
   presentingApproval_ = true;
-  promptedApprovalId_ = approval.id;
+  promptedApproval_ = approval;
   askAboutApproval(alerts::approval(approval, requestedByUser),
                    [approval](ApprovalPrompts& self, const AlertAnswer& answer) {
                      switch (static_cast<Button>(answer.button)) {
@@ -99,7 +111,15 @@ void ApprovalPrompts::askAboutApproval(const Alert& alert, Answered answered) {
       }));
 }
 
+/// Returns whether the agent has meanwhile given the id of the prompted request to another one.
+bool ApprovalPrompts::isPromptedApprovalReplaced() const {
+  const auto pending = port_.pending();
+  return pending && find(*pending, promptedApproval_.id) != nullptr &&
+         !isStillPending(*pending, promptedApproval_);
+}
+
 void ApprovalPrompts::decideApproval(const std::string& id, const std::string& decision) {
+  if (isPromptedApprovalReplaced()) return presentNextApproval();
   sendDecision(id, decision, weakly(this, [id](ApprovalPrompts& self, const Result<void>& result) {
                  if (!result) {
                    return self.showError(result.error().message,
@@ -122,17 +142,18 @@ void ApprovalPrompts::sendDecision(const std::string& id, const std::string& dec
 void ApprovalPrompts::answer(const std::string& id, const std::string& decision,
                              const Decided& done) {
   const auto pending = port_.pending();
-  if (!pending || find(*pending, id) == nullptr) return done(Error{"No request has this id."});
-  const bool isPrompted = presentingApproval_ && promptedApprovalId_ == id;
+  const auto* const approval = pending ? find(*pending, id) : nullptr;
+  if (approval == nullptr) return done(Error{"No request has this id."});
+  const bool isPrompted = presentingApproval_ && promptedApproval_.id == id;
   if (isPrompted && !approvalDialog_) return done(Error{"This request is being decided already."});
   // No prompt about the request is wanted now. If the decision fails, it may be prompted again.
-  const bool isNew = seenApprovalIds_.insert(id).second;
+  const bool isNew = seenApprovals_.try_emplace(id, *approval).second;
   sendDecision(id, decision,
                weakly(this, [id, isNew, done](ApprovalPrompts& self, const Result<void>& result) {
                  if (result) {
                    self.withdrawDecided(id);
                  } else if (isNew) {
-                   self.seenApprovalIds_.erase(id);
+                   self.seenApprovals_.erase(id);
                  }
                  done(result);
                }));
@@ -141,7 +162,7 @@ void ApprovalPrompts::answer(const std::string& id, const std::string& decision,
 /// Withdraws the notification and the prompt about a request that was decided elsewhere.
 void ApprovalPrompts::withdrawDecided(const std::string& id) {
   port_.withdraw(id);
-  if (approvalDialog_ && promptedApprovalId_ == id) {
+  if (approvalDialog_ && promptedApproval_.id == id) {
     approvalDialog_.reset();
     presentNextApproval();
   }
@@ -168,7 +189,7 @@ void ApprovalPrompts::reviewNotified(const std::string& id) {
 }
 
 void ApprovalPrompts::reviewApproval(const PendingApproval& approval) {
-  seenApprovalIds_.insert(approval.id);
+  seenApprovals_.insert_or_assign(approval.id, approval);
   presentApproval(approval, /*requestedByUser=*/true);
 }
 

@@ -1,9 +1,9 @@
 #pragma once
 
 #include <functional>
+#include <map>
 #include <memory>
 #include <optional>
-#include <set>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -34,8 +34,9 @@ namespace zephyl {
 /// the pending requests are checked again. A decision that the user makes elsewhere (`answer`) does
 /// not depend on these states, and closes the prompt about its request.
 ///
-/// An id counts as seen while its request is pending. When it is no longer pending, its
-/// notification is withdrawn.
+/// An id counts as seen while its request is pending. When it is no longer pending, or another
+/// request has the same id, its notification is withdrawn. A decision is sent only for the request
+/// that the prompt has shown.
 ///
 /// Main thread only. Owned by a `shared_ptr`. Dialogs and requests hold it weakly.
 class ApprovalPrompts : public std::enable_shared_from_this<ApprovalPrompts> {
@@ -87,6 +88,7 @@ class ApprovalPrompts : public std::enable_shared_from_this<ApprovalPrompts> {
   void promptAlwaysAllowConfirmation(const PendingApproval& approval);
   void confirm(const std::string& id, std::string_view phrase);
   void askAboutApproval(const Alert& alert, Answered answered);
+  [[nodiscard]] bool isPromptedApprovalReplaced() const;
   void decideApproval(const std::string& id, const std::string& decision);
   void presentNextApproval();
   void withdrawDecided(const std::string& id);
@@ -96,9 +98,9 @@ class ApprovalPrompts : public std::enable_shared_from_this<ApprovalPrompts> {
   void showError(const std::string& description, Task acknowledged = {});
 
   const Port port_;
-  std::set<std::string> seenApprovalIds_;
-  bool presentingApproval_ = false;  // Prompting, Confirming or Sending
-  std::string promptedApprovalId_;
+  std::map<std::string, PendingApproval> seenApprovals_;  // by id
+  bool presentingApproval_ = false;                       // Prompting, Confirming or Sending
+  PendingApproval promptedApproval_;                      // the current or latest one
   Dialogs::Handle approvalDialog_;
   Dialogs::Handle errorDialog_;
   Task errorAcknowledged_;

@@ -164,6 +164,47 @@ TEST_F(ApprovalPromptsTest, AWithdrawnRequestIsForgottenAndPromptedAgainIfItRetu
   EXPECT_EQ(decisions_, Strings{});
 }
 
+TEST_F(ApprovalPromptsTest, AnotherRequestWithTheSameIdIsPromptedAnew) {
+  pend({"a"});
+  const auto withTarget = [this](const char* target) {
+    pending_ = {{.id = "a", .tool = "cat", .target = target}};
+  };
+  withTarget("/etc/b");
+  prompts_->processPendingApprovals(*pending_);
+  EXPECT_EQ(prompts(), Strings{"b"});
+  EXPECT_EQ(desktop_.notifications.size(), 1U);
+  dialogs_.press("Allow once");
+  EXPECT_EQ(decisions_, Strings{"a=approve"});
+  answer();
+  prompts_->processPendingApprovals(*pending_);
+  EXPECT_EQ(prompts(), Strings{}) << "it was decided";
+
+  withTarget("/etc/c");
+  prompts_->processPendingApprovals(*pending_);
+  EXPECT_EQ(prompts(), Strings{"c"});
+}
+
+TEST_F(ApprovalPromptsTest, ADecisionIsNotSentForAnotherRequestWithTheSameId) {
+  for (const char* button : {"Deny", "Allow once"}) {
+    pend({"a"});
+    pending_ = {{.id = "a", .tool = "cat", .target = "/etc/b"}};  // by a poll
+    dialogs_.press(button);
+    EXPECT_EQ(decisions_, Strings{});
+    EXPECT_EQ(prompts(), Strings{"b"});
+    pend({});
+  }
+}
+
+TEST_F(ApprovalPromptsTest, NamesThatChangeDoNotMakeAnotherRequest) {
+  pend({"a"});
+  pending_->front().userName = "Ann";
+  pending_->front().createdAt = 1;
+  prompts_->processPendingApprovals(*pending_);
+  EXPECT_EQ(prompts(), Strings{"a"});
+  dialogs_.press("Allow once");
+  EXPECT_EQ(decisions_, Strings{"a=approve"});
+}
+
 TEST_F(ApprovalPromptsTest, ARequestThatCannotBeShownWaitsForTheMenu) {
   pend({"a"});
   dialogs_.failToShow();
