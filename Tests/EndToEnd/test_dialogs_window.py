@@ -11,6 +11,7 @@ from support.tray import REPOSITORY, eventually
 LOG = {"title": "Tailnet Logs", "message": "", "shownText": "one", "fullText": "one",
        "requestedByUser": True}
 FOLDER = {"prompt": "Share", "message": "Choose a project folder to share with this Zephyl."}
+HEBREW = "/שלום/etc/passwd"
 LONG = {**APPROVAL, "explanation": "Command:\n" + "\n".join(f"line {n}" for n in range(200))}
 
 
@@ -51,6 +52,19 @@ def test_a_window_fits_on_a_screen_with_few_large_pixels(screen, show, request_)
     shape = dict(line.split("=") for line in
                  screen.run("xdotool", "getwindowgeometry", "--shell", number).split())
     assert int(shape["WIDTH"]) < WIDTH and int(shape["HEIGHT"]) < HEIGHT, shape
+
+
+@pytest.mark.parametrize(("request_", "name"), [
+    ({"alert": {**APPROVAL, "heading": HEBREW}}, "Message"),
+    ({"alert": {**APPROVAL, "explanation": HEBREW}}, "Details"),
+    ({"logWindow": {**LOG, "message": HEBREW}}, "Message"),
+    ({"logWindow": {**LOG, "shownText": HEBREW}}, "Log")],
+    ids=["heading", "explanation", "message", "log"])
+def test_a_path_with_a_hebrew_name_is_read_from_left_to_right(show, request_, name):
+    text = show(**request_).accessible().find("text", name)
+    edges = eventually(lambda: [text.left_of(part) for part in ("שלום", "etc", "passwd")],
+                       what="a text")
+    assert edges == sorted(edges), edges
 
 
 def scroll_bars(window):

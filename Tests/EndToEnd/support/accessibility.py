@@ -65,6 +65,11 @@ class Accessible:
         return self._call(INTERFACE + "Text", "GetText", "(ii)", 0,
                           self._get("Text", "CharacterCount"))[0]
 
+    def left_of(self, text):
+        """Returns the left edge on the screen of the first character of a part of the text."""
+        return self._call(INTERFACE + "Text", "GetCharacterExtents", "(iu)",
+                          self.text.index(text), 0)[0]
+
     def box(self):
         """Returns left, top, width and height on the screen."""
         return self._call(INTERFACE + "Component", "GetExtents", "(u)", 0)[0]

@@ -96,6 +96,7 @@ void LogViewer::makeLogScrollView(const std::string& text) {
   log_.setHorizontalScrollBarPolicy(Qt::ScrollBarAlwaysOff);
   log_.setVerticalScrollBarPolicy(Qt::ScrollBarAlwaysOn);
   log_.document()->setDocumentMargin(logInset);
+  setLeftToRight(*log_.document());
   log_.setPlainText(plainText(text));
   log_.setMinimumSize(contentWidth / 2, logHeight / 4);
   layout_.addWidget(&log_, 1);

@@ -5,6 +5,7 @@
 #include <QMimeData>
 #include <QScrollBar>
 #include <QTextDocument>
+#include <QTextOption>
 #include <QTimer>
 #include <algorithm>
 #include <cmath>
@@ -110,6 +111,12 @@ QString buttonText(const std::string& text) {
   return plainText(text).replace('&', "&&");
 }
 
+void setLeftToRight(QTextDocument& document) {
+  QTextOption option = document.defaultTextOption();
+  option.setTextDirection(Qt::LeftToRight);
+  document.setDefaultTextOption(option);
+}
+
 WrappedText::WrappedText(const QString& text, const QFont& font, Room room) {
   setFont(font);
   setReadOnly(true);
@@ -118,6 +125,7 @@ WrappedText::WrappedText(const QString& text, const QFont& font, Room room) {
   setTabChangesFocus(true);
   setWordWrapMode(QTextOption::WrapAtWordBoundaryOrAnywhere);
   setHorizontalScrollBarPolicy(Qt::ScrollBarAlwaysOff);
+  setLeftToRight(*document());
   setPlainText(withLongWordsDivided(text));
 
   const int needed =

@@ -13,6 +13,9 @@ namespace zephyl {
 QString plainText(const std::string& text);
 /// Does the same for a button, where an ampersand would mark a shortcut.
 QString buttonText(const std::string& text);
+/// Makes lines run from left to right, even those that begin with a word of a right-to-left script.
+/// The order of a path's names or a command's words would otherwise be reversed.
+void setLeftToRight(QTextDocument& document);
 
 /// A selectable text without markup. Takes the size that it needs at a given width, breaks words
 /// that are longer than a line, and scrolls if it would be too high.
