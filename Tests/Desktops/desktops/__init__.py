@@ -17,6 +17,7 @@ NOTIFICATION_ACTION  the place to click in a notification, as fractions of its w
                      (default: its center)
 ROWS                 the vertical positions of rows, as fractions of the height of their menu, on a
                      desktop whose menus ignore keys
+READS_WHEN_OPENED    true if the panel reads a menu whose rows have changed only when it is opened
 OPENS_SILENTLY       true if the panel opens the menu without a call to the tray
 WAYLAND              true if the desktop is a Wayland session nested in the X screen, whose windows
                      xdotool cannot find

@@ -1,7 +1,7 @@
 """GNOME on Wayland with the AppIndicator extension, nested in the X screen."""
 
-from desktops.gnome import (BUTTON, NAME, PACKAGES, PANEL, PROGRAM, SETTLING,  # noqa: F401
-                            UNSUPPORTED, after_shell, configure)
+from desktops.gnome import (BUTTON, NAME, PACKAGES, PANEL, PROGRAM, READS_WHEN_OPENED,  # noqa: F401
+                            SETTLING, UNSUPPORTED, after_shell, configure)
 from lab.screen import HEIGHT, WIDTH
 
 WAYLAND = True

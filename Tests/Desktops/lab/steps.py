@@ -193,13 +193,23 @@ class Tour(WindowSteps):
         eventually(lambda: condition(self.known()), 10, f"{what} in {self.known()}")
 
     def step_closed_menu_update(self):
-        """Checks that the panel learns of changes while the menu is closed."""
+        """Checks that the panel learns of changes while the menu is closed, at the latest when the
+        menu is opened on a desktop that reads it then."""
+        if getattr(self.desktop, "READS_WHEN_OPENED", False):
+            # It announces an opening when it connects. The tray publishes changes when that ends.
+            self.open_menu()
+            self.close_menu()
         self.world.rename(0, "Renamed while closed")
         self.knows(lambda menu: "Renamed while closed" in menu, "the new name")
         self.world.enable(DISABLED, True)
+        self.world.until_connected(3, limit=60)  # which is slow on a busy machine
+        if getattr(self.desktop, "READS_WHEN_OPENED", False):
+            time.sleep(QUIET)
+            self.open_menu()
         self.knows(lambda menu: self._rows_of(menu, "Archive", "Open in Browser"),
                    "an enabled server's rows")
-        self.open_menu()
+        if not getattr(self.desktop, "READS_WHEN_OPENED", False):
+            self.open_menu()
         self.shot("6-changed-while-closed")
         self.close_menu()
 
