@@ -84,8 +84,15 @@ class Session:
 
     def start_desktop(self):
         self.desktop.start(self)
+        self._export_environment()
         self.ensure_notifier()
         self.start_shell()
+        self._export_environment()  # a shell that is a compositor has added its socket
+
+    def _export_environment(self):
+        """Sets the environment of the services that the bus starts from now on."""
+        self.peer.call("org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus",
+                       "UpdateActivationEnvironment", "(a{ss})", self.environment)
 
     def ensure_notifier(self):
         """Starts the desktop's notification daemon, if it has one that is not running. An idle daemon

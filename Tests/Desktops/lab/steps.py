@@ -28,7 +28,7 @@ class Tour(WindowSteps):
     STEPS = ("item", "icon", "folder count", "tool tip", "menu", "submenu", "row action",
              "closed menu update", "open menu unchanged", "notification", "prompt",
              "typing elsewhere", "shell restart", "tray restart", "second start", "no idle signals",
-             "menu matches tray", "log window", "folder window", "update window")
+             "menu matches tray", "log window", "folder window", "folder portal", "update window")
 
     def step(self, name):
         """Performs a step. Raises an exception if it fails."""

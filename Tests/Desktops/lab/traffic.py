@@ -8,8 +8,11 @@ from gi.repository import Gio, GLib
 MENU = "com.canonical.dbusmenu"
 ITEM = "org.kde.StatusNotifierItem"
 NOTIFICATIONS = "org.freedesktop.Notifications"
+FILE_CHOOSER = "org.freedesktop.portal.FileChooser"
 RULES = [f"interface='{name}'" for name in
-         (MENU, ITEM, NOTIFICATIONS, "org.kde.StatusNotifierWatcher")] + ["type='method_return'"]
+         (MENU, ITEM, NOTIFICATIONS, FILE_CHOOSER, "org.kde.StatusNotifierWatcher")] + [
+             "type='method_return'"]
+LONGEST_LINE = 4000  # of a saved record, which would otherwise contain whole pictures
 
 
 class Call:
@@ -88,6 +91,15 @@ class Traffic:
             elif call.sender == host and call.reply is not None:
                 view.apply_reply(call)
         return view
+
+    def save(self, path):
+        """Writes the recorded messages to a file, with the seconds since the first one."""
+        calls = self.calls()
+        with open(path, "w") as file:
+            for call in calls:
+                reply = "" if call.reply is None else f" -> {call.reply}"
+                line = f"{call.time - calls[0].time:8.3f} {call}{reply}"
+                file.write(line[:LONGEST_LINE] + "\n")
 
     def close(self):
         self._connection.close_sync(None)

@@ -25,6 +25,7 @@ class LabWorld(World):
         self.window = Window(self)
         self.opened = self.root / "opened"
         self._add_browser()
+        self._choose_portal()
         self.servers = self._add_servers(number)
         self.add_files(40)
         self.environment.update(ZEPHYL_SANDBOX_MODEL_RATE="20000")  # one percent per minute
@@ -36,6 +37,13 @@ class LabWorld(World):
         browser.chmod(0o755)
         path = f"{browser.parent}:{self.prefix}/bin:{self.environment['PATH']}"
         self.environment["PATH"] = path
+
+    def _choose_portal(self):
+        """Selects the portal of GTK, whose chooser can be used with keys alone, also on desktops with
+        another one."""
+        configuration = self.home / ".config/xdg-desktop-portal/portals.conf"
+        configuration.parent.mkdir(parents=True)
+        configuration.write_text("[preferred]\ndefault=gtk\n")
 
     def _add_servers(self, number):
         identifiers = self.add_servers(len(LABELS))
