@@ -21,5 +21,6 @@ READS_WHEN_OPENED    true if the panel reads a menu whose rows have changed only
 OPENS_SILENTLY       true if the panel opens the menu without a call to the tray
 WAYLAND              true if the desktop is a Wayland session nested in the X screen, whose windows
                      xdotool cannot find
+SUPPORTS_MONITORS    true if the module sets up several monitors, of which the first one is used
 after_shell          a function that performs the input that is needed after the shell has started
 """

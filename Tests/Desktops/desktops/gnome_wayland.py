@@ -5,6 +5,7 @@ from desktops.gnome import (BUTTON, NAME, PACKAGES, PANEL, PROGRAM, READS_WHEN_O
 from lab.screen import HEIGHT, WIDTH
 
 WAYLAND = True
+SUPPORTS_MONITORS = True
 SOCKET = "wayland-5"
 
 
@@ -12,6 +13,7 @@ def start(session):
     configure(session)
     size = f"{int(WIDTH * session.scale)}x{int(HEIGHT * session.scale)}"
     session.environment.update(XDG_SESSION_TYPE="wayland", MUTTER_DEBUG_DUMMY_MODE_SPECS=size,
+                               MUTTER_DEBUG_NUM_DUMMY_MONITORS=str(session.monitors),
                                MUTTER_DEBUG_DUMMY_MONITOR_SCALES=f"{session.scale:g}")
 
 

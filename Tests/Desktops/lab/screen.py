@@ -12,13 +12,15 @@ WIDTH, HEIGHT = 1280, 800
 
 
 class Screen:
-    """Owns an X server. All coordinates and pictures are those of a screen of WIDTH by HEIGHT pixels
-    for any scale. Sets DISPLAY in `environment`."""
+    """Owns an X server. All coordinates and pictures are those of a monitor of WIDTH by HEIGHT pixels
+    for any scale. The server has room for other monitors to the right of it. Sets DISPLAY in
+    `environment`."""
 
-    def __init__(self, environment, scale=1.0):
+    def __init__(self, environment, scale=1.0, monitors=1):
         self.environment, self.scale = environment, scale
         reader, writer = os.pipe()
-        size = f"{int(WIDTH * scale)}x{int(HEIGHT * scale)}x24"
+        width, height = int(WIDTH * scale), int(HEIGHT * scale)
+        size = f"{width * monitors}x{height}x24"
         self._server = subprocess.Popen(
             ["Xvfb", "-displayfd", str(writer), "-screen", "0", size, "-nolisten", "tcp",
              "+extension", "GLX", "+extension", "RANDR", "-noreset", "-ac"],

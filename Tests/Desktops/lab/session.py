@@ -21,8 +21,8 @@ class Session:
     Tests/Desktops/desktops. `number` is different for each desktop. `settings` are additional
     environment variables for all programs."""
 
-    def __init__(self, desktop, dark, number, scale=1.0, settings=()):
-        self.desktop, self.dark, self.scale = desktop, dark, scale
+    def __init__(self, desktop, dark, number, scale=1.0, settings=(), monitors=1):
+        self.desktop, self.dark, self.scale, self.monitors = desktop, dark, scale, monitors
         self.world = LabWorld(number)
         self.home, self.root = self.world.home, self.world.root
         self.runtime = self.root / "run"
@@ -30,7 +30,7 @@ class Session:
         self.environment = self.world.environment
         self._set_environment()
         self.environment.update(settings)
-        self.screen = Screen(self.environment, scale)
+        self.screen = Screen(self.environment, scale, monitors)
         if scale != 1:
             self._set_scale()
         self.system_bus = SessionBus().start()

@@ -220,8 +220,7 @@ class Tour(WindowSteps):
 
     def step_open_menu_unchanged(self):
         """Checks that an open menu is not changed and that the change appears afterwards."""
-        box = self.open_menu()
-        area = box[0], box[1], box[2] - box[0] + 1, box[3] - box[1] + 1
+        area = self.without_panel(self.open_menu())
         before = self.screen.at_rest(area)
         self.world.rename(0, "Renamed while open")
         time.sleep(3)
@@ -257,6 +256,12 @@ class Tour(WindowSteps):
         """Returns the area of the screen above or below the panel."""
         _, top, _, height = self.desktop.PANEL
         return (0, height, WIDTH, HEIGHT - height) if top == 0 else (0, 0, WIDTH, top)
+
+    def without_panel(self, box):
+        """Returns the part of a box beyond the panel, whose clock may change, as an area."""
+        _, top, _, height = self.beyond_panel()
+        upper, lower = max(box[1], top), min(box[3], top + height - 1)
+        return box[0], upper, box[2] - box[0] + 1, lower - upper + 1
 
     def _invoke_action(self, box, begin):
         left, top, right, bottom = box
