@@ -5,7 +5,7 @@ import re
 
 import pytest
 
-from support.dialogs import APPROVAL, CONFIRMATION, DOWNLOAD, HEIGHT, INVITE, WIDTH
+from support.dialogs import APPROVAL, CONFIRMATION, DOWNLOAD, HEIGHT, INVITE, WIDTH, Window
 from support.tray import REPOSITORY, eventually
 
 LOG = {"title": "Tailnet Logs", "message": "", "shownText": "one", "fullText": "one",
@@ -65,6 +65,17 @@ def test_a_path_with_a_hebrew_name_is_read_from_left_to_right(show, request_, na
     edges = eventually(lambda: [text.left_of(part) for part in ("שלום", "etc", "passwd")],
                        what="a text")
     assert edges == sorted(edges), edges
+
+
+def test_a_window_is_not_mirrored_in_a_right_to_left_language(screen):
+    """Some desktops translate the toolkit, which mirrors windows then. The texts are English."""
+    window = Window(screen, {"alert": APPROVAL}, ["-reverse"])
+    try:
+        top = window.shown().accessible()
+        icon = next(each for each in top.all() if each.name == "Critical")
+        assert icon.box()[0] < top.find("text", "Message").box()[0]
+    finally:
+        window.close()
 
 
 def scroll_bars(window):

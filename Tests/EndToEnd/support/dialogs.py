@@ -209,14 +209,14 @@ def processor_seconds(pid):
 
 
 class Window:
-    """A run of the program with its reports."""
+    """A run of the program with its reports. `options` are those of the toolkit."""
 
-    def __init__(self, screen, request, **environment):
+    def __init__(self, screen, request, options=(), **environment):
         self.screen = screen
         self.reports = []
         self.costs = []  # of each report: processor time of the program until then, in seconds
         self.process = subprocess.Popen(
-            [PROGRAM], env={**screen.environment, **environment}, stdin=subprocess.PIPE,
+            [PROGRAM, *options], env={**screen.environment, **environment}, stdin=subprocess.PIPE,
             stdout=subprocess.PIPE, stderr=subprocess.PIPE)
         self.errors = b""
         self._readers = [threading.Thread(target=self._read),

@@ -47,6 +47,8 @@ int run(int& argumentCount, char** arguments) {
   prepareToolkit();
   const QApplication application(argumentCount, arguments);
   QApplication::setQuitOnLastWindowClosed(false);
+  // The texts are English. In a mirrored window an ellipsis would precede its words.
+  QGuiApplication::setLayoutDirection(Qt::LeftToRight);
   QGuiApplication::setDesktopFileName(QStringLiteral("com.zephyl.tray"));
   followColorScheme();
   QApplication::setWindowIcon(applicationIcon());
