@@ -10,6 +10,9 @@ OTHER = {"<": "<=", "<=": "<", ">": ">=", ">=": ">", "==": "!=", "!=": "==", "&&
 LOGICAL = re.compile(r" (&&|\|\|) ")
 CONDITION = re.compile(r"\b(?:if|while) \(")
 NUMBER = re.compile(r"(?<![\w.'])(\d+)(?![\w.'])")
+BUFFER = re.compile(r"std::array<(?:char|std::byte|unsigned char|std::uint8_t), $")
+APPEARANCE = re.compile(r"\bset(?:ContentsMargins|Spacing)\([^;]*$|"
+                        r"\bconstexpr int \w*(?:[mM]argin|[sS]pacing|[iI]nset) = $")
 CALL = re.compile(r"^ +((?!return\b|throw\b|delete\b|using\b|case\b|if\b|for\b|while\b|static_assert\b)"
                   r"[A-Za-z_][\w:]*(?:(?:\.|->)\w+|\([^()\n]*\)(?=[.-]))*\([^\n]*\));$", re.M)
 RETURN = re.compile(r"\breturn ([^;{}\n]+);")
@@ -53,6 +56,11 @@ def closing(code, opening):
     return None
 
 
+def successor(number):
+    """Returns the number plus one, in the base of the number."""
+    return f"0{int(number, 8) + 1:o}" if re.fullmatch(r"0[0-7]+", number) else str(int(number) + 1)
+
+
 def changes(code):
     """Yields the kind, the begin, the end and the replacement of each possible mutation."""
     for found in COMPARISON.finditer(code):
@@ -67,7 +75,9 @@ def changes(code):
         if end and ";" not in inside and not re.match(r"(const )?auto\b|\w+[\w:<>]* \w+ = ", inside):
             yield "negated", found.end(), end, f"!({inside})"
     for found in NUMBER.finditer(code):
-        yield "off by one", found.start(1), found.end(1), str(int(found[1]) + 1)
+        before = code[:found.start()].rsplit("\n", 1)[-1]
+        if not BUFFER.search(before) and not APPEARANCE.search(before):
+            yield "off by one", found.start(1), found.end(1), successor(found[1])
     for found in CALL.finditer(code):
         yield "call removed", found.start(1), found.end(1), "(void)0"
     for found in RETURN.finditer(code):
