@@ -84,7 +84,7 @@ void AlertWindow::addTextField(const Alert::TextField& field) {
   textField_.setMaxLength(maxTypedCharacters);
   textField_.setMinimumWidth(std::clamp(field.width, 0, textWidth));
   layout_.addWidget(&textField_, 2, 1, Qt::AlignLeft);
-  setTabOrder(&information_, &textField_);
+  if (information_.parentWidget() != nullptr) setTabOrder(&information_, &textField_);
   textField_.setFocus();
 }
 
