@@ -4,6 +4,7 @@
 #include <deque>
 #include <filesystem>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <thread>
 #include <vector>
@@ -298,6 +299,27 @@ TEST_F(LoopbackServerTest, MakesRoomForOthersWhenDescriptorsRunOut) {
   ASSERT_TRUE(other.send("b."));
   EXPECT_EQ(other.receiveAll(), "b.");
   EXPECT_EQ(silent.receiveAll(), "");
+}
+
+TEST_F(LoopbackServerTest, ClosesNoPeerIfDescriptorsAreFreeAgain) {
+  openEcho();
+  bool inTime = false;  // whether they were free before the next attempt to accept
+  for (int attempt = 0; attempt < 20 && !inTime; ++attempt) {
+    const int before = calls_;
+    const RawClient silent(listener_->port());
+    ASSERT_TRUE(silent.send("a"));
+    ASSERT_TRUE(test::eventually([&] { return calls_ > before; }));
+    std::optional<DescriptorLimit> limit(1);
+    const auto begin = std::chrono::steady_clock::now();
+    const RawClient other(listener_->port());
+    ASSERT_TRUE(other.send("b."));
+    (void)other.isReadable(20ms);  // until the listener lacks a descriptor
+    limit.reset();
+    inTime = std::chrono::steady_clock::now() - begin < 90ms;
+    EXPECT_EQ(other.receiveAll(), "b.");
+    EXPECT_FALSE(inTime && silent.isReadable(100ms));
+  }
+  EXPECT_TRUE(inTime);
 }
 
 TEST_F(LoopbackServerTest, MakesRoomByClosingRefusedPeersThatKeepSending) {

@@ -27,6 +27,12 @@ TEST(CommandArguments, AcceptOptionsAndOperandsInAnyOrder) {
   EXPECT_TRUE(parse({"logs", "Patient Hill", "-f"})->follow);
   EXPECT_EQ(parse({"answer", "a1", "once"})->operands, (Strings{"a1", "once"}));
   EXPECT_EQ(parse({"restart-tailnet"})->verb, CommandVerb::restartTailnet);
+  for (const auto& operands : std::vector<std::vector<const char*>>{
+           {"read"}, {"read", "k"}, {"write", "k", "v"}, {"delete", "k"}}) {
+    std::vector<const char*> words{"defaults"};
+    words.insert(words.end(), operands.begin(), operands.end());
+    EXPECT_EQ(parse(words)->operands, Strings(operands.begin(), operands.end()));
+  }
 }
 
 TEST(CommandArguments, TreatNegativeNumbersAndWordsAfterTwoDashesAsOperands) {
