@@ -58,8 +58,9 @@ class Desk:
 
     def start(self):
         """Starts the tray, which opens its window."""
+        count = len(self.watcher.items) + 1
         self.tray = self._start_tray("--desktop")
-        self.item = self.watcher.item(len(self.watcher.items) + 1)
+        self.item = self.watcher.item(count)
         return self.window()
 
     def window_pid(self):
