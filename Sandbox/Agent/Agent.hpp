@@ -13,7 +13,7 @@
 #include "Agent/Approvals.hpp"
 #include "Agent/Connections.hpp"
 #include "Agent/Folders.hpp"
-#include "Agent/Indexer.hpp"
+#include "Agent/Index/Indexer.hpp"
 #include "Agent/Journal.hpp"
 #include "Agent/Records.hpp"
 #include "Agent/Settings.hpp"

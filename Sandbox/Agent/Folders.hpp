@@ -6,7 +6,7 @@
 #include <string_view>
 #include <vector>
 
-#include "Agent/FolderIndex.hpp"
+#include "Agent/Index/FolderIndex.hpp"
 #include "Agent/Records.hpp"
 #include "System/Data/Result.hpp"
 

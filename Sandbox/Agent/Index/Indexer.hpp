@@ -8,7 +8,7 @@
 #include <boost/asio/any_io_executor.hpp>
 #include <boost/asio/awaitable.hpp>
 
-#include "Agent/FolderIndex.hpp"
+#include "Agent/Index/FolderIndex.hpp"
 
 namespace zephyl::sandbox {
 

@@ -1,4 +1,4 @@
-#include "Agent/FolderIndex.hpp"
+#include "Agent/Index/FolderIndex.hpp"
 
 #include <algorithm>
 #include <array>

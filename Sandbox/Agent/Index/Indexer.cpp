@@ -1,4 +1,4 @@
-#include "Agent/Indexer.hpp"
+#include "Agent/Index/Indexer.hpp"
 
 #include <algorithm>
 #include <chrono>
