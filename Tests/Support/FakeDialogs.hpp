@@ -9,6 +9,8 @@
 #include <utility>
 #include <vector>
 
+#include <gtest/gtest.h>
+
 #include "Desktop/Dialogs.hpp"
 
 namespace zephyl::test {
@@ -52,10 +54,11 @@ class FakeDialogs final : public Dialogs {
     return all;
   }
 
-  /// Answers the newest alert with a button and closes it.
+  /// Answers the newest alert with a button, which it must have, and closes it.
   void press(const std::string& button, const std::string& text = "") {
     const auto& buttons = alerts_.back()->alert.buttons;
     const auto found = std::ranges::find(buttons, button);
+    ASSERT_NE(found, buttons.end()) << button;
     const auto place = static_cast<std::size_t>(found - buttons.begin());
     answer(AlertAnswer{.button = place, .text = text});
   }

@@ -153,6 +153,15 @@ TEST_F(ProcessUpdaterTest, PostponesOrSkipsAnUpdate) {
   EXPECT_TRUE(command<CheckCommand>().skip.empty()) << "a check that the user asked for shows it";
 }
 
+TEST_F(ProcessUpdaterTest, ACriticalUpdateCannotBeSkipped) {
+  startAndCheck();
+  auto critical = offer_;
+  critical.critical = true;
+  report(UpdateFound{.offer = critical, .feedDate = 500, .obstacle = {}});
+  EXPECT_EQ(dialogs_.alerts().back().buttons,
+            (std::vector<std::string>{"Install Update", "Remind Me Later"}));
+}
+
 TEST_F(ProcessUpdaterTest, ReportsNoUpdateOrAnErrorToAUserWhoAsked) {
   startAndCheck();
   findNothing();
