@@ -1,6 +1,8 @@
 #include "Desktop/Freedesktop/Bus/Bus.hpp"
 
 #include <atomic>
+#include <cstdlib>
+#include <filesystem>
 #include <future>
 
 #include <gtest/gtest.h>
@@ -137,6 +139,19 @@ TEST(Bus, ASeparateConnectionHasTheSameDeadline) {
   EXPECT_EQ(Bus::openAndWait(), nullptr);
   EXPECT_LT(std::chrono::steady_clock::now() - begin, Bus::handshakeTimeout + 2s);
   daemon.resume();
+}
+
+TEST(Bus, IsFoundInARuntimeDirectoryOfAnyName) {
+  const test::PrivateBus daemon;
+  ASSERT_TRUE(daemon.isUp());
+  const std::string address = std::getenv("DBUS_SESSION_BUS_ADDRESS");
+  const test::TemporaryDirectory directory;
+  const auto runtime = directory / "a-b_c.d, e;f=ü%20";
+  std::filesystem::create_directory(runtime);
+  std::filesystem::create_symlink(address.substr(address.find('/')), runtime + "/bus");
+  const test::ScopedVariable without("DBUS_SESSION_BUS_ADDRESS");
+  const test::ScopedVariable variable("XDG_RUNTIME_DIR", runtime);
+  EXPECT_NE(Bus::openAndWait(), nullptr);
 }
 
 TEST(Bus, WorksWhenTheSystemWasShortOfDescriptorsAtItsStart) {

@@ -28,6 +28,7 @@ TEST(DisplayText, OmitsVariationSelectors) {
 TEST(DisplayText, IsASCIIOnATerminalWithoutUnicode) {
   const TerminalCapabilities plain{.unicode = false};
   EXPECT_EQ(shown("⚠️ Rename… “x” — é", plain), "(!) Rename... \"x\" - ?");
+  EXPECT_EQ(shown("e\u0301\u200b", plain), "e") << "characters without a width are omitted";
 }
 
 TEST(DisplayText, IsCutWithAnEllipsis) {

@@ -150,6 +150,18 @@ TEST_F(MenuViewTest, ASubmenuThatReappearsIsClosed) {
   EXPECT_EQ(drawn().find("restart"), std::string::npos);
 }
 
+TEST_F(MenuViewTest, ASubmenuThatReappearsIsClosedWhileAnotherStaysOpen) {
+  press(Kind::down);
+  press(Kind::enter);
+  while (chosen() != "mill") press(Kind::down);
+  press(Kind::enter);
+  ASSERT_NE(drawn().find("restart hill"), std::string::npos);
+  view_.setMenu({command("open"), server("mill")});
+  view_.setMenu(usualMenu());
+  EXPECT_EQ(drawn().find("restart hill"), std::string::npos);
+  EXPECT_NE(drawn().find("restart mill"), std::string::npos);
+}
+
 TEST_F(MenuViewTest, ScrollsAndIndicatesHiddenRows) {
   Menu menu{information("first")};
   for (int i = 0; i < 20; ++i) menu.push_back(command("row" + std::to_string(i)));

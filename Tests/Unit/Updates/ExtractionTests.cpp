@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <fcntl.h>
+#include <sys/stat.h>
 
 #include "Helpers/Updates/Archive/FreeSpace.hpp"
 #include "Support/TemporaryDirectory.hpp"
@@ -53,6 +54,24 @@ TEST_F(ExtractionTest, CreatesADirectoryOnce) {
   }
   EXPECT_TRUE(extract(archive.tar()));
   EXPECT_TRUE(fileExists(directory_ / "share/zephyl-tray/a/b/c/zephyl-tray-99"));
+}
+
+TEST_F(ExtractionTest, OnlyTheOwnerMayWriteWhateverTheArchiveAndTheUmaskSay) {
+  const auto before = ::umask(0077);
+  const auto extracted = extract(TestArchive()
+                                     .add("bin/zephyl-tray", "x", '0', "", "0000777")
+                                     .add("share/zephyl-tray/text", "x", '0', "", "0000666")
+                                     .tar());
+  ::umask(before);
+  ASSERT_TRUE(extracted) << extracted.error().message;
+  const auto modeOf = [this](const std::string& name) {
+    struct stat status {};
+    EXPECT_EQ(::stat((directory_ / name).c_str(), &status), 0) << name;
+    return status.st_mode & 07777U;
+  };
+  EXPECT_EQ(modeOf("share/zephyl-tray"), 0755U);
+  EXPECT_EQ(modeOf("bin/zephyl-tray"), 0755U);
+  EXPECT_EQ(modeOf("share/zephyl-tray/text"), 0644U);
 }
 
 TEST(FreeSpace, KeepsAReserveForOtherPrograms) {
