@@ -98,8 +98,14 @@ TEST(Doctor, ReportsAClockBeforeTheInstallation) {
 }
 
 TEST(Doctor, ReportsALowLimitOfDescriptors) {
-  EXPECT_EQ(checkDescriptorLimit(1024).state, ok);
-  EXPECT_EQ(checkDescriptorLimit(256).state, wrong);
+  const auto fine = checkDescriptorLimit(1024);
+  EXPECT_EQ(fine.state, ok);
+  EXPECT_EQ(fine.check, "descriptor limit");
+  EXPECT_NE(fine.message, "");
+  const auto low = checkDescriptorLimit(256);
+  EXPECT_EQ(low.state, wrong);
+  EXPECT_NE(low.message.find("256 files"), std::string::npos) << low.message;
+  EXPECT_NE(low.advice, "");
 }
 
 }  // namespace
