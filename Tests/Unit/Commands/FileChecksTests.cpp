@@ -45,6 +45,19 @@ TEST(FileChecks, TheRegistryMustBeReadable) {
   EXPECT_NE(finding.message.find("[0].id: not a string"), std::string::npos);
 }
 
+TEST(FileChecks, TheDiskMustHaveFreeSpace) {
+  const test::TemporaryDirectory directory;
+  EXPECT_EQ(checkSpace(directory / "missing").state, ok);
+  for (const auto* full : {"/proc", "/proc/missing/too"}) {
+    const auto finding = checkSpace(full);
+    EXPECT_EQ(finding.state, wrong) << full;
+    EXPECT_NE(finding.message.find("Only 0 KiB are free at " + std::string(full)),
+              std::string::npos)
+        << finding.message;
+    EXPECT_NE(finding.advice, "");
+  }
+}
+
 TEST(FileChecks, TheSettingsMustHaveTheirTypes) {
   const test::TemporaryDirectory directory;
   const test::ScopedVariable variable("XDG_CONFIG_HOME", directory.path());

@@ -26,6 +26,18 @@ std::string nearestExisting(std::string path) {
   return path;
 }
 
+Finding checkRuntimeDirectory() {
+  const auto path = environmentVariable("XDG_RUNTIME_DIR").value_or("");
+  if (!path.empty()) return checkDirectory("runtime directory", path);
+  return {.check = "runtime directory",
+          .state = FindingState::note,
+          .message =
+              "XDG_RUNTIME_DIR is not set; commands reach the tray through its base "
+              "directory."};
+}
+
+}  // namespace
+
 Finding checkSpace(const std::string& path) {
   constexpr unsigned long long required = 16ULL << 20;
   struct statvfs system {};
@@ -39,18 +51,6 @@ Finding checkSpace(const std::string& path) {
   finding.advice = "Delete what you do not need.";
   return finding;
 }
-
-Finding checkRuntimeDirectory() {
-  const auto path = environmentVariable("XDG_RUNTIME_DIR").value_or("");
-  if (!path.empty()) return checkDirectory("runtime directory", path);
-  return {.check = "runtime directory",
-          .state = FindingState::note,
-          .message =
-              "XDG_RUNTIME_DIR is not set; commands reach the tray through its base "
-              "directory."};
-}
-
-}  // namespace
 
 Finding checkDirectory(const std::string& check, const std::string& path) {
   Finding finding{.check = check, .message = formatText("{} is fine.", path)};

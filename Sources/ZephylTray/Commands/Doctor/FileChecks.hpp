@@ -11,6 +11,8 @@ namespace zephyl {
 Finding checkDirectory(const std::string& check, const std::string& path);
 /// Checks that the registry at `path` can be decoded.
 Finding checkRegistry(const std::string& path);
+/// Checks that the disk of `path`, which may not exist yet, has enough free space for changes.
+Finding checkSpace(const std::string& path);
 /// Checks that the stored settings can be decoded and have the right types.
 Finding checkSettings();
 
