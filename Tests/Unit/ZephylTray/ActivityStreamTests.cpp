@@ -59,6 +59,17 @@ TEST_F(ActivityStreamTest, ChecksTheOwnerOfThePortOncePerConnection) {
   EXPECT_TRUE(runtime_.runUntil([&] { return ownerQueries_ == 2; }));
 }
 
+TEST_F(ActivityStreamTest, ItsEndMakesOtherConnectionsCheckTheOwnerAgain) {
+  follow();
+  ASSERT_TRUE(opensAgain());
+  EXPECT_FALSE(peer_->verify("127.0.0.1", 1));
+  EXPECT_EQ(ownerQueries_, 1) << "the stream has checked it";
+  agent_.endStreams();
+  ASSERT_TRUE(runtime_.runUntil([&] { return runtime_.clock.pendingTimers() == 1; }));
+  EXPECT_FALSE(peer_->verify("127.0.0.1", 1));
+  EXPECT_EQ(ownerQueries_, 2);
+}
+
 TEST_F(ActivityStreamTest, SendsNothingToAProgramOfAnotherUser) {
   owner_ = ::geteuid() + 1;
   follow();
