@@ -18,8 +18,8 @@ namespace {
 
 using namespace std::chrono_literals;
 
-constexpr const char* path = "/com/zephyl/test";
-constexpr const char* interface = "com.zephyl.Test";
+constexpr const char* objectPath = "/com/zephyl/test";
+constexpr const char* objectInterface = "com.zephyl.Test";
 
 /// Counts the calls of "Count". The first one blocks until the test releases it.
 class Counter final : public Bus::Client {
@@ -30,7 +30,7 @@ class Counter final : public Bus::Client {
         SD_BUS_METHOD("Count", "", "", (answerCall<&Counter::count, Counter>), 0),
         SD_BUS_VTABLE_END,
     };
-    object_ = connection.addObject(path, interface, table, this);
+    object_ = connection.addObject(objectPath, objectInterface, table, this);
     name_.set_value(connection.uniqueName());
   }
   void disconnected() override { object_.reset(); }
@@ -68,7 +68,8 @@ class Peer {
   void count(const std::string& service, int calls) {
     for (int i = 0; i < calls; ++i) {
       sd_bus_message* raw = nullptr;
-      sd_bus_message_new_method_call(bus_, &raw, service.c_str(), path, interface, "Count");
+      sd_bus_message_new_method_call(bus_, &raw, service.c_str(), objectPath, objectInterface,
+                                     "Count");
       const BusMessage call(raw);
       sd_bus_message_set_expect_reply(raw, 0);
       sd_bus_send(bus_, raw, nullptr);
