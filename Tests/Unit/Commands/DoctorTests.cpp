@@ -91,10 +91,10 @@ TEST(Doctor, IncludesTheReportOfTheRunningTray) {
 }
 
 TEST(Doctor, ReportsAClockBeforeTheInstallation) {
-  const CalendarTime installed{std::chrono::hours(24 * 365 * 56)};
-  EXPECT_EQ(checkClock(installed + std::chrono::hours(1), installed).state, ok);
-  EXPECT_EQ(checkClock(installed - std::chrono::hours(1), installed).state, ok);
-  EXPECT_EQ(checkClock(installed - std::chrono::hours(48), installed).state, wrong);
+  const CalendarTime installation{std::chrono::hours(24 * 365 * 56)};
+  EXPECT_EQ(checkClock(installation + std::chrono::hours(1), installation).state, ok);
+  EXPECT_EQ(checkClock(installation - std::chrono::hours(1), installation).state, ok);
+  EXPECT_EQ(checkClock(installation - std::chrono::hours(48), installation).state, wrong);
 }
 
 TEST(Doctor, ReportsALowLimitOfDescriptors) {
