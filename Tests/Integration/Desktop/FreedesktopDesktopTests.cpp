@@ -90,7 +90,7 @@ TEST_F(StatusNotifierItemTest, SignalsChangesToAReader) {
   EXPECT_EQ(panel_->signalsOf("NewIcon"), 0) << "nobody has read the state";
   panel_->itemText("Title");
   shown().setIcon(StatusIcon::idle);
-  EXPECT_TRUE(runUntil([this] { return panel_->signalsOf("NewIcon") == 1; }));
+  EXPECT_TRUE(runUntil([this] { return panel_->signalsOf("NewIcon") >= 1; }));
   shown().setTitle("3");
   EXPECT_TRUE(runUntil([this] { return panel_->signalsOf("XAyatanaNewLabel") == 1; }));
   clock_.advance(BusSignalThrottle::window);
