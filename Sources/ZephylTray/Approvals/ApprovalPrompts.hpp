@@ -34,9 +34,9 @@ namespace zephyl {
 /// the pending requests are checked again. A decision that the user makes elsewhere (`answer`) does
 /// not depend on these states, and closes the prompt about its request.
 ///
-/// An id counts as seen while its request is pending. The notification about a request is withdrawn
-/// when the request is no longer pending or the agent uses its id for another request. A decision
-/// is sent only for the request that the prompt has shown.
+/// An id counts as seen while its request is pending. A request ends when it is no longer pending,
+/// or when the agent reports another request with the same id. Then its notification is withdrawn,
+/// and its prompt closes without a decision.
 ///
 /// Main thread only. Owned by a `shared_ptr`. Dialogs and requests hold it weakly.
 class ApprovalPrompts : public std::enable_shared_from_this<ApprovalPrompts> {
