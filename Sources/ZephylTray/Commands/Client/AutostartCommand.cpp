@@ -22,11 +22,11 @@ using commandTerminal::print;
 
 constexpr auto unit = "zephyl-tray.service";
 constexpr auto entryName = "com.zephyl.tray.desktop";
-constexpr std::chrono::seconds limit{5};
+constexpr std::chrono::seconds systemctlLimit{5};
 
 ProgramRun systemctl(std::vector<std::string> arguments) {
   arguments.insert(arguments.begin(), {"systemctl", "--user"});
-  return runProgram(arguments, limit);
+  return runProgram(arguments, systemctlLimit);
 }
 
 bool hasDisplay() {
