@@ -1,9 +1,28 @@
+import fcntl
+
 import pytest
 
 from support.dialogs import Screen, Window
 from support.scripted_agent import ScriptedAgent
 from support.session_bus import SessionBus
-from support.tray import Tray, World
+from support.tray import BUILD, Tray, World
+
+
+def pytest_configure(config):
+    config.addinivalue_line(
+        "markers", "joins: the test joins a server, and must not run beside another one that does.")
+
+
+@pytest.fixture(autouse=True)
+def lock_of_joins(request):
+    """Runs tests that join servers one at a time, because two trays could choose the same free
+    ports."""
+    if not request.node.get_closest_marker("joins"):
+        yield
+        return
+    with (BUILD / "joins.lock").open("w") as lock:
+        fcntl.flock(lock, fcntl.LOCK_EX)
+        yield
 
 
 @pytest.fixture

@@ -88,6 +88,7 @@ def test_a_tray_that_hangs_is_reported_within_two_seconds(tray, commands):
     assert commands.run("status").returncode == 0
 
 
+@pytest.mark.joins
 def test_a_server_is_joined_and_its_network_restarted(world, start_tray, commands):
     world.use_sandbox_agent()
     world.use_sandbox_tailnet()
@@ -120,6 +121,7 @@ def test_a_wrong_invite_key_is_refused_and_not_printed(world, tray, commands):
     assert not (world.base / "servers.json").exists() or world.registry() == []
 
 
+@pytest.mark.joins
 def test_an_expired_invite_key_is_explained(world, start_tray, commands):
     world.use_sandbox_agent()
     world.use_sandbox_tailnet()
@@ -131,6 +133,7 @@ def test_an_expired_invite_key_is_explained(world, start_tray, commands):
     assert "expired" in answer.stdout and "zephyl-tray join" in answer.stdout
 
 
+@pytest.mark.joins
 def test_a_used_key_is_removed_from_the_trays_memory(world, start_tray, commands):
     section = "kq7vgood2secret3of4the5lab6server7and8nobody9else"
     rest = section[16:]  # the allocator overwrites the beginning of freed memory

@@ -193,6 +193,7 @@ def test_a_requested_screen_is_returned_once(world, start_api):
 # Joining
 
 
+@pytest.mark.joins
 def test_an_invite_key_joins_a_server(world, start_api):
     use_quick_agent(world)
     world.use_sandbox_tailnet()
@@ -231,6 +232,7 @@ def test_an_invalid_key_changes_nothing(shared_api, bad):
     assert programs(shared_api.tray, "sleep") == agents
 
 
+@pytest.mark.joins
 def test_a_key_refused_by_the_server_shows_in_its_state(world, start_api):
     world.use_agent_script(IDLE)
     world.use_sandbox_tailnet()
@@ -242,6 +244,7 @@ def test_a_key_refused_by_the_server_shows_in_its_state(world, start_api):
     assert "expired" not in " ".join(api.tray.lines).replace("key expired", "")
 
 
+@pytest.mark.joins
 def test_an_invite_key_is_written_nowhere(world, start_api):
     world.use_sandbox_agent()
     world.use_sandbox_tailnet()

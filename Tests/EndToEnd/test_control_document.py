@@ -94,6 +94,7 @@ def outcome(api, text, **values):
     return line == f"HTTP/1.1 {status}" and is_like(answer, expected), (text, line, answer)
 
 
+@pytest.mark.joins
 def test_every_example_works(world, start_api):
     world.use_sandbox_agent()
     world.use_sandbox_tailnet()

@@ -2,9 +2,12 @@
 
 import contextlib
 
+import pytest
+
 from support.fault_run import FaultRun
 
 
+@pytest.mark.joins
 def test_invariants_hold_under_random_faults():
     with contextlib.closing(FaultRun(seed=1, slowness=4)) as run:
         try:

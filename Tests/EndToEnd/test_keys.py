@@ -38,6 +38,7 @@ def redeem(world, start_api, client=None):
     return api
 
 
+@pytest.mark.joins
 def test_a_spent_key_leaves_memory(world, start_api):
     api = redeem(world, start_api)
     assert copies_in_memory(api.tray.pid, REST) > 0, "the search does not find existing text"
@@ -45,12 +46,14 @@ def test_a_spent_key_leaves_memory(world, start_api):
     assert copies_in_memory(api.tray.pid, REST) == 0
 
 
+@pytest.mark.joins
 def test_while_a_key_is_kept_there_is_one_copy_of_it(world, start_api):
     api = redeem(world, start_api, "#!/bin/sh\necho data tunnel on a:80\nexec sleep 1000\n")
     api.tray.log_line("1 of 1 server connected")
     assert copies_in_memory(api.tray.pid, REST) == 1
 
 
+@pytest.mark.joins
 @pytest.mark.parametrize("ending", ["joined the tailnet", "ENROLMENT FAILED: bad key $ZEPHYL_PREAUTH_KEY"])
 def test_a_key_printed_by_a_child_is_removed(world, start_api, ending):
     api = redeem(world, start_api, "#!/bin/sh\n"

@@ -378,6 +378,7 @@ def fixture_home():
         assert not desktop.socket.exists(), "the window ends in order with the tray"
 
 
+@pytest.mark.joins
 def test_the_tray_starts_it_and_a_server_is_joined_managed_and_removed(home):
     assert "joined a server   no\n" in home.output("status")
     assert home.output("servers").startswith("No servers yet.")

@@ -91,6 +91,7 @@ def has_pending_signal(pid, number):
     return any(int(mask, 16) >> (number - 1) & 1 for mask in masks)
 
 
+@pytest.mark.joins
 def test_the_tour(sandbox, open_terminal):
     world = sandbox
     world.add_files(60)
@@ -308,6 +309,7 @@ def test_it_works_without_color_and_without_unicode(sandbox, open_terminal):
     assert terminal.screen().isascii()
 
 
+@pytest.mark.joins
 def test_an_invite_key_is_prompted_for_without_a_window(world, open_terminal):
     world.use_sandbox_agent()
     world.use_sandbox_tailnet()

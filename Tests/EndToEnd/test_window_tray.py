@@ -105,6 +105,7 @@ def green(picture):
     return pixel[1] > pixel[0] + 50 and pixel[1] > pixel[2] + 20
 
 
+@pytest.mark.joins
 def test_a_first_run_from_a_bad_key_to_a_green_dot(desk, screen):
     window = desk.start()
     window.has_focus_on("Invite key")
