@@ -2,23 +2,29 @@
 
 #include <algorithm>
 
+#include "ZephylTray/Agent/ServerConnections.hpp"
+#include "ZephylTray/Agent/ServerNames.hpp"
+
 namespace zephyl {
 
 std::vector<std::string> serversSharing(const SharedRoot& root, const ServerList& servers,
                                         const std::string& serverId, bool shared) {
-  std::vector<std::string> known;
-  for (const auto& server : servers) known.push_back(server.id);
-  const auto isIn = [](const std::vector<std::string>& ids, const std::string& id) {
-    return std::ranges::find(ids, id) != ids.end();
+  std::vector<std::string> sharing;
+  const auto add = [&sharing](const std::string& id) {
+    if (std::ranges::find(sharing, id) == sharing.end()) sharing.push_back(id);
   };
-
-  const bool sharedWithAll = !root.servers || root.servers->empty();
-  auto sharing = sharedWithAll ? known : *root.servers;
-  std::erase_if(sharing, [&](const std::string& id) { return !isIn(known, id); });
-  if (!shared) {
+  if (isSharedWithAll(root)) {
+    for (const auto& server : servers) add(server.id);
+  } else {
+    const ServerNames names(servers);
+    for (const auto& name : *root.servers) {
+      if (const auto index = names.find(name)) add(servers[*index].id);
+    }
+  }
+  if (shared) {
+    add(serverId);
+  } else {
     std::erase(sharing, serverId);
-  } else if (!isIn(sharing, serverId)) {
-    sharing.push_back(serverId);
   }
   return sharing;
 }

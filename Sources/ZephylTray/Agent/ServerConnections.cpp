@@ -1,16 +1,8 @@
 #include "ZephylTray/Agent/ServerConnections.hpp"
 
-#include <algorithm>
+#include "ZephylTray/Agent/ServerNames.hpp"
 
 namespace zephyl {
-
-namespace {
-
-bool reachesAll(const SharedRoot& root) {
-  return !root.servers || root.servers->empty();
-}
-
-}  // namespace
 
 ServerConnections::ServerConnections(const AgentStatus& status) {
   if (!status.connections) return;
@@ -33,8 +25,8 @@ std::optional<AgentConnection> connectionOf(const AgentStatus& status, const Ser
   return connection != nullptr ? std::optional(*connection) : std::nullopt;
 }
 
-bool reaches(const SharedRoot& root, std::string_view serverId) {
-  return reachesAll(root) || std::ranges::find(*root.servers, serverId) != root.servers->end();
+bool isSharedWithAll(const SharedRoot& root) {
+  return !root.servers || root.servers->empty();
 }
 
 /// Iterates over the folders' lists once, so the cost does not depend on the number of servers.
@@ -44,25 +36,26 @@ std::vector<std::size_t> sharedFolderCounts(const std::vector<SharedRoot>& roots
     std::size_t folders = 0;
     const SharedRoot* last = nullptr;  // a list may name a server twice
   };
-  std::unordered_map<std::string_view, Count> counts;
-  counts.reserve(servers.size());
-  for (const auto& server : servers) counts.try_emplace(server.id);
+  const ServerNames names(servers);
+  std::vector<Count> counts(servers.size());
   std::size_t sharedWithAll = 0;
   for (const auto& root : roots) {
-    if (reachesAll(root)) {
+    if (isSharedWithAll(root)) {
       ++sharedWithAll;
       continue;
     }
-    for (const auto& id : *root.servers) {
-      const auto count = counts.find(id);
-      if (count == counts.end() || count->second.last == &root) continue;
-      ++count->second.folders;
-      count->second.last = &root;
+    for (const auto& name : *root.servers) {
+      const auto index = names.find(name);
+      if (!index || counts[*index].last == &root) continue;
+      ++counts[*index].folders;
+      counts[*index].last = &root;
     }
   }
   std::vector<std::size_t> result;
   result.reserve(servers.size());
-  for (const auto& server : servers) result.push_back(sharedWithAll + counts[server.id].folders);
+  for (const auto& server : servers) {
+    result.push_back(sharedWithAll + counts[names.find(server.id).value()].folders);
+  }
   return result;
 }
 

@@ -32,9 +32,8 @@ class ServerConnections {
 /// Does the same for one server.
 std::optional<AgentConnection> connectionOf(const AgentStatus& status, const ServerEntry& server);
 
-/// Returns whether the folder is shared with the server. A folder without servers is shared with
-/// all.
-bool reaches(const SharedRoot& root, std::string_view serverId);
+/// Returns whether the folder is shared with every server, because it names none.
+bool isSharedWithAll(const SharedRoot& root);
 
 /// Returns how many of `roots` are shared with each server, in the order of `servers`.
 std::vector<std::size_t> sharedFolderCounts(const std::vector<SharedRoot>& roots,

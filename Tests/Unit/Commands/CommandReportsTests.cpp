@@ -85,6 +85,12 @@ TEST_F(CommandReportsTest, FoldersContainTheProgressOfTheirIndex) {
   EXPECT_EQ(folders[1], (CommandFolder{.path = "/b"}));
 }
 
+TEST_F(CommandReportsTest, FoldersNameServersByTheirIds) {
+  entries_[0].agentId = "agent-1";
+  agent_.roots = {{.root = "/a", .servers = std::vector<std::string>{"agent-1", "gone"}}};
+  EXPECT_EQ(reports().folders()[0].servers, (std::vector<std::string>{entries_[0].id, "gone"}));
+}
+
 TEST_F(CommandReportsTest, RequestsAreBounded) {
   auto& pending = agent_.activity->pendingApprovals;
   pending.resize(60, {.id = "r", .target = std::string(100'000, 'x')});

@@ -45,10 +45,9 @@ TEST(ServerConnections, AStatusMayListNoConnections) {
 }
 
 TEST(ServerConnections, AFolderWithoutServersIsSharedWithAll) {
-  EXPECT_TRUE(reaches({.servers = std::nullopt}, "a"));
-  EXPECT_TRUE(reaches({.servers = std::vector<std::string>{}}, "a"));
-  EXPECT_TRUE(reaches({.servers = {{"b", "a"}}}, "a"));
-  EXPECT_FALSE(reaches({.servers = {{"b", "A", ""}}}, "a"));
+  EXPECT_TRUE(isSharedWithAll({.servers = std::nullopt}));
+  EXPECT_TRUE(isSharedWithAll({.servers = std::vector<std::string>{}}));
+  EXPECT_FALSE(isSharedWithAll({.servers = {{"b", "A", ""}}}));
 }
 
 TEST(ServerConnections, FoldersAreCountedForEachServer) {
@@ -61,6 +60,14 @@ TEST(ServerConnections, FoldersAreCountedForEachServer) {
   EXPECT_EQ(sharedFolderCounts(roots, servers), (std::vector<std::size_t>{4, 3, 2, 4}));
   EXPECT_EQ(sharedFolderCounts({}, servers), (std::vector<std::size_t>{0, 0, 0, 0}));
   EXPECT_TRUE(sharedFolderCounts(roots, ServerList({})).empty());
+}
+
+TEST(ServerConnections, AFolderMayNameAServerByTheIdThatTheAgentReceived) {
+  const ServerList servers(
+      {{.id = "a", .agentId = "one"}, {.id = "b", .agentId = "a"}, {.id = "c"}});
+  const std::vector<SharedRoot> roots{
+      {.servers = {{"one"}}}, {.servers = {{"a", "one"}}}, {.servers = {{"", "One"}}}};
+  EXPECT_EQ(sharedFolderCounts(roots, servers), (std::vector<std::size_t>{2, 0, 0}));
 }
 
 /// Each folder names the servers whose bit is set in its number, some of them twice.
@@ -76,7 +83,8 @@ TEST(ServerConnections, TheCountsEqualACountOverEveryFolder) {
   const auto counts = sharedFolderCounts(roots, servers);
   for (std::size_t index = 0; index < servers.size(); ++index) {
     const auto one = std::count_if(roots.begin(), roots.end(), [&](const auto& root) {
-      return reaches(root, servers[index].id);
+      return isSharedWithAll(root) ||
+             std::ranges::find(*root.servers, servers[index].id) != root.servers->end();
     });
     EXPECT_EQ(counts[index], static_cast<std::size_t>(one));
   }

@@ -33,6 +33,19 @@ TEST(SharedServers, DropsRemovedServers) {
   EXPECT_EQ(scoped(Ids{"gone"}, "a", false), Ids{});
 }
 
+TEST(SharedServers, ReturnsIdsForTheNamesThatTheAgentReceived) {
+  const ServerList named({{.id = "a", .agentId = "one"}, {.id = "b", .agentId = "two"}});
+  const auto scopedNames = [&](Ids current, const std::string& id, bool shared) {
+    return serversSharing({.root = "/r", .name = "r", .servers = std::move(current)}, named, id,
+                          shared);
+  };
+  EXPECT_EQ(scopedNames({"one"}, "b", true), (Ids{"a", "b"}));
+  EXPECT_EQ(scopedNames({"one", "b"}, "b", false), Ids{"a"});
+  EXPECT_EQ(scopedNames({"one", "b"}, "a", false), Ids{"b"});
+  EXPECT_EQ(scopedNames({"one", "a"}, "a", true), Ids{"a"});
+  EXPECT_EQ(scopedNames({"one", "a"}, "a", false), Ids{});
+}
+
 TEST(SharedServers, AcceptsAnUnknownServer) {
   EXPECT_EQ(scoped(Ids{"a"}, "unknown", true), (Ids{"a", "unknown"}));
   EXPECT_EQ(scoped(Ids{"a"}, "unknown", false), Ids{"a"});

@@ -5,6 +5,7 @@
 #include "System/Data/Format.hpp"
 #include "System/Data/Text.hpp"
 #include "ZephylTray/Agent/ServerConnections.hpp"
+#include "ZephylTray/Agent/ServerNames.hpp"
 
 namespace zephyl {
 
@@ -69,6 +70,16 @@ PendingApproval bounded(PendingApproval approval) {
   return approval;
 }
 
+/// Returns the ids of the servers that the folder names. A name of no server stays as it is.
+std::vector<std::string> serverIds(const SharedRoot& root, const ServerList& servers,
+                                   const ServerNames& names) {
+  auto ids = root.servers.value_or(std::vector<std::string>());
+  for (auto& id : ids) {
+    if (const auto index = names.find(id)) id = servers[*index].id;
+  }
+  return ids;
+}
+
 }  // namespace
 
 CommandStatus CommandReports::status(TrayHost host) const {
@@ -113,10 +124,11 @@ std::vector<CommandServerRecord> CommandReports::servers() const {
 std::vector<CommandFolder> CommandReports::folders() const {
   const auto& agent = port_.agent();
   std::vector<CommandFolder> folders;
+  const auto servers = port_.servers();
+  const ServerNames names(servers);
   for (const auto& root : agent.roots) {
-    CommandFolder folder{.path = root.root,
-                         .name = root.name,
-                         .servers = root.servers.value_or(std::vector<std::string>())};
+    CommandFolder folder{
+        .path = root.root, .name = root.name, .servers = serverIds(root, servers, names)};
     if (const auto* const progress = progressOf(agent, root.root)) {
       folder.indexed = progress->filesEmbedded;
       folder.files = progress->lexicalFiles;
