@@ -45,6 +45,20 @@ TEST_F(TrayApprovals, ADecisionReachesTheAgent) {
   EXPECT_TRUE(runtime_.runUntil([&] { return desktop_.notifications.empty(); }));
 }
 
+TEST_F(TrayApprovals, ADecisionReachesAnAgentThatIsRestarting) {
+  pend("a");
+  agent_.stopListening();
+  const auto timers = runtime_.clock.pendingTimers();
+  dialogs_.press("Allow once");
+  ASSERT_TRUE(runtime_.runUntil([&] { return runtime_.clock.pendingTimers() > timers; }));
+  EXPECT_TRUE(dialogs_.alerts().empty());
+  agent_.listenAgain();
+  runtime_.advance(std::chrono::milliseconds(250));
+  EXPECT_EQ(bodyOf("POST /api/approvals"), (json::Object{{"id", "a"}, {"decision", "approve"}}));
+  EXPECT_TRUE(runtime_.runUntil([&] { return desktop_.notifications.empty(); }));
+  EXPECT_TRUE(dialogs_.alerts().empty());
+}
+
 TEST_F(TrayApprovals, ARefusalOfTheAgentIsShown) {
   agent_.answer("POST /api/approvals", 409, R"({"error":"too late"})");
   pend("a");

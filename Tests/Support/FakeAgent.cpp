@@ -41,9 +41,18 @@ bool writeAll(int connection, const std::string& bytes) {
 
 }  // namespace
 
-FakeAgent::FakeAgent() : listener_(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
+FakeAgent::FakeAgent() {
+  listen(0);
+}
+
+/// Listens on the port, or on a free one if it is 0.
+void FakeAgent::listen(int port) {
+  listener_ = FileDescriptor(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
+  const int enabled = 1;
+  ::setsockopt(listener_.get(), SOL_SOCKET, SO_REUSEADDR, &enabled, sizeof enabled);
   sockaddr_in address{};
   address.sin_family = AF_INET;
+  address.sin_port = htons(static_cast<std::uint16_t>(port));
   address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
   socklen_t size = sizeof address;
   auto* generic = reinterpret_cast<sockaddr*>(&address);
@@ -102,6 +111,16 @@ std::size_t FakeAgent::requestCount(const std::string& call) const {
 void FakeAgent::setStreamStatus(int status) {
   const std::scoped_lock lock(mutex_);
   streamStatus_ = status;
+}
+
+void FakeAgent::stopListening() {
+  ::shutdown(listener_.get(), SHUT_RDWR);
+  acceptor_.join();
+  listener_.reset();
+}
+
+void FakeAgent::listenAgain() {
+  listen(port_);
 }
 
 std::size_t FakeAgent::openStreams() const {

@@ -45,6 +45,9 @@ class FakeAgent {
   /// Status of the answer to GET /api/events; 200 keeps the stream open.
   void setStreamStatus(int status);
   [[nodiscard]] std::size_t openStreams() const;
+  /// Refuses new connections, and keeps the open ones.
+  void stopListening();
+  void listenAgain();
   /// Writes raw bytes to every open stream.
   void writeToStreams(const std::string& bytes);
   void endStreams();
@@ -56,6 +59,7 @@ class FakeAgent {
     bool hangs = false;
   };
 
+  void listen(int port);
   void acceptConnections();
   void serve(int connection);
   void serveStream(int connection);

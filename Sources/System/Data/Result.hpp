@@ -19,6 +19,8 @@ struct Error {
   }
 
   std::string message;
+  /// Whether a request failed before anything of it was sent, because no connection was made.
+  bool nothingSent = false;
 
   bool operator==(const Error&) const = default;
 };

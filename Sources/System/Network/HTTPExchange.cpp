@@ -408,7 +408,9 @@ void Connection::checkTime() {
 }
 
 void Connection::couldNotConnect(std::string_view reason) {
-  finish(Error{"could not connect to ", destination_.authority, ": ", reason});
+  Error error{"could not connect to ", destination_.authority, ": ", reason};
+  error.nothingSent = true;
+  finish(std::move(error));
 }
 
 Error Connection::describe(error_code error) const {

@@ -165,6 +165,11 @@ ApprovalPrompts::Port approvalPrompts(const Components& components,
     const auto& activity = monitor->snapshot().activity;
     return activity ? std::optional(activity->pendingApprovals) : std::nullopt;
   };
+  const auto& runtime = components.runtime;
+  port.now = [&runtime] { return runtime.clock.now(); };
+  port.after = [&runtime](Duration delay, Task task) {
+    runtime.clock.afterDetached(delay, runtime.mainLoop.later(std::move(task)));
+  };
   return port;
 }
 

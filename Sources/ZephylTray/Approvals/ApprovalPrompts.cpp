@@ -14,6 +14,10 @@ namespace zephyl {
 
 namespace {
 
+/// How often and for how long a decision is sent again while the agent cannot be connected.
+constexpr std::chrono::milliseconds attemptInterval{250};
+constexpr std::chrono::seconds attemptPeriod{10};
+
 const PendingApproval* find(const std::vector<PendingApproval>& pending, const std::string& id) {
   const auto found = std::ranges::find(pending, id, &PendingApproval::id);
   return found == pending.end() ? nullptr : &*found;
@@ -111,16 +115,16 @@ void ApprovalPrompts::askAboutApproval(const Alert& alert, Answered answered) {
       }));
 }
 
-/// Returns whether the agent has meanwhile given the id of the prompted request to another one.
-bool ApprovalPrompts::isPromptedApprovalReplaced() const {
+/// Returns whether the agent has meanwhile given the id of the request to another one.
+bool ApprovalPrompts::isReplaced(const PendingApproval& request) const {
   const auto pending = port_.pending();
-  return pending && find(*pending, promptedApproval_.id) != nullptr &&
-         !isStillPending(*pending, promptedApproval_);
+  return pending && find(*pending, request.id) != nullptr && !isStillPending(*pending, request);
 }
 
 void ApprovalPrompts::decideApproval(const std::string& id, const std::string& decision) {
-  if (isPromptedApprovalReplaced()) return presentNextApproval();
-  sendDecision(id, decision, weakly(this, [id](ApprovalPrompts& self, const Result<void>& result) {
+  if (isReplaced(promptedApproval_)) return presentNextApproval();
+  sendDecision(promptedApproval_, decision,
+               weakly(this, [id](ApprovalPrompts& self, const Result<void>& result) {
                  if (!result) {
                    return self.showError(result.error().message,
                                          weakly(&self, [](ApprovalPrompts& acknowledged) {
@@ -132,11 +136,35 @@ void ApprovalPrompts::decideApproval(const std::string& id, const std::string& d
                }));
 }
 
-void ApprovalPrompts::sendDecision(const std::string& id, const std::string& decision,
+void ApprovalPrompts::sendDecision(const PendingApproval& request, const std::string& decision,
                                    Decided done) {
+  attempt({.request = request,
+           .decision = decision,
+           .done = std::move(done),
+           .lastAttempt = port_.now() + attemptPeriod});
+}
+
+void ApprovalPrompts::attempt(const Decision& decision) {
   const auto confirm =
-      decision == "always" ? std::optional<std::string>(alwaysAllowPhrase) : std::nullopt;
-  port_.decide(id, decision, confirm, std::move(done));
+      decision.decision == "always" ? std::optional<std::string>(alwaysAllowPhrase) : std::nullopt;
+  port_.decide(decision.request.id, decision.decision, confirm,
+               weakly(this, [decision](ApprovalPrompts& self, const Result<void>& result) {
+                 if (!result && result.error().nothingSent) {
+                   self.attemptLater(decision, result);
+                 } else {
+                   decision.done(result);
+                 }
+               }));
+}
+
+/// Repeats an attempt of which nothing was sent, unless the time is over or another request has got
+/// the id.
+void ApprovalPrompts::attemptLater(const Decision& decision, const Result<void>& failure) {
+  if (port_.now() + attemptInterval > decision.lastAttempt) return decision.done(failure);
+  port_.after(attemptInterval, weakly(this, [decision, failure](ApprovalPrompts& self) {
+                if (self.isReplaced(decision.request)) return decision.done(failure);
+                self.attempt(decision);
+              }));
 }
 
 void ApprovalPrompts::answer(const std::string& id, const std::string& decision,
@@ -148,7 +176,7 @@ void ApprovalPrompts::answer(const std::string& id, const std::string& decision,
   if (isPrompted && !approvalDialog_) return done(Error{"This request is being decided already."});
   // No prompt about the request is wanted now. If the decision fails, it may be prompted again.
   const bool isNew = seenApprovals_.try_emplace(id, *approval).second;
-  sendDecision(id, decision,
+  sendDecision(*approval, decision,
                weakly(this, [id, isNew, done](ApprovalPrompts& self, const Result<void>& result) {
                  if (result) {
                    self.withdrawDecided(id);

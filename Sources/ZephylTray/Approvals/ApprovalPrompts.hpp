@@ -27,8 +27,9 @@ namespace zephyl {
 ///     Confirming  The user types a phrase for a permanent exception. The right phrase: Sending.
 ///                 Otherwise an alert is shown and the request is denied: Sending. Cancel: the
 ///                 request is denied: Sending.
-///     Sending     The decision is being sent to the agent. Accepted: Idle. Refused: an error is
-///                 shown, and when the user has closed it: Idle.
+///     Sending     The decision is being sent to the agent, again and again for up to 10 s while
+///                 the agent cannot be connected, for example because it restarts. Accepted: Idle.
+///                 Refused: an error is shown, and when the user has closed it: Idle.
 ///
 /// In Prompting and Confirming, the end of the request closes the dialog: Idle. After each decision
 /// the pending requests are checked again. A decision that the user makes elsewhere (`answer`) does
@@ -61,6 +62,9 @@ class ApprovalPrompts : public std::enable_shared_from_this<ApprovalPrompts> {
     std::function<void()> refresh;
     /// Returns the pending requests, or nullopt if they are unknown.
     std::function<std::optional<std::vector<PendingApproval>>()> pending;
+    std::function<Instant()> now;
+    /// Runs a task on the main thread after a delay.
+    std::function<void(Duration, Task)> after;
   };
 
   explicit ApprovalPrompts(Port port) : port_(std::move(port)) {}
@@ -81,6 +85,13 @@ class ApprovalPrompts : public std::enable_shared_from_this<ApprovalPrompts> {
 
  private:
   using Answered = std::function<void(ApprovalPrompts&, const AlertAnswer&)>;
+  /// A decision that is being sent.
+  struct Decision {
+    PendingApproval request;
+    std::string decision;
+    Decided done;
+    Instant lastAttempt;  // no attempt begins later
+  };
 
   void withdrawPromptUnlessPending(const std::vector<PendingApproval>& pending);
   void notify(const PendingApproval& approval);
@@ -88,11 +99,13 @@ class ApprovalPrompts : public std::enable_shared_from_this<ApprovalPrompts> {
   void promptAlwaysAllowConfirmation(const PendingApproval& approval);
   void confirm(const std::string& id, std::string_view phrase);
   void askAboutApproval(const Alert& alert, Answered answered);
-  [[nodiscard]] bool isPromptedApprovalReplaced() const;
+  [[nodiscard]] bool isReplaced(const PendingApproval& request) const;
   void decideApproval(const std::string& id, const std::string& decision);
   void presentNextApproval();
   void withdrawDecided(const std::string& id);
-  void sendDecision(const std::string& id, const std::string& decision, Decided done);
+  void sendDecision(const PendingApproval& request, const std::string& decision, Decided done);
+  void attempt(const Decision& decision);
+  void attemptLater(const Decision& decision, const Result<void>& failure);
   void reviewApproval(const PendingApproval& approval);
   [[nodiscard]] bool showCurrentApproval();
   void showError(const std::string& description, Task acknowledged = {});

@@ -7,9 +7,12 @@
 
 #include "Support/FakeDesktop.hpp"
 #include "Support/FakeDialogs.hpp"
+#include "Support/ManualClock.hpp"
 
 namespace zephyl {
 namespace {
+
+using namespace std::chrono_literals;
 
 /// Prompts with an agent that records decisions, and a user who answers the dialogs.
 class ApprovalPromptsTest : public ::testing::Test {
@@ -39,12 +42,19 @@ class ApprovalPromptsTest : public ::testing::Test {
     done(result);
   }
 
+  static Error refused() {
+    Error error{"could not connect"};
+    error.nothingSent = true;
+    return error;
+  }
+
   std::optional<std::vector<PendingApproval>> pending_;
   Strings decisions_;  // such as "a=deny"
   std::deque<ApprovalPrompts::Decided> sent_;
   int refreshes_ = 0;
   test::FakeDesktop desktop_;
   test::FakeDialogs dialogs_;
+  test::ManualClock clock_;
   std::shared_ptr<ApprovalPrompts> prompts_ = std::make_shared<ApprovalPrompts>(port());
 
  private:
@@ -67,6 +77,8 @@ ApprovalPrompts::Port ApprovalPromptsTest::port() {
       .revoke = [send](const auto& grant, auto done) { send("revoke " + grant.path, done); },
       .refresh = [this] { ++refreshes_; },
       .pending = [this] { return pending_; },
+      .now = std::bind_front(&test::ManualClock::now, &clock_),
+      .after = std::bind_front(&test::ManualClock::afterDetached, &clock_),
   };
 }
 
@@ -346,6 +358,64 @@ TEST_F(ApprovalPromptsTest, AFailureOfADecisionMadeElsewhereIsReportedOnlyToItsC
   dialogs_.press("Deny");
   answer();
   EXPECT_EQ(prompts(), Strings{"b"});
+}
+
+TEST_F(ApprovalPromptsTest, ADecisionIsSentAgainWhileTheAgentCannotBeConnected) {
+  pend({"a", "b"});
+  dialogs_.press("Allow once");
+  answer(refused());
+  clock_.advance(1s);
+  EXPECT_EQ(decisions_, (Strings{"a=approve", "a=approve"})) << "one attempt at a time";
+  EXPECT_EQ(prompts(), Strings{}) << "the next request waits for the decision";
+  answer();
+  clock_.advance(20s);
+  EXPECT_EQ(decisions_.size(), 2U);
+  EXPECT_EQ(prompts(), Strings{"b"});
+}
+
+TEST_F(ApprovalPromptsTest, ADecisionThatCouldNotBeSentWithinTenSecondsIsReported) {
+  pend({"a"});
+  dialogs_.press("Deny");
+  for (auto waited = 0ms; waited < 10s; waited += 250ms) {
+    answer(refused());
+    EXPECT_EQ(prompts(), Strings{});
+    clock_.advance(250ms);
+  }
+  answer(refused());
+  EXPECT_EQ(prompts(), Strings{"Couldn't update shared folders"});
+  clock_.advance(20s);
+  EXPECT_EQ(decisions_.size(), 41U);
+}
+
+TEST_F(ApprovalPromptsTest, ADecisionThatWasSentIsNotSentAgain) {
+  pend({"a"});
+  dialogs_.press("Deny");
+  answer(Error{"lost the connection"});
+  EXPECT_EQ(prompts(), Strings{"Couldn't update shared folders"});
+  clock_.advance(20s);
+  EXPECT_EQ(decisions_, Strings{"a=deny"});
+}
+
+TEST_F(ApprovalPromptsTest, ADecisionIsNotSentAgainForAnotherRequestWithTheSameId) {
+  pend({"a"});
+  dialogs_.press("Allow once");
+  answer(refused());
+  pending_->front().target = "/etc/shadow";
+  clock_.advance(20s);
+  EXPECT_EQ(decisions_, Strings{"a=approve"});
+  EXPECT_EQ(prompts(), Strings{"Couldn't update shared folders"});
+}
+
+TEST_F(ApprovalPromptsTest, ADecisionMadeElsewhereIsSentAgain) {
+  pend({"a"});
+  std::optional<Result<void>> outcome;
+  prompts_->answer("a", "deny", [&](const auto& result) { outcome = result; });
+  answer(refused());
+  EXPECT_FALSE(outcome);
+  clock_.advance(1s);
+  answer();
+  EXPECT_TRUE(outcome && *outcome);
+  EXPECT_EQ(decisions_, (Strings{"a=deny", "a=deny"}));
 }
 
 TEST_F(ApprovalPromptsTest, OnlyAWaitingRequestCanBeDecidedElsewhere) {
