@@ -2,6 +2,7 @@
 
 #include <utility>
 
+#include "System/Data/Text.hpp"
 #include "ZephylTray/Tailnet/PreauthKey.hpp"
 #include "ZephylTray/Tailnet/PublishedTailnet.hpp"
 #include "ZephylTray/Tailnet/TailnetMarkers.hpp"
@@ -39,11 +40,11 @@ void TailnetOutput::apply(TailnetAnnouncement announcement) {
       return published_.change([&](TailnetState& state) { state.activeRelay = std::move(value); });
     case TailnetMarker::targetResolved:
       published_.change([](TailnetState& state) { state.unresolvedTarget.reset(); });
-      return store(&Discoveries::address, std::move(value));
+      return storeUnlessBlank(&Discoveries::address, std::move(value));
     case TailnetMarker::serverName:
-      return store(&Discoveries::name, std::move(value));
+      return storeUnlessBlank(&Discoveries::name, std::move(value));
     case TailnetMarker::serverAccent:
-      return store(&Discoveries::accent, std::move(value));
+      return storeUnlessBlank(&Discoveries::accent, std::move(value));
     case TailnetMarker::targetUnresolved:
       published_.change([&](TailnetState& state) { state.unresolvedTarget = value; });
       return store(&Discoveries::unresolvedTarget, std::move(value));
@@ -53,6 +54,12 @@ void TailnetOutput::apply(TailnetAnnouncement announcement) {
       published_.change([&](TailnetState& state) { state.lastEnrolError = std::move(value); });
       return events_.enrolmentFailed();
   }
+}
+
+/// The registry ignores a blank value, so it must not replace another one that waits.
+void TailnetOutput::storeUnlessBlank(std::optional<std::string> Discoveries::*kind,
+                                     std::string value) {
+  if (!isBlank(value)) store(kind, std::move(value));
 }
 
 void TailnetOutput::store(std::optional<std::string> Discoveries::*kind, std::string value) {

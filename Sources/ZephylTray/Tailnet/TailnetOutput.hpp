@@ -51,6 +51,7 @@ class TailnetOutput {
  private:
   void scrape(const TailnetPair& pair, std::string_view line);
   void apply(TailnetAnnouncement announcement);
+  void storeUnlessBlank(std::optional<std::string> Discoveries::*kind, std::string value);
   void store(std::optional<std::string> Discoveries::*kind, std::string value);
 
   PublishedTailnet& published_;

@@ -59,6 +59,15 @@ TEST_F(TailnetOutputTest, DiscoveriesAreReportedOnceUntilTheyAreExtracted) {
   EXPECT_EQ(output_.extractDiscoveries().address, std::nullopt);
 }
 
+TEST_F(TailnetOutputTest, ABlankValueDoesNotReplaceOneThatWaits) {
+  print({"server name: Lab", "server name:  ", "server accent: #00ff00", "server accent:  \t",
+         "target resolved to http://lab", "target resolved to  "});
+  const auto found = output_.extractDiscoveries();
+  EXPECT_EQ(found.name, "Lab");
+  EXPECT_EQ(found.accent, "#00ff00");
+  EXPECT_EQ(found.address, "http://lab");
+}
+
 TEST_F(TailnetOutputTest, AnUnresolvedTargetIsPublishedUntilItIsResolved) {
   print({"TARGET UNRESOLVED: http://lab"});
   EXPECT_EQ(published_.state().unresolvedTarget, "http://lab");
