@@ -33,6 +33,7 @@ ServerActions::Failure ServerActions::redeem(std::string_view key) {
     return formatText("The server could not be saved, so the invite key was not used: {}",
                       entry.error().message);
   }
+  beingRemoved_.erase(entry->id);
   port_.setEnrolment(parsed->fingerprint);
   port_.enrol(*entry, std::move(parsed->preauthKey));
   port_.restartAgent();
@@ -89,6 +90,7 @@ ServerActions::Failure ServerActions::setServerEnabled(const std::string& id, bo
 
 void ServerActions::removeServer(const std::string& id, const Completion& done) {
   if (!contains(id)) return done(serverGone);
+  beingRemoved_.insert(id);
   port_.suspendTailnet(id);
   port_.whenTailnetsEnded(
       weakly(this, [id, done](ServerActions& self) { done(self.removeStoppedServer(id)); }));
@@ -96,6 +98,12 @@ void ServerActions::removeServer(const std::string& id, const Completion& done) 
 
 /// Runs after the children of the tailnet have ended, because they use the files that are deleted.
 ServerActions::Failure ServerActions::removeStoppedServer(const std::string& id) {
+  const bool isWanted = beingRemoved_.erase(id) > 0;
+  if (!isWanted || !contains(id)) {
+    port_.resumeTailnet(id);
+    return contains(id) ? "The server was joined again meanwhile, so it was not removed."
+                        : serverGone;
+  }
   auto failure = failureOf(port_.remove(id));
   port_.resumeTailnet(id);
   if (failure) {
@@ -113,6 +121,7 @@ void ServerActions::complete(Failure failure, const Completion& done) const {
 }
 
 void ServerActions::connectServer(const std::string& id) {
+  if (!contains(id)) return;
   const auto failure = setServerEnabled(id, true);
   if (!failure) return;
   log("server {}: could not connect: {}", id, *failure);

@@ -3,6 +3,7 @@
 #include <functional>
 #include <memory>
 #include <optional>
+#include <set>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -78,14 +79,14 @@ class ServerActions : public std::enable_shared_from_this<ServerActions> {
   Failure setServerAccent(const std::string& id, const std::string& accent);
   Failure setServerEnabled(const std::string& id, bool enabled);
   /// Removes the server and the state of its tailnet when the children of the tailnet have ended.
-  /// Then, or after a failure, calls `done`.
+  /// Then, or after a failure, calls `done`. Fails if the server is joined again before that.
   void removeServer(const std::string& id, const Completion& done);
 
   /// Completes an operation that may have stopped tailnets. Reports a failure at once, and success
   /// when the children of the stopped tailnets have ended.
   void complete(Failure failure, const Completion& done) const;
 
-  /// Enables a server for the menu's user. Shows a failure.
+  /// Enables a server for the menu's user, unless it is gone. Shows a failure.
   void connectServer(const std::string& id);
 
  private:
@@ -97,6 +98,7 @@ class ServerActions : public std::enable_shared_from_this<ServerActions> {
   const Port port_;
   Dialogs::Handle inviteDialog_;
   Dialogs::Handle connectFailureDialog_;
+  std::set<std::string> beingRemoved_;  // by id
 };
 
 }  // namespace zephyl

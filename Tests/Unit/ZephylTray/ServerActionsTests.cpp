@@ -76,7 +76,13 @@ class ServerActionsTest : public ::testing::Test {
                       const auto& key) { step("enrol " + server.id + " " + std::string(key)); },
       .suspendTailnet = [this](const auto& id) { step("suspend " + id); },
       .resumeTailnet = [this](const auto& id) { step("resume " + id); },
-      .whenTailnetsEnded = [this](auto then) { tailnetsEnded_ = std::move(then); },
+      .whenTailnetsEnded =
+          [this](auto then) {
+            tailnetsEnded_ = [earlier = tailnetsEnded_, then] {
+              if (earlier) earlier();
+              then();
+            };
+          },
       .syncTailnets = [this] { step("sync"); },
       .restartAgent = [this] { step("restart agent"); },
       .ask = [this](const auto& alert, auto done) { return dialogs_.presentAlert(alert, done); },
@@ -145,6 +151,37 @@ TEST_F(ServerActionsTest, AServerIsRemovedOnlyWhenTheChildrenOfItsTailnetHaveEnd
   tailnetsEnded_();
   EXPECT_TRUE(removed);
   EXPECT_TRUE(entries_.empty());
+}
+
+TEST_F(ServerActionsTest, AServerThatIsJoinedAgainDuringItsRemovalStays) {
+  entries_ = {{.id = "a", .tailnetFingerprint = fingerprint_}};
+  ServerActions::Failure failure;
+  actions_->removeServer("a", [&](const auto& result) { failure = result; });
+  EXPECT_EQ(actions_->redeem(key_), std::nullopt);
+  tailnetsEnded_();
+  EXPECT_EQ(failure, "The server was joined again meanwhile, so it was not removed.");
+  ASSERT_EQ(entries_.size(), 1U);
+  EXPECT_EQ(enrolment_, fingerprint_);
+  EXPECT_EQ(steps_.back(), "resume a");
+  std::exchange(tailnetsEnded_, nullptr);
+  EXPECT_EQ(remove("a"), std::nullopt) << "a later removal counts";
+}
+
+TEST_F(ServerActionsTest, AServerIsRemovedOnce) {
+  entries_ = {{.id = "a"}};
+  std::vector<ServerActions::Failure> results;
+  for (int i = 0; i < 2; ++i) {
+    actions_->removeServer("a", [&](const auto& result) { results.push_back(result); });
+  }
+  tailnetsEnded_();
+  EXPECT_EQ(results, (std::vector<ServerActions::Failure>{std::nullopt, "That server is gone."}));
+  EXPECT_EQ(std::ranges::count(steps_, "restart agent"), 1);
+}
+
+TEST_F(ServerActionsTest, ConnectingAServerThatIsGoneShowsNothing) {
+  actions_->connectServer("none");
+  EXPECT_TRUE(dialogs_.alerts().empty());
+  EXPECT_TRUE(steps_.empty());
 }
 
 TEST_F(ServerActionsTest, SuccessIsReportedWhenTheChildrenHaveEndedAndAFailureAtOnce) {
