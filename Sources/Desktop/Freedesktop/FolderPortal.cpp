@@ -1,7 +1,11 @@
 #include "Desktop/Freedesktop/FolderPortal.hpp"
 
+#include <array>
 #include <charconv>
+#include <climits>
 #include <utility>
+
+#include <unistd.h>
 
 #include "Desktop/Freedesktop/Bus/BusText.hpp"
 #include "System/Data/Secret.hpp"
@@ -43,14 +47,20 @@ void writeQuestion(BusWriter& writer, const FolderRequest& request, const std::s
       .close();
 }
 
+bool isThisMachine(std::string_view host) {
+  std::array<char, HOST_NAME_MAX + 1> name{};
+  ::gethostname(name.data(), name.size() - 1);
+  return host.empty() || host == "localhost" || host == name.data();
+}
+
 }  // namespace
 
 std::optional<std::string> pathOfFileURI(std::string_view uri) {
   constexpr std::string_view scheme = "file://";
   if (!uri.starts_with(scheme)) return std::nullopt;
   uri.remove_prefix(scheme.size());
-  const auto start = uri.find('/');  // preceded by this machine's name
-  if (start == std::string_view::npos) return std::nullopt;
+  const auto start = uri.find('/');
+  if (start == std::string_view::npos || !isThisMachine(uri.substr(0, start))) return std::nullopt;
   std::string path;
   for (std::size_t i = start; i < uri.size(); ++i) {
     if (uri[i] != '%') {

@@ -12,7 +12,7 @@
 
 namespace zephyl {
 
-/// Returns the decoded path of a "file" URI, or nullopt for anything else. Pure.
+/// Returns the decoded path of a "file" URI of this machine, or nullopt for anything else.
 std::optional<std::string> pathOfFileURI(std::string_view uri);
 
 /// Lets the user choose a folder through org.freedesktop.portal.FileChooser. Each request is
