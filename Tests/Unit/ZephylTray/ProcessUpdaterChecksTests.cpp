@@ -68,9 +68,18 @@ TEST_F(WaitingUpdateTest, IsReplacedByANewerVersionWithoutAQuestion) {
   allowOldVersion();
   EXPECT_EQ(runs(), 4U) << "the old version has been removed";
   report(UpdateStaged{"300"});
-  EXPECT_EQ(delegate_->take(), (Told{"found 3.0", "ready 300"}));
+  EXPECT_EQ(delegate_->take(), (Told{"abandoned", "found 3.0", "ready 300"}));
   delegate_->proceed();
   EXPECT_EQ(command<InstallCommand>().version, "300");
+}
+
+TEST_F(WaitingUpdateTest, IsAbandonedIfTheNewerVersionCannotBeDownloaded) {
+  wait();
+  waitForCheck();
+  findNewer();
+  report(UpdateFailed{"404"});
+  EXPECT_EQ(delegate_->take(), (Told{"abandoned", "found 3.0", "finished"}));
+  EXPECT_TRUE(controller_->canCheckForUpdates());
 }
 
 TEST_F(WaitingUpdateTest, IsNotInstalledOnceItHasBeenWithdrawn) {

@@ -35,7 +35,8 @@ class UpdateDelegate {
   /// is postponed until `proceed` is called, once, on the main thread, possibly before this has
   /// returned.
   virtual bool shouldPostponeRelaunch(const UpdateItem& item, Task proceed) = 0;
-  /// Called when a postponed relaunch will not happen, because its update was withdrawn.
+  /// Called when a postponed relaunch will not happen, because its update was withdrawn
+  /// or is replaced by a newer one.
   virtual void didAbandonRelaunch() = 0;
 
   /// Returns whether the delegate itself reminds the user of updates from scheduled checks.

@@ -83,10 +83,12 @@ void UpdateSession::replace(const UpdateFound& found) {
   showsWindows_ = false;
   offer_ = found.offer;
   obstacle_ = found.obstacle;
-  notify([&](UpdateDelegate& delegate) { delegate.didFindValidUpdate(item()); });
+  notify([&](UpdateDelegate& delegate) {
+    delegate.didAbandonRelaunch();
+    delegate.didFindValidUpdate(item());
+  });
   if (!obstacle_) return download();
   logObstacle();
-  notify([](UpdateDelegate& delegate) { delegate.didAbandonRelaunch(); });
   end(Outcome::done);
 }
 
