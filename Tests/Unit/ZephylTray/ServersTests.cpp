@@ -134,8 +134,9 @@ TEST_F(ServersTest, NeverGetThePortsOfTheAgentAndOfTheControlServer) {
   const test::ScopedVariable agent("AGENT_TRAY_PORT", std::to_string(first.socks)),
       control("ZEPHYL_ONBOARD_PORT", std::to_string(first.shim));
   const auto second = Servers::add("", std::nullopt, std::nullopt)->ports;
-  EXPECT_GT(second.socks, first.socks);
-  EXPECT_GT(second.shim, first.shim);
+  // Not "greater than", because another program may have freed a lower port meanwhile.
+  EXPECT_NE(second.socks, first.socks);
+  EXPECT_NE(second.shim, first.shim);
 }
 
 TEST_F(ServersTest, AnUpdateChangesTheFirstEntryWithItsId) {
