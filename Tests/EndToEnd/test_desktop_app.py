@@ -94,7 +94,7 @@ def test_a_developers_build_is_started_without_arguments(world, start_tray, add_
     assert found["SOMETHING_ELSE"] == "kept"
     assert found["HOME"] == world.environment["HOME"]
     assert ControlApi(world.control_port, found["ZEPHYL_ONBOARD_TOKEN"]).get("/servers") == {"servers": []}
-    assert len(windows(tray)) == 1
+    eventually(lambda: len(windows(tray)) == 1, what="the window's program")
 
 
 def test_a_packaged_app_is_preferred(world, start_tray, add_window, record):
