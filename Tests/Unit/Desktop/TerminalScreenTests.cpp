@@ -294,6 +294,23 @@ TEST_F(TerminalScreenTest, AlertsAreShownOneAfterTheOther) {
   EXPECT_EQ(answers_, (std::vector<int>{0, 0}));
 }
 
+TEST_F(TerminalScreenTest, AnotherAlertDoesNotHoldBackARequest) {
+  const auto prompt = present({.heading = "Join", .buttons = {"Join", "Cancel"}});
+  const auto first = present(unrequested());
+  const auto second = present(unrequested());
+  EXPECT_TRUE(shows("Allow access?"));
+  EXPECT_FALSE(shows("Join"));
+  press("\r");
+  EXPECT_EQ(answers_, std::vector<int>{}) << "the key was meant for the prompt";
+  for (int i = 0; i < 2; ++i) {
+    EXPECT_TRUE(shows("Allow access?"));
+    advance(2s);
+    press("\r");
+  }
+  EXPECT_EQ(answers_, (std::vector<int>{0, 0}));
+  EXPECT_TRUE(shows("Join"));
+}
+
 TEST_F(TerminalScreenTest, ADismissedDialogIsNotAnswered) {
   auto dialog = present(accessRequest);
   dialog.reset();

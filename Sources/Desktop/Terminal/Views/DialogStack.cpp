@@ -1,5 +1,6 @@
 #include "Desktop/Terminal/Views/DialogStack.hpp"
 
+#include <algorithm>
 #include <utility>
 
 #include "System/Data/Text.hpp"
@@ -9,8 +10,13 @@ namespace zephyl {
 DialogStack::Number DialogStack::addAlert(const Alert& alert,
                                           const TerminalCapabilities& capabilities,
                                           const std::string& text, AlertDone done) {
-  alerts_.emplace_back(++last_, alert, capabilities, std::move(done));
-  alerts_.back().box.setText(text);
+  auto place = alerts_.end();
+  if (!alert.permittingButtons.empty()) {
+    place = std::ranges::find_if(
+        alerts_, [](const OpenAlert& each) { return !each.box.permitsSomething(); });
+  }
+  const auto added = alerts_.emplace(place, ++last_, alert, capabilities, std::move(done));
+  added->box.setText(text);
   return last_;
 }
 

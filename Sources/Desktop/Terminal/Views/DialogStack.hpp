@@ -12,9 +12,9 @@
 
 namespace zephyl {
 
-/// The open dialogs. Alerts are shown one after the other, in the order of their addition, so that
-/// none replaces another while the user is answering. Logs are shown below them, newest on top.
-/// Main thread only.
+/// The open dialogs. Alerts are shown one after the other: first those that permit something,
+/// because nothing may hold back a request, then the others, each in the order of their addition.
+/// Logs are shown below them, newest on top. Main thread only.
 class DialogStack {
  public:
   using Number = unsigned;  ///< identifies a dialog; never reused
