@@ -44,6 +44,20 @@ TEST_F(ProcessUpdaterTest, ShowsAndInstallsAnUpdateThatTheUserAskedFor) {
   EXPECT_EQ(command<WatchCommand>().arguments, std::vector<std::string>{"--headless"});
 }
 
+TEST_F(ProcessUpdaterTest, ASecondRequestOfTheUserBringsTheOpenWindowToTheFront) {
+  startAndCheck();
+  controller_->checkForUpdates();
+  EXPECT_TRUE(dialogs_.alerts().empty()) << "no window is open";
+  find();
+  EXPECT_EQ(dialogs_.timesBroughtToFront(), 0);
+  controller_->checkForUpdates();
+  EXPECT_EQ(dialogs_.timesBroughtToFront(), 1);
+  press("Install Update");
+  controller_->checkForUpdates();
+  EXPECT_EQ(dialogs_.timesBroughtToFront(), 1) << "of the download's window";
+  EXPECT_EQ(runs(), 2U);
+}
+
 TEST_F(ProcessUpdaterTest, DelaysTheInstallationUntilItIsAllowed) {
   delegate_->busy = true;
   startAndCheck();

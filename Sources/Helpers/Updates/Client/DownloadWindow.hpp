@@ -27,6 +27,7 @@ class DownloadWindow {
   /// Shows a progress value: at once if the download is complete or the interval has passed,
   /// otherwise at the end of the interval, unless a newer value arrives before.
   void showProgress(const UpdateProgress& progress);
+  void bringToFront() { dialog_->bringToFront(); }
 
  private:
   void draw();

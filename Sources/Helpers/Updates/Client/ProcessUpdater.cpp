@@ -65,7 +65,10 @@ std::unique_ptr<UpdaterController::Observation> ProcessUpdater::observeCanCheckF
 }
 
 void ProcessUpdater::startSession(UpdateSession::Trigger trigger) {
-  if (session_) return;
+  if (session_) {
+    if (trigger == UpdateSession::Trigger::user) session_->bringToFront();
+    return;
+  }
   UpdateSession::Events events;
   events.checked =
       weakly(self_, [trigger](ProcessUpdater* self, const std::optional<std::string>& failure) {

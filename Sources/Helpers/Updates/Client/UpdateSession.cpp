@@ -39,6 +39,14 @@ void UpdateSession::run(const UpdateCommand& command, Handler handler) {
                           }));
 }
 
+void UpdateSession::bringToFront() {
+  if (dialog_) {
+    dialog_->bringToFront();
+  } else if (downloadWindow_) {
+    downloadWindow_->bringToFront();
+  }
+}
+
 bool UpdateSession::recordCheck(const UpdateReport& report) {
   using std::chrono::seconds;
   const auto date = feedDateOf(report);

@@ -46,6 +46,9 @@ class UpdateSession : public std::enable_shared_from_this<UpdateSession> {
 
   void start(Trigger trigger);
 
+  /// Brings the session's open window to the front. Does nothing if none is open.
+  void bringToFront();
+
   /// Returns whether the installation is postponed and no `recheck` is in progress.
   [[nodiscard]] bool isWaiting() const { return stage_ == Stage::waiting; }
   /// Checks for updates again. Requires `isWaiting()`.
