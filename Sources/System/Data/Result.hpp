@@ -21,12 +21,17 @@ struct Error {
   std::string message;
   /// Whether a request failed before anything of it was sent, because no connection was made.
   bool nothingSent = false;
+  bool isShortage = false;  ///< the operation lacked descriptors or memory, and may succeed later
 
   bool operator==(const Error&) const = default;
 };
 
-/// Returns "<what>: <the system's description of the error number>".
+/// Returns "<what>: <the system's description of the error number>", with `isShortage` set
+/// according to the number.
 Error systemError(std::string_view what, int number);
+
+/// Returns whether the error number reports a lack of descriptors, memory or buffers.
+bool isShortage(int number);
 
 /// Called by `Result::value()` if there is no value, which is a programming error.
 [[noreturn]] void throw_exception_from_error(  // NOLINT(readability-identifier-naming)

@@ -20,6 +20,7 @@
 #include <sys/socket.h>
 
 #include "System/Concurrency/Reactor.hpp"
+#include "System/Data/Result.hpp"
 #include "System/Data/Secret.hpp"
 #include "System/Files/FileDescriptor.hpp"
 
@@ -53,10 +54,6 @@ Result<FileDescriptor> listenOnLoopback(std::uint16_t port) {
     return systemError(where, errno);
   }
   return socket;
-}
-
-bool isShortage(int error) {
-  return error == EMFILE || error == ENFILE || error == ENOBUFS || error == ENOMEM;
 }
 
 /// Returns whether the error concerns the listening socket and not a single connection.

@@ -22,6 +22,7 @@
 #include "Support/FileSizeLimit.hpp"
 #include "Support/HomelessUser.hpp"
 #include "Support/LogCapture.hpp"
+#include "Support/NoMoreDescriptors.hpp"
 #include "Support/TemporaryDirectory.hpp"
 #include "System/Files/FileDescriptor.hpp"
 
@@ -117,6 +118,22 @@ TEST(Files, ReportWhyTheyCannotBeRead) {
   const std::string large = directory.write("large", "");
   fs::resize_file(large, maxReadableFile + 1);
   EXPECT_EQ(readFile(large).error().message, reasonOf(large, EFBIG));
+}
+
+TEST(Files, DistinguishAShortageFromOtherErrors) {
+  const TemporaryDirectory directory;
+  const std::string file = directory.write("file", "text");
+  Error failure;
+  {
+    const test::NoMoreDescriptors limit;
+    failure = readFile(file).error();
+  }
+  EXPECT_EQ(failure.message, reasonOf(file, EMFILE));
+  EXPECT_TRUE(failure.isShortage);
+  EXPECT_FALSE(readFile(directory / "none").error().isShortage);
+  EXPECT_TRUE(systemError("", ENFILE).isShortage);
+  EXPECT_TRUE(systemError("", ENOMEM).isShortage);
+  EXPECT_FALSE(systemError("", EIO).isShortage);
 }
 
 TEST(Files, CreateMissingDirectories) {

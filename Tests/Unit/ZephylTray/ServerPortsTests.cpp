@@ -6,9 +6,9 @@
 
 #include <arpa/inet.h>
 #include <netinet/in.h>
-#include <sys/resource.h>
 #include <sys/socket.h>
 
+#include "Support/NoMoreDescriptors.hpp"
 #include "System/Files/FileDescriptor.hpp"
 
 namespace zephyl {
@@ -38,22 +38,6 @@ class Listener {
   FileDescriptor socket_{::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)};
   bool listening_ = false;
   std::int64_t port_ = 0;
-};
-
-/// While it lives, this process cannot open further descriptors.
-class NoMoreDescriptors {
- public:
-  NoMoreDescriptors() {
-    ::getrlimit(RLIMIT_NOFILE, &before_);
-    const rlimit none{0, before_.rlim_max};
-    ::setrlimit(RLIMIT_NOFILE, &none);
-  }
-  ~NoMoreDescriptors() { ::setrlimit(RLIMIT_NOFILE, &before_); }
-  NoMoreDescriptors(const NoMoreDescriptors&) = delete;
-  NoMoreDescriptors& operator=(const NoMoreDescriptors&) = delete;
-
- private:
-  rlimit before_{};
 };
 
 bool areFree(std::initializer_list<std::int64_t> ports) {
@@ -129,7 +113,7 @@ TEST(ServerPorts, AreNeverReservedOrInUse) {
 TEST(ServerPorts, AreAssumedFreeIfProbingIsImpossible) {
   const Listener other;
   const auto reserved = everythingBelow(other.port());
-  const NoMoreDescriptors limit;
+  const test::NoMoreDescriptors limit;
   const auto ports = ServerPorts::allocate({}, reserved);
   EXPECT_EQ(ports.socks, other.port());
   EXPECT_EQ(ports.shim, other.port() + 1);

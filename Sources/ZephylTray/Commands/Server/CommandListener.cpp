@@ -14,6 +14,7 @@
 #include <sys/socket.h>
 
 #include "System/Concurrency/Reactor.hpp"
+#include "System/Data/Result.hpp"
 #include "System/Data/Secret.hpp"
 #include "System/Files/Log.hpp"
 #include "ZephylTray/Commands/Protocol/CommandMessages.hpp"
@@ -26,10 +27,6 @@ namespace {
 
 using Descriptor = asio::posix::stream_descriptor;
 constexpr std::chrono::milliseconds acceptRetryDelay{200};
-
-bool isShortage(int error) {
-  return error == EMFILE || error == ENFILE || error == ENOBUFS || error == ENOMEM;
-}
 
 }  // namespace
 
