@@ -302,7 +302,7 @@ Result<void> replaceFile(const std::string& path, std::string_view bytes, Durabi
 Result<std::string> copyAside(const std::string& path) {
   const std::string aside = path + ".unreadable-" + fileTimestamp(std::chrono::system_clock::now());
   auto copy = copyTo(path, aside);
-  if (copy) return copy;
+  if (copy || copy.error().isShortage) return copy;
   const auto link = linkTo(path, aside);
   return link ? link : copy;
 }

@@ -58,7 +58,8 @@ Result<void> replaceFile(const std::string& path, std::string_view bytes, Durabi
 /// Copies a file that could not be decoded to "<path>.unreadable-<fileTimestamp>", so that the next
 /// save does not destroy its contents. Adds a number if that name exists. The copy has mode 0600
 /// and is flushed. If copying fails, because the file cannot be read or the disk is full, for
-/// example, creates a hard link of that name instead. Returns the path of the copy.
+/// example, creates a hard link of that name instead, except in a shortage. Returns the path of the
+/// copy.
 Result<std::string> copyAside(const std::string& path);
 
 /// Moves a file or directory to `to`, which must not exist, across file systems if necessary. In

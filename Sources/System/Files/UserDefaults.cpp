@@ -91,6 +91,7 @@ Result<void> UserDefaults::change(const std::function<void(Values&)>& edit) {
   if (auto made = createDirectories(parentDirectory(file)); !made) return made;
   const auto directoryLock = lockDirectory(parentDirectory(file), patience);
   const auto old = file_.read(file);
+  if (!old && old.error().isShortage) return old.error();
   Values values = old ? **old : Values();
   edit(values);
   if (values == (old ? **old : Values())) return {};

@@ -327,6 +327,16 @@ TEST(CopyAside, LinksAFileWhoseCopyDoesNotFitOnTheDisk) {
   EXPECT_EQ(namesIn(directory.path()).size(), 2U);
 }
 
+TEST(CopyAside, LeavesNothingBehindInAShortage) {
+  const TemporaryDirectory directory;
+  const std::string file = directory.write("file", "text");
+  {
+    const test::NoMoreDescriptors limit;
+    EXPECT_FALSE(copyAside(file));
+  }
+  EXPECT_EQ(namesIn(directory.path()).size(), 1U);
+}
+
 TEST(CopyAside, ReportsWhyItFailed) {
   const TemporaryDirectory directory;
   const std::string none = directory / "none";

@@ -9,6 +9,7 @@
 #include <sys/file.h>
 
 #include "Support/LogCapture.hpp"
+#include "Support/NoMoreDescriptors.hpp"
 #include "Support/TemporaryDirectory.hpp"
 #include "System/Data/JSON.hpp"
 #include "System/Files/FileDescriptor.hpp"
@@ -134,6 +135,18 @@ TEST_F(UserDefaultsTest, LogAWriteThatFailsAndChangeNothing) {
   EXPECT_EQ(test::logOf([&] { defaults_.setString("a", "1"); }),
             "[tray] could not write the user defaults: " + defaults_.path() + ": Is a directory\n");
   EXPECT_EQ(defaults_.string("a"), std::nullopt);
+  EXPECT_EQ(filesBesideIt(), 0U);
+}
+
+TEST_F(UserDefaultsTest, RefuseAChangeDuringAShortage) {
+  write(R"({"a": "1"})");
+  EXPECT_EQ(
+      test::logOf([&] {
+        const test::NoMoreDescriptors limit;
+        defaults_.setString("b", "2");
+      }),
+      "[tray] could not write the user defaults: " + defaults_.path() + ": Too many open files\n");
+  EXPECT_EQ(contents(), R"({"a": "1"})");
   EXPECT_EQ(filesBesideIt(), 0U);
 }
 
