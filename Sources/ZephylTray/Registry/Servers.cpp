@@ -5,6 +5,7 @@
 #include <cassert>
 #include <cstdlib>
 #include <mutex>
+#include <set>
 
 #include <boost/uuid/random_generator.hpp>
 #include <boost/uuid/uuid_io.hpp>
@@ -105,8 +106,11 @@ struct Servers::State {
   std::optional<ServerList> cached();
 
   // Runs on the queue:
-  ServerList current();
-  Entries loadLocked();
+  /// Returns the registry, and reads the file if that has not succeeded yet. Fails in a shortage.
+  Result<ServerList> current();
+  /// Returns an empty registry instead of an error. Logs each reason once.
+  ServerList currentOrEmpty();
+  Result<Entries> loadLocked();
   Result<void> saveLocked(Entries entries);
   Result<void> write(const std::string& text);
   Result<void> keepUnreadable(const std::string& path);
@@ -123,8 +127,10 @@ struct Servers::State {
   SerialQueue queue;
   std::mutex cacheMutex;
   std::optional<ServerList> cache;
-  std::string flushed;      // the text of the last flushed save
-  bool unreadable = false;  // the file could not be decoded and is not copied yet
+  std::string flushed;           // the text of the last flushed save
+  bool unreadable = false;       // the file could not be decoded and is not copied yet
+  bool addressesFolded = false;  // entries gained addresses at loading that are not saved yet
+  std::set<std::string> reportedShortages;
 
   static inline std::atomic<State*> instance = nullptr;
 };
@@ -148,29 +154,45 @@ void Servers::State::publish(ServerList list) {
   cache = std::move(list);
 }
 
-ServerList Servers::State::current() {
+Result<ServerList> Servers::State::current() {
   if (auto list = cached()) return *std::move(list);
-  ServerList list(loadLocked());
+  auto entries = loadLocked();
+  if (!entries) return entries.error();
+  ServerList list(*std::move(entries));
   publish(list);
   return list;
 }
 
-Entries Servers::State::loadLocked() {
+ServerList Servers::State::currentOrEmpty() {
+  auto list = current();
+  if (list) return *std::move(list);
+  const std::string& reason = list.error().message;
+  if (reportedShortages.insert(reason).second) log("could not read servers.json: {}", reason);
+  return ServerList(Entries{});
+}
+
+Result<Entries> Servers::State::loadLocked() {
   const std::string path = registryPath();
   const auto text = readFile(path);
+  if (!text && text.error().isShortage) return text.error();
   unreadable = !text && fileExists(path);
-  if (!text) return {};
-  auto entries = json::decodeText<Entries>(*text);
-  if (entries) return *std::move(entries);
-  unreadable = true;
-  log("servers.json is unreadable ({}); treating as empty", entries.error().message);
-  return {};
+  if (!text) return Entries();
+  const auto file = json::parse(*text);
+  auto entries = file ? json::decode<Entries>(*file) : Result<Entries>(file.error());
+  if (!entries) {
+    unreadable = true;
+    log("servers.json is unreadable ({}); treating as empty", entries.error().message);
+    return Entries();
+  }
+  addressesFolded = migration::foldAddressing(*file, *entries);
+  return entries;
 }
 
 Result<void> Servers::State::saveLocked(Entries entries) {
   const auto text = encoded(entries);
   Result<void> saved = text ? write(*text) : Result<void>(text.error());
   if (saved) {
+    addressesFolded = false;
     publish(ServerList(std::move(entries)));
   } else {
     log("could not write servers.json: {}", saved.error().message);
@@ -201,7 +223,12 @@ Result<void> Servers::State::keepUnreadable(const std::string& path) {
 template <typename Edit>
 Result<bool> Servers::State::change(Edit edit) {
   return queue.sync([&]() -> Result<bool> {
-    Entries entries = current().entries();
+    const auto list = current();
+    if (!list) {
+      log("could not change servers.json: {}", list.error().message);
+      return list.error();
+    }
+    Entries entries = list->entries();
     if (!edit(entries)) return false;
     if (const auto saved = saveLocked(std::move(entries)); !saved) return saved.error();
     return true;
@@ -253,7 +280,7 @@ std::string Servers::controlSocketPath(const std::string& id) {
 ServerList Servers::all() {
   State& state = State::open();
   if (auto list = state.cached()) return *std::move(list);
-  return state.queue.sync([&] { return state.current(); });
+  return state.queue.sync([&] { return state.currentOrEmpty(); });
 }
 
 bool Servers::contains(const std::string& id) {
@@ -350,12 +377,10 @@ void Servers::recordDiscoveredAccent(const std::string& id, std::string_view acc
 }
 
 void Servers::migrateIfNeeded() {
-  if (fileExists(registryPath())) {
-    migrateAddressingIfNeeded();
-    migrateNamingIfNeeded();
-  } else {
-    migrateSingleServer();
-  }
+  if (fileExists(registryPath())) return migrateEntries();
+  const auto settings = Config::defaults().values();
+  if (settings || !settings.error().isShortage) return migrateSingleServer();
+  log("could not migrate to multi-server layout: {}", settings.error().message);
 }
 
 void Servers::migrateSingleServer() {
@@ -381,18 +406,18 @@ void Servers::migrateSingleServer() {
   }
 }
 
-void Servers::migrateAddressingIfNeeded() {
-  const auto text = readFile(registryPath());
-  const auto file = text ? json::parse(*text) : Result<json::Value>(text.error());
-  if (!file) return;
-  const auto folded = State::open().change(
-      [&](Entries& entries) { return migration::foldAddressing(*file, entries); });
-  if (folded && *folded) log("folded serverHost/webTarget into a single address");
-}
-
-void Servers::migrateNamingIfNeeded() {
-  const auto reclaimed = State::open().change(migration::reclaimNaming);
-  if (reclaimed && *reclaimed) log("reclaimed auto-generated server names");
+void Servers::migrateEntries() {
+  State& state = State::open();
+  bool folded = false;
+  bool reclaimed = false;
+  const auto saved = state.change([&](Entries& entries) {
+    folded = state.addressesFolded;
+    reclaimed = migration::reclaimNaming(entries);
+    return folded || reclaimed;
+  });
+  if (!saved) return;
+  if (folded) log("folded serverHost/webTarget into a single address");
+  if (reclaimed) log("reclaimed auto-generated server names");
 }
 
 }  // namespace zephyl

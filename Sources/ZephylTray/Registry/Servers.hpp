@@ -44,6 +44,9 @@ class ServerList {
 /// cannot be decoded counts as an empty registry and is copied aside before the first save replaces
 /// it.
 ///
+/// While the file cannot be read for lack of descriptors or memory, the registry appears empty,
+/// changes fail, and each use tries to read the file again.
+///
 /// Callable from any thread. A mutation that is passed to `update` must not call the registry.
 class Servers {
  public:
@@ -114,8 +117,7 @@ class Servers {
   static bool record(const std::string& id, std::string_view value,
                      std::optional<std::string> ServerEntry::*field);
   static void migrateSingleServer();
-  static void migrateAddressingIfNeeded();
-  static void migrateNamingIfNeeded();
+  static void migrateEntries();
 };
 
 }  // namespace zephyl

@@ -5,6 +5,7 @@
 #include "Support/FileSizeLimit.hpp"
 #include "Support/HomelessUser.hpp"
 #include "Support/LogCapture.hpp"
+#include "Support/NoMoreDescriptors.hpp"
 
 namespace fs = std::filesystem;
 
@@ -191,6 +192,53 @@ TEST_F(ServersFileTest, SurviveEveryKindOfGarbage) {
   write(whole);
   reopen();
   EXPECT_EQ(labels(), Labels{"l"});
+}
+
+// Shortages
+
+TEST_F(ServersFileTest, AreReadAgainAfterAShortage) {
+  Servers::replaceAll({entry("a", "1"), entry("b", "2"), entry("c", "3")});
+  reopen();
+  const auto log = test::logOf([] {
+    const test::NoMoreDescriptors limit;
+    EXPECT_TRUE(Servers::all().empty());
+    EXPECT_TRUE(Servers::all().empty());
+  });
+  EXPECT_EQ(log, "[tray] could not read servers.json: " + path() + ": Too many open files\n");
+  EXPECT_TRUE(Servers::add("4", std::nullopt, std::nullopt));
+  EXPECT_EQ(labels(), (Labels{"1", "2", "3", "4"}));
+  EXPECT_TRUE(copies().empty());
+}
+
+TEST_F(ServersFileTest, AreUnchangedDuringAShortage) {
+  Servers::replaceAll({entry("a", "kept")});
+  const std::string before = contents();
+  const std::string reason = path() + ": Too many open files";
+  reopen();
+  const auto log = test::logOf([&] {
+    const test::NoMoreDescriptors limit;
+    const auto added = Servers::add("lost", std::nullopt, std::nullopt);
+    ASSERT_FALSE(added);
+    EXPECT_EQ(added.error().message, reason);
+  });
+  EXPECT_EQ(log, "[tray] could not change servers.json: " + reason + "\n");
+  EXPECT_EQ(contents(), before);
+  EXPECT_TRUE(copies().empty());
+  EXPECT_EQ(labels(), Labels{"kept"});
+}
+
+TEST_F(ServersFileTest, AnUnparsableFileIsCopiedOnlyAfterAShortage) {
+  write("[{}]");
+  test::logOf([] {
+    EXPECT_TRUE(Servers::all().empty());
+    const test::NoMoreDescriptors limit;
+    EXPECT_FALSE(Servers::add("lost", std::nullopt, std::nullopt));
+  });
+  EXPECT_TRUE(copies().empty());
+  EXPECT_EQ(contents(), "[{}]");
+  test::logOf([] { EXPECT_TRUE(Servers::add("new", std::nullopt, std::nullopt)); });
+  EXPECT_EQ(copies().size(), 1U);
+  EXPECT_EQ(labels(), Labels{"new"});
 }
 
 // Writes that fail

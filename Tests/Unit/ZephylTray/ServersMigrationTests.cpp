@@ -1,6 +1,7 @@
 #include "ServersFixture.hpp"
 #include "Support/FileSizeLimit.hpp"
 #include "Support/LogCapture.hpp"
+#include "Support/NoMoreDescriptors.hpp"
 #include "System/Files/UserDefaults.hpp"
 #include "ZephylTray/Config/Config.hpp"
 
@@ -74,10 +75,42 @@ TEST_F(ServersMigrationTest, AFirstLaunchThatCannotSaveLeavesTheStateToTheNext) 
   EXPECT_FALSE(fileExists(state));
 }
 
+TEST_F(ServersMigrationTest, AFirstLaunchInAShortageLeavesTheStateToTheNext) {
+  Config::defaults().setString("tailnetFingerprint", "ABC");
+  const std::string state = world_.directory().write("data/Zephyl/tailnet/state", "s3cret");
+  const auto log = test::logOf([] {
+    const test::NoMoreDescriptors limit;
+    Servers::migrateIfNeeded();
+  });
+  EXPECT_EQ(log, "[tray] could not migrate to multi-server layout: " + Config::defaults().path() +
+                     ": Too many open files\n");
+  EXPECT_EQ(*readFile(state), "s3cret");
+  EXPECT_FALSE(fileExists(path()));
+  reopen();
+  Servers::migrateIfNeeded();
+  EXPECT_EQ(Servers::all().size(), 1U);
+}
+
+constexpr auto olderFile = R"([{"id": "a", "label": "srv:8080", "agentId": "", "enabled": true,
+    "ports": {"socks": 1055, "shim": 8800, "tunnelHost": "127.100.0.1"},
+    "serverHost": "srv:8080", "webTarget": " "}])";
+
+TEST_F(ServersMigrationTest, AnOlderFileKeepsItsAddressesThroughAShortage) {
+  write(olderFile);
+  const auto log = test::logOf([] {
+    const test::NoMoreDescriptors limit;
+    Servers::migrateIfNeeded();
+  });
+  EXPECT_EQ(log, "[tray] could not change servers.json: " + path() + ": Too many open files\n");
+  EXPECT_EQ(contents(), olderFile);
+  Servers::add("new", std::nullopt, std::nullopt);
+  EXPECT_EQ(labels(), (Labels{"srv:8080", "new"}));
+  EXPECT_EQ(Servers::all()[0].address, "http://srv:8080");
+  EXPECT_TRUE(copies().empty());
+}
+
 TEST_F(ServersMigrationTest, AnOlderFileGetsAddressesAndNames) {
-  write(R"([{"id": "a", "label": "srv:8080", "agentId": "", "enabled": true,
-             "ports": {"socks": 1055, "shim": 8800, "tunnelHost": "127.100.0.1"},
-             "serverHost": "srv:8080", "webTarget": " "}])");
+  write(olderFile);
   EXPECT_EQ(test::logOf([] { Servers::migrateIfNeeded(); }),
             "[tray] folded serverHost/webTarget into a single address\n"
             "[tray] reclaimed auto-generated server names\n");
