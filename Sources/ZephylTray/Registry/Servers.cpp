@@ -55,10 +55,9 @@ auto findFingerprint(auto& entries, const std::string& fingerprint) {
   });
 }
 
-ServerPorts allocatePorts(const Entries& entries) {
-  std::vector<ServerPorts> existing;
-  for (const auto& entry : entries) existing.push_back(entry.ports);
-  return ServerPorts::allocate(existing, {Config::trayPort(), Config::onboardingPort()});
+/// Returns the configured ports of the agent and of the control server.
+std::set<std::int64_t> configuredPorts() {
+  return {Config::trayPort(), Config::onboardingPort()};
 }
 
 /// Returns whether paths that contain the id stay within their directories.
@@ -105,6 +104,9 @@ struct Servers::State {
   /// Returns the cached registry, or nullopt before the first use. Callable from any thread.
   std::optional<ServerList> cached();
 
+  /// Returns ports for a new server.
+  [[nodiscard]] ServerPorts allocatePorts(const Entries& entries) const;
+
   // Runs on the queue:
   /// Returns the registry, and reads the file if that has not succeeded yet. Fails in a shortage.
   Result<ServerList> current();
@@ -131,6 +133,8 @@ struct Servers::State {
   bool unreadable = false;       // the file could not be decoded and is not copied yet
   bool addressesFolded = false;  // entries gained addresses at loading that are not saved yet
   std::set<std::string> reportedShortages;
+  // The agent and the control server keep them for the whole run, even if the settings change.
+  const std::set<std::int64_t> portsAtStart = configuredPorts();
 
   static inline std::atomic<State*> instance = nullptr;
 };
@@ -152,6 +156,14 @@ std::optional<ServerList> Servers::State::cached() {
 void Servers::State::publish(ServerList list) {
   const std::scoped_lock lock(cacheMutex);
   cache = std::move(list);
+}
+
+ServerPorts Servers::State::allocatePorts(const Entries& entries) const {
+  std::vector<ServerPorts> existing;
+  for (const auto& entry : entries) existing.push_back(entry.ports);
+  auto reserved = configuredPorts();
+  reserved.insert(portsAtStart.begin(), portsAtStart.end());
+  return ServerPorts::allocate(existing, reserved);
 }
 
 Result<ServerList> Servers::State::current() {
@@ -306,8 +318,9 @@ std::optional<ServerEntry> Servers::matching(std::string_view fingerprint) {
 Result<ServerEntry> Servers::add(const std::string& label,
                                  const std::optional<std::string>& address,
                                  const std::optional<std::string>& fingerprint) {
+  State& state = State::open();
   ServerEntry result;
-  const auto saved = State::open().change([&](Entries& entries) {
+  const auto saved = state.change([&](Entries& entries) {
     auto entry = findFingerprint(entries, normalised(fingerprint.value_or("")));
     if (entry != entries.end()) {
       entry->enabled = true;
@@ -319,7 +332,7 @@ Result<ServerEntry> Servers::add(const std::string& label,
                                              .address = address,
                                              .tailnetFingerprint = fingerprint,
                                              .agentId = randomUUID(),
-                                             .ports = allocatePorts(entries),
+                                             .ports = state.allocatePorts(entries),
                                              .enabled = true});
     }
     result = *entry;

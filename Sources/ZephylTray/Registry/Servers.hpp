@@ -53,7 +53,8 @@ class Servers {
   struct State;
 
   /// Keeps the registry open. Only one may exist at a time. It must be constructed before the first
-  /// operation and destroyed after the last. A new one reads the file again.
+  /// operation and destroyed after the last. A new one reads the file again. No new server gets a
+  /// port that is configured for the agent or the control server, now or when it was constructed.
   class Store {
    public:
     /// `pool` and `clock` must outlive it.

@@ -139,6 +139,19 @@ TEST_F(ServersTest, NeverGetThePortsOfTheAgentAndOfTheControlServer) {
   EXPECT_NE(second.shim, first.shim);
 }
 
+TEST_F(ServersTest, NeverGetThePortsThatWereConfiguredAtTheStart) {
+  const auto first = Servers::add("", std::nullopt, std::nullopt)->ports;
+  Servers::replaceAll({});
+  {
+    const test::ScopedVariable agent("AGENT_TRAY_PORT", std::to_string(first.shim)),
+        control("ZEPHYL_ONBOARD_PORT", std::to_string(first.socks));
+    reopen();
+  }
+  const auto second = Servers::add("", std::nullopt, std::nullopt)->ports;
+  EXPECT_GT(second.socks, first.socks);
+  EXPECT_GT(second.shim, first.shim);
+}
+
 TEST_F(ServersTest, AnUpdateChangesTheFirstEntryWithItsId) {
   Servers::replaceAll({entry("b"), entry("a", "1"), entry("a", "2")});
   Servers::update("a", [](ServerEntry& changed) { changed.label = "new"; });
