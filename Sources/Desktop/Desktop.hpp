@@ -77,6 +77,12 @@ class Desktop {
   /// Lets the user choose a folder. Calls `done` once.
   virtual void chooseFolder(const FolderRequest& request,
                             std::function<void(FolderChoice)> done) = 0;
+
+  /// Returns and clears the activation token of the user's action that is being handled. It permits
+  /// the window that the user asked for to come to the front. Empty if the action came without a
+  /// token, if the token was consumed, and while no action is handled. The functions above that
+  /// open or activate a program consume it themselves.
+  virtual std::string consumeActivationToken() { return {}; }
 };
 
 }  // namespace zephyl

@@ -58,6 +58,9 @@ struct Alert {
   /// the focus, if the window system permits that, and ignores keys and clicks as `InputGuard`
   /// requires, also each time it becomes active.
   bool requestedByUser = false;
+  /// The activation token of the user's action if the alert is presented after the action was
+  /// handled (see `Dialogs::consumeActivationToken`). Is not sent to a helper program.
+  std::string activationToken;
 
   bool operator==(const Alert&) const = default;
 };
@@ -138,6 +141,11 @@ class Dialogs {
   /// shown, its text is logged and `closed` is reported.
   [[nodiscard]] virtual Handle presentLogWindow(const LogWindow& window,
                                                 std::function<void(LogWindowEvent)> notify) = 0;
+
+  /// Returns and clears the activation token of the user's action that is being handled, for an
+  /// alert that is presented later. May be empty. Dialogs that are presented while the action is
+  /// handled consume it themselves if the user requested them.
+  virtual std::string consumeActivationToken() { return {}; }
 };
 
 }  // namespace zephyl

@@ -80,9 +80,10 @@ class Demo {
                                 say({{"event", "didClose"}});
                               },
                           .chosen =
-                              [](const MenuAction& action) {
+                              [this](const MenuAction& action) {
                                 const auto& [name, object] = *action.as<Action>();
                                 say({{"event", "chosen"}, {"action", name}, {"object", object}});
+                                performOnApplications(name, object);
                               }});
   }
 

@@ -190,12 +190,33 @@ def test_a_name_without_an_owner_is_not_running(demo):
     assert demo.event("running", 2)["pid"] == 0
 
 
-def test_an_activation_carries_the_token_that_came_with_the_click(watcher, demo, application):
-    watcher.item().do("ProvideXdgActivationToken", "(s)", "token-1")
+MENU = [{"key": "open", "title": "Open", "action": "activate", "object": "com.zephyl.desktop"},
+        {"key": "restart", "title": "Restart", "action": "restart"}]
+
+
+def choose(item, label, token):
+    item.do("ProvideXdgActivationToken", "(s)", token)
+    item.event(item.find(label), "clicked")
+
+
+def test_an_activation_carries_the_token_that_came_with_the_click(watcher, start_demo, application):
+    demo = start_demo(MENU)
     running(demo)
-    demo.do("activate", identifier="com.zephyl.desktop")
+    choose(watcher.item(), "Open", "token-1")
     line = application.stdout.readline()
     assert "'activation-token': 'token-1'" in line and "'desktop-startup-id': 'token-1'" in line
+
+
+def test_an_unused_token_is_not_kept_for_a_later_activation(watcher, start_demo, application):
+    demo = start_demo(MENU)
+    running(demo)
+    choose(watcher.item(), "Restart", "token-1")
+    demo.event("chosen")
+    demo.do("activate", identifier="com.zephyl.desktop")
+    assert application.stdout.readline() == "activated {}\n"
+    watcher.item().do("ProvideXdgActivationToken", "(s)", "token-2")
+    demo.do("activate", identifier="com.zephyl.desktop")
+    assert application.stdout.readline() == "activated {}\n"
 
 
 def test_only_web_addresses_are_opened(start_demo, tmp_path):

@@ -69,6 +69,7 @@ class FakeDesktop final : public Desktop {
     folderRequests.push_back(request);
     folderAnswer = std::move(done);
   }
+  std::string consumeActivationToken() override { return std::exchange(activationToken, {}); }
 
   Item item;
   bool hasStatusItem = false;
@@ -82,6 +83,7 @@ class FakeDesktop final : public Desktop {
   std::vector<std::pair<std::string, Editor>> openedFiles;
   std::vector<FolderRequest> folderRequests;
   std::function<void(FolderChoice)> folderAnswer;  ///< of the last request
+  std::string activationToken;                     ///< of the action that is being handled
 };
 
 }  // namespace zephyl::test

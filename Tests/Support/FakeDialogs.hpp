@@ -41,6 +41,7 @@ class FakeDialogs final : public Dialogs {
                           std::function<void(LogWindowEvent)> tell) override {
     return open(logWindows_, {window, std::move(tell)});
   }
+  std::string consumeActivationToken() override { return std::exchange(activationToken, {}); }
 
   /// Returns the alerts on screen, oldest first.
   [[nodiscard]] std::vector<Alert> alerts() const {
@@ -72,6 +73,7 @@ class FakeDialogs final : public Dialogs {
   /// Returns how often the newest alert was brought to the front.
   [[nodiscard]] int timesBroughtToFront() const { return alerts_.back()->timesBroughtToFront; }
 
+  std::string activationToken;  ///< of the action that is being handled
   std::vector<FolderRequest> folderRequests;
   /// Answers the oldest folder request on screen.
   void folderAnswer(const Result<std::optional<std::string>>& answer) {

@@ -17,14 +17,16 @@ std::string notificationIcon(const std::optional<IconLocation>& icons) {
 
 }  // namespace
 
-FreedesktopDesktop::FreedesktopDesktop(const Services& services)
-    : FreedesktopDesktop(services, locateIcons(Bundle::main().executable())) {}
+FreedesktopDesktop::FreedesktopDesktop(const Services& services, std::string activationToken)
+    : FreedesktopDesktop(services, std::move(activationToken),
+                         locateIcons(Bundle::main().executable())) {}
 
-FreedesktopDesktop::FreedesktopDesktop(const Services& services,
+FreedesktopDesktop::FreedesktopDesktop(const Services& services, std::string activationToken,
                                        const std::optional<IconLocation>& icons)
     : services_(services),
       headless_(services.mainLoop, services.clock),
       item_(*this),
+      tokens_(services.clock, std::move(activationToken)),
       backlog_(services.mainLoop),
       bus_(services.clock),
       throttle_(services.clock,
@@ -55,34 +57,35 @@ DBusMenu::Listener FreedesktopDesktop::menuListener() {
               [this](MenuSession::Event event, unsigned opening) {
                 backlog_.post([this, event, opening] { item_.notify(event, opening); });
               },
-          .chosen =
-              [this](const MenuAction& action) {
-                backlog_.offer([this, action] { item_.choose(action); });
-              },
+          .chosen = onMain(&FreedesktopDesktop::itemChosen),
           .isBusy = [this] { return backlog_.isFull(); }};
 }
 
 StatusNotifierItem::Listener FreedesktopDesktop::itemListener() {
-  return {.activated = onMain(&FreedesktopDesktop::reopened),
-          .tokenProvided = onMain(&FreedesktopDesktop::storeToken)};
+  return {.activated = onMain(&FreedesktopDesktop::itemActivated),
+          .tokenProvided = onMain(&FreedesktopDesktop::itemTokenProvided)};
 }
 
 Notifications::Listener FreedesktopDesktop::notificationListener() {
-  return {.activated = onMain(&FreedesktopDesktop::notificationActivated),
-          .tokenProvided = onMain(&FreedesktopDesktop::storeToken)};
+  return {.activated = onMain(&FreedesktopDesktop::notificationActivated)};
 }
 
 SingleInstance::Listener FreedesktopDesktop::instanceListener() {
-  return {.reopened = onMain(&FreedesktopDesktop::reopened),
-          .tokenProvided = onMain(&FreedesktopDesktop::storeToken)};
+  return {.reopened = onMain(&FreedesktopDesktop::reopened)};
 }
 
-void FreedesktopDesktop::reopened() {
-  if (events_.reopened) events_.reopened();
+void FreedesktopDesktop::reopened(const std::string& token) {
+  if (events_.reopened) tokens_.handle(token, events_.reopened);
 }
 
-void FreedesktopDesktop::notificationActivated(const std::string& identifier) {
-  if (events_.notificationActivated) events_.notificationActivated(identifier);
+void FreedesktopDesktop::notificationActivated(const std::string& identifier,
+                                               const std::string& token) {
+  if (!events_.notificationActivated) return;
+  tokens_.handle(token, [&] { events_.notificationActivated(identifier); });
+}
+
+void FreedesktopDesktop::itemChosen(const MenuAction& action) {
+  tokens_.handle(tokens_.consumeProvided(), [&] { item_.choose(action); });
 }
 
 void FreedesktopDesktop::busChanged(bool connected) {

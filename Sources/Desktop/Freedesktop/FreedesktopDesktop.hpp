@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "Desktop/Desktop.hpp"
+#include "Desktop/Freedesktop/ActivationTokens.hpp"
 #include "Desktop/Freedesktop/Applications.hpp"
 #include "Desktop/Freedesktop/Backlog.hpp"
 #include "Desktop/Freedesktop/Bus/Bus.hpp"
@@ -39,8 +40,9 @@ class FreedesktopDesktop final : public Desktop {
     ProcessLauncher& launcher;
   };
 
-  /// Starts to connect to the bus. The services must outlive it.
-  explicit FreedesktopDesktop(const Services& services);
+  /// Starts to connect to the bus. The services must outlive it. `activationToken` came with the
+  /// start of this program, may be empty, and is available until it is consumed.
+  explicit FreedesktopDesktop(const Services& services, std::string activationToken = {});
   ~FreedesktopDesktop() override;
 
   void setEvents(DesktopEvents events) override { events_ = std::move(events); }
@@ -59,9 +61,7 @@ class FreedesktopDesktop final : public Desktop {
   void openURL(const std::string& url) override;
   void openFile(const std::string& path, Editor editor) override;
   void chooseFolder(const FolderRequest& request, std::function<void(FolderChoice)> done) override;
-
-  /// Returns and clears the token that permits the next window to come to the front. May be empty.
-  std::string consumeActivationToken() { return std::exchange(activationToken_, {}); }
+  std::string consumeActivationToken() override { return tokens_.consume(); }
 
  private:
   /// The displayed state on the main thread. Forwards changes to the bus thread.
@@ -89,7 +89,8 @@ class FreedesktopDesktop final : public Desktop {
     std::shared_ptr<const Menu> menu_;
   };
 
-  FreedesktopDesktop(const Services& services, const std::optional<IconLocation>& icons);
+  FreedesktopDesktop(const Services& services, std::string activationToken,
+                     const std::optional<IconLocation>& icons);
 
   /// Returns a function for the bus thread that calls a member function on the main thread, unless
   /// too many tasks are waiting.
@@ -105,9 +106,11 @@ class FreedesktopDesktop final : public Desktop {
   Notifications::Listener notificationListener();
   SingleInstance::Listener instanceListener();
 
-  void reopened();
-  void notificationActivated(const std::string& identifier);
-  void storeToken(const std::string& token) { activationToken_ = token; }
+  void reopened(const std::string& token);
+  void notificationActivated(const std::string& identifier, const std::string& token);
+  void itemTokenProvided(const std::string& token) { tokens_.provide(token); }
+  void itemActivated() { reopened(tokens_.consumeProvided()); }
+  void itemChosen(const MenuAction& action);
   void busChanged(bool connected);
   /// Starts a program that outlives the tray.
   void launch(const std::string& program, const std::string& argument);
@@ -116,8 +119,8 @@ class FreedesktopDesktop final : public Desktop {
   HeadlessDesktop headless_;
   Item item_;
   DesktopEvents events_;
-  bool withoutBus_ = false;      // whether the missing bus was logged
-  std::string activationToken_;  // the newest unused token
+  bool withoutBus_ = false;  // whether the missing bus was logged
+  ActivationTokens tokens_;
 
   Backlog backlog_;
   Bus bus_;

@@ -187,12 +187,13 @@ void Notifications::receive(sd_bus_message& signal) {
   if (sd_bus_message_read(&signal, "u", &id) <= 0) return;
   const auto identifier = identifierOf(id);
   if (!identifier) return;
+  Posted& posted = posted_.at(*identifier);
   const std::string_view member = sd_bus_message_get_member(&signal);
   if (member == "ActionInvoked") {
-    listener_.activated(*identifier);
+    listener_.activated(*identifier, std::exchange(posted.activationToken, {}));
   } else if (member == "ActivationToken") {
-    listener_.tokenProvided(readString(signal));
-  } else if (member == "NotificationClosed" && !posted_.at(*identifier).call) {
+    posted.activationToken = readString(signal);
+  } else if (member == "NotificationClosed" && !posted.call) {
     posted_.erase(*identifier);
   }
 }

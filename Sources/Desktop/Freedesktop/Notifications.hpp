@@ -21,10 +21,9 @@ namespace zephyl {
 class Notifications final : public Bus::Client {
  public:
   struct Listener {
-    /// Called when the user has chosen a notification or its button.
-    std::function<void(const std::string& identifier)> activated;
-    /// Called with a token that permits the next window to come to the front.
-    std::function<void(const std::string& token)> tokenProvided;
+    /// Called when the user has chosen a notification or its button, with the activation token of
+    /// that choice, which may be empty.
+    std::function<void(const std::string& identifier, const std::string& token)> activated;
   };
 
   /// `iconName` may be empty.
@@ -45,6 +44,8 @@ class Notifications final : public Bus::Client {
     /// The notification to show after the answer, if another one was posted meanwhile.
     std::optional<Notification> next;
     bool removed = false;
+    /// The activation token of the user's choice, which the server sends before the choice.
+    std::string activationToken;
   };
 
   void serverChanged(const std::string& owner);

@@ -97,8 +97,7 @@ int SingleInstance::activateAction(sd_bus_message& call) {
 }
 
 int SingleInstance::reopen(sd_bus_message& call) {
-  if (const auto token = readToken(call); !token.empty()) listener_.tokenProvided(token);
-  listener_.reopened();
+  listener_.reopened(readToken(call));
   return sd_bus_reply_method_return(&call, "");
 }
 

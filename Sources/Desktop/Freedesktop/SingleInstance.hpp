@@ -17,9 +17,9 @@ namespace zephyl {
 class SingleInstance final : public Bus::Client {
  public:
   struct Listener {
-    std::function<void()> reopened;
-    /// Called with a token that permits the next window to come to the front.
-    std::function<void(const std::string& token)> tokenProvided;
+    /// Called when the user has started the program again, with the activation token of that
+    /// start, which may be empty.
+    std::function<void(const std::string& token)> reopened;
   };
 
   explicit SingleInstance(Listener listener) : listener_(std::move(listener)) {}

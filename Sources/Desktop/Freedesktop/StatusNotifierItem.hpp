@@ -26,7 +26,7 @@ class StatusNotifierItem final : public Bus::Client {
   struct Listener {
     /// Called when the user has activated the item instead of its menu.
     std::function<void()> activated;
-    /// Called with a token that permits the next window to come to the front.
+    /// Called with the activation token of the user's next action on the item or in its menu.
     std::function<void(const std::string& token)> tokenProvided;
   };
 

@@ -116,12 +116,100 @@ TEST_F(StatusNotifierItemTest, PlasmaOpensTheMenuItself) {
   EXPECT_EQ(panel_->lastError(), SD_BUS_ERROR_NOT_SUPPORTED);
 }
 
-TEST_F(StatusNotifierItemTest, AnActivationTokenIsUsedOnce) {
-  EXPECT_TRUE(panel_->callItem("ProvideXdgActivationToken", "s", "token-1"));
-  std::string token;
-  EXPECT_TRUE(runUntil([&] { return !(token = desktop_->consumeActivationToken()).empty(); }));
-  EXPECT_EQ(token, "token-1");
+/// Records the activation token of each action, like a handler that opens a window.
+class ActivationTokenTest : public test::FreedesktopDesktopTest {
+ protected:
+  void SetUp() override {
+    FreedesktopDesktopTest::SetUp();
+    const auto consume = [this] { tokens_.push_back(desktop_->consumeActivationToken()); };
+    desktop_->setEvents(
+        {.reopened = consume, .notificationActivated = [=](const auto&) { consume(); }});
+    shown().setMenuEvents({.chosen = [=](const MenuAction&) { consume(); }});
+  }
+
+  void provide(const char* token) {
+    EXPECT_TRUE(panel_->callItem("ProvideXdgActivationToken", "s", token));
+    mainLoop_.runPending();
+  }
+  void click() {
+    EXPECT_TRUE(
+        panel_->callMenu("Event", "isvu", panel_->idOf("Open Zephyl"), "clicked", "i", 0, 0U));
+  }
+  void emitNotificationSignal(const char* member, std::uint32_t id, const char* text) const {
+    panel_->emit("/org/freedesktop/Notifications", test::PanelProgram::notificationServer, member,
+                 "us", id, text);
+  }
+  bool received(const Strings& tokens) {
+    return runUntil([&] { return tokens_.size() >= tokens.size(); }) && tokens_ == tokens;
+  }
+
+  Strings tokens_;
+};
+
+TEST_F(ActivationTokenTest, AnActivationTokenIsUsedOnce) {
+  provide("token-1");
+  click();
+  click();
+  EXPECT_TRUE(received({"token-1", ""}));
+  provide("token-2");
+  EXPECT_TRUE(panel_->callItem("Activate", "ii", 1, 1));
+  EXPECT_TRUE(received({"token-1", "", "token-2"}));
+}
+
+TEST_F(ActivationTokenTest, AProgramThatIsStartedGetsTheToken) {
+  shown().setMenuEvents(
+      {.chosen = [this](const MenuAction&) { desktop_->openURL("http://server.test/"); }});
+  provide("token-1");
+  click();
+  ASSERT_TRUE(runUntil([this] { return !launcher_.children().empty(); }));
+  const auto& environment = launcher_.newest()->options().environment;
+  EXPECT_EQ(environment.at("XDG_ACTIVATION_TOKEN"), "token-1");
+}
+
+TEST_F(ActivationTokenTest, ATokenThatItsActionDoesNotUseIsDropped) {
+  bool handled = false;
+  shown().setMenuEvents({.chosen = [&](const MenuAction&) { handled = true; }});
+  provide("token-1");
+  click();
+  ASSERT_TRUE(runUntil([&] { return handled; }));
   EXPECT_EQ(desktop_->consumeActivationToken(), "");
+}
+
+TEST_F(ActivationTokenTest, AWindowThatNobodyAskedForGetsNoToken) {
+  provide("token-1");
+  EXPECT_EQ(desktop_->consumeActivationToken(), "");
+  desktop_->openURL("http://server.test/");
+  EXPECT_FALSE(launcher_.newest()->options().environment.contains("XDG_ACTIVATION_TOKEN"));
+}
+
+TEST_F(ActivationTokenTest, ATokenThatNoActionFollowsExpires) {
+  provide("token-1");
+  clock_.advance(ActivationTokens::lifetime);
+  click();
+  EXPECT_TRUE(received({""}));
+}
+
+TEST_F(ActivationTokenTest, ATokenBelongsToTheNotificationThatWasChosen) {
+  desktop_->postNotification({"first", "One", "Body.", "Show"});
+  desktop_->postNotification({"second", "Two", "Body.", "Show"});
+  ASSERT_TRUE(runUntil([this] { return panel_->notifications() == Strings{"One", "Two"}; }));
+  settle();
+  emitNotificationSignal("ActivationToken", 2, "token-2");
+  emitNotificationSignal("ActionInvoked", 1, "show");
+  emitNotificationSignal("ActionInvoked", 2, "show");
+  emitNotificationSignal("ActionInvoked", 2, "show");
+  EXPECT_TRUE(received({"", "token-2", ""}));
+}
+
+TEST_F(ActivationTokenTest, ASecondStartDoesNotGetTheTokenOfTheItem) {
+  const auto activate = [this](const char* token) {
+    EXPECT_TRUE(panel_->call("/com/zephyl/tray", "org.freedesktop.Application", "Activate", "a{sv}",
+                             1, "activation-token", "s", token));
+  };
+  provide("token-1");
+  activate("");
+  activate("token-2");
+  EXPECT_TRUE(received({"", "token-2"}));
 }
 
 using FreedesktopDesktopTest = test::FreedesktopDesktopTest;
@@ -140,16 +228,12 @@ TEST_F(FreedesktopDesktopTest, AChosenNotificationIsReported) {
 }
 
 TEST_F(FreedesktopDesktopTest, OpensWebAddressesOnly) {
-  EXPECT_TRUE(panel_->callItem("ProvideXdgActivationToken", "s", "token-1"));
-  mainLoop_.runPending();
   desktop_->openURL("file:///etc/passwd");
   EXPECT_TRUE(launcher_.children().empty());
   for (const auto* url : {"http://server.test/", "https://server.test/"}) {
     desktop_->openURL(url);
     EXPECT_EQ(launcher_.newest()->options().arguments, (Strings{"xdg-open", url}));
   }
-  const auto& environment = launcher_.children().front()->options().environment;
-  EXPECT_EQ(environment.at("XDG_ACTIVATION_TOKEN"), "token-1");
 }
 
 TEST_F(FreedesktopDesktopTest, OpensFilesInTheEditor) {

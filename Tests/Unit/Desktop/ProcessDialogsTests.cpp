@@ -107,6 +107,20 @@ TEST_F(ProcessDialogsTest, AnUnrequestedWindowGetsATokenOnlyWhenTheUserAsksForIt
   EXPECT_EQ(program().input().at(2), R"({"bringToFront":{"activationToken":""}})");
 }
 
+TEST_F(ProcessDialogsTest, AnAlertMayCarryTheActivationTokenOfAnEarlierAction) {
+  std::string token = "token-1";
+  ProcessDialogs dialogs(mainLoop_, clock_, launcher_, "dialogs",
+                         [&] { return std::exchange(token, ""); });
+  Alert later = alert;
+  later.requestedByUser = true;
+  later.activationToken = dialogs.consumeActivationToken();
+  token = "token-2";
+  const auto handle = dialogs.presentAlert(later, [](const Answer&) {});
+  EXPECT_EQ(program().options().environment.at("XDG_ACTIVATION_TOKEN"), "token-1");
+  EXPECT_EQ(program().input().at(0).find("token"), std::string::npos);
+  EXPECT_EQ(token, "token-2") << "it belongs to another window";
+}
+
 TEST_F(ProcessDialogsTest, WritesTheRequestAsOneLine) {
   Alert withField = alert;
   withField.textField = Alert::TextField{"ALWAYS ALLOW", 300};

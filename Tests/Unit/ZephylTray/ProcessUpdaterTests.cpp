@@ -58,6 +58,27 @@ TEST_F(ProcessUpdaterTest, ASecondRequestOfTheUserBringsTheOpenWindowToTheFront)
   EXPECT_EQ(runs(), 2U);
 }
 
+TEST_F(ProcessUpdaterTest, TheFirstWindowGetsTheActivationTokenOfTheRequest) {
+  dialogs_.activationToken = "token-1";
+  startAndCheck();
+  EXPECT_EQ(dialogs_.activationToken, "") << "the token is kept for the result of the check";
+  find();
+  EXPECT_EQ(dialogs_.alerts().back().activationToken, "token-1");
+  press("Install Update");
+  EXPECT_EQ(dialogs_.alerts().back().activationToken, "");
+  report(UpdateFailed{"disk full"});
+  EXPECT_EQ(shown(), "Update Error!");
+  EXPECT_EQ(dialogs_.alerts().back().activationToken, "");
+}
+
+TEST_F(ProcessUpdaterTest, TheWindowWithoutAnUpdateGetsTheActivationTokenOfTheRequest) {
+  dialogs_.activationToken = "token-1";
+  startAndCheck();
+  findNothing();
+  EXPECT_EQ(shown(), "You’re up to date!");
+  EXPECT_EQ(dialogs_.alerts().back().activationToken, "token-1");
+}
+
 TEST_F(ProcessUpdaterTest, DelaysTheInstallationUntilItIsAllowed) {
   delegate_->busy = true;
   startAndCheck();

@@ -52,22 +52,19 @@ LogWindow valid(LogWindow window) {
 /// A handle that closes its window in the destructor.
 class ProcessDialog final : public Dialog {
  public:
-  ProcessDialog(std::shared_ptr<DialogProcess> process,
-                ProcessDialogs::TokenSource consumeActivationToken)
-      : process_(std::move(process)), consumeActivationToken_(std::move(consumeActivationToken)) {}
+  ProcessDialog(std::shared_ptr<DialogProcess> process, ProcessDialogs::TokenSource tokenSource)
+      : process_(std::move(process)), tokenSource_(std::move(tokenSource)) {}
   ~ProcessDialog() override { process_->close(); }
   ProcessDialog(const ProcessDialog&) = delete;
   ProcessDialog& operator=(const ProcessDialog&) = delete;
 
   void showProgress(const Progress& progress) override { process_->send(valid(progress)); }
 
-  void bringToFront() override {
-    process_->send(BringToFront{consumeActivationToken_ ? consumeActivationToken_() : ""});
-  }
+  void bringToFront() override { process_->send(BringToFront{tokenSource_ ? tokenSource_() : ""}); }
 
  private:
   const std::shared_ptr<DialogProcess> process_;
-  const ProcessDialogs::TokenSource consumeActivationToken_;
+  const ProcessDialogs::TokenSource tokenSource_;
 };
 
 }  // namespace
@@ -83,7 +80,10 @@ Dialogs::Handle ProcessDialogs::presentAlert(const Alert& alert,
   owner.failed = [done, safe = alert.safeButton](bool wasShown) {
     done(wasShown ? std::optional(AlertAnswer{.button = safe}) : std::nullopt);
   };
-  return start(valid(alert), alert.requestedByUser, std::move(owner));
+  auto token = alert.activationToken;
+  // A token belongs to an action of the user, which did not cause an unrequested window.
+  if (token.empty() && alert.requestedByUser) token = consumeActivationToken();
+  return start(valid(alert), token, std::move(owner));
 }
 
 Dialogs::Handle ProcessDialogs::chooseFolder(
@@ -100,7 +100,7 @@ Dialogs::Handle ProcessDialogs::chooseFolder(
     if (wasShown) return done(std::optional<std::string>());
     done(Error{"The folder picker could not be shown."});
   };
-  return start(valid(request), /*requestedByUser=*/true, std::move(owner));
+  return start(valid(request), consumeActivationToken(), std::move(owner));
 }
 
 Dialogs::Handle ProcessDialogs::presentLogWindow(const LogWindow& window,
@@ -115,16 +115,15 @@ Dialogs::Handle ProcessDialogs::presentLogWindow(const LogWindow& window,
     if (!wasShown) logInsteadOfWindow(window);
     notify(LogWindowEvent::closed);
   };
-  return start(valid(window), window.requestedByUser, std::move(owner));
+  return start(valid(window), window.requestedByUser ? consumeActivationToken() : "",
+               std::move(owner));
 }
 
-Dialogs::Handle ProcessDialogs::start(const DialogRequest& request, bool requestedByUser,
+Dialogs::Handle ProcessDialogs::start(const DialogRequest& request, const std::string& token,
                                       DialogProcess::Owner owner) {
   auto process = std::make_shared<DialogProcess>(mainLoop_, clock_, std::move(owner));
-  // A token belongs to an action of the user, which did not cause an unrequested window.
-  const bool usesToken = consumeActivationToken_ && requestedByUser;
-  process->start(launcher_, program_, request, usesToken ? consumeActivationToken_() : "");
-  return std::make_unique<ProcessDialog>(std::move(process), consumeActivationToken_);
+  process->start(launcher_, program_, request, token);
+  return std::make_unique<ProcessDialog>(std::move(process), tokenSource_);
 }
 
 std::string dialogsProgram(const Bundle& bundle) {

@@ -22,18 +22,17 @@ class MainLoop;
 /// counts as cancelled.
 class ProcessDialogs final : public Dialogs {
  public:
-  /// Returns and clears the token that permits the window of the user's latest action to come to
-  /// the front, or an empty string. Not called for a window that the user did not request.
+  /// As `Desktop::consumeActivationToken`. Not called for a window that the user did not request.
   using TokenSource = std::function<std::string()>;
 
   /// The first three objects must outlive it.
   ProcessDialogs(MainLoop& mainLoop, Clock& clock, ProcessLauncher& launcher, std::string program,
-                 TokenSource consumeActivationToken = {})
+                 TokenSource tokenSource = {})
       : mainLoop_(mainLoop),
         clock_(clock),
         launcher_(launcher),
         program_(std::move(program)),
-        consumeActivationToken_(std::move(consumeActivationToken)) {}
+        tokenSource_(std::move(tokenSource)) {}
 
   Handle presentAlert(const Alert& alert,
                       std::function<void(std::optional<AlertAnswer>)> done) override;
@@ -41,15 +40,17 @@ class ProcessDialogs final : public Dialogs {
                       std::function<void(Result<std::optional<std::string>>)> done) override;
   Handle presentLogWindow(const LogWindow& window,
                           std::function<void(LogWindowEvent)> notify) override;
+  std::string consumeActivationToken() override { return tokenSource_ ? tokenSource_() : ""; }
 
  private:
-  Handle start(const DialogRequest& request, bool requestedByUser, DialogProcess::Owner owner);
+  /// Starts the program with an activation token, which may be empty.
+  Handle start(const DialogRequest& request, const std::string& token, DialogProcess::Owner owner);
 
   MainLoop& mainLoop_;
   Clock& clock_;
   ProcessLauncher& launcher_;
   const std::string program_;
-  const TokenSource consumeActivationToken_;
+  const TokenSource tokenSource_;
 };
 
 /// Returns the path of zephyl-tray-dialogs: beside the tray's executable, otherwise in

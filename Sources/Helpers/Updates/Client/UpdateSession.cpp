@@ -22,6 +22,7 @@ UpdateSession::UpdateSession(const Runtime& runtime, Dialogs& dialogs, const Upd
 void UpdateSession::start(Trigger trigger) {
   trigger_ = trigger;
   showsWindows_ = isUserInitiated();
+  if (isUserInitiated()) activationToken_ = dialogs_.consumeActivationToken();
   run(checkCommand(setup_, isUserInitiated()), &UpdateSession::handleCheck);
 }
 
@@ -129,6 +130,7 @@ void UpdateSession::show() {
   if (obstacle_) return explainObstacle();
   Alert alert = alerts::updateFound(offer_, Updater::currentVersion());
   alert.requestedByUser = isUserInitiated();
+  alert.activationToken = std::exchange(activationToken_, {});
   dialog_ = dialogs_.presentAlert(
       alert, weakly(this, [](UpdateSession& self, const std::optional<AlertAnswer>& answer) {
         self.choose(answer);
@@ -223,8 +225,9 @@ void UpdateSession::handleInstallation(const UpdateReport& report) {
   setup_.relaunch();
 }
 
-void UpdateSession::conclude(const Alert& alert, Outcome outcome) {
+void UpdateSession::conclude(Alert alert, Outcome outcome) {
   if (!showsWindows_) return end(outcome);
+  alert.activationToken = std::exchange(activationToken_, {});
   dialog_ = dialogs_.presentAlert(
       alert, weakly(this, [outcome](UpdateSession& self, const std::optional<AlertAnswer>&) {
         self.end(outcome);

@@ -90,7 +90,7 @@ class UpdateSession : public std::enable_shared_from_this<UpdateSession> {
   void handleInstallation(const UpdateReport& report);
 
   /// Shows an informative alert if the user requested the check. Then ends the session.
-  void conclude(const Alert& alert, Outcome outcome);
+  void conclude(Alert alert, Outcome outcome);
   void fail(const std::string& reason);
   void end(Outcome outcome);
 
@@ -105,6 +105,7 @@ class UpdateSession : public std::enable_shared_from_this<UpdateSession> {
   Events events_;
   Trigger trigger_ = Trigger::schedule;
   bool showsWindows_ = false;
+  std::string activationToken_;  // of the user's request, for the first window
   Stage stage_ = Stage::checking;
   UpdateOffer offer_;
   std::optional<std::string> obstacle_;
