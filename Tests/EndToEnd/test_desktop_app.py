@@ -76,8 +76,25 @@ def place(record):
     return pathlib.Path(f"{record}.place").read_text().splitlines()
 
 
-def choose(item, label):
+def choose(item, label, token=None):
+    if token:
+        item.do("ProvideXdgActivationToken", "(s)", token)
     item.event(item.find(label), "clicked")
+
+
+def end(window, record):
+    """Ends a window, and removes what it has recorded."""
+    record.unlink()
+    subprocess.run(["kill", str(window)], check=True)
+    eventually(lambda: not is_alive(window))
+
+
+def activation_token(pid):
+    variables = pathlib.Path(f"/proc/{pid}/environ").read_bytes().decode().split("\0")
+    environment = dict(entry.split("=", 1) for entry in variables if entry)
+    token = environment.get("XDG_ACTIVATION_TOKEN")
+    assert environment.get("DESKTOP_STARTUP_ID") == token
+    return token
 
 
 # The started program
@@ -145,15 +162,46 @@ def test_a_window_is_started_again_only_after_it_has_ended(item, world, add_wind
     choose(status_item, "Join the Zephyl tailnet…")
     eventually(lambda: api.get("/status").get("request") == "join")
     assert windows(tray) == [first]
-    record.unlink()
-    subprocess.run(["kill", str(first)], check=True)
-    eventually(lambda: not is_alive(first))
+    end(first, record)
     eventually(lambda: choose(status_item, "Open Zephyl") or windows(tray), what="another window")
     second, = windows(tray)
     assert second != first
     assert environment(record)["ZEPHYL_ONBOARD_TOKEN"] == api.token, "the token is that of the run"
     assert tray.stop() == 0
     assert not is_alive(second)
+
+
+def test_a_window_that_is_started_gets_the_token_of_the_request(item, start_tray, world, add_window,
+                                                                record):
+    add_window(f"{BUILDS}/release/zephyl-desktop")
+    world.environment["XDG_ACTIVATION_TOKEN"] = "token-of-start"
+    tray, status_item = item()
+    first, = eventually(lambda: windows(tray))
+    assert activation_token(first) == "token-of-start"
+    end(first, record)
+    eventually(lambda: choose(status_item, "Open Zephyl", "token-of-click") or windows(tray),
+               what="a window that a click starts")
+    second, = windows(tray)
+    assert activation_token(second) == "token-of-click"
+    end(second, record)
+    world.environment["XDG_ACTIVATION_TOKEN"] = "token-of-second-start"
+    eventually(lambda: start_tray("--desktop").wait() == 0 and windows(tray),
+               what="a window that a second start of the tray starts")
+    third, = windows(tray)
+    assert activation_token(third) == "token-of-second-start"
+
+
+def test_a_window_does_not_get_the_unused_token_of_another_request(item, start_tray, add_window, record):
+    add_window(f"{BUILDS}/release/zephyl-desktop")
+    tray, status_item = item()
+    first, = eventually(lambda: windows(tray))
+    assert activation_token(first) is None
+    end(first, record)
+    status_item.do("ProvideXdgActivationToken", "(s)", "token-of-a-closed-menu")
+    eventually(lambda: start_tray("--desktop").wait() == 0 and windows(tray),
+               what="a window that a second start of the tray starts")
+    second, = windows(tray)
+    assert activation_token(second) is None
 
 
 def test_a_running_window_is_brought_to_the_front(item, bus, world, add_window, record):

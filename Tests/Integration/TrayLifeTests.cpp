@@ -100,6 +100,20 @@ TEST_F(TrayLife, StartsTailnetsOnlyWhenBothOfTheirProgramsExist) {
       << "for the internal host name";
 }
 
+TEST_F(TrayLife, TheWindowAtLaunchGetsTheTokenOfTheStart) {
+  desktop_.activationToken = "token-1";
+  launch();
+  EXPECT_EQ(child("zephyl-desktop")->options().environment.at("XDG_ACTIVATION_TOKEN"), "token-1");
+}
+
+TEST_F(TrayLife, TheTokenOfTheStartIsNotKeptForALaterWindow) {
+  const test::ScopedVariable nowhere("ZEPHYL_REPO_ROOT", world_.directory() / "nowhere");
+  desktop_.activationToken = "token-1";
+  launch();
+  EXPECT_EQ(launched("zephyl-desktop"), 0U);
+  EXPECT_EQ(desktop_.activationToken, "");
+}
+
 TEST_F(TrayLife, AsksForNotificationsOnlyInsideABundle) {
   launch();
   EXPECT_EQ(desktop_.authorizationRequests, 0);

@@ -7,6 +7,7 @@
 #include "System/Concurrency/Weakly.hpp"
 #include "System/Data/Format.hpp"
 #include "System/Data/Text.hpp"
+#include "System/Files/Environment.hpp"
 #include "System/Files/Files.hpp"
 #include "System/Files/Log.hpp"
 #include "System/Files/Shell.hpp"
@@ -105,6 +106,7 @@ void DesktopApp::runDevProcess(const char* what, std::string executable,
       .environment = context.environment(currentEnvironment()),
       .onExit = runtime_.mainLoop.later(
           weakly(this, [number](DesktopApp& self, ExitStatus) { self.childExited(number); }))};
+  setActivationToken(options.environment, desktop_.consumeActivationToken());
   auto child = runtime_.launcher.launch(std::move(options));
   if (!child) return log("failed to launch {}: {}", what, child.error().message);
   devProcess_.emplace(DevProcess{number, *std::move(child)});

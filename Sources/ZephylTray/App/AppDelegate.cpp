@@ -61,6 +61,8 @@ void AppDelegate::applicationDidFinishLaunching() {
   monitor_->startPolling();
   monitor_->refresh();
   if (startControlServer()) windows_->openDesktopWindow();
+  // The token of the start must not reach a later window.
+  components_.desktop.consumeActivationToken();
 }
 
 void AppDelegate::applicationWillTerminate() {

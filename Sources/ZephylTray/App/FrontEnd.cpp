@@ -16,9 +16,10 @@ namespace zephyl {
 
 namespace {
 
-FrontEnd onDesktop(const Runtime& runtime) {
+FrontEnd onDesktop(const Runtime& runtime, std::string activationToken) {
   auto desktop = std::make_unique<FreedesktopDesktop>(
-      FreedesktopDesktop::Services{runtime.mainLoop, runtime.clock, runtime.launcher});
+      FreedesktopDesktop::Services{runtime.mainLoop, runtime.clock, runtime.launcher},
+      std::move(activationToken));
   auto dialogs = std::make_unique<ProcessDialogs>(
       runtime.mainLoop, runtime.clock, runtime.launcher, dialogsProgram(Bundle::main()),
       [&desktop = *desktop] { return desktop.consumeActivationToken(); });
@@ -42,10 +43,11 @@ FrontEnd inTerminal(const Runtime& runtime) {
 
 }  // namespace
 
-FrontEnd FrontEnd::make(CommandLine::Mode mode, const Runtime& runtime) {
+FrontEnd FrontEnd::make(CommandLine::Mode mode, const Runtime& runtime,
+                        std::string activationToken) {
   switch (mode) {
     case CommandLine::Mode::desktop:
-      return onDesktop(runtime);
+      return onDesktop(runtime, std::move(activationToken));
     case CommandLine::Mode::terminal:
       return inTerminal(runtime);
     case CommandLine::Mode::headless:

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <memory>
+#include <string>
 
 #include "Desktop/Desktop.hpp"
 #include "Desktop/Dialogs.hpp"
@@ -16,8 +17,9 @@ struct FrontEnd {
   bool endsAtHangUp = true;  ///< whether SIGHUP ends the program
 
   /// Returns the front end for `mode`. If it is not available, logs the reason and returns the
-  /// headless one. The objects that `runtime` refers to must outlive it.
-  static FrontEnd make(CommandLine::Mode mode, const Runtime& runtime);
+  /// headless one. The objects that `runtime` refers to must outlive it. `activationToken` came
+  /// with the start of this program and may be empty.
+  static FrontEnd make(CommandLine::Mode mode, const Runtime& runtime, std::string activationToken);
 };
 
 }  // namespace zephyl

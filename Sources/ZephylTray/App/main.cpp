@@ -141,7 +141,7 @@ CommandSetup commandSetup(CommandLine::Mode mode) {
 }
 
 /// Runs the tray until it is asked to end.
-Ending runTray(Guardian& guardian, const CommandLine& commandLine,
+Ending runTray(Guardian& guardian, const CommandLine& commandLine, std::string activationToken,
                std::vector<std::string> arguments, const ServiceManager& manager) {
   // The reactor is destroyed before the pool, because its last handlers may submit tasks to the
   // pool.
@@ -169,7 +169,7 @@ Ending runTray(Guardian& guardian, const CommandLine& commandLine,
   const bool inTerminal = commandLine.mode == CommandLine::Mode::terminal;
   const auto end = [&] { request(requests.end); };
   std::optional<EndSignals> signals(std::in_place, reactor, endSignals(inTerminal), end);
-  const auto chosen = FrontEnd::make(commandLine.mode, runtime);
+  const auto chosen = FrontEnd::make(commandLine.mode, runtime, std::move(activationToken));
   std::optional<UnixSignalWatcher> hangUp;
   if (inTerminal && chosen.endsAtHangUp && !hangUpIsIgnored()) {
     hangUp.emplace(reactor, std::initializer_list<int>{SIGHUP}, [end](int) { end(); });
@@ -197,7 +197,7 @@ int delegateToRunningTray(const SingleOwnerLock::Taken& taken, const std::string
   return EXIT_FAILURE;
 }
 
-Ending start(const CommandLine& commandLine, const std::string& activationToken,
+Ending start(const CommandLine& commandLine, std::string activationToken,
              std::vector<std::string> arguments, const ServiceManager& manager) {
   if (const auto claimed = Servers::claimBaseDir(); !claimed) {
     log("could not start: {}", claimed.error().message);
@@ -219,7 +219,8 @@ Ending start(const CommandLine& commandLine, const std::string& activationToken,
     return {EXIT_FAILURE};
   }
   try {
-    Ending ending = runTray(*guardian, commandLine, std::move(arguments), manager);
+    Ending ending =
+        runTray(*guardian, commandLine, std::move(activationToken), std::move(arguments), manager);
     if (ending.relaunch) ending.lock = std::get<SingleOwnerLock>(std::move(outcome));
     return ending;
   } catch (const std::exception& error) {  // out of threads, descriptors or memory
@@ -284,7 +285,7 @@ int main(int argc, char** argv) {
   EndSignals::block(endSignals(/*inTerminal=*/false));
   Bundle::setMain(Bundle(Bundle::runningExecutable()));
   // The token of the program that started this one, used only for the first window.
-  const std::string activationToken = environmentVariable("XDG_ACTIVATION_TOKEN").value_or("");
+  std::string activationToken = environmentVariable("XDG_ACTIVATION_TOKEN").value_or("");
   const ServiceManager manager = ServiceManager::fromEnvironment();
   removePrivateEnvironmentVariables();
   const auto commandLine = CommandLine::parse(argc, argv);
@@ -295,6 +296,7 @@ int main(int argc, char** argv) {
   }
   const bool inTerminal = commandLine->mode == CommandLine::Mode::terminal;
   if (inTerminal) EndSignals::block(endSignals(inTerminal));
-  const Ending ending = start(*commandLine, activationToken, {argv + 1, argv + argc}, manager);
+  const Ending ending =
+      start(*commandLine, std::move(activationToken), {argv + 1, argv + argc}, manager);
   return ending.relaunch ? becomeInstalledProgram(ending, argv, manager) : ending.status;
 }

@@ -128,6 +128,17 @@ TEST_F(DesktopAppTest, GivesEveryKindOfChildTheSameEnvironment) {
   EXPECT_EQ(options().environment, expected);
 }
 
+TEST_F(DesktopAppTest, GivesTheChildTheTokenOfTheActionThatStartsIt) {
+  addPackagedApp();
+  desktop_.activationToken = "token-1";
+  app_->launch(plainLaunch());
+  EXPECT_EQ(options().environment.at("XDG_ACTIVATION_TOKEN"), "token-1");
+  EXPECT_EQ(options().environment.at("DESKTOP_STARTUP_ID"), "token-1");
+  child().exit({});
+  app_->launch(plainLaunch());
+  EXPECT_FALSE(options().environment.contains("XDG_ACTIVATION_TOKEN"));
+}
+
 // The launched program
 
 TEST_F(DesktopAppTest, RunsAPackagedFile) {
