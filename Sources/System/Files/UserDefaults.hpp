@@ -21,7 +21,7 @@ namespace zephyl {
 ///
 /// A file that exists and cannot be read or decoded counts as empty. It is copied aside before the
 /// first write that would replace it. If reading fails for lack of descriptors or memory, values
-/// count as absent, and changes fail. Failed changes leave the files as they are.
+/// count as absent, and changes fail. Failed changes do not touch the files.
 ///
 /// Changes of several processes are serialized, so that no change is lost. A change waits for
 /// another process for at most `patience` of real time and then continues, because that process may

@@ -70,7 +70,7 @@ PendingApproval bounded(PendingApproval approval) {
   return approval;
 }
 
-/// Returns the ids of the servers that the folder names. A name of no server stays as it is.
+/// Returns the ids of the servers that the folder names, and unchanged the names of no server.
 std::vector<std::string> serverIds(const SharedRoot& root, const ServerList& servers,
                                    const ServerNames& names) {
   auto ids = root.servers.value_or(std::vector<std::string>());
