@@ -140,8 +140,9 @@ TEST_F(HTTPStreamTest, ReportsAServerThatRefuses) {
   const StreamRecorder recorder;
   const auto task =
       HTTPSession(reactor_, {}).stream({.url = "http://" + port.authority()}, recorder.handlers());
-  EXPECT_THAT(recorder.wait().ends, ElementsAre(Error{"could not connect to ", port.authority(),
-                                                      ": Connection refused"}));
+  Error expected{"could not connect to ", port.authority(), ": Connection refused"};
+  expected.nothingSent = true;
+  EXPECT_THAT(recorder.wait().ends, ElementsAre(expected));
 }
 
 TEST_F(HTTPStreamTest, ReportsAServerThatFallsSilent) {
